@@ -1,0 +1,15 @@
+# Code without an operating system in it, built natively too: clang's sanitizers and fuzzers
+# reach it there. A test is listed beside what it tests.
+set(pure_sources
+    src/base/md5.cpp)
+set(pure_tests
+    src/base/md5_test.cpp)
+
+list(TRANSFORM pure_sources PREPEND ${CMAKE_SOURCE_DIR}/)
+list(TRANSFORM pure_tests PREPEND ${CMAKE_SOURCE_DIR}/)
+add_library(dorvo_pure STATIC ${pure_sources})
+target_link_libraries(dorvo_pure PUBLIC dorvo_flags)
+add_executable(pure_test ${pure_tests})
+target_link_libraries(pure_test PRIVATE dorvo_pure dorvo_test_support)
+add_test(NAME pure COMMAND pure_test)
+set_tests_properties(pure PROPERTIES TIMEOUT 300 LABELS unit)

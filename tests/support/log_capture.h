@@ -1,0 +1,73 @@
+// Collects what is logged while it lives, by any thread of the process.
+//
+// One at a time. lines() gives each record without its "@<thread>@" prefix, oldest first.
+#pragma once
+
+#include <ace/Log_Msg.h>
+#include <ace/Log_Msg_Backend.h>
+#include <ace/Log_Record.h>
+
+#include <algorithm>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/log.h"
+
+namespace dorvo::test {
+
+struct LogLine {
+    LogLevel level;
+    std::string text;
+};
+
+class LogCapture : public ACE_Log_Msg_Backend {
+public:
+    LogCapture() {
+        startAce();
+        previous_ = ACE_Log_Msg::msg_backend(this);
+        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
+        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
+    }
+    ~LogCapture() override {
+        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::CUSTOM);
+        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
+        ACE_Log_Msg::msg_backend(previous_);
+    }
+
+    std::vector<LogLine> lines() const {
+        std::lock_guard guard(lock_);
+        return lines_;
+    }
+    bool has(const std::string& text) const {
+        const auto all = lines();
+        return std::any_of(all.begin(), all.end(),
+                           [&](const LogLine& line) { return line.text == text; });
+    }
+    bool has(LogLevel level, const std::string& text) const {
+        const auto all = lines();
+        return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
+            return line.level == level && line.text == text;
+        });
+    }
+
+private:
+    int open(const ACE_TCHAR*) override { return 0; }
+    int reset() override { return 0; }
+    int close() override { return 0; }
+    ssize_t log(ACE_Log_Record& record) override {
+        std::string text(record.msg_data());
+        if (const size_t end = text.find('@', 1); end != std::string::npos) {
+            text.erase(0, end + 1);
+        }
+        std::lock_guard guard(lock_);
+        lines_.push_back({static_cast<LogLevel>(record.type()), text});
+        return static_cast<ssize_t>(text.size());
+    }
+
+    mutable std::mutex lock_;  // guards lines_
+    std::vector<LogLine> lines_;
+    ACE_Log_Msg_Backend* previous_ = nullptr;
+};
+
+}  // namespace dorvo::test
