@@ -1,0 +1,71 @@
+#include "base/handle.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "base/singleton.h"
+
+namespace dorvo {
+namespace {
+
+std::vector<int> closed;
+
+struct CountingPolicy {
+    using value_type = int;
+    static value_type invalid() { return -1; }
+    static void close(value_type value) {
+        closed.push_back(value);
+        SetLastError(ERROR_INVALID_HANDLE);
+    }
+};
+using Counted = UniqueHandle<CountingPolicy>;
+
+TEST(UniqueHandle, ClosesEachValueOnceAndKeepsTheLastError) {
+    closed.clear();
+    SetLastError(ERROR_ACCESS_DENIED);
+    {
+        Counted first(1);
+        Counted second(std::move(first));
+        EXPECT_FALSE(first);
+        second.reset(2);
+        EXPECT_EQ(closed, std::vector{1});
+        second = Counted(3);
+        EXPECT_EQ(closed, (std::vector{1, 2}));
+        Counted released(4);
+        EXPECT_EQ(released.release(), 4);
+        second.reset(second.get());
+        Counted empty;
+    }
+    EXPECT_EQ(closed, (std::vector{1, 2, 3}));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+}
+
+std::atomic<int> constructions{0};
+
+struct Slow {
+    Slow() {
+        ++constructions;
+        SwitchToThread();
+    }
+};
+
+TEST(Singleton, IsMadeOnceHoweverManyThreadsAsk) {
+    std::vector<KernelHandle> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back(CreateThread(
+            nullptr, 0,
+            [](void*) -> DWORD { return ATL::CComSingleton<Slow>::instance() != nullptr; }, nullptr,
+            0, nullptr));
+    }
+    for (const KernelHandle& thread : threads) {
+        ASSERT_EQ(WaitForSingleObject(thread.get(), INFINITE), WAIT_OBJECT_0);
+        DWORD found = 0;
+        GetExitCodeThread(thread.get(), &found);
+        EXPECT_EQ(found, 1U);
+    }
+    EXPECT_EQ(constructions, 1);
+}
+
+}  // namespace
+}  // namespace dorvo

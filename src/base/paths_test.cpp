@@ -1,0 +1,123 @@
+#include "base/paths.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include "base/rm_rf.h"
+
+namespace dorvo {
+namespace {
+
+TEST(JobId, NamesExactlyOneFolder) {
+    for (const char* id : {"a", "0b1c", "Daily backup", "ümlaut", "a.b", "COM10", "console"}) {
+        EXPECT_TRUE(isJobId(id)) << id;
+    }
+    for (const char* id : {"", ".", "..", "a/b", "a\\b", "c:", "a*", "a?", "a\"b", "a<b", "a|b",
+                           "x.", "x ", "CON", "nul", "Nul.txt", "com1", "LPT9.log", "a\nb"}) {
+        EXPECT_FALSE(isJobId(id)) << id;
+    }
+    EXPECT_FALSE(isJobId(std::string(129, 'a')));
+    EXPECT_FALSE(isJobId(std::string("a\0b", 3)));
+}
+
+TEST(JobDirectory, LeavesThePathEmptyForAnIdThatWouldLeaveTheRoot) {
+    std::wstring path = L"before";
+    EXPECT_FALSE(jobDirectory("..\\..\\Windows", path));
+    EXPECT_TRUE(path.empty());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_NAME});
+
+    ASSERT_TRUE(jobDirectory("job-1", path));
+    std::wstring data;
+    ASSERT_TRUE(dataDirectory(data));
+    EXPECT_EQ(path, data + L"\\job\\job-1");
+    EXPECT_NE(data.find(L"\\trevold\\Dorvo"), std::wstring::npos);
+}
+
+TEST(LongPath, PrefixesAbsolutePathsOnly) {
+    const struct {
+        const wchar_t* path;
+        const wchar_t* expected;
+    } rows[] = {
+        {L"C:\\a", L"\\\\?\\C:\\a"},
+        {L"C:/a/b", L"\\\\?\\C:\\a\\b"},
+        {L"C:\\", L"\\\\?\\C:\\"},
+        {L"C:a", L"C:a"},
+        {L"a\\b", L"a\\b"},
+        {L"\\\\server\\share\\x", L"\\\\?\\UNC\\server\\share\\x"},
+        {L"\\\\?\\C:\\a", L"\\\\?\\C:\\a"},
+        {L"\\\\.\\pipe\\x", L"\\\\.\\pipe\\x"},
+        {L"\\\\?\\GLOBALROOT\\Device\\Copy1\\a", L"\\\\?\\GLOBALROOT\\Device\\Copy1\\a"},
+        {L"", L""},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(longPath(row.path), row.expected);
+    }
+}
+
+// A folder tree of the test's own that goes when the test ends.
+class RmRf : public testing::Test {
+protected:
+    void SetUp() override {
+        wchar_t folder[MAX_PATH];
+        GetTempPathW(MAX_PATH, folder);
+        root_ = std::wstring(folder) + L"rm_rf_test";
+        rm_rf(root_, true);
+        ASSERT_TRUE(createDirectories(root_ + L"\\a\\b\\c"));
+    }
+    void TearDown() override { rm_rf(root_, true); }
+
+    static void touch(const std::wstring& path, DWORD attributes = FILE_ATTRIBUTE_NORMAL) {
+        HANDLE file = CreateFileW(longPath(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                  attributes, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE) << GetLastError();
+        CloseHandle(file);
+    }
+    static bool exists(const std::wstring& path) {
+        return GetFileAttributesW(longPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+    }
+
+    std::wstring root_;
+};
+
+TEST_F(RmRf, RemovesReadOnlyHiddenAndDeepEntries) {
+    touch(root_ + L"\\a\\readonly", FILE_ATTRIBUTE_READONLY);
+    touch(root_ + L"\\a\\b\\hidden", FILE_ATTRIBUTE_HIDDEN);
+    std::wstring deep = root_ + L"\\a";
+    for (int level = 0; level < 12; ++level) {
+        deep += L"\\a folder with a rather long name " + std::to_wstring(level);
+    }
+    ASSERT_TRUE(createDirectories(deep)) << GetLastError();
+    touch(deep + L"\\file");
+    EXPECT_GT(deep.size(), size_t{MAX_PATH});
+
+    EXPECT_TRUE(rm_rf(root_, true));
+    EXPECT_FALSE(exists(root_));
+}
+
+TEST_F(RmRf, KeepsTheFolderItselfWhenAsked) {
+    EXPECT_TRUE(rm_rf(root_, false));
+    EXPECT_TRUE(exists(root_));
+    EXPECT_FALSE(exists(root_ + L"\\a"));
+}
+
+TEST_F(RmRf, RemovesOneFileAndTakesAMissingPathAsDone) {
+    touch(root_ + L"\\file");
+    EXPECT_TRUE(rm_rf(root_ + L"\\file", false));
+    EXPECT_FALSE(exists(root_ + L"\\file"));
+    EXPECT_TRUE(rm_rf(root_ + L"\\file", true));
+    EXPECT_TRUE(rm_rf(root_ + L"\\no folder\\file", true));
+}
+
+TEST_F(RmRf, GoesOnPastAnEntryThatIsInUse) {
+    touch(root_ + L"\\a\\last");
+    HANDLE held = CreateFileW((root_ + L"\\a\\b\\held").c_str(), GENERIC_WRITE, 0, nullptr,
+                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(rm_rf(root_, true));
+    EXPECT_FALSE(exists(root_ + L"\\a\\last"));
+    EXPECT_TRUE(exists(root_ + L"\\a\\b\\held"));
+    CloseHandle(held);
+}
+
+}  // namespace
+}  // namespace dorvo
