@@ -1,8 +1,13 @@
 # Code without an operating system in it, built natively too: clang's sanitizers and fuzzers
 # reach it there. A test is listed beside what it tests.
 set(pure_sources
+    libs/json_spirit/boost_json.cpp
+    libs/json_spirit/reader.cpp
+    libs/json_spirit/value.cpp
+    libs/json_spirit/writer.cpp
     src/base/md5.cpp)
 set(pure_tests
+    libs/json_spirit/json_spirit_test.cpp
     src/base/md5_test.cpp)
 
 list(TRANSFORM pure_sources PREPEND ${CMAKE_SOURCE_DIR}/)
