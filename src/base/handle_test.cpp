@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "base/singleton.h"
@@ -27,7 +28,7 @@ TEST(UniqueHandle, ClosesEachValueOnceAndKeepsTheLastError) {
     {
         Counted first(1);
         Counted second(std::move(first));
-        EXPECT_FALSE(first);
+        EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): an owner is empty then
         second.reset(2);
         EXPECT_EQ(closed, std::vector{1});
         second = Counted(3);
@@ -51,9 +52,9 @@ struct Slow {
 };
 
 TEST(Singleton, IsMadeOnceHoweverManyThreadsAsk) {
-    std::vector<KernelHandle> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back(CreateThread(
+    std::array<KernelHandle, 8> threads;
+    for (KernelHandle& thread : threads) {
+        thread.reset(CreateThread(
             nullptr, 0,
             [](void*) -> DWORD { return ATL::CComSingleton<Slow>::instance() != nullptr; }, nullptr,
             0, nullptr));
