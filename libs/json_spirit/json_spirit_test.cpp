@@ -1,0 +1,182 @@
+#include "json_spirit/json_spirit.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <sstream>
+
+namespace json_spirit {
+namespace {
+
+Value parse(const std::string& text) {
+    Value value;
+    read_or_throw(text, value);
+    return value;
+}
+
+TEST(JsonValue, GettersTakeTheirOwnTypeOnly) {
+    const Value text("8080");
+    EXPECT_EQ(text.get_str(), "8080");
+    EXPECT_THROW(text.get_int(), std::runtime_error);
+    EXPECT_THROW(text.get_bool(), std::runtime_error);
+    EXPECT_THROW(text.get_obj(), std::runtime_error);
+    EXPECT_THROW(Value(1).get_bool(), std::runtime_error);
+    EXPECT_THROW(Value(true).get_int(), std::runtime_error);
+    EXPECT_THROW(Value(1.0).get_int(), std::runtime_error);
+    EXPECT_THROW(Value().get_array(), std::runtime_error);
+    EXPECT_EQ(Value(7).get_real(), 7.0);
+}
+
+TEST(JsonValue, IntegersKeepTheirRange) {
+    constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
+    constexpr uint64_t highest = std::numeric_limits<uint64_t>::max();
+    EXPECT_EQ(parse("-9223372036854775808").get_int64(), lowest);
+    EXPECT_EQ(parse("18446744073709551615").get_uint64(), highest);
+    EXPECT_TRUE(parse("9223372036854775808").is_uint64());
+    EXPECT_EQ(parse("18446744073709551616").type(), real_type);
+    EXPECT_EQ(parse("4294967296").type(), int_type);
+    EXPECT_THROW(parse("2147483648").get_int(), std::runtime_error);
+    EXPECT_THROW(parse("9223372036854775808").get_int64(), std::runtime_error);
+    EXPECT_THROW(Value(-1).get_uint64(), std::runtime_error);
+    // One number is one value, whatever type it came from.
+    EXPECT_EQ(Value(5U), Value(5));
+    EXPECT_EQ(Value(uint64_t{5}), parse("5"));
+}
+
+TEST(JsonReader, SaysWhereAndWhy) {
+    struct Row {
+        const char* name;
+        std::string text;
+        unsigned line, column;
+    };
+    const Row rows[] = {
+        {"nothing", "", 1, 1},
+        {"cut off", "{\"a\":", 1, 6},
+        {"on the second line", "{\n  \"a\" : x\n}", 2, 9},
+        {"after CR LF", "[\r\n1,\r\n]", 3, 1},
+        {"a second value", "{} {}", 1, 4},
+        {"bytes after the value", "1\n\n x", 3, 2},
+        {"a byte that is no UTF-8", "\"a\xFF\"", 1, 3},
+        {"an overlong form", "\"\xC0\x80\"", 1, 2},
+        {"a lone surrogate", "\"\\ud800\"", 1, 8},
+        {"a comment", "/**/1", 1, 1},
+        {"a byte-order mark", "\xEF\xBB\xBF{}", 1, 1},
+        {"a line end in a string", "\"a\nb\"", 1, 3},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Value value("kept");
+        try {
+            read_or_throw(row.text, value);
+            ADD_FAILURE() << "taken: " << write(value);
+        } catch (const Error_position& error) {
+            EXPECT_EQ(error.line_, row.line);
+            EXPECT_EQ(error.column_, row.column);
+            EXPECT_FALSE(error.reason_.empty());
+        }
+        EXPECT_EQ(value, Value("kept"));
+    }
+}
+
+TEST(JsonReader, EveryPrefixOfAnObjectIsRefused) {
+    const std::string whole = R"({"a" : [1, -2.5e3, "\u00e9"], "b" : {"c" : null}})";
+    parse(whole);
+    for (size_t length = 0; length < whole.size(); ++length) {
+        EXPECT_THROW(parse(whole.substr(0, length)), Error_position) << length;
+    }
+}
+
+TEST(JsonReader, BoundsTheDepth) {
+    const auto nested = [](size_t depth) {
+        return std::string(depth, '[') + std::string(depth, ']');
+    };
+    EXPECT_EQ(write(parse(nested(maxDepth))), nested(maxDepth));
+    EXPECT_THROW(parse(nested(maxDepth + 1)), Error_position);
+    EXPECT_THROW(parse(nested(1'000'000)), Error_position);
+}
+
+TEST(JsonReader, TheLaterOfTwoMembersCounts) {
+    EXPECT_EQ(write(parse(R"({"a":1,"b":2,"a":3})")), R"({"a":3,"b":2})");
+}
+
+TEST(JsonReader, ReadsAStreamToItsEnd) {
+    std::istringstream stream(" [1] \n");
+    Value value;
+    read_or_throw(stream, value);
+    EXPECT_EQ(value.get_array().size(), 1U);
+    std::istringstream more("[1]\n2");
+    EXPECT_THROW(read_or_throw(more, value), Error_position);
+}
+
+TEST(JsonWriter, FormatsOneMemberALine) {
+    const Value value(Object{{"b", Array{1, "x", Object{}}},
+                             {"a", Object{{"on", true}, {"none", Value()}}},
+                             {"c", Array{}}});
+    EXPECT_EQ(write_formatted(value), R"({
+    "a" : {
+        "none" : null,
+        "on" : true
+    },
+    "b" : [
+        1,
+        "x",
+        {
+        }
+    ],
+    "c" : [
+    ]
+})");
+    EXPECT_EQ(write(value), R"({"a":{"none":null,"on":true},"b":[1,"x",{}],"c":[]})");
+    std::ostringstream stream;
+    write_formatted(value, stream);
+    EXPECT_EQ(parse(stream.str()), value);
+}
+
+TEST(JsonWriter, EscapesControlCharactersOnly) {
+    EXPECT_EQ(write(Value("a\"\\/\b\f\n\r\t\x01\x1f\x7f")),
+              "\"a\\\"\\\\/\\b\\f\\n\\r\\t\\u0001\\u001f\x7f\"");
+    EXPECT_EQ(write(Value(std::string("\0", 1))), "\"\\u0000\"");
+    const std::string text = "\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80";
+    EXPECT_EQ(write(Value(text)), '"' + text + '"');
+}
+
+// A store that holds such bytes must stay readable.
+TEST(JsonWriter, ReplacesBytesThatAreNoUtf8) {
+    const char* const broken[] = {"\x80",         "\xC0\x80",         "\xC3",
+                                  "\xE0\x80\x80", "\xED\xA0\x80",     "\xF0\x80\x80\x80",
+                                  "\xE2\x82",     "\xF4\x90\x80\x80", "\xFF"};
+    for (const char* bytes : broken) {
+        const std::string text = std::string("a") + bytes + "b";
+        const std::string read = parse(write(Value(text))).get_str();
+        EXPECT_EQ(read.substr(0, 4), "a\xEF\xBF\xBD") << testing::PrintToString(text);
+        EXPECT_EQ(read.back(), 'b');
+    }
+}
+
+TEST(JsonWriter, RealsComeBackAsTheyWere) {
+    for (const double number : {0.1, 1.0, -2.5e300, 5e-324, 123456789012345680.0}) {
+        EXPECT_EQ(parse(write(Value(number))), Value(number)) << number;
+    }
+    EXPECT_EQ(write(Value(std::numeric_limits<double>::infinity())), "null");
+    EXPECT_EQ(write(Value(std::nan(""))), "null");
+}
+
+TEST(JsonOrdered, KeepsTheOrderOfMembers) {
+    Ordered_value value;
+    read_or_throw(R"({"z":1,"a":2,"m":{"y":1,"x":2}})", value);
+    EXPECT_EQ(write(value), R"({"z":1,"a":2,"m":{"y":1,"x":2}})");
+    Config_vector<std::string>::add(value.get_obj(), "a", 7);
+    Config_vector<std::string>::add(value.get_obj(), "b", 8);
+    EXPECT_EQ(write(value), R"({"z":1,"a":7,"m":{"y":1,"x":2},"b":8})");
+}
+
+TEST(JsonObject, GivesAStringMemberOrThrows) {
+    const Object object{{"id", "j1"}, {"state", 3}};
+    EXPECT_EQ(object_get_str_or_throw(object, "id"), "j1");
+    EXPECT_THROW(object_get_str_or_throw(object, "state"), std::runtime_error);
+    EXPECT_THROW(object_get_str_or_throw(object, "user"), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace json_spirit
