@@ -8,6 +8,10 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 add_library(dorvo_flags INTERFACE)
 target_compile_options(dorvo_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
+if(WIN32)
+  # <windows.h> without the old sockets, so that headers may come in any order.
+  target_compile_definitions(dorvo_flags INTERFACE WIN32_LEAN_AND_MEAN)
+endif()
 target_include_directories(dorvo_flags INTERFACE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/libs
                                                  ${CMAKE_SOURCE_DIR}/tests)
 # Boost and CLI11 are headers only; a folder of links keeps the rest of /usr/include out.

@@ -1,0 +1,106 @@
+#include "base/logfile.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "base/log.h"
+#include "base/text.h"
+
+namespace dorvo {
+namespace {
+
+class LogFileTest : public testing::Test {
+protected:
+    LogFileTest() {
+        wchar_t folder[MAX_PATH];
+        GetTempPathW(MAX_PATH, folder);
+        path_ = std::wstring(folder) + L"logfile_test.log";
+        remove();
+    }
+    ~LogFileTest() override {
+        file_.close();
+        remove();
+    }
+
+    static std::string content(const std::wstring& path) {
+        std::ifstream in(toUtf8(path), std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+
+    std::wstring path_;
+    LogFile file_;
+
+private:
+    void remove() const {
+        DeleteFileW(path_.c_str());
+        DeleteFileW((path_ + L".old").c_str());
+    }
+};
+
+TEST_F(LogFileTest, WritesTimeThreadLevelAndMessage) {
+    ASSERT_TRUE(file_.open(path_));
+    file_.write(LogLevel::error, "@77@Failed {x}, 5.\n");
+    file_.write(LogLevel::information, "no thread and no line end");
+    file_.close();
+    const std::regex expected(
+        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} 77 error Failed \{x\}, 5\.\n)"
+        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} - info no thread and no line end\n)");
+    EXPECT_TRUE(std::regex_match(content(path_), expected)) << content(path_);
+}
+
+TEST_F(LogFileTest, AppendsToWhatIsThereAndToWhatAnotherWriterAdds) {
+    ASSERT_TRUE(file_.open(path_));
+    file_.write(LogLevel::debug, "@1@one\n");
+    LogFile other;
+    ASSERT_TRUE(other.open(path_));
+    other.write(LogLevel::debug, "@1@two\n");
+    file_.write(LogLevel::debug, "@1@three\n");
+    const std::string all = content(path_);
+    EXPECT_LT(all.find("one"), all.find("two"));
+    EXPECT_LT(all.find("two"), all.find("three"));
+    EXPECT_NE(all.find("three"), std::string::npos);
+}
+
+TEST_F(LogFileTest, KeepsOneOldFileAndStaysBelowItsLimit) {
+    constexpr uint64_t limit = 200;
+    ASSERT_TRUE(file_.open(path_, limit));
+    for (int i = 0; i < 20; ++i) {
+        file_.write(LogLevel::debug, "@1@line " + std::to_string(i) + "\n");
+    }
+    file_.close();
+    const std::string now = content(path_);
+    const std::string old = content(path_ + L".old");
+    EXPECT_LE(now.size(), limit);
+    EXPECT_LE(old.size(), limit);
+    EXPECT_NE(now.find("line 19\n"), std::string::npos);
+    EXPECT_FALSE(old.empty());
+    EXPECT_EQ((old + now).find("line 0\n"), std::string::npos);
+}
+
+TEST_F(LogFileTest, RefusesAPathThatCannotBe) {
+    EXPECT_FALSE(file_.open(path_ + L"\\no\\folder"));
+    file_.write(LogLevel::error, "@1@lost\n");
+}
+
+TEST_F(LogFileTest, TakesTheModulesLogWithoutTraces) {
+    const u_long mask = ACE_Log_Msg::instance()->priority_mask(ACE_Log_Msg::PROCESS);
+    ASSERT_TRUE(openLogFile(path_));
+    log(LogLevel::information, "Remove job %C.\n", "a");
+    { FunctionTrace trace("Thing::run", "thing.cpp"); }
+    closeLogFile();
+    log(LogLevel::information, "after\n");
+    ACE_Log_Msg::instance()->priority_mask(mask, ACE_Log_Msg::PROCESS);
+    ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
+    const std::string all = content(path_);
+    EXPECT_NE(all.find(" info Remove job a.\n"), std::string::npos) << all;
+    EXPECT_EQ(all.find("Thing::run"), std::string::npos);
+    EXPECT_EQ(all.find("after"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace dorvo
