@@ -5,10 +5,14 @@ set(pure_sources
     libs/json_spirit/reader.cpp
     libs/json_spirit/value.cpp
     libs/json_spirit/writer.cpp
-    src/base/md5.cpp)
+    src/base/md5.cpp
+    src/storage/block_form.cpp
+    src/storage/request_bodies.cpp)
 set(pure_tests
     libs/json_spirit/json_spirit_test.cpp
-    src/base/md5_test.cpp)
+    src/base/md5_test.cpp
+    src/storage/block_form_test.cpp
+    src/storage/request_bodies_test.cpp)
 
 list(TRANSFORM pure_sources PREPEND ${CMAKE_SOURCE_DIR}/)
 list(TRANSFORM pure_tests PREPEND ${CMAKE_SOURCE_DIR}/)

@@ -1,0 +1,54 @@
+// Where a backup job puts what it reads: the interface of all storage back ends of backup jobs.
+//
+// A storage serves one run. Calls come in this order, all on the job's worker thread: start() once,
+// then backup() and recordError() for the items of the source list, then end() or cancel() or
+// neither (a paused run, which a later storage continues). A resumed run makes a new storage and
+// calls start() again; cancel() may come without start().
+//
+// Every operation answers true when the back end holds what it was given, so that it survives the
+// end of this process and of the service's. False leaves the reason in the thread's last error: a
+// Win32 or socket code, an HTTP status other than 200 as (status OR 0x20010000), 1223 when the job
+// was asked to stop. Failures are logged here, with the operation's subject; the caller decides
+// what becomes of the run. Operations block until they are done, fail, or the job's stop signal is
+// set; end(), cancel() and start() of a run that is being ended do not heed the signal.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+
+namespace dorvo {
+
+// The mark of an error code that is an HTTP status.
+constexpr DWORD httpStatusMark = 0x20010000;
+constexpr DWORD httpError(unsigned status) {
+    return httpStatusMark | status;
+}
+
+class BackupStorage {
+public:
+    virtual ~BackupStorage() = default;
+
+    // Opens the run at the back end. Doing it again for a run under way changes nothing there.
+    virtual bool start() = 0;
+
+    // Keeps an item that failed for good, with the error code and, where there is one, its text.
+    // It is on disk when true comes back; the back end learns of it at end() at the latest.
+    virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
+
+    // Hands over the failed items and completes the run.
+    virtual bool end() = 0;
+
+    // Drops the run.
+    virtual bool cancel() = 0;
+
+    // Stores one file or directory under `path` with its attributes. The bytes are read from
+    // `readFrom` (the path on the volume's snapshot), from `path` itself when that is null; always
+    // null for directories. `number` is the item's number in the source list. What an earlier run
+    // got across of the same, unchanged item is not sent again.
+    virtual bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
+                        const wchar_t* readFrom) = 0;
+};
+
+}  // namespace dorvo
