@@ -1,0 +1,67 @@
+// Takes snapshots of volumes for a backup, through the volume shadow copy service.
+//
+// One backup at a time, on one thread that has COM initialised and keeps it so until endBackup.
+// Only setEndEvent may come from other threads. A machine without the service gets an error from
+// startBackup, nothing worse. Snapshots last until endBackup or the end of the object or process.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vssreq/export.h"
+#include "vssreq/snapshotprovider.h"
+
+namespace dorvo {
+
+class DORVO_VSSREQ_API VSSRequester {
+public:
+    // The kind of backup that writers are told of, as the service numbers them.
+    enum BackupType {
+        undefined = 0,
+        full = 1,
+        incremental = 2,
+        differential = 3,
+        log = 4,
+        copy = 5
+    };
+
+    // Over the machine's shadow copy service.
+    VSSRequester();
+    explicit VSSRequester(std::unique_ptr<SnapshotProvider> provider);
+    ~VSSRequester();
+    VSSRequester(const VSSRequester&) = delete;
+    VSSRequester& operator=(const VSSRequester&) = delete;
+
+    // Begins a backup of the volumes (mount points with a trailing backslash) and, when `now` is
+    // set, makes the snapshots. Null or empty: there is nothing to snapshot, which is a success. An
+    // older backup is ended first. False, with no backup begun: the last error is a Win32 code or
+    // an HRESULT, 87 for an unknown backup type, 1223 after setEndEvent. Blocks up to ten minutes.
+    bool startBackup(const std::vector<std::wstring>* volumes, int backupType, bool now);
+    // Makes the snapshots of a backup that was begun without; fails like startBackup.
+    bool makeSnapshot();
+    // Ends the backup and deletes its snapshots; true when there was none. The volumes are gone in
+    // any case.
+    bool endBackup();
+    // Makes a startBackup or makeSnapshot that is under way give up. Any thread; does not wait.
+    void setEndEvent();
+
+    // The snapshots that were made; fewer than the volumes asked for when some can have none.
+    int volumeCount() const;
+    // Index below volumeCount(); the reference lasts until the next start or end.
+    const SnapshotVolume& volume(int index) const;
+    // The service's call that failed last, for a log line.
+    const char* step() const;
+
+private:
+    bool fail(HRESULT result);
+
+    std::unique_ptr<SnapshotProvider> provider_;
+    std::vector<SnapshotVolume> volumes_;
+    HANDLE end_;          // manual-reset event, owned
+    bool begun_ = false;  // the provider has to be told of an end
+};
+
+}  // namespace dorvo

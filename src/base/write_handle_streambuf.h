@@ -1,0 +1,100 @@
+// A stream buffer that writes to a file handle of its own through 8192 bytes.
+//
+// A write that fails, or that the system cuts short for good, makes this and every later operation
+// fail; error() keeps its code. What stands in the buffer when the object goes is written, but
+// nobody learns whether that worked: flush first.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+#include "base/handle.h"
+#include "base/paths.h"
+
+namespace dorvo {
+
+template <class Char, class Traits = std::char_traits<Char>>
+class basic_write_handle_streambuf : public std::basic_streambuf<Char, Traits> {
+    static_assert(sizeof(Char) == 1);
+
+public:
+    using int_type = typename Traits::int_type;
+
+    basic_write_handle_streambuf() { empty(); }
+    // Makes the file anew, or truncates it. is_open() tells whether that worked; last error.
+    explicit basic_write_handle_streambuf(std::wstring_view path) {
+        empty();
+        attach(FileHandle(CreateFileW(longPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
+                                      nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)));
+    }
+    ~basic_write_handle_streambuf() override { close(); }
+
+    // Takes over an open handle at its current position; what it held before is closed.
+    void attach(FileHandle handle) {
+        close();
+        error_ = ERROR_SUCCESS;
+        handle_ = std::move(handle);
+    }
+    // Writes what is left and closes. False, with the last error set, when anything was not
+    // written.
+    bool close() {
+        if (!handle_) {
+            return true;
+        }
+        const bool written = flush();
+        handle_.reset();
+        empty();
+        return written;
+    }
+    bool flush() {
+        const Char* next = this->pbase();
+        while (error_ == ERROR_SUCCESS && next != this->pptr()) {
+            DWORD written = 0;
+            if (WriteFile(handle_.get(), next, static_cast<DWORD>(this->pptr() - next), &written,
+                          nullptr) == 0) {
+                error_ = GetLastError();
+            } else if (written == 0) {
+                error_ = ERROR_DISK_FULL;
+            }
+            next += written;
+        }
+        empty();
+        if (error_ != ERROR_SUCCESS) {
+            SetLastError(error_);
+            return false;
+        }
+        return true;
+    }
+
+    bool is_open() const { return static_cast<bool>(handle_); }
+    HANDLE handle() const { return handle_.get(); }  // borrowed
+    DWORD error() const { return error_; }
+
+protected:
+    int_type overflow(int_type c) override {
+        if (!handle_ || !flush()) {
+            return Traits::eof();
+        }
+        if (!Traits::eq_int_type(c, Traits::eof())) {
+            *this->pptr() = Traits::to_char_type(c);
+            this->pbump(1);
+        }
+        return Traits::not_eof(c);
+    }
+    int sync() override { return handle_ && flush() ? 0 : -1; }
+
+private:
+    void empty() { this->setp(buffer_.data(), buffer_.data() + buffer_.size()); }
+
+    FileHandle handle_;
+    DWORD error_ = ERROR_SUCCESS;  // of the first write that failed
+    std::array<Char, 8192> buffer_;
+};
+
+using write_handle_streambuf = basic_write_handle_streambuf<char>;
+
+}  // namespace dorvo

@@ -1,0 +1,85 @@
+// Produces a run's source list: walks the sources of every volume, through the snapshot where there
+// is one, and writes what has to be sent.
+//
+// Directories are always written; files go through the increment check in batches of 1000, in the
+// order of the walk, so memory does not grow with their number. Records name live paths and carry
+// item numbers from 1. The list is written under another name and renamed when it is complete: a
+// list that is there is whole, but may be an older run's, so whoever begins a new run deletes it.
+//
+// An object generates one list. It runs on the caller's thread and blocks until the list is there.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/interrupter.h"
+#include "job/activity/jobactsrcwriter.h"
+#include "job/source/incrementcheck.h"
+#include "job/source/jobvolume.h"
+#include "job/source/pathexclusions.h"
+#include "job/source/sourcecalculator.h"
+#include "job/source/sourcewalk.h"
+
+namespace dorvo {
+
+class JobActivitySourceGenerator : private SourceCalculator {
+public:
+    struct Options {
+        FilterPolicy* filter = nullptr;      // borrowed, null lets everything pass
+        std::vector<std::wstring> excluded;  // live paths left out with all that lies below them
+        IncrementCheck* check = nullptr;     // borrowed, null sends every file
+        const interrupter* stop = nullptr;   // borrowed, asked between batches
+        // Told of an entry that no record can hold, with its live path and an error code; called on
+        // the generating thread. Such an entry counts in walked() and is not in the list.
+        std::function<void(const std::wstring& path, DWORD error)> failedItem;
+        SourceFileSystem* files = nullptr;  // borrowed, null is the real one
+    };
+
+    explicit JobActivitySourceGenerator(Options options);
+
+    // Writes the list of the volumes' sources to `path`. False, with no list left under that name
+    // that was not there before: the last error says why, 1223 when the interrupter said stop.
+    bool generate(const std::wstring& path, const VolumeMap& volumes);
+
+    // Everything that the walk found, and of that what the list holds.
+    const SourceCalculator& walked() const { return *this; }
+    uint32_t directoryCount() const { return directories_; }
+    uint32_t fileCount() const { return files_; }
+    uint64_t fileSize() const { return size_; }            // bytes of the files to send
+    uint64_t unchangedSize() const { return unchanged_; }  // bytes of those left out
+
+private:
+    struct Entry {
+        std::wstring path;
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+    };
+
+    void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override;
+    bool write(const VolumeMap& volumes);
+    bool writeVolume(const JobVolume& volume, const SourceWalk::Rules& rules);
+    bool writeBatch();
+    bool writeEntry(const Entry& entry);
+    bool interrupted();
+    bool fail(DWORD error);
+
+    Options options_;
+    PathExclusions exclusions_;
+    JobHistorySourceWriter writer_;
+    std::wstring walked_;  // the source under way as it is walked, and as it is recorded
+    std::wstring source_;
+    std::vector<Entry> batch_;
+    uint32_t sincePoll_ = 0;  // entries
+    size_t filesInBatch_ = 0;
+    uint32_t itemNumber_ = 0;  // of the last record
+    uint32_t directories_ = 0;
+    uint32_t files_ = 0;
+    uint64_t size_ = 0;
+    uint64_t unchanged_ = 0;
+    DWORD error_ = ERROR_SUCCESS;  // what ended the generation
+};
+
+}  // namespace dorvo
