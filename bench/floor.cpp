@@ -1,0 +1,416 @@
+// floor HOST PORT USER PASSWORD JOB DIR: the least that a backup of DIR can be on this platform.
+// One thread walks, asks which files changed, and for each of those reads, deflates (level 6),
+// encrypts (AES-128-CBC), writes a temporary file, reads it back in blocks, takes their MD5 and
+// sends the same requests as the agent over one socket. Nothing is recorded, resumed or reported.
+// Prints files, bytes and seconds. JOB is the job's id on the server: a second run under the same
+// id is a run over an unchanged tree.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+// winsock2.h stands before all others of Windows.
+#include <openssl/evp.h>
+#include <rpc.h>
+#include <windows.h>
+#include <zlib.h>
+
+#include <array>
+#include <boost/json/src.hpp>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+namespace json = boost::json;
+constexpr std::size_t blockSize = 131072;
+constexpr std::size_t batchSize = 1000;
+
+struct Entry {
+    std::wstring path;
+    WIN32_FIND_DATAW data;
+    bool folder() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+};
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::runtime_error(what);
+}
+
+std::string utf8(const std::wstring& text) {
+    std::string out(text.size() * 3 + 1, '\0');
+    const int size =
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
+                            static_cast<int>(out.size()), nullptr, nullptr);
+    out.resize(static_cast<std::size_t>(size));
+    return out;
+}
+
+std::wstring wide(const char* text) {
+    std::wstring out(std::string_view(text).size() + 1, L'\0');
+    const int size =
+        MultiByteToWideChar(CP_ACP, 0, text, -1, out.data(), static_cast<int>(out.size()));
+    out.resize(static_cast<std::size_t>(size - 1));
+    return out;
+}
+
+// One connection, one request at a time.
+class Client {
+public:
+    Client(const char* host, const char* port) : host_(host) {
+        addrinfo hints{};
+        hints.ai_socktype = SOCK_STREAM;
+        addrinfo* found = nullptr;
+        if (getaddrinfo(host, port, &hints, &found) != 0)
+            fail("no such host");
+        socket_ = socket(found->ai_family, found->ai_socktype, 0);
+        const bool connected =
+            connect(socket_, found->ai_addr, static_cast<int>(found->ai_addrlen)) == 0;
+        freeaddrinfo(found);
+        if (!connected)
+            fail("the server does not listen");
+        const BOOL on = TRUE;
+        setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on),
+                   sizeof on);
+    }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+    ~Client() { closesocket(socket_); }
+
+    std::string post(const std::string& path, const json::object& body) {
+        const std::string text = json::serialize(body);
+        return exchange(path, "application/json", text, {}, {});
+    }
+
+    void post(const std::string& path, const std::string& type, const std::string& prefix,
+              std::string_view data, const std::string& suffix) {
+        exchange(path, type, prefix, data, suffix);
+    }
+
+private:
+    std::string exchange(const std::string& path, const std::string& type,
+                         const std::string& prefix, std::string_view data,
+                         const std::string& suffix) {
+        const std::size_t length = prefix.size() + data.size() + suffix.size();
+        std::string head = "POST /dorvo/" + path + " HTTP/1.1\r\nHost: " + host_ +
+                           "\r\nContent-Type: " + type +
+                           "\r\nContent-Length: " + std::to_string(length) + "\r\n";
+        if (!cookie_.empty())
+            head += "Cookie: " + cookie_ + "\r\n";
+        head += "\r\n" + prefix;
+        std::array<WSABUF, 3> parts{buffer(head), buffer(data), buffer(suffix)};
+        DWORD sent = 0;
+        if (WSASend(socket_, parts.data(), 3, &sent, 0, nullptr, nullptr) != 0)
+            fail("send failed");
+        if (sent != head.size() + data.size() + suffix.size())
+            fail("short send");
+        return answer(path);
+    }
+
+    static WSABUF buffer(std::string_view text) {
+        return {static_cast<ULONG>(text.size()), const_cast<char*>(text.data())};
+    }
+
+    std::string answer(const std::string& path) {
+        std::string got;
+        std::size_t end;
+        while ((end = got.find("\r\n\r\n")) == std::string::npos)
+            receive(got);
+        const std::size_t length =
+            std::strtoul(header(got, end, "content-length").c_str(), nullptr, 10);
+        while (got.size() < end + 4 + length)
+            receive(got);
+        if (got.compare(9, 3, "200") != 0)
+            fail(path + ": " + got);
+        if (const std::string set = header(got, end, "set-cookie"); !set.empty())
+            cookie_ = set;
+        return got.substr(end + 4);
+    }
+
+    void receive(std::string& got) {
+        std::array<char, 65536> chunk;
+        const int size = recv(socket_, chunk.data(), static_cast<int>(chunk.size()), 0);
+        if (size <= 0)
+            fail("the server closed");
+        got.append(chunk.data(), static_cast<std::size_t>(size));
+    }
+
+    static std::string header(const std::string& head, std::size_t end, const std::string& name) {
+        for (std::size_t line = head.find("\r\n"); line < end; line = head.find("\r\n", line + 2)) {
+            const std::size_t colon = head.find(':', line);
+            if (colon < end && colon - line - 2 == name.size() &&
+                _strnicmp(head.data() + line + 2, name.data(), name.size()) == 0)
+                return head.substr(colon + 2, head.find("\r\n", colon) - colon - 2);
+        }
+        return {};
+    }
+
+    SOCKET socket_;
+    std::string host_, cookie_;
+};
+
+class Backup {
+public:
+    Backup(Client& client, std::string job) : client_(client), job_(std::move(job)) {
+        EVP_CIPHER_CTX_set_padding(cipher_, 1);
+        std::array<wchar_t, MAX_PATH> folder;
+        GetTempPathW(MAX_PATH, folder.data());
+        temporary_ = folder.data() + std::wstring(L"floor.package");
+        instance_ = uuid();
+    }
+    Backup(const Backup&) = delete;
+    Backup& operator=(const Backup&) = delete;
+    ~Backup() {
+        DeleteFileW(temporary_.c_str());
+        EVP_CIPHER_CTX_free(cipher_);
+        EVP_MD_CTX_free(digest_);
+    }
+
+    void run(const std::wstring& root) {
+        walk(root);
+        ask();
+        client_.post("WebServer/jobs/StartJob.php", {{"jobdefinitionid", job_},
+                                                     {"jobinstanceid", instance_},
+                                                     {"totaldirectories", folders},
+                                                     {"totalfiles", files},
+                                                     {"totalsize", bytes},
+                                                     {"starttime", "2020-01-01 00:00:00"}});
+        for (const Entry& entry : toSend_)
+            send(entry);
+        client_.post("Storage%20Server/backupServer/endjob.php",
+                     {{"jobinstanceid", instance_}, {"endtime", "2020-01-01 00:00:00"}});
+    }
+
+    std::uint64_t folders = 0, files = 0, bytes = 0, sentFiles = 0;
+
+private:
+    static std::string uuid() {
+        UUID id;
+        if (UuidCreate(&id) != RPC_S_OK)
+            fail("no instance id");
+        RPC_CSTR text = nullptr;
+        if (UuidToStringA(&id, &text) != RPC_S_OK)
+            fail("no instance id");
+        std::string out = reinterpret_cast<char*>(text);
+        RpcStringFreeA(&text);
+        return out;
+    }
+
+    void walk(const std::wstring& folder) {
+        WIN32_FIND_DATAW data;
+        const HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &data,
+                                             FindExSearchNameMatch, nullptr, 0);
+        if (find == INVALID_HANDLE_VALUE)
+            fail("cannot list " + utf8(folder));
+        std::vector<std::wstring> below;
+        do {
+            const std::wstring name = data.cFileName;
+            if (name == L"." || name == L"..")
+                continue;
+            Entry entry{folder + L"\\" + name, data};
+            if (entry.folder()) {
+                ++folders;
+                below.push_back(entry.path);
+                toSend_.push_back(std::move(entry));
+            } else {
+                ++files;
+                bytes += size(data);
+                batch_.push_back(std::move(entry));
+                if (batch_.size() == batchSize)
+                    ask();
+            }
+        } while (FindNextFileW(find, &data));
+        FindClose(find);
+        for (const std::wstring& next : below)
+            walk(next);
+    }
+
+    static std::uint64_t size(const WIN32_FIND_DATAW& data) {
+        return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    }
+
+    // The increment check of one batch.
+    void ask() {
+        if (batch_.empty())
+            return;
+        json::array source;
+        std::unordered_map<std::string, std::size_t> index;
+        for (std::size_t i = 0; i < batch_.size(); ++i) {
+            const FILETIME& time = batch_[i].data.ftLastWriteTime;
+            std::string path = utf8(batch_[i].path);
+            source.push_back({{"path", path},
+                              {"mtimeHigh", time.dwHighDateTime},
+                              {"mtimeLow", time.dwLowDateTime}});
+            index.emplace(std::move(path), i);
+        }
+        const std::string text =
+            client_.post("WebServer/catalog/FilesToBackup.php", {{"id", job_},
+                                                                 {"jobinstanceid", instance_},
+                                                                 {"compress", true},
+                                                                 {"source", std::move(source)}});
+        const json::value answer = json::parse(text);
+        for (const json::value& item : answer.at("source").as_array())
+            toSend_.push_back(
+                std::move(batch_[index.at(std::string(item.at("path").as_string()))]));
+        batch_.clear();
+    }
+
+    void send(const Entry& entry) {
+        const std::uint64_t packed = entry.folder() ? 0 : encode(entry.path);
+        const WIN32_FIND_DATAW& d = entry.data;
+        const std::string path = utf8(entry.path);
+        client_.post("Storage%20Server/backupServer/uploadfile.php",
+                     {{"attri",
+                       {{"dwFileAttributes", d.dwFileAttributes},
+                        {"nFileSizeHigh", d.nFileSizeHigh},
+                        {"nFileSizeLow", d.nFileSizeLow},
+                        {"ftCreationTimedwHighDateTime", d.ftCreationTime.dwHighDateTime},
+                        {"ftCreationTimedwLowDateTime", d.ftCreationTime.dwLowDateTime},
+                        {"ftLastAccessTimedwHighDateTime", d.ftLastAccessTime.dwHighDateTime},
+                        {"ftLastAccessTimedwLowDateTime", d.ftLastAccessTime.dwLowDateTime},
+                        {"ftLastWriteTimedwHighDateTime", d.ftLastWriteTime.dwHighDateTime},
+                        {"ftLastWriteTimedwLowDateTime", d.ftLastWriteTime.dwLowDateTime}}},
+                      {"type", entry.folder() ? "folder" : "file"},
+                      {"jobinstanceid", instance_},
+                      {"sourcename", path},
+                      {"totalsizeHigh", packed >> 32},
+                      {"totalsizeLow", packed & 0xffffffff},
+                      {"totalblock", packed / blockSize + (entry.folder() ? 0 : 1)}});
+        if (entry.folder())
+            return;
+        ++sentFiles;
+        sendBlocks(path);
+    }
+
+    static HANDLE open(const std::wstring& path, DWORD access, DWORD how) {
+        const HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ, nullptr, how,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file == INVALID_HANDLE_VALUE)
+            fail("cannot open " + utf8(path));
+        return file;
+    }
+
+    // Source to temporary file; gives the package's size.
+    std::uint64_t encode(const std::wstring& path) {
+        static constexpr std::array<unsigned char, 16> key{1}, iv{2};
+        const HANDLE in = open(path, GENERIC_READ, OPEN_EXISTING);
+        const HANDLE out = open(temporary_, GENERIC_WRITE, CREATE_ALWAYS);
+        EVP_EncryptInit_ex(cipher_, EVP_aes_128_cbc(), nullptr, key.data(), iv.data());
+        z_stream deflater{};
+        deflateInit(&deflater, 6);
+        std::uint64_t written = 0;
+        int flush = Z_NO_FLUSH;
+        while (flush != Z_FINISH) {
+            DWORD got = 0;
+            if (!ReadFile(in, plain_.data(), static_cast<DWORD>(plain_.size()), &got, nullptr))
+                fail("cannot read " + utf8(path));
+            if (got == 0)
+                flush = Z_FINISH;
+            deflater.next_in = plain_.data();
+            deflater.avail_in = got;
+            do {
+                deflater.next_out = deflated_.data();
+                deflater.avail_out = static_cast<uInt>(deflated_.size());
+                deflate(&deflater, flush);
+                int size = 0;
+                EVP_EncryptUpdate(cipher_, sealed_.data(), &size, deflated_.data(),
+                                  static_cast<int>(deflated_.size() - deflater.avail_out));
+                written += write(out, size);
+            } while (deflater.avail_out == 0);
+        }
+        deflateEnd(&deflater);
+        int size = 0;
+        EVP_EncryptFinal_ex(cipher_, sealed_.data(), &size);
+        written += write(out, size);
+        CloseHandle(in);
+        CloseHandle(out);
+        return written;
+    }
+
+    std::uint64_t write(HANDLE out, int size) {
+        DWORD done = 0;
+        if (size > 0 && !WriteFile(out, sealed_.data(), static_cast<DWORD>(size), &done, nullptr))
+            fail("cannot write");
+        return done;
+    }
+
+    void sendBlocks(const std::string& path) {
+        const HANDLE package = open(temporary_, GENERIC_READ, OPEN_EXISTING);
+        DWORD got = 0;
+        for (int number = 1;
+             ReadFile(package, block_.data(), static_cast<DWORD>(block_.size()), &got, nullptr) &&
+             got != 0;
+             ++number) {
+            const std::string boundary = uuid(), line = "--" + boundary + "\r\n",
+                              field = line + "Content-Disposition: form-data; name=\"";
+            client_.post("Storage%20Server/backupServer/uploadblock.php",
+                         "multipart/form-data; boundary=" + boundary,
+                         field + "md5\"\r\n\r\n" + md5(got) + "\r\n" + field +
+                             "jobinstanceid\"\r\n\r\n" + instance_ + "\r\n" + field +
+                             "sourcename\"\r\n\r\n" + path + "\r\n" + field +
+                             "file\"; filename=\"" + std::to_string(number) +
+                             ".jpg\"\r\nContent-Type: image/pjpeg\r\n"
+                             "Content-Transfer-Encoding: binary\r\n\r\n",
+                         {block_.data(), got},
+                         "\r\n" + field + "submit\"\r\n\r\nSubmit\r\n--" + boundary + "--\r\n");
+        }
+        CloseHandle(package);
+        DeleteFileW(temporary_.c_str());
+    }
+
+    std::string md5(std::size_t size) {
+        std::array<unsigned char, EVP_MAX_MD_SIZE> hash;
+        unsigned int length = 0;
+        EVP_DigestInit_ex(digest_, EVP_md5(), nullptr);
+        EVP_DigestUpdate(digest_, block_.data(), size);
+        EVP_DigestFinal_ex(digest_, hash.data(), &length);
+        std::string text;
+        for (unsigned int i = 0; i < length; ++i) {
+            text += "0123456789abcdef"[hash[i] >> 4];
+            text += "0123456789abcdef"[hash[i] & 15];
+        }
+        return text;
+    }
+
+    Client& client_;
+    std::string job_, instance_;
+    std::wstring temporary_;
+    std::vector<Entry> batch_, toSend_;
+    EVP_CIPHER_CTX* cipher_ = EVP_CIPHER_CTX_new();
+    EVP_MD_CTX* digest_ = EVP_MD_CTX_new();
+    std::vector<unsigned char> plain_ = std::vector<unsigned char>(65536),
+                               deflated_ = std::vector<unsigned char>(65536),
+                               sealed_ = std::vector<unsigned char>(65536 + 32);
+    std::vector<char> block_ = std::vector<char>(blockSize);
+};
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    if (count != 7) {
+        std::fputs("usage: floor HOST PORT USER PASSWORD JOB DIR\n", stderr);
+        return 2;
+    }
+    WSADATA data;
+    if (WSAStartup(MAKEWORD(2, 2), &data) != 0)
+        return 1;
+    try {
+        const auto start = std::chrono::steady_clock::now();
+        Client client(arguments[1], arguments[2]);
+        client.post("WebServer/user/Login.php",
+                    {{"user", arguments[3]}, {"password", arguments[4]}, {"machine", "floor"}});
+        Backup backup(client, arguments[5]);
+        backup.run(wide(arguments[6]));
+        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+        std::printf("%llu files, %llu bytes, %llu sent, %.2f s\n",
+                    static_cast<unsigned long long>(backup.files),
+                    static_cast<unsigned long long>(backup.bytes),
+                    static_cast<unsigned long long>(backup.sentFiles), seconds.count());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "floor: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

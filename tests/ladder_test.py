@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""No include runs back up the ladder of folders: a module of src/ uses those that src/CMakeLists.txt
+adds before it, and libs/ use nothing of src/."""
+
+import pathlib
+import re
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.M)
+
+
+def modules(root):
+    return re.findall(r"^add_subdirectory\(([\w/]+)\)", (root / "src/CMakeLists.txt").read_text(), re.M)
+
+
+def module_of(path, names):
+    """The longest module that holds the path, None for a path of no module."""
+    holding = [n for n in names if path.startswith(n + "/")]
+    return max(holding, key=len) if holding else None
+
+
+def sources(folder):
+    return sorted(p for p in folder.rglob("*") if p.suffix in (".h", ".cpp"))
+
+
+def climbing_includes(root):
+    """(file, include) of every include that runs back up."""
+    names, found = modules(root), []
+    for file in sources(root / "src"):
+        own = module_of(str(file.relative_to(root / "src")), names)
+        for include in INCLUDE.findall(file.read_text()):
+            # A name without a folder is a neighbour; libs/ and tests/ are below all.
+            if not (root / "src" / include).is_file():
+                continue
+            other = module_of(include, names)
+            if own and (other is None or names.index(other) > names.index(own)):
+                found.append((str(file.relative_to(root)), include))
+    # The libraries are of the agent, not of the module: nothing of src/ is theirs.
+    for file in sources(root / "libs"):
+        for include in INCLUDE.findall(file.read_text()):
+            below = (file.parent / include).is_file() or (root / "libs" / include).is_file()
+            if not below and (root / "src" / include).is_file():
+                found.append((str(file.relative_to(root)), include))
+    return found
+
+
+class LadderTest(unittest.TestCase):
+    def test_no_include_runs_back_up(self):
+        self.assertEqual(climbing_includes(ROOT), [])
+
+    def test_every_source_stands_in_a_module(self):
+        names = modules(ROOT)
+        strays = [str(f) for f in sources(ROOT / "src")
+                  if f.parent != ROOT / "src" and not module_of(str(f.relative_to(ROOT / "src")), names)]
+        self.assertEqual(strays, [])
+
+    def test_finds_what_it_looks_for(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            files = {"src/CMakeLists.txt": "add_subdirectory(base)\nadd_subdirectory(job/source)\nadd_subdirectory(job)\n",
+                     "src/base/log.h": '#include "job/job.h"\n', "src/job/job.h": '#include "job/source/walk.h"\n',
+                     "src/job/source/walk.h": '#include "base/log.h"\n#  include "job/job.h"\n',
+                     "libs/def/def.h": '#include "job/job.h"\n#include "def/other.h"\n', "libs/def/other.h": ""}
+            for name, text in files.items():
+                (root / name).parent.mkdir(parents=True, exist_ok=True)
+                (root / name).write_text(text)
+            self.assertEqual(climbing_includes(root), [("src/base/log.h", "job/job.h"),
+                                                       ("src/job/source/walk.h", "job/job.h"),
+                                                       ("libs/def/def.h", "job/job.h")])
+
+
+if __name__ == "__main__":
+    unittest.main()
