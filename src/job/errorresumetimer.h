@@ -1,0 +1,32 @@
+// Resumes a job some time after an error made it pause itself.
+//
+// When the time has come, "resume" for the job goes into the command queue; a change of the clock
+// starts the delay anew. Used by one thread at a time; the destructor disarms and waits for a call
+// in progress. Never armed or destroyed under a lock that a timer handler takes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "scheduler/timeout_handler.h"
+
+namespace dorvo {
+
+class ErrorResumeTimer : public Timeout_Handler {
+public:
+    static constexpr uint64_t delayMs = 30'000;
+
+    explicit ErrorResumeTimer(std::string jobId) : jobId_(std::move(jobId)) {}
+    ~ErrorResumeTimer() override;
+
+    // Starts the delay. False, with a log line and the thread's last error, when the dispatcher
+    // could not be told; the timer then fires when something else wakes it.
+    bool arm();
+
+    void handle_timeout(uint64_t arg) override;
+
+private:
+    std::string jobId_;
+};
+
+}  // namespace dorvo

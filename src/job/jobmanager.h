@@ -1,0 +1,100 @@
+// The registry of the machine's jobs and the one way to drive them.
+//
+// Every operation takes the manager's re-entrant lock; hold locker() to keep the result of job() or
+// jobs() alive across calls. Jobs are found by id without regard to ASCII case. An operation on an
+// id that no job has gives false. Starting a job waits until its run is under way, the bulk
+// operations with `wait` until the runs have ended, all under the lock.
+//
+// The host opens it once, after the timer dispatcher, and closes it before. Nothing is joined in
+// the destructor: a job that is left at the end of the process is left alone.
+#pragma once
+
+#include <windows.h>
+
+#include <jobdef/jobdefinition.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/api.h"
+#include "base/critical_section.h"
+#include "base/singleton.h"
+#include "job/job.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API JobManagerImpl {
+public:
+    JobManagerImpl() = default;
+    JobManagerImpl(const JobManagerImpl&) = delete;
+    JobManagerImpl& operator=(const JobManagerImpl&) = delete;
+
+    // Gives the dispatcher a new port and makes a job of every job directory. A directory without a
+    // readable definition is deleted; one whose job can't be initialised is left out and kept.
+    // Always true.
+    bool open();
+    // Waits for the removals under way, then ends every run and destroys every job. Not with the
+    // lock held. Idempotent; the manager can be opened again.
+    void close();
+
+    // Adds a job, or gives the job of that id a new definition when none of its runs is under way.
+    // Takes the definition in any case. False for null, an id that is no name for a folder, a
+    // definition that can't be saved, a type that is not known.
+    bool submitJob(JobDefinition* definition);
+
+    const Job* job(const char* id) const;
+    // In the order of loading, then of submission.
+    const std::vector<Job*>& jobs() const { return jobs_; }
+    CriticalSection& locker() { return lock_; }
+
+    bool startJob(const char* id);
+    bool stopJob(const char* id);
+    // A pause made by the user.
+    bool pauseJob(const char* id);
+    bool resumeJob(const char* id);
+    // Refuses starts until lockAllJobs(false).
+    bool lockJob(const char* id);
+    void lockAllJobs(bool locked);
+    bool command(const char* text, const char* id);
+
+    // Stops the job and deletes it with its directory when its run has ended; does not wait.
+    bool removeJob(const char* id);
+    void removeAllJobs();
+
+    // A failure is logged and costs the other jobs nothing.
+    void startAllJobs(bool wait);
+    void stopAllJobs(bool wait);
+    void pauseAllJobs(bool wait);
+    void resumeAllJobs(bool wait);
+
+protected:
+    // Takes the job out and destroys it; called by the job's remove thread.
+    bool deleteJob(const char* id);
+
+private:
+    friend class Job;
+
+    // Takes a remove thread's handle, to join it in close().
+    void adoptRemoveThread(HANDLE thread);
+    void joinRemoveThreads();
+
+    Job* find(const char* id) const;
+    void loadJob(const std::wstring& directory, const std::string& name);
+    bool updateJob(Job& job, std::unique_ptr<JobDefinition>& definition);
+    Job* addJob(std::unique_ptr<JobDefinition>& definition);
+    void forAllJobs(bool wait, const char* failed, const char* waitFailed,
+                    const std::function<bool(Job&)>& operation);
+
+    mutable CriticalSection lock_;  // guards jobs_ and every change of a job
+    std::vector<Job*> jobs_;        // owned
+    std::mutex removersLock_;       // guards removers_
+    std::vector<HANDLE> removers_;  // remove threads to be joined
+};
+
+}  // namespace dorvo
+
+extern template class DORVO_JOB_API
+    ATL::CComSingleton<dorvo::JobManagerImpl, ATL::CComAutoCriticalSection>;

@@ -1,0 +1,27 @@
+// The host's hold on the timer dispatcher of the process.
+//
+// Order: open, activate, everything that uses timers or notifications, close. Every operation gives
+// false with the thread's last error.
+#pragma once
+
+#include "base/api.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API IocpDispatherWrapper {
+public:
+    // Makes the completion port.
+    static bool open();
+    // Starts the worker thread.
+    static bool activate();
+    // Delivers what was posted, ends and joins the worker, closes the port. Not from a timer
+    // handler or an observer. Idempotent.
+    static bool close();
+    // Blocks until the worker has ended.
+    static bool wait();
+    // To be called when the system's clock or time zone has changed: pending timers are planned
+    // again against the new time.
+    static bool notifyTimeChange();
+};
+
+}  // namespace dorvo
