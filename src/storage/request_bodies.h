@@ -9,14 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "job/activity/sourcerecord.h"
 #include "json_spirit/json_spirit.h"
 
 namespace dorvo {
 
 // The unit in which packages travel.
 constexpr uint32_t uploadBlockSize = 131072;
-
-constexpr uint32_t directoryAttribute = 16;
 
 // The nine numbers that the platform keeps of a file or directory.
 struct ItemAttributes {
