@@ -1,0 +1,25 @@
+// The folder "hist" of a job directory: two documents a run.
+//
+// Paths are UTF-16 without a trailing backslash.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "base/api.h"
+
+namespace dorvo {
+
+constexpr size_t keptRuns = 100;
+
+// <job directory>\hist\<instance id> and the same with ".errors".
+DORVO_JOB_API std::wstring jobHistoryInfoPath(const std::wstring& jobDirectory,
+                                              const std::string& instanceId);
+DORVO_JOB_API std::wstring jobHistoryErrorPath(const std::wstring& jobDirectory,
+                                               const std::string& instanceId);
+
+// Removes the oldest runs, both documents of each, so that at most `keep` are left. A run is as old
+// as the newer of its documents' write times. False when something could not be removed.
+DORVO_JOB_API bool trimJobHistory(const std::wstring& jobDirectory, size_t keep = keptRuns);
+
+}  // namespace dorvo

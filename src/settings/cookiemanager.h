@@ -1,0 +1,49 @@
+// The session cookies of the web service and the users they belong to.
+//
+// Kept encoded in "\cookies" of the data directory. One user may own several cookies, a cookie
+// belongs to one user. One object a process, reached through
+// CComSingleton<CookieManagerImpl, CComAutoCriticalSection>; it reads its file when it is made.
+// Any thread. A null or empty argument makes an operation return false without doing anything; an
+// operation that changes something returns whether the file could be written.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "base/api.h"
+#include "base/critical_section.h"
+#include "base/singleton.h"
+#include "json_spirit/value.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API CookieManagerImpl {
+public:
+    CookieManagerImpl();
+    ~CookieManagerImpl();
+    CookieManagerImpl(const CookieManagerImpl&) = delete;
+    CookieManagerImpl& operator=(const CookieManagerImpl&) = delete;
+
+    // Gives the cookie to the user, whoever had it. Writes nothing when it is the user's already.
+    bool saveCookie(const char* user, const char* cookie);
+    // False when the cookie is not there.
+    bool removeCookie(const char* cookie);
+    bool removeAllCookie();
+
+    bool findUser(const char* cookie, std::string& user) const;
+    // The user's smallest cookie in byte order.
+    bool findCookie(const char* user, std::string& cookie) const;
+    bool isCookieValid(const char* cookie) const;
+
+private:
+    bool init();
+    bool save() const;
+
+    mutable CriticalSection lock_;                       // guards cookies_ and the file
+    std::map<std::string, json_spirit::Value> cookies_;  // cookie -> user
+};
+
+}  // namespace dorvo
+
+extern template class DORVO_JOB_API
+    ATL::CComSingleton<dorvo::CookieManagerImpl, ATL::CComAutoCriticalSection>;

@@ -1,0 +1,65 @@
+// The machine's global key, which encodes the secret stores, and each user's encryption key.
+//
+// The global key is made once a machine and kept in the registry. A user's key is made when it is
+// first asked for and kept encoded in "\keys" of the data directory; what is in that file is never
+// given up: while it is there and cannot be read, or a user's entry is damaged, no key is made.
+// One object a process, reached through CComSingleton<KeyManagerImpl, CComAutoCriticalSection>.
+// Any thread. Failures are logged and leave the last error set.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+
+#include "base/api.h"
+#include "base/critical_section.h"
+#include "base/singleton.h"
+#include "json_spirit/value.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API KeyManagerImpl {
+public:
+    static constexpr size_t keySize = 16;
+    static constexpr size_t ivSize = 16;
+
+    KeyManagerImpl();
+    ~KeyManagerImpl();
+    KeyManagerImpl(const KeyManagerImpl&) = delete;
+    KeyManagerImpl& operator=(const KeyManagerImpl&) = delete;
+
+    // These three use no store and take no store's lock.
+
+    // The same 16 bytes of key and 16 of IV at every call on one machine; other sizes fail.
+    static bool globalKey(unsigned char* key, size_t keyLen, unsigned char* iv, size_t ivLen);
+
+    // Writes the text encrypted with the global key, as one line of Base64. True also when the
+    // bytes could not be written (that is logged).
+    static bool encryptStringToTextFile(const wchar_t* path, const std::string& text);
+    static bool decryptStringFromTextFile(const wchar_t* path, std::string& text);
+
+    // The user's 16 bytes of key and 16 of IV, made and saved when the user has none. Nothing is
+    // handed out that is not safely in the file. ERROR_DECRYPTION_FAILED when the file or the
+    // user's entry cannot be read.
+    bool findKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
+                 size_t ivLen);
+
+    // The MD5 of the user's 32 bytes (key, then IV) as 32 hexadecimal digits. Makes no key:
+    // ERROR_NOT_FOUND when the user has none.
+    bool keyChecksum(const char* user, std::string& md5);
+
+private:
+    bool init();
+    bool save(const std::map<std::string, json_spirit::Value>& keys) const;
+    bool usable();
+    bool storedKey(const std::string& user, std::string& bytes) const;
+
+    CriticalSection lock_;                            // guards what follows, and the file
+    std::map<std::string, json_spirit::Value> keys_;  // user -> Base64 of 32 bytes
+    bool loaded_ = false;                             // keys_ is what the file holds
+};
+
+}  // namespace dorvo
+
+extern template class DORVO_JOB_API
+    ATL::CComSingleton<dorvo::KeyManagerImpl, ATL::CComAutoCriticalSection>;

@@ -1,0 +1,45 @@
+// The passwords with which the HTTP layer logs in again when a session is refused.
+//
+// Kept encoded in "\passwords" of the data directory. One object a process, reached through
+// CComSingleton<PasswordManagerImpl, CComAutoCriticalSection>; it reads its file when it is made.
+// Any thread. A null or empty argument makes an operation return false without doing anything; an
+// operation that changes something returns whether the file could be written.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "base/api.h"
+#include "base/critical_section.h"
+#include "base/singleton.h"
+#include "json_spirit/value.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API PasswordManagerImpl {
+public:
+    PasswordManagerImpl();
+    ~PasswordManagerImpl();
+    PasswordManagerImpl(const PasswordManagerImpl&) = delete;
+    PasswordManagerImpl& operator=(const PasswordManagerImpl&) = delete;
+
+    bool savePassword(const char* user, const char* password);
+    // Writes the file even when the user had no password.
+    bool removePassword(const char* user);
+
+    // Byte by byte the stored one.
+    bool isPasswordValid(const char* user, const char* password) const;
+    bool findPassword(const char* user, std::string& password) const;
+
+private:
+    bool init();
+    bool save() const;
+
+    mutable CriticalSection lock_;                         // guards passwords_ and the file
+    std::map<std::string, json_spirit::Value> passwords_;  // user -> password
+};
+
+}  // namespace dorvo
+
+extern template class DORVO_JOB_API
+    ATL::CComSingleton<dorvo::PasswordManagerImpl, ATL::CComAutoCriticalSection>;
