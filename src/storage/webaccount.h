@@ -1,0 +1,52 @@
+// A user's account at the web storage service: logging in, and what the service holds of it.
+//
+// Talks to the server that the options name. Every operation blocks until the server has answered
+// or the connection has failed. False leaves the thread's last error: ERROR_INVALID_PARAMETER when
+// no server is set, a marked HTTP status, a socket error, or ERROR_INVALID_DATA for an answer that
+// is none. One thread at a time. Neither passwords nor cookies are logged.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/api.h"
+#include "json_spirit/json_spirit.h"
+
+namespace dorvo {
+
+// One run of a backup job as the service lists it. Times are UTC texts; empty means none.
+struct WebInstance {
+    std::string machine;
+    std::string jobDefinitionId;
+    std::string jobInstanceId;
+    std::string startTime;
+    std::string endTime;
+    std::string state;
+    uint64_t totalFiles = 0;
+    uint64_t totalDirectories = 0;
+    uint64_t totalSize = 0;
+    uint64_t errors = 0;  // items that failed
+
+    bool operator==(const WebInstance&) const = default;
+};
+
+class DORVO_JOB_API WebAccount {
+public:
+    // Gives the text of the new session's cookie, as it is to be sent back. 401: the user or the
+    // password is wrong; 429: too many failed tries.
+    static bool login(const std::string& user, const std::string& password,
+                      const std::string& machine, std::string& cookie);
+
+    // The runs of one machine (empty: all) and one job (empty: all), as the service orders them.
+    static bool listInstances(const std::string& cookie, const std::string& machine,
+                              const std::string& jobDefinitionId,
+                              std::vector<WebInstance>& instances);
+
+    // Reads the list's JSON. False, with `instances` unchanged, when a member is missing or of
+    // another type.
+    static bool readInstances(const json_spirit::Value& answer,
+                              std::vector<WebInstance>& instances);
+};
+
+}  // namespace dorvo
