@@ -1,11 +1,14 @@
 // package_check KEYHEX IVHEX: opens stored packages with nothing of the project's own code.
-// Standard input holds one package a line: compressed (0 or 1), package file, source file, each
-// ended by a tab or the line. Decrypts (AES-128-CBC), inflates, and compares each byte with the
-// source. Prints a line for each package that differs and ends with 1 when there was one.
+// Standard input holds one package a line, its fields parted by tabs: compressed (0 or 1), the file
+// that holds it, its offset and size there, the source file. Decrypts (AES-128-CBC), inflates, and
+// compares each byte with the source. Prints a line for each package that differs and ends with 1
+// when there was one.
 #include <openssl/evp.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -99,15 +102,22 @@ private:
     bool ended_ = false;
 };
 
-void check(const Bytes& key, const Bytes& iv, bool compressed, const std::string& package,
-           const std::string& source) {
-    std::ifstream file(package, std::ios::binary);
-    if (!file)
-        throw std::runtime_error("no package file");
+// Where a package lies.
+struct Package {
+    bool compressed = false;
+    std::string file;
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+};
+
+void check(const Bytes& key, const Bytes& iv, const Package& package, const std::string& source) {
+    std::ifstream file(package.file, std::ios::binary);
+    if (!file.seekg(static_cast<std::streamoff>(package.offset)))
+        throw std::runtime_error("no package");
     Comparer comparer(source);
     Inflater inflater(comparer);
     const auto pass = [&](unsigned char* data, int size) {
-        if (compressed)
+        if (package.compressed)
             inflater.take(data, static_cast<std::size_t>(size));
         else
             comparer.take(data, static_cast<std::size_t>(size));
@@ -119,17 +129,20 @@ void check(const Bytes& key, const Bytes& iv, bool compressed, const std::string
     std::array<char, 65536> sealed;
     std::array<unsigned char, 65536 + 32> opened;
     int size = 0;
-    while (file.read(sealed.data(), sealed.size()), file.gcount() > 0) {
-        if (EVP_DecryptUpdate(cipher.get(), opened.data(), &size,
-                              reinterpret_cast<const unsigned char*>(sealed.data()),
-                              static_cast<int>(file.gcount())) != 1)
-            throw std::runtime_error("does not decrypt");
+    for (std::uint64_t left = package.size; left != 0;) {
+        const std::uint64_t part = std::min<std::uint64_t>(left, sealed.size());
+        if (!file.read(sealed.data(), static_cast<std::streamsize>(part)))
+            throw std::runtime_error("package ends early");
+        EVP_DecryptUpdate(cipher.get(), opened.data(), &size,
+                          reinterpret_cast<const unsigned char*>(sealed.data()),
+                          static_cast<int>(part));
         pass(opened.data(), size);
+        left -= part;
     }
     if (EVP_DecryptFinal_ex(cipher.get(), opened.data(), &size) != 1)
-        throw std::runtime_error("wrong padding");
+        throw std::runtime_error("does not decrypt");
     pass(opened.data(), size);
-    if (compressed)
+    if (package.compressed)
         inflater.end();
     comparer.end();
 }
@@ -148,14 +161,21 @@ int main(int count, char** arguments) {
         return 2;
     }
     bool different = false;
-    std::string line, compressed, package, source;
+    std::string line;
     while (std::getline(std::cin, line)) {
         std::istringstream fields(line);
+        std::string compressed, offset, size, source;
+        Package package;
         std::getline(fields, compressed, '\t');
-        std::getline(fields, package, '\t');
+        std::getline(fields, package.file, '\t');
+        std::getline(fields, offset, '\t');
+        std::getline(fields, size, '\t');
         std::getline(fields, source);
         try {
-            check(key, iv, compressed == "1", package, source);
+            package.compressed = compressed == "1";
+            package.offset = std::stoull(offset);
+            package.size = std::stoull(size);
+            check(key, iv, package, source);
         } catch (const std::exception& error) {
             different = true;
             std::cout << source << ": " << error.what() << '\n';
