@@ -6,11 +6,13 @@ set(pure_sources
     libs/json_spirit/value.cpp
     libs/json_spirit/writer.cpp
     src/base/md5.cpp
+    src/job/activity/sourcerecord.cpp
     src/storage/block_form.cpp
     src/storage/request_bodies.cpp)
 set(pure_tests
     libs/json_spirit/json_spirit_test.cpp
     src/base/md5_test.cpp
+    src/job/activity/sourcerecord_test.cpp
     src/storage/block_form_test.cpp
     src/storage/request_bodies_test.cpp)
 

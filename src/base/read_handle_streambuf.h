@@ -27,18 +27,19 @@ public:
     using int_type = typename Traits::int_type;
     static constexpr uint32_t pollInterval = 0x200000;  // bytes
 
-    // Opens the file; is_open() tells whether that worked, with the reason in the last error. The
-    // interrupter is borrowed and may be null.
+    // Opens the file; is_open() tells whether that worked, error() why not. The interrupter is
+    // borrowed and may be null.
     explicit basic_read_handle_streambuf(std::wstring_view path, interrupter* stop = nullptr)
         : handle_(CreateFileW(longPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)),
+          error_(handle_ ? DWORD{ERROR_SUCCESS} : GetLastError()),
           stop_(stop) {}
     // Reads an open handle from its current position.
     explicit basic_read_handle_streambuf(FileHandle handle, interrupter* stop = nullptr)
         : handle_(std::move(handle)), stop_(stop) {}
 
     bool is_open() const { return static_cast<bool>(handle_); }
-    DWORD error() const { return error_; }             // of a failed read, else 0
+    DWORD error() const { return error_; }             // of a failed open or read, else 0
     bool interrupted() const { return interrupted_; }  // reading was broken off
 
 protected:
@@ -75,9 +76,9 @@ private:
     }
 
     FileHandle handle_;
+    DWORD error_ = ERROR_SUCCESS;
     uint32_t sincePoll_ = 0;
     interrupter* stop_;  // borrowed
-    DWORD error_ = ERROR_SUCCESS;
     bool interrupted_ = false;
     std::array<Char, 8192> buffer_;
 };

@@ -24,12 +24,14 @@ class basic_write_handle_streambuf : public std::basic_streambuf<Char, Traits> {
 public:
     using int_type = typename Traits::int_type;
 
-    basic_write_handle_streambuf() { empty(); }
-    // Makes the file anew, or truncates it. is_open() tells whether that worked; last error.
+    basic_write_handle_streambuf() = default;
+    // Makes the file anew, or truncates it. is_open() tells whether that worked, error() why not.
     explicit basic_write_handle_streambuf(std::wstring_view path) {
-        empty();
-        attach(FileHandle(CreateFileW(longPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                      nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)));
+        FileHandle made(CreateFileW(longPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        const DWORD error = made ? DWORD{ERROR_SUCCESS} : GetLastError();
+        attach(std::move(made));
+        error_ = error;
     }
     ~basic_write_handle_streambuf() override { close(); }
 
@@ -38,6 +40,9 @@ public:
         close();
         error_ = ERROR_SUCCESS;
         handle_ = std::move(handle);
+        if (handle_) {
+            empty();
+        }
     }
     // Writes what is left and closes. False, with the last error set, when anything was not
     // written.
@@ -47,10 +52,14 @@ public:
         }
         const bool written = flush();
         handle_.reset();
-        empty();
+        this->setp(nullptr, nullptr);  // so that nothing is taken for written any more
         return written;
     }
     bool flush() {
+        if (!handle_) {
+            SetLastError(error_ != ERROR_SUCCESS ? error_ : DWORD{ERROR_INVALID_HANDLE});
+            return false;
+        }
         const Char* next = this->pbase();
         while (error_ == ERROR_SUCCESS && next != this->pptr()) {
             DWORD written = 0;
@@ -76,7 +85,7 @@ public:
 
 protected:
     int_type overflow(int_type c) override {
-        if (!handle_ || !flush()) {
+        if (!flush()) {
             return Traits::eof();
         }
         if (!Traits::eq_int_type(c, Traits::eof())) {
@@ -85,13 +94,13 @@ protected:
         }
         return Traits::not_eof(c);
     }
-    int sync() override { return handle_ && flush() ? 0 : -1; }
+    int sync() override { return flush() ? 0 : -1; }
 
 private:
     void empty() { this->setp(buffer_.data(), buffer_.data() + buffer_.size()); }
 
     FileHandle handle_;
-    DWORD error_ = ERROR_SUCCESS;  // of the first write that failed
+    DWORD error_ = ERROR_SUCCESS;  // of the first call that failed
     std::array<Char, 8192> buffer_;
 };
 

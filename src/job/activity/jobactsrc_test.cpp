@@ -1,0 +1,181 @@
+// Writer and reader of source lists against each other and against damaged files.
+#include <gtest/gtest.h>
+
+#include "base/rm_rf.h"
+#include "job/activity/jobactsrcreader.h"
+#include "job/activity/jobactsrcwriter.h"
+#include "support/log_capture.h"
+
+namespace dorvo {
+namespace {
+
+class SourceList : public testing::Test {
+protected:
+    void SetUp() override {
+        wchar_t temp[MAX_PATH];
+        ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
+        path_ = std::wstring(temp) + L"dorvo_srclist";
+        rm_rf(path_, true);
+    }
+    void TearDown() override { rm_rf(path_, true); }
+
+    void store(const std::string& bytes) const {
+        write_handle_streambuf file(path_);
+        ASSERT_TRUE(file.is_open());
+        file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        ASSERT_TRUE(file.close());
+    }
+    static WIN32_FILE_ATTRIBUTE_DATA data(DWORD attributes, DWORD sizeHigh, DWORD sizeLow) {
+        return {attributes, {1, 2}, {3, 4}, {5, 6}, sizeHigh, sizeLow};
+    }
+
+    std::wstring path_;
+};
+
+TEST_F(SourceList, ReadsBackWhatWasWrittenAndGoesOnAtAnOffset) {
+    JobHistorySourceWriter writer;
+    ASSERT_TRUE(writer.open(path_, false));
+    ASSERT_TRUE(writer.startSet());
+    ASSERT_TRUE(writer.addVolume(L"C:\\"));
+    ASSERT_TRUE(writer.addEntry(L"C:\\d", data(FILE_ATTRIBUTE_DIRECTORY, 0, 0), 1));
+    ASSERT_TRUE(writer.addEntry(L"C:\\d\\\x4e2d", data(FILE_ATTRIBUTE_NORMAL, 2, 7), 2));
+    ASSERT_TRUE(writer.endSet());
+    ASSERT_TRUE(writer.close());
+
+    JobActivitySourceReader reader;
+    ASSERT_TRUE(reader.open(path_, 0));
+    EXPECT_EQ(reader.next(), tagSetStart);
+    EXPECT_EQ(reader.next(), tagVolume);
+    std::wstring name;
+    ASSERT_TRUE(reader.volume(name));
+    EXPECT_EQ(name, L"C:\\");
+    EXPECT_EQ(reader.next(), tagDirectory);
+    EXPECT_FALSE(reader.volume(name));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    const int64_t position = reader.offset();
+    EXPECT_EQ(position, 8 + 18 + 54 + 10);
+
+    ASSERT_TRUE(reader.open(path_, position));
+    ASSERT_EQ(reader.next(), tagFile);
+    WIN32_FILE_ATTRIBUTE_DATA found{};
+    uint64_t number = 0;
+    ASSERT_TRUE(reader.entry(name, found, number));
+    EXPECT_EQ(name, L"C:\\d\\\x4e2d");
+    EXPECT_EQ(number, 2u);
+    EXPECT_EQ(found.dwFileAttributes, DWORD{FILE_ATTRIBUTE_NORMAL});
+    EXPECT_EQ(found.ftLastWriteTime.dwLowDateTime, 5u);
+    EXPECT_EQ(found.ftLastWriteTime.dwHighDateTime, 6u);
+    EXPECT_EQ(found.nFileSizeHigh, 2u);
+    EXPECT_EQ(found.nFileSizeLow, 7u);
+    EXPECT_EQ(reader.next(), tagSetEnd);
+    EXPECT_EQ(reader.next(), 0u);
+}
+
+TEST_F(SourceList, CarriesRecordsLargerThanTheBuffer) {
+    const std::wstring longest(32739, L'x');
+    JobHistorySourceWriter writer;
+    ASSERT_TRUE(writer.open(path_, false));
+    ASSERT_TRUE(writer.addEntry(longest, data(0, 0, 0), 1));
+    EXPECT_FALSE(writer.addEntry(longest + L"x", data(0, 0, 0), 2));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILENAME_EXCED_RANGE});
+    ASSERT_TRUE(writer.endSet());
+    ASSERT_TRUE(writer.close());
+
+    JobActivitySourceReader reader;
+    ASSERT_TRUE(reader.open(path_, 0));
+    ASSERT_EQ(reader.next(), tagFile);
+    std::wstring name;
+    WIN32_FILE_ATTRIBUTE_DATA found{};
+    uint64_t number = 0;
+    ASSERT_TRUE(reader.entry(name, found, number));
+    EXPECT_EQ(name, longest);
+    EXPECT_EQ(reader.next(), tagSetEnd);
+}
+
+TEST_F(SourceList, AppendsOnlyToAListWithContent) {
+    test::LogCapture log;
+    JobHistorySourceWriter writer;
+    EXPECT_FALSE(writer.open(path_, true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+
+    store("");
+    EXPECT_FALSE(writer.open(path_, true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NE(lines[0].text.find("Failed to open job activity source '"), std::string::npos);
+    EXPECT_NE(lines[0].text.find("errorcode=2, "), std::string::npos);
+    EXPECT_NE(lines[1].text.find("to the end, hr=-2147024713, "), std::string::npos);
+
+    ASSERT_TRUE(writer.open(path_, false));
+    ASSERT_TRUE(writer.startSet());
+    ASSERT_TRUE(writer.open(path_, true)) << "reopening writes and closes what was open";
+    ASSERT_TRUE(writer.endSet());
+    ASSERT_TRUE(writer.close());
+    JobActivitySourceReader reader;
+    ASSERT_TRUE(reader.open(path_, 0));
+    EXPECT_EQ(reader.next(), tagSetStart);
+    EXPECT_EQ(reader.next(), tagSetEnd);
+    EXPECT_EQ(reader.next(), 0u);
+}
+
+TEST_F(SourceList, EndsAtDamageAndSaysSoOnlyInsideARecord) {
+    const struct {
+        const char* what;
+        std::string bytes;
+        std::string logged;
+    } rows[] = {
+        {"empty", "", ""},
+        {"part of a head", "ESE", ""},
+        {"part of a body", std::string("VOLB\x12\0\x08\0\x0a\0C", 11), "hr=-2147024858, "},
+        {"no body", std::string("SSET\x08\0", 6), "hr=-2147024858, "},
+        {"a size below the head's", std::string("ESET\x05\0", 6), "hr=-2147024883, "},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        store(row.bytes);
+        test::LogCapture log;
+        JobActivitySourceReader reader;
+        ASSERT_TRUE(reader.open(path_, 0));
+        EXPECT_EQ(reader.next(), 0u);
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), row.logged.empty() ? 0u : 1u);
+        if (!row.logged.empty()) {
+            EXPECT_EQ(
+                lines[0].text.find("Failed to read job activity source offset, " + row.logged), 0u)
+                << lines[0].text;
+        }
+    }
+}
+
+TEST_F(SourceList, FailuresToOpenAreLogged) {
+    test::LogCapture log;
+    JobActivitySourceReader reader;
+    EXPECT_FALSE(reader.open(path_, 0));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(reader.offset(), -1);
+    EXPECT_EQ(reader.next(), 0u);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_NE(lines[0].text.find("hr=-2147024894, "), std::string::npos);
+    EXPECT_EQ(lines[1].text.find("Failed to get job activity source offset, hr="), 0u);
+}
+
+TEST_F(SourceList, AWriteThatFailsFailsEverythingAfterIt) {
+    JobHistorySourceWriter writer;
+    EXPECT_FALSE(writer.startSet()) << "nothing is open";
+    store("content");
+    // A handle without the right to write fails like a disk that is full.
+    writer.attach(FileHandle(CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));
+    EXPECT_TRUE(writer.startSet()) << "buffered";
+    EXPECT_FALSE(writer.flush());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    SetLastError(0);
+    EXPECT_FALSE(writer.flush());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(writer.close());
+}
+
+}  // namespace
+}  // namespace dorvo
