@@ -36,7 +36,7 @@ public:
     // Makes a port and installs it. False with the thread's last error.
     bool open();
     // Replaces the port, also under a waiting worker. Packets that wait in the old port move to the
-    // new one in their order; the old one is closed when the worker has let go of it. Null closes.
+    // new one in their order; the old one is closed when the worker has let go of it.
     void install(std::shared_ptr<Io_Completion_Port> port);
     // Starts the worker; false while one runs, or with the thread's last error.
     bool activate();

@@ -15,5 +15,4 @@ public:
 
 }  // namespace dorvo
 
-extern template class DORVO_JOB_API
-    ATL::CComSingleton<dorvo::Iocp_Dispatcher, ATL::CComAutoCriticalSection>;
+extern template class ATL::CComSingleton<dorvo::Iocp_Dispatcher, ATL::CComAutoCriticalSection>;

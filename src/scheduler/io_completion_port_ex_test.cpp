@@ -1,0 +1,321 @@
+#include "scheduler/io_completion_port_ex.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "scheduler/iocp_dispatcher.h"
+#include "scheduler/iocpdispatherwrapper.h"
+#include "support/signal.h"
+
+namespace dorvo {
+namespace {
+
+using test::Signal;
+
+constexpr uint64_t startTime = 1'000'000'000;
+constexpr uint64_t hour = 3600 * ticksPerSecond;  // no wait of the worker ends by itself
+std::atomic<uint64_t> currentTime{startTime};
+uint64_t testClock() {
+    return currentTime;
+}
+
+class Handler : public Timeout_Handler {
+public:
+    explicit Handler(std::function<void(uint64_t)> body) : body_(std::move(body)) {}
+    void handle_timeout(uint64_t arg) override { body_(arg); }
+
+private:
+    std::function<void(uint64_t)> body_;
+};
+
+class Receiver : public Io_Completion_Port::Event {
+public:
+    explicit Receiver(std::function<void(DWORD, OVERLAPPED*)> body) : body_(std::move(body)) {}
+    void completion(DWORD bytes, ULONG_PTR key, OVERLAPPED* overlapped) override {
+        EXPECT_EQ(key, reinterpret_cast<ULONG_PTR>(this));
+        body_(bytes, overlapped);
+    }
+
+private:
+    std::function<void(DWORD, OVERLAPPED*)> body_;
+};
+
+// A dispatcher on a clock that the test sets.
+class Dispatcher : public testing::Test {
+protected:
+    Dispatcher() { currentTime = startTime; }
+    ~Dispatcher() override { EXPECT_TRUE(port_.close()); }
+
+    void run() {
+        ASSERT_TRUE(port_.open());
+        ASSERT_TRUE(port_.activate());
+    }
+    bool post(Receiver& receiver, uintptr_t value = 0) {
+        return port_.post(0, &receiver, reinterpret_cast<OVERLAPPED*>(value));
+    }
+    // True when the worker has dealt with everything posted before.
+    bool caughtUp() {
+        Signal reached;
+        Receiver receiver([&](DWORD, OVERLAPPED*) { reached.set(); });
+        return post(receiver) && reached.wait();
+    }
+
+    Io_Completion_Port_Ex port_{testClock};
+};
+
+TEST_F(Dispatcher, FiresInOrderOfDeadlinesWithEachItsOwn) {
+    std::vector<uint64_t> fired;
+    Handler handler([&](uint64_t arg) { fired.push_back(arg); });
+    Handler now([](uint64_t) {});
+    run();
+    EXPECT_EQ(port_.schedule_timer(&handler, startTime + 5 * hour), 1);
+    for (const uint64_t hours : {3, 1, 2, 2}) {
+        EXPECT_GT(port_.schedule_timer(&handler, startTime + hours * hour), 0);
+    }
+    EXPECT_TRUE(caughtUp());
+    EXPECT_TRUE(fired.empty());
+    currentTime = startTime + 4 * hour;
+    EXPECT_EQ(port_.schedule_timer(&now, startTime), 6) << "its packet fires whatever is due";
+    EXPECT_EQ(now.timer_id(), 6);
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(fired, (std::vector<uint64_t>{startTime + hour, startTime + 2 * hour,
+                                            startTime + 2 * hour, startTime + 3 * hour}));
+}
+
+TEST_F(Dispatcher, FiresOnTheSystemClock) {
+    Io_Completion_Port_Ex port;
+    ASSERT_TRUE(port.open() && port.activate());
+    std::vector<uint64_t> fired;
+    Signal all;
+    Handler handler([&](uint64_t arg) {
+        fired.push_back(arg);
+        if (fired.size() == 3) {
+            all.set();
+        }
+    });
+    const uint64_t now = localTimeNow();
+    const std::vector<uint64_t> deadlines = {now + 10 * ticksPerMillisecond,
+                                             now + 20 * ticksPerMillisecond,
+                                             now + 30 * ticksPerMillisecond};
+    for (const size_t next : {2, 0, 1}) {
+        EXPECT_GT(port.schedule_timer(&handler, deadlines[next]), 0);
+    }
+    EXPECT_TRUE(all.wait());
+    EXPECT_TRUE(port.close());
+    EXPECT_EQ(fired, deadlines);
+}
+
+TEST_F(Dispatcher, CancelTellsWhatWasPending) {
+    int calls = 0;
+    Handler never([&](uint64_t) { ++calls; });
+    Handler fired([&](uint64_t) { ++calls; });
+    Handler pending([&](uint64_t) { ++calls; });
+    run();
+    SetLastError(77);
+    EXPECT_EQ(port_.cancel_timer(&never), -1);
+    EXPECT_EQ(GetLastError(), 77U) << "no error is set for what was never scheduled";
+    port_.schedule_timer(&fired, startTime);
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(port_.cancel_timer(&fired), -1);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_FOUND});
+    port_.schedule_timer(&pending, startTime + 10);
+    EXPECT_EQ(port_.cancel_timer(&pending), 0);
+    EXPECT_EQ(port_.cancel_timer(&pending), -1);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_FOUND});
+    currentTime = startTime + 20;
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(Dispatcher, ASecondTimerOfAHandlerLeavesTheFirstAlone) {
+    std::vector<uint64_t> fired;
+    Handler handler([&](uint64_t arg) { fired.push_back(arg); });
+    run();
+    port_.schedule_timer(&handler, startTime + 2 * hour);
+    port_.schedule_timer(&handler, startTime + hour);
+    EXPECT_TRUE(caughtUp());
+    currentTime = startTime + 3 * hour;
+    EXPECT_EQ(port_.cancel_timer(&handler), 0) << "cancels the second, and wakes for the first";
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(fired, std::vector<uint64_t>{startTime + 2 * hour});
+}
+
+TEST_F(Dispatcher, AHandlerMayScheduleAndCancelFromItsCall) {
+    Signal again;
+    std::vector<int> order;
+    Handler victim([&](uint64_t) { order.push_back(9); });
+    Handler second([&](uint64_t) { again.set(); });
+    Handler first([&](uint64_t) {
+        order.push_back(1);
+        EXPECT_EQ(port_.cancel_timer(&victim), 0);
+        EXPECT_GT(port_.schedule_timer(&second, startTime), 0);
+    });
+    port_.schedule_timer(&victim, startTime + 1);
+    EXPECT_EQ(port_.schedule_timer(&first, startTime), -1) << "nobody could be woken";
+    currentTime = startTime + 5;
+    run();
+    EXPECT_TRUE(port_.notify_time_change());
+    EXPECT_TRUE(again.wait());
+    EXPECT_EQ(order, std::vector<int>{1});
+}
+
+TEST_F(Dispatcher, AClockChangeReachesEachPendingHandlerOnce) {
+    run();
+    EXPECT_TRUE(port_.notify_time_change()) << "nothing is pending";
+    EXPECT_TRUE(caughtUp());
+    std::vector<std::pair<int, uint64_t>> calls;
+    Handler gone([&](uint64_t arg) { calls.emplace_back(3, arg); });
+    Handler a([&](uint64_t arg) {
+        calls.emplace_back(1, arg);
+        EXPECT_EQ(port_.cancel_timer(&a), -1) << "its timer was dropped";
+        EXPECT_EQ(port_.cancel_timer(&gone), 0) << "another's was not yet";
+        port_.schedule_timer(&a, startTime + 1000);
+    });
+    Handler b([&](uint64_t arg) { calls.emplace_back(2, arg); });
+    port_.schedule_timer(&gone, startTime + 3000);
+    port_.schedule_timer(&b, startTime + 2000);
+    port_.schedule_timer(&a, startTime + 1500);
+    EXPECT_TRUE(port_.notify_time_change());
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(calls, (std::vector<std::pair<int, uint64_t>>{{1, UINT64_MAX}, {2, UINT64_MAX}}));
+    EXPECT_EQ(port_.cancel_timer(&a), 0);
+    EXPECT_EQ(port_.cancel_timer(&b), -1) << "it has not scheduled itself again";
+}
+
+TEST_F(Dispatcher, CancelWaitsForACallInProgress) {
+    Signal inHandler;
+    Signal cancelling;
+    std::atomic<bool> finished{false};
+    Handler handler([&](uint64_t) {
+        inHandler.set();
+        EXPECT_TRUE(cancelling.wait());
+        finished = true;
+    });
+    run();
+    port_.schedule_timer(&handler, startTime);
+    ASSERT_TRUE(inHandler.wait());
+    std::thread canceller([&] {
+        cancelling.set();
+        EXPECT_EQ(port_.cancel_timer(&handler), -1);
+        EXPECT_TRUE(finished);
+    });
+    canceller.join();
+}
+
+TEST_F(Dispatcher, PacketsAreDeliveredWithoutTheLock) {
+    Signal inside;
+    Signal leave;
+    Receiver receiver([&](DWORD, OVERLAPPED*) {
+        inside.set();
+        EXPECT_TRUE(leave.wait());
+    });
+    run();
+    ASSERT_TRUE(post(receiver));
+    ASSERT_TRUE(inside.wait());
+    Handler handler([](uint64_t) {});
+    EXPECT_GT(port_.schedule_timer(&handler, startTime + 10), 0);
+    EXPECT_EQ(port_.cancel_timer(&handler), 0);
+    EXPECT_TRUE(port_.notify_time_change());
+    leave.set();
+}
+
+TEST_F(Dispatcher, ReplacesThePortUnderAWaitingWorkerAndLosesNothing) {
+    std::vector<uintptr_t> got;
+    int fired = 0;
+    Receiver receiver(
+        [&](DWORD, OVERLAPPED* value) { got.push_back(reinterpret_cast<uintptr_t>(value)); });
+    Handler handler([&](uint64_t) { ++fired; });
+    ASSERT_TRUE(port_.open());
+    std::vector<uintptr_t> expected;
+    for (uintptr_t i = 1; i <= 250; ++i) {
+        if (i == 50) {
+            port_.schedule_timer(&handler, startTime + 100);
+            ASSERT_TRUE(port_.activate()) << "what was posted so far has moved on to this port";
+        }
+        expected.push_back(i);
+        EXPECT_TRUE(post(receiver, i));
+        if (i > 50 && i % 3 == 0) {
+            EXPECT_TRUE(caughtUp());
+        }
+        EXPECT_TRUE(port_.open());
+    }
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(got, expected);
+    EXPECT_EQ(fired, 0);
+    currentTime = startTime + 100;
+    Handler now([&](uint64_t) { ++fired; });
+    port_.schedule_timer(&now, startTime);
+    EXPECT_TRUE(caughtUp());
+    EXPECT_EQ(fired, 2) << "a timer outlives the ports";
+}
+
+TEST_F(Dispatcher, CloseDeliversWhatIsStillQueued) {
+    int delivered = 0;
+    Receiver receiver([&](DWORD, OVERLAPPED*) { ++delivered; });
+    ASSERT_TRUE(port_.open());
+    EXPECT_TRUE(post(receiver) && post(receiver));
+    EXPECT_TRUE(port_.close());
+    EXPECT_EQ(delivered, 2);
+    EXPECT_FALSE(post(receiver));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+
+    Signal inside;
+    Signal leave;
+    Receiver slow([&](DWORD, OVERLAPPED*) {
+        inside.set();
+        leave.wait();
+    });
+    run();
+    EXPECT_TRUE(post(slow) && inside.wait() && post(receiver) && post(receiver));
+    std::thread closer([&] { EXPECT_TRUE(port_.close()); });
+    leave.set();
+    closer.join();
+    EXPECT_EQ(delivered, 4);
+}
+
+TEST_F(Dispatcher, HasOneWorkerThatCanBeStartedAgain) {
+    EXPECT_TRUE(port_.close()) << "nothing is open";
+    EXPECT_TRUE(port_.activate());
+    EXPECT_TRUE(port_.wait()) << "a worker without a port ends";
+    run();
+    EXPECT_FALSE(port_.activate());
+    bool closed = true;
+    bool waited = true;
+    Receiver receiver([&](DWORD, OVERLAPPED*) {
+        closed = port_.close();
+        waited = port_.wait();
+    });
+    EXPECT_TRUE(post(receiver) && caughtUp());
+    EXPECT_FALSE(closed) << "the worker cannot join itself";
+    EXPECT_FALSE(waited);
+    std::thread waiter([&] { EXPECT_TRUE(port_.wait()); });
+    EXPECT_TRUE(port_.close());
+    waiter.join();
+    run();
+    EXPECT_TRUE(caughtUp());
+}
+
+TEST(IocpDispatherWrapper, DrivesTheDispatcherOfTheProcess) {
+    EXPECT_FALSE(IocpDispatherWrapper::notifyTimeChange()) << "no port is open";
+    EXPECT_TRUE(IocpDispatherWrapper::open());
+    EXPECT_TRUE(IocpDispatherWrapper::activate());
+    Signal called;
+    Handler handler([&](uint64_t arg) {
+        EXPECT_EQ(arg, Timeout_Handler::clockChanged);
+        called.set();
+    });
+    const uint64_t farAway = localTimeNow() + hour;
+    EXPECT_GT(Iocp_Dispatcher::instance()->schedule_timer(&handler, farAway), 0);
+    EXPECT_TRUE(IocpDispatherWrapper::notifyTimeChange());
+    EXPECT_TRUE(called.wait());
+    EXPECT_TRUE(IocpDispatherWrapper::close());
+    EXPECT_TRUE(IocpDispatherWrapper::wait());
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,27 @@
+#include "scheduler/iocpdispatherwrapper.h"
+
+#include "scheduler/iocp_dispatcher.h"
+
+namespace dorvo {
+
+bool IocpDispatherWrapper::open() {
+    return Iocp_Dispatcher::instance()->open();
+}
+
+bool IocpDispatherWrapper::activate() {
+    return Iocp_Dispatcher::instance()->activate();
+}
+
+bool IocpDispatherWrapper::close() {
+    return Iocp_Dispatcher::instance()->close();
+}
+
+bool IocpDispatherWrapper::wait() {
+    return Iocp_Dispatcher::instance()->wait();
+}
+
+bool IocpDispatherWrapper::notifyTimeChange() {
+    return Iocp_Dispatcher::instance()->notify_time_change();
+}
+
+}  // namespace dorvo

@@ -1,0 +1,99 @@
+#include "scheduler/timer_heap.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace dorvo {
+namespace {
+
+std::vector<int32_t> drain(Timer_Heap& heap) {
+    std::vector<int32_t> ids;
+    while (!heap.empty()) {
+        ids.push_back(heap.pop().id);
+    }
+    return ids;
+}
+
+TEST(TimerHeap, SaysWhetherATimerIsTheEarliest) {
+    Timer_Heap heap;
+    EXPECT_FALSE(heap.push({1, UINT64_MAX, nullptr}));
+    EXPECT_TRUE(heap.push({2, 50, nullptr}));
+    EXPECT_FALSE(heap.push({3, 50, nullptr})) << "an equal deadline overtakes nobody";
+    EXPECT_EQ(heap.front().id, 2);
+    EXPECT_TRUE(heap.push({4, 49, nullptr}));
+    EXPECT_EQ(heap.front().id, 4);
+}
+
+TEST(TimerHeap, GivesTimersInOrderWhateverIsRemoved) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (int round = 0; round < 200; ++round) {
+        Timer_Heap heap;
+        std::vector<Timer_Entry> model;
+        for (int32_t id = 1; id <= 20; ++id) {
+            model.push_back({id, random() % 1000, nullptr});
+            heap.push(model.back());
+        }
+        for (int removals = 0; removals < 8; ++removals) {
+            const auto victim = model.begin() + static_cast<ptrdiff_t>(random() % model.size());
+            const bool front = heap.front().id == victim->id;
+            EXPECT_EQ(heap.remove(victim->id),
+                      front ? Timer_Heap::Removed::front : Timer_Heap::Removed::inner);
+            model.erase(victim);
+        }
+        uint64_t last = 0;
+        std::vector<int32_t> expected;
+        std::vector<int32_t> given;
+        for (const Timer_Entry& entry : model) {
+            expected.push_back(entry.id);
+        }
+        while (!heap.empty()) {
+            const Timer_Entry entry = heap.pop();
+            EXPECT_LE(last, entry.deadline);
+            last = entry.deadline;
+            given.push_back(entry.id);
+        }
+        std::sort(given.begin(), given.end());
+        EXPECT_EQ(given, expected);
+    }
+}
+
+TEST(TimerHeap, RemovesByIdOnly) {
+    Timer_Heap heap;
+    EXPECT_EQ(heap.remove(1), Timer_Heap::Removed::none);
+    heap.push({1, 10, nullptr});
+    EXPECT_EQ(heap.remove(2), Timer_Heap::Removed::none);
+    EXPECT_EQ(heap.remove(1), Timer_Heap::Removed::inner) << "nobody is behind it";
+    EXPECT_TRUE(drain(heap).empty());
+}
+
+TEST(TimerHeap, WaitsForTheDeadline) {
+    constexpr uint64_t ms = 10'000;
+    struct Row {
+        const char* name;
+        uint64_t deadline;
+        uint64_t now;
+        uint32_t wait;
+    };
+    constexpr Row rows[] = {
+        {"due now", 500, 500, 1000},
+        {"overdue", 400, 500, 1000},
+        {"less than a millisecond", 500 + ms - 1, 500, 1000},
+        {"one millisecond", 500 + ms, 500, 1},
+        {"cut off", 500 + 3 * ms - 1, 500, 2},
+        {"the longest", uint64_t{0xFFFFFFFE} * ms, 0, 0xFFFFFFFE},
+        {"never without limit", uint64_t{0xFFFFFFFF} * ms, 0, 0xFFFFFFFE},
+        {"far away", UINT64_MAX, 1, 0xFFFFFFFE},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(Timer_Heap::wait_ms(row.deadline, row.now), row.wait) << row.name;
+    }
+}
+
+}  // namespace
+}  // namespace dorvo
