@@ -19,8 +19,7 @@ enum class StorageKind { web, local };
 
 class DORVO_JOBDEF_API JobDefinition {
 public:
-    static constexpr int32_t backupType = 1;
-    static constexpr int32_t restoreType = 2;
+    enum Type : int32_t { backupType = 1, restoreType = 2 };
 
     virtual ~JobDefinition();
     JobDefinition& operator=(const JobDefinition&) = delete;

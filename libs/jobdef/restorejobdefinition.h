@@ -10,9 +10,7 @@ namespace dorvo {
 
 class DORVO_JOBDEF_API RestoreJobDefinition : public JobDefinition {
 public:
-    static constexpr int32_t conflictKeep = 1;
-    static constexpr int32_t conflictRename = 3;
-    static constexpr int32_t conflictOverwrite = 2;
+    enum Conflict : int32_t { conflictKeep = 1, conflictOverwrite = 2, conflictRename = 3 };
 
     RestoreJobDefinition(std::string id, std::wstring name, std::string user);
     // Throws std::runtime_error for a missing or wrongly typed required member.

@@ -9,6 +9,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "base/api.h"
 #include "base/critical_section.h"
@@ -34,6 +35,8 @@ public:
     // The user's smallest cookie in byte order.
     bool findCookie(const char* user, std::string& cookie) const;
     bool isCookieValid(const char* cookie) const;
+    // Everybody who has a session, in byte order, each once.
+    std::vector<std::string> users() const;
 
 private:
     bool init();

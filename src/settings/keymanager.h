@@ -18,11 +18,11 @@
 
 namespace dorvo {
 
+constexpr size_t aesKeySize = 16;
+constexpr size_t aesIvSize = 16;
+
 class DORVO_JOB_API KeyManagerImpl {
 public:
-    static constexpr size_t keySize = 16;
-    static constexpr size_t ivSize = 16;
-
     KeyManagerImpl();
     ~KeyManagerImpl();
     KeyManagerImpl(const KeyManagerImpl&) = delete;

@@ -12,10 +12,10 @@
 
 namespace dorvo {
 
+constexpr const char* everyJobList = "all";
+
 class DORVO_JOB_API ExclusionList : public JSONObjectStorage {
 public:
-    static constexpr const char* everyJob = "all";
-
     ExclusionList();
     ExclusionList(const ExclusionList& other);
     ExclusionList& operator=(const ExclusionList& other);

@@ -1,0 +1,44 @@
+// Reads and writes the members of a definition's JSON object.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "jobdef/jobschedule.h"
+#include "json_spirit/value.h"
+
+namespace dorvo::jobdef {
+
+// Conversions between UTF-8 and UTF-16; what is no valid text becomes U+FFFD.
+std::wstring toWide(const std::string& utf8);
+std::string toUtf8(const std::wstring& wide);
+
+// A path in a file has forward slashes, except a device path (\\?\, \\.\), which stays as it is.
+std::string pathToJson(const std::wstring& path);
+std::wstring pathFromJson(const std::string& text);
+
+// The member, or null when there is none of that type.
+const json_spirit::Value* member(const json_spirit::Object& object, const std::string& key,
+                                 json_spirit::Value_type type);
+
+// Throw std::runtime_error when the member is missing or of another type.
+std::string requiredString(const json_spirit::Object& object, const std::string& key);
+int32_t requiredInt(const json_spirit::Object& object, const std::string& key);
+std::vector<std::string> requiredStrings(const json_spirit::Object& object, const std::string& key);
+
+// The fallback when the member is missing or of another type.
+std::string optionalString(const json_spirit::Object& object, const std::string& key);
+int32_t optionalInt(const json_spirit::Object& object, const std::string& key, int32_t fallback);
+bool optionalBool(const json_spirit::Object& object, const std::string& key, bool fallback);
+std::vector<std::string> optionalStrings(const json_spirit::Object& object, const std::string& key);
+
+std::vector<std::wstring> pathsFromJson(const std::vector<std::string>& texts);
+json_spirit::Array pathsToJson(const std::vector<std::wstring>& paths);
+
+// Puts the schedule's members into `object`, which keeps those it has besides.
+void scheduleToJson(const JobSchedule& schedule, json_spirit::Object& object);
+// A schedule that is missing or not valid is a manual one.
+JobSchedule scheduleFromJson(const json_spirit::Object& object, const std::string& key);
+
+}  // namespace dorvo::jobdef

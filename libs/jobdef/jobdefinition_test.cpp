@@ -1,0 +1,287 @@
+#include "jobdef/jobdefinition.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "jobdef/backupjobdefinition.h"
+#include "jobdef/jobdefinitionfactory.h"
+#include "jobdef/restorejobdefinition.h"
+#include "json_spirit/json_spirit.h"
+
+namespace dorvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The example of docs/formats/job-definition.md.
+const std::string backupText = R"({
+    "compress" : false,
+    "extensions" : [
+        "*.doc",
+        "txt"
+    ],
+    "filterType" : 1,
+    "id" : "3c9a",
+    "location" : "",
+    "name" : "Büro",
+    "runMissed" : true,
+    "schedule" : {
+        "day" : 5,
+        "hour" : 22,
+        "kind" : 3,
+        "minute" : 30,
+        "second" : 0,
+        "start" : "129437500800000000"
+    },
+    "source" : [
+        "C:/Users/Zoë/Documents",
+        "D:/"
+    ],
+    "storage" : "web",
+    "type" : 1,
+    "user" : "alice"
+})";
+
+const std::string restoreText = R"({
+    "conflict" : 3,
+    "id" : "77",
+    "jobdefinitionid" : "3c9a",
+    "jobinstanceid" : "e1",
+    "location" : "//nas/backup",
+    "machine" : "DESK",
+    "name" : "back",
+    "prefix" : "C:/data",
+    "source" : [
+    ],
+    "storage" : "local",
+    "target" : "D:/restored/",
+    "type" : 2,
+    "user" : "bob"
+})";
+
+json_spirit::Object parsed(const std::string& text) {
+    json_spirit::Value value;
+    json_spirit::read_or_throw(text, value);
+    return value.get_obj();
+}
+
+std::unique_ptr<JobDefinition> made(const json_spirit::Object& members) {
+    return JobDefinitionFactory::createFromText(json_spirit::write(json_spirit::Value(members)));
+}
+
+class DefinitionFile : public testing::Test {
+protected:
+    DefinitionFile() { fs::remove_all(folder_); }
+    ~DefinitionFile() override { fs::remove_all(folder_); }
+
+    const fs::path folder_ = fs::temp_directory_path() / "jobdef_test";
+    const std::wstring path_ = (folder_ / "job" / "3c9a" / "def").wstring();
+};
+
+TEST(BackupDefinition, ReadsAndWritesItsFields) {
+    const auto base = JobDefinitionFactory::createFromText(backupText);
+    const auto* backup = dynamic_cast<const BackupJobDefinition*>(base.get());
+    ASSERT_NE(backup, nullptr);
+    EXPECT_EQ(backup->id(), "3c9a");
+    EXPECT_EQ(backup->name(), L"B\u00fcro");
+    EXPECT_EQ(backup->user(), "alice");
+    EXPECT_EQ(backup->type(), JobDefinition::backupType);
+    EXPECT_EQ(backup->storage(), StorageKind::web);
+    EXPECT_EQ(backup->source(),
+              (std::vector<std::wstring>{L"C:\\Users\\Zo\u00eb\\Documents", L"D:\\"}));
+    EXPECT_EQ(backup->filterType(), 1);
+    EXPECT_EQ(backup->extensions(), (std::vector<std::wstring>{L"*.doc", L"txt"}));
+    EXPECT_FALSE(backup->compress());
+    EXPECT_TRUE(backup->runMissed());
+    EXPECT_EQ(backup->schedule(),
+              (JobSchedule{ScheduleKind::weekly, 129437500800000000, 5, 22, 30, 0}));
+    EXPECT_EQ(backup->text(), backupText);
+    EXPECT_EQ(backup->clone()->text(), backupText);
+}
+
+TEST(RestoreDefinition, ReadsAndWritesItsFields) {
+    const auto base = JobDefinitionFactory::createFromText(restoreText);
+    const auto* restore = dynamic_cast<const RestoreJobDefinition*>(base.get());
+    ASSERT_NE(restore, nullptr);
+    EXPECT_EQ(restore->storage(), StorageKind::local);
+    EXPECT_EQ(restore->location(), L"\\\\nas\\backup");
+    EXPECT_EQ(restore->machine(), "DESK");
+    EXPECT_EQ(restore->jobDefinitionId(), "3c9a");
+    EXPECT_EQ(restore->jobInstanceId(), "e1");
+    EXPECT_TRUE(restore->source().empty());
+    EXPECT_EQ(restore->target(), L"D:\\restored\\");
+    EXPECT_EQ(restore->prefix(), L"C:\\data");
+    EXPECT_EQ(restore->conflict(), RestoreJobDefinition::conflictRename);
+    EXPECT_EQ(restore->text(), restoreText);
+}
+
+TEST(Definition, NeedsItsRequiredMembers) {
+    const auto check = [](const std::string& text, std::initializer_list<const char*> keys) {
+        for (const char* key : keys) {
+            SCOPED_TRACE(key);
+            json_spirit::Object members = parsed(text);
+            members.erase(key);
+            EXPECT_EQ(made(members), nullptr);
+            members[key] = true;
+            EXPECT_EQ(made(members), nullptr);
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        }
+    };
+    check(backupText, {"id", "name", "user", "type", "storage", "source"});
+    check(restoreText, {"id", "name", "user", "type", "storage", "location", "source", "target",
+                        "machine", "jobdefinitionid", "jobinstanceid"});
+}
+
+TEST(Definition, RefusesOtherNonsense) {
+    const auto with = [](const char* key, json_spirit::Value value) {
+        json_spirit::Object members = parsed(backupText);
+        members[key] = std::move(value);
+        return made(members);
+    };
+    EXPECT_EQ(with("id", ""), nullptr);
+    EXPECT_EQ(with("storage", "tape"), nullptr);
+    EXPECT_EQ(with("type", int64_t{1} << 32 | 1), nullptr);
+    EXPECT_EQ(with("source", json_spirit::Array{"C:/a", 1}), nullptr);
+    for (const char* text : {"", "[]", "null", "{\"id\":"}) {
+        EXPECT_EQ(JobDefinitionFactory::createFromText(text), nullptr) << text;
+    }
+}
+
+TEST(Definition, TakesDefaultsForTheOthers) {
+    for (const bool wrongType : {false, true}) {
+        json_spirit::Object members = parsed(backupText);
+        for (const char* key : {"filterType", "extensions", "compress", "schedule", "runMissed"}) {
+            members.erase(key);
+            if (wrongType) {
+                members[key] = "x";
+            }
+        }
+        const auto definition = made(members);
+        const auto& backup = dynamic_cast<const BackupJobDefinition&>(*definition);
+        EXPECT_EQ(backup.filterType(), 0);
+        EXPECT_TRUE(backup.extensions().empty());
+        EXPECT_TRUE(backup.compress());
+        EXPECT_TRUE(backup.runMissed());
+        EXPECT_EQ(backup.schedule(), JobSchedule());
+    }
+}
+
+// A job of a later version must not be taken for rubbish and deleted.
+TEST(Definition, KeepsWhatItDoesNotKnow) {
+    json_spirit::Object members = parsed(backupText);
+    members["priority"] = json_spirit::Array{1, "x"};
+    members["schedule"].get_obj()["zone"] = "UTC";
+    EXPECT_EQ(parsed(made(members)->text()), members);
+
+    members["type"] = 9;
+    const auto later = made(members);
+    ASSERT_NE(later, nullptr);
+    EXPECT_EQ(later->type(), 9);
+    EXPECT_EQ(parsed(later->text()), members);
+}
+
+TEST(JobSchedule, BoundsItsFieldsByItsKind) {
+    struct Row {
+        JobSchedule schedule;
+        bool valid;
+    };
+    using enum ScheduleKind;
+    const Row rows[] = {
+        {{manual, 0, 0, 0, 0, 0}, true},
+        {{daily, 0, 99, 23, 59, 59}, true},
+        {{daily, 0, 0, 24, 0, 0}, false},
+        {{daily, 0, 0, 0, 60, 0}, false},
+        {{daily, 0, 0, 0, 0, 60}, false},
+        {{daily, 0, 0, -1, 0, 0}, false},
+        {{weekly, 0, 0, 0, 0, 0}, true},
+        {{weekly, 0, 6, 0, 0, 0}, true},
+        {{weekly, 0, 7, 0, 0, 0}, false},
+        {{monthly, 0, 0, 0, 0, 0}, false},
+        {{monthly, 0, 31, 0, 0, 0}, true},
+        {{monthly, 0, 32, 0, 0, 0}, false},
+        {{once, 0, 0, 0, 0, 0}, false},
+        {{once, 1, 0, 0, 0, 0}, true},
+        {{ScheduleKind{0}, 0, 0, 0, 0, 0}, false},
+        {{ScheduleKind{6}, 0, 0, 0, 0, 0}, false},
+    };
+    for (const Row& row : rows) {
+        BackupJobDefinition backup("1", L"n", "u");
+        EXPECT_EQ(backup.setSchedule(row.schedule), row.valid)
+            << static_cast<int>(row.schedule.kind) << " day " << row.schedule.day;
+        json_spirit::Object members = parsed(backupText);
+        members["schedule"] = json_spirit::Object{{"kind", static_cast<int32_t>(row.schedule.kind)},
+                                                  {"start", std::to_string(row.schedule.start)},
+                                                  {"day", row.schedule.day},
+                                                  {"hour", row.schedule.hour},
+                                                  {"minute", row.schedule.minute},
+                                                  {"second", row.schedule.second}};
+        const auto read = made(members);
+        EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).schedule(),
+                  row.valid ? row.schedule : JobSchedule());
+    }
+}
+
+TEST(JobSchedule, StartIsADecimalNumber) {
+    for (const char* start : {"12x", "-1", "18446744073709551616", " 1"}) {
+        json_spirit::Object members = parsed(backupText);
+        members["schedule"].get_obj()["start"] = start;
+        const auto read = made(members);
+        EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).schedule(), JobSchedule())
+            << start;
+    }
+}
+
+TEST(DefinitionPath, DevicePathsKeepTheirBackslashes) {
+    BackupJobDefinition backup("1", L"n", "u");
+    const std::vector<std::wstring> paths = {L"\\\\?\\C:\\a", L"\\\\.\\pipe\\x", L"\\\\nas\\share",
+                                             L"C:\\"};
+    backup.setSource(paths);
+    const json_spirit::Object members = parsed(backup.text());
+    EXPECT_EQ(members.at("source"), json_spirit::Value(json_spirit::Array{
+                                        "\\\\?\\C:\\a", "\\\\.\\pipe\\x", "//nas/share", "C:/"}));
+    const auto read = made(members);
+    EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).source(), paths);
+}
+
+TEST_F(DefinitionFile, IsWrittenAndReadBack) {
+    BackupJobDefinition backup("3c9a", L"first", "alice");
+    backup.setSource({L"C:\\a"});
+    backup.setFilter(2, {L"tmp"});
+    ASSERT_TRUE(backup.save(path_));
+    backup.setName(L"second");
+    ASSERT_TRUE(backup.save(path_));
+    const auto read = JobDefinitionFactory::create(path_);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->text(), backup.text());
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_ / "job" / "3c9a"), {}), 1);
+}
+
+TEST_F(DefinitionFile, SaysWhyItCannotBeRead) {
+    EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+    fs::create_directories(fs::path(path_).parent_path());
+    EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    std::ofstream(fs::path(path_)) << backupText.substr(0, backupText.size() - 1);
+    EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+}
+
+TEST_F(DefinitionFile, OldOneOutlivesAFailedSave) {
+    BackupJobDefinition backup("3c9a", L"first", "alice");
+    ASSERT_TRUE(backup.save(path_));
+    const std::string before = backup.text();
+    fs::create_directory(path_ + L".new");
+    backup.setName(L"second");
+    EXPECT_FALSE(backup.save(path_));
+    EXPECT_NE(GetLastError(), 0U);
+    const auto read = JobDefinitionFactory::create(path_);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->text(), before);
+}
+
+}  // namespace
+}  // namespace dorvo
