@@ -23,4 +23,15 @@ uint64_t utcTimeNow() {
     return toTicks(now);
 }
 
+uint64_t localToUtc(uint64_t local) {
+    const FILETIME localFile = toFileTime(local);
+    SYSTEMTIME localTime{};
+    SYSTEMTIME utcTime{};
+    if (local == 0 || !FileTimeToSystemTime(&localFile, &localTime) ||
+        !TzSpecificLocalTimeToSystemTime(nullptr, &localTime, &utcTime)) {
+        return 0;
+    }
+    return ticksOf(utcTime);
+}
+
 }  // namespace dorvo

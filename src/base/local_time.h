@@ -23,4 +23,8 @@ uint64_t localTimeNow();
 // UTC.
 uint64_t utcTimeNow();
 
+// A local time as UTC, by the rules that the time zone has for that date; 0 stays 0, and a time
+// outside the calendar becomes 0.
+uint64_t localToUtc(uint64_t local);
+
 }  // namespace dorvo

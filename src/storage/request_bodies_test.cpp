@@ -8,9 +8,9 @@ namespace {
 using json_spirit::write;
 
 TEST(RequestBodies, StartJob) {
-    EXPECT_EQ(write(startJobBody("def", "inst", {2, 3, 5'000'000'000}, "2026-1-02 03:04:05")),
+    EXPECT_EQ(write(startJobBody("def", "inst", {2, 3, 5'000'000'000}, "2026-01-02 03:04:05")),
               R"({"jobdefinitionid":"def","jobinstanceid":"inst",)"
-              R"("starttime":"2026-1-02 03:04:05","totaldirectories":2,"totalfiles":3,)"
+              R"("starttime":"2026-01-02 03:04:05","totaldirectories":2,"totalfiles":3,)"
               R"("totalsize":5000000000})");
     const auto timeless = startJobBody("def", "inst", {}, "");
     EXPECT_EQ(timeless.get_obj().at("starttime").get_str(), "unknown");

@@ -1,0 +1,75 @@
+#include "storage/faileditems.h"
+
+#include "base/text.h"
+
+namespace dorvo {
+namespace {
+
+using json_spirit::Object;
+using json_spirit::Value;
+
+const Value& member(const Object& object, const char* name) {
+    const auto found = object.find(name);
+    return found == object.end() ? Value::null : found->second;
+}
+
+// What the document holds may have been edited: anything but a record counts as empty.
+FailedItem itemOf(const Value& value) {
+    FailedItem item;
+    if (value.type() != json_spirit::obj_type) {
+        return item;
+    }
+    const Object& object = value.get_obj();
+    const Value& path = member(object, "path");
+    const Value& code = member(object, "code");
+    const Value& reason = member(object, "reason");
+    if (path.type() == json_spirit::str_type) {
+        item.path = path.get_str();
+    }
+    if (code.type() == json_spirit::int_type && !code.is_uint64()) {
+        item.code = static_cast<uint32_t>(code.get_int64());
+    }
+    if (reason.type() == json_spirit::str_type) {
+        item.reason = reason.get_str();
+    }
+    return item;
+}
+
+}  // namespace
+
+FailedItems::FailedItems(const std::string& document, JobActivity& activity)
+    : document_(document), activity_(activity) {
+    activity_.failedItems = static_cast<uint32_t>(document_.values().size());
+}
+
+bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason) {
+    if (path == nullptr || *path == L'\0') {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    // A run that was cut off between the document and its position comes back to the same item.
+    const bool repeated = !document_.values().empty() &&
+                          itemOf(document_.values().back()).path == toUtf8(path) &&
+                          itemOf(document_.values().back()).code == code;
+    if (!repeated && !document_.add(path, code, reason.c_str())) {
+        return false;
+    }
+    if (!document_.save()) {
+        return false;
+    }
+    activity_.failedItems = static_cast<uint32_t>(document_.values().size());
+    return true;
+}
+
+std::vector<FailedItem> FailedItems::list() const {
+    std::vector<FailedItem> items;
+    items.reserve(document_.values().size());
+    for (const Value& value : document_.values()) {
+        if (FailedItem item = itemOf(value); !item.path.empty()) {
+            items.push_back(std::move(item));
+        }
+    }
+    return items;
+}
+
+}  // namespace dorvo

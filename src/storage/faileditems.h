@@ -1,0 +1,36 @@
+// The items that failed in a run, kept in the run's ".errors" document.
+//
+// Opened with what an interrupted run has left there. What add() has answered true for is on disk,
+// so the run's position may move past it. One thread.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "job/activity/jobactivity.h"
+#include "job/activity/jobhistoryerror.h"
+#include "storage/request_bodies.h"
+
+namespace dorvo {
+
+class FailedItems {
+public:
+    // `document` is a UTF-8 path; the count goes into the record, which is borrowed.
+    FailedItems(const std::string& document, JobActivity& activity);
+
+    // False with the last error when the document cannot be written. An item that a resumed run
+    // meets again with the same error stands there once.
+    bool add(const wchar_t* path, DWORD code, const std::string& reason);
+    // Writes the document, also when it is empty.
+    bool save() { return document_.save(); }
+
+    std::vector<FailedItem> list() const;
+
+private:
+    JobHistoryError document_;
+    JobActivity& activity_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,84 @@
+// Stores a backup on the web storage service, over HTTP with the user's session.
+//
+// Each item is encoded into a temporary package, announced, and sent in blocks of 128 KiB. The
+// activity record says at any time how many blocks of which item the service has accepted, so that
+// the next run goes on behind them. It is written on the job's worker thread only; the stop signal
+// comes from others.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/interrupter.h"
+#include "http_util/web_server_invoker.h"
+#include "job/activity/jobactivity.h"
+#include "job/source/backuptransformation.h"
+#include "storage/backupstorage.h"
+#include "storage/faileditems.h"
+#include "storage/request_bodies.h"
+
+namespace dorvo {
+
+class HTTP_Command;
+
+class WebBackupStorage : public BackupStorage, public interrupter {
+public:
+    struct Run {
+        std::string jobId;
+        std::string jobName;
+        std::string cookie;  // empty: start() fails like a refused session
+        std::string host;
+        uint16_t port = 0;
+        bool compress = true;
+        std::array<uint8_t, 16> key{};
+        std::array<uint8_t, 16> iv{};
+        SourceTotals totals;
+        JobActivity* activity = nullptr;  // borrowed; null: start() fails
+        FailedItems* failed = nullptr;    // borrowed
+        HANDLE stop = nullptr;            // manual-reset event, borrowed
+    };
+
+    explicit WebBackupStorage(Run run);
+
+    bool start() override;
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
+    bool end() override;
+    bool cancel() override;
+    bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
+                const wchar_t* readFrom) override;
+
+    // The stop signal, except while the run is being ended. Counts what is encoded.
+    bool interrupted() const override;
+
+private:
+    struct Item;
+
+    bool upload_file_info(const Item& item);
+    bool upload_file_data(const Item& item, const std::byte* data, DWORD length);
+    bool submit_errors();
+    bool encode(Item& item);
+    bool send(const Item& item);
+    bool sendBlocks(const Item& item, HANDLE package);
+    void claim(uint32_t number);
+    bool sameAsListed(const Item& item) const;
+    template <class LogFailure>
+    bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
+                    LogFailure logFailure) const;
+    bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
+    std::string job() const { return run_.jobId + ", " + run_.jobName; }
+
+    Run run_;
+    JobActivity* activity_;   // borrowed
+    std::string instanceId_;  // empty when the record has none
+    Web_Server_Invoker invoker_;
+    BackupTransformation transformation_;
+    std::vector<std::byte> block_;
+    bool encoding_ = false;
+    bool finishing_ = false;  // the stop signal does not count any more
+};
+
+}  // namespace dorvo
