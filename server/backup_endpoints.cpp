@@ -1,0 +1,221 @@
+#include "backup_endpoints.h"
+
+#include <algorithm>
+#include <boost/json.hpp>
+
+#include "json_body.h"
+#include "service_error.h"
+
+namespace dorvo {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr size_t maxId = 255;
+constexpr size_t maxTime = 64;
+constexpr size_t maxReason = 4096;
+constexpr size_t maxOffered = 100000;
+
+std::string instanceId(const json::object& body, std::string_view key) {
+    return std::string(checkId(textMember(body, key, maxId), key));
+}
+
+std::string_view definitionId(const json::object& body, std::string_view key) {
+    return checkId(textMember(body, key, maxId), key);
+}
+
+// The three states that a client sees; a pending backup is one that is under way.
+std::string_view stateText(InstanceState state) {
+    switch (state) {
+        case InstanceState::pending:
+        case InstanceState::running: return "running";
+        case InstanceState::completed: return "completed";
+        case InstanceState::cancelled: return "cancelled";
+    }
+    return "";
+}
+
+void requireOpen(const Instance& instance) {
+    if (instance.state != InstanceState::pending && instance.state != InstanceState::running) {
+        refuseState(instance);
+    }
+}
+
+void requireNotCancelled(const Instance& instance) {
+    if (instance.state == InstanceState::cancelled) {
+        refuseState(instance);
+    }
+}
+
+std::vector<FailedFile> readErrors(const json::object& body) {
+    std::vector<FailedFile> errors;
+    for (const json::value& element : arrayMember(body, "errors")) {
+        const json::object& error = objectElement(element, "errors");
+        errors.push_back({std::string(checkPath(textMember(error, "path", maxPathBytes))),
+                          u32Member(error, "code"),
+                          std::string(textMember(error, "reason", maxReason))});
+    }
+    return errors;
+}
+
+}  // namespace
+
+void refuseState(const Instance& instance) {
+    switch (instance.state) {
+        case InstanceState::pending: throw ServiceError(409, "the backup has not been started");
+        case InstanceState::running: throw ServiceError(409, "the backup is running");
+        case InstanceState::completed: throw ServiceError(409, "the backup is completed");
+        case InstanceState::cancelled: break;
+    }
+    throw ServiceError(409, "the backup is cancelled");
+}
+
+Instance BackupEndpoints::ownInstance(const Session& session, std::string_view name) {
+    const auto instance = catalog_.findInstance(name);
+    if (!instance) {
+        throw ServiceError(404, "no such backup");
+    }
+    if (instance->userId != session.userId) {
+        throw ServiceError(403, "another user's backup");
+    }
+    return *instance;
+}
+
+Instance BackupEndpoints::openOrFind(const Session& session, std::string_view name,
+                                     std::string_view definition, bool compress) {
+    if (!catalog_.findInstance(name)) {
+        return catalog_.openInstance(session, name, definition, compress);
+    }
+    const Instance instance = ownInstance(session, name);
+    if (instance.definition != definition) {
+        throw ServiceError(409, "the backup belongs to another job");
+    }
+    return instance;
+}
+
+json::object BackupEndpoints::filesToBackup(const Session& session, const json::object& body) {
+    const std::string_view definition = definitionId(body, "id");
+    const std::string name = instanceId(body, "jobinstanceid");
+    const bool compress = flagMember(body, "compress");
+    const json::array& source = arrayMember(body, "source");
+    if (source.size() > maxOffered) {
+        throw ServiceError(413, "too many files in one request");
+    }
+    std::vector<OfferedFile> files;
+    files.reserve(source.size());
+    for (const json::value& element : source) {
+        const json::object& file = objectElement(element, "source");
+        files.push_back({checkPath(textMember(file, "path", maxPathBytes)),
+                         static_cast<int64_t>(joinHalves(u32Member(file, "mtimeHigh"),
+                                                         u32Member(file, "mtimeLow")))});
+    }
+    const InstanceLocks::Guard guard(locks_, name);
+    const Instance instance = openOrFind(session, name, definition, compress);
+    requireOpen(instance);
+    const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress);
+    json::array wanted;
+    for (size_t i = 0; i < files.size(); ++i) {
+        if (send[i]) {
+            wanted.push_back(json::object{{"path", files[i].path}});
+        }
+    }
+    return {{"source", std::move(wanted)}};
+}
+
+json::object BackupEndpoints::startJob(const Session& session, const json::object& body) {
+    const std::string_view definition = definitionId(body, "jobdefinitionid");
+    const std::string name = instanceId(body, "jobinstanceid");
+    const InstanceTotals totals{countMember(body, "totalfiles"),
+                                countMember(body, "totaldirectories"),
+                                countMember(body, "totalsize")};
+    const std::string_view startTime = textMember(body, "starttime", maxTime);
+    const InstanceLocks::Guard guard(locks_, name);
+    // A backup without any file asked for no increment check and is new here.
+    const Instance instance = openOrFind(session, name, definition, false);
+    requireNotCancelled(instance);
+    if (instance.state == InstanceState::pending) {
+        catalog_.startInstance(instance.id, startTime, totals);
+    }
+    return {{"jobinstanceid", name}};
+}
+
+json::object BackupEndpoints::addErrorFiles(const Session& session, const json::object& body) {
+    const std::string name = instanceId(body, "jobinstanceid");
+    const std::vector<FailedFile> errors = readErrors(body);
+    const InstanceLocks::Guard guard(locks_, name);
+    const Instance instance = ownInstance(session, name);
+    requireNotCancelled(instance);
+    if (instance.state == InstanceState::completed) {
+        // A client whose answer got lost ends its run once more; nothing else may change the list.
+        const bool known = std::all_of(errors.begin(), errors.end(), [&](const FailedFile& error) {
+            return catalog_.findError(instance.id, error.path).has_value();
+        });
+        if (!known) {
+            refuseState(instance);
+        }
+        return {};
+    }
+    catalog_.addErrors(instance.id, errors);
+    return {};
+}
+
+json::object BackupEndpoints::endJob(const Session& session, const json::object& body) {
+    const std::string name = instanceId(body, "jobinstanceid");
+    const std::string_view endTime = textMember(body, "endtime", maxTime);
+    const InstanceLocks::Guard guard(locks_, name);
+    const Instance instance = ownInstance(session, name);
+    if (instance.state == InstanceState::completed) {
+        return {};
+    }
+    if (instance.state != InstanceState::running) {
+        refuseState(instance);
+    }
+    if (instance.damaged) {
+        throw ServiceError(409, "the backup was under way when the server lost power");
+    }
+    if (const auto path = catalog_.findIncomplete(instance.id)) {
+        throw ServiceError(409, "a file of the backup is incomplete: " + *path);
+    }
+    // The order makes "completed" a promise: bytes and their names first, then the state.
+    blocks_.sync(instance.id, catalog_.packedLength(instance.id));
+    catalog_.completeInstance(instance.id, endTime);
+    return {};
+}
+
+json::object BackupEndpoints::cancelJob(const Session& session, const json::object& body) {
+    const std::string name = instanceId(body, "id");
+    const InstanceLocks::Guard guard(locks_, name);
+    const Instance instance = ownInstance(session, name);
+    if (instance.state == InstanceState::completed) {
+        refuseState(instance);
+    }
+    if (instance.state != InstanceState::cancelled) {
+        // Should the process die in between, the next start of the service frees the bytes.
+        catalog_.cancelInstance(instance.id);
+        blocks_.remove(instance.id);
+    }
+    return {};
+}
+
+json::object BackupEndpoints::listInstances(const Session& session, const json::object& body) {
+    const std::string_view machine = textMember(body, "machine", maxId);
+    const std::string_view definition = textMember(body, "jobdefinitionid", maxId);
+    json::array list;
+    for (const InstanceSummary& item :
+         catalog_.listInstances(session.userId, machine, definition)) {
+        list.push_back(json::object{{"machine", item.machine},
+                                    {"jobdefinitionid", item.definition},
+                                    {"jobinstanceid", item.name},
+                                    {"starttime", item.startTime},
+                                    {"endtime", item.endTime},
+                                    {"state", stateText(item.state)},
+                                    {"totalfiles", item.totals.files},
+                                    {"totaldirectories", item.totals.directories},
+                                    {"totalsize", item.totals.size},
+                                    {"errors", item.errors}});
+    }
+    return {{"instances", std::move(list)}};
+}
+
+}  // namespace dorvo

@@ -1,0 +1,51 @@
+// The requests of a backup, from the increment check to its end, and the list of backups.
+//
+// A backup instance is opened as pending, started, filled and completed or cancelled; each request
+// says in its answer's status when it does not suit the state. Requests of one instance run one at
+// a time, those of different ones side by side. Each call throws ServiceError to refuse, and has
+// then changed nothing. Any thread.
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <string_view>
+
+#include "block_store.h"
+#include "catalog.h"
+#include "instance_locks.h"
+
+namespace dorvo {
+
+inline constexpr int64_t blockBytes = 131072;
+
+class BackupEndpoints {
+public:
+    // Borrows both.
+    BackupEndpoints(Catalog& catalog, BlockStore& blocks) : catalog_(catalog), blocks_(blocks) {}
+
+    boost::json::object filesToBackup(const Session& session, const boost::json::object& body);
+    boost::json::object startJob(const Session& session, const boost::json::object& body);
+    boost::json::object uploadFile(const Session& session, const boost::json::object& body);
+    // The one request whose body is no JSON but a multipart form.
+    boost::json::object uploadBlock(const Session& session, std::string_view contentType,
+                                    std::string_view form);
+    boost::json::object addErrorFiles(const Session& session, const boost::json::object& body);
+    boost::json::object endJob(const Session& session, const boost::json::object& body);
+    boost::json::object cancelJob(const Session& session, const boost::json::object& body);
+    boost::json::object listInstances(const Session& session, const boost::json::object& body);
+
+private:
+    // The instance, which must exist and be the session's user's.
+    Instance ownInstance(const Session& session, std::string_view name);
+    // The same, made pending when it does not exist; the definition must be its own.
+    Instance openOrFind(const Session& session, std::string_view name, std::string_view definition,
+                        bool compress);
+
+    Catalog& catalog_;
+    BlockStore& blocks_;
+    InstanceLocks locks_;
+};
+
+// Throws the 409 that says which state the backup is in.
+[[noreturn]] void refuseState(const Instance& instance);
+
+}  // namespace dorvo

@@ -1,0 +1,155 @@
+// The two requests that carry a file: its information and its blocks.
+#include <boost/json.hpp>
+#include <charconv>
+
+#include "backup_endpoints.h"
+#include "digest.h"
+#include "json_body.h"
+#include "multipart.h"
+#include "service_error.h"
+
+namespace dorvo {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr size_t maxId = 255;
+constexpr uint32_t directoryAttribute = 16;
+// Of one package. What a file system can hold in one file is more, and far from 2^63.
+constexpr int64_t maxPackageBytes = int64_t{1} << 42U;
+
+constexpr std::array<std::string_view, 9> attributeNames = {"dwFileAttributes",
+                                                            "nFileSizeHigh",
+                                                            "nFileSizeLow",
+                                                            "ftCreationTimedwHighDateTime",
+                                                            "ftCreationTimedwLowDateTime",
+                                                            "ftLastAccessTimedwHighDateTime",
+                                                            "ftLastAccessTimedwLowDateTime",
+                                                            "ftLastWriteTimedwHighDateTime",
+                                                            "ftLastWriteTimedwLowDateTime"};
+constexpr size_t lastWriteHigh = 7;
+constexpr size_t lastWriteLow = 8;
+
+StoredFile readFile(const json::object& body) {
+    StoredFile file;
+    const json::object& attributes = objectMember(body, "attri");
+    for (size_t i = 0; i < attributeNames.size(); ++i) {
+        file.attributes[i] = u32Member(attributes, attributeNames[i]);
+    }
+    file.mtime = static_cast<int64_t>(
+        joinHalves(file.attributes[lastWriteHigh], file.attributes[lastWriteLow]));
+    const bool folder = (file.attributes[0] & directoryAttribute) != 0;
+    if (textMember(body, "type", maxId) != (folder ? "folder" : "file")) {
+        throw ServiceError(400, "\"type\" contradicts the attributes");
+    }
+    file.kind = folder ? FileKind::folder : FileKind::file;
+    const uint64_t size =
+        joinHalves(u32Member(body, "totalsizeHigh"), u32Member(body, "totalsizeLow"));
+    if (size > static_cast<uint64_t>(maxPackageBytes)) {
+        throw ServiceError(413, "the file is too large");
+    }
+    file.size = static_cast<int64_t>(size);
+    if (folder && file.size != 0) {
+        throw ServiceError(400, "a folder has no package");
+    }
+    u32Member(body, "totalblock");  // must be there; the size alone says how many blocks there are
+    return file;
+}
+
+// The number in "<number>.jpg".
+int64_t blockNumber(std::string_view fileName) {
+    constexpr std::string_view suffix = ".jpg";
+    uint32_t number = 0;
+    if (fileName.ends_with(suffix)) {
+        fileName.remove_suffix(suffix.size());
+        const auto [end, error] =
+            std::from_chars(fileName.data(), fileName.data() + fileName.size(), number);
+        if (error == std::errc() && end == fileName.data() + fileName.size() && number != 0) {
+            return number;
+        }
+    }
+    throw ServiceError(400, "the block's file name is not a number followed by .jpg");
+}
+
+// Checks that block k of the file may come now and that the data has its size.
+void checkBlock(const StoredFile& file, int64_t instance, int64_t k, std::string_view data) {
+    if (file.kind == FileKind::awaited) {
+        throw ServiceError(409, "the file's information has not been uploaded");
+    }
+    const int64_t begin = (k - 1) * blockBytes;
+    if (file.kind == FileKind::folder || begin >= file.size) {
+        throw ServiceError(400, "the block lies outside the file");
+    }
+    if (static_cast<int64_t>(data.size()) != std::min(blockBytes, file.size - begin)) {
+        throw ServiceError(400, "the block has not the size it must have");
+    }
+    if (file.container != instance) {
+        throw ServiceError(409, "the file is carried over from an earlier backup");
+    }
+    if (k > file.blocks + 1) {
+        throw ServiceError(409, "the block before has not been uploaded");
+    }
+}
+
+}  // namespace
+
+json::object BackupEndpoints::uploadFile(const Session& session, const json::object& body) {
+    const std::string name(checkId(textMember(body, "jobinstanceid", maxId), "jobinstanceid"));
+    const std::string_view path = checkPath(textMember(body, "sourcename", maxPathBytes));
+    StoredFile file = readFile(body);
+    const InstanceLocks::Guard guard(locks_, name);
+    const Instance instance = ownInstance(session, name);
+    if (instance.state != InstanceState::running) {
+        refuseState(instance);
+    }
+    const auto known = catalog_.findFile(instance.id, path);
+    const bool ownPackage =
+        known && known->kind == FileKind::file && known->container == instance.id;
+    file.compress = known ? known->compress : instance.compress;
+    file.container = instance.id;
+    int64_t reserved = instance.reserved;
+    if (ownPackage && file.kind == FileKind::file && known->size == file.size) {
+        file.offset = known->offset;
+        file.blocks = known->blocks;
+    } else {
+        file.offset = reserved;
+        reserved += file.size;
+    }
+    catalog_.putFile(instance.id, path, file, reserved);
+    if (ownPackage && file.offset != known->offset) {
+        blocks_.discard(instance.id, known->offset, known->size);
+    }
+    return {};
+}
+
+json::object BackupEndpoints::uploadBlock(const Session& session, std::string_view contentType,
+                                          std::string_view form) {
+    const std::vector<FormPart> parts = parseMultipart(contentType, form);
+    const std::string name(checkId(formPart(parts, "jobinstanceid").content, "jobinstanceid"));
+    const std::string_view path = checkPath(formPart(parts, "sourcename").content);
+    const FormPart& block = formPart(parts, "file");
+    const int64_t k = blockNumber(block.fileName);
+    if (md5Text(block.content) != formPart(parts, "md5").content) {
+        throw ServiceError(400, "the block's MD5 is wrong");
+    }
+    const InstanceLocks::Guard guard(locks_, name);
+    const Instance instance = ownInstance(session, name);
+    if (instance.state != InstanceState::running) {
+        refuseState(instance);
+    }
+    const auto file = catalog_.findFile(instance.id, path);
+    if (!file) {
+        throw ServiceError(404, "the backup has no such file");
+    }
+    checkBlock(*file, instance.id, k, block.content);
+    if (k <= file->blocks) {
+        // Its old bytes are no longer to be counted on once new ones are being written over them.
+        catalog_.setBlocks(instance.id, path, k - 1);
+    }
+    blocks_.write(instance.id, file->offset + (k - 1) * blockBytes, block.content);
+    catalog_.setBlocks(instance.id, path, k);
+    return {};
+}
+
+}  // namespace dorvo

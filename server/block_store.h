@@ -1,0 +1,31 @@
+// Where package bytes are kept: containers, one a backup instance, that packages are laid into.
+//
+// A container is named by a number and is made by its first write. The catalog says which stretch
+// of which container a package has; the store knows bytes only. Calls block, may come from any
+// thread, and throw std::exception when the storage is down; the caller sees to it that one
+// container is written by one thread at a time. Bytes written survive the death of the process, and
+// a power cut once they are synced.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+namespace dorvo {
+
+class BlockStore {
+public:
+    virtual ~BlockStore() = default;
+
+    virtual void write(int64_t container, int64_t offset, std::string_view bytes) = 0;
+    // Gives up a stretch whose package is no longer wanted; what it reads as later is undefined.
+    virtual void discard(int64_t container, int64_t offset, int64_t length) = 0;
+    // Makes the whole container survive a power cut. Throws when it is shorter than it must be.
+    virtual void sync(int64_t container, int64_t length) = 0;
+    // Frees the container; one that is not there is no error.
+    virtual void remove(int64_t container) = 0;
+    // Frees every container that the caller does not want kept.
+    virtual void sweep(const std::function<bool(int64_t)>& keep) = 0;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,143 @@
+// What the service knows: accounts, sessions, and of every backup its files and errors.
+//
+// The interface is narrow so that the same service can stand on another database. Calls block, may
+// come from any thread, and throw std::exception when the storage is down. A call that changes
+// something has changed all of it or nothing when it returns or throws, and what it changed
+// survives the death of the process. Calls that also survive a power cut say "durable".
+//
+// Who may touch what, and which call suits which state, is the callers' business.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dorvo {
+
+struct Session {
+    int64_t userId = 0;
+    int64_t machineId = 0;
+    std::string user;
+    std::string machine;
+};
+
+enum class InstanceState : uint8_t { pending = 0, running = 1, completed = 2, cancelled = 3 };
+
+struct Instance {
+    int64_t id = 0;  // never used twice; also the id of the container that holds its packages
+    std::string name;
+    int64_t userId = 0;
+    std::string definition;
+    InstanceState state = InstanceState::pending;
+    bool damaged = false;   // a power cut may have cost it data: it can never complete
+    int64_t reserved = 0;   // bytes of its container that are given to packages
+    bool compress = false;  // what its files are unless they say otherwise
+};
+
+struct InstanceTotals {
+    int64_t files = 0;
+    int64_t directories = 0;
+    int64_t size = 0;
+};
+
+struct InstanceSummary {
+    std::string machine;
+    std::string definition;
+    std::string name;
+    std::string startTime;
+    std::string endTime;
+    InstanceState state = InstanceState::pending;
+    InstanceTotals totals;
+    int64_t errors = 0;
+};
+
+// A file that the client has on its disk, as it asks whether to send it.
+struct OfferedFile {
+    std::string_view path;
+    int64_t mtime = 0;
+};
+
+// awaited: it was offered and is to be sent, but its information has not come yet.
+enum class FileKind : uint8_t { awaited = 0, file = 1, folder = 2 };
+
+// The nine numbers of a file's attribute data, in the order of their names in the web requests.
+using FileAttributes = std::array<uint32_t, 9>;
+
+struct StoredFile {
+    FileKind kind = FileKind::awaited;
+    FileAttributes attributes{};
+    int64_t mtime = 0;
+    bool compress = false;
+    int64_t size = 0;       // bytes of the package
+    int64_t blocks = 0;     // blocks stored, without gaps from the first
+    int64_t container = 0;  // where the package lies in the block store
+    int64_t offset = 0;
+};
+
+struct FailedFile {
+    std::string path;
+    int64_t code = 0;
+    std::string reason;
+};
+
+class Catalog {
+public:
+    virtual ~Catalog() = default;
+
+    // Durable. False when the name is taken.
+    virtual bool addUser(std::string_view name, std::string_view passwordHash) = 0;
+    // The account's password hash.
+    virtual std::optional<std::string> findPassword(std::string_view user) = 0;
+
+    // Sessions are kept under a hash of their token. Times are seconds. Adding one also forgets
+    // those that expired.
+    virtual void addSession(std::string_view tokenHash, std::string_view user,
+                            std::string_view machine, int64_t now, int64_t lifetime) = 0;
+    // The session unless it has been idle for the lifetime; finding it counts as use.
+    virtual std::optional<Session> findSession(std::string_view tokenHash, int64_t now,
+                                               int64_t lifetime) = 0;
+    virtual void removeSession(std::string_view tokenHash) = 0;
+
+    virtual std::optional<Instance> findInstance(std::string_view name) = 0;
+    virtual std::optional<Instance> findInstance(int64_t id) = 0;
+    // Makes a pending instance, whose base is the job's last completed one. The name must be new.
+    virtual Instance openInstance(const Session& session, std::string_view name,
+                                  std::string_view definition, bool compress) = 0;
+    virtual void startInstance(int64_t instance, std::string_view startTime,
+                               const InstanceTotals& totals) = 0;
+    // Carries over from the base what is whole, did not fail there and has the same time, awaits
+    // the rest; either replaces what the instance had under that path. Says for each whether it is
+    // to be sent.
+    virtual std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
+                                         bool compress) = 0;
+
+    virtual std::optional<StoredFile> findFile(int64_t instance, std::string_view path) = 0;
+    // Adds or replaces a file, and sets how much of the instance's container is given away.
+    virtual void putFile(int64_t instance, std::string_view path, const StoredFile& file,
+                         int64_t reserved) = 0;
+    virtual void setBlocks(int64_t instance, std::string_view path, int64_t blocks) = 0;
+    // A path that is awaited or lacks blocks, and is not on the error list.
+    virtual std::optional<std::string> findIncomplete(int64_t instance) = 0;
+
+    // How long the instance's own container must be to hold every package of it.
+    virtual int64_t packedLength(int64_t instance) = 0;
+
+    // A second error of the same path replaces the first.
+    virtual void addErrors(int64_t instance, const std::vector<FailedFile>& errors) = 0;
+    virtual std::optional<FailedFile> findError(int64_t instance, std::string_view path) = 0;
+
+    // Durable, with everything that was changed before. Files that lack blocks leave the instance;
+    // the error list has them.
+    virtual void completeInstance(int64_t instance, std::string_view endTime) = 0;
+    // Forgets its files; it and its errors stay in the lists.
+    virtual void cancelInstance(int64_t instance) = 0;
+
+    // Oldest first. Empty machine or definition: all.
+    virtual std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
+                                                       std::string_view definition) = 0;
+};
+
+}  // namespace dorvo

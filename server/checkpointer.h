@@ -1,0 +1,40 @@
+// Moves the write-ahead log into the database file, on a thread and a connection of its own.
+//
+// SQLite would do it inside whichever commit fills the log, and that request would wait for the
+// disk. Here the bulk is moved while writers go on; only the tail that they wrote meanwhile is
+// moved under their lock, so that the log starts anew and stays small.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace dorvo {
+
+class Checkpointer {
+public:
+    // Borrows the mutex that serialises the writers; it must outlive this object.
+    Checkpointer(std::string path, std::mutex& writers);
+    // Stops and joins; a checkpoint in progress is finished.
+    ~Checkpointer();
+    Checkpointer(const Checkpointer&) = delete;
+    Checkpointer& operator=(const Checkpointer&) = delete;
+
+    // Says that the log has grown. Does not block.
+    void poke();
+
+private:
+    void work();
+    void checkpoint();
+
+    std::string path_;
+    std::mutex& writers_;
+    std::mutex mutex_;  // guards due_ and stop_
+    std::condition_variable changed_;
+    bool due_ = false;
+    bool stop_ = false;
+    std::thread thread_;
+};
+
+}  // namespace dorvo

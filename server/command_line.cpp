@@ -1,0 +1,69 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <stdexcept>
+
+namespace dorvo {
+
+namespace {
+
+// "127.0.0.1:8080" or "[::1]:8080".
+void readListen(const std::string& text, ServerOptions& options) {
+    const size_t colon = text.rfind(':');
+    unsigned port = 65536;
+    if (colon != std::string::npos) {
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, port);
+        if (error != std::errc() || stop != end) {
+            port = 65536;
+        }
+    }
+    if (port > 65535 || colon == 0) {
+        throw std::runtime_error("--listen must be ADDRESS:PORT, not '" + text + "'");
+    }
+    options.address = text.substr(0, colon);
+    if (options.address.starts_with('[') && options.address.ends_with(']')) {
+        options.address = options.address.substr(1, options.address.size() - 2);
+    }
+    options.port = static_cast<uint16_t>(port);
+}
+
+}  // namespace
+
+CommandLine parseCommandLine(int argc, const char* const* argv) {
+    CommandLine result;
+    std::string listen = "127.0.0.1:8080";
+    std::string data = result.options.data.string();
+    CLI::App app("The storage service that backups go to.", "storage-server");
+    app.fallthrough();
+    app.add_option("--listen", listen, "address and port to serve at; port 0 takes a free one")
+        ->capture_default_str();
+    app.add_option("--data", data, "folder of the service's data")->capture_default_str();
+    app.add_option("--log", result.logFile, "file for the requests' lines, not standard error");
+    app.add_option("--session-lifetime", result.options.sessionLifetime,
+                   "seconds of idleness after which a session ends")
+        ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
+    CLI::App* user = app.add_subcommand("user", "accounts");
+    user->require_subcommand(1);
+    CLI::App* add =
+        user->add_subcommand("add", "add an account; its password is read from standard input");
+    add->add_option("NAME", result.user, "the account's name")->required();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        result.verb = CommandLine::Verb::help;
+        result.text = app.help();
+        return result;
+    } catch (const CLI::ParseError& error) {
+        throw std::runtime_error(error.what());
+    }
+    readListen(listen, result.options);
+    result.options.data = data;
+    if (add->parsed()) {
+        result.verb = CommandLine::Verb::addUser;
+    }
+    return result;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,126 @@
+#include "file_block_store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <charconv>
+#include <stdexcept>
+#include <system_error>
+
+#include "file_descriptor.h"
+
+namespace dorvo {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr mode_t fileMode = 0600;
+
+[[noreturn]] void fail(const char* what, const fs::path& path) {
+    throw std::system_error(errno, std::generic_category(),
+                            std::string(what) + " " + path.string());
+}
+
+FileDescriptor open(const fs::path& path, int flags) {
+    return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC, fileMode));
+}
+
+}  // namespace
+
+FileBlockStore::FileBlockStore(fs::path folder) : folder_(std::move(folder)) {
+    fs::create_directories(folder_);
+}
+
+fs::path FileBlockStore::path(int64_t container) const {
+    static constexpr char digits[] = "0123456789abcdef";
+    const auto low = static_cast<unsigned>(container & 0xFF);
+    return folder_ / std::string{digits[low >> 4U], digits[low & 15U]} /
+           (std::to_string(container) + ".pkg");
+}
+
+void FileBlockStore::write(int64_t container, int64_t offset, std::string_view bytes) {
+    const fs::path file = path(container);
+    FileDescriptor fd = open(file, O_WRONLY | O_CREAT);
+    if (!fd && errno == ENOENT) {
+        fs::create_directories(file.parent_path());
+        fd = open(file, O_WRONLY | O_CREAT);
+    }
+    if (!fd) {
+        fail("cannot open", file);
+    }
+    while (!bytes.empty()) {
+        const ssize_t written = ::pwrite(fd.get(), bytes.data(), bytes.size(), offset);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            fail("cannot write", file);
+        }
+        bytes.remove_prefix(static_cast<size_t>(written));
+        offset += written;
+    }
+}
+
+void FileBlockStore::discard(int64_t container, int64_t offset, int64_t length) {
+    const FileDescriptor fd = open(path(container), O_WRONLY);
+    if (fd && length > 0) {
+        // Only saves space: a file system that cannot do it keeps the bytes.
+        ::fallocate(fd.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, offset, length);
+    }
+}
+
+void FileBlockStore::sync(int64_t container, int64_t length) {
+    const fs::path file = path(container);
+    const FileDescriptor fd = open(file, O_RDONLY);
+    if (!fd) {
+        if (errno == ENOENT && length == 0) {
+            return;
+        }
+        fail("cannot open", file);
+    }
+    struct stat status {};
+    if (::fstat(fd.get(), &status) != 0) {
+        fail("cannot stat", file);
+    }
+    if (status.st_size < length) {
+        throw std::runtime_error(file.string() + " has lost bytes");
+    }
+    if (::fsync(fd.get()) != 0) {
+        fail("cannot sync", file);
+    }
+    syncFolder(file.parent_path());
+    syncFolder(folder_);
+}
+
+void FileBlockStore::remove(int64_t container) {
+    fs::remove(path(container));
+}
+
+void FileBlockStore::sweep(const std::function<bool(int64_t)>& keep) {
+    for (const auto& folder : fs::directory_iterator(folder_)) {
+        if (!folder.is_directory()) {
+            continue;
+        }
+        for (const auto& file : fs::directory_iterator(folder)) {
+            const std::string name = file.path().stem().string();
+            int64_t number = 0;
+            const auto [end, error] =
+                std::from_chars(name.data(), name.data() + name.size(), number);
+            if (error == std::errc() && end == name.data() + name.size() &&
+                file.path().extension() == ".pkg" && !keep(number)) {
+                fs::remove(file.path());
+            }
+        }
+    }
+}
+
+void syncFolder(const fs::path& folder) {
+    const FileDescriptor fd = open(folder, O_RDONLY | O_DIRECTORY);
+    if (!fd || ::fsync(fd.get()) != 0) {
+        fail("cannot sync", folder);
+    }
+}
+
+}  // namespace dorvo

@@ -1,0 +1,35 @@
+// Containers as plain files: <folder>/<two hexadecimal digits>/<number>.pkg
+//
+// One file a backup instance, not one a package: the end of a backup waits for the disk once,
+// however many small files it has, and a cancelled backup is freed with one call. The digits are
+// the low byte of the number.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "block_store.h"
+
+namespace dorvo {
+
+class FileBlockStore : public BlockStore {
+public:
+    // Makes the folder when it is not there.
+    explicit FileBlockStore(std::filesystem::path folder);
+
+    void write(int64_t container, int64_t offset, std::string_view bytes) override;
+    void discard(int64_t container, int64_t offset, int64_t length) override;
+    void sync(int64_t container, int64_t length) override;
+    void remove(int64_t container) override;
+    void sweep(const std::function<bool(int64_t)>& keep) override;
+
+private:
+    [[nodiscard]] std::filesystem::path path(int64_t container) const;
+
+    std::filesystem::path folder_;
+};
+
+// Makes names that were made or removed in the folder survive a power cut.
+void syncFolder(const std::filesystem::path& folder);
+
+}  // namespace dorvo

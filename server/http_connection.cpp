@@ -1,0 +1,310 @@
+#include "http_connection.h"
+
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <cstdio>
+
+#include "dispatcher.h"
+#include "http_target.h"
+
+namespace dorvo {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+
+namespace {
+
+constexpr size_t partBytes = size_t{32} * 1024;
+constexpr size_t lingerBytes = size_t{1} << 20U;
+constexpr std::chrono::seconds lingerTime(2);
+// Bodies above this are taken in only from those who are logged in.
+constexpr size_t openBodyBytes = size_t{1} << 20U;
+constexpr const char* continueText = "HTTP/1.1 100 Continue\r\n\r\n";
+
+std::string text(boost::string_view view) {
+    return {view.data(), view.size()};
+}
+
+}  // namespace
+
+HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& shared)
+    : shared_(shared), stream_(std::move(socket)), part_(partBytes) {
+    beast::error_code error;
+    const auto endpoint = stream_.socket().remote_endpoint(error);
+    peer_ = error ? "-" : endpoint.address().to_string();
+    stream_.socket().set_option(asio::ip::tcp::no_delay(true), error);
+}
+
+HttpConnection::~HttpConnection() {
+    shared_.ended(this);
+}
+
+void HttpConnection::start() {
+    asio::dispatch(stream_.get_executor(), [self = shared_from_this()] { self->waitForRequest(); });
+}
+
+void HttpConnection::finish() {
+    asio::post(stream_.get_executor(), [self = shared_from_this()] {
+        self->finishing_ = true;
+        if (self->idle_) {
+            self->close();
+        }
+    });
+}
+
+void HttpConnection::abort() {
+    asio::post(stream_.get_executor(), [self = shared_from_this()] { self->close(); });
+}
+
+void HttpConnection::waitForRequest() {
+    if (finishing_) {
+        close();
+        return;
+    }
+    idle_ = true;
+    if (buffer_.size() != 0) {
+        readHead();
+        return;
+    }
+    stream_.expires_after(shared_.limits.idle);
+    stream_.async_read_some(buffer_.prepare(shared_.limits.headBytes),
+                            [self = shared_from_this()](beast::error_code error, size_t bytes) {
+                                if (error) {
+                                    self->close();
+                                    return;
+                                }
+                                self->buffer_.commit(bytes);
+                                self->readHead();
+                            });
+}
+
+void HttpConnection::readHead() {
+    idle_ = false;
+    begin_ = std::chrono::steady_clock::now();
+    request_ = {};
+    refusal_.reset();
+    bodyBytes_ = 0;
+    target_ = "-";
+    method_ = "-";
+    parser_.emplace();
+    parser_->header_limit(static_cast<std::uint32_t>(shared_.limits.headBytes));
+    parser_->body_limit(shared_.limits.discardedBytes);
+    stream_.expires_after(shared_.limits.head);
+    http::async_read_header(stream_, buffer_, *parser_,
+                            [self = shared_from_this()](beast::error_code error, size_t) {
+                                if (error) {
+                                    self->onHeadError(error);
+                                } else {
+                                    self->onHead();
+                                }
+                            });
+}
+
+void HttpConnection::onHeadError(beast::error_code error) {
+    if (error == http::error::header_limit) {
+        answerAndEnd(413, "the request's head is too large");
+    } else if (error == http::error::body_limit) {
+        target_ = text(parser_->get().target());
+        method_ = text(parser_->get().method_string());
+        answerAndEnd(413, "the request's body is too large");
+    } else if (error.category() == http::make_error_code(http::error::bad_version).category() &&
+               error != http::error::end_of_stream && error != http::error::partial_message) {
+        answerAndEnd(400, "the request is malformed");
+    } else {
+        close();
+    }
+}
+
+void HttpConnection::onHead() {
+    const auto& head = parser_->get();
+    target_ = text(head.target());
+    method_ = text(head.method_string());
+    request_.peer = peer_;
+    request_.cookie = text(head[http::field::cookie]);
+    request_.contentType = text(head[http::field::content_type]);
+    auto path = decodedPath(target_);
+    if (!path) {
+        refusal_ = errorReply(400, "the path is malformed");
+    } else if (head.method() != http::verb::post) {
+        refusal_ = errorReply(405, "only POST is served");
+    } else {
+        bodyLimit_ = Dispatcher::bodyLimit(*path);
+        request_.path = std::move(*path);
+        if (bodyLimit_ == 0) {
+            refusal_ = errorReply(404, "no such path");
+        }
+    }
+    const auto length = parser_->content_length();
+    if (!refusal_ && length && *length > bodyLimit_) {
+        refusal_ = errorReply(413, "the request's body is too large");
+    }
+    if (!refusal_ && bodyLimit_ > openBodyBytes && (!length || *length > openBodyBytes)) {
+        judgeLargeBody();
+        return;
+    }
+    if (!refusal_ && length) {
+        request_.body.reserve(*length);
+    }
+    if (beast::iequals(head[http::field::expect], "100-continue")) {
+        stream_.expires_after(shared_.limits.stall);
+        asio::async_write(stream_,
+                          asio::buffer(continueText, std::char_traits<char>::length(continueText)),
+                          [self = shared_from_this()](beast::error_code error, size_t) {
+                              if (error) {
+                                  self->close();
+                              } else {
+                                  self->readBody();
+                              }
+                          });
+        return;
+    }
+    readBody();
+}
+
+// A look-up in the catalog, so not on this thread.
+void HttpConnection::judgeLargeBody() {
+    stream_.expires_never();
+    asio::post(shared_.workers, [self = shared_from_this()] {
+        const bool authorised = self->shared_.dispatcher.authorised(self->request_.cookie);
+        asio::post(self->stream_.get_executor(), [self, authorised] {
+            if (!authorised) {
+                self->refusal_ = errorReply(401, "no valid session");
+            }
+            self->readBody();
+        });
+    });
+}
+
+void HttpConnection::readBody() {
+    if (parser_->is_done()) {
+        dispatch();
+        return;
+    }
+    parser_->get().body().data = part_.data();
+    parser_->get().body().size = part_.size();
+    stream_.expires_after(shared_.limits.stall);
+    http::async_read(stream_, buffer_, *parser_,
+                     [self = shared_from_this()](beast::error_code error, size_t) {
+                         if (error && error != http::error::need_buffer) {
+                             if (error == http::error::body_limit) {
+                                 self->answerAndEnd(413, "the request's body is too large");
+                             } else if (error == http::error::bad_chunk ||
+                                        error == http::error::bad_chunk_extension) {
+                                 self->answerAndEnd(400, "the request's body is malformed");
+                             } else {
+                                 self->close();
+                             }
+                             return;
+                         }
+                         self->onBodyPart(self->parser_->get().body().size);
+                     });
+}
+
+void HttpConnection::onBodyPart(size_t room) {
+    const size_t bytes = part_.size() - room;
+    bodyBytes_ += bytes;
+    if (!refusal_ && bodyBytes_ > bodyLimit_) {
+        refusal_ = errorReply(413, "the request's body is too large");
+        request_.body = {};
+    }
+    if (!refusal_) {
+        request_.body.append(part_.data(), bytes);
+    }
+    readBody();
+}
+
+void HttpConnection::dispatch() {
+    stream_.expires_never();
+    if (refusal_) {
+        answer(std::move(*refusal_));
+        return;
+    }
+    asio::post(shared_.workers, [self = shared_from_this()] {
+        WebReply reply = self->shared_.dispatcher.handle(self->request_);
+        asio::post(self->stream_.get_executor(),
+                   [self, reply = std::move(reply)]() mutable { self->answer(std::move(reply)); });
+    });
+}
+
+void HttpConnection::answer(WebReply reply) {
+    const auto& head = parser_->get();
+    const bool keepAlive = head.keep_alive() && !finishing_;
+    response_.emplace(static_cast<http::status>(reply.status), head.version());
+    response_->set(http::field::content_type, "application/json");
+    if (!reply.setCookie.empty()) {
+        response_->set(http::field::set_cookie, reply.setCookie);
+    }
+    if (reply.status == 405) {
+        response_->set(http::field::allow, "POST");
+    }
+    response_->keep_alive(keepAlive);
+    logRequest(reply);
+    response_->body() = std::move(reply.body);
+    response_->prepare_payload();
+    request_.body = {};
+    write(keepAlive);
+}
+
+// For requests that cannot be read to their end.
+void HttpConnection::answerAndEnd(int status, const char* why) {
+    WebReply reply = errorReply(status, why);
+    response_.emplace(static_cast<http::status>(status), 11U);
+    response_->set(http::field::content_type, "application/json");
+    response_->keep_alive(false);
+    logRequest(reply);
+    response_->body() = std::move(reply.body);
+    response_->prepare_payload();
+    write(false);
+}
+
+void HttpConnection::write(bool keepAlive) {
+    stream_.expires_after(shared_.limits.stall);
+    http::async_write(stream_, *response_,
+                      [self = shared_from_this(), keepAlive](beast::error_code error, size_t) {
+                          if (error) {
+                              self->close();
+                          } else if (keepAlive) {
+                              self->waitForRequest();
+                          } else {
+                              beast::error_code ignored;
+                              self->stream_.socket().shutdown(asio::socket_base::shutdown_send,
+                                                              ignored);
+                              self->stream_.expires_after(lingerTime);
+                              self->linger();
+                          }
+                      });
+}
+
+// Closing over bytes that nobody read would make the system throw the answer away.
+void HttpConnection::linger() {
+    stream_.async_read_some(asio::buffer(part_),
+                            [self = shared_from_this()](beast::error_code error, size_t bytes) {
+                                self->lingered_ += bytes;
+                                if (error || self->lingered_ > lingerBytes) {
+                                    self->close();
+                                } else {
+                                    self->linger();
+                                }
+                            });
+}
+
+void HttpConnection::close() {
+    beast::error_code ignored;
+    stream_.socket().close(ignored);
+    stream_.cancel();
+}
+
+void HttpConnection::logRequest(const WebReply& reply) const {
+    const auto took = std::chrono::steady_clock::now() - begin_;
+    std::array<char, 64> numbers{};
+    std::snprintf(numbers.data(), numbers.size(), "%d %zu %.1f", reply.status, bodyBytes_,
+                  std::chrono::duration<double, std::milli>(took).count());
+    shared_.log(peer_ + " " + method_ + " " + target_ + " " + numbers.data() + " " +
+                (reply.user.empty() ? "-" : reply.user));
+}
+
+}  // namespace dorvo

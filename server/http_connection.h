@@ -1,0 +1,82 @@
+// One client's connection: request after request until either side has enough.
+//
+// It lives as long as an operation of it is under way. Everything runs on the connection's strand
+// but the dispatcher's call, during which the connection waits.
+#pragma once
+
+#include <array>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/thread_pool.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/buffer_body.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "http_server.h"
+#include "web_request.h"
+
+namespace dorvo {
+
+class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
+public:
+    // What the connections of a server share; outlives them.
+    struct Shared {
+        Dispatcher& dispatcher;
+        HttpLimits limits;
+        HttpServer::Log log;
+        boost::asio::thread_pool& workers;
+        std::function<void(HttpConnection*)> ended;
+    };
+
+    HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared);
+    ~HttpConnection();
+    HttpConnection(const HttpConnection&) = delete;
+    HttpConnection& operator=(const HttpConnection&) = delete;
+
+    void start();
+    // Ends the connection after the request in progress, at once when there is none. Any thread.
+    void finish();
+    // Ends it at once. Any thread.
+    void abort();
+
+private:
+    void waitForRequest();
+    void readHead();
+    void onHead();
+    void judgeLargeBody();
+    void readBody();
+    void onBodyPart(size_t room);
+    void dispatch();
+    void answer(WebReply reply);
+    void answerAndEnd(int status, const char* why);
+    void onHeadError(boost::beast::error_code error);
+    void write(bool keepAlive);
+    void linger();
+    void close();
+    void logRequest(const WebReply& reply) const;
+
+    const Shared& shared_;
+    boost::beast::tcp_stream stream_;
+    boost::beast::flat_buffer buffer_;
+    std::optional<boost::beast::http::request_parser<boost::beast::http::buffer_body>> parser_;
+    std::optional<boost::beast::http::response<boost::beast::http::string_body>> response_;
+    std::vector<char> part_;
+    WebRequest request_;
+    std::optional<WebReply> refusal_;  // decided before the body is read; the body is dropped
+    size_t bodyLimit_ = 0;
+    size_t bodyBytes_ = 0;
+    size_t lingered_ = 0;
+    std::chrono::steady_clock::time_point begin_;
+    std::string peer_;
+    std::string target_;
+    std::string method_;
+    bool idle_ = true;
+    bool finishing_ = false;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,54 @@
+// The HTTP/1.1 server: takes connections, reads requests within limits, and answers them.
+//
+// Connections are served by one thread a core, which never block; the dispatcher's calls run on
+// threads of their own. What is too large, too slow or malformed is refused without disturbing
+// others. A request's body is always read before the request is refused, up to a bound.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace dorvo {
+
+class Dispatcher;
+
+struct HttpLimits {
+    size_t connections = 1024;
+    size_t headBytes = 8192;
+    size_t discardedBytes = size_t{64} << 20U;  // of a refused body, before the connection ends
+    std::chrono::milliseconds idle{300'000};    // between two requests of a connection
+    std::chrono::milliseconds head{20'000};     // from a request's first byte to its head's last
+    std::chrono::milliseconds stall{30'000};    // for each 32 KiB of a body, and for an answer
+    std::chrono::milliseconds stopPatience{10'000};  // for requests in progress at stop()
+};
+
+class HttpServer {
+public:
+    // What is written for each request: one line without its end.
+    using Log = std::function<void(const std::string&)>;
+
+    // Begins to serve; throws std::exception when it cannot listen there. Port 0: any free one.
+    // Borrows the dispatcher. The log is called from any thread.
+    HttpServer(Dispatcher& dispatcher, const std::string& address, uint16_t port, HttpLimits limits,
+               Log log);
+    // stop()
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    // Where it listens, such as "127.0.0.1:8080".
+    [[nodiscard]] std::string endpoint() const;
+    [[nodiscard]] uint16_t port() const;
+
+    // Takes no more requests, lets those in progress finish, within bounds, and joins. Idempotent.
+    void stop();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,13 @@
+// A request's target as the path that endpoints are known by.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace dorvo {
+
+// Percent-decoded and without its query; nothing when an escape is malformed or stands for NUL.
+std::optional<std::string> decodedPath(std::string_view target);
+
+}  // namespace dorvo

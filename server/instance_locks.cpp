@@ -1,0 +1,24 @@
+#include "instance_locks.h"
+
+#include "service_error.h"
+
+namespace dorvo {
+
+InstanceLocks::Guard::Guard(InstanceLocks& locks, std::string name)
+    : locks_(locks), name_(std::move(name)) {
+    std::unique_lock lock(locks_.mutex_);
+    if (!locks_.released_.wait_for(lock, locks_.patience_,
+                                   [this] { return locks_.held_.insert(name_).second; })) {
+        throw ServiceError(503, "another request of this backup is in progress");
+    }
+}
+
+InstanceLocks::Guard::~Guard() {
+    {
+        const std::lock_guard lock(locks_.mutex_);
+        locks_.held_.erase(name_);
+    }
+    locks_.released_.notify_all();
+}
+
+}  // namespace dorvo

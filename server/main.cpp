@@ -1,0 +1,71 @@
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "command_line.h"
+#include "request_log.h"
+#include "storage_server.h"
+
+namespace {
+
+constexpr int failed = 1;
+constexpr int wrongUsage = 2;
+
+int complain(const std::exception& error, int code) {
+    std::fprintf(stderr, "storage-server: %s\n", error.what());
+    return code;
+}
+
+int addUser(const dorvo::CommandLine& command) {
+    std::string password;
+    std::getline(std::cin, password);
+    if (password.ends_with('\r')) {
+        password.pop_back();
+    }
+    dorvo::addUser(command.options.data, command.user, password);
+    std::printf("user %s added\n", command.user.c_str());
+    return 0;
+}
+
+int serve(const dorvo::CommandLine& command) {
+    // Blocked before any thread starts, so that only the wait below takes them.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    const dorvo::RequestLog log(command.logFile);
+    dorvo::StorageServer server(command.options,
+                                [&log](const std::string& line) { log.write(line); });
+    std::printf("listening on %s\n", server.endpoint().c_str());
+    std::fflush(stdout);
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    server.stop();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    dorvo::CommandLine command;
+    try {
+        command = dorvo::parseCommandLine(argc, argv);
+    } catch (const std::exception& error) {
+        return complain(error, wrongUsage);
+    }
+    try {
+        switch (command.verb) {
+            case dorvo::CommandLine::Verb::help: std::fputs(command.text.c_str(), stdout); return 0;
+            case dorvo::CommandLine::Verb::addUser: return addUser(command);
+            case dorvo::CommandLine::Verb::serve: return serve(command);
+        }
+    } catch (const std::exception& error) {
+        return complain(error, failed);
+    }
+    return 0;
+}

@@ -1,0 +1,100 @@
+// A thin owner of an SQLite connection, its prepared statements and its transactions.
+//
+// Every failure throws std::runtime_error with SQLite's own text. A connection and its statements
+// belong to one thread at a time; the caller serialises.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace dorvo {
+
+// A value of SQLite type BLOB; plain string_view arguments bind as TEXT.
+struct Blob {
+    std::string_view bytes;
+};
+
+class Database {
+public:
+    // Opens or creates the file. Waits up to 10 s for another process that holds the lock.
+    explicit Database(const std::string& path);
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    void exec(const char* sql);
+    [[nodiscard]] int64_t lastRowId() const;
+    [[nodiscard]] int64_t changes() const;
+    [[nodiscard]] sqlite3* handle() const { return db_; }
+
+private:
+    sqlite3* db_ = nullptr;
+};
+
+// One run of a statement: walk the rows with next(). Its end makes the statement ready again.
+// Columns are read while the row is current; views live until the next call of next().
+class Rows {
+public:
+    explicit Rows(sqlite3_stmt* statement) : statement_(statement) {}
+    ~Rows();
+    Rows(const Rows&) = delete;
+    Rows& operator=(const Rows&) = delete;
+
+    bool next();
+    [[nodiscard]] int64_t integer(int column) const;
+    [[nodiscard]] std::string_view text(int column) const;
+
+private:
+    sqlite3_stmt* statement_;
+};
+
+// A prepared statement. The arguments of a run are bound by reference and must outlive it.
+class Statement {
+public:
+    Statement(const Database& database, const char* sql);
+    ~Statement();
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    template <class... Values>
+    Rows query(const Values&... values) {
+        int index = 0;
+        (bind(++index, values), ...);
+        return Rows(statement_);
+    }
+
+    // Runs a statement that gives no rows.
+    template <class... Values>
+    void run(const Values&... values) {
+        query(values...).next();
+    }
+
+private:
+    void bind(int index, int64_t value);
+    void bind(int index, std::string_view text);
+    void bind(int index, const Blob& blob);
+    void check(int result) const;
+
+    sqlite3_stmt* statement_ = nullptr;
+};
+
+// A write transaction: begun at once, rolled back unless committed.
+class Transaction {
+public:
+    explicit Transaction(Database& database);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    void commit();
+
+private:
+    Database& database_;
+    bool open_ = true;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,111 @@
+// The database itself, accounts and sessions. Backups are in sqlite_catalog_instances.cpp.
+#include "sqlite_catalog.h"
+
+#include <sqlite3.h>
+
+#include "checkpointer.h"
+#include "sqlite_durably.h"
+#include "sqlite_statements.h"
+
+namespace dorvo {
+
+namespace {
+
+// 16 MiB of log: large enough to write each page of the tree once for many commits.
+constexpr int checkpointPages = 4096;
+
+int onCommit(void* checkpointer, sqlite3*, const char*, int pages) {
+    if (pages >= checkpointPages) {
+        static_cast<Checkpointer*>(checkpointer)->poke();
+    }
+    return SQLITE_OK;
+}
+
+}  // namespace
+
+SqliteCatalog::SqliteCatalog(const std::string& path) : database_(path) {
+    database_.exec(
+        "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; PRAGMA synchronous=NORMAL;"
+        "PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;");
+    durably([this] { database_.exec(sqliteSchema); });
+    statements_ = std::make_unique<Statements>(database_);
+    checkpointer_ = std::make_unique<Checkpointer>(path, mutex_);
+    sqlite3_wal_hook(database_.handle(), &onCommit, checkpointer_.get());
+}
+
+SqliteCatalog::~SqliteCatalog() {
+    sqlite3_wal_hook(database_.handle(), nullptr, nullptr);
+}
+
+void SqliteCatalog::beginService(std::string_view boot) {
+    const std::lock_guard lock(mutex_);
+    durably([&] {
+        Statement damage(database_,
+                         "UPDATE instances SET damaged = 1 WHERE state < 2 AND EXISTS"
+                         " (SELECT 1 FROM service WHERE boot <> '' AND boot <> ?1)");
+        damage.run(boot);
+        Statement(database_, "INSERT OR REPLACE INTO service VALUES(1, ?1)").run(boot);
+    });
+}
+
+void SqliteCatalog::endService() {
+    const std::lock_guard lock(mutex_);
+    durably([&] { database_.exec("UPDATE service SET boot = ''"); });
+}
+
+bool SqliteCatalog::addUser(std::string_view name, std::string_view passwordHash) {
+    const std::lock_guard lock(mutex_);
+    bool added = false;
+    durably([&] {
+        statements_->addUser.run(name, passwordHash);
+        added = database_.changes() == 1;
+    });
+    return added;
+}
+
+std::optional<std::string> SqliteCatalog::findPassword(std::string_view user) {
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->findPassword.query(user);
+    return rows.next() ? std::optional<std::string>(rows.text(0)) : std::nullopt;
+}
+
+void SqliteCatalog::addSession(std::string_view tokenHash, std::string_view user,
+                               std::string_view machine, int64_t now, int64_t lifetime) {
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    statements_->expireSessions.run(now, lifetime);
+    statements_->addMachine.run(user, machine);
+    statements_->addSession.run(Blob{tokenHash}, user, machine, now);
+    transaction.commit();
+}
+
+std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, int64_t now,
+                                                  int64_t lifetime) {
+    const std::lock_guard lock(mutex_);
+    Session session;
+    int64_t used = 0;
+    {
+        auto rows = statements_->findSession.query(Blob{tokenHash});
+        if (!rows.next()) {
+            return std::nullopt;
+        }
+        session = {rows.integer(0), rows.integer(1), std::string(rows.text(2)),
+                   std::string(rows.text(3))};
+        used = rows.integer(4);
+    }
+    if (used + lifetime <= now) {
+        return std::nullopt;
+    }
+    // Not at every request: a write costs more than all the rest of the look-up.
+    if (now - used > lifetime / 64) {
+        statements_->useSession.run(Blob{tokenHash}, now);
+    }
+    return session;
+}
+
+void SqliteCatalog::removeSession(std::string_view tokenHash) {
+    const std::lock_guard lock(mutex_);
+    statements_->removeSession.run(Blob{tokenHash});
+}
+
+}  // namespace dorvo

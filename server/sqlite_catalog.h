@@ -1,0 +1,83 @@
+// The catalog in one SQLite database.
+//
+// The database runs with a write-ahead log. A commit appends to the log without waiting for the
+// disk: that survives the death of the process, which the system's page cache does not share. A
+// durable commit also syncs the log, and with it everything committed before. A power cut can thus
+// take the last commits, in reverse order, but never tear one, and never what stands before a
+// durable one.
+//
+// A backup that was under way during a power cut may have lost package bytes that the database
+// remembers. The database keeps the identity of the machine's boot that wrote to it; when it is
+// opened for service under another one without having been closed in order, such backups are
+// marked damaged.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "catalog.h"
+#include "sqlite.h"
+
+namespace dorvo {
+
+class Checkpointer;
+
+class SqliteCatalog : public Catalog {
+public:
+    // Opens or creates the database.
+    explicit SqliteCatalog(const std::string& path);
+    ~SqliteCatalog() override;
+
+    // Begins service under this boot of the machine, see above. Durable.
+    void beginService(std::string_view boot);
+    // Ends service in order. Durable. The caller has made the package bytes durable before.
+    void endService();
+
+    bool addUser(std::string_view name, std::string_view passwordHash) override;
+    std::optional<std::string> findPassword(std::string_view user) override;
+
+    void addSession(std::string_view tokenHash, std::string_view user, std::string_view machine,
+                    int64_t now, int64_t lifetime) override;
+    std::optional<Session> findSession(std::string_view tokenHash, int64_t now,
+                                       int64_t lifetime) override;
+    void removeSession(std::string_view tokenHash) override;
+
+    std::optional<Instance> findInstance(std::string_view name) override;
+    std::optional<Instance> findInstance(int64_t id) override;
+    Instance openInstance(const Session& session, std::string_view name,
+                          std::string_view definition, bool compress) override;
+    void startInstance(int64_t instance, std::string_view startTime,
+                       const InstanceTotals& totals) override;
+    std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
+                                 bool compress) override;
+
+    std::optional<StoredFile> findFile(int64_t instance, std::string_view path) override;
+    void putFile(int64_t instance, std::string_view path, const StoredFile& file,
+                 int64_t reserved) override;
+    void setBlocks(int64_t instance, std::string_view path, int64_t blocks) override;
+    std::optional<std::string> findIncomplete(int64_t instance) override;
+    int64_t packedLength(int64_t instance) override;
+
+    void addErrors(int64_t instance, const std::vector<FailedFile>& errors) override;
+    std::optional<FailedFile> findError(int64_t instance, std::string_view path) override;
+
+    void completeInstance(int64_t instance, std::string_view endTime) override;
+    void cancelInstance(int64_t instance) override;
+    std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
+                                               std::string_view definition) override;
+
+private:
+    struct Statements;
+
+    // Runs the change in one transaction that a power cut cannot take. The caller holds mutex_.
+    template <class Change>
+    void durably(const Change& change);
+
+    std::mutex mutex_;  // guards the connection and its statements
+    Database database_;
+    std::unique_ptr<Statements> statements_;
+    std::unique_ptr<Checkpointer> checkpointer_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,107 @@
+#include "storage_server.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "password_hash.h"
+
+namespace dorvo {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+FileDescriptor lockData(const fs::path& data) {
+    prepareDataFolder(data);
+    const fs::path path = data / "lock";
+    FileDescriptor fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!fd) {
+        throw std::system_error(errno, std::generic_category(), "cannot open " + path.string());
+    }
+    if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw std::runtime_error(data.string() + " is served by another process");
+    }
+    return fd;
+}
+
+std::string bootIdentity() {
+    std::ifstream file("/proc/sys/kernel/random/boot_id");
+    std::string boot;
+    std::getline(file, boot);
+    if (boot.empty()) {
+        throw std::runtime_error("cannot tell which boot of the machine this is");
+    }
+    return boot;
+}
+
+// Everything of the file system that the data lies on, whoever wrote it.
+void syncFileSystem(const fs::path& data) {
+    const FileDescriptor fd(::open(data.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd || ::syncfs(fd.get()) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot sync " + data.string());
+    }
+}
+
+}  // namespace
+
+std::string prepareDataFolder(const fs::path& data) {
+    ::umask(077);
+    fs::create_directories(data);
+    return (data / "catalog.db").string();
+}
+
+StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
+    : data_(options.data),
+      lock_(lockData(data_)),
+      catalog_(prepareDataFolder(data_)),
+      blocks_(data_ / "packages"),
+      dispatcher_(catalog_, blocks_, options.sessionLifetime) {
+    catalog_.beginService(options.boot.empty() ? bootIdentity() : options.boot);
+    // What a crash left between the catalog's change and the freeing of the bytes.
+    blocks_.sweep([this](int64_t container) {
+        const auto instance = catalog_.findInstance(container);
+        return instance && instance->state != InstanceState::cancelled;
+    });
+    syncFolder(data_);
+    http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port, options.limits,
+                                         std::move(log));
+}
+
+StorageServer::~StorageServer() {
+    try {
+        stop();
+    } catch (const std::exception&) {
+        // It stays marked as in service: the next start takes it for what it is, a crash.
+        stopped_ = true;
+    }
+}
+
+void StorageServer::stop() {
+    if (stopped_) {
+        return;
+    }
+    stopped_ = true;
+    http_->stop();
+    syncFileSystem(data_);
+    catalog_.endService();
+}
+
+void addUser(const fs::path& data, const std::string& name, const std::string& password) {
+    checkName(name, "user");
+    if (password.empty()) {
+        throw std::runtime_error("the password is empty");
+    }
+    SqliteCatalog catalog(prepareDataFolder(data));
+    if (!catalog.addUser(name, hashPassword(password))) {
+        throw std::runtime_error("there is a user " + name + " already");
+    }
+    syncFolder(data);
+}
+
+}  // namespace dorvo

@@ -1,0 +1,62 @@
+// The whole service over one data folder: catalog, packages, endpoints and the HTTP server.
+//
+// Data folder: "catalog.db" (with "-wal" and "-shm" beside it), "packages/", and "lock", which is
+// held by the one process that serves it. Accounts may be added by another process meanwhile.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "dispatcher.h"
+#include "file_block_store.h"
+#include "file_descriptor.h"
+#include "http_server.h"
+#include "sqlite_catalog.h"
+
+namespace dorvo {
+
+struct ServerOptions {
+    std::filesystem::path data = "dorvo-data";
+    std::string address = "127.0.0.1";
+    uint16_t port = 8080;
+    int64_t sessionLifetime = int64_t{30} * 24 * 3600;  // seconds of idleness
+    HttpLimits limits{};
+    std::string boot;  // identity of the machine's boot; empty: ask the system
+};
+
+class StorageServer {
+public:
+    // Serves when it returns. Throws std::exception when it cannot, saying why.
+    StorageServer(const ServerOptions& options, HttpServer::Log log);
+    // stop()
+    ~StorageServer();
+    StorageServer(const StorageServer&) = delete;
+    StorageServer& operator=(const StorageServer&) = delete;
+
+    [[nodiscard]] std::string endpoint() const { return http_->endpoint(); }
+    [[nodiscard]] uint16_t port() const { return http_->port(); }
+
+    // Lets requests in progress finish and makes everything durable. Idempotent.
+    void stop();
+
+private:
+    std::filesystem::path data_;
+    FileDescriptor lock_;
+    SqliteCatalog catalog_;
+    FileBlockStore blocks_;
+    Dispatcher dispatcher_;
+    std::unique_ptr<HttpServer> http_;
+    bool stopped_ = false;
+};
+
+// Makes the data folder, if it isn't there, for its owner only, and gives the catalog's path in it.
+std::string prepareDataFolder(const std::filesystem::path& data);
+
+// Adds an account to the data folder's catalog. Throws std::exception with one sentence when the
+// name or the password is unusable or the name is taken.
+void addUser(const std::filesystem::path& data, const std::string& name,
+             const std::string& password);
+
+}  // namespace dorvo
