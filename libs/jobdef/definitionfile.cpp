@@ -76,6 +76,10 @@ bool readFile(const std::wstring& path, std::string& text) {
 }
 
 bool replaceFile(const std::wstring& path, const std::string& text) {
+    if (path.empty()) {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return false;
+    }
     const std::wstring fresh = path + L".new";
     if (write(fresh, text) &&
         MoveFileExW(fresh.c_str(), path.c_str(),

@@ -53,6 +53,7 @@ private:
     bool save(const std::map<std::string, json_spirit::Value>& keys) const;
     bool usable();
     bool storedKey(const std::string& user, std::string& bytes) const;
+    bool makeKey(const char* user, std::string& bytes);
 
     CriticalSection lock_;                            // guards what follows, and the file
     std::map<std::string, json_spirit::Value> keys_;  // user -> Base64 of 32 bytes

@@ -1,0 +1,109 @@
+#include "settings/globalkey.h"
+
+#include <windows.h>
+
+#include <stdexcept>
+
+#include "base/handle.h"
+#include "base/log.h"
+#include "settings/encodedtext.h"
+
+namespace dorvo {
+namespace {
+
+constexpr const wchar_t* keyPath = L"SOFTWARE\\trevold\\Dorvo";
+constexpr const wchar_t* valueName = L"random";
+constexpr size_t keyBytes = 32;
+constexpr size_t base64Length = (keyBytes + 2) / 3 * 4;
+
+LSTATUS readValue(std::string& base64) {
+    wchar_t text[base64Length + 1];
+    DWORD size = sizeof text;
+    const LSTATUS status =
+        RegGetValueW(HKEY_LOCAL_MACHINE, keyPath, valueName, RRF_RT_REG_SZ, nullptr, text, &size);
+    if (status == ERROR_SUCCESS) {
+        const std::wstring_view wide(text);
+        base64.resize(wide.size());
+        for (size_t i = 0; i < wide.size(); ++i) {
+            base64[i] = static_cast<char>(wide[i] < 0x80 ? wide[i] : L'?');
+        }
+    }
+    return status;
+}
+
+LSTATUS writeValue(const std::string& base64) {
+    HKEY opened = nullptr;
+    const LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, keyPath, 0, nullptr, 0,
+                                           KEY_SET_VALUE, nullptr, &opened, nullptr);
+    if (status != ERROR_SUCCESS) {
+        return status;
+    }
+    const RegistryKey key(opened);
+    const std::wstring text(base64.begin(), base64.end());
+    const LSTATUS set =
+        RegSetValueExW(key.get(), valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                       static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+    // A store that is encoded with a key that a power cut takes away would be lost with it.
+    return set == ERROR_SUCCESS ? RegFlushKey(key.get()) : set;
+}
+
+// Held by the one process that makes the key, so that two don't make two.
+class KeyMaker {
+public:
+    KeyMaker() : mutex_(CreateMutexW(nullptr, FALSE, L"Global\\trevold.Dorvo.random")) {
+        const DWORD waited = mutex_ ? WaitForSingleObject(mutex_.get(), INFINITE) : WAIT_FAILED;
+        held_ = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
+    }
+    ~KeyMaker() {
+        if (held_) {
+            ReleaseMutex(mutex_.get());
+        }
+    }
+    KeyMaker(const KeyMaker&) = delete;
+    KeyMaker& operator=(const KeyMaker&) = delete;
+
+    bool held() const { return held_; }
+
+private:
+    KernelHandle mutex_;
+    bool held_ = false;
+};
+
+LSTATUS makeValue(std::string& base64) {
+    const KeyMaker maker;
+    if (!maker.held()) {
+        return static_cast<LSTATUS>(GetLastError());
+    }
+    const LSTATUS status = readValue(base64);
+    if (status != ERROR_FILE_NOT_FOUND) {
+        return status;
+    }
+    base64 = encodeBase64(randomBytes(keyBytes));
+    return writeValue(base64);
+}
+
+}  // namespace
+
+bool machineKey(std::string& bytes) {
+    std::string base64;
+    LSTATUS status = readValue(base64);
+    try {
+        if (status == ERROR_FILE_NOT_FOUND) {
+            status = makeValue(base64);
+        }
+        if (status == ERROR_SUCCESS) {
+            bytes = decodeBase64(base64);
+            status = bytes.size() == keyBytes ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+        }
+    } catch (const std::runtime_error&) {
+        status = ERROR_INVALID_DATA;
+    }
+    if (status != ERROR_SUCCESS) {
+        const auto error = static_cast<DWORD>(status);
+        log(LogLevel::error, "Failed to get the global key, error = %d.\n", error);
+        SetLastError(error);
+    }
+    return status == ERROR_SUCCESS;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,251 @@
+#include "settings/keymanager.h"
+
+#include <algorithm>
+#include <exception>
+#include <mutex>
+
+#include "base/log.h"
+#include "base/md5.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "settings/encodedstore.h"
+#include "settings/encodedtext.h"
+#include "settings/globalkey.h"
+#include "settings/storefile.h"
+
+namespace dorvo {
+namespace {
+
+constexpr const wchar_t* fileName = L"\\keys";
+constexpr EncodedStoreTexts texts = {
+    LogLevel::error,
+    "Failed to decode the key storage file.",
+    "Failed to parse key storage, Line %d, column %d, %s.\n",
+    "Key storage is not JSON object",
+    "Failed to encode the key storage file.\n",
+};
+
+struct GlobalKey {
+    unsigned char key[aesKeySize];
+    unsigned char iv[aesIvSize];
+};
+
+bool getGlobalKey(GlobalKey& global) {
+    return KeyManagerImpl::globalKey(global.key, sizeof global.key, global.iv, sizeof global.iv);
+}
+
+bool sizesAreRight(size_t keyLen, size_t ivLen) {
+    if (keyLen == aesKeySize && ivLen == aesIvSize) {
+        return true;
+    }
+    log(LogLevel::error, "Incorrect key or iv size.\n");
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return false;
+}
+
+void split(const std::string& bytes, unsigned char* key, unsigned char* iv) {
+    std::copy_n(bytes.begin(), aesKeySize, key);
+    std::copy_n(bytes.begin() + aesKeySize, aesIvSize, iv);
+}
+
+bool isMissing(const std::wstring& path) {
+    if (fileExists(path)) {
+        return false;
+    }
+    const DWORD error = GetLastError();
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+bool isEmpty(const char* text) {
+    return text == nullptr || *text == '\0';
+}
+
+}  // namespace
+
+bool KeyManagerImpl::globalKey(unsigned char* key, size_t keyLen, unsigned char* iv, size_t ivLen) {
+    const FunctionTrace trace("KeyManagerImpl::globalKey", "keymanager.cpp");
+    std::string bytes;
+    if (!sizesAreRight(keyLen, ivLen) || !machineKey(bytes)) {
+        return false;
+    }
+    split(bytes, key, iv);
+    return true;
+}
+
+bool KeyManagerImpl::encryptStringToTextFile(const wchar_t* path, const std::string& text) {
+    const FunctionTrace trace("KeyManagerImpl::encryptStringToTextFile", "keymanager.cpp");
+    GlobalKey global;
+    if (!getGlobalKey(global)) {
+        return false;
+    }
+    const std::string name = toUtf8(path);
+    try {
+        const std::string encoded = encodeText(text, global.key, global.iv);
+        const FileHandle file = openStoreForWriting(path, FILE_SHARE_READ);
+        if (!file) {
+            log(LogLevel::error, "Failed to open file \"%s\" for writing.\n", name.c_str());
+            return false;
+        }
+        DWORD written = 0;
+        if (WriteFile(file.get(), encoded.data(), static_cast<DWORD>(encoded.size()), &written,
+                      nullptr) == 0) {
+            log(LogLevel::error, "Failed to write the password content to \"%s\".\n", name.c_str());
+        }
+        return true;
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to encrypt the content to \"%s\": %s.\n", name.c_str(),
+            error.what());
+        return false;
+    }
+}
+
+bool KeyManagerImpl::decryptStringFromTextFile(const wchar_t* path, std::string& text) {
+    const FunctionTrace trace("KeyManagerImpl::encryptStringFromTextFile", "keymanager.cpp");
+    GlobalKey global;
+    if (!getGlobalKey(global)) {
+        return false;
+    }
+    const std::string name = toUtf8(path);
+    FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
+    std::string encoded;
+    if (!file || !readStore(std::move(file), encoded)) {
+        log(LogLevel::error, "Failed to open file \"%s\" for reading.\n", name.c_str());
+        return false;
+    }
+    try {
+        text = decodeText(encoded, global.key, global.iv);
+        return true;
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to decrypt the content from \"%s\": %s.\n", name.c_str(),
+            error.what());
+        SetLastError(ERROR_DECRYPTION_FAILED);
+        return false;
+    }
+}
+
+KeyManagerImpl::KeyManagerImpl() {
+    init();
+}
+
+KeyManagerImpl::~KeyManagerImpl() = default;
+
+bool KeyManagerImpl::init() {
+    const FunctionTrace trace("KeyManagerImpl::init", "keymanager.cpp");
+    const std::wstring path = storePath(fileName);
+    const bool read = loadEncodedStore(path, texts, keys_);
+    loaded_ = read || isMissing(path);
+    return read;
+}
+
+// The old file stays until the new one has been read back: with a user's key goes every backup.
+bool KeyManagerImpl::save(const std::map<std::string, json_spirit::Value>& keys) const {
+    const FunctionTrace trace("KeyManagerImpl::save", "keymanager.cpp");
+    const std::wstring path = storePath(fileName);
+    const std::wstring fresh = path.empty() ? path : path + L".new";
+    std::map<std::string, json_spirit::Value> readBack;
+    const bool written = saveEncodedStore(fresh, texts, keys) &&
+                         loadEncodedStore(fresh, texts, readBack) && readBack == keys &&
+                         flushFile(fresh);
+    if (written && replaceFile(fresh, path)) {
+        return true;
+    }
+    const LastErrorGuard keep;
+    log(LogLevel::error, "Failed to save the key storage file, %m.\n");
+    DeleteFileW(longPath(fresh).c_str());
+    return false;
+}
+
+// A file that could not be read is tried again: another program may have held it.
+bool KeyManagerImpl::usable() {
+    if (!loaded_) {
+        init();
+    }
+    if (!loaded_) {
+        log(LogLevel::error, "The key storage file is there but can't be read; no key is made.\n");
+        SetLastError(ERROR_DECRYPTION_FAILED);
+    }
+    return loaded_;
+}
+
+bool KeyManagerImpl::storedKey(const std::string& user, std::string& bytes) const {
+    try {
+        bytes = decodeBase64(keys_.at(user).get_str());
+        if (bytes.size() == aesKeySize + aesIvSize) {
+            return true;
+        }
+    } catch (const std::runtime_error&) {
+        bytes.clear();
+    }
+    log(LogLevel::error, "The stored key of user {%s} is damaged.\n", user.c_str());
+    SetLastError(ERROR_DECRYPTION_FAILED);
+    return false;
+}
+
+bool KeyManagerImpl::findKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
+                             size_t ivLen) {
+    const FunctionTrace trace("KeyManagerImpl::findKey", "keymanager.cpp");
+    if (isEmpty(user)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    if (!sizesAreRight(keyLen, ivLen)) {
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    if (!usable()) {
+        return false;
+    }
+    std::string bytes;
+    if (keys_.contains(user)) {
+        if (!storedKey(user, bytes)) {
+            return false;
+        }
+    } else if (!makeKey(user, bytes)) {
+        return false;
+    }
+    split(bytes, key, iv);
+    return true;
+}
+
+bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
+    try {
+        bytes = randomBytes(aesKeySize + aesIvSize);
+        std::map<std::string, json_spirit::Value> keys = keys_;
+        keys[user] = encodeBase64(bytes);
+        if (!save(keys)) {
+            return false;
+        }
+        keys_ = std::move(keys);
+        return true;
+    } catch (const std::runtime_error& error) {
+        log(LogLevel::error, "Failed to make a key for user {%s}: %s.\n", user, error.what());
+        SetLastError(ERROR_GEN_FAILURE);
+        return false;
+    }
+}
+
+bool KeyManagerImpl::keyChecksum(const char* user, std::string& md5) {
+    const FunctionTrace trace("KeyManagerImpl::keyChecksum", "keymanager.cpp");
+    if (isEmpty(user)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    if (!usable()) {
+        return false;
+    }
+    if (!keys_.contains(user)) {
+        SetLastError(ERROR_NOT_FOUND);
+        return false;
+    }
+    std::string bytes;
+    if (!storedKey(user, bytes)) {
+        return false;
+    }
+    md5 = Md5::of(std::as_bytes(std::span(bytes)));
+    return true;
+}
+
+}  // namespace dorvo
+
+template class ATL::CComSingleton<dorvo::KeyManagerImpl, ATL::CComAutoCriticalSection>;

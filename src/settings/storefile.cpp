@@ -1,0 +1,67 @@
+#include "settings/storefile.h"
+
+#include <iterator>
+
+#include "base/paths.h"
+#include "base/read_handle_streambuf.h"
+#include "base/write_handle_streambuf.h"
+
+namespace dorvo {
+namespace {
+
+FileHandle open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition) {
+    return FileHandle(CreateFileW(longPath(path).c_str(), access, share, nullptr, disposition,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+}  // namespace
+
+std::wstring storePath(const wchar_t* name) {
+    std::wstring path;
+    return dataDirectory(path) ? path + name : std::wstring();
+}
+
+bool fileExists(const std::wstring& path) {
+    return GetFileAttributesW(longPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+FileHandle openStoreForReading(const std::wstring& path, DWORD share) {
+    return open(path, GENERIC_READ, share, OPEN_EXISTING);
+}
+
+FileHandle openStoreForWriting(const std::wstring& path, DWORD share) {
+    FileHandle file = open(path, GENERIC_WRITE, share, CREATE_ALWAYS);
+    const size_t folder = path.find_last_of(L"\\/");
+    if (!file && GetLastError() == ERROR_PATH_NOT_FOUND && folder != std::wstring::npos &&
+        createDirectories(path.substr(0, folder))) {
+        file = open(path, GENERIC_WRITE, share, CREATE_ALWAYS);
+    }
+    return file;
+}
+
+bool flushFile(const std::wstring& path) {
+    const FileHandle file = open(path, GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING);
+    return file && FlushFileBuffers(file.get()) != 0;
+}
+
+bool replaceFile(const std::wstring& from, const std::wstring& to) {
+    return MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
+                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool readStore(FileHandle file, std::string& text) {
+    read_handle_streambuf buffer(std::move(file));
+    text.assign(std::istreambuf_iterator<char>(&buffer), {});
+    SetLastError(buffer.error());
+    return buffer.error() == ERROR_SUCCESS;
+}
+
+bool writeStore(FileHandle file, const std::string& text) {
+    write_handle_streambuf buffer;
+    buffer.attach(std::move(file));
+    const auto size = static_cast<std::streamsize>(text.size());
+    const bool taken = buffer.sputn(text.data(), size) == size;
+    return buffer.close() && taken;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,31 @@
+// The files of the stores: where they lie, and reading and writing one as a whole.
+//
+// Functions leave the reason of a failure in the thread's last error.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+#include "base/handle.h"
+
+namespace dorvo {
+
+// The data directory and `name`, which begins with a backslash; empty when the folder query fails.
+std::wstring storePath(const wchar_t* name);
+
+bool fileExists(const std::wstring& path);
+
+// `share` as in CreateFileW. The writing form makes the file anew and makes missing folders.
+FileHandle openStoreForReading(const std::wstring& path, DWORD share);
+FileHandle openStoreForWriting(const std::wstring& path, DWORD share);
+
+// Waits until the file is on the disk.
+bool flushFile(const std::wstring& path);
+// Puts the file `from` in the place of `to`.
+bool replaceFile(const std::wstring& from, const std::wstring& to);
+
+bool readStore(FileHandle file, std::string& text);
+bool writeStore(FileHandle file, const std::string& text);
+
+}  // namespace dorvo
