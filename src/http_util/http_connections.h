@@ -12,7 +12,7 @@ namespace dorvo {
 
 class HTTP_Connector;
 
-class HTTP_Connections {
+class DORVO_JOB_API HTTP_Connections {
 public:
     HTTP_Connections();
     HTTP_Connections(const HTTP_Connections&) = delete;
@@ -32,3 +32,6 @@ private:
 };
 
 }  // namespace dorvo
+
+extern template class DORVO_JOB_API
+    ATL::CComSingleton<dorvo::HTTP_Connections, ATL::CComAutoCriticalSection>;

@@ -7,11 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/api.h"
+
 namespace dorvo {
 
 class HTTP_Invoker_T;
 
-class HTTP_Input_Stream {
+class DORVO_JOB_API HTTP_Input_Stream {
 public:
     explicit HTTP_Input_Stream(HTTP_Invoker_T& invoker) : invoker_(invoker) {}
 

@@ -19,6 +19,8 @@
 #include <memory>
 #include <string>
 
+#include "base/api.h"
+
 struct iovec;
 class ACE_Message_Block;
 
@@ -28,10 +30,11 @@ class HTTP_Chunked_Decoder;
 class HTTP_Connector;
 class HTTP_Request;
 class HTTP_Response;
+class HTTP_Socket;
 class HTTP_Svc_Handler;
 class interrupter;
 
-class HTTP_Invoker_T {
+class DORVO_JOB_API HTTP_Invoker_T {
 public:
     enum State : int {
         NOT_CONNECTED = 1,
@@ -83,7 +86,7 @@ public:
     int64_t recv_n(void* buffer, size_t size);
 
     // Asked while waiting; borrowed, may be null.
-    void set_interrupter(const interrupter* interrupter) { interrupter_ = interrupter; }
+    void set_interrupter(const interrupter* interrupter);
 
     int state() const { return state_; }
     uint32_t last_error() const { return last_error_; }
@@ -108,8 +111,7 @@ private:
     int read_head(HTTP_Response& response, bool& body);
     void finish_response();
     void begin_exchange();
-    void count_content(uint64_t sent);
-    void release();
+    int send_pieces(iovec* pieces, size_t count, const char* message);
 
     const std::string host_;
     const uint16_t port_;
@@ -121,6 +123,7 @@ private:
     uint64_t declared_ = 0;
     uint64_t transferred_ = 0;
     HTTP_Svc_Handler* handler_ = nullptr;  // held while connected, then the connector's or deleted
+    std::unique_ptr<HTTP_Socket> socket_;
     std::unique_ptr<ACE_Message_Block> buffer_;  // received, not yet used
     std::unique_ptr<HTTP_Chunked_Decoder> decoder_;
     const interrupter* interrupter_ = nullptr;  // borrowed

@@ -7,13 +7,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/api.h"
 #include "http_util/http_invoker_t.h"
 
 namespace dorvo {
 
 class HTTP_Command;
 
-class Web_Server_Invoker {
+class DORVO_JOB_API Web_Server_Invoker {
 public:
     // Aims at a server. `send_buffer` (SO_SNDBUF) counts when it is positive. False for a null or
     // empty host or port 0, with the former server kept.
@@ -28,7 +29,8 @@ public:
     // last error unless it reports a new one. Blocks.
     int step(HTTP_Command& command);
 
-    // Steps until the exchange is over; after a failure once more from the start. 0 when a response
+    // Steps a READY command until the exchange is over; after a failure once more from the start. A
+    // command that is DONE stays so: set its state to READY to run it again. 0 when a response
     // was received whole, whatever its status; -1 with the thread's last error otherwise.
     int run(HTTP_Command& command);
 
@@ -36,18 +38,20 @@ public:
     HTTP_Invoker_T* invoker() const { return invoker_.get(); }
 
 private:
+    int transition(HTTP_Command& command);
     bool connect(HTTP_Command& command);
-    int exchange(HTTP_Command& command);
     int send(HTTP_Command& command);
+    int send_failed(HTTP_Command& command, uint32_t error);
     int receive(HTTP_Command& command);
-    int receive_body(HTTP_Command& command);
+    bool receive_body(HTTP_Command& command);
     int finish(HTTP_Command& command);
+    int done(HTTP_Command& command);
     bool redirect(HTTP_Command& command);
-    bool interrupted() const;
 
     std::unique_ptr<HTTP_Invoker_T> invoker_;
     int32_t send_buffer_ = 0;
     const interrupter* interrupter_ = nullptr;  // borrowed
+    uint32_t error_ = 0;                        // what this step reports; 0 when nothing
     bool refused_ = false;                      // the command's own prepare said no
 };
 

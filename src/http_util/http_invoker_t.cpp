@@ -1,0 +1,451 @@
+#include "http_util/http_invoker_t.h"
+
+#include <ace/INET_Addr.h>
+#include <ace/Message_Block.h>
+#include <ace/OS_NS_errno.h>
+#include <ace/os_include/netinet/os_tcp.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <vector>
+
+#include "base/last_error.h"
+#include "base/log.h"
+#include "http_util/http_chunked_decoder.h"
+#include "http_util/http_connector.h"
+#include "http_util/http_socket.h"
+#include "httpmsg/http_request.h"
+#include "httpmsg/http_response_parser.h"
+
+namespace dorvo {
+namespace {
+
+constexpr const char* cannotSendRequest = "Unable to send HTTP request to %s:%u: %m\n";
+constexpr const char* cannotSendChunk = "Failed to send HTTP request data chunk to %s:%u: %m\n";
+
+iovec piece(const void* data, size_t length) {
+    iovec made{};
+    made.iov_base = const_cast<char*>(static_cast<const char*>(data));  // only ever read
+    made.iov_len = static_cast<u_long>(length);
+    return made;
+}
+
+iovec piece(const char* text) {
+    return piece(text, std::strlen(text));
+}
+
+uint64_t total_of(const iovec buffers[], int count) {
+    uint64_t total = 0;
+    for (int i = 0; i < count; ++i) {
+        total += buffers[i].iov_len;
+    }
+    return total;
+}
+
+}  // namespace
+
+HTTP_Invoker_T::HTTP_Invoker_T(const std::string& host, uint16_t port) : host_(host), port_(port) {}
+
+HTTP_Invoker_T::HTTP_Invoker_T(const HTTP_Invoker_T& other)
+    : host_(other.host_), port_(other.port_), interrupter_(other.interrupter_) {}
+
+HTTP_Invoker_T::~HTTP_Invoker_T() {
+    const bool reusable = (state_ == CONNECTED || state_ == RESPONSE_DONE) && keep_alive_;
+    if (handler_ != nullptr && reusable) {
+        const LastErrorGuard keep;
+        handler_->idle();
+        return;
+    }
+    close();
+}
+
+int HTTP_Invoker_T::connect(HTTP_Connector& connector) {
+    if (state_ != NOT_CONNECTED) {
+        return -1;
+    }
+    state_ = CONNECTING;
+    last_error_ = 0;
+    keep_alive_ = true;
+    ACE_INET_Addr address;
+    HTTP_Svc_Handler* handler = nullptr;
+    errno = 0;
+    if (address.set(port_, host_.c_str()) == -1) {
+        last_error_ = errno != 0 ? HTTP_Socket::error_of_ace() : WSAHOST_NOT_FOUND;
+    } else if (connector.connect(handler, address) == -1) {
+        last_error_ = HTTP_Socket::error_of_ace();
+    }
+    if (last_error_ != 0) {
+        SetLastError(last_error_);
+        log(LogLevel::error, "Failed to connect HTTP %s:%u, %d: %m\n", host_.c_str(),
+            unsigned{port_}, static_cast<int>(last_error_));
+        return -1;
+    }
+    handler_ = handler;
+    int on = 1;
+    if (handler_->peer().set_option(IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == -1) {
+        const uint32_t error = HTTP_Socket::error_of_ace();
+        const LastErrorGuard keep;
+        SetLastError(error);
+        log(LogLevel::error, "Failed to disable nagle algorithm: %s:%u, %d: %m\n", host_.c_str(),
+            unsigned{port_}, static_cast<int>(error));
+    }
+    socket_ = std::make_unique<HTTP_Socket>(handler_->peer());
+    socket_->set_interrupter(interrupter_);
+    state_ = CONNECTED;
+    return 0;
+}
+
+void HTTP_Invoker_T::set_interrupter(const interrupter* interrupter) {
+    interrupter_ = interrupter;
+    if (socket_ != nullptr) {
+        socket_->set_interrupter(interrupter);
+    }
+}
+
+void HTTP_Invoker_T::close() {
+    if (handler_ != nullptr) {
+        const LastErrorGuard keep;
+        socket_.reset();
+        handler_->close();
+        handler_ = nullptr;
+    }
+    state_ = NOT_CONNECTED;
+}
+
+int HTTP_Invoker_T::set_send_buffer(int32_t size) {
+    if (handler_ == nullptr) {
+        return -1;
+    }
+    int value = size;
+    return handler_->peer().set_option(SOL_SOCKET, SO_SNDBUF, &value, sizeof(value));
+}
+
+void HTTP_Invoker_T::begin_exchange() {
+    last_error_ = 0;
+    declared_ = 0;
+    transferred_ = 0;
+}
+
+int HTTP_Invoker_T::fail(uint32_t error, const char* message) {
+    last_error_ = error;
+    SetLastError(error);
+    if (message != nullptr) {
+        log(LogLevel::error, message, host_.c_str(), unsigned{port_});
+    }
+    return -1;
+}
+
+int HTTP_Invoker_T::send_pieces(iovec* pieces, size_t count, const char* message) {
+    if (!socket_->send_all(pieces, count, SEND_TIMEOUT_MS)) {
+        return fail(GetLastError(), message);
+    }
+    return 0;
+}
+
+int HTTP_Invoker_T::send_request(HTTP_Request& request) {
+    if (state_ != CONNECTED && state_ != RESPONSE_DONE) {
+        return -1;
+    }
+    state_ = SENDING_HEAD;
+    begin_exchange();
+    chunked_ = request.chunked_transfer_encoding();
+    keep_alive_ = request.keep_alive();
+    const int method = request.method();
+    head_method_ = method == HTTP_METHOD_HEAD;
+    const char* const name = http_method_string(method);
+    if (name == nullptr) {
+        return fail(ERROR_INVALID_PARAMETER, cannotSendRequest);
+    }
+
+    std::array<iovec, 5 + 4 * HTTP_HEAD_TYPES + 1> pieces;
+    size_t count = 0;
+    char version[32];
+    std::snprintf(version, sizeof(version), "%d.%d\r\n", request.major_version(),
+                  request.minor_version());
+    pieces[count++] = piece(name);
+    pieces[count++] = piece(" ", 1);
+    pieces[count++] = piece(request.uri().data(), request.uri().size());
+    pieces[count++] = piece(" HTTP/", 6);
+    pieces[count++] = piece(version);
+    for (int type = 0; type < HTTP_HEAD_TYPES; ++type) {
+        const char* value = request.headers().get(type);
+        if (value == nullptr && type == HTTP_HEAD_HOST) {
+            value = host_.c_str();
+        }
+        if (value != nullptr) {
+            pieces[count++] = piece(http_head_string(type));
+            pieces[count++] = piece(": ", 2);
+            pieces[count++] = piece(value);
+            pieces[count++] = piece("\r\n", 2);
+        }
+    }
+    pieces[count++] = piece("\r\n", 2);
+    if (send_pieces(pieces.data(), count, cannotSendRequest) != 0) {
+        return -1;
+    }
+
+    const bool may_have_body = method == HTTP_METHOD_POST || method == HTTP_METHOD_PUT;
+    if (may_have_body && !chunked_) {
+        declared_ = request.content_length();
+    }
+    state_ = may_have_body && (chunked_ || declared_ != 0) ? BODY_EXPECTED : REQUEST_DONE;
+    return 0;
+}
+
+int64_t HTTP_Invoker_T::send_content(const void* data, uint32_t length) {
+    if (state_ != BODY_EXPECTED && state_ != SENDING_BODY) {
+        return -1;
+    }
+    state_ = SENDING_BODY;
+    const uint64_t allowed = std::min<uint64_t>(length, declared_ - transferred_);
+    iovec one = piece(data, static_cast<size_t>(allowed));
+    if (send_pieces(&one, 1, cannotSendRequest) != 0) {
+        return -1;
+    }
+    transferred_ += allowed;
+    if (transferred_ == declared_ && !chunked_) {
+        state_ = REQUEST_DONE;
+    }
+    return static_cast<int64_t>(allowed);
+}
+
+int64_t HTTP_Invoker_T::send_content(const iovec buffers[], int count) {
+    if (state_ != BODY_EXPECTED && state_ != SENDING_BODY) {
+        return -1;
+    }
+    state_ = SENDING_BODY;
+    const uint64_t total = total_of(buffers, count);
+    std::vector<iovec> pieces(buffers, buffers + count);
+    if (send_pieces(pieces.data(), pieces.size(), cannotSendChunk) != 0) {
+        return -1;
+    }
+    transferred_ += total;
+    if (transferred_ > declared_) {
+        fail(E2BIG, "Send too much request content to %s:%u and the connection is corrupted.\n");
+        errno = E2BIG;
+        return -1;
+    }
+    if (transferred_ == declared_) {
+        state_ = REQUEST_DONE;
+    }
+    return static_cast<int64_t>(total);
+}
+
+int64_t HTTP_Invoker_T::send_chunk(const iovec buffers[], int count) {
+    if (state_ != BODY_EXPECTED && state_ != SENDING_BODY) {
+        return -1;
+    }
+    state_ = SENDING_BODY;
+    const uint64_t total = total_of(buffers, count);
+    char header[32];
+    char* end = std::to_chars(header, header + sizeof(header) - 2, total, 16).ptr;
+    *end++ = '\r';
+    *end++ = '\n';
+    std::vector<iovec> pieces;
+    pieces.reserve(static_cast<size_t>(count) + 2);
+    pieces.push_back(piece(header, static_cast<size_t>(end - header)));
+    pieces.insert(pieces.end(), buffers, buffers + count);
+    pieces.push_back(piece("\r\n", 2));
+    if (send_pieces(pieces.data(), pieces.size(), cannotSendChunk) != 0) {
+        return -1;
+    }
+    transferred_ += total;
+    if (total == 0) {
+        state_ = REQUEST_DONE;
+    }
+    return static_cast<int64_t>(total);
+}
+
+int HTTP_Invoker_T::recv_response(HTTP_Response& response) {
+    if (state_ != REQUEST_DONE) {
+        return -1;
+    }
+    state_ = RECEIVING_HEAD;
+    begin_exchange();
+    if (buffer_ == nullptr) {
+        buffer_.reset(new (std::nothrow) ACE_Message_Block(HTTP_Parser::HEAD_LIMIT + 1));
+        if (buffer_ == nullptr || buffer_->size() == 0) {
+            buffer_.reset();
+            errno = ENOMEM;
+            return fail(ENOMEM, nullptr);
+        }
+    }
+    buffer_->reset();
+    bool body = false;
+    if (read_head(response, body) != 0) {
+        return -1;
+    }
+    keep_alive_ = keep_alive_ && response.keep_alive();
+    chunked_ = response.chunked_transfer_encoding();
+    if (!body || head_method_) {
+        finish_response();
+        return 0;
+    }
+    state_ = RECEIVING_BODY;
+    if (chunked_) {
+        if (decoder_ == nullptr) {
+            decoder_ = std::make_unique<HTTP_Chunked_Decoder>();
+        }
+        decoder_->reset();
+    } else {
+        declared_ = response.content_length();
+    }
+    return 0;
+}
+
+int HTTP_Invoker_T::read_head(HTTP_Response& response, bool& body) {
+    std::optional<HTTP_Response_Parser> parser(std::in_place);
+    for (;;) {
+        size_t consumed = 0;
+        const int result = parser->parse(buffer_->rd_ptr(), buffer_->length(), consumed, response);
+        buffer_->rd_ptr(consumed);
+        if (result == HTTP_Parser::HEAD_DONE) {
+            // Interim answers announce the real one.
+            if (response.status() >= 200 || response.status() == 101) {
+                body = parser->has_body();
+                return 0;
+            }
+            parser.emplace();
+            response.reset();
+            continue;
+        }
+        if (result != HTTP_Parser::NOT_BEGUN && result != HTTP_Parser::IN_HEAD) {
+            return fail(ERROR_INVALID_DATA, nullptr);
+        }
+        if (fill_buffer() != 0) {
+            return -1;
+        }
+    }
+}
+
+// More bytes behind those that are not used yet. One byte of the buffer always stays free.
+int HTTP_Invoker_T::fill_buffer() {
+    if (buffer_->length() == 0) {
+        buffer_->reset();
+    } else {
+        buffer_->crunch();
+    }
+    const size_t room = buffer_->space() - 1;
+    if (room == 0) {
+        return fail(ERROR_INVALID_DATA, nullptr);
+    }
+    const int64_t got = recv_or_fail(buffer_->wr_ptr(), room);
+    if (got < 0) {
+        return -1;
+    }
+    buffer_->wr_ptr(static_cast<size_t>(got));
+    return 0;
+}
+
+int64_t HTTP_Invoker_T::wait_and_recv(void* buffer, size_t size) {
+    if (handler_ == nullptr) {
+        return fail(WSAENOTCONN, nullptr);
+    }
+    if (!socket_->wait_readable()) {
+        return fail(GetLastError(), "Failed to wait for HTTP ready to read from %s:%u %m\n");
+    }
+    const int64_t got = socket_->recv(buffer, size);
+    if (got < 0) {
+        return fail(GetLastError(), "Failed to receive HTTP data from %s:%u %m\n");
+    }
+    return got;
+}
+
+int64_t HTTP_Invoker_T::recv_or_fail(void* buffer, size_t size) {
+    const int64_t got = wait_and_recv(buffer, size);
+    if (got == 0) {
+        return fail(WSAEDISCON, "The HTTP connection is closed by %s:%u.\n");
+    }
+    return got;
+}
+
+int64_t HTTP_Invoker_T::recv_n(void* buffer, size_t size) {
+    size_t received = 0;
+    while (received < size) {
+        const int64_t got = recv_or_fail(static_cast<char*>(buffer) + received, size - received);
+        if (got < 0) {
+            return -1;
+        }
+        received += static_cast<size_t>(got);
+    }
+    return static_cast<int64_t>(received);
+}
+
+int64_t HTTP_Invoker_T::recv_body(void* buffer, size_t size) {
+    if (state_ == RESPONSE_DONE) {
+        return 0;
+    }
+    if (state_ != RECEIVING_BODY) {
+        return -1;
+    }
+    return chunked_ ? recv_chunked(buffer, size) : recv_plain(buffer, size);
+}
+
+int64_t HTTP_Invoker_T::recv_plain(void* buffer, size_t size) {
+    const auto wanted = static_cast<size_t>(std::min<uint64_t>(size, declared_ - transferred_));
+    size_t got = std::min(wanted, buffer_->length());
+    if (got != 0) {
+        std::memcpy(buffer, buffer_->rd_ptr(), got);
+        buffer_->rd_ptr(got);
+    } else {
+        const int64_t received = recv_or_fail(buffer, wanted);
+        if (received < 0) {
+            return -1;
+        }
+        got = static_cast<size_t>(received);
+    }
+    transferred_ += got;
+    if (transferred_ == declared_) {
+        finish_response();
+    }
+    return static_cast<int64_t>(got);
+}
+
+int64_t HTTP_Invoker_T::recv_chunked(void* buffer, size_t size) {
+    for (;;) {
+        size_t consumed = 0;
+        size_t produced = 0;
+        const auto result = decoder_->decode(buffer_->rd_ptr(), buffer_->length(), consumed,
+                                             static_cast<char*>(buffer), size, produced);
+        buffer_->rd_ptr(consumed);
+        transferred_ += produced;
+        if (result == HTTP_Chunked_Decoder::BAD) {
+            return fail(ERROR_INVALID_DATA, nullptr);
+        }
+        if (result == HTTP_Chunked_Decoder::END) {
+            finish_response();
+            return static_cast<int64_t>(produced);
+        }
+        if (produced != 0) {
+            return static_cast<int64_t>(produced);
+        }
+        // Data of a chunk goes straight to its place, everything else through the buffer.
+        if (const uint64_t left = decoder_->data_left(); left != 0) {
+            const int64_t got =
+                recv_or_fail(buffer, static_cast<size_t>(std::min<uint64_t>(size, left)));
+            if (got > 0) {
+                decoder_->took(static_cast<uint64_t>(got));
+                transferred_ += static_cast<uint64_t>(got);
+            }
+            return got;
+        }
+        if (fill_buffer() != 0) {
+            return -1;
+        }
+    }
+}
+
+// Bytes behind the response answer nothing that was asked: the connection is out of step.
+void HTTP_Invoker_T::finish_response() {
+    state_ = RESPONSE_DONE;
+    if (buffer_->length() != 0) {
+        keep_alive_ = false;
+    }
+}
+
+}  // namespace dorvo

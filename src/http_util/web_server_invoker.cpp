@@ -1,0 +1,281 @@
+#include "http_util/web_server_invoker.h"
+
+#include <ace/os_include/sys/os_uio.h>
+
+#include <array>
+#include <exception>
+#include <string>
+
+#include "base/interrupter.h"
+#include "base/last_error.h"
+#include "base/log.h"
+#include "http_util/http_command.h"
+#include "http_util/http_connections.h"
+#include "http_util/http_input_stream.h"
+#include "http_util/http_location.h"
+
+namespace dorvo {
+namespace {
+
+// Of an answer other than 200 only the beginning is of interest.
+constexpr size_t errorTextLimit = 64 * 1024;
+
+// Reads the rest of such an answer, so that the connection stays usable; a longer one is not worth
+// the connection. False when it could not be read.
+bool read_error_text(HTTP_Invoker_T& invoker, std::string& text) {
+    HTTP_Input_Stream stream(invoker);
+    std::array<char, 4096> bytes;
+    for (;;) {
+        const int64_t got = stream.read(bytes.data(), bytes.size());
+        if (got <= 0) {
+            return got == 0;
+        }
+        text.append(bytes.data(), static_cast<size_t>(got));
+        if (text.size() >= errorTextLimit) {
+            text.resize(errorTextLimit);
+            invoker.close();
+            return true;
+        }
+    }
+}
+
+int send_body(HTTP_Invoker_T& invoker, const Memory_Pieces& body) {
+    std::array<iovec, std::tuple_size_v<Memory_Pieces>> pieces{};
+    uint64_t length = 0;
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        pieces[i].iov_base = const_cast<char*>(static_cast<const char*>(body[i].data));
+        pieces[i].iov_len = static_cast<u_long>(body[i].length);
+        length += body[i].length;
+    }
+    const int count = static_cast<int>(pieces.size());
+    if (!invoker.chunked()) {
+        return length == 0 || invoker.send_content(pieces.data(), count) >= 0 ? 0 : -1;
+    }
+    if (length != 0 && invoker.send_chunk(pieces.data(), count) < 0) {
+        return -1;
+    }
+    return invoker.send_chunk(nullptr, 0) >= 0 ? 0 : -1;
+}
+
+}  // namespace
+
+bool Web_Server_Invoker::set_server(const char* host, uint16_t port, int32_t send_buffer) {
+    if (host == nullptr || *host == '\0') {
+        log(LogLevel::error, "Invalid host name(=null).\n");
+        return false;
+    }
+    if (port == 0) {
+        log(LogLevel::error, "Invalid server port(=0).\n");
+        return false;
+    }
+    invoker_ = std::make_unique<HTTP_Invoker_T>(host, port);
+    invoker_->set_interrupter(interrupter_);
+    send_buffer_ = send_buffer;
+    return true;
+}
+
+void Web_Server_Invoker::set_interrupter(const interrupter* interrupter) {
+    interrupter_ = interrupter;
+    if (invoker_ != nullptr) {
+        invoker_->set_interrupter(interrupter);
+    }
+}
+
+int Web_Server_Invoker::run(HTTP_Command& command) {
+    refused_ = false;
+    while (step(command) >= 0) {
+    }
+    const bool failed = (command.state() & HTTP_Command::FAILED) != 0;
+    if (failed && !refused_ && GetLastError() != ERROR_CANCELLED) {
+        log(LogLevel::information, "%s: Failed, retrying...\n", command.name().c_str());
+        command.state(HTTP_Command::READY);
+        while (step(command) >= 0) {
+        }
+    }
+    return (command.state() & HTTP_Command::FAILED) != 0 ? -1 : 0;
+}
+
+int Web_Server_Invoker::step(HTTP_Command& command) {
+    LastErrorGuard last;
+    error_ = 0;
+    const int result = transition(command);
+    if (error_ != 0) {
+        last.set(error_);
+    }
+    return result;
+}
+
+int Web_Server_Invoker::transition(HTTP_Command& command) {
+    const int state = command.state();
+    if ((state & HTTP_Command::PASSING) != 0) {
+        return 0;
+    }
+    if (state == HTTP_Command::DONE) {
+        return -1;
+    }
+    if ((state & HTTP_Command::FAILED) != 0) {
+        if (invoker_ != nullptr) {
+            invoker_->close();
+        }
+        return -1;
+    }
+    if (state == HTTP_Command::READY && interrupter_ != nullptr && interrupter_->interrupted()) {
+        return send_failed(command, ERROR_CANCELLED);
+    }
+    if (!connect(command)) {
+        return -1;
+    }
+    switch (state) {
+        case HTTP_Command::READY: return send(command);
+        case HTTP_Command::SENT: return receive(command);
+        case HTTP_Command::RECEIVED: return done(command);
+        default: break;
+    }
+    error_ = ERROR_INVALID_PARAMETER;
+    log(LogLevel::error, "%s: Unknown command state(%d).\n", command.name().c_str(), state);
+    return -1;
+}
+
+bool Web_Server_Invoker::connect(HTTP_Command& command) {
+    if (invoker_ == nullptr) {
+        command.state(HTTP_Command::CONNECT_FAILED);
+        error_ = ERROR_INVALID_PARAMETER;
+        log(LogLevel::error,
+            "%s: The connection can't established, the connection is not initialized.\n",
+            command.name().c_str());
+        return false;
+    }
+    if (invoker_->state() != HTTP_Invoker_T::NOT_CONNECTED) {
+        return true;
+    }
+    HTTP_Connections& connections = *ATL::CComSingleton<HTTP_Connections>::instance();
+    if (invoker_->connect(connections.connector()) != 0) {
+        error_ = invoker_->last_error();
+        invoker_->close();
+        log(LogLevel::error, "%s: Connect to server failed. error = %d.\n", command.name().c_str(),
+            static_cast<int>(error_));
+        command.state(HTTP_Command::CONNECT_FAILED);
+        return false;
+    }
+    if (send_buffer_ > 0) {
+        invoker_->set_send_buffer(send_buffer_);
+    }
+    return true;
+}
+
+int Web_Server_Invoker::send_failed(HTTP_Command& command, uint32_t error) {
+    if (invoker_ != nullptr) {
+        invoker_->close();
+    }
+    error_ = error;
+    log(LogLevel::error, "%s: Send request failed. error = %d.\n", command.name().c_str(),
+        static_cast<int>(error));
+    command.state(HTTP_Command::SEND_FAILED);
+    return -1;
+}
+
+int Web_Server_Invoker::send(HTTP_Command& command) {
+    if (!command.prepare_request()) {
+        refused_ = true;
+        error_ = GetLastError();
+        command.state(HTTP_Command::SEND_FAILED);
+        return -1;
+    }
+    command.state(HTTP_Command::SENDING);
+    HTTP_Request& request = command.http_request();
+    std::string text;
+    const Memory_Pieces body = command.request_body(text);
+    uint64_t length = 0;
+    for (const Memory_Piece& piece : body) {
+        length += piece.length;
+    }
+    request.content_length(length);
+    if (invoker_->send_request(request) != 0) {
+        return send_failed(command, invoker_->last_error());
+    }
+    const bool expected = invoker_->state() == HTTP_Invoker_T::BODY_EXPECTED;
+    if (expected && send_body(*invoker_, body) != 0) {
+        return send_failed(command, invoker_->last_error());
+    }
+    command.state(HTTP_Command::SENT);
+    return 0;
+}
+
+int Web_Server_Invoker::receive(HTTP_Command& command) {
+    command.state(HTTP_Command::RECEIVING);
+    command.http_response().reset();
+    if (invoker_->recv_response(command.http_response()) != 0) {
+        error_ = invoker_->last_error();
+        invoker_->close();
+        log(LogLevel::error, "%s: Receive response header failed. error = %d.\n",
+            command.name().c_str(), static_cast<int>(error_));
+        command.state(HTTP_Command::RECEIVE_FAILED);
+        return 0;
+    }
+    if (invoker_->state() == HTTP_Invoker_T::RECEIVING_BODY && !receive_body(command)) {
+        log(LogLevel::error, "%s: Receive response data failed. error = %d.\n",
+            command.name().c_str(), static_cast<int>(error_));
+        command.state(HTTP_Command::RECEIVE_FAILED);
+        return 0;
+    }
+    command.state(HTTP_Command::RECEIVED);
+    return finish(command);
+}
+
+bool Web_Server_Invoker::receive_body(HTTP_Command& command) {
+    bool read = false;
+    try {
+        if (command.http_response().status() == 200) {
+            HTTP_Input_Stream stream(*invoker_);
+            read = command.read_body(stream);
+        } else {
+            read = read_error_text(*invoker_, command.error_text());
+        }
+        error_ = read ? ERROR_INVALID_DATA : GetLastError();
+    } catch (const std::exception&) {
+        error_ = ERROR_OUTOFMEMORY;
+    }
+    const bool whole = invoker_->state() == HTTP_Invoker_T::RESPONSE_DONE ||
+                       invoker_->state() == HTTP_Invoker_T::NOT_CONNECTED;
+    if (read && whole) {
+        error_ = 0;
+        return true;
+    }
+    return false;
+}
+
+int Web_Server_Invoker::finish(HTTP_Command& command) {
+    if (!invoker_->keep_alive() && invoker_->state() != HTTP_Invoker_T::NOT_CONNECTED) {
+        log(LogLevel::information, "%s: connection closed.\n", command.name().c_str());
+        invoker_->close();
+    }
+    const int status = command.http_response().status();
+    if (status >= 300 && status <= 399 && redirect(command)) {
+        command.state(HTTP_Command::READY);
+        return 0;
+    }
+    return done(command);
+}
+
+int Web_Server_Invoker::done(HTTP_Command& command) {
+    command.handle_response();
+    command.state(HTTP_Command::DONE);
+    return 0;
+}
+
+// Aims the request at the path that the server names. The server itself stays the same one: a port
+// of 0 is never accepted as another.
+bool Web_Server_Invoker::redirect(HTTP_Command& command) {
+    const char* const location = command.http_response().location();
+    log(LogLevel::debug, "%s: redirect to %s.\n", command.name().c_str(),
+        location != nullptr ? location : "unkown");
+    std::string host;
+    std::string path;
+    if (location == nullptr || !split_location(location, host, path)) {
+        return false;
+    }
+    set_server(host.c_str(), 0, 0);
+    return command.http_request().uri(path) == 0;
+}
+
+}  // namespace dorvo
