@@ -6,14 +6,14 @@
 
 #include <cstdint>
 
+#include "job/joberror.h"
+
 namespace dorvo {
 
 constexpr uint32_t errorCancelled = 1223;
 constexpr uint32_t errorRefused = 10061;
-constexpr uint32_t statusMark = 0x20010000;
-constexpr uint32_t statusUnmark = 0xDFFEFFFF;
-constexpr uint32_t errorUnauthorized = statusMark | 401;
-constexpr uint32_t errorNotAcceptable = statusMark | 406;
+constexpr uint32_t errorUnauthorized = withHttpMark(401);
+constexpr uint32_t errorNotAcceptable = withHttpMark(406);
 
 struct Failure {
     uint32_t code = 0;
@@ -30,7 +30,7 @@ enum class FailureAction {
 };
 
 constexpr bool isHttpStatus(uint32_t code) {
-    return (code & statusMark) == statusMark;
+    return (code & httpMark) == httpMark;
 }
 
 constexpr bool isTransient(const Failure& failure) {

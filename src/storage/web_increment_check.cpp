@@ -1,0 +1,88 @@
+#include "storage/web_increment_check.h"
+
+#include "base/log.h"
+#include "base/text.h"
+#include "http_util/command_to_server.h"
+#include "settings/cookiemanager.h"
+#include "settings/options.h"
+#include "storage/backupstorage.h"
+#include "storage/web_backup_requests.h"
+
+namespace dorvo {
+namespace {
+
+template <class T>
+T& singleton() {
+    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
+}
+
+bool fail(DWORD error, const char* message) {
+    SetLastError(error);
+    log(LogLevel::error, message);
+    return false;
+}
+
+}  // namespace
+
+Web_Increment_Check::Web_Increment_Check(Run run) : run_(std::move(run)), stop_(run_.stop) {
+    invoker_.set_interrupter(&stop_);
+}
+
+bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool>& send) {
+    FunctionTrace trace("Web_Increment_Check::check", "web_increment_check.cpp");
+    std::string cookie;
+    if (!singleton<CookieManagerImpl>().findCookie(run_.user.c_str(), cookie)) {
+        return fail(httpError(401), "Failed to find cookie while doing increment check.\n");
+    }
+    if (invoker_.invoker() == nullptr) {
+        std::string host;
+        unsigned short port = 0;
+        singleton<OptionsImpl>().getServerInfo(host, port);
+        if (host.empty() || !invoker_.set_server(host.c_str(), port, 0)) {
+            return fail(ERROR_INVALID_PARAMETER,
+                        "Failed to get the server information while doing increment check.\n");
+        }
+    }
+    std::vector<IncrementItem> items;
+    std::vector<std::string> asked;
+    for (const File& file : files) {
+        asked.push_back(withoutTrailingBackslash(toUtf8(file.path)));
+        items.push_back({asked.back(), file.lastWriteTime});
+    }
+    Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
+        "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, items});
+    if (invoker_.run(command) != 0) {
+        log(LogLevel::error, "Failed to do increment check of job {%s}, error-code = %d, %m.\n",
+            run_.jobId.c_str(), static_cast<int>(GetLastError()));
+        return false;
+    }
+    const int status = command.response().status();
+    if (status != 200) {
+        SetLastError(httpError(static_cast<unsigned>(status)));
+        log(LogLevel::error, "Failed to do increment check of job {%s}, status-code = %d, %s.\n",
+            run_.jobId.c_str(), status, http_status_string(status));
+        return false;
+    }
+    std::vector<std::string> named;
+    return (readIncrementAnswer(command.response().body(), named) &&
+            markNamed(asked, named, send)) ||
+           fail(ERROR_INVALID_DATA, "The answer to the increment check is not valid.\n");
+}
+
+bool markNamed(const std::vector<std::string>& asked, const std::vector<std::string>& named,
+               std::vector<bool>& marks) {
+    marks.assign(asked.size(), false);
+    size_t next = 0;
+    for (const std::string& path : named) {
+        while (next < asked.size() && asked[next] != path) {
+            ++next;
+        }
+        if (next == asked.size()) {
+            return false;
+        }
+        marks[next++] = true;
+    }
+    return true;
+}
+
+}  // namespace dorvo
