@@ -91,10 +91,10 @@ class Machine:
 
     # -- the agent ----------------------------------------------------------------------------
 
-    def start(self, *arguments, stdin="", echo=None):
+    def start(self, *arguments, stdin="", **options):
         """agent.exe in the background; its process id is the Windows program's own."""
         child = Process(["wine", str(self.home / "agent.exe"), *map(str, arguments)],
-                        env=self.environment, cwd=self.folder, stdin=stdin, echo=echo)
+                        env=self.environment, cwd=self.folder, stdin=stdin, **options)
         self._children.append(child)
         return child
 

@@ -8,24 +8,27 @@ import time
 
 
 class Process:
-    """Starts at once. Every wait has a limit and says what it waited for."""
+    """Starts at once. Every wait has a limit and says what it waited for.
 
-    def __init__(self, command, env=None, cwd=None, stdin=None, echo=None):
+    `echo` is given each piece of output; with `terminal` the child has this program's own streams
+    and nothing of its output is kept."""
+
+    def __init__(self, command, env=None, cwd=None, stdin=None, echo=None, terminal=False):
         self._changed = threading.Condition()  # guards all below
-        self.out, self.err = "", ""
+        self._said = {"out": [], "err": []}
         self.peak_kib = 0  # of the running child so far, or of the whole life of an ended one
         self._code = None
         self.seconds = None
         self._started = time.monotonic()
-        self._child = subprocess.Popen(command, env=env, cwd=cwd, stdin=subprocess.PIPE,
-                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        streams = None if terminal else subprocess.PIPE
+        self._child = subprocess.Popen(command, env=env, cwd=cwd, stdin=streams, stdout=streams, stderr=streams)
         self.pid = self._child.pid
         self._readers = [threading.Thread(target=self._read, args=(pipe, name, echo), daemon=True)
-                         for pipe, name in ((self._child.stdout, "out"), (self._child.stderr, "err"))]
+                         for pipe, name in ((self._child.stdout, "out"), (self._child.stderr, "err")) if pipe]
         for reader in self._readers:
             reader.start()
         threading.Thread(target=self._wait, daemon=True).start()
-        if stdin is not None:
+        if stdin is not None and not terminal:
             self.write(stdin)
             self.end_input()
 
@@ -51,6 +54,19 @@ class Process:
         """Ends it as a power cut would: nothing of its own runs any more."""
         self.signal(9)
         self.wait(30)
+
+    @property
+    def out(self):
+        return self._text("out")
+
+    @property
+    def err(self):
+        return self._text("err")
+
+    def _text(self, name):
+        with self._changed:
+            self._said[name] = ["".join(self._said[name])]
+            return self._said[name][0]
 
     @property
     def ended(self):
@@ -81,7 +97,7 @@ class Process:
             if echo:
                 echo(text)
             with self._changed:
-                setattr(self, name, getattr(self, name) + text)
+                self._said[name].append(text)
                 self._changed.notify_all()
 
     def _wait(self):

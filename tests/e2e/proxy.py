@@ -14,7 +14,6 @@ import re
 import socket
 import struct
 import threading
-import time
 
 RESET = "reset"  # read the head, then reset the connection
 CUT_REQUEST = "cut request"  # the server gets half of the body, then both sides are reset
@@ -23,6 +22,7 @@ LOSE_ANSWER = "lose answer"  # the server answers, the client gets a reset inste
 ANSWER = "answer"  # the proxy answers with the fault's status; the server sees nothing
 HOLD_REQUEST = "hold request"  # wait until released, before the server sees anything
 HOLD_ANSWER = "hold answer"  # wait until released, after the server has answered
+HOLD_LOST = "hold lost answer"  # the same, then the client gets a reset instead
 
 HEAD_LIMIT = 64 * 1024
 
@@ -34,10 +34,16 @@ class Fault:
         self.endpoint, self.action, self.nth, self.times, self.status = endpoint, action, nth, times, status
         self.reached = threading.Event()
         self.released = threading.Event()
+        self.abandoned = False
         self.struck = 0
         self._seen = 0
 
     def release(self):
+        self.released.set()
+
+    def abandon(self):
+        """Lets go, but nothing held goes any further: for when the client is dead."""
+        self.abandoned = True
         self.released.set()
 
     def _strikes(self):
@@ -144,11 +150,8 @@ class Proxy:
         self._keep_bodies = set(keep_bodies)
         self._lock = threading.Lock()  # guards all below
         self._requests, self._faults, self._streams, self._threads = [], [], set(), []
-        self._closing = False
-        self._listener = socket.create_server(("127.0.0.1", 0), backlog=64)
-        self.address = self._listener.getsockname()
-        self._acceptor = threading.Thread(target=self._accept, daemon=True)
-        self._acceptor.start()
+        self.address = ("127.0.0.1", 0)
+        self.listen()
 
     def __enter__(self):
         return self
@@ -157,21 +160,33 @@ class Proxy:
         self.close()
 
     def close(self):
-        with self._lock:
-            self._closing = True
-            streams, faults = list(self._streams), list(self._faults)
-        for fault in faults:
-            fault.release()
+        self.clear()
+        self.refuse()
+        for thread in self._threads:
+            thread.join()
+
+    def listen(self):
+        """Takes connections again, on the same port."""
+        self._listener = socket.create_server(self.address, backlog=64)
+        self.address = self._listener.getsockname()
+        self._acceptor = threading.Thread(target=self._accept, args=(self._listener,), daemon=True)
+        self._acceptor.start()
+
+    def refuse(self):
+        """Stops listening and ends the connections there are."""
+        if self._listener is None:
+            return
         self._listener.shutdown(socket.SHUT_RDWR)
+        self._acceptor.join()
         self._listener.close()
+        self._listener = None
+        with self._lock:
+            streams = list(self._streams)
         for sock in streams:
             try:
                 sock.shutdown(socket.SHUT_RDWR)
             except OSError:
                 pass
-        self._acceptor.join()
-        for thread in self._threads:
-            thread.join()
 
     def add(self, endpoint, action, **options):
         """A new fault, counting requests from now on."""
@@ -204,10 +219,10 @@ class Proxy:
 
     # -- one connection -----------------------------------------------------------------------
 
-    def _accept(self):
+    def _accept(self, listener):
         while True:
             try:
-                sock, _ = self._listener.accept()
+                sock, _ = listener.accept()
             except OSError:
                 return
             thread = threading.Thread(target=self._serve, args=(sock,), daemon=True)
@@ -257,7 +272,7 @@ class Proxy:
         if action == HOLD_REQUEST:
             fault.reached.set()
             fault.released.wait()
-            if _peer_gone(client.sock):  # what a dead client had not finished never arrives
+            if fault.abandoned or _peer_gone(client.sock):
                 raise _Gone
         try:
             server = self._forward(server, head, body if action != CUT_REQUEST else body[: len(body) // 2])
@@ -282,9 +297,11 @@ class Proxy:
                 raise _Gone
             fault.reached.set()
             self._drop(client, server)
-        if action == HOLD_ANSWER:
+        if action in (HOLD_ANSWER, HOLD_LOST):
             fault.reached.set()
             fault.released.wait()
+            if action == HOLD_LOST or fault.abandoned:
+                self._drop(client, server)
         self._answer(request, client, status, answer)
         if answer_headers.get("connection", "").lower() == "close":
             raise _Gone

@@ -120,6 +120,16 @@ class ProxyTest(unittest.TestCase):
         self.proxy.backend = address
         self.assertEqual(self.post()[0], 200)
 
+    def test_refuses_connections_and_listens_again(self):
+        self.assertEqual(self.post()[0], 200)
+        self.proxy.refuse()
+        self.client.close()
+        with self.assertRaises(ConnectionRefusedError):
+            self.post()
+        self.client.close()
+        self.proxy.listen()
+        self.assertEqual(self.post()[0], 200)
+
     def test_knows_a_block_that_was_sent_again(self):
         def block(number):
             return (b'--b\r\nContent-Disposition: form-data; name="jobinstanceid"\r\n\r\ni\r\n'

@@ -12,7 +12,7 @@ PROGRAM = str(NATIVE_BIN / "storage-server")
 class Server:
     """start() before anything else; the port stays the same over restarts."""
 
-    def __init__(self, data, log=None):
+    def __init__(self, data):
         self.data, self.port, self.process = data, 0, None
 
     def __enter__(self):
@@ -41,6 +41,10 @@ class Server:
             raise AssertionError(f"the server did not start: {self.process.out}{self.process.err}")
         self.port = int(found[1])
         socket.create_connection(self.address, timeout=10).close()
+
+    def log(self):
+        """What it has said so far since its last start: a line a request."""
+        return self.process.out + self.process.err
 
     def stop(self):
         """In order, by SIGTERM."""

@@ -1,0 +1,65 @@
+"""What a user does wrong gets one sentence on standard error and the right exit code; what was done
+can be listed."""
+
+import unittest
+
+from machine import windows_path
+from system import PASSWORD, USER, System, SystemTest, write
+
+FAILED, USAGE = 1, 2
+
+
+class CommandLineTest(SystemTest):
+    def test_mistakes_get_one_sentence_and_an_exit_code(self):
+        system = System(self, "mistakes")
+        write(system.tree / "a.txt", b"a")
+        tree = windows_path(system.tree)
+        options = (system.machine.data / "options").read_bytes()
+        # arguments, standard input, exit code, a word that the sentence has
+        table = [(["login", USER, "--password-stdin"], "wrong\n", FAILED, "password"),
+                 (["login", USER, "--password-stdin"], "", USAGE, "password"),
+                 (["login", "nobody", "--password-stdin"], PASSWORD + "\n", FAILED, "password"),
+                 (["backup", tree + r"\nothing here"], "", None, "nothing here"),
+                 (["backup", tree, "--only-exd", "txt"], "", USAGE, "--only-exd"),
+                 (["backup", tree, "--only-ext", "txt", "--skip-ext", "tmp"], "", USAGE, "--"),
+                 (["backup"], "", USAGE, "PATH"),
+                 (["server", "set", "localhost"], "", USAGE, "localhost"),
+                 (["server", "set", "localhost:99999"], "", USAGE, "99999"),
+                 (["start", "no-such-job"], "", None, "no-such-job"),
+                 (["resume", "..\\..\\x"], "", None, "x"),
+                 (["show", "no-such-job"], "", None, "no-such-job"),
+                 (["frobnicate"], "", USAGE, "frobnicate"),
+                 ([], "", USAGE, "agent")]
+        for arguments, typed, code, word in table:
+            with self.subTest(arguments=arguments):
+                run = system.machine.agent(*arguments, stdin=typed, code=code)
+                self.assertIn(run.wait(0), (FAILED, USAGE))
+                self.assertEqual(len(run.err.strip().splitlines()), 1, run.err)
+                self.assertIn(word, run.err)
+                self.assertEqual(run.out.strip(), "")
+        # None of it changed anything: the login still holds, no job was made.
+        self.assertEqual((system.machine.data / "options").read_bytes(), options)
+        self.assertEqual(system.machine.listing("jobs"), [])
+        system.backup()
+
+    def test_an_unreachable_server(self):
+        system = System(self, "unreachable")
+        system.proxy.refuse()
+        for arguments, typed in ((["login", USER, "--password-stdin"], PASSWORD + "\n"), (["instances"], "")):
+            with self.subTest(arguments=arguments):
+                run = system.machine.agent(*arguments, stdin=typed, code=FAILED)
+                self.assertEqual(len(run.err.strip().splitlines()), 1, run.err)
+                self.assertIn("127.0.0.1:%d" % system.proxy.address[1], run.err)
+
+    def test_two_users_never_see_each_other(self):
+        system = System(self, "users")
+        write(system.tree / "a.txt", b"a")
+        system.backup()
+        self.assertEqual(len(system.machine.listing("instances")), 1)
+        system.server.add_user("other", "another password")
+        system.machine.agent("login", "other", "--password-stdin", stdin="another password\n")
+        self.assertEqual(system.machine.listing("instances", "--user", "other"), [])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,70 @@
+"""Memory is flat in the number of files: a run over 200000 peaks at most 1.2 times one over 2000.
+
+Both are runs over an unchanged tree: they walk, ask the server about every file, and have the
+server carry every file over, which is all that a run does for the number of its files. (What is
+sent goes file by file through the same code however many there are; sending 200000 under Wine
+would take the better part of an hour.) The server gets to know the large tree by the test's hand:
+all files have the same content, so their catalog rows can share the package of one that was sent.
+"""
+
+import os
+import sqlite3
+import unittest
+
+from machine import windows_path
+from system import System, SystemTest
+
+FEW, MANY, FOLDER = 2000, 200000, 500
+CONTENT = b"one of very many\n"
+
+
+class MemoryTest(SystemTest):
+    def add_files(self, tree, first, last):
+        """Files of the same content and the same time."""
+        for number in range(first, last):
+            if number % FOLDER == 0:
+                (tree / f"{number // FOLDER:05}").mkdir()
+            path = tree / f"{number // FOLDER:05}" / f"file number {number:06}.txt"
+            path.write_bytes(CONTENT)
+            os.utime(path, ns=(1_500_000_000_000_000_000,) * 2)
+
+    def teach_server(self, system, first, last):
+        """Adds the files to the last backup, as if they had been sent with it."""
+        database = sqlite3.connect(system.server.data / "catalog.db")
+        instance = database.execute("SELECT id FROM instances WHERE name = ?", (system.instance(),)).fetchone()[0]
+        known = windows_path(system.tree / "00000" / "file number 000000.txt").encode()
+        row = database.execute("SELECT attributes, mtime, compress, size, blocks, container, offset FROM files"
+                               " WHERE instance = ? AND path = ?", (instance, known)).fetchone()
+        paths = (windows_path(system.tree / f"{n // FOLDER:05}" / f"file number {n:06}.txt").encode()
+                 for n in range(first, last))
+        database.executemany("INSERT INTO files VALUES(?, ?, 1, ?, ?, ?, ?, ?, ?, ?)",
+                             ((instance, path, *row) for path in paths))
+        database.commit()
+        database.close()
+
+    def unchanged_run(self, system, job):
+        blocks = len(system.proxy.requests("uploadblock"))
+        run = system.machine.agent("start", job, seconds=900)
+        self.assertEqual(len(system.proxy.requests("uploadblock")), blocks, "an unchanged file was sent")
+        return run.peak_kib
+
+    def test_many_files_cost_no_more_memory_than_few(self):
+        system = System(self, "memory")
+        self.add_files(system.tree, 0, FEW)
+        system.backup()
+        job = system.job()
+        few = self.unchanged_run(system, job)
+
+        self.add_files(system.tree, FEW, MANY)
+        system.server.stop()
+        self.teach_server(system, FEW, MANY)
+        system.server.start()
+        many = self.unchanged_run(system, job)
+
+        print(f"agent: {few} KiB for {FEW} files, {many} KiB for {MANY}; server: {system.server.process.peak_kib} KiB")
+        self.assertLessEqual(many, 1.2 * few)
+        self.assertBackedUp(system)
+
+
+if __name__ == "__main__":
+    unittest.main()
