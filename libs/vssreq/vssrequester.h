@@ -25,7 +25,8 @@ public:
         incremental = 2,
         differential = 3,
         log = 4,
-        copy = 5
+        copy = 5,
+        other = 6
     };
 
     // Over the machine's shadow copy service.
@@ -38,21 +39,23 @@ public:
     // Begins a backup of the volumes (mount points with a trailing backslash) and, when `now` is
     // set, makes the snapshots. Null or empty: there is nothing to snapshot, which is a success. An
     // older backup is ended first. False, with no backup begun: the last error is a Win32 code or
-    // an HRESULT, 87 for an unknown backup type, 1223 after setEndEvent. Blocks up to ten minutes.
+    // an HRESULT, 87 for an unknown backup type, 1223 after setEndEvent. Each of the
+    // service's steps is waited for, five minutes at most.
     bool startBackup(const std::vector<std::wstring>* volumes, int backupType, bool now);
     // Makes the snapshots of a backup that was begun without; fails like startBackup.
     bool makeSnapshot();
     // Ends the backup and deletes its snapshots; true when there was none. The volumes are gone in
     // any case.
     bool endBackup();
-    // Makes a startBackup or makeSnapshot that is under way give up. Any thread; does not wait.
+    // Makes a startBackup or makeSnapshot that is under way give up; the next startBackup starts
+    // afresh. Any thread; does not wait.
     void setEndEvent();
 
     // The snapshots that were made; fewer than the volumes asked for when some can have none.
     int volumeCount() const;
     // Index below volumeCount(); the reference lasts until the next start or end.
     const SnapshotVolume& volume(int index) const;
-    // The service's call that failed last, for a log line.
+    // The service's call that failed last, for a log line; empty before.
     const char* step() const;
 
 private:
@@ -62,6 +65,7 @@ private:
     std::vector<SnapshotVolume> volumes_;
     HANDLE end_;          // manual-reset event, owned
     bool begun_ = false;  // the provider has to be told of an end
+    const char* step_ = "";
 };
 
 }  // namespace dorvo

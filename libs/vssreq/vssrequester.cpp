@@ -1,0 +1,99 @@
+#include "vssreq/vssrequester.h"
+
+#include "vssreq/shadowcopyprovider.h"
+
+namespace dorvo {
+namespace {
+
+// A failure of Windows itself is told by its own code, everything else by the HRESULT.
+DWORD toLastError(HRESULT result) {
+    return HRESULT_FACILITY(result) == FACILITY_WIN32 ? static_cast<DWORD>(HRESULT_CODE(result))
+                                                      : static_cast<DWORD>(result);
+}
+
+}  // namespace
+
+VSSRequester::VSSRequester() : VSSRequester(makeShadowCopyProvider()) {}
+
+VSSRequester::VSSRequester(std::unique_ptr<SnapshotProvider> provider)
+    : provider_(std::move(provider)), end_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+
+VSSRequester::~VSSRequester() {
+    endBackup();
+    if (end_ != nullptr) {
+        CloseHandle(end_);
+    }
+}
+
+bool VSSRequester::startBackup(const std::vector<std::wstring>* volumes, int backupType, bool now) {
+    endBackup();
+    if (end_ == nullptr) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return false;
+    }
+    ResetEvent(end_);
+    if (backupType < undefined || backupType > other) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    if (volumes == nullptr || volumes->empty()) {
+        return true;
+    }
+    begun_ = true;
+    const HRESULT result = provider_->prepare(*volumes, backupType, end_);
+    if (FAILED(result)) {
+        return fail(result);
+    }
+    return !now || makeSnapshot();
+}
+
+bool VSSRequester::makeSnapshot() {
+    if (!begun_) {
+        return true;
+    }
+    volumes_.clear();
+    const HRESULT result = provider_->snapshot(volumes_, end_);
+    return SUCCEEDED(result) || fail(result);
+}
+
+bool VSSRequester::endBackup() {
+    volumes_.clear();
+    if (!begun_) {
+        return true;
+    }
+    begun_ = false;
+    const HRESULT result = provider_->complete();
+    if (FAILED(result)) {
+        SetLastError(toLastError(result));
+        return false;
+    }
+    return true;
+}
+
+void VSSRequester::setEndEvent() {
+    if (end_ != nullptr) {
+        SetEvent(end_);
+    }
+}
+
+int VSSRequester::volumeCount() const {
+    return static_cast<int>(volumes_.size());
+}
+
+const SnapshotVolume& VSSRequester::volume(int index) const {
+    return volumes_[static_cast<size_t>(index)];
+}
+
+const char* VSSRequester::step() const {
+    return step_;
+}
+
+// Ends what was begun and leaves the reason as the last error. Always false.
+bool VSSRequester::fail(HRESULT result) {
+    step_ = provider_->step();
+    endBackup();
+    SetLastError(toLastError(result));
+    return false;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,172 @@
+#include "vssreq/vssrequester.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+namespace dorvo {
+namespace {
+
+using testing::ElementsAre;
+
+// What a provider was asked, and what it is to answer. Outlives the requester that owns the
+// provider.
+struct Script {
+    std::vector<std::string> calls;
+    HRESULT prepare = S_OK;
+    HRESULT snapshot = S_OK;
+    HRESULT complete = S_OK;
+    std::promise<void>* waiting = nullptr;  // prepare waits for the end event then
+};
+
+class ScriptedProvider : public SnapshotProvider {
+public:
+    explicit ScriptedProvider(Script& script) : script_(script) {}
+
+    HRESULT prepare(const std::vector<std::wstring>& volumes, int type, HANDLE end) override {
+        script_.calls.push_back("prepare " + std::to_string(type));
+        volumes_ = volumes;
+        if (script_.waiting != nullptr) {
+            script_.waiting->set_value();
+            WaitForSingleObject(end, INFINITE);
+            return HRESULT_FROM_WIN32(ERROR_CANCELLED);
+        }
+        EXPECT_EQ(WaitForSingleObject(end, 0), DWORD{WAIT_TIMEOUT});
+        return script_.prepare;
+    }
+    HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE) override {
+        script_.calls.emplace_back("snapshot");
+        for (const std::wstring& volume : volumes_) {
+            SnapshotVolume one;
+            one.volumePath = volume;
+            one.shadowPath = L"\\\\?\\GLOBALROOT\\Device\\Copy" + std::to_wstring(made.size());
+            made.push_back(one);
+        }
+        return script_.snapshot;
+    }
+    HRESULT complete() override {
+        script_.calls.emplace_back("complete");
+        return script_.complete;
+    }
+    const char* step() const override { return "Step"; }
+
+private:
+    Script& script_;
+    std::vector<std::wstring> volumes_;
+};
+
+class Requester : public testing::Test {
+protected:
+    Script script_;
+    const std::vector<std::wstring> volumes_ = {L"C:\\", L"D:\\"};
+    VSSRequester requester_{std::make_unique<ScriptedProvider>(script_)};
+};
+
+TEST_F(Requester, SnapshotsLastFromStartToEnd) {
+    ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::copy, true));
+    ASSERT_EQ(requester_.volumeCount(), 2);
+    EXPECT_EQ(requester_.volume(1).volumePath, L"D:\\");
+    EXPECT_EQ(requester_.volume(1).shadowPath, L"\\\\?\\GLOBALROOT\\Device\\Copy1");
+    EXPECT_TRUE(requester_.endBackup());
+    EXPECT_EQ(requester_.volumeCount(), 0);
+    EXPECT_TRUE(requester_.endBackup());
+    EXPECT_THAT(script_.calls, ElementsAre("prepare 5", "snapshot", "complete"));
+}
+
+TEST_F(Requester, AsksNobodyWhenThereIsNothingToSnapshot) {
+    const std::vector<std::wstring> none;
+    EXPECT_TRUE(requester_.startBackup(nullptr, VSSRequester::full, true));
+    EXPECT_TRUE(requester_.startBackup(&none, VSSRequester::full, true));
+    EXPECT_TRUE(requester_.makeSnapshot());
+    EXPECT_EQ(requester_.volumeCount(), 0);
+    EXPECT_TRUE(requester_.endBackup());
+    EXPECT_TRUE(script_.calls.empty());
+}
+
+TEST_F(Requester, MakesTheSnapshotLaterWhenAskedTo) {
+    ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, false));
+    EXPECT_EQ(requester_.volumeCount(), 0);
+    ASSERT_TRUE(requester_.makeSnapshot());
+    EXPECT_EQ(requester_.volumeCount(), 2);
+    EXPECT_THAT(script_.calls, ElementsAre("prepare 1", "snapshot"));
+}
+
+TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
+    const struct {
+        const char* what;
+        HRESULT prepare;
+        HRESULT snapshot;
+        DWORD error;
+        std::vector<std::string> calls;
+    } rows[] = {
+        {"service", static_cast<HRESULT>(0x80042308), S_OK, 0x80042308, {"prepare 1", "complete"}},
+        {"windows", static_cast<HRESULT>(0x80070005), S_OK, 5, {"prepare 1", "complete"}},
+        {"late",
+         S_OK,
+         static_cast<HRESULT>(0x8004230C),
+         0x8004230C,
+         {"prepare 1", "snapshot", "complete"}},
+    };
+    script_.complete = E_FAIL;  // must not hide the reason
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        script_.calls.clear();
+        script_.prepare = row.prepare;
+        script_.snapshot = row.snapshot;
+        EXPECT_FALSE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_EQ(requester_.volumeCount(), 0);
+        EXPECT_STREQ(requester_.step(), "Step");
+        EXPECT_EQ(script_.calls, row.calls);
+    }
+}
+
+TEST_F(Requester, RefusesAnUnknownKindOfBackup) {
+    for (const int type : {-1, 7}) {
+        EXPECT_FALSE(requester_.startBackup(&volumes_, type, true));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    }
+    EXPECT_TRUE(script_.calls.empty());
+}
+
+TEST_F(Requester, EndsTheOlderBackupBeforeANewOneAndTheLastWithItself) {
+    {
+        VSSRequester requester(std::make_unique<ScriptedProvider>(script_));
+        ASSERT_TRUE(requester.startBackup(&volumes_, VSSRequester::full, true));
+        ASSERT_TRUE(requester.startBackup(&volumes_, VSSRequester::full, true));
+        EXPECT_EQ(requester.volumeCount(), 2);
+    }
+    EXPECT_THAT(script_.calls, ElementsAre("prepare 1", "snapshot", "complete", "prepare 1",
+                                           "snapshot", "complete"));
+}
+
+TEST_F(Requester, TheEndEventBreaksOffAStartAndNotTheNextOne) {
+    std::promise<void> waiting;
+    script_.waiting = &waiting;
+    auto started = std::async(std::launch::async, [&] {
+        const bool worked = requester_.startBackup(&volumes_, VSSRequester::full, true);
+        return std::pair(worked, GetLastError());
+    });
+    waiting.get_future().wait();
+    requester_.setEndEvent();
+    EXPECT_EQ(started.get(), std::pair(false, DWORD{ERROR_CANCELLED}));
+
+    script_.waiting = nullptr;
+    EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+}
+
+// Wine has the service's library but not the service; only Windows shows more than this.
+TEST(ShadowCopies, AMachineWithoutTheServiceGetsAnError) {
+    VSSRequester requester;
+    const std::vector<std::wstring> volumes = {L"C:\\"};
+    if (requester.startBackup(&volumes, VSSRequester::copy, true)) {
+        GTEST_SKIP() << "the service is there";
+    }
+    EXPECT_NE(GetLastError(), DWORD{ERROR_SUCCESS});
+    EXPECT_STRNE(requester.step(), "");
+    EXPECT_EQ(requester.volumeCount(), 0);
+}
+
+}  // namespace
+}  // namespace dorvo
