@@ -80,6 +80,10 @@ bool JobHistorySourceWriter::addEntry(const std::wstring& name,
     return put(*record);
 }
 
+bool JobHistorySourceWriter::fits(const std::wstring& name) {
+    return name.size() <= longestEntryName && name.find(L'\0') == std::wstring::npos;
+}
+
 bool JobHistorySourceWriter::put(std::span<const std::byte> record) {
     const auto size = static_cast<std::streamsize>(record.size());
     if (sputn(reinterpret_cast<const char*>(record.data()), size) == size) {

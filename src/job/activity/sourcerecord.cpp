@@ -5,6 +5,7 @@ namespace {
 
 constexpr size_t volumeHeader = 10;
 constexpr size_t entryHeader = 54;
+static_assert(longestEntryName == (sourceRecordMax - entryHeader - 2) / 2);
 
 // Appends little-endian numbers to a record of a size known beforehand.
 class Encoder {

@@ -30,8 +30,9 @@ constexpr uint32_t tagVolume = sourceTag("VOLB");
 constexpr uint32_t tagFile = sourceTag("FILE");
 constexpr uint32_t tagDirectory = sourceTag("DIRB");
 
-constexpr size_t sourceHeadSize = 6;        // tag and total size
-constexpr size_t sourceRecordMax = 65'535;  // of a whole record
+constexpr size_t sourceHeadSize = 6;         // tag and total size
+constexpr size_t sourceRecordMax = 65'535;   // of a whole record
+constexpr size_t longestEntryName = 32'739;  // UTF-16 units of a file's or a directory's name
 constexpr uint32_t directoryAttribute = 16;
 
 struct SourceHead {

@@ -18,9 +18,9 @@
 
 #include "base/interrupter.h"
 #include "job/activity/jobactsrcwriter.h"
+#include "job/source/excludedpaths.h"
 #include "job/source/incrementcheck.h"
 #include "job/source/jobvolume.h"
-#include "job/source/pathexclusions.h"
 #include "job/source/sourcecalculator.h"
 #include "job/source/sourcewalk.h"
 
@@ -29,10 +29,10 @@ namespace dorvo {
 class JobActivitySourceGenerator : private SourceCalculator {
 public:
     struct Options {
-        FilterPolicy* filter = nullptr;      // borrowed, null lets everything pass
-        std::vector<std::wstring> excluded;  // live paths left out with all that lies below them
-        IncrementCheck* check = nullptr;     // borrowed, null sends every file
-        const interrupter* stop = nullptr;   // borrowed, asked between batches
+        FilterPolicy* filter = nullptr;     // borrowed, null lets everything pass
+        ExcludedPaths excluded;             // live paths left out with all that lies below them
+        IncrementCheck* check = nullptr;    // borrowed, null sends every file
+        const interrupter* stop = nullptr;  // borrowed, asked between batches
         // Told of an entry that no record can hold, with its live path and an error code; called on
         // the generating thread. Such an entry counts in walked() and is not in the list.
         std::function<void(const std::wstring& path, DWORD error)> failedItem;
@@ -62,12 +62,12 @@ private:
     bool write(const VolumeMap& volumes);
     bool writeVolume(const JobVolume& volume, const SourceWalk::Rules& rules);
     bool writeBatch();
+    bool askCheck(std::vector<bool>& send);
     bool writeEntry(const Entry& entry);
     bool interrupted();
     bool fail(DWORD error);
 
     Options options_;
-    PathExclusions exclusions_;
     JobHistorySourceWriter writer_;
     std::wstring walked_;  // the source under way as it is walked, and as it is recorded
     std::wstring source_;

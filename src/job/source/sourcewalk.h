@@ -1,8 +1,8 @@
 // The walk behind walkSource, with what its other users need: leaving whole subtrees out, stopping
 // early, and a file system that tests can replace.
 //
-// Levels are kept on the heap, one search handle and two numbers each, so that depth costs no
-// stack; nothing else is kept. Calls take the long form of paths; results never show it.
+// Levels are kept on the heap, one search handle and one number each, so that depth costs no stack;
+// nothing else is kept. One thread; reusable after each walk.
 #pragma once
 
 #include <windows.h>
@@ -11,22 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "job/source/sourcefilesystem.h"
 #include "job/source/sourcewalker.h"
 
 namespace dorvo {
 
 class FilterPolicy;
-
-// The four calls a walk makes; answers and last errors are those of the Win32 functions. Paths come
-// as the walk shows them.
-class SourceFileSystem {
-public:
-    virtual ~SourceFileSystem() = default;
-    virtual bool attributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data);
-    virtual HANDLE findFirst(const std::wstring& pattern, WIN32_FIND_DATAW& entry);
-    virtual bool findNext(HANDLE search, WIN32_FIND_DATAW& entry);
-    virtual void findClose(HANDLE search);
-};
 
 class SourceWalk {
 public:
@@ -39,8 +29,11 @@ public:
         SourceFileSystem* files = nullptr;  // borrowed, null is the real one
     };
 
-    // Walker and rules are borrowed for the length of the walk.
-    SourceWalk(SourceWalker& walker, const Rules& rules);
+    // The walker is borrowed.
+    SourceWalk(SourceWalker& walker, Rules rules);
+    ~SourceWalk();
+    SourceWalk(const SourceWalk&) = delete;
+    SourceWalk& operator=(const SourceWalk&) = delete;
 
     void walk(const std::vector<std::wstring>& sources);
 
@@ -50,18 +43,23 @@ private:
         size_t pathLength;  // of the directory's own path
     };
 
-    void walkOne(const std::wstring& source);
-    void enter(WIN32_FIND_DATAW& entry);
-    void visit(const WIN32_FIND_DATAW& entry, bool& descend);
+    void walkSource(const std::wstring& source);
+    bool visit();
+    bool enter();
+    bool advance();
     void leave();
-    void fail(DWORD error);
-    bool excluded() const { return rules_.excluded && rules_.excluded(path_); }
+    bool included(const wchar_t* name) const;
+    bool report(const WIN32_FILE_ATTRIBUTE_DATA& data);
+    std::wstring pattern() const;
+    void logFailure(DWORD error) const;
     bool stopped() const { return rules_.stopped && rules_.stopped(); }
 
     SourceWalker& walker_;
-    const Rules& rules_;
+    Rules rules_;
+    SourceFileSystem real_;
     SourceFileSystem& files_;
-    std::wstring path_;  // of the entry under way
+    std::wstring path_;       // of the entry under way
+    WIN32_FIND_DATAW entry_;  // of the innermost level, not yet visited
     std::vector<Level> levels_;
 };
 

@@ -21,7 +21,7 @@ public:
     SpeedCalc(const SpeedCalc&) = delete;
     SpeedCalc& operator=(const SpeedCalc&) = delete;
 
-    void handle_timeout(uint64_t deadline) override;
+    void handle_timeout(uint64_t arg) override;
 
 private:
     void arm();

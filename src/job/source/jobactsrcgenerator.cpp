@@ -1,0 +1,204 @@
+#include "job/source/jobactsrcgenerator.h"
+
+#include <new>
+
+#include "base/error_text.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "job/source/volumemap.h"
+
+namespace dorvo {
+namespace {
+
+constexpr size_t batchFiles = 1000;
+constexpr size_t batchEntries = 4 * batchFiles;  // so that folders alone do not pile up either
+constexpr uint32_t pollEntries = 1000;  // entries of the walk from one question to the next
+
+bool isDirectory(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
+// Records name a folder without a trailing backslash, however the source was written; only a mount
+// point keeps its own.
+std::wstring recordedSource(const std::wstring& source, const std::wstring& volumePath) {
+    const bool trailing = !source.empty() && source.back() == L'\\';
+    return trailing && source.size() > volumePath.size() ? source.substr(0, source.size() - 1)
+                                                         : source;
+}
+
+void logWriteFailure(const std::wstring& path, DWORD error) {
+    log(LogLevel::error, "Failed to write job activity source '%s', errorcode=%d, %s.\n",
+        toUtf8(path).c_str(), error, errorText(error).c_str());
+}
+
+}  // namespace
+
+JobActivitySourceGenerator::JobActivitySourceGenerator(Options options)
+    : options_(std::move(options)) {}
+
+bool JobActivitySourceGenerator::generate(const std::wstring& path, const VolumeMap& volumes) {
+    const std::wstring partial = path + L".part";
+    if (!writer_.open(partial, false)) {
+        return false;
+    }
+    error_ = ERROR_SUCCESS;
+    try {
+        if (write(volumes) && (!writer_.flush() || FlushFileBuffers(writer_.handle()) == 0)) {
+            fail(GetLastError());
+        }
+    } catch (const std::bad_alloc&) {
+        fail(ERROR_NOT_ENOUGH_MEMORY);
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to generate job activity source '%s', %s.\n",
+            toUtf8(path).c_str(), error.what());
+        fail(ERROR_INVALID_DATA);
+    }
+    if (writer_.error() != ERROR_SUCCESS) {
+        logWriteFailure(partial, writer_.error());
+    }
+    writer_.close();
+    if (error_ == ERROR_SUCCESS &&
+        MoveFileExW(longPath(partial).c_str(), longPath(path).c_str(),
+                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
+        fail(GetLastError());
+        logWriteFailure(path, error_);
+    }
+    if (error_ != ERROR_SUCCESS) {
+        DeleteFileW(longPath(partial).c_str());
+        SetLastError(error_);
+        return false;
+    }
+    return true;
+}
+
+bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
+    SourceWalk::Rules rules;
+    rules.filter = options_.filter;
+    rules.files = options_.files;
+    rules.excluded = [this](const std::wstring& path) {
+        return options_.excluded.contains(toLivePath(path, walked_, source_));
+    };
+    rules.stopped = [this] {
+        return error_ != ERROR_SUCCESS || (++sincePoll_ >= pollEntries && interrupted());
+    };
+    if (!writer_.startSet()) {
+        return fail(GetLastError());
+    }
+    for (const auto& [path, volume] : volumes) {
+        if (!writeVolume(*volume, rules)) {
+            return false;
+        }
+    }
+    return writer_.endSet() || fail(GetLastError());
+}
+
+bool JobActivitySourceGenerator::writeVolume(const JobVolume& volume,
+                                             const SourceWalk::Rules& rules) {
+    if (!writer_.addVolume(volume.path)) {
+        return fail(GetLastError());
+    }
+    SourceWalk walk(*this, rules);
+    for (const std::wstring& source : volume.sources) {
+        source_ = recordedSource(source, volume.path);
+        walked_ = toShadowPath(source_, volume.path, volume.shadowPath);
+        walk.walk({walked_});
+        if (error_ != ERROR_SUCCESS) {
+            return false;
+        }
+    }
+    return writeBatch();
+}
+
+void JobActivitySourceGenerator::processFile(const wchar_t* path,
+                                             const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    SourceCalculator::processFile(path, data);
+    std::wstring live = toLivePath(path, walked_, source_);
+    if (!JobHistorySourceWriter::fits(live)) {
+        if (options_.failedItem) {
+            options_.failedItem(live, ERROR_FILENAME_EXCED_RANGE);
+        }
+        return;
+    }
+    batch_.push_back({std::move(live), data});
+    filesInBatch_ += isDirectory(data) ? 0 : 1;
+    if (filesInBatch_ == batchFiles || batch_.size() == batchEntries) {
+        writeBatch();
+    }
+}
+
+// Asks about the files of the batch and writes what is to be sent; the batch is empty afterwards.
+bool JobActivitySourceGenerator::writeBatch() {
+    if (error_ != ERROR_SUCCESS || interrupted()) {
+        return false;
+    }
+    std::vector<bool> send(filesInBatch_, options_.check == nullptr);
+    if (options_.check != nullptr && filesInBatch_ > 0 && !askCheck(send)) {
+        return false;
+    }
+    size_t file = 0;
+    for (const Entry& entry : batch_) {
+        if (!isDirectory(entry.data) && !send[file++]) {
+            unchanged_ += sizeOf(entry.data);
+            continue;
+        }
+        if (!writeEntry(entry)) {
+            return fail(GetLastError());
+        }
+    }
+    batch_.clear();
+    filesInBatch_ = 0;
+    return true;
+}
+
+bool JobActivitySourceGenerator::askCheck(std::vector<bool>& send) {
+    std::vector<IncrementCheck::File> files;
+    files.reserve(filesInBatch_);
+    for (const Entry& entry : batch_) {
+        if (!isDirectory(entry.data)) {
+            files.push_back({entry.path, toTicks(entry.data.ftLastWriteTime)});
+        }
+    }
+    SetLastError(ERROR_SUCCESS);
+    if (!options_.check->check(files, send)) {
+        const DWORD error = GetLastError();
+        return fail(error != ERROR_SUCCESS ? error : DWORD{ERROR_GEN_FAILURE});
+    }
+    return send.size() == files.size() || fail(ERROR_INVALID_DATA);
+}
+
+bool JobActivitySourceGenerator::writeEntry(const Entry& entry) {
+    if (!writer_.addEntry(entry.path, entry.data, ++itemNumber_)) {
+        return false;
+    }
+    if (isDirectory(entry.data)) {
+        ++directories_;
+    } else {
+        ++files_;
+        size_ += sizeOf(entry.data);
+    }
+    return true;
+}
+
+bool JobActivitySourceGenerator::interrupted() {
+    sincePoll_ = 0;
+    if (options_.stop == nullptr || !options_.stop->interrupted()) {
+        return false;
+    }
+    fail(ERROR_CANCELLED);
+    return true;
+}
+
+// The first failure counts. Always false.
+bool JobActivitySourceGenerator::fail(DWORD error) {
+    if (error_ == ERROR_SUCCESS) {
+        error_ = error != ERROR_SUCCESS ? error : DWORD{ERROR_GEN_FAILURE};
+    }
+    return false;
+}
+
+}  // namespace dorvo

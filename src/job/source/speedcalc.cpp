@@ -1,0 +1,47 @@
+#include "job/source/speedcalc.h"
+
+#include "base/local_time.h"
+#include "job/activity/jobactivity.h"
+#include "scheduler/iocp_dispatcher.h"
+
+namespace dorvo {
+namespace {
+
+constexpr uint64_t interval = 2 * ticksPerSecond;
+
+}  // namespace
+
+SpeedCalc::SpeedCalc(JobActivity& activity) : activity_(activity), lastTick_(localTimeNow()) {
+    arm();
+}
+
+SpeedCalc::~SpeedCalc() {
+    Iocp_Dispatcher::instance()->cancel_timer(this);
+    addSlice();
+}
+
+void SpeedCalc::handle_timeout(uint64_t arg) {
+    if (arg == clockChanged) {
+        arm();
+    }
+    addSlice();
+    arm();
+}
+
+void SpeedCalc::arm() {
+    Iocp_Dispatcher::instance()->cancel_timer(this);
+    Iocp_Dispatcher::instance()->schedule_timer(this, localTimeNow() + interval);
+}
+
+void SpeedCalc::addSlice() {
+    const uint64_t now = localTimeNow();
+    const uint64_t taken = lastTick_ - now;  // by a clock that was set back
+    if (now >= lastTick_) {
+        activity_.usedTime += now - lastTick_;
+    } else {
+        activity_.usedTime -= activity_.usedTime < taken ? activity_.usedTime : taken;
+    }
+    lastTick_ = now;
+}
+
+}  // namespace dorvo
