@@ -12,7 +12,7 @@
 
 namespace dorvo {
 
-class ErrorResumeTimer : public Timeout_Handler {
+class ErrorResumeTimer final : public Timeout_Handler {
 public:
     static constexpr uint64_t delayMs = 30'000;
 

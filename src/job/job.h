@@ -134,7 +134,13 @@ private:
     static DWORD WINAPI run_wrapper(void* job);
     static DWORD WINAPI remove_thread(void* removal);
 
+    static const char* commandEvent(JobCommand command);
+
+    bool startAllowed() const;
+    bool beginRun();
     bool createInstance();
+    bool requestPause(bool manual);
+    void keepPaused();
     bool remove_impl();
     bool setState(int32_t state);
 

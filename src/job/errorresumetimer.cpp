@@ -1,0 +1,34 @@
+#include "job/errorresumetimer.h"
+
+#include "base/local_time.h"
+#include "base/log.h"
+#include "job/jobcmdqueue.h"
+#include "scheduler/iocp_dispatcher.h"
+
+namespace dorvo {
+
+ErrorResumeTimer::~ErrorResumeTimer() {
+    Iocp_Dispatcher::instance()->cancel_timer(this);
+}
+
+bool ErrorResumeTimer::arm() {
+    Iocp_Dispatcher* dispatcher = Iocp_Dispatcher::instance();
+    dispatcher->cancel_timer(this);
+    const uint64_t deadline = localTimeNow() + delayMs * ticksPerMillisecond;
+    if (dispatcher->schedule_timer(this, deadline) == -1) {
+        log(LogLevel::error, "Failed to schedule the resume of job {%s}, error-code = %d, %m.\n",
+            jobId_.c_str(), GetLastError());
+        return false;
+    }
+    return true;
+}
+
+void ErrorResumeTimer::handle_timeout(uint64_t arg) {
+    if (arg == clockChanged) {
+        arm();
+    } else {
+        JobCmdQueue::instance()->add(jobId_, "resume");
+    }
+}
+
+}  // namespace dorvo

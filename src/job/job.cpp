@@ -1,0 +1,337 @@
+#include "job/job.h"
+
+#include <exception>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "base/thread.h"
+#include "job/jobmanager.h"
+
+namespace dorvo {
+namespace {
+
+using Manager = ATL::CComSingleton<JobManagerImpl, ATL::CComAutoCriticalSection>;
+
+KernelHandle makeEvent(bool manualReset) {
+    KernelHandle event(CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr));
+    if (!event) {
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category());
+    }
+    return event;
+}
+
+}  // namespace
+
+// What a remove thread works with: by the time it ends, the job is gone.
+struct Job::Removal {
+    std::string id;
+    KernelHandle workThread;
+};
+
+Job::Job(std::unique_ptr<JobDefinition> definition)
+    : definition_(std::move(definition)),
+      commandEvent_(makeEvent(false)),
+      stopEvent_(makeEvent(true)) {
+    if (!activity_.open(definition_->id().c_str(), true)) {
+        activity_.close();
+    }
+}
+
+Job::~Job() {
+    shutdown();
+    if (removing_) {
+        remove_impl();
+    }
+}
+
+void Job::shutdown() {
+    {
+        std::lock_guard guard(resumeLock_);
+        closing_ = true;
+        resumeTimer_.reset();
+    }
+    if (running() && carriesOn(state())) {
+        pause(false);
+    }
+    join();
+}
+
+void Job::definition(std::unique_ptr<JobDefinition> definition) {
+    join();
+    definition_ = std::move(definition);
+}
+
+bool Job::start() {
+    if (activity_.get() == nullptr) {
+        return false;
+    }
+    return restartable(state()) ? beginRun() : resume();
+}
+
+bool Job::resume() {
+    switch (resumeAction(state())) {
+        case ResumeAction::refuse: return false;
+        case ResumeAction::nothing: return true;
+        case ResumeAction::begin: break;
+    }
+    if (!activity_->hasInstance()) {
+        return startAllowed() && beginRun();  // parked while idle: there is no run to go on with
+    }
+    activity_->resuming = 1;
+    return startTask();
+}
+
+bool Job::beginRun() {
+    // What is left of the former run must not write into the new one's record. A job that is being
+    // removed starts nothing, and its remove thread waits for the run.
+    if (!removing_ && !join()) {
+        return false;
+    }
+    activity_.reset(state(), false);
+    return createInstance() && startTask();
+}
+
+bool Job::startAllowed() const {
+    if (removing_) {
+        log(LogLevel::warning, "Job %s is removing, do not allow to start.\n",
+            definition_->id().c_str());
+        return false;
+    }
+    if (locked_) {
+        log(LogLevel::warning, "Job %s is locked temporarily, do not allow to start.\n",
+            definition_->id().c_str());
+        return false;
+    }
+    return true;
+}
+
+bool Job::startTask() {
+    if (!startAllowed() || activity_.get() == nullptr || !join()) {
+        return false;
+    }
+    {
+        std::lock_guard guard(commandLock_);
+        command_ = JobCommand::none;
+        ResetEvent(commandEvent_.get());
+        ResetEvent(stopEvent_.get());
+    }
+    activity_->pendingState = 0;
+    activity_.sync();
+
+    startEvent_.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (startEvent_ && startThread(run_wrapper, this, workThread_)) {
+        const HANDLE either[] = {startEvent_.get(), workThread_};
+        WaitForMultipleObjects(2, either, FALSE, INFINITE);
+    } else {
+        log(LogLevel::error, "Failed to start the work thread of job {%s}, error-code = %d, %m.\n",
+            definition_->id().c_str(), GetLastError());
+    }
+    startEvent_.reset();
+    return true;
+}
+
+DWORD WINAPI Job::run_wrapper(void* self) {
+    Job* job = static_cast<Job*>(self);
+    job->running_ = true;
+    DWORD result = 1;
+    try {
+        result = job->run();
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id().c_str(),
+            error.what());
+        job->setState(static_cast<int32_t>(JobState::error));
+    }
+    job->running_ = false;
+    return result;
+}
+
+bool Job::wait(DWORD timeoutMs) const {
+    return workThread_ == nullptr || WaitForSingleObject(workThread_, timeoutMs) == WAIT_OBJECT_0;
+}
+
+bool Job::join() {
+    return joinThread(workThread_);
+}
+
+bool Job::emit(JobCommand command) {
+    std::lock_guard guard(commandLock_);
+    command_ = command;
+    if (command == JobCommand::stop || command == JobCommand::pause) {
+        SetEvent(stopEvent_.get());
+    }
+    return SetEvent(commandEvent_.get()) != 0;
+}
+
+bool Job::pollEvent(unsigned long timeoutMs) {
+    for (;;) {
+        const DWORD waited = WaitForSingleObject(commandEvent_.get(), timeoutMs);
+        if (waited == WAIT_TIMEOUT) {
+            return carriesOn(state());
+        }
+        if (waited != WAIT_OBJECT_0) {
+            log(LogLevel::error, "WaitForSingleObject failed. errorcode = %d, %m.\n",
+                GetLastError());
+            activity_->pendingState = 0;
+            return false;
+        }
+        std::lock_guard guard(commandLock_);
+        const char* event = commandEvent(command_);
+        if (event == nullptr) {
+            continue;
+        }
+        log(LogLevel::debug, event);
+        activity_->pendingState = 0;
+        const PollOutcome outcome = pollCommand(state(), command_);
+        activity_->state = outcome.next;
+        if (outcome.sync) {
+            activity_.sync();
+        }
+        if (outcome.carryOn) {
+            ResetEvent(stopEvent_.get());
+        }
+        return outcome.carryOn;
+    }
+}
+
+bool Job::pause(bool manual) {
+    JobActivity* record = activity_.get();
+    if (record == nullptr) {
+        return false;
+    }
+    switch (pauseAction(state())) {
+        case PauseAction::park:
+            record->instanceId = {};
+            record->pausedManually = manual ? 1 : 0;
+            setState(static_cast<int32_t>(JobState::paused));
+            return true;
+        case PauseAction::request: return requestPause(manual);
+        case PauseAction::keep:
+            if (manual) {
+                keepPaused();
+            }
+            return true;
+        case PauseAction::nothing: break;
+    }
+    return true;
+}
+
+bool Job::requestPause(bool manual) {
+    constexpr int32_t pausing = static_cast<int32_t>(JobState::pausing);
+    constexpr int32_t canceling = static_cast<int32_t>(JobState::canceling);
+    const int32_t pending = activity_->pendingState;
+    if (pending == pausing || pending == canceling) {
+        if (manual && pending == pausing) {
+            keepPaused();
+        }
+        emit(pending == pausing ? JobCommand::pause : JobCommand::stop);
+        return true;
+    }
+    activity_->pendingState = pausing;
+    activity_->pausedManually = manual ? 1 : 0;
+    activity_.sync();
+    if (!emit(JobCommand::pause)) {
+        return false;
+    }
+    notify_state(pausing);
+    return true;
+}
+
+void Job::keepPaused() {
+    std::lock_guard guard(resumeLock_);
+    activity_->pausedManually = 1;
+    activity_.sync();
+    resumeTimer_.reset();
+}
+
+bool Job::armResume() {
+    std::lock_guard guard(resumeLock_);
+    if (closing_ || activity_.get() == nullptr || activity_->pausedManually != 0) {
+        return false;
+    }
+    if (!resumeTimer_) {
+        resumeTimer_ = std::make_unique<ErrorResumeTimer>(definition_->id());
+    }
+    return resumeTimer_->arm();
+}
+
+void Job::disarmResume() {
+    std::lock_guard guard(resumeLock_);
+    resumeTimer_.reset();
+}
+
+bool Job::remove() {
+    const std::string& id = definition_->id();
+    if (removing_) {
+        log(LogLevel::information, "Job %s is removing.\n", id.c_str());
+    }
+    if (running() && !stop()) {
+        log(LogLevel::error, "Failed to stop job %s.\n", id.c_str());
+        return false;
+    }
+    removing_ = true;
+    auto removal = std::make_unique<Removal>(Removal{id, {}});
+    HANDLE copy = nullptr;
+    if (workThread_ != nullptr &&
+        DuplicateHandle(GetCurrentProcess(), workThread_, GetCurrentProcess(), &copy, SYNCHRONIZE,
+                        FALSE, 0) != 0) {
+        removal->workThread.reset(copy);
+    }
+    HANDLE thread = nullptr;
+    if ((workThread_ != nullptr && copy == nullptr) ||
+        !startThread(remove_thread, removal.get(), thread)) {
+        log(LogLevel::error, "Failed to start the remove thread of job %s, error-code = %d, %m.\n",
+            id.c_str(), GetLastError());
+        return false;
+    }
+    static_cast<void>(removal.release());  // the thread's now
+    Manager::instance()->adoptRemoveThread(thread);
+    return true;
+}
+
+DWORD WINAPI Job::remove_thread(void* argument) {
+    constexpr DWORD failed = static_cast<DWORD>(-1);
+    const std::unique_ptr<Removal> removal(static_cast<Removal*>(argument));
+    if (removal->workThread &&
+        WaitForSingleObject(removal->workThread.get(), INFINITE) != WAIT_OBJECT_0) {
+        log(LogLevel::error, "Failed to wait the work thread to exit, error-code = %d, %m.\n",
+            GetLastError());
+        return failed;
+    }
+    return Manager::instance()->deleteJob(removal->id.c_str()) ? 0 : failed;
+}
+
+bool Job::remove_impl() {
+    activity_.close();
+    std::wstring directory;
+    if (jobDirectory(definition_->id(), directory) && !rm_rf(directory, true)) {
+        log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n",
+            definition_->id().c_str(), GetLastError());
+    }
+    notify_state(static_cast<int32_t>(JobState::deleted));
+    return true;
+}
+
+bool Job::setState(int32_t state) {
+    activity_->state = state;
+    return activity_.sync();
+}
+
+bool Job::commandimpl(const char*) {
+    return false;
+}
+
+const char* Job::commandEvent(JobCommand command) {
+    switch (command) {
+        case JobCommand::stop: return "Event STOP.\n";
+        case JobCommand::pause: return "Event PAUSE.\n";
+        case JobCommand::resume: return "Event RESUME.\n";
+        case JobCommand::none: break;
+    }
+    return nullptr;
+}
+
+}  // namespace dorvo

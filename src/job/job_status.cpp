@@ -1,0 +1,205 @@
+// What a job tells: its status as values, JSON and text, and its notifications.
+#include <cstring>
+#include <ostream>
+#include <sstream>
+
+#include <httpmsg/http_names.h>
+#include <jobdef/backupjobdefinition.h>
+
+#include "base/error_text.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "job/job.h"
+#include "job/joberror.h"
+#include "notify/event_job_error.h"
+#include "notify/event_state.h"
+#include "notify/jobnotifymanager.h"
+
+namespace dorvo {
+namespace {
+
+GUID instanceOf(const JobActivity& record) {
+    GUID id{};
+    static_assert(sizeof(id) == sizeof(record.instanceId));
+    std::memcpy(&id, record.instanceId.data(), sizeof(id));
+    return id;
+}
+
+const BackupJobDefinition* backupOf(const JobDefinition& definition) {
+    return definition.type() == JobDefinition::backupType
+               ? dynamic_cast<const BackupJobDefinition*>(&definition)
+               : nullptr;
+}
+
+const char* fileStateText(uint32_t state) {
+    switch (static_cast<CurrentFileState>(state)) {
+        case CurrentFileState::encoding: return "encoding";
+        case CurrentFileState::transfer: return "transfer";
+        case CurrentFileState::none: break;
+    }
+    return "none";
+}
+
+bool between(int32_t state, JobState first, JobState last) {
+    return state >= static_cast<int32_t>(first) && state <= static_cast<int32_t>(last);
+}
+
+}  // namespace
+
+int32_t Job::state() const {
+    return activity_.get() == nullptr ? 0 : activity_->state;
+}
+
+int32_t Job::lastRunState() const {
+    return activity_.get() == nullptr ? 0 : activity_->lastRunState;
+}
+
+void Job::lastRunTime(int& date, int& time) const {
+    toDateTime(toFileTime(activity_.get() == nullptr ? 0 : activity_->lastRunTime), date, time);
+}
+
+void Job::nextRunTime(int& date, int& time) const {
+    toDateTime(toFileTime(activity_.get() == nullptr ? 0 : activity_->nextRunTime), date, time);
+}
+
+int Job::progress() const {
+    return activity_.get() == nullptr ? 0 : activity_->progress();
+}
+
+int Job::fileProgress() const {
+    return activity_.get() == nullptr ? 0 : activity_->fileProgress();
+}
+
+uint64_t Job::speed() const {
+    return activity_.get() == nullptr ? 0 : activity_->speed();
+}
+
+uint64_t Job::remainTime() const {
+    return activity_.get() == nullptr ? 0 : activity_->remainTime();
+}
+
+std::wstring Job::file() const {
+    return activity_.get() == nullptr ? std::wstring() : activity_->currentFilePath();
+}
+
+bool Job::isManual() const {
+    const BackupJobDefinition* backup = backupOf(*definition_);
+    return backup == nullptr || backup->schedule().kind == ScheduleKind::manual;
+}
+
+bool Job::isRunOnce() const {
+    const BackupJobDefinition* backup = backupOf(*definition_);
+    return backup == nullptr || backup->schedule().kind == ScheduleKind::once;
+}
+
+void Job::toDateTime(const FILETIME& time, int& date, int& timeOfDay) {
+    date = 0;
+    timeOfDay = 0;
+    SYSTEMTIME parts;
+    if (toTicks(time) != 0 && FileTimeToSystemTime(&time, &parts) != 0) {
+        date = parts.wYear * 10000 + parts.wMonth * 100 + parts.wDay;
+        timeOfDay = parts.wHour * 10000 + parts.wMinute * 100 + parts.wSecond;
+    }
+}
+
+void Job::toJSON(json_spirit::Object& object) const {
+    int32_t shown = state();
+    if (activity_.get() != nullptr &&
+        (activity_->pendingState == static_cast<int32_t>(JobState::pausing) ||
+         activity_->pendingState == static_cast<int32_t>(JobState::canceling))) {
+        shown = activity_->pendingState;
+    }
+    object["id"] = definition_->id();
+    object["state"] = jobStateToString(shown);
+    if (activity_.get() == nullptr || !between(shown, JobState::starting, JobState::paused)) {
+        return;
+    }
+    object["progress"] = progress();
+    object["file"] = toUtf8(file());
+    object["fileProgress"] = fileProgress();
+    object["remainTime"] = remainTime();
+    object["speed"] = speed();
+    object["currentFileState"] = fileStateText(activity_->currentFileState);
+    if (shown == static_cast<int32_t>(JobState::paused)) {
+        object["paused-manually"] = activity_->pausedManually != 0;
+    }
+}
+
+void Job::dumpState(std::ostream& os, int32_t state) const {
+    const JobActivity* record = activity_.get();
+    if (record == nullptr) {
+        return;
+    }
+    const bool resumed = state == static_cast<int32_t>(JobState::running) && record->resuming != 0;
+    os << "Job {" << definition_->id() << ", " << toUtf8(definition_->name()) << "} instance {"
+       << uuidText(instanceOf(*record)) << "} is "
+       << (resumed ? "resuming" : jobStateToString(state));
+    if (state == static_cast<int32_t>(JobState::completing)) {
+        os << "used time: " << record->usedTime / ticksPerSecond;
+    } else if (!between(state, JobState::starting, JobState::running) &&
+               state != static_cast<int32_t>(JobState::paused)) {
+        os << ".";
+    } else if (record->fileOffset < record->fileSize) {
+        os << " at file " << record->fileIndex << " \"" << toUtf8(file()) << "\" size "
+           << record->fileSize << " offset " << record->fileOffset;
+    } else if (record->fileIndex < record->fileCount) {
+        os << " at file " << record->fileIndex + 1;
+    }
+}
+
+bool Job::createInstance() {
+    const char* id = definition_->id().c_str();
+    GUID instance{};
+    const long status = createUuid(instance);
+    const std::string message = errorText(static_cast<unsigned long>(status));
+    if (status != 0) {
+        log(LogLevel::error, "Failed to create uuid for job {%s} instance, error = %d, %s.\n", id,
+            status, message.c_str());
+        return false;
+    }
+    std::memcpy(activity_->instanceId.data(), &instance, sizeof(instance));
+    log(LogLevel::information,
+        "Create uuid for job {%s} instance, the uuid created is %s, error = %d, %s.\n", id,
+        uuidText(instance).c_str(), status, message.c_str());
+    return true;
+}
+
+bool Job::setStartEvent() {
+    if (SetEvent(startEvent_.get()) == 0) {
+        const LastErrorGuard keep;
+        log(LogLevel::error, "Failed to signal backup job {%s} start event, %s.\n",
+            definition_->id().c_str(), errorText(keep.error()).c_str());
+        return false;
+    }
+    std::ostringstream text;
+    dumpState(text, static_cast<int32_t>(JobState::running));
+    log(LogLevel::information, "%s.\n", text.str().c_str());
+    return true;
+}
+
+bool Job::notify_state() {
+    return notify_state(state());
+}
+
+bool Job::notify_state(int32_t state) {
+    return postEvent(
+        std::make_unique<Event_State>(definition_->user().c_str(), definition_->id().c_str(),
+                                      definition_->name().c_str(), static_cast<unsigned>(state)));
+}
+
+bool Job::notify_error(unsigned long code) {
+    const unsigned long plain = withoutHttpMark(code);
+    const std::string reason =
+        hasHttpMark(code) ? http_status_string(static_cast<int>(plain)) : errorText(code);
+    return postEvent(std::make_unique<Event_Job_Error>(
+        definition_->user().c_str(), definition_->id().c_str(), definition_->name().c_str(),
+        static_cast<unsigned>(state()), static_cast<int>(plain), reason.c_str()));
+}
+
+bool Job::is_network_error(unsigned long code) {
+    return isNetworkError(code);
+}
+
+}  // namespace dorvo

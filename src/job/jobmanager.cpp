@@ -1,0 +1,357 @@
+#include "job/jobmanager.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include <jobdef/jobdefinitionfactory.h>
+
+#include "base/handle.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "base/text.h"
+#include "base/thread.h"
+#include "job/jobfactory.h"
+#include "notify/event_state.h"
+#include "notify/jobnotifymanager.h"
+#include "scheduler/iocp_dispatcher.h"
+#include "storage/consistentcheck.h"
+
+template class ATL::CComSingleton<dorvo::JobManagerImpl, ATL::CComAutoCriticalSection>;
+
+namespace dorvo {
+namespace {
+
+std::unique_ptr<Job> makeJob(std::unique_ptr<JobDefinition>& definition, const std::string& id) {
+    try {
+        return createJob(definition);
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to make job {%s}, %s.\n", id.c_str(), error.what());
+        return nullptr;
+    }
+}
+
+bool saveDefinition(const JobDefinition& definition) {
+    std::wstring directory;
+    jobDirectory(definition.id(), directory);
+    const std::wstring path = directory.empty() ? std::wstring() : directory + L"\\def";
+    if (definition.save(path)) {
+        return true;
+    }
+    log(LogLevel::error, "Failed to save the definition of job {%s}, error-code = %d, %m.\n",
+        definition.id().c_str(), GetLastError());
+    return false;
+}
+
+void notifyState(const JobDefinition& definition, JobState state) {
+    postEvent(std::make_unique<Event_State>(definition.user().c_str(), definition.id().c_str(),
+                                            definition.name().c_str(),
+                                            static_cast<unsigned>(state)));
+}
+
+std::vector<std::wstring> subdirectories(const std::wstring& root) {
+    std::vector<std::wstring> names;
+    WIN32_FIND_DATAW entry;
+    const FindHandle find(FindFirstFileW(longPath(root + L"\\*").c_str(), &entry));
+    if (!find) {
+        return names;
+    }
+    do {
+        const std::wstring name = entry.cFileName;
+        if (name != L"." && name != L".." &&
+            (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+            names.push_back(name);
+        }
+    } while (FindNextFileW(find.get(), &entry) != 0);
+    return names;
+}
+
+}  // namespace
+
+bool JobManagerImpl::open() {
+    const FunctionTrace trace("JobManagerImpl::init", "jobmanager.cpp");
+    std::lock_guard guard(lock_);
+    if (std::shared_ptr<Io_Completion_Port> port = Io_Completion_Port::create()) {
+        Iocp_Dispatcher::instance()->install(std::move(port));
+    } else {
+        log(LogLevel::error, "Failed to create a completion port, error-code = %d, %m.\n",
+            GetLastError());
+    }
+    std::wstring root;
+    if (!jobRoot(root)) {
+        return true;
+    }
+    for (const std::wstring& name : subdirectories(root)) {
+        loadJob(root + L"\\" + name, toUtf8(name));
+    }
+    return true;
+}
+
+void JobManagerImpl::loadJob(const std::wstring& directory, const std::string& name) {
+    std::unique_ptr<JobDefinition> definition = JobDefinitionFactory::create(directory + L"\\def");
+    if (!definition) {
+        log(LogLevel::information, "Recycle the job directory \"%s\".\n",
+            toUtf8(directory).c_str());
+        rm_rf(directory, true);
+        return;
+    }
+    const std::string id = definition->id();
+    const int type = definition->type();
+    // Everything of a job is found by its id: a copied or renamed directory is none of ours.
+    if (!equalsIgnoreCase(id, name) || find(id.c_str()) != nullptr) {
+        log(LogLevel::warning, "Ignore the job directory \"%s\" of job id:%s.\n",
+            toUtf8(directory).c_str(), id.c_str());
+        return;
+    }
+    std::unique_ptr<Job> job = makeJob(definition, id);
+    if (!job) {
+        return;
+    }
+    if (!job->init()) {
+        log(LogLevel::error, "Init job failed. job type:%d job id:%s.\n", type, id.c_str());
+        return;
+    }
+    jobs_.push_back(job.release());
+}
+
+void JobManagerImpl::close() {
+    joinRemoveThreads();
+    {
+        std::lock_guard guard(lock_);
+        for (Job* job : jobs_) {
+            if (job->running()) {
+                job->pause(false);  // all at once, before each is waited for
+            }
+        }
+        for (Job* job : std::exchange(jobs_, {})) {
+            delete job;
+        }
+        consistentcheckfreeall();
+    }
+    joinRemoveThreads();  // a removal that came in between finds no job
+}
+
+Job* JobManagerImpl::find(const char* id) const {
+    if (id == nullptr) {
+        return nullptr;
+    }
+    const auto found = std::find_if(jobs_.begin(), jobs_.end(), [&](const Job* job) {
+        return equalsIgnoreCase(job->definition().id(), id);
+    });
+    return found == jobs_.end() ? nullptr : *found;
+}
+
+const Job* JobManagerImpl::job(const char* id) const {
+    std::lock_guard guard(lock_);
+    return find(id);
+}
+
+bool JobManagerImpl::submitJob(JobDefinition* submitted) {
+    std::unique_ptr<JobDefinition> definition(submitted);
+    if (!definition) {
+        return false;
+    }
+    std::lock_guard guard(lock_);
+    Job* job = find(definition->id().c_str());
+    const JobState state = job != nullptr ? JobState::updated : JobState::created;
+    if (job != nullptr) {
+        if (!updateJob(*job, definition)) {
+            return false;
+        }
+    } else {
+        job = addJob(definition);
+        if (job == nullptr) {
+            return false;
+        }
+    }
+    const JobDefinition& said = definition ? *definition : job->definition();
+    notifyState(said, state);
+    job->init();
+    if (job->isRunOnce()) {
+        job->start();
+    } else if (!job->isManual()) {
+        notifyState(said, JobState::idle);
+    }
+    return true;
+}
+
+bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definition) {
+    if (definition->type() != job.definition().type()) {
+        log(LogLevel::error, "Submit job failed, job {%s} is of another type.\n",
+            definition->id().c_str());
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    if (restartable(job.state())) {
+        job.definition(std::move(definition));
+        saveDefinition(job.definition());
+    }
+    return true;
+}
+
+Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
+    const std::string id = definition->id();
+    if (!isJobId(id)) {
+        log(LogLevel::error, "Submit job failed, {%s} is no job id.\n", id.c_str());
+        SetLastError(ERROR_INVALID_NAME);
+        return nullptr;
+    }
+    std::wstring directory;
+    const bool known = jobDirectory(id, directory) &&
+                       GetFileAttributesW(longPath(directory).c_str()) != INVALID_FILE_ATTRIBUTES;
+    if (!saveDefinition(*definition)) {
+        return nullptr;
+    }
+    std::unique_ptr<Job> job = makeJob(definition, id);
+    if (!job) {
+        log(LogLevel::error, "Submit job failed, no job is made of job {%s}.\n", id.c_str());
+        if (!known && !directory.empty()) {
+            rm_rf(directory, true);
+        }
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    jobs_.push_back(job.get());
+    return job.release();
+}
+
+bool JobManagerImpl::startJob(const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->start();
+}
+
+bool JobManagerImpl::stopJob(const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->stop();
+}
+
+bool JobManagerImpl::pauseJob(const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->pause(true);
+}
+
+bool JobManagerImpl::resumeJob(const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->resume();
+}
+
+bool JobManagerImpl::lockJob(const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->lock(true);
+}
+
+void JobManagerImpl::lockAllJobs(bool locked) {
+    std::lock_guard guard(lock_);
+    for (Job* job : jobs_) {
+        job->lock(locked);
+    }
+}
+
+bool JobManagerImpl::command(const char* text, const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->command(text);
+}
+
+bool JobManagerImpl::removeJob(const char* id) {
+    std::lock_guard guard(lock_);
+    log(LogLevel::information, "Remove job %s.\n", id == nullptr ? "" : id);
+    Job* job = find(id);
+    if (job == nullptr) {
+        log(LogLevel::error, "Remove job failed, job %s is not found.\n", id == nullptr ? "" : id);
+        return false;
+    }
+    return job->remove();
+}
+
+void JobManagerImpl::removeAllJobs() {
+    std::lock_guard guard(lock_);
+    for (Job* job : jobs_) {
+        job->remove();
+    }
+}
+
+bool JobManagerImpl::deleteJob(const char* id) {
+    std::lock_guard guard(lock_);
+    log(LogLevel::information, "Delete job %s.\n", id);
+    Job* job = find(id);
+    // A job that came after the removed one under its id is another.
+    if (job == nullptr || !job->removing_) {
+        log(LogLevel::error, "Delete job failed, job %s is not found.\n", id);
+        return false;
+    }
+    jobs_.erase(std::find(jobs_.begin(), jobs_.end(), job));
+    delete job;
+    return true;
+}
+
+void JobManagerImpl::adoptRemoveThread(HANDLE thread) {
+    std::lock_guard guard(removersLock_);
+    const auto ended = std::partition(removers_.begin(), removers_.end(), [](HANDLE other) {
+        return WaitForSingleObject(other, 0) != WAIT_OBJECT_0;
+    });
+    std::for_each(ended, removers_.end(), joinThread);
+    removers_.erase(ended, removers_.end());
+    removers_.push_back(thread);
+}
+
+void JobManagerImpl::joinRemoveThreads() {
+    std::vector<HANDLE> threads;
+    {
+        std::lock_guard guard(removersLock_);
+        threads.swap(removers_);
+    }
+    for (HANDLE& thread : threads) {
+        joinThread(thread);
+    }
+}
+
+void JobManagerImpl::forAllJobs(bool wait, const char* failed, const char* waitFailed,
+                                const std::function<bool(Job&)>& operation) {
+    std::lock_guard guard(lock_);
+    for (Job* job : jobs_) {
+        if (!operation(*job)) {
+            log(LogLevel::error, failed, job->definition().id().c_str(), GetLastError());
+        }
+    }
+    if (!wait) {
+        return;
+    }
+    for (Job* job : jobs_) {
+        if (!job->wait(INFINITE)) {
+            log(LogLevel::error, waitFailed, job->definition().id().c_str(), GetLastError());
+        }
+    }
+}
+
+void JobManagerImpl::startAllJobs(bool wait) {
+    forAllJobs(wait, "Failed to start job %s, error-code = %d, %m.\n",
+               "Failed to wait job %s to start, error-code = %d, %m.\n",
+               [](Job& job) { return job.start(); });
+}
+
+void JobManagerImpl::stopAllJobs(bool wait) {
+    forAllJobs(wait, "Failed to stop job %s, error-code = %d, %m.\n",
+               "Failed to wait job %s to stop, error-code = %d, %m.\n",
+               [](Job& job) { return job.stop(); });
+}
+
+void JobManagerImpl::pauseAllJobs(bool wait) {
+    forAllJobs(wait, "Failed to pause job %s, error-code = %d, %m.\n",
+               "Failed to wait job %s to pause, error-code = %d, %m.\n",
+               [](Job& job) { return job.pause(false); });
+}
+
+void JobManagerImpl::resumeAllJobs(bool wait) {
+    forAllJobs(wait, "Failed to pause job %s, error-code = %d, %m.\n",
+               "Failed to wait job %s to resume, error-code = %d, %m.\n",
+               [](Job& job) { return job.resume(); });
+}
+
+}  // namespace dorvo
