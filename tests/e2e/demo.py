@@ -6,6 +6,7 @@ can change a file; everything it makes is gone when it ends.
 """
 
 import argparse
+import contextlib
 import pathlib
 import shutil
 import sys
@@ -20,7 +21,6 @@ from server import Server
 USER, PASSWORD = "demo", "a password for demonstrations"
 DEFAULT = [f"/usr/include/boost/{name}" for name in ("asio", "beast", "fusion", "json", "spirit")]
 DEFAULT += ["/usr/include/openssl", "/usr/src/googletest"]
-UPLOADS = ("uploadfile", "uploadblock")
 
 
 class Failed(Exception):
@@ -45,7 +45,8 @@ def echo(text):
 
 
 class Demo:
-    def __init__(self, folder, sources):
+    def __init__(self, folder, sources, ending):
+        """What is started is stopped by the exit stack `ending`."""
         self.tree = folder / "source"
         copy(sources, self.tree)
         self.files = [p for p in self.tree.rglob("*") if p.is_file()]
@@ -54,14 +55,12 @@ class Demo:
         self.server = Server(folder / "server")
         self.server.add_user(USER, PASSWORD)
         self.server.start()
+        ending.callback(self.server.stop)
         print(f"  storage-server listens on 127.0.0.1:{self.server.port}, data in {self.server.data}")
         self.machine = Machine(folder / "machine")
+        ending.callback(self.machine.close)
         self.machine.connect(self.server.address, USER, PASSWORD)
         print(f"  agent.exe is logged in as {USER}")
-
-    def close(self):
-        self.machine.close()
-        self.server.stop()
 
     def back_up(self):
         """Runs the backup and counts what it sent by the server's own log: files and blocks."""
@@ -110,18 +109,13 @@ def main():
     if options.dir and not options.dir.is_dir():
         parser.error(f"{options.dir} is not a folder")
     (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(prefix="demo-", dir=BUILD / "e2e") as folder:
-        say("The ground")
-        demo = None
-        try:
-            demo = Demo(pathlib.Path(folder), [options.dir.resolve()] if options.dir else DEFAULT)
-            demo.run()
-        except (Failed, AssertionError) as error:
-            print(f"\nDEMO FAILED: {error}", file=sys.stderr)
-            return 1
-        finally:
-            if demo:
-                demo.close()
+    say("The ground")
+    try:
+        with tempfile.TemporaryDirectory(prefix="demo-", dir=BUILD / "e2e") as folder, contextlib.ExitStack() as ending:
+            Demo(pathlib.Path(folder), [options.dir.resolve()] if options.dir else DEFAULT, ending).run()
+    except (Failed, AssertionError) as error:
+        print(f"\nDEMO FAILED: {error}", file=sys.stderr)
+        return 1
     say("Demo passed: three backups, each proven byte for byte.")
     return 0
 

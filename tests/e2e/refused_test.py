@@ -25,7 +25,7 @@ class RefusedTest(SystemTest):
         system = self.prepared(wait=False)
         system.proxy.refuse()
         run = system.backup(code=1)
-        self.assertIn("cannot be reached", run.err)
+        self.assertIn(str(REFUSED), run.err)
         self.assertEqual(system.machine.listing("show", system.job())["state"], "error")
 
     def test_without_the_option_an_item_is_recorded_as_failed(self):
