@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <set>
 
 #include "settings/encodedstore.h"
 #include "settings/storefile.h"
@@ -101,6 +102,17 @@ bool CookieManagerImpl::isCookieValid(const char* cookie) const {
     }
     const std::lock_guard guard(lock_);
     return cookies_.contains(cookie);
+}
+
+std::vector<std::string> CookieManagerImpl::users() const {
+    std::set<std::string> users;
+    const std::lock_guard guard(lock_);
+    for (const auto& [cookie, user] : cookies_) {
+        if (user.type() == json_spirit::str_type) {
+            users.insert(user.get_str());
+        }
+    }
+    return {users.begin(), users.end()};
 }
 
 }  // namespace dorvo
