@@ -1,0 +1,153 @@
+#include "backupcommand.h"
+
+#include <regex>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "jobrun.h"
+#include "modulehost.h"
+#include "runoutcome.h"
+#include "sourcepath.h"
+#include "users.h"
+
+namespace dorvo::agent {
+namespace {
+
+constexpr int32_t onlyListed = 1;
+constexpr int32_t allButListed = 2;
+
+std::string newId() {
+    GUID id;
+    if (createUuid(id) != 0) {
+        throw AgentError("No id for the job could be made");
+    }
+    return uuidText(id);
+}
+
+std::unique_ptr<BackupJobDefinition> copyOf(const BackupJobDefinition& job) {
+    return std::make_unique<BackupJobDefinition>(job);
+}
+
+// Whether the job has a run to go on with.
+bool hasUnfinishedRun(const std::string& id) {
+    JobActivity record;
+    return JobActivityHandle::read(id.c_str(), record) && unfinished(record);
+}
+
+}  // namespace
+
+CLI::App* BackupCommand::describe(CLI::App& parent) {
+    CLI::App* const backup =
+        parent.add_subcommand("backup", "Back up files and folders to the storage server");
+    backup->add_option("PATH", paths_, "Files, folders or drives")->required();
+    backup->add_option("--name", name_, "The job's name; without it, the job of these paths");
+    auto* const only =
+        backup->add_option("--only-ext", onlyExtensions_, "Only files with these extensions");
+    auto* const skip =
+        backup->add_option("--skip-ext", skippedExtensions_, "No files with these extensions");
+    for (auto* const list : {only, skip}) {
+        list->delimiter(',')->type_name("EXT,..")->expected(1)->allow_extra_args(false);
+    }
+    only->excludes(skip);
+    backup->add_flag("--no-compress", plain_, "Encrypt only");
+    backup->add_option("--user", user_, "The account, when several have logged in");
+    backup->footer(
+        "The same paths, or the same name, are the same job: its next run sends only what has "
+        "changed.\nCtrl+C pauses the run; 'agent resume JOB' goes on with it.\n"
+        "Example:\n  agent backup C:\\Users\\alice --name docs --skip-ext tmp,bak");
+    return backup;
+}
+
+int BackupCommand::run(Terminal& terminal) {
+    requireServer();
+    const std::string user = chooseUser(user_);
+    ModuleHost host;
+    const JobList jobs = loadJobs();
+    std::unique_ptr<BackupJobDefinition> job = define(jobs, user);
+    const std::string id = job->id();
+    const std::string name = toUtf8(job->name());
+    const JobDefinition* known = nullptr;
+    for (const auto& other : jobs) {
+        known = other->id() == id ? other.get() : known;
+    }
+    const bool changed = known == nullptr || known->text() != job->text();
+    if (hasUnfinishedRun(id)) {
+        if (changed) {
+            throw AgentError("The job '" + name +
+                             "' has an unfinished run with other settings: finish it first with "
+                             "'agent resume \"" +
+                             name + "\"'");
+        }
+        terminal.out("Going on with the unfinished run of job '" + name + "'.");
+    }
+    host.open(id);
+    const std::unique_ptr<BackupJobDefinition> shown = copyOf(*job);
+    if (changed && !ModuleHost::manager().submitJob(job.release())) {
+        throw AgentError("The job '" + name + "' could not be saved: the log file says why");
+    }
+    return runJob(terminal, *shown, RunStart::fresh);
+}
+
+std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
+                                                           const std::string& user) const {
+    std::vector<std::wstring> sources;
+    for (const std::string& path : paths_) {
+        sources.push_back(onDiskPath(toWide(path), true));
+    }
+    sources = withoutNested(sources);
+    const std::wstring name = toWide(name_);
+    const BackupJobDefinition* const known =
+        name.empty() ? findBackup(jobs, user, sources) : findBackup(jobs, user, name);
+    auto job = known != nullptr
+                   ? copyOf(*known)
+                   : std::make_unique<BackupJobDefinition>(
+                         newId(),
+                         name.empty() ? freeName(jobs, user, nameOfSources(sources)) : name, user);
+    // The same paths in another order or case are no other definition.
+    if (known == nullptr || findBackup(jobs, user, sources) != known) {
+        job->setSource(sources);
+    }
+    setRules(*job);
+    return job;
+}
+
+void BackupCommand::setRules(BackupJobDefinition& job) const {
+    if (!onlyExtensions_.empty()) {
+        job.setFilter(onlyListed, readExtensions(onlyExtensions_));
+    } else if (!skippedExtensions_.empty()) {
+        job.setFilter(allButListed, readExtensions(skippedExtensions_));
+    } else {
+        job.setFilter(0, {});
+    }
+    job.setCompress(!plain_);
+}
+
+std::vector<std::wstring> readExtensions(const std::vector<std::string>& texts) {
+    std::vector<std::wstring> extensions;
+    for (const std::string& text : texts) {
+        // The filter takes the list as parts of an expression and leaves out dots and stars before.
+        const size_t begin = text.find_first_not_of(".*");
+        if (begin == std::string::npos) {
+            throw AgentError("'" + text + "' is no file name extension", exitUsage);
+        }
+        std::wstring extension = toWide(text);
+        try {
+            const std::wregex part(L".*(" + extension.substr(begin) + L")$");
+        } catch (const std::regex_error&) {
+            throw AgentError("'" + text + "' is no file name extension", exitUsage);
+        }
+        extensions.push_back(std::move(extension));
+    }
+    return extensions;
+}
+
+std::wstring freeName(const JobList& jobs, const std::string& user, const std::wstring& wanted) {
+    std::wstring name = wanted;
+    for (int number = 2; findBackup(jobs, user, name) != nullptr; ++number) {
+        name = wanted + L" (" + std::to_wstring(number) + L")";
+    }
+    return name;
+}
+
+}  // namespace dorvo::agent

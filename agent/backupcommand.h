@@ -1,0 +1,42 @@
+// agent backup PATH...: defines the backup job of these paths, or finds the one there is, and runs
+// it.
+//
+// With --name, the user's job of that name is meant, and its paths become the given ones; without,
+// the user's job of exactly these paths. So the same command line is the same job, and its second
+// run sends only what has changed.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "jobstore.h"
+
+namespace dorvo::agent {
+
+class BackupCommand : public Command {
+public:
+    CLI::App* describe(CLI::App& parent) override;
+    int run(Terminal& terminal) override;
+
+private:
+    std::unique_ptr<BackupJobDefinition> define(const JobList& jobs, const std::string& user) const;
+    void setRules(BackupJobDefinition& job) const;
+
+    std::vector<std::string> paths_;
+    std::string name_;
+    std::vector<std::string> onlyExtensions_;
+    std::vector<std::string> skippedExtensions_;
+    bool plain_ = false;
+    std::string user_;
+};
+
+// The extensions of a definition: each "txt", ".txt" or "*.txt". Throws AgentError (wrong usage)
+// for an empty one and for one that is no valid pattern.
+std::vector<std::wstring> readExtensions(const std::vector<std::string>& texts);
+
+// `wanted`, or the first of "wanted (2)", "wanted (3)"... that no backup job of the user has.
+std::wstring freeName(const JobList& jobs, const std::string& user, const std::wstring& wanted);
+
+}  // namespace dorvo::agent

@@ -1,0 +1,75 @@
+#include "commandline.h"
+
+#include <sstream>
+
+#include "agenterror.h"
+
+namespace dorvo::agent {
+namespace {
+
+// "agent backup" for the command that the arguments had reached.
+std::string reached(const CLI::App& app) {
+    std::string name = app.get_name();
+    for (const CLI::App* chosen : app.get_subcommands()) {
+        name += " " + reached(*chosen);
+    }
+    return name;
+}
+
+const CLI::App& deepest(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app : deepest(*chosen.back());
+}
+
+std::string sentence(std::string text) {
+    // Only the parser's first line says what is wrong.
+    text = text.substr(0, text.find('\n'));
+    return text.empty() || text.back() == '.' ? text : text + ".";
+}
+
+int refuse(Terminal& terminal, const std::string& text, int code) {
+    terminal.error("agent: " + sentence(text));
+    return code;
+}
+
+}  // namespace
+
+int runCommandLine(const std::vector<std::string>& arguments,
+                   const std::vector<std::unique_ptr<Command>>& commands, Terminal& terminal) {
+    CLI::App app("Backs up this machine to a storage server.", "agent");
+    app.allow_windows_style_options(false);  // "/data" is a path
+    app.require_subcommand(1);
+    app.set_help_flag("-h,--help", "Show this help");
+    app.footer(
+        "Each command has a help of its own: agent backup --help\n"
+        "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 done but some items failed, 4 paused or "
+        "cancelled");
+    std::vector<const CLI::App*> parsers;
+    for (const auto& command : commands) {
+        parsers.push_back(command->describe(app));
+    }
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        for (size_t i = 0; i < commands.size(); ++i) {
+            if (parsers[i]->parsed()) {
+                return commands[i]->run(terminal);
+            }
+        }
+        return exitUsage;
+    } catch (const CLI::CallForHelp&) {
+        const CLI::App& asked = deepest(app);
+        const std::string above = reached(app);
+        terminal.out(
+            asked.help(&asked == &app ? std::string() : above.substr(0, above.rfind(' '))));
+        return exitDone;
+    } catch (const CLI::ParseError& problem) {
+        return refuse(terminal, sentence(problem.what()) + " See '" + reached(app) + " --help'.",
+                      exitUsage);
+    } catch (const AgentError& problem) {
+        return refuse(terminal, problem.what(), problem.code());
+    } catch (const std::exception& problem) {
+        return refuse(terminal, std::string("Unexpected failure: ") + problem.what(), exitFailed);
+    }
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,40 @@
+#include "dataowner.h"
+
+#include <span>
+
+#include "agenterror.h"
+#include "base/md5.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "failuretext.h"
+#include "sourcepath.h"
+
+namespace dorvo::agent {
+
+DataOwner::DataOwner() {
+    std::wstring directory;
+    if (!dataDirectory(directory) || !createDirectories(directory)) {
+        throw AgentError("The data directory cannot be made: " + failureText(GetLastError()));
+    }
+    mutex_.reset(CreateMutexW(nullptr, FALSE, mutexName(directory).c_str()));
+    const DWORD error = GetLastError();
+    if (!mutex_ && error != ERROR_ACCESS_DENIED) {
+        throw AgentError("The data directory cannot be locked: " + failureText(error));
+    }
+    const DWORD got = mutex_ ? WaitForSingleObject(mutex_.get(), 0) : WAIT_TIMEOUT;
+    if (got != WAIT_OBJECT_0 && got != WAIT_ABANDONED) {
+        mutex_.reset();
+        throw AgentError("Another agent is running jobs on this machine: wait until it has ended");
+    }
+}
+
+DataOwner::~DataOwner() {
+    ReleaseMutex(mutex_.get());
+}
+
+std::wstring DataOwner::mutexName(const std::wstring& dataDirectory) {
+    const std::wstring path = upperCase(dataDirectory);
+    return L"Global\\dorvo_" + toWide(Md5::of(std::as_bytes(std::span(path))));
+}
+
+}  // namespace dorvo::agent

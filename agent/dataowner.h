@@ -1,0 +1,27 @@
+// The right to run jobs on this machine: one process at a time owns the data directory.
+//
+// Held while the object lives; the system takes it back from a process that dies. Throws AgentError
+// when another process has it. Made and destroyed on one thread.
+#pragma once
+
+#include <string>
+
+#include "base/handle.h"
+
+namespace dorvo::agent {
+
+class DataOwner {
+public:
+    DataOwner();
+    ~DataOwner();
+    DataOwner(const DataOwner&) = delete;
+    DataOwner& operator=(const DataOwner&) = delete;
+
+    // The name of the mutex: made of the directory's path, whatever its case.
+    static std::wstring mutexName(const std::wstring& dataDirectory);
+
+private:
+    KernelHandle mutex_;
+};
+
+}  // namespace dorvo::agent

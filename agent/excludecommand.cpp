@@ -1,0 +1,96 @@
+#include "excludecommand.h"
+
+#include <algorithm>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "job/source/exclusionlist.h"
+#include "jobstore.h"
+#include "json_spirit/json_spirit.h"
+#include "sourcepath.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::vector<std::string> pathsOf(const ExclusionList& exclusions, const std::string& list) {
+    std::vector<std::string> paths;
+    json_spirit::Value value;
+    if (!exclusions.getList(list.c_str(), value) || value.type() != json_spirit::array_type) {
+        return paths;
+    }
+    for (const json_spirit::Value& entry : value.get_array()) {
+        if (entry.type() == json_spirit::str_type) {
+            std::string path = entry.get_str();
+            std::replace(path.begin(), path.end(), '/', '\\');
+            paths.push_back(std::move(path));
+        }
+    }
+    return paths;
+}
+
+}  // namespace
+
+CLI::App* ExcludeCommand::describe(CLI::App& parent) {
+    CLI::App* const exclude =
+        parent.add_subcommand("exclude", "Choose paths that backups leave out");
+    exclude->require_subcommand(1);
+    const char* const example =
+        "Example:\n  agent exclude add C:\\Users\\alice\\Downloads --job docs";
+    exclude->footer(example);
+    add_ = exclude->add_subcommand("add", "Leave out a path and what lies below it");
+    CLI::App* const remove = exclude->add_subcommand("remove", "Back up a path again");
+    list_ = exclude->add_subcommand("list", "List the paths");
+    for (CLI::App* const command : {add_, remove}) {
+        command->add_option("PATH", path_, "The file or folder")->required();
+    }
+    for (CLI::App* const command : {add_, remove, list_}) {
+        command->add_option("--job", job_, "Of this job only: its name or id");
+        command->footer(example);
+    }
+    list_->add_flag("--json", json_, "One JSON document");
+    return exclude;
+}
+
+int ExcludeCommand::run(Terminal& terminal) {
+    return list_->parsed() ? list(terminal) : change(terminal);
+}
+
+int ExcludeCommand::change(Terminal& terminal) const {
+    const std::string name = listName();
+    const std::string path = toUtf8(onDiskPath(toWide(path_), false));
+    ExclusionList exclusions;
+    const bool changed = add_->parsed() ? exclusions.addPath(name.c_str(), path.c_str())
+                                        : exclusions.removePath(name.c_str(), path.c_str());
+    if (!changed) {
+        throw AgentError(add_->parsed() ? "The exclusion list is damaged: it takes no more paths"
+                                        : "'" + path + "' is not excluded");
+    }
+    if (!exclusions.save()) {
+        throw AgentError("The exclusion list could not be saved");
+    }
+    terminal.out("'" + path + "' is " + (add_->parsed() ? "" : "no longer ") + "excluded.");
+    return exitDone;
+}
+
+int ExcludeCommand::list(Terminal& terminal) const {
+    const ExclusionList exclusions;
+    const std::vector<std::string> paths = pathsOf(exclusions, listName());
+    if (json_) {
+        const json_spirit::Ordered_array array(paths.begin(), paths.end());
+        terminal.out(json_spirit::write_formatted(json_spirit::Ordered_value(array)));
+        return exitDone;
+    }
+    for (const std::string& path : paths) {
+        terminal.out(path);
+    }
+    if (paths.empty()) {
+        terminal.out("No paths are excluded.");
+    }
+    return exitDone;
+}
+
+std::string ExcludeCommand::listName() const {
+    return job_.empty() ? everyJobList : findJob(loadJobs(), job_).id();
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,44 @@
+#include "failuretext.h"
+
+#include "base/error_text.h"
+#include "httpmsg/http_names.h"
+#include "job/backupfailure.h"
+#include "singletons.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::string serverText() {
+    std::string host;
+    unsigned short port = 0;
+    options().getServerInfo(host, port);
+    return host + ":" + std::to_string(port);
+}
+
+}  // namespace
+
+std::string failureText(uint32_t code) {
+    if (isHttpStatus(code)) {
+        const int status = static_cast<int>(code & statusUnmark);
+        return "HTTP status " + std::to_string(status) + ", " + http_status_string(status);
+    }
+    return errorText(code) + " (error " + std::to_string(code) + ")";
+}
+
+std::string requestFailure(uint32_t code, const std::string& user) {
+    constexpr uint32_t tooManyTries = statusMark | 429;
+    switch (code) {
+        case errorUnauthorized:
+        case errorNotAcceptable:
+            return "The server no longer accepts the session of '" + user + "': run 'agent login " +
+                   user + "'";
+        case tooManyTries: return "The server has seen too many failed logins: try again later";
+        default: break;
+    }
+    if (isHttpStatus(code)) {
+        return "The server " + serverText() + " refused the request: " + failureText(code);
+    }
+    return "The server " + serverText() + " cannot be reached: " + failureText(code);
+}
+
+}  // namespace dorvo::agent

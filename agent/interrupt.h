@@ -1,0 +1,34 @@
+// Ctrl+C as an event.
+//
+// While the object lives, the first Ctrl+C signals the event and the second ends the process at
+// once, as paused. Closing the console or logging off signals it too and leaves the process the
+// time that the system grants. One object at a time.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+
+#include "base/handle.h"
+
+namespace dorvo::agent {
+
+class Interrupt {
+public:
+    Interrupt();
+    ~Interrupt();
+    Interrupt(const Interrupt&) = delete;
+    Interrupt& operator=(const Interrupt&) = delete;
+
+    // Auto-reset, borrowed.
+    HANDLE event() const { return event_.get(); }
+
+private:
+    static BOOL WINAPI handle(DWORD signal);
+
+    static std::atomic<Interrupt*> current_;
+    KernelHandle event_;
+    std::atomic<int> asked_{0};
+};
+
+}  // namespace dorvo::agent

@@ -1,0 +1,109 @@
+#include "jobstore.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "agenterror.h"
+#include "base/handle.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "jobdef/jobdefinitionfactory.h"
+#include "sourcepath.h"
+
+namespace dorvo::agent {
+namespace {
+
+const BackupJobDefinition* asBackup(const std::unique_ptr<JobDefinition>& job,
+                                    const std::string& user) {
+    const auto* const backup = dynamic_cast<const BackupJobDefinition*>(job.get());
+    return backup != nullptr && backup->user() == user ? backup : nullptr;
+}
+
+std::vector<std::wstring> comparable(std::vector<std::wstring> paths) {
+    for (std::wstring& path : paths) {
+        path = upperCase(path);
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+}  // namespace
+
+JobList loadJobs() {
+    JobList jobs;
+    std::wstring root;
+    if (!jobRoot(root)) {
+        return jobs;
+    }
+    WIN32_FIND_DATAW entry;
+    const FindHandle search(FindFirstFileW(longPath(root + L"\\*").c_str(), &entry));
+    if (!search) {
+        return jobs;
+    }
+    do {
+        const bool folder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        if (!folder || !isJobId(toUtf8(entry.cFileName))) {
+            continue;
+        }
+        if (auto job = JobDefinitionFactory::create(root + L"\\" + entry.cFileName + L"\\def")) {
+            jobs.push_back(std::move(job));
+        }
+    } while (FindNextFileW(search.get(), &entry) != 0);
+    std::sort(jobs.begin(), jobs.end(), [](const auto& a, const auto& b) {
+        const std::wstring nameA = upperCase(a->name());
+        const std::wstring nameB = upperCase(b->name());
+        return nameA != nameB ? nameA < nameB : a->id() < b->id();
+    });
+    return jobs;
+}
+
+const JobDefinition& findJob(const JobList& jobs, const std::string& idOrName) {
+    const auto byId = std::find_if(jobs.begin(), jobs.end(), [&](const auto& job) {
+        return equalsIgnoreCase(job->id(), idOrName);
+    });
+    if (byId != jobs.end()) {
+        return **byId;
+    }
+    const std::wstring name = toWide(idOrName);
+    const JobDefinition* found = nullptr;
+    for (const auto& job : jobs) {
+        if (!samePath(job->name(), name)) {
+            continue;
+        }
+        if (found != nullptr) {
+            throw AgentError("Several jobs are called '" + idOrName +
+                             "': use the job's id, which 'agent jobs' shows");
+        }
+        found = job.get();
+    }
+    if (found == nullptr) {
+        throw AgentError("There is no job '" + idOrName + "': 'agent jobs' shows those there are");
+    }
+    return *found;
+}
+
+const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
+                                      const std::wstring& name) {
+    for (const auto& job : jobs) {
+        const auto* const backup = asBackup(job, user);
+        if (backup != nullptr && samePath(backup->name(), name)) {
+            return backup;
+        }
+    }
+    return nullptr;
+}
+
+const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
+                                      const std::vector<std::wstring>& sources) {
+    const std::vector<std::wstring> wanted = comparable(sources);
+    for (const auto& job : jobs) {
+        const auto* const backup = asBackup(job, user);
+        if (backup != nullptr && comparable(backup->source()) == wanted) {
+            return backup;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,154 @@
+#include "jobview.h"
+
+#include "base/text.h"
+#include "job/activity/jobactivityhandle.h"
+#include "jobdef/backupjobdefinition.h"
+#include "progress.h"
+#include "runoutcome.h"
+#include "units.h"
+
+namespace dorvo::agent {
+namespace {
+
+using json_spirit::Ordered_array;
+using json_spirit::Ordered_object;
+
+std::string typeText(const JobDefinition& job) {
+    switch (job.type()) {
+        case JobDefinition::backupType: return "backup";
+        case JobDefinition::restoreType: return "restore";
+        default: return "unknown";
+    }
+}
+
+std::string storageText(const JobDefinition& job) {
+    return job.storage() == StorageKind::web ? "web" : "local";
+}
+
+std::string filterText(int32_t type) {
+    switch (type) {
+        case 1: return "only";
+        case 2: return "skip";
+        default: return "none";
+    }
+}
+
+Ordered_array textsJson(const std::vector<std::wstring>& texts) {
+    Ordered_array array;
+    for (const std::wstring& text : texts) {
+        array.emplace_back(toUtf8(text));
+    }
+    return array;
+}
+
+Ordered_object runJson(const PastRun& run) {
+    Ordered_array failed;
+    for (const FailedItem& item : run.failed) {
+        failed.emplace_back(
+            Ordered_object{{"path", item.path}, {"code", item.code}, {"reason", item.reason}});
+    }
+    return {{"instanceId", run.instanceId}, {"startTime", run.startTime},
+            {"endTime", run.endTime},       {"state", run.state},
+            {"files", run.files},           {"totalSize", run.totalSize},
+            {"speed", run.bytesPerSecond},  {"failed", failed}};
+}
+
+std::string joined(const std::vector<std::wstring>& texts, const char* separator) {
+    std::string text;
+    for (const std::wstring& part : texts) {
+        text += (text.empty() ? "" : separator) + toUtf8(part);
+    }
+    return text;
+}
+
+std::string runText(const PastRun& run) {
+    std::string text = "  " + run.startTime + "  " + run.state + "  " +
+                       countText(run.files, "file") + "  " + bytesText(run.totalSize) + "  " +
+                       run.instanceId + "\n";
+    for (const FailedItem& item : run.failed) {
+        text += "    failed: " + item.text() + "\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+JobView viewOf(const JobDefinition& job) {
+    JobView view{.job = &job};
+    const char* const id = job.id().c_str();
+    JobActivityHandle shared;
+    view.live = shared.open(id, false);
+    view.recorded = JobActivityHandle::read(id, view.record);
+    return view;
+}
+
+std::string stateText(const JobView& view) {
+    if (!view.recorded) {
+        return jobStateToString(JobState::none);
+    }
+    const bool paused = static_cast<JobState>(view.record.state) == JobState::paused;
+    return unfinished(view.record) && !paused && !view.live ? "interrupted"
+                                                            : jobStateToString(view.record.state);
+}
+
+Ordered_object summaryJson(const JobView& view) {
+    Ordered_object json{{"id", view.job->id()},
+                        {"name", toUtf8(view.job->name())},
+                        {"user", view.job->user()},
+                        {"type", typeText(*view.job)},
+                        {"storage", storageText(*view.job)},
+                        {"state", stateText(view)}};
+    if (view.recorded && unfinished(view.record)) {
+        const Progress progress = progressOf(view.record);
+        const Ordered_object more{
+            {"progress", progress.percent},       {"files", progress.files},
+            {"fileCount", progress.fileCount},    {"bytes", progress.bytes},
+            {"totalBytes", progress.totalBytes},  {"speed", progress.bytesPerSecond},
+            {"remainTime", progress.secondsLeft}, {"file", progress.file}};
+        json.insert(json.end(), more.begin(), more.end());
+    }
+    return json;
+}
+
+Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs) {
+    Ordered_object json = summaryJson(view);
+    if (const auto* const backup = dynamic_cast<const BackupJobDefinition*>(view.job)) {
+        const Ordered_object more{{"source", textsJson(backup->source())},
+                                  {"filter", filterText(backup->filterType())},
+                                  {"extensions", textsJson(backup->extensions())},
+                                  {"compress", backup->compress()}};
+        json.insert(json.end(), more.begin(), more.end());
+    }
+    Ordered_array past;
+    for (const PastRun& run : runs) {
+        past.emplace_back(runJson(run));
+    }
+    json.push_back({"runs", past});
+    return json;
+}
+
+std::string detailText(const JobView& view, const std::vector<PastRun>& runs) {
+    std::string text = "Job      " + toUtf8(view.job->name()) + "\nId       " + view.job->id() +
+                       "\nType     " + typeText(*view.job) + " of user " + view.job->user() + ", " +
+                       storageText(*view.job) + " storage\n";
+    if (const auto* const backup = dynamic_cast<const BackupJobDefinition*>(view.job)) {
+        text += "Paths    " + joined(backup->source(), "\n         ") + "\n";
+        const std::string filter = filterText(backup->filterType());
+        text += "Filter   " + filter;
+        text += filter == "none" ? "\n" : " " + joined(backup->extensions(), ", ") + "\n";
+        text +=
+            std::string("Content  ") + (backup->compress() ? "compressed, " : "") + "encrypted\n";
+    }
+    text += "State    " + stateText(view) + "\n";
+    if (view.recorded && unfinished(view.record)) {
+        constexpr size_t wide = 160;
+        text += "Run     " + progressLine(progressOf(view.record), wide) + "\n";
+    }
+    text += runs.empty() ? "No finished runs\n" : "Last runs (times are UTC)\n";
+    for (const PastRun& run : runs) {
+        text += runText(run);
+    }
+    return text;
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,36 @@
+// A job as listings show it: its definition, its activity record and its history.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "job/activity/jobactivity.h"
+#include "jobdef/jobdefinition.h"
+#include "json_spirit/json_spirit.h"
+#include "runhistory.h"
+
+namespace dorvo::agent {
+
+struct JobView {
+    const JobDefinition* job = nullptr;  // borrowed
+    bool recorded = false;               // false: the job has no record that can be read
+    bool live = false;                   // a process has the job loaded
+    JobActivity record{};
+};
+
+JobView viewOf(const JobDefinition& job);
+
+// The state's text; "interrupted" for a run under way whose process has ended.
+std::string stateText(const JobView& view);
+
+// {"id", "name", "user", "type", "storage", "state"}, and of an unfinished run "progress", "files",
+// "fileCount", "bytes", "totalBytes", "speed", "remainTime", "file".
+json_spirit::Ordered_object summaryJson(const JobView& view);
+
+// The same and "source", "filter", "extensions", "compress" of a backup, and "runs".
+json_spirit::Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs);
+
+// The same for people, several lines.
+std::string detailText(const JobView& view, const std::vector<PastRun>& runs);
+
+}  // namespace dorvo::agent

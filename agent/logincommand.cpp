@@ -1,0 +1,89 @@
+#include "logincommand.h"
+
+#include <windows.h>
+
+#include <array>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "failuretext.h"
+#include "job/backupfailure.h"
+#include "singletons.h"
+#include "storage/webaccount.h"
+#include "users.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::string machineName() {
+    constexpr DWORD longest = 256;
+    std::array<wchar_t, longest> name{};
+    DWORD size = longest;
+    if (GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size) == 0 || size == 0) {
+        throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
+    }
+    return toUtf8({name.data(), size});
+}
+
+// The new session takes the place of the older ones.
+void forgetSessions(const std::string& user) {
+    std::string cookie;
+    while (cookies().findCookie(user.c_str(), cookie) && cookies().removeCookie(cookie.c_str())) {
+    }
+}
+
+}  // namespace
+
+CLI::App* LoginCommand::describe(CLI::App& parent) {
+    CLI::App* const login = parent.add_subcommand("login", "Log in to the storage server");
+    login->add_option("USER", user_, "The account's name")->required();
+    login->add_flag("--password-stdin", passwordFromInput_,
+                    "Read the password from standard input");
+    login->footer(
+        "Asks for the password on the terminal. The session and the password are kept encoded on "
+        "this machine.\nExample:\n  agent login alice");
+    return login;
+}
+
+int LoginCommand::run(Terminal& terminal) {
+    requireServer();
+    if (user_.empty()) {
+        throw AgentError("The user's name is empty", exitUsage);
+    }
+    std::string password = readPassword(terminal);
+    const std::string machine = machineName();
+    std::string cookie;
+    if (!WebAccount::login(user_, password, machine, cookie)) {
+        const DWORD error = GetLastError();
+        if (error == errorUnauthorized) {
+            throw AgentError("Wrong user or password");
+        }
+        throw AgentError(requestFailure(error, user_));
+    }
+    forgetSessions(user_);
+    const bool kept = cookies().saveCookie(user_.c_str(), cookie.c_str()) &&
+                      passwords().savePassword(user_.c_str(), password.c_str());
+    SecureZeroMemory(password.data(), password.size());
+    if (!kept) {
+        throw AgentError("The session could not be saved in the data directory");
+    }
+    terminal.out("'" + user_ + "' is logged in as the user of machine '" + machine + "'.");
+    return exitDone;
+}
+
+std::string LoginCommand::readPassword(Terminal& terminal) const {
+    std::string password;
+    if (passwordFromInput_) {
+        if (!terminal.readLine(password) || password.empty()) {
+            throw AgentError("No password came from standard input", exitUsage);
+        }
+        return password;
+    }
+    if (!terminal.readSecret("Password for " + user_ + ": ", password)) {
+        throw AgentError("No password was entered: type it on a terminal, or use --password-stdin",
+                         exitUsage);
+    }
+    return password;
+}
+
+}  // namespace dorvo::agent

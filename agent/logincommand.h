@@ -1,0 +1,22 @@
+// agent login USER: gets a session from the server and keeps it with the password.
+#pragma once
+
+#include <string>
+
+#include "command.h"
+
+namespace dorvo::agent {
+
+class LoginCommand : public Command {
+public:
+    CLI::App* describe(CLI::App& parent) override;
+    int run(Terminal& terminal) override;
+
+private:
+    std::string readPassword(Terminal& terminal) const;
+
+    std::string user_;
+    bool passwordFromInput_ = false;
+};
+
+}  // namespace dorvo::agent

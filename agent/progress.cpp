@@ -1,0 +1,40 @@
+#include "progress.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "units.h"
+
+namespace dorvo::agent {
+
+Progress progressOf(const JobActivity& record) {
+    return {.percent = record.progress(),
+            .files = std::min(record.fileIndex, record.fileCount),
+            .fileCount = record.fileCount,
+            .bytes = std::min(record.doneSize + record.fileOffset, record.totalSize),
+            .totalBytes = record.totalSize,
+            .bytesPerSecond = record.speed(),
+            .secondsLeft = record.remainTime(),
+            .file = toUtf8(record.currentFilePath())};
+}
+
+std::string progressLine(const Progress& progress, size_t width) {
+    std::string percent = std::to_string(progress.percent) + "%";
+    percent.insert(0, percent.size() < 4 ? 4 - percent.size() : 0, ' ');
+    std::string line = percent + "  " + std::to_string(progress.files) + "/" +
+                       countText(progress.fileCount, "file") + "  " + bytesText(progress.bytes) +
+                       " of " + bytesText(progress.totalBytes) + "  " +
+                       bytesText(progress.bytesPerSecond) + "/s";
+    if (progress.secondsLeft > 0) {
+        line += "  " + durationText(progress.secondsLeft) + " left";
+    }
+    constexpr size_t gap = 2;
+    constexpr size_t leastOfFile = 12;
+    const size_t used = columnsOf(line);
+    if (!progress.file.empty() && used + gap + leastOfFile <= width) {
+        line += "  " + shortened(progress.file, width - used - gap);
+    }
+    return columnsOf(line) <= width ? line : shortened(line, width);
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,31 @@
+// How far a run is, as a line of text.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "job/activity/jobactivity.h"
+
+namespace dorvo::agent {
+
+struct Progress {
+    int percent = 0;
+    uint64_t files = 0;  // finished
+    uint64_t fileCount = 0;
+    uint64_t bytes = 0;  // finished, what is done of the current file included
+    uint64_t totalBytes = 0;
+    uint64_t bytesPerSecond = 0;
+    uint64_t secondsLeft = 0;
+    std::string file;  // the current one, UTF-8
+
+    bool operator==(const Progress&) const = default;
+};
+
+Progress progressOf(const JobActivity& record);
+
+// " 42%  12/120 files  1.2 MiB of 3.4 GiB  12.3 MiB/s  0:42 left  C:\data\...\name.txt", at most
+// `width` columns, of which the current file gets what is left over.
+std::string progressLine(const Progress& progress, size_t width);
+
+}  // namespace dorvo::agent

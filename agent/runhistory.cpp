@@ -1,0 +1,119 @@
+#include "runhistory.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "base/handle.h"
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "failuretext.h"
+#include "job/activity/jobhistory.h"
+#include "settings/jsonstorage.h"
+
+namespace dorvo::agent {
+namespace {
+
+template <class Members>
+const json_spirit::Value& member(const Members& members, const char* name) {
+    const auto found = members.find(name);
+    return found == members.end() ? json_spirit::Value::null : found->second;
+}
+
+template <class Members>
+std::string textOf(const Members& members, const char* name) {
+    const json_spirit::Value& value = member(members, name);
+    return value.type() == json_spirit::str_type ? value.get_str() : std::string();
+}
+
+template <class Members>
+uint64_t numberOf(const Members& members, const char* name) {
+    const json_spirit::Value& value = member(members, name);
+    if (value.type() != json_spirit::int_type || (!value.is_uint64() && value.get_int64() < 0)) {
+        return 0;
+    }
+    return value.get_uint64();
+}
+
+struct Document {
+    std::string instanceId;
+    uint64_t written;
+};
+
+// The summaries in the folder, newest first.
+std::vector<Document> documents(const std::wstring& folder) {
+    std::vector<Document> found;
+    WIN32_FIND_DATAW entry;
+    const FindHandle search(FindFirstFileW(longPath(folder + L"\\*").c_str(), &entry));
+    if (!search) {
+        return found;
+    }
+    do {
+        const std::string name = toUtf8(entry.cFileName);
+        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
+            name.find('.') == std::string::npos) {
+            found.push_back({name, toTicks(entry.ftLastWriteTime)});
+        }
+    } while (FindNextFileW(search.get(), &entry) != 0);
+    std::sort(found.begin(), found.end(),
+              [](const Document& a, const Document& b) { return a.written > b.written; });
+    return found;
+}
+
+std::vector<FailedItem> readFailedItems(const std::wstring& directory,
+                                        const std::string& instanceId) {
+    std::vector<FailedItem> items;
+    JSONArrayStorage document;
+    if (!document.load(toUtf8(jobHistoryErrorPath(directory, instanceId)).c_str())) {
+        return items;
+    }
+    for (const json_spirit::Value& entry : document.values()) {
+        if (entry.type() != json_spirit::obj_type) {
+            continue;
+        }
+        FailedItem item{.path = textOf(entry.get_obj(), "path"),
+                        .code = static_cast<uint32_t>(numberOf(entry.get_obj(), "code")),
+                        .reason = textOf(entry.get_obj(), "reason")};
+        std::replace(item.path.begin(), item.path.end(), '/', '\\');
+        items.push_back(std::move(item));
+    }
+    return items;
+}
+
+}  // namespace
+
+std::string FailedItem::text() const {
+    return path + ": " + (reason.empty() ? failureText(code) : reason);
+}
+
+std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {
+    std::vector<PastRun> runs;
+    std::wstring directory;
+    if (!jobDirectory(jobId, directory)) {
+        return runs;
+    }
+    std::vector<Document> newest = documents(directory + L"\\hist");
+    newest.resize(std::min(newest.size(), most));
+    for (const Document& document : newest) {
+        JSONObjectStorage summary;
+        summary.load(toUtf8(jobHistoryInfoPath(directory, document.instanceId)).c_str());
+        runs.push_back({.instanceId = document.instanceId,
+                        .startTime = textOf(summary.values(), "starttime"),
+                        .endTime = textOf(summary.values(), "endtime"),
+                        .state = textOf(summary.values(), "state"),
+                        .files = numberOf(summary.values(), "filescount"),
+                        .totalSize = numberOf(summary.values(), "totalsize"),
+                        .bytesPerSecond = numberOf(summary.values(), "speed"),
+                        .failed = readFailedItems(directory, document.instanceId)});
+    }
+    return runs;
+}
+
+std::vector<FailedItem> loadFailedItems(const std::string& jobId, const std::string& instanceId) {
+    std::wstring directory;
+    return jobDirectory(jobId, directory) ? readFailedItems(directory, instanceId)
+                                          : std::vector<FailedItem>();
+}
+
+}  // namespace dorvo::agent

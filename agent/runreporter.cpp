@@ -1,0 +1,84 @@
+#include "runreporter.h"
+
+#include "progress.h"
+#include "runoutcome.h"
+#include "units.h"
+
+namespace dorvo::agent {
+namespace {
+
+constexpr uint64_t progressPeriodMs = 10'000;
+constexpr uint64_t retryDelayMs = 30'000;  // after which a job that paused itself resumes
+constexpr uint64_t second = 1000;
+
+}  // namespace
+
+RunReporter::RunReporter(Terminal& terminal, std::string verb)
+    : terminal_(terminal), verb_(std::move(verb)) {}
+
+void RunReporter::show(const JobActivity& record, uint64_t nowMs) {
+    const auto state = static_cast<JobState>(record.state);
+    if (state != shown_) {
+        shown_ = state;
+        showState(record, nowMs);
+    }
+    if (terminal_.live()) {
+        showLive(record, nowMs);
+    } else if (state == JobState::running && nowMs >= nextProgress_) {
+        nextProgress_ = nowMs + progressPeriodMs;
+        constexpr size_t lineWidth = 160;
+        terminal_.out(progressLine(progressOf(record), lineWidth));
+    }
+}
+
+void RunReporter::showState(const JobActivity& record, uint64_t nowMs) {
+    if (waitsForServer(record)) {
+        pausedAt_ = nowMs;
+    }
+    if (terminal_.live()) {
+        return;
+    }
+    switch (shown_) {
+        case JobState::starting: terminal_.out(verb_ + " is looking for what has changed."); break;
+        case JobState::running:
+            nextProgress_ = nowMs + progressPeriodMs;
+            terminal_.out(verb_ + " is running: " + countText(record.fileCount, "file") + ", " +
+                          bytesText(record.totalSize) + " to send.");
+            break;
+        case JobState::completing: terminal_.out(verb_ + " is completing."); break;
+        case JobState::pausing: terminal_.out(verb_ + " is pausing."); break;
+        case JobState::canceling: terminal_.out(verb_ + " is being cancelled."); break;
+        case JobState::paused:
+            if (waitsForServer(record)) {
+                terminal_.out(waiting(nowMs) + ".");
+            }
+            break;
+        default: break;
+    }
+}
+
+void RunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
+    std::string line;
+    switch (shown_) {
+        case JobState::starting: line = verb_ + " is looking for what has changed"; break;
+        case JobState::running:
+        case JobState::completing:
+            line = progressLine(progressOf(record), terminal_.width() - 1);
+            break;
+        case JobState::pausing: line = verb_ + " is pausing"; break;
+        case JobState::canceling: line = verb_ + " is being cancelled"; break;
+        case JobState::paused: line = waitsForServer(record) ? waiting(nowMs) : ""; break;
+        default: break;
+    }
+    terminal_.status(shortened(line, terminal_.width() - 1));
+}
+
+std::string RunReporter::waiting(uint64_t nowMs) const {
+    const uint64_t passed = nowMs - pausedAt_;
+    const uint64_t left = passed < retryDelayMs ? retryDelayMs - passed : 0;
+    std::string text = verb_ + " is paused, waiting for the server, next try in " +
+                       std::to_string((left + second - 1) / second) + " s";
+    return reason_.empty() ? text : text + " (" + reason_ + ")";
+}
+
+}  // namespace dorvo::agent

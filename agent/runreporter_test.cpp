@@ -1,0 +1,78 @@
+#include "runreporter.h"
+
+#include <gmock/gmock.h>
+
+#include "faketerminal.h"
+
+namespace dorvo::agent {
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+
+class RunReporterTest : public testing::Test {
+protected:
+    void show(JobState state, uint64_t nowMs) {
+        record_.state = static_cast<int32_t>(state);
+        reporter_.show(record_, nowMs);
+        liveReporter_.show(record_, nowMs);
+    }
+
+    JobActivity record_{};
+    FakeTerminal plain_;
+    FakeTerminal live_{true};
+    RunReporter reporter_{plain_, "Backup"};
+    RunReporter liveReporter_{live_, "Backup"};
+};
+
+TEST_F(RunReporterTest, SaysEachChangeOnceAndTheProgressNowAndThen) {
+    record_.fileCount = 2;
+    record_.totalSize = 2048;
+    record_.doneSize = 1024;
+    show(JobState::starting, 0);
+    show(JobState::starting, 100);
+    show(JobState::running, 200);
+    show(JobState::running, 10'199);
+    show(JobState::running, 10'200);
+    show(JobState::running, 10'300);
+    show(JobState::completing, 10'400);
+    show(JobState::completed, 10'500);
+    EXPECT_THAT(plain_.lines, ElementsAre("Backup is looking for what has changed.",
+                                          "Backup is running: 2 files, 2.0 KiB to send.",
+                                          StartsWith(" 50%"), "Backup is completing."));
+    EXPECT_TRUE(plain_.statuses.empty());
+}
+
+TEST_F(RunReporterTest, SaysAtEachPauseOfItsOwnThatItWaits) {
+    show(JobState::running, 0);
+    reporter_.reason("connection refused");
+    liveReporter_.reason("connection refused");
+    show(JobState::pausing, 100);
+    show(JobState::paused, 1000);
+    show(JobState::paused, 11'000);
+    show(JobState::paused, 99'000);
+    show(JobState::starting, 99'100);
+    show(JobState::paused, 99'200);
+    const std::string waiting =
+        "Backup is paused, waiting for the server, next try in 30 s (connection refused)";
+    EXPECT_THAT(plain_.lines,
+                ElementsAre(StartsWith("Backup is running"), "Backup is pausing.", waiting + ".",
+                            StartsWith("Backup is looking"), waiting + "."));
+    ASSERT_EQ(live_.statuses.size(), 7U);
+    EXPECT_EQ(live_.statuses[2], waiting);
+    EXPECT_EQ(live_.statuses[3],
+              "Backup is paused, waiting for the server, next try in 20 s (connection refused)");
+    EXPECT_EQ(live_.statuses[4],
+              "Backup is paused, waiting for the server, next try in 0 s (connection refused)");
+    EXPECT_TRUE(live_.lines.empty());
+}
+
+TEST_F(RunReporterTest, APauseOfTheUserIsNoWait) {
+    record_.pausedManually = 1;
+    show(JobState::paused, 0);
+    EXPECT_TRUE(plain_.lines.empty());
+    EXPECT_THAT(live_.statuses, ElementsAre(""));
+}
+
+}  // namespace
+}  // namespace dorvo::agent

@@ -1,0 +1,15 @@
+// The last line of a run that was waited for.
+#pragma once
+
+#include <string>
+
+#include "exitcode.h"
+#include "job/activity/jobactivity.h"
+
+namespace dorvo::agent {
+
+// `verb` is what ran ("Backup"), `name` the job's, for what the user may do next.
+std::string runSummary(const std::string& verb, const std::string& name, ExitCode outcome,
+                       const JobActivity& record);
+
+}  // namespace dorvo::agent

@@ -1,0 +1,31 @@
+// Paths as the user gives them, made into what a job definition holds.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dorvo::agent {
+
+// The absolute path, with backslashes, without "." and "..", an upper-case drive letter and no
+// trailing backslash except at a root ("C:\"). Empty for a text that names no file system path: a
+// device, a stream, a wildcard. Looks at no disk except for the current folder.
+std::wstring absolutePath(const std::wstring& path);
+
+// absolutePath with each component as the disk spells it. A component that is not there stays as it
+// was given. Throws AgentError (wrong usage) for a path that absolutePath refuses and, when `must
+// exist`, for one that is not there.
+std::wstring onDiskPath(const std::wstring& path, bool mustExist);
+
+// Without repetitions and without paths that lie below another one; in the order given. Pure.
+std::vector<std::wstring> withoutNested(const std::vector<std::wstring>& paths);
+
+// A name for a job that has none: the paths, "C:\a, D:\b", or the first and a count where that
+// would be long. Pure.
+std::wstring nameOfSources(const std::vector<std::wstring>& paths);
+
+// Compared as the file system does, without regard to case.
+std::wstring upperCase(std::wstring_view text);
+bool samePath(std::wstring_view a, std::wstring_view b);
+
+}  // namespace dorvo::agent

@@ -1,0 +1,93 @@
+#include "sourcepath.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include "agenterror.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
+
+namespace dorvo::agent {
+namespace {
+
+TEST(AbsolutePath, TakesEveryWayToWriteAPath) {
+    struct Row {
+        const wchar_t* given;
+        const wchar_t* expected;
+    };
+    for (const Row& row :
+         {Row{L"C:\\data", L"C:\\data"}, Row{L"c:/data/", L"C:\\data"}, Row{L"C:\\", L"C:\\"},
+          Row{L"c:/", L"C:\\"}, Row{L"C:\\a\\..\\b\\.\\c", L"C:\\b\\c"},
+          Row{L"C:\\..\\..\\x", L"C:\\x"}, Row{L"\\\\?\\C:\\data", L"C:\\data"},
+          Row{L"//server/share/x/", L"\\\\server\\share\\x"}, Row{L"C:\\*.txt", L""},
+          Row{L"C:\\file:stream", L""}, Row{L"", L""}, Row{L"\\\\.\\C:", L""},
+          Row{L"\\\\?\\Volume{1}\\x", L""}}) {
+        EXPECT_EQ(absolutePath(row.given), row.expected);
+    }
+}
+
+TEST(AbsolutePath, RelativePathsStartAtTheCurrentFolder) {
+    wchar_t before[MAX_PATH];
+    GetCurrentDirectoryW(MAX_PATH, before);
+    SetCurrentDirectoryW(L"C:\\windows");
+    EXPECT_EQ(absolutePath(L"system32"), absolutePath(L"C:\\windows\\system32"));
+    EXPECT_EQ(absolutePath(L"."), absolutePath(L"C:\\windows"));
+    SetCurrentDirectoryW(before);
+}
+
+class OnDiskPath : public testing::Test {
+protected:
+    OnDiskPath() {
+        wchar_t folder[MAX_PATH];
+        GetTempPathW(MAX_PATH, folder);
+        root_ = onDiskPath(std::wstring(folder), true) + L"\\OnDiskPath";
+        rm_rf(root_, true);
+        createDirectories(root_ + L"\\Mixed Case\\\u00C4rger");
+    }
+    ~OnDiskPath() override { rm_rf(root_, true); }
+
+    std::wstring root_;
+};
+
+TEST_F(OnDiskPath, SpellsEachComponentAsTheDiskDoes) {
+    const std::wstring whole = root_ + L"\\Mixed Case\\\u00C4rger";
+    EXPECT_EQ(onDiskPath(upperCase(whole), true), whole);
+    EXPECT_EQ(onDiskPath(root_ + L"/mixed case/\u00E4RGER/", true), whole);
+    EXPECT_EQ(onDiskPath(L"c:\\", true), L"C:\\");
+}
+
+TEST_F(OnDiskPath, RefusesWhatIsNotThereAsWrongUsage) {
+    for (const std::wstring& path : {root_ + L"\\none", root_ + L"\\*", std::wstring(L"Q:\\x")}) {
+        try {
+            onDiskPath(path, true);
+            ADD_FAILURE() << "accepted";
+        } catch (const AgentError& error) {
+            EXPECT_EQ(error.code(), exitUsage);
+        }
+    }
+    EXPECT_EQ(onDiskPath(root_ + L"\\mixed case\\None", false), root_ + L"\\Mixed Case\\None");
+}
+
+TEST(WithoutNested, DropsRepetitionsAndWhatLiesBelowAnother) {
+    using Paths = std::vector<std::wstring>;
+    struct Row {
+        Paths given;
+        Paths kept;
+    };
+    for (const Row& row :
+         {Row{{L"C:\\a", L"C:\\b"}, {L"C:\\a", L"C:\\b"}}, Row{{L"C:\\a", L"c:\\A"}, {L"C:\\a"}},
+          Row{{L"C:\\a\\b\\c", L"C:\\a", L"C:\\ab"}, {L"C:\\a", L"C:\\ab"}},
+          Row{{L"C:\\x", L"C:\\", L"D:\\x"}, {L"C:\\", L"D:\\x"}}, Row{{L"C:\\"}, {L"C:\\"}}}) {
+        EXPECT_EQ(withoutNested(row.given), row.kept);
+    }
+}
+
+TEST(NameOfSources, CountsWhereTheListWouldBeLong) {
+    EXPECT_EQ(nameOfSources({L"C:\\a", L"D:\\b"}), L"C:\\a, D:\\b");
+    const std::wstring longPath = L"C:\\" + std::wstring(70, L'x');
+    EXPECT_EQ(nameOfSources({longPath}), longPath);
+    EXPECT_EQ(nameOfSources({longPath, L"D:\\b", L"E:\\"}), longPath + L" and 2 more");
+}
+
+}  // namespace
+}  // namespace dorvo::agent

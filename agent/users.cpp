@@ -1,0 +1,45 @@
+#include "users.h"
+
+#include <algorithm>
+
+#include "agenterror.h"
+#include "singletons.h"
+
+namespace dorvo::agent {
+
+std::string chooseUser(const std::string& asked) {
+    return chooseUser(asked, cookies().users());
+}
+
+std::string chooseUser(const std::string& asked, const std::vector<std::string>& loggedIn) {
+    if (!asked.empty()) {
+        if (std::find(loggedIn.begin(), loggedIn.end(), asked) == loggedIn.end()) {
+            throw AgentError("'" + asked + "' has not logged in: run 'agent login " + asked +
+                             "' first");
+        }
+        return asked;
+    }
+    if (loggedIn.empty()) {
+        throw AgentError("Nobody has logged in yet: run 'agent login USER' first");
+    }
+    if (loggedIn.size() > 1) {
+        std::string names;
+        for (const std::string& user : loggedIn) {
+            names += (names.empty() ? "" : ", ") + user;
+        }
+        throw AgentError("Several users have logged in (" + names + "): choose one with --user",
+                         exitUsage);
+    }
+    return loggedIn.front();
+}
+
+void requireServer() {
+    std::string host;
+    unsigned short port = 0;
+    options().getServerInfo(host, port);
+    if (host.empty()) {
+        throw AgentError("No server is set: run 'agent server set HOST:PORT' first");
+    }
+}
+
+}  // namespace dorvo::agent
