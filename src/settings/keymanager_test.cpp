@@ -1,0 +1,249 @@
+#include "settings/keymanager.h"
+
+#include <windows.h>
+
+#include <array>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "base/md5.h"
+#include "json_spirit/json_spirit.h"
+#include "settings/encodedtext.h"
+#include "support/log_capture.h"
+#include "support/store_test.h"
+
+namespace dorvo {
+namespace {
+
+using Record = std::array<unsigned char, aesKeySize + aesIvSize>;
+
+bool find(KeyManagerImpl& keys, const char* user, Record& record) {
+    return keys.findKey(user, record.data(), aesKeySize, record.data() + aesKeySize, aesIvSize);
+}
+
+class Keys : public test::StoreTest {
+protected:
+    Keys() { setMachineKey(countingKey); }
+    ~Keys() override { setMachineKey(nullptr); }
+
+    // Null removes it.
+    static void setMachineKey(const wchar_t* base64) {
+        constexpr const wchar_t* key = L"SOFTWARE\\trevold\\Dorvo";
+        RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, L"random");
+        if (base64 != nullptr) {
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"random", REG_SZ, base64,
+                            static_cast<DWORD>((wcslen(base64) + 1) * sizeof(wchar_t)));
+        }
+    }
+    static bool globalKey(Record& record) {
+        return KeyManagerImpl::globalKey(record.data(), aesKeySize, record.data() + aesKeySize,
+                                         aesIvSize);
+    }
+
+    // The bytes 0 to 31.
+    static constexpr const wchar_t* countingKey = L"AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=";
+    const std::wstring path_ = dataPath(L"\\keys");
+};
+
+TEST_F(Keys, GlobalKeyIsTheRegistrysValue) {
+    Record record{};
+    ASSERT_TRUE(globalKey(record));
+    for (unsigned i = 0; i < record.size(); ++i) {
+        EXPECT_EQ(record[i], i);
+    }
+    test::LogCapture captured;
+    EXPECT_FALSE(KeyManagerImpl::globalKey(record.data(), 32, record.data(), 16));
+    EXPECT_FALSE(KeyManagerImpl::globalKey(record.data(), 16, record.data(), 8));
+    EXPECT_TRUE(captured.has(LogLevel::error, "Incorrect key or iv size.\n"));
+}
+
+TEST_F(Keys, GlobalKeyIsMadeOnceHoweverManyAsk) {
+    setMachineKey(nullptr);
+    std::vector<Record> records(4);
+    std::atomic<int> made = 0;
+    {
+        std::vector<std::jthread> threads;
+        for (Record& record : records) {
+            threads.emplace_back([&] { made += globalKey(record) ? 1 : 0; });
+        }
+    }
+    EXPECT_EQ(made, 4);
+    EXPECT_NE(records[0], Record{});
+    for (const Record& record : records) {
+        EXPECT_EQ(record, records[0]);
+    }
+}
+
+TEST_F(Keys, DamagedGlobalKeyIsNeverReplaced) {
+    for (const wchar_t* damaged :
+         {L"", L"AAEC", L"???", L"AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwd",
+          L"a text that is far longer than the one that belongs here"}) {
+        setMachineKey(damaged);
+        Record record{};
+        EXPECT_FALSE(globalKey(record));
+        EXPECT_FALSE(globalKey(record));
+        EXPECT_FALSE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
+        EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
+    }
+}
+
+TEST_F(Keys, EncodedFileIsOneLineOfBase64) {
+    struct Row {
+        std::string text, file;
+    };
+    // Made with the openssl command line.
+    const Row rows[] = {
+        {"{\n    \"S1\" : \"alice\"\n}", "foD5P74fVjw6ak4RYOqAjRiZXfP0u9/f8Xu6KNrSiOY="},
+        {std::string(32, '0'), "W+h+LltEfJRLIcmvd1bA2GJbO9LQPIAXfLAB16q/25I+lOWi8F+8sj6FONDyMxTt"},
+    };
+    for (const Row& row : rows) {
+        ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), row.text));
+        EXPECT_EQ(contentOf(path_), row.file);
+        std::string text;
+        EXPECT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+        EXPECT_EQ(text, row.text);
+    }
+    for (const size_t length : {0U, 1U, 15U, 16U, 100000U}) {
+        const std::string whole(length, 'x');
+        ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), whole));
+        EXPECT_EQ(contentOf(path_).size(), ((1 + length / 16) * 16 - 1) / 3 * 4 + 4);
+        std::string text = "x";
+        EXPECT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+        EXPECT_EQ(text, whole);
+    }
+}
+
+TEST_F(Keys, DamagedEncodedFileFails) {
+    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), std::string(40, 'x')));
+    const std::string whole = contentOf(path_);
+    test::LogCapture captured;
+    std::string text = "kept";
+    for (size_t length = 0; length < whole.size(); ++length) {
+        write(path_, whole.substr(0, length));
+        EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text)) << length;
+    }
+    for (const char* other : {"{\"S1\":\"alice\"}", "AAAA\nAAAA", "====", "A=AA", "é"}) {
+        write(path_, other);
+        EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text)) << other;
+    }
+    EXPECT_EQ(text, "kept");
+    EXPECT_TRUE(captured.has(LogLevel::error, "Failed to decrypt the content from \"" +
+                                                  toUtf8(path_) + "\": the text is not Base64.\n"));
+}
+
+TEST_F(Keys, FileOfAnotherMachineCannotBeRead) {
+    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
+    setMachineKey(nullptr);
+    std::string text;
+    EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+}
+
+TEST_F(Keys, OpenFailuresAreLogged) {
+    createDirectories(path_);
+    test::LogCapture captured;
+    std::string text;
+    const std::string name = toUtf8(path_);
+    EXPECT_FALSE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
+    EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    EXPECT_TRUE(
+        captured.has(LogLevel::error, "Failed to open file \"" + name + "\" for writing.\n"));
+    EXPECT_TRUE(
+        captured.has(LogLevel::error, "Failed to open file \"" + name + "\" for reading.\n"));
+}
+
+TEST_F(Keys, UsersKeyIsMadeOnceAndKept) {
+    Record alice{};
+    Record bob{};
+    Record again{};
+    std::string md5;
+    {
+        KeyManagerImpl keys;
+        EXPECT_FALSE(keys.keyChecksum("alice", md5));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_FOUND});
+        ASSERT_TRUE(find(keys, "alice", alice));
+        ASSERT_TRUE(find(keys, "bob", bob));
+    }
+    EXPECT_NE(alice, bob);
+    KeyManagerImpl keys;
+    ASSERT_TRUE(find(keys, "alice", again));
+    EXPECT_EQ(again, alice);
+    ASSERT_TRUE(keys.keyChecksum("alice", md5));
+    EXPECT_EQ(md5, Md5::of(std::as_bytes(std::span(alice))));
+
+    std::string text;
+    ASSERT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    json_spirit::Value stored;
+    json_spirit::read_or_throw(text, stored);
+    EXPECT_EQ(decodeBase64(stored.get_obj().at("bob").get_str()),
+              std::string(bob.begin(), bob.end()));
+    EXPECT_EQ(GetFileAttributesW((path_ + L".new").c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_F(Keys, RefusesWrongArguments) {
+    KeyManagerImpl keys;
+    Record record{};
+    EXPECT_FALSE(find(keys, nullptr, record));
+    EXPECT_FALSE(find(keys, "", record));
+    EXPECT_FALSE(keys.findKey("alice", record.data(), 32, record.data(), 16));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+// A key that is made over an unreadable one would lose every backup of its user.
+TEST_F(Keys, NothingIsMadeOverAFileThatCannotBeRead) {
+    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "[]"));
+    const std::string array = contentOf(path_);
+    for (const std::string& damaged : {std::string(), std::string("{}"), array}) {
+        write(path_, damaged);
+        KeyManagerImpl keys;
+        Record record{};
+        EXPECT_FALSE(find(keys, "alice", record));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_DECRYPTION_FAILED});
+        EXPECT_EQ(contentOf(path_), damaged);
+    }
+}
+
+TEST_F(Keys, DamagedEntryIsNotReplacedAndOthersWork) {
+    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(
+        path_.c_str(), R"({"alice":"AAEC","bob":7,"carol":"not Base64"})"));
+    KeyManagerImpl keys;
+    Record record{};
+    std::string md5;
+    for (const char* user : {"alice", "bob", "carol"}) {
+        EXPECT_FALSE(find(keys, user, record)) << user;
+        EXPECT_FALSE(keys.keyChecksum(user, md5)) << user;
+    }
+    EXPECT_TRUE(find(keys, "dave", record));
+}
+
+TEST_F(Keys, FileThatWasHeldByAnotherIsReadLater) {
+    Record alice{};
+    ASSERT_TRUE(find(*std::make_unique<KeyManagerImpl>(), "alice", alice));
+    HANDLE held = CreateFileW(path_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    KeyManagerImpl keys;
+    Record record{};
+    EXPECT_FALSE(find(keys, "alice", record));
+    CloseHandle(held);
+    ASSERT_TRUE(find(keys, "alice", record));
+    EXPECT_EQ(record, alice);
+}
+
+TEST_F(Keys, KeyThatCannotBeSavedIsNotHandedOut) {
+    KeyManagerImpl keys;
+    Record alice{};
+    ASSERT_TRUE(find(keys, "alice", alice));
+    const std::string before = contentOf(path_);
+    createDirectories(path_ + L".new");
+    Record bob{};
+    EXPECT_FALSE(find(keys, "bob", bob));
+    EXPECT_FALSE(find(keys, "bob", bob));
+    EXPECT_EQ(contentOf(path_), before);
+    RemoveDirectoryW((path_ + L".new").c_str());
+    EXPECT_TRUE(find(keys, "bob", bob));
+}
+
+}  // namespace
+}  // namespace dorvo
