@@ -37,7 +37,7 @@ int HTTP_Request::cookie(const char* cookie) {
 void HTTP_Request::reset() {
     HTTP_Base::reset();
     method_ = HTTP_METHOD_GET;
-    uri_ = "/";
+    uri_.assign(1, '/');
 }
 
 }  // namespace dorvo
