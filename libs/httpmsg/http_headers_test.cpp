@@ -1,0 +1,121 @@
+#include "httpmsg/http_headers.h"
+
+#include <gtest/gtest.h>
+
+#include "httpmsg/http_request.h"
+#include "httpmsg/http_response.h"
+
+namespace dorvo {
+namespace {
+
+TEST(HttpNames, GoBothWaysWithoutRegardToCase) {
+    for (int type = 0; type < HTTP_HEAD_TYPES; ++type) {
+        EXPECT_EQ(http_head_type(http_head_string(type)), type);
+    }
+    EXPECT_EQ(http_head_type("cOOkie"), 14);
+    EXPECT_EQ(http_head_type("HOST"), 19);
+    EXPECT_EQ(http_head_type("X-Other"), -1);
+    EXPECT_EQ(http_head_type(nullptr), -1);
+    EXPECT_EQ(http_head_string(47), nullptr);
+    EXPECT_EQ(http_head_string(-1), nullptr);
+}
+
+TEST(HttpNames, MethodsAndStatuses) {
+    EXPECT_STREQ(http_method_string(1), "OPTIONS");
+    EXPECT_STREQ(http_method_string(4), "POST");
+    EXPECT_STREQ(http_method_string(8), "CONNECT");
+    EXPECT_EQ(http_method_string(0), nullptr);
+    EXPECT_EQ(http_method_string(9), nullptr);
+    EXPECT_STREQ(http_status_string(100), "Continue");
+    EXPECT_STREQ(http_status_string(404), "Not Found");
+    EXPECT_STREQ(http_status_string(600), "Malformed Response");
+    EXPECT_STREQ(http_status_string(299), "Unknown");
+    EXPECT_STREQ(http_status_string(-1), "Unknown");
+    EXPECT_STREQ(http_status_string(10000), "Unknown");
+}
+
+TEST(HttpHeaders, KeepACopyPerSlotAndOtherNamesInTheMap) {
+    HTTP_Headers headers;
+    EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, "a=1"), 0);
+    EXPECT_EQ(headers.put("COOKIE", "b=2"), 0);
+    EXPECT_STREQ(headers.get(14), "b=2");
+    EXPECT_EQ(headers.put("X-Mine", "1"), 0);
+    EXPECT_EQ(headers.put("x-mine", "2"), 0);
+    EXPECT_STREQ(headers.get("X-MINE"), "2");
+    EXPECT_EQ(headers.others().size(), 1u);
+
+    EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, static_cast<const char*>(nullptr)), 0);
+    EXPECT_EQ(headers.get(14), nullptr);
+    EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, ""), 0);
+    EXPECT_STREQ(headers.get(14), "");
+
+    headers.reset_i();
+    EXPECT_EQ(headers.get(14), nullptr);
+    EXPECT_STREQ(headers.get("x-mine"), "2");
+}
+
+TEST(HttpHeaders, RefuseTypesOutsideTheSlots) {
+    HTTP_Headers headers;
+    for (const int type : {-1, 47, 1000}) {
+        EXPECT_EQ(headers.put(type, "x"), -1);
+        EXPECT_EQ(headers.put(type, static_cast<const char*>(nullptr)), -1);
+        EXPECT_EQ(headers.get(type), nullptr);
+    }
+}
+
+// What gets into a header or a request line must not be able to end it.
+TEST(HttpHeaders, RefuseWhatWouldAddALine) {
+    HTTP_Headers headers;
+    headers.put(HTTP_HEAD_COOKIE, "good");
+    for (const std::string& bad : {std::string("a\r\nHost: b"), std::string("a\n"),
+                                   std::string("\r"), std::string("a\0b", 3)}) {
+        EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, bad), -1);
+        EXPECT_EQ(headers.put(std::string("X-Mine"), bad), -1);
+        EXPECT_STREQ(headers.get(14), "good");
+    }
+    for (const char* bad : {"", "X Mine", "X:Mine", "X\r\nY", "X\xc3\xa4"}) {
+        EXPECT_EQ(headers.put(bad, "1"), -1) << bad;
+    }
+    EXPECT_TRUE(headers.others().empty());
+
+    HTTP_Request request(HTTP_METHOD_POST, "/a");
+    EXPECT_EQ(request.cookie("a\r\nX: y"), -1);
+    for (const std::string& bad : {std::string(), std::string("/a b"), std::string("/a\r\nX: y"),
+                                   std::string("/\0", 2), std::string("/\t")}) {
+        EXPECT_EQ(request.uri(bad), -1);
+        EXPECT_EQ(request.uri(), "/a");
+    }
+}
+
+TEST(HttpBase, FramingAndFieldsAgree) {
+    HTTP_Request request(HTTP_METHOD_POST, "/");
+    request.content_length(5);
+    EXPECT_STREQ(request.headers().get(HTTP_HEAD_CONTENT_LENGTH), "5");
+    request.chunked_transfer_encoding(true);
+    request.content_length(6);
+    EXPECT_EQ(request.headers().get(HTTP_HEAD_CONTENT_LENGTH), nullptr);
+    EXPECT_STREQ(request.headers().get(HTTP_HEAD_TRANSFER_ENCODING), "chunked");
+    request.keep_alive(false);
+    EXPECT_STREQ(request.headers().get(HTTP_HEAD_CONNECTION), "close");
+    request.reset();
+    EXPECT_TRUE(request.keep_alive());
+    EXPECT_FALSE(request.chunked_transfer_encoding());
+    EXPECT_EQ(request.content_length(), 0u);
+    EXPECT_EQ(request.headers().get(HTTP_HEAD_TRANSFER_ENCODING), nullptr);
+}
+
+TEST(HttpRequest, TakesUriAndQueryApart) {
+    const HTTP_Request request(HTTP_METHOD_GET, "/a%20b+c/%zz%4?n=1+2&m=%26%3D&&flag&n=3");
+    EXPECT_EQ(request.decoded_uri(), "/a b+c/%zz%4");
+    const HTTP_Query_String query = request.query_string();
+    EXPECT_STREQ(query.get("n"), "1 2");
+    EXPECT_STREQ(query.get("m"), "&=");
+    EXPECT_STREQ(query.get("flag"), "");
+    EXPECT_EQ(query.get("absent"), nullptr);
+    EXPECT_EQ(query.pairs().size(), 4u);
+    EXPECT_EQ(query.text(), "n=1%202&m=%26%3D&flag=&n=3");
+    EXPECT_TRUE(HTTP_Request(HTTP_METHOD_GET, "/?").query_string().pairs().empty());
+}
+
+}  // namespace
+}  // namespace dorvo

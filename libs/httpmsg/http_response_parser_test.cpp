@@ -1,0 +1,151 @@
+#include "httpmsg/http_response_parser.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace dorvo {
+namespace {
+
+const std::string head =
+    "HTTP/1.1 200 OK\r\n"
+    "Content-Type: text/plain\r\n"
+    "Set-Cookie: DORVOSESSION=00ff\r\n"
+    "X-Mine: 1\r\n"
+    "Content-Length: 5\r\n"
+    "\r\n";
+
+// Feeds the text in two pieces, keeping what was not used, as a receiver does.
+int parse_in_two(const std::string& text, size_t split, HTTP_Response& response,
+                 std::string& rest) {
+    HTTP_Response_Parser parser;
+    int result = HTTP_Parser::NOT_BEGUN;
+    std::string pending;
+    for (const std::string& part : {text.substr(0, split), text.substr(split)}) {
+        pending += part;
+        size_t consumed = 0;
+        result = parser.parse(pending.data(), pending.size(), consumed, response);
+        pending.erase(0, consumed);
+        if (result != HTTP_Parser::NOT_BEGUN && result != HTTP_Parser::IN_HEAD) {
+            break;
+        }
+    }
+    rest = pending;
+    return result;
+}
+
+int parse(const std::string& text, HTTP_Response& response) {
+    HTTP_Response_Parser parser;
+    size_t consumed = 0;
+    return parser.parse(text.data(), text.size(), consumed, response);
+}
+
+TEST(HttpResponseParser, ReadsTheSameHeadAtEverySplit) {
+    const std::string text = head + "hello";
+    for (size_t split = 0; split <= text.size(); ++split) {
+        HTTP_Response response;
+        std::string rest;
+        ASSERT_EQ(parse_in_two(text, split, response, rest), HTTP_Parser::HEAD_DONE) << split;
+        EXPECT_EQ(response.status(), 200);
+        EXPECT_EQ(response.content_length(), 5u);
+        EXPECT_TRUE(response.keep_alive());
+        EXPECT_FALSE(response.chunked_transfer_encoding());
+        EXPECT_STREQ(response.set_cookie(), "DORVOSESSION=00ff");
+        EXPECT_STREQ(response.content_type(), "text/plain");
+        EXPECT_STREQ(response.headers().get("x-mine"), "1");
+        EXPECT_EQ(rest, std::string("hello").substr(0, rest.size())) << split;
+    }
+}
+
+TEST(HttpResponseParser, SaysWhatIsMissing) {
+    HTTP_Response response;
+    EXPECT_EQ(parse("", response), HTTP_Parser::NOT_BEGUN);
+    EXPECT_EQ(parse("HTTP/1.1 20", response), HTTP_Parser::NOT_BEGUN);
+    EXPECT_EQ(parse("HTTP/1.1 200 OK\r\nHost", response), HTTP_Parser::IN_HEAD);
+}
+
+TEST(HttpResponseParser, KnowsTheFraming) {
+    const struct {
+        const char* name;
+        const char* text;
+        bool body;
+        bool chunked;
+        bool keep;
+        uint64_t length;
+    } rows[] = {
+        {"length", "HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\n", true, false, true, 7},
+        {"no body", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", false, false, true, 0},
+        {"large", "HTTP/1.1 200 OK\r\nContent-Length: 1099511627776\r\n\r\n", true, false, true,
+         1099511627776},
+        {"chunked", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", true, true, true, 0},
+        {"close", "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 7\r\n\r\n", true, false,
+         false, 7},
+        {"neither", "HTTP/1.1 200 OK\r\n\r\n", false, false, false, 0},
+        {"1.0", "HTTP/1.0 200 OK\r\nContent-Length: 7\r\n\r\n", true, false, false, 7},
+        {"1.0 kept", "HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 7\r\n\r\n", true,
+         false, true, 7},
+        {"204", "HTTP/1.1 204 No Content\r\n\r\n", false, false, true, 0},
+        {"304", "HTTP/1.1 304 Not Modified\r\nContent-Length: 7\r\n\r\n", false, false, true, 7},
+    };
+    for (const auto& row : rows) {
+        HTTP_Response response;
+        HTTP_Response_Parser parser;
+        size_t consumed = 0;
+        const std::string text = row.text;
+        ASSERT_EQ(parser.parse(text.data(), text.size(), consumed, response), 2) << row.name;
+        EXPECT_EQ(consumed, text.size()) << row.name;
+        EXPECT_EQ(parser.has_body(), row.body) << row.name;
+        EXPECT_EQ(response.chunked_transfer_encoding(), row.chunked) << row.name;
+        EXPECT_EQ(response.keep_alive(), row.keep) << row.name;
+        EXPECT_EQ(response.content_length(), row.length) << row.name;
+    }
+}
+
+TEST(HttpResponseParser, RefusesWhatIsNoHttp) {
+    for (const char* bad : {
+             "garbage\r\n\r\n",
+             "HTTP/1.1 2000 OK\r\n\r\n",
+             "HTTP/1.1 099 Low\r\n\r\n",
+             "HTTP/3.1 200 OK\r\n\r\n",
+             "HTTP/1.1 200 OK\nContent-Length: 0\n\n",
+             "HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nContent-Length: 5x\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nContent-Length: 99999999999999999999999\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nNo colon\r\n\r\n",
+             "HTTP/1.1 200 OK\r\n: no name\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nX: a\x01z\r\n\r\n",
+         }) {
+        HTTP_Response response;
+        EXPECT_EQ(parse(bad, response), HTTP_Parser::BAD_MESSAGE) << bad;
+    }
+}
+
+// The limit counts the whole head, in whatever pieces it comes.
+TEST(HttpResponseParser, RefusesAHeadBeyondTheLimit) {
+    const std::string start = "HTTP/1.1 204 OK\r\n";
+    const auto head_of = [&](size_t size) {
+        std::string text = start;
+        while (text.size() + 40 < size) {
+            text += "X-A: aaaaaaaa\r\n";
+        }
+        return text + "X-B: " + std::string(size - text.size() - 9, 'b') + "\r\n\r\n";
+    };
+    for (const size_t size : {HTTP_Parser::HEAD_LIMIT, HTTP_Parser::HEAD_LIMIT + 1}) {
+        const std::string text = head_of(size);
+        ASSERT_EQ(text.size(), size);
+        const int wanted = size > HTTP_Parser::HEAD_LIMIT ? -1 : 2;
+        for (const size_t split : {size_t{0}, size_t{1}, start.size(), size / 2, size - 1}) {
+            HTTP_Response response;
+            std::string rest;
+            EXPECT_EQ(parse_in_two(text, split, response, rest), wanted) << size << " " << split;
+        }
+    }
+    HTTP_Response response;
+    EXPECT_EQ(parse(start + "X: " + std::string(9000, 'x'), response), -1);
+    EXPECT_EQ(parse("HTTP/1.1 200 " + std::string(9000, 'x'), response), -1);
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,82 @@
+#include "http_util/http_chunked_decoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+namespace dorvo {
+namespace {
+
+struct Decoded {
+    HTTP_Chunked_Decoder::Result result;
+    std::string body;
+    size_t used;
+};
+
+// Input in pieces of `step` bytes, output in a room of `room` bytes.
+Decoded decode(const std::string& text, size_t step, size_t room) {
+    HTTP_Chunked_Decoder decoder;
+    Decoded decoded{HTTP_Chunked_Decoder::MORE, {}, 0};
+    std::string out(room, '\0');
+    while (decoded.used < text.size() && decoded.result == HTTP_Chunked_Decoder::MORE) {
+        size_t consumed = 0;
+        size_t produced = 0;
+        decoded.result =
+            decoder.decode(text.data() + decoded.used, std::min(step, text.size() - decoded.used),
+                           consumed, out.data(), out.size(), produced);
+        decoded.used += consumed;
+        decoded.body.append(out, 0, produced);
+    }
+    return decoded;
+}
+
+TEST(HttpChunkedDecoder, GivesTheSameBodyInAllPieces) {
+    const std::string text =
+        "5\r\nhello\r\n1;name=\"v\"\r\n \r\nA \r\n0123456789\r\n0\r\nTrailer: x\r\nY: z\r\n\r\n";
+    for (size_t step = 1; step <= text.size(); ++step) {
+        for (const size_t room : {1, 2, 7, 100}) {
+            const Decoded decoded = decode(text + "next", step, room);
+            EXPECT_EQ(decoded.result, HTTP_Chunked_Decoder::END) << step << " " << room;
+            EXPECT_EQ(decoded.body, "hello 0123456789") << step << " " << room;
+            EXPECT_EQ(decoded.used, text.size()) << step << " " << room;
+        }
+    }
+}
+
+TEST(HttpChunkedDecoder, AsksForMoreAtEveryTruncation) {
+    const std::string text = "5\r\nhello\r\n0\r\n\r\n";
+    for (size_t size = 0; size < text.size(); ++size) {
+        EXPECT_EQ(decode(text.substr(0, size), 100, 100).result, HTTP_Chunked_Decoder::MORE)
+            << size;
+    }
+}
+
+TEST(HttpChunkedDecoder, RefusesWhatIsNoChunk) {
+    const std::string endless(HTTP_Chunked_Decoder::LINE_LIMIT + 1, 'x');
+    for (const std::string& bad :
+         {std::string("\r\n"), std::string("g\r\n"), std::string("-1\r\n"), std::string(" 5\r\n"),
+          std::string("5\nhello"), std::string("5\r\nhello0\r\n"), std::string("5\r\nhello\n"),
+          std::string("0\r\nA\nB"), std::string("0\r\n\rX"), std::string("5;a\x01\r\n"),
+          std::string("10000000000000000\r\n"), "5;" + endless, "0\r\n" + endless}) {
+        EXPECT_EQ(decode(bad, 100, 100).result, HTTP_Chunked_Decoder::BAD) << bad.substr(0, 20);
+    }
+    EXPECT_EQ(decode("ffffffffffffffff\r\nx", 100, 100).body, "x");
+}
+
+TEST(HttpChunkedDecoder, LetsDataPassBesideIt) {
+    HTTP_Chunked_Decoder decoder;
+    size_t consumed = 0;
+    size_t produced = 0;
+    char out[8];
+    EXPECT_EQ(decoder.data_left(), 0u);
+    decoder.decode("5\r\nhe", 5, consumed, out, sizeof(out), produced);
+    EXPECT_EQ(decoder.data_left(), 3u);
+    decoder.took(3);
+    EXPECT_EQ(decoder.data_left(), 0u);
+    EXPECT_EQ(decoder.decode("\r\n0\r\n\r\n", 7, consumed, out, sizeof(out), produced),
+              HTTP_Chunked_Decoder::END);
+}
+
+}  // namespace
+}  // namespace dorvo
