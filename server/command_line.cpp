@@ -19,13 +19,16 @@ void readListen(const std::string& text, ServerOptions& options) {
             port = 65536;
         }
     }
-    if (port > 65535 || colon == 0) {
+    std::string address = text.substr(0, colon);
+    if (address.starts_with('[') && address.ends_with(']')) {
+        address = address.substr(1, address.size() - 2);
+    } else if (address.find(':') != std::string::npos) {
+        address.clear();  // where would the port begin?
+    }
+    if (port > 65535 || address.empty()) {
         throw std::runtime_error("--listen must be ADDRESS:PORT, not '" + text + "'");
     }
-    options.address = text.substr(0, colon);
-    if (options.address.starts_with('[') && options.address.ends_with(']')) {
-        options.address = options.address.substr(1, options.address.size() - 2);
-    }
+    options.address = address;
     options.port = static_cast<uint16_t>(port);
 }
 

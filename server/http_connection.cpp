@@ -269,6 +269,8 @@ void HttpConnection::write(bool keepAlive) {
                               self->close();
                           } else if (keepAlive) {
                               self->waitForRequest();
+                          } else if (self->parser_->is_done() && self->buffer_.size() == 0) {
+                              self->close();
                           } else {
                               beast::error_code ignored;
                               self->stream_.socket().shutdown(asio::socket_base::shutdown_send,

@@ -1,0 +1,121 @@
+// Logins and sessions.
+#include "account_endpoints.h"
+
+#include <regex>
+
+#include "digest.h"
+#include "password_hash.h"
+#include "testing/service_fixture.h"
+
+namespace dorvo {
+
+namespace {
+
+class Accounts : public ServiceFixture {
+protected:
+    void SetUp() override {
+        ServiceFixture::SetUp();
+        addUser(data, "carol", "s\u00e9cret");
+    }
+
+    Answer login(const std::string& user, const std::string& password,
+                 const std::string& machine = "pc") {
+        return postAs("", loginPath,
+                      boost::json::serialize(boost::json::object{
+                          {"user", user}, {"password", password}, {"machine", machine}}));
+    }
+};
+
+TEST_F(Accounts, ALoginGivesASessionUntilTheLogout) {
+    const Answer first = login("carol", "s\u00e9cret");
+    EXPECT_EQ(first.status, 200);
+    EXPECT_EQ(first.body, "{}");
+    const std::string cookie = first.header("Set-Cookie");
+    EXPECT_TRUE(std::regex_match(cookie, std::regex("DORVOSESSION=[0-9a-f]{64}"))) << cookie;
+    const std::string other = login("carol", "s\u00e9cret").header("Set-Cookie");
+    EXPECT_NE(other, cookie);
+    EXPECT_EQ(offer("i1", {{"a"}}, "job", "x=y; " + cookie), "a");
+    EXPECT_EQ(everything().find(cookie.substr(13)), std::string::npos);  // only its hash is kept
+
+    EXPECT_EQ(postAs(cookie, logoutPath, "{}").status, 200);
+    EXPECT_EQ(offer("i1", {{"a"}}, "job", cookie), "<401>");
+    EXPECT_EQ(offer("i1", {{"a"}}, "job", other), "a");
+}
+
+TEST_F(Accounts, SessionsSurviveARestart) {
+    const std::string cookie = login("carol", "s\u00e9cret").header("Set-Cookie");
+    restart();
+    EXPECT_EQ(offer("i1", {{"a"}}, "job", cookie), "a");
+}
+
+TEST_F(Accounts, TenWrongPasswordsLockThePairOfUserAndAddress) {
+    EXPECT_EQ(login("nobody", "x").status, 401);
+    for (int i = 0; i < LoginLimiter::maxFailures; ++i) {
+        const Answer answer = login("carol", "wrong");
+        EXPECT_EQ(answer.status, 401);
+        EXPECT_EQ(answer.header("Set-Cookie"), "");
+    }
+    EXPECT_EQ(login("carol", "s\u00e9cret").status, 429);
+    EXPECT_EQ(login("nobody", "x").status, 401);
+}
+
+TEST_F(Accounts, AreRefusedWhenUnusableOrTaken) {
+    EXPECT_THROW(addUser(data, "carol", "other"), std::exception);
+    EXPECT_THROW(addUser(data, "", "x"), std::exception);
+    EXPECT_THROW(addUser(data, "da\nve", "x"), std::exception);
+    EXPECT_THROW(addUser(data, "dave", ""), std::exception);
+    EXPECT_EQ(login("carol", "s\u00e9cret").status, 200);
+    EXPECT_EQ(login("dave", "").status, 401);
+}
+
+TEST(Sessions, EndAfterBeingIdleForTheirLifetime) {
+    SqliteCatalog catalog(":memory:");
+    constexpr int64_t lifetime = 1000;
+    catalog.addUser("u", "-");
+    catalog.addSession("token", "u", "m", 5000, lifetime);
+    EXPECT_TRUE(catalog.findSession("token", 5999, lifetime));  // counts as use
+    const auto session = catalog.findSession("token", 6998, lifetime);
+    ASSERT_TRUE(session);
+    EXPECT_EQ(session->user + "@" + session->machine, "u@m");
+    EXPECT_FALSE(catalog.findSession("token", 6998 + lifetime, lifetime));
+    EXPECT_FALSE(catalog.findSession("other", 5000, lifetime));
+    EXPECT_FALSE(catalog.findSession("", 5000, lifetime));
+}
+
+TEST(Password, MatchesOnlyItself) {
+    const std::string hash = hashPassword("secret");
+    EXPECT_NE(hash, hashPassword("secret"));
+    EXPECT_TRUE(passwordMatches("secret", hash));
+    for (const char* wrong : {"", "Secret", "secret ", "secre"}) {
+        EXPECT_FALSE(passwordMatches(wrong, hash)) << wrong;
+    }
+    for (const std::string& damaged :
+         {std::string(), std::string("-"), hash + "0", hash.substr(0, hash.size() - 1),
+          "scrypt:99" + hash.substr(9), "scrypt:x" + hash.substr(9)}) {
+        EXPECT_FALSE(passwordMatches("secret", damaged)) << damaged;
+    }
+}
+
+TEST(LoginLimiter, ForgetsAfterItsWindowAndAfterASuccess) {
+    LoginLimiter limiter;
+    const auto fail = [&](int times, int64_t now) {
+        for (int i = 0; i < times; ++i) {
+            limiter.failed("u", "a", now);
+        }
+    };
+    fail(LoginLimiter::maxFailures - 1, 1000);
+    EXPECT_TRUE(limiter.allowed("u", "a", 1000));
+    fail(1, 1500);
+    EXPECT_FALSE(limiter.allowed("u", "a", 1500));
+    EXPECT_TRUE(limiter.allowed("u", "b", 1500));
+    EXPECT_TRUE(limiter.allowed("v", "a", 1500));
+    EXPECT_FALSE(limiter.allowed("u", "a", 1000 + LoginLimiter::windowSeconds - 1));
+    EXPECT_TRUE(limiter.allowed("u", "a", 1000 + LoginLimiter::windowSeconds));
+    fail(LoginLimiter::maxFailures, 3000);
+    limiter.succeeded("u", "a");
+    EXPECT_TRUE(limiter.allowed("u", "a", 3000));
+}
+
+}  // namespace
+
+}  // namespace dorvo

@@ -1,0 +1,282 @@
+// What a backup is from its first request to its last, over HTTP.
+#include "testing/service_fixture.h"
+
+namespace dorvo {
+
+namespace {
+
+namespace json = boost::json;
+
+class Backup : public ServiceFixture {};
+
+TEST_F(Backup, SendsAndKeepsWhatItIsGiven) {
+    const std::string large = pattern(blockBytes * 2 + 10);
+    EXPECT_EQ(offer("i1", {{"C:\\b"}, {"C:\\a"}, {"C:\\\u00e4"}}), "C:\\b,C:\\a,C:\\\u00e4");
+    EXPECT_EQ(start("i1"), 200);
+    put("i1", "C:\\b", large);
+    put("i1", "C:\\a", pattern(blockBytes));
+    put("i1", "C:\\\u00e4", "");
+    EXPECT_EQ(stored("i1", "C:\\b"), large);
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(stored("i1", "C:\\a"), pattern(blockBytes));
+    EXPECT_EQ(stored("i1", "C:\\\u00e4"), "");
+    EXPECT_EQ(state("i1"), "completed");
+}
+
+TEST_F(Backup, ListsOnlyTheUsersOwn) {
+    backup("i1", {{"a"}});
+    offer("i2", {{"a"}}, "other job");
+    offer("i3", {{"a"}}, "job", laptop);
+    offer("i4", {{"a"}}, "job", bob);
+    cancel("i2");
+    const auto ids = [&](const std::string& body) {
+        std::string list;
+        const json::object answer = post(listInstancesPath, body).json();
+        for (const json::value& item : answer.at("instances").as_array()) {
+            list += json::value_to<std::string>(item.at("jobinstanceid")) + ":" +
+                    json::value_to<std::string>(item.at("state")) + " ";
+        }
+        return list;
+    };
+    EXPECT_EQ(ids(R"({"machine":"","jobdefinitionid":""})"),
+              "i1:completed i2:cancelled i3:running ");
+    EXPECT_EQ(ids(R"({"machine":"laptop","jobdefinitionid":""})"), "i3:running ");
+    EXPECT_EQ(ids(R"({"machine":"pc","jobdefinitionid":"job"})"), "i1:completed ");
+    const json::object answer =
+        post(listInstancesPath, R"({"machine":"pc","jobdefinitionid":"job"})").json();
+    const json::value& item = answer.at("instances").at(0);
+    EXPECT_EQ(json::serialize(item),
+              R"({"machine":"pc","jobdefinitionid":"job","jobinstanceid":"i1",)"
+              R"("starttime":"2011-3-4 05:06:07","endtime":"2011-3-4 06:06:07",)"
+              R"("state":"completed","totalfiles":1,"totaldirectories":2,"totalsize":3,)"
+              R"("errors":0})");
+}
+
+TEST_F(Backup, CarriesUnchangedFilesOverWithoutStoringThemAgain) {
+    backup("i1", {{"a", 1}, {"b", 1}, {"c", 1}});
+    EXPECT_EQ(offer("i2", {{"a", 1}, {"b", 2}, {"C", 1}, {"d", 1}}), "b,C,d");
+    EXPECT_EQ(start("i2"), 200);
+    put("i2", "b", "new b", 2);
+    put("i2", "C", "another file");
+    put("i2", "d", "d");
+    EXPECT_EQ(end("i2"), 200);
+    EXPECT_EQ(stored("i2", "a"), "a");
+    EXPECT_EQ(stored("i2", "b"), "new b");
+    EXPECT_EQ(stored("i2", "c"), "none");
+    EXPECT_EQ(stored("i1", "b"), "b");
+    EXPECT_EQ(std::filesystem::file_size(data / "packages" / "02" / "2.pkg"), 5U + 12U + 1U);
+    // The time that counts is that of the file that was sent.
+    EXPECT_EQ(offer("i3", {{"a", 1}, {"b", 1}, {"d", 1}}), "b");
+}
+
+TEST_F(Backup, CarriesOverOnlyFromACompletedBackupOfTheSameJob) {
+    offer("i1", {{"a"}});
+    start("i1");
+    put("i1", "a", "a");
+    EXPECT_EQ(offer("i2", {{"a"}}), "a");  // i1 is not completed
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(offer("i2", {{"a"}}), "a");  // nor was it when i2 was opened
+    EXPECT_EQ(offer("i3", {{"a"}}), "");
+    EXPECT_EQ(offer("i4", {{"a"}}, "other job"), "a");
+    EXPECT_EQ(offer("i5", {{"a"}}, "job", laptop), "a");
+    EXPECT_EQ(offer("i6", {{"a"}}, "job", bob), "a");
+    EXPECT_EQ(cancel("i3"), 200);
+    EXPECT_EQ(offer("i7", {{"a"}}), "");
+}
+
+TEST_F(Backup, TakesTheBackupThatWasCompletedLastAsBase) {
+    offer("i1", {{"a", 1}});
+    start("i1");
+    put("i1", "a", "first", 1);
+    backup("i2", {{"a", 2}});
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(offer("i3", {{"a", 1}}), "");
+    EXPECT_EQ(offer("i4", {{"a", 2}}), "a");
+}
+
+TEST_F(Backup, NeverCarriesOverWhatFailed) {
+    offer("i1", {{"whole"}, {"half"}, {"unsent"}, {"good"}});
+    start("i1");
+    put("i1", "whole", "whole");
+    putInfo("i1", "half", blockBytes + 1);
+    putBlock("i1", "half", 1, pattern(blockBytes));
+    put("i1", "good", "good");
+    EXPECT_EQ(end("i1"), 409);
+    EXPECT_EQ(addError("i1", "half"), 200);
+    EXPECT_EQ(end("i1"), 409);
+    EXPECT_EQ(addError("i1", "unsent"), 200);
+    EXPECT_EQ(addError("i1", "whole"), 200);
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(stored("i1", "half"), "none");
+    EXPECT_EQ(offer("i2", {{"whole"}, {"half"}, {"unsent"}, {"good"}}), "whole,half,unsent");
+}
+
+TEST_F(Backup, ReplacesTheEntriesOfARepeatedBatch) {
+    backup("i1", {{"a", 1}, {"b", 1}});
+    EXPECT_EQ(offer("i2", {{"a", 1}, {"b", 2}, {"c", 1}}), "b,c");
+    EXPECT_EQ(offer("i2", {{"a", 2}, {"b", 1}}), "a");
+    EXPECT_EQ(start("i2"), 200);
+    put("i2", "a", "new", 2);
+    EXPECT_EQ(end("i2"), 409);  // c is still awaited
+    put("i2", "c", "c");
+    EXPECT_EQ(end("i2"), 200);
+    EXPECT_EQ(stored("i2", "b"), "b");
+}
+
+TEST_F(Backup, KeepsBlocksWhenInformationComesAgainWithTheSameSize) {
+    const std::string bytes = pattern(blockBytes + 5);
+    start("i1");
+    put("i1", "before", "before");
+    putInfo("i1", "a", bytes.size());
+    putBlock("i1", "a", 1, bytes.substr(0, blockBytes));
+    EXPECT_EQ(putInfo("i1", "a", bytes.size(), 7), 200);
+    EXPECT_EQ(putBlock("i1", "a", 2, bytes.substr(blockBytes)), 200);
+    EXPECT_EQ(stored("i1", "a"), bytes);
+    EXPECT_EQ(putInfo("i1", "a", bytes.size() - 1), 200);
+    EXPECT_EQ(stored("i1", "a"), "");
+    EXPECT_EQ(putBlock("i1", "a", 2, bytes.substr(blockBytes + 1)), 409);
+    put("i1", "after", "after");
+    EXPECT_EQ(end("i1"), 409);
+    put("i1", "a", bytes.substr(1));
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(stored("i1", "a"), bytes.substr(1));
+    EXPECT_EQ(stored("i1", "before"), "before");
+    EXPECT_EQ(stored("i1", "after"), "after");
+}
+
+TEST_F(Backup, DropsTheBlocksAboveOneThatIsReplaced) {
+    const std::string bytes = pattern(blockBytes * 3);
+    const std::string other = pattern(blockBytes, 2);
+    start("i1");
+    put("i1", "a", bytes);
+    EXPECT_EQ(putBlock("i1", "a", 2, other), 200);
+    EXPECT_EQ(stored("i1", "a"), bytes.substr(0, blockBytes) + other);
+    EXPECT_EQ(end("i1"), 409);
+    EXPECT_EQ(putBlock("i1", "a", 3, bytes.substr(2 * blockBytes)), 200);
+    EXPECT_EQ(putBlock("i1", "a", 3, bytes.substr(2 * blockBytes)), 200);
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(stored("i1", "a"),
+              bytes.substr(0, blockBytes) + other + bytes.substr(2 * blockBytes));
+}
+
+TEST_F(Backup, AFileThatIsCarriedOverCanBeSentNevertheless) {
+    backup("i1", {{"a", 1}});
+    EXPECT_EQ(offer("i2", {{"a", 1}}), "");
+    start("i2");
+    EXPECT_EQ(putBlock("i2", "a", 1, "b"), 409);  // would write into i1
+    put("i2", "a", "b");
+    EXPECT_EQ(end("i2"), 200);
+    EXPECT_EQ(stored("i1", "a"), "a");
+    EXPECT_EQ(stored("i2", "a"), "b");
+}
+
+TEST_F(Backup, RepeatedRequestsChangeNothing) {
+    backup("i1", {{"a"}});
+    addError("i1", "x");
+    offer("i2", {{"b"}});
+    start("i2");
+    EXPECT_EQ(addError("i2", "b"), 200);
+    EXPECT_EQ(end("i2"), 200);
+    offer("i3", {{"b"}});
+    cancel("i3");
+    offer("i4", {{"a"}});
+    start("i4");
+    const std::string before = everything();
+    EXPECT_EQ(start("i1"), 200);
+    EXPECT_EQ(start("i4"), 200);
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(addError("i2", "b"), 200);
+    EXPECT_EQ(cancel("i3"), 200);
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(Backup, CancellingFreesTheBytesOfTheRunOnly) {
+    backup("i1", {{"a"}});
+    offer("i2", {{"a"}, {"b"}});
+    start("i2");
+    put("i2", "b", "b");
+    EXPECT_TRUE(std::filesystem::exists(data / "packages" / "02" / "2.pkg"));
+    EXPECT_EQ(cancel("i2"), 200);
+    EXPECT_FALSE(std::filesystem::exists(data / "packages" / "02" / "2.pkg"));
+    EXPECT_EQ(stored("i1", "a"), "a");
+    EXPECT_EQ(state("i2"), "cancelled");
+    EXPECT_EQ(offer("i3", {{"a"}}), "");
+}
+
+TEST_F(Backup, OfFoldersOnlyNeedsNoIncrementCheck) {
+    EXPECT_EQ(start("i1"), 200);
+    auto folder = json::parse(fileInfo("i1", "C:\\dir", 0)).as_object();
+    folder["type"] = "folder";
+    folder["attri"].as_object()["dwFileAttributes"] = 16;
+    EXPECT_EQ(post(uploadFilePath, json::serialize(folder)).status, 200);
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(offer("i2", {{"C:\\dir"}}), "C:\\dir");  // a file now
+}
+
+TEST_F(Backup, GoesOnAfterARestart) {
+    backup("i1", {{"a"}});
+    offer("i2", {{"a"}, {"b"}});
+    start("i2");
+    putInfo("i2", "b", blockBytes + 1);
+    putBlock("i2", "b", 1, pattern(blockBytes));
+    const std::string before = everything();
+    restart();
+    EXPECT_EQ(everything(), before);
+    EXPECT_EQ(putBlock("i2", "b", 2, "b"), 200);
+    EXPECT_EQ(end("i2"), 200);
+    EXPECT_EQ(stored("i2", "b"), pattern(blockBytes) + "b");
+}
+
+TEST_F(Backup, UnderWayDuringAnOrderlyRebootCompletes) {
+    start("i1");
+    put("i1", "a", "a");
+    restart("boot 2");
+    EXPECT_EQ(end("i1"), 200);
+}
+
+TEST_F(Backup, UnderWayDuringAPowerCutNeverCompletes) {
+    backup("i1", {{"a"}});
+    offer("i2", {{"a"}, {"b"}});
+    start("i2");
+    put("i2", "b", "b");
+    offer("i3", {{"a"}});
+    // What a power cut leaves: no orderly end of service, and then another boot.
+    server.reset();
+    {
+        SqliteCatalog catalog((data / "catalog.db").string());
+        catalog.beginService("boot 1");
+    }
+    restart("boot 2");
+    EXPECT_EQ(end("i2"), 409);
+    EXPECT_EQ(start("i3"), 200);
+    EXPECT_EQ(end("i3"), 409);
+    backup("i4", {{"a"}, {"b"}});
+    EXPECT_EQ(stored("i4", "a"), "a");
+}
+
+TEST_F(Backup, PackagesThatNoBackupOwnsGoAtTheStart) {
+    backup("i1", {{"a"}});
+    const auto file = data / "packages" / "02" / "2.pkg";
+    std::filesystem::create_directory(file.parent_path());
+    std::filesystem::copy_file(data / "packages" / "01" / "1.pkg", file);
+    restart();
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_EQ(stored("i1", "a"), "a");
+}
+
+TEST_F(Backup, IsNotCompletedWhenItsPackagesLostBytes) {
+    start("i1");
+    put("i1", "a", "abc");
+    std::filesystem::resize_file(data / "packages" / "01" / "1.pkg", 2);
+    EXPECT_EQ(end("i1"), 503);
+    EXPECT_EQ(state("i1"), "running");
+}
+
+TEST_F(Backup, DataFolderIsServedByOneProcess) {
+    EXPECT_THROW(StorageServer(options, [](const std::string&) {}), std::exception);
+    EXPECT_EQ(start("i1"), 200);
+}
+
+}  // namespace
+
+}  // namespace dorvo

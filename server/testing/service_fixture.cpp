@@ -1,0 +1,243 @@
+#include "testing/service_fixture.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "digest.h"
+#include "sqlite.h"
+
+namespace dorvo {
+
+namespace fs = std::filesystem;
+namespace json = boost::json;
+
+namespace {
+
+std::string contentOf(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+}  // namespace
+
+std::string pattern(size_t size, unsigned seed) {
+    std::string bytes(size, '\0');
+    for (char& c : bytes) {
+        seed = seed * 1103515245U + 12345U;
+        c = static_cast<char>(seed >> 16U);
+    }
+    return bytes;
+}
+
+std::string fileInfo(const std::string& instance, const std::string& path, uint64_t size,
+                     uint32_t mtime) {
+    json::object attributes;
+    for (const char* name :
+         {"dwFileAttributes", "nFileSizeHigh", "nFileSizeLow", "ftCreationTimedwHighDateTime",
+          "ftCreationTimedwLowDateTime", "ftLastAccessTimedwHighDateTime",
+          "ftLastAccessTimedwLowDateTime", "ftLastWriteTimedwHighDateTime"}) {
+        attributes[name] = 0;
+    }
+    attributes["ftLastWriteTimedwLowDateTime"] = mtime;
+    return json::serialize(json::object{{"attri", attributes},
+                                        {"type", "file"},
+                                        {"jobinstanceid", instance},
+                                        {"sourcename", path},
+                                        {"totalsizeHigh", size >> 32U},
+                                        {"totalsizeLow", size & 0xFFFFFFFFU},
+                                        {"totalblock", size / 131072 + 1}});
+}
+
+std::string blockForm(const std::string& instance, const std::string& path,
+                      const std::string& fileName, std::string_view data, const std::string& md5) {
+    const std::string line = "--0f-1e\r\n";
+    const std::string field = line + "Content-Disposition: form-data; name=\"";
+    return field + "md5\"\r\n\r\n" + md5 + "\r\n" + field + "jobinstanceid\"\r\n\r\n" + instance +
+           "\r\n" + field + "sourcename\"\r\n\r\n" + path + "\r\n" + field + "file\"; filename=\"" +
+           fileName +
+           "\"\r\nContent-Type: image/pjpeg\r\nContent-Transfer-Encoding: binary\r\n\r\n" +
+           std::string(data) + "\r\n" + field + "submit\"\r\n\r\nSubmit\r\n--0f-1e--\r\n";
+}
+
+void ServiceFixture::SetUp() {
+    std::string name = (fs::temp_directory_path() / "dorvo-server-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(name.data()), nullptr);
+    data = name;
+    options.data = data;
+    options.port = 0;
+    options.boot = "boot 1";
+    {
+        SqliteCatalog catalog(prepareDataFolder(data));
+        const auto now = static_cast<int64_t>(std::time(nullptr));
+        ASSERT_TRUE(catalog.addUser("alice", "-"));
+        ASSERT_TRUE(catalog.addUser("bob", "-"));
+        catalog.addSession(sha256(std::string(64, 'a')), "alice", "pc", now, 1000);
+        catalog.addSession(sha256(std::string(64, 'b')), "bob", "pc", now, 1000);
+        catalog.addSession(sha256(std::string(64, 'c')), "alice", "laptop", now, 1000);
+    }
+    restart();
+}
+
+void ServiceFixture::TearDown() {
+    server.reset();
+    fs::remove_all(data);
+}
+
+void ServiceFixture::restart(const std::string& boot) {
+    server.reset();
+    if (!boot.empty()) {
+        options.boot = boot;
+    }
+    server = std::make_unique<StorageServer>(options, [](const std::string&) {});
+}
+
+Answer ServiceFixture::postAs(const std::string& cookie, std::string_view path,
+                              std::string_view body, std::string_view contentType) const {
+    return Client(server->port()).post(path, body, cookie, contentType);
+}
+
+std::string ServiceFixture::offer(const std::string& instance, const std::vector<Offer>& files,
+                                  const std::string& definition, const std::string& cookie) {
+    json::array source;
+    for (const Offer& file : files) {
+        source.push_back(
+            json::object{{"path", file.path}, {"mtimeHigh", 0}, {"mtimeLow", file.mtime}});
+    }
+    const json::object request{
+        {"id", definition}, {"jobinstanceid", instance}, {"compress", true}, {"source", source}};
+    const Answer answer =
+        postAs(cookie.empty() ? alice : cookie, filesToBackupPath, json::serialize(request));
+    if (answer.status != 200) {
+        return "<" + std::to_string(answer.status) + ">";
+    }
+    std::string list;
+    const json::object body = answer.json();
+    for (const json::value& file : body.at("source").as_array()) {
+        list += (list.empty() ? "" : ",") + json::value_to<std::string>(file.at("path"));
+    }
+    return list;
+}
+
+int ServiceFixture::start(const std::string& instance, const std::string& definition) {
+    return post(startJobPath, json::serialize(json::object{{"jobdefinitionid", definition},
+                                                           {"jobinstanceid", instance},
+                                                           {"totalfiles", 1},
+                                                           {"totaldirectories", 2},
+                                                           {"totalsize", 3},
+                                                           {"starttime", "2011-3-4 05:06:07"}}))
+        .status;
+}
+
+int ServiceFixture::putInfo(const std::string& instance, const std::string& path, uint64_t size,
+                            uint32_t mtime) {
+    return post(uploadFilePath, fileInfo(instance, path, size, mtime)).status;
+}
+
+int ServiceFixture::putBlock(const std::string& instance, const std::string& path, int64_t number,
+                             std::string_view bytes) {
+    return postAs(alice, uploadBlockPath,
+                  blockForm(instance, path, std::to_string(number) + ".jpg", bytes, md5Text(bytes)),
+                  formType)
+        .status;
+}
+
+void ServiceFixture::put(const std::string& instance, const std::string& path,
+                         std::string_view bytes, uint32_t mtime) {
+    ASSERT_EQ(putInfo(instance, path, bytes.size(), mtime), 200);
+    for (int64_t number = 1; !bytes.empty(); ++number) {
+        const std::string_view block = bytes.substr(0, blockBytes);
+        ASSERT_EQ(putBlock(instance, path, number, block), 200);
+        bytes.remove_prefix(block.size());
+    }
+}
+
+int ServiceFixture::addError(const std::string& instance, const std::string& path) {
+    const json::array errors{json::object{{"path", path}, {"code", 5}, {"reason", "denied"}}};
+    return post(addErrorsPath,
+                json::serialize(json::object{{"jobinstanceid", instance}, {"errors", errors}}))
+        .status;
+}
+
+int ServiceFixture::end(const std::string& instance) {
+    return post(endJobPath, json::serialize(json::object{{"jobinstanceid", instance},
+                                                         {"endtime", "2011-3-4 06:06:07"}}))
+        .status;
+}
+
+int ServiceFixture::cancel(const std::string& instance) {
+    return post(cancelJobPath, json::serialize(json::object{{"id", instance}})).status;
+}
+
+void ServiceFixture::backup(const std::string& instance, const std::vector<Offer>& files) {
+    const std::string wanted = offer(instance, files);
+    ASSERT_EQ(start(instance), 200);
+    for (const Offer& file : files) {
+        if (("," + wanted + ",").find("," + file.path + ",") != std::string::npos) {
+            put(instance, file.path, file.path, file.mtime);
+        }
+    }
+    ASSERT_EQ(end(instance), 200);
+}
+
+std::string ServiceFixture::stored(const std::string& instance, const std::string& path) {
+    Database database((data / "catalog.db").string());
+    Statement statement(database,
+                        "SELECT f.container, f.offset, min(f.size, f.blocks * 131072)"
+                        " FROM files f JOIN instances i ON i.id = f.instance"
+                        " WHERE i.name = ?1 AND f.path = ?2 AND f.kind = 1");
+    auto rows = statement.query(instance, Blob{path});
+    if (!rows.next()) {
+        return "none";
+    }
+    const int64_t container = rows.integer(0);
+    std::string folder = hexText(std::string(1, static_cast<char>(container)));
+    const std::string bytes =
+        contentOf(data / "packages" / folder / (std::to_string(container) + ".pkg"));
+    const auto offset = std::min(static_cast<size_t>(rows.integer(1)), bytes.size());
+    return bytes.substr(offset, static_cast<size_t>(rows.integer(2)));
+}
+
+std::string ServiceFixture::state(const std::string& instance) {
+    const Answer answer = post(listInstancesPath, R"({"machine":"","jobdefinitionid":""})");
+    const json::object body = answer.json();
+    for (const json::value& item : body.at("instances").as_array()) {
+        if (item.at("jobinstanceid").as_string() == instance) {
+            return json::value_to<std::string>(item.at("state"));
+        }
+    }
+    return "";
+}
+
+std::string ServiceFixture::everything() {
+    std::ostringstream dump;
+    Database database((data / "catalog.db").string());
+    for (const auto& [table, columns] :
+         {std::pair{"users", 3}, std::pair{"machines", 3}, std::pair{"sessions", 3},
+          std::pair{"instances", 15}, std::pair{"files", 10}, std::pair{"errors", 4}}) {
+        Statement statement(database, ("SELECT * FROM " + std::string(table)).c_str());
+        auto rows = statement.query();
+        while (rows.next()) {
+            dump << table;
+            for (int column = 0; column < columns; ++column) {
+                dump << '|' << rows.text(column);
+            }
+            dump << '\n';
+        }
+    }
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::recursive_directory_iterator(data / "packages")) {
+        if (entry.is_regular_file()) {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    for (const fs::path& file : files) {
+        dump << file << ' ' << md5Text(contentOf(file)) << '\n';
+    }
+    return dump.str();
+}
+
+}  // namespace dorvo

@@ -1,0 +1,92 @@
+// A server of the test's own in this process, two users that are logged in, and the verbs of a
+// backup. Users and sessions are put straight into the catalog: password hashes are slow.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "storage_server.h"
+#include "testing/client.h"
+
+namespace dorvo {
+
+inline constexpr std::string_view filesToBackupPath = "/dorvo/WebServer/catalog/FilesToBackup.php";
+inline constexpr std::string_view startJobPath = "/dorvo/WebServer/jobs/StartJob.php";
+inline constexpr std::string_view uploadFilePath =
+    "/dorvo/Storage%20Server/backupServer/uploadfile.php";
+inline constexpr std::string_view uploadBlockPath =
+    "/dorvo/Storage%20Server/backupServer/uploadblock.php";
+inline constexpr std::string_view addErrorsPath = "/dorvo/WebServer/jobs/AddErrorFiles.php";
+inline constexpr std::string_view endJobPath = "/dorvo/Storage%20Server/backupServer/endjob.php";
+inline constexpr std::string_view cancelJobPath = "/dorvo/WebServer/jobs/CancelJob.php";
+inline constexpr std::string_view listInstancesPath = "/dorvo/WebServer/catalog/ListInstances.php";
+inline constexpr std::string_view loginPath = "/dorvo/WebServer/user/Login.php";
+inline constexpr std::string_view logoutPath = "/dorvo/WebServer/user/Logout.php";
+inline constexpr std::string_view formType = "multipart/form-data; boundary=0f-1e";
+
+// A file with its last-write time, for FilesToBackup.
+struct Offer {
+    std::string path;
+    uint32_t mtime = 1;
+};
+
+class ServiceFixture : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Stops the server and starts one on the same data; an empty boot means the same boot.
+    void restart(const std::string& boot = {});
+
+    // Each on a connection of its own, as the user whose cookie it is.
+    Answer post(std::string_view path, std::string_view body) { return postAs(alice, path, body); }
+    Answer postAs(const std::string& cookie, std::string_view path, std::string_view body,
+                  std::string_view contentType = "application/json") const;
+
+    // The paths that are to be sent, joined with commas; "<status>" when it is refused.
+    std::string offer(const std::string& instance, const std::vector<Offer>& files,
+                      const std::string& definition = "job", const std::string& cookie = {});
+    int start(const std::string& instance, const std::string& definition = "job");
+    int putInfo(const std::string& instance, const std::string& path, uint64_t size,
+                uint32_t mtime = 1);
+    int putBlock(const std::string& instance, const std::string& path, int64_t number,
+                 std::string_view data);
+    // Information and all blocks; each must be answered 200.
+    void put(const std::string& instance, const std::string& path, std::string_view data,
+             uint32_t mtime = 1);
+    int addError(const std::string& instance, const std::string& path);
+    int end(const std::string& instance);
+    int cancel(const std::string& instance);
+    // A whole backup of these files, each with its path as content.
+    void backup(const std::string& instance, const std::vector<Offer>& files);
+
+    // The package's stored blocks; "none" when the instance has no such file.
+    std::string stored(const std::string& instance, const std::string& path);
+    // The instance's state in the list, "" when it isn't listed.
+    std::string state(const std::string& instance);
+    // Everything that the server keeps: all rows of all tables, all bytes of all packages.
+    std::string everything();
+
+    const std::string alice = "DORVOSESSION=" + std::string(64, 'a');
+    const std::string bob = "DORVOSESSION=" + std::string(64, 'b');
+    const std::string laptop = "DORVOSESSION=" + std::string(64, 'c');  // alice's second machine
+
+    ServerOptions options;
+    std::unique_ptr<StorageServer> server;
+    std::filesystem::path data;
+};
+
+std::string fileInfo(const std::string& instance, const std::string& path, uint64_t size,
+                     uint32_t mtime = 1);
+std::string blockForm(const std::string& instance, const std::string& path,
+                      const std::string& fileName, std::string_view data, const std::string& md5);
+
+// Bytes that differ from place to place.
+std::string pattern(size_t size, unsigned seed = 1);
+
+}  // namespace dorvo
