@@ -1,0 +1,258 @@
+#include "job/source/jobactsrcgenerator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "job/activity/jobactsrcreader.h"
+#include "support/fake_files.h"
+#include "support/log_capture.h"
+
+namespace dorvo {
+namespace {
+
+using test::FakeFiles;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Always : public interrupter {
+public:
+    bool interrupted() const override { return true; }
+};
+
+// Sends the files whose names it was given.
+class NamedCheck : public IncrementCheck {
+public:
+    bool check(const std::vector<File>& files, std::vector<bool>& send) override {
+        batches.push_back(files.size());
+        for (size_t i = 0; i < files.size(); ++i) {
+            EXPECT_FALSE(send[i]);
+            EXPECT_EQ(files[i].lastWriteTime, 0x800000007u);
+            send[i] = wanted == L"*" || files[i].path.ends_with(wanted);
+        }
+        if (error != ERROR_SUCCESS && batches.size() == failsAt) {
+            SetLastError(error);
+            return false;
+        }
+        return true;
+    }
+
+    std::wstring wanted = L"*";
+    DWORD error = ERROR_SUCCESS;
+    size_t failsAt = 1;
+    std::vector<size_t> batches;
+};
+
+class Generator : public testing::Test {
+protected:
+    void SetUp() override {
+        wchar_t temp[MAX_PATH];
+        ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
+        folder_ = std::wstring(temp) + L"dorvo_generator";
+        rm_rf(folder_, true);
+        ASSERT_TRUE(createDirectories(folder_));
+        list_ = folder_ + L"\\src";
+        options_.files = &files_;
+        options_.failedItem = [this](const std::wstring& path, DWORD error) {
+            failed_.emplace_back(path.size(), error);
+        };
+    }
+    void TearDown() override {
+        EXPECT_EQ(files_.open(), 0);
+        rm_rf(folder_, true);
+    }
+
+    JobVolume& volume(const std::wstring& path, std::vector<std::wstring> sources) {
+        auto made = std::make_shared<JobVolume>();
+        made->path = path;
+        made->sources = std::move(sources);
+        volumes_[path] = made;
+        return *made;
+    }
+    // The list's records as "TAG", "VOLB name" and "TAG number path".
+    std::vector<std::wstring> records() const {
+        std::vector<std::wstring> all;
+        JobActivitySourceReader reader;
+        if (!reader.open(list_, 0)) {
+            return {L"no list"};
+        }
+        while (const uint32_t tag = reader.next()) {
+            std::wstring text = {static_cast<wchar_t>(tag & 0xFF),
+                                 static_cast<wchar_t>(tag >> 8 & 0xFF)};
+            std::wstring name;
+            WIN32_FILE_ATTRIBUTE_DATA data{};
+            uint64_t number = 0;
+            if (reader.volume(name)) {
+                text += L" " + name;
+            } else if (reader.entry(name, data, number)) {
+                text += L" " + std::to_wstring(number) + L" " + name;
+            }
+            all.push_back(text);
+        }
+        return all;
+    }
+    bool exists(const std::wstring& path) const {
+        return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    }
+
+    FakeFiles files_;
+    VolumeMap volumes_;
+    JobActivitySourceGenerator::Options options_;
+    std::vector<std::pair<size_t, DWORD>> failed_;
+    std::wstring folder_;
+    std::wstring list_;
+};
+
+TEST_F(Generator, ListsEveryVolumeWithItsSources) {
+    files_.addFolder(L"C:\\", L"a");
+    files_.addFile(L"C:\\a", L"x", 5);
+    files_.addFile(L"D:\\", L"y", 7);
+    volume(L"C:\\", {L"C:\\a\\"});
+    volume(L"D:\\", {L"D:\\y"});
+
+    JobActivitySourceGenerator generator(options_);
+    ASSERT_TRUE(generator.generate(list_, volumes_));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\a", L"FI 2 C:\\a\\x",
+                                       L"VO D:\\", L"FI 3 D:\\y", L"ES"));
+    EXPECT_EQ(generator.walked().fileCount(), 2u);
+    EXPECT_EQ(generator.walked().directoryCount(), 1u);
+    EXPECT_EQ(generator.walked().fileSize(), 12u);
+    EXPECT_EQ(generator.fileSize(), 12u);
+    EXPECT_EQ(generator.unchangedSize(), 0u);
+    EXPECT_FALSE(exists(list_ + L".part"));
+}
+
+TEST_F(Generator, WalksTheSnapshotAndNamesLivePaths) {
+    files_.addFolder(L"S:\\", L"a");
+    files_.addFile(L"S:\\a", L"x");
+    files_.addFolder(L"S:\\a", L"private");
+    files_.addFile(L"S:\\a\\private", L"secret");
+    volume(L"C:\\", {L"C:\\"}).shadowPath = L"S:\\";
+    options_.excluded.add(L"c:\\A\\PRIVATE");
+
+    JobActivitySourceGenerator generator(options_);
+    ASSERT_TRUE(generator.generate(list_, volumes_));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\", L"DI 2 C:\\a",
+                                       L"FI 3 C:\\a\\x", L"ES"));
+    EXPECT_EQ(generator.walked().fileCount(), 1u);
+}
+
+TEST_F(Generator, ListsOnlyTheFilesTheCheckNames) {
+    files_.addFolder(L"C:\\", L"d");
+    files_.addFile(L"C:\\d", L"old", 100);
+    files_.addFile(L"C:\\d", L"new", 10);
+    files_.addFolder(L"C:\\d", L"empty");
+    volume(L"C:\\", {L"C:\\d"});
+    NamedCheck check;
+    check.wanted = L"new";
+    options_.check = &check;
+
+    JobActivitySourceGenerator generator(options_);
+    ASSERT_TRUE(generator.generate(list_, volumes_));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\d", L"FI 2 C:\\d\\new",
+                                       L"DI 3 C:\\d\\empty", L"ES"));
+    EXPECT_EQ(generator.fileCount(), 1u);
+    EXPECT_EQ(generator.directoryCount(), 2u);
+    EXPECT_EQ(generator.fileSize(), 10u);
+    EXPECT_EQ(generator.unchangedSize(), 100u);
+    EXPECT_EQ(generator.walked().fileCount(), 2u);
+    EXPECT_EQ(generator.walked().fileSize(), 110u);
+}
+
+TEST_F(Generator, AsksInBatchesOfAThousandFiles) {
+    for (int i = 0; i < 2001; ++i) {
+        files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
+    }
+    files_.addFile(L"D:\\", L"g");
+    volume(L"C:\\", {L"C:\\"});
+    volume(L"D:\\", {L"D:\\"});
+    NamedCheck check;
+    options_.check = &check;
+
+    JobActivitySourceGenerator generator(options_);
+    ASSERT_TRUE(generator.generate(list_, volumes_));
+    EXPECT_THAT(check.batches, ElementsAre(1000, 1000, 1, 1));
+    const auto all = records();
+    ASSERT_EQ(all.size(), 1u + 2 + 2001 + 2 + 1 + 1);
+    EXPECT_EQ(all[2003], L"FI 2002 C:\\f2000");
+    EXPECT_EQ(generator.fileCount(), 2002u);
+}
+
+TEST_F(Generator, AFailureKeepsTheOlderListAndItsReason) {
+    files_.addFile(L"C:\\", L"f");
+    volume(L"C:\\", {L"C:\\"});
+    ASSERT_TRUE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+    const auto older = records();
+
+    for (int i = 0; i < 1500; ++i) {
+        files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
+    }
+    NamedCheck check;
+    check.error = ERROR_NETNAME_DELETED;
+    for (const size_t batch : {size_t{1}, size_t{2}}) {
+        check.batches.clear();
+        check.failsAt = batch;
+        options_.check = &check;
+        EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NETNAME_DELETED});
+        EXPECT_EQ(check.batches.size(), batch) << "nothing is asked after the failure";
+        EXPECT_EQ(records(), older);
+        EXPECT_FALSE(exists(list_ + L".part"));
+    }
+
+    const Always stop;
+    options_.stop = &stop;
+    check.batches.clear();
+    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_THAT(check.batches, IsEmpty());
+    EXPECT_EQ(records(), older);
+}
+
+TEST_F(Generator, StopsInATreeThatYieldsNothing) {
+    for (int i = 0; i < 3000; ++i) {
+        files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
+    }
+    volume(L"C:\\", {L"C:\\"});
+    test::NameFilter nothing({});
+    const Always stop;
+    options_.filter = &nothing;
+    options_.stop = &stop;
+    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_LT(nothing.asked.size(), 1100u);
+}
+
+TEST_F(Generator, APathThatNoRecordHoldsIsAFailedItem) {
+    // The snapshot's path is short enough to be walked, the live one is too long to be listed.
+    const std::wstring deep(32'760, L'x');
+    files_.addFile(L"S:\\", L"f", 3);
+    files_.addFile(L"S:\\", L"g.longer.name", 4);
+    const std::wstring mount = L"C:\\" + deep.substr(0, 32'739 - 5) + L"\\";
+    volume(mount, {mount}).shadowPath = L"S:\\";
+
+    JobActivitySourceGenerator generator(options_);
+    ASSERT_TRUE(generator.generate(list_, volumes_));
+    EXPECT_THAT(failed_,
+                ElementsAre(std::pair(size_t{32'739 - 1 + 13}, DWORD{ERROR_FILENAME_EXCED_RANGE})));
+    EXPECT_EQ(generator.walked().fileCount(), 2u);
+    EXPECT_EQ(generator.fileCount(), 1u);
+    EXPECT_EQ(records().size(), 5u);
+}
+
+TEST_F(Generator, AListThatCannotBeWrittenIsAFailure) {
+    test::LogCapture log;
+    volume(L"C:\\", {});
+    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(folder_ + L"\\none\\src", volumes_));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+    // A folder stands where the list belongs.
+    ASSERT_TRUE(createDirectories(list_));
+    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+    EXPECT_NE(GetLastError(), DWORD{ERROR_SUCCESS});
+    EXPECT_FALSE(exists(list_ + L".part"));
+    EXPECT_EQ(log.lines().size(), 2u);
+}
+
+}  // namespace
+}  // namespace dorvo

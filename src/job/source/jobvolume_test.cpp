@@ -1,0 +1,238 @@
+// Volumes: classification, their files, and paths onto snapshots and back.
+#include "job/source/jobvolume.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <istream>
+#include <iterator>
+
+#include "base/paths.h"
+#include "base/read_handle_streambuf.h"
+#include "base/rm_rf.h"
+#include "base/uuid.h"
+#include "base/write_handle_streambuf.h"
+#include "job/source/sourceclassifier.h"
+#include "job/source/volumefile.h"
+#include "job/source/volumemap.h"
+#include "support/log_capture.h"
+
+namespace dorvo {
+namespace {
+
+using testing::ElementsAre;
+
+const char* const jobId = "job-volumes";
+
+// The worked example of docs/formats/volume-file.md.
+const char* const exampleFile = R"({
+    "path" : "C:/",
+    "state" : 0,
+    "snapshotSetId" : "00112233-4455-6677-8899-aabbccddeeff",
+    "snapshotId" : "ffeeddcc-bbaa-9988-7766-554433221100",
+    "shadowPath" : "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy7\\",
+    "creationTimestamp" : 134215200000000000,
+    "source" : [
+        "C:/Users/Zoë",
+        "C:/data/a.txt"
+    ]
+})";
+
+JobVolume exampleVolume() {
+    JobVolume volume;
+    volume.index = 1;
+    volume.path = L"C:\\";
+    uuidFromText("00112233-4455-6677-8899-aabbccddeeff", volume.snapshotSetId);
+    uuidFromText("ffeeddcc-bbaa-9988-7766-554433221100", volume.snapshotId);
+    volume.shadowPath = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy7\\";
+    volume.creationTimestamp = 134215200000000000;
+    volume.sources = {L"C:\\Users\\Zo\u00eb", L"C:\\data\\a.txt"};
+    return volume;
+}
+
+class VolumeFiles : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(volumeDirectory(jobId, directory_));
+        std::wstring job;
+        ASSERT_TRUE(jobDirectory(jobId, job));
+        rm_rf(job, true);
+    }
+    std::string content(const std::wstring& name) const {
+        read_handle_streambuf file(directory_ + L"\\" + name);
+        std::istream stream(&file);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    void store(const std::wstring& name, const std::string& text) const {
+        ASSERT_TRUE(createDirectories(directory_));
+        write_handle_streambuf file(directory_ + L"\\" + name);
+        file.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+        ASSERT_TRUE(file.close());
+    }
+
+    std::wstring directory_;
+};
+
+TEST_F(VolumeFiles, AreWrittenAsDocumentedAndReadBack) {
+    const JobVolume saved = exampleVolume();
+    ASSERT_TRUE(saved.save(jobId));
+    EXPECT_EQ(content(L"1"), exampleFile);
+
+    VolumeMap volumes;
+    volumes[L"Z:\\"] = std::make_shared<JobVolume>();
+    loadVolumes(jobId, volumes);
+    ASSERT_EQ(volumes.size(), 1u);
+    const JobVolume& loaded = *volumes.at(L"C:\\");
+    EXPECT_EQ(loaded.index, saved.index);
+    EXPECT_EQ(loaded.path, saved.path);
+    EXPECT_EQ(loaded.shadowPath, saved.shadowPath);
+    EXPECT_EQ(loaded.creationTimestamp, saved.creationTimestamp);
+    EXPECT_EQ(loaded.sources, saved.sources);
+    EXPECT_EQ(uuidText(loaded.snapshotSetId), uuidText(saved.snapshotSetId));
+    EXPECT_EQ(uuidText(loaded.snapshotId), uuidText(saved.snapshotId));
+}
+
+TEST_F(VolumeFiles, AreNotWrittenWithoutAJob) {
+    const JobVolume volume = exampleVolume();
+    for (const char* id : {static_cast<const char*>(nullptr), "", "..\\x"}) {
+        EXPECT_FALSE(volume.save(id));
+        EXPECT_FALSE(removeVolumeFile(volume, id));
+    }
+    VolumeMap volumes;
+    loadVolumes("job-without-files", volumes);
+    EXPECT_TRUE(volumes.empty());
+}
+
+TEST_F(VolumeFiles, AFileThatCannotBeOpenedIsLogged) {
+    test::LogCapture log;
+    ASSERT_TRUE(createDirectories(directory_ + L"\\1"));
+    EXPECT_FALSE(exampleVolume().save(jobId));
+    EXPECT_TRUE(
+        log.has(LogLevel::error, "Failed to open job {job-volumes} volume file 1 for writing.\n"));
+}
+
+TEST_F(VolumeFiles, DamagedOnesAreLeftOut) {
+    const std::string good = exampleFile;
+    const auto with = [&](const std::string& from, const std::string& to) {
+        std::string text = good;
+        text.replace(text.find(from), from.size(), to);
+        return text;
+    };
+    const struct {
+        const char* what;
+        std::string text;
+    } rows[] = {
+        {"empty", ""},
+        {"cut off", good.substr(0, good.size() / 2)},
+        {"no object", "[]"},
+        {"no path", with("\"path\"", "\"pfad\"")},
+        {"a state that is a text", with("\"state\" : 0", "\"state\" : \"0\"")},
+        {"a state out of range", with("\"state\" : 0", "\"state\" : 4294967296")},
+        {"no UUID", with("ffeeddcc-", "ffeeddcc")},
+        {"a source that is a number", with("\"C:/data/a.txt\"", "7")},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test::LogCapture log;
+        store(L"2", row.text);
+        store(L"1", good);
+        store(L"01", good);
+        store(L"notes.txt", good);
+        VolumeMap volumes;
+        loadVolumes(jobId, volumes);
+        EXPECT_EQ(volumes.size(), 1u);
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].text.find("Failed to load job {job-volumes} volume file 2, "), 0u);
+    }
+}
+
+TEST_F(VolumeFiles, GoOnlyWhenTheRunIsOver) {
+    for (const int code : {0, 1, 6, 7, 8, 9, 10}) {
+        SCOPED_TRACE(code);
+        VolumeMap volumes;
+        volumes[L"C:\\"] = std::make_shared<JobVolume>(exampleVolume());
+        ASSERT_TRUE(volumes[L"C:\\"]->save(jobId));
+        clearVolumes(volumes, jobId, code);
+        EXPECT_TRUE(volumes.empty());
+        const bool stays = code == 0 || code == 6 || code == 8;
+        EXPECT_EQ(removeVolumeFile(exampleVolume(), jobId), stays);
+    }
+}
+
+// Wine's drive Z: is a second volume.
+TEST(SourceClassifier, GroupsSourcesByVolumeInTheOrderMet) {
+    VolumeMap volumes;
+    const auto old = std::make_shared<JobVolume>();
+    volumes[L"Q:\\"] = old;
+    const std::wstring longSource =
+        L"Z:\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
+    SourceClassifier()({L"Z:\\tmp", L"C:\\windows\\system32", L"Z:\\none", longSource, L"C:\\"},
+                       volumes);
+    ASSERT_EQ(volumes.size(), 2u);
+    const JobVolume& first = *volumes.at(L"Z:\\");
+    EXPECT_EQ(first.index, 1);
+    EXPECT_EQ(first.path, L"Z:\\");
+    EXPECT_THAT(first.sources, ElementsAre(L"Z:\\tmp", L"Z:\\none", longSource));
+    const JobVolume& second = *volumes.at(L"C:\\");
+    EXPECT_EQ(second.index, 2);
+    EXPECT_THAT(second.sources, ElementsAre(L"C:\\windows\\system32", L"C:\\"));
+    EXPECT_EQ(second.state, 0);
+    EXPECT_EQ(second.creationTimestamp, -1);
+
+    SourceClassifier()({}, volumes);
+    EXPECT_TRUE(volumes.empty());
+}
+
+TEST(SourceClassifier, LogsASourceWithoutAVolume) {
+    test::LogCapture log;
+    VolumeMap volumes;
+    SourceClassifier()({L"", L"C:\\"}, volumes);
+    EXPECT_EQ(volumes.size(), 1u);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text.find("Failed to get volume path name from '', err="), 0u);
+}
+
+TEST(ShadowPath, LeadsToTheSnapshotAndBack) {
+    const struct {
+        const wchar_t* source;
+        const wchar_t* volume;
+        const wchar_t* shadow;
+        const wchar_t* expected;
+    } rows[] = {
+        {L"C:\\a\\b", L"C:\\", L"", L"C:\\a\\b"},
+        {L"C:\\a\\b", L"", L"S", L"C:\\a\\b"},
+        {L"C:\\", L"C:\\", L"S", L"S"},
+        {L"C:\\", L"C:\\", L"S\\", L"S\\"},
+        {L"C:\\dir", L"C:\\", L"S", L"S\\dir"},
+        {L"C:\\dir\\", L"C:\\", L"S", L"S\\dir"},
+        {L"C:\\dir\\f", L"C:\\", L"S\\", L"S\\dir\\f"},
+        {L"C:\\mnt\\dir", L"C:\\mnt\\", L"S\\", L"S\\dir"},
+        {L"C:\\mnt", L"C:\\mnt\\", L"S\\", L"S\\"},
+        {L"C:\\mnt\\\\", L"C:\\mnt\\", L"S", L"S\\"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(toShadowPath(row.source, row.volume, row.shadow), row.expected);
+    }
+
+    const struct {
+        const wchar_t* entry;
+        const wchar_t* walked;
+        const wchar_t* source;
+        const wchar_t* expected;
+    } back[] = {
+        {L"S\\", L"S\\", L"C:\\", L"C:\\"},
+        {L"S\\a\\b", L"S\\", L"C:\\", L"C:\\a\\b"},
+        {L"S\\a", L"S\\a", L"C:\\a", L"C:\\a"},
+        {L"S\\a\\b", L"S\\a", L"C:\\a", L"C:\\a\\b"},
+        {L"S\\a", L"S\\", L"C:\\mnt", L"C:\\mnt\\a"},
+        {L"C:\\a\\b", L"C:\\a", L"C:\\a", L"C:\\a\\b"},
+    };
+    for (const auto& row : back) {
+        EXPECT_EQ(toLivePath(row.entry, row.walked, row.source), row.expected);
+    }
+}
+
+}  // namespace
+}  // namespace dorvo

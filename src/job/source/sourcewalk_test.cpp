@@ -1,0 +1,214 @@
+#include "job/source/sourcewalk.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "base/write_handle_streambuf.h"
+#include "job/source/walksource.h"
+#include "support/fake_files.h"
+#include "support/log_capture.h"
+
+namespace dorvo {
+namespace {
+
+using test::FakeFiles;
+using test::NameFilter;
+using test::Recorder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr DWORD link = FILE_ATTRIBUTE_REPARSE_POINT;
+constexpr DWORD folderLink = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
+
+class Walk : public testing::Test {
+protected:
+    void SetUp() override {
+        rules_.files = &files_;
+        files_.addFolder(L"C:\\", L"d");
+        files_.addFile(L"C:\\d", L"b.txt", 3);
+        files_.addFolder(L"C:\\d", L"e");
+        files_.addFile(L"C:\\d\\e", L"c.tmp", 5);
+        files_.addFile(L"C:\\d", L"a.tmp", uint64_t{1} << 32);
+    }
+    void TearDown() override { EXPECT_EQ(files_.open(), 0) << "searches left open"; }
+
+    std::vector<std::wstring> walk(const std::vector<std::wstring>& sources) {
+        recorder_ = Recorder();
+        SourceWalk(recorder_, rules_).walk(sources);
+        return recorder_.paths;
+    }
+
+    FakeFiles files_;
+    SourceWalk::Rules rules_;
+    Recorder recorder_;
+};
+
+TEST_F(Walk, ReportsADirectoryBeforeItsContentInTheOrderFound) {
+    EXPECT_THAT(walk({L"C:\\d"}), ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e",
+                                              L"C:\\d\\e\\c.tmp", L"C:\\d\\a.tmp"));
+    EXPECT_EQ(recorder_.directoryCount(), 2u);
+    EXPECT_EQ(recorder_.fileCount(), 3u);
+    EXPECT_EQ(recorder_.fileSize(), 8 + (uint64_t{1} << 32));
+}
+
+TEST_F(Walk, TakesSourcesAsTheyComeAndSkipsThoseThatAreNotThere) {
+    EXPECT_THAT(walk({}), IsEmpty());
+    EXPECT_THAT(walk({L"C:\\d\\a.tmp", L"C:\\none", L"C:\\d\\b.txt"}),
+                ElementsAre(L"C:\\d\\a.tmp", L"C:\\d\\b.txt"));
+    EXPECT_THAT(walk({L"C:\\"}), ElementsAre(L"C:\\", L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e",
+                                             L"C:\\d\\e\\c.tmp", L"C:\\d\\a.tmp"));
+}
+
+TEST_F(Walk, AFilterRemovesFilesButNoDirectories) {
+    NameFilter nothing({});
+    rules_.filter = &nothing;
+    EXPECT_THAT(walk({L"C:\\d", L"C:\\d\\b.txt"}), ElementsAre(L"C:\\d", L"C:\\d\\e"));
+    // Sources are asked for by their path, everything below by its name.
+    EXPECT_THAT(nothing.asked,
+                ElementsAre(L"C:\\d", L"b.txt", L"e", L"c.tmp", L"a.tmp", L"C:\\d\\b.txt"));
+
+    NameFilter names({L"b.txt"});
+    rules_.filter = &names;
+    EXPECT_THAT(walk({L"C:\\d\\b.txt"}), IsEmpty());
+    EXPECT_THAT(walk({L"C:\\d"}), ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e"));
+}
+
+TEST_F(Walk, ReportsLinksWithoutEnteringThem) {
+    files_.add(L"C:\\d\\e", {L"junction", folderLink, 0});
+    files_.addFile(L"C:\\d\\e\\junction", L"hidden.txt");
+    files_.add(L"C:\\d\\e", {L"symlink", link, 0});
+    EXPECT_THAT(walk({L"C:\\d\\e"}), ElementsAre(L"C:\\d\\e", L"C:\\d\\e\\c.tmp",
+                                                 L"C:\\d\\e\\junction", L"C:\\d\\e\\symlink"));
+    EXPECT_THAT(walk({L"C:\\d\\e\\junction"}), ElementsAre(L"C:\\d\\e\\junction"));
+
+    // A filter removes links below the top level, folders or not.
+    NameFilter nothing({});
+    rules_.filter = &nothing;
+    EXPECT_THAT(walk({L"C:\\d\\e"}), ElementsAre(L"C:\\d\\e"));
+    EXPECT_THAT(walk({L"C:\\d\\e\\junction"}), ElementsAre(L"C:\\d\\e\\junction"));
+}
+
+TEST_F(Walk, LogsWhatCannotBeListedAndGoesOn) {
+    test::LogCapture log;
+    files_.unlistable = L"C:\\d\\e";
+    EXPECT_THAT(walk({L"C:\\d"}),
+                ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e", L"C:\\d\\a.tmp"));
+    files_.unlistable.clear();
+    files_.breaking = L"C:\\d";
+    files_.breaksAt = 2;
+    EXPECT_THAT(
+        walk({L"C:\\d", L"C:\\d\\a.tmp"}),
+        ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e", L"C:\\d\\e\\c.tmp", L"C:\\d\\a.tmp"));
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u) << "the end of a listing is no failure";
+    EXPECT_EQ(lines[0].text.find("Failed to iterate 'C:\\d\\e\\*', err=5, "), 0u) << lines[0].text;
+    EXPECT_EQ(lines[1].text.find("Failed to iterate 'C:\\d\\*', err=23, "), 0u) << lines[1].text;
+}
+
+TEST_F(Walk, LeavesOutWholeSubtreesAndStopsAtOnce) {
+    rules_.excluded = [](const std::wstring& path) { return path == L"C:\\d\\e"; };
+    EXPECT_THAT(walk({L"C:\\d"}), ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\a.tmp"));
+    EXPECT_THAT(walk({L"C:\\d\\e"}), IsEmpty());
+    EXPECT_EQ(files_.opened, 1) << "what is left out is not listed";
+
+    rules_.excluded = nullptr;
+    rules_.stopped = [this] { return recorder_.paths.size() == 4; };
+    EXPECT_EQ(walk({L"C:\\d", L"C:\\d\\b.txt"}).size(), 4u);
+}
+
+TEST(WalkSource, DoesNothingWithoutAWalker) {
+    NameFilter filter({});
+    walkSource({L"C:\\"}, &filter, nullptr);
+    EXPECT_THAT(filter.asked, IsEmpty());
+}
+
+// Every level holds the next, as deep as a path can be.
+class BottomlessFiles : public SourceFileSystem {
+public:
+    static constexpr size_t depth = 16'000;
+
+    bool attributes(const std::wstring&, WIN32_FILE_ATTRIBUTE_DATA& data) override {
+        data = {};
+        data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+        return true;
+    }
+    HANDLE findFirst(const std::wstring&, WIN32_FIND_DATAW& entry) override {
+        if (++level_ > depth) {
+            SetLastError(ERROR_NO_MORE_FILES);
+            return INVALID_HANDLE_VALUE;
+        }
+        entry = {};
+        entry.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+        entry.cFileName[0] = L'x';
+        return this;
+    }
+    bool findNext(HANDLE, WIN32_FIND_DATAW&) override {
+        SetLastError(ERROR_NO_MORE_FILES);
+        return false;
+    }
+    void findClose(HANDLE) override {}
+
+private:
+    size_t level_ = 0;
+};
+
+// The stack in use at the calls of a walk, from the first to the deepest.
+class StackMeter : public SourceCalculator {
+public:
+    ptrdiff_t used() const { return highest_ - lowest_; }
+    size_t longest = 0;
+
+protected:
+    void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override {
+        SourceCalculator::processFile(path, data);
+        longest = std::wcslen(path);
+        const char* here = static_cast<const char*>(__builtin_frame_address(0));
+        highest_ = highest_ == nullptr ? here : std::max(highest_, here);
+        lowest_ = lowest_ == nullptr ? here : std::min(lowest_, here);
+    }
+
+private:
+    const char* highest_ = nullptr;
+    const char* lowest_ = nullptr;
+};
+
+TEST(DeepTree, CostsNoStack) {
+    BottomlessFiles files;
+    SourceWalk::Rules rules;
+    rules.files = &files;
+    StackMeter meter;
+    SourceWalk(meter, rules).walk({L"C:\\"});
+    EXPECT_EQ(meter.directoryCount(), BottomlessFiles::depth + 1);
+    EXPECT_EQ(meter.longest, 2 + 2 * BottomlessFiles::depth);
+    EXPECT_LT(meter.used(), 4096);
+}
+
+// Wine takes long paths without their prefix too: only Windows proves that it is there.
+TEST(LongTree, IsWalkedAndShownWithoutThePrefix) {
+    wchar_t temp[MAX_PATH];
+    ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
+    const std::wstring root = std::wstring(temp) + L"dorvo_walk";
+    rm_rf(root, true);
+    std::wstring deepest = root;
+    for (int i = 0; i < 4; ++i) {
+        deepest += L"\\" + std::wstring(100, static_cast<wchar_t>(L'a' + i));
+    }
+    ASSERT_TRUE(createDirectories(deepest));
+    write_handle_streambuf file(deepest + L"\\f");
+    ASSERT_TRUE(file.is_open());
+    ASSERT_EQ(file.sputn("12345", 5), 5);
+    ASSERT_TRUE(file.close());
+
+    Recorder recorder;
+    walkSource({root + L"\\"}, nullptr, &recorder);
+    ASSERT_EQ(recorder.paths.size(), 6u);
+    EXPECT_EQ(recorder.paths.front(), root + L"\\");
+    EXPECT_EQ(recorder.paths.back(), deepest + L"\\f");
+    EXPECT_EQ(recorder.fileSize(), 5u);
+    EXPECT_TRUE(rm_rf(root, true));
+}
+
+}  // namespace
+}  // namespace dorvo

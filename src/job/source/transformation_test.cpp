@@ -1,0 +1,346 @@
+// Backup and restore transformations against each other, against known packages and against
+// everything that can break them off.
+#include "job/source/transformation.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <istream>
+#include <iterator>
+#include <random>
+#include <thread>
+
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "job/source/backuptransformation.h"
+#include "job/source/handlestreams.h"
+#include "job/source/restoretransformation.h"
+#include "support/log_capture.h"
+
+namespace dorvo {
+namespace {
+
+constexpr size_t mebibyte = 1 << 20;
+
+void setKey(Transformation& transformation) {
+    for (uint8_t i = 0; i < 16; ++i) {
+        transformation.key[i] = i;
+        transformation.iv[i] = static_cast<uint8_t>(0xF0 + i);
+    }
+}
+
+std::string randomBytes(size_t size) {
+    std::mt19937 generator(12345);
+    std::string bytes(size, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(generator()); });
+    return bytes;
+}
+
+// Asked to stop at the Nth question, never for 0.
+class StopAt : public interrupter {
+public:
+    explicit StopAt(int question) : question_(question) {}
+    bool interrupted() const override { return ++asked == question_; }
+    mutable int asked = 0;
+
+private:
+    int question_;
+};
+
+class Transform : public testing::Test {
+protected:
+    void SetUp() override {
+        wchar_t temp[MAX_PATH];
+        ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
+        folder_ = std::wstring(temp) + L"dorvo_transform";
+        rm_rf(folder_, true);
+        ASSERT_TRUE(createDirectories(folder_));
+        source_ = folder_ + L"\\source";
+        package_ = folder_ + L"\\package";
+        target_ = folder_ + L"\\target";
+    }
+    void TearDown() override { rm_rf(folder_, true); }
+
+    static void store(const std::wstring& path, const std::string& bytes) {
+        write_handle_streambuf file(path);
+        file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        ASSERT_TRUE(file.close());
+    }
+    static std::string content(const std::wstring& path) {
+        read_handle_streambuf file(path);
+        EXPECT_TRUE(file.is_open());
+        std::istream stream(&file);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    bool backup(bool compress, interrupter* stop = nullptr) {
+        BackupTransformation transformation(compress);
+        setKey(transformation);
+        return transformation.transform(source_.c_str(), package_.c_str(), nullptr, stop);
+    }
+    bool restore(bool compress, const WIN32_FILE_ATTRIBUTE_DATA* attributes = nullptr,
+                 interrupter* stop = nullptr) {
+        RestoreTransformation transformation(compress);
+        setKey(transformation);
+        return transformation.transform(package_.c_str(), target_.c_str(), attributes, stop);
+    }
+
+    std::wstring folder_;
+    std::wstring source_;
+    std::wstring package_;
+    std::wstring target_;
+};
+
+std::string hex(const std::string& bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        text += digits[static_cast<unsigned char>(c) >> 4];
+        text += digits[static_cast<unsigned char>(c) & 15];
+    }
+    return text;
+}
+
+// The worked examples of docs/formats/package.md.
+TEST_F(Transform, PackagesAreAsDocumented) {
+    const struct {
+        bool compress;
+        const char* package;
+    } rows[] = {
+        {false, "c18bebea28cafa45cd02494d485ddacedc2b91dd6fdd555d548de18bfecbe45f"},
+        {true, "5d332b8653a8ca123fcfe382e52987af821d49bd784f3a0e19df3319519fb70c"},
+    };
+    store(source_, "Hello, hello, hello, hello!\n");
+    for (const auto& row : rows) {
+        ASSERT_TRUE(backup(row.compress));
+        EXPECT_EQ(hex(content(package_)), row.package);
+    }
+}
+
+TEST_F(Transform, ARestoreGivesBackEveryByte) {
+    const std::string random = randomBytes(3 * mebibyte + 5);
+    for (const bool compress : {false, true}) {
+        for (const size_t size : {size_t{0}, size_t{1}, size_t{15}, size_t{16}, size_t{8191},
+                                  size_t{8192}, size_t{8193}, random.size()}) {
+            SCOPED_TRACE(std::to_string(size) + (compress ? " compressed" : ""));
+            store(source_, random.substr(0, size));
+            ASSERT_TRUE(backup(compress));
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
+            const size_t packed = content(package_).size();
+            EXPECT_GT(packed, 0u);
+            EXPECT_EQ(packed % 16, 0u);
+            ASSERT_TRUE(restore(compress));
+            EXPECT_TRUE(content(target_) == random.substr(0, size));
+        }
+    }
+    store(source_, std::string(mebibyte, 'a'));
+    ASSERT_TRUE(backup(true));
+    EXPECT_LT(content(package_).size(), mebibyte / 100);
+    ASSERT_TRUE(restore(true));
+    EXPECT_TRUE(content(target_) == std::string(mebibyte, 'a'));
+}
+
+TEST_F(Transform, TheFlagDecidesWhetherACompressedPackageIsInflated) {
+    store(source_, std::string(10'000, 'a'));
+    ASSERT_TRUE(backup(true));
+    ASSERT_TRUE(restore(false));
+    const std::string stream = content(target_);
+    EXPECT_LT(stream.size(), 100u);
+    EXPECT_EQ(stream.substr(0, 1), "\x78") << "a zlib stream";
+}
+
+TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
+    const std::string bytes = randomBytes(20'000);
+    store(source_, bytes);
+    for (const bool compress : {false, true}) {
+        ASSERT_TRUE(backup(compress));
+        const std::string whole = content(package_);
+        std::string flipped = whole;
+        flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 1);
+        const struct {
+            const char* what;
+            std::string package;
+            bool failsPlain;
+        } rows[] = {
+            {"empty", "", true},
+            {"half a block less", whole.substr(0, whole.size() - 8), true},
+            {"a block less", whole.substr(0, whole.size() - 16), true},
+            // Without compression nothing in a package tells of a change in its middle.
+            {"a flipped bit", flipped, false},
+        };
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.what + std::string(compress ? " compressed" : ""));
+            test::LogCapture log;
+            store(package_, row.package);
+            const bool fails = compress || row.failsPlain;
+            EXPECT_EQ(restore(compress), !fails);
+            if (fails) {
+                EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+                const auto lines = log.lines();
+                ASSERT_EQ(lines.size(), 1u);
+                EXPECT_EQ(lines[0].text.find("Failed to decrypt and decompress C:"), 0u);
+                EXPECT_EQ(lines[0].text.find("user cancelled"), std::string::npos);
+            }
+        }
+        store(package_, whole);
+        RestoreTransformation unset(compress);
+        EXPECT_FALSE(unset.transform(package_.c_str(), target_.c_str(), nullptr, nullptr));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    }
+}
+
+TEST_F(Transform, AStopIsHonouredEveryTwoMebibytes) {
+    const struct {
+        size_t size;
+        int stopAt;
+        int asked;
+        bool done;
+    } rows[] = {
+        {mebibyte, 1, 0, true},      {2 * mebibyte - 1, 1, 0, true}, {5 * mebibyte, 0, 2, true},
+        {5 * mebibyte, 1, 1, false}, {5 * mebibyte, 2, 2, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.size);
+        test::LogCapture log;
+        store(source_, std::string(row.size, 'x'));
+        StopAt stop(row.stopAt);
+        EXPECT_EQ(backup(false, &stop), row.done);
+        EXPECT_EQ(stop.asked, row.asked);
+        EXPECT_EQ(GetLastError(), row.done ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_CANCELLED});
+        EXPECT_EQ(log.lines().size(), row.done ? 0u : 1u);
+        if (!row.done) {
+            const std::string text = log.lines()[0].text;
+            EXPECT_EQ(text.find("Failed to decrypt and decompress C:"), 0u) << text;
+            EXPECT_NE(text.find("source, user cancelled.\n"), std::string::npos) << text;
+        }
+    }
+    ASSERT_TRUE(backup(false));
+    StopAt stop(1);
+    EXPECT_FALSE(restore(false, nullptr, &stop));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+}
+
+TEST_F(Transform, WhatCannotBeOpenedIsNamed) {
+    test::LogCapture log;
+    SetLastError(0);
+    EXPECT_FALSE(backup(true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FALSE(restore(true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    store(source_, "x");
+    store(package_, "x");
+    {
+        const FileHandle locked(CreateFileW(source_.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
+                                            nullptr, OPEN_EXISTING, 0, nullptr));
+        EXPECT_FALSE(backup(true));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+    }
+    target_ = package_ = folder_ + L"\\none\\file";
+    EXPECT_FALSE(backup(true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+    package_ = source_;
+    EXPECT_FALSE(restore(true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+
+    const char* const starts[] = {
+        "Failed to open source C:", "Failed to target file C:", "Failed to open source C:",
+        "Failed to open target C:", "Failed to open target C:"};
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), std::size(starts));
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(lines[i].text.find(starts[i]), 0u) << lines[i].text;
+    }
+}
+
+// A pipe whose other end goes away while it is read stands for a disk that fails.
+TEST_F(Transform, ASourceThatFailsMidwayIsNoShortPackage) {
+    const wchar_t* const name = L"\\\\.\\pipe\\dorvo_transform_test";
+    const FileHandle pipe(CreateNamedPipeW(name, PIPE_ACCESS_OUTBOUND, PIPE_TYPE_BYTE, 1, 65'536,
+                                           65'536, 0, nullptr));
+    ASSERT_TRUE(pipe);
+    std::thread writer([&] {
+        ConnectNamedPipe(pipe.get(), nullptr);
+        const std::string bytes(20'000, 'x');
+        DWORD written = 0;
+        WriteFile(pipe.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+        FlushFileBuffers(pipe.get());
+        DisconnectNamedPipe(pipe.get());
+    });
+    test::LogCapture log;
+    BackupTransformation transformation(true);
+    EXPECT_FALSE(transformation.transform(name, package_.c_str(), nullptr, nullptr));
+    const DWORD error = GetLastError();
+    writer.join();
+    EXPECT_TRUE(error == ERROR_PIPE_NOT_CONNECTED || error == ERROR_BROKEN_PIPE) << error;
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].text.find("Failed to compress and encrypt \\\\.\\pipe"), 0u);
+}
+
+// Wine lends a device that is always full; Windows has no such path and fails at the opening.
+TEST_F(Transform, AFullDiskIsAFailure) {
+    test::LogCapture log;
+    store(source_, randomBytes(100'000));
+    BackupTransformation transformation(false);
+    EXPECT_FALSE(
+        transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
+    // What fits into the buffers fails no less.
+    store(source_, "x");
+    EXPECT_FALSE(
+        transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
+}
+
+// Wine keeps no creation time.
+TEST_F(Transform, ARestoreSetsAttributesAndTimesWhenThereAreAny) {
+    store(source_, "content");
+    ASSERT_TRUE(backup(true));
+    ASSERT_TRUE(restore(true));
+    WIN32_FILE_ATTRIBUTE_DATA found{};
+    ASSERT_NE(GetFileAttributesExW(target_.c_str(), GetFileExInfoStandard, &found), 0);
+    EXPECT_EQ(found.dwFileAttributes & FILE_ATTRIBUTE_READONLY, 0u);
+
+    WIN32_FILE_ATTRIBUTE_DATA wanted{};
+    wanted.dwFileAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
+    wanted.ftCreationTime = wanted.ftLastAccessTime = toFileTime(0x01D0000000000000);
+    wanted.ftLastWriteTime = toFileTime(0x01D1234567890123);
+    ASSERT_TRUE(restore(true, &wanted));
+    ASSERT_NE(GetFileAttributesExW(target_.c_str(), GetFileExInfoStandard, &found), 0);
+    EXPECT_EQ(found.dwFileAttributes, wanted.dwFileAttributes);
+    EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(wanted.ftLastWriteTime));
+    EXPECT_EQ(content(target_), "content");
+}
+
+TEST_F(Transform, PathsMayBeLong) {
+    const std::wstring deep =
+        folder_ + L"\\" + std::wstring(150, L'a') + L"\\" + std::wstring(150, L'b');
+    ASSERT_TRUE(createDirectories(deep));
+    source_ = deep + L"\\source";
+    package_ = deep + L"\\package";
+    target_ = deep + L"\\target";
+    store(source_, "content");
+    WIN32_FILE_ATTRIBUTE_DATA wanted{};
+    wanted.dwFileAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
+    wanted.ftLastWriteTime = toFileTime(0x01D1234567890123);
+    ASSERT_TRUE(backup(true));
+    ASSERT_TRUE(restore(true, &wanted));
+    EXPECT_EQ(content(target_), "content");
+    EXPECT_EQ(GetFileAttributesW(longPath(target_).c_str()), wanted.dwFileAttributes);
+}
+
+TEST(Streambufs, KeepTheErrorOfARead) {
+    wchar_t temp[MAX_PATH];
+    ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
+    const std::wstring path = std::wstring(temp) + L"dorvo_streambuf";
+    write_handle_streambuf made(path);
+    ASSERT_EQ(made.sputn("content", 7), 7);
+    ASSERT_TRUE(made.close());
+    read_handle_streambuf writeOnly(FileHandle(
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr)));
+    ASSERT_TRUE(writeOnly.is_open());
+    EXPECT_EQ(writeOnly.sgetc(), std::char_traits<char>::eof());
+    EXPECT_EQ(writeOnly.error(), DWORD{ERROR_ACCESS_DENIED});
+}
+
+}  // namespace
+}  // namespace dorvo
