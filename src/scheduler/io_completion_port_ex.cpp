@@ -34,15 +34,10 @@ bool Io_Completion_Port_Ex::open() {
 
 void Io_Completion_Port_Ex::install(std::shared_ptr<Io_Completion_Port> port) {
     std::lock_guard guard(port_lock_);
-    const std::shared_ptr<Io_Completion_Port> old = std::exchange(port_, std::move(port));
-    if (!old) {
-        return;
+    if (!ports_.empty()) {
+        ports_.back()->post(wakeBytes, &wake_, nullptr);
     }
-    Io_Completion_Port::Packet packet;
-    while (old->take(packet)) {
-        port_->post(packet.bytes, packet.event(), packet.overlapped);
-    }
-    old->post(wakeBytes, &wake_, nullptr);
+    ports_.push_back(std::move(port));
 }
 
 bool Io_Completion_Port_Ex::activate() {
@@ -60,26 +55,30 @@ bool Io_Completion_Port_Ex::close() {
         return false;
     }
     std::lock_guard guard(life_);
-    const bool posted = post(0, nullptr, nullptr);
-    if (!posted && port() != nullptr) {
+    if (!post(0, nullptr, nullptr) && GetLastError() != ERROR_INVALID_HANDLE) {
         return false;
     }
     if (!joinThread(thread_)) {
         return false;
     }
-    std::shared_ptr<Io_Completion_Port> old;
+    drain();
+    return true;
+}
+
+void Io_Completion_Port_Ex::drain() {
+    std::deque<std::shared_ptr<Io_Completion_Port>> old;
     {
-        std::lock_guard port_guard(port_lock_);
-        old = std::move(port_);
+        std::lock_guard guard(port_lock_);
+        old.swap(ports_);
     }
     Io_Completion_Port::Packet packet;
-    while (old != nullptr && old->take(packet)) {
-        if (packet.key != 0 && packet.event() != &wake_) {
-            SetLastError(packet.error);
-            packet.event()->completion(packet.bytes, packet.key, packet.overlapped);
+    for (const std::shared_ptr<Io_Completion_Port>& port : old) {
+        while (port->take(packet)) {
+            if (packet.key != 0 && packet.event() != &wake_) {
+                deliver(packet);
+            }
         }
     }
-    return true;
 }
 
 bool Io_Completion_Port_Ex::wait() {
@@ -107,19 +106,14 @@ bool Io_Completion_Port_Ex::notify_time_change() {
     return post_wake(clockChange);
 }
 
-std::shared_ptr<Io_Completion_Port> Io_Completion_Port_Ex::port() {
-    std::lock_guard guard(port_lock_);
-    return port_;
-}
-
 bool Io_Completion_Port_Ex::post(DWORD bytes, Io_Completion_Port::Event* event,
                                  OVERLAPPED* overlapped) {
     std::lock_guard guard(port_lock_);
-    if (!port_) {
+    if (ports_.empty()) {
         SetLastError(ERROR_INVALID_HANDLE);
         return false;
     }
-    return port_->post(bytes, event, overlapped);
+    return ports_.back()->post(bytes, event, overlapped);
 }
 
 bool Io_Completion_Port_Ex::post_wake(int64_t value) {
@@ -173,22 +167,38 @@ DWORD Io_Completion_Port_Ex::work() {
 }
 
 DWORD Io_Completion_Port_Ex::step(DWORD timeout_ms) {
-    // Held until the step is over: a port that is replaced meanwhile closes only then.
-    const std::shared_ptr<Io_Completion_Port> current = port();
-    if (!current) {
-        return ERROR_INVALID_HANDLE;
+    std::shared_ptr<Io_Completion_Port> port;
+    bool replaced = false;
+    {
+        std::lock_guard guard(port_lock_);
+        if (ports_.empty()) {
+            return ERROR_INVALID_HANDLE;
+        }
+        port = ports_.front();
+        replaced = ports_.size() > 1;
     }
-    const Io_Completion_Port::Packet packet = current->receive(wait_time(timeout_ms));
-    if (packet.key != 0) {
-        SetLastError(packet.error);
-        packet.event()->completion(packet.bytes, packet.key, packet.overlapped);
+    Io_Completion_Port::Packet packet;
+    if (!replaced) {
+        packet = port->receive(wait_time(timeout_ms));
+    } else if (!port->take(packet)) {
+        std::lock_guard guard(port_lock_);
+        ports_.pop_front();  // nothing is posted to it any more
         return 0;
+    }
+    if (packet.key != 0) {
+        return deliver(packet);
     }
     if (packet.error == WAIT_TIMEOUT) {
         fire_due();
         return WAIT_TIMEOUT;
     }
     return packet.error != 0 ? packet.error : stopPacket;
+}
+
+DWORD Io_Completion_Port_Ex::deliver(const Io_Completion_Port::Packet& packet) {
+    SetLastError(packet.error);
+    packet.event()->completion(packet.bytes, packet.key, packet.overlapped);
+    return 0;
 }
 
 DWORD Io_Completion_Port_Ex::wait_time(DWORD timeout_ms) {

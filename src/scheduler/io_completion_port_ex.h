@@ -11,6 +11,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <mutex>
 
@@ -35,8 +36,8 @@ public:
 
     // Makes a port and installs it. False with the thread's last error.
     bool open();
-    // Replaces the port, also under a waiting worker. Packets that wait in the old port move to the
-    // new one in their order; the old one is closed when the worker has let go of it.
+    // Replaces the port, also under a waiting worker, which deals with what waits in the old one
+    // before it closes it and turns to the new one.
     void install(std::shared_ptr<Io_Completion_Port> port);
     // Starts the worker; false while one runs, or with the thread's last error.
     bool activate();
@@ -81,12 +82,14 @@ private:
     void rearm();
     bool join();
     bool on_worker() const { return worker_id_.load() == GetCurrentThreadId(); }
-    std::shared_ptr<Io_Completion_Port> port();
+    static DWORD deliver(const Io_Completion_Port::Packet& packet);
+    void drain();
 
     Clock clock_;
     Wake wake_;
-    std::mutex port_lock_;  // guards port_, and the move of packets from one port to the next
-    std::shared_ptr<Io_Completion_Port> port_;
+    std::mutex port_lock_;  // guards ports_; a packet is posted under it
+    // The worker reads the first until it is empty and replaced; packets are posted to the last.
+    std::deque<std::shared_ptr<Io_Completion_Port>> ports_;
     CriticalSection lock_;  // guards what follows and every call into a handler
     Timer_Heap heap_;
     Timer_Heap rearming_;  // entries that a clock change has yet to announce
