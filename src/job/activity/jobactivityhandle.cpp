@@ -96,13 +96,7 @@ bool JobActivityHandle::openWritable(const char* id, const wchar_t* name) {
     const bool existed = GetLastError() == ERROR_ALREADY_EXISTS &&
                          (GetFileSizeEx(file_.get(), &size) == 0 || size.QuadPart != 0);
 
-    SetLastError(ERROR_SUCCESS);
     mapping_.reset(createSection(file_.get(), name));
-    if (mapping_ && GetLastError() == ERROR_ALREADY_EXISTS) {
-        // A reader still holds the section of an earlier opening, perhaps of a file that was
-        // deleted since. What is written has to reach this file: that goes before being seen.
-        mapping_.reset(createSection(file_.get(), nullptr));
-    }
     if (!mapping_) {
         failed("Failed to map job {%s} activity info file, %s.\n", id);
         close();
