@@ -1,0 +1,377 @@
+#include "http_util/web_server_invoker.h"
+
+#include <gtest/gtest.h>
+
+#include "support/scripted_server.h"
+// The sockets' header comes before the others.
+#include "base/interrupter.h"
+#include "http_util/command_to_server.h"
+#include "http_util/http_connections.h"
+#include "support/log_capture.h"
+#include "support/signal.h"
+
+namespace dorvo {
+namespace {
+
+using json_spirit::Value;
+using test::LogCapture;
+using test::ScriptedPeer;
+using test::ScriptedServer;
+
+// How a request of the service looks, with both of its optional parts.
+class Greet_Request : public Request_T<Value> {
+public:
+    Greet_Request() : Request_T("/greet") {}
+
+    bool prepare() {
+        ++prepared;
+        if (refuse) {
+            SetLastError(ERROR_INVALID_PARAMETER);
+        }
+        return !refuse;
+    }
+    void handle(Response_T<Value>&) { ++handled; }
+
+    bool refuse = false;
+    int prepared = 0;
+    int handled = 0;
+};
+using Greet_Command = Command_To_Server<Greet_Request, Response_T<Value>>;
+
+class WebServerInvoker : public testing::Test {
+protected:
+    ~WebServerInvoker() override {
+        invoker = Web_Server_Invoker();
+        server.reset();
+        connections().stop();
+        EXPECT_EQ(connections().count(), 0u);
+    }
+
+    void serve(ScriptedServer::Script script) {
+        server = std::make_unique<ScriptedServer>(std::move(script));
+        ASSERT_TRUE(invoker.set_server("127.0.0.1", server->port(), 65536));
+    }
+    static HTTP_Connections& connections() {
+        return *ATL::CComSingleton<HTTP_Connections>::instance();
+    }
+    static bool head_has(const std::string& request, const std::string& line) {
+        return request.find(line + "\r\n") < request.find("\r\n\r\n") + 2;
+    }
+
+    std::unique_ptr<ScriptedServer> server;
+    Web_Server_Invoker invoker;
+    Greet_Command greet{"Greet"};
+};
+
+TEST_F(WebServerInvoker, SendsJsonAndReadsJson) {
+    std::string seen;
+    serve([&](ScriptedPeer& peer, int) {
+        seen = peer.request();
+        peer.answer(R"({"id":7})", "200 OK", "Set-Cookie: DORVOSESSION=2\r\n");
+    });
+    greet.request().cookie("DORVOSESSION=1");
+    greet.request().body(json_spirit::Object{{"name", "x"}});
+    SetLastError(4711);
+    ASSERT_EQ(invoker.run(greet), 0);
+    EXPECT_EQ(GetLastError(), 4711u);
+    EXPECT_EQ(greet.state(), 1);
+    EXPECT_EQ(greet.request().handled, 1);
+    EXPECT_EQ(greet.response().status(), 200);
+    EXPECT_EQ(greet.response().body().get_obj().at("id").get_int(), 7);
+    EXPECT_STREQ(greet.response().set_cookie(), "DORVOSESSION=2");
+    EXPECT_TRUE(seen.starts_with("POST /greet HTTP/1.1\r\n")) << seen;
+    EXPECT_TRUE(head_has(seen, "Cookie: DORVOSESSION=1")) << seen;
+    EXPECT_TRUE(head_has(seen, "Content-Length: 12")) << seen;
+    EXPECT_TRUE(seen.ends_with(R"({"name":"x"})")) << seen;
+}
+
+TEST_F(WebServerInvoker, SendsPiecesPlainOrAsOneChunkAndDownloadsBytes) {
+    std::string plain;
+    std::string chunked;
+    const std::string download(131'104, '\x01');
+    serve([&](ScriptedPeer& peer, int) {
+        plain = peer.request();
+        peer.answer(download);
+        chunked = peer.request();
+        peer.answer("");
+    });
+    const std::string data(131'072, 'd');
+    Command_To_Server<Request_T<FBuffer>, Response_T<Download_Data_Type>> block;
+    EXPECT_EQ(block.name(), "name less command");
+    block.request().uri("/block");
+    block.request().body(FBuffer("prefix", data.data(), data.size(), "suffix"));
+    ASSERT_EQ(invoker.run(block), 0);
+    EXPECT_TRUE(plain.ends_with("\r\n\r\nprefix" + data + "suffix"));
+    EXPECT_TRUE(head_has(plain, "Content-Length: 131084"));
+    ASSERT_EQ(block.response().body().size(), download.size());
+    EXPECT_EQ(std::string(block.response().body().data(), download.size()), download);
+
+    block.state(HTTP_Command::READY);
+    block.request().chunked_transfer_encoding(true);
+    ASSERT_EQ(invoker.run(block), 0);
+    EXPECT_TRUE(chunked.ends_with("\r\n\r\n2000c\r\nprefix" + data + "suffix\r\n0\r\n\r\n"));
+    EXPECT_EQ(block.response().body().size(), 0u);
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_F(WebServerInvoker, RefusesAServerWithoutNameOrPort) {
+    LogCapture capture;
+    EXPECT_FALSE(invoker.set_server(nullptr, 80, 0));
+    EXPECT_FALSE(invoker.set_server("", 80, 0));
+    EXPECT_FALSE(invoker.set_server("127.0.0.1", 0, 0));
+    EXPECT_EQ(capture.lines().size(), 3u);
+    EXPECT_TRUE(capture.has(LogLevel::error, "Invalid host name(=null).\n"));
+    EXPECT_TRUE(capture.has(LogLevel::error, "Invalid server port(=0).\n"));
+    EXPECT_EQ(invoker.run(greet), -1);
+    EXPECT_EQ(greet.state(), 64);
+    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_TRUE(capture.has(
+        LogLevel::error,
+        "Greet: The connection can't established, the connection is not initialized.\n"));
+}
+
+TEST_F(WebServerInvoker, StepsByTheStateNumbers) {
+    LogCapture capture;
+    serve([](ScriptedPeer& peer, int) { peer.drain(); });
+    const struct {
+        int state;
+        int result;
+    } rows[] = {{16, 0}, {256, 0}, {4096, 0}, {1, -1}, {64, -1}, {1024, -1}, {16384, -1}, {2, -1}};
+    for (const auto& row : rows) {
+        SetLastError(4711);
+        greet.state(row.state);
+        EXPECT_EQ(invoker.step(greet), row.result) << row.state;
+        EXPECT_EQ(greet.state(), row.state);
+        EXPECT_EQ(GetLastError(), row.state == 2 ? 87u : 4711u);
+    }
+    EXPECT_EQ(greet.request().prepared, 0);
+    EXPECT_TRUE(capture.has(LogLevel::error, "Greet: Unknown command state(2).\n"));
+}
+
+TEST_F(WebServerInvoker, PassesThroughReadySentDone) {
+    serve([](ScriptedPeer& peer, int) {
+        peer.request();
+        peer.answer("");
+        peer.drain();
+    });
+    EXPECT_EQ(invoker.step(greet), 0);
+    EXPECT_EQ(greet.state(), 512);
+    EXPECT_EQ(invoker.step(greet), 0);
+    EXPECT_EQ(greet.state(), 1);
+    EXPECT_EQ(invoker.step(greet), -1);
+    EXPECT_EQ(invoker.invoker()->state(), 11);
+}
+
+// What goes wrong at the server, and how often the exchange is tried.
+TEST_F(WebServerInvoker, TriesAFailedExchangeExactlyOnceMore) {
+    const struct {
+        const char* name;
+        const char* answer;
+        int state;
+        unsigned error;
+    } rows[] = {
+        {"nothing", "", 16384, 10101},
+        {"half a head", "HTTP/1.1 200 OK\r\nCont", 16384, 10101},
+        {"half a body", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n{", 16384, 10101},
+        {"no HTTP", "hello\r\n\r\n", 16384, 13},
+        {"no JSON", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n{", 16384, 13},
+        {"too large", "HTTP/1.1 200 OK\r\nContent-Length: 101\r\n\r\n", 16384, 223},
+    };
+    for (const auto& row : rows) {
+        for (const bool twice : {false, true}) {
+            LogCapture capture;
+            serve([&](ScriptedPeer& peer, int connection) {
+                peer.request();
+                if (connection == 0 || twice) {
+                    peer.send(row.answer);
+                } else {
+                    peer.answer("{}");
+                }
+            });
+            Greet_Command command("Greet");
+            command.body_limit(100);
+            EXPECT_EQ(invoker.run(command), twice ? -1 : 0) << row.name;
+            EXPECT_EQ(command.state(), twice ? row.state : 1) << row.name;
+            EXPECT_EQ(server->connections(), 2) << row.name;
+            EXPECT_EQ(command.request().prepared, 2) << row.name;
+            EXPECT_EQ(command.request().handled, twice ? 0 : 1) << row.name;
+            if (twice) {
+                EXPECT_EQ(GetLastError(), row.error) << row.name;
+                EXPECT_EQ(invoker.invoker()->state(), 1) << row.name;
+            }
+            EXPECT_TRUE(capture.has(LogLevel::information, "Greet: Failed, retrying...\n"));
+        }
+    }
+}
+
+TEST_F(WebServerInvoker, LimitsAChunkedBody) {
+    serve([&](ScriptedPeer& peer, int) {
+        peer.request();
+        peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n65\r\n" +
+                  std::string(101, 'x') + "\r\n0\r\n\r\n");
+        peer.drain();
+    });
+    Command_To_Server<Request_T<Value>, Response_T<std::string>> text("Text");
+    text.body_limit(100);
+    EXPECT_EQ(invoker.run(text), -1);
+    EXPECT_EQ(GetLastError(), 223u);
+}
+
+TEST_F(WebServerInvoker, ReconnectsWhenTheServerClosedAnIdleConnection) {
+    test::Signal closed(true);
+    serve([&](ScriptedPeer& peer, int) {
+        peer.request();
+        peer.answer("{}");
+    });
+    for (int i = 0; i < 3; ++i) {
+        Greet_Command command("Greet");
+        EXPECT_EQ(invoker.run(command), 0) << i;
+    }
+    EXPECT_EQ(server->connections(), 3);
+}
+
+TEST_F(WebServerInvoker, ClosesWhenTheServerSaysSo) {
+    LogCapture capture;
+    serve([&](ScriptedPeer& peer, int) {
+        peer.request();
+        peer.answer("{}", "200 OK", "Connection: close\r\n");
+        peer.drain();
+    });
+    EXPECT_EQ(invoker.run(greet), 0);
+    EXPECT_EQ(invoker.invoker()->state(), 1);
+    EXPECT_TRUE(capture.has(LogLevel::information, "Greet: connection closed.\n"));
+    EXPECT_FALSE(capture.has("Greet: Failed, retrying...\n"));
+}
+
+TEST_F(WebServerInvoker, ReportsARefusedConnection) {
+    serve([](ScriptedPeer&, int) {});
+    server.reset();
+    LogCapture capture;
+    EXPECT_EQ(invoker.run(greet), -1);
+    EXPECT_EQ(greet.state(), 64);
+    EXPECT_EQ(GetLastError(), 10061u);
+    EXPECT_TRUE(capture.has(LogLevel::error, "Greet: Connect to server failed. error = 10061.\n"));
+    EXPECT_EQ(greet.request().prepared, 0);
+}
+
+TEST_F(WebServerInvoker, KeepsTheConnectionAfterAnErrorAnswer) {
+    serve([&](ScriptedPeer& peer, int) {
+        while (!peer.request().empty()) {
+            peer.answer("<html>no</html>", "500 Internal Server Error");
+        }
+    });
+    for (int i = 0; i < 2; ++i) {
+        Greet_Command command("Greet");
+        EXPECT_EQ(invoker.run(command), 0);
+        EXPECT_EQ(command.response().status(), 500);
+        EXPECT_EQ(command.response().error_text(), "<html>no</html>");
+        EXPECT_TRUE(command.response().body().is_null());
+        EXPECT_EQ(command.request().handled, 1);
+    }
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_F(WebServerInvoker, DoesNotReadAnErrorAnswerWithoutEnd) {
+    serve([&](ScriptedPeer& peer, int) {
+        peer.request();
+        peer.send("HTTP/1.1 503 Service Unavailable\r\nContent-Length: 1099511627776\r\n\r\n");
+        const std::string block(65536, 'x');
+        while (peer.send(block)) {
+        }
+    });
+    EXPECT_EQ(invoker.run(greet), 0);
+    EXPECT_EQ(greet.response().status(), 503);
+    EXPECT_EQ(greet.response().error_text().size(), 65536u);
+    EXPECT_EQ(invoker.invoker()->state(), 1);
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_F(WebServerInvoker, FollowsARedirectToTheSameServerOnly) {
+    LogCapture capture;
+    std::string second;
+    serve([&](ScriptedPeer& peer, int) {
+        peer.request();
+        peer.answer("moved", "302 Found", "Location: http://elsewhere:81/new?x=1\r\n");
+        second = peer.request();
+        peer.answer("{}");
+    });
+    greet.request().body(json_spirit::Object{{"name", "x"}});
+    EXPECT_EQ(invoker.run(greet), 0);
+    EXPECT_EQ(greet.response().status(), 200);
+    EXPECT_TRUE(second.starts_with("POST /new?x=1 HTTP/1.1\r\n")) << second;
+    EXPECT_TRUE(second.ends_with(R"({"name":"x"})")) << second;
+    EXPECT_TRUE(head_has(second, "Host: 127.0.0.1")) << second;
+    EXPECT_EQ(server->connections(), 1);
+    EXPECT_EQ(greet.request().handled, 1);
+    EXPECT_TRUE(capture.has(LogLevel::error, "Invalid server port(=0).\n"));
+    EXPECT_TRUE(capture.has(LogLevel::debug, "Greet: redirect to http://elsewhere:81/new?x=1.\n"));
+}
+
+TEST_F(WebServerInvoker, HandsOverARedirectThatLeadsNowhere) {
+    for (const char* location : {"", "Location: /new\r\n", "Location: http://elsewhere\r\n"}) {
+        LogCapture capture;
+        serve([&](ScriptedPeer& peer, int) {
+            peer.request();
+            peer.answer("", "302 Found", location);
+            peer.drain();
+        });
+        Greet_Command command("Greet");
+        EXPECT_EQ(invoker.run(command), 0);
+        EXPECT_EQ(command.response().status(), 302);
+        EXPECT_EQ(command.request().handled, 1);
+        EXPECT_EQ(capture.has(LogLevel::debug, "Greet: redirect to unkown.\n"), *location == '\0');
+    }
+}
+
+TEST_F(WebServerInvoker, StopsRedirectsWithoutEndWhenTheJobMustStop) {
+    test::Signal stop;
+    const interrupter asked(stop.handle());
+    serve([&](ScriptedPeer& peer, int) {
+        for (int i = 0; !peer.request().empty(); ++i) {
+            if (i == 20) {
+                stop.set();
+            }
+            peer.answer("", "302 Found", "Location: http://a/again\r\n");
+        }
+    });
+    invoker.set_interrupter(&asked);
+    EXPECT_EQ(invoker.run(greet), -1);
+    EXPECT_EQ(GetLastError(), 1223u);
+    EXPECT_EQ(greet.request().prepared, 21);
+    EXPECT_EQ(server->connections(), 1);
+}
+
+TEST_F(WebServerInvoker, DoesNotTryAgainWhenTheJobMustStop) {
+    LogCapture capture;
+    test::Signal stop;
+    const interrupter asked(stop.handle());
+    serve([&](ScriptedPeer& peer, int) {
+        peer.request();
+        stop.set();
+        peer.drain();
+    });
+    invoker.set_interrupter(&asked);
+    EXPECT_EQ(invoker.run(greet), -1);
+    EXPECT_EQ(GetLastError(), 1223u);
+    EXPECT_EQ(server->connections(), 1);
+    EXPECT_EQ(invoker.invoker()->state(), 1);
+    EXPECT_FALSE(capture.has("Greet: Failed, retrying...\n"));
+}
+
+TEST_F(WebServerInvoker, SendsNothingWhenTheRequestRefuses) {
+    LogCapture capture;
+    std::string seen = "nothing";
+    serve([&](ScriptedPeer& peer, int) { seen = peer.request(); });
+    greet.request().refuse = true;
+    EXPECT_EQ(invoker.run(greet), -1);
+    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_EQ(greet.request().prepared, 1);
+    EXPECT_TRUE(capture.lines().empty());
+    invoker = Web_Server_Invoker();
+    connections().stop();
+    server.reset();
+    EXPECT_TRUE(seen.empty() || seen == "nothing");
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,175 @@
+// A server on a loopback port that plays a script of the test, a thread a connection.
+//
+// The script is called for each connection with its number, counted from 0; when it returns, the
+// connection is closed. What it received is kept. Destroying the server ends all scripts.
+#pragma once
+
+#include <winsock2.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "base/log.h"
+
+namespace dorvo::test {
+
+// One connection, as its script sees it.
+class ScriptedPeer {
+public:
+    explicit ScriptedPeer(SOCKET socket) : socket_(socket) {}
+
+    // The next request, head and body as they came; empty when the client has closed.
+    std::string request() {
+        size_t end = std::string::npos;
+        while ((end = pending_.find("\r\n\r\n")) == std::string::npos) {
+            if (!more()) {
+                return {};
+            }
+        }
+        size_t size = end + 4;
+        const std::string head = pending_.substr(0, size);
+        if (head.find("Transfer-Encoding: chunked") != std::string::npos) {
+            while ((end = pending_.find("0\r\n\r\n", size)) == std::string::npos) {
+                if (!more()) {
+                    return {};
+                }
+            }
+            size = end + 5;
+        } else if (const size_t at = head.find("Content-Length: "); at != std::string::npos) {
+            size += std::strtoull(head.c_str() + at + 16, nullptr, 10);
+            while (pending_.size() < size) {
+                if (!more()) {
+                    return {};
+                }
+            }
+        }
+        std::string whole = pending_.substr(0, size);
+        pending_.erase(0, size);
+        return whole;
+    }
+    // Waits until the client closes.
+    void drain() {
+        while (more()) {
+        }
+    }
+    // False when the client is gone.
+    bool send(const std::string& text) {
+        size_t sent = 0;
+        while (sent < text.size()) {
+            const int step =
+                ::send(socket_, text.data() + sent, static_cast<int>(text.size() - sent), 0);
+            if (step <= 0) {
+                return false;
+            }
+            sent += static_cast<size_t>(step);
+        }
+        return true;
+    }
+    bool answer(const std::string& body, const std::string& status = "200 OK",
+                const std::string& fields = "") {
+        return send("HTTP/1.1 " + status + "\r\n" + fields +
+                    "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+    }
+    // Ends the connection from this side; what the client still sends is lost.
+    void close() { shutdown(socket_, SD_SEND); }
+    // The connection will end with a reset instead of an orderly close.
+    void reset_at_end() {
+        const linger off{1, 0};
+        setsockopt(socket_, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off),
+                   sizeof(off));
+    }
+
+private:
+    bool more() {
+        char bytes[65536];
+        const int got = recv(socket_, bytes, sizeof(bytes), 0);
+        if (got <= 0) {
+            return false;
+        }
+        pending_.append(bytes, static_cast<size_t>(got));
+        return true;
+    }
+
+    SOCKET socket_;
+    std::string pending_;
+};
+
+class ScriptedServer {
+public:
+    using Script = std::function<void(ScriptedPeer&, int connection)>;
+
+    explicit ScriptedServer(Script script) : script_(std::move(script)) {
+        startAce();
+        listener_ = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        int size = sizeof(address);
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
+        port_ = ntohs(address.sin_port);
+        listen(listener_, 16);
+        acceptor_ = std::thread([this] { accept_all(); });
+    }
+    ~ScriptedServer() {
+        closesocket(listener_);
+        acceptor_.join();
+        {
+            std::lock_guard guard(lock_);
+            for (SOCKET& open : sockets_) {
+                if (open != INVALID_SOCKET) {
+                    closesocket(std::exchange(open, INVALID_SOCKET));
+                }
+            }
+        }
+        for (std::thread& thread : threads_) {
+            thread.join();
+        }
+    }
+    ScriptedServer(const ScriptedServer&) = delete;
+    ScriptedServer& operator=(const ScriptedServer&) = delete;
+
+    uint16_t port() const { return port_; }
+    int connections() const {
+        std::lock_guard guard(lock_);
+        return static_cast<int>(sockets_.size());
+    }
+
+private:
+    void accept_all() {
+        for (;;) {
+            const SOCKET accepted = accept(listener_, nullptr, nullptr);
+            if (accepted == INVALID_SOCKET) {
+                return;
+            }
+            std::lock_guard guard(lock_);
+            const size_t number = sockets_.size();
+            sockets_.push_back(accepted);
+            threads_.emplace_back([this, accepted, number] {
+                ScriptedPeer peer(accepted);
+                script_(peer, static_cast<int>(number));
+                std::lock_guard inner(lock_);
+                if (sockets_[number] != INVALID_SOCKET) {
+                    closesocket(std::exchange(sockets_[number], INVALID_SOCKET));
+                }
+            });
+        }
+    }
+
+    Script script_;
+    SOCKET listener_ = INVALID_SOCKET;
+    uint16_t port_ = 0;
+    std::thread acceptor_;
+    std::vector<std::thread> threads_;
+    mutable std::mutex lock_;      // guards sockets_
+    std::vector<SOCKET> sockets_;  // INVALID_SOCKET once the connection has ended
+};
+
+}  // namespace dorvo::test
