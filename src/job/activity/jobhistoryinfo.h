@@ -22,6 +22,8 @@ public:
     JobHistoryInfo(const JobHistoryInfo&) = delete;
     JobHistoryInfo& operator=(const JobHistoryInfo&) = delete;
 
+    bool save();
+
     // Each replaces an earlier value. False, with nothing changed, for a null or empty instance id
     // or another null text, and for a time outside the calendar.
     bool instanceId(const char* id);
@@ -35,6 +37,12 @@ public:
 
     // "2011-3-4 05:06:07"; empty for a time outside the calendar.
     static std::string timeText(const FILETIME& utc);
+
+private:
+    bool set(const char* key, json_spirit::Value value);
+    bool setTime(const char* key, const FILETIME& utc);
+
+    bool changed_ = false;  // since the document was read or saved
 };
 
 }  // namespace dorvo

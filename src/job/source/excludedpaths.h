@@ -22,8 +22,11 @@ public:
     void add(std::wstring_view path);
     bool contains(std::wstring_view path) const;
 
+    // The form in which paths are compared: backslashes, no \\?\, no trailing one, upper case.
+    static std::wstring comparable(std::wstring_view path);
+
 private:
-    std::set<std::wstring, std::less<>> paths_;  // without trailing backslash, in upper case
+    std::set<std::wstring, std::less<>> paths_;  // in comparable form
 };
 
 }  // namespace dorvo

@@ -1,0 +1,83 @@
+#include "job/activity/jobhistory.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/handle.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+
+namespace dorvo {
+namespace {
+
+constexpr std::wstring_view errorSuffix = L".errors";
+
+std::wstring historyFolder(const std::wstring& jobDirectory) {
+    return jobDirectory + L"\\hist";
+}
+
+// The runs of a folder by the names of their summaries, each with its last write time.
+std::map<std::wstring, uint64_t> findRuns(const std::wstring& folder) {
+    std::map<std::wstring, uint64_t> runs;
+    WIN32_FIND_DATAW entry;
+    const FindHandle search(FindFirstFileW(longPath(folder + L"\\*").c_str(), &entry));
+    if (!search) {
+        return runs;
+    }
+    do {
+        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+            std::wstring name = entry.cFileName;
+            if (name.ends_with(errorSuffix)) {
+                name.resize(name.size() - errorSuffix.size());
+            }
+            uint64_t& written = runs[name];
+            written = std::max(written, toTicks(entry.ftLastWriteTime));
+        }
+    } while (FindNextFileW(search.get(), &entry) != 0);
+    return runs;
+}
+
+bool remove(const std::wstring& path) {
+    if (DeleteFileW(longPath(path).c_str()) != 0 || GetLastError() == ERROR_FILE_NOT_FOUND) {
+        return true;
+    }
+    log(LogLevel::error, "Failed to remove the job history {%W}, %m.\n", path.c_str());
+    return false;
+}
+
+}  // namespace
+
+std::wstring jobHistoryInfoPath(const std::wstring& jobDirectory, const std::string& instanceId) {
+    return isJobId(instanceId) ? historyFolder(jobDirectory) + L"\\" + toWide(instanceId)
+                               : std::wstring();
+}
+
+std::wstring jobHistoryErrorPath(const std::wstring& jobDirectory, const std::string& instanceId) {
+    const std::wstring path = jobHistoryInfoPath(jobDirectory, instanceId);
+    return path.empty() ? path : path + std::wstring(errorSuffix);
+}
+
+bool trimJobHistory(const std::wstring& jobDirectory, size_t keep) {
+    const std::wstring folder = historyFolder(jobDirectory);
+    std::vector<std::pair<uint64_t, std::wstring>> runs;
+    for (const auto& [name, written] : findRuns(folder)) {
+        runs.emplace_back(written, name);
+    }
+    std::sort(runs.begin(), runs.end());
+    bool removed = true;
+    for (size_t i = 0; i + keep < runs.size(); ++i) {
+        const std::wstring path = folder + L"\\" + runs[i].second;
+        // The summary goes last: while it is there, the run is seen and tried again.
+        removed = remove(path + std::wstring(errorSuffix)) && remove(path) && removed;
+    }
+    return removed;
+}
+
+}  // namespace dorvo

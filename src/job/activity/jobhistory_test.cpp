@@ -1,0 +1,149 @@
+#include "job/activity/jobhistory.h"
+
+#include <windows.h>
+
+#include "base/handle.h"
+#include "base/local_time.h"
+#include "job/activity/jobhistoryerror.h"
+#include "job/activity/jobhistoryinfo.h"
+#include "json_spirit/json_spirit.h"
+#include "support/store_test.h"
+
+namespace dorvo {
+namespace {
+
+class JobHistory : public test::StoreTest {
+protected:
+    std::string infoPath(const char* instance) const {
+        return toUtf8(jobHistoryInfoPath(job_, instance));
+    }
+    std::string errorPath(const char* instance) const {
+        return toUtf8(jobHistoryErrorPath(job_, instance));
+    }
+    bool exists(const char* name) const {
+        return GetFileAttributesW((job_ + L"\\hist\\" + toWide(name)).c_str()) !=
+               INVALID_FILE_ATTRIBUTES;
+    }
+    // Seconds after a day of 2011: no file system of the tests knows all times since 1601.
+    void writeAt(const char* name, uint64_t seconds) const {
+        const std::wstring path = job_ + L"\\hist\\" + toWide(name);
+        write(path, "{}");
+        const FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr));
+        const FILETIME written = toFileTime(129437500800000000 + seconds * ticksPerSecond);
+        SetFileTime(file.get(), nullptr, nullptr, &written);
+    }
+
+    const std::wstring job_ = dataPath(L"\\job\\1");
+};
+
+FILETIME timeOf(SYSTEMTIME time) {
+    FILETIME result;
+    SystemTimeToFileTime(&time, &result);
+    return result;
+}
+
+TEST_F(JobHistory, InfoIsSavedWhenItGoes) {
+    {
+        JobHistoryInfo info(infoPath("e1"));
+        EXPECT_FALSE(info.instanceId(nullptr));
+        EXPECT_FALSE(info.instanceId(""));
+        EXPECT_TRUE(info.instanceId("e1"));
+        EXPECT_TRUE(info.type("backup"));
+        EXPECT_TRUE(info.starttime(timeOf({2011, 3, 0, 4, 5, 6, 7, 999})));
+        EXPECT_TRUE(info.endtime(timeOf({2011, 12, 0, 31, 23, 59, 59, 0})));
+        EXPECT_TRUE(info.totalsize(int64_t{1} << 40));
+        EXPECT_TRUE(info.filescount(3));
+        EXPECT_TRUE(info.state("Running"));
+        EXPECT_TRUE(info.state("Completed"));
+        EXPECT_TRUE(info.speed(1024));
+        EXPECT_FALSE(exists("e1"));
+    }
+    EXPECT_EQ(contentOf(jobHistoryInfoPath(job_, "e1")), R"({
+    "endtime" : "2011-12-31 23:59:59",
+    "filescount" : 3,
+    "instanceId" : "e1",
+    "speed" : 1024,
+    "starttime" : "2011-3-4 05:06:07",
+    "state" : "Completed",
+    "totalsize" : 1099511627776,
+    "type" : "backup"
+})");
+    JobHistoryInfo again(infoPath("e1"));
+    EXPECT_EQ(again.values().at("totalsize").get_int64(), int64_t{1} << 40);
+}
+
+// A removed job's folder must not come back with a late destructor.
+TEST_F(JobHistory, InfoIsNotWrittenTwice) {
+    {
+        JobHistoryInfo info(infoPath("e1"));
+        info.state("Completed");
+        ASSERT_TRUE(info.save());
+        rm_rf(job_, true);
+    }
+    EXPECT_FALSE(exists("e1"));
+}
+
+TEST_F(JobHistory, RefusesATimeOutsideTheCalendar) {
+    JobHistoryInfo info(infoPath("e1"));
+    EXPECT_FALSE(info.starttime(toFileTime(~uint64_t{0})));
+    EXPECT_TRUE(info.values().empty());
+    EXPECT_EQ(JobHistoryInfo::timeText(toFileTime(0)), "1601-1-1 00:00:00");
+}
+
+TEST_F(JobHistory, ErrorsAreLoadedAgain) {
+    {
+        JobHistoryError errors(errorPath("e1"));
+        EXPECT_FALSE(errors.add(nullptr, 5, "x"));
+        EXPECT_FALSE(errors.add(L"", 5, "x"));
+        EXPECT_TRUE(errors.add(L"C:\\\u00e9", 0xFFFFFFFF, "gone"));
+        EXPECT_TRUE(errors.save());
+    }
+    JobHistoryError errors(errorPath("e1"));
+    EXPECT_TRUE(errors.add(L"C:\\\u00e9", 5, nullptr));
+    EXPECT_EQ(json_spirit::write(json_spirit::Value(errors.values())),
+              "[{\"code\":4294967295,\"path\":\"C:\\\\\xC3\xA9\",\"reason\":\"gone\"},"
+              "{\"code\":5,\"path\":\"C:\\\\\xC3\xA9\",\"reason\":\"\"}]");
+}
+
+TEST_F(JobHistory, IdThatIsNoFileNameHasNoDocuments) {
+    for (const char* id : {"", "..", "a\\b", "a/b", "NUL"}) {
+        EXPECT_EQ(jobHistoryInfoPath(job_, id), L"") << id;
+        EXPECT_EQ(jobHistoryErrorPath(job_, id), L"") << id;
+    }
+}
+
+TEST_F(JobHistory, KeepsTheLastRuns) {
+    EXPECT_TRUE(trimJobHistory(job_));
+    writeAt("old", 1000);
+    writeAt("old.errors", 1000);
+    writeAt("older, with late errors", 500);
+    writeAt("older, with late errors.errors", 3000);
+    writeAt("errors only.errors", 900);
+    writeAt("new", 2000);
+    createDirectories(job_ + L"\\hist\\folder");
+
+    EXPECT_TRUE(trimJobHistory(job_, 4));
+    EXPECT_TRUE(exists("errors only.errors"));
+    EXPECT_TRUE(trimJobHistory(job_, 2));
+    EXPECT_FALSE(exists("errors only.errors"));
+    EXPECT_FALSE(exists("old"));
+    EXPECT_FALSE(exists("old.errors"));
+    EXPECT_TRUE(exists("older, with late errors"));
+    EXPECT_TRUE(exists("older, with late errors.errors"));
+    EXPECT_TRUE(exists("new"));
+    EXPECT_TRUE(exists("folder"));
+}
+
+TEST_F(JobHistory, GoesOnPastARunThatCannotBeRemoved) {
+    writeAt("a", 1000);
+    writeAt("b", 2000);
+    const FileHandle held(CreateFileW((job_ + L"\\hist\\a").c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    EXPECT_FALSE(trimJobHistory(job_, 0));
+    EXPECT_TRUE(exists("a"));
+    EXPECT_FALSE(exists("b"));
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,119 @@
+#include "job/source/extensitonsfilterpolicy.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include "base/handle.h"
+#include "job/source/filterpolicyfactory.h"
+
+namespace dorvo {
+namespace {
+
+using Extensions = std::vector<std::wstring>;
+
+constexpr int include = 1;
+constexpr int exclude = 2;
+
+TEST(ExtensionFilter, BuildsOnePatternOfAList) {
+    struct Row {
+        Extensions extensions;
+        const wchar_t* including;
+        const wchar_t* excluding;
+    };
+    const Row rows[] = {
+        {{L"*.TXT", L".doc"}, L".*(TXT|doc)$", L".*(TXT|doc)$"},
+        {{L"txt"}, L".*(txt)$", L".*(txt)$"},
+        {{L"*.*", L"", L"...", L"*.tar.gz"}, L".*(tar.gz)$", L".*(tar.gz)$"},
+        {{}, L".*", L""},
+        {{L"*.*"}, L".*", L""},
+        {{L".."}, L".*", L""},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(ExtensitonsFilterPolicy::pattern(true, row.extensions), row.including);
+        EXPECT_EQ(ExtensitonsFilterPolicy::pattern(false, row.extensions), row.excluding);
+    }
+}
+
+TEST(ExtensionFilter, TellsWhatBelongsToTheBackup) {
+    struct Row {
+        int type;
+        Extensions extensions;
+        const wchar_t* name;
+        bool included;
+    };
+    const Row rows[] = {
+        {include, {L"*.TXT", L".doc"}, L"notes.txt", true},
+        {include, {L"*.TXT", L".doc"}, L"NOTES.TXT", true},
+        {include, {L"*.TXT", L".doc"}, L"mytxt", true},
+        {include, {L"*.TXT", L".doc"}, L"C:\\docs\\a.doc", true},
+        {include, {L"*.TXT", L".doc"}, L"a.docx", false},
+        {include, {L"*.TXT", L".doc"}, L"txt.", false},
+        {include, {}, L"anything", true},
+        {include, {L"*.*"}, L"anything", true},
+        {exclude, {}, L"anything", true},
+        {exclude, {L"*.*"}, L"anything", true},
+        {exclude, {L"*.*"}, L"", false},  // the empty pattern matches the empty name
+        {exclude, {L"tmp"}, L"a.TMP", false},
+        {exclude, {L"tmp"}, L"atmp", false},
+        {exclude, {L"tmp"}, L"tmp.txt", true},
+        {include, {L"jpe?g"}, L"a.jpg", true},  // a piece of a regular expression
+        {include, {L"jpe?g"}, L"a.jpe?g", false},
+        {include, {L"\u00e9"}, L"caf.\u00e9", true},
+    };
+    for (const Row& row : rows) {
+        const auto filter = FilterPolicyFactory::create(row.type, row.extensions);
+        ASSERT_NE(filter, nullptr);
+        EXPECT_EQ(filter->isInclude(row.name), row.included)
+            << row.type << ' ' << testing::PrintToString(row.extensions) << ' '
+            << testing::PrintToString(std::wstring(row.name));
+    }
+}
+
+TEST(FilterFactory, MakesNoFilterForOtherTypes) {
+    for (const int type : {0, 3, -1}) {
+        EXPECT_EQ(FilterPolicyFactory::create(type, {L"txt"}), nullptr) << type;
+    }
+    BackupJobDefinition definition("1", L"n", "u");
+    EXPECT_EQ(FilterPolicyFactory::create(definition), nullptr);
+    definition.setFilter(exclude, {L"tmp"});
+    const auto filter = FilterPolicyFactory::create(definition);
+    ASSERT_NE(filter, nullptr);
+    EXPECT_FALSE(filter->isInclude(L"a.tmp"));
+}
+
+TEST(FilterFactory, BrokenExpressionThrows) {
+    EXPECT_THROW(FilterPolicyFactory::create(include, {L"a(b"}), std::regex_error);
+}
+
+// Run on the smallest stack that a thread of the host may have.
+TEST(ExtensionFilter, LongestNamesLeaveTheStackWhole) {
+    struct Work {
+        bool passed = true;
+        void check(bool condition) { passed = passed && condition; }
+        void run() {
+            for (const size_t length : {255U, 300U, 301U, 4096U, 32760U}) {
+                const std::wstring stem(length, L'a');
+                for (const wchar_t* extension : {L"txt", L"(t|x)+", L"((t*x*)+)"}) {
+                    ExtensitonsFilterPolicy filter(true, {extension, L"doc"});
+                    check(filter.isInclude((stem + L"txt").c_str()));
+                    check(filter.isInclude((stem + L".DOC").c_str()));
+                }
+                ExtensitonsFilterPolicy greedy(true, {L"(a|b)+c"});
+                check(greedy.isInclude((stem + L"c").c_str()));
+            }
+        }
+    } work;
+    const auto entry = [](void* argument) -> DWORD {
+        static_cast<Work*>(argument)->run();
+        return 0;
+    };
+    constexpr SIZE_T stack = 1 << 20;
+    const KernelHandle thread(
+        CreateThread(nullptr, stack, entry, &work, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
+    ASSERT_TRUE(thread);
+    WaitForSingleObject(thread.get(), INFINITE);
+    EXPECT_TRUE(work.passed);
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,7 @@
+#include "job/source/filterpolicy.h"
+
+namespace dorvo {
+
+FilterPolicy::~FilterPolicy() = default;
+
+}  // namespace dorvo
