@@ -1,17 +1,30 @@
 # Code without an operating system in it, built natively too: clang's sanitizers and fuzzers
 # reach it there. A test is listed beside what it tests.
 set(pure_sources
+    libs/httpmsg/http_base.cpp
+    libs/httpmsg/http_headers.cpp
+    libs/httpmsg/http_names.cpp
+    libs/httpmsg/http_query_string.cpp
+    libs/httpmsg/http_request.cpp
+    libs/httpmsg/http_response.cpp
+    libs/httpmsg/http_response_parser.cpp
     libs/json_spirit/boost_json.cpp
     libs/json_spirit/reader.cpp
     libs/json_spirit/value.cpp
     libs/json_spirit/writer.cpp
     src/base/md5.cpp
+    src/http_util/http_chunked_decoder.cpp
+    src/http_util/http_location.cpp
     src/job/activity/sourcerecord.cpp
     src/storage/block_form.cpp
     src/storage/request_bodies.cpp)
 set(pure_tests
+    libs/httpmsg/http_headers_test.cpp
+    libs/httpmsg/http_response_parser_test.cpp
     libs/json_spirit/json_spirit_test.cpp
     src/base/md5_test.cpp
+    src/http_util/http_chunked_decoder_test.cpp
+    src/http_util/http_location_test.cpp
     src/job/activity/sourcerecord_test.cpp
     src/storage/block_form_test.cpp
     src/storage/request_bodies_test.cpp)

@@ -167,9 +167,10 @@ int Web_Server_Invoker::send_failed(HTTP_Command& command, uint32_t error) {
     if (invoker_ != nullptr) {
         invoker_->close();
     }
-    error_ = error;
+    // An invoker that was called out of order has no error of its own.
+    error_ = error != 0 ? error : ERROR_GEN_FAILURE;
     log(LogLevel::error, "%s: Send request failed. error = %d.\n", command.name().c_str(),
-        static_cast<int>(error));
+        static_cast<int>(error_));
     command.state(HTTP_Command::SEND_FAILED);
     return -1;
 }

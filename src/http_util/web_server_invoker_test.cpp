@@ -218,8 +218,7 @@ TEST_F(WebServerInvoker, LimitsAChunkedBody) {
 }
 
 TEST_F(WebServerInvoker, ReconnectsWhenTheServerClosedAnIdleConnection) {
-    test::Signal closed(true);
-    serve([&](ScriptedPeer& peer, int) {
+    serve([](ScriptedPeer& peer, int) {
         peer.request();
         peer.answer("{}");
     });

@@ -23,7 +23,11 @@ namespace dorvo::test {
 // One connection, as its script sees it.
 class ScriptedPeer {
 public:
-    explicit ScriptedPeer(SOCKET socket) : socket_(socket) {}
+    explicit ScriptedPeer(SOCKET socket) : socket_(socket) {
+        const BOOL on = TRUE;  // pieces go out as they are sent
+        setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on),
+                   sizeof(on));
+    }
 
     // The next request, head and body as they came; empty when the client has closed.
     std::string request() {
