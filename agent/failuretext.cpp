@@ -19,14 +19,14 @@ std::string serverText() {
 
 std::string failureText(uint32_t code) {
     if (isHttpStatus(code)) {
-        const int status = static_cast<int>(code & statusUnmark);
+        const int status = static_cast<int>(withoutHttpMark(code));
         return "HTTP status " + std::to_string(status) + ", " + http_status_string(status);
     }
     return errorText(code) + " (error " + std::to_string(code) + ")";
 }
 
 std::string requestFailure(uint32_t code, const std::string& user) {
-    constexpr uint32_t tooManyTries = statusMark | 429;
+    constexpr uint32_t tooManyTries = withHttpMark(429);
     switch (code) {
         case errorUnauthorized:
         case errorNotAcceptable:

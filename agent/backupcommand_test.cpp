@@ -1,0 +1,62 @@
+#include "backupcommand.h"
+
+#include <gtest/gtest.h>
+
+#include "agenterror.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::unique_ptr<JobDefinition> backup(const char* id, const wchar_t* name, const char* user,
+                                      std::vector<std::wstring> source) {
+    auto job = std::make_unique<BackupJobDefinition>(id, name, user);
+    job->setSource(std::move(source));
+    return job;
+}
+
+class Jobs : public testing::Test {
+protected:
+    Jobs() {
+        jobs_.push_back(backup("1", L"docs", "alice", {L"C:\\a", L"C:\\b"}));
+        jobs_.push_back(backup("2", L"docs (2)", "alice", {L"C:\\a"}));
+        jobs_.push_back(backup("3", L"DOCS", "bob", {L"C:\\a"}));
+        jobs_.push_back(backup("4", L"1", "bob", {L"D:\\"}));
+    }
+
+    JobList jobs_;
+};
+
+TEST_F(Jobs, AreFoundByIdBeforeNameWithoutRegardToCase) {
+    EXPECT_EQ(findJob(jobs_, "1").id(), "1");
+    EXPECT_EQ(findJob(jobs_, "Docs (2)").id(), "2");
+    EXPECT_THROW(findJob(jobs_, "docs"), AgentError);  // alice's or bob's?
+    EXPECT_THROW(findJob(jobs_, "doc"), AgentError);
+    EXPECT_THROW(findJob(jobs_, ""), AgentError);
+}
+
+TEST_F(Jobs, TheSamePathsOfAUserAreTheSameJobInWhateverOrder) {
+    using Paths = std::vector<std::wstring>;
+    EXPECT_EQ(findBackup(jobs_, "alice", Paths{L"c:\\B", L"C:\\a"}), jobs_[0].get());
+    EXPECT_EQ(findBackup(jobs_, "alice", Paths{L"C:\\A"}), jobs_[1].get());
+    EXPECT_EQ(findBackup(jobs_, "bob", Paths{L"C:\\a"}), jobs_[2].get());
+    EXPECT_EQ(findBackup(jobs_, "alice", Paths{L"C:\\b"}), nullptr);
+    EXPECT_EQ(findBackup(jobs_, "carol", Paths{L"C:\\a"}), nullptr);
+    EXPECT_EQ(findBackup(jobs_, "bob", std::wstring(L"docs")), jobs_[2].get());
+}
+
+TEST_F(Jobs, ANameThatIsTakenGetsANumber) {
+    EXPECT_EQ(freeName(jobs_, "alice", L"Docs"), L"Docs (3)");
+    EXPECT_EQ(freeName(jobs_, "bob", L"docs"), L"docs (2)");
+    EXPECT_EQ(freeName(jobs_, "carol", L"docs"), L"docs");
+}
+
+TEST(ReadExtensions, TakesTheFormsThatPeopleWriteAndRefusesNoPatterns) {
+    EXPECT_EQ(readExtensions({"txt", ".doc", "*.tar.gz"}),
+              (std::vector<std::wstring>{L"txt", L".doc", L"*.tar.gz"}));
+    for (const char* text : {"", ".", "*.*", "a(b", "[x", "a)"}) {
+        EXPECT_THROW(readExtensions({"txt", text}), AgentError) << text;
+    }
+}
+
+}  // namespace
+}  // namespace dorvo::agent

@@ -1,0 +1,122 @@
+#include "commandline.h"
+
+#include <gmock/gmock.h>
+
+#include "commands.h"
+#include "exitcode.h"
+#include "faketerminal.h"
+
+namespace dorvo::agent {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// Runs against the machine of the tests, on which no server is set and nobody has logged in.
+class CommandLine : public testing::Test {
+protected:
+    int run(const std::vector<std::string>& arguments) {
+        terminal_ = FakeTerminal();
+        return runCommandLine(arguments, makeCommands(), terminal_);
+    }
+
+    FakeTerminal terminal_;
+};
+
+TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
+    struct Row {
+        std::vector<std::string> arguments;
+        const char* says;
+    };
+    for (const Row& row : {
+             Row{{}, "subcommand is required"},
+             Row{{"bakcup"}, "agent --help"},
+             Row{{"backup"}, "PATH"},
+             Row{{"backup", "C:\\", "--frobnicate"}, "agent backup --help"},
+             Row{{"backup", "C:\\", "--only-ext", "a", "--skip-ext", "b"}, "--skip-ext"},
+             Row{{"backup", "C:\\", "--daily", "10:00"}, "not expected"},
+             Row{{"server"}, "agent server --help"},
+             Row{{"server", "set"}, "HOST:PORT"},
+             Row{{"server", "set", "nowhere"}, "HOST:PORT"},
+             Row{{"server", "set", "host:99999"}, "HOST:PORT"},
+             Row{{"login"}, "USER"},
+             Row{{"show"}, "JOB"},
+             Row{{"show", "x", "--runs", "many"}, "many"},
+             Row{{"jobs", "extra"}, "extra"},
+             Row{{"exclude", "add"}, "PATH"},
+             Row{{"exclude", "add", "C:\\*"}, "no path"},
+         }) {
+        EXPECT_EQ(run(row.arguments), exitUsage) << row.says;
+        ASSERT_THAT(terminal_.errors, SizeIs(1)) << row.says;
+        EXPECT_THAT(terminal_.errors[0], HasSubstr(row.says));
+        EXPECT_EQ(terminal_.errors[0].find('\n'), std::string::npos);
+        EXPECT_EQ(terminal_.errors[0].back(), '.');
+        EXPECT_THAT(terminal_.lines, IsEmpty());
+    }
+}
+
+TEST_F(CommandLine, EveryCommandHasAHelpWithAnExample) {
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"server"},
+                                               {"server", "set"},
+                                               {"login"},
+                                               {"backup"},
+                                               {"start"},
+                                               {"resume"},
+                                               {"jobs"},
+                                               {"show"},
+                                               {"instances"},
+                                               {"exclude"},
+                                               {"exclude", "add"},
+                                               {"exclude", "remove"},
+                                               {"exclude", "list"}}) {
+        std::vector<std::string> arguments = command;
+        arguments.emplace_back("--help");
+        EXPECT_EQ(run(arguments), exitDone) << command.back();
+        ASSERT_THAT(terminal_.lines, SizeIs(1)) << command.back();
+        EXPECT_THAT(terminal_.lines[0], HasSubstr("Example:\n  agent " + command.front()));
+        EXPECT_THAT(terminal_.errors, IsEmpty());
+    }
+    EXPECT_EQ(run({"--help"}), exitDone);
+    EXPECT_THAT(terminal_.lines[0], HasSubstr("resume"));
+}
+
+TEST_F(CommandLine, SaysWhatToDoFirst) {
+    struct Row {
+        std::vector<std::string> arguments;
+        const char* says;
+    };
+    for (const Row& row : {
+             Row{{"login", "alice", "--password-stdin"}, "agent server set HOST:PORT"},
+             Row{{"backup", "C:\\windows"}, "agent server set HOST:PORT"},
+             Row{{"instances"}, "agent server set HOST:PORT"},
+             Row{{"show", "docs"}, "no job 'docs'"},
+             Row{{"exclude", "list", "--job", "docs"}, "no job 'docs'"},
+             Row{{"exclude", "remove", "C:\\nothing"}, "is not excluded"},
+         }) {
+        EXPECT_EQ(run(row.arguments), exitFailed) << row.says;
+        ASSERT_THAT(terminal_.errors, SizeIs(1)) << row.says;
+        EXPECT_THAT(terminal_.errors[0], HasSubstr(row.says));
+    }
+}
+
+TEST_F(CommandLine, EmptyListingsAreEmptyDocuments) {
+    EXPECT_EQ(run({"jobs", "--json"}), exitDone);
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"[]"});
+    EXPECT_EQ(run({"exclude", "list", "--json"}), exitDone);
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"[]"});
+}
+
+TEST_F(CommandLine, ExclusionsAreAddedOnceAndRemoved) {
+    EXPECT_EQ(run({"exclude", "add", "c:/WINDOWS/no such folder/"}), exitDone);
+    EXPECT_EQ(run({"exclude", "add", "C:\\windows\\NO such folder"}), exitDone);
+    EXPECT_EQ(run({"exclude", "list"}), exitDone);
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"C:\\windows\\no such folder"});
+    EXPECT_EQ(run({"exclude", "remove", "C:\\windows\\No such folder"}), exitDone);
+    EXPECT_EQ(run({"exclude", "list", "--json"}), exitDone);
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"[]"});
+}
+
+}  // namespace
+}  // namespace dorvo::agent

@@ -1,0 +1,82 @@
+#include "jobview.h"
+
+#include <gtest/gtest.h>
+
+#include "jobdef/backupjobdefinition.h"
+#include "table.h"
+
+namespace dorvo::agent {
+namespace {
+
+class JobViewTest : public testing::Test {
+protected:
+    JobViewTest() {
+        job_.setSource({L"C:\\a", L"C:\\\u00E4"});
+        job_.setFilter(2, {L"tmp"});
+        view_.job = &job_;
+        view_.recorded = true;
+        set(JobState::running);
+    }
+    void set(JobState state) { view_.record.state = static_cast<int32_t>(state); }
+
+    BackupJobDefinition job_{"id", L"docs", "alice"};
+    JobView view_;
+};
+
+TEST_F(JobViewTest, ARunWithoutItsProcessIsInterrupted) {
+    EXPECT_EQ(stateText(view_), "interrupted");
+    view_.live = true;
+    EXPECT_EQ(stateText(view_), "running");
+    view_.live = false;
+    set(JobState::paused);
+    EXPECT_EQ(stateText(view_), "paused");
+    set(JobState::completed);
+    EXPECT_EQ(stateText(view_), "completed");
+    view_.recorded = false;
+    EXPECT_EQ(stateText(view_), "none");
+}
+
+TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
+    const auto text = [&] {
+        return json_spirit::write(json_spirit::Ordered_value(summaryJson(view_)));
+    };
+    view_.record.totalSize = 10;
+    view_.record.doneSize = 5;
+    EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
+                      R"("state":"interrupted","progress":50,"files":0,"fileCount":0,"bytes":5,)"
+                      R"("totalBytes":10,"speed":0,"remainTime":5,"file":""})");
+    set(JobState::completed);
+    EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup",)"
+                      R"("storage":"web","state":"completed"})");
+}
+
+TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
+    set(JobState::completed);
+    const std::vector<PastRun> runs = {{.instanceId = "i",
+                                        .startTime = "2026-1-2 03:04:05",
+                                        .endTime = "2026-1-2 03:05:05",
+                                        .state = "completed",
+                                        .files = 2,
+                                        .totalSize = 10,
+                                        .bytesPerSecond = 1,
+                                        .failed = {{"C:\\a\\b", 5, "denied"}}}};
+    const json_spirit::Ordered_object json = detailJson(view_, runs);
+    const std::string text = json_spirit::write(json_spirit::Ordered_value(json));
+    EXPECT_NE(text.find("\"source\":[\"C:\\\\a\",\"C:\\\\\xC3\xA4\"],\"filter\":\"skip\","
+                        R"("extensions":["tmp"],"compress":true,"runs":[{"instanceId":"i",)"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find(R"("failed":[{"path":"C:\\a\\b","code":5,"reason":"denied"}])"),
+              std::string::npos);
+    const std::string shown = detailText(view_, runs);
+    EXPECT_NE(shown.find("failed: C:\\a\\b: denied\n"), std::string::npos) << shown;
+    EXPECT_NE(detailText(view_, {}).find("No finished runs"), std::string::npos);
+}
+
+TEST(Table, AlignsByCharactersAndNeverAfterTheLastColumn) {
+    EXPECT_EQ(tableText({"A", "B"}, {{"\xC3\xA4\xC3\xB6\xC3\xBC", "1"}, {"x", "22"}}),
+              "A    B\n\xC3\xA4\xC3\xB6\xC3\xBC  1\nx    22\n");
+}
+
+}  // namespace
+}  // namespace dorvo::agent
