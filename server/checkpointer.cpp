@@ -1,7 +1,7 @@
 #include "checkpointer.h"
 
-#include <cstdio>
 #include <exception>
+#include <iostream>
 
 #include "sqlite.h"
 
@@ -40,7 +40,7 @@ void Checkpointer::work() {
             checkpoint();
         } catch (const std::exception& error) {
             // Nothing is lost: the log keeps all of it, and the next commit pokes again.
-            std::fprintf(stderr, "checkpoint: %s\n", error.what());
+            std::cerr << std::string("checkpoint: ") + error.what() + "\n";
         }
         lock.lock();
     }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cstdio>
+#include <iostream>
 
 #include "json_body.h"
 #include "service_error.h"
@@ -122,7 +122,7 @@ WebReply Dispatcher::handle(const WebRequest& request) {
     } catch (const ServiceError& error) {
         return errorReply(error.status(), error.what());
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", request.path.c_str(), error.what());
+        std::cerr << request.path + ": " + error.what() + "\n";
         return errorReply(503, "the storage is not available");
     }
 }

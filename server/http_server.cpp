@@ -30,8 +30,8 @@ size_t workerCount() {
 }  // namespace
 
 struct HttpServer::Impl {
-    Impl(Dispatcher& dispatcher, const std::string& address, uint16_t port, HttpLimits limits,
-         Log log)
+    Impl(Dispatcher& dispatcher, const std::string& address, uint16_t port,
+         const HttpLimits& limits, Log log)
         : workers(workerCount()),
           acceptor(asio::make_strand(io)),
           retry(acceptor.get_executor()),
@@ -160,7 +160,7 @@ struct HttpServer::Impl {
 };
 
 HttpServer::HttpServer(Dispatcher& dispatcher, const std::string& address, uint16_t port,
-                       HttpLimits limits, Log log)
+                       const HttpLimits& limits, Log log)
     : impl_(std::make_unique<Impl>(dispatcher, address, port, limits, std::move(log))) {}
 
 HttpServer::~HttpServer() {

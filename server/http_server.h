@@ -32,8 +32,8 @@ public:
 
     // Begins to serve; throws std::exception when it cannot listen there. Port 0: any free one.
     // Borrows the dispatcher. The log is called from any thread.
-    HttpServer(Dispatcher& dispatcher, const std::string& address, uint16_t port, HttpLimits limits,
-               Log log);
+    HttpServer(Dispatcher& dispatcher, const std::string& address, uint16_t port,
+               const HttpLimits& limits, Log log);
     // stop()
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;

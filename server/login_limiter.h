@@ -16,7 +16,7 @@ namespace dorvo {
 class LoginLimiter {
 public:
     static constexpr int maxFailures = 10;
-    static constexpr int64_t windowSeconds = 15 * 60;
+    static constexpr int64_t windowSeconds = int64_t{15} * 60;
     static constexpr size_t maxPairs = 10000;
 
     bool allowed(const std::string& user, const std::string& address, int64_t now);

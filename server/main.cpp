@@ -1,5 +1,7 @@
+#include <pthread.h>
+#include <sys/stat.h>
+
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -14,7 +16,7 @@ constexpr int failed = 1;
 constexpr int wrongUsage = 2;
 
 int complain(const std::exception& error, int code) {
-    std::fprintf(stderr, "storage-server: %s\n", error.what());
+    std::cerr << "storage-server: " << error.what() << "\n";
     return code;
 }
 
@@ -25,7 +27,7 @@ int addUser(const dorvo::CommandLine& command) {
         password.pop_back();
     }
     dorvo::addUser(command.options.data, command.user, password);
-    std::printf("user %s added\n", command.user.c_str());
+    std::cout << "user " << command.user << " added\n";
     return 0;
 }
 
@@ -41,8 +43,7 @@ int serve(const dorvo::CommandLine& command) {
     const dorvo::RequestLog log(command.logFile);
     dorvo::StorageServer server(command.options,
                                 [&log](const std::string& line) { log.write(line); });
-    std::printf("listening on %s\n", server.endpoint().c_str());
-    std::fflush(stdout);
+    std::cout << "listening on " << server.endpoint() << std::endl;
     int signal = 0;
     sigwait(&stopSignals, &signal);
     server.stop();
@@ -52,6 +53,8 @@ int serve(const dorvo::CommandLine& command) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // What the service keeps is its owner's alone.
+    ::umask(077);
     dorvo::CommandLine command;
     try {
         command = dorvo::parseCommandLine(argc, argv);
@@ -60,7 +63,7 @@ int main(int argc, char** argv) {
     }
     try {
         switch (command.verb) {
-            case dorvo::CommandLine::Verb::help: std::fputs(command.text.c_str(), stdout); return 0;
+            case dorvo::CommandLine::Verb::help: std::cout << command.text; return 0;
             case dorvo::CommandLine::Verb::addUser: return addUser(command);
             case dorvo::CommandLine::Verb::serve: return serve(command);
         }

@@ -51,8 +51,9 @@ void syncFileSystem(const fs::path& data) {
 }  // namespace
 
 std::string prepareDataFolder(const fs::path& data) {
-    ::umask(077);
-    fs::create_directories(data);
+    if (fs::create_directories(data)) {
+        fs::permissions(data, fs::perms::owner_all);
+    }
     return (data / "catalog.db").string();
 }
 
