@@ -12,10 +12,15 @@ set(pure_sources
     libs/json_spirit/reader.cpp
     libs/json_spirit/value.cpp
     libs/json_spirit/writer.cpp
+    src/base/job_state.cpp
     src/base/md5.cpp
     src/http_util/http_chunked_decoder.cpp
     src/http_util/http_location.cpp
+    src/job/activity/jobactivity.cpp
     src/job/activity/sourcerecord.cpp
+    src/job/job_states.cpp
+    src/job/joberror.cpp
+    src/scheduler/timer_heap.cpp
     src/storage/block_form.cpp
     src/storage/request_bodies.cpp)
 set(pure_tests
@@ -25,7 +30,10 @@ set(pure_tests
     src/base/md5_test.cpp
     src/http_util/http_chunked_decoder_test.cpp
     src/http_util/http_location_test.cpp
+    src/job/activity/jobactivity_test.cpp
     src/job/activity/sourcerecord_test.cpp
+    src/job/job_states_test.cpp
+    src/scheduler/timer_heap_test.cpp
     src/storage/block_form_test.cpp
     src/storage/request_bodies_test.cpp)
 

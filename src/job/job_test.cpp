@@ -1,0 +1,419 @@
+#include "job/job.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
+
+#include "base/error_text.h"
+#include "base/uuid.h"
+#include "job/jobcmdqueue.h"
+#include "scheduler/iocp_dispatcher.h"
+#include "support/log_capture.h"
+#include "support/test_job.h"
+
+namespace dorvo {
+namespace {
+
+using test::backupDefinition;
+using test::JobGround;
+using test::LogCapture;
+using test::TestJob;
+using test::value;
+
+class JobLifecycle : public testing::Test {
+protected:
+    // A job of its own that no manager knows.
+    std::unique_ptr<TestJob> make(const std::string& id) {
+        createDirectories(JobGround::directory(id));
+        return std::make_unique<TestJob>(backupDefinition(id));
+    }
+
+    JobGround ground_;
+};
+
+TEST_F(JobLifecycle, AStartReturnsWhenTheRunIsUnderWay) {
+    test::Signal leave;
+    TestJob::plans["a"].run = [&](TestJob& job) {
+        job.activity()->state = value(JobState::starting);
+        EXPECT_TRUE(job.running());
+        EXPECT_TRUE(job.setStartEvent());
+        EXPECT_TRUE(leave.wait());
+        job.activity()->state = value(JobState::completed);
+        return 7UL;
+    };
+    const auto job = make("a");
+    LogCapture log;
+    EXPECT_TRUE(job->wait(INFINITE)) << "there is no run";
+    EXPECT_TRUE(job->start());
+    EXPECT_EQ(job->state(), value(JobState::starting));
+    EXPECT_TRUE(job->running());
+    EXPECT_FALSE(job->wait(0));
+    const std::string instance = uuidText(reinterpret_cast<GUID&>(job->activity()->instanceId));
+    EXPECT_TRUE(
+        log.has(LogLevel::information, "Create uuid for job {a} instance, the uuid created is " +
+                                           instance + ", error = 0, " + errorText(0) + ".\n"));
+    EXPECT_TRUE(job->start()) << "it runs already";
+    leave.set();
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_FALSE(job->running());
+    EXPECT_TRUE(log.has(LogLevel::information,
+                        "Job {a, name of a} instance {" + instance + "} is running.\n"));
+}
+
+TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
+    TestJob::plans["a"].run = [](TestJob&) { return 1UL; };
+    TestJob::plans["b"].run = [](TestJob&) -> unsigned long { throw std::runtime_error("torn"); };
+    const auto silent = make("a");
+    EXPECT_TRUE(silent->start());
+    EXPECT_TRUE(silent->wait(INFINITE));
+    EXPECT_EQ(silent->state(), value(JobState::idle));
+    LogCapture log;
+    const auto throwing = make("b");
+    EXPECT_TRUE(throwing->start());
+    EXPECT_TRUE(throwing->wait(INFINITE));
+    EXPECT_EQ(throwing->state(), value(JobState::error));
+    EXPECT_TRUE(log.has(LogLevel::error, "Run of job {b} failed, torn.\n"));
+}
+
+TEST_F(JobLifecycle, ANewRunKeepsOnlyTheHistory) {
+    const auto job = make("a");
+    job->activity()->doneSize = 99;
+    job->activity()->lastRunState = 10;
+    job->activity()->nextRunTime = 12;
+    job->activity()->state = value(JobState::error);
+    EXPECT_TRUE(job->start());
+    EXPECT_EQ(job->activity()->doneSize, 0U);
+    EXPECT_EQ(job->lastRunState(), 10);
+    EXPECT_EQ(job->activity()->nextRunTime, 12U);
+    EXPECT_TRUE(job->ran.wait());
+    EXPECT_EQ(job->activity()->resuming, 0U);
+    EXPECT_TRUE(job->stop());
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_EQ(job->state(), value(JobState::cancelled));
+}
+
+TEST_F(JobLifecycle, WhatARunLeftBehindIsGoneBeforeTheNext) {
+    const auto job = make("a");
+    EXPECT_TRUE(job->start());
+    EXPECT_TRUE(job->ran.wait());
+    EXPECT_TRUE(job->stop());
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_TRUE(job->emit(JobCommand::stop)) << "too late for anybody";
+    job->activity()->pendingState = value(JobState::canceling);
+    EXPECT_TRUE(job->start()) << "joins the former thread";
+    EXPECT_TRUE(job->ran.wait()) << "and is not stopped by what came before";
+    EXPECT_EQ(job->activity()->pendingState, 0);
+    EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_TIMEOUT});
+}
+
+TEST_F(JobLifecycle, PausesAndGoesOnWithTheSameInstance) {
+    const auto job = make("a");
+    EXPECT_FALSE(job->resume()) << "it is idle";
+    EXPECT_TRUE(job->start());
+    EXPECT_TRUE(job->ran.wait());
+    const auto instance = job->activity()->instanceId;
+    EXPECT_TRUE(job->resume()) << "it runs already";
+    EXPECT_TRUE(job->pause(true));
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_EQ(job->state(), value(JobState::paused));
+    EXPECT_EQ(job->activity()->pausedManually, 1U);
+    LogCapture log;
+    EXPECT_TRUE(job->start()) << "a start of a paused job resumes it";
+    EXPECT_TRUE(job->ran.wait());
+    EXPECT_EQ(job->activity()->resuming, 1U);
+    EXPECT_EQ(job->activity()->instanceId, instance);
+    EXPECT_TRUE(log.has("Job {a, name of a} instance {" +
+                        uuidText(reinterpret_cast<const GUID&>(instance)) + "} is resuming.\n"));
+    EXPECT_EQ(ground_.events(), std::vector<std::string>{JobGround::event("a", "pausing")});
+}
+
+TEST_F(JobLifecycle, AnIdleJobIsParkedWithoutAThread) {
+    const auto job = make("a");
+    EXPECT_TRUE(job->pause(true));
+    EXPECT_EQ(job->state(), value(JobState::paused));
+    EXPECT_EQ(job->activity()->pausedManually, 1U);
+    EXPECT_FALSE(job->running());
+    EXPECT_TRUE(ground_.events().empty());
+    job->lock(true);
+    EXPECT_FALSE(job->resume());
+    EXPECT_EQ(job->activity()->pausedManually, 1U) << "a refused start changes nothing";
+    job->lock(false);
+    EXPECT_TRUE(job->resume());
+    EXPECT_TRUE(job->ran.wait());
+    EXPECT_TRUE(job->activity()->hasInstance()) << "there was no run to go on with";
+    EXPECT_EQ(job->activity()->resuming, 0U);
+}
+
+TEST_F(JobLifecycle, CommandsMeetOnlyWhatIsPending) {
+    const auto job = make("a");
+    job->activity()->state = value(JobState::running);
+    LogCapture log;
+    EXPECT_TRUE(job->pollEvent(0)) << "nothing is asked";
+    EXPECT_TRUE(job->pause(false));
+    EXPECT_EQ(job->activity()->pendingState, value(JobState::pausing));
+    EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_OBJECT_0});
+    EXPECT_TRUE(job->pause(false)) << "only signals again";
+    EXPECT_EQ(ground_.events().size(), 1U);
+    EXPECT_FALSE(job->pollEvent(0));
+    EXPECT_TRUE(log.has("Event PAUSE.\n"));
+    EXPECT_EQ(job->state(), value(JobState::pausing));
+    EXPECT_EQ(job->activity()->pendingState, 0);
+    EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_OBJECT_0})
+        << "an interrupter asks without taking the command, and goes on saying yes";
+    EXPECT_FALSE(job->pollEvent(0)) << "pausing, and nothing is asked";
+
+    job->activity()->state = value(JobState::running);
+    EXPECT_TRUE(job->stop());
+    EXPECT_TRUE(job->pause(true)) << "a stop is pending and stays one";
+    EXPECT_EQ(job->activity()->pendingState, value(JobState::canceling));
+    EXPECT_FALSE(job->pollEvent(0));
+    EXPECT_TRUE(log.has("Event STOP.\n"));
+    EXPECT_EQ(job->state(), value(JobState::canceling));
+
+    job->activity()->state = value(JobState::completing);
+    EXPECT_TRUE(job->pause(true));
+    EXPECT_TRUE(job->pollEvent(INFINITE)) << "too late to pause";
+    EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(ground_.events().size(), 2U);
+
+    job->activity()->state = value(JobState::paused);
+    EXPECT_FALSE(job->pollEvent(0));
+    EXPECT_TRUE(job->emit(JobCommand::resume));
+    EXPECT_TRUE(job->pollEvent(0));
+    EXPECT_TRUE(log.has("Event RESUME.\n"));
+    EXPECT_EQ(job->state(), value(JobState::running));
+
+    EXPECT_TRUE(job->emit(static_cast<JobCommand>(9)));
+    EXPECT_TRUE(job->pollEvent(0)) << "an unknown command is passed over";
+    job->activity()->state = value(JobState::completed);
+    EXPECT_FALSE(job->pollEvent(0));
+}
+
+TEST_F(JobLifecycle, AUsersPauseOfAPausedJobIsNotResumedAfterAnError) {
+    const auto job = make("a");
+    job->activity()->state = value(JobState::running);
+    EXPECT_TRUE(job->armResume());
+    EXPECT_TRUE(job->pause(false));
+    EXPECT_TRUE(job->pause(true)) << "while the job's own pause is pending";
+    EXPECT_EQ(job->activity()->pausedManually, 1U);
+    EXPECT_FALSE(job->armResume());
+    for (const JobState state : {JobState::pausing, JobState::paused}) {
+        job->activity()->state = value(state);
+        job->activity()->pausedManually = 0;
+        EXPECT_TRUE(job->armResume());
+        EXPECT_TRUE(job->pause(false));
+        EXPECT_EQ(job->activity()->pausedManually, 0U);
+        EXPECT_TRUE(job->pause(true));
+        EXPECT_EQ(job->activity()->pausedManually, 1U) << value(state);
+        EXPECT_FALSE(job->armResume());
+    }
+    job->activity()->state = value(JobState::completed);
+    job->activity()->pausedManually = 0;
+    EXPECT_TRUE(job->pause(true));
+    EXPECT_EQ(job->activity()->pausedManually, 0U) << "nothing to pause";
+}
+
+TEST_F(JobLifecycle, TheResumeTimerPutsACommandIntoTheQueue) {
+    ASSERT_TRUE(JobGround::manager()->submitJob(backupDefinition("a").release()));
+    TestJob* job = JobGround::job("a");
+    ASSERT_TRUE(JobGround::manager()->startJob("a"));
+    ASSERT_TRUE(job->ran.wait());
+    ASSERT_TRUE(job->pause(false));
+    ASSERT_TRUE(job->wait(INFINITE));
+    ErrorResumeTimer timer("a");
+    EXPECT_TRUE(timer.arm());
+    EXPECT_TRUE(timer.arm());
+    EXPECT_EQ(Iocp_Dispatcher::instance()->cancel_timer(&timer), 0);
+    EXPECT_EQ(Iocp_Dispatcher::instance()->cancel_timer(&timer), -1) << "one timer, armed twice";
+    timer.handle_timeout(Timeout_Handler::clockChanged);
+    EXPECT_EQ(Iocp_Dispatcher::instance()->cancel_timer(&timer), 0) << "armed anew";
+    EXPECT_EQ(job->state(), value(JobState::paused));
+    timer.handle_timeout(1);
+    EXPECT_TRUE(job->ran.wait()) << "the queue has resumed it";
+}
+
+TEST_F(JobLifecycle, ALockedOrRemovedJobStartsNothing) {
+    const auto job = make("a");
+    LogCapture log;
+    EXPECT_TRUE(job->lock(true));
+    EXPECT_FALSE(job->start());
+    EXPECT_TRUE(log.has("Job a is locked temporarily, do not allow to start.\n"));
+    EXPECT_EQ(job->state(), value(JobState::idle));
+    EXPECT_TRUE(job->activity()->hasInstance()) << "the instance comes before the refusal";
+    EXPECT_TRUE(job->remove());
+    EXPECT_FALSE(job->start());
+    EXPECT_TRUE(log.has("Job a is removing, do not allow to start.\n")) << "tested first";
+    EXPECT_TRUE(job->remove());
+    EXPECT_TRUE(log.has(LogLevel::information, "Job a is removing.\n"));
+}
+
+TEST_F(JobLifecycle, AJobWithoutARecordRefusesEverything) {
+    TestJob job(backupDefinition("nowhere"));  // no directory, no record
+    EXPECT_EQ(job.activity().get(), nullptr);
+    EXPECT_EQ(job.state(), value(JobState::none));
+    EXPECT_FALSE(job.start());
+    EXPECT_FALSE(job.resume());
+    EXPECT_FALSE(job.pause(true));
+    EXPECT_FALSE(job.startTask());
+    EXPECT_FALSE(job.armResume());
+    EXPECT_EQ(job.progress(), 0);
+    EXPECT_TRUE(job.file().empty());
+    json_spirit::Object object;
+    job.toJSON(object);
+    EXPECT_EQ(json_spirit::write(json_spirit::Value(object)), R"({"id":"nowhere","state":"none"})");
+}
+
+TEST_F(JobLifecycle, ADestroyedJobHasPausedItsRun) {
+    auto job = make("a");
+    EXPECT_TRUE(job->start());
+    EXPECT_TRUE(job->ran.wait());
+    job.reset();
+    JobActivity record{};
+    ASSERT_TRUE(JobActivityHandle::read("a", record));
+    EXPECT_EQ(record.state, value(JobState::paused));
+    EXPECT_EQ(record.pausedManually, 0U);
+    // What the record says alone is no run: nothing is paused.
+    job = make("a");
+    job->activity()->state = value(JobState::running);
+    job.reset();
+    ASSERT_TRUE(JobActivityHandle::read("a", record));
+    EXPECT_EQ(record.state, value(JobState::running));
+}
+
+TEST_F(JobLifecycle, TellsItsStateInALine) {
+    struct Row {
+        const char* name;
+        int32_t state;
+        uint32_t resuming;
+        uint64_t offset, size;
+        uint32_t index, count;
+        const char* text;
+    };
+    constexpr Row rows[] = {
+        {"in a file", 3, 0, 5, 10, 2, 4, R"(running at file 2 "C:\ä" size 10 offset 5)"},
+        {"resumed between files", 3, 1, 10, 10, 2, 4, "resuming at file 3"},
+        {"after the last", 2, 1, 0, 0, 4, 4, "starting"},
+        {"paused", 6, 1, 0, 0, 0, 1, "paused at file 1"},
+        {"completing", 4, 0, 5, 10, 0, 1, "completingused time: 12"},
+        {"pausing", 5, 0, 5, 10, 0, 1, "pausing."},
+        {"idle", 1, 0, 0, 0, 0, 0, "idle."},
+        {"unknown", 77, 0, 0, 0, 0, 0, "none."},
+    };
+    const auto job = make("a");
+    for (const Row& row : rows) {
+        job->activity().reset(3, true);
+        job->activity()->resuming = row.resuming;
+        job->activity()->fileOffset = row.offset;
+        job->activity()->fileSize = row.size;
+        job->activity()->fileIndex = row.index;
+        job->activity()->fileCount = row.count;
+        job->activity()->usedTime = 129'999'999;
+        job->activity()->currentFilePath(L"C:\\\u00e4");
+        std::ostringstream text;
+        job->dumpState(text, row.state);
+        EXPECT_EQ(text.str(), std::string("Job {a, name of a} instance "
+                                          "{00000000-0000-0000-0000-000000000000} is ") +
+                                  row.text)
+            << row.name;
+    }
+}
+
+TEST_F(JobLifecycle, TellsItsStateInJson) {
+    struct Row {
+        const char* name;
+        int32_t state;
+        int32_t pending;
+        uint32_t fileState;
+        const char* text;
+    };
+    constexpr Row rows[] = {
+        {"idle", 1, 0, 1, R"({"id":"a","state":"idle"})"},
+        {"a stop is pending", 3, 8, 1, R"({"id":"a","state":"canceling"})"},
+        {"a pause is pending", 3, 5, 1,
+         R"({"currentFileState":"encoding","file":"C:\\ä","fileProgress":25,"id":"a","progress":50,"remainTime":1,"speed":7,"state":"pausing"})"},
+        {"paused", 6, 0, 2,
+         R"({"currentFileState":"transfer","file":"C:\\ä","fileProgress":25,"id":"a","paused-manually":true,"progress":50,"remainTime":1,"speed":7,"state":"paused"})"},
+        {"odd values", 4, 7, 9,
+         R"({"currentFileState":"none","file":"C:\\ä","fileProgress":25,"id":"a","progress":50,"remainTime":1,"speed":7,"state":"completing"})"},
+    };
+    const auto job = make("a");
+    for (const Row& row : rows) {
+        JobActivity& record = *job->activity().get();
+        record.reset(row.state, true);
+        record.pendingState = row.pending;
+        record.pausedManually = 1;
+        record.totalSize = 200;
+        record.doneSize = 75;
+        record.fileOffset = 25;
+        record.fileSize = 100;
+        record.transferred = 7;
+        record.currentFileState = row.fileState;
+        record.currentFilePath(L"C:\\\u00e4");
+        json_spirit::Object object;
+        job->toJSON(object);
+        EXPECT_EQ(json_spirit::write(json_spirit::Value(object)), row.text) << row.name;
+    }
+}
+
+TEST_F(JobLifecycle, ReportsErrorsWithTheirReason) {
+    const auto job = make("a");
+    job->activity()->state = value(JobState::error);
+    EXPECT_TRUE(job->notify_error(0x20010000U | 404));
+    EXPECT_TRUE(job->notify_error(5));
+    const auto expected = [](int code, const std::string& reason) {
+        return R"({"error-code":)" + std::to_string(code) +
+               R"(,"id":"a","name":"name of a","reason":")" + reason + R"(","state":"error"})";
+    };
+    EXPECT_EQ(ground_.events(),
+              (std::vector<std::string>{expected(404, "Not Found"), expected(5, errorText(5))}));
+}
+
+TEST_F(JobLifecycle, KnowsWhatAnotherTryMayCure) {
+    const auto job = make("a");
+    for (const unsigned long code : {10024, 10049, 10050, 10051, 10053, 10054, 10057, 10058, 10060,
+                                     10064, 10065, 10067, 10070, 10101, 0x200101F7, 0x200101F8}) {
+        EXPECT_TRUE(job->is_network_error(code)) << code;
+    }
+    for (const unsigned long code :
+         {0, 5, 1223, 10048, 10052, 10055, 10061, 503, 0x20010191, 0x20010196, 0x200101F4}) {
+        EXPECT_FALSE(job->is_network_error(code)) << code;
+    }
+}
+
+TEST_F(JobLifecycle, TellsTimesAndKinds) {
+    int date = 1;
+    int time = 1;
+    TestJob::toDateTime({}, date, time);
+    EXPECT_EQ(date, 0);
+    EXPECT_EQ(time, 0);
+    const SYSTEMTIME moment{2024, 2, 0, 29, 7, 8, 9, 999};
+    FILETIME file{};
+    ASSERT_TRUE(SystemTimeToFileTime(&moment, &file));
+    TestJob::toDateTime(file, date, time);
+    EXPECT_EQ(date, 20240229);
+    EXPECT_EQ(time, 70809);
+    TestJob::toDateTime({0xFFFFFFFF, 0xFFFFFFFF}, date, time);
+    EXPECT_EQ(date, 0) << "no time at all";
+
+    struct Row {
+        ScheduleKind kind;
+        bool manual, once;
+    };
+    constexpr Row rows[] = {{ScheduleKind::once, false, true},
+                            {ScheduleKind::daily, false, false},
+                            {ScheduleKind::monthly, false, false},
+                            {ScheduleKind::manual, true, false}};
+    createDirectories(JobGround::directory("k"));
+    for (const Row& row : rows) {
+        const TestJob job(backupDefinition("k", row.kind));
+        EXPECT_EQ(job.isManual(), row.manual) << static_cast<int>(row.kind);
+        EXPECT_EQ(job.isRunOnce(), row.once) << static_cast<int>(row.kind);
+    }
+    const TestJob restore(std::make_unique<RestoreJobDefinition>("k", L"n", "u"));
+    EXPECT_TRUE(restore.isManual());
+    EXPECT_TRUE(restore.isRunOnce());
+}
+
+}  // namespace
+}  // namespace dorvo

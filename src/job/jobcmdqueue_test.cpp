@@ -1,0 +1,119 @@
+#include "job/jobcmdqueue.h"
+
+#include <gtest/gtest.h>
+
+#include "support/log_capture.h"
+#include "support/test_job.h"
+
+namespace dorvo {
+namespace {
+
+using test::backupDefinition;
+using test::JobGround;
+using test::LogCapture;
+using test::Signal;
+using test::TestJob;
+using test::value;
+
+// The job "gate" holds up the dispatch thread while it starts, until open() is called.
+class CommandQueue : public testing::Test {
+protected:
+    CommandQueue() {
+        TestJob::plans["gate"].run = [this](TestJob& job) {
+            job.activity()->state = value(JobState::starting);
+            closed_.set();
+            EXPECT_TRUE(open_.wait());
+            job.activity()->state = value(JobState::completed);
+            return 0UL;
+        };
+        TestJob::plans["~last"].run = [this](TestJob&) {
+            last_.set();
+            return 0UL;
+        };
+        submit("gate");
+        submit("~last");
+    }
+
+    static void submit(const char* id) {
+        EXPECT_TRUE(JobGround::manager()->submitJob(backupDefinition(id).release()));
+    }
+    void closeGate() {
+        queue_.add("gate", "start");
+        ASSERT_TRUE(closed_.wait());
+    }
+    // Lets the thread go on and waits until it has carried out everything: "~last" comes last.
+    void openGate() {
+        queue_.add("~last", "start");
+        open_.set();
+        ASSERT_TRUE(last_.wait());
+    }
+    // What was carried out, as "id command".
+    std::vector<std::string> executed() const {
+        std::vector<std::string> result;
+        for (const test::LogLine& line : log_.lines()) {
+            const std::string start = "JobCmdQueue: execute command \"";
+            const std::string middle = "\" for job ";
+            if (line.text.rfind(start, 0) == 0 && line.text.find("~last") == std::string::npos) {
+                const size_t end = line.text.find(middle);
+                const size_t id = end + middle.size();
+                result.push_back(line.text.substr(id, line.text.size() - id - 2) + " " +
+                                 line.text.substr(start.size(), end - start.size()));
+            }
+        }
+        return result;
+    }
+
+    JobGround ground_;
+    LogCapture log_;
+    Signal closed_;
+    Signal open_;
+    Signal last_;
+    JobCmdQueue queue_;
+};
+
+TEST_F(CommandQueue, RunsTheSmallestIdFirstAndTheLatestCommandOnly) {
+    closeGate();
+    queue_.add("b", "start");
+    queue_.add("a", "pause");
+    queue_.add("a", "stop");
+    queue_.add("B", "resume");
+    queue_.add("c", "do_schedule");
+    queue_.add("c", "no such command");
+    openGate();
+    EXPECT_EQ(executed(), (std::vector<std::string>{"gate start", "B resume", "a stop", "b start",
+                                                    "c no such command"}));
+    EXPECT_TRUE(log_.has("Add command a of job stop to JobCmdQueue.\n")) << "in this order";
+}
+
+TEST_F(CommandQueue, CarriesOutEachCommand) {
+    submit("a");
+    TestJob* job = JobGround::job("a");
+    queue_.add("A", "start");
+    ASSERT_TRUE(job->ran.wait());
+    queue_.add("a", "pause");
+    ASSERT_TRUE(job->wait(60'000));
+    EXPECT_EQ(job->state(), value(JobState::paused));
+    EXPECT_EQ(job->activity()->pausedManually, 1U);
+    queue_.add("a", "resume");
+    ASSERT_TRUE(job->ran.wait());
+    queue_.add("a", "stop");
+    ASSERT_TRUE(job->wait(60'000));
+    EXPECT_EQ(job->state(), value(JobState::cancelled));
+    closeGate();
+    queue_.add("a", "do_schedule");
+    queue_.add("nobody", "start");
+    openGate();
+    EXPECT_EQ(job->commands, std::vector<std::string>{"do_schedule"});
+}
+
+TEST_F(CommandQueue, StopsOnce) {
+    submit("a");
+    queue_.stop();
+    EXPECT_TRUE(log_.has(LogLevel::information, "JobCmdQueueImpl: dispatch thread exit.\n"));
+    queue_.stop();
+    queue_.add("a", "start");
+    EXPECT_EQ(JobGround::job("a")->state(), value(JobState::idle));
+}
+
+}  // namespace
+}  // namespace dorvo

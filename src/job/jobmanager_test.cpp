@@ -1,0 +1,330 @@
+#include "job/jobmanager.h"
+
+#include <gtest/gtest.h>
+
+#include <jobdef/jobdefinitionfactory.h>
+
+#include "base/handle.h"
+#include "base/text.h"
+#include "support/log_capture.h"
+#include "support/test_job.h"
+
+namespace dorvo {
+namespace {
+
+using test::backupDefinition;
+using test::JobGround;
+using test::LogCapture;
+using test::TestJob;
+using test::value;
+
+class JobManager : public testing::Test {
+protected:
+    static std::unique_ptr<JobDefinition> saved(const std::string& id) {
+        return JobDefinitionFactory::create(JobGround::directory(id) + L"\\def");
+    }
+    static bool submit(const std::string& id, ScheduleKind kind = ScheduleKind::manual) {
+        return manager_->submitJob(backupDefinition(id, kind).release());
+    }
+    static std::vector<std::string> ids() {
+        std::vector<std::string> result;
+        for (const Job* job : manager_->jobs()) {
+            result.push_back(job->definition().id());
+        }
+        return result;
+    }
+    // A job of the id whose run is under way.
+    static TestJob* running(const std::string& id) {
+        EXPECT_TRUE(submit(id));
+        EXPECT_TRUE(manager_->startJob(id.c_str()));
+        TestJob* job = JobGround::job(id.c_str());
+        EXPECT_TRUE(job->ran.wait());
+        return job;
+    }
+    static void writeFile(const std::wstring& path, const std::string& text) {
+        createDirectories(path.substr(0, path.rfind(L'\\')));
+        const FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr));
+        DWORD written = 0;
+        WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    }
+    // The manager's jobs are gone when this returns, removals included.
+    static void restart() {
+        manager_->close();
+        EXPECT_TRUE(manager_->open());
+    }
+
+    JobGround ground_;
+    static inline JobManagerImpl* manager_ = JobGround::manager();
+};
+
+TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
+    EXPECT_TRUE(submit("good"));
+    EXPECT_TRUE(submit("stubborn"));
+    writeFile(JobGround::directory("missing") + L"\\hist\\old", "x");
+    writeFile(JobGround::directory("damaged") + L"\\def", "{\"id\": ");
+    const std::string unknown =
+        R"({"id":"unknown","name":"n","user":"u","type":9,"storage":"web"})";
+    writeFile(JobGround::directory("unknown") + L"\\def", unknown);
+    ASSERT_TRUE(saved("good")->save(JobGround::directory("copy") + L"\\def"));
+    TestJob::plans["stubborn"].initialises = false;
+    LogCapture log;
+    restart();
+    EXPECT_EQ(ids(), std::vector<std::string>{"good"});
+    EXPECT_FALSE(JobGround::exists(JobGround::directory("missing")));
+    EXPECT_FALSE(JobGround::exists(JobGround::directory("damaged")));
+    EXPECT_TRUE(log.has(
+        LogLevel::information,
+        "Recycle the job directory \"" + toUtf8(JobGround::directory("damaged")) + "\".\n"));
+    EXPECT_TRUE(JobGround::exists(JobGround::directory("unknown")));
+    EXPECT_TRUE(JobGround::exists(JobGround::directory("stubborn")));
+    EXPECT_TRUE(log.has(LogLevel::error, "Init job failed. job type:1 job id:stubborn.\n"));
+    EXPECT_TRUE(JobGround::exists(JobGround::directory("copy"))) << "kept, and left out";
+    EXPECT_TRUE(log.has(LogLevel::trace, "enter JobManagerImpl::init (jobmanager.cpp)\n"));
+    EXPECT_EQ(JobGround::job("good")->state(), value(JobState::idle));
+}
+
+TEST_F(JobManager, SubmitsANewJob) {
+    struct Row {
+        const char* id;
+        ScheduleKind kind;
+        bool starts;
+        bool saysIdle;
+    };
+    constexpr Row rows[] = {{"once", ScheduleKind::once, true, false},
+                            {"daily", ScheduleKind::daily, false, true},
+                            {"manual", ScheduleKind::manual, false, false}};
+    std::vector<std::string> expected;
+    for (const Row& row : rows) {
+        EXPECT_TRUE(submit(row.id, row.kind));
+        ASSERT_NE(saved(row.id), nullptr);
+        EXPECT_EQ(saved(row.id)->name(), JobGround::job(row.id)->definition().name());
+        EXPECT_EQ(JobGround::job(row.id)->inits, 1);
+        EXPECT_EQ(JobGround::job(row.id)->state() != value(JobState::idle), row.starts);
+        expected.push_back(JobGround::event(row.id, "created"));
+        if (row.saysIdle) {
+            expected.push_back(JobGround::event(row.id, "idle"));
+        }
+    }
+    EXPECT_EQ(ids(), (std::vector<std::string>{"once", "daily", "manual"}));
+    EXPECT_EQ(ground_.events(), expected);
+}
+
+TEST_F(JobManager, RefusesWhatCannotBeAJob) {
+    EXPECT_FALSE(manager_->submitJob(nullptr));
+    LogCapture log;
+    for (const char* bad : {"", "..", "a\\b", "a/b", "nul", "c:", "dot.", "star*"}) {
+        EXPECT_FALSE(submit(bad)) << bad;
+        EXPECT_TRUE(log.has(LogLevel::error,
+                            std::string("Submit job failed, {") + bad + "} is no job id.\n"));
+    }
+    std::unique_ptr<JobDefinition> unknown = JobDefinitionFactory::createFromText(
+        R"({"id":"unknown","name":"n","user":"u","type":9,"storage":"web"})");
+    ASSERT_NE(unknown, nullptr);
+    EXPECT_FALSE(manager_->submitJob(unknown.release()));
+    EXPECT_FALSE(JobGround::exists(JobGround::directory("unknown"))) << "nothing is left behind";
+    // A file where the job's folder should be: the definition can't be saved.
+    writeFile(JobGround::directory("file"), "in the way");
+    EXPECT_FALSE(submit("file"));
+    EXPECT_TRUE(JobGround::exists(JobGround::directory("file")));
+    EXPECT_TRUE(manager_->jobs().empty());
+    EXPECT_TRUE(ground_.events().empty());
+}
+
+TEST_F(JobManager, UpdatesAJobThatDoesNotRun) {
+    EXPECT_TRUE(submit("Job"));
+    TestJob* job = JobGround::job("Job");
+    for (const JobState state :
+         {JobState::idle, JobState::completed, JobState::cancelled, JobState::error,
+          JobState::starting, JobState::running, JobState::completing, JobState::pausing,
+          JobState::paused, JobState::canceling}) {
+        const std::wstring former = job->definition().name();
+        job->activity()->state = value(state);
+        auto changed = backupDefinition("jOB", ScheduleKind::daily);
+        changed->setName(L"changed " + std::to_wstring(value(state)));
+        const int inits = job->inits;
+        EXPECT_TRUE(manager_->submitJob(changed.release()));
+        const bool taken = restartable(value(state));
+        EXPECT_EQ(job->definition().name(),
+                  taken ? L"changed " + std::to_wstring(value(state)) : former);
+        EXPECT_EQ(saved("Job")->name(), job->definition().name());
+        EXPECT_EQ(job->inits, inits + 1);
+        EXPECT_EQ(job->state(), value(state));
+    }
+    EXPECT_EQ(ids().size(), 1U);
+    EXPECT_EQ(ground_.events().size(), 1U + 10 * 2) << "updated and idle, taken or not";
+    EXPECT_EQ(ground_.events().back(), R"({"id":"jOB","name":"changed 8","state":"idle"})");
+    job->activity()->state = value(JobState::idle);
+    EXPECT_FALSE(manager_->submitJob(new RestoreJobDefinition("Job", L"n", "u")))
+        << "a job keeps its type";
+    EXPECT_EQ(job->definition().type(), 1);
+}
+
+TEST_F(JobManager, ARunOnceJobSubmittedAgainWhileItRunsGoesOn) {
+    EXPECT_TRUE(submit("once", ScheduleKind::once));
+    TestJob* job = JobGround::job("once");
+    ASSERT_TRUE(job->ran.wait());
+    const auto instance = job->activity()->instanceId;
+    EXPECT_TRUE(submit("once", ScheduleKind::once));
+    EXPECT_EQ(job->activity()->instanceId, instance);
+    EXPECT_EQ(job->state(), value(JobState::running));
+}
+
+TEST_F(JobManager, FindsJobsByIdWithoutCase) {
+    EXPECT_TRUE(submit("Job"));
+    EXPECT_EQ(manager_->job("jOB"), manager_->jobs()[0]);
+    for (const char* id : {"job2", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(manager_->job(id), nullptr);
+        EXPECT_FALSE(manager_->startJob(id));
+        EXPECT_FALSE(manager_->stopJob(id));
+        EXPECT_FALSE(manager_->pauseJob(id));
+        EXPECT_FALSE(manager_->resumeJob(id));
+        EXPECT_FALSE(manager_->lockJob(id));
+        EXPECT_FALSE(manager_->command("do_schedule", id));
+        EXPECT_FALSE(manager_->removeJob(id));
+    }
+}
+
+TEST_F(JobManager, DrivesAJob) {
+    EXPECT_TRUE(submit("a"));
+    TestJob* job = JobGround::job("a");
+    EXPECT_FALSE(manager_->resumeJob("a")) << "it is idle";
+    EXPECT_TRUE(manager_->startJob("a"));
+    ASSERT_TRUE(job->ran.wait());
+    EXPECT_TRUE(manager_->resumeJob("a")) << "nothing to do";
+    EXPECT_TRUE(manager_->pauseJob("a"));
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_EQ(job->activity()->pausedManually, 1U) << "the user's pause";
+    EXPECT_TRUE(manager_->resumeJob("a"));
+    ASSERT_TRUE(job->ran.wait());
+    EXPECT_EQ(job->activity()->resuming, 1U);
+    EXPECT_TRUE(manager_->stopJob("a"));
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_EQ(job->state(), value(JobState::cancelled));
+    EXPECT_TRUE(manager_->command("do_schedule", "a"));
+    EXPECT_EQ(job->commands, std::vector<std::string>{"do_schedule"});
+    EXPECT_TRUE(manager_->lockJob("a"));
+    EXPECT_FALSE(manager_->startJob("a"));
+    manager_->lockAllJobs(false);
+    EXPECT_TRUE(manager_->startJob("a"));
+}
+
+TEST_F(JobManager, DrivesAllJobsPastAFailure) {
+    TestJob::plans["b"].stops = false;
+    for (const char* id : {"a", "b", "c"}) {
+        EXPECT_TRUE(submit(id));
+    }
+    manager_->lockJob("b");
+    LogCapture log;
+    SetLastError(ERROR_SUCCESS);
+    manager_->startAllJobs(false);
+    EXPECT_TRUE(JobGround::job("a")->ran.wait());
+    EXPECT_TRUE(JobGround::job("c")->ran.wait());
+    EXPECT_EQ(JobGround::job("b")->state(), value(JobState::idle));
+    const auto failed = [&](const std::string& start) {
+        for (const test::LogLine& line : log.lines()) {
+            if (line.level == LogLevel::error && line.text.rfind(start, 0) == 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(failed("Failed to start job b, error-code = "));
+    manager_->pauseAllJobs(true);
+    EXPECT_EQ(JobGround::job("a")->state(), value(JobState::paused));
+    EXPECT_EQ(JobGround::job("b")->state(), value(JobState::paused));
+    EXPECT_EQ(JobGround::job("a")->activity()->pausedManually, 0U) << "nobody's own pause";
+    manager_->resumeAllJobs(false);
+    EXPECT_TRUE(JobGround::job("c")->ran.wait());
+    EXPECT_TRUE(failed("Failed to pause job b, error-code = ")) << "a resume is told as a pause";
+    manager_->stopAllJobs(true);
+    EXPECT_TRUE(failed("Failed to stop job b, error-code = 170, "));
+    EXPECT_EQ(JobGround::job("a")->state(), value(JobState::cancelled));
+    EXPECT_EQ(JobGround::job("c")->state(), value(JobState::cancelled));
+}
+
+TEST_F(JobManager, RemovesARunningJobOnAThreadOfItsOwn) {
+    test::Signal leave;
+    TestJob::plans["a"].run = [&](TestJob& job) {
+        const unsigned long result = job.untilAsked();
+        leave.wait();
+        return result;
+    };
+    running("a");
+    EXPECT_TRUE(submit("b"));
+    LogCapture log;
+    EXPECT_TRUE(manager_->removeJob("A"));
+    EXPECT_TRUE(log.has(LogLevel::information, "Remove job A.\n"));
+    EXPECT_NE(manager_->job("a"), nullptr) << "until its run has ended";
+    EXPECT_TRUE(manager_->removeJob("a")) << "once more";
+    leave.set();
+    manager_->close();
+    EXPECT_TRUE(log.has(LogLevel::information, "Delete job a.\n"));
+    EXPECT_TRUE(log.has(LogLevel::error, "Delete job failed, job a is not found.\n"))
+        << "by the second removal";
+    EXPECT_FALSE(JobGround::exists(JobGround::directory("a")));
+    EXPECT_TRUE(JobGround::exists(JobGround::directory("b")));
+    EXPECT_EQ(ground_.events().back(), JobGround::event("a", "deleted"));
+    EXPECT_FALSE(manager_->removeJob("a"));
+    EXPECT_TRUE(log.has(LogLevel::error, "Remove job failed, job a is not found.\n"));
+}
+
+TEST_F(JobManager, ALateRemovalLeavesASuccessorAlone) {
+    EXPECT_TRUE(submit("a"));
+    {
+        std::lock_guard hold(manager_->locker());  // both removals come to wait here
+        EXPECT_TRUE(manager_->removeJob("a"));
+        EXPECT_TRUE(manager_->removeJob("a"));
+    }
+    manager_->close();
+    EXPECT_TRUE(submit("a"));
+    // The same as a removal that was late by this much.
+    class Late : public JobManagerImpl {
+    public:
+        static bool remove(JobManagerImpl* manager, const char* id) {
+            return (manager->*(&Late::deleteJob))(id);
+        }
+    };
+    EXPECT_FALSE(Late::remove(manager_, "a"));
+    EXPECT_NE(manager_->job("a"), nullptr);
+}
+
+TEST_F(JobManager, AJobThatCannotBeStoppedIsNotRemoved) {
+    TestJob::plans["a"].stops = false;
+    running("a");
+    LogCapture log;
+    EXPECT_FALSE(manager_->removeJob("a"));
+    EXPECT_TRUE(log.has(LogLevel::error, "Failed to stop job a.\n"));
+    EXPECT_TRUE(manager_->pauseJob("a"));
+    EXPECT_TRUE(JobGround::job("a")->wait(INFINITE));
+    EXPECT_TRUE(manager_->resumeJob("a")) << "it is still a job";
+}
+
+TEST_F(JobManager, CloseParksWhatRunsAndFindsItAgain) {
+    for (const char* id : {"a", "b"}) {
+        running(id);
+    }
+    std::wstring data;
+    ASSERT_TRUE(dataDirectory(data));
+    writeFile(data + L"\\consistentcheck\\deep\\file", "x");
+    restart();
+    EXPECT_EQ(ids().size(), 2U);
+    EXPECT_EQ(JobGround::job("a")->state(), value(JobState::paused));
+    EXPECT_FALSE(JobGround::exists(data + L"\\consistentcheck\\deep"));
+    EXPECT_TRUE(JobGround::exists(data + L"\\consistentcheck"));
+    manager_->close();
+    manager_->close();
+    EXPECT_TRUE(manager_->jobs().empty());
+}
+
+TEST_F(JobManager, RemovesAllJobs) {
+    running("a");
+    EXPECT_TRUE(submit("b"));
+    manager_->removeAllJobs();
+    manager_->close();
+    EXPECT_FALSE(JobGround::exists(JobGround::directory("a")));
+    EXPECT_FALSE(JobGround::exists(JobGround::directory("b")));
+}
+
+}  // namespace
+}  // namespace dorvo
