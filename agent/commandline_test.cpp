@@ -13,6 +13,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
+constexpr const char* emptyArray = "[\n]";
+
 // Runs against the machine of the tests, on which no server is set and nobody has logged in.
 class CommandLine : public testing::Test {
 protected:
@@ -103,9 +105,9 @@ TEST_F(CommandLine, SaysWhatToDoFirst) {
 
 TEST_F(CommandLine, EmptyListingsAreEmptyDocuments) {
     EXPECT_EQ(run({"jobs", "--json"}), exitDone);
-    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"[]"});
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{emptyArray});
     EXPECT_EQ(run({"exclude", "list", "--json"}), exitDone);
-    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"[]"});
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{emptyArray});
 }
 
 TEST_F(CommandLine, ExclusionsAreAddedOnceAndRemoved) {
@@ -115,7 +117,7 @@ TEST_F(CommandLine, ExclusionsAreAddedOnceAndRemoved) {
     EXPECT_EQ(terminal_.lines, std::vector<std::string>{"C:\\windows\\no such folder"});
     EXPECT_EQ(run({"exclude", "remove", "C:\\windows\\No such folder"}), exitDone);
     EXPECT_EQ(run({"exclude", "list", "--json"}), exitDone);
-    EXPECT_EQ(terminal_.lines, std::vector<std::string>{"[]"});
+    EXPECT_EQ(terminal_.lines, std::vector<std::string>{emptyArray});
 }
 
 }  // namespace

@@ -3,9 +3,11 @@
 #include <array>
 
 #include "agenterror.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "interrupt.h"
+#include "job/runtotals.h"
 #include "modulehost.h"
 #include "runevents.h"
 #include "runhistory.h"
@@ -27,6 +29,12 @@ std::string instanceOf(const JobActivity& record) {
     static_assert(sizeof(id) == sizeof(record.instanceId));
     std::memcpy(&id, record.instanceId.data(), sizeof(id));
     return uuidText(id);
+}
+
+uint32_t walkedFiles(const std::string& id) {
+    std::wstring directory;
+    SourceTotals totals;
+    return jobDirectory(id, directory) && loadRunTotals(directory, totals) ? totals.files : 0;
 }
 
 }  // namespace
@@ -68,7 +76,7 @@ int runJob(Terminal& terminal, const JobDefinition& job, RunStart start) {
     for (const FailedItem& item : loadFailedItems(id, instanceOf(now))) {
         terminal.error("failed: " + item.text());
     }
-    const std::string summary = runSummary(verb, name, *outcome, now);
+    const std::string summary = runSummary(verb, name, *outcome, now, walkedFiles(id));
     *outcome == exitFailed ? terminal.error("agent: " + summary) : terminal.out(summary);
     return *outcome;
 }

@@ -44,7 +44,7 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     view_.record.doneSize = 5;
     EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
                       R"("state":"interrupted","progress":50,"files":0,"fileCount":0,"bytes":5,)"
-                      R"("totalBytes":10,"speed":0,"remainTime":5,"file":""})");
+                      R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
     set(JobState::completed);
     EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup",)"
                       R"("storage":"web","state":"completed"})");

@@ -9,7 +9,7 @@
 namespace dorvo::agent {
 
 std::string runSummary(const std::string& verb, const std::string& name, ExitCode outcome,
-                       const JobActivity& record) {
+                       const JobActivity& record, uint32_t walkedFiles) {
     if (outcome == exitFailed) {
         const std::string text = verb + " failed";
         return (record.endError == 0 ? text : text + ": " + failureText(record.endError)) + ".";
@@ -21,11 +21,13 @@ std::string runSummary(const std::string& verb, const std::string& name, ExitCod
                          "%: go on with 'agent resume \"" + name + "\"'.";
     }
     const uint32_t failed = record.failedItems;
-    std::string text = verb + " completed in " + durationText(record.usedTime / ticksPerSecond) +
-                       ": " +
-                       countText(record.fileCount - std::min(failed, record.fileCount), "file") +
-                       " sent (" + bytesText(record.totalSize) + ", " + bytesText(record.wireSize) +
-                       " over the network), " + bytesText(record.unchangedSize) + " unchanged";
+    const uint32_t listed = record.fileCount;
+    const uint32_t unchanged = walkedFiles - std::min(listed, walkedFiles);
+    const std::string text =
+        verb + " completed in " + durationText(record.usedTime / ticksPerSecond) + ": " +
+        countText(listed - std::min(failed, listed), "file") + " sent (" +
+        bytesText(record.totalSize) + ", " + bytesText(record.wireSize) + " over the network), " +
+        countText(unchanged, "file") + " unchanged (" + bytesText(record.unchangedSize) + ")";
     return text + (failed == 0 ? "." : ", " + std::to_string(failed) + " failed.");
 }
 

@@ -8,8 +8,9 @@
 
 namespace dorvo::agent {
 
-// `verb` is what ran ("Backup"), `name` the job's, for what the user may do next.
+// `verb` is what ran ("Backup"), `name` the job's, for what the user may do next; `walkedFiles` are
+// the files that the run has looked at.
 std::string runSummary(const std::string& verb, const std::string& name, ExitCode outcome,
-                       const JobActivity& record);
+                       const JobActivity& record, uint32_t walkedFiles);
 
 }  // namespace dorvo::agent

@@ -19,33 +19,33 @@ JobActivity finished(JobState state) {
 
 TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
     JobActivity record = finished(JobState::completed);
-    EXPECT_EQ(runSummary("Backup", "docs", exitDone, record),
-              "Backup completed in 1:01: 3 files sent (2.0 KiB, 700 B over the network), 4.0 KiB "
-              "unchanged.");
+    EXPECT_EQ(runSummary("Backup", "docs", exitDone, record, 10),
+              "Backup completed in 1:01: 3 files sent (2.0 KiB, 700 B over the network), 7 files "
+              "unchanged (4.0 KiB).");
     record.failedItems = 2;
-    EXPECT_EQ(runSummary("Backup", "docs", exitSomeFailed, record),
-              "Backup completed in 1:01: 1 file sent (2.0 KiB, 700 B over the network), 4.0 KiB "
-              "unchanged, 2 failed.");
+    EXPECT_EQ(runSummary("Backup", "docs", exitSomeFailed, record, 10),
+              "Backup completed in 1:01: 1 file sent (2.0 KiB, 700 B over the network), 7 files "
+              "unchanged (4.0 KiB), 2 failed.");
     record.failedItems = 9;  // folders that could not be read count too
-    EXPECT_NE(runSummary("Backup", "docs", exitSomeFailed, record).find(" 0 files sent"),
+    EXPECT_NE(runSummary("Backup", "docs", exitSomeFailed, record, 10).find(" 0 files sent"),
               std::string::npos);
 }
 
 TEST(RunSummary, SaysHowToGoOn) {
-    EXPECT_EQ(runSummary("Backup", "docs", exitStopped, finished(JobState::paused)),
+    EXPECT_EQ(runSummary("Backup", "docs", exitStopped, finished(JobState::paused), 10),
               "Backup is paused at 50%: go on with 'agent resume \"docs\"'.");
-    EXPECT_EQ(runSummary("Backup", "docs", exitStopped, finished(JobState::cancelled)),
+    EXPECT_EQ(runSummary("Backup", "docs", exitStopped, finished(JobState::cancelled), 10),
               "Backup is cancelled.");
 }
 
 TEST(RunSummary, NamesTheFailure) {
     JobActivity record = finished(JobState::error);
-    EXPECT_EQ(runSummary("Backup", "docs", exitFailed, record), "Backup failed.");
+    EXPECT_EQ(runSummary("Backup", "docs", exitFailed, record, 10), "Backup failed.");
     record.endError = 0x20010000 | 403;
-    EXPECT_EQ(runSummary("Backup", "docs", exitFailed, record),
+    EXPECT_EQ(runSummary("Backup", "docs", exitFailed, record, 10),
               "Backup failed: HTTP status 403, Forbidden.");
     record.endError = 10061;
-    EXPECT_NE(runSummary("Backup", "docs", exitFailed, record).find("(error 10061)."),
+    EXPECT_NE(runSummary("Backup", "docs", exitFailed, record, 10).find("(error 10061)."),
               std::string::npos);
 }
 

@@ -49,7 +49,7 @@ std::wstring spelling(const std::wstring& path) {
 
 bool isBelow(std::wstring_view path, std::wstring_view folder) {
     const std::wstring_view prefix = folder.substr(0, folder.find_last_not_of(L'\\') + 1);
-    return path.size() > prefix.size() && path[prefix.size()] == L'\\' &&
+    return path.size() > prefix.size() + 1 && path[prefix.size()] == L'\\' &&
            samePath(path.substr(0, prefix.size()), prefix);
 }
 

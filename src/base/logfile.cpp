@@ -97,7 +97,7 @@ void LogFile::write(LogLevel level, std::string_view text) {
     if (!file_) {
         return;
     }
-    if (sizeOf(file_.get()) + line.size() > limit_) {
+    if (size_ + line.size() > limit_) {
         file_.reset();
         MoveFileExW(longPath(path_).c_str(), longPath(path_ + L".old").c_str(),
                     MOVEFILE_REPLACE_EXISTING);
@@ -107,6 +107,7 @@ void LogFile::write(LogLevel level, std::string_view text) {
     }
     DWORD written = 0;
     WriteFile(file_.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    size_ += written;
 }
 
 bool LogFile::reopen() {
@@ -114,6 +115,7 @@ bool LogFile::reopen() {
     file_.reset(CreateFileW(longPath(path_).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    size_ = file_ ? sizeOf(file_.get()) : 0;
     return static_cast<bool>(file_);
 }
 

@@ -35,6 +35,7 @@ private:
     std::wstring path_;
     uint64_t limit_ = sizeLimit;
     FileHandle file_;
+    uint64_t size_ = 0;  // of the file as far as this process knows
 };
 
 // Sends what the process's module logs to this file instead of standard error, without traces.

@@ -5,13 +5,14 @@
 
 #include <string>
 
+#include "base/api.h"
 #include "storage/request_bodies.h"
 
 namespace dorvo {
 
 bool saveRunTotals(const std::wstring& jobDirectory, const SourceTotals& totals);
 // False when there is none or it makes no sense.
-bool loadRunTotals(const std::wstring& jobDirectory, SourceTotals& totals);
+DORVO_JOB_API bool loadRunTotals(const std::wstring& jobDirectory, SourceTotals& totals);
 // True when there is none afterwards.
 bool removeRunTotals(const std::wstring& jobDirectory);
 
