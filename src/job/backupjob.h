@@ -55,6 +55,8 @@ protected:
     virtual int cleanup(int endCode);
     // A new back end for the run, null with the last error when there can be none.
     virtual std::unique_ptr<BackupStorage> createStorage();
+    // Of the run under way; for the storages that createStorage makes.
+    FailedItems& failedItems() { return *failed_; }
 
 private:
     friend class BackupRun;

@@ -62,8 +62,7 @@ struct Script {
 
 class FakeStorage : public BackupStorage {
 public:
-    FakeStorage(Script& script, const std::wstring& document, JobActivity& activity)
-        : script_(script), failed_(toUtf8(document), activity) {}
+    FakeStorage(Script& script, FailedItems& failed) : script_(script), failed_(failed) {}
 
     bool start() override { return note("start", script_.start); }
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
@@ -92,7 +91,7 @@ private:
     }
 
     Script& script_;
-    FailedItems failed_;
+    FailedItems& failed_;
 };
 
 class ScriptedJob : public BackupJob {
@@ -118,7 +117,7 @@ protected:
             SetLastError(ERROR_NOT_SUPPORTED);
             return nullptr;
         }
-        return std::make_unique<FakeStorage>(script_, document(true), record());
+        return std::make_unique<FakeStorage>(script_, failedItems());
     }
 
 private:
