@@ -222,6 +222,7 @@ TEST_F(Dispatcher, PacketsAreDeliveredWithoutTheLock) {
     EXPECT_EQ(port_.cancel_timer(&handler), 0);
     EXPECT_TRUE(port_.notify_time_change());
     leave.set();
+    EXPECT_TRUE(caughtUp());
 }
 
 TEST_F(Dispatcher, ReplacesThePortUnderAWaitingWorkerAndLosesNothing) {
