@@ -346,12 +346,12 @@ int64_t HTTP_Invoker_T::wait_and_recv(void* buffer, size_t size) {
     if (handler_ == nullptr) {
         return fail(WSAENOTCONN, nullptr);
     }
-    if (!socket_->wait_readable()) {
-        return fail(GetLastError(), "Failed to wait for HTTP ready to read from %s:%u %m\n");
-    }
-    const int64_t got = socket_->recv(buffer, size);
+    const int64_t got = socket_->wait_and_recv(buffer, size);
     if (got < 0) {
-        return fail(GetLastError(), "Failed to receive HTTP data from %s:%u %m\n");
+        const uint32_t error = GetLastError();
+        return fail(error, error == ERROR_CANCELLED
+                               ? "Failed to wait for HTTP ready to read from %s:%u %m\n"
+                               : "Failed to receive HTTP data from %s:%u %m\n");
     }
     return got;
 }

@@ -8,8 +8,16 @@
 #include "base/interrupter.h"
 
 namespace dorvo {
+namespace {
 
-HTTP_Socket::HTTP_Socket(ACE_SOCK_Stream& stream) : stream_(stream), asked_(GetTickCount64()) {}
+constexpr DWORD sliceMs = 1000;
+
+}  // namespace
+
+HTTP_Socket::HTTP_Socket(ACE_SOCK_Stream& stream)
+    : stream_(stream),
+      received_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      asked_(GetTickCount64()) {}
 
 bool HTTP_Socket::must_stop() {
     asked_ = GetTickCount64();
@@ -20,12 +28,12 @@ bool HTTP_Socket::must_stop() {
     return false;
 }
 
-int HTTP_Socket::wait_slice(bool to_read) {
-    if (GetTickCount64() - asked_ >= 1000 && must_stop()) {
+int HTTP_Socket::wait_slice() {
+    if (GetTickCount64() - asked_ >= sliceMs && must_stop()) {
         return -1;
     }
     const ACE_Time_Value slice(1);
-    if (ACE::handle_ready(stream_.get_handle(), &slice, to_read, !to_read, false) != -1) {
+    if (ACE::handle_ready(stream_.get_handle(), &slice, false, true, false) != -1) {
         return 1;
     }
     if (errno != ETIME) {
@@ -35,29 +43,37 @@ int HTTP_Socket::wait_slice(bool to_read) {
     return must_stop() ? -1 : 0;
 }
 
-bool HTTP_Socket::wait_readable() {
-    int ready = 0;
-    while (ready == 0) {
-        ready = wait_slice(true);
+int64_t HTTP_Socket::wait_and_recv(void* buffer, size_t size) {
+    if (GetTickCount64() - asked_ >= sliceMs && must_stop()) {
+        return -1;
     }
-    return ready > 0;
-}
-
-int64_t HTTP_Socket::recv(void* buffer, size_t size) {
-    for (;;) {
-        const ssize_t got = stream_.recv(buffer, size);
-        if (got >= 0) {
-            return got;
-        }
-        const uint32_t error = error_of_ace();
-        if (error != WSAEWOULDBLOCK) {
-            SetLastError(error);
-            return -1;
-        }
-        if (!wait_readable()) {
-            return -1;
-        }
+    const auto socket = reinterpret_cast<SOCKET>(stream_.get_handle());
+    OVERLAPPED pending{};
+    pending.hEvent = received_.get();
+    WSABUF place{static_cast<u_long>(std::min<size_t>(size, MAXLONG)), static_cast<char*>(buffer)};
+    DWORD got = 0;
+    DWORD flags = 0;
+    if (WSARecv(socket, &place, 1, &got, &flags, &pending, nullptr) == 0) {
+        return got;
     }
+    if (WSAGetLastError() != WSA_IO_PENDING) {
+        return -1;
+    }
+    bool stopped = false;
+    while (!stopped && WaitForSingleObject(received_.get(), sliceMs) == WAIT_TIMEOUT) {
+        stopped = must_stop();
+    }
+    if (stopped) {
+        CancelIoEx(stream_.get_handle(), &pending);
+    }
+    // Bytes that came at the same moment are not lost: the buffer is in use until this returns.
+    if (WSAGetOverlappedResult(socket, &pending, &got, TRUE, &flags) == 0) {
+        if (stopped) {
+            SetLastError(ERROR_CANCELLED);
+        }
+        return -1;
+    }
+    return got;
 }
 
 bool HTTP_Socket::send_all(iovec* pieces, size_t count, uint64_t timeout_ms) {
@@ -81,7 +97,7 @@ bool HTTP_Socket::send_all(iovec* pieces, size_t count, uint64_t timeout_ms) {
             }
             const uint64_t now = GetTickCount64();
             progress = progress == 0 ? now : progress;
-            const int ready = wait_slice(false);
+            const int ready = wait_slice();
             if (ready == 0 && GetTickCount64() - progress >= timeout_ms) {
                 SetLastError(WSAETIMEDOUT);
                 return false;

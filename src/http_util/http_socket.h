@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/handle.h"
+
 namespace dorvo {
 
 class interrupter;
@@ -22,11 +24,10 @@ public:
     // Borrowed, may be null.
     void set_interrupter(const interrupter* interrupter) { interrupter_ = interrupter; }
 
-    // Waits until there is something to receive, or the end. No limit of time.
-    bool wait_readable();
-
-    // What is there, up to `size` bytes; 0 when the peer has closed; -1 for a failure.
-    int64_t recv(void* buffer, size_t size);
+    // Waits until something is there, without a limit of time, and takes up to `size` bytes of it;
+    // 0 when the peer has closed; -1 for a failure. One receive stays pending all the while: a
+    // slice that ends loses nothing, and no call is spent on asking whether the socket is readable.
+    int64_t wait_and_recv(void* buffer, size_t size);
 
     // Sends all pieces, as one gathered write as long as the system takes it, and changes them on
     // the way. Fails with 10060 when nothing goes out for that long.
@@ -36,11 +37,12 @@ public:
     static uint32_t error_of_ace();
 
 private:
-    // One slice of waiting: 1 ready, 0 not yet, -1 failed or interrupted.
-    int wait_slice(bool to_read);
+    // One slice of waiting for room to send: 1 there is, 0 not yet, -1 failed or interrupted.
+    int wait_slice();
     bool must_stop();
 
-    ACE_SOCK_Stream& stream_;
+    ACE_SOCK_Stream& stream_;  // borrowed
+    KernelHandle received_;    // set when the pending receive is complete
     const interrupter* interrupter_ = nullptr;
     uint64_t asked_;  // when the interrupter was, in milliseconds since the system's start
 };
