@@ -64,9 +64,9 @@ private:
         }
         create = function<Create>(module, "CreateVssBackupComponentsInternal");
         freeProperties = function<Free>(module, "VssFreeSnapshotPropertiesInternal");
-        if (create == nullptr || freeProperties == nullptr) {
-            result = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
-        }
+        result = create != nullptr && freeProperties != nullptr
+                     ? S_OK
+                     : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
     }
     template <class Function>
     static Function function(HMODULE module, const char* name) {
@@ -169,7 +169,7 @@ private:
     HRESULT create(int backupType, HANDLE end) {
         step_ = "load vssapi.dll";
         const Api& api = Api::instance();
-        if (FAILED(api.result)) {
+        if (FAILED(api.result) || api.create == nullptr) {
             return api.result;
         }
         // Writers call back into this process. Whoever set its security before has the say.
@@ -230,7 +230,9 @@ private:
         member.shadowPath = properties.m_pwszSnapshotDeviceObject;
         member.shadowPath += L'\\';  // the device itself cannot be listed, its root can
         member.creationTimestamp = properties.m_tsCreationTimestamp;
-        Api::instance().freeProperties(&properties);
+        if (const Api::Free release = Api::instance().freeProperties) {
+            release(&properties);
+        }
         return S_OK;
     }
 

@@ -67,7 +67,7 @@ int run(const std::vector<std::wstring>& volumes) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: snapshot_manual VOLUME\\ ...\n");
+        std::puts("usage: snapshot_manual VOLUME\\ ...");
         return 2;
     }
     std::vector<std::wstring> volumes;

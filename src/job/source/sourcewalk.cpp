@@ -102,7 +102,7 @@ bool SourceWalk::visit() {
 
 // Opens the directory at path_ as the innermost level, with its first entry.
 bool SourceWalk::enter() {
-    const HANDLE search = files_.findFirst(pattern(), entry_);
+    HANDLE search = files_.findFirst(pattern(), entry_);
     if (search == INVALID_HANDLE_VALUE) {
         logFailure(GetLastError());
         return false;

@@ -136,7 +136,7 @@ public:
     }
     HANDLE findFirst(const std::wstring&, WIN32_FIND_DATAW& entry) override {
         if (++level_ > depth) {
-            SetLastError(ERROR_NO_MORE_FILES);
+            SetLastError(ERROR_FILENAME_EXCED_RANGE);
             return INVALID_HANDLE_VALUE;
         }
         entry = {};
@@ -179,10 +179,12 @@ TEST(DeepTree, CostsNoStack) {
     SourceWalk::Rules rules;
     rules.files = &files;
     StackMeter meter;
+    test::LogCapture log;
     SourceWalk(meter, rules).walk({L"C:\\"});
     EXPECT_EQ(meter.directoryCount(), BottomlessFiles::depth + 1);
     EXPECT_EQ(meter.longest, 2 + 2 * BottomlessFiles::depth);
     EXPECT_LT(meter.used(), 4096);
+    EXPECT_EQ(log.lines().size(), 1u) << "the level below the deepest";
 }
 
 // Wine takes long paths without their prefix too: only Windows proves that it is there.
