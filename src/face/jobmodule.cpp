@@ -1,6 +1,7 @@
 #include "face/jobmodule.h"
 
 #include "base/last_error.h"
+#include "http_util/http_connections.h"
 #include "job/jobcmdqueue.h"
 #include "job/jobmanager.h"
 #include "scheduler/iocpdispatherwrapper.h"
@@ -30,6 +31,7 @@ void closeJobModule() {
     // First what could start a run, then the runs, then the thread that announces their end.
     JobCmdQueue::instance()->stop();
     manager().close();
+    ATL::CComSingleton<HTTP_Connections, ATL::CComAutoCriticalSection>::instance()->stop();
     IocpDispatherWrapper::close();
 }
 
