@@ -175,7 +175,7 @@ TEST(JobActivity, IsHarmlessWhateverTheBytes) {
             bytes[i] = round % 3 == 0 ? 0xFF : static_cast<uint8_t>(random());
         }
         if (round % 2 == 0) {
-            record->baseSize = random() % 5000;
+            record->baseSize = static_cast<uint32_t>(random() % 5000);
         }
         EXPECT_GE(record->progress(), 0);
         EXPECT_LE(record->progress(), 100);
