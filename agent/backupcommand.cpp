@@ -47,7 +47,11 @@ CLI::App* BackupCommand::describe(CLI::App& parent) {
     auto* const skip =
         backup->add_option("--skip-ext", skippedExtensions_, "No files with these extensions");
     for (auto* const list : {only, skip}) {
-        list->delimiter(',')->type_name("EXT,..")->expected(1)->allow_extra_args(false);
+        // A list is one argument: the words that follow it are paths.
+        list->delimiter(',')
+            ->type_name("EXT,..")
+            ->expected(1, CLI::detail::expected_max_vector_size)
+            ->allow_extra_args(false);
     }
     only->excludes(skip);
     backup->add_flag("--no-compress", plain_, "Encrypt only");

@@ -92,13 +92,14 @@ class Process:
             raise AssertionError(f"ended with {self._code} without saying {text!r}\n{self.out}\n{self.err}")
 
     def _read(self, pipe, name, echo):
-        while data := pipe.read1(65536):
-            text = data.decode(errors="replace")
-            if echo:
-                echo(text)
-            with self._changed:
-                self._said[name].append(text)
-                self._changed.notify_all()
+        with pipe:
+            while data := pipe.read1(65536):
+                text = data.decode(errors="replace")
+                if echo:
+                    echo(text)
+                with self._changed:
+                    self._said[name].append(text)
+                    self._changed.notify_all()
 
     def _wait(self):
         # The kernel's own figure of the ended child would count its parent's memory before exec.
@@ -107,6 +108,8 @@ class Process:
             self.peak_kib = max(self.peak_kib, self._memory_peak())
         os.close(end)
         _, status = os.waitpid(self.pid, 0)
+        if self._child.stdin:
+            self.end_input()
         with self._changed:
             self._code = self._child.returncode = os.waitstatus_to_exitcode(status)
             self.seconds = time.monotonic() - self._started
