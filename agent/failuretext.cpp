@@ -22,7 +22,11 @@ std::string failureText(uint32_t code) {
         const int status = static_cast<int>(withoutHttpMark(code));
         return "HTTP status " + std::to_string(status) + ", " + http_status_string(status);
     }
-    return errorText(code) + " (error " + std::to_string(code) + ")";
+    std::string text = errorText(code);
+    while (!text.empty() && text.back() == '.') {
+        text.pop_back();
+    }
+    return text + " (error " + std::to_string(code) + ")";
 }
 
 std::string requestFailure(uint32_t code, const std::string& user) {

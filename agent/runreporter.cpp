@@ -21,6 +21,8 @@ void RunReporter::show(const JobActivity& record, uint64_t nowMs) {
     if (state != shown_) {
         shown_ = state;
         showState(record, nowMs);
+    } else if (pauseUnsaid_) {
+        showPause(record, nowMs);
     }
     if (terminal_.live()) {
         showLive(record, nowMs);
@@ -34,12 +36,14 @@ void RunReporter::show(const JobActivity& record, uint64_t nowMs) {
 void RunReporter::showState(const JobActivity& record, uint64_t nowMs) {
     if (waitsForServer(record)) {
         pausedAt_ = nowMs;
+    } else if (shown_ == JobState::starting) {
+        reason_.clear();  // of the last wait
     }
     if (terminal_.live()) {
         return;
     }
     switch (shown_) {
-        case JobState::starting: terminal_.out(verb_ + " is looking for what has changed."); break;
+        case JobState::starting: terminal_.out(beginning(record) + "."); break;
         case JobState::running:
             nextProgress_ = nowMs + progressPeriodMs;
             terminal_.out(verb_ + " is running: " + countText(record.fileCount, "file") + ", " +
@@ -49,18 +53,26 @@ void RunReporter::showState(const JobActivity& record, uint64_t nowMs) {
         case JobState::pausing: terminal_.out(verb_ + " is pausing."); break;
         case JobState::canceling: terminal_.out(verb_ + " is being cancelled."); break;
         case JobState::paused:
-            if (waitsForServer(record)) {
-                terminal_.out(waiting(nowMs) + ".");
+            pauseUnsaid_ = waitsForServer(record);
+            if (!reason_.empty()) {
+                showPause(record, nowMs);
             }
             break;
         default: break;
     }
 }
 
+void RunReporter::showPause(const JobActivity& record, uint64_t nowMs) {
+    if (pauseUnsaid_ && waitsForServer(record)) {
+        terminal_.out(waiting(nowMs) + ".");
+    }
+    pauseUnsaid_ = false;
+}
+
 void RunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
     std::string line;
     switch (shown_) {
-        case JobState::starting: line = verb_ + " is looking for what has changed"; break;
+        case JobState::starting: line = beginning(record); break;
         case JobState::running:
         case JobState::completing:
             line = progressLine(progressOf(record), terminal_.width() - 1);
@@ -71,6 +83,11 @@ void RunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
         default: break;
     }
     terminal_.status(shortened(line, terminal_.width() - 1));
+}
+
+std::string RunReporter::beginning(const JobActivity& record) const {
+    return verb_ + (record.resuming != 0 ? " goes on where it stopped"
+                                         : " is looking for what has changed");
 }
 
 std::string RunReporter::waiting(uint64_t nowMs) const {

@@ -25,13 +25,16 @@ public:
 
 private:
     void showState(const JobActivity& record, uint64_t nowMs);
+    void showPause(const JobActivity& record, uint64_t nowMs);
     void showLive(const JobActivity& record, uint64_t nowMs);
+    std::string beginning(const JobActivity& record) const;
     std::string waiting(uint64_t nowMs) const;
 
     Terminal& terminal_;
     std::string verb_;
     std::string reason_;
     JobState shown_ = JobState::none;  // the state of the last show()
+    bool pauseUnsaid_ = false;         // the wait has begun, its reason may still be on its way
     uint64_t pausedAt_ = 0;
     uint64_t nextProgress_ = 0;
 };

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "faketerminal.h"
+#include "units.h"
 
 namespace dorvo::agent {
 namespace {
@@ -43,27 +44,28 @@ TEST_F(RunReporterTest, SaysEachChangeOnceAndTheProgressNowAndThen) {
     EXPECT_TRUE(plain_.statuses.empty());
 }
 
-TEST_F(RunReporterTest, SaysAtEachPauseOfItsOwnThatItWaits) {
+TEST_F(RunReporterTest, SaysAtEachPauseOfItsOwnThatItWaitsAndWhy) {
+    const std::string waiting = "Backup is paused, waiting for the server, next try in ";
     show(JobState::running, 0);
+    show(JobState::pausing, 100);
+    show(JobState::paused, 1000);
+    // The reason comes by another way than the state, and may come later.
     reporter_.reason("connection refused");
     liveReporter_.reason("connection refused");
-    show(JobState::pausing, 100);
     show(JobState::paused, 1000);
     show(JobState::paused, 11'000);
     show(JobState::paused, 99'000);
+    record_.resuming = 1;
     show(JobState::starting, 99'100);
     show(JobState::paused, 99'200);
-    const std::string waiting =
-        "Backup is paused, waiting for the server, next try in 30 s (connection refused)";
-    EXPECT_THAT(plain_.lines,
-                ElementsAre(StartsWith("Backup is running"), "Backup is pausing.", waiting + ".",
-                            StartsWith("Backup is looking"), waiting + "."));
-    ASSERT_EQ(live_.statuses.size(), 7U);
-    EXPECT_EQ(live_.statuses[2], waiting);
-    EXPECT_EQ(live_.statuses[3],
-              "Backup is paused, waiting for the server, next try in 20 s (connection refused)");
-    EXPECT_EQ(live_.statuses[4],
-              "Backup is paused, waiting for the server, next try in 0 s (connection refused)");
+    show(JobState::paused, 99'700);
+    EXPECT_THAT(plain_.lines, ElementsAre(StartsWith("Backup is running"), "Backup is pausing.",
+                                          waiting + "30 s (connection refused).",
+                                          "Backup goes on where it stopped.", waiting + "30 s."));
+    ASSERT_EQ(live_.statuses.size(), 9U);
+    EXPECT_EQ(live_.statuses[2], waiting + "30 s");
+    EXPECT_EQ(live_.statuses[4], shortened(waiting + "20 s (connection refused)", 79));
+    EXPECT_EQ(live_.statuses[5], shortened(waiting + "0 s (connection refused)", 79));
     EXPECT_TRUE(live_.lines.empty());
 }
 
