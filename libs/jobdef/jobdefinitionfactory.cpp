@@ -35,7 +35,10 @@ std::unique_ptr<JobDefinition> make(const json_spirit::Object& members) {
 
 std::unique_ptr<JobDefinition> JobDefinitionFactory::create(const std::wstring& path) {
     std::string text;
-    return jobdef::readFile(path, text) ? createFromText(text) : nullptr;
+    if (!jobdef::readFile(path, text)) {
+        return nullptr;
+    }
+    return createFromText(text);
 }
 
 std::unique_ptr<JobDefinition> JobDefinitionFactory::createFromText(const std::string& text) {
