@@ -35,7 +35,7 @@ TEST(HttpChunkedDecoder, GivesTheSameBodyInAllPieces) {
     const std::string text =
         "5\r\nhello\r\n1;name=\"v\"\r\n \r\nA \r\n0123456789\r\n0\r\nTrailer: x\r\nY: z\r\n\r\n";
     for (size_t step = 1; step <= text.size(); ++step) {
-        for (const size_t room : {1, 2, 7, 100}) {
+        for (const size_t room : {1U, 2U, 7U, 100U}) {
             const Decoded decoded = decode(text + "next", step, room);
             EXPECT_EQ(decoded.result, HTTP_Chunked_Decoder::END) << step << " " << room;
             EXPECT_EQ(decoded.body, "hello 0123456789") << step << " " << room;
