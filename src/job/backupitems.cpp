@@ -14,7 +14,10 @@
 namespace dorvo {
 
 BackupItems::BackupItems(BackupJob& job, JobActivitySourceReader& reader)
-    : job_(job), record_(*job.activity().get()), reader_(reader) {
+    : job_(job),
+      record_(*job.activity().get()),
+      reader_(reader),
+      temporary_(itemTempFolder(job.definition().id())) {
     useVolume(record_.volumeIndex);
 }
 
@@ -105,9 +108,8 @@ BackupItems::Step BackupItems::storeItem(bool directory) {
                                               source.empty() ? nullptr : source.c_str());
     const DWORD code = GetLastError();
     if (!directory) {
-        if (const std::wstring temporary = itemTempPath(job_.definition().id(), item.number);
-            !temporary.empty()) {
-            rm_rf(temporary, true);
+        if (const std::wstring package = itemTempPath(temporary_, item.number); !package.empty()) {
+            rm_rf(package, true);
         }
         fileDone_ = true;
         doneBytes_ = uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;

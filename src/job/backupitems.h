@@ -45,6 +45,7 @@ private:
     JobActivity& record_;
     JobActivitySourceReader& reader_;
     const JobVolume* volume_ = nullptr;  // the current one, of the job's map
+    const std::wstring temporary_;       // the folder of the items' packages
     bool setEnded_ = false;
     bool fileDone_ = false;   // the file at the record's position is through
     uint64_t doneBytes_ = 0;  // its size

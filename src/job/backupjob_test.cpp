@@ -348,14 +348,15 @@ TEST_F(BackupJobTest, AManualPauseInAnItemRepeatsItOnResume) {
     script_.items["b"] = {ERROR_CANCELLED};
     script_.onItem = [&](const std::string& name) {
         if (name == "b" && script_.count(toUtf8(sources()) + "\\b") == 0) {
-            write(itemTempPath("j1", 3), "half a package");
+            write(itemTempPath(itemTempFolder("j1"), 3), "half a package");
             EXPECT_TRUE(job->pause(true));
         }
     };
     run(*job);
     EXPECT_EQ(job->state(), paused);
     EXPECT_EQ(job->record().pausedManually, 1u);
-    EXPECT_EQ(GetFileAttributesW(itemTempPath("j1", 3).c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetFileAttributesW(itemTempPath(itemTempFolder("j1"), 3).c_str()),
+              INVALID_FILE_ATTRIBUTES);
     run(*job);
     EXPECT_EQ(job->state(), completed);
     EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "b", "c"}));

@@ -20,6 +20,7 @@
 #include "job/source/sourceclassifier.h"
 #include "job/source/speedcalc.h"
 #include "job/source/volumemap.h"
+#include "storage/itemtemppath.h"
 
 namespace dorvo {
 namespace {
@@ -258,7 +259,7 @@ void BackupRun::forgetList() {
 }
 
 bool BackupRun::startStorage() {
-    const std::wstring temporary = directory_ + L"\\tmp";
+    const std::wstring temporary = itemTempFolder(job_.definition().id());
     rm_rf(temporary, false);
     createDirectories(temporary);
     job_.storage_ = job_.createStorage();

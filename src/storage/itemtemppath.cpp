@@ -4,12 +4,13 @@
 
 namespace dorvo {
 
-std::wstring itemTempPath(std::string_view jobId, uint32_t number) {
+std::wstring itemTempFolder(std::string_view jobId) {
     std::wstring path;
-    if (!jobDirectory(jobId, path)) {
-        return {};
-    }
-    return path + L"\\tmp\\" + std::to_wstring(number);
+    return jobDirectory(jobId, path) ? path + L"\\tmp" : std::wstring();
+}
+
+std::wstring itemTempPath(const std::wstring& folder, uint32_t number) {
+    return folder.empty() ? folder : folder + L"\\" + std::to_wstring(number);
 }
 
 }  // namespace dorvo

@@ -1,5 +1,6 @@
 // <job directory>\tmp\<item number>: where an item's package lies while it is encoded and sent, or
-// received and decoded. Empty when the job has no directory.
+// received and decoded. Empty when the job has no directory. Asking for a job's directory costs the
+// system a look-up: whoever handles many items keeps the folder.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 
 namespace dorvo {
 
-std::wstring itemTempPath(std::string_view jobId, uint32_t number);
+std::wstring itemTempFolder(std::string_view jobId);
+std::wstring itemTempPath(const std::wstring& folder, uint32_t number);
 
 }  // namespace dorvo

@@ -79,6 +79,7 @@ WebBackupStorage::WebBackupStorage(Run run)
       run_(std::move(run)),
       activity_(run_.activity),
       instanceId_(instanceText(activity_)),
+      temporary_(itemTempFolder(run_.jobId)),
       transformation_(run_.compress),
       block_(uploadBlockSize) {
     transformation_.key = run_.key;
@@ -244,7 +245,7 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
     const bool directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     Item item{withoutTrailingBackslash(toUtf8(path)), data, directory,
               readFrom == nullptr ? path : readFrom,
-              directory ? std::wstring() : itemTempPath(run_.jobId, number)};
+              directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up file {%s}.\n", item.name.c_str());
     claim(number);
     log(LogLevel::debug, "%s", "File {%} is increment, start to encrypt/compress.\n");

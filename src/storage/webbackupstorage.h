@@ -74,6 +74,7 @@ private:
     Run run_;
     JobActivity* activity_;   // borrowed
     std::string instanceId_;  // empty when the record has none
+    std::wstring temporary_;  // the folder of the packages
     Web_Server_Invoker invoker_;
     BackupTransformation transformation_;
     std::vector<std::byte> block_;

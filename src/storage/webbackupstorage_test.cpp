@@ -149,7 +149,8 @@ TEST_F(WebBackupStorageTest, AFileIsAnnouncedAndSentInBlocks) {
     EXPECT_EQ(record_.packageSize, uploadBlockSize);
     EXPECT_EQ(record_.fileOffset, uploadBlockSize);
     EXPECT_EQ(record_.transferred, uploadBlockSize);
-    EXPECT_EQ(GetFileAttributesW(itemTempPath(job, 7).c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetFileAttributesW(itemTempPath(itemTempFolder(job), 7).c_str()),
+              INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(WebBackupStorageTest, ADirectoryHasNoData) {
