@@ -87,7 +87,7 @@ Instance BackupEndpoints::openOrFind(const Session& session, std::string_view na
     if (!catalog_.findInstance(name)) {
         return catalog_.openInstance(session, name, definition, compress);
     }
-    const Instance instance = ownInstance(session, name);
+    Instance instance = ownInstance(session, name);
     if (instance.definition != definition) {
         throw ServiceError(409, "the backup belongs to another job");
     }

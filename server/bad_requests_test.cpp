@@ -73,9 +73,10 @@ std::vector<Row> jsonRows() {
             const std::string key(member.key());
             auto object = good;
             object[key] = nullptr;
-            rows.push_back({name + " null " + key, path, json::serialize(object), 400});
+            const std::string row = name + " " + key;
+            rows.push_back({row + " null", path, json::serialize(object), 400});
             object.erase(key);
-            rows.push_back({name + " no " + key, path, json::serialize(object), 400});
+            rows.push_back({row + " missing", path, json::serialize(object), 400});
         }
     }
     return rows;

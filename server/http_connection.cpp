@@ -303,8 +303,9 @@ void HttpConnection::close() {
 void HttpConnection::logRequest(const WebReply& reply) const {
     const auto took = std::chrono::steady_clock::now() - begin_;
     std::array<char, 64> numbers{};
-    std::snprintf(numbers.data(), numbers.size(), "%d %zu %.1f", reply.status, bodyBytes_,
-                  std::chrono::duration<double, std::milli>(took).count());
+    static_cast<void>(std::snprintf(numbers.data(), numbers.size(), "%d %zu %.1f", reply.status,
+                                    bodyBytes_,
+                                    std::chrono::duration<double, std::milli>(took).count()));
     shared_.log(peer_ + " " + method_ + " " + target_ + " " + numbers.data() + " " +
                 (reply.user.empty() ? "-" : reply.user));
 }

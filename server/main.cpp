@@ -38,7 +38,7 @@ int serve(const dorvo::CommandLine& command) {
     sigaddset(&stopSignals, SIGTERM);
     sigaddset(&stopSignals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
 
     const dorvo::RequestLog log(command.logFile);
     dorvo::StorageServer server(command.options,

@@ -24,8 +24,8 @@ std::string timeText() {
     ::gmtime_r(&seconds, &utc);
     std::array<char, 64> text{};
     const size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &utc);
-    std::snprintf(text.data() + length, text.size() - length, ".%03dZ",
-                  static_cast<int>(milliseconds));
+    static_cast<void>(std::snprintf(text.data() + length, text.size() - length, ".%03dZ",
+                                    static_cast<int>(milliseconds)));
     return text.data();
 }
 

@@ -1,8 +1,8 @@
 #include "testing/service_fixture.h"
 
-#include <stdlib.h>
-
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
