@@ -135,7 +135,7 @@ bool Job::startTask() {
 }
 
 DWORD WINAPI Job::run_wrapper(void* self) {
-    Job* job = static_cast<Job*>(self);
+    auto* job = static_cast<Job*>(self);
     job->running_ = true;
     DWORD result = 1;
     try {
@@ -220,8 +220,8 @@ bool Job::pause(bool manual) {
 }
 
 bool Job::requestPause(bool manual) {
-    constexpr int32_t pausing = static_cast<int32_t>(JobState::pausing);
-    constexpr int32_t canceling = static_cast<int32_t>(JobState::canceling);
+    constexpr auto pausing = static_cast<int32_t>(JobState::pausing);
+    constexpr auto canceling = static_cast<int32_t>(JobState::canceling);
     const int32_t pending = activity_->pendingState;
     if (pending == pausing || pending == canceling) {
         if (manual && pending == pausing) {
@@ -293,7 +293,7 @@ bool Job::remove() {
 }
 
 DWORD WINAPI Job::remove_thread(void* argument) {
-    constexpr DWORD failed = static_cast<DWORD>(-1);
+    constexpr auto failed = static_cast<DWORD>(-1);
     const std::unique_ptr<Removal> removal(static_cast<Removal*>(argument));
     if (removal->workThread &&
         WaitForSingleObject(removal->workThread.get(), INFINITE) != WAIT_OBJECT_0) {

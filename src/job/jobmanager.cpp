@@ -50,10 +50,11 @@ void notifyState(const JobDefinition& definition, JobState state) {
                                             static_cast<unsigned>(state)));
 }
 
+// `root` ends with a backslash.
 std::vector<std::wstring> subdirectories(const std::wstring& root) {
     std::vector<std::wstring> names;
     WIN32_FIND_DATAW entry;
-    const FindHandle find(FindFirstFileW(longPath(root + L"\\*").c_str(), &entry));
+    const FindHandle find(FindFirstFileW(longPath(root + L"*").c_str(), &entry));
     if (!find) {
         return names;
     }
@@ -82,8 +83,9 @@ bool JobManagerImpl::open() {
     if (!jobRoot(root)) {
         return true;
     }
+    root += L'\\';
     for (const std::wstring& name : subdirectories(root)) {
-        loadJob(root + L"\\" + name, toUtf8(name));
+        loadJob(root + name, toUtf8(name));
     }
     return true;
 }
