@@ -75,9 +75,10 @@ std::string JobHistoryInfo::timeText(const FILETIME& utc) {
         return {};
     }
     char text[64];
-    std::snprintf(text, sizeof text, "%d-%d-%d %.2d:%.2d:%.2d", time.wYear, time.wMonth, time.wDay,
-                  time.wHour, time.wMinute, time.wSecond);
-    return text;
+    const int length =
+        std::snprintf(text, sizeof text, "%d-%d-%d %.2d:%.2d:%.2d", time.wYear, time.wMonth,
+                      time.wDay, time.wHour, time.wMinute, time.wSecond);
+    return length > 0 ? std::string(text, static_cast<size_t>(length)) : std::string();
 }
 
 }  // namespace dorvo

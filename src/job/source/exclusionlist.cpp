@@ -41,14 +41,14 @@ ExclusionList::ExclusionList() {
     load(toUtf8(storePath(L"\\exclusions")).c_str());
 }
 
-ExclusionList::ExclusionList(const ExclusionList& other) : JSONObjectStorage() {
-    *this = other;
-}
+ExclusionList::ExclusionList(const ExclusionList& other) : JSONObjectStorage(other.content()) {}
 
 ExclusionList& ExclusionList::operator=(const ExclusionList& other) {
-    const std::lock_guard guard(s_locker);
-    JSONObjectStorage::operator=(other);
-    changed_ = false;  // what `other` has not saved, it saves itself
+    if (this != &other) {
+        const std::lock_guard guard(s_locker);
+        JSONObjectStorage::operator=(other);
+        changed_ = false;  // what `other` has not saved, it saves itself
+    }
     return *this;
 }
 
@@ -57,6 +57,11 @@ ExclusionList::~ExclusionList() {
     if (changed_) {
         saveLocked();
     }
+}
+
+JSONObjectStorage ExclusionList::content() const {
+    const std::lock_guard guard(s_locker);
+    return *this;
 }
 
 bool ExclusionList::addPath(const char* list, const char* path) {

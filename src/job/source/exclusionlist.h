@@ -32,6 +32,7 @@ public:
     bool save();
 
 private:
+    JSONObjectStorage content() const;
     bool saveLocked();
 
     static CriticalSection s_locker;  // guards all objects and the file
