@@ -36,29 +36,29 @@ TEST(ExtensionFilter, BuildsOnePatternOfAList) {
 
 TEST(ExtensionFilter, TellsWhatBelongsToTheBackup) {
     struct Row {
-        int type;
         Extensions extensions;
         const wchar_t* name;
+        int type;
         bool included;
     };
     const Row rows[] = {
-        {include, {L"*.TXT", L".doc"}, L"notes.txt", true},
-        {include, {L"*.TXT", L".doc"}, L"NOTES.TXT", true},
-        {include, {L"*.TXT", L".doc"}, L"mytxt", true},
-        {include, {L"*.TXT", L".doc"}, L"C:\\docs\\a.doc", true},
-        {include, {L"*.TXT", L".doc"}, L"a.docx", false},
-        {include, {L"*.TXT", L".doc"}, L"txt.", false},
-        {include, {}, L"anything", true},
-        {include, {L"*.*"}, L"anything", true},
-        {exclude, {}, L"anything", true},
-        {exclude, {L"*.*"}, L"anything", true},
-        {exclude, {L"*.*"}, L"", false},  // the empty pattern matches the empty name
-        {exclude, {L"tmp"}, L"a.TMP", false},
-        {exclude, {L"tmp"}, L"atmp", false},
-        {exclude, {L"tmp"}, L"tmp.txt", true},
-        {include, {L"jpe?g"}, L"a.jpg", true},  // a piece of a regular expression
-        {include, {L"jpe?g"}, L"a.jpe?g", false},
-        {include, {L"\u00e9"}, L"caf.\u00e9", true},
+        {{L"*.TXT", L".doc"}, L"notes.txt", include, true},
+        {{L"*.TXT", L".doc"}, L"NOTES.TXT", include, true},
+        {{L"*.TXT", L".doc"}, L"mytxt", include, true},
+        {{L"*.TXT", L".doc"}, L"C:\\docs\\a.doc", include, true},
+        {{L"*.TXT", L".doc"}, L"a.docx", include, false},
+        {{L"*.TXT", L".doc"}, L"txt.", include, false},
+        {{}, L"anything", include, true},
+        {{L"*.*"}, L"anything", include, true},
+        {{}, L"anything", exclude, true},
+        {{L"*.*"}, L"anything", exclude, true},
+        {{L"*.*"}, L"", exclude, false},  // the empty pattern matches the empty name
+        {{L"tmp"}, L"a.TMP", exclude, false},
+        {{L"tmp"}, L"atmp", exclude, false},
+        {{L"tmp"}, L"tmp.txt", exclude, true},
+        {{L"jpe?g"}, L"a.jpg", include, true},  // a piece of a regular expression
+        {{L"jpe?g"}, L"a.jpe?g", include, false},
+        {{L"\u00e9"}, L"caf.\u00e9", include, true},
     };
     for (const Row& row : rows) {
         const auto filter = FilterPolicyFactory::create(row.type, row.extensions);
