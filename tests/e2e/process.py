@@ -16,7 +16,9 @@ class Process:
     def __init__(self, command, env=None, cwd=None, stdin=None, echo=None, terminal=False):
         self._changed = threading.Condition()  # guards all below
         self._said = {"out": [], "err": []}
-        self.peak_kib = 0  # of the running child so far, or of the whole life of an ended one
+        # Of the running child so far, or of the whole life of an ended one: all that was resident,
+        # and what of it was no file's (programs and libraries are), as seen at moments.
+        self.peak_kib = self.peak_own_kib = 0
         self._code = None
         self.seconds = None
         self._started = time.monotonic()
@@ -105,7 +107,8 @@ class Process:
         # The kernel's own figure of the ended child would count its parent's memory before exec.
         end = os.pidfd_open(self.pid)
         while not select.select([end], [], [], 0.05)[0]:
-            self.peak_kib = max(self.peak_kib, self._memory_peak())
+            resident, own = self._memory()
+            self.peak_kib, self.peak_own_kib = max(self.peak_kib, resident), max(self.peak_own_kib, own)
         os.close(end)
         _, status = os.waitpid(self.pid, 0)
         if self._child.stdin:
@@ -115,9 +118,10 @@ class Process:
             self.seconds = time.monotonic() - self._started
             self._changed.notify_all()
 
-    def _memory_peak(self):
+    def _memory(self):
         try:
             with open(f"/proc/{self.pid}/status") as status:
-                return next((int(line.split()[1]) for line in status if line.startswith("VmHWM:")), 0)
-        except (FileNotFoundError, ProcessLookupError):
-            return 0
+                values = dict(line.split(":", 1) for line in status)
+                return int(values["VmHWM"].split()[0]), int(values["RssAnon"].split()[0])
+        except (FileNotFoundError, ProcessLookupError, KeyError):
+            return 0, 0
