@@ -9,7 +9,7 @@ import re
 import shutil
 import subprocess
 
-from layout import PREFIX_HOME, WINDOWS_BIN
+from layout import BUILD, PREFIX_HOME, WINDOWS_BIN
 from process import Process
 
 GLOBAL_KEY = r"HKLM\Software\trevold\Dorvo"
@@ -42,6 +42,24 @@ def make_prefix(prefix):
     shutil.rmtree(prefix / "drive_c" / "ProgramData" / "trevold", ignore_errors=True)
 
 
+def installed_programs():
+    """agent.exe and its libraries as an installation has them, without debug information."""
+    folder = BUILD / "e2e" / "installed"
+    folder.mkdir(parents=True, exist_ok=True)
+    programs = []
+    with open(folder / "lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        for source in [WINDOWS_BIN / "agent.exe", *WINDOWS_BIN.glob("*.dll")]:
+            target, built = folder / source.name, source.stat().st_mtime_ns
+            if not target.exists() or target.stat().st_mtime_ns != built:
+                stripped = folder / "stripped"
+                subprocess.run(["x86_64-w64-mingw32-strip", "-o", stripped, source], check=True)
+                os.utime(stripped, ns=(built, built))
+                stripped.replace(target)
+            programs.append(target)
+    return programs
+
+
 def windows_path(path):
     """The path under which a program in Wine sees a file of this machine."""
     return "Z:" + str(path).replace("/", "\\")
@@ -65,8 +83,8 @@ class Machine:
         # Options beside the executable win over those of the data directory: an agent folder each.
         self.home = self.folder / "agent"
         self.home.mkdir()
-        for name in ["agent.exe", *(p.name for p in WINDOWS_BIN.glob("*.dll"))]:
-            os.link((WINDOWS_BIN / name).resolve(), self.home / name)
+        for program in installed_programs():
+            os.link(program, self.home / program.name)
         self.data = self.prefix / "drive_c" / "ProgramData" / "trevold" / "Dorvo"
         self._children = []
         # Keeps Wine's own servers up, so that each command costs milliseconds.
