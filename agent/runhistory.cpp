@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "failuretext.h"
 #include "job/activity/jobhistory.h"
+#include "job/backupfailure.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo::agent {
@@ -84,7 +85,7 @@ std::vector<FailedItem> readFailedItems(const std::wstring& directory,
 }  // namespace
 
 std::string FailedItem::text() const {
-    return path + ": " + (reason.empty() ? failureText(code) : reason);
+    return path + ": " + (reason.empty() || isHttpStatus(code) ? failureText(code) : reason);
 }
 
 std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {

@@ -36,8 +36,6 @@ void RunReporter::show(const JobActivity& record, uint64_t nowMs) {
 void RunReporter::showState(const JobActivity& record, uint64_t nowMs) {
     if (waitsForServer(record)) {
         pausedAt_ = nowMs;
-    } else if (shown_ == JobState::starting) {
-        reason_.clear();  // of the last wait
     }
     if (terminal_.live()) {
         return;
