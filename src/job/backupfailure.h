@@ -12,6 +12,8 @@ namespace dorvo {
 
 constexpr uint32_t errorCancelled = 1223;
 constexpr uint32_t errorRefused = 10061;
+constexpr uint32_t errorHostNotFound = 11001;  // also a machine without a network looking up a name
+constexpr uint32_t errorNameTryAgain = 11002;
 constexpr uint32_t errorUnauthorized = withHttpMark(401);
 constexpr uint32_t errorNotAcceptable = withHttpMark(406);
 
@@ -19,7 +21,7 @@ struct Failure {
     uint32_t code = 0;
     bool networkError = false;   // what the job's is_network_error says of the code
     bool stopping = false;       // a stop or a pause is pending
-    bool waitForServer = false;  // the option: a refused connection may become a server yet
+    bool waitForServer = false;  // the option: a server that is not to be found may appear yet
 };
 
 enum class FailureAction {
@@ -33,10 +35,15 @@ constexpr bool isHttpStatus(uint32_t code) {
     return (code & httpMark) == httpMark;
 }
 
+// There is nobody at the server's address, or no address to its name.
+constexpr bool isServerMissing(uint32_t code) {
+    return code == errorRefused || code == errorHostNotFound || code == errorNameTryAgain;
+}
+
 constexpr bool isTransient(const Failure& failure) {
     return failure.networkError || failure.code == errorUnauthorized ||
            failure.code == errorNotAcceptable ||
-           (failure.code == errorRefused && failure.waitForServer);
+           (failure.waitForServer && isServerMissing(failure.code));
 }
 
 // Whatever fails while the job is being stopped fails because of that.

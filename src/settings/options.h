@@ -27,7 +27,8 @@ public:
     void getServerInfo(std::string& host, unsigned short& port) const;
     void getServerInfo(std::string& name, std::string& host, unsigned short& port) const;
     bool enableSnapshot() const;
-    // A refused connection counts as a network failure that passes: the job waits and retries.
+    // A server that refuses connections, or whose name is not found, counts as a network failure
+    // that passes: the job waits and retries.
     bool waitForServer() const;
     int loginRetrytimes() const;
     int loginAgainAfter() const;
