@@ -205,7 +205,7 @@ def main():
         parser.error(f"unknown case {', '.join(sorted(unknown))}" if unknown else "runs and scale are out of range")
     (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
     print(f"Medians of {options.runs} runs, sizes × {options.scale:g}, {os.cpu_count()} cores, "
-          f"{subprocess.check_output(['wine', '--version'], text=True).strip()}.\n")
+          f"{subprocess.check_output(['wine', '--version'], text=True, env=dict(os.environ, WINEDEBUG='-all')).strip()}.\n")
     for case in options.cases or CASES:
         with tempfile.TemporaryDirectory(dir=BUILD / "e2e", prefix="bench-") as folder:
             print(table(case, *measure(case, options, pathlib.Path(folder))), flush=True)
