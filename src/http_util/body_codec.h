@@ -24,7 +24,7 @@ struct Body_Codec;
 // come, not with what was announced beyond the limit.
 template <class Container>
 bool read_whole_body(HTTP_Input_Stream& stream, uint64_t limit, Container& out) {
-    constexpr size_t step = 64 * 1024;
+    constexpr size_t step = size_t{64} * 1024;
     const uint64_t announced = stream.announced();
     if (announced > limit) {
         SetLastError(ERROR_FILE_TOO_LARGE);
