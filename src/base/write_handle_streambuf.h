@@ -71,11 +71,12 @@ public:
             }
             next += written;
         }
-        empty();
         if (error_ != ERROR_SUCCESS) {
+            this->setp(nullptr, nullptr);  // no room, so that nothing is taken any more
             SetLastError(error_);
             return false;
         }
+        empty();
         return true;
     }
 

@@ -174,6 +174,9 @@ TEST_F(SourceList, AWriteThatFailsFailsEverythingAfterIt) {
     SetLastError(0);
     EXPECT_FALSE(writer.flush());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    SetLastError(0);
+    EXPECT_FALSE(writer.endSet());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_FALSE(writer.close());
 }
 
