@@ -153,7 +153,7 @@ void OptionsImpl::getServerInfo(std::string& host, unsigned short& port) const {
     const std::lock_guard guard(lock_);
     host = text(hostKey);
     const int number = this->number(portKey, defaultPort);
-    const bool isPort = number > 0 && number <= largestPort;
+    const bool isPort = number >= 0 && number <= largestPort;
     port = static_cast<unsigned short>(isPort ? number : defaultPort);
 }
 

@@ -115,8 +115,13 @@ TEST_F(Options, ValuesOfAnotherTypeCountAsAbsent) {
 }
 
 TEST_F(Options, GettersGiveHandEditedValuesAsTheyStand) {
-    write(data_, R"({"loginRetrytimes":-1,"update_start_at":5,"enableSnapshot":true})");
+    write(data_, R"({"loginRetrytimes":-1,"update_start_at":5,"enableSnapshot":true,
+        "webServerPort":0})");
     const OptionsImpl options;
+    std::string host;
+    unsigned short port = 1;
+    options.getServerInfo(host, port);
+    EXPECT_EQ(port, 0);
     EXPECT_EQ(options.loginRetrytimes(), -1);
     EXPECT_EQ(options.update_start_at(), 5);
     EXPECT_TRUE(options.enableSnapshot());
