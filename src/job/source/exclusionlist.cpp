@@ -38,7 +38,11 @@ CriticalSection ExclusionList::s_locker;
 ExclusionList::ExclusionList() {
     const FunctionTrace trace("ExclusionList::ExclusionList", "exclusionlist.cpp");
     const std::lock_guard guard(s_locker);
-    load(toUtf8(storePath(L"\\exclusions")).c_str());
+    const std::wstring path = storePath(L"\\exclusions");
+    if (!load(toUtf8(path).c_str()) && fileExists(path)) {
+        log(LogLevel::error, "Failed to load the exclusion list {%s}; nothing is excluded.\n",
+            path_.c_str());
+    }
 }
 
 ExclusionList::ExclusionList(const ExclusionList& other) : JSONObjectStorage(other.content()) {}

@@ -4,6 +4,7 @@
 
 #include "job/source/excludedpaths.h"
 #include "json_spirit/json_spirit.h"
+#include "support/log_capture.h"
 #include "support/store_test.h"
 
 namespace dorvo {
@@ -81,6 +82,25 @@ TEST_F(Exclusions, WhatIsNoListIsLeftAlone) {
     EXPECT_TRUE(exclusions.removePath("j1", "c:\\A"));
     EXPECT_EQ(listOf(exclusions, "j1"), "[7]");
     EXPECT_FALSE(ExcludedPaths(exclusions, "j1").contains(L"C:\\Temp"));
+}
+
+TEST_F(Exclusions, SaysWhenItsFileIsNoUse) {
+    const std::string text =
+        "Failed to load the exclusion list {" + toUtf8(path_) + "}; nothing is excluded.\n";
+    test::LogCapture log;
+    { const ExclusionList missing; }
+    EXPECT_FALSE(log.has(LogLevel::error, text));
+    std::ptrdiff_t said = 0;
+    for (const char* damaged : {"", "[]", "{\"all\" :"}) {
+        write(path_, damaged);
+        { const ExclusionList exclusions; }
+        const auto lines = log.lines();
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                                [&](const test::LogLine& line) { return line.text == text; }),
+                  ++said)
+            << damaged;
+        EXPECT_EQ(contentOf(path_), damaged);
+    }
 }
 
 TEST_F(Exclusions, JobHonoursTwoLists) {

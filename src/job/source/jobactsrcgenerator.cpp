@@ -48,8 +48,8 @@ bool JobActivitySourceGenerator::generate(const std::wstring& path, const Volume
     }
     error_ = ERROR_SUCCESS;
     try {
-        if (write(volumes) && (!writer_.flush() || FlushFileBuffers(writer_.handle()) == 0)) {
-            fail(GetLastError());
+        if (write(volumes)) {
+            flush(partial);
         }
     } catch (const std::bad_alloc&) {
         fail(ERROR_NOT_ENOUGH_MEMORY);
@@ -95,6 +95,19 @@ bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
         }
     }
     return writer_.endSet() || fail(GetLastError());
+}
+
+// Brings the list onto the disk.
+bool JobActivitySourceGenerator::flush(const std::wstring& partial) {
+    if (!writer_.flush()) {
+        return fail(GetLastError());
+    }
+    if (FlushFileBuffers(writer_.handle()) == 0) {
+        fail(GetLastError());
+        logWriteFailure(partial, error_);
+        return false;
+    }
+    return true;
 }
 
 bool JobActivitySourceGenerator::writeVolume(const JobVolume& volume,

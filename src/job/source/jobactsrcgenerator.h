@@ -60,6 +60,7 @@ private:
 
     void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override;
     bool write(const VolumeMap& volumes);
+    bool flush(const std::wstring& partial);
     bool writeVolume(const JobVolume& volume, const SourceWalk::Rules& rules);
     bool writeBatch();
     bool askCheck(std::vector<bool>& send);
