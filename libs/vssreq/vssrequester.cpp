@@ -31,13 +31,18 @@ bool VSSRequester::startBackup(const std::vector<std::wstring>* volumes, int bac
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return false;
     }
-    ResetEvent(end_);
     if (backupType < undefined || backupType > other) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
     if (volumes == nullptr || volumes->empty()) {
         return true;
+    }
+    // An end that was asked for just before counts: whoever asked could not know how far this is.
+    if (WaitForSingleObject(end_, 0) == WAIT_OBJECT_0) {
+        ResetEvent(end_);
+        SetLastError(ERROR_CANCELLED);
+        return false;
     }
     begun_ = true;
     const HRESULT result = provider_->prepare(*volumes, backupType, end_);
@@ -63,6 +68,7 @@ bool VSSRequester::endBackup() {
     }
     begun_ = false;
     const HRESULT result = provider_->complete();
+    ResetEvent(end_);
     if (FAILED(result)) {
         SetLastError(toLastError(result));
         return false;

@@ -156,6 +156,18 @@ TEST_F(Requester, TheEndEventBreaksOffAStartAndNotTheNextOne) {
     EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
 }
 
+TEST_F(Requester, AnEndThatComesJustBeforeAStartIsNotLost) {
+    requester_.setEndEvent();
+    EXPECT_FALSE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_THAT(script_.calls, testing::IsEmpty());
+    EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+
+    requester_.setEndEvent();  // during the backup: nothing is under way
+    EXPECT_TRUE(requester_.endBackup());
+    EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+}
+
 // Wine has the service's library but not the service; only Windows shows more than this.
 TEST(ShadowCopies, AMachineWithoutTheServiceGetsAnError) {
     VSSRequester requester;
