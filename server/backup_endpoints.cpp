@@ -172,13 +172,16 @@ json::object BackupEndpoints::endJob(const Session& session, const json::object&
         refuseState(instance);
     }
     if (instance.damaged) {
-        throw ServiceError(409, "the backup was under way when the server lost power");
+        throw ServiceError(409, "the backup may have lost data at the server");
     }
     if (const auto path = catalog_.findIncomplete(instance.id)) {
         throw ServiceError(409, "a file of the backup is incomplete: " + *path);
     }
     // The order makes "completed" a promise: bytes and their names first, then the state.
-    blocks_.sync(instance.id, catalog_.packedLength(instance.id));
+    if (!blocks_.sync(instance.id, catalog_.packedLength(instance.id))) {
+        catalog_.damageInstance(instance.id);
+        throw ServiceError(409, "the backup has lost data at the server");
+    }
     catalog_.completeInstance(instance.id, endTime);
     return {};
 }

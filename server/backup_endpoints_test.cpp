@@ -9,6 +9,13 @@ namespace json = boost::json;
 
 class Backup : public ServiceFixture {};
 
+std::string folderInfo(const std::string& instance, const std::string& path) {
+    json::object folder = json::parse(fileInfo(instance, path, 0)).as_object();
+    folder["type"] = "folder";
+    folder["attri"].as_object()["dwFileAttributes"] = 16;
+    return json::serialize(folder);
+}
+
 TEST_F(Backup, SendsAndKeepsWhatItIsGiven) {
     const std::string large = pattern(blockBytes * 2 + 10);
     EXPECT_EQ(offer("i1", {{"C:\\b"}, {"C:\\a"}, {"C:\\\u00e4"}}), "C:\\b,C:\\a,C:\\\u00e4");
@@ -205,10 +212,7 @@ TEST_F(Backup, CancellingFreesTheBytesOfTheRunOnly) {
 
 TEST_F(Backup, OfFoldersOnlyNeedsNoIncrementCheck) {
     EXPECT_EQ(start("i1"), 200);
-    auto folder = json::parse(fileInfo("i1", "C:\\dir", 0)).as_object();
-    folder["type"] = "folder";
-    folder["attri"].as_object()["dwFileAttributes"] = 16;
-    EXPECT_EQ(post(uploadFilePath, json::serialize(folder)).status, 200);
+    EXPECT_EQ(post(uploadFilePath, folderInfo("i1", "C:\\dir")).status, 200);
     EXPECT_EQ(end("i1"), 200);
     EXPECT_EQ(offer("i2", {{"C:\\dir"}}), "C:\\dir");  // a file now
 }
@@ -268,8 +272,20 @@ TEST_F(Backup, IsNotCompletedWhenItsPackagesLostBytes) {
     start("i1");
     put("i1", "a", "abc");
     std::filesystem::resize_file(data / "packages" / "01" / "1.pkg", 2);
-    EXPECT_EQ(end("i1"), 503);
+    EXPECT_EQ(end("i1"), 409);
+    // The right length alone brings nothing back.
+    std::filesystem::resize_file(data / "packages" / "01" / "1.pkg", 3);
+    EXPECT_EQ(end("i1"), 409);
     EXPECT_EQ(state("i1"), "running");
+}
+
+TEST_F(Backup, EndsWithAFolderBehindAFileThatFailed) {
+    start("i1");
+    putInfo("i1", "failed", blockBytes);
+    EXPECT_EQ(post(uploadFilePath, folderInfo("i1", "C:\\dir")).status, 200);
+    put("i1", "empty", "");
+    addError("i1", "failed");
+    EXPECT_EQ(end("i1"), 200);
 }
 
 TEST_F(Backup, DataFolderIsServedByOneProcess) {

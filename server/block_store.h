@@ -20,8 +20,9 @@ public:
     virtual void write(int64_t container, int64_t offset, std::string_view bytes) = 0;
     // Gives up a stretch whose package is no longer wanted; what it reads as later is undefined.
     virtual void discard(int64_t container, int64_t offset, int64_t length) = 0;
-    // Makes the whole container survive a power cut. Throws when it is shorter than it must be.
-    virtual void sync(int64_t container, int64_t length) = 0;
+    // Makes the whole container survive a power cut. False when it has lost bytes: it is shorter
+    // than it must be, or the disk failed to take what was written, which no second try would tell.
+    [[nodiscard]] virtual bool sync(int64_t container, int64_t length) = 0;
     // Frees the container; one that is not there is no error.
     virtual void remove(int64_t container) = 0;
     // Frees every container that the caller does not want kept.

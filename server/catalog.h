@@ -32,7 +32,7 @@ struct Instance {
     int64_t userId = 0;
     std::string definition;
     InstanceState state = InstanceState::pending;
-    bool damaged = false;   // a power cut may have cost it data: it can never complete
+    bool damaged = false;   // it may have lost data, to a power cut or its disk: it never completes
     int64_t reserved = 0;   // bytes of its container that are given to packages
     bool compress = false;  // what its files are unless they say otherwise
 };
@@ -121,6 +121,8 @@ public:
     virtual void setBlocks(int64_t instance, std::string_view path, int64_t blocks) = 0;
     // A path that is awaited or lacks blocks, and is not on the error list.
     virtual std::optional<std::string> findIncomplete(int64_t instance) = 0;
+
+    virtual void damageInstance(int64_t instance) = 0;
 
     // How long the instance's own container must be to hold every package of it.
     virtual int64_t packedLength(int64_t instance) = 0;

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <charconv>
-#include <stdexcept>
 #include <system_error>
 
 #include "file_descriptor.h"
@@ -71,12 +70,12 @@ void FileBlockStore::discard(int64_t container, int64_t offset, int64_t length) 
     }
 }
 
-void FileBlockStore::sync(int64_t container, int64_t length) {
+bool FileBlockStore::sync(int64_t container, int64_t length) {
     const fs::path file = path(container);
     const FileDescriptor fd = open(file, O_RDONLY);
     if (!fd) {
-        if (errno == ENOENT && length == 0) {
-            return;
+        if (errno == ENOENT) {
+            return length == 0;
         }
         fail("cannot open", file);
     }
@@ -84,14 +83,12 @@ void FileBlockStore::sync(int64_t container, int64_t length) {
     if (::fstat(fd.get(), &status) != 0) {
         fail("cannot stat", file);
     }
-    if (status.st_size < length) {
-        throw std::runtime_error(file.string() + " has lost bytes");
-    }
-    if (::fsync(fd.get()) != 0) {
-        fail("cannot sync", file);
+    if (status.st_size < length || ::fsync(fd.get()) != 0) {
+        return false;
     }
     syncFolder(file.parent_path());
     syncFolder(folder_);
+    return true;
 }
 
 void FileBlockStore::remove(int64_t container) {

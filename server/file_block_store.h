@@ -19,7 +19,7 @@ public:
 
     void write(int64_t container, int64_t offset, std::string_view bytes) override;
     void discard(int64_t container, int64_t offset, int64_t length) override;
-    void sync(int64_t container, int64_t length) override;
+    bool sync(int64_t container, int64_t length) override;
     void remove(int64_t container) override;
     void sweep(const std::function<bool(int64_t)>& keep) override;
 

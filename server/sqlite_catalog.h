@@ -57,6 +57,7 @@ public:
                  int64_t reserved) override;
     void setBlocks(int64_t instance, std::string_view path, int64_t blocks) override;
     std::optional<std::string> findIncomplete(int64_t instance) override;
+    void damageInstance(int64_t instance) override;
     int64_t packedLength(int64_t instance) override;
 
     void addErrors(int64_t instance, const std::vector<FailedFile>& errors) override;

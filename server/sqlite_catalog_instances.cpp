@@ -128,6 +128,11 @@ std::optional<std::string> SqliteCatalog::findIncomplete(int64_t instance) {
     return rows.next() ? std::optional<std::string>(rows.text(0)) : std::nullopt;
 }
 
+void SqliteCatalog::damageInstance(int64_t instance) {
+    const std::lock_guard lock(mutex_);
+    statements_->damageInstance.run(instance);
+}
+
 int64_t SqliteCatalog::packedLength(int64_t instance) {
     const std::lock_guard lock(mutex_);
     auto rows = statements_->packedLength.query(instance);

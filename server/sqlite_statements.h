@@ -99,7 +99,9 @@ struct SqliteCatalog::Statements {
                              " LIMIT 1"};
     Statement packedLength{db,
                            "SELECT coalesce(max(offset + size), 0) FROM files WHERE instance = ?1"
-                           " AND container = ?1 AND blocks * 131072 >= size"};
+                           " AND container = ?1 AND size > 0 AND blocks * 131072 >= size"};
+
+    Statement damageInstance{db, "UPDATE instances SET damaged = 1 WHERE id = ?1"};
 
     Statement addError{db, "INSERT OR REPLACE INTO errors VALUES(?1, ?2, ?3, ?4)"};
     Statement findError{db, "SELECT code, reason FROM errors WHERE instance = ?1 AND path = ?2"};
