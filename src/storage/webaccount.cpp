@@ -10,11 +10,11 @@
 #include "http_util/web_server_invoker.h"
 #include "httpmsg/http_names.h"
 #include "settings/options.h"
+#include "storage/backupstorage.h"
 
 namespace dorvo {
 namespace {
 
-constexpr uint32_t statusMark = 0x20010000;
 constexpr int statusOk = 200;
 
 class Login_Request : public Request_T<json_spirit::Value> {
@@ -46,7 +46,7 @@ bool exchange(Exchange& command) {
     if (status != statusOk) {
         log(LogLevel::error, "%C: the server answered %d, %C.\n", command.name().c_str(), status,
             http_status_string(status));
-        SetLastError(static_cast<uint32_t>(status) | statusMark);
+        SetLastError(httpError(static_cast<unsigned>(status)));
         return false;
     }
     return true;

@@ -98,6 +98,14 @@ bool WebBackupStorage::interrupted() const {
     return interrupter::interrupted();
 }
 
+bool WebBackupStorage::aimAtServer() {
+    if (invoker_.set_server(run_.host.c_str(), run_.port, 0)) {
+        return true;
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return false;
+}
+
 bool WebBackupStorage::exchange(HTTP_Command& command, const char* verb,
                                 const std::string& subject) {
     if (invoker_.run(command) != 0) {
@@ -105,7 +113,7 @@ bool WebBackupStorage::exchange(HTTP_Command& command, const char* verb,
             code(GetLastError()));
         return false;
     }
-    activity_->wireSize += static_cast<uint64_t>(command.http_request().content_length());
+    activity_->wireSize += command.http_request().content_length();
     const int status = command.http_response().status();
     if (status == 200) {
         return true;
@@ -132,11 +140,10 @@ bool WebBackupStorage::start() {
             run_.jobId.c_str(), run_.jobName.c_str(), ERROR_INVALID_PARAMETER);
         return false;
     }
-    Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command(
-        "Start Job", {run_.cookie, run_.jobId, instanceId_, run_.totals,
-                      wire_time(localToUtc(activity_->startTime))});
-    return invoker_.set_server(run_.host.c_str(), run_.port, 0) &&
-           exchange(command, "start job", job());
+    Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command;
+    command.request() = {run_.cookie, run_.jobId, instanceId_, run_.totals,
+                         wire_time(localToUtc(activity_->startTime))};
+    return aimAtServer() && exchange(command, "start job", job());
 }
 
 bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
@@ -172,10 +179,13 @@ bool WebBackupStorage::end() {
 bool WebBackupStorage::cancel() {
     FunctionTrace trace("WebBackupStorage::cancel", "webbackupstorage.cpp");
     finishing_ = true;
+    if (instanceId_.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
     Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
         "Stop Job", {run_.cookie, instanceId_});
-    return invoker_.set_server(run_.host.c_str(), run_.port, 0) &&
-           exchange(command, "cancel job", job());
+    return aimAtServer() && exchange(command, "cancel job", job());
 }
 
 bool WebBackupStorage::upload_file_info(const Item& item) {

@@ -68,6 +68,7 @@ private:
     template <class LogFailure>
     bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
                     LogFailure logFailure) const;
+    bool aimAtServer();
     bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
 

@@ -255,15 +255,16 @@ TEST_F(WebBackupStorageTest, RefusesToStart) {
     struct Row {
         const char* name;
         bool activity;
-        bool instance;
+        const char* host;
         bool cookie;
         DWORD error;
         const char* message;
     };
     const Row rows[] = {
-        {"no record", false, true, true, 87,
+        {"no record", false, "127.0.0.1", true, 87,
          "Failed to start job {j1, name}, invalid job activity.\n"},
-        {"no cookie", true, true, false, 0x20010191, "The cookie is empty.\n"},
+        {"no cookie", true, "127.0.0.1", false, 0x20010191, "The cookie is empty.\n"},
+        {"no server", true, "", true, 87, "Invalid host name(=null).\n"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -271,11 +272,12 @@ TEST_F(WebBackupStorageTest, RefusesToStart) {
         run.jobId = job;
         run.jobName = "name";
         run.cookie = row.cookie ? "c" : "";
-        run.host = "127.0.0.1";
+        run.host = row.host;
         run.port = server_->port();
         run.activity = row.activity ? &record_ : nullptr;
         WebBackupStorage storage(std::move(run));
         test::LogCapture capture;
+        SetLastError(0);
         EXPECT_FALSE(storage.start());
         EXPECT_EQ(GetLastError(), row.error);
         EXPECT_TRUE(capture.has(LogLevel::error, row.message));
@@ -284,7 +286,17 @@ TEST_F(WebBackupStorageTest, RefusesToStart) {
     record_.instanceId.fill(0);
     const auto storage = makeStorage();
     EXPECT_FALSE(storage->start());
+    EXPECT_FALSE(storage->cancel());
     EXPECT_TRUE(seen_.empty());
+}
+
+TEST_F(WebBackupStorageTest, AStartWithoutAnAnswerIsTriedTwice) {
+    status_ = [](const Seen&) { return ""; };
+    const auto storage = makeStorage();
+    test::LogCapture capture;
+    EXPECT_FALSE(storage->start());
+    EXPECT_EQ(endpoints(), (Names{"StartJob", "StartJob"}));
+    EXPECT_TRUE(capture.has(LogLevel::information, "name less command: Failed, retrying...\n"));
 }
 
 TEST_F(WebBackupStorageTest, EndsWithTheFailedItems) {
