@@ -15,8 +15,8 @@
 #include <array>
 #include <boost/json/src.hpp>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -200,8 +200,8 @@ private:
 
     void walk(const std::wstring& folder) {
         WIN32_FIND_DATAW data;
-        const HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &data,
-                                             FindExSearchNameMatch, nullptr, 0);
+        HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &data,
+                                       FindExSearchNameMatch, nullptr, 0);
         if (find == INVALID_HANDLE_VALUE)
             fail("cannot list " + utf8(folder));
         std::vector<std::wstring> below;
@@ -285,8 +285,8 @@ private:
     }
 
     static HANDLE open(const std::wstring& path, DWORD access, DWORD how) {
-        const HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ, nullptr, how,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr);
+        HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ, nullptr, how,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file == INVALID_HANDLE_VALUE)
             fail("cannot open " + utf8(path));
         return file;
@@ -295,8 +295,8 @@ private:
     // Source to temporary file; gives the package's size.
     std::uint64_t encode(const std::wstring& path) {
         static constexpr std::array<unsigned char, 16> key{1}, iv{2};
-        const HANDLE in = open(path, GENERIC_READ, OPEN_EXISTING);
-        const HANDLE out = open(temporary_, GENERIC_WRITE, CREATE_ALWAYS);
+        HANDLE in = open(path, GENERIC_READ, OPEN_EXISTING);
+        HANDLE out = open(temporary_, GENERIC_WRITE, CREATE_ALWAYS);
         EVP_EncryptInit_ex(cipher_, EVP_aes_128_cbc(), nullptr, key.data(), iv.data());
         z_stream deflater{};
         deflateInit(&deflater, 6);
@@ -337,27 +337,39 @@ private:
     }
 
     void sendBlocks(const std::string& path) {
-        const HANDLE package = open(temporary_, GENERIC_READ, OPEN_EXISTING);
+        HANDLE package = open(temporary_, GENERIC_READ, OPEN_EXISTING);
         DWORD got = 0;
         for (int number = 1;
              ReadFile(package, block_.data(), static_cast<DWORD>(block_.size()), &got, nullptr) &&
              got != 0;
              ++number) {
-            const std::string boundary = uuid(), line = "--" + boundary + "\r\n",
-                              field = line + "Content-Disposition: form-data; name=\"";
-            client_.post("Storage%20Server/backupServer/uploadblock.php",
-                         "multipart/form-data; boundary=" + boundary,
-                         field + "md5\"\r\n\r\n" + md5(got) + "\r\n" + field +
-                             "jobinstanceid\"\r\n\r\n" + instance_ + "\r\n" + field +
-                             "sourcename\"\r\n\r\n" + path + "\r\n" + field +
-                             "file\"; filename=\"" + std::to_string(number) +
-                             ".jpg\"\r\nContent-Type: image/pjpeg\r\n"
-                             "Content-Transfer-Encoding: binary\r\n\r\n",
-                         {block_.data(), got},
-                         "\r\n" + field + "submit\"\r\n\r\nSubmit\r\n--" + boundary + "--\r\n");
+            sendBlock(path, number, got);
         }
         CloseHandle(package);
         DeleteFileW(temporary_.c_str());
+    }
+
+    void sendBlock(const std::string& path, int number, std::size_t size) {
+        const std::string boundary = uuid();
+        std::string prefix;
+        const auto field = [&](const char* name, const std::string& value) {
+            prefix.append("--").append(boundary).append("\r\n");
+            prefix.append("Content-Disposition: form-data; name=\"").append(name);
+            prefix.append("\"\r\n\r\n").append(value).append("\r\n");
+        };
+        field("md5", md5(size));
+        field("jobinstanceid", instance_);
+        field("sourcename", path);
+        prefix.append("--").append(boundary).append("\r\n");
+        prefix.append("Content-Disposition: form-data; name=\"file\"; filename=\"");
+        prefix.append(std::to_string(number)).append(".jpg\"\r\nContent-Type: image/pjpeg\r\n");
+        prefix.append("Content-Transfer-Encoding: binary\r\n\r\n");
+        std::string suffix = "\r\n--";
+        suffix.append(boundary).append("\r\nContent-Disposition: form-data; name=\"submit\"");
+        suffix.append("\r\n\r\nSubmit\r\n--").append(boundary).append("--\r\n");
+        client_.post("Storage%20Server/backupServer/uploadblock.php",
+                     "multipart/form-data; boundary=" + boundary, prefix, {block_.data(), size},
+                     suffix);
     }
 
     std::string md5(std::size_t size) {
@@ -390,7 +402,7 @@ private:
 
 int main(int count, char** arguments) {
     if (count != 7) {
-        std::fputs("usage: floor HOST PORT USER PASSWORD JOB DIR\n", stderr);
+        std::cerr << "usage: floor HOST PORT USER PASSWORD JOB DIR\n";
         return 2;
     }
     WSADATA data;
@@ -404,12 +416,10 @@ int main(int count, char** arguments) {
         Backup backup(client, arguments[5]);
         backup.run(wide(arguments[6]));
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        std::printf("%llu files, %llu bytes, %llu sent, %.2f s\n",
-                    static_cast<unsigned long long>(backup.files),
-                    static_cast<unsigned long long>(backup.bytes),
-                    static_cast<unsigned long long>(backup.sentFiles), seconds.count());
+        std::cout << backup.files << " files, " << backup.bytes << " bytes, " << backup.sentFiles
+                  << " sent, " << seconds.count() << " s\n";
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "floor: %s\n", error.what());
+        std::cerr << "floor: " << error.what() << '\n';
         return 1;
     }
     return 0;

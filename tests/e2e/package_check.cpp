@@ -151,13 +151,13 @@ void check(const Bytes& key, const Bytes& iv, const Package& package, const std:
 
 int main(int count, char** arguments) {
     if (count != 3) {
-        std::fputs("usage: package_check KEYHEX IVHEX <list\n", stderr);
+        std::cerr << "usage: package_check KEYHEX IVHEX <list\n";
         return 2;
     }
     const Bytes key = fromHex(arguments[1]);
     const Bytes iv = fromHex(arguments[2]);
     if (key.size() != 16 || iv.size() != 16) {
-        std::fputs("package_check: key and IV are 16 bytes each\n", stderr);
+        std::cerr << "package_check: key and IV are 16 bytes each\n";
         return 2;
     }
     bool different = false;
