@@ -98,6 +98,7 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     const std::string_view definition = definitionId(body, "id");
     const std::string name = instanceId(body, "jobinstanceid");
     const bool compress = flagMember(body, "compress");
+    const bool first = body.contains("first") && flagMember(body, "first");
     const json::array& source = arrayMember(body, "source");
     if (source.size() > maxOffered) {
         throw ServiceError(413, "too many files in one request");
@@ -113,7 +114,7 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     const InstanceLocks::Guard guard(locks_, name);
     const Instance instance = openOrFind(session, name, definition, compress);
     requireOpen(instance);
-    const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress);
+    const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
     json::array wanted;
     for (size_t i = 0; i < files.size(); ++i) {
         if (send[i]) {

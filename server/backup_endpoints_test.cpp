@@ -130,6 +130,19 @@ TEST_F(Backup, ReplacesTheEntriesOfARepeatedBatch) {
     EXPECT_EQ(stored("i2", "b"), "b");
 }
 
+TEST_F(Backup, ForgetsWhatWasOfferedWhenTheListBeginsAnew) {
+    backup("i1", {{"old", 1}});
+    EXPECT_EQ(offer("i2", {{"old", 1}, {"gone", 1}}), "gone");
+    EXPECT_EQ(offer("i2", {{"new", 1}}, "job", alice, true), "new");
+    EXPECT_EQ(offer("i2", {{"more", 1}}), "more");
+    EXPECT_EQ(start("i2"), 200);
+    put("i2", "new", "new");
+    EXPECT_EQ(end("i2"), 409);  // more is awaited, gone no longer
+    put("i2", "more", "more");
+    EXPECT_EQ(end("i2"), 200);
+    EXPECT_EQ(stored("i2", "old"), "none");
+}
+
 TEST_F(Backup, KeepsBlocksWhenInformationComesAgainWithTheSameSize) {
     const std::string bytes = pattern(blockBytes + 5);
     start("i1");

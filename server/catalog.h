@@ -110,9 +110,9 @@ public:
                                const InstanceTotals& totals) = 0;
     // Carries over from the base what is whole, did not fail there and has the same time, awaits
     // the rest; either replaces what the instance had under that path. Says for each whether it is
-    // to be sent.
+    // to be sent. `first`: what the instance had is forgotten before.
     virtual std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
-                                         bool compress) = 0;
+                                         bool compress, bool first) = 0;
 
     virtual std::optional<StoredFile> findFile(int64_t instance, std::string_view path) = 0;
     // Adds or replaces a file, and sets how much of the instance's container is given away.

@@ -50,7 +50,7 @@ public:
     void startInstance(int64_t instance, std::string_view startTime,
                        const InstanceTotals& totals) override;
     std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
-                                 bool compress) override;
+                                 bool compress, bool first) override;
 
     std::optional<StoredFile> findFile(int64_t instance, std::string_view path) override;
     void putFile(int64_t instance, std::string_view path, const StoredFile& file,

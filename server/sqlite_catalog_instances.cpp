@@ -57,13 +57,16 @@ void SqliteCatalog::startInstance(int64_t instance, std::string_view startTime,
 }
 
 std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
-                                            bool compress) {
+                                            bool compress, bool first) {
     const std::lock_guard lock(mutex_);
     Transaction transaction(database_);
     int64_t base = 0;
     {
         auto rows = statements_->findBase.query(instance);
         base = rows.next() ? rows.integer(0) : 0;
+    }
+    if (first) {
+        statements_->dropFiles.run(instance);
     }
     statements_->setCompress.run(instance, int64_t{compress});
     std::vector<bool> send;

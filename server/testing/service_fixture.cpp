@@ -100,14 +100,18 @@ Answer ServiceFixture::postAs(const std::string& cookie, std::string_view path,
 }
 
 std::string ServiceFixture::offer(const std::string& instance, const std::vector<Offer>& files,
-                                  const std::string& definition, const std::string& cookie) {
+                                  const std::string& definition, const std::string& cookie,
+                                  bool first) {
     json::array source;
     for (const Offer& file : files) {
         source.push_back(
             json::object{{"path", file.path}, {"mtimeHigh", 0}, {"mtimeLow", file.mtime}});
     }
-    const json::object request{
-        {"id", definition}, {"jobinstanceid", instance}, {"compress", true}, {"source", source}};
+    const json::object request{{"id", definition},
+                               {"jobinstanceid", instance},
+                               {"compress", true},
+                               {"first", first},
+                               {"source", source}};
     const Answer answer =
         postAs(cookie.empty() ? alice : cookie, filesToBackupPath, json::serialize(request));
     if (answer.status != 200) {

@@ -50,7 +50,8 @@ protected:
 
     // The paths that are to be sent, joined with commas; "<status>" when it is refused.
     std::string offer(const std::string& instance, const std::vector<Offer>& files,
-                      const std::string& definition = "job", const std::string& cookie = {});
+                      const std::string& definition = "job", const std::string& cookie = {},
+                      bool first = false);
     int start(const std::string& instance, const std::string& definition = "job");
     int putInfo(const std::string& instance, const std::string& path, uint64_t size,
                 uint32_t mtime = 1);

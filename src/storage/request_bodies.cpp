@@ -78,7 +78,7 @@ Value stopJobBody(const std::string& instanceId) {
 }
 
 Value incrementCheckBody(const std::string& definitionId, const std::string& instanceId,
-                         bool compress, std::span<const IncrementItem> items) {
+                         bool compress, bool first, std::span<const IncrementItem> items) {
     Array source;
     source.reserve(items.size());
     for (const IncrementItem& item : items) {
@@ -89,6 +89,7 @@ Value incrementCheckBody(const std::string& definitionId, const std::string& ins
     return Object{{"id", definitionId},
                   {"jobinstanceid", instanceId},
                   {"compress", compress},
+                  {"first", first},
                   {"source", std::move(source)}};
 }
 

@@ -66,8 +66,9 @@ json_spirit::Value submitErrorsBody(const std::string& instanceId,
                                     std::span<const FailedItem> errors);
 json_spirit::Value endJobBody(const std::string& instanceId, const std::string& endTime);
 json_spirit::Value stopJobBody(const std::string& instanceId);
+// `first` begins the list anew: the service forgets what it was asked about in this run before.
 json_spirit::Value incrementCheckBody(const std::string& definitionId,
-                                      const std::string& instanceId, bool compress,
+                                      const std::string& instanceId, bool compress, bool first,
                                       std::span<const IncrementItem> items);
 
 // The paths that the service wants. False when the answer is not of its shape.

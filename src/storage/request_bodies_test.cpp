@@ -46,8 +46,8 @@ TEST(RequestBodies, SmallOnes) {
     EXPECT_EQ(write(endJobBody("inst", "")), R"({"endtime":"unknown","jobinstanceid":"inst"})");
     EXPECT_EQ(write(stopJobBody("inst")), R"({"id":"inst"})");
     const IncrementItem items[] = {{"C:\\x", 0x01d0'0000'ffff'ffff}};
-    EXPECT_EQ(write(incrementCheckBody("def", "inst", true, items)),
-              R"({"compress":true,"id":"def","jobinstanceid":"inst",)"
+    EXPECT_EQ(write(incrementCheckBody("def", "inst", true, false, items)),
+              R"({"compress":true,"first":false,"id":"def","jobinstanceid":"inst",)"
               R"("source":[{"mtimeHigh":30408704,"mtimeLow":4294967295,"path":"C:\\x"}]})");
 }
 

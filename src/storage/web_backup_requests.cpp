@@ -116,10 +116,10 @@ Stop_Job_Request::Stop_Job_Request(const std::string& cookie, const std::string&
 Increament_Check_Request::Increament_Check_Request(const std::string& cookie,
                                                    const std::string& definition_id,
                                                    const std::string& instance_id, bool compress,
-                                                   std::span<const IncrementItem> items)
+                                                   bool first, std::span<const IncrementItem> items)
     : Increament_Check_Request() {
     this->cookie(cookie.c_str());
-    body(incrementCheckBody(definition_id, instance_id, compress, items));
+    body(incrementCheckBody(definition_id, instance_id, compress, first, items));
 }
 
 }  // namespace dorvo

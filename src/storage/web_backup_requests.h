@@ -82,7 +82,7 @@ class Increament_Check_Request : public Request_T<json_spirit::Value> {
 public:
     Increament_Check_Request() : Request_T("/dorvo/WebServer/catalog/FilesToBackup.php") {}
     Increament_Check_Request(const std::string& cookie, const std::string& definition_id,
-                             const std::string& instance_id, bool compress,
+                             const std::string& instance_id, bool compress, bool first,
                              std::span<const IncrementItem> items);
 };
 

@@ -50,7 +50,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
         items.push_back({asked.back(), file.lastWriteTime});
     }
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
-        "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, items});
+        "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, first_, items});
     if (invoker_.run(command) != 0) {
         log(LogLevel::error, "Failed to do increment check of job {%s}, error-code = %d, %m.\n",
             run_.jobId.c_str(), static_cast<int>(GetLastError()));
@@ -63,6 +63,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
             run_.jobId.c_str(), status, http_status_string(status));
         return false;
     }
+    first_ = false;
     std::vector<std::string> named;
     return (readIncrementAnswer(command.response().body(), named) &&
             markNamed(asked, named, send)) ||

@@ -1,5 +1,7 @@
 // Asks the web server which files of a run need a backup.
 //
+// One object asks for one list, from its first file on; another one begins the list anew.
+//
 // Looks up the user's cookie and the server when it is asked. One thread; the stop signal, which
 // breaks off a request, is borrowed.
 #pragma once
@@ -33,6 +35,7 @@ private:
     Run run_;
     interrupter stop_;
     Web_Server_Invoker invoker_;
+    bool first_ = true;  // nothing was answered yet
 };
 
 // Marks the files that the answer names, both in the same order. False when it names another one.

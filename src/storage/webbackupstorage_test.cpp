@@ -11,6 +11,8 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "http_util/http_connections.h"
+#include "settings/cookiemanager.h"
+#include "settings/options.h"
 #include "storage/itemtemppath.h"
 #include "storage/web_increment_check.h"
 #include "storage/wire_time.h"
@@ -335,6 +337,21 @@ TEST_F(WebBackupStorageTest, AMissingSourceFailsBeforeAnythingIsSent) {
     EXPECT_FALSE(storage->backup(path.c_str(), data, 1, nullptr));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(endpoints(), Names{"StartJob"});
+}
+
+TEST_F(WebBackupStorageTest, OneCheckIsOneListToTheService) {
+    ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()->setServerInfo(
+        "s", "127.0.0.1", server_->port());
+    ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()->saveCookie(
+        "alice", "c");
+    Web_Increment_Check check({job, "alice", "i", true, nullptr});
+    const std::vector<IncrementCheck::File> files = {{L"C:\\x", 1}};
+    std::vector<bool> send;
+    status_ = [this](const Seen&) { return seen_.size() == 1 ? "503 Busy" : "200 OK"; };
+    for (const char* first : {"true", "true", "false"}) {
+        EXPECT_FALSE(check.check(files, send));  // {} is no answer
+        EXPECT_NE(seen_.back().body.find(std::string("\"first\":") + first), std::string::npos);
+    }
 }
 
 TEST(WireTime, IsWrittenWithTwoDigits) {
