@@ -80,7 +80,6 @@ private:
     bool post_wake(int64_t value);
     void fire_due();
     void rearm();
-    bool join();
     bool on_worker() const { return worker_id_.load() == GetCurrentThreadId(); }
     static DWORD deliver(const Io_Completion_Port::Packet& packet);
     void drain();
