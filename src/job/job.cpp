@@ -143,7 +143,9 @@ DWORD WINAPI Job::run_wrapper(void* self) {
     } catch (const std::exception& error) {
         log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id().c_str(),
             error.what());
+        job->activity_->pendingState = 0;
         job->setState(static_cast<int32_t>(JobState::error));
+        job->notify_state();
     }
     job->running_ = false;
     return result;

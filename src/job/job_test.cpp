@@ -63,7 +63,10 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunIsUnderWay) {
 
 TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
     TestJob::plans["a"].run = [](TestJob&) { return 1UL; };
-    TestJob::plans["b"].run = [](TestJob&) -> unsigned long { throw std::runtime_error("torn"); };
+    TestJob::plans["b"].run = [](TestJob& job) -> unsigned long {
+        job.activity()->pendingState = value(JobState::canceling);
+        throw std::runtime_error("torn");
+    };
     const auto silent = make("a");
     EXPECT_TRUE(silent->start());
     EXPECT_TRUE(silent->wait(INFINITE));
@@ -73,6 +76,8 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
     EXPECT_TRUE(throwing->start());
     EXPECT_TRUE(throwing->wait(INFINITE));
     EXPECT_EQ(throwing->state(), value(JobState::error));
+    EXPECT_EQ(throwing->activity()->pendingState, 0);
+    EXPECT_EQ(ground_.events(), std::vector<std::string>{JobGround::event("b", "error")});
     EXPECT_TRUE(log.has(LogLevel::error, "Run of job {b} failed, torn.\n"));
 }
 
