@@ -21,7 +21,8 @@ int percent(uint64_t part, uint64_t whole) {
         return 100;
     }
     const bool exact = part <= UINT64_MAX / 100;
-    return static_cast<int>(exact ? part * 100 / whole : part / (whole / 100));
+    return static_cast<int>(exact ? part * 100 / whole
+                                  : std::min<uint64_t>(part / (whole / 100), 99));
 }
 
 bool isHighSurrogate(wchar_t unit) {
