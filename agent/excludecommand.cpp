@@ -59,10 +59,14 @@ int ExcludeCommand::change(Terminal& terminal) const {
     const std::string name = listName();
     const std::string path = toUtf8(onDiskPath(toWide(path_), false));
     ExclusionList exclusions;
+    if (exclusions.damaged()) {
+        throw AgentError("The exclusion list '" + exclusions.path() +
+                         "' is damaged: mend or delete the file");
+    }
     const bool changed = add_->parsed() ? exclusions.addPath(name.c_str(), path.c_str())
                                         : exclusions.removePath(name.c_str(), path.c_str());
     if (!changed) {
-        throw AgentError(add_->parsed() ? "The exclusion list is damaged: it takes no more paths"
+        throw AgentError(add_->parsed() ? "The exclusion list holds something else under that name"
                                         : "'" + path + "' is not excluded");
     }
     if (!exclusions.save()) {

@@ -39,18 +39,21 @@ ExclusionList::ExclusionList() {
     const FunctionTrace trace("ExclusionList::ExclusionList", "exclusionlist.cpp");
     const std::lock_guard guard(s_locker);
     const std::wstring path = storePath(L"\\exclusions");
-    if (!load(toUtf8(path).c_str()) && fileExists(path)) {
+    damaged_ = !load(toUtf8(path).c_str()) && fileExists(path);
+    if (damaged_) {
         log(LogLevel::error, "Failed to load the exclusion list {%s}; nothing is excluded.\n",
             path_.c_str());
     }
 }
 
-ExclusionList::ExclusionList(const ExclusionList& other) : JSONObjectStorage(other.content()) {}
+ExclusionList::ExclusionList(const ExclusionList& other)
+    : JSONObjectStorage(other.content()), damaged_(other.damaged_) {}
 
 ExclusionList& ExclusionList::operator=(const ExclusionList& other) {
     if (this != &other) {
         const std::lock_guard guard(s_locker);
         JSONObjectStorage::operator=(other);
+        damaged_ = other.damaged_;
         changed_ = false;  // what `other` has not saved, it saves itself
     }
     return *this;
@@ -74,6 +77,10 @@ bool ExclusionList::addPath(const char* list, const char* path) {
         return false;
     }
     const std::lock_guard guard(s_locker);
+    if (damaged_) {
+        SetLastError(ERROR_FILE_CORRUPT);
+        return false;
+    }
     const auto entry = values_.try_emplace(list, json_spirit::Array()).first;
     if (entry->second.type() != json_spirit::array_type) {
         SetLastError(ERROR_INVALID_DATA);
@@ -126,6 +133,10 @@ bool ExclusionList::getList(const char* list, json_spirit::Value& paths) const {
 bool ExclusionList::save() {
     const FunctionTrace trace("ExclusionList::save", "exclusionlist.cpp");
     const std::lock_guard guard(s_locker);
+    if (damaged_) {
+        SetLastError(ERROR_FILE_CORRUPT);
+        return false;
+    }
     return saveLocked();
 }
 

@@ -21,10 +21,14 @@ public:
     ExclusionList& operator=(const ExclusionList& other);
     ~ExclusionList() override;
 
-    // False for a null or empty argument, or when what the file holds under that name is no list.
-    // A path that is on the list already, in whatever case, stays as it is.
+    // The file is there and could not be read: the object is empty, and takes and saves nothing, so
+    // that what a user can still mend is not written over.
+    bool damaged() const { return damaged_; }
+
+    // False for a null or empty argument, for a damaged file, or when what the file holds under
+    // that name is no list. A path that is on the list already, in whatever case, stays as it is.
     bool addPath(const char* list, const char* path);
-    // False when the path is not on the list. A list that becomes empty goes.
+    // False when the path is not on the list, or the file is damaged. A list that becomes empty goes.
     bool removePath(const char* list, const char* path);
     // Fills `paths` with the JSON array of that name: paths with forward slashes.
     bool getList(const char* list, json_spirit::Value& paths) const;
@@ -37,6 +41,7 @@ private:
 
     static CriticalSection s_locker;  // guards all objects and the file
     bool changed_ = false;
+    bool damaged_ = false;
 };
 
 }  // namespace dorvo

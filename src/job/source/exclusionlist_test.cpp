@@ -84,7 +84,7 @@ TEST_F(Exclusions, WhatIsNoListIsLeftAlone) {
     EXPECT_FALSE(ExcludedPaths(exclusions, "j1").contains(L"C:\\Temp"));
 }
 
-TEST_F(Exclusions, SaysWhenItsFileIsNoUse) {
+TEST_F(Exclusions, LeavesAFileThatIsNoUseAsItIsAndSaysSo) {
     const std::string text =
         "Failed to load the exclusion list {" + toUtf8(path_) + "}; nothing is excluded.\n";
     test::LogCapture log;
@@ -93,7 +93,12 @@ TEST_F(Exclusions, SaysWhenItsFileIsNoUse) {
     std::ptrdiff_t said = 0;
     for (const char* damaged : {"", "[]", "{\"all\" :"}) {
         write(path_, damaged);
-        { const ExclusionList exclusions; }
+        {
+            ExclusionList exclusions;
+            EXPECT_TRUE(exclusions.damaged());
+            EXPECT_FALSE(exclusions.addPath("all", "C:/a"));
+            EXPECT_FALSE(exclusions.save());
+        }
         const auto lines = log.lines();
         EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                                 [&](const test::LogLine& line) { return line.text == text; }),
