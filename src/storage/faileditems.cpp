@@ -54,11 +54,22 @@ bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason
     if (!repeated && !document_.add(path, code, reason.c_str())) {
         return false;
     }
-    if (!document_.save()) {
+    written_ = !repeated && written_ ? document_.saveLast() : document_.save();
+    if (!written_) {
         return false;
     }
     activity_.failedItems = static_cast<uint32_t>(document_.values().size());
     return true;
+}
+
+bool FailedItems::clear() {
+    if (document_.values().empty()) {
+        return true;
+    }
+    document_.clear();
+    activity_.failedItems = 0;
+    written_ = document_.save();
+    return written_;
 }
 
 std::vector<FailedItem> FailedItems::list() const {

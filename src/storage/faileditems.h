@@ -23,6 +23,8 @@ public:
     // False with the last error when the document cannot be written. An item that a resumed run
     // meets again with the same error stands there once.
     bool add(const wchar_t* path, DWORD code, const std::string& reason);
+    // Forgets all of them, on disk too. False with the last error when that failed.
+    bool clear();
     // Writes the document, also when it is empty.
     bool save() { return document_.save(); }
 
@@ -31,6 +33,7 @@ public:
 private:
     JobHistoryError document_;
     JobActivity& activity_;
+    bool written_ = true;  // the file holds all items
 };
 
 }  // namespace dorvo

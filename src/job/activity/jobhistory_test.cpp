@@ -106,6 +106,24 @@ TEST_F(JobHistory, ErrorsAreLoadedAgain) {
               "{\"code\":5,\"path\":\"C:\\\\\xC3\xA9\",\"reason\":\"\"}]");
 }
 
+// Appending leaves what writing all of it would, whatever the file was like before.
+TEST_F(JobHistory, LastErrorIsSavedBehindTheOthers) {
+    const std::wstring path = jobHistoryErrorPath(job_, "e1");
+    for (const char* before : {"", "[\n]", "[{}]", "[\n    {\n    }\n]", "damaged }\n]"}) {
+        write(path, before);
+        JobHistoryError errors(errorPath("e1"));
+        for (const uint32_t code : {1u, 2u, 3u}) {
+            ASSERT_TRUE(errors.add(L"C:\\a \"b\"\n", code, "gone"));
+            ASSERT_TRUE(errors.saveLast()) << before;
+            const JobHistoryError again(errorPath("e1"));
+            ASSERT_EQ(again.values(), errors.values()) << contentOf(path);
+        }
+        EXPECT_EQ(contentOf(path),
+                  json_spirit::write_formatted(json_spirit::Value(errors.values())))
+            << before;
+    }
+}
+
 TEST_F(JobHistory, IdThatIsNoFileNameHasNoDocuments) {
     for (const char* id : {"", "..", "a\\b", "a/b", "NUL"}) {
         EXPECT_EQ(jobHistoryInfoPath(job_, id), L"") << id;

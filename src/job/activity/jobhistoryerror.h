@@ -22,6 +22,16 @@ public:
 
     // Appends an item; the same path may stand there several times. False for a null or empty path.
     bool add(const wchar_t* path, uint32_t code, const char* reason);
+
+    // Writes the last item behind those that the file holds, which are the ones before it; costs
+    // the same however many they are. A file that does not end like one of ours is written anew.
+    bool saveLast();
+
+    // Forgets all items, for save() to write.
+    void clear() { values_.clear(); }
+
+private:
+    bool appendLast() const;
 };
 
 }  // namespace dorvo
