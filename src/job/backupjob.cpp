@@ -83,6 +83,7 @@ bool BackupJob::init() {
         runError_ = ERROR_CANCELLED;
         openFailedItems();
         writeHistory(number(JobState::cancelled));
+        failed_.reset();
         loadVolumes(definition().id().c_str(), volumes_);
         clearVolumes(volumes_, definition().id().c_str(), number(JobState::cancelled));
         record->lastRunState = number(JobState::cancelled);

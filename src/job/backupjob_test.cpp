@@ -327,6 +327,19 @@ TEST_F(BackupJobTest, ARunPausedBeforeItsListWasWholeGeneratesItAnew) {
     EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c", "d"}));
 }
 
+TEST_F(BackupJobTest, ASourceThatIsNotThereIsAFailedItemOnce) {
+    check_ = {WSAECONNRESET};
+    // The first has no volume.
+    const auto job = makeJob({L"\\\\?\\none", sources() + L"\\x", sources() + L"\\y", sources()});
+    run(*job);
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_EQ(job->record().failedItems, 3u);
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(errors(*job), (Names{"none 3 ", "x 2 ", "y 2 "}));
+    EXPECT_EQ(job->record().failedItems, 3u);
+}
+
 TEST_F(BackupJobTest, AStopOutweighsTheErrorItCauses) {
     const auto job = makeJob();
     script_.items["b"] = {WSAECONNRESET};

@@ -2,6 +2,7 @@
 
 #include <objbase.h>
 
+#include <algorithm>
 #include <regex>
 #include <vector>
 
@@ -25,7 +26,6 @@
 namespace dorvo {
 namespace {
 
-constexpr int completed = static_cast<int>(JobState::completed);
 constexpr int paused = static_cast<int>(JobState::paused);
 constexpr int cancelled = static_cast<int>(JobState::cancelled);
 constexpr int failed = static_cast<int>(JobState::error);
@@ -56,8 +56,10 @@ class BackupRun::SnapshotsOf {
 public:
     explicit SnapshotsOf(BackupJob& job) : job_(job) {}
     ~SnapshotsOf() {
+        // Ending a snapshot takes its time, and whoever stops the job wants the lock.
+        std::shared_ptr<VSSRequester> ended;
         std::lock_guard guard(job_.snapshotLock_);
-        job_.snapshots_.reset();
+        ended.swap(job_.snapshots_);
     }
     SnapshotsOf(const SnapshotsOf&) = delete;
     SnapshotsOf& operator=(const SnapshotsOf&) = delete;
@@ -195,6 +197,13 @@ bool BackupRun::makeList() {
         return true;
     }
     forgetList();
+    // Only the making of a list that was never finished can have left failed items.
+    if (!job_.failed_->clear()) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to clear the failed items of job {%s}, error-code = %d, %m.\n",
+            job_.definition().id().c_str(), static_cast<int>(keep.error()));
+        return fail(keep.error());
+    }
     job_.atStorage_ = true;
     log(LogLevel::debug, "Generating source list.\n");
     if (!generateList()) {
@@ -227,6 +236,11 @@ bool BackupRun::generateList() {
     options.failedItem = [&](const std::wstring& path, DWORD error) {
         recorded = job_.failed_->add(path.c_str(), error, {}) && recorded;
     };
+    for (const std::wstring& source : job_.backup().source()) {
+        if (!source.empty() && !hasVolume(source)) {
+            options.failedItem(source, ERROR_PATH_NOT_FOUND);
+        }
+    }
     JobActivitySourceGenerator generator(std::move(options));
     if (!generator.generate(list_, job_.volumes_)) {
         return false;
@@ -242,6 +256,13 @@ bool BackupRun::generateList() {
     const SourceCalculator& walked = generator.walked();
     job_.totals_ = {walked.directoryCount(), walked.fileCount(), walked.fileSize()};
     return saveRunTotals(directory_, job_.totals_);
+}
+
+bool BackupRun::hasVolume(const std::wstring& source) const {
+    return std::any_of(job_.volumes_.begin(), job_.volumes_.end(), [&](const auto& entry) {
+        const auto& sources = entry.second->sources;
+        return std::find(sources.begin(), sources.end(), source) != sources.end();
+    });
 }
 
 // What is on record of a list goes with it.
@@ -308,7 +329,6 @@ int BackupRun::endCode() {
     switch (static_cast<JobState>(record_.state)) {
         case JobState::pausing: return paused;
         case JobState::canceling: return cancelled;
-        case JobState::completing: return completed;
         default: return failed;
     }
 }

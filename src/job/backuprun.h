@@ -31,6 +31,7 @@ private:
     bool makeList();
     bool generateList();
     bool startStorage();
+    bool hasVolume(const std::wstring& source) const;
     void forgetList();
 
     bool fail(unsigned long code);

@@ -83,6 +83,11 @@ bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
     rules.excluded = [this](const std::wstring& path) {
         return options_.excluded.contains(toLivePath(path, walked_, source_));
     };
+    rules.failed = [this](const std::wstring& path, DWORD error) {
+        if (options_.failedItem) {
+            options_.failedItem(toLivePath(path, walked_, source_), error);
+        }
+    };
     rules.stopped = [this] {
         return error_ != ERROR_SUCCESS || (++sincePoll_ >= pollEntries && interrupted());
     };

@@ -33,8 +33,9 @@ public:
         ExcludedPaths excluded;             // live paths left out with all that lies below them
         IncrementCheck* check = nullptr;    // borrowed, null sends every file
         const interrupter* stop = nullptr;  // borrowed, asked between batches
-        // Told of an entry that no record can hold, with its live path and an error code; called on
-        // the generating thread. Such an entry counts in walked() and is not in the list.
+        // Told of what a backup would lack, with its live path and an error code: an entry that no
+        // record can hold (it counts in walked() and is not in the list), a source that cannot be
+        // read, a folder that cannot be listed to its end. Called on the generating thread.
         std::function<void(const std::wstring& path, DWORD error)> failedItem;
         SourceFileSystem* files = nullptr;  // borrowed, null is the real one
     };

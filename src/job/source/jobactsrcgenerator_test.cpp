@@ -241,6 +241,23 @@ TEST_F(Generator, APathThatNoRecordHoldsIsAFailedItem) {
     EXPECT_EQ(records().size(), 5u);
 }
 
+TEST_F(Generator, WhatCannotBeReadIsAFailedItemByItsLivePath) {
+    files_.addFolder(L"S:\\", L"closed");
+    files_.addFile(L"S:\\", L"f");
+    files_.addFolder(L"S:\\", L"private");
+    files_.unlistable = L"S:\\closed";
+    volume(L"C:\\mount\\", {L"C:\\mount\\", L"C:\\mount\\gone", L"C:\\mount\\private\\gone"})
+        .shadowPath = L"S:\\";
+    options_.excluded.add(L"C:\\mount\\private");
+
+    JobActivitySourceGenerator generator(options_);
+    ASSERT_TRUE(generator.generate(list_, volumes_));
+    EXPECT_THAT(failed_,
+                ElementsAre(std::pair(wcslen(L"C:\\mount\\closed"), DWORD{ERROR_ACCESS_DENIED}),
+                            std::pair(wcslen(L"C:\\mount\\gone"), DWORD{ERROR_FILE_NOT_FOUND})));
+    EXPECT_EQ(generator.fileCount(), 1u);
+}
+
 TEST_F(Generator, AListThatCannotBeWrittenIsAFailure) {
     test::LogCapture log;
     volume(L"C:\\", {});

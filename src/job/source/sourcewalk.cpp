@@ -59,6 +59,7 @@ void SourceWalk::walkSource(const std::wstring& source) {
     path_ = source;
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!files_.attributes(path_, data)) {
+        tellFailure(GetLastError());
         return;
     }
     const bool directory = isDirectory(data.dwFileAttributes);
@@ -104,7 +105,7 @@ bool SourceWalk::visit() {
 bool SourceWalk::enter() {
     HANDLE search = files_.findFirst(pattern(), entry_);
     if (search == INVALID_HANDLE_VALUE) {
-        logFailure(GetLastError());
+        listFailed(GetLastError());
         return false;
     }
     levels_.push_back({search, path_.size()});
@@ -118,7 +119,7 @@ bool SourceWalk::advance() {
     }
     const DWORD error = GetLastError();
     path_.resize(levels_.back().pathLength);
-    logFailure(error);
+    listFailed(error);
     return false;
 }
 
@@ -147,10 +148,17 @@ std::wstring SourceWalk::pattern() const {
     return pattern += L'*';
 }
 
-void SourceWalk::logFailure(DWORD error) const {
+void SourceWalk::listFailed(DWORD error) const {
     if (error != ERROR_NO_MORE_FILES && error != ERROR_SUCCESS) {
         log(LogLevel::error, "Failed to iterate '%s', err=%d, %s.\n", toUtf8(pattern()).c_str(),
             error, errorText(error).c_str());
+        tellFailure(error);
+    }
+}
+
+void SourceWalk::tellFailure(DWORD error) const {
+    if (rules_.failed && !(rules_.excluded && rules_.excluded(path_))) {
+        rules_.failed(path_, error);
     }
 }
 

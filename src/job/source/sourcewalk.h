@@ -24,6 +24,8 @@ public:
         FilterPolicy* filter = nullptr;  // borrowed, null lets everything pass
         // True leaves out the entry and all below it; asked after the filter, with the full path.
         std::function<bool(const std::wstring& path)> excluded;
+        // Told of a source that cannot be read and of a folder that cannot be listed to its end.
+        std::function<void(const std::wstring& path, DWORD error)> failed;
         // Asked before every entry of a directory; true ends the walk.
         std::function<bool()> stopped;
         SourceFileSystem* files = nullptr;  // borrowed, null is the real one
@@ -51,7 +53,8 @@ private:
     bool included(const wchar_t* name) const;
     bool report(const WIN32_FILE_ATTRIBUTE_DATA& data);
     std::wstring pattern() const;
-    void logFailure(DWORD error) const;
+    void listFailed(DWORD error) const;
+    void tellFailure(DWORD error) const;
     bool stopped() const { return rules_.stopped && rules_.stopped(); }
 
     SourceWalker& walker_;
