@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <limits>
 
 #include "base/last_error.h"
@@ -202,7 +203,14 @@ unsigned long BackupJob::run() {
         notify_state();
         atStorage_ = true;
     } else {
-        endCode = BackupRun(*this).carryOut();
+        try {
+            endCode = BackupRun(*this).carryOut();
+        } catch (const std::exception& error) {
+            log(LogLevel::error, "Run of job {%s} failed, %s.\n", definition().id().c_str(),
+                error.what());
+            runError_ = ERROR_INTERNAL_ERROR;
+            endCode = number(JobState::error);
+        }
     }
     finish(endCode);
     return runError_;
@@ -268,10 +276,12 @@ int BackupJob::endAtStorage() {
     logRetry("end", code);
     runError_ = code;
     Failure failure = failureOf(code);
-    failure.stopping = false;  // nobody interrupts an end; a pending stop is seen to afterwards
+    failure.stopping = false;  // a pending stop is seen to afterwards
     notify_error(code);
     errorNotified_ = true;
-    if (runFailure(failure) == FailureAction::pause) {
+    // An end that was broken off has not been refused: the resumed run ends again.
+    const FailureAction action = runFailure(failure);
+    if (action == FailureAction::pause || action == FailureAction::leave) {
         retry_ = true;
         return number(JobState::paused);
     }

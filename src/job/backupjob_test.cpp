@@ -327,6 +327,17 @@ TEST_F(BackupJobTest, ARunPausedBeforeItsListWasWholeGeneratesItAnew) {
     EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c", "d"}));
 }
 
+TEST_F(BackupJobTest, ARunThatThrowsEndsLikeAnyOtherFailure) {
+    script_.onItem = [](const std::string&) { throw std::runtime_error("broken"); };
+    const auto job = makeJob();
+    run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->lastRunState(), failed);
+    EXPECT_EQ(script_.count("cancel"), 1u);
+    const JobHistoryInfo info(toUtf8(job->document(false)));
+    EXPECT_EQ(info.values().at("state").get_str(), "error");
+}
+
 TEST_F(BackupJobTest, ASourceThatIsNotThereIsAFailedItemOnce) {
     check_ = {WSAECONNRESET};
     // The first has no volume.
@@ -400,7 +411,7 @@ TEST_F(BackupJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
 }
 
 TEST_F(BackupJobTest, AnEndThatFailsForNowIsAllThatIsRepeated) {
-    script_.end = {0x200101F7};
+    script_.end = {0x200101F7, ERROR_CANCELLED};
     const auto job = makeJob();
     test::LogCapture capture;
     run(*job);
@@ -408,6 +419,8 @@ TEST_F(BackupJobTest, AnEndThatFailsForNowIsAllThatIsRepeated) {
     EXPECT_TRUE(capture.has(LogLevel::error,
                             "Failed to end job {j1, job}, error-code = 503, Service Unavailable, "
                             "retrying latter.\n"));
+    run(*job);
+    EXPECT_EQ(job->state(), paused) << "the end was broken off";
     script_.calls.clear();
     run(*job);
     EXPECT_EQ(job->state(), completed);
