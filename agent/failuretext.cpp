@@ -1,6 +1,7 @@
 #include "failuretext.h"
 
 #include "base/error_text.h"
+#include "base/http_error.h"
 #include "httpmsg/http_names.h"
 #include "job/backupfailure.h"
 #include "singletons.h"

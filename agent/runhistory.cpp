@@ -5,12 +5,12 @@
 #include <algorithm>
 
 #include "base/handle.h"
+#include "base/http_error.h"
 #include "base/local_time.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "failuretext.h"
 #include "job/activity/jobhistory.h"
-#include "job/backupfailure.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo::agent {

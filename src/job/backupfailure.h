@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "job/joberror.h"
+#include "base/http_error.h"
 
 namespace dorvo {
 
@@ -30,10 +30,6 @@ enum class FailureAction {
     record,  // write the item down as failed and go on
     fail,    // the run ends in error
 };
-
-constexpr bool isHttpStatus(uint32_t code) {
-    return (code & httpMark) == httpMark;
-}
 
 // There is nobody at the server's address, or no address to its name.
 constexpr bool isServerMissing(uint32_t code) {

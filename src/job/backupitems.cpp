@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/rm_rf.h"

@@ -7,6 +7,7 @@
 #include <jobdef/backupjobdefinition.h>
 
 #include "base/error_text.h"
+#include "base/http_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/text.h"

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "base/http_error.h"
+
 namespace dorvo {
 namespace {
 

@@ -1,8 +1,8 @@
 #include "storage/web_backup_requests.h"
 
+#include "base/http_error.h"
 #include "base/log.h"
 #include "base/uuid.h"
-#include "storage/backupstorage.h"
 #include "storage/block_form.h"
 
 namespace dorvo {
@@ -37,7 +37,7 @@ Start_Job_Request::Start_Job_Request(const std::string& cookie, const std::strin
 
 bool Start_Job_Request::prepare() const {
     if (!hasCookie(*this)) {
-        return refuse("The cookie is empty.\n", httpError(401));
+        return refuse("The cookie is empty.\n", withHttpMark(401));
     }
     if (instance_id_.empty()) {
         return refuse("Invalid job instance id.\n");

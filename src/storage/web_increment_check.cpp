@@ -1,20 +1,15 @@
 #include "storage/web_increment_check.h"
 
+#include "base/http_error.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "http_util/command_to_server.h"
 #include "settings/cookiemanager.h"
-#include "settings/options.h"
-#include "storage/backupstorage.h"
 #include "storage/web_backup_requests.h"
+#include "storage/web_exchange.h"
 
 namespace dorvo {
 namespace {
-
-template <class T>
-T& singleton() {
-    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
-}
 
 bool fail(DWORD error, const char* message) {
     SetLastError(error);
@@ -31,17 +26,13 @@ Web_Increment_Check::Web_Increment_Check(Run run) : run_(std::move(run)), stop_(
 bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool>& send) {
     FunctionTrace trace("Web_Increment_Check::check", "web_increment_check.cpp");
     std::string cookie;
-    if (!singleton<CookieManagerImpl>().findCookie(run_.user.c_str(), cookie)) {
-        return fail(httpError(401), "Failed to find cookie while doing increment check.\n");
+    if (!ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()
+             ->findCookie(run_.user.c_str(), cookie)) {
+        return fail(withHttpMark(401), "Failed to find cookie while doing increment check.\n");
     }
-    if (invoker_.invoker() == nullptr) {
-        std::string host;
-        unsigned short port = 0;
-        singleton<OptionsImpl>().getServerInfo(host, port);
-        if (host.empty() || !invoker_.set_server(host.c_str(), port, 0)) {
-            return fail(ERROR_INVALID_PARAMETER,
-                        "Failed to get the server information while doing increment check.\n");
-        }
+    if (invoker_.invoker() == nullptr && !aimAtServerOfOptions(invoker_)) {
+        return fail(ERROR_INVALID_PARAMETER,
+                    "Failed to get the server information while doing increment check.\n");
     }
     std::vector<IncrementItem> items;
     std::vector<std::string> asked;
@@ -51,16 +42,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
     }
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
         "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, first_, items});
-    if (invoker_.run(command) != 0) {
-        log(LogLevel::error, "Failed to do increment check of job {%s}, error-code = %d, %m.\n",
-            run_.jobId.c_str(), static_cast<int>(GetLastError()));
-        return false;
-    }
-    const int status = command.response().status();
-    if (status != 200) {
-        SetLastError(httpError(static_cast<unsigned>(status)));
-        log(LogLevel::error, "Failed to do increment check of job {%s}, status-code = %d, %s.\n",
-            run_.jobId.c_str(), status, http_status_string(status));
+    if (!exchange(invoker_, command, "do increment check of job", run_.jobId)) {
         return false;
     }
     first_ = false;

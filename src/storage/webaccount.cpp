@@ -4,18 +4,12 @@
 
 #include <stdexcept>
 
-#include "base/last_error.h"
 #include "base/log.h"
 #include "http_util/command_to_server.h"
-#include "http_util/web_server_invoker.h"
-#include "httpmsg/http_names.h"
-#include "settings/options.h"
-#include "storage/backupstorage.h"
+#include "storage/web_exchange.h"
 
 namespace dorvo {
 namespace {
-
-constexpr int statusOk = 200;
 
 class Login_Request : public Request_T<json_spirit::Value> {
 public:
@@ -26,31 +20,6 @@ class List_Instances_Request : public Request_T<json_spirit::Value> {
 public:
     List_Instances_Request() : Request_T("/dorvo/WebServer/catalog/ListInstances.php") {}
 };
-
-// Runs one command on a connection to the server of the options. True for a 200.
-template <class Exchange>
-bool exchange(Exchange& command) {
-    std::string host;
-    unsigned short port = 0;
-    ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()->getServerInfo(host,
-                                                                                             port);
-    Web_Server_Invoker invoker;
-    if (!invoker.set_server(host.c_str(), port, 0)) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
-    if (invoker.run(command) != 0) {
-        return false;
-    }
-    const int status = command.response().status();
-    if (status != statusOk) {
-        log(LogLevel::error, "%C: the server answered %d, %C.\n", command.name().c_str(), status,
-            http_status_string(status));
-        SetLastError(httpError(static_cast<unsigned>(status)));
-        return false;
-    }
-    return true;
-}
 
 WebInstance readInstance(const json_spirit::Object& members) {
     const auto number = [&](const char* name) { return members.at(name).get_uint64(); };
@@ -76,7 +45,8 @@ bool WebAccount::login(const std::string& user, const std::string& password,
     Command_To_Server<Login_Request, Response_T<std::string>> command("Login");
     command.request().body(
         json_spirit::Object{{"user", user}, {"password", password}, {"machine", machine}});
-    if (!exchange(command)) {
+    Web_Server_Invoker invoker;
+    if (!aimAtServerOfOptions(invoker) || !exchange(invoker, command, "log in user", user)) {
         return false;
     }
     const char* const sent = command.response().set_cookie();
@@ -97,7 +67,9 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
     command.request().cookie(cookie.c_str());
     command.request().body(
         json_spirit::Object{{"machine", machine}, {"jobdefinitionid", jobDefinitionId}});
-    if (!exchange(command)) {
+    Web_Server_Invoker invoker;
+    if (!aimAtServerOfOptions(invoker) ||
+        !exchange(invoker, command, "list the runs of machine", machine)) {
         return false;
     }
     if (!readInstances(command.response().body(), instances)) {

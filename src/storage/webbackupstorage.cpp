@@ -1,57 +1,22 @@
 #include "storage/webbackupstorage.h"
 
 #include <algorithm>
-#include <atomic>
 #include <span>
 
-#include "base/handle.h"
-#include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
-#include "base/md5.h"
-#include "base/paths.h"
 #include "base/read_handle_streambuf.h"
-#include "base/text.h"
 #include "base/uuid.h"
 #include "http_util/command_to_server.h"
 #include "storage/itemtemppath.h"
 #include "storage/web_backup_requests.h"
+#include "storage/web_exchange.h"
 #include "storage/wire_time.h"
 
 namespace dorvo {
 namespace {
 
 constexpr size_t errorsPerRequest = 1000;
-
-// Keeps stores into the mapped record in the order in which they stand: a process that is killed
-// between two of them leaves a record that makes sense.
-void storeOrder() {
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-}
-
-int code(DWORD error) {
-    return static_cast<int>(error);
-}
-
-ItemAttributes attributesOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return {data.dwFileAttributes,
-            data.nFileSizeHigh,
-            data.nFileSizeLow,
-            data.ftCreationTime.dwHighDateTime,
-            data.ftCreationTime.dwLowDateTime,
-            data.ftLastAccessTime.dwHighDateTime,
-            data.ftLastAccessTime.dwLowDateTime,
-            data.ftLastWriteTime.dwHighDateTime,
-            data.ftLastWriteTime.dwLowDateTime};
-}
-
-uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
-}
-
-bool readAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data) != 0;
-}
 
 std::string instanceText(const JobActivity* activity) {
     if (activity == nullptr || !activity->hasInstance()) {
@@ -65,14 +30,6 @@ std::string instanceText(const JobActivity* activity) {
 }
 
 }  // namespace
-
-struct WebBackupStorage::Item {
-    std::string name;  // as the service knows it
-    const WIN32_FILE_ATTRIBUTE_DATA& data;
-    bool directory;
-    std::wstring source;  // where it is read from
-    std::wstring target;  // its package; empty for a directory
-};
 
 WebBackupStorage::WebBackupStorage(Run run)
     : interrupter(run.stop),
@@ -99,29 +56,12 @@ bool WebBackupStorage::interrupted() const {
 }
 
 bool WebBackupStorage::aimAtServer() {
-    if (invoker_.set_server(run_.host.c_str(), run_.port, 0)) {
-        return true;
-    }
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
+    return aimAt(invoker_, run_.host, run_.port);
 }
 
-bool WebBackupStorage::exchange(HTTP_Command& command, const char* verb,
+bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
                                 const std::string& subject) {
-    if (invoker_.run(command) != 0) {
-        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", verb, subject.c_str(),
-            code(GetLastError()));
-        return false;
-    }
-    activity_->wireSize += command.http_request().content_length();
-    const int status = command.http_response().status();
-    if (status == 200) {
-        return true;
-    }
-    SetLastError(httpError(static_cast<unsigned>(status)));
-    log(LogLevel::error, "Failed to %s {%s}, status-code = %d, %s.\n", verb, subject.c_str(),
-        status, http_status_string(status));
-    return false;
+    return dorvo::exchange(invoker_, command, action, subject, &activity_->wireSize);
 }
 
 bool WebBackupStorage::start() {
@@ -186,222 +126,6 @@ bool WebBackupStorage::cancel() {
     Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
         "Stop Job", {run_.cookie, instanceId_});
     return aimAtServer() && exchange(command, "cancel job", job());
-}
-
-bool WebBackupStorage::upload_file_info(const Item& item) {
-    FunctionTrace trace("WebBackupStorage::upload_file_info", "webbackupstorage.cpp");
-    Command_To_Server<Upload_File_Request, Response_T<std::string>> command(
-        "Upload File",
-        {run_.cookie, instanceId_, item.name, attributesOf(item.data), activity_->packageSize});
-    return exchange(command, "upload file information", item.name);
-}
-
-bool WebBackupStorage::upload_file_data(const Item& item, const std::byte* data, DWORD length) {
-    FunctionTrace trace("WebBackupStorage::upload_file_data", "webbackupstorage.cpp");
-    const std::span<const std::byte> block(data, length);
-    const auto number = static_cast<uint32_t>(activity_->fileOffset / uploadBlockSize) + 1;
-    Command_To_Server<Upload_Data_Request, Response_T<std::string>> command(
-        "Upload Data", {run_.cookie, instanceId_, item.name, Md5::of(block), number, block});
-    return exchange(command, "upload file data", item.name);
-}
-
-// A step of an item has failed. While the job must stop that counts as cancelled, whatever the
-// error is; `cancelled` takes the name, the target when the step is about it, offset and code.
-template <class LogFailure>
-bool WebBackupStorage::stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
-                                  LogFailure logFailure) const {
-    LastErrorGuard keep;
-    const bool stop = interrupted();
-    SetLastError(keep.error());
-    if (!stop) {
-        logFailure(code(keep.error()));
-        return false;
-    }
-    if (aboutTarget) {
-        log(LogLevel::information, cancelled, item.name.c_str(), toUtf8(item.target).c_str(),
-            activity_->fileOffset, code(keep.error()));
-    } else {
-        log(LogLevel::information, cancelled, item.name.c_str(), activity_->fileOffset,
-            code(keep.error()));
-    }
-    keep.set(ERROR_CANCELLED);
-    return false;
-}
-
-// What is on record of accepted blocks belongs to the item whose number is on record.
-void WebBackupStorage::claim(uint32_t number) {
-    if (activity_->itemNumber == number) {
-        return;
-    }
-    activity_->acceptedBlocks = 0;
-    activity_->packageSize = 0;
-    storeOrder();
-    activity_->itemNumber = number;
-}
-
-bool WebBackupStorage::sameAsListed(const Item& item) const {
-    WIN32_FILE_ATTRIBUTE_DATA now{};
-    return readAttributes(item.source, now) && sizeOf(now) == sizeOf(item.data) &&
-           CompareFileTime(&now.ftLastWriteTime, &item.data.ftLastWriteTime) == 0;
-}
-
-bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data,
-                              uint32_t number, const wchar_t* readFrom) {
-    FunctionTrace trace("WebBackupStorage::backup", "webbackupstorage.cpp");
-    if (activity_ == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
-    const bool directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    Item item{withoutTrailingBackslash(toUtf8(path)), data, directory,
-              readFrom == nullptr ? path : readFrom,
-              directory ? std::wstring() : itemTempPath(temporary_, number)};
-    log(LogLevel::debug, "Backing up file {%s}.\n", item.name.c_str());
-    claim(number);
-    log(LogLevel::debug, "%s", "File {%} is increment, start to encrypt/compress.\n");
-    if (!directory && !encode(item)) {
-        return false;
-    }
-    log(LogLevel::debug, "%s",
-        "File {%} is ecrypted/compressed, start to upload file information.\n");
-    // A failed exchange has been logged already.
-    const auto logged = [](int) {};
-    if (!upload_file_info(item)) {
-        return stepFailed(item,
-                          "File {%s} backing up is cancelled when upload file information at "
-                          "offset {%Q}, error-code = %d, %m.\n",
-                          false, logged);
-    }
-    if (directory) {
-        return !interrupted() ||
-               stepFailed(item,
-                          "File {%s} backing up is cancelled when upload directory data, offset "
-                          "{%Q}, error-code = %d, %m.\n",
-                          false, logged);
-    }
-    log(LogLevel::debug, "%s", "File {%} information uploaded, start to upload file data.\n");
-    if (!send(item)) {
-        return false;
-    }
-    if (DeleteFileW(longPath(item.target).c_str()) == 0) {
-        LastErrorGuard keep;
-        log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
-            toUtf8(item.target).c_str(), code(keep.error()));
-    }
-    log(LogLevel::debug, "%s", "Remove temporary file and return. File {%}.\n");
-    return true;
-}
-
-bool WebBackupStorage::encode(Item& item) {
-    activity_->fileOffset = 0;
-    activity_->fileSize = sizeOf(item.data);
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
-    encoding_ = true;
-    const bool encoded =
-        transformation_.transform(item.source.c_str(), item.target.c_str(), &item.data, this);
-    encoding_ = false;
-    if (!encoded && GetLastError() == ERROR_CANCELLED) {
-        log(LogLevel::information,
-            "File {%s} backing up is cancelled when ecrypt/compress, offset {%Q}.\n",
-            item.name.c_str(), activity_->fileOffset);
-        return false;
-    }
-    if (!encoded) {
-        return stepFailed(item,
-                          "File {%s} backing up is cancelled when encrypt/compress at offset "
-                          "{%Q}, error-code = %d, %m.\n",
-                          false, [&](int error) {
-                              log(LogLevel::error,
-                                  "Encrypt/compress file {%s} failed, error-code = %d, %m.\n",
-                                  item.name.c_str(), error);
-                          });
-    }
-    WIN32_FILE_ATTRIBUTE_DATA package{};
-    if (!readAttributes(item.target, package)) {
-        log(LogLevel::error,
-            "Get file attributes of ecrypted file {%s, target {%s}} failed, error-code = %d, %m.\n",
-            item.name.c_str(), toUtf8(item.target).c_str(), code(GetLastError()));
-        return false;
-    }
-    // The service's blocks are of the package that an earlier run made. A file that has changed
-    // since it was listed makes another one, so it starts anew.
-    const uint64_t size = sizeOf(package);
-    if (activity_->acceptedBlocks != 0 &&
-        (activity_->packageSize != size || !sameAsListed(item) ||
-         activity_->acceptedBlocks > size / uploadBlockSize + 1)) {
-        activity_->acceptedBlocks = 0;
-        storeOrder();
-    }
-    activity_->packageSize = size;
-    activity_->fileSize = size;
-    activity_->fileOffset = std::min(uint64_t{activity_->acceptedBlocks} * uploadBlockSize, size);
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
-    return true;
-}
-
-bool WebBackupStorage::send(const Item& item) {
-    FileHandle package(CreateFileW(longPath(item.target).c_str(), GENERIC_READ, FILE_SHARE_READ,
-                                   nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!package) {
-        return stepFailed(item,
-                          "File {%s, target {%s}} backing up is cancelled when open target file "
-                          "to read, offset {%Q}, error-code = %d, %m.\n",
-                          true, [&](int error) {
-                              log(LogLevel::error,
-                                  "Open file {%s, target {%s}} to read failed, error-code = %d, "
-                                  "%m.\n",
-                                  item.name.c_str(), toUtf8(item.target).c_str(), error);
-                          });
-    }
-    LARGE_INTEGER offset;
-    offset.QuadPart = static_cast<LONGLONG>(activity_->fileOffset);
-    if (activity_->fileOffset != 0 &&
-        SetFilePointerEx(package.get(), offset, nullptr, FILE_BEGIN) == 0) {
-        return stepFailed(item,
-                          "File {%s, target {%s}} backing up is cancelled when seek target file, "
-                          "offset {%Q}, error-code = %d, %m.\n",
-                          true, [&](int error) {
-                              log(LogLevel::error,
-                                  "Seek file {%s, target {%s}} to {%Q} failed, error-code = %d, "
-                                  "%m.\n",
-                                  item.name.c_str(), toUtf8(item.target).c_str(),
-                                  activity_->fileOffset, error);
-                          });
-    }
-    return sendBlocks(item, package.get());
-}
-
-bool WebBackupStorage::sendBlocks(const Item& item, HANDLE package) {
-    for (;;) {
-        DWORD length = 0;
-        if (ReadFile(package, block_.data(), uploadBlockSize, &length, nullptr) == 0) {
-            return stepFailed(item,
-                              "File {%s, target {%s}} backing up is cancelled when read file, "
-                              "offset {%Q}, error-code = %d, %m.\n",
-                              true, [&](int error) {
-                                  log(LogLevel::error,
-                                      "Read file {%s, target {%s}} failed, offset {%Q}, "
-                                      "error-code = %d, %m.\n",
-                                      item.name.c_str(), toUtf8(item.target).c_str(),
-                                      activity_->fileOffset, error);
-                              });
-        }
-        if (length == 0) {
-            return true;
-        }
-        log(LogLevel::debug, "Uploading data {%Q} to {%Q} of file {%%}.\n", activity_->fileOffset,
-            activity_->fileOffset + length);
-        if (!upload_file_data(item, block_.data(), length)) {
-            return stepFailed(item,
-                              "File {%s, target {%s}} backing up is cancelled when upload file "
-                              "data, offset {%Q}, error-code = %d, %m.\n",
-                              true, [](int) {});
-        }
-        activity_->acceptedBlocks += 1;
-        storeOrder();
-        activity_->fileOffset += length;
-        activity_->transferred += length;
-    }
 }
 
 }  // namespace dorvo

@@ -1,0 +1,57 @@
+#include "storage/web_exchange.h"
+
+#include <windows.h>
+
+#include "base/http_error.h"
+#include "base/log.h"
+#include "httpmsg/http_names.h"
+#include "settings/options.h"
+
+namespace dorvo {
+namespace {
+
+constexpr int statusOk = 200;
+
+}  // namespace
+
+bool aimAt(Web_Server_Invoker& invoker, const std::string& host, uint16_t port) {
+    if (invoker.set_server(host.c_str(), port, 0)) {
+        return true;
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return false;
+}
+
+bool aimAtServerOfOptions(Web_Server_Invoker& invoker) {
+    std::string host;
+    unsigned short port = 0;
+    ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()->getServerInfo(host,
+                                                                                             port);
+    if (host.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    return aimAt(invoker, host, port);
+}
+
+bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
+              const std::string& subject, uint64_t* sent) {
+    if (invoker.run(command) != 0) {
+        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action, subject.c_str(),
+            static_cast<int>(GetLastError()));
+        return false;
+    }
+    if (sent != nullptr) {
+        *sent += command.http_request().content_length();
+    }
+    const int status = command.http_response().status();
+    if (status == statusOk) {
+        return true;
+    }
+    SetLastError(withHttpMark(static_cast<uint32_t>(status)));
+    log(LogLevel::error, "Failed to %s {%s}, status-code = %d, %s.\n", action, subject.c_str(),
+        status, http_status_string(status));
+    return false;
+}
+
+}  // namespace dorvo
