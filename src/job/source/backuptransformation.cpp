@@ -6,10 +6,7 @@
 #include <cryptopp/modes.h>
 #include <cryptopp/zlib.h>
 
-#include "base/error_text.h"
-#include "base/log.h"
-#include "base/text.h"
-#include "job/source/handlestreams.h"
+#include "job/source/transformfile.h"
 
 namespace dorvo {
 namespace {
@@ -35,40 +32,10 @@ void pump(const Transformation& with, std::istream& in, std::ostream& out) {
 
 bool BackupTransformation::transform(const wchar_t* source, const wchar_t* target,
                                      const WIN32_FILE_ATTRIBUTE_DATA*, interrupter* stop) {
-    ReadHandleStream in(source, stop);
-    if (!in) {
-        const DWORD error = in.buffer().error();
-        log(LogLevel::error, "Failed to open source %s, %s\n", toUtf8(source).c_str(),
-            errorText(error).c_str());
-        SetLastError(error);
-        return false;
-    }
-    WriteHandleStream out(target);
-    if (!out) {
-        const DWORD error = out.buffer().error();
-        log(LogLevel::error, "Failed to open target %s, %s\n", toUtf8(target).c_str(),
-            errorText(error).c_str());
-        SetLastError(error);
-        return false;
-    }
-    try {
-        pump(*this, in, out);
-        throwIfCutOff(in);
-    } catch (const std::exception& failure) {
-        const DWORD error = chainError(in, out);
-        if (error == ERROR_CANCELLED) {
-            // The words are those of a restore; readers of the log look for them.
-            log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
-                toUtf8(source).c_str());
-        } else {
-            log(LogLevel::error, "Failed to compress and encrypt %s, %s.\n", toUtf8(source).c_str(),
-                failure.what());
-        }
-        SetLastError(error);
-        return false;
-    }
-    SetLastError(ERROR_SUCCESS);
-    return true;
+    return transformFile(source, target, stop,
+                         {.sourceNotOpened = "Failed to open source %s, %s\n",
+                          .failed = "Failed to compress and encrypt %s, %s.\n"},
+                         [this](std::istream& in, std::ostream& out) { pump(*this, in, out); });
 }
 
 }  // namespace dorvo

@@ -10,7 +10,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "job/source/handlestreams.h"
+#include "job/source/transformfile.h"
 
 namespace dorvo {
 namespace {
@@ -51,42 +51,16 @@ void applyAttributes(const wchar_t* target, HANDLE file, const WIN32_FILE_ATTRIB
 bool RestoreTransformation::transform(const wchar_t* source, const wchar_t* target,
                                       const WIN32_FILE_ATTRIBUTE_DATA* attributes,
                                       interrupter* stop) {
-    ReadHandleStream in(source, stop);
-    if (!in) {
-        const DWORD error = in.buffer().error();
-        log(LogLevel::error, "Failed to target file %s, %s.\n", toUtf8(source).c_str(),
-            errorText(error).c_str());
-        SetLastError(error);
-        return false;
-    }
-    WriteHandleStream out(target);
-    if (!out) {
-        const DWORD error = out.buffer().error();
-        log(LogLevel::error, "Failed to open target %s, %s.\n", toUtf8(target).c_str(),
-            errorText(error).c_str());
-        SetLastError(error);
-        return false;
-    }
-    try {
-        pump(*this, in, out);
-        throwIfCutOff(in);
-    } catch (const std::exception& failure) {
-        const DWORD error = chainError(in, out);
-        if (error == ERROR_CANCELLED) {
-            log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
-                toUtf8(source).c_str());
-        } else {
-            log(LogLevel::error, "Failed to decrypt and decompress %s, %s.\n",
-                toUtf8(source).c_str(), failure.what());
-        }
-        SetLastError(error);
-        return false;
-    }
-    if (attributes != nullptr) {
-        applyAttributes(target, out.buffer().handle(), *attributes);
-    }
-    SetLastError(ERROR_SUCCESS);
-    return true;
+    return transformFile(
+        source, target, stop,
+        {.sourceNotOpened = "Failed to target file %s, %s.\n",
+         .failed = "Failed to decrypt and decompress %s, %s.\n"},
+        [this](std::istream& in, std::ostream& out) { pump(*this, in, out); },
+        [&](HANDLE written) {
+            if (attributes != nullptr) {
+                applyAttributes(target, written, *attributes);
+            }
+        });
 }
 
 }  // namespace dorvo
