@@ -9,6 +9,11 @@ namespace dorvo {
 std::wstring toWide(std::string_view utf8);
 std::string toUtf8(std::wstring_view wide);
 
+// Null counts as empty.
+inline bool isEmpty(const char* text) {
+    return text == nullptr || *text == '\0';
+}
+
 // ASCII upper and lower case count as equal, as in _stricmp.
 bool equalsIgnoreCase(std::string_view a, std::string_view b);
 

@@ -16,6 +16,7 @@
 #include "notify/event_state.h"
 #include "notify/jobnotifymanager.h"
 #include "scheduler/iocp_dispatcher.h"
+#include "settings/storefile.h"
 #include "storage/consistentcheck.h"
 
 template class ATL::CComSingleton<dorvo::JobManagerImpl, ATL::CComAutoCriticalSection>;
@@ -200,8 +201,8 @@ Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
         return nullptr;
     }
     std::wstring directory;
-    const bool known = jobDirectory(id, directory) &&
-                       GetFileAttributesW(longPath(directory).c_str()) != INVALID_FILE_ATTRIBUTES;
+    // A directory that cannot be looked at is there: it is not this submission's to take back.
+    const bool known = jobDirectory(id, directory) && !isMissing(directory);
     if (!saveDefinition(*definition)) {
         return nullptr;
     }

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <set>
 
+#include "base/text.h"
 #include "settings/encodedstore.h"
 #include "settings/storefile.h"
 
@@ -18,10 +19,6 @@ constexpr EncodedStoreTexts texts = {
     "Cookie storage is not JSON object.\n",
     "Failed to encode the cookie storage file.\n",
 };
-
-bool isEmpty(const char* text) {
-    return text == nullptr || *text == '\0';
-}
 
 }  // namespace
 

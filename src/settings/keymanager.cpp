@@ -48,18 +48,6 @@ void split(const std::string& bytes, unsigned char* key, unsigned char* iv) {
     std::copy_n(bytes.begin() + aesKeySize, aesIvSize, iv);
 }
 
-bool isMissing(const std::wstring& path) {
-    if (fileExists(path)) {
-        return false;
-    }
-    const DWORD error = GetLastError();
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-}
-
-bool isEmpty(const char* text) {
-    return text == nullptr || *text == '\0';
-}
-
 }  // namespace
 
 bool KeyManagerImpl::globalKey(unsigned char* key, size_t keyLen, unsigned char* iv, size_t ivLen) {

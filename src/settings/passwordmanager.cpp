@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "base/text.h"
 #include "settings/encodedstore.h"
 #include "settings/storefile.h"
 
@@ -16,10 +17,6 @@ constexpr EncodedStoreTexts texts = {
     "Password storage is not JSON object.\n",
     "Failed to encode the password storage file.\n",
 };
-
-bool isEmpty(const char* text) {
-    return text == nullptr || *text == '\0';
-}
 
 }  // namespace
 

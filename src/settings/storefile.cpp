@@ -25,6 +25,14 @@ bool fileExists(const std::wstring& path) {
     return GetFileAttributesW(longPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+bool isMissing(const std::wstring& path) {
+    if (fileExists(path)) {
+        return false;
+    }
+    const DWORD error = GetLastError();
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
 FileHandle openStoreForReading(const std::wstring& path, DWORD share) {
     return open(path, GENERIC_READ, share, OPEN_EXISTING);
 }

@@ -15,6 +15,8 @@ namespace dorvo {
 std::wstring storePath(const wchar_t* name);
 
 bool fileExists(const std::wstring& path);
+// True only when it is known that nothing is there: a path that cannot be looked at is not missing.
+bool isMissing(const std::wstring& path);
 
 // `share` as in CreateFileW. The writing form makes the file anew and makes missing folders.
 FileHandle openStoreForReading(const std::wstring& path, DWORD share);

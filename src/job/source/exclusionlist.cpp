@@ -11,10 +11,6 @@
 namespace dorvo {
 namespace {
 
-bool isEmpty(const char* text) {
-    return text == nullptr || *text == '\0';
-}
-
 json_spirit::Array::iterator findPath(json_spirit::Array& paths, const std::string& path) {
     const std::wstring wanted = ExcludedPaths::comparable(toWide(path));
     return std::find_if(paths.begin(), paths.end(), [&](const json_spirit::Value& entry) {
