@@ -1,6 +1,9 @@
 #include "face/jobmodule.h"
 
+#include <atomic>
+
 #include "base/last_error.h"
+#include "base/log.h"
 #include "http_util/http_connections.h"
 #include "job/jobcmdqueue.h"
 #include "job/jobmanager.h"
@@ -13,9 +16,17 @@ JobManagerImpl& manager() {
     return *ATL::CComSingleton<JobManagerImpl, ATL::CComAutoCriticalSection>::instance();
 }
 
+// The command queue has ended for good.
+std::atomic<bool> closed = false;
+
 }  // namespace
 
 bool openJobModule() {
+    if (closed) {
+        SetLastError(ERROR_INVALID_STATE);
+        log(LogLevel::error, "Failed to open the job module, this process has closed it.\n");
+        return false;
+    }
     if (!IocpDispatherWrapper::open()) {
         return false;
     }
@@ -28,6 +39,7 @@ bool openJobModule() {
 }
 
 void closeJobModule() {
+    closed = true;
     // First what could start a run, then the runs, then the thread that announces their end.
     JobCmdQueue::instance()->stop();
     manager().close();

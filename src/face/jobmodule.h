@@ -12,7 +12,8 @@ namespace dorvo {
 
 // Starts the timer dispatcher and loads the jobs of the machine, of which interrupted ones resume
 // by themselves. False, with nothing left running and the thread's last error, when the dispatcher
-// cannot be started. The process that opens the module owns the data directory.
+// cannot be started, or, logged and with 5023, when this process has closed the module before. The
+// process that opens the module owns the data directory.
 DORVO_JOB_API bool openJobModule();
 
 // Stops what runs by itself, then every run (which pauses and can be resumed by the next process),
