@@ -1,24 +1,16 @@
 // Writer and reader of source lists against each other and against damaged files.
 #include <gtest/gtest.h>
 
-#include "base/rm_rf.h"
 #include "job/activity/jobactsrcreader.h"
 #include "job/activity/jobactsrcwriter.h"
 #include "support/log_capture.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
 
 class SourceList : public testing::Test {
 protected:
-    void SetUp() override {
-        wchar_t temp[MAX_PATH];
-        ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
-        path_ = std::wstring(temp) + L"dorvo_srclist";
-        rm_rf(path_, true);
-    }
-    void TearDown() override { rm_rf(path_, true); }
-
     void store(const std::string& bytes) const {
         write_handle_streambuf file(path_);
         ASSERT_TRUE(file.is_open());
@@ -29,7 +21,8 @@ protected:
         return {attributes, {1, 2}, {3, 4}, {5, 6}, sizeHigh, sizeLow};
     }
 
-    std::wstring path_;
+    test::TemporaryFolder ground_{L"dorvo_srclist"};
+    const std::wstring path_ = ground_.path() + L"\\src";
 };
 
 TEST_F(SourceList, ReadsBackWhatWasWrittenAndGoesOnAtAnOffset) {

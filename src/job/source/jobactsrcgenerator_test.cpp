@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "job/activity/jobactsrcreader.h"
 #include "support/fake_files.h"
 #include "support/log_capture.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
@@ -47,21 +47,13 @@ public:
 class Generator : public testing::Test {
 protected:
     void SetUp() override {
-        wchar_t temp[MAX_PATH];
-        ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
-        folder_ = std::wstring(temp) + L"dorvo_generator";
-        rm_rf(folder_, true);
-        ASSERT_TRUE(createDirectories(folder_));
         list_ = folder_ + L"\\src";
         options_.files = &files_;
         options_.failedItem = [this](const std::wstring& path, DWORD error) {
             failed_.emplace_back(path.size(), error);
         };
     }
-    void TearDown() override {
-        EXPECT_EQ(files_.open(), 0);
-        rm_rf(folder_, true);
-    }
+    void TearDown() override { EXPECT_EQ(files_.open(), 0); }
 
     JobVolume& volume(const std::wstring& path, std::vector<std::wstring> sources) {
         auto made = std::make_shared<JobVolume>();
@@ -100,7 +92,8 @@ protected:
     VolumeMap volumes_;
     JobActivitySourceGenerator::Options options_;
     std::vector<std::pair<size_t, DWORD>> failed_;
-    std::wstring folder_;
+    test::TemporaryFolder ground_{L"dorvo_generator"};
+    const std::wstring& folder_ = ground_.path();
     std::wstring list_;
 };
 

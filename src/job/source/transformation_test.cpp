@@ -12,11 +12,11 @@
 
 #include "base/local_time.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "job/source/backuptransformation.h"
 #include "job/source/handlestreams.h"
 #include "job/source/restoretransformation.h"
 #include "support/log_capture.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
@@ -51,16 +51,10 @@ private:
 class Transform : public testing::Test {
 protected:
     void SetUp() override {
-        wchar_t temp[MAX_PATH];
-        ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
-        folder_ = std::wstring(temp) + L"dorvo_transform";
-        rm_rf(folder_, true);
-        ASSERT_TRUE(createDirectories(folder_));
         source_ = folder_ + L"\\source";
         package_ = folder_ + L"\\package";
         target_ = folder_ + L"\\target";
     }
-    void TearDown() override { rm_rf(folder_, true); }
 
     static void store(const std::wstring& path, const std::string& bytes) {
         write_handle_streambuf file(path);
@@ -85,7 +79,8 @@ protected:
         return transformation.transform(package_.c_str(), target_.c_str(), attributes, stop);
     }
 
-    std::wstring folder_;
+    test::TemporaryFolder ground_{L"dorvo_transform"};
+    const std::wstring& folder_ = ground_.path();
     std::wstring source_;
     std::wstring package_;
     std::wstring target_;
