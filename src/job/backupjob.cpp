@@ -158,7 +158,9 @@ bool BackupJob::cancelPausedRun() {
         return true;
     }
     cancelOnly_ = true;
-    if (!startTask()) {
+    // A run that has begun has left the state `paused`; starting counts as done without a thread
+    // too.
+    if (!startTask() || activity()->state == number(JobState::paused)) {
         cancelOnly_ = false;
         return false;
     }

@@ -282,7 +282,12 @@ void BackupRun::forgetList() {
 bool BackupRun::startStorage() {
     const std::wstring temporary = itemTempFolder(job_.definition().id());
     rm_rf(temporary, false);
-    createDirectories(temporary);
+    if (!createDirectories(temporary)) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to create folder {%s} for packages, error-code = %d, %m.\n",
+            toUtf8(temporary).c_str(), static_cast<int>(keep.error()));
+        return fail(keep.error());
+    }
     job_.storage_ = job_.createStorage();
     if (!job_.storage_ || !job_.storage_->start()) {
         LastErrorGuard keep;

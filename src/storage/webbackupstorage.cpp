@@ -45,7 +45,7 @@ WebBackupStorage::WebBackupStorage(Run run)
 }
 
 bool WebBackupStorage::interrupted() const {
-    if (finishing_) {
+    if (finishing_ && GetTickCount64() - finishingSince_ < run_.finishPatienceMs) {
         return false;
     }
     if (encoding_) {
@@ -53,6 +53,11 @@ bool WebBackupStorage::interrupted() const {
             activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
     }
     return interrupter::interrupted();
+}
+
+void WebBackupStorage::beginFinish() {
+    finishing_ = true;
+    finishingSince_ = GetTickCount64();
 }
 
 bool WebBackupStorage::aimAtServer() {
@@ -107,7 +112,7 @@ bool WebBackupStorage::submit_errors() {
 
 bool WebBackupStorage::end() {
     FunctionTrace trace("WebBackupStorage::end", "webbackupstorage.cpp");
-    finishing_ = true;
+    beginFinish();
     if (!submit_errors()) {
         return false;
     }
@@ -118,7 +123,7 @@ bool WebBackupStorage::end() {
 
 bool WebBackupStorage::cancel() {
     FunctionTrace trace("WebBackupStorage::cancel", "webbackupstorage.cpp");
-    finishing_ = true;
+    beginFinish();
     if (instanceId_.empty()) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;

@@ -40,6 +40,9 @@ public:
         JobActivity* activity = nullptr;  // borrowed; null: start() fails
         FailedItems* failed = nullptr;    // borrowed
         HANDLE stop = nullptr;            // manual-reset event, borrowed
+        // How long ending or cancelling the run may go on once a stop is asked for, milliseconds: a
+        // server that stalls there must not hold up the host for ever.
+        DWORD finishPatienceMs = 60'000;
     };
 
     explicit WebBackupStorage(Run run);
@@ -51,7 +54,7 @@ public:
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
                 const wchar_t* readFrom) override;
 
-    // The stop signal, except while the run is being ended. Counts what is encoded.
+    // The stop signal, which has to wait while the run is being ended. Counts what is encoded.
     bool interrupted() const override;
 
 private:
@@ -68,6 +71,7 @@ private:
     template <class LogFailure>
     bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
                     LogFailure logFailure) const;
+    void beginFinish();
     bool aimAtServer();
     bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
@@ -80,7 +84,8 @@ private:
     BackupTransformation transformation_;
     std::vector<std::byte> block_;
     bool encoding_ = false;
-    bool finishing_ = false;  // the stop signal does not count any more
+    bool finishing_ = false;        // the stop signal counts only after the patience
+    ULONGLONG finishingSince_ = 0;  // tick count, milliseconds
 };
 
 }  // namespace dorvo

@@ -51,8 +51,9 @@ protected:
         server_.reset();
     }
 
-    std::unique_ptr<WebBackupStorage> makeStorage() {
+    std::unique_ptr<WebBackupStorage> makeStorage(DWORD finishPatienceMs = INFINITE) {
         WebBackupStorage::Run run;
+        run.finishPatienceMs = finishPatienceMs;
         run.jobId = job;
         run.jobName = "name";
         run.cookie = cookie_;
@@ -63,8 +64,7 @@ protected:
         run.activity = &record_;
         run.failed = failed_.get();
         run.stop = stop_.handle();
-        auto storage = std::make_unique<WebBackupStorage>(std::move(run));
-        return storage;
+        return std::make_unique<WebBackupStorage>(std::move(run));
     }
     // A source whose package has the wanted size: a multiple of 16 above 0.
     std::wstring makeSource(size_t packageSize) {
@@ -229,6 +229,22 @@ TEST_F(WebBackupStorageTest, AStatusBecomesTheErrorAndLeavesTheOffset) {
     EXPECT_TRUE(capture.has(
         LogLevel::debug, "File {%} is ecrypted/compressed, start to upload file information.\n"));
     EXPECT_TRUE(capture.has(LogLevel::debug, "Uploading data {131072} to {262144} of file {%}.\n"));
+}
+
+TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {
+    test::Signal answer;
+    status_ = [&](const Seen& seen) {
+        if (seen.endpoint == "endjob") {
+            stop_.set();
+            answer.wait();
+        }
+        return "200 OK";
+    };
+    const auto storage = makeStorage(0);
+    ASSERT_TRUE(storage->start());
+    EXPECT_FALSE(storage->end());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    answer.set();
 }
 
 TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
