@@ -45,6 +45,7 @@ int runCommandLine(const std::vector<std::string>& arguments,
         "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 done but some items failed, 4 paused or "
         "cancelled");
     std::vector<const CLI::App*> parsers;
+    parsers.reserve(commands.size());
     for (const auto& command : commands) {
         parsers.push_back(command->describe(app));
     }
@@ -63,8 +64,12 @@ int runCommandLine(const std::vector<std::string>& arguments,
             asked.help(&asked == &app ? std::string() : above.substr(0, above.rfind(' '))));
         return exitDone;
     } catch (const CLI::ParseError& problem) {
-        return refuse(terminal, sentence(problem.what()) + " See '" + reached(app) + " --help'.",
-                      exitUsage);
+        // The parser itself only says that a command is missing.
+        const bool unknown = app.get_subcommands().empty() && !arguments.empty() &&
+                             !arguments.front().empty() && arguments.front().front() != '-';
+        const std::string what =
+            unknown ? "'" + arguments.front() + "' is no command" : problem.what();
+        return refuse(terminal, sentence(what) + " See '" + reached(app) + " --help'.", exitUsage);
     } catch (const AgentError& problem) {
         return refuse(terminal, problem.what(), problem.code());
     } catch (const std::exception& problem) {

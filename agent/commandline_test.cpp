@@ -33,7 +33,7 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
     };
     for (const Row& row : {
              Row{{}, "subcommand is required"},
-             Row{{"bakcup"}, "agent --help"},
+             Row{{"bakcup"}, "'bakcup' is no command. See 'agent --help'."},
              Row{{"backup"}, "PATH"},
              Row{{"backup", "C:\\", "--frobnicate"}, "agent backup --help"},
              Row{{"backup", "C:\\", "--only-ext", "a", "--skip-ext", "b"}, "--skip-ext"},

@@ -23,11 +23,12 @@ int ServerCommand::run(Terminal& terminal) {
         throw AgentError("'" + address_ + "' is no server address: it has the form HOST:PORT",
                          exitUsage);
     }
+    // A backup had better wait for a server that is being restarted than fail its files.
+    options().waitForServer(true);
+    // Saves all options.
     if (!options().setServerInfo(name_.c_str(), address->host.c_str(), address->port)) {
         throw AgentError("The options file could not be written");
     }
-    // A backup had better wait for a server that is being restarted than fail its files.
-    options().waitForServer(true);
     terminal.out("The server is " + address->host + ":" + std::to_string(address->port) + ".");
     return exitDone;
 }

@@ -27,7 +27,7 @@ std::string bytesText(uint64_t bytes) {
         ++unit;
     }
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.1f %s", value, units.at(unit));
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%.1f %s", value, units.at(unit)));
     return text.data();
 }
 

@@ -28,7 +28,7 @@ class CommandLineTest(SystemTest):
                  (["start", "no-such-job"], "", None, "no-such-job"),
                  (["resume", "..\\..\\x"], "", None, "x"),
                  (["show", "no-such-job"], "", None, "no-such-job"),
-                 (["frobnicate"], "", USAGE, "agent"),
+                 (["frobnicate"], "", USAGE, "frobnicate"),
                  ([], "", USAGE, "agent")]
         for arguments, typed, code, word in table:
             with self.subTest(arguments=arguments):
