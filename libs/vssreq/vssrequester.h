@@ -47,8 +47,8 @@ public:
     // Ends the backup and deletes its snapshots; true when there was none. The volumes are gone in
     // any case.
     bool endBackup();
-    // Makes a startBackup or makeSnapshot give up: the one that is under way or, while no backup has
-    // begun, the next one. The one after that starts afresh. Any thread; does not wait.
+    // Makes a startBackup or makeSnapshot give up: the one that is under way or, while no backup
+    // has begun, the next one. The one after that starts afresh. Any thread; does not wait.
     void setEndEvent();
 
     // The snapshots that were made; fewer than the volumes asked for when some can have none.

@@ -28,7 +28,8 @@ public:
     // False for a null or empty argument, for a damaged file, or when what the file holds under
     // that name is no list. A path that is on the list already, in whatever case, stays as it is.
     bool addPath(const char* list, const char* path);
-    // False when the path is not on the list, or the file is damaged. A list that becomes empty goes.
+    // False when the path is not on the list, or the file is damaged. A list that becomes empty
+    // goes.
     bool removePath(const char* list, const char* path);
     // Fills `paths` with the JSON array of that name: paths with forward slashes.
     bool getList(const char* list, json_spirit::Value& paths) const;
