@@ -73,6 +73,10 @@ int runJob(Terminal& terminal, const JobDefinition& job, RunStart start) {
         }
     }
     terminal.status({});
+    if (*outcome == exitDone && now.startTime == 0) {
+        // The system made no thread: the record still says how the former run ended.
+        throw AgentError("The job '" + name + "' did not run: the log file says why");
+    }
     for (const FailedItem& item : loadFailedItems(id, instanceOf(now))) {
         terminal.error("failed: " + item.text());
     }
