@@ -156,6 +156,7 @@ TEST(HttpConnections, OfManyThreadsStayApart) {
     constexpr int threads = 4;
     std::atomic<int> good{0};
     std::vector<std::thread> running;
+    running.reserve(threads);
     for (int t = 0; t < threads; ++t) {
         running.emplace_back([&, t] {
             for (int i = 0; i < 50; ++i) {

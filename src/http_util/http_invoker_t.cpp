@@ -75,8 +75,9 @@ int HTTP_Invoker_T::connect(HTTP_Connector& connector) {
         last_error_ = errno != 0 ? HTTP_Socket::error_of_ace() : WSAHOST_NOT_FOUND;
     } else if (connector.connect(handler, address) == -1) {
         last_error_ = HTTP_Socket::error_of_ace();
+        handler = nullptr;
     }
-    if (last_error_ != 0) {
+    if (handler == nullptr) {
         SetLastError(last_error_);
         log(LogLevel::error, "Failed to connect HTTP %s:%u, %d: %m\n", host_.c_str(),
             unsigned{port_}, static_cast<int>(last_error_));
@@ -162,8 +163,8 @@ int HTTP_Invoker_T::send_request(HTTP_Request& request) {
     std::array<iovec, 5 + 4 * HTTP_HEAD_TYPES + 1> pieces;
     size_t count = 0;
     char version[32];
-    std::snprintf(version, sizeof(version), "%d.%d\r\n", request.major_version(),
-                  request.minor_version());
+    static_cast<void>(std::snprintf(version, sizeof(version), "%d.%d\r\n", request.major_version(),
+                                    request.minor_version()));
     pieces[count++] = piece(name);
     pieces[count++] = piece(" ", 1);
     pieces[count++] = piece(request.uri().data(), request.uri().size());

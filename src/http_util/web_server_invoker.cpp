@@ -18,7 +18,7 @@ namespace dorvo {
 namespace {
 
 // Of an answer other than 200 only the beginning is of interest.
-constexpr size_t errorTextLimit = 64 * 1024;
+constexpr size_t errorTextLimit = size_t{64} * 1024;
 
 // Reads the rest of such an answer, so that the connection stays usable; a longer one is not worth
 // the connection. False when it could not be read.

@@ -115,7 +115,8 @@ public:
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        static_cast<void>(
+            ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
         int size = sizeof(address);
         getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
         port_ = ntohs(address.sin_port);
