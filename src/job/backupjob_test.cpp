@@ -77,7 +77,7 @@ public:
                 const wchar_t* readFrom) override {
         const std::string utf8 = toUtf8(path);
         const std::string name = utf8.substr(utf8.rfind('\\') + 1);
-        script_.readFrom.push_back(readFrom == nullptr ? L"" : readFrom);
+        script_.readFrom.emplace_back(readFrom == nullptr ? L"" : readFrom);
         if (script_.onItem) {
             script_.onItem(name);
         }
