@@ -49,7 +49,7 @@ bool postEvent(std::unique_ptr<Notify_Event> event) {
     if (!Manager::instance()->post(event.get())) {
         return false;
     }
-    event.release();
+    static_cast<void>(event.release());  // the manager's now
     return true;
 }
 

@@ -49,6 +49,7 @@ TEST(TimerHeap, GivesTimersInOrderWhateverIsRemoved) {
         uint64_t last = 0;
         std::vector<int32_t> expected;
         std::vector<int32_t> given;
+        expected.reserve(model.size());
         for (const Timer_Entry& entry : model) {
             expected.push_back(entry.id);
         }

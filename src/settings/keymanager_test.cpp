@@ -64,6 +64,7 @@ TEST_F(Keys, GlobalKeyIsMadeOnceHoweverManyAsk) {
     std::atomic<int> made = 0;
     {
         std::vector<std::jthread> threads;
+        threads.reserve(records.size());
         for (Record& record : records) {
             threads.emplace_back([&] { made += globalKey(record) ? 1 : 0; });
         }
