@@ -1,9 +1,9 @@
 // floor HOST PORT USER PASSWORD JOB DIR: the least that a backup of DIR can be on this platform.
-// One thread walks, asks which files changed, and for each of those reads, deflates (level 6),
-// encrypts (AES-128-CBC), writes a temporary file, reads it back in blocks, takes their MD5 and
-// sends the same requests as the agent over one socket. Nothing is recorded, resumed or reported.
-// Prints files, bytes and seconds. JOB is the job's id on the server: a second run under the same
-// id is a run over an unchanged tree.
+// One thread walks, asks which files changed, and for each of those reads, deflates (level 6, what
+// does not shrink is stored, as the agent's compressor does), encrypts (AES-128-CBC), writes a
+// temporary file, reads it back in blocks, takes their MD5 and sends the same requests as the agent
+// over one socket. Nothing is recorded, resumed or reported. Prints files, bytes and seconds. JOB
+// is the job's id on the server: a second run under the same id is a run over an unchanged tree.
 #include <winsock2.h>
 #include <ws2tcpip.h>
 // winsock2.h stands before all others of Windows.
@@ -12,6 +12,7 @@
 #include <windows.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/json/src.hpp>
 #include <chrono>
@@ -149,6 +150,27 @@ private:
 
     SOCKET socket_;
     std::string host_, cookie_;
+};
+
+// Which level the next block of a file deserves: after one that did not shrink, ever more blocks
+// (up to 128) are stored before the next try.
+class NoiseDetector {
+public:
+    int level() const { return stored_ < skip_ ? 0 : 6; }
+
+    void saw(std::uint64_t in, std::uint64_t out) {
+        if (level() == 0) {
+            ++stored_;
+        } else if (out >= in) {
+            skip_ = skip_ == 0 ? 1 : std::min(2 * skip_, 128);
+            stored_ = 0;
+        } else {
+            skip_ = stored_ = 0;
+        }
+    }
+
+private:
+    int skip_ = 0, stored_ = 0;
 };
 
 class Backup {
@@ -300,25 +322,30 @@ private:
         EVP_EncryptInit_ex(cipher_, EVP_aes_128_cbc(), nullptr, key.data(), iv.data());
         z_stream deflater{};
         deflateInit(&deflater, 6);
+        NoiseDetector noise;
         std::uint64_t written = 0;
-        int flush = Z_NO_FLUSH;
+        int flush = Z_BLOCK;
         while (flush != Z_FINISH) {
             DWORD got = 0;
             if (!ReadFile(in, plain_.data(), static_cast<DWORD>(plain_.size()), &got, nullptr))
                 fail("cannot read " + utf8(path));
             if (got == 0)
                 flush = Z_FINISH;
+            const uLong before = deflater.total_out;
+            deflater.next_out = deflated_.data();
+            deflater.avail_out = static_cast<uInt>(deflated_.size());
+            deflateParams(&deflater, noise.level(), Z_DEFAULT_STRATEGY);
             deflater.next_in = plain_.data();
             deflater.avail_in = got;
-            do {
+            deflate(&deflater, flush);
+            written += seal(out, deflater);
+            while (deflater.avail_out == 0) {
                 deflater.next_out = deflated_.data();
                 deflater.avail_out = static_cast<uInt>(deflated_.size());
                 deflate(&deflater, flush);
-                int size = 0;
-                EVP_EncryptUpdate(cipher_, sealed_.data(), &size, deflated_.data(),
-                                  static_cast<int>(deflated_.size() - deflater.avail_out));
-                written += write(out, size);
-            } while (deflater.avail_out == 0);
+                written += seal(out, deflater);
+            }
+            noise.saw(got, deflater.total_out - before);
         }
         deflateEnd(&deflater);
         int size = 0;
@@ -327,6 +354,14 @@ private:
         CloseHandle(in);
         CloseHandle(out);
         return written;
+    }
+
+    // Encrypts and writes what the deflater has put out.
+    std::uint64_t seal(HANDLE out, const z_stream& deflater) {
+        int size = 0;
+        EVP_EncryptUpdate(cipher_, sealed_.data(), &size, deflated_.data(),
+                          static_cast<int>(deflated_.size() - deflater.avail_out));
+        return write(out, size);
     }
 
     std::uint64_t write(HANDLE out, int size) {
