@@ -2,10 +2,8 @@
 
 #include <windows.h>
 
-#include <array>
-
 #include "agenterror.h"
-#include "base/text.h"
+#include "base/machine_name.h"
 #include "failuretext.h"
 #include "job/backupfailure.h"
 #include "singletons.h"
@@ -15,14 +13,12 @@
 namespace dorvo::agent {
 namespace {
 
-std::string machineName() {
-    constexpr DWORD longest = 256;
-    std::array<wchar_t, longest> name{};
-    DWORD size = longest;
-    if (GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size) == 0 || size == 0) {
+std::string thisMachine() {
+    std::string name;
+    if (!machineName(name)) {
         throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
     }
-    return toUtf8({name.data(), size});
+    return name;
 }
 
 // The new session takes the place of the older ones.
@@ -51,7 +47,7 @@ int LoginCommand::run(Terminal& terminal) {
         throw AgentError("The user's name is empty", exitUsage);
     }
     std::string password = readPassword(terminal);
-    const std::string machine = machineName();
+    const std::string machine = thisMachine();
     std::string cookie;
     if (!WebAccount::login(user_, password, machine, cookie)) {
         const DWORD error = GetLastError();
