@@ -3,7 +3,7 @@
 #include "base/error_text.h"
 #include "base/http_error.h"
 #include "httpmsg/http_names.h"
-#include "job/backupfailure.h"
+#include "job/transferfailure.h"
 #include "singletons.h"
 
 namespace dorvo::agent {

@@ -5,7 +5,7 @@
 #include "agenterror.h"
 #include "base/machine_name.h"
 #include "failuretext.h"
-#include "job/backupfailure.h"
+#include "job/transferfailure.h"
 #include "singletons.h"
 #include "storage/webaccount.h"
 #include "users.h"

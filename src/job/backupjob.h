@@ -12,7 +12,7 @@
 #include <mutex>
 #include <string>
 
-#include "job/backupfailure.h"
+#include "job/transferfailure.h"
 #include "job/job.h"
 #include "job/source/incrementcheck.h"
 #include "job/source/jobvolume.h"

@@ -1,4 +1,4 @@
-#include "job/backupfailure.h"
+#include "job/transferfailure.h"
 
 #include <gtest/gtest.h>
 

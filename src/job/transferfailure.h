@@ -1,4 +1,4 @@
-// What a failure does to a backup run: decisions as values, without side effects.
+// What a failure does to a run: decisions as values, without side effects.
 //
 // Codes are the platform's, or HTTP statuses with their mark. A run that waits for its network
 // pauses itself and tries again; everything else about an item is written down and left behind.

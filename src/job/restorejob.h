@@ -1,0 +1,52 @@
+// The job that restores: a run lists what the definition names of a backup, and brings it back to
+// its place or to another folder, item by item.
+//
+// No item ever leaves the folder that was chosen; one that would is a failed item.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "job/transferjob.h"
+#include "jobdef/restorejobdefinition.h"
+#include "storage/restorecatalog.h"
+#include "storage/restorestorage.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API RestoreJob : public TransferJob {
+public:
+    // The definition is that of a restore. The function is for tests to replace.
+    explicit RestoreJob(std::unique_ptr<JobDefinition> definition,
+                        WaitForServer waitForServer = {});
+    ~RestoreJob() override;
+
+protected:
+    unsigned long run() override;
+
+    // A new back end for the run, null with the last error when there can be none. Work thread.
+    virtual std::unique_ptr<RestoreStorage> createStorage();
+    // What the run lists its items from; null as above.
+    virtual std::unique_ptr<RestoreCatalog> createCatalog();
+
+private:
+    friend class RestoreRun;
+    friend class RestoreItems;
+
+    const RestoreJobDefinition& restore() const {
+        return static_cast<const RestoreJobDefinition&>(definition());
+    }
+    const char* kind() const override { return "restore"; }
+    void forgetRun() override;
+    int transfer() override;
+    void tidyUp(int endCode) override;
+    bool openStorage() override;
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
+    bool completeAtStorage() override;
+    bool dropAtStorage(int endCode) override;
+    void closeStorage() override { storage_.reset(); }
+
+    std::unique_ptr<RestoreStorage> storage_;  // the work thread's
+};
+
+}  // namespace dorvo

@@ -1,0 +1,106 @@
+// A job that moves items between this machine and a storage back end: what a backup and a restore
+// have in common.
+//
+// A run that loses its network parks itself and resumes 30 seconds later at the item that failed.
+// Items that fail for good are written down, and the run goes on. A run that a crash has cut off is
+// taken up by init(). Commands come on any thread; what a run works with belongs to its thread.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "job/activity/jobhistoryinfo.h"
+#include "job/job.h"
+#include "job/transferfailure.h"
+#include "storage/faileditems.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API TransferJob : public Job {
+public:
+    bool init() override;
+    // A paused run is dropped at the storage, on a thread of the job.
+    bool stop() override;
+    bool pause(bool manual) override;
+
+protected:
+    // Whether a server that is not to be found may appear yet; an empty function asks the options.
+    using WaitForServer = std::function<bool()>;
+
+    TransferJob(std::unique_ptr<JobDefinition> definition, WaitForServer waitForServer);
+
+    // The body of run(): one run from its first step to its end. Gives its error code.
+    unsigned long carryOut();
+    // Finishes a run at the storage and on disk: 7 completes it there, 9 and 10 drop it, 6 leaves
+    // it as it is. Gives the state in which the run really ends: one that could not be completed
+    // is paused, or has failed.
+    virtual int cleanup(int endCode);
+
+    // What kind of run the history says it is.
+    virtual const char* kind() const = 0;
+    // Begins with nothing of a former run.
+    virtual void forgetRun() = 0;
+    // The run up to the end of its list. Gives the end code: 7 the list is through, 6 paused,
+    // 9 cancelled, 10 failed, with the reason in runError_. May throw std::exception.
+    virtual int transfer() = 0;
+    // Takes away what the run keeps on disk for its next start, where the end code is final.
+    virtual void tidyUp(int endCode) = 0;
+    // A stop or a pause was asked for; for what neither looks at the stop event nor polls. Any
+    // thread, under the lock that orders commands.
+    virtual void stopAsked() {}
+
+    // The run's storage. Each is false with the last error. Opening makes it; dropping makes it
+    // where there is none yet.
+    virtual bool openStorage() = 0;
+    virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
+    virtual bool completeAtStorage() = 0;
+    virtual bool dropAtStorage(int endCode) = 0;
+    virtual void closeStorage() = 0;
+
+    // Of the run under way; for the storages of the final classes.
+    FailedItems& failedItems() { return *failed_; }
+    // The run's history document as it would be if the run ended now.
+    const json_spirit::Object& historyAt(int endCode);
+    std::string instanceText() const;
+
+    // What follows belongs to the work thread.
+    SourceTotals totals_;         // of the source list
+    bool atStorage_ = false;      // the storage may know of the run, or has to
+    unsigned long runError_ = 0;  // why the run ends
+
+private:
+    friend class TransferRun;
+    friend class TransferItems;
+
+    bool stopping() const;
+    Failure failureOf(unsigned long code);
+    // Parks the run because of something that passes.
+    void pauseForRetry(unsigned long code);
+    void openHistory();
+    void closeHistory();
+    void writeHistory(int endCode);
+    void finish(int endCode);
+    int complete();
+    void drop(int endCode);
+    void logRetry(const char* verb, unsigned long code) const;
+    bool requestStop();
+    bool cancelPausedRun();
+
+    WaitForServer waitForServer_;
+
+    // Keeps commands of other threads apart from the end of a run: guards the change from a state
+    // in which a run takes commands to its final one. Taken before the locks of the base.
+    std::mutex stateLock_;
+    std::atomic<bool> cancelOnly_{false};  // the next run only drops itself at the storage
+
+    // The work thread's.
+    std::unique_ptr<JobHistoryInfo> history_;
+    std::unique_ptr<FailedItems> failed_;
+    bool retry_ = false;          // the run ends because of something that passes
+    bool errorNotified_ = false;  // observers know of runError_
+};
+
+}  // namespace dorvo
