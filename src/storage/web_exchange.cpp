@@ -34,21 +34,32 @@ bool aimAtServerOfOptions(Web_Server_Invoker& invoker) {
     return aimAt(invoker, host, port);
 }
 
-bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
-              const std::string& subject, uint64_t* sent) {
+Exchanged runExchange(Web_Server_Invoker& invoker, HTTP_Command& command, uint64_t* sent) {
     if (invoker.run(command) != 0) {
-        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action, subject.c_str(),
-            static_cast<int>(GetLastError()));
-        return false;
+        return Exchanged::broken;
     }
     if (sent != nullptr) {
         *sent += command.http_request().content_length();
     }
     const int status = command.http_response().status();
     if (status == statusOk) {
-        return true;
+        return Exchanged::done;
     }
     SetLastError(withHttpMark(static_cast<uint32_t>(status)));
+    return Exchanged::refused;
+}
+
+bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
+              const std::string& subject, uint64_t* sent) {
+    switch (runExchange(invoker, command, sent)) {
+        case Exchanged::done: return true;
+        case Exchanged::broken:
+            log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action,
+                subject.c_str(), static_cast<int>(GetLastError()));
+            return false;
+        case Exchanged::refused: break;
+    }
+    const int status = command.http_response().status();
     log(LogLevel::error, "Failed to %s {%s}, status-code = %d, %s.\n", action, subject.c_str(),
         status, http_status_string(status));
     return false;

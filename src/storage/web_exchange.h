@@ -16,9 +16,19 @@ bool aimAt(Web_Server_Invoker& invoker, const std::string& host, uint16_t port);
 // At the server that the options name. 87, not logged, when they name none.
 bool aimAtServerOfOptions(Web_Server_Invoker& invoker);
 
-// True for a 200; any other status is left as a marked error. False is logged: `action` and
-// `subject` are what the log says of it: "Failed to <action> {<subject>}, ...". The length of the
-// request's body is added to `sent`, where there is one, as soon as the server has answered at all.
+enum class Exchanged {
+    done,     // answered with 200
+    broken,   // no whole answer: the last error says why
+    refused,  // answered with another status, which is left as a marked error
+};
+
+// Runs a command and judges its answer, without a word in the log. The length of the request's body
+// is added to `sent`, where there is one, as soon as the server has answered at all.
+Exchanged runExchange(Web_Server_Invoker& invoker, HTTP_Command& command, uint64_t* sent = nullptr);
+
+// The same, with the words that most have for it. True for a 200; any other status is left as a
+// marked error. False is logged: `action` and `subject` are what the log says of it: "Failed to
+// <action> {<subject>}, ...".
 bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
               const std::string& subject, uint64_t* sent = nullptr);
 
