@@ -16,6 +16,11 @@ public:
     Login_Request() : Request_T("/dorvo/WebServer/user/Login.php") {}
 };
 
+class Logout_Request : public Request_T<json_spirit::Value> {
+public:
+    Logout_Request() : Request_T("/dorvo/WebServer/user/Logout.php") {}
+};
+
 class List_Instances_Request : public Request_T<json_spirit::Value> {
 public:
     List_Instances_Request() : Request_T("/dorvo/WebServer/catalog/ListInstances.php") {}
@@ -57,6 +62,14 @@ bool WebAccount::login(const std::string& user, const std::string& password,
     }
     cookie = sent;
     return true;
+}
+
+bool WebAccount::logout(const std::string& user, const std::string& cookie) {
+    Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
+    command.request().cookie(cookie.c_str());
+    command.request().body(json_spirit::Object());
+    Web_Server_Invoker invoker;
+    return aimAtServerOfOptions(invoker) && exchange(invoker, command, "log out user", user);
 }
 
 bool WebAccount::listInstances(const std::string& cookie, const std::string& machine,

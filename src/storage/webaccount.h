@@ -38,6 +38,9 @@ public:
     static bool login(const std::string& user, const std::string& password,
                       const std::string& machine, std::string& cookie);
 
+    // Ends the session at the service. 401: there is none of that cookie.
+    static bool logout(const std::string& user, const std::string& cookie);
+
     // The runs of one machine (empty: all) and one job (empty: all), as the service orders them.
     static bool listInstances(const std::string& cookie, const std::string& machine,
                               const std::string& jobDefinitionId,

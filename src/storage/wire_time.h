@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <string>
 
+#include "base/api.h"
+
 namespace dorvo {
 
-std::string wire_time(uint64_t ticks);
+DORVO_JOB_API std::string wire_time(uint64_t ticks);
 
 }  // namespace dorvo
