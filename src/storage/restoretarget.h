@@ -1,0 +1,76 @@
+// One file on its way to its place: decoded beside it under a short name of its own, dressed there,
+// and then put in its place in one step.
+//
+// Until place() has answered true, what is at the target is as it was; an object that goes before
+// that takes its sibling with it. The sibling's name is made of the run and the item's number, so a
+// run that was killed and goes on overwrites what it left.
+//
+// The steps are separate so that their failures can be told apart; they come in the order in which
+// they stand here. False leaves the reason in the last error, and nothing is logged here but what
+// the transformation logs. One thread.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "base/handle.h"
+#include "base/interrupter.h"
+#include "job/source/restoretransformation.h"
+
+namespace dorvo {
+
+class RestoreTarget {
+public:
+    // `target` is a full path; `run` is the instance id of the job's run, as on its record.
+    RestoreTarget(std::wstring target, const std::array<uint8_t, 16>& run, uint32_t number);
+    ~RestoreTarget();
+    RestoreTarget(const RestoreTarget&) = delete;
+    RestoreTarget& operator=(const RestoreTarget&) = delete;
+
+    const std::wstring& path() const { return target_; }
+    const std::wstring& sibling() const { return sibling_; }
+
+    // Makes the folders above the target. ERROR_DIRECTORY when one of them is a file.
+    bool makeParents();
+
+    // Decodes the package into the sibling. Errors are the transformation's.
+    bool decode(const std::wstring& package, RestoreTransformation& with, interrupter* stop);
+
+    // Gives the sibling those of the attributes that can be set. READONLY is kept for place().
+    bool setAttributes(DWORD attributes);
+
+    // Sets the three times, in two steps. A file that misses attributes or times can still be put
+    // in its place.
+    bool openToSetTimes();
+    bool setTimes(const WIN32_FILE_ATTRIBUTE_DATA& data);
+
+    // Brings the sibling onto the disk and to its place. With `replace` it replaces the file there,
+    // also one that is READONLY, HIDDEN or SYSTEM; a folder is never replaced
+    // (ERROR_DIRECTORY_NOT_SUPPORTED). Without it, ERROR_FILE_EXISTS when anything is there.
+    bool place(bool replace);
+
+private:
+    bool flush();
+    bool move(bool replace);
+
+    std::wstring target_;
+    std::wstring sibling_;
+    FileHandle file_;  // the sibling, from openToSetTimes() on
+    WIN32_FILE_ATTRIBUTE_DATA data_{};
+    bool timed_ = false;     // data_ holds the times
+    bool readOnly_ = false;  // the file is to be READONLY
+    bool made_ = false;      // the sibling may exist
+};
+
+// Makes the folder with those above it. True when it is there; `existed` when it was before.
+// ERROR_DIRECTORY when a file is in its place or in that of one above.
+bool makeRestoredDirectory(const std::wstring& target, bool& existed);
+
+// Gives a folder the attributes that can be set, and its times. Of a link, the link's own; the root
+// of a drive or a share keeps what it has. Everything is tried; the first failure counts.
+bool dressRestoredDirectory(const std::wstring& target, const WIN32_FILE_ATTRIBUTE_DATA& data);
+
+}  // namespace dorvo
