@@ -48,12 +48,31 @@ public:
     // ERROR_NOT_FOUND when the user has none.
     bool keyChecksum(const char* user, std::string& md5);
 
+    // As findKey, but makes none: ERROR_NOT_FOUND when the user has none.
+    bool findHeldKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
+                     size_t ivLen);
+
+    // Writes the user's key to a recovery file that the passphrase opens. It appears under its
+    // name only when it is whole and on the disk, readable by its owner and administrators where
+    // the file system knows them. Never replaces a file: ERROR_FILE_EXISTS. Makes no key:
+    // ERROR_NOT_FOUND when the user has none. 87 for an empty user, passphrase or file.
+    bool exportKey(const char* user, const char* passphrase, const wchar_t* file);
+
+    // Takes the key from a recovery file; `owner` becomes the user whose it is. An empty user
+    // stands for whoever that is. A key that the user has already stays: the same one is a success,
+    // another one errorKeyHeld. errorWrongPassphrase, errorRecoveryFileDamaged, and
+    // errorRecoveryFileOfOther (with `owner` filled) when the file is another user's; else the
+    // code of what failed. Nothing has changed then.
+    bool importKey(const char* user, const char* passphrase, const wchar_t* file,
+                   std::string& owner);
+
 private:
     bool init();
     bool save(const std::map<std::string, json_spirit::Value>& keys) const;
     bool usable();
     bool storedKey(const std::string& user, std::string& bytes) const;
     bool makeKey(const char* user, std::string& bytes);
+    bool addKey(const char* user, const std::string& bytes);
 
     CriticalSection lock_;                            // guards what follows, and the file
     std::map<std::string, json_spirit::Value> keys_;  // user -> Base64 of 32 bytes

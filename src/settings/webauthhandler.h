@@ -1,0 +1,42 @@
+// Logs a session in again with what the cookie and password stores hold, and keeps new cookies.
+//
+// Not locked: one handler serves one request at a time. The stores lock themselves, each for one
+// operation; between the two of onSetCookie another thread may see the user without a cookie.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "base/api.h"
+#include "http_util/web_client_event_handler.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API WebAuthHandler : public WebClientEventHandler {
+public:
+    WebAuthHandler();
+    WebAuthHandler(const WebAuthHandler& other);
+    WebAuthHandler& operator=(const WebAuthHandler& other);
+    ~WebAuthHandler() override;
+
+    // The cookie's owner and that user's stored password. False when either is unknown; `user` is
+    // filled as soon as the owner is known.
+    bool onAuthRequired(std::string& user, std::string& password,
+                        const std::string& cookie) override;
+    // Forgets the old cookie, then stores the new one. An empty new one is not stored.
+    void onSetCookie(const char* user, const char* newCookie, const char* oldCookie) override;
+    void onError(unsigned long error) override;
+
+    // What onError was last told, 0 at first.
+    uint32_t error() const { return error_; }
+    // The last cookie that was not empty, empty at first.
+    const std::string& newCookie() const { return newCookie_; }
+    // Back to the beginning, for the next request.
+    void reSet();
+
+private:
+    uint32_t error_ = 0;
+    std::string newCookie_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,53 @@
+// The key with which a user's backups are encrypted, agreed on with the storage server.
+//
+// The server keeps the MD5 of the user's 32 key bytes, so that a machine with another key, or with
+// none, is told so before it stores or fetches what it cannot read afterwards.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "http_util/command_to_server.h"
+#include "json_spirit/json_spirit.h"
+
+namespace dorvo {
+
+// Asks for the MD5 that the service holds.
+class Get_MD5_of_Keys_Reqeust : public Request_T<json_spirit::Value> {
+public:
+    Get_MD5_of_Keys_Reqeust();
+    bool prepare() const;
+};
+
+// Hands over the MD5; the service answers 409 when it holds another one.
+class Export_MD5_of_Keys_Reqeust : public Request_T<json_spirit::Value> {
+public:
+    explicit Export_MD5_of_Keys_Reqeust(const std::string& md5 = {});
+    bool prepare() const;
+};
+
+enum class KeyUse { backup, restore };
+
+struct UserKey {
+    std::array<uint8_t, 16> key{};
+    std::array<uint8_t, 16> iv{};
+};
+
+// Gives the user's key before a run starts at the web service that the options name. A key is made
+// only for a backup, and only when neither the service nor this machine has one. Logs in again as a
+// Web_Session does; `stop` (borrowed, may be null) breaks it off. Not for ending or cancelling a
+// run, which needs no key.
+//
+// False is logged and leaves the last error: errorKeyMissing or errorKeyForeign, which another try
+// does not mend; the key store's errors; socket errors and marked HTTP statuses as they are; 87
+// when no server is set, 13 for an answer that is none.
+bool agreeOnKey(const std::string& user, KeyUse use, HANDLE stop, UserKey& key);
+
+// The same for storages that keep no MD5: asks nobody. For a restore errorKeyMissing when the user
+// has no key.
+bool findLocalKey(const std::string& user, KeyUse use, UserKey& key);
+
+}  // namespace dorvo
