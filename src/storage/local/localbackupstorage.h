@@ -1,0 +1,92 @@
+// Stores a backup in a folder: a disk, or a share. docs/formats/local-storage.md says how.
+//
+// Each item is encoded into a temporary package, which is then copied behind the instance's other
+// packages in blocks of 128 KiB. The activity record says how many blocks of which item are there,
+// so that the next run goes on behind them. It is written on the job's worker thread only; the stop
+// signal comes from others.
+//
+// From start() on nobody else can write to the instance (32 for a second process).
+//
+// Besides the errors of BackupStorage: 10070 for any failure while the folder is gone or its disk
+// is full, because both are over when the user has seen to it; errorKeyForeign from start() when
+// the job's last completed backup was made with another key; 5023 for what the state of the
+// instance forbids: changing a completed one, completing one that lacks files; 13 when what is
+// there of an interrupted run is damaged.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/interrupter.h"
+#include "job/activity/jobactivity.h"
+#include "job/source/backuptransformation.h"
+#include "storage/backupstorage.h"
+#include "storage/faileditems.h"
+#include "storage/local/localplace.h"
+#include "storage/request_bodies.h"
+
+namespace dorvo {
+
+class LocalInstanceWriter;
+
+class LocalBackupStorage : public BackupStorage, public interrupter {
+public:
+    struct Run {
+        std::wstring location;  // the folder of all local backups
+        std::string machine;
+        std::string jobId;
+        std::string jobName;
+        std::string user;
+        bool compress = true;
+        std::array<uint8_t, 16> key{};
+        std::array<uint8_t, 16> iv{};
+        SourceTotals totals;
+        JobActivity* activity = nullptr;  // borrowed; null: everything fails
+        FailedItems* failed = nullptr;    // borrowed
+        HANDLE stop = nullptr;            // manual-reset event, borrowed
+    };
+
+    explicit LocalBackupStorage(Run run);
+    ~LocalBackupStorage() override;
+
+    bool start() override;
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
+    bool end() override;
+    bool cancel() override;
+    bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
+                const wchar_t* readFrom) override;
+
+    // Counts what is encoded.
+    bool interrupted() const override;
+
+private:
+    struct Item;
+
+    bool open();
+    bool openExisting(const LocalInstanceDocument& document);
+    bool openNew();
+    bool store(Item& item);
+    bool encode(Item& item);
+    bool copyBlocks(Item& item);
+    bool complete();
+    bool fail(const char* action, const std::string& subject) const;
+    void claim(uint32_t number);
+    bool sameAsListed(const Item& item) const;
+    std::string job() const { return run_.jobId + ", " + run_.jobName; }
+
+    Run run_;
+    JobActivity* activity_;   // borrowed
+    std::string instanceId_;  // empty when the record has none
+    LocalPlace place_;
+    std::wstring temporary_;  // the folder of the packages on their way
+    BackupTransformation transformation_;
+    std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
+    bool completed_ = false;                       // the instance was, before start()
+    bool encoding_ = false;
+};
+
+}  // namespace dorvo

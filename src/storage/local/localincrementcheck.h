@@ -1,0 +1,58 @@
+// Compares the files of a run with the job's last completed backup in a folder.
+//
+// A file whose path and last-write time are the same is carried over: the run's instance refers to
+// its package, if that is whole and the file did not fail there. All others are awaited: the
+// instance completes only when each has its package or is on the error list. What check() has
+// answered is on the disk.
+//
+// One object asks for one list, from its first file on; another one begins the list anew. The
+// object holds the instance like the storage does: let it go before the storage starts. One thread;
+// the stop signal is borrowed. Holds 16 bytes for each file of the last backup.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/interrupter.h"
+#include "job/source/incrementcheck.h"
+#include "storage/local/localplace.h"
+
+namespace dorvo {
+
+class LocalBase;
+class LocalInstanceWriter;
+
+class LocalIncrementCheck : public IncrementCheck {
+public:
+    struct Run {
+        std::wstring location;  // the folder of all local backups
+        std::string machine;
+        std::string jobId;
+        std::string instanceId;  // a UUID's text
+        std::array<uint8_t, 16> key{};
+        std::array<uint8_t, 16> iv{};
+        HANDLE stop = nullptr;
+    };
+
+    explicit LocalIncrementCheck(Run run);
+    ~LocalIncrementCheck() override;
+
+    // False: logged; the errors are those of LocalBackupStorage::start().
+    bool check(const std::vector<File>& files, std::vector<bool>& send) override;
+
+private:
+    bool begin();
+    bool judge(const std::vector<File>& files, std::vector<bool>& send);
+
+    Run run_;
+    interrupter stop_;
+    LocalPlace place_;
+    std::unique_ptr<LocalBase> base_;              // null: no completed backup
+    std::unique_ptr<LocalInstanceWriter> writer_;  // from the first check on
+};
+
+}  // namespace dorvo

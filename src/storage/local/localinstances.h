@@ -1,0 +1,22 @@
+// The backups that lie in a folder, of all machines and jobs.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/api.h"
+#include "storage/webaccount.h"
+
+namespace dorvo {
+
+class DORVO_JOB_API LocalInstances {
+public:
+    // The runs of one machine (empty: all) and one job (empty: all), the oldest of a job first, in
+    // the shape in which the web service lists them: the state is "running" or "completed". What
+    // cannot be read as an instance is logged and left out. False is logged: 10070 when the folder
+    // is not there, 87 for a machine or job that is no name for a folder.
+    static bool list(const std::wstring& location, const std::string& machine,
+                     const std::string& jobDefinitionId, std::vector<WebInstance>& instances);
+};
+
+}  // namespace dorvo

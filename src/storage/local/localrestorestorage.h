@@ -1,0 +1,74 @@
+// Brings a backup back from a folder. docs/formats/local-storage.md says how it lies there.
+//
+// Each file's package is copied into the job's temporary folder, checked against its MD5, and then
+// decoded into its place, so that a damaged package (13) touches nothing. A run that is resumed
+// begins its current item anew. The activity record is written on the job's worker thread only; the
+// stop signal comes from others.
+//
+// Besides the errors of RestoreStorage: 10070 for any failure while the folder is gone;
+// errorKeyForeign from start() when the backup was made with another key; 1168 when there is no
+// such backup, 5023 when it was never completed, 2 for an item that it does not hold, 13 for
+// whatever is damaged.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "base/interrupter.h"
+#include "job/activity/jobactivity.h"
+#include "job/source/restoretransformation.h"
+#include "storage/faileditems.h"
+#include "storage/local/localplace.h"
+#include "storage/restorestorage.h"
+
+namespace dorvo {
+
+class LocalIndexCursor;
+class LocalPackages;
+
+class LocalRestoreStorage : public RestoreStorage, public interrupter {
+public:
+    struct Run {
+        std::wstring location;  // the folder of all local backups
+        std::string jobId;      // of the restore job
+        std::string jobName;
+        std::string machine;          // whose backup is restored
+        std::string jobDefinitionId;  // of the backup job
+        std::string jobInstanceId;    // of the backup job's run
+        std::array<uint8_t, 16> key{};
+        std::array<uint8_t, 16> iv{};
+        JobActivity* activity = nullptr;  // borrowed; null: everything fails
+        FailedItems* failed = nullptr;    // borrowed
+        HANDLE stop = nullptr;            // manual-reset event, borrowed
+    };
+
+    explicit LocalRestoreStorage(Run run);
+    ~LocalRestoreStorage() override;
+
+    bool start() override;
+    bool restoreDirectory(const wchar_t* original, const wchar_t* target) override;
+    bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
+                     bool replace) override;
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
+    // Nothing is kept in the folder: the document lies in the job's directory.
+    bool end(const json_spirit::Object& history) override;
+
+    // Counts what is decoded.
+    bool interrupted() const override;
+
+private:
+    Run run_;
+    JobActivity* activity_;  // borrowed
+    LocalPlace place_;
+    std::wstring temporary_;  // the folder of the packages on their way
+    RestoreTransformation plain_;
+    RestoreTransformation compressed_;
+    std::unique_ptr<LocalIndexCursor> index_;  // from start() on
+    std::unique_ptr<LocalPackages> packages_;
+    bool decoding_ = false;
+};
+
+}  // namespace dorvo
