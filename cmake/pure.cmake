@@ -22,7 +22,8 @@ set(pure_sources
     src/job/joberror.cpp
     src/scheduler/timer_heap.cpp
     src/storage/block_form.cpp
-    src/storage/request_bodies.cpp)
+    src/storage/request_bodies.cpp
+    src/storage/restore_bodies.cpp)
 set(pure_tests
     libs/httpmsg/http_headers_test.cpp
     libs/httpmsg/http_response_parser_test.cpp

@@ -1,5 +1,7 @@
 #include "storage/faileditems.h"
 
+#include <algorithm>
+
 #include "base/text.h"
 
 namespace dorvo {
@@ -7,6 +9,8 @@ namespace {
 
 using json_spirit::Object;
 using json_spirit::Value;
+
+constexpr size_t itemsPerRequest = 1000;
 
 const Value& member(const Object& object, const char* name) {
     const auto found = object.find(name);
@@ -81,6 +85,16 @@ std::vector<FailedItem> FailedItems::list() const {
         }
     }
     return items;
+}
+
+bool FailedItems::eachBatch(const std::function<bool(std::span<const FailedItem>)>& submit) const {
+    const std::vector<FailedItem> all = list();
+    for (size_t done = 0; done < all.size(); done += itemsPerRequest) {
+        if (!submit(std::span(all).subspan(done, std::min(itemsPerRequest, all.size() - done)))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace dorvo

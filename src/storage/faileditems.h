@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,6 +31,9 @@ public:
     bool save() { return document_.save(); }
 
     std::vector<FailedItem> list() const;
+
+    // Hands over all of them, as many at a time as one request takes; stops where `submit` says no.
+    bool eachBatch(const std::function<bool(std::span<const FailedItem>)>& submit) const;
 
 private:
     JobHistoryError document_;

@@ -1,22 +1,11 @@
 #include "storage/web_backup_requests.h"
 
-#include "base/http_error.h"
-#include "base/log.h"
 #include "base/uuid.h"
 #include "storage/block_form.h"
+#include "storage/request_refusal.h"
 
 namespace dorvo {
 namespace {
-
-bool refuse(const char* message, DWORD error = ERROR_INVALID_PARAMETER) {
-    SetLastError(error);
-    log(LogLevel::error, message);
-    return false;
-}
-
-bool hasCookie(const HTTP_Request& request) {
-    return request.cookie() != nullptr && *request.cookie() != '\0';
-}
 
 std::string newBoundary() {
     GUID id{};
@@ -37,7 +26,7 @@ Start_Job_Request::Start_Job_Request(const std::string& cookie, const std::strin
 
 bool Start_Job_Request::prepare() const {
     if (!hasCookie(*this)) {
-        return refuse("The cookie is empty.\n", withHttpMark(401));
+        return refuseSession();
     }
     if (instance_id_.empty()) {
         return refuse("Invalid job instance id.\n");

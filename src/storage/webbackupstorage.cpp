@@ -1,7 +1,6 @@
 #include "storage/webbackupstorage.h"
 
 #include <algorithm>
-#include <span>
 
 #include "base/local_time.h"
 #include "base/log.h"
@@ -15,8 +14,6 @@
 
 namespace dorvo {
 namespace {
-
-constexpr size_t errorsPerRequest = 1000;
 
 std::string instanceText(const JobActivity* activity) {
     if (activity == nullptr || !activity->hasInstance()) {
@@ -32,41 +29,34 @@ std::string instanceText(const JobActivity* activity) {
 }  // namespace
 
 WebBackupStorage::WebBackupStorage(Run run)
-    : interrupter(run.stop),
+    : patient_interrupter(run.stop, run.finishPatienceMs),
       run_(std::move(run)),
       activity_(run_.activity),
       instanceId_(instanceText(activity_)),
       temporary_(itemTempFolder(run_.jobId)),
+      session_(run_.user, run_.cookie),
       transformation_(run_.compress),
       block_(uploadBlockSize) {
     transformation_.key = run_.key;
     transformation_.iv = run_.iv;
-    invoker_.set_interrupter(this);
+    session_.set_interrupter(this);
 }
 
 bool WebBackupStorage::interrupted() const {
-    if (finishing_ && GetTickCount64() - finishingSince_ < run_.finishPatienceMs) {
-        return false;
-    }
     if (encoding_) {
         activity_->fileOffset = std::min<uint64_t>(
             activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
     }
-    return interrupter::interrupted();
-}
-
-void WebBackupStorage::beginFinish() {
-    finishing_ = true;
-    finishingSince_ = GetTickCount64();
+    return patient_interrupter::interrupted();
 }
 
 bool WebBackupStorage::aimAtServer() {
-    return aimAt(invoker_, run_.host, run_.port);
+    return aimAt(session_.invoker(), run_.host, run_.port);
 }
 
 bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
                                 const std::string& subject) {
-    return dorvo::exchange(invoker_, command, action, subject, &activity_->wireSize);
+    return dorvo::exchange(session_, command, action, subject, &activity_->wireSize);
 }
 
 bool WebBackupStorage::start() {
@@ -86,7 +76,7 @@ bool WebBackupStorage::start() {
         return false;
     }
     Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command;
-    command.request() = {run_.cookie, run_.jobId, instanceId_, run_.totals,
+    command.request() = {session_.cookie(), run_.jobId, instanceId_, run_.totals,
                          wire_time(localToUtc(activity_->startTime))};
     return aimAtServer() && exchange(command, "start job", job());
 }
@@ -96,18 +86,11 @@ bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::s
 }
 
 bool WebBackupStorage::submit_errors() {
-    const std::vector<FailedItem> failed =
-        run_.failed == nullptr ? std::vector<FailedItem>{} : run_.failed->list();
-    for (size_t done = 0; done < failed.size(); done += errorsPerRequest) {
-        const auto batch =
-            std::span(failed).subspan(done, std::min(errorsPerRequest, failed.size() - done));
+    return run_.failed == nullptr || run_.failed->eachBatch([this](auto batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
-            "Submit Error", {run_.cookie, instanceId_, batch});
-        if (!exchange(command, "submit history errors of job", job())) {
-            return false;
-        }
-    }
-    return true;
+            "Submit Error", {session_.cookie(), instanceId_, batch});
+        return exchange(command, "submit history errors of job", job());
+    });
 }
 
 bool WebBackupStorage::end() {
@@ -117,7 +100,7 @@ bool WebBackupStorage::end() {
         return false;
     }
     Command_To_Server<End_Job_Request, Response_T<std::string>> command(
-        "End Job", {run_.cookie, instanceId_, wire_time(utcTimeNow())});
+        "End Job", {session_.cookie(), instanceId_, wire_time(utcTimeNow())});
     return exchange(command, "end job", job());
 }
 
@@ -129,7 +112,7 @@ bool WebBackupStorage::cancel() {
         return false;
     }
     Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
-        "Stop Job", {run_.cookie, instanceId_});
+        "Stop Job", {session_.cookie(), instanceId_});
     return aimAtServer() && exchange(command, "cancel job", job());
 }
 

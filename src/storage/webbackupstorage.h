@@ -13,24 +13,25 @@
 #include <string>
 #include <vector>
 
-#include "base/interrupter.h"
-#include "http_util/web_server_invoker.h"
 #include "job/activity/jobactivity.h"
 #include "job/source/backuptransformation.h"
 #include "storage/backupstorage.h"
 #include "storage/faileditems.h"
+#include "storage/patient_interrupter.h"
 #include "storage/request_bodies.h"
+#include "storage/web_session.h"
 
 namespace dorvo {
 
 class HTTP_Command;
 
-class WebBackupStorage : public BackupStorage, public interrupter {
+class WebBackupStorage : public BackupStorage, public patient_interrupter {
 public:
     struct Run {
         std::string jobId;
         std::string jobName;
-        std::string cookie;  // empty: start() fails like a refused session
+        std::string user;
+        std::string cookie;  // empty: the stored one, else start() fails like a refused session
         std::string host;
         uint16_t port = 0;
         bool compress = true;
@@ -40,9 +41,8 @@ public:
         JobActivity* activity = nullptr;  // borrowed; null: start() fails
         FailedItems* failed = nullptr;    // borrowed
         HANDLE stop = nullptr;            // manual-reset event, borrowed
-        // How long ending or cancelling the run may go on once a stop is asked for, milliseconds: a
-        // server that stalls there must not hold up the host for ever.
-        DWORD finishPatienceMs = 60'000;
+        // How long ending or cancelling the run may go on once a stop is asked for, milliseconds.
+        DWORD finishPatienceMs = defaultPatienceMs;
     };
 
     explicit WebBackupStorage(Run run);
@@ -71,7 +71,6 @@ private:
     template <class LogFailure>
     bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
                     LogFailure logFailure) const;
-    void beginFinish();
     bool aimAtServer();
     bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
@@ -80,12 +79,10 @@ private:
     JobActivity* activity_;   // borrowed
     std::string instanceId_;  // empty when the record has none
     std::wstring temporary_;  // the folder of the packages
-    Web_Server_Invoker invoker_;
+    Web_Session session_;
     BackupTransformation transformation_;
     std::vector<std::byte> block_;
     bool encoding_ = false;
-    bool finishing_ = false;        // the stop signal counts only after the patience
-    ULONGLONG finishingSince_ = 0;  // tick count, milliseconds
 };
 
 }  // namespace dorvo

@@ -1,6 +1,5 @@
 // What the storage does with one item: encode it, announce it, send its blocks.
 #include <algorithm>
-#include <atomic>
 #include <span>
 
 #include "base/handle.h"
@@ -10,37 +9,17 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "http_util/command_to_server.h"
+#include "storage/item_attributes.h"
 #include "storage/itemtemppath.h"
+#include "storage/record_order.h"
 #include "storage/web_backup_requests.h"
 #include "storage/webbackupstorage.h"
 
 namespace dorvo {
 namespace {
 
-// Keeps stores into the mapped record in the order in which they stand: a process that is killed
-// between two of them leaves a record that makes sense.
-void storeOrder() {
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-}
-
 int code(DWORD error) {
     return static_cast<int>(error);
-}
-
-ItemAttributes attributesOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return {data.dwFileAttributes,
-            data.nFileSizeHigh,
-            data.nFileSizeLow,
-            data.ftCreationTime.dwHighDateTime,
-            data.ftCreationTime.dwLowDateTime,
-            data.ftLastAccessTime.dwHighDateTime,
-            data.ftLastAccessTime.dwLowDateTime,
-            data.ftLastWriteTime.dwHighDateTime,
-            data.ftLastWriteTime.dwLowDateTime};
-}
-
-uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
 bool readAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
@@ -60,8 +39,8 @@ struct WebBackupStorage::Item {
 bool WebBackupStorage::upload_file_info(const Item& item) {
     FunctionTrace trace("WebBackupStorage::upload_file_info", "webbackupstorage.cpp");
     Command_To_Server<Upload_File_Request, Response_T<std::string>> command(
-        "Upload File",
-        {run_.cookie, instanceId_, item.name, attributesOf(item.data), activity_->packageSize});
+        "Upload File", {session_.cookie(), instanceId_, item.name, itemAttributes(item.data),
+                        activity_->packageSize});
     return exchange(command, "upload file information", item.name);
 }
 
@@ -70,7 +49,7 @@ bool WebBackupStorage::upload_file_data(const Item& item, const std::byte* data,
     const std::span<const std::byte> block(data, length);
     const auto number = static_cast<uint32_t>(activity_->fileOffset / uploadBlockSize) + 1;
     Command_To_Server<Upload_Data_Request, Response_T<std::string>> command(
-        "Upload Data", {run_.cookie, instanceId_, item.name, Md5::of(block), number, block});
+        "Upload Data", {session_.cookie(), instanceId_, item.name, Md5::of(block), number, block});
     return exchange(command, "upload file data", item.name);
 }
 

@@ -1,0 +1,37 @@
+// The nine numbers of an item as the platform has them, and as they travel.
+#pragma once
+
+#include <windows.h>
+
+#include "storage/request_bodies.h"
+
+namespace dorvo {
+
+constexpr ItemAttributes itemAttributes(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return {data.dwFileAttributes,
+            data.nFileSizeHigh,
+            data.nFileSizeLow,
+            data.ftCreationTime.dwHighDateTime,
+            data.ftCreationTime.dwLowDateTime,
+            data.ftLastAccessTime.dwHighDateTime,
+            data.ftLastAccessTime.dwLowDateTime,
+            data.ftLastWriteTime.dwHighDateTime,
+            data.ftLastWriteTime.dwLowDateTime};
+}
+
+constexpr WIN32_FILE_ATTRIBUTE_DATA fileAttributes(const ItemAttributes& item) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    data.dwFileAttributes = item.attributes;
+    data.ftCreationTime = {item.creationLow, item.creationHigh};
+    data.ftLastAccessTime = {item.lastAccessLow, item.lastAccessHigh};
+    data.ftLastWriteTime = {item.lastWriteLow, item.lastWriteHigh};
+    data.nFileSizeHigh = item.sizeHigh;
+    data.nFileSizeLow = item.sizeLow;
+    return data;
+}
+
+constexpr uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
+}  // namespace dorvo
