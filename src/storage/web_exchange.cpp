@@ -6,11 +6,41 @@
 #include "base/log.h"
 #include "httpmsg/http_names.h"
 #include "settings/options.h"
+#include "storage/web_session.h"
 
 namespace dorvo {
 namespace {
 
 constexpr int statusOk = 200;
+
+// `result` is what running the command has given.
+Exchanged judge(int result, HTTP_Command& command) {
+    if (result != 0) {
+        return Exchanged::broken;
+    }
+    const int status = command.http_response().status();
+    if (status == statusOk) {
+        return Exchanged::done;
+    }
+    SetLastError(withHttpMark(static_cast<uint32_t>(status)));
+    return Exchanged::refused;
+}
+
+bool logged(Exchanged exchanged, HTTP_Command& command, const char* action,
+            const std::string& subject) {
+    switch (exchanged) {
+        case Exchanged::done: return true;
+        case Exchanged::broken:
+            log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action,
+                subject.c_str(), static_cast<int>(GetLastError()));
+            return false;
+        case Exchanged::refused: break;
+    }
+    const int status = command.http_response().status();
+    log(LogLevel::error, "Failed to %s {%s}, status-code = %d, %s.\n", action, subject.c_str(),
+        status, http_status_string(status));
+    return false;
+}
 
 }  // namespace
 
@@ -35,34 +65,25 @@ bool aimAtServerOfOptions(Web_Server_Invoker& invoker) {
 }
 
 Exchanged runExchange(Web_Server_Invoker& invoker, HTTP_Command& command, uint64_t* sent) {
-    if (invoker.run(command) != 0) {
-        return Exchanged::broken;
-    }
-    if (sent != nullptr) {
+    const int result = invoker.run(command);
+    if (result == 0 && sent != nullptr) {
         *sent += command.http_request().content_length();
     }
-    const int status = command.http_response().status();
-    if (status == statusOk) {
-        return Exchanged::done;
-    }
-    SetLastError(withHttpMark(static_cast<uint32_t>(status)));
-    return Exchanged::refused;
+    return judge(result, command);
+}
+
+Exchanged runExchange(Web_Session& session, HTTP_Command& command, uint64_t* sent) {
+    return judge(session.run(command, sent), command);
 }
 
 bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
               const std::string& subject, uint64_t* sent) {
-    switch (runExchange(invoker, command, sent)) {
-        case Exchanged::done: return true;
-        case Exchanged::broken:
-            log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action,
-                subject.c_str(), static_cast<int>(GetLastError()));
-            return false;
-        case Exchanged::refused: break;
-    }
-    const int status = command.http_response().status();
-    log(LogLevel::error, "Failed to %s {%s}, status-code = %d, %s.\n", action, subject.c_str(),
-        status, http_status_string(status));
-    return false;
+    return logged(runExchange(invoker, command, sent), command, action, subject);
+}
+
+bool exchange(Web_Session& session, HTTP_Command& command, const char* action,
+              const std::string& subject, uint64_t* sent) {
+    return logged(runExchange(session, command, sent), command, action, subject);
 }
 
 }  // namespace dorvo

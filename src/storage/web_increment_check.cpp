@@ -4,7 +4,6 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "http_util/command_to_server.h"
-#include "settings/cookiemanager.h"
 #include "storage/web_backup_requests.h"
 #include "storage/web_exchange.h"
 
@@ -19,18 +18,18 @@ bool fail(DWORD error, const char* message) {
 
 }  // namespace
 
-Web_Increment_Check::Web_Increment_Check(Run run) : run_(std::move(run)), stop_(run_.stop) {
-    invoker_.set_interrupter(&stop_);
+Web_Increment_Check::Web_Increment_Check(Run run)
+    : run_(std::move(run)), stop_(run_.stop), session_(run_.user) {
+    session_.set_interrupter(&stop_);
 }
 
 bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool>& send) {
     FunctionTrace trace("Web_Increment_Check::check", "web_increment_check.cpp");
-    std::string cookie;
-    if (!ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()
-             ->findCookie(run_.user.c_str(), cookie)) {
+    const std::string cookie = session_.cookie();
+    if (cookie.empty()) {
         return fail(withHttpMark(401), "Failed to find cookie while doing increment check.\n");
     }
-    if (invoker_.invoker() == nullptr && !aimAtServerOfOptions(invoker_)) {
+    if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
         return fail(ERROR_INVALID_PARAMETER,
                     "Failed to get the server information while doing increment check.\n");
     }
@@ -42,7 +41,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
     }
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
         "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, first_, items});
-    if (!exchange(invoker_, command, "do increment check of job", run_.jobId)) {
+    if (!exchange(session_, command, "do increment check of job", run_.jobId)) {
         return false;
     }
     first_ = false;

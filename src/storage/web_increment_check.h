@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "base/interrupter.h"
-#include "http_util/web_server_invoker.h"
 #include "job/source/incrementcheck.h"
+#include "storage/web_session.h"
 
 namespace dorvo {
 
@@ -34,7 +34,7 @@ public:
 private:
     Run run_;
     interrupter stop_;
-    Web_Server_Invoker invoker_;
+    Web_Session session_;
     bool first_ = true;  // nothing was answered yet
 };
 

@@ -53,8 +53,8 @@ private:
 
     int run_once(HTTP_Command& command, uint64_t* sent);
     Renewal renew();
-    bool log_in();
-    bool must_stop() const;
+    Renewal log_in();
+    bool wait_for_logins() const;
 
     std::string user_;
     std::string cookie_;

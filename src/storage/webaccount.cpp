@@ -6,15 +6,13 @@
 
 #include "base/log.h"
 #include "http_util/command_to_server.h"
+#include "settings/cookiemanager.h"
 #include "storage/web_exchange.h"
+#include "storage/web_login.h"
+#include "storage/web_session.h"
 
 namespace dorvo {
 namespace {
-
-class Login_Request : public Request_T<json_spirit::Value> {
-public:
-    Login_Request() : Request_T("/dorvo/WebServer/user/Login.php") {}
-};
 
 class Logout_Request : public Request_T<json_spirit::Value> {
 public:
@@ -25,6 +23,14 @@ class List_Instances_Request : public Request_T<json_spirit::Value> {
 public:
     List_Instances_Request() : Request_T("/dorvo/WebServer/catalog/ListInstances.php") {}
 };
+
+// Empty when the store does not know the cookie.
+std::string ownerOf(const std::string& cookie) {
+    std::string user;
+    ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()->findUser(
+        cookie.c_str(), user);
+    return user;
+}
 
 WebInstance readInstance(const json_spirit::Object& members) {
     const auto number = [&](const char* name) { return members.at(name).get_uint64(); };
@@ -47,21 +53,8 @@ WebInstance readInstance(const json_spirit::Object& members) {
 
 bool WebAccount::login(const std::string& user, const std::string& password,
                        const std::string& machine, std::string& cookie) {
-    Command_To_Server<Login_Request, Response_T<std::string>> command("Login");
-    command.request().body(
-        json_spirit::Object{{"user", user}, {"password", password}, {"machine", machine}});
     Web_Server_Invoker invoker;
-    if (!aimAtServerOfOptions(invoker) || !exchange(invoker, command, "log in user", user)) {
-        return false;
-    }
-    const char* const sent = command.response().set_cookie();
-    if (sent == nullptr || *sent == '\0') {
-        log(LogLevel::error, "Login: the server sent no cookie.\n");
-        SetLastError(ERROR_INVALID_DATA);
-        return false;
-    }
-    cookie = sent;
-    return true;
+    return aimAtServerOfOptions(invoker) && logIn(invoker, user, password, machine, cookie);
 }
 
 bool WebAccount::logout(const std::string& user, const std::string& cookie) {
@@ -77,12 +70,11 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
                                std::vector<WebInstance>& instances) {
     Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
         "List Instances");
-    command.request().cookie(cookie.c_str());
     command.request().body(
         json_spirit::Object{{"machine", machine}, {"jobdefinitionid", jobDefinitionId}});
-    Web_Server_Invoker invoker;
-    if (!aimAtServerOfOptions(invoker) ||
-        !exchange(invoker, command, "list the runs of machine", machine)) {
+    Web_Session session(ownerOf(cookie), cookie);
+    if (!aimAtServerOfOptions(session.invoker()) ||
+        !exchange(session, command, "list the runs of machine", machine)) {
         return false;
     }
     if (!readInstances(command.response().body(), instances)) {

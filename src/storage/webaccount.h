@@ -41,7 +41,8 @@ public:
     // Ends the session at the service. 401: there is none of that cookie.
     static bool logout(const std::string& user, const std::string& cookie);
 
-    // The runs of one machine (empty: all) and one job (empty: all), as the service orders them.
+    // The runs of one machine (empty: all) and one job (empty: all), as the service orders them. A
+    // refused session is renewed where the stores know its user.
     static bool listInstances(const std::string& cookie, const std::string& machine,
                               const std::string& jobDefinitionId,
                               std::vector<WebInstance>& instances);

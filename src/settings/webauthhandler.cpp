@@ -1,0 +1,51 @@
+#include "settings/webauthhandler.h"
+
+#include "base/log.h"
+#include "base/text.h"
+#include "settings/cookiemanager.h"
+#include "settings/passwordmanager.h"
+
+namespace dorvo {
+namespace {
+
+template <class Store>
+Store& store() {
+    return *ATL::CComSingleton<Store, ATL::CComAutoCriticalSection>::instance();
+}
+
+}  // namespace
+
+WebAuthHandler::WebAuthHandler() = default;
+WebAuthHandler::WebAuthHandler(const WebAuthHandler& other) = default;
+WebAuthHandler& WebAuthHandler::operator=(const WebAuthHandler& other) = default;
+WebAuthHandler::~WebAuthHandler() = default;
+
+bool WebAuthHandler::onAuthRequired(std::string& user, std::string& password,
+                                    const std::string& cookie) {
+    const FunctionTrace trace("WebAuthHandler::onAuthRequired", "webauthhandler.cpp");
+    return store<CookieManagerImpl>().findUser(cookie.c_str(), user) &&
+           store<PasswordManagerImpl>().findPassword(user.c_str(), password);
+}
+
+void WebAuthHandler::onSetCookie(const char* user, const char* newCookie, const char* oldCookie) {
+    const FunctionTrace trace("WebAuthHandler::onSetCookie", "webauthhandler.cpp");
+    CookieManagerImpl& cookies = store<CookieManagerImpl>();
+    if (oldCookie != nullptr) {
+        cookies.removeCookie(oldCookie);
+    }
+    cookies.saveCookie(user, newCookie);
+    if (!isEmpty(newCookie)) {
+        newCookie_ = newCookie;
+    }
+}
+
+void WebAuthHandler::onError(unsigned long error) {
+    error_ = static_cast<uint32_t>(error);
+}
+
+void WebAuthHandler::reSet() {
+    error_ = 0;
+    newCookie_.clear();
+}
+
+}  // namespace dorvo
