@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 
+#include "instance_access.h"
 #include "json_body.h"
 #include "service_error.h"
 
@@ -12,18 +13,8 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr size_t maxId = 255;
 constexpr size_t maxTime = 64;
-constexpr size_t maxReason = 4096;
 constexpr size_t maxOffered = 100000;
-
-std::string instanceId(const json::object& body, std::string_view key) {
-    return std::string(checkId(textMember(body, key, maxId), key));
-}
-
-std::string_view definitionId(const json::object& body, std::string_view key) {
-    return checkId(textMember(body, key, maxId), key);
-}
 
 // The three states that a client sees; a pending backup is one that is under way.
 std::string_view stateText(InstanceState state) {
@@ -48,46 +39,14 @@ void requireNotCancelled(const Instance& instance) {
     }
 }
 
-std::vector<FailedFile> readErrors(const json::object& body) {
-    std::vector<FailedFile> errors;
-    for (const json::value& element : arrayMember(body, "errors")) {
-        const json::object& error = objectElement(element, "errors");
-        errors.push_back({std::string(checkPath(textMember(error, "path", maxPathBytes))),
-                          u32Member(error, "code"),
-                          std::string(textMember(error, "reason", maxReason))});
-    }
-    return errors;
-}
-
 }  // namespace
-
-void refuseState(const Instance& instance) {
-    switch (instance.state) {
-        case InstanceState::pending: throw ServiceError(409, "the backup has not been started");
-        case InstanceState::running: throw ServiceError(409, "the backup is running");
-        case InstanceState::completed: throw ServiceError(409, "the backup is completed");
-        case InstanceState::cancelled: break;
-    }
-    throw ServiceError(409, "the backup is cancelled");
-}
-
-Instance BackupEndpoints::ownInstance(const Session& session, std::string_view name) {
-    const auto instance = catalog_.findInstance(name);
-    if (!instance) {
-        throw ServiceError(404, "no such backup");
-    }
-    if (instance->userId != session.userId) {
-        throw ServiceError(403, "another user's backup");
-    }
-    return *instance;
-}
 
 Instance BackupEndpoints::openOrFind(const Session& session, std::string_view name,
                                      std::string_view definition, bool compress) {
     if (!catalog_.findInstance(name)) {
         return catalog_.openInstance(session, name, definition, compress);
     }
-    Instance instance = ownInstance(session, name);
+    Instance instance = ownInstance(catalog_, session, name);
     if (instance.definition != definition) {
         throw ServiceError(409, "the backup belongs to another job");
     }
@@ -95,8 +54,8 @@ Instance BackupEndpoints::openOrFind(const Session& session, std::string_view na
 }
 
 json::object BackupEndpoints::filesToBackup(const Session& session, const json::object& body) {
-    const std::string_view definition = definitionId(body, "id");
-    const std::string name = instanceId(body, "jobinstanceid");
+    const std::string_view definition = idMember(body, "id");
+    const std::string name(idMember(body, "jobinstanceid"));
     const bool compress = flagMember(body, "compress");
     const bool first = body.contains("first") && flagMember(body, "first");
     const json::array& source = arrayMember(body, "source");
@@ -125,8 +84,8 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
 }
 
 json::object BackupEndpoints::startJob(const Session& session, const json::object& body) {
-    const std::string_view definition = definitionId(body, "jobdefinitionid");
-    const std::string name = instanceId(body, "jobinstanceid");
+    const std::string_view definition = idMember(body, "jobdefinitionid");
+    const std::string name(idMember(body, "jobinstanceid"));
     const InstanceTotals totals{countMember(body, "totalfiles"),
                                 countMember(body, "totaldirectories"),
                                 countMember(body, "totalsize")};
@@ -142,10 +101,17 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
 }
 
 json::object BackupEndpoints::addErrorFiles(const Session& session, const json::object& body) {
-    const std::string name = instanceId(body, "jobinstanceid");
-    const std::vector<FailedFile> errors = readErrors(body);
+    const std::string name(idMember(body, "jobinstanceid"));
+    const std::vector<FailedFile> errors = errorsMember(body);
+    if (const auto restore = catalog_.findRestore(name)) {
+        if (restore->userId != session.userId) {
+            throw ServiceError(403, "another user's restore");
+        }
+        catalog_.addRestoreErrors(restore->id, errors);
+        return {};
+    }
     const InstanceLocks::Guard guard(locks_, name);
-    const Instance instance = ownInstance(session, name);
+    const Instance instance = ownInstance(catalog_, session, name);
     requireNotCancelled(instance);
     if (instance.state == InstanceState::completed) {
         // A client whose answer got lost ends its run once more; nothing else may change the list.
@@ -162,10 +128,10 @@ json::object BackupEndpoints::addErrorFiles(const Session& session, const json::
 }
 
 json::object BackupEndpoints::endJob(const Session& session, const json::object& body) {
-    const std::string name = instanceId(body, "jobinstanceid");
+    const std::string name(idMember(body, "jobinstanceid"));
     const std::string_view endTime = textMember(body, "endtime", maxTime);
     const InstanceLocks::Guard guard(locks_, name);
-    const Instance instance = ownInstance(session, name);
+    const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state == InstanceState::completed) {
         return {};
     }
@@ -188,9 +154,9 @@ json::object BackupEndpoints::endJob(const Session& session, const json::object&
 }
 
 json::object BackupEndpoints::cancelJob(const Session& session, const json::object& body) {
-    const std::string name = instanceId(body, "id");
+    const std::string name(idMember(body, "id"));
     const InstanceLocks::Guard guard(locks_, name);
-    const Instance instance = ownInstance(session, name);
+    const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state == InstanceState::completed) {
         refuseState(instance);
     }
@@ -203,8 +169,8 @@ json::object BackupEndpoints::cancelJob(const Session& session, const json::obje
 }
 
 json::object BackupEndpoints::listInstances(const Session& session, const json::object& body) {
-    const std::string_view machine = textMember(body, "machine", maxId);
-    const std::string_view definition = textMember(body, "jobdefinitionid", maxId);
+    const std::string_view machine = textMember(body, "machine", maxIdBytes);
+    const std::string_view definition = textMember(body, "jobdefinitionid", maxIdBytes);
     json::array list;
     for (const InstanceSummary& item :
          catalog_.listInstances(session.userId, machine, definition)) {

@@ -15,8 +15,6 @@
 
 namespace dorvo {
 
-inline constexpr int64_t blockBytes = 131072;
-
 class BackupEndpoints {
 public:
     // Borrows both.
@@ -28,15 +26,14 @@ public:
     // The one request whose body is no JSON but a multipart form.
     boost::json::object uploadBlock(const Session& session, std::string_view contentType,
                                     std::string_view form);
+    // Also for a restore, by the restore's own id.
     boost::json::object addErrorFiles(const Session& session, const boost::json::object& body);
     boost::json::object endJob(const Session& session, const boost::json::object& body);
     boost::json::object cancelJob(const Session& session, const boost::json::object& body);
     boost::json::object listInstances(const Session& session, const boost::json::object& body);
 
 private:
-    // The instance, which must exist and be the session's user's.
-    Instance ownInstance(const Session& session, std::string_view name);
-    // The same, made pending when it does not exist; the definition must be its own.
+    // The user's own instance, made pending when it does not exist; the definition must be its own.
     Instance openOrFind(const Session& session, std::string_view name, std::string_view definition,
                         bool compress);
 
@@ -44,8 +41,5 @@ private:
     BlockStore& blocks_;
     InstanceLocks locks_;
 };
-
-// Throws the 409 that says which state the backup is in.
-[[noreturn]] void refuseState(const Instance& instance);
 
 }  // namespace dorvo

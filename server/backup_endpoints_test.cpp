@@ -9,13 +9,6 @@ namespace json = boost::json;
 
 class Backup : public ServiceFixture {};
 
-std::string folderInfo(const std::string& instance, const std::string& path) {
-    json::object folder = json::parse(fileInfo(instance, path, 0)).as_object();
-    folder["type"] = "folder";
-    folder["attri"].as_object()["dwFileAttributes"] = 16;
-    return json::serialize(folder);
-}
-
 TEST_F(Backup, SendsAndKeepsWhatItIsGiven) {
     const std::string large = pattern(blockBytes * 2 + 10);
     EXPECT_EQ(offer("i1", {{"C:\\b"}, {"C:\\a"}, {"C:\\\u00e4"}}), "C:\\b,C:\\a,C:\\\u00e4");

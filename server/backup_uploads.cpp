@@ -4,6 +4,8 @@
 
 #include "backup_endpoints.h"
 #include "digest.h"
+#include "file_attributes.h"
+#include "instance_access.h"
 #include "json_body.h"
 #include "multipart.h"
 #include "service_error.h"
@@ -14,43 +16,24 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr size_t maxId = 255;
-constexpr uint32_t directoryAttribute = 16;
 // Of one package. What a file system can hold in one file is more, and far from 2^63.
 constexpr int64_t maxPackageBytes = int64_t{1} << 42U;
 
-constexpr std::array<std::string_view, 9> attributeNames = {"dwFileAttributes",
-                                                            "nFileSizeHigh",
-                                                            "nFileSizeLow",
-                                                            "ftCreationTimedwHighDateTime",
-                                                            "ftCreationTimedwLowDateTime",
-                                                            "ftLastAccessTimedwHighDateTime",
-                                                            "ftLastAccessTimedwLowDateTime",
-                                                            "ftLastWriteTimedwHighDateTime",
-                                                            "ftLastWriteTimedwLowDateTime"};
-constexpr size_t lastWriteHigh = 7;
-constexpr size_t lastWriteLow = 8;
-
 StoredFile readFile(const json::object& body) {
     StoredFile file;
-    const json::object& attributes = objectMember(body, "attri");
-    for (size_t i = 0; i < attributeNames.size(); ++i) {
-        file.attributes[i] = u32Member(attributes, attributeNames[i]);
-    }
-    file.mtime = static_cast<int64_t>(
-        joinHalves(file.attributes[lastWriteHigh], file.attributes[lastWriteLow]));
-    const bool folder = (file.attributes[0] & directoryAttribute) != 0;
-    if (textMember(body, "type", maxId) != (folder ? "folder" : "file")) {
+    file.attributes = readAttributes(objectMember(body, "attri"));
+    file.mtime = lastWriteTime(file.attributes);
+    file.kind = isFolder(file.attributes) ? FileKind::folder : FileKind::file;
+    if (textMember(body, "type", maxIdBytes) != typeText(file.kind)) {
         throw ServiceError(400, "\"type\" contradicts the attributes");
     }
-    file.kind = folder ? FileKind::folder : FileKind::file;
     const uint64_t size =
         joinHalves(u32Member(body, "totalsizeHigh"), u32Member(body, "totalsizeLow"));
     if (size > static_cast<uint64_t>(maxPackageBytes)) {
         throw ServiceError(413, "the file is too large");
     }
     file.size = static_cast<int64_t>(size);
-    if (folder && file.size != 0) {
+    if (file.kind == FileKind::folder && file.size != 0) {
         throw ServiceError(400, "a folder has no package");
     }
     u32Member(body, "totalblock");  // must be there; the size alone says how many blocks there are
@@ -95,11 +78,11 @@ void checkBlock(const StoredFile& file, int64_t instance, int64_t k, std::string
 }  // namespace
 
 json::object BackupEndpoints::uploadFile(const Session& session, const json::object& body) {
-    const std::string name(checkId(textMember(body, "jobinstanceid", maxId), "jobinstanceid"));
+    const std::string name(idMember(body, "jobinstanceid"));
     const std::string_view path = checkPath(textMember(body, "sourcename", maxPathBytes));
     StoredFile file = readFile(body);
     const InstanceLocks::Guard guard(locks_, name);
-    const Instance instance = ownInstance(session, name);
+    const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state != InstanceState::running) {
         refuseState(instance);
     }
@@ -134,7 +117,7 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
         throw ServiceError(400, "the block's MD5 is wrong");
     }
     const InstanceLocks::Guard guard(locks_, name);
-    const Instance instance = ownInstance(session, name);
+    const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state != InstanceState::running) {
         refuseState(instance);
     }

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string_view>
 
 namespace dorvo {
@@ -18,6 +19,8 @@ public:
     virtual ~BlockStore() = default;
 
     virtual void write(int64_t container, int64_t offset, std::string_view bytes) = 0;
+    // Fills the buffer from there. Throws when the container has lost what stood there.
+    virtual void read(int64_t container, int64_t offset, std::span<char> bytes) = 0;
     // Gives up a stretch whose package is no longer wanted; what it reads as later is undefined.
     virtual void discard(int64_t container, int64_t offset, int64_t length) = 0;
     // Makes the whole container survive a power cut. False when it has lost bytes: it is shorter

@@ -17,6 +17,9 @@
 
 namespace dorvo {
 
+// Packages are stored in blocks of this size; the last one may be smaller.
+inline constexpr int64_t blockBytes = 131072;
+
 struct Session {
     int64_t userId = 0;
     int64_t machineId = 0;
@@ -26,21 +29,23 @@ struct Session {
 
 enum class InstanceState : uint8_t { pending = 0, running = 1, completed = 2, cancelled = 3 };
 
+struct InstanceTotals {
+    int64_t files = 0;
+    int64_t directories = 0;
+    int64_t size = 0;
+};
+
 struct Instance {
     int64_t id = 0;  // never used twice; also the id of the container that holds its packages
     std::string name;
     int64_t userId = 0;
+    std::string machine;
     std::string definition;
     InstanceState state = InstanceState::pending;
     bool damaged = false;   // it may have lost data, to a power cut or its disk: it never completes
     int64_t reserved = 0;   // bytes of its container that are given to packages
     bool compress = false;  // what its files are unless they say otherwise
-};
-
-struct InstanceTotals {
-    int64_t files = 0;
-    int64_t directories = 0;
-    int64_t size = 0;
+    InstanceTotals totals;  // as the client announced them
 };
 
 struct InstanceSummary {
@@ -83,6 +88,23 @@ struct FailedFile {
     std::string reason;
 };
 
+struct ListedFile {
+    std::string path;
+    FileKind kind = FileKind::file;
+    FileAttributes attributes{};
+};
+
+struct FilePage {
+    std::vector<ListedFile> files;
+    bool more = false;  // the range holds files behind these
+};
+
+// One restore of a backup, by one of its user's machines.
+struct Restore {
+    int64_t id = 0;
+    int64_t userId = 0;
+};
+
 class Catalog {
 public:
     virtual ~Catalog() = default;
@@ -91,6 +113,11 @@ public:
     virtual bool addUser(std::string_view name, std::string_view passwordHash) = 0;
     // The account's password hash.
     virtual std::optional<std::string> findPassword(std::string_view user) = 0;
+
+    // The MD5 of the user's keys, empty when there is none.
+    virtual std::string findKeys(int64_t user) = 0;
+    // Keeps the MD5 unless there is another one. Whether it is kept now.
+    virtual bool putKeys(int64_t user, std::string_view md5) = 0;
 
     // Sessions are kept under a hash of their token. Times are seconds. Adding one also forgets
     // those that expired.
@@ -140,6 +167,20 @@ public:
     // Oldest first. Empty machine or definition: all.
     virtual std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
                                                        std::string_view definition) = 0;
+
+    // The instance's files with from <= path < until, in the order of the paths' bytes: at most
+    // `limit`, and none behind the one that brings the paths to `bytes`.
+    virtual FilePage listFiles(int64_t instance, std::string_view from, std::string_view until,
+                               size_t limit, size_t bytes) = 0;
+
+    // The name must be new.
+    virtual void openRestore(const Session& session, std::string_view name,
+                             std::string_view definition, int64_t instance) = 0;
+    virtual std::optional<Restore> findRestore(std::string_view name) = 0;
+    // As addErrors.
+    virtual void addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors) = 0;
+    // Replaces the one before.
+    virtual void putHistory(int64_t restore, std::string_view history) = 0;
 };
 
 }  // namespace dorvo

@@ -18,14 +18,12 @@ constexpr size_t smallBody = size_t{1} << 20U;
 // paths of extraordinary length, take more.
 constexpr size_t listBody = size_t{32} << 20U;
 
-using JsonCall = json::object (BackupEndpoints::*)(const Session&, const json::object&);
-
 }  // namespace
 
 struct Dispatcher::Endpoint {
     std::string_view path;
     size_t bodyLimit;
-    WebReply (*call)(Dispatcher&, const WebRequest&);
+    WebReply (*handle)(Dispatcher&, const WebRequest&);
 
     template <WebReply (AccountEndpoints::*method)(const WebRequest&)>
     static WebReply open(Dispatcher& dispatcher, const WebRequest& request) {
@@ -41,7 +39,7 @@ struct Dispatcher::Endpoint {
         }
         WebReply reply;
         try {
-            reply.body = call(*session);
+            call(*session, reply);
         } catch (const ServiceError& error) {
             reply = errorReply(error.status(), error.what());
         }
@@ -50,42 +48,73 @@ struct Dispatcher::Endpoint {
     }
 
     static WebReply logout(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request,
-                         [&](const Session&) { return dispatcher.accounts_.logout(request).body; });
+        return inSession(dispatcher, request, [&](const Session&, WebReply& reply) {
+            reply = dispatcher.accounts_.logout(request);
+        });
     }
 
-    template <JsonCall method>
-    static WebReply backup(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request, [&](const Session& session) {
+    // JSON in, JSON out.
+    template <auto endpoints, auto method>
+    static WebReply call(Dispatcher& dispatcher, const WebRequest& request) {
+        return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
             const json::object body = parseBody(request.body);
-            return json::serialize((dispatcher.backups_.*method)(session, body));
+            reply.body = json::serialize(((dispatcher.*endpoints).*method)(session, body));
         });
     }
 
     static WebReply uploadBlock(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request, [&](const Session& session) {
-            return json::serialize(
+        return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
+            reply.body = json::serialize(
                 dispatcher.backups_.uploadBlock(session, request.contentType, request.body));
         });
     }
+
+    static WebReply downloadBlock(Dispatcher& dispatcher, const WebRequest& request) {
+        return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
+            const json::object body = parseBody(request.body);
+            reply.body = dispatcher.restores_.downloadFileBlock(session, body);
+            reply.contentType = "application/octet-stream";
+        });
+    }
+
+    template <auto method>
+    static constexpr auto backup = &call<&Dispatcher::backups_, method>;
+    template <auto method>
+    static constexpr auto restore = &call<&Dispatcher::restores_, method>;
+    template <auto method>
+    static constexpr auto key = &call<&Dispatcher::keys_, method>;
 };
 
 const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     using B = BackupEndpoints;
+    using R = RestoreEndpoints;
+    using K = KeyEndpoints;
     static constexpr Endpoint table[] = {
         {"/dorvo/WebServer/user/Login.php", smallBody, &Endpoint::open<&AccountEndpoints::login>},
         {"/dorvo/WebServer/user/Logout.php", smallBody, &Endpoint::logout},
         {"/dorvo/WebServer/catalog/FilesToBackup.php", listBody,
-         &Endpoint::backup<&B::filesToBackup>},
+         Endpoint::backup<&B::filesToBackup>},
         {"/dorvo/WebServer/catalog/ListInstances.php", smallBody,
-         &Endpoint::backup<&B::listInstances>},
-        {"/dorvo/WebServer/jobs/StartJob.php", smallBody, &Endpoint::backup<&B::startJob>},
+         Endpoint::backup<&B::listInstances>},
+        {"/dorvo/WebServer/jobs/StartJob.php", smallBody, Endpoint::backup<&B::startJob>},
         {"/dorvo/Storage Server/backupServer/uploadfile.php", smallBody,
-         &Endpoint::backup<&B::uploadFile>},
+         Endpoint::backup<&B::uploadFile>},
         {"/dorvo/Storage Server/backupServer/uploadblock.php", smallBody, &Endpoint::uploadBlock},
-        {"/dorvo/WebServer/jobs/AddErrorFiles.php", listBody, &Endpoint::backup<&B::addErrorFiles>},
-        {"/dorvo/Storage Server/backupServer/endjob.php", smallBody, &Endpoint::backup<&B::endJob>},
-        {"/dorvo/WebServer/jobs/CancelJob.php", smallBody, &Endpoint::backup<&B::cancelJob>},
+        {"/dorvo/WebServer/jobs/AddErrorFiles.php", listBody, Endpoint::backup<&B::addErrorFiles>},
+        {"/dorvo/Storage Server/backupServer/endjob.php", smallBody, Endpoint::backup<&B::endJob>},
+        {"/dorvo/WebServer/jobs/CancelJob.php", smallBody, Endpoint::backup<&B::cancelJob>},
+        {"/dorvo/WebServer/jobs/StartRestoreJob.php", smallBody,
+         Endpoint::restore<&R::startRestoreJob>},
+        {"/dorvo/Storage Server/RestoreServer/GetFileInfo.php", smallBody,
+         Endpoint::restore<&R::getFileInfo>},
+        {"/dorvo/Storage Server/RestoreServer/DownloadFileBlock.php", smallBody,
+         &Endpoint::downloadBlock},
+        {"/dorvo/WebServer/jobs/RestoreJobHistory.php", smallBody,
+         Endpoint::restore<&R::restoreJobHistory>},
+        {"/dorvo/WebServer/catalog/ListFiles.php", smallBody, Endpoint::restore<&R::listFiles>},
+        {"/dorvo/WebServer/keys/GetMD5ofKeys.php", smallBody, Endpoint::key<&K::getMd5OfKeys>},
+        {"/dorvo/WebServer/keys/ExportMD5ofKeys.php", smallBody,
+         Endpoint::key<&K::exportMd5OfKeys>},
     };
     const auto* const found = std::find_if(std::begin(table), std::end(table),
                                            [path](const Endpoint& e) { return e.path == path; });
@@ -118,7 +147,7 @@ WebReply Dispatcher::handle(const WebRequest& request) {
         if (endpoint == nullptr) {
             return errorReply(404, "no such path");
         }
-        return endpoint->call(*this, request);
+        return endpoint->handle(*this, request);
     } catch (const ServiceError& error) {
         return errorReply(error.status(), error.what());
     } catch (const std::exception& error) {

@@ -8,6 +8,8 @@
 
 #include "account_endpoints.h"
 #include "backup_endpoints.h"
+#include "key_endpoints.h"
+#include "restore_endpoints.h"
 #include "web_request.h"
 
 namespace dorvo {
@@ -16,7 +18,10 @@ class Dispatcher {
 public:
     // Borrows both. The lifetime of sessions is in seconds.
     Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime)
-        : accounts_(catalog, sessionLifetime), backups_(catalog, blocks) {}
+        : accounts_(catalog, sessionLifetime),
+          backups_(catalog, blocks),
+          restores_(catalog, blocks),
+          keys_(catalog) {}
 
     // The largest body the path takes; 0 when there is nothing under that path.
     static size_t bodyLimit(std::string_view path);
@@ -33,6 +38,8 @@ private:
 
     AccountEndpoints accounts_;
     BackupEndpoints backups_;
+    RestoreEndpoints restores_;
+    KeyEndpoints keys_;
 };
 
 }  // namespace dorvo

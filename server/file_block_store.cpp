@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <stdexcept>
 #include <system_error>
 
 #include "file_descriptor.h"
@@ -59,6 +60,28 @@ void FileBlockStore::write(int64_t container, int64_t offset, std::string_view b
         }
         bytes.remove_prefix(static_cast<size_t>(written));
         offset += written;
+    }
+}
+
+void FileBlockStore::read(int64_t container, int64_t offset, std::span<char> bytes) {
+    const fs::path file = path(container);
+    const FileDescriptor fd = open(file, O_RDONLY);
+    if (!fd) {
+        fail("cannot open", file);
+    }
+    while (!bytes.empty()) {
+        const ssize_t count = ::pread(fd.get(), bytes.data(), bytes.size(), offset);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            fail("cannot read", file);
+        }
+        if (count == 0) {
+            throw std::runtime_error(file.string() + " has lost bytes");
+        }
+        bytes = bytes.subspan(static_cast<size_t>(count));
+        offset += count;
     }
 }
 

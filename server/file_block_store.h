@@ -18,6 +18,7 @@ public:
     explicit FileBlockStore(std::filesystem::path folder);
 
     void write(int64_t container, int64_t offset, std::string_view bytes) override;
+    void read(int64_t container, int64_t offset, std::span<char> bytes) override;
     void discard(int64_t container, int64_t offset, int64_t length) override;
     bool sync(int64_t container, int64_t length) override;
     void remove(int64_t container) override;

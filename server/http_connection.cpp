@@ -234,7 +234,7 @@ void HttpConnection::answer(WebReply reply) {
     const auto& head = parser_->get();
     const bool keepAlive = head.keep_alive() && !finishing_;
     response_.emplace(static_cast<http::status>(reply.status), head.version());
-    response_->set(http::field::content_type, "application/json");
+    response_->set(http::field::content_type, reply.contentType);
     if (!reply.setCookie.empty()) {
         response_->set(http::field::set_cookie, reply.setCookie);
     }
@@ -253,7 +253,7 @@ void HttpConnection::answer(WebReply reply) {
 void HttpConnection::answerAndEnd(int status, const char* why) {
     WebReply reply = errorReply(status, why);
     response_.emplace(static_cast<http::status>(status), 11U);
-    response_->set(http::field::content_type, "application/json");
+    response_->set(http::field::content_type, reply.contentType);
     response_->keep_alive(false);
     logRequest(reply);
     response_->body() = std::move(reply.body);
@@ -262,23 +262,37 @@ void HttpConnection::answerAndEnd(int status, const char* why) {
 }
 
 void HttpConnection::write(bool keepAlive) {
+    serializer_.emplace(*response_);
+    writeSome(keepAlive);
+}
+
+// A large answer may take a slow client any time, as long as it takes something.
+void HttpConnection::writeSome(bool keepAlive) {
     stream_.expires_after(shared_.limits.stall);
-    http::async_write(stream_, *response_,
-                      [self = shared_from_this(), keepAlive](beast::error_code error, size_t) {
-                          if (error) {
-                              self->close();
-                          } else if (keepAlive) {
-                              self->waitForRequest();
-                          } else if (self->parser_->is_done() && self->buffer_.size() == 0) {
-                              self->close();
-                          } else {
-                              beast::error_code ignored;
-                              self->stream_.socket().shutdown(asio::socket_base::shutdown_send,
-                                                              ignored);
-                              self->stream_.expires_after(lingerTime);
-                              self->linger();
-                          }
-                      });
+    http::async_write_some(stream_, *serializer_,
+                           [self = shared_from_this(), keepAlive](beast::error_code error, size_t) {
+                               if (error) {
+                                   self->close();
+                               } else if (!self->serializer_->is_done()) {
+                                   self->writeSome(keepAlive);
+                               } else {
+                                   self->onWritten(keepAlive);
+                               }
+                           });
+}
+
+void HttpConnection::onWritten(bool keepAlive) {
+    if (keepAlive) {
+        response_->body() = {};
+        waitForRequest();
+    } else if (parser_->is_done() && buffer_.size() == 0) {
+        close();
+    } else {
+        beast::error_code ignored;
+        stream_.socket().shutdown(asio::socket_base::shutdown_send, ignored);
+        stream_.expires_after(lingerTime);
+        linger();
+    }
 }
 
 // Closing over bytes that nobody read would make the system throw the answer away.

@@ -11,6 +11,7 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/buffer_body.hpp>
 #include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <memory>
 #include <optional>
@@ -56,6 +57,8 @@ private:
     void answerAndEnd(int status, const char* why);
     void onHeadError(boost::beast::error_code error);
     void write(bool keepAlive);
+    void writeSome(bool keepAlive);
+    void onWritten(bool keepAlive);
     void linger();
     void close();
     void logRequest(const WebReply& reply) const;
@@ -65,6 +68,8 @@ private:
     boost::beast::flat_buffer buffer_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::buffer_body>> parser_;
     std::optional<boost::beast::http::response<boost::beast::http::string_body>> response_;
+    std::optional<boost::beast::http::response_serializer<boost::beast::http::string_body>>
+        serializer_;
     std::vector<char> part_;
     WebRequest request_;
     std::optional<WebReply> refusal_;  // decided before the body is read; the body is dropped

@@ -21,7 +21,7 @@ struct HttpLimits {
     size_t discardedBytes = size_t{64} << 20U;  // of a refused body, before the connection ends
     std::chrono::milliseconds idle{300'000};    // between two requests of a connection
     std::chrono::milliseconds head{20'000};     // from a request's first byte to its head's last
-    std::chrono::milliseconds stall{30'000};    // for each 32 KiB of a body, and for an answer
+    std::chrono::milliseconds stall{30'000};    // for 32 KiB of a body, any of an answer
     std::chrono::milliseconds stopPatience{10'000};  // for requests in progress at stop()
 };
 

@@ -70,9 +70,9 @@ std::string_view Rows::text(int column) const {
                             : std::string_view(bytes, static_cast<size_t>(length));
 }
 
-Statement::Statement(const Database& database, const char* sql) {
-    if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
-                           nullptr) != SQLITE_OK) {
+Statement::Statement(const Database& database, const std::string& sql) {
+    if (sqlite3_prepare_v3(database.handle(), sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT,
+                           &statement_, nullptr) != SQLITE_OK) {
         fail(database.handle());
     }
 }

@@ -55,7 +55,7 @@ private:
 // A prepared statement. The arguments of a run are bound by reference and must outlive it.
 class Statement {
 public:
-    Statement(const Database& database, const char* sql);
+    Statement(const Database& database, const std::string& sql);
     ~Statement();
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;

@@ -3,9 +3,12 @@
 
 #include <sqlite3.h>
 
+#include <stdexcept>
+
 #include "checkpointer.h"
 #include "sqlite_durably.h"
 #include "sqlite_statements.h"
+#include "sqlite_versions.h"
 
 namespace dorvo {
 
@@ -21,13 +24,30 @@ int onCommit(void* checkpointer, sqlite3*, const char*, int pages) {
     return SQLITE_OK;
 }
 
+void bringUpToDate(Database& database) {
+    const auto newest = static_cast<int64_t>(std::size(sqliteVersions));
+    int64_t version = 0;
+    {
+        Statement statement(database, "PRAGMA user_version");
+        auto rows = statement.query();
+        version = rows.next() ? rows.integer(0) : 0;
+    }
+    if (version > newest) {
+        throw std::runtime_error("the database is of a later version of this program");
+    }
+    for (; version < newest; ++version) {
+        database.exec(sqliteVersions[version]);
+    }
+    database.exec(("PRAGMA user_version=" + std::to_string(newest)).c_str());
+}
+
 }  // namespace
 
 SqliteCatalog::SqliteCatalog(const std::string& path) : database_(path) {
     database_.exec(
         "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; PRAGMA synchronous=NORMAL;"
         "PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;");
-    durably([this] { database_.exec(sqliteSchema); });
+    durably([this] { bringUpToDate(database_); });
     statements_ = std::make_unique<Statements>(database_);
     checkpointer_ = std::make_unique<Checkpointer>(path, mutex_);
     sqlite3_wal_hook(database_.handle(), &onCommit, checkpointer_.get());
@@ -67,6 +87,18 @@ std::optional<std::string> SqliteCatalog::findPassword(std::string_view user) {
     const std::lock_guard lock(mutex_);
     auto rows = statements_->findPassword.query(user);
     return rows.next() ? std::optional<std::string>(rows.text(0)) : std::nullopt;
+}
+
+std::string SqliteCatalog::findKeys(int64_t user) {
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->findKeys.query(user);
+    return rows.next() ? std::string(rows.text(0)) : std::string();
+}
+
+bool SqliteCatalog::putKeys(int64_t user, std::string_view md5) {
+    const std::lock_guard lock(mutex_);
+    statements_->putKeys.run(user, md5);
+    return database_.changes() == 1;
 }
 
 void SqliteCatalog::addSession(std::string_view tokenHash, std::string_view user,

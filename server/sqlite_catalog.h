@@ -25,7 +25,8 @@ class Checkpointer;
 
 class SqliteCatalog : public Catalog {
 public:
-    // Opens or creates the database.
+    // Opens or creates the database, and brings one of an earlier version up to date. Throws when
+    // it is of a later one.
     explicit SqliteCatalog(const std::string& path);
     ~SqliteCatalog() override;
 
@@ -36,6 +37,9 @@ public:
 
     bool addUser(std::string_view name, std::string_view passwordHash) override;
     std::optional<std::string> findPassword(std::string_view user) override;
+
+    std::string findKeys(int64_t user) override;
+    bool putKeys(int64_t user, std::string_view md5) override;
 
     void addSession(std::string_view tokenHash, std::string_view user, std::string_view machine,
                     int64_t now, int64_t lifetime) override;
@@ -67,6 +71,14 @@ public:
     void cancelInstance(int64_t instance) override;
     std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
                                                std::string_view definition) override;
+
+    FilePage listFiles(int64_t instance, std::string_view from, std::string_view until,
+                       size_t limit, size_t bytes) override;
+    void openRestore(const Session& session, std::string_view name, std::string_view definition,
+                     int64_t instance) override;
+    std::optional<Restore> findRestore(std::string_view name) override;
+    void addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors) override;
+    void putHistory(int64_t restore, std::string_view history) override;
 
 private:
     struct Statements;

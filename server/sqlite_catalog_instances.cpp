@@ -1,5 +1,4 @@
 // Backups in the catalog: instances, their files and errors.
-#include <cstring>
 #include <stdexcept>
 
 #include "sqlite_catalog.h"
@@ -18,11 +17,13 @@ std::optional<Instance> readInstance(Rows rows) {
     instance.id = rows.integer(0);
     instance.name = rows.text(1);
     instance.userId = rows.integer(2);
-    instance.definition = rows.text(3);
-    instance.state = static_cast<InstanceState>(rows.integer(4));
-    instance.damaged = rows.integer(5) != 0;
-    instance.reserved = rows.integer(6);
-    instance.compress = rows.integer(7) != 0;
+    instance.machine = rows.text(3);
+    instance.definition = rows.text(4);
+    instance.state = static_cast<InstanceState>(rows.integer(5));
+    instance.damaged = rows.integer(6) != 0;
+    instance.reserved = rows.integer(7);
+    instance.compress = rows.integer(8) != 0;
+    instance.totals = {rows.integer(9), rows.integer(10), rows.integer(11)};
     return instance;
 }
 
@@ -94,10 +95,7 @@ std::optional<StoredFile> SqliteCatalog::findFile(int64_t instance, std::string_
     }
     StoredFile file;
     file.kind = static_cast<FileKind>(rows.integer(0));
-    const std::string_view attributes = rows.text(1);
-    if (attributes.size() == sizeof file.attributes) {
-        std::memcpy(file.attributes.data(), attributes.data(), attributes.size());
-    }
+    file.attributes = sqliteAttributes(rows.text(1));
     file.mtime = rows.integer(2);
     file.compress = rows.integer(3) != 0;
     file.size = rows.integer(4);

@@ -1,49 +1,39 @@
-// The catalog's tables and its prepared statements, one place for all SQL that requests run.
-//
-// Paths are blobs: compared byte for byte, and a table without rowid keeps a backup's files
-// together in that order.
+// The catalog's prepared statements, one place for all SQL that requests run.
 #pragma once
+
+#include <cstring>
 
 #include "sqlite.h"
 #include "sqlite_catalog.h"
 
 namespace dorvo {
 
-inline constexpr char sqliteSchema[] = R"(
-CREATE TABLE IF NOT EXISTS service(
-  one INTEGER PRIMARY KEY CHECK(one = 1), boot TEXT NOT NULL);
-CREATE TABLE IF NOT EXISTS users(
-  id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, password TEXT NOT NULL);
-CREATE TABLE IF NOT EXISTS machines(
-  id INTEGER PRIMARY KEY, user INTEGER NOT NULL, name TEXT NOT NULL, UNIQUE(user, name));
-CREATE TABLE IF NOT EXISTS sessions(
-  token BLOB PRIMARY KEY, machine INTEGER NOT NULL, used INTEGER NOT NULL) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS instances(
-  id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL UNIQUE, machine INTEGER NOT NULL,
-  definition TEXT NOT NULL, base INTEGER NOT NULL, state INTEGER NOT NULL,
-  damaged INTEGER NOT NULL DEFAULT 0, completion INTEGER NOT NULL DEFAULT 0,
-  compress INTEGER NOT NULL, reserved INTEGER NOT NULL DEFAULT 0,
-  starttime TEXT NOT NULL DEFAULT '', endtime TEXT NOT NULL DEFAULT '',
-  totalfiles INTEGER NOT NULL DEFAULT 0, totaldirectories INTEGER NOT NULL DEFAULT 0,
-  totalsize INTEGER NOT NULL DEFAULT 0);
-CREATE INDEX IF NOT EXISTS instances_job ON instances(machine, definition, completion);
-CREATE TABLE IF NOT EXISTS files(
-  instance INTEGER NOT NULL, path BLOB NOT NULL, kind INTEGER NOT NULL, attributes BLOB NOT NULL,
-  mtime INTEGER NOT NULL, compress INTEGER NOT NULL, size INTEGER NOT NULL,
-  blocks INTEGER NOT NULL, container INTEGER NOT NULL, offset INTEGER NOT NULL,
-  PRIMARY KEY(instance, path)) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS errors(
-  instance INTEGER NOT NULL, path BLOB NOT NULL, code INTEGER NOT NULL, reason TEXT NOT NULL,
-  PRIMARY KEY(instance, path)) WITHOUT ROWID;
-)";
+// A file's attributes out of their column; zeros when it holds none.
+inline FileAttributes sqliteAttributes(std::string_view column) {
+    FileAttributes attributes{};
+    if (column.size() == sizeof attributes) {
+        std::memcpy(attributes.data(), column.data(), column.size());
+    }
+    return attributes;
+}
 
 struct SqliteCatalog::Statements {
     explicit Statements(const Database& database) : db(database) {}
 
     const Database& db;
 
+    // Pieces that several statements share.
+    const std::string selectInstance =
+        "SELECT i.id, i.name, m.user, m.name, i.definition, i.state, i.damaged, i.reserved,"
+        " i.compress, i.totalfiles, i.totaldirectories, i.totalsize FROM instances i"
+        " JOIN machines m ON m.id = i.machine ";
+    const std::string incomplete = "(kind = 0 OR blocks * 131072 < size)";
+
     Statement addUser{db, "INSERT OR IGNORE INTO users(name, password) VALUES(?1, ?2)"};
     Statement findPassword{db, "SELECT password FROM users WHERE name = ?1"};
+
+    Statement findKeys{db, "SELECT keysmd5 FROM users WHERE id = ?1"};
+    Statement putKeys{db, "UPDATE users SET keysmd5 = ?2 WHERE id = ?1 AND keysmd5 IN ('', ?2)"};
 
     Statement addMachine{db,
                          "INSERT OR IGNORE INTO machines(user, name)"
@@ -60,14 +50,8 @@ struct SqliteCatalog::Statements {
     Statement useSession{db, "UPDATE sessions SET used = ?2 WHERE token = ?1"};
     Statement removeSession{db, "DELETE FROM sessions WHERE token = ?1"};
 
-    Statement findInstanceByName{db,
-                                 "SELECT i.id, i.name, m.user, i.definition, i.state, i.damaged,"
-                                 " i.reserved, i.compress FROM instances i"
-                                 " JOIN machines m ON m.id = i.machine WHERE i.name = ?1"};
-    Statement findInstanceById{db,
-                               "SELECT i.id, i.name, m.user, i.definition, i.state, i.damaged,"
-                               " i.reserved, i.compress FROM instances i"
-                               " JOIN machines m ON m.id = i.machine WHERE i.id = ?1"};
+    Statement findInstanceByName{db, selectInstance + "WHERE i.name = ?1"};
+    Statement findInstanceById{db, selectInstance + "WHERE i.id = ?1"};
     Statement openInstance{
         db,
         "INSERT INTO instances(name, machine, definition, base, state, compress)"
@@ -82,8 +66,9 @@ struct SqliteCatalog::Statements {
         db,
         "INSERT OR REPLACE INTO files SELECT ?1, path, kind, attributes, mtime, compress, size,"
         " blocks, container, offset FROM files f WHERE instance = ?2 AND path = ?3 AND kind = 1"
-        " AND mtime = ?4 AND blocks * 131072 >= size AND NOT EXISTS"
-        " (SELECT 1 FROM errors e WHERE e.instance = ?2 AND e.path = f.path)"};
+        " AND mtime = ?4 AND NOT EXISTS"
+        " (SELECT 1 FROM errors e WHERE e.instance = ?2 AND e.path = f.path) AND NOT " +
+            incomplete};
     Statement await{db, "INSERT OR REPLACE INTO files VALUES(?1, ?2, 0, x'', ?3, ?4, 0, 0, 0, 0)"};
 
     Statement findFile{db,
@@ -92,23 +77,23 @@ struct SqliteCatalog::Statements {
     Statement putFile{db, "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10)"};
     Statement setReserved{db, "UPDATE instances SET reserved = ?2 WHERE id = ?1"};
     Statement setBlocks{db, "UPDATE files SET blocks = ?3 WHERE instance = ?1 AND path = ?2"};
-    Statement findIncomplete{db,
-                             "SELECT path FROM files f WHERE instance = ?1"
-                             " AND (kind = 0 OR blocks * 131072 < size) AND NOT EXISTS"
-                             " (SELECT 1 FROM errors e WHERE e.instance = ?1 AND e.path = f.path)"
-                             " LIMIT 1"};
+    Statement findIncomplete{
+        db,
+        "SELECT path FROM files f WHERE instance = ?1"
+        " AND NOT EXISTS"
+        " (SELECT 1 FROM errors e WHERE e.instance = ?1 AND e.path = f.path) AND " +
+            incomplete + " LIMIT 1"};
     Statement packedLength{db,
                            "SELECT coalesce(max(offset + size), 0) FROM files WHERE instance = ?1"
-                           " AND container = ?1 AND size > 0 AND blocks * 131072 >= size"};
+                           " AND container = ?1 AND size > 0 AND NOT " +
+                               incomplete};
 
     Statement damageInstance{db, "UPDATE instances SET damaged = 1 WHERE id = ?1"};
 
     Statement addError{db, "INSERT OR REPLACE INTO errors VALUES(?1, ?2, ?3, ?4)"};
     Statement findError{db, "SELECT code, reason FROM errors WHERE instance = ?1 AND path = ?2"};
 
-    Statement dropIncomplete{db,
-                             "DELETE FROM files WHERE instance = ?1"
-                             " AND (kind = 0 OR blocks * 131072 < size)"};
+    Statement dropIncomplete{db, "DELETE FROM files WHERE instance = ?1 AND " + incomplete};
     Statement completeInstance{
         db,
         "UPDATE instances AS i SET state = 2, endtime = ?2, completion = 1 + (SELECT"
@@ -123,6 +108,17 @@ struct SqliteCatalog::Statements {
         " (SELECT count(*) FROM errors e WHERE e.instance = i.id)"
         " FROM instances i JOIN machines m ON m.id = i.machine WHERE m.user = ?1"
         " AND (?2 = '' OR m.name = ?2) AND (?3 = '' OR i.definition = ?3) ORDER BY i.id"};
+
+    Statement listFiles{db,
+                        "SELECT path, kind, attributes FROM files WHERE instance = ?1"
+                        " AND path >= ?2 AND path < ?3 ORDER BY path LIMIT ?4"};
+    Statement openRestore{
+        db, "INSERT INTO restores(name, machine, definition, instance) VALUES(?1, ?2, ?3, ?4)"};
+    Statement findRestore{db,
+                          "SELECT r.id, m.user FROM restores r JOIN machines m ON m.id = r.machine"
+                          " WHERE r.name = ?1"};
+    Statement addRestoreError{db, "INSERT OR REPLACE INTO restore_errors VALUES(?1, ?2, ?3, ?4)"};
+    Statement putHistory{db, "UPDATE restores SET history = ?2 WHERE id = ?1"};
 };
 
 }  // namespace dorvo

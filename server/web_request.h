@@ -15,9 +15,10 @@ struct WebRequest {
 
 struct WebReply {
     int status = 200;
-    std::string body = "{}";  // JSON
-    std::string setCookie;    // empty: none
-    std::string user;         // for the log, empty when nobody is logged in
+    std::string body = "{}";
+    std::string contentType = "application/json";
+    std::string setCookie;  // empty: none
+    std::string user;       // for the log, empty when nobody is logged in
 };
 
 // The answer to a request that is refused: {"error": why}.

@@ -51,6 +51,13 @@ std::string fileInfo(const std::string& instance, const std::string& path, uint6
                                         {"totalblock", size / 131072 + 1}});
 }
 
+std::string folderInfo(const std::string& instance, const std::string& path) {
+    json::object folder = json::parse(fileInfo(instance, path, 0)).as_object();
+    folder["type"] = "folder";
+    folder["attri"].as_object()["dwFileAttributes"] = 16;
+    return json::serialize(folder);
+}
+
 std::string blockForm(const std::string& instance, const std::string& path,
                       const std::string& fileName, std::string_view data, const std::string& md5) {
     const std::string line = "--0f-1e\r\n";
@@ -186,6 +193,13 @@ void ServiceFixture::backup(const std::string& instance, const std::vector<Offer
     ASSERT_EQ(end(instance), 200);
 }
 
+std::string ServiceFixture::column(const std::string& sql) {
+    Database database((data / "catalog.db").string());
+    Statement statement(database, sql);
+    auto rows = statement.query();
+    return rows.next() ? std::string(rows.text(0)) : std::string();
+}
+
 std::string ServiceFixture::stored(const std::string& instance, const std::string& path) {
     Database database((data / "catalog.db").string());
     Statement statement(database,
@@ -219,9 +233,10 @@ std::string ServiceFixture::everything() {
     std::ostringstream dump;
     Database database((data / "catalog.db").string());
     for (const auto& [table, columns] :
-         {std::pair{"users", 3}, std::pair{"machines", 3}, std::pair{"sessions", 3},
-          std::pair{"instances", 15}, std::pair{"files", 10}, std::pair{"errors", 4}}) {
-        Statement statement(database, ("SELECT * FROM " + std::string(table)).c_str());
+         {std::pair{"users", 4}, std::pair{"machines", 3}, std::pair{"sessions", 3},
+          std::pair{"instances", 15}, std::pair{"files", 10}, std::pair{"errors", 4},
+          std::pair{"restores", 6}, std::pair{"restore_errors", 4}}) {
+        Statement statement(database, "SELECT * FROM " + std::string(table));
         auto rows = statement.query();
         while (rows.next()) {
             dump << table;

@@ -25,6 +25,15 @@ inline constexpr std::string_view addErrorsPath = "/dorvo/WebServer/jobs/AddErro
 inline constexpr std::string_view endJobPath = "/dorvo/Storage%20Server/backupServer/endjob.php";
 inline constexpr std::string_view cancelJobPath = "/dorvo/WebServer/jobs/CancelJob.php";
 inline constexpr std::string_view listInstancesPath = "/dorvo/WebServer/catalog/ListInstances.php";
+inline constexpr std::string_view startRestorePath = "/dorvo/WebServer/jobs/StartRestoreJob.php";
+inline constexpr std::string_view fileInfoPath =
+    "/dorvo/Storage%20Server/RestoreServer/GetFileInfo.php";
+inline constexpr std::string_view downloadPath =
+    "/dorvo/Storage%20Server/RestoreServer/DownloadFileBlock.php";
+inline constexpr std::string_view historyPath = "/dorvo/WebServer/jobs/RestoreJobHistory.php";
+inline constexpr std::string_view listFilesPath = "/dorvo/WebServer/catalog/ListFiles.php";
+inline constexpr std::string_view getKeysPath = "/dorvo/WebServer/keys/GetMD5ofKeys.php";
+inline constexpr std::string_view exportKeysPath = "/dorvo/WebServer/keys/ExportMD5ofKeys.php";
 inline constexpr std::string_view loginPath = "/dorvo/WebServer/user/Login.php";
 inline constexpr std::string_view logoutPath = "/dorvo/WebServer/user/Logout.php";
 inline constexpr std::string_view formType = "multipart/form-data; boundary=0f-1e";
@@ -66,6 +75,8 @@ protected:
     // A whole backup of these files, each with its path as content.
     void backup(const std::string& instance, const std::vector<Offer>& files);
 
+    // The first column of the query's first row, straight from the database.
+    std::string column(const std::string& sql);
     // The package's stored blocks; "none" when the instance has no such file.
     std::string stored(const std::string& instance, const std::string& path);
     // The instance's state in the list, "" when it isn't listed.
@@ -84,6 +95,7 @@ protected:
 
 std::string fileInfo(const std::string& instance, const std::string& path, uint64_t size,
                      uint32_t mtime = 1);
+std::string folderInfo(const std::string& instance, const std::string& path);
 std::string blockForm(const std::string& instance, const std::string& path,
                       const std::string& fileName, std::string_view data, const std::string& md5);
 

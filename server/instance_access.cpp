@@ -1,0 +1,54 @@
+#include "instance_access.h"
+
+#include <boost/json.hpp>
+
+#include "json_body.h"
+#include "service_error.h"
+
+namespace dorvo {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr size_t maxReason = 4096;
+
+}  // namespace
+
+std::string_view idMember(const json::object& body, std::string_view key) {
+    return checkId(textMember(body, key, maxIdBytes), key);
+}
+
+Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name) {
+    auto instance = catalog.findInstance(name);
+    if (!instance) {
+        throw ServiceError(404, "no such backup");
+    }
+    if (instance->userId != session.userId) {
+        throw ServiceError(403, "another user's backup");
+    }
+    return *std::move(instance);
+}
+
+void refuseState(const Instance& instance) {
+    switch (instance.state) {
+        case InstanceState::pending: throw ServiceError(409, "the backup has not been started");
+        case InstanceState::running: throw ServiceError(409, "the backup is running");
+        case InstanceState::completed: throw ServiceError(409, "the backup is completed");
+        case InstanceState::cancelled: break;
+    }
+    throw ServiceError(409, "the backup is cancelled");
+}
+
+std::vector<FailedFile> errorsMember(const json::object& body) {
+    std::vector<FailedFile> errors;
+    for (const json::value& element : arrayMember(body, "errors")) {
+        const json::object& error = objectElement(element, "errors");
+        errors.push_back({std::string(checkPath(textMember(error, "path", maxPathBytes))),
+                          u32Member(error, "code"),
+                          std::string(textMember(error, "reason", maxReason))});
+    }
+    return errors;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,38 @@
+// The requests of a restore: its start, a backup's files and their blocks, its history.
+//
+// Only completed backups are read. Nothing of them changes or goes any more, nor do the packages
+// that they share with other completed ones, so no request here waits for another. Each call throws
+// ServiceError to refuse, and has then changed nothing. Any thread.
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <string>
+
+#include "block_store.h"
+#include "catalog.h"
+
+namespace dorvo {
+
+class RestoreEndpoints {
+public:
+    // Borrows both.
+    RestoreEndpoints(Catalog& catalog, BlockStore& blocks) : catalog_(catalog), blocks_(blocks) {}
+
+    boost::json::object startRestoreJob(const Session& session, const boost::json::object& body);
+    boost::json::object getFileInfo(const Session& session, const boost::json::object& body);
+    // Not JSON: the MD5 of the block's bytes as 32 hexadecimal digits, then the bytes.
+    std::string downloadFileBlock(const Session& session, const boost::json::object& body);
+    boost::json::object listFiles(const Session& session, const boost::json::object& body);
+    boost::json::object restoreJobHistory(const Session& session, const boost::json::object& body);
+
+private:
+    // The completed backup that the request names, made on the machine that it names.
+    Instance machinesBackup(const Session& session, const boost::json::object& body);
+    // The file of it that the request names.
+    StoredFile storedFile(const Session& session, const boost::json::object& body);
+
+    Catalog& catalog_;
+    BlockStore& blocks_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,398 @@
+// What a restore reads of a backup, and what it leaves at the service.
+#include <algorithm>
+#include <regex>
+
+#include "digest.h"
+#include "sqlite.h"
+#include "sqlite_versions.h"
+#include "testing/service_fixture.h"
+
+namespace dorvo {
+
+namespace {
+
+namespace json = boost::json;
+
+class Restores : public ServiceFixture {
+protected:
+    Answer ask(std::string_view path, const json::object& body, const std::string& cookie = {}) {
+        return postAs(cookie.empty() ? alice : cookie, path, json::serialize(body));
+    }
+
+    Answer block(const std::string& instance, const std::string& folder, const std::string& name,
+                 const json::value& index) {
+        return ask(downloadPath, file(instance, folder, name, index));
+    }
+
+    static json::object file(const std::string& instance, const std::string& folder,
+                             const std::string& name, const json::value& index = "1") {
+        return {{"machine", "pc"},
+                {"jobinstanceid", instance},
+                {"path", folder},
+                {"filename", name},
+                {"blockindex", index}};
+    }
+
+    static json::object page(const std::string& path, const std::string& after, size_t limit) {
+        return {{"machine", "pc"},
+                {"jobinstanceid", "i1"},
+                {"path", path},
+                {"after", after},
+                {"limit", limit}};
+    }
+
+    // The paths of an answer of ListFiles.
+    static std::vector<std::string> paths(const json::object& answer) {
+        std::vector<std::string> list;
+        for (const json::value& item : answer.at("source").as_array()) {
+            list.push_back(json::value_to<std::string>(item.at("path")));
+        }
+        return list;
+    }
+};
+
+TEST_F(Restores, GiveBackWhatWasStoredBlockByBlock) {
+    constexpr int64_t b = blockBytes;
+    const std::vector<int64_t> sizes{0, 1, b - 1, b, b + 1, 2 * b - 1, 2 * b, 2 * b + 1, 5 * b + 7};
+    std::vector<Offer> offers;
+    for (const int64_t size : sizes) {
+        offers.push_back({"C:\\" + std::to_string(size)});
+    }
+    offer("i1", offers);
+    start("i1");
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        put("i1", offers[i].path, pattern(static_cast<size_t>(sizes[i]), 7U + unsigned(i)));
+    }
+    ASSERT_EQ(end("i1"), 200);
+    ASSERT_EQ(offer("i2", offers), "");  // all carried over
+    start("i2");
+    ASSERT_EQ(end("i2"), 200);
+    for (const std::string instance : {"i1", "i2"}) {
+        for (size_t i = 0; i < sizes.size(); ++i) {
+            const std::string name = std::to_string(sizes[i]);
+            const json::object info = ask(fileInfoPath, file(instance, "C:", name)).json();
+            const int64_t blocks = (sizes[i] + b - 1) / b;
+            EXPECT_EQ(info.at("totalblock").as_int64(), blocks) << name;
+            EXPECT_EQ(info.at("totalsizeLow").as_int64(), sizes[i]);
+            EXPECT_EQ(info.at("totalsizeHigh").as_int64(), 0);
+            EXPECT_TRUE(info.at("compress").as_bool());
+            std::string bytes;
+            for (int64_t k = 1; k <= blocks + 1; ++k) {
+                const Answer answer = block(instance, "C:", name, json::value(std::to_string(k)));
+                ASSERT_EQ(answer.status, 200) << name << " " << k;
+                EXPECT_EQ(answer.header("Content-Type"), "application/octet-stream");
+                EXPECT_EQ(answer.body.substr(0, 32), md5Text(answer.body.substr(32)));
+                EXPECT_EQ(k > blocks, answer.body.size() == 32) << name << " " << k;
+                bytes += answer.body.substr(32);
+            }
+            EXPECT_EQ(bytes, pattern(static_cast<size_t>(sizes[i]), 7U + unsigned(i))) << name;
+            EXPECT_EQ(block(instance, "C:", name, json::value(std::to_string(blocks + 2))).status,
+                      404);
+        }
+    }
+}
+
+TEST_F(Restores, AskForAFileByFolderAndName) {
+    offer("i1", {{"C:\\dir\\a"}, {"C:\\\u00e4"}, {"\\\\host\\share\\a"}});
+    start("i1");
+    json::object info = json::parse(fileInfo("i1", "C:\\dir\\a", 0)).as_object();
+    int64_t number = 0xFFFFFFF0;
+    for (auto& attribute : info["attri"].as_object()) {
+        attribute.value() = number;  // the first lacks the bit of a folder
+        number = number == 0xFFFFFFF0 ? 1 : number + 1;
+    }
+    info["attri"].as_object()["dwFileAttributes"] = 0xFFFFFFEF;
+    ASSERT_EQ(ask(uploadFilePath, info).status, 200);
+    put("i1", "C:\\\u00e4", "a");
+    put("i1", "\\\\host\\share\\a", "a");
+    for (const char* folder : {"C:", "C:\\dir"}) {
+        ASSERT_EQ(post(uploadFilePath, folderInfo("i1", folder)).status, 200);
+    }
+    ASSERT_EQ(end("i1"), 200);
+
+    const json::object answer = ask(fileInfoPath, file("i1", "C:\\dir", "a")).json();
+    EXPECT_EQ(answer.at("attri"), info.at("attri"));
+    EXPECT_EQ(answer.at("type"), "file");
+    const json::object root = ask(fileInfoPath, file("i1", "", "C:")).json();
+    EXPECT_EQ(root.at("type"), "folder");
+    EXPECT_EQ(root.at("totalblock").as_int64(), 0);
+    EXPECT_EQ(block("i1", "", "C:", "1").status, 404);
+    struct Row {
+        const char* folder;
+        const char* name;
+        int status;
+    };
+    const Row rows[] = {{"C:", "dir", 200},
+                        {"C:", "\u00e4", 200},
+                        {"\\\\host\\share", "a", 200},
+                        {"C:\\DIR", "a", 404},
+                        {"C:\\dir\\", "a", 404},
+                        {"C:/dir", "a", 404},
+                        {"C:\\dir\\..\\dir", "a", 404},
+                        {"C:\\dir\\.", "a", 404},
+                        {"C:\\dir", "a:stream", 404},
+                        {"..\\..\\..", "catalog.db", 404},
+                        {"../../../../etc", "passwd", 404},
+                        {"", "/etc/passwd", 404},
+                        {"C:", "", 400}};
+    for (const Row& row : rows) {
+        const json::object request = file("i1", row.folder, row.name);
+        EXPECT_EQ(ask(fileInfoPath, request).status, row.status) << request;
+        if (row.status != 200) {
+            EXPECT_EQ(ask(downloadPath, request).status, row.status) << request;
+        }
+    }
+}
+
+TEST_F(Restores, CountBlocksFromOneInDecimal) {
+    backup("i1", {{"a"}});
+    for (const char* good : {"1", "2", "01"}) {
+        EXPECT_EQ(block("i1", "", "a", good).status, 200) << good;
+    }
+    for (const std::string& none :
+         {std::string("3"), std::string("4294967297"), std::string("9223372036854775808"),
+          std::string("18446744073709551615"), std::string("18446744073709551617"),
+          std::string(255, '9')}) {
+        EXPECT_EQ(block("i1", "", "a", json::value(none)).status, 404) << none;
+    }
+    for (const json::value& wrong :
+         {json::value(""), json::value("0"), json::value("-1"), json::value("+1"),
+          json::value(" 1"), json::value("1 "), json::value("0x1"), json::value("1.0"),
+          json::value(1), json::value(std::string(256, '1')),
+          json::value(json::string_view("1\0", 2))}) {
+        EXPECT_EQ(block("i1", "", "a", wrong).status, 400) << wrong;
+    }
+}
+
+TEST_F(Restores, ReadOnlyTheUsersOwnCompletedBackups) {
+    backup("i1", {{"a"}});
+    offer("pending", {{"a"}});
+    start("running");
+    offer("cancelled", {{"a"}});
+    cancel("cancelled");
+    offer("bobs", {{"a"}}, "job", bob);
+    const std::string before = everything();
+    struct Row {
+        std::string cookie;
+        const char* machine;
+        const char* instance;
+        int status;
+    };
+    const Row rows[] = {
+        {alice, "pc", "unknown", 404}, {alice, "pc", "bobs", 403},
+        {bob, "pc", "i1", 403},        {alice, "pc", "pending", 409},
+        {alice, "pc", "running", 409}, {alice, "pc", "cancelled", 409},
+        {alice, "laptop", "i1", 404},  {alice, "PC", "i1", 404},
+        {laptop, "laptop", "i1", 404}, {alice, "", "i1", 400},
+        {alice, "pc", "", 400},        {laptop, "pc", "i1", 200},
+    };
+    for (const Row& row : rows) {
+        json::object request = page("", "", 1);
+        for (const auto& [key, value] : file(row.instance, "", "a")) {
+            if (key != "path") {
+                request[key] = value;
+            }
+        }
+        request["machine"] = row.machine;
+        for (const auto path : {fileInfoPath, downloadPath, listFilesPath}) {
+            EXPECT_EQ(ask(path, request, row.cookie).status, row.status)
+                << path << " " << row.machine << " " << row.instance;
+        }
+        if (row.status != 200 && row.machine == std::string("pc")) {
+            const json::object begin{{"jobdefinitionid", "r"}, {"jobinstanceid", row.instance}};
+            EXPECT_EQ(ask(startRestorePath, begin, row.cookie).status, row.status) << row.instance;
+        }
+    }
+    EXPECT_EQ(everything(), before);
+}
+
+TEST_F(Restores, ListASubtreePageByPage) {
+    // In the order of their bytes, folders apart from what lies in them.
+    const std::vector<std::string> all = {
+        "C:",      "C:\\",        "C:\\a",      "C:\\a b",           "C:\\a b\\x",    "C:\\a-",
+        "C:\\a\\", "C:\\a\\b",    "C:\\a\\b c", "C:\\a\\b\\c",       "C:\\a\\\u00e4", "C:\\a]",
+        "C:\\aa",  "C:\\a\u00e4", "C]",         "\u00e4\\\U0001F600"};
+    std::vector<Offer> offers;
+    for (const std::string& path : all) {
+        offers.push_back({path});
+    }
+    std::reverse(offers.begin(), offers.end());
+    backup("i1", offers);
+    std::vector<std::string> roots = all;
+    roots.insert(roots.end(), {"", "C:\\b", "a", "\U0001F600"});
+    Client client(server->port());
+    const auto list = [&](const json::object& request) {
+        return client.post(listFilesPath, json::serialize(request), alice).json();
+    };
+    for (const std::string& root : roots) {
+        std::vector<std::string> expected;
+        std::copy_if(all.begin(), all.end(), std::back_inserter(expected), [&](const auto& path) {
+            return root.empty() || path == root || path.starts_with(root + "\\");
+        });
+        for (size_t limit = 1; limit <= expected.size() + 1; ++limit) {
+            std::vector<std::string> got;
+            std::string next;
+            do {
+                const json::object answer = list(page(root, next, limit));
+                const auto part = paths(answer);
+                ASSERT_LE(part.size(), limit);
+                got.insert(got.end(), part.begin(), part.end());
+                next = json::value_to<std::string>(answer.at("next"));
+                ASSERT_TRUE(next.empty() || (part.size() == limit && next == part.back())) << next;
+            } while (!next.empty());
+            ASSERT_EQ(got, expected) << root << " by " << limit;
+        }
+        for (const std::string& after : roots) {
+            std::vector<std::string> behind;
+            std::copy_if(expected.begin(), expected.end(), std::back_inserter(behind),
+                         [&](const auto& path) { return path > after; });
+            ASSERT_EQ(paths(list(page(root, after, 100))), behind) << root << " after " << after;
+        }
+    }
+    for (const json::value& wrong : {json::value(0), json::value(-1), json::value("1"),
+                                     json::value(1.5), json::value(UINT64_MAX)}) {
+        json::object request = page("", "", 1);
+        request["limit"] = wrong;
+        EXPECT_EQ(ask(listFilesPath, request).status, 400) << wrong;
+    }
+}
+
+TEST_F(Restores, BoundAPageByItsItemsAndItsBytes) {
+    backup("i1", {{"a"}});
+    const auto fill = [&](const char* format, int count) {
+        Database database((data / "catalog.db").string());
+        database.exec("DELETE FROM files");
+        Statement insert(database,
+                         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE"
+                         " i < ?2) INSERT INTO files SELECT 1, CAST(printf(?1, i) AS BLOB), 1, x'',"
+                         " 0, 0, 0, 0, 1, 0 FROM n");
+        insert.run(std::string_view(format), int64_t{count});
+    };
+    const auto sizes = [&] {
+        std::vector<size_t> list;
+        std::string next;
+        do {
+            const json::object answer = ask(listFilesPath, page("x", next, 1U << 30U)).json();
+            list.push_back(paths(answer).size());
+            next = json::value_to<std::string>(answer.at("next"));
+        } while (!next.empty());
+        return list;
+    };
+    fill("x\\%06d", 2000);
+    EXPECT_EQ(sizes(), (std::vector<size_t>{1000, 1000}));
+    fill("x\\%06d", 2001);
+    EXPECT_EQ(sizes(), (std::vector<size_t>{1000, 1000, 1}));
+    fill("x\\%0130998d", 9);  // 131000 bytes each, 8 are below 1 MiB
+    EXPECT_EQ(sizes(), (std::vector<size_t>{9}));
+    fill("x\\%0130998d", 11);
+    EXPECT_EQ(sizes(), (std::vector<size_t>{9, 2}));
+}
+
+TEST_F(Restores, LeaveTheirOwnRecordAndTheBackupAsItWas) {
+    backup("i1", {{"a"}});
+    const json::object begin{{"jobdefinitionid", "r"}, {"jobinstanceid", "i1"}};
+    const json::object answer = ask(startRestorePath, begin, laptop).json();
+    const std::string id = json::value_to<std::string>(answer.at("jobinstanceid"));
+    EXPECT_TRUE(std::regex_match(id, std::regex("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}")))
+        << id;
+    EXPECT_NE(ask(startRestorePath, begin).json().at("jobinstanceid"), answer.at("jobinstanceid"));
+    EXPECT_EQ(answer.at("totalfiles").as_int64(), 1);
+    EXPECT_EQ(answer.at("totaldirectories").as_int64(), 2);
+    EXPECT_EQ(answer.at("totalsize").as_int64(), 3);
+
+    const auto history = [&](const std::string& instance, const std::string& state,
+                             const std::string& cookie) {
+        return ask(historyPath, {{"instanceId", instance}, {"state", state}}, cookie).status;
+    };
+    EXPECT_EQ(addError(id, "a"), 200);
+    EXPECT_EQ(addError(id, "a"), 200);
+    EXPECT_EQ(history(id, "Paused", alice), 200);
+    EXPECT_EQ(history(id, "Completed", alice), 200);
+    EXPECT_EQ(addError(id, "b"), 200);
+    const std::string before = everything();
+    EXPECT_EQ(history(id, "x", bob), 403);
+    EXPECT_EQ(history("i1", "x", alice), 404);
+    EXPECT_EQ(history(id, std::string(65536, 'x'), alice), 413);
+    const json::array errors{json::object{{"path", "c"}, {"code", 5}, {"reason", ""}}};
+    EXPECT_EQ(ask(addErrorsPath, {{"jobinstanceid", id}, {"errors", errors}}, bob).status, 403);
+    EXPECT_EQ(end(id), 404);
+    EXPECT_EQ(everything(), before);
+
+    restart();
+    EXPECT_EQ(column("SELECT history FROM restores WHERE name = '" + id + "'"),
+              R"({"instanceId":")" + id + R"(","state":"Completed"})");
+    EXPECT_EQ(column("SELECT group_concat(path || code || reason) FROM restore_errors"),
+              "a5denied,b5denied");
+    EXPECT_EQ(column("SELECT count(*) FROM errors"), "0");
+    EXPECT_EQ(state(id), "");
+    EXPECT_EQ(offer("i2", {{"a"}}), "");
+    EXPECT_EQ(offer("i3", {{"a"}}, "r"), "a");  // the restore's job has no backup to build on
+}
+
+TEST_F(Restores, OfBytesThatAreGoneSaySo) {
+    offer("i1", {{"a"}});
+    start("i1");
+    put("i1", "a", pattern(blockBytes + 10));
+    ASSERT_EQ(end("i1"), 200);
+    const auto package = data / "packages" / "01" / "1.pkg";
+    std::filesystem::resize_file(package, blockBytes + 9);
+    EXPECT_EQ(block("i1", "", "a", "1").status, 200);
+    const Answer lost = block("i1", "", "a", "2");
+    EXPECT_EQ(lost.status, 503);
+    EXPECT_EQ(lost.body.find("packages"), std::string::npos);
+    std::filesystem::remove(package);
+    EXPECT_EQ(block("i1", "", "a", "1").status, 503);
+    EXPECT_EQ(block("i1", "", "a", "3").status, 200);
+    EXPECT_EQ(ask(fileInfoPath, file("i1", "", "a")).status, 200);
+}
+
+TEST_F(Restores, UsersHaveOneSetOfKeys) {
+    const std::string first = md5Text("first");
+    const auto held = [&](const std::string& cookie) {
+        return json::value_to<std::string>(ask(getKeysPath, {}, cookie).json().at("md5"));
+    };
+    const auto give = [&](const json::value& md5) {
+        return ask(exportKeysPath, {{"md5", md5}}).status;
+    };
+    EXPECT_EQ(held(alice), "");
+    for (const json::value& wrong :
+         {json::value(""), json::value(first.substr(1)), json::value(first + "0"),
+          json::value(std::string(32, 'A')), json::value(std::string(32, 'g')), json::value(1)}) {
+        EXPECT_EQ(give(wrong), 400) << wrong;
+    }
+    EXPECT_EQ(held(alice), "");
+    EXPECT_EQ(give(json::value(first)), 200);
+    EXPECT_EQ(give(json::value(first)), 200);
+    EXPECT_EQ(give(json::value(md5Text("second"))), 409);
+    restart();
+    EXPECT_EQ(held(alice) + held(laptop), first + first);
+    EXPECT_EQ(held(bob), "");
+}
+
+TEST_F(Restores, DatabasesOfAnEarlierVersionGoOnAndOfALaterOneAreRefused) {
+    server.reset();
+    const auto path = data / "catalog.db";
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+        std::filesystem::remove(path.string() + suffix);
+    }
+    {
+        Database old(path.string());
+        old.exec(sqliteVersion1);
+        old.exec("INSERT INTO users VALUES(7, 'carol', 'hash')");
+    }
+    for (int opened = 0; opened < 2; ++opened) {
+        SqliteCatalog catalog(path.string());
+        EXPECT_EQ(catalog.findPassword("carol"), "hash");
+        EXPECT_TRUE(catalog.putKeys(7, "md5"));
+    }
+    {
+        Database later(path.string());
+        later.exec("PRAGMA user_version=1000");
+    }
+    EXPECT_THROW(SqliteCatalog(path.string()), std::exception);
+    EXPECT_EQ(column("SELECT keysmd5 FROM users"), "md5");
+}
+
+}  // namespace
+
+}  // namespace dorvo

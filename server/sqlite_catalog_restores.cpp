@@ -1,0 +1,53 @@
+// What a restore needs of the catalog: a backup's files in order, and the restores themselves.
+#include "sqlite_catalog.h"
+#include "sqlite_statements.h"
+
+namespace dorvo {
+
+FilePage SqliteCatalog::listFiles(int64_t instance, std::string_view from, std::string_view until,
+                                  size_t limit, size_t bytes) {
+    const std::lock_guard lock(mutex_);
+    FilePage page;
+    size_t taken = 0;
+    // One row more than wanted tells whether there is more.
+    auto rows = statements_->listFiles.query(instance, Blob{from}, Blob{until},
+                                             static_cast<int64_t>(limit) + 1);
+    while (rows.next()) {
+        if (page.files.size() == limit || taken >= bytes) {
+            page.more = true;
+            break;
+        }
+        page.files.push_back({std::string(rows.text(0)), static_cast<FileKind>(rows.integer(1)),
+                              sqliteAttributes(rows.text(2))});
+        taken += page.files.back().path.size();
+    }
+    return page;
+}
+
+void SqliteCatalog::openRestore(const Session& session, std::string_view name,
+                                std::string_view definition, int64_t instance) {
+    const std::lock_guard lock(mutex_);
+    statements_->openRestore.run(name, session.machineId, definition, instance);
+}
+
+std::optional<Restore> SqliteCatalog::findRestore(std::string_view name) {
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->findRestore.query(name);
+    return rows.next() ? std::optional(Restore{rows.integer(0), rows.integer(1)}) : std::nullopt;
+}
+
+void SqliteCatalog::addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors) {
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    for (const FailedFile& error : errors) {
+        statements_->addRestoreError.run(restore, Blob{error.path}, error.code, error.reason);
+    }
+    transaction.commit();
+}
+
+void SqliteCatalog::putHistory(int64_t restore, std::string_view history) {
+    const std::lock_guard lock(mutex_);
+    statements_->putHistory.run(restore, history);
+}
+
+}  // namespace dorvo

@@ -1,0 +1,51 @@
+// The catalog's tables, version by version.
+//
+// Paths are blobs: compared byte for byte, and a table without rowid keeps a backup's files
+// together in that order.
+#pragma once
+
+namespace dorvo {
+
+// The first databases had no number, so what version 1 makes may be there already.
+inline constexpr char sqliteVersion1[] = R"(
+CREATE TABLE IF NOT EXISTS service(
+  one INTEGER PRIMARY KEY CHECK(one = 1), boot TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS users(
+  id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, password TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS machines(
+  id INTEGER PRIMARY KEY, user INTEGER NOT NULL, name TEXT NOT NULL, UNIQUE(user, name));
+CREATE TABLE IF NOT EXISTS sessions(
+  token BLOB PRIMARY KEY, machine INTEGER NOT NULL, used INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS instances(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL UNIQUE, machine INTEGER NOT NULL,
+  definition TEXT NOT NULL, base INTEGER NOT NULL, state INTEGER NOT NULL,
+  damaged INTEGER NOT NULL DEFAULT 0, completion INTEGER NOT NULL DEFAULT 0,
+  compress INTEGER NOT NULL, reserved INTEGER NOT NULL DEFAULT 0,
+  starttime TEXT NOT NULL DEFAULT '', endtime TEXT NOT NULL DEFAULT '',
+  totalfiles INTEGER NOT NULL DEFAULT 0, totaldirectories INTEGER NOT NULL DEFAULT 0,
+  totalsize INTEGER NOT NULL DEFAULT 0);
+CREATE INDEX IF NOT EXISTS instances_job ON instances(machine, definition, completion);
+CREATE TABLE IF NOT EXISTS files(
+  instance INTEGER NOT NULL, path BLOB NOT NULL, kind INTEGER NOT NULL, attributes BLOB NOT NULL,
+  mtime INTEGER NOT NULL, compress INTEGER NOT NULL, size INTEGER NOT NULL,
+  blocks INTEGER NOT NULL, container INTEGER NOT NULL, offset INTEGER NOT NULL,
+  PRIMARY KEY(instance, path)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS errors(
+  instance INTEGER NOT NULL, path BLOB NOT NULL, code INTEGER NOT NULL, reason TEXT NOT NULL,
+  PRIMARY KEY(instance, path)) WITHOUT ROWID;
+)";
+
+inline constexpr char sqliteVersion2[] = R"(
+ALTER TABLE users ADD COLUMN keysmd5 TEXT NOT NULL DEFAULT '';
+CREATE TABLE restores(
+  id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, machine INTEGER NOT NULL,
+  definition TEXT NOT NULL, instance INTEGER NOT NULL, history TEXT NOT NULL DEFAULT '');
+CREATE TABLE restore_errors(
+  restore INTEGER NOT NULL, path BLOB NOT NULL, code INTEGER NOT NULL, reason TEXT NOT NULL,
+  PRIMARY KEY(restore, path)) WITHOUT ROWID;
+)";
+
+// Each makes its version, from 1 on, out of the one before.
+inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2};
+
+}  // namespace dorvo
