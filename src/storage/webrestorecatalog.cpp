@@ -3,16 +3,17 @@
 #include "base/http_error.h"
 #include "base/text.h"
 #include "http_util/command_to_server.h"
-#include "settings/cookiemanager.h"
 #include "storage/item_attributes.h"
 #include "storage/request_refusal.h"
 #include "storage/web_exchange.h"
 #include "storage/web_restore_requests.h"
+#include "storage/web_session.h"
 
 namespace dorvo {
 
-WebRestoreCatalog::WebRestoreCatalog(Run run) : run_(std::move(run)), stop_(run_.stop) {
-    invoker_.set_interrupter(&stop_);
+WebRestoreCatalog::WebRestoreCatalog(Run run)
+    : run_(std::move(run)), stop_(run_.stop), session_(std::make_unique<Web_Session>(run_.user)) {
+    session_->set_interrupter(&stop_);
 }
 
 WebRestoreCatalog::~WebRestoreCatalog() = default;
@@ -20,18 +21,17 @@ WebRestoreCatalog::~WebRestoreCatalog() = default;
 bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
     FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
     page = {};
-    std::string cookie;
-    if (!ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()
-             ->findCookie(run_.user.c_str(), cookie)) {
+    const std::string cookie = session_->cookie();
+    if (cookie.empty()) {
         return refuse("Failed to find cookie while listing a backup.\n", withHttpMark(401));
     }
-    if (invoker_.invoker() == nullptr && !aimAtServerOfOptions(invoker_)) {
+    if (session_->invoker().invoker() == nullptr && !aimAtServerOfOptions(session_->invoker())) {
         return refuse("Failed to get the server information while listing a backup.\n");
     }
     Command_To_Server<List_Files_Request, Response_T<json_spirit::Value>> command(
         "List Files", {cookie, run_.machine, run_.jobInstanceId,
                        withoutTrailingBackslash(toUtf8(path)), after, pageLimit});
-    if (!exchange(invoker_, command, "list the files of backup", run_.jobInstanceId)) {
+    if (!exchange(*session_, command, "list the files of backup", run_.jobInstanceId)) {
         return false;
     }
     StoredPage stored;

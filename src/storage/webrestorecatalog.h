@@ -1,18 +1,20 @@
 // What a backup on the web storage service holds.
 //
-// Looks up the user's cookie and the server of the options when it is asked.
+// Asks the server that the options name, in the session of the user.
 #pragma once
 
 #include <windows.h>
 
+#include <memory>
 #include <string>
 
 #include "base/api.h"
 #include "base/interrupter.h"
-#include "http_util/web_server_invoker.h"
 #include "storage/restorecatalog.h"
 
 namespace dorvo {
+
+class Web_Session;
 
 class DORVO_JOB_API WebRestoreCatalog : public RestoreCatalog {
 public:
@@ -34,7 +36,7 @@ public:
 private:
     Run run_;
     interrupter stop_;
-    Web_Server_Invoker invoker_;
+    std::unique_ptr<Web_Session> session_;
 };
 
 }  // namespace dorvo
