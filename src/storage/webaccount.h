@@ -27,6 +27,7 @@ struct WebInstance {
     uint64_t totalDirectories = 0;
     uint64_t totalSize = 0;
     uint64_t errors = 0;  // items that failed
+    std::string user;     // whose backup it is; empty in the service's lists, which are one user's
 
     bool operator==(const WebInstance&) const = default;
 };
