@@ -2,12 +2,16 @@
 
 #include <windows.h>
 
+#include "base/key_error.h"
 #include "base/last_error.h"
 #include "base/text.h"
 
 namespace dorvo {
 
 std::string errorText(unsigned long code) {
+    if (isKeyError(code)) {
+        return keyErrorText(code);
+    }
     LastErrorGuard keep;
     wchar_t* message = nullptr;
     const DWORD length = FormatMessageW(

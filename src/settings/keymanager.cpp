@@ -12,6 +12,7 @@
 #include "settings/encodedtext.h"
 #include "settings/globalkey.h"
 #include "settings/storefile.h"
+#include "settings/wipe.h"
 
 namespace dorvo {
 namespace {
@@ -43,6 +44,14 @@ bool sizesAreRight(size_t keyLen, size_t ivLen) {
     return false;
 }
 
+bool argumentsAreRight(const char* user, size_t keyLen, size_t ivLen) {
+    if (isEmpty(user)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    return sizesAreRight(keyLen, ivLen);
+}
+
 void split(const std::string& bytes, unsigned char* key, unsigned char* iv) {
     std::copy_n(bytes.begin(), aesKeySize, key);
     std::copy_n(bytes.begin() + aesKeySize, aesIvSize, iv);
@@ -53,6 +62,7 @@ void split(const std::string& bytes, unsigned char* key, unsigned char* iv) {
 bool KeyManagerImpl::globalKey(unsigned char* key, size_t keyLen, unsigned char* iv, size_t ivLen) {
     const FunctionTrace trace("KeyManagerImpl::globalKey", "keymanager.cpp");
     std::string bytes;
+    const WipeAtEnd wiped(bytes);
     if (!sizesAreRight(keyLen, ivLen) || !machineKey(bytes)) {
         return false;
     }
@@ -169,26 +179,51 @@ bool KeyManagerImpl::storedKey(const std::string& user, std::string& bytes) cons
     return false;
 }
 
+// Another program may have put a key there since the file was read.
+bool KeyManagerImpl::holds(const std::string& user) {
+    if (!keys_.contains(user) && !isMissing(storePath(fileName))) {
+        loaded_ = false;
+    }
+    return usable() && keys_.contains(user);
+}
+
+// ERROR_NOT_FOUND when the user has none.
+bool KeyManagerImpl::heldKey(const char* user, std::string& bytes) {
+    if (!holds(user)) {
+        if (loaded_) {
+            SetLastError(ERROR_NOT_FOUND);
+        }
+        return false;
+    }
+    return storedKey(user, bytes);
+}
+
 bool KeyManagerImpl::findKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
                              size_t ivLen) {
     const FunctionTrace trace("KeyManagerImpl::findKey", "keymanager.cpp");
-    if (isEmpty(user)) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
-    if (!sizesAreRight(keyLen, ivLen)) {
+    if (!argumentsAreRight(user, keyLen, ivLen)) {
         return false;
     }
     const std::lock_guard guard(lock_);
-    if (!usable()) {
+    std::string bytes;
+    const WipeAtEnd wiped(bytes);
+    if (!heldKey(user, bytes) && (GetLastError() != ERROR_NOT_FOUND || !makeKey(user, bytes))) {
         return false;
     }
+    split(bytes, key, iv);
+    return true;
+}
+
+bool KeyManagerImpl::findHeldKey(const char* user, unsigned char* key, size_t keyLen,
+                                 unsigned char* iv, size_t ivLen) {
+    const FunctionTrace trace("KeyManagerImpl::findHeldKey", "keymanager.cpp");
+    if (!argumentsAreRight(user, keyLen, ivLen)) {
+        return false;
+    }
+    const std::lock_guard guard(lock_);
     std::string bytes;
-    if (keys_.contains(user)) {
-        if (!storedKey(user, bytes)) {
-            return false;
-        }
-    } else if (!makeKey(user, bytes)) {
+    const WipeAtEnd wiped(bytes);
+    if (!heldKey(user, bytes)) {
         return false;
     }
     split(bytes, key, iv);
@@ -198,18 +233,22 @@ bool KeyManagerImpl::findKey(const char* user, unsigned char* key, size_t keyLen
 bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
     try {
         bytes = randomBytes(aesKeySize + aesIvSize);
-        std::map<std::string, json_spirit::Value> keys = keys_;
-        keys[user] = encodeBase64(bytes);
-        if (!save(keys)) {
-            return false;
-        }
-        keys_ = std::move(keys);
-        return true;
+        return addKey(user, bytes);
     } catch (const std::runtime_error& error) {
         log(LogLevel::error, "Failed to make a key for user {%s}: %s.\n", user, error.what());
         SetLastError(ERROR_GEN_FAILURE);
         return false;
     }
+}
+
+bool KeyManagerImpl::addKey(const char* user, const std::string& bytes) {
+    std::map<std::string, json_spirit::Value> keys = keys_;
+    keys[user] = encodeBase64(bytes);
+    if (!save(keys)) {
+        return false;
+    }
+    keys_ = std::move(keys);
+    return true;
 }
 
 bool KeyManagerImpl::keyChecksum(const char* user, std::string& md5) {
@@ -219,15 +258,9 @@ bool KeyManagerImpl::keyChecksum(const char* user, std::string& md5) {
         return false;
     }
     const std::lock_guard guard(lock_);
-    if (!usable()) {
-        return false;
-    }
-    if (!keys_.contains(user)) {
-        SetLastError(ERROR_NOT_FOUND);
-        return false;
-    }
     std::string bytes;
-    if (!storedKey(user, bytes)) {
+    const WipeAtEnd wiped(bytes);
+    if (!heldKey(user, bytes)) {
         return false;
     }
     md5 = Md5::of(std::as_bytes(std::span(bytes)));

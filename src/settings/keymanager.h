@@ -70,7 +70,9 @@ private:
     bool init();
     bool save(const std::map<std::string, json_spirit::Value>& keys) const;
     bool usable();
+    bool holds(const std::string& user);
     bool storedKey(const std::string& user, std::string& bytes) const;
+    bool heldKey(const char* user, std::string& bytes);
     bool makeKey(const char* user, std::string& bytes);
     bool addKey(const char* user, const std::string& bytes);
 

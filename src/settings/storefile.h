@@ -22,10 +22,16 @@ bool isMissing(const std::wstring& path);
 FileHandle openStoreForReading(const std::wstring& path, DWORD share);
 FileHandle openStoreForWriting(const std::wstring& path, DWORD share);
 
+// A new file that only the user of this process, the administrators and the system may open, where
+// the file system knows them. Fails when it is there already.
+FileHandle createPrivateFile(const std::wstring& path);
+
 // Waits until the file is on the disk.
 bool flushFile(const std::wstring& path);
 // Puts the file `from` in the place of `to`.
 bool replaceFile(const std::wstring& from, const std::wstring& to);
+// The same where nothing is; ERROR_FILE_EXISTS when something is.
+bool placeFile(const std::wstring& from, const std::wstring& to);
 
 bool readStore(FileHandle file, std::string& text);
 bool writeStore(FileHandle file, const std::string& text);
