@@ -125,7 +125,12 @@ Value listFilesBody(const std::string& machine, const std::string& instanceId,
 }
 
 bool readRestoreTicket(const Value& answer, RestoreTicket& ticket) {
-    return read(answer, ticketOf, ticket) && !ticket.jobInstanceId.empty();
+    RestoreTicket found;
+    if (!read(answer, ticketOf, found) || found.jobInstanceId.empty()) {
+        return false;
+    }
+    ticket = std::move(found);
+    return true;
 }
 
 bool readStoredItem(const Value& answer, StoredItem& item) {
