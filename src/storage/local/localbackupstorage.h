@@ -18,6 +18,7 @@
 
 #include <array>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,16 +67,17 @@ public:
 private:
     struct Item;
 
+    bool ready(const char* action) const;
     bool open();
-    bool openExisting(const LocalInstanceDocument& document);
-    bool openNew();
-    bool store(Item& item);
-    bool encode(Item& item);
-    bool copyBlocks(Item& item);
+    bool openNew(uint64_t sequence);
+    bool goOn();
+    bool store(const Item& item);
+    bool encode(const Item& item, uint64_t& size);
+    bool copy(const Item& item, uint64_t size, std::string& md5);
+    bool copyBlock(uint64_t offset, std::span<const std::byte> block);
+    bool isWhole();
     bool complete();
-    bool fail(const char* action, const std::string& subject) const;
     void claim(uint32_t number);
-    bool sameAsListed(const Item& item) const;
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
 
     Run run_;
@@ -85,8 +87,11 @@ private:
     std::wstring temporary_;  // the folder of the packages on their way
     BackupTransformation transformation_;
     std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
-    bool completed_ = false;                       // the instance was, before start()
+    LocalInstanceDocument document_;               // of the instance, with the writer
+    bool completed_ = false;                       // the instance is
     bool encoding_ = false;
+    std::vector<std::byte> block_;
+    std::vector<std::byte> stored_;  // of the same size: what lies in the packages
 };
 
 }  // namespace dorvo

@@ -26,6 +26,7 @@ struct LocalInstanceDocument {
     uint64_t directories = 0;
     uint64_t size = 0;
     uint64_t carried = 0;  // files carried over from earlier instances
+    uint64_t awaited = 0;  // files that the run had to store
     // Of a completed instance:
     uint64_t errors = 0;        // items that failed
     uint64_t records = 0;       // in the index
@@ -34,6 +35,9 @@ struct LocalInstanceDocument {
 
     bool operator==(const LocalInstanceDocument&) const = default;
 };
+
+// "running" or "completed".
+std::string localStateText(LocalInstanceDocument::State state);
 
 // Formatted JSON.
 std::string formatLocalInstance(const LocalInstanceDocument& document);

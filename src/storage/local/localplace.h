@@ -1,7 +1,7 @@
 // Where the backups of one job of one machine lie in a folder:
 // <location>\<machine>\<job id>\<instance id>\.
 //
-// A value; any thread. False leaves the last error.
+// A value; any thread. False leaves the last error and is not logged unless it says so.
 #pragma once
 
 #include <windows.h>
@@ -12,50 +12,57 @@
 #include <string>
 
 #include "storage/local/localinstancedocument.h"
+#include "storage/local/localrecord.h"
 
 namespace dorvo {
 
 class LocalPlace {
 public:
     // The names may be anything; check() judges them.
-    LocalPlace(std::wstring location, std::string machine, std::string jobId);
+    LocalPlace(std::wstring location, const std::string& machine, const std::string& jobId);
 
     // True when the names can stand in a path and the location is there. 87, 10070; logged.
     bool check() const;
 
     const std::wstring& location() const { return location_; }
-    // The folder of an instance whose id is a UUID's text.
+    // The folder of an instance. Of an id that is no UUID's text, a folder that never exists.
     std::wstring instance(const std::string& id) const;
     std::wstring packages(const std::string& id) const { return instance(id) + L"\\packages"; }
     std::wstring index(const std::string& id) const { return instance(id) + L"\\index"; }
     std::wstring awaited(const std::string& id) const { return instance(id) + L"\\awaited"; }
+    std::wstring document(const std::string& id) const { return instance(id) + L"\\instance"; }
 
     // The instance's document. 2 or 3 when there is none, 13 when it is none or another's.
     bool load(const std::string& id, LocalInstanceDocument& document) const;
-    // The document of a completed instance for reading it back: 1168, 5023, 13; logged.
+    // Of an instance that is to be read back: 1168 when there is none, 5023 when it was never
+    // completed.
     bool loadCompleted(const std::string& id, LocalInstanceDocument& document) const;
     // On the disk when true comes back; the old document stays whole until then.
     bool save(const LocalInstanceDocument& document) const;
 
-    // Calls for each instance that has a document, in no order. False when the folder cannot be
-    // listed; a folder that is not there holds none.
+    // Calls for each instance that has a document, in no order; one that cannot be read is logged
+    // and left out. False when the folder cannot be listed; one that is not there holds none.
     bool each(const std::function<void(const LocalInstanceDocument&)>& visit) const;
-    // The last completed instance but `except`; `id` is empty when there is none.
-    bool lastCompleted(const std::string& except, LocalInstanceDocument& document) const;
 
-    // After a failure: any error but 1223 becomes 10070 while the location is gone. Always false.
-    bool failed() const;
+    struct Newest {
+        LocalInstanceDocument completed;  // the last completed instance; no id: there is none
+        uint64_t sequence = 0;            // the greatest of all instances
+    };
+    // Of the instances but `except`.
+    bool newest(const std::string& except, Newest& found) const;
 
 private:
     std::wstring location_;
-    std::string machine_;
-    std::string jobId_;
-    std::wstring folder_;  // of the job's instances
+    std::wstring folder_;  // of the job's instances; empty when the names are none
 };
 
-// A full disk will have room again, a folder that is gone will come back: 10070 for the errors that
-// say so of a write into the location. Always false.
-bool writeFailed(const std::wstring& location);
+// Both forms of an instance's id. Zeros and an empty text stand for what is none.
+LocalInstanceId localInstanceId(const std::string& text);
+std::string localInstanceText(const LocalInstanceId& id);
+
+// Calls for each folder in a folder, but for links. False when it cannot be listed; 2 or 3: it is
+// not there.
+bool eachFolder(const std::wstring& folder, const std::function<void(const std::wstring&)>& visit);
 
 // The MD5 by which an instance's document knows the key it was made with, as the key manager gives
 // it.

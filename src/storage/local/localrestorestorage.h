@@ -60,6 +60,14 @@ public:
     bool interrupted() const override;
 
 private:
+    bool open();
+    bool valid(const wchar_t* original, const wchar_t* target) const;
+    bool find(const std::wstring& original, LocalRecord::Kind kind, LocalRecord& record);
+    bool failed(const char* action, const std::string& name) const;
+    bool fetch(const LocalRecord& record, const std::wstring& package);
+    bool put(const LocalRecord& record, const std::wstring& package, const wchar_t* target,
+             uint32_t number, bool replace);
+
     Run run_;
     JobActivity* activity_;  // borrowed
     LocalPlace place_;
@@ -67,7 +75,7 @@ private:
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
     std::unique_ptr<LocalIndexCursor> index_;  // from start() on
-    std::unique_ptr<LocalPackages> packages_;
+    std::unique_ptr<LocalPackages> packages_;  // the same
     bool decoding_ = false;
 };
 

@@ -1,0 +1,262 @@
+#include "storage/local/localbackupstorage.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_set>
+
+#include "base/handle.h"
+#include "base/key_error.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/read_handle_streambuf.h"
+#include "base/rm_rf.h"
+#include "base/text.h"
+#include "settings/storefile.h"
+#include "storage/itemtemppath.h"
+#include "storage/local/localerror.h"
+#include "storage/local/localindexcursor.h"
+#include "storage/local/localinstancewriter.h"
+#include "storage/local/localpath.h"
+#include "storage/wire_time.h"
+
+namespace dorvo {
+namespace {
+
+std::string instanceText(const JobActivity* activity) {
+    return activity == nullptr ? std::string() : localInstanceText(activity->instanceId);
+}
+
+}  // namespace
+
+LocalBackupStorage::LocalBackupStorage(Run run)
+    : interrupter(run.stop),
+      run_(std::move(run)),
+      activity_(run_.activity),
+      instanceId_(instanceText(activity_)),
+      place_(run_.location, run_.machine, run_.jobId),
+      temporary_(itemTempFolder(run_.jobId)),
+      transformation_(run_.compress),
+      block_(uploadBlockSize),
+      stored_(uploadBlockSize) {
+    transformation_.key = run_.key;
+    transformation_.iv = run_.iv;
+}
+
+LocalBackupStorage::~LocalBackupStorage() = default;
+
+bool LocalBackupStorage::interrupted() const {
+    if (encoding_) {
+        activity_->fileOffset = std::min<uint64_t>(
+            activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
+    }
+    return interrupter::interrupted();
+}
+
+bool LocalBackupStorage::start() {
+    FunctionTrace trace("LocalBackupStorage::start", "localbackupstorage.cpp");
+    if (instanceId_.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return logFailure("start job", job());
+    }
+    if (writer_ || completed_) {
+        return true;
+    }
+    if (!place_.check()) {
+        return false;
+    }
+    if (open()) {
+        return true;
+    }
+    failedIn(place_.location());
+    writer_.reset();
+    return logFailure("start job", job());
+}
+
+bool LocalBackupStorage::open() {
+    LocalPlace::Newest newest;
+    if (!place_.newest(instanceId_, newest)) {
+        return false;
+    }
+    if (!newest.completed.id.empty() && newest.completed.keyMd5 != keyMd5(run_.key, run_.iv)) {
+        SetLastError(errorKeyForeign);
+        return false;
+    }
+    // The instance is looked at with the others shut out.
+    writer_ = LocalInstanceWriter::open(place_, instanceId_);
+    if (!writer_ || !writer_->load()) {
+        return false;
+    }
+    if (place_.load(instanceId_, document_)) {
+        return goOn();
+    }
+    return GetLastError() == ERROR_FILE_NOT_FOUND && openNew(newest.sequence + 1);
+}
+
+bool LocalBackupStorage::goOn() {
+    if (document_.keyMd5 != keyMd5(run_.key, run_.iv)) {
+        SetLastError(errorKeyForeign);
+        return false;
+    }
+    if (document_.state == LocalInstanceDocument::State::completed) {
+        completed_ = true;
+        writer_.reset();
+        return true;
+    }
+    uint64_t awaited = 0;
+    if (!writer_->countAwaited(awaited)) {
+        return false;
+    }
+    if (writer_->carried() != document_.carried || awaited != document_.awaited) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
+    return writer_->verify(*this);
+}
+
+bool LocalBackupStorage::openNew(uint64_t sequence) {
+    LocalInstanceDocument made;
+    made.sequence = sequence;
+    made.id = instanceId_;
+    made.jobId = run_.jobId;
+    made.jobName = run_.jobName;
+    made.machine = run_.machine;
+    made.user = run_.user;
+    made.keyMd5 = keyMd5(run_.key, run_.iv);
+    made.startTime = wire_time(localToUtc(activity_->startTime));
+    made.files = run_.totals.files;
+    made.directories = run_.totals.directories;
+    made.size = run_.totals.size;
+    made.carried = writer_->carried();
+    document_ = made;
+    return writer_->countAwaited(document_.awaited) && place_.save(document_);
+}
+
+bool LocalBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
+    return run_.failed != nullptr && run_.failed->add(path, code, reason);
+}
+
+// Items, end and cancel come after a start.
+bool LocalBackupStorage::ready(const char* action) const {
+    if (writer_) {
+        return true;
+    }
+    SetLastError(errorInstanceState);
+    return logFailure(action, job());
+}
+
+bool LocalBackupStorage::end() {
+    FunctionTrace trace("LocalBackupStorage::end", "localbackupstorage.cpp");
+    if (completed_) {
+        return true;
+    }
+    if (!ready("end job")) {
+        return false;
+    }
+    if (!isWhole() || !complete()) {
+        failedIn(place_.location());
+        return logFailure("end job", job());
+    }
+    completed_ = true;
+    writer_.reset();
+    if (DeleteFileW(longPath(place_.awaited(instanceId_)).c_str()) == 0 &&
+        GetLastError() != ERROR_FILE_NOT_FOUND) {
+        logFailure("delete the list of awaited files of job", job());
+    }
+    return true;
+}
+
+// Every file of the list has its package or is on the error list. Packages and list have the same
+// order, so that both are read once.
+bool LocalBackupStorage::isWhole() {
+    if (document_.awaited == 0) {
+        return true;
+    }
+    std::unordered_set<std::string> failed;
+    if (run_.failed != nullptr) {
+        for (FailedItem& item : run_.failed->list()) {
+            failed.insert(withoutTrailingBackslash(std::move(item.path)));
+        }
+    }
+    LocalIndexReader awaited;
+    LocalIndexCursor stored;
+    if (!awaited.open(place_.awaited(instanceId_)) ||
+        !stored.reader().open(place_.index(instanceId_), writer_->indexSize())) {
+        return false;
+    }
+    LocalRecord file;
+    LocalRecord package;
+    while (awaited.next(file)) {
+        if (failed.contains(toUtf8(widePath(file.path))) ||
+            stored.find(file.path, LocalRecord::Kind::file, package)) {
+            continue;
+        }
+        if (GetLastError() == ERROR_FILE_NOT_FOUND) {
+            SetLastError(errorInstanceState);
+            logFailure("find a file of the list in the backup", toUtf8(widePath(file.path)));
+        }
+        return false;
+    }
+    return GetLastError() == ERROR_HANDLE_EOF;
+}
+
+bool LocalBackupStorage::complete() {
+    std::vector<LocalRecord> failed;
+    if (run_.failed != nullptr) {
+        for (const FailedItem& item : run_.failed->list()) {
+            LocalRecord record;
+            record.kind = LocalRecord::Kind::failed;
+            record.size = item.code;
+            record.path = localPath(toWide(item.path));
+            record.path.resize(std::min(record.path.size(), longestLocalPath));
+            failed.push_back(std::move(record));
+        }
+    }
+    if (!writer_->finish(failed)) {
+        return false;
+    }
+    LocalInstanceDocument completed = document_;
+    completed.state = LocalInstanceDocument::State::completed;
+    completed.endTime = wire_time(utcTimeNow());
+    completed.errors = failed.size();
+    completed.records = writer_->records();
+    completed.indexSize = writer_->indexSize();
+    completed.packagesSize = writer_->packageOffset();
+    return place_.save(completed);
+}
+
+bool LocalBackupStorage::cancel() {
+    FunctionTrace trace("LocalBackupStorage::cancel", "localbackupstorage.cpp");
+    if (instanceId_.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return logFailure("cancel job", job());
+    }
+    if (!place_.check()) {
+        return false;
+    }
+    const std::wstring folder = place_.instance(instanceId_);
+    if (!writer_ && fileExists(folder)) {
+        writer_ = LocalInstanceWriter::open(place_, instanceId_);
+        if (!writer_) {
+            failedIn(place_.location());
+            return logFailure("cancel job", job());
+        }
+    }
+    LocalInstanceDocument document;
+    const bool completed = place_.load(instanceId_, document) &&
+                           document.state == LocalInstanceDocument::State::completed;
+    writer_.reset();
+    if (completed) {
+        SetLastError(errorInstanceState);
+        return logFailure("cancel job", job());
+    }
+    // Without its document it is no instance any more, whatever of it stays behind.
+    DeleteFileW(longPath(place_.document(instanceId_)).c_str());
+    if (!rm_rf(folder, true)) {
+        failedIn(place_.location());
+        return logFailure("cancel job", job());
+    }
+    return true;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,92 @@
+#include "storage/local/localerror.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "base/key_error.h"
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+
+namespace dorvo {
+namespace {
+
+// Names that not every platform header has.
+constexpr DWORD noSuchDevice = 433;
+constexpr DWORD quotaExceeded = 1295;
+
+constexpr DWORD fullDisk[] = {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL, quotaExceeded};
+
+// A handle that has met one of these is of no use any more, even if its share is back.
+constexpr DWORD lostDevice[] = {
+    ERROR_NOT_READY,
+    ERROR_BAD_NETPATH,
+    ERROR_DEV_NOT_EXIST,
+    ERROR_UNEXP_NET_ERR,
+    ERROR_NETNAME_DELETED,
+    ERROR_BAD_NET_NAME,
+    ERROR_SEM_TIMEOUT,
+    ERROR_VC_DISCONNECTED,
+    noSuchDevice,
+    ERROR_DEVICE_NOT_CONNECTED,
+    ERROR_NETWORK_UNREACHABLE,
+    ERROR_HOST_UNREACHABLE,
+    ERROR_CONNECTION_ABORTED,
+    ERROR_DEVICE_REMOVED,
+};
+
+template <size_t Count>
+bool isOneOf(DWORD error, const DWORD (&errors)[Count]) {
+    return std::find(std::begin(errors), std::end(errors), error) != std::end(errors);
+}
+
+bool isGone(const std::wstring& location) {
+    const DWORD attributes = GetFileAttributesW(longPath(location + L"\\").c_str());
+    return attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+void becomeGone(const std::wstring& location, const char* why, DWORD error) {
+    log(LogLevel::error, "The folder of backups {%s} %s, error-code = %d.\n",
+        toUtf8(location).c_str(), why, static_cast<int>(error));
+    SetLastError(errorLocationGone);
+}
+
+}  // namespace
+
+bool failedNear(const std::wstring& location) {
+    const DWORD error = GetLastError();
+    if (error != ERROR_CANCELLED && error != errorLocationGone && isGone(location)) {
+        becomeGone(location, "is not there", error);
+    } else {
+        SetLastError(error);
+    }
+    return false;
+}
+
+bool failedIn(const std::wstring& location) {
+    const DWORD error = GetLastError();
+    if (isOneOf(error, fullDisk)) {
+        becomeGone(location, "lies on a disk that is full", error);
+    } else if (isOneOf(error, lostDevice)) {
+        becomeGone(location, "was lost", error);
+    } else {
+        failedNear(location);
+    }
+    return false;
+}
+
+bool logFailure(const char* action, const std::string& subject) {
+    const LastErrorGuard keep;
+    const DWORD error = keep.error();
+    if (isKeyError(error)) {
+        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %s.\n", action, subject.c_str(),
+            static_cast<int>(error), keyErrorText(error).c_str());
+    } else {
+        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action, subject.c_str(),
+            static_cast<int>(error));
+    }
+    return false;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,28 @@
+// What the errors of calls into the folder of local backups mean to a run.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace dorvo {
+
+// A job that meets this code pauses, and resumes by itself.
+constexpr DWORD errorLocationGone = WSAESTALE;
+// The instance is not in a state for what was asked.
+constexpr DWORD errorInstanceState = ERROR_INVALID_STATE;
+
+// After any failure: the last error becomes 10070 while the location is gone. 1223 stays. Always
+// false.
+bool failedNear(const std::wstring& location);
+
+// After a failed call on a file in the location: 10070 also when its disk is full, or the share or
+// the device was lost, for all of these pass when the user sees to them. Says so in the log. Always
+// false.
+bool failedIn(const std::wstring& location);
+
+// Logs "Failed to <action> {<subject>}, error-code = ..." with the last error, which stays. Always
+// false.
+bool logFailure(const char* action, const std::string& subject);
+
+}  // namespace dorvo

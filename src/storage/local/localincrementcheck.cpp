@@ -1,0 +1,104 @@
+#include "storage/local/localincrementcheck.h"
+
+#include <optional>
+
+#include "base/key_error.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "storage/local/localbase.h"
+#include "storage/local/localerror.h"
+#include "storage/local/localinstancewriter.h"
+#include "storage/local/localpath.h"
+
+namespace dorvo {
+
+LocalIncrementCheck::LocalIncrementCheck(Run run)
+    : run_(std::move(run)), stop_(run_.stop), place_(run_.location, run_.machine, run_.jobId) {}
+
+LocalIncrementCheck::~LocalIncrementCheck() = default;
+
+bool LocalIncrementCheck::check(const std::vector<File>& files, std::vector<bool>& send) {
+    FunctionTrace trace("LocalIncrementCheck::check", "localincrementcheck.cpp");
+    if (!writer_ && !place_.check()) {
+        return false;
+    }
+    if ((writer_ || begin()) && judge(files, send)) {
+        return true;
+    }
+    failedIn(place_.location());
+    return logFailure("do increment check of job", run_.jobId);
+}
+
+bool LocalIncrementCheck::begin() {
+    if (localInstanceId(run_.instanceId) == LocalInstanceId{}) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    LocalPlace::Newest newest;
+    if (!place_.newest(run_.instanceId, newest)) {
+        return false;
+    }
+    std::unique_ptr<LocalBase> base;
+    if (!newest.completed.id.empty()) {
+        if (newest.completed.keyMd5 != keyMd5(run_.key, run_.iv)) {
+            SetLastError(errorKeyForeign);
+            return false;
+        }
+        base = std::make_unique<LocalBase>(place_, newest.completed);
+        if (!base->load(stop_)) {
+            return false;
+        }
+    }
+    auto writer = LocalInstanceWriter::open(place_, run_.instanceId);
+    if (!writer) {
+        return false;
+    }
+    LocalInstanceDocument document;
+    if (place_.load(run_.instanceId, document) &&
+        document.state == LocalInstanceDocument::State::completed) {
+        SetLastError(errorInstanceState);
+        return false;
+    }
+    // The instance has to be started again, with what the new list carries over and awaits.
+    if ((DeleteFileW(longPath(place_.document(run_.instanceId)).c_str()) == 0 &&
+         GetLastError() != ERROR_FILE_NOT_FOUND) ||
+        !writer->reset()) {
+        return false;
+    }
+    base_ = std::move(base);
+    writer_ = std::move(writer);
+    return true;
+}
+
+bool LocalIncrementCheck::judge(const std::vector<File>& files, std::vector<bool>& send) {
+    std::vector<LocalRecord> carried;
+    std::vector<LocalRecord> awaited;
+    std::vector<bool> answer;
+    for (const File& file : files) {
+        const std::u16string path = localPath(file.path);
+        std::optional<LocalRecord> record;
+        if (base_ && !base_->find(path, file.lastWriteTime, record)) {
+            return false;
+        }
+        answer.push_back(!record);
+        if (record) {
+            carried.push_back(std::move(*record));
+        } else {
+            LocalRecord missing;
+            missing.kind = LocalRecord::Kind::awaited;
+            missing.path = path;
+            awaited.push_back(std::move(missing));
+        }
+    }
+    if (stop_.interrupted()) {
+        SetLastError(ERROR_CANCELLED);
+        return false;
+    }
+    if (!writer_->plan(carried, awaited)) {
+        return false;
+    }
+    send = std::move(answer);
+    return true;
+}
+
+}  // namespace dorvo

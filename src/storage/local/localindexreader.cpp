@@ -1,0 +1,90 @@
+#include "storage/local/localindexreader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "base/paths.h"
+#include "storage/local/localfile.h"
+
+namespace dorvo {
+namespace {
+
+constexpr size_t windowSize = 64 * 1024;
+
+bool damaged() {
+    SetLastError(ERROR_INVALID_DATA);
+    return false;
+}
+
+}  // namespace
+
+bool LocalIndexReader::open(const std::wstring& path, uint64_t size) {
+    own_.reset(CreateFileW(longPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return own_ && open(own_.get(), size);
+}
+
+bool LocalIndexReader::open(HANDLE file, uint64_t size) {
+    file_ = file;
+    offset_ = 0;
+    buffer_.clear();
+    if (!localFileSize(file, size_)) {
+        return false;
+    }
+    if (size != wholeFile && size > size_) {
+        return damaged();
+    }
+    size_ = std::min(size, size_);
+    std::span<const std::byte> bytes;
+    if (!have(localIndexMagic.size(), bytes)) {
+        return false;
+    }
+    offset_ = begin();
+    return (bytes.size() == localIndexMagic.size() &&
+            std::memcmp(bytes.data(), localIndexMagic.data(), bytes.size()) == 0) ||
+           damaged();
+}
+
+bool LocalIndexReader::next(LocalRecord& record) {
+    if (offset_ >= size_) {
+        SetLastError(ERROR_HANDLE_EOF);
+        return false;
+    }
+    std::span<const std::byte> bytes;
+    if (!have(sizeof(uint32_t), bytes)) {
+        return false;
+    }
+    const auto length = localRecordSize(bytes);
+    if (!length) {
+        return damaged();
+    }
+    if (!have(*length, bytes)) {
+        return false;
+    }
+    auto decoded = decodeLocalRecord(bytes);
+    if (!decoded) {
+        return damaged();
+    }
+    record = std::move(*decoded);
+    offset_ += *length;
+    return true;
+}
+
+bool LocalIndexReader::have(size_t count, std::span<const std::byte>& bytes) {
+    count = static_cast<size_t>(std::min<uint64_t>(count, size_ - std::min(offset_, size_)));
+    const bool there = offset_ >= bufferAt_ && offset_ - bufferAt_ <= buffer_.size() &&
+                       count <= buffer_.size() - (offset_ - bufferAt_);
+    if (!there) {
+        const uint64_t left = size_ - offset_;
+        buffer_.resize(static_cast<size_t>(std::min<uint64_t>(std::max(count, windowSize), left)));
+        bufferAt_ = offset_;
+        if (!readLocalFile(file_, offset_, buffer_)) {
+            buffer_.clear();
+            return false;
+        }
+    }
+    bytes = std::span(buffer_).subspan(static_cast<size_t>(offset_ - bufferAt_), count);
+    return true;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,100 @@
+#include "storage/local/localinstances.h"
+
+#include <algorithm>
+
+#include "base/last_error.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "storage/local/localerror.h"
+#include "storage/local/localplace.h"
+
+namespace dorvo {
+namespace {
+
+WebInstance listed(const LocalInstanceDocument& document, const std::string& machine,
+                   const std::string& job) {
+    WebInstance instance;
+    instance.machine = machine;
+    instance.jobDefinitionId = job;
+    instance.jobInstanceId = document.id;
+    instance.startTime = document.startTime;
+    instance.endTime = document.endTime;
+    instance.state = localStateText(document.state);
+    instance.totalFiles = document.files;
+    instance.totalDirectories = document.directories;
+    instance.totalSize = document.size;
+    instance.errors = document.errors;
+    return instance;
+}
+
+// The names of the folders in a folder that can be such names; or only the one that is asked for.
+bool names(const std::wstring& folder, const std::string& only, std::vector<std::string>& found) {
+    if (!only.empty()) {
+        found.push_back(only);
+        return true;
+    }
+    const bool read = eachFolder(folder, [&](const std::wstring& name) {
+        if (std::string text = toUtf8(name); isJobId(text)) {
+            found.push_back(std::move(text));
+        }
+    });
+    const LastErrorGuard keep;
+    std::sort(found.begin(), found.end());
+    return read;
+}
+
+bool listJob(const LocalPlace& place, const std::string& machine, const std::string& job,
+             std::vector<WebInstance>& instances) {
+    std::vector<LocalInstanceDocument> documents;
+    if (!place.each(
+            [&](const LocalInstanceDocument& document) { documents.push_back(document); })) {
+        return false;
+    }
+    std::sort(documents.begin(), documents.end(),
+              [](const auto& a, const auto& b) { return a.sequence < b.sequence; });
+    for (const LocalInstanceDocument& document : documents) {
+        instances.push_back(listed(document, machine, job));
+    }
+    return true;
+}
+
+bool listAll(const std::wstring& location, const std::string& machine, const std::string& job,
+             std::vector<WebInstance>& instances) {
+    std::vector<std::string> machines;
+    if (!names(location, machine, machines)) {
+        return false;
+    }
+    for (const std::string& name : machines) {
+        std::vector<std::string> jobs;
+        if (!names(location + L"\\" + toWide(name), job, jobs)) {
+            return false;
+        }
+        for (const std::string& id : jobs) {
+            if (!listJob(LocalPlace(location, name, id), name, id, instances)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool LocalInstances::list(const std::wstring& location, const std::string& machine,
+                          const std::string& jobDefinitionId, std::vector<WebInstance>& instances) {
+    instances.clear();
+    // Any names will do to look at the location itself.
+    const LocalPlace place(location, machine.empty() ? "any" : machine,
+                           jobDefinitionId.empty() ? "any" : jobDefinitionId);
+    if (!place.check()) {
+        return false;
+    }
+    if (listAll(place.location(), machine, jobDefinitionId, instances)) {
+        return true;
+    }
+    instances.clear();
+    failedIn(place.location());
+    return logFailure("list the backups in", toUtf8(place.location()));
+}
+
+}  // namespace dorvo

@@ -1,0 +1,293 @@
+#include "storage/local/localinstancewriter.h"
+
+#include <algorithm>
+
+#include "base/md5.h"
+#include "base/paths.h"
+#include "storage/local/localfile.h"
+#include "storage/local/localindexreader.h"
+
+namespace dorvo {
+namespace {
+
+constexpr size_t pieceSize = 1 << 20;
+
+// Only readers may have it open besides.
+FileHandle openForWriting(const std::wstring& path) {
+    return FileHandle(CreateFileW(longPath(path).c_str(), GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                                  nullptr));
+}
+
+std::span<const std::byte> magic() {
+    return std::as_bytes(std::span(localIndexMagic));
+}
+
+bool encode(std::span<const LocalRecord> records, std::vector<std::byte>& bytes) {
+    bytes.clear();
+    const bool encoded = std::all_of(records.begin(), records.end(), [&](const LocalRecord& r) {
+        return encodeLocalRecord(r, bytes);
+    });
+    SetLastError(ERROR_FILENAME_EXCED_RANGE);
+    return encoded;
+}
+
+bool flushed(HANDLE file) {
+    return FlushFileBuffers(file) != 0;
+}
+
+}  // namespace
+
+LocalInstanceWriter::LocalInstanceWriter(LocalPlace place, std::string id)
+    : place_(std::move(place)), id_(std::move(id)), own_(localInstanceId(id_)) {}
+
+std::unique_ptr<LocalInstanceWriter> LocalInstanceWriter::open(const LocalPlace& place,
+                                                               const std::string& id) {
+    std::unique_ptr<LocalInstanceWriter> writer(new LocalInstanceWriter(place, id));
+    if (!createDirectories(place.instance(id))) {
+        return nullptr;
+    }
+    writer->packages_ = openForWriting(place.packages(id));
+    if (!writer->packages_) {
+        return nullptr;
+    }
+    writer->index_ = openForWriting(place.index(id));
+    return writer->index_ ? std::move(writer) : nullptr;
+}
+
+bool LocalInstanceWriter::reset() {
+    awaited_.reset();
+    if (!resizeLocalFile(index_.get(), 0) || !resizeLocalFile(packages_.get(), 0) ||
+        (DeleteFileW(longPath(place_.awaited(id_)).c_str()) == 0 &&
+         GetLastError() != ERROR_FILE_NOT_FOUND)) {
+        return false;
+    }
+    return load();
+}
+
+bool LocalInstanceWriter::load() {
+    indexEnd_ = packagesEnd_ = checkedTo_ = sinceCheckpoint_ = carried_ = records_ = 0;
+    last_ = {};
+    uint64_t size = 0;
+    if (!localFileSize(index_.get(), size)) {
+        return false;
+    }
+    if (size < magic().size()) {
+        if (!resizeLocalFile(index_.get(), 0) || !write(magic())) {
+            return false;
+        }
+        checkedTo_ = itemsEnd_ = indexEnd_;
+        return true;
+    }
+    LocalIndexReader reader;
+    if (!reader.open(index_.get())) {
+        return false;
+    }
+    indexEnd_ = checkedTo_ = LocalIndexReader::begin();
+    LocalRecord record;
+    while (reader.next(record) && record.kind != LocalRecord::Kind::failed) {
+        const uint64_t begin = indexEnd_;
+        indexEnd_ = reader.offset();
+        take(record, begin);
+    }
+    const DWORD ended = GetLastError();
+    const bool whole = record.kind == LocalRecord::Kind::failed || ended == ERROR_HANDLE_EOF ||
+                       ended == ERROR_INVALID_DATA;
+    itemsEnd_ = indexEnd_;
+    SetLastError(ended);
+    return whole && resizeLocalFile(index_.get(), indexEnd_);
+}
+
+// Counts a record that stands in the index, in front of indexEnd_.
+void LocalInstanceWriter::take(const LocalRecord& record, uint64_t begin) {
+    ++records_;
+    switch (record.kind) {
+        case LocalRecord::Kind::file:
+            if (record.container == own_) {
+                packagesEnd_ = record.offset + record.size;
+                sinceCheckpoint_ += record.size;
+            } else {
+                ++carried_;
+                break;
+            }
+            [[fallthrough]];
+        case LocalRecord::Kind::folder:
+            last_ = record;
+            lastBegin_ = begin;
+            break;
+        case LocalRecord::Kind::checkpoint:
+            checkedTo_ = indexEnd_;
+            sinceCheckpoint_ = 0;
+            last_ = {};
+            break;
+        case LocalRecord::Kind::failed:
+        case LocalRecord::Kind::awaited: break;
+    }
+}
+
+bool LocalInstanceWriter::countAwaited(uint64_t& count) const {
+    count = 0;
+    LocalIndexReader reader;
+    if (!reader.open(place_.awaited(id_))) {
+        return GetLastError() == ERROR_FILE_NOT_FOUND;
+    }
+    LocalRecord record;
+    while (reader.next(record)) {
+        ++count;
+    }
+    return GetLastError() == ERROR_HANDLE_EOF;
+}
+
+bool LocalInstanceWriter::verify(const interrupter& stop) {
+    LocalIndexReader reader;
+    if (!reader.open(index_.get(), indexEnd_)) {
+        return false;
+    }
+    reader.seek(checkedTo_);
+    std::vector<std::byte> piece;
+    LocalRecord record;
+    while (reader.next(record)) {
+        if (record.kind != LocalRecord::Kind::file || record.container != own_) {
+            continue;
+        }
+        Md5 md5;
+        for (uint64_t done = 0; done < record.size; done += piece.size()) {
+            if (stop.interrupted()) {
+                SetLastError(ERROR_CANCELLED);
+                return false;
+            }
+            piece.resize(static_cast<size_t>(std::min<uint64_t>(pieceSize, record.size - done)));
+            if (!readLocalFile(packages_.get(), record.offset + done, piece)) {
+                if (GetLastError() == ERROR_HANDLE_EOF) {
+                    SetLastError(ERROR_INVALID_DATA);
+                }
+                return false;
+            }
+            md5.update(piece);
+        }
+        if (digestBytes(md5.final()) != record.md5) {
+            SetLastError(ERROR_INVALID_DATA);
+            return false;
+        }
+    }
+    return GetLastError() == ERROR_HANDLE_EOF;
+}
+
+bool LocalInstanceWriter::plan(std::span<const LocalRecord> carried,
+                               std::span<const LocalRecord> awaited) {
+    if (!encode(carried, bytes_) || !write(bytes_)) {
+        return false;
+    }
+    carried_ += carried.size();
+    records_ += carried.size();
+    itemsEnd_ = indexEnd_;
+    if (awaited.empty()) {
+        return flushed(index_.get());
+    }
+    if (!awaited_) {
+        awaited_ = openForWriting(place_.awaited(id_));
+        awaitedEnd_ = magic().size();
+        if (!awaited_ || !writeLocalFile(awaited_.get(), 0, magic())) {
+            return false;
+        }
+    }
+    if (!encode(awaited, bytes_) || !writeLocalFile(awaited_.get(), awaitedEnd_, bytes_)) {
+        return false;
+    }
+    awaitedEnd_ += bytes_.size();
+    return flushed(awaited_.get()) && flushed(index_.get());
+}
+
+bool LocalInstanceWriter::write(std::span<const std::byte> records) {
+    if (torn_ && !resizeLocalFile(index_.get(), indexEnd_)) {
+        return false;
+    }
+    torn_ = !writeLocalFile(index_.get(), indexEnd_, records);
+    if (!torn_) {
+        indexEnd_ += records.size();
+    }
+    return !torn_;
+}
+
+bool LocalInstanceWriter::takeBack(std::u16string_view path) {
+    if (last_.path.empty() || last_.path != path) {
+        return true;
+    }
+    if (!resizeLocalFile(index_.get(), lastBegin_)) {
+        return false;
+    }
+    indexEnd_ = itemsEnd_ = lastBegin_;
+    --records_;
+    if (last_.kind == LocalRecord::Kind::file) {
+        packagesEnd_ = last_.offset;
+        sinceCheckpoint_ -= std::min(sinceCheckpoint_, last_.size);
+    }
+    last_ = {};
+    return true;
+}
+
+bool LocalInstanceWriter::append(LocalRecord record) {
+    if (sinceCheckpoint_ >= checkpointInterval && !checkpoint()) {
+        return false;
+    }
+    if (record.kind == LocalRecord::Kind::file) {
+        record.container = own_;
+        record.offset = packagesEnd_;
+    }
+    const uint64_t begin = indexEnd_;
+    if (!encode(std::span(&record, 1), bytes_) || !write(bytes_)) {
+        return false;
+    }
+    take(record, begin);
+    itemsEnd_ = indexEnd_;
+    return true;
+}
+
+bool LocalInstanceWriter::checkpoint() {
+    LocalRecord record;
+    record.kind = LocalRecord::Kind::checkpoint;
+    if (!flushed(packages_.get()) || !flushed(index_.get()) ||
+        !encode(std::span(&record, 1), bytes_) || !write(bytes_)) {
+        return false;
+    }
+    take(record, indexEnd_);
+    itemsEnd_ = indexEnd_;
+    return true;
+}
+
+bool LocalInstanceWriter::readPackage(uint64_t offset, std::span<std::byte> bytes) const {
+    return readLocalFile(packages_.get(), packagesEnd_ + offset, bytes);
+}
+
+bool LocalInstanceWriter::writePackage(uint64_t offset, std::span<const std::byte> bytes) {
+    return writeLocalFile(packages_.get(), packagesEnd_ + offset, bytes);
+}
+
+bool LocalInstanceWriter::finish(std::span<const LocalRecord> failed) {
+    // An end that failed half-way may be tried again.
+    if (indexEnd_ != itemsEnd_) {
+        if (!resizeLocalFile(index_.get(), itemsEnd_)) {
+            return false;
+        }
+        indexEnd_ = itemsEnd_;
+        records_ -= failedRecords_;
+        failedRecords_ = 0;
+    }
+    if (!encode(failed, bytes_) || !write(bytes_)) {
+        return false;
+    }
+    failedRecords_ = failed.size();
+    records_ += failedRecords_;
+    uint64_t size = 0;
+    if (!localFileSize(packages_.get(), size)) {
+        return false;
+    }
+    if (size < packagesEnd_) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
+    return resizeLocalFile(packages_.get(), packagesEnd_) && flushed(packages_.get()) &&
+           flushed(index_.get());
+}
+
+}  // namespace dorvo

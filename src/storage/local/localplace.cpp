@@ -1,0 +1,165 @@
+#include "storage/local/localplace.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "base/handle.h"
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/md5.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "settings/storefile.h"
+#include "storage/local/localerror.h"
+
+namespace dorvo {
+namespace {
+
+std::wstring tidy(std::wstring location) {
+    std::replace(location.begin(), location.end(), L'/', L'\\');
+    while (location.size() > 1 && location.back() == L'\\') {
+        location.pop_back();
+    }
+    return location;
+}
+
+// A drive's or a share's: what is relative would depend on where the process happens to stand.
+bool isFullPath(const std::wstring& path) {
+    return longPath(path + L"\\").starts_with(L"\\\\");
+}
+
+bool isNotFound(DWORD error) {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+}  // namespace
+
+LocalPlace::LocalPlace(std::wstring location, const std::string& machine, const std::string& jobId)
+    : location_(tidy(std::move(location))) {
+    if (isJobId(machine) && isJobId(jobId) && isFullPath(location_)) {
+        folder_ = location_ + L"\\" + toWide(machine) + L"\\" + toWide(jobId);
+    }
+}
+
+bool LocalPlace::check() const {
+    SetLastError(folder_.empty() ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS);
+    if (folder_.empty()) {
+        return logFailure("find the backups of a machine and job in folder", toUtf8(location_));
+    }
+    failedNear(location_);
+    return GetLastError() == ERROR_SUCCESS;
+}
+
+std::wstring LocalPlace::instance(const std::string& id) const {
+    GUID guid{};
+    const bool named = !folder_.empty() && uuidFromText(id, guid);
+    return folder_ + L"\\" + (named ? toWide(uuidText(guid)) : std::wstring(L"?"));
+}
+
+bool LocalPlace::load(const std::string& id, LocalInstanceDocument& document) const {
+    std::string text;
+    if (!readStore(openStoreForReading(this->document(id), FILE_SHARE_READ), text)) {
+        return false;
+    }
+    const auto read = parseLocalInstance(text);
+    if (!read || !equalsIgnoreCase(read->id, id)) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
+    document = *read;
+    return true;
+}
+
+bool LocalPlace::loadCompleted(const std::string& id, LocalInstanceDocument& document) const {
+    if (!load(id, document)) {
+        const DWORD error = GetLastError();
+        SetLastError(isNotFound(error) || error == ERROR_INVALID_NAME ? DWORD{ERROR_NOT_FOUND}
+                                                                      : error);
+        return false;
+    }
+    SetLastError(errorInstanceState);
+    return document.state == LocalInstanceDocument::State::completed;
+}
+
+bool LocalPlace::save(const LocalInstanceDocument& document) const {
+    const std::wstring path = this->document(document.id);
+    const std::wstring fresh = path + L".new";
+    return writeStore(openStoreForWriting(fresh, 0), formatLocalInstance(document)) &&
+           flushFile(fresh) && replaceFile(fresh, path);
+}
+
+bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& visit) const {
+    const bool listed = eachFolder(folder_, [&](const std::wstring& name) {
+        const std::string id = toUtf8(name);
+        LocalInstanceDocument document;
+        if (localInstanceId(id) == LocalInstanceId{}) {
+            return;
+        }
+        if (load(id, document)) {
+            visit(document);
+        } else if (!isNotFound(GetLastError())) {
+            logFailure("read the document of backup", toUtf8(instance(id)));
+        }
+    });
+    return listed || isNotFound(GetLastError());
+}
+
+bool LocalPlace::newest(const std::string& except, Newest& found) const {
+    found = {};
+    return each([&](const LocalInstanceDocument& document) {
+        if (equalsIgnoreCase(document.id, except)) {
+            return;
+        }
+        found.sequence = std::max(found.sequence, document.sequence);
+        if (document.state == LocalInstanceDocument::State::completed &&
+            (found.completed.id.empty() || document.sequence > found.completed.sequence)) {
+            found.completed = document;
+        }
+    });
+}
+
+LocalInstanceId localInstanceId(const std::string& text) {
+    GUID guid{};
+    uuidFromText(text, guid);
+    LocalInstanceId id{};
+    static_assert(sizeof(id) == sizeof(guid));
+    std::memcpy(id.data(), &guid, sizeof(guid));
+    return id;
+}
+
+std::string localInstanceText(const LocalInstanceId& id) {
+    if (id == LocalInstanceId{}) {
+        return {};
+    }
+    GUID guid{};
+    std::memcpy(&guid, id.data(), sizeof(guid));
+    return uuidText(guid);
+}
+
+bool eachFolder(const std::wstring& folder, const std::function<void(const std::wstring&)>& visit) {
+    WIN32_FIND_DATAW entry;
+    const FindHandle find(FindFirstFileW((longPath(folder) + L"\\*").c_str(), &entry));
+    if (!find) {
+        return false;
+    }
+    do {
+        const std::wstring name = entry.cFileName;
+        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+            (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 && name != L"." &&
+            name != L"..") {
+            visit(name);
+        }
+    } while (FindNextFileW(find.get(), &entry) != 0);
+    return GetLastError() == ERROR_NO_MORE_FILES;
+}
+
+std::string keyMd5(const std::array<uint8_t, 16>& key, const std::array<uint8_t, 16>& iv) {
+    Md5 md5;
+    md5.update(std::as_bytes(std::span(key)));
+    md5.update(std::as_bytes(std::span(iv)));
+    return md5.final();
+}
+
+}  // namespace dorvo

@@ -1,0 +1,226 @@
+#include "storage/local/localrestorestorage.h"
+
+#include <algorithm>
+#include <span>
+#include <vector>
+
+#include "base/handle.h"
+#include "base/key_error.h"
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/md5.h"
+#include "base/paths.h"
+#include "base/read_handle_streambuf.h"
+#include "base/text.h"
+#include "storage/item_attributes.h"
+#include "storage/itemtemppath.h"
+#include "storage/local/localerror.h"
+#include "storage/local/localfile.h"
+#include "storage/local/localindexcursor.h"
+#include "storage/local/localpackages.h"
+#include "storage/local/localpath.h"
+#include "storage/restoretarget.h"
+
+namespace dorvo {
+
+LocalRestoreStorage::LocalRestoreStorage(Run run)
+    : interrupter(run.stop),
+      run_(std::move(run)),
+      activity_(run_.activity),
+      place_(run_.location, run_.machine, run_.jobDefinitionId),
+      temporary_(itemTempFolder(run_.jobId)),
+      plain_(false),
+      compressed_(true) {
+    for (RestoreTransformation* transformation : {&plain_, &compressed_}) {
+        transformation->key = run_.key;
+        transformation->iv = run_.iv;
+    }
+}
+
+LocalRestoreStorage::~LocalRestoreStorage() = default;
+
+bool LocalRestoreStorage::interrupted() const {
+    if (decoding_) {
+        activity_->fileOffset = std::min<uint64_t>(
+            activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
+    }
+    return interrupter::interrupted();
+}
+
+bool LocalRestoreStorage::start() {
+    FunctionTrace trace("LocalRestoreStorage::start", "localrestorestorage.cpp");
+    const std::string job = run_.jobId + ", " + run_.jobName;
+    if (activity_ == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return logFailure("start restore job", job);
+    }
+    if (!place_.check()) {
+        return false;
+    }
+    if (open()) {
+        return true;
+    }
+    failedIn(place_.location());
+    return logFailure("start restore job", job);
+}
+
+bool LocalRestoreStorage::open() {
+    LocalInstanceDocument document;
+    if (!place_.loadCompleted(run_.jobInstanceId, document)) {
+        return false;
+    }
+    if (document.keyMd5 != keyMd5(run_.key, run_.iv)) {
+        SetLastError(errorKeyForeign);
+        return false;
+    }
+    auto index = std::make_unique<LocalIndexCursor>(this);
+    if (!index->reader().open(place_.index(run_.jobInstanceId), document.indexSize)) {
+        return false;
+    }
+    index_ = std::move(index);
+    packages_ = std::make_unique<LocalPackages>(place_);
+    return true;
+}
+
+bool LocalRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
+    return run_.failed != nullptr && run_.failed->add(path, code, reason);
+}
+
+bool LocalRestoreStorage::end(const json_spirit::Object&) {
+    FunctionTrace trace("LocalRestoreStorage::end", "localrestorestorage.cpp");
+    return true;
+}
+
+bool LocalRestoreStorage::valid(const wchar_t* original, const wchar_t* target) const {
+    const std::wstring_view from = original == nullptr ? L"" : original;
+    const std::wstring_view to = target == nullptr ? L"" : target;
+    if (index_ && !from.empty() && !to.empty()) {
+        return true;
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return logFailure("restore an item", toUtf8(from));
+}
+
+bool LocalRestoreStorage::find(const std::wstring& original, LocalRecord::Kind kind,
+                               LocalRecord& record) {
+    return index_->find(localPath(original), kind, record) || failedIn(place_.location());
+}
+
+bool LocalRestoreStorage::failed(const char* action, const std::string& name) const {
+    failedNear(place_.location());
+    const DWORD error = GetLastError();
+    if (!interrupter::interrupted()) {
+        return logFailure(action, name);
+    }
+    // Whatever fails while the job must stop has failed because of that.
+    SetLastError(ERROR_CANCELLED);
+    log(LogLevel::information, "Restoring {%s} is cancelled, error-code = %d.\n", name.c_str(),
+        static_cast<int>(error));
+    return false;
+}
+
+bool LocalRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t* target) {
+    FunctionTrace trace("LocalRestoreStorage::restoreDirectory", "localrestorestorage.cpp");
+    if (!valid(original, target)) {
+        return false;
+    }
+    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", toUtf8(original).c_str(),
+        toUtf8(target).c_str());
+    LocalRecord record;
+    bool existed = false;
+    return (find(original, LocalRecord::Kind::folder, record) &&
+            makeRestoredDirectory(target, existed) &&
+            dressRestoredDirectory(target, fileAttributes(record.attributes))) ||
+           failed("restore directory", toUtf8(original));
+}
+
+bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* target,
+                                      uint32_t number, bool replace) {
+    FunctionTrace trace("LocalRestoreStorage::restoreFile", "localrestorestorage.cpp");
+    if (!valid(original, target)) {
+        return false;
+    }
+    log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", toUtf8(original).c_str(),
+        toUtf8(target).c_str());
+    const std::wstring package = itemTempPath(temporary_, number);
+    activity_->itemNumber = number;
+    activity_->acceptedBlocks = 0;
+    LocalRecord record;
+    const bool restored =
+        (find(original, LocalRecord::Kind::file, record) && fetch(record, package) &&
+         put(record, package, target, number, replace)) ||
+        failed("restore file", toUtf8(original));
+    const LastErrorGuard keep;
+    DeleteFileW(longPath(package).c_str());
+    return restored;
+}
+
+// Copies the package, and checks it.
+bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& package) {
+    activity_->packageSize = record.size;
+    activity_->fileOffset = 0;
+    activity_->fileSize = record.size;
+    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    const HANDLE from = packages_->open(record);
+    if (from == INVALID_HANDLE_VALUE) {
+        return failedIn(place_.location());
+    }
+    const FileHandle to(CreateFileW(longPath(package).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
+                                    nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!to) {
+        return false;
+    }
+    Md5 md5;
+    std::vector<std::byte> block;
+    for (uint64_t done = 0; done < record.size; done += block.size()) {
+        if (interrupter::interrupted()) {
+            SetLastError(ERROR_CANCELLED);
+            return false;
+        }
+        block.resize(static_cast<size_t>(std::min<uint64_t>(uploadBlockSize, record.size - done)));
+        if (!readLocalFile(from, record.offset + done, block)) {
+            return failedIn(place_.location());
+        }
+        md5.update(block);
+        if (!writeLocalFile(to.get(), done, block)) {
+            return false;
+        }
+        activity_->acceptedBlocks += 1;
+        activity_->fileOffset += block.size();
+        activity_->transferred += block.size();
+    }
+    if (digestBytes(md5.final()) != record.md5) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
+    return true;
+}
+
+bool LocalRestoreStorage::put(const LocalRecord& record, const std::wstring& package,
+                              const wchar_t* target, uint32_t number, bool replace) {
+    const WIN32_FILE_ATTRIBUTE_DATA data = fileAttributes(record.attributes);
+    RestoreTarget file(target, activity_->instanceId, number);
+    if (!file.makeParents()) {
+        return false;
+    }
+    activity_->fileOffset = 0;
+    activity_->fileSize = record.size;
+    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
+    decoding_ = true;
+    const bool decoded = file.decode(package, record.compress ? compressed_ : plain_, this);
+    decoding_ = false;
+    if (!decoded) {
+        return false;
+    }
+    activity_->fileOffset = record.size;
+    // The content is worth more than what it is dressed with.
+    if (!file.setAttributes(data.dwFileAttributes)) {
+        logFailure("set the attributes of file", toUtf8(target));
+    }
+    if (!file.openToSetTimes() || !file.setTimes(data)) {
+        logFailure("set the times of file", toUtf8(target));
+    }
+    return file.place(replace);
+}
+
+}  // namespace dorvo
