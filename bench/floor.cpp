@@ -4,152 +4,26 @@
 // temporary file, reads it back in blocks, takes their MD5 and sends the same requests as the agent
 // over one socket. Nothing is recorded, resumed or reported. Prints files, bytes and seconds. JOB
 // is the job's id on the server: a second run under the same id is a run over an unchanged tree.
-#include <winsock2.h>
-#include <ws2tcpip.h>
-// winsock2.h stands before all others of Windows.
+#include "floor_client.h"
+// The header brings winsock2.h, which stands before all others of Windows.
 #include <openssl/evp.h>
 #include <rpc.h>
-#include <windows.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/json/src.hpp>
-#include <chrono>
-#include <cstdlib>
-#include <iostream>
-#include <stdexcept>
-#include <string>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+namespace dorvo::bench {
 namespace {
 
-namespace json = boost::json;
-constexpr std::size_t blockSize = 131072;
 constexpr std::size_t batchSize = 1000;
 
 struct Entry {
     std::wstring path;
     WIN32_FIND_DATAW data;
     bool folder() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
-};
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::runtime_error(what);
-}
-
-std::string utf8(const std::wstring& text) {
-    std::string out(text.size() * 3 + 1, '\0');
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
-                            static_cast<int>(out.size()), nullptr, nullptr);
-    out.resize(static_cast<std::size_t>(size));
-    return out;
-}
-
-std::wstring wide(const char* text) {
-    std::wstring out(std::string_view(text).size() + 1, L'\0');
-    const int size =
-        MultiByteToWideChar(CP_ACP, 0, text, -1, out.data(), static_cast<int>(out.size()));
-    out.resize(static_cast<std::size_t>(size - 1));
-    return out;
-}
-
-// One connection, one request at a time.
-class Client {
-public:
-    Client(const char* host, const char* port) : host_(host) {
-        addrinfo hints{};
-        hints.ai_socktype = SOCK_STREAM;
-        addrinfo* found = nullptr;
-        if (getaddrinfo(host, port, &hints, &found) != 0)
-            fail("no such host");
-        socket_ = socket(found->ai_family, found->ai_socktype, 0);
-        const bool connected =
-            connect(socket_, found->ai_addr, static_cast<int>(found->ai_addrlen)) == 0;
-        freeaddrinfo(found);
-        if (!connected)
-            fail("the server does not listen");
-        const BOOL on = TRUE;
-        setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on),
-                   sizeof on);
-    }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-    ~Client() { closesocket(socket_); }
-
-    std::string post(const std::string& path, const json::object& body) {
-        const std::string text = json::serialize(body);
-        return exchange(path, "application/json", text, {}, {});
-    }
-
-    void post(const std::string& path, const std::string& type, const std::string& prefix,
-              std::string_view data, const std::string& suffix) {
-        exchange(path, type, prefix, data, suffix);
-    }
-
-private:
-    std::string exchange(const std::string& path, const std::string& type,
-                         const std::string& prefix, std::string_view data,
-                         const std::string& suffix) {
-        const std::size_t length = prefix.size() + data.size() + suffix.size();
-        std::string head = "POST /dorvo/" + path + " HTTP/1.1\r\nHost: " + host_ +
-                           "\r\nContent-Type: " + type +
-                           "\r\nContent-Length: " + std::to_string(length) + "\r\n";
-        if (!cookie_.empty())
-            head += "Cookie: " + cookie_ + "\r\n";
-        head += "\r\n" + prefix;
-        std::array<WSABUF, 3> parts{buffer(head), buffer(data), buffer(suffix)};
-        DWORD sent = 0;
-        if (WSASend(socket_, parts.data(), 3, &sent, 0, nullptr, nullptr) != 0)
-            fail("send failed");
-        if (sent != head.size() + data.size() + suffix.size())
-            fail("short send");
-        return answer(path);
-    }
-
-    static WSABUF buffer(std::string_view text) {
-        return {static_cast<ULONG>(text.size()), const_cast<char*>(text.data())};
-    }
-
-    std::string answer(const std::string& path) {
-        std::string got;
-        std::size_t end;
-        while ((end = got.find("\r\n\r\n")) == std::string::npos)
-            receive(got);
-        const std::size_t length =
-            std::strtoul(header(got, end, "content-length").c_str(), nullptr, 10);
-        while (got.size() < end + 4 + length)
-            receive(got);
-        if (got.compare(9, 3, "200") != 0)
-            fail(path + ": " + got);
-        if (const std::string set = header(got, end, "set-cookie"); !set.empty())
-            cookie_ = set;
-        return got.substr(end + 4);
-    }
-
-    void receive(std::string& got) {
-        std::array<char, 65536> chunk;
-        const int size = recv(socket_, chunk.data(), static_cast<int>(chunk.size()), 0);
-        if (size <= 0)
-            fail("the server closed");
-        got.append(chunk.data(), static_cast<std::size_t>(size));
-    }
-
-    static std::string header(const std::string& head, std::size_t end, const std::string& name) {
-        for (std::size_t line = head.find("\r\n"); line < end; line = head.find("\r\n", line + 2)) {
-            const std::size_t colon = head.find(':', line);
-            if (colon < end && colon - line - 2 == name.size() &&
-                _strnicmp(head.data() + line + 2, name.data(), name.size()) == 0)
-                return head.substr(colon + 2, head.find("\r\n", colon) - colon - 2);
-        }
-        return {};
-    }
-
-    SOCKET socket_;
-    std::string host_, cookie_;
 };
 
 // Which level the next block of a file deserves: after one that did not shrink, ever more blocks
@@ -177,15 +51,11 @@ class Backup {
 public:
     Backup(Client& client, std::string job) : client_(client), job_(std::move(job)) {
         EVP_CIPHER_CTX_set_padding(cipher_, 1);
-        std::array<wchar_t, MAX_PATH> folder;
-        GetTempPathW(MAX_PATH, folder.data());
-        temporary_ = folder.data() + std::wstring(L"floor.package");
         instance_ = uuid();
     }
     Backup(const Backup&) = delete;
     Backup& operator=(const Backup&) = delete;
     ~Backup() {
-        DeleteFileW(temporary_.c_str());
         EVP_CIPHER_CTX_free(cipher_);
         EVP_MD_CTX_free(digest_);
     }
@@ -306,19 +176,10 @@ private:
         sendBlocks(path);
     }
 
-    static HANDLE open(const std::wstring& path, DWORD access, DWORD how) {
-        HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ, nullptr, how,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file == INVALID_HANDLE_VALUE)
-            fail("cannot open " + utf8(path));
-        return file;
-    }
-
     // Source to temporary file; gives the package's size.
     std::uint64_t encode(const std::wstring& path) {
-        static constexpr std::array<unsigned char, 16> key{1}, iv{2};
-        HANDLE in = open(path, GENERIC_READ, OPEN_EXISTING);
-        HANDLE out = open(temporary_, GENERIC_WRITE, CREATE_ALWAYS);
+        HANDLE in = openFile(path, GENERIC_READ, OPEN_EXISTING);
+        HANDLE out = openFile(temporary_.path(), GENERIC_WRITE, CREATE_ALWAYS);
         EVP_EncryptInit_ex(cipher_, EVP_aes_128_cbc(), nullptr, key.data(), iv.data());
         z_stream deflater{};
         deflateInit(&deflater, 6);
@@ -372,7 +233,7 @@ private:
     }
 
     void sendBlocks(const std::string& path) {
-        HANDLE package = open(temporary_, GENERIC_READ, OPEN_EXISTING);
+        HANDLE package = openFile(temporary_.path(), GENERIC_READ, OPEN_EXISTING);
         DWORD got = 0;
         for (int number = 1;
              ReadFile(package, block_.data(), static_cast<DWORD>(block_.size()), &got, nullptr) &&
@@ -381,7 +242,6 @@ private:
             sendBlock(path, number, got);
         }
         CloseHandle(package);
-        DeleteFileW(temporary_.c_str());
     }
 
     void sendBlock(const std::string& path, int number, std::size_t size) {
@@ -423,7 +283,7 @@ private:
 
     Client& client_;
     std::string job_, instance_;
-    std::wstring temporary_;
+    TemporaryFile temporary_;
     std::vector<Entry> batch_, toSend_;
     EVP_CIPHER_CTX* cipher_ = EVP_CIPHER_CTX_new();
     EVP_MD_CTX* digest_ = EVP_MD_CTX_new();
@@ -434,28 +294,18 @@ private:
 };
 
 }  // namespace
+}  // namespace dorvo::bench
 
 int main(int count, char** arguments) {
+    using namespace dorvo::bench;
     if (count != 7) {
         std::cerr << "usage: floor HOST PORT USER PASSWORD JOB DIR\n";
         return 2;
     }
-    WSADATA data;
-    if (WSAStartup(MAKEWORD(2, 2), &data) != 0)
-        return 1;
-    try {
-        const auto start = std::chrono::steady_clock::now();
-        Client client(arguments[1], arguments[2]);
-        client.post("WebServer/user/Login.php",
-                    {{"user", arguments[3]}, {"password", arguments[4]}, {"machine", "floor"}});
+    return runFloor(arguments, [&](Client& client) {
         Backup backup(client, arguments[5]);
-        backup.run(wide(arguments[6]));
-        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        std::cout << backup.files << " files, " << backup.bytes << " bytes, " << backup.sentFiles
-                  << " sent, " << seconds.count() << " s\n";
-    } catch (const std::exception& error) {
-        std::cerr << "floor: " << error.what() << '\n';
-        return 1;
-    }
-    return 0;
+        backup.run(wide(arguments[6], CP_ACP));
+        return std::to_string(backup.files) + " files, " + std::to_string(backup.bytes) +
+               " bytes, " + std::to_string(backup.sentFiles) + " sent";
+    });
 }

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
-"""./dev bench [CASE...]: a backup and an unchanged second run to a server on loopback.
+"""./dev bench [CASE...]: a backup, an unchanged second run and a restore, with a server on loopback.
 
 Each case is run by three subjects, one after the other, in the same session on the same files:
-  agent   agent.exe with job.dll under Wine, to storage-server
-  floor   bench/floor.cpp under the same Wine, to the same server: the same work, nothing around it
-  restic  native, to `rclone serve restic`
+  agent   agent.exe with job.dll under Wine, with storage-server
+  floor   bench/floor.cpp and floor_restore.cpp under the same Wine, with the same server: the same
+          work, nothing around it
+  restic  native, with `rclone serve restic`
 Runs are repeated, medians are shown. Every first run is a new job (a new repository for restic).
-The files are in the page cache for all of them.
+The files are in the page cache for all of them. A restore makes its folder anew; removing the
+former one is not timed.
 """
 
 import argparse
@@ -57,7 +59,7 @@ def small_files(count, size):
     return make
 
 
-# name: what it is, the tree's maker, whether the first run is of interest too
+# name: what it is, the tree's maker, whether the first run and a restore are of interest too
 CASES = {
     "a": ("500 MiB of noise in 100 MiB files", large_files, True),
     "b": ("a source tree (Boost headers)", source_tree, True),
@@ -87,13 +89,17 @@ class Agent:
         job = next(j["id"] for j in self.machine.listing("jobs") if j["name"] == f"bench{self.runs}")
         return self.machine.agent("start", job, seconds=LIMIT)
 
+    def restore(self, target):
+        return self.machine.agent("restore", "latest", "--to", windows_path(target), "--prefix", windows_path(self.tree),
+                                  seconds=LIMIT)
+
     def close(self):
         self.machine.close()
         self.server.stop()
 
 
 class Floor:
-    """The floor program; the job's id decides whether the server knows the files."""
+    """The floor programs; the job's id decides whether the server knows the files."""
 
     name = "floor"
 
@@ -109,11 +115,17 @@ class Floor:
         return self.second()
 
     def second(self):
+        return self._run("floor.exe", self.tree)
+
+    def restore(self, target):
+        return self._run("floor_restore.exe", self.tree, target)
+
+    def _run(self, program, *paths):
         host, port = self.server.address
-        run = Process(["wine", str(WINDOWS_BIN / "floor.exe"), host, str(port), USER, PASSWORD, self.job,
-                       windows_path(self.tree)], env=self.machine.environment, stdin="")
+        run = Process(["wine", str(WINDOWS_BIN / program), host, str(port), USER, PASSWORD, self.job,
+                       *map(windows_path, paths)], env=self.machine.environment, stdin="")
         if run.wait(LIMIT) != 0:
-            sys.exit(f"floor failed: {run.err}")
+            sys.exit(f"{program} failed: {run.err}")
         return run
 
     close = Agent.close
@@ -140,6 +152,9 @@ class Restic:
     def second(self):
         return self._restic("backup", "--quiet", str(self.tree))
 
+    def restore(self, target):
+        return self._restic("restore", "latest", "--quiet", "--target", str(target))
+
     def _restic(self, *arguments):
         run = Process(["restic", "-r", f"rest:http://127.0.0.1:{self.port}/{self.runs}", *arguments],
                       env=self.environment, stdin="")
@@ -163,21 +178,26 @@ def measure(case, options, folder):
         own = folder / kind.name
         own.mkdir()
         subject = kind(own, tree)
+        runs = {"backup": [], "unchanged": [], "restore": []}
         try:
-            firsts, seconds = [], []
             for run in range(options.runs):
                 if with_first or run == 0:
-                    firsts.append(subject.first())
-                seconds.append(subject.second())
-                print(f"bench: {case} {kind.name} run {run + 1}: {firsts[-1].seconds:.1f} s, "
-                      f"again {seconds[-1].seconds:.1f} s", file=sys.stderr)
+                    runs["backup"].append(subject.first())
+                runs["unchanged"].append(subject.second())
+                if with_first:
+                    shutil.rmtree(own / "restored", ignore_errors=True)
+                    runs["restore"].append(subject.restore(own / "restored"))
+                said = ", ".join(f"{name} {done[-1].seconds:.1f} s" for name, done in runs.items() if done)
+                print(f"bench: {case} {kind.name} run {run + 1}: {said}", file=sys.stderr)
+            restored = sum(len(names) for _, _, names in os.walk(own / "restored"))
+            if with_first and restored != len(sizes):
+                sys.exit(f"{kind.name} restored {restored} of {len(sizes)} files")
         finally:
             subject.close()
-        if with_first:
-            rows.append(("backup", kind.name, firsts))
-        rows.append(("unchanged", kind.name, seconds))
+        rows += [(name, kind.name, done) for name, done in runs.items() if with_first or name == "unchanged"]
         shutil.rmtree(own)
-    return sorted(rows, key=lambda r: r[0]), len(sizes), sum(sizes)
+    order = ("backup", "unchanged", "restore")
+    return sorted(rows, key=lambda r: order.index(r[0])), len(sizes), sum(sizes)
 
 
 def table(case, rows, files, size):
@@ -195,7 +215,7 @@ def table(case, rows, files, size):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="dev bench", description="Measures backups beside two references.")
+    parser = argparse.ArgumentParser(prog="dev bench", description="Measures backups and restores beside two references.")
     parser.add_argument("cases", nargs="*", metavar="CASE", help="; ".join(f"{k}: {v[0]}" for k, v in CASES.items()))
     parser.add_argument("--runs", type=int, default=5, help="runs of each, medians are shown (5)")
     parser.add_argument("--scale", type=float, default=1.0, help="shrinks the trees, for a quick look (1.0)")
