@@ -1,11 +1,7 @@
 #include "job/source/jobactsrcgenerator.h"
 
-#include <new>
-
-#include "base/error_text.h"
 #include "base/local_time.h"
-#include "base/log.h"
-#include "base/text.h"
+#include "job/activity/sourcelistfile.h"
 #include "job/source/volumemap.h"
 
 namespace dorvo {
@@ -31,49 +27,19 @@ std::wstring recordedSource(const std::wstring& source, const std::wstring& volu
                                                          : source;
 }
 
-void logWriteFailure(const std::wstring& path, DWORD error) {
-    log(LogLevel::error, "Failed to write job activity source '%s', errorcode=%d, %s.\n",
-        toUtf8(path).c_str(), error, errorText(error).c_str());
-}
-
 }  // namespace
 
 JobActivitySourceGenerator::JobActivitySourceGenerator(Options options)
     : options_(std::move(options)) {}
 
 bool JobActivitySourceGenerator::generate(const std::wstring& path, const VolumeMap& volumes) {
-    const std::wstring partial = path + L".part";
-    if (!writer_.open(partial, false)) {
-        return false;
-    }
     error_ = ERROR_SUCCESS;
-    try {
-        if (write(volumes)) {
-            flush(partial);
-        }
-    } catch (const std::bad_alloc&) {
-        fail(ERROR_NOT_ENOUGH_MEMORY);
-    } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to generate job activity source '%s', %s.\n",
-            toUtf8(path).c_str(), error.what());
-        fail(ERROR_INVALID_DATA);
-    }
-    if (writer_.error() != ERROR_SUCCESS) {
-        logWriteFailure(partial, writer_.error());
-    }
-    writer_.close();
-    if (error_ == ERROR_SUCCESS &&
-        MoveFileExW(longPath(partial).c_str(), longPath(path).c_str(),
-                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
-        fail(GetLastError());
-        logWriteFailure(path, error_);
-    }
-    if (error_ != ERROR_SUCCESS) {
-        DeleteFileW(longPath(partial).c_str());
+    return writeSourceListFile(path, [&](JobHistorySourceWriter& writer) {
+        writer_ = &writer;
+        const bool written = write(volumes);
         SetLastError(error_);
-        return false;
-    }
-    return true;
+        return written;
+    });
 }
 
 bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
@@ -91,33 +57,17 @@ bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
     rules.stopped = [this] {
         return error_ != ERROR_SUCCESS || (++sincePoll_ >= pollEntries && interrupted());
     };
-    if (!writer_.startSet()) {
-        return fail(GetLastError());
-    }
     for (const auto& [path, volume] : volumes) {
         if (!writeVolume(*volume, rules)) {
             return false;
         }
-    }
-    return writer_.endSet() || fail(GetLastError());
-}
-
-// Brings the list onto the disk.
-bool JobActivitySourceGenerator::flush(const std::wstring& partial) {
-    if (!writer_.flush()) {
-        return fail(GetLastError());
-    }
-    if (FlushFileBuffers(writer_.handle()) == 0) {
-        fail(GetLastError());
-        logWriteFailure(partial, error_);
-        return false;
     }
     return true;
 }
 
 bool JobActivitySourceGenerator::writeVolume(const JobVolume& volume,
                                              const SourceWalk::Rules& rules) {
-    if (!writer_.addVolume(volume.path)) {
+    if (!writer_->addVolume(volume.path)) {
         return fail(GetLastError());
     }
     SourceWalk walk(*this, rules);
@@ -190,7 +140,7 @@ bool JobActivitySourceGenerator::askCheck(std::vector<bool>& send) {
 }
 
 bool JobActivitySourceGenerator::writeEntry(const Entry& entry) {
-    if (!writer_.addEntry(entry.path, entry.data, ++itemNumber_)) {
+    if (!writer_->addEntry(entry.path, entry.data, ++itemNumber_)) {
         return false;
     }
     if (isDirectory(entry.data)) {

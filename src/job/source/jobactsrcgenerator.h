@@ -61,7 +61,6 @@ private:
 
     void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override;
     bool write(const VolumeMap& volumes);
-    bool flush(const std::wstring& partial);
     bool writeVolume(const JobVolume& volume, const SourceWalk::Rules& rules);
     bool writeBatch();
     bool askCheck(std::vector<bool>& send);
@@ -70,7 +69,7 @@ private:
     bool fail(DWORD error);
 
     Options options_;
-    JobHistorySourceWriter writer_;
+    JobHistorySourceWriter* writer_ = nullptr;  // borrowed while the list is written
     std::wstring walked_;  // the source under way as it is walked, and as it is recorded
     std::wstring source_;
     std::vector<Entry> batch_;
