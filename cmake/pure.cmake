@@ -13,6 +13,7 @@ set(pure_sources
     libs/json_spirit/value.cpp
     libs/json_spirit/writer.cpp
     src/base/job_state.cpp
+    src/base/key_error.cpp
     src/base/md5.cpp
     src/http_util/http_chunked_decoder.cpp
     src/http_util/http_location.cpp
@@ -20,8 +21,13 @@ set(pure_sources
     src/job/activity/sourcerecord.cpp
     src/job/job_states.cpp
     src/job/joberror.cpp
+    src/job/restorepath.cpp
     src/scheduler/timer_heap.cpp
+    src/settings/encodedtext.cpp
+    src/settings/recoveryfile.cpp
     src/storage/block_form.cpp
+    src/storage/local/localinstancedocument.cpp
+    src/storage/local/localrecord.cpp
     src/storage/request_bodies.cpp
     src/storage/restore_bodies.cpp)
 set(pure_tests
@@ -35,14 +41,19 @@ set(pure_tests
     src/job/activity/jobactivity_test.cpp
     src/job/activity/sourcerecord_test.cpp
     src/job/job_states_test.cpp
+    src/job/restorepath_test.cpp
     src/scheduler/timer_heap_test.cpp
+    src/settings/recoveryfile_test.cpp
     src/storage/block_form_test.cpp
-    src/storage/request_bodies_test.cpp)
+    src/storage/local/localinstancedocument_test.cpp
+    src/storage/local/localrecord_test.cpp
+    src/storage/request_bodies_test.cpp
+    src/storage/restore_bodies_test.cpp)
 
 list(TRANSFORM pure_sources PREPEND ${CMAKE_SOURCE_DIR}/)
 list(TRANSFORM pure_tests PREPEND ${CMAKE_SOURCE_DIR}/)
 add_library(dorvo_pure STATIC ${pure_sources})
-target_link_libraries(dorvo_pure PUBLIC dorvo_flags)
+target_link_libraries(dorvo_pure PUBLIC dorvo_flags OpenSSL::Crypto)
 add_executable(pure_test ${pure_tests})
 target_link_libraries(pure_test PRIVATE dorvo_pure dorvo_test_support)
 add_test(NAME pure COMMAND pure_test)

@@ -31,7 +31,7 @@ public:
         const interrupter* stop = nullptr;  // borrowed, asked between pages; may be null
         // Told of what the restore would lack: a wanted source that the backup does not hold
         // (ERROR_FILE_NOT_FOUND), an item that no record can hold (206). On the calling thread.
-        std::function<void(const std::wstring& path, DWORD error)> failedItem;
+        std::function<void(const std::wstring& path, DWORD error)> failedItem = {};
     };
 
     explicit RestoreListGenerator(Options options) : options_(std::move(options)) {}
@@ -46,10 +46,10 @@ public:
     const SourceCalculator& totals() const { return *this; }
 
 private:
-    bool write(JobHistorySourceWriter& writer, const std::vector<std::wstring>& sources);
     bool writeSource(JobHistorySourceWriter& writer, const std::wstring& source);
     bool writePage(JobHistorySourceWriter& writer, const std::wstring& source,
                    const RestoreCatalog::Page& page);
+    bool nextPage(const std::wstring& source, RestoreCatalog::Page& page) const;
     void reportFailed(const std::wstring& path, DWORD error) const;
 
     Options options_;

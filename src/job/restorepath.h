@@ -32,11 +32,11 @@ enum class RestorePathFault {
 };
 
 struct RestorePathRequest {
-    std::wstring_view original;  // as the service gave it
-    std::wstring_view
-        prefix;              // what the location stands for, no backslash at its end; may be empty
-    std::wstring_view root;  // the chosen folder; empty: the original place
-    std::wstring_view target;  // where the item would go, before any suffix
+    std::wstring_view original = {};  // as the service gave it
+    // What the location stands for, without a backslash at its end; may be empty.
+    std::wstring_view prefix = {};
+    std::wstring_view root = {};    // the chosen folder; empty: the original place
+    std::wstring_view target = {};  // where the item would go, before any suffix
     bool directory = false;
     // How names are compared; null takes A to Z for a to z and nothing else.
     bool (*sameName)(std::wstring_view a, std::wstring_view b) = nullptr;

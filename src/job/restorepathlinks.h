@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -10,17 +11,23 @@
 
 namespace dorvo {
 
+// What the disk says of a folder.
+struct RestoreFolder {
+    uint32_t error = 0;  // why it could not be looked at, else 0
+    uint32_t attributes = 0;
+    uint32_t reparseTag = 0;  // 0 when it has none or the system tells none
+};
+RestoreFolder lookAtFolder(const std::wstring& path);
+
 // checkRestorePath() with names compared as Windows does, then findRestoreLink().
 RestorePathFault judgeRestorePath(RestorePathRequest request);
 
 // Looks at each folder above the target that exists, from below the root on (empty: from below the
 // drive or the share). `link` for one that stands for another place, a mounted volume included;
-// `unknownParent` for one that cannot be looked at, with the last error. The target itself is not
-// looked at: replacing it replaces a link, not what it leads to.
-RestorePathFault findRestoreLink(std::wstring_view target, std::wstring_view root);
-
-// True for the reparse tags that stand for another place. Files that a cloud provider keeps have
-// tags too, and are at home where they are. 0, which no real one has, is taken for a link.
-bool leadsElsewhere(uint32_t tag);
+// `unknownParent` for one that cannot be looked at. The target itself is not looked at: replacing
+// it replaces a link, not what it leads to. The function is for tests to replace.
+RestorePathFault findRestoreLink(
+    std::wstring_view target, std::wstring_view root,
+    const std::function<RestoreFolder(const std::wstring&)>& look = lookAtFolder);
 
 }  // namespace dorvo

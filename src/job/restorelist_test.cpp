@@ -1,0 +1,167 @@
+#include "job/restorelist.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "job/activity/jobactsrcreader.h"
+#include "job/activity/sourcerecord.h"
+#include "support/log_capture.h"
+#include "support/temporary_folder.h"
+
+namespace dorvo {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+using Item = RestoreCatalog::Item;
+
+Item file(const std::wstring& path, DWORD size = 0) {
+    return {path, {FILE_ATTRIBUTE_ARCHIVE, {}, {}, {5, 6}, 0, size}};
+}
+Item folder(const std::wstring& path) {
+    return {path, {FILE_ATTRIBUTE_DIRECTORY, {}, {}, {}, 0, 0}};
+}
+
+// Answers with the pages that a test has laid out, by source and `after`.
+class FakeCatalog : public RestoreCatalog {
+public:
+    bool list(const std::wstring& path, const std::string& after, Page& page) override {
+        asked.push_back(path);
+        if (asked.size() == failsAt) {
+            SetLastError(ERROR_NETNAME_DELETED);
+            return false;
+        }
+        page = pages[{path, after}];
+        return true;
+    }
+
+    std::map<std::pair<std::wstring, std::string>, Page> pages;
+    std::vector<std::wstring> asked;
+    size_t failsAt = 0;
+};
+
+class RestoreList : public testing::Test {
+protected:
+    bool generate(const std::vector<std::wstring>& sources) {
+        return generator_.generate(list_, sources);
+    }
+    // The list's records as "TAG" and "TAG number path".
+    std::vector<std::wstring> records() const {
+        std::vector<std::wstring> all;
+        JobActivitySourceReader reader;
+        if (GetFileAttributesW(list_.c_str()) == INVALID_FILE_ATTRIBUTES ||
+            !reader.open(list_, 0)) {
+            return all;
+        }
+        while (const uint32_t tag = reader.next()) {
+            std::wstring text = tag == tagSetStart ? L"S" : tag == tagSetEnd ? L"E" : L"?";
+            std::wstring name;
+            WIN32_FILE_ATTRIBUTE_DATA data{};
+            uint64_t number = 0;
+            if (reader.entry(name, data, number)) {
+                text =
+                    (tag == tagDirectory ? L"D " : L"F ") + std::to_wstring(number) + L" " + name;
+            }
+            all.push_back(text);
+        }
+        return all;
+    }
+
+    FakeCatalog catalog_;
+    std::vector<std::pair<std::wstring, DWORD>> failed_;
+    RestoreListGenerator generator_{
+        {.catalog = &catalog_, .failedItem = [this](const std::wstring& path, DWORD error) {
+             failed_.emplace_back(path, error);
+         }}};
+    test::TemporaryFolder ground_{L"dorvo_restorelist"};
+    const std::wstring list_ = ground_.path() + L"\\src";
+};
+
+TEST_F(RestoreList, ListsAllThatTheBackupHoldsPageByPage) {
+    catalog_.pages[{L"", ""}] = {{folder(L"C:\\a"), file(L"C:\\a\\x", 5)}, "1"};
+    catalog_.pages[{L"", "1"}] = {{}, "2"};
+    catalog_.pages[{L"", "2"}] = {{file(L"C:\\b", 7)}, ""};
+    ASSERT_TRUE(generate({}));
+    EXPECT_THAT(records(), ElementsAre(L"S", L"D 1 C:\\a", L"F 2 C:\\a\\x", L"F 3 C:\\b", L"E"));
+    EXPECT_EQ(generator_.totals().directoryCount(), 1u);
+    EXPECT_EQ(generator_.totals().fileCount(), 2u);
+    EXPECT_EQ(generator_.totals().fileSize(), 12u);
+    EXPECT_THAT(failed_, IsEmpty());
+}
+
+TEST_F(RestoreList, AsksForEverySourceOnceAndReportsWhatIsNotHeld) {
+    catalog_.pages[{L"C:\\a", ""}] = {{folder(L"C:\\a"), file(L"C:\\a\\x")}, ""};
+    catalog_.pages[{L"C:\\ab", ""}] = {{file(L"C:\\ab")}, ""};
+    catalog_.pages[{L"D:", ""}] = {{folder(L"D:"), file(L"D:\\y")}, ""};
+    ASSERT_TRUE(generate(
+        {L"C:\\a\\x", L"C:\\ab", L"C:\\a\\", L"D:\\", L"D:\\deep\\down", L"C:\\no", L"C:\\a"}));
+    EXPECT_THAT(catalog_.asked, ElementsAre(L"C:\\ab", L"C:\\a", L"D:", L"C:\\no"));
+    EXPECT_THAT(records(), ElementsAre(L"S", L"F 1 C:\\ab", L"D 2 C:\\a", L"F 3 C:\\a\\x",
+                                       L"D 4 D:", L"F 5 D:\\y", L"E"));
+    EXPECT_THAT(failed_, ElementsAre(Pair(L"C:\\no", DWORD{ERROR_FILE_NOT_FOUND})));
+}
+
+TEST_F(RestoreList, ReportsAnItemThatNoRecordHolds) {
+    const std::wstring tooLong = L"C:\\" + std::wstring(longestEntryName, L'n');
+    catalog_.pages[{L"", ""}] = {{file(tooLong, 9), file(L"C:\\x")}, ""};
+    ASSERT_TRUE(generate({}));
+    EXPECT_THAT(records(), ElementsAre(L"S", L"F 1 C:\\x", L"E"));
+    EXPECT_THAT(failed_, ElementsAre(Pair(tooLong, DWORD{ERROR_FILENAME_EXCED_RANGE})));
+    EXPECT_EQ(generator_.totals().fileSize(), 0u);
+}
+
+TEST_F(RestoreList, TrustsNoCatalogThatAnswersWrong) {
+    test::LogCapture log;
+    const auto page = [&](const char* after, const char* next) {
+        catalog_.pages[{L"C:\\a", after}] = {{file(L"C:\\a\\x")}, next};
+    };
+    page("", "1");
+    page("1", "1");
+    EXPECT_FALSE(generate({L"C:\\a"}));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+
+    page("1", "2");
+    page("2", "3");
+    page("3", "4");
+    page("4", "2");
+    EXPECT_FALSE(generate({L"C:\\a"}));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+
+    catalog_.pages[{L"C:\\a", ""}] = {{file(L"C:\\ab")}, ""};
+    EXPECT_FALSE(generate({L"C:\\a"}));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_THAT(records(), IsEmpty());
+}
+
+TEST_F(RestoreList, LeavesNothingOfAListThatWasBrokenOff) {
+    catalog_.pages[{L"", ""}] = {{file(L"C:\\x")}, "1"};
+    catalog_.failsAt = 2;
+    EXPECT_FALSE(generate({}));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NETNAME_DELETED});
+
+    // Says stop when the first page has come.
+    class AfterAPage : public interrupter {
+    public:
+        explicit AfterAPage(const FakeCatalog& catalog) : catalog_(catalog) {}
+        bool interrupted() const override { return !catalog_.asked.empty(); }
+
+    private:
+        const FakeCatalog& catalog_;
+    };
+    catalog_.asked.clear();
+    const AfterAPage stop(catalog_);
+    EXPECT_FALSE(RestoreListGenerator({.catalog = &catalog_, .stop = &stop}).generate(list_, {}));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_EQ(catalog_.asked.size(), 1u);
+
+    for (const wchar_t* name : {L"", L".part"}) {
+        EXPECT_EQ(GetFileAttributesW((list_ + name).c_str()), INVALID_FILE_ATTRIBUTES);
+    }
+}
+
+}  // namespace
+}  // namespace dorvo
