@@ -6,22 +6,26 @@
 // belongs to the item whose number is on record, and to a package of the size on record. The
 // record is written on the job's worker thread only; the stop signal comes from others.
 //
-// A package stays where it was received when its item fails or the run stops; recordError() deletes
-// that of the current item.
+// A package stays in the temporary folder while its item may be tried again: the job empties that
+// folder only before a new run. recordError() deletes what came of the current item.
 #pragma once
 
 #include <windows.h>
 
 #include <array>
+#include <functional>
 #include <string>
 
-#include "http_util/web_server_invoker.h"
+#include "base/handle.h"
 #include "job/activity/jobactivity.h"
 #include "job/source/restoretransformation.h"
 #include "storage/faileditems.h"
 #include "storage/patient_interrupter.h"
 #include "storage/restore_bodies.h"
 #include "storage/restorestorage.h"
+#include "storage/web_exchange.h"
+#include "storage/web_restore_requests.h"
+#include "storage/web_session.h"
 
 namespace dorvo {
 
@@ -34,7 +38,7 @@ public:
         std::string jobDefinitionId;  // of the backup job
         std::string jobInstanceId;    // of the backup job's run
         std::string user;
-        std::string cookie;  // empty: start() fails like a refused session
+        std::string cookie;  // empty: the one that the user has in the store
         std::string host;
         uint16_t port = 0;
         std::array<uint8_t, 16> key{};
@@ -56,14 +60,48 @@ public:
     bool end(const json_spirit::Object& history) override;
 
 private:
-    struct Item;
+    struct File;
+    using Download = Command_To_Server<Download_Data_Request, Response_T<Download_Data_Type>>;
+
+    bool aimAtServer();
+    Exchanged exchange(HTTP_Command& command);
+    bool submit(HTTP_Command& command, const char* broken, const char* refused);
+    // False without a word in the log.
+    bool get_file_info(const StoredPath& path, bool directory, StoredItem& item);
+
+    bool valid(const wchar_t* original, const wchar_t* target) const;
+    bool dressDirectory(const std::string& name, const std::wstring& target,
+                        const std::string& place);
+
+    bool restore(File& file, bool replace);
+    bool makeParents(File& file) const;
+    bool askForFile(File& file);
+    bool receive(const File& file);
+    FileHandle openPackage(const File& file) const;
+    void seekToOffset(HANDLE package);
+    bool downloadBlocks(const File& file, HANDLE package);
+    bool download_block(const File& file, HANDLE package, uint64_t offset);
+    bool decode(File& file);
+    bool dress(File& file) const;
+    bool place(File& file, bool replace) const;
+    void claim(uint32_t number);
+    void claimPackage(uint64_t size);
+
+    // True when the job must stop: the last error is then 1223. `words` take the name and, where
+    // they tell it, the offset.
+    bool stopped(const char* words, const std::string& name) const;
+    // What a failed step leaves behind. While the job must stop it counts as cancelled, whatever
+    // its error is; otherwise `logFailure` gets the error's code. Always false.
+    bool stepFailed(const char* cancelled, const std::string& name,
+                    const std::function<void(int)>& logFailure) const;
 
     Run run_;
     JobActivity* activity_;   // borrowed
     std::string backupId_;    // the run that is restored; empty when its id is none
     std::string restoreId_;   // the service's name for this restore; empty before start()
     std::wstring temporary_;  // the folder of the packages
-    Web_Server_Invoker invoker_;
+    Web_Session session_;
+    Download download_{"Download Data"};  // keeps its memory from block to block
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
 };
