@@ -24,6 +24,7 @@ WebInstance listed(const LocalInstanceDocument& document, const std::string& mac
     instance.totalDirectories = document.directories;
     instance.totalSize = document.size;
     instance.errors = document.errors;
+    instance.user = document.user;
     return instance;
 }
 
