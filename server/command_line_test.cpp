@@ -8,48 +8,42 @@ namespace dorvo {
 
 namespace {
 
-CommandLine parse(std::vector<const char*> arguments) {
-    arguments.insert(arguments.begin(), "storage-server");
-    return parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+using Words = std::vector<const char*>;
+
+CommandLine parse(Words words) {
+    words.insert(words.begin(), "storage-server");
+    return parseCommandLine(static_cast<int>(words.size()), words.data());
 }
 
 TEST(CommandLine, ServesOrAddsAUser) {
     const CommandLine serve =
         parse({"--listen", "[::1]:0", "--data", "d", "--session-lifetime", "5"});
     EXPECT_EQ(serve.verb, CommandLine::Verb::serve);
-    EXPECT_EQ(serve.options.address, "::1");
+    EXPECT_EQ(serve.options.address + serve.options.data.string(), "::1d");
     EXPECT_EQ(serve.options.port, 0);
-    EXPECT_EQ(serve.options.data, "d");
     EXPECT_EQ(serve.options.sessionLifetime, 5);
-
-    for (const auto& arguments : {std::vector<const char*>{"user", "add", "eve", "--data", "d"},
-                                  std::vector<const char*>{"--data", "d", "user", "add", "eve"}}) {
-        const CommandLine add = parse(arguments);
+    for (const Words& words :
+         {Words{"user", "add", "eve", "--data", "d"}, Words{"--data", "d", "user", "add", "eve"}}) {
+        const CommandLine add = parse(words);
         EXPECT_EQ(add.verb, CommandLine::Verb::addUser);
-        EXPECT_EQ(add.user, "eve");
-        EXPECT_EQ(add.options.data, "d");
+        EXPECT_EQ(add.user + add.options.data.string(), "eved");
     }
     EXPECT_EQ(parse({}).options.port, 8080);
     EXPECT_EQ(parse({"--help"}).verb, CommandLine::Verb::help);
 }
 
 TEST(CommandLine, WrongUsageIsOneSentence) {
-    for (const auto& arguments :
-         {std::vector<const char*>{"--bogus"}, std::vector<const char*>{"--listen"},
-          std::vector<const char*>{"--listen", "8080"}, std::vector<const char*>{"--listen", ":80"},
-          std::vector<const char*>{"--listen", "::1"},
-          std::vector<const char*>{"--listen", "a:65536"},
-          std::vector<const char*>{"--listen", "a:80x"}, std::vector<const char*>{"serve"},
-          std::vector<const char*>{"user"}, std::vector<const char*>{"user", "add"},
-          std::vector<const char*>{"user", "add", "a", "b"},
-          std::vector<const char*>{"--session-lifetime", "0"}}) {
+    for (const Words& words :
+         {Words{"--bogus"}, Words{"--listen"}, Words{"--listen", "8080"}, Words{"--listen", ":80"},
+          Words{"--listen", "::1"}, Words{"--listen", "a:65536"}, Words{"--listen", "a:80x"},
+          Words{"serve"}, Words{"user"}, Words{"user", "add"}, Words{"user", "add", "a", "b"},
+          Words{"--session-lifetime", "0"}}) {
         try {
-            parse(arguments);
-            ADD_FAILURE() << arguments.back();
+            parse(words);
+            ADD_FAILURE() << words.back();
         } catch (const std::exception& error) {
             const std::string text = error.what();
-            EXPECT_FALSE(text.empty());
-            EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+            EXPECT_TRUE(!text.empty() && text.find('\n') == std::string::npos) << text;
         }
     }
 }

@@ -20,12 +20,12 @@ protected:
     }
 
     Answer block(const std::string& instance, const std::string& folder, const std::string& name,
-                 const json::value& index) {
+                 const std::string& index) {
         return ask(downloadPath, file(instance, folder, name, index));
     }
 
     static json::object file(const std::string& instance, const std::string& folder,
-                             const std::string& name, const json::value& index = "1") {
+                             const std::string& name, const std::string& index = "1") {
         return {{"machine", "pc"},
                 {"jobinstanceid", instance},
                 {"path", folder},
@@ -78,7 +78,7 @@ TEST_F(Restores, GiveBackWhatWasStoredBlockByBlock) {
             EXPECT_TRUE(info.at("compress").as_bool());
             std::string bytes;
             for (int64_t k = 1; k <= blocks + 1; ++k) {
-                const Answer answer = block(instance, "C:", name, json::value(std::to_string(k)));
+                const Answer answer = block(instance, "C:", name, std::to_string(k));
                 ASSERT_EQ(answer.status, 200) << name << " " << k;
                 EXPECT_EQ(answer.header("Content-Type"), "application/octet-stream");
                 EXPECT_EQ(answer.body.substr(0, 32), md5Text(answer.body.substr(32)));
@@ -86,8 +86,7 @@ TEST_F(Restores, GiveBackWhatWasStoredBlockByBlock) {
                 bytes += answer.body.substr(32);
             }
             EXPECT_EQ(bytes, pattern(static_cast<size_t>(sizes[i]), 7U + unsigned(i))) << name;
-            EXPECT_EQ(block(instance, "C:", name, json::value(std::to_string(blocks + 2))).status,
-                      404);
+            EXPECT_EQ(block(instance, "C:", name, std::to_string(blocks + 2)).status, 404);
         }
     }
 }
@@ -96,12 +95,10 @@ TEST_F(Restores, AskForAFileByFolderAndName) {
     offer("i1", {{"C:\\dir\\a"}, {"C:\\\u00e4"}, {"\\\\host\\share\\a"}});
     start("i1");
     json::object info = json::parse(fileInfo("i1", "C:\\dir\\a", 0)).as_object();
-    int64_t number = 0xFFFFFFF0;
+    int64_t number = 0xFFFFFFEF;  // all but the bit of a folder
     for (auto& attribute : info["attri"].as_object()) {
-        attribute.value() = number;  // the first lacks the bit of a folder
-        number = number == 0xFFFFFFF0 ? 1 : number + 1;
+        attribute.value() = number--;
     }
-    info["attri"].as_object()["dwFileAttributes"] = 0xFFFFFFEF;
     ASSERT_EQ(ask(uploadFilePath, info).status, 200);
     put("i1", "C:\\\u00e4", "a");
     put("i1", "\\\\host\\share\\a", "a");
@@ -134,7 +131,9 @@ TEST_F(Restores, AskForAFileByFolderAndName) {
                         {"..\\..\\..", "catalog.db", 404},
                         {"../../../../etc", "passwd", 404},
                         {"", "/etc/passwd", 404},
-                        {"C:", "", 400}};
+                        {"C:\\dir", "a\\..\\a", 404}};
+    EXPECT_EQ(ask(fileInfoPath, file("i1", "C:", "dir"), laptop).status, 200);
+    EXPECT_EQ(ask(fileInfoPath, file("i1", "C:", "dir"), bob).status, 403);
     for (const Row& row : rows) {
         const json::object request = file("i1", row.folder, row.name);
         EXPECT_EQ(ask(fileInfoPath, request).status, row.status) << request;
@@ -153,57 +152,8 @@ TEST_F(Restores, CountBlocksFromOneInDecimal) {
          {std::string("3"), std::string("4294967297"), std::string("9223372036854775808"),
           std::string("18446744073709551615"), std::string("18446744073709551617"),
           std::string(255, '9')}) {
-        EXPECT_EQ(block("i1", "", "a", json::value(none)).status, 404) << none;
+        EXPECT_EQ(block("i1", "", "a", none).status, 404) << none;
     }
-    for (const json::value& wrong :
-         {json::value(""), json::value("0"), json::value("-1"), json::value("+1"),
-          json::value(" 1"), json::value("1 "), json::value("0x1"), json::value("1.0"),
-          json::value(1), json::value(std::string(256, '1')),
-          json::value(json::string_view("1\0", 2))}) {
-        EXPECT_EQ(block("i1", "", "a", wrong).status, 400) << wrong;
-    }
-}
-
-TEST_F(Restores, ReadOnlyTheUsersOwnCompletedBackups) {
-    backup("i1", {{"a"}});
-    offer("pending", {{"a"}});
-    start("running");
-    offer("cancelled", {{"a"}});
-    cancel("cancelled");
-    offer("bobs", {{"a"}}, "job", bob);
-    const std::string before = everything();
-    struct Row {
-        std::string cookie;
-        const char* machine;
-        const char* instance;
-        int status;
-    };
-    const Row rows[] = {
-        {alice, "pc", "unknown", 404}, {alice, "pc", "bobs", 403},
-        {bob, "pc", "i1", 403},        {alice, "pc", "pending", 409},
-        {alice, "pc", "running", 409}, {alice, "pc", "cancelled", 409},
-        {alice, "laptop", "i1", 404},  {alice, "PC", "i1", 404},
-        {laptop, "laptop", "i1", 404}, {alice, "", "i1", 400},
-        {alice, "pc", "", 400},        {laptop, "pc", "i1", 200},
-    };
-    for (const Row& row : rows) {
-        json::object request = page("", "", 1);
-        for (const auto& [key, value] : file(row.instance, "", "a")) {
-            if (key != "path") {
-                request[key] = value;
-            }
-        }
-        request["machine"] = row.machine;
-        for (const auto path : {fileInfoPath, downloadPath, listFilesPath}) {
-            EXPECT_EQ(ask(path, request, row.cookie).status, row.status)
-                << path << " " << row.machine << " " << row.instance;
-        }
-        if (row.status != 200 && row.machine == std::string("pc")) {
-            const json::object begin{{"jobdefinitionid", "r"}, {"jobinstanceid", row.instance}};
-            EXPECT_EQ(ask(startRestorePath, begin, row.cookie).status, row.status) << row.instance;
-        }
-    }
-    EXPECT_EQ(everything(), before);
 }
 
 TEST_F(Restores, ListASubtreePageByPage) {
@@ -248,12 +198,6 @@ TEST_F(Restores, ListASubtreePageByPage) {
                          [&](const auto& path) { return path > after; });
             ASSERT_EQ(paths(list(page(root, after, 100))), behind) << root << " after " << after;
         }
-    }
-    for (const json::value& wrong : {json::value(0), json::value(-1), json::value("1"),
-                                     json::value(1.5), json::value(UINT64_MAX)}) {
-        json::object request = page("", "", 1);
-        request["limit"] = wrong;
-        EXPECT_EQ(ask(listFilesPath, request).status, 400) << wrong;
     }
 }
 
@@ -351,19 +295,13 @@ TEST_F(Restores, UsersHaveOneSetOfKeys) {
     const auto held = [&](const std::string& cookie) {
         return json::value_to<std::string>(ask(getKeysPath, {}, cookie).json().at("md5"));
     };
-    const auto give = [&](const json::value& md5) {
+    const auto give = [&](const std::string& md5) {
         return ask(exportKeysPath, {{"md5", md5}}).status;
     };
     EXPECT_EQ(held(alice), "");
-    for (const json::value& wrong :
-         {json::value(""), json::value(first.substr(1)), json::value(first + "0"),
-          json::value(std::string(32, 'A')), json::value(std::string(32, 'g')), json::value(1)}) {
-        EXPECT_EQ(give(wrong), 400) << wrong;
-    }
-    EXPECT_EQ(held(alice), "");
-    EXPECT_EQ(give(json::value(first)), 200);
-    EXPECT_EQ(give(json::value(first)), 200);
-    EXPECT_EQ(give(json::value(md5Text("second"))), 409);
+    EXPECT_EQ(give(first), 200);
+    EXPECT_EQ(give(first), 200);
+    EXPECT_EQ(give(md5Text("second")), 409);
     restart();
     EXPECT_EQ(held(alice) + held(laptop), first + first);
     EXPECT_EQ(held(bob), "");
