@@ -1,10 +1,9 @@
 """The agent dies at the worst moments; "agent resume" goes on with the same run each time."""
 
-import time
 import unittest
 
 import proxy
-from system import BLOCK, System, SystemTest, make_tree, noise, write
+from system import BLOCK, System, SystemTest, make_tree, noise, until, write
 from machine import windows_path
 
 # Where the agent is killed: the endpoint, before or after the server has seen the request, and the
@@ -17,22 +16,12 @@ KILLS = (("FilesToBackup", proxy.HOLD_REQUEST, 1), ("FilesToBackup", proxy.HOLD_
 
 
 class CrashTest(SystemTest):
-    def kill_at(self, system, run, endpoint, action, nth):
-        """The fault is in place before the run reaches it: run is a function that starts it."""
-        fault = system.proxy.add(endpoint, action, nth=nth)
-        child = run()
-        self.assertTrue(fault.reached.wait(120), f"{endpoint} {nth} never came\n{child.out}{child.err}")
-        self.assertFalse(child.ended)
-        child.kill()
-        fault.abandon()
-        system.proxy.clear()
-
     def test_killed_at_every_stage_of_one_run(self):
         system = System(self, "crash")
         make_tree(system.tree)
         job, instances = None, set()
         for kill in KILLS:
-            self.kill_at(system, (lambda: system.machine.start("resume", job)) if job else system.start_backup, *kill)
+            system.kill_at((lambda: system.machine.start("resume", job)) if job else system.start_backup, *kill)
             job = job or system.job()
             instances |= {r.instance for r in system.proxy.requests("StartJob")}
         system.machine.agent("resume", job)
@@ -46,24 +35,19 @@ class CrashTest(SystemTest):
         write(large, noise(200 * 2**20, 1))
         run = system.start_backup()
         # The only file: its package grows while no information of it was sent.
-        deadline = time.monotonic() + 120
-        while not self.packages(system):
-            self.assertLess(time.monotonic(), deadline, run.out + run.err)
+        until(system.packages, run)
         run.kill()
         self.assertEqual([r.source for r in system.proxy.requests("uploadfile") if r.source == windows_path(large)], [])
         job = system.job()
         system.machine.agent("resume", job)
         self.assertBackedUp(system)
-        self.assertEqual(self.packages(system), [])
-
-    def packages(self, system):
-        return [p for p in (system.machine.data / "job").glob("*/tmp/*") if p.is_file() and p.stat().st_size]
+        self.assertEqual(system.packages(), [])
 
     def test_a_file_that_changed_meanwhile_is_never_a_mixture(self):
         system = System(self, "mixture")
         file = system.tree / "changing.bin"
         write(file, noise(6 * BLOCK, 1), mtime=1_600_000_000_000_000_000)
-        self.kill_at(system, system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 4)
+        system.kill_at(system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 4)
         write(file, noise(6 * BLOCK, 2), mtime=1_600_000_001_000_000_000)
         job = system.job()
         system.machine.agent("resume", job)
@@ -79,7 +63,7 @@ class CrashTest(SystemTest):
             make_tree(system.tree)
             fault = system.proxy.add(endpoint, action, nth=nth)
             run = system.start_backup()
-            self.assertTrue(fault.reached.wait(120), f"{endpoint} {nth} never came\n{run.out}{run.err}")
+            system.await_fault(fault, run)
             system.server.kill()
             fault.release()
             run.until_said("paused")

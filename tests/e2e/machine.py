@@ -13,6 +13,7 @@ from layout import BUILD, PREFIX_HOME, WINDOWS_BIN
 from process import Process
 
 GLOBAL_KEY = r"HKLM\Software\trevold\Dorvo"
+HOST_NAME = r"HKLM\System\CurrentControlSet\Services\Tcpip\Parameters"
 
 
 def wine_environment(prefix):
@@ -73,9 +74,11 @@ def unix_path(path):
 
 
 class Machine:
-    """`folder` is made; close() ends everything that runs in it and leaves the files."""
+    """`folder` is made; close() ends everything that runs in it and leaves the files.
 
-    def __init__(self, folder):
+    Without a `name` of its own it has that of the machine on which Wine runs."""
+
+    def __init__(self, folder, name=None):
         self.folder = pathlib.Path(folder)
         self.prefix = self.folder / "prefix"
         make_prefix(self.prefix)
@@ -90,6 +93,8 @@ class Machine:
         # Keeps Wine's own servers up, so that each command costs milliseconds.
         self._keep = Process(["wine", str(WINDOWS_BIN / "keepalive.exe")], env=self.environment)
         self._keep.until_said("ready")
+        if name:
+            self._registry("add", HOST_NAME, "/v", "Hostname", "/d", name, "/f")
 
     def __enter__(self):
         return self
@@ -146,10 +151,8 @@ class Machine:
 
     def user_key(self, user):
         """The user's 16 bytes of key and 16 of IV, opened with the openssl command line."""
-        answer = Process(["wine", "reg", "query", GLOBAL_KEY, "/v", "random"], env=self.environment, stdin="")
-        if answer.wait(60) != 0:
-            raise AssertionError("the machine has no global key")
-        machine_key = base64.b64decode(re.search(r"REG_SZ\s+(\S+)", answer.out)[1])
+        answer = self._registry("query", GLOBAL_KEY, "/v", "random")
+        machine_key = base64.b64decode(re.search(r"REG_SZ\s+(\S+)", answer)[1])
         sealed = base64.b64decode((self.data / "keys").read_text())
         opened = subprocess.run(["openssl", "enc", "-d", "-aes-128-cbc", "-K", machine_key[:16].hex(),
                                  "-iv", machine_key[16:].hex()], input=sealed, capture_output=True, check=True)
@@ -157,3 +160,9 @@ class Machine:
         if len(record) != 32:
             raise AssertionError(f"{user}'s key record has {len(record)} bytes")
         return record[:16], record[16:]
+
+    def _registry(self, *arguments):
+        run = Process(["wine", "reg", *arguments], env=self.environment, stdin="")
+        if run.wait(60) != 0:
+            raise AssertionError(f"reg {arguments}: {run.out}{run.err}")
+        return run.out

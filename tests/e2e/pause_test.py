@@ -14,7 +14,7 @@ class PauseTest(SystemTest):
             make_tree(system.tree)
             stall = system.proxy.add(endpoint, action, nth=nth)
             run = system.start_backup()
-            self.assertTrue(stall.reached.wait(120), f"{endpoint} never came\n{run.out}{run.err}")
+            system.await_fault(stall, run)
             run.signal(signal.SIGINT)  # Ctrl+C to a program in Wine
             # The server still says nothing.
             self.assertEqual(run.wait(60), 4, run.out + run.err)

@@ -208,8 +208,15 @@ class Proxy:
 
     def blocks_sent_again(self):
         """Blocks that were sent once more although the client had been given their 200."""
+        return self._again("uploadblock", 0)
+
+    def blocks_fetched_again(self, since=0):
+        """Blocks that were asked for once more although the client had them, but for the first requests."""
+        return self._again("DownloadFileBlock", since)
+
+    def _again(self, endpoint, since):
         accepted, again = set(), []
-        for request in self.requests("uploadblock"):
+        for request in self.requests(endpoint)[since:]:
             key = (request.instance, request.source, request.block)
             if key in accepted:
                 again.append(key)
@@ -350,3 +357,6 @@ class Proxy:
                 return
             request.instance = values.get("jobinstanceid") or values.get("id")
             request.source = values.get("sourcename")
+            if "filename" in values:
+                request.source = values["path"] + "\\" + values["filename"]
+                request.block = values.get("blockindex")

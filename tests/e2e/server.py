@@ -2,6 +2,7 @@
 
 import re
 import socket
+import sqlite3
 
 from layout import NATIVE_BIN
 from process import Process
@@ -45,6 +46,15 @@ class Server:
     def log(self):
         """What it has said so far since its last start: a line a request."""
         return self.process.out + self.process.err
+
+    def change_catalog(self, statement, *values):
+        """Changes the database behind the server's back; returns how many rows."""
+        database = sqlite3.connect(self.data / "catalog.db", timeout=60)
+        try:
+            with database:
+                return database.execute(statement, values).rowcount
+        finally:
+            database.close()
 
     def stop(self):
         """In order, by SIGTERM."""

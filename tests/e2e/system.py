@@ -6,8 +6,10 @@ import pathlib
 import random
 import shutil
 import tempfile
+import time
 import unittest
 
+import trees
 import verify
 from layout import BUILD
 from machine import Machine, windows_path
@@ -50,6 +52,15 @@ def work_folder(test, name="x"):
     return pathlib.Path(folder)
 
 
+def until(condition, run):
+    """Looks again and again, for what only the disk shows of a command that runs."""
+    deadline = time.monotonic() + 300
+    while not condition():
+        if run.ended or time.monotonic() > deadline:
+            raise AssertionError(f"waited in vain\n{run.out}\n{run.err}")
+        time.sleep(0.002)
+
+
 class System:
     """The agent is logged in and talks to the server through the proxy."""
 
@@ -63,9 +74,15 @@ class System:
         test.addCleanup(self.server.stop)
         self.proxy = Proxy(self.server.address)
         test.addCleanup(self.proxy.close)
-        self.machine = Machine(self.folder / "machine")
-        test.addCleanup(self.machine.close)
-        self.machine.connect(self.proxy.address, USER, PASSWORD)
+        self._test = test
+        self.machine = self.add_machine("machine")
+
+    def add_machine(self, name):
+        """One more machine of the same user."""
+        machine = Machine(self.folder / name, name)
+        self._test.addCleanup(machine.close)
+        machine.connect(self.proxy.address, USER, PASSWORD)
+        return machine
 
     def start_backup(self, *options, source=None):
         return self.machine.start("backup", windows_path(source or self.tree), *options)
@@ -73,15 +90,45 @@ class System:
     def backup(self, *options, source=None, code=0):
         return self.machine.agent("backup", windows_path(source or self.tree), *options, code=code)
 
-    def job(self):
-        """The id of the machine's only job."""
-        jobs = self.machine.listing("jobs")
+    def start_restore(self, *options):
+        return self.machine.start("restore", self.instance(), *options)
+
+    def restore(self, *options, code=0):
+        """Of all that the last backup holds, or of the paths among the options."""
+        return self.machine.agent("restore", self.instance(), *options, code=code)
+
+    def to(self, target, *options):
+        """The options of a restore after which `target` looks like the tree."""
+        return ("--to", windows_path(target), "--prefix", windows_path(self.tree), *options)
+
+    def job(self, kind="backup"):
+        """The id of the machine's only job of the kind."""
+        jobs = [j for j in self.machine.listing("jobs") if j["type"] == kind]
         if len(jobs) != 1:
-            raise AssertionError(f"not one job: {jobs}")
+            raise AssertionError(f"not one {kind} job: {jobs}")
         return jobs[0]["id"]
 
+    def packages(self):
+        """Packages that jobs of the machine have begun to encode or to receive, and not let go."""
+        return [p for p in (self.machine.data / "job").glob("*/tmp/*") if p.is_file() and p.stat().st_size]
+
+    def kill_at(self, run, endpoint, action, nth):
+        """`run` starts a command, which is killed at the nth request that it makes to the endpoint."""
+        fault = self.proxy.add(endpoint, action, nth=nth)
+        child = run()
+        self.await_fault(fault, child)
+        if child.ended:
+            raise AssertionError(f"ended by itself\n{child.out}{child.err}")
+        child.kill()
+        fault.abandon()
+        self.proxy.clear()
+
+    def await_fault(self, fault, run):
+        if not fault.reached.wait(120):
+            raise AssertionError(f"{fault.endpoint} {fault.nth} never came\n{run.out}{run.err}")
+
     def instance(self):
-        """The id of the run that was started last."""
+        """The id of the backup that was started last."""
         return self.proxy.requests("StartJob")[-1].instance
 
     def differences(self, **options):
@@ -90,10 +137,15 @@ class System:
 
 
 class SystemTest(unittest.TestCase):
-    """assertBackedUp and side by side scenarios for tests of whole systems."""
+    """Comparisons and side by side scenarios for tests of whole systems."""
 
     def assertBackedUp(self, system, **options):
         self.assertEqual(system.differences(**options), [])
+
+    def assertRestored(self, system, expected, target):
+        """`target` is what the snapshot says, and nothing of the run is left behind."""
+        self.assertEqual(trees.differences(expected, trees.snapshot(target)), [])
+        self.assertEqual(system.packages(), [])
 
     def side_by_side(self, scenario, rows):
         """scenario(*row) for every row at once: they mostly wait. Each failure is a sub-test's."""
