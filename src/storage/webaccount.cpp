@@ -46,7 +46,8 @@ WebInstance readInstance(const json_spirit::Object& members) {
             .totalFiles = number("totalfiles"),
             .totalDirectories = number("totaldirectories"),
             .totalSize = number("totalsize"),
-            .errors = number("errors")};
+            .errors = number("errors"),
+            .user = {}};
 }
 
 }  // namespace
