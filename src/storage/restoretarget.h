@@ -49,20 +49,22 @@ public:
 
     // Brings the sibling onto the disk and to its place. With `replace` it replaces the file there,
     // also one that is READONLY, HIDDEN or SYSTEM; a folder is never replaced
-    // (ERROR_DIRECTORY_NOT_SUPPORTED). Without it, ERROR_FILE_EXISTS when anything is there.
+    // (ERROR_CANNOT_MAKE). Without it, ERROR_FILE_EXISTS when anything is there.
     bool place(bool replace);
 
 private:
-    bool flush();
-    bool move(bool replace);
+    bool finishSibling();
+    bool moveTo();
+    bool moveOver();
+    void removeSibling();
 
     std::wstring target_;
     std::wstring sibling_;
-    FileHandle file_;  // the sibling, from openToSetTimes() on
-    WIN32_FILE_ATTRIBUTE_DATA data_{};
-    bool timed_ = false;     // data_ holds the times
-    bool readOnly_ = false;  // the file is to be READONLY
-    bool made_ = false;      // the sibling may exist
+    FileHandle file_;       // the sibling, from openToSetTimes() on
+    DWORD attributes_ = 0;  // those of the file that can be set
+    WIN32_FILE_ATTRIBUTE_DATA times_{};
+    bool timed_ = false;  // times_ holds the file's
+    bool made_ = false;   // the sibling may exist
 };
 
 // Makes the folder with those above it. True when it is there; `existed` when it was before.

@@ -1,0 +1,222 @@
+#include "storage/restoretarget.h"
+
+#include <string_view>
+
+#include "base/last_error.h"
+#include "base/paths.h"
+
+namespace dorvo {
+namespace {
+
+constexpr DWORD readOnly = FILE_ATTRIBUTE_READONLY;
+constexpr DWORD settableAttributes = readOnly | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                                     FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_TEMPORARY |
+                                     FILE_ATTRIBUTE_OFFLINE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+constexpr DWORD settableOfFolders = settableAttributes & ~DWORD{FILE_ATTRIBUTE_TEMPORARY};
+// What forbids to replace a file.
+constexpr DWORD guardingAttributes = readOnly | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+DWORD attributesOf(const std::wstring& path) {
+    return GetFileAttributesW(longPath(path).c_str());
+}
+
+bool setAttributesOf(const std::wstring& path, DWORD attributes) {
+    return SetFileAttributesW(longPath(path).c_str(),
+                              attributes != 0 ? attributes : DWORD{FILE_ATTRIBUTE_NORMAL}) != 0;
+}
+
+bool setTimesOf(HANDLE file, const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return SetFileTime(file, &data.ftCreationTime, &data.ftLastAccessTime, &data.ftLastWriteTime) !=
+           0;
+}
+
+bool moveFile(const std::wstring& from, const std::wstring& to, DWORD flags) {
+    return MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
+                       flags | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+// The folder that the path lies in, as far as text can tell; empty for a root.
+std::wstring folderOf(const std::wstring& path) {
+    const size_t end = path.find_last_of(L'\\');
+    return end == std::wstring::npos ? std::wstring() : path.substr(0, end);
+}
+
+// True of "C:", "C:\", "\\server\share" and "\\server\share\".
+bool isVolumeRoot(std::wstring_view path) {
+    if (path.ends_with(L'\\')) {
+        path.remove_suffix(1);
+    }
+    if (!path.starts_with(L"\\\\")) {
+        return path.size() <= 2;
+    }
+    const size_t share = path.find(L'\\', 2);
+    return share == std::wstring_view::npos ||
+           path.find(L'\\', share + 1) == std::wstring_view::npos;
+}
+
+bool makeFolder(const std::wstring& path, bool& existed) {
+    // A root is there or cannot be made; without its backslash a drive would mean another folder.
+    const bool root = isVolumeRoot(path);
+    const std::wstring folder = root && !path.ends_with(L'\\') ? path + L'\\' : path;
+    DWORD attributes = attributesOf(folder);
+    existed = attributes != INVALID_FILE_ATTRIBUTES;
+    if (!existed) {
+        if (root || !createDirectories(folder)) {
+            return false;
+        }
+        attributes = attributesOf(folder);
+    }
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        return false;
+    }
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        SetLastError(ERROR_DIRECTORY);
+        return false;
+    }
+    return true;
+}
+
+std::wstring siblingName(const std::array<uint8_t, 16>& run, uint32_t number) {
+    static constexpr std::wstring_view digits = L"0123456789abcdef";
+    constexpr size_t runBytes = 6;  // are enough to keep runs apart
+    std::wstring name = L"~";
+    for (size_t i = 0; i < runBytes; ++i) {
+        name.append(1, digits[run[i] >> 4]).append(1, digits[run[i] & 15]);
+    }
+    return name + L"-" + std::to_wstring(number) + L".tmp";
+}
+
+}  // namespace
+
+RestoreTarget::RestoreTarget(std::wstring target, const std::array<uint8_t, 16>& run,
+                             uint32_t number)
+    : target_(std::move(target)), sibling_(folderOf(target_) + L"\\" + siblingName(run, number)) {}
+
+RestoreTarget::~RestoreTarget() {
+    removeSibling();
+}
+
+bool RestoreTarget::makeParents() {
+    bool existed = false;
+    return makeFolder(folderOf(target_), existed);
+}
+
+bool RestoreTarget::decode(const std::wstring& package, RestoreTransformation& with,
+                           interrupter* stop) {
+    made_ = true;
+    removeSibling();  // a leftover's attributes could forbid to write over it
+    made_ = true;
+    if (with.transform(package.c_str(), sibling_.c_str(), nullptr, stop)) {
+        return true;
+    }
+    removeSibling();
+    return false;
+}
+
+bool RestoreTarget::setAttributes(DWORD attributes) {
+    attributes_ = attributes & settableAttributes;
+    return setAttributesOf(sibling_, attributes_ & ~readOnly);
+}
+
+bool RestoreTarget::openToSetTimes() {
+    // Renamed under this handle, so deleting is shared.
+    file_.reset(CreateFileW(longPath(sibling_).c_str(), GENERIC_WRITE, shareAll, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return static_cast<bool>(file_);
+}
+
+bool RestoreTarget::setTimes(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    times_ = data;
+    timed_ = setTimesOf(file_.get(), times_);
+    return timed_;
+}
+
+bool RestoreTarget::place(bool replace) {
+    if (!finishSibling() || !(replace ? moveOver() : moveTo())) {
+        removeSibling();
+        return false;
+    }
+    made_ = false;
+    if (timed_) {
+        // A file that takes the name of one just gone may be given that one's creation time.
+        setTimesOf(file_.get(), times_);
+    }
+    file_.reset();
+    return true;
+}
+
+bool RestoreTarget::finishSibling() {
+    if (!file_ && !openToSetTimes()) {
+        return false;
+    }
+    return FlushFileBuffers(file_.get()) != 0 &&
+           ((attributes_ & readOnly) == 0 || setAttributesOf(sibling_, attributes_));
+}
+
+bool RestoreTarget::moveTo() {
+    if (moveFile(sibling_, target_, 0)) {
+        return true;
+    }
+    if (GetLastError() == ERROR_ALREADY_EXISTS) {
+        SetLastError(ERROR_FILE_EXISTS);
+    }
+    return false;
+}
+
+bool RestoreTarget::moveOver() {
+    const DWORD old = attributesOf(target_);
+    const bool exists = old != INVALID_FILE_ATTRIBUTES;
+    if (exists && (old & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        SetLastError(ERROR_CANNOT_MAKE);
+        return false;
+    }
+    const bool guarded = exists && (old & guardingAttributes) != 0;
+    if (guarded) {
+        setAttributesOf(target_, old & settableAttributes & ~guardingAttributes);
+    }
+    if (moveFile(sibling_, target_, MOVEFILE_REPLACE_EXISTING)) {
+        return true;
+    }
+    if (guarded) {
+        LastErrorGuard keep;
+        setAttributesOf(target_, old & settableAttributes);
+    }
+    return false;
+}
+
+void RestoreTarget::removeSibling() {
+    if (!made_) {
+        return;
+    }
+    LastErrorGuard keep;
+    made_ = false;
+    file_.reset();
+    if (setAttributesOf(sibling_, 0)) {
+        DeleteFileW(longPath(sibling_).c_str());
+    }
+}
+
+bool makeRestoredDirectory(const std::wstring& target, bool& existed) {
+    return makeFolder(target, existed);
+}
+
+bool dressRestoredDirectory(const std::wstring& target, const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    if (isVolumeRoot(target)) {
+        return true;
+    }
+    DWORD error = ERROR_SUCCESS;
+    if (!setAttributesOf(target, data.dwFileAttributes & settableOfFolders)) {
+        error = GetLastError();
+    }
+    const FileHandle folder(CreateFileW(
+        longPath(target).c_str(), FILE_WRITE_ATTRIBUTES, shareAll, nullptr, OPEN_EXISTING,
+        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if ((!folder || !setTimesOf(folder.get(), data)) && error == ERROR_SUCCESS) {
+        error = GetLastError();
+    }
+    SetLastError(error);
+    return error == ERROR_SUCCESS;
+}
+
+}  // namespace dorvo

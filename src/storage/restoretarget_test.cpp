@@ -1,0 +1,229 @@
+// What becomes of a target on disk. READONLY and HIDDEN are what Wine keeps of guarding attributes,
+// and of the times it keeps those of writing and access; that a creation time survives the rename,
+// and that a READONLY file cannot simply be replaced, only Windows shows.
+#include "storage/restoretarget.h"
+
+#include <gtest/gtest.h>
+
+#include <istream>
+#include <iterator>
+#include <optional>
+
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/read_handle_streambuf.h"
+#include "base/write_handle_streambuf.h"
+#include "job/source/backuptransformation.h"
+#include "support/log_capture.h"
+#include "support/temporary_folder.h"
+
+namespace dorvo {
+namespace {
+
+constexpr std::array<uint8_t, 16> run = {0xAB, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+constexpr DWORD guards = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
+constexpr DWORD nothing = INVALID_FILE_ATTRIBUTES;
+
+WIN32_FILE_ATTRIBUTE_DATA recorded(DWORD attributes) {
+    return {attributes,
+            toFileTime(132'000'000'012'345'671),
+            toFileTime(132'000'000'112'345'673),
+            toFileTime(132'000'000'212'345'677),
+            0,
+            0};
+}
+
+DWORD attributesOf(const std::wstring& path) {
+    return GetFileAttributesW(longPath(path).c_str());
+}
+
+void store(const std::wstring& path, const std::string& bytes) {
+    write_handle_streambuf file(path);
+    file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(file.close());
+}
+
+std::string content(const std::wstring& path) {
+    read_handle_streambuf file(path);
+    std::istream stream(&file);
+    return file.is_open() ? std::string(std::istreambuf_iterator<char>(stream), {}) : "no file";
+}
+
+class Target : public testing::Test {
+protected:
+    void SetUp() override {
+        store(folder_ + L"\\plain", "new");
+        BackupTransformation backup(true);
+        ASSERT_TRUE(
+            backup.transform((folder_ + L"\\plain").c_str(), package_.c_str(), nullptr, nullptr));
+        restore_.key = backup.key;
+        restore_.iv = backup.iv;
+        target_.emplace(folder_ + L"\\sub\\a.txt", run, 17);
+    }
+    const std::wstring& path() const { return target_->path(); }
+    // Up to the point where the file has only to be put in its place.
+    bool ready(DWORD attributes = FILE_ATTRIBUTE_ARCHIVE) {
+        const WIN32_FILE_ATTRIBUTE_DATA data = recorded(attributes);
+        return target_->makeParents() && target_->decode(package_, restore_, nullptr) &&
+               target_->setAttributes(data.dwFileAttributes) && target_->openToSetTimes() &&
+               target_->setTimes(data);
+    }
+    void expectNoSibling() const { EXPECT_EQ(attributesOf(target_->sibling()), nothing); }
+
+    test::TemporaryFolder ground_{L"dorvo_target"};
+    const std::wstring& folder_ = ground_.path();
+    const std::wstring package_ = folder_ + L"\\package";
+    RestoreTransformation restore_{true};
+    std::optional<RestoreTarget> target_;
+};
+
+TEST_F(Target, BringsAFileWithAttributesAndTimes) {
+    ASSERT_TRUE(ready(guards | FILE_ATTRIBUTE_COMPRESSED));
+    EXPECT_EQ(attributesOf(path()), nothing);
+    ASSERT_TRUE(target_->place(false));
+    expectNoSibling();
+    EXPECT_EQ(content(path()), "new");
+    WIN32_FILE_ATTRIBUTE_DATA found{};
+    ASSERT_TRUE(GetFileAttributesExW(path().c_str(), GetFileExInfoStandard, &found));
+    EXPECT_EQ(found.dwFileAttributes & guards, guards);
+    EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(recorded(0).ftLastWriteTime));
+    target_.reset();
+    EXPECT_NE(attributesOf(folder_ + L"\\sub\\a.txt"), nothing) << "gone with the object";
+}
+
+TEST_F(Target, KeepsTheAccessTimeOfAFileThatNobodyHasRead) {
+    ASSERT_TRUE(ready() && target_->place(true));
+    WIN32_FILE_ATTRIBUTE_DATA found{};
+    ASSERT_TRUE(GetFileAttributesExW(path().c_str(), GetFileExInfoStandard, &found));
+    EXPECT_EQ(toTicks(found.ftLastAccessTime), toTicks(recorded(0).ftLastAccessTime));
+}
+
+TEST_F(Target, ReplacesAGuardedFileOnlyWhenToldTo) {
+    ASSERT_TRUE(target_->makeParents());
+    store(path(), "old");
+    ASSERT_TRUE(SetFileAttributesW(path().c_str(), guards));
+
+    ASSERT_TRUE(ready());
+    EXPECT_FALSE(target_->place(false));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+    expectNoSibling();
+    EXPECT_EQ(content(path()), "old");
+    EXPECT_EQ(attributesOf(path()) & guards, guards);
+
+    ASSERT_TRUE(ready());
+    ASSERT_TRUE(target_->place(true));
+    EXPECT_EQ(content(path()), "new");
+    EXPECT_EQ(attributesOf(path()) & guards, 0u);
+}
+
+TEST_F(Target, LeavesTheGoodFileWhenItFails) {
+    ASSERT_TRUE(target_->makeParents());
+    store(path(), "old");
+    ASSERT_TRUE(SetFileAttributesW(path().c_str(), guards));
+    const auto expectOld = [&] {
+        expectNoSibling();
+        EXPECT_EQ(content(path()), "old");
+        EXPECT_EQ(attributesOf(path()) & guards, guards);
+    };
+
+    test::LogCapture log;
+    const std::wstring damaged = folder_ + L"\\damaged";
+    store(damaged, "no package of sixteen");
+    EXPECT_FALSE(target_->decode(damaged, restore_, nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    expectOld();
+
+    ASSERT_TRUE(ready(guards));
+    target_.emplace(folder_ + L"\\sub\\a.txt", run, 17);  // the item is given up
+    expectOld();
+
+    // Somebody has the old file open and shares nothing with whoever would replace it.
+    const FileHandle held(CreateFileW(path().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(ready(guards));
+    EXPECT_FALSE(target_->place(true));
+    EXPECT_NE(GetLastError(), DWORD{ERROR_SUCCESS});
+    expectOld();
+}
+
+TEST_F(Target, WritesOverWhatAKilledRunHasLeft) {
+    ASSERT_TRUE(target_->makeParents());
+    store(target_->sibling(), "half a fi");
+    ASSERT_TRUE(SetFileAttributesW(target_->sibling().c_str(), guards));
+    ASSERT_TRUE(ready() && target_->place(false));
+    EXPECT_EQ(content(path()), "new");
+
+    const std::wstring other = RestoreTarget(path(), run, 18).sibling();
+    EXPECT_NE(other, target_->sibling());
+    EXPECT_NE(RestoreTarget(path(), {1}, 17).sibling(), target_->sibling());
+}
+
+TEST_F(Target, TakesNeitherAFolderForAFileNorAFileForAFolder) {
+    bool existed = true;
+    ASSERT_TRUE(makeRestoredDirectory(path() + L"\\below", existed));
+    EXPECT_FALSE(existed);
+    for (const bool replace : {true, false}) {
+        ASSERT_TRUE(ready());
+        EXPECT_FALSE(target_->place(replace));
+        EXPECT_EQ(GetLastError(), replace ? DWORD{ERROR_CANNOT_MAKE} : DWORD{ERROR_FILE_EXISTS});
+        expectNoSibling();
+        EXPECT_NE(attributesOf(path() + L"\\below"), nothing);
+    }
+
+    const std::wstring plain = folder_ + L"\\plain";
+    for (const std::wstring& in : {plain, plain + L"\\deeper"}) {
+        EXPECT_FALSE(RestoreTarget(in + L"\\a.txt", run, 1).makeParents());
+        EXPECT_FALSE(makeRestoredDirectory(in, existed));
+    }
+    EXPECT_FALSE(makeRestoredDirectory(plain, existed));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DIRECTORY});
+    EXPECT_EQ(content(plain), "new");
+}
+
+TEST_F(Target, ReachesBeyondTheOldLimitsOfPaths) {
+    std::wstring deep = folder_;
+    for (int i = 0; i < 3; ++i) {
+        deep += L"\\" + std::wstring(120, L'd');
+    }
+    target_.emplace(deep + L"\\" + std::wstring(255, L'n'), run, 4'294'967'295);
+    ASSERT_TRUE(ready());
+    ASSERT_TRUE(target_->place(false));
+    EXPECT_EQ(content(path()), "new");
+}
+
+TEST_F(Target, DressesADirectory) {
+    const std::wstring directory = folder_ + L"\\one\\two";
+    bool existed = true;
+    ASSERT_TRUE(makeRestoredDirectory(directory, existed));
+    EXPECT_FALSE(existed);
+    ASSERT_TRUE(makeRestoredDirectory(directory, existed));
+    EXPECT_TRUE(existed);
+    ASSERT_TRUE(dressRestoredDirectory(directory,
+                                       recorded(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN)));
+    WIN32_FILE_ATTRIBUTE_DATA found{};
+    ASSERT_TRUE(GetFileAttributesExW(directory.c_str(), GetFileExInfoStandard, &found));
+    EXPECT_EQ(found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN),
+              DWORD{FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN});
+    EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(recorded(0).ftLastWriteTime));
+    EXPECT_EQ(toTicks(found.ftLastAccessTime), toTicks(recorded(0).ftLastAccessTime));
+
+    EXPECT_FALSE(dressRestoredDirectory(directory + L"\\missing", recorded(0)));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(Target, LeavesTheRootOfADriveAsItIs) {
+    const std::wstring drive = folder_.substr(0, 2);
+    for (const std::wstring& root : {drive, drive + L"\\"}) {
+        bool existed = false;
+        EXPECT_TRUE(makeRestoredDirectory(root, existed));
+        EXPECT_TRUE(existed);
+        EXPECT_TRUE(dressRestoredDirectory(root, recorded(guards)));
+    }
+    EXPECT_TRUE(RestoreTarget(drive + L"\\a.txt", run, 1).makeParents());
+    bool existed = true;
+    EXPECT_FALSE(makeRestoredDirectory(L"Q:\\a", existed));
+    EXPECT_FALSE(makeRestoredDirectory(L"Q:", existed));
+}
+
+}  // namespace
+}  // namespace dorvo
