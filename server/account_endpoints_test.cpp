@@ -42,12 +42,6 @@ TEST_F(Accounts, ALoginGivesASessionUntilTheLogout) {
     EXPECT_EQ(offer("i1", {{"a"}}, "job", other), "a");
 }
 
-TEST_F(Accounts, SessionsSurviveARestart) {
-    const std::string cookie = login("carol", "s\u00e9cret").header("Set-Cookie");
-    restart();
-    EXPECT_EQ(offer("i1", {{"a"}}, "job", cookie), "a");
-}
-
 TEST_F(Accounts, TenWrongPasswordsLockThePairOfUserAndAddress) {
     EXPECT_EQ(login("nobody", "x").status, 401);
     for (int i = 0; i < LoginLimiter::maxFailures; ++i) {

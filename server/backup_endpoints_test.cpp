@@ -92,7 +92,8 @@ TEST_F(Backup, NeverCarriesOverWhatFailed) {
     EXPECT_EQ(addError("i1", "whole"), 200);
     EXPECT_EQ(end("i1"), 200);
     EXPECT_EQ(stored("i1", "half"), "none");
-    EXPECT_EQ(offer("i2", {{"whole"}, {"half"}, {"unsent"}, {"good"}}), "whole,half,unsent");
+    EXPECT_EQ(offer("i2", {{"whole"}, {"half"}, {"unsent"}, {"good"}, {"C:\\dir"}}),
+              "whole,half,unsent,C:\\dir");  // which is a file now
 }
 
 TEST_F(Backup, ReplacesTheEntriesOfARepeatedBatch) {
@@ -198,13 +199,6 @@ TEST_F(Backup, CancellingFreesTheBytesOfTheRunOnly) {
     EXPECT_EQ(stored("i1", "a"), "a");
     EXPECT_EQ(state("i2"), "cancelled");
     EXPECT_EQ(offer("i3", {{"a"}}), "");
-}
-
-TEST_F(Backup, OfFoldersOnlyNeedsNoIncrementCheck) {
-    EXPECT_EQ(start("i1"), 200);
-    EXPECT_EQ(post(uploadFilePath, folderInfo("i1", "C:\\dir")).status, 200);
-    EXPECT_EQ(end("i1"), 200);
-    EXPECT_EQ(offer("i2", {{"C:\\dir"}}), "C:\\dir");  // a file now
 }
 
 TEST_F(Backup, GoesOnAfterARestart) {

@@ -25,7 +25,7 @@ protected:
 TEST_F(Http, AConnectionServesManyRequestsHoweverTheyAreCut) {
     Client client(server->port());
     const std::string request = listHead + listBody;
-    for (size_t cut = 0; cut < request.size(); cut += 7) {
+    for (size_t cut = 0; cut < request.size(); cut += 29) {
         client.send(request.substr(0, cut));
         client.send(request.substr(cut));
         ASSERT_EQ(client.receive().status, 200) << cut;

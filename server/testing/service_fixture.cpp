@@ -34,21 +34,18 @@ std::string pattern(size_t size, unsigned seed) {
 
 std::string fileInfo(const std::string& instance, const std::string& path, uint64_t size,
                      uint32_t mtime) {
-    json::object attributes;
-    for (const char* name :
-         {"dwFileAttributes", "nFileSizeHigh", "nFileSizeLow", "ftCreationTimedwHighDateTime",
-          "ftCreationTimedwLowDateTime", "ftLastAccessTimedwHighDateTime",
-          "ftLastAccessTimedwLowDateTime", "ftLastWriteTimedwHighDateTime"}) {
-        attributes[name] = 0;
-    }
-    attributes["ftLastWriteTimedwLowDateTime"] = mtime;
-    return json::serialize(json::object{{"attri", attributes},
-                                        {"type", "file"},
-                                        {"jobinstanceid", instance},
-                                        {"sourcename", path},
-                                        {"totalsizeHigh", size >> 32U},
-                                        {"totalsizeLow", size & 0xFFFFFFFFU},
-                                        {"totalblock", size / 131072 + 1}});
+    json::object info = json::parse(R"({"type":"file","attri":{"dwFileAttributes":0,
+        "nFileSizeHigh":0,"nFileSizeLow":0,"ftCreationTimedwHighDateTime":0,
+        "ftCreationTimedwLowDateTime":0,"ftLastAccessTimedwHighDateTime":0,
+        "ftLastAccessTimedwLowDateTime":0,"ftLastWriteTimedwHighDateTime":0}})")
+                            .as_object();
+    info["attri"].as_object()["ftLastWriteTimedwLowDateTime"] = mtime;
+    info["jobinstanceid"] = instance;
+    info["sourcename"] = path;
+    info["totalsizeHigh"] = size >> 32U;
+    info["totalsizeLow"] = size & 0xFFFFFFFFU;
+    info["totalblock"] = size / blockBytes + 1;
+    return json::serialize(info);
 }
 
 std::string folderInfo(const std::string& instance, const std::string& path) {
@@ -232,15 +229,16 @@ std::string ServiceFixture::state(const std::string& instance) {
 std::string ServiceFixture::everything() {
     std::ostringstream dump;
     Database database((data / "catalog.db").string());
-    for (const auto& [table, columns] :
-         {std::pair{"users", 4}, std::pair{"machines", 3}, std::pair{"sessions", 3},
-          std::pair{"instances", 15}, std::pair{"files", 10}, std::pair{"errors", 4},
-          std::pair{"restores", 6}, std::pair{"restore_errors", 4}}) {
-        Statement statement(database, "SELECT * FROM " + std::string(table));
-        auto rows = statement.query();
-        while (rows.next()) {
+    Statement names(database,
+                    "SELECT name, ncol FROM pragma_table_list"
+                    " WHERE schema = 'main' AND type = 'table'"
+                    " AND name NOT LIKE 'sqlite%' AND name <> 'service'");
+    for (auto tables = names.query(); tables.next();) {
+        const std::string table(tables.text(0));
+        Statement statement(database, "SELECT * FROM " + table);
+        for (auto rows = statement.query(); rows.next();) {
             dump << table;
-            for (int column = 0; column < columns; ++column) {
+            for (int column = 0; column < tables.integer(1); ++column) {
                 dump << '|' << rows.text(column);
             }
             dump << '\n';
