@@ -3,21 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "httpmsg/hex_digit.h"
+
 namespace dorvo {
-namespace {
-
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-}  // namespace
-
 HTTP_Chunked_Decoder::Result HTTP_Chunked_Decoder::decode(const char* in, size_t length,
                                                           size_t& consumed, char* out, size_t size,
                                                           size_t& produced) {
