@@ -8,13 +8,9 @@
 
 #include "base/error_text.h"
 #include "base/last_error.h"
-#include "base/local_time.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/rm_rf.h"
-#include "base/text.h"
 #include "job/backupitems.h"
-#include "job/runtotals.h"
 #include "job/source/exclusionlist.h"
 #include "job/source/filterpolicyfactory.h"
 #include "job/source/jobactsrcgenerator.h"
@@ -25,10 +21,6 @@
 
 namespace dorvo {
 namespace {
-
-constexpr int paused = static_cast<int>(JobState::paused);
-constexpr int cancelled = static_cast<int>(JobState::cancelled);
-constexpr int failed = static_cast<int>(JobState::error);
 
 // COM for the length of a run.
 class ComApartment {
@@ -49,8 +41,6 @@ private:
 
 }  // namespace
 
-BackupRun::BackupRun(BackupJob& job) : job_(job), record_(*job.activity().get()) {}
-
 // Lets go of the run's snapshots, before COM goes.
 class BackupRun::SnapshotsOf {
 public:
@@ -69,12 +59,13 @@ private:
 };
 
 int BackupRun::carryOut() {
-    if (!begin()) {
+    if (!begin("Start event released.\n")) {
         return endCode();
     }
     const SpeedCalc speed(record_);
     log(LogLevel::debug, "Speed calculater registerred.\n");
-    if (!loadVolumes() || !carryOn()) {
+    loadVolumes();
+    if (!carryOn()) {
         return endCode();
     }
     const ComApartment com;
@@ -86,38 +77,17 @@ int BackupRun::carryOut() {
     }
     log(LogLevel::debug, "COM object initialized.\n");
     const SnapshotsOf snapshots(job_);
-    const int end = prepare() ? BackupItems(job_, reader_).store() : 0;
+    const int end = prepare() ? BackupItems(job_, reader_).process() : endCode();
     reader_.close();
-    return end != 0 ? end : endCode();
+    return end;
 }
 
-bool BackupRun::begin() {
-    if (!job_.setStartEvent()) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to set start event, %d, %m.\n",
-            static_cast<int>(keep.error()));
-        return fail(keep.error());
-    }
-    log(LogLevel::debug, "Start event released.\n");
-    job_.notify_state();
-    if (!jobDirectory(job_.definition().id(), directory_)) {
-        return fail(GetLastError());
-    }
-    list_ = directory_ + L"\\src";
-    return carryOn();
-}
-
-bool BackupRun::loadVolumes() {
-    // Without a start time nothing of the run was ever recorded, whatever lies in the folder.
-    const bool resumed = record_.resuming != 0 && record_.startTime != 0;
-    listed_ = resumed && loadRunTotals(directory_, job_.totals_) &&
-              GetFileAttributesW(longPath(list_).c_str()) != INVALID_FILE_ATTRIBUTES;
+void BackupRun::loadVolumes() {
+    bool resumed = false;
+    takeUp(resumed);
     job_.atStorage_ = resumed;
     if (resumed) {
         dorvo::loadVolumes(job_.definition().id().c_str(), job_.volumes_);
-    } else {
-        forgetList();
-        record_.startTime = localTimeNow();
     }
     if (!listed_ || job_.volumes_.empty()) {
         SourceClassifier()(job_.backup().source(), job_.volumes_);
@@ -130,7 +100,6 @@ bool BackupRun::loadVolumes() {
         volume->creationTimestamp = -1;
     }
     log(LogLevel::debug, "Volumes loaded.\n");
-    return true;
 }
 
 bool BackupRun::prepare() {
@@ -143,7 +112,9 @@ bool BackupRun::prepare() {
             static_cast<int>(keep.error()));
         return fail(keep.error());
     }
-    return startStorage();
+    // Packages are encoded anew.
+    rm_rf(itemTempFolder(job_.definition().id()), false);
+    return startStorage("Start to backing up files.\n");
 }
 
 bool BackupRun::makeSnapshots() {
@@ -196,13 +167,8 @@ bool BackupRun::makeList() {
     if (listed_) {
         return true;
     }
-    forgetList();
-    // Only the making of a list that was never finished can have left failed items.
-    if (!job_.failed_->clear()) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to clear the failed items of job {%s}, error-code = %d, %m.\n",
-            job_.definition().id().c_str(), static_cast<int>(keep.error()));
-        return fail(keep.error());
+    if (!beginList()) {
+        return false;
     }
     job_.atStorage_ = true;
     log(LogLevel::debug, "Generating source list.\n");
@@ -226,6 +192,9 @@ bool BackupRun::generateList() {
         return false;
     }
     const std::unique_ptr<IncrementCheck> check = job_.services_.incrementCheck();
+    if (!check) {
+        return false;
+    }
     const interrupter stop(job_.stopEvent());
     bool recorded = true;
     JobActivitySourceGenerator::Options options;
@@ -234,7 +203,7 @@ bool BackupRun::generateList() {
     options.check = check.get();
     options.stop = &stop;
     options.failedItem = [&](const std::wstring& path, DWORD error) {
-        recorded = job_.failed_->add(path.c_str(), error, {}) && recorded;
+        recorded = addFailed(path, error) && recorded;
     };
     for (const std::wstring& source : job_.backup().source()) {
         if (!source.empty() && !hasVolume(source)) {
@@ -249,13 +218,10 @@ bool BackupRun::generateList() {
         SetLastError(ERROR_WRITE_FAULT);
         return false;
     }
-    record_.fileCount = generator.fileCount();
-    record_.directoryCount = generator.directoryCount();
-    record_.totalSize = generator.fileSize();
     record_.unchangedSize = generator.unchangedSize();
     const SourceCalculator& walked = generator.walked();
-    job_.totals_ = {walked.directoryCount(), walked.fileCount(), walked.fileSize()};
-    return saveRunTotals(directory_, job_.totals_);
+    return endList({generator.directoryCount(), generator.fileCount(), generator.fileSize()},
+                   {walked.directoryCount(), walked.fileCount(), walked.fileSize()});
 }
 
 bool BackupRun::hasVolume(const std::wstring& source) const {
@@ -263,79 +229,6 @@ bool BackupRun::hasVolume(const std::wstring& source) const {
         const auto& sources = entry.second->sources;
         return std::find(sources.begin(), sources.end(), source) != sources.end();
     });
-}
-
-// What is on record of a list goes with it.
-void BackupRun::forgetList() {
-    removeRunTotals(directory_);
-    DeleteFileW(longPath(list_).c_str());
-    record_.sourcePosition = 0;
-    record_.itemNumber = 0;
-    record_.acceptedBlocks = 0;
-    record_.packageSize = 0;
-    record_.volumeIndex = 0;
-    record_.fileIndex = 0;
-    record_.doneSize = 0;
-    listed_ = false;
-}
-
-bool BackupRun::startStorage() {
-    const std::wstring temporary = itemTempFolder(job_.definition().id());
-    rm_rf(temporary, false);
-    if (!createDirectories(temporary)) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to create folder {%s} for packages, error-code = %d, %m.\n",
-            toUtf8(temporary).c_str(), static_cast<int>(keep.error()));
-        return fail(keep.error());
-    }
-    job_.storage_ = job_.createStorage();
-    if (!job_.storage_ || !job_.storage_->start()) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Start job failed.\n");
-        return failOrPause(keep.error());
-    }
-    log(LogLevel::debug, "Job started.\n");
-    if (!carryOn()) {
-        return false;
-    }
-    record_.state = static_cast<int>(JobState::running);
-    job_.activity().sync();
-    job_.notify_state();
-    log(LogLevel::information, "Start to backing up files.\n");
-    return true;
-}
-
-bool BackupRun::fail(unsigned long code) {
-    job_.runError_ = code;
-    return false;
-}
-
-bool BackupRun::failOrPause(unsigned long code) {
-    switch (runFailure(job_.failureOf(code))) {
-        case FailureAction::pause: job_.pauseForRetry(code); return false;
-        case FailureAction::leave:
-            if (!carryOn()) {
-                return false;
-            }
-            break;
-        case FailureAction::record:
-        case FailureAction::fail: break;
-    }
-    job_.notify_error(code);
-    job_.errorNotified_ = true;
-    return fail(code);
-}
-
-bool BackupRun::carryOn() {
-    return job_.pollEvent(0);
-}
-
-int BackupRun::endCode() {
-    switch (static_cast<JobState>(record_.state)) {
-        case JobState::pausing: return paused;
-        case JobState::canceling: return cancelled;
-        default: return failed;
-    }
 }
 
 }  // namespace dorvo

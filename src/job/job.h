@@ -113,6 +113,8 @@ protected:
     bool notify_state();
     bool notify_state(int32_t state);
     bool notify_error(unsigned long code);
+    // The words for an error code of whatever kind.
+    std::string reasonText(unsigned long code) const;
     // Writes one line about the job, as if its state were the given one.
     void dumpState(std::ostream& os, int32_t state) const;
     static void toDateTime(const FILETIME& time, int& date, int& timeOfDay);

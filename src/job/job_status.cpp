@@ -8,6 +8,7 @@
 
 #include "base/error_text.h"
 #include "base/http_error.h"
+#include "base/key_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -192,11 +193,18 @@ bool Job::notify_state(int32_t state) {
 
 bool Job::notify_error(unsigned long code) {
     const unsigned long plain = withoutHttpMark(code);
-    const std::string reason =
-        hasHttpMark(code) ? http_status_string(static_cast<int>(plain)) : errorText(code);
+    const std::string reason = reasonText(code);
     return postEvent(std::make_unique<Event_Job_Error>(
         definition_->user().c_str(), definition_->id().c_str(), definition_->name().c_str(),
         static_cast<unsigned>(state()), static_cast<int>(plain), reason.c_str()));
+}
+
+std::string Job::reasonText(unsigned long code) const {
+    if (isKeyError(code)) {
+        return keyErrorText(code, definition_->user());
+    }
+    return hasHttpMark(code) ? http_status_string(static_cast<int>(withoutHttpMark(code)))
+                             : errorText(code);
 }
 
 bool Job::is_network_error(unsigned long code) {

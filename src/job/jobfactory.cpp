@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "job/backupjob.h"
+#include "job/restorejob.h"
 
 namespace dorvo {
 namespace {
@@ -10,6 +11,7 @@ namespace {
 std::unique_ptr<Job> makeByType(std::unique_ptr<JobDefinition>& definition) {
     switch (definition->type()) {
         case JobDefinition::backupType: return std::make_unique<BackupJob>(std::move(definition));
+        case JobDefinition::restoreType: return std::make_unique<RestoreJob>(std::move(definition));
         default: return nullptr;
     }
 }

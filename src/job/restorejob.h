@@ -16,7 +16,7 @@ namespace dorvo {
 
 class DORVO_JOB_API RestoreJob : public TransferJob {
 public:
-    // The definition is that of a restore. The function is for tests to replace.
+    // The definition is that of a restore.
     explicit RestoreJob(std::unique_ptr<JobDefinition> definition,
                         WaitForServer waitForServer = {});
     ~RestoreJob() override;
@@ -25,7 +25,7 @@ protected:
     unsigned long run() override;
 
     // A new back end for the run, null with the last error when there can be none. Work thread.
-    virtual std::unique_ptr<RestoreStorage> createStorage();
+    virtual std::unique_ptr<RestoreStorage> createStorage(StorageUse use);
     // What the run lists its items from; null as above.
     virtual std::unique_ptr<RestoreCatalog> createCatalog();
 
@@ -37,7 +37,6 @@ private:
         return static_cast<const RestoreJobDefinition&>(definition());
     }
     const char* kind() const override { return "restore"; }
-    void forgetRun() override;
     int transfer() override;
     void tidyUp(int endCode) override;
     bool openStorage() override;

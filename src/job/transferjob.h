@@ -14,6 +14,7 @@
 
 #include "job/activity/jobhistoryinfo.h"
 #include "job/job.h"
+#include "job/storagefactory.h"
 #include "job/transferfailure.h"
 #include "storage/faileditems.h"
 
@@ -41,8 +42,8 @@ protected:
 
     // What kind of run the history says it is.
     virtual const char* kind() const = 0;
-    // Begins with nothing of a former run.
-    virtual void forgetRun() = 0;
+    // Lets go of what a former run has left in memory.
+    virtual void forgetRun() {}
     // The run up to the end of its list. Gives the end code: 7 the list is through, 6 paused,
     // 9 cancelled, 10 failed, with the reason in runError_. May throw std::exception.
     virtual int transfer() = 0;
@@ -62,9 +63,12 @@ protected:
 
     // Of the run under way; for the storages of the final classes.
     FailedItems& failedItems() { return *failed_; }
+    StorageRun storageRun(StorageUse use);
     // The run's history document as it would be if the run ended now.
     const json_spirit::Object& historyAt(int endCode);
     std::string instanceText() const;
+    // The end code of a run that leaves before its end: what the state says was asked, else 10.
+    int brokenOffCode() const;
 
     // What follows belongs to the work thread.
     SourceTotals totals_;         // of the source list

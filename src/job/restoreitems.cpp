@@ -1,0 +1,118 @@
+#include "job/restoreitems.h"
+
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "job/activity/sourcerecord.h"
+#include "job/restorepathlinks.h"
+#include "storage/restoretarget.h"
+
+namespace dorvo {
+namespace {
+
+// How often another name is looked for when the chosen one was taken meanwhile.
+constexpr int renameTries = 16;
+
+std::wstring withoutTrailing(std::wstring path) {
+    path.erase(path.find_last_not_of(L"\\/") + 1);
+    return path;
+}
+
+}  // namespace
+
+RestoreItems::RestoreItems(RestoreJob& job, JobActivitySourceReader& reader, std::wstring list)
+    : TransferItems(job, reader,
+                    {"Start of files/directories list.\n", "End of files/directories list.\n",
+                     "Skip restore volumn item.\n"}),
+      job_(job),
+      list_(std::move(list)) {
+    const RestoreJobDefinition& wanted = job.restore();
+    if (wanted.target().empty()) {
+        policy_ = std::make_unique<RestoreOriginalLocationPolicy>(wanted.conflict());
+        return;
+    }
+    const std::wstring location = withoutTrailing(wanted.target()) + L"\\";
+    prefix_ = withoutTrailing(wanted.prefix());
+    auto policy =
+        std::make_unique<RestoreOtherLocationPolicy>(wanted.conflict(), location.c_str(), prefix_);
+    root_ = policy->location();
+    policy_ = std::move(policy);
+}
+
+bool RestoreItems::transfer(const Item& item) {
+    std::wstring target;
+    if (!findPlace(item.path, item.directory, target)) {
+        log(LogLevel::error, "Failed to restore {%s} to {%s}, error-code = %d, %s.\n",
+            toUtf8(item.path).c_str(), toUtf8(target).c_str(), static_cast<int>(GetLastError()),
+            reason_.c_str());
+        return false;
+    }
+    return item.directory ? job_.storage_->restoreDirectory(item.path.c_str(), target.c_str())
+                          : restoreFile(item);
+}
+
+bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstring& target) {
+    if (!policy_->targetPath(path.c_str(), true, target)) {
+        SetLastError(ERROR_BAD_PATHNAME);
+        return false;
+    }
+    const RestorePathFault fault = judgeRestorePath({.original = path,
+                                                     .prefix = prefix_,
+                                                     .root = root_,
+                                                     .target = target,
+                                                     .directory = directory});
+    if (fault == RestorePathFault::none) {
+        return true;
+    }
+    reason_ = restorePathText(fault);
+    SetLastError(restorePathCode(fault));
+    return false;
+}
+
+bool RestoreItems::restoreFile(const Item& item) {
+    const int32_t conflict = job_.restore().conflict();
+    const bool keep = conflict == RestoreLocationPolicy::keepExisting;
+    const bool rename = conflict == RestoreLocationPolicy::renameNew;
+    for (int tries = 1;; ++tries) {
+        std::wstring target;
+        if (!policy_->targetPath(item.path.c_str(), false, target)) {
+            return true;  // left out
+        }
+        if (job_.storage_->restoreFile(item.path.c_str(), target.c_str(), item.number,
+                                       !keep && !rename)) {
+            return true;
+        }
+        if (GetLastError() != ERROR_FILE_EXISTS) {
+            return false;
+        }
+        // Somebody else has made the file meanwhile.
+        if (keep || !rename || tries == renameTries) {
+            return keep;
+        }
+    }
+}
+
+bool RestoreItems::allThrough() {
+    JobActivitySourceReader reader;
+    if (!reader.open(list_, 0)) {
+        return true;
+    }
+    while (const uint32_t tag = reader.next()) {
+        if (!job_.pollEvent(0)) {
+            return false;
+        }
+        std::wstring path;
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        uint64_t number = 0;
+        std::wstring target;
+        if (tag != tagDirectory || !reader.entry(path, data, number) ||
+            !findPlace(path, true, target) || dressRestoredDirectory(target, data)) {
+            continue;
+        }
+        log(LogLevel::error, "Failed to set the times of directory {%s}, error-code = %d, %m.\n",
+            toUtf8(target).c_str(), static_cast<int>(GetLastError()));
+    }
+    return true;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,34 @@
+// Brings the items of a run's source list to their places, and then gives the directories their
+// times again: what was put into them has changed those.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "job/restorejob.h"
+#include "job/restorelocationpolicy.h"
+#include "job/transferitems.h"
+
+namespace dorvo {
+
+class RestoreItems : public TransferItems {
+public:
+    RestoreItems(RestoreJob& job, JobActivitySourceReader& reader, std::wstring list);
+
+private:
+    bool transfer(const Item& item) override;
+    bool allThrough() override;
+
+    // Where the item would go if nothing were there. False, with the last error and reason_ set,
+    // when that is no place to restore to.
+    bool findPlace(const std::wstring& path, bool directory, std::wstring& target);
+    bool restoreFile(const Item& item);
+
+    RestoreJob& job_;
+    const std::wstring list_;  // the source list's path
+    std::wstring root_;        // the chosen folder, empty for the original place
+    std::wstring prefix_;      // what the root stands for
+    std::unique_ptr<RestoreLocationPolicy> policy_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,62 @@
+#include "job/restorejob.h"
+
+#include "base/log.h"
+#include "base/rm_rf.h"
+#include "job/restorerun.h"
+#include "storage/itemtemppath.h"
+
+namespace dorvo {
+
+RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, WaitForServer waitForServer)
+    : TransferJob(std::move(definition), std::move(waitForServer)) {}
+
+RestoreJob::~RestoreJob() {
+    shutdown();
+}
+
+unsigned long RestoreJob::run() {
+    FunctionTrace trace("RestoreJob::run", "restorejob.cpp");
+    return carryOut();
+}
+
+int RestoreJob::transfer() {
+    atStorage_ = true;  // which hears of every run that ends
+    return RestoreRun(*this).carryOut();
+}
+
+void RestoreJob::tidyUp(int endCode) {
+    // A paused run goes on with what it has received.
+    if (endCode != static_cast<int>(JobState::paused)) {
+        rm_rf(itemTempFolder(definition().id()), true);
+    }
+}
+
+bool RestoreJob::openStorage() {
+    storage_ = createStorage(StorageUse::items);
+    return storage_ && storage_->start();
+}
+
+bool RestoreJob::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
+    return storage_->recordError(path, code, reason);
+}
+
+bool RestoreJob::completeAtStorage() {
+    return storage_->end(historyAt(static_cast<int>(JobState::completed)));
+}
+
+bool RestoreJob::dropAtStorage(int endCode) {
+    if (!storage_) {
+        storage_ = createStorage(StorageUse::end);
+    }
+    return storage_ && storage_->end(historyAt(endCode));
+}
+
+std::unique_ptr<RestoreStorage> RestoreJob::createStorage(StorageUse use) {
+    return makeRestoreStorage(restore(), storageRun(use));
+}
+
+std::unique_ptr<RestoreCatalog> RestoreJob::createCatalog() {
+    return makeRestoreCatalog(restore(), stopEvent());
+}
+
+}  // namespace dorvo

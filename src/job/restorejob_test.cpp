@@ -1,0 +1,181 @@
+#include "job/restorejob.h"
+
+#include "job/scripted_job.h"
+
+namespace dorvo {
+namespace {
+
+using namespace test;
+
+class RestoreJobTest : public ScriptedJobTest {};
+
+TEST_F(RestoreJobTest, LogsItsStepsAndTellsTheStorageHowItWent) {
+    const auto job = makeRestore();
+    LogCapture capture;
+    run(*job);
+    const Names expected = {
+        "Start event set.\n",
+        "Speed calculater registerred.\n",
+        "Job history information loaded.\n",
+        "Job source list generated, total size is 21, total files is 3, total directories is 1.\n",
+        "Job source reader ready.\n",
+        "Job started.\n",
+        "Start to restore files/directories.\n",
+        "Start of files/directories list.\n",
+        "End of files/directories list.\n",
+    };
+    Names logged;
+    for (const LogLine& line : capture.lines()) {
+        if (std::find(expected.begin(), expected.end(), line.text) != expected.end()) {
+            logged.push_back(line.text);
+        }
+    }
+    EXPECT_EQ(logged, expected);
+    EXPECT_EQ(script_.targets, (std::vector<std::wstring>{target() + L"\\", target() + L"\\a",
+                                                          target() + L"\\b", target() + L"\\c"}));
+    EXPECT_EQ(script_.history.at("type").get_str(), "restore");
+    EXPECT_EQ(script_.history.at("filescount").get_int64(), 3);
+}
+
+TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
+    struct Row {
+        const char* name;
+        int32_t conflict;
+        bool meanwhile;  // the file appears only after its place was chosen
+        Names stored;
+        const wchar_t* restored;  // where "a" comes to lie; null: nowhere
+    };
+    const Row rows[] = {
+        {"keep", 1, false, {"sources", "b", "c"}, nullptr},
+        {"keep, meanwhile", 1, true, {"sources", "a", "b", "c"}, nullptr},
+        {"overwrite", 2, false, {"sources", "a", "b", "c"}, L"\\a"},
+        {"overwrite, meanwhile", 2, true, {"sources", "a", "b", "c"}, L"\\a"},
+        {"rename", 3, false, {"sources", "a", "b", "c"}, L"\\a.0"},
+        {"rename, meanwhile", 3, true, {"sources", "a", "a", "b", "c"}, L"\\a.0"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(target(), true);
+        script_ = {};
+        const auto appear = [&](const std::string& name) {
+            if (name == "a" && !exists(target() + L"\\a")) {
+                write(target() + L"\\a", "mine");
+            }
+        };
+        if (row.meanwhile) {
+            script_.onItem = appear;
+        } else {
+            appear("a");
+        }
+        const auto job = makeRestore(row.conflict);
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script_.stored(), row.stored);
+        EXPECT_TRUE(job->errors().empty());
+        EXPECT_EQ(job->record().doneSize, 21u) << "what is left out is done";
+        EXPECT_EQ(contentOf(target() + L"\\a"), row.conflict == 2 ? "C:\\sources\\a" : "mine");
+        if (row.restored != nullptr) {
+            EXPECT_EQ(contentOf(target() + row.restored), "C:\\sources\\a");
+        }
+    }
+}
+
+TEST_F(RestoreJobTest, NothingLeavesTheChosenFolder) {
+    script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\..\\x"),
+                       item(L"C:\\sources\\a:stream"), item(L"C:\\other\\y"),
+                       item(L"C:\\sources\\c")};
+    const auto job = makeRestore();
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script_.stored(), (Names{"sources", "c"}));
+    EXPECT_EQ(job->errors(), (Names{"x 161 the path has \".\" or \"..\" in it",
+                                    "a:stream 161 a name in the path has a colon in it",
+                                    "y 161 the item is not below the prefix of the restore"}));
+}
+
+TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRun) {
+    // Also what would pass: nothing is known yet that would be worth keeping.
+    for (const auto& [name, error, code, text] :
+         {std::tuple{"reset", DWORD{WSAECONNRESET}, "10054", ""},
+          std::tuple{"no such run", DWORD{0x20010194}, "404", "Not Found"}}) {
+        SCOPED_TRACE(name);
+        script_ = {};
+        script_.list = {0, error};
+        const auto job = makeRestore();
+        LogCapture capture;
+        run(*job);
+        EXPECT_EQ(job->state(), failed);
+        EXPECT_EQ(job->record().endError, error);
+        EXPECT_EQ(script_.calls, Names{"cancel"});
+        EXPECT_EQ(script_.history.at("state").get_str(), "error");
+        EXPECT_FALSE(exists(list()));
+        const std::string begin = "Failed to generate activity source file, error = ";
+        const auto lines = capture.lines();
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
+            return line.text.starts_with(begin + code + ", " + text);
+        }));
+    }
+}
+
+TEST_F(RestoreJobTest, AStopOrPauseWhileListingIsNoFailure) {
+    for (const bool stop : {true, false}) {
+        SCOPED_TRACE(stop);
+        script_ = {};
+        script_.list = {ERROR_CANCELLED};
+        const auto job = makeRestore();
+        script_.onList = [&] { EXPECT_TRUE(stop ? job->stop() : job->pause(true)); };
+        run(*job);
+        EXPECT_EQ(job->state(), stop ? cancelled : paused);
+        EXPECT_EQ(script_.calls, stop ? Names{"cancel"} : Names{});
+        script_.onList = nullptr;
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
+    }
+}
+
+TEST_F(RestoreJobTest, ASourceThatTheBackupLacksIsAFailedItem) {
+    const auto job = makeRestore(2, {L"C:\\sources\\b", L"C:\\sources\\gone"});
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script_.stored(), Names{"b"});
+    EXPECT_EQ(job->errors(), Names{"gone 2 "});
+}
+
+TEST_F(RestoreJobTest, DirectoriesHaveTheirTimesAfterTheirFiles) {
+    script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\d", true),
+                       item(L"C:\\sources\\d\\a"), item(L"C:\\sources\\e", true)};
+    script_.items["e"] = {ERROR_ACCESS_DENIED};
+    const auto job = makeRestore();
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    for (const wchar_t* name : {L"", L"\\d"}) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        ASSERT_TRUE(GetFileAttributesExW((target() + name).c_str(), GetFileExInfoStandard, &data));
+        EXPECT_EQ(toTicks(data.ftLastWriteTime), toTicks(item(L"").data.ftLastWriteTime)) << name;
+    }
+    EXPECT_EQ(job->errors(), Names{"e 5 "}) << "failed once";
+}
+
+TEST_F(RestoreJobTest, WhatWasReceivedStaysWhileTheRunMayGoOn) {
+    const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
+    const auto job = makeRestore();
+    write(package, "a former run's");
+    script_.items["b"] = {WSAECONNRESET};
+    script_.onItem = [&](const std::string& name) {
+        if (name == "b" && script_.count("C:\\sources\\b") == 0) {
+            EXPECT_FALSE(exists(package));
+            write(package, "half a package");
+        } else if (name == "b") {
+            EXPECT_TRUE(exists(package)) << "the resumed run goes on with it";
+        }
+    };
+    run(*job);
+    EXPECT_EQ(job->state(), paused);
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_FALSE(exists(package));
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,87 @@
+#include "job/restorerun.h"
+
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/rm_rf.h"
+#include "job/restoreitems.h"
+#include "job/restorelist.h"
+#include "job/source/speedcalc.h"
+#include "storage/itemtemppath.h"
+
+namespace dorvo {
+
+int RestoreRun::carryOut() {
+    if (!begin("Start event set.\n")) {
+        return endCode();
+    }
+    const SpeedCalc speed(record_);
+    log(LogLevel::debug, "Speed calculater registerred.\n");
+    bool resumed = false;
+    takeUp(resumed);
+    log(LogLevel::debug, "Job history information loaded.\n");
+    const int end = prepare() ? RestoreItems(job_, reader_, list_).process() : endCode();
+    reader_.close();
+    return end;
+}
+
+bool RestoreRun::prepare() {
+    if (!carryOn() || !makeList()) {
+        return false;
+    }
+    if (!reader_.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to open job activity source file to read, error = %d, %s.\n",
+            static_cast<int>(keep.error()), job_.reasonText(keep.error()).c_str());
+        return fail(keep.error());
+    }
+    log(LogLevel::debug, "Job source reader ready.\n");
+    return startStorage("Start to restore files/directories.\n");
+}
+
+bool RestoreRun::makeList() {
+    if (listed_) {
+        return true;
+    }
+    // Item numbers begin anew, and packages are known by them.
+    rm_rf(itemTempFolder(job_.definition().id()), false);
+    if (!beginList()) {
+        return false;
+    }
+    if (!generateList()) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to generate activity source file, error = %d, %s.\n",
+            static_cast<int>(withoutHttpMark(keep.error())), job_.reasonText(keep.error()).c_str());
+        return refuse(keep.error());
+    }
+    log(LogLevel::debug,
+        "Job source list generated, total size is %Q, total files is %d, total directories is "
+        "%d.\n",
+        record_.totalSize, record_.fileCount, record_.directoryCount);
+    return carryOn();
+}
+
+bool RestoreRun::generateList() {
+    const std::unique_ptr<RestoreCatalog> catalog = job_.createCatalog();
+    if (!catalog) {
+        return false;
+    }
+    const interrupter stop(job_.stopEvent());
+    bool recorded = true;
+    RestoreListGenerator generator({.catalog = catalog.get(),
+                                    .stop = &stop,
+                                    .failedItem = [&](const std::wstring& path, DWORD error) {
+                                        recorded = addFailed(path, error) && recorded;
+                                    }});
+    if (!generator.generate(list_, job_.restore().source())) {
+        return false;
+    }
+    if (!recorded) {
+        SetLastError(ERROR_WRITE_FAULT);
+        return false;
+    }
+    const SourceCalculator& found = generator.totals();
+    const SourceTotals totals{found.directoryCount(), found.fileCount(), found.fileSize()};
+    return endList(totals, totals);
+}
+
+}  // namespace dorvo

@@ -1,0 +1,361 @@
+// Backup and restore jobs whose storage does what a test says: one ground for the tests of both.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "job/activity/jobhistory.h"
+#include "job/activity/jobhistoryerror.h"
+#include "job/activity/jobhistoryinfo.h"
+#include "job/backupjob.h"
+#include "job/restorejob.h"
+#include "scheduler/iocpdispatherwrapper.h"
+#include "storage/itemtemppath.h"
+#include "support/log_capture.h"
+#include "support/store_test.h"
+
+namespace dorvo::test {
+
+using Names = std::vector<std::string>;
+
+constexpr int32_t completed = static_cast<int32_t>(JobState::completed);
+constexpr int32_t paused = static_cast<int32_t>(JobState::paused);
+constexpr int32_t cancelled = static_cast<int32_t>(JobState::cancelled);
+constexpr int32_t failed = static_cast<int32_t>(JobState::error);
+
+inline bool exists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// What the storage of every run of a job was asked, and what it answers: 0 for success.
+struct Script {
+    Names calls;  // "start", "C:\...", "end", "cancel" (a restore that ends otherwise, too)
+    std::vector<std::wstring> readFrom;  // of a backup's items
+    std::vector<std::wstring> targets;   // of a restore's
+    json_spirit::Object history;         // that a restore ended with
+    std::deque<DWORD> start;
+    std::map<std::string, std::deque<DWORD>> items;  // by file name
+    std::deque<DWORD> end;
+    std::deque<DWORD> list;  // each page of a catalog, each batch of an increment check
+    std::function<void(const std::string& name)> onItem;
+    std::function<void()> onList;
+    size_t listed = 0;  // how often a list was asked for
+    bool noStorage = false;
+    std::vector<RestoreCatalog::Item> catalog;
+
+    static bool answer(std::deque<DWORD>& errors) {
+        if (errors.empty()) {
+            return true;
+        }
+        const DWORD error = errors.front();
+        errors.pop_front();
+        SetLastError(error);
+        return error == 0;
+    }
+    bool note(const std::string& call, std::deque<DWORD>& errors) {
+        calls.push_back(call);
+        return answer(errors);
+    }
+    bool item(const wchar_t* path) {
+        const std::string utf8 = toUtf8(path);
+        const std::string name = utf8.substr(utf8.rfind('\\') + 1);
+        if (onItem) {
+            onItem(name);
+        }
+        return note(utf8, items[name]);
+    }
+    bool askList() {
+        ++listed;
+        if (onList) {
+            onList();
+        }
+        return answer(list);
+    }
+    // The names of the items that the storage was asked for.
+    Names stored() const {
+        Names names;
+        for (const std::string& call : calls) {
+            if (call.find('\\') != std::string::npos) {
+                names.push_back(call.substr(call.rfind('\\') + 1));
+            }
+        }
+        return names;
+    }
+    size_t count(const std::string& call) const {
+        return static_cast<size_t>(std::count(calls.begin(), calls.end(), call));
+    }
+};
+
+class FakeBackupStorage : public BackupStorage {
+public:
+    FakeBackupStorage(Script& script, FailedItems& failed) : script_(script), failed_(failed) {}
+
+    bool start() override { return script_.note("start", script_.start); }
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
+        return failed_.add(path, code, reason);
+    }
+    bool end() override { return script_.note("end", script_.end); }
+    bool cancel() override {
+        script_.calls.emplace_back("cancel");
+        return true;
+    }
+    bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA&, uint32_t,
+                const wchar_t* readFrom) override {
+        script_.readFrom.emplace_back(readFrom == nullptr ? L"" : readFrom);
+        return script_.item(path);
+    }
+
+private:
+    Script& script_;
+    FailedItems& failed_;
+};
+
+// Makes what it is asked for, with the item's original path for content.
+class FakeRestoreStorage : public RestoreStorage {
+public:
+    FakeRestoreStorage(Script& script, FailedItems& failed) : script_(script), failed_(failed) {}
+
+    bool start() override { return script_.note("start", script_.start); }
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
+        return failed_.add(path, code, reason);
+    }
+    bool end(const json_spirit::Object& history) override {
+        script_.history = history;
+        if (history.at("state").get_str() == "completed") {
+            return script_.note("end", script_.end);
+        }
+        script_.calls.emplace_back("cancel");
+        return true;
+    }
+    bool restoreDirectory(const wchar_t* original, const wchar_t* target) override {
+        script_.targets.emplace_back(target);
+        return script_.item(original) && createDirectories(target);
+    }
+    bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t,
+                     bool replace) override {
+        script_.targets.emplace_back(target);
+        if (!script_.item(original)) {
+            return false;
+        }
+        if (!replace && exists(target)) {
+            SetLastError(ERROR_FILE_EXISTS);
+            return false;
+        }
+        std::ofstream(target, std::ios::binary) << toUtf8(original);
+        return true;
+    }
+
+private:
+    Script& script_;
+    FailedItems& failed_;
+};
+
+// Lists the script's catalog, two items a page.
+class FakeCatalog : public RestoreCatalog {
+public:
+    explicit FakeCatalog(Script& script) : script_(script) {}
+
+    bool list(const std::wstring& path, const std::string& after, Page& page) override {
+        page = {};
+        if (!script_.askList()) {
+            return false;
+        }
+        std::vector<Item> all;
+        for (const Item& item : script_.catalog) {
+            if (path.empty() || item.path == path || item.path.starts_with(path + L"\\")) {
+                all.push_back(item);
+            }
+        }
+        const size_t first = after.empty() ? 0 : std::stoul(after);
+        const size_t last = std::min(first + 2, all.size());
+        page.items.assign(all.begin() + static_cast<ptrdiff_t>(first),
+                          all.begin() + static_cast<ptrdiff_t>(last));
+        page.next = last < all.size() ? std::to_string(last) : "";
+        return true;
+    }
+
+private:
+    Script& script_;
+};
+
+class ScriptedCheck : public IncrementCheck {
+public:
+    explicit ScriptedCheck(Script& script) : script_(script) {}
+    bool check(const std::vector<File>& files, std::vector<bool>& send) override {
+        send.assign(files.size(), true);
+        return script_.askList();
+    }
+
+private:
+    Script& script_;
+};
+
+class FakeSnapshots : public SnapshotProvider {
+public:
+    HRESULT prepare(const std::vector<std::wstring>& volumes, int, HANDLE) override {
+        volumes_ = volumes;
+        return S_OK;
+    }
+    HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE) override {
+        for (const std::wstring& volume : volumes_) {
+            made.push_back({volume, {}, {}, L"\\\\?\\" + volume, 1});
+        }
+        return S_OK;
+    }
+    HRESULT complete() override { return S_OK; }
+    const char* step() const override { return ""; }
+
+private:
+    std::vector<std::wstring> volumes_;
+};
+
+// What tests see of a job of either kind.
+template <class Job>
+class Scripted : public Job {
+public:
+    template <class... Arguments>
+    explicit Scripted(Script& script, Arguments&&... arguments)
+        : Job(std::forward<Arguments>(arguments)...), script_(script) {}
+    ~Scripted() override { this->shutdown(); }
+
+    JobActivity& record() { return *this->activity().get(); }
+    json_spirit::Object history() const {
+        return JobHistoryInfo(toUtf8(jobHistoryInfoPath(directory(), this->instanceText())))
+            .values();
+    }
+    // Each failed item: its name, code and reason.
+    Names errors() const {
+        Names found;
+        const JobHistoryError document(
+            toUtf8(jobHistoryErrorPath(directory(), this->instanceText())));
+        for (const json_spirit::Value& value : document.values()) {
+            const auto& item = value.get_obj();
+            const std::string path = item.at("path").get_str();
+            found.push_back(path.substr(path.find_last_of("/\\") + 1) + " " +
+                            std::to_string(item.at("code").get_int64()) + " " +
+                            item.at("reason").get_str());
+        }
+        return found;
+    }
+
+protected:
+    template <class Storage, class Interface>
+    std::unique_ptr<Interface> make() {
+        if (script_.noStorage) {
+            SetLastError(ERROR_NOT_SUPPORTED);
+            return nullptr;
+        }
+        return std::make_unique<Storage>(script_, this->failedItems());
+    }
+
+    Script& script_;
+
+private:
+    std::wstring directory() const {
+        std::wstring path;
+        jobDirectory(this->definition().id(), path);
+        return path;
+    }
+};
+
+class ScriptedBackup : public Scripted<BackupJob> {
+public:
+    using Scripted::Scripted;
+
+protected:
+    std::unique_ptr<BackupStorage> createStorage(StorageUse) override {
+        return make<FakeBackupStorage, BackupStorage>();
+    }
+};
+
+class ScriptedRestore : public Scripted<RestoreJob> {
+public:
+    using Scripted::Scripted;
+
+protected:
+    std::unique_ptr<RestoreStorage> createStorage(StorageUse) override {
+        return make<FakeRestoreStorage, RestoreStorage>();
+    }
+    std::unique_ptr<RestoreCatalog> createCatalog() override {
+        return std::make_unique<FakeCatalog>(script_);
+    }
+};
+
+// Three files of 7 bytes in a folder "sources", on the disk and in the catalog.
+class ScriptedJobTest : public StoreTest {
+protected:
+    static void SetUpTestSuite() {
+        IocpDispatherWrapper::open();
+        IocpDispatherWrapper::activate();
+    }
+    static void TearDownTestSuite() { IocpDispatherWrapper::close(); }
+
+    static std::wstring sources() { return dataPath(L"\\sources"); }
+    static std::wstring target() { return dataPath(L"\\to"); }
+    static std::wstring list() { return dataPath(L"\\job\\j1\\src"); }
+
+    static RestoreCatalog::Item item(std::wstring path, bool directory = false) {
+        RestoreCatalog::Item made;
+        made.path = std::move(path);
+        made.data.dwFileAttributes = directory ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
+        made.data.ftLastWriteTime = toFileTime(130'000'000'000'000'000);
+        made.data.nFileSizeLow = directory ? 0 : 7;
+        return made;
+    }
+
+    std::unique_ptr<ScriptedBackup> makeBackup(std::vector<std::wstring> paths = {sources()}) {
+        createDirectories(dataPath(L"\\job\\j1"));
+        for (const wchar_t* name : {L"a", L"b", L"c"}) {
+            write(sources() + L"\\" + name, "content");
+        }
+        auto definition = std::make_unique<BackupJobDefinition>("j1", L"job", "alice");
+        definition->setSource(std::move(paths));
+        BackupJob::Services services;
+        services.snapshotsEnabled = [this] { return snapshots_; };
+        services.waitForServer = [this] { return waitForServer_; };
+        services.snapshots = [] {
+            return std::make_unique<VSSRequester>(std::make_unique<FakeSnapshots>());
+        };
+        services.incrementCheck = [this] { return std::make_unique<ScriptedCheck>(script_); };
+        return std::make_unique<ScriptedBackup>(script_, std::move(definition),
+                                                std::move(services));
+    }
+
+    std::unique_ptr<ScriptedRestore> makeRestore(int32_t conflict = 2,
+                                                 std::vector<std::wstring> paths = {}) {
+        createDirectories(dataPath(L"\\job\\j1"));
+        if (script_.catalog.empty()) {
+            script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\a"),
+                               item(L"C:\\sources\\b"), item(L"C:\\sources\\c")};
+        }
+        auto definition = std::make_unique<RestoreJobDefinition>("j1", L"job", "alice");
+        definition->setOrigin("machine", "backup", "7f0b1e5a-1d2c-4e3f-8a9b-0c1d2e3f4a5b");
+        definition->setTarget(target(), L"C:\\sources\\");
+        definition->setSource(std::move(paths));
+        definition->setConflict(conflict);
+        return std::make_unique<ScriptedRestore>(script_, std::move(definition),
+                                                 [this] { return waitForServer_; });
+    }
+
+    static void run(Job& job) {
+        ASSERT_TRUE(job.start());
+        ASSERT_TRUE(job.wait(60'000));
+    }
+
+    Script script_;
+    bool snapshots_ = false;
+    bool waitForServer_ = false;
+};
+
+}  // namespace dorvo::test

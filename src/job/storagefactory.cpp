@@ -1,0 +1,156 @@
+#include "job/storagefactory.h"
+
+#include "base/log.h"
+#include "base/machine_name.h"
+#include "base/singleton.h"
+#include "base/text.h"
+#include "settings/cookiemanager.h"
+#include "settings/options.h"
+#include "storage/local/localbackupstorage.h"
+#include "storage/local/localincrementcheck.h"
+#include "storage/local/localrestorecatalog.h"
+#include "storage/local/localrestorestorage.h"
+#include "storage/web_increment_check.h"
+#include "storage/web_keys.h"
+#include "storage/webbackupstorage.h"
+#include "storage/webrestorecatalog.h"
+#include "storage/webrestorestorage.h"
+
+namespace dorvo {
+namespace {
+
+template <class T>
+T& singleton() {
+    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
+}
+
+bool isWeb(const JobDefinition& definition) {
+    return definition.storage() == StorageKind::web;
+}
+
+bool findMachine(std::string& machine) {
+    if (machineName(machine)) {
+        return true;
+    }
+    log(LogLevel::error, "Failed to find the machine's name, error-code = %d, %m.\n",
+        static_cast<int>(GetLastError()));
+    return false;
+}
+
+template <class Target>
+bool fillKey(const JobDefinition& definition, KeyUse use, HANDLE stop, Target& target) {
+    UserKey found;
+    if (!(isWeb(definition) ? agreeOnKey(definition.user(), use, stop, found)
+                            : findLocalKey(definition.user(), use, found))) {
+        return false;
+    }
+    target.key = found.key;
+    target.iv = found.iv;
+    return true;
+}
+
+template <class Target>
+bool fillRun(const JobDefinition& definition, const StorageRun& run, KeyUse keyUse,
+             Target& target) {
+    target.jobId = definition.id();
+    target.jobName = toUtf8(definition.name());
+    target.activity = &run.activity;
+    target.failed = &run.failed;
+    target.stop = run.stop;
+    return run.use == StorageUse::end || fillKey(definition, keyUse, run.stop, target);
+}
+
+template <class Target>
+void fillServer(const JobDefinition& definition, Target& target) {
+    target.user = definition.user();
+    singleton<OptionsImpl>().getServerInfo(target.host, target.port);
+    singleton<CookieManagerImpl>().findCookie(definition.user().c_str(), target.cookie);
+}
+
+template <class Target>
+void fillOrigin(const RestoreJobDefinition& definition, Target& target) {
+    target.machine = definition.machine();
+    target.jobDefinitionId = definition.jobDefinitionId();
+    target.jobInstanceId = definition.jobInstanceId();
+}
+
+}  // namespace
+
+std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& definition,
+                                                 const StorageRun& run,
+                                                 const SourceTotals& totals) {
+    const auto fill = [&](auto& target) {
+        target.compress = definition.compress();
+        target.totals = totals;
+        return fillRun(definition, run, KeyUse::backup, target);
+    };
+    if (isWeb(definition)) {
+        WebBackupStorage::Run web;
+        if (!fill(web)) {
+            return nullptr;
+        }
+        fillServer(definition, web);
+        return std::make_unique<WebBackupStorage>(std::move(web));
+    }
+    LocalBackupStorage::Run local;
+    local.location = definition.location();
+    local.user = definition.user();
+    if (!findMachine(local.machine) || !fill(local)) {
+        return nullptr;
+    }
+    return std::make_unique<LocalBackupStorage>(std::move(local));
+}
+
+std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
+                                                   const StorageRun& run) {
+    const auto fill = [&](auto& target) {
+        fillOrigin(definition, target);
+        return fillRun(definition, run, KeyUse::restore, target);
+    };
+    if (isWeb(definition)) {
+        WebRestoreStorage::Run web;
+        if (!fill(web)) {
+            return nullptr;
+        }
+        fillServer(definition, web);
+        return std::make_unique<WebRestoreStorage>(std::move(web));
+    }
+    LocalRestoreStorage::Run local;
+    local.location = definition.location();
+    if (!fill(local)) {
+        return nullptr;
+    }
+    return std::make_unique<LocalRestoreStorage>(std::move(local));
+}
+
+std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,
+                                                   const std::string& instanceId, HANDLE stop) {
+    if (isWeb(definition)) {
+        return std::make_unique<Web_Increment_Check>(Web_Increment_Check::Run{
+            definition.id(), definition.user(), instanceId, definition.compress(), stop});
+    }
+    LocalIncrementCheck::Run local;
+    local.location = definition.location();
+    local.jobId = definition.id();
+    local.instanceId = instanceId;
+    local.stop = stop;
+    if (!findMachine(local.machine) || !fillKey(definition, KeyUse::backup, stop, local)) {
+        return nullptr;
+    }
+    return std::make_unique<LocalIncrementCheck>(std::move(local));
+}
+
+std::unique_ptr<RestoreCatalog> makeRestoreCatalog(const RestoreJobDefinition& definition,
+                                                   HANDLE stop) {
+    if (isWeb(definition)) {
+        return std::make_unique<WebRestoreCatalog>(WebRestoreCatalog::Run{
+            definition.machine(), definition.jobInstanceId(), definition.user(), stop});
+    }
+    LocalRestoreCatalog::Run local;
+    local.location = definition.location();
+    fillOrigin(definition, local);
+    local.stop = stop;
+    return std::make_unique<LocalRestoreCatalog>(std::move(local));
+}
+
+}  // namespace dorvo

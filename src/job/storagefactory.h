@@ -1,0 +1,47 @@
+// Makes what a run talks to, by the definition's storage: the web service of the options, or a
+// folder.
+//
+// Null leaves the last error and is logged. A storage for items has the user's key, agreed on with
+// whoever keeps the backups; a refusal of the key is such a failure. What a run is made of is
+// borrowed for the storage's life.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+#include <string>
+
+#include "job/activity/jobactivity.h"
+#include "job/source/incrementcheck.h"
+#include "jobdef/backupjobdefinition.h"
+#include "jobdef/restorejobdefinition.h"
+#include "storage/backupstorage.h"
+#include "storage/faileditems.h"
+#include "storage/request_bodies.h"
+#include "storage/restorecatalog.h"
+#include "storage/restorestorage.h"
+
+namespace dorvo {
+
+// What a storage is made for: the items of a run, or only the end of one, which needs no key.
+enum class StorageUse { items, end };
+
+struct StorageRun {
+    StorageUse use;
+    JobActivity& activity;
+    FailedItems& failed;
+    HANDLE stop;  // manual-reset event
+};
+
+std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& definition,
+                                                 const StorageRun& run, const SourceTotals& totals);
+std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
+                                                   const StorageRun& run);
+
+// `instanceId` is that of the run.
+std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,
+                                                   const std::string& instanceId, HANDLE stop);
+std::unique_ptr<RestoreCatalog> makeRestoreCatalog(const RestoreJobDefinition& definition,
+                                                   HANDLE stop);
+
+}  // namespace dorvo

@@ -1,0 +1,140 @@
+#include "job/transferitems.h"
+
+#include <atomic>
+
+#include "base/http_error.h"
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "httpmsg/http_names.h"
+#include "job/activity/sourcerecord.h"
+
+namespace dorvo {
+
+TransferItems::TransferItems(TransferJob& job, JobActivitySourceReader& reader, const Lines& lines)
+    : record_(*job.activity().get()), job_(job), reader_(reader), lines_(lines) {}
+
+int TransferItems::process() {
+    Step last = Step::next;
+    for (;;) {
+        // An item that a stop has broken off is the next run's first.
+        const bool carryOn = job_.pollEvent(0);
+        if ((carryOn || last != Step::brokenOff) && !takePosition()) {
+            fail(GetLastError());
+            return job_.brokenOffCode();
+        }
+        if (!carryOn) {
+            return job_.brokenOffCode();
+        }
+        last = step(reader_.next());
+        if (last == Step::ended || (last == Step::finished && !allThrough())) {
+            return job_.brokenOffCode();
+        }
+        if (last == Step::finished) {
+            record_.state = static_cast<int>(JobState::completing);
+            job_.activity().sync();
+            job_.notify_state();
+            return static_cast<int>(JobState::completed);
+        }
+    }
+}
+
+bool TransferItems::takePosition() {
+    // The end of a set stays the position, so that a run which only has to end finds it again.
+    if (setEnded_) {
+        return true;
+    }
+    const int64_t position = reader_.offset();
+    if (position < 0) {
+        return false;
+    }
+    record_.sourcePosition = static_cast<uint64_t>(position);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (fileDone_) {
+        fileDone_ = false;
+        record_.fileOffset = 0;
+        record_.fileSize = 0;
+        record_.doneSize += doneBytes_;
+        record_.fileIndex += 1;
+    }
+    return true;
+}
+
+TransferItems::Step TransferItems::step(uint32_t tag) {
+    switch (tag) {
+        case tagSetStart:
+            setEnded_ = false;
+            log(LogLevel::information, lines_.setStart);
+            return Step::next;
+        case tagSetEnd:
+            setEnded_ = true;
+            log(LogLevel::information, lines_.setEnd);
+            return Step::next;
+        case tagVolume: log(LogLevel::information, lines_.volume); return volume();
+        case tagFile: return item(false);
+        case tagDirectory: return item(true);
+        case 0: return setEnded_ ? Step::finished : damaged();
+        default: return Step::next;
+    }
+}
+
+TransferItems::Step TransferItems::volume() {
+    std::wstring path;
+    if (!reader_.volume(path)) {
+        return damaged();
+    }
+    enterVolume(path);
+    return Step::next;
+}
+
+TransferItems::Step TransferItems::item(bool directory) {
+    Item item;
+    uint64_t value = 0;
+    if (!reader_.entry(item.path, item.data, value)) {
+        return damaged();
+    }
+    item.number = static_cast<uint32_t>(value);
+    item.directory = directory;
+    record_.currentFilePath(item.path);
+    reason_.clear();
+    const bool transferred = transfer(item);
+    const DWORD code = GetLastError();
+    if (!directory) {
+        fileDone_ = true;
+        doneBytes_ = uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+    }
+    return transferred ? Step::next : itemFailed(item, code);
+}
+
+TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long code) {
+    switch (itemFailure(job_.failureOf(code))) {
+        case FailureAction::leave: return Step::brokenOff;
+        case FailureAction::pause: job_.pauseForRetry(code); return Step::ended;
+        case FailureAction::record:
+        case FailureAction::fail: break;
+    }
+    const auto marked = static_cast<uint32_t>(code);
+    if (reason_.empty() && isHttpStatus(marked)) {
+        reason_ = http_status_string(static_cast<int>(withoutHttpMark(marked)));
+    }
+    if (!job_.recordError(item.path.c_str(), code, reason_)) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to record the failed item {%s}, error-code = %d, %m.\n",
+            toUtf8(item.path).c_str(), static_cast<int>(keep.error()));
+        return fail(keep.error());
+    }
+    return Step::next;
+}
+
+TransferItems::Step TransferItems::damaged() {
+    log(LogLevel::error, "The source list of job {%s} is damaged at {%Q}.\n",
+        job_.definition().id().c_str(), record_.sourcePosition);
+    return fail(ERROR_FILE_CORRUPT);
+}
+
+TransferItems::Step TransferItems::fail(unsigned long code) {
+    job_.runError_ = code;
+    return Step::ended;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,351 @@
+#include "job/transferjob.h"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <limits>
+
+#include "base/last_error.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/singleton.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "httpmsg/http_names.h"
+#include "job/activity/jobhistory.h"
+#include "settings/options.h"
+
+namespace dorvo {
+namespace {
+
+constexpr int number(JobState state) {
+    return static_cast<int>(state);
+}
+
+constexpr bool isFinal(int state) {
+    return state == number(JobState::completed) || state == number(JobState::cancelled) ||
+           state == number(JobState::error);
+}
+
+bool optionToWait() {
+    return ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()
+        ->waitForServer();
+}
+
+}  // namespace
+
+TransferJob::TransferJob(std::unique_ptr<JobDefinition> definition, WaitForServer waitForServer)
+    : Job(std::move(definition)),
+      waitForServer_(waitForServer ? std::move(waitForServer) : optionToWait) {}
+
+bool TransferJob::init() {
+    JobActivity* const record = activity().get();
+    if (record == nullptr) {
+        return false;
+    }
+    if (running()) {
+        return true;
+    }
+    const int state = record->state;
+    const bool stopAsked = record->pendingState == number(JobState::canceling);
+    const bool underWay = state >= number(JobState::starting) && state <= number(JobState::pausing);
+    if (state == number(JobState::canceling) || (underWay && stopAsked)) {
+        // The storage drops what was never ended; here the run ends now.
+        runError_ = ERROR_CANCELLED;
+        openHistory();
+        writeHistory(number(JobState::cancelled));
+        closeHistory();
+        tidyUp(number(JobState::cancelled));
+        record->lastRunState = number(JobState::cancelled);
+        record->lastRunTime = localTimeNow();
+        record->endError = ERROR_CANCELLED;
+        record->pendingState = 0;
+        record->state = number(JobState::cancelled);
+        activity().sync();
+    } else if (underWay) {
+        // A pause that its user has seen begin stays the user's.
+        const bool pausing =
+            state == number(JobState::pausing) || record->pendingState == number(JobState::pausing);
+        if (!pausing) {
+            record->pausedManually = 0;
+        }
+        record->pendingState = 0;
+        record->state = number(JobState::paused);
+        activity().sync();
+    }
+    if (record->state == number(JobState::paused) && record->hasInstance()) {
+        armResume();
+    }
+    return true;
+}
+
+bool TransferJob::stop() {
+    const JobActivity* const record = activity().get();
+    if (record == nullptr) {
+        return false;
+    }
+    std::unique_lock guard(stateLock_);
+    switch (static_cast<JobState>(record->state)) {
+        case JobState::starting:
+        case JobState::running:
+        case JobState::completing:
+        case JobState::pausing: return requestStop();
+        case JobState::paused: guard.unlock(); return cancelPausedRun();
+        default: return true;
+    }
+}
+
+bool TransferJob::requestStop() {
+    const bool again = activity()->pendingState == number(JobState::canceling);
+    if (!emit(JobCommand::stop)) {
+        return false;
+    }
+    // After the command: a thread that was busy pausing clears what it finds, and must find this
+    // at its end.
+    activity()->pendingState = number(JobState::canceling);
+    activity().sync();
+    stopAsked();
+    if (!again) {
+        notify_state(number(JobState::canceling));
+    }
+    return true;
+}
+
+bool TransferJob::cancelPausedRun() {
+    disarmResume();
+    if (!activity()->hasInstance()) {
+        // Parked before its first run: there is nothing to cancel.
+        activity()->pausedManually = 0;
+        activity()->state = number(JobState::cancelled);
+        activity().sync();
+        notify_state();
+        return true;
+    }
+    cancelOnly_ = true;
+    // A run that has begun has left the state `paused`; starting counts as done without a thread
+    // too.
+    if (!startTask() || activity()->state == number(JobState::paused)) {
+        cancelOnly_ = false;
+        return false;
+    }
+    return true;
+}
+
+bool TransferJob::pause(bool manual) {
+    std::lock_guard guard(stateLock_);
+    if (!Job::pause(manual)) {
+        return false;
+    }
+    if (stopping()) {
+        stopAsked();
+    }
+    return true;
+}
+
+unsigned long TransferJob::carryOut() {
+    disarmResume();
+    retry_ = false;
+    errorNotified_ = false;
+    runError_ = ERROR_SUCCESS;
+    atStorage_ = false;
+    closeStorage();
+    totals_ = {};
+    forgetRun();
+    const bool cancelOnly = cancelOnly_.exchange(false);
+    activity()->state = number(cancelOnly ? JobState::canceling : JobState::starting);
+    activity()->pausedManually = 0;
+    activity()->endError = ERROR_SUCCESS;
+    activity().sync();
+    openHistory();
+    int endCode = number(JobState::cancelled);
+    if (cancelOnly) {
+        setStartEvent();
+        notify_state();
+        atStorage_ = true;
+    } else {
+        try {
+            endCode = transfer();
+        } catch (const std::exception& error) {
+            log(LogLevel::error, "Run of job {%s} failed, %s.\n", definition().id().c_str(),
+                error.what());
+            runError_ = ERROR_INTERNAL_ERROR;
+            endCode = number(JobState::error);
+        }
+    }
+    finish(endCode);
+    return runError_;
+}
+
+void TransferJob::finish(int endCode) {
+    for (;;) {
+        endCode = cleanup(endCode);
+        std::lock_guard guard(stateLock_);
+        JobActivity& record = *activity().get();
+        if (endCode == number(JobState::paused) &&
+            record.pendingState == number(JobState::canceling)) {
+            endCode = number(JobState::cancelled);  // the stop came while the run wound down
+            continue;
+        }
+        if (endCode == number(JobState::cancelled)) {
+            runError_ = ERROR_CANCELLED;
+        }
+        record.endError = static_cast<uint32_t>(runError_);
+        record.currentFileState = static_cast<uint32_t>(CurrentFileState::none);
+        record.pendingState = 0;
+        if (isFinal(endCode)) {
+            record.resuming = 0;
+            record.lastRunState = endCode;
+            record.lastRunTime = localTimeNow();
+        }
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        record.state = endCode;
+        activity().sync();
+        break;
+    }
+    closeStorage();
+    closeHistory();
+    if (endCode == number(JobState::error) && !errorNotified_) {
+        notify_error(runError_);
+    }
+    notify_state(endCode);
+    if (endCode == number(JobState::paused) && retry_) {
+        armResume();
+    }
+}
+
+int TransferJob::cleanup(int endCode) {
+    if (endCode == number(JobState::completed)) {
+        endCode = complete();
+    } else if (isFinal(endCode)) {
+        drop(endCode);
+    }
+    writeHistory(endCode);
+    tidyUp(endCode);
+    return endCode;
+}
+
+int TransferJob::complete() {
+    if (completeAtStorage()) {
+        return number(JobState::completed);
+    }
+    const DWORD code = GetLastError();
+    logRetry("end", code);
+    runError_ = code;
+    Failure failure = failureOf(code);
+    failure.stopping = false;  // a pending stop is seen to afterwards
+    notify_error(code);
+    errorNotified_ = true;
+    // An end that was broken off has not been refused: the resumed run ends again.
+    const FailureAction action = runFailure(failure);
+    if (action == FailureAction::pause || action == FailureAction::leave) {
+        retry_ = true;
+        return number(JobState::paused);
+    }
+    drop(number(JobState::error));
+    return number(JobState::error);
+}
+
+void TransferJob::drop(int endCode) {
+    if (atStorage_ && !dropAtStorage(endCode)) {
+        logRetry("cancel", GetLastError());
+    }
+    atStorage_ = false;
+}
+
+void TransferJob::logRetry(const char* verb, unsigned long code) const {
+    const std::string id = definition().id();
+    const std::string name = toUtf8(definition().name());
+    if (isHttpStatus(static_cast<uint32_t>(code))) {
+        const int status = static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code)));
+        log(LogLevel::error, "Failed to %s job {%s, %s}, error-code = %d, %s, retrying latter.\n",
+            verb, id.c_str(), name.c_str(), status, http_status_string(status));
+        return;
+    }
+    SetLastError(code);
+    log(LogLevel::error, "Failed to %s job {%s, %s}, error-code = %d, %m, retrying latter.\n", verb,
+        id.c_str(), name.c_str(), static_cast<int>(code));
+}
+
+void TransferJob::openHistory() {
+    std::wstring directory;
+    jobDirectory(definition().id(), directory);
+    const std::string instance = instanceText();
+    history_ = std::make_unique<JobHistoryInfo>(toUtf8(jobHistoryInfoPath(directory, instance)));
+    failed_ = std::make_unique<FailedItems>(toUtf8(jobHistoryErrorPath(directory, instance)),
+                                            *activity().get());
+}
+
+void TransferJob::closeHistory() {
+    history_.reset();
+    failed_.reset();
+}
+
+const json_spirit::Object& TransferJob::historyAt(int endCode) {
+    const JobActivity& record = *activity().get();
+    JobHistoryInfo& info = *history_;
+    info.instanceId(instanceText().c_str());
+    info.type(kind());
+    info.starttime(toFileTime(localToUtc(record.startTime)));
+    info.endtime(toFileTime(utcTimeNow()));
+    info.totalsize(static_cast<int64_t>(record.totalSize));
+    info.filescount(record.fileCount);
+    info.state(jobStateToString(endCode));
+    info.speed(static_cast<int32_t>(
+        std::min<uint64_t>(record.AverageSpeed(), std::numeric_limits<int32_t>::max())));
+    return info.values();
+}
+
+void TransferJob::writeHistory(int endCode) {
+    std::wstring directory;
+    if (instanceText().empty() || !jobDirectory(definition().id(), directory)) {
+        return;
+    }
+    historyAt(endCode);
+    if (!history_->save() || !failed_->save()) {
+        log(LogLevel::error, "Failed to write the history of job {%s}.\n",
+            definition().id().c_str());
+    }
+    trimJobHistory(directory);
+}
+
+Failure TransferJob::failureOf(unsigned long code) {
+    return {static_cast<uint32_t>(code), is_network_error(code), stopping(), waitForServer_()};
+}
+
+void TransferJob::pauseForRetry(unsigned long code) {
+    runError_ = code;
+    errorNotified_ = true;
+    notify_error(code);
+    retry_ = true;
+    if (activity()->state != number(JobState::pausing)) {
+        pause(false);
+        pollEvent(0);
+    }
+}
+
+StorageRun TransferJob::storageRun(StorageUse use) {
+    return {use, *activity().get(), failedItems(), stopEvent()};
+}
+
+int TransferJob::brokenOffCode() const {
+    switch (static_cast<JobState>(state())) {
+        case JobState::pausing: return number(JobState::paused);
+        case JobState::canceling: return number(JobState::cancelled);
+        default: return number(JobState::error);
+    }
+}
+
+bool TransferJob::stopping() const {
+    return WaitForSingleObject(stopEvent(), 0) == WAIT_OBJECT_0;
+}
+
+std::string TransferJob::instanceText() const {
+    const JobActivity& record = *activity().get();
+    GUID id{};
+    static_assert(sizeof(id) == sizeof(record.instanceId));
+    std::copy(record.instanceId.begin(), record.instanceId.end(), reinterpret_cast<uint8_t*>(&id));
+    return record.hasInstance() ? uuidText(id) : std::string();
+}
+
+}  // namespace dorvo

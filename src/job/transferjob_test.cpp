@@ -1,0 +1,291 @@
+// What backup and restore jobs have in common, on both.
+#include "job/transferjob.h"
+
+#include <stdexcept>
+
+#include "job/scripted_job.h"
+
+namespace dorvo {
+namespace {
+
+using namespace test;
+
+template <class Kind>
+class TransferJobTest : public ScriptedJobTest {
+protected:
+    auto makeJob() {
+        if constexpr (std::is_same_v<Kind, ScriptedBackup>) {
+            return makeBackup();
+        } else {
+            return makeRestore();
+        }
+    }
+};
+
+struct KindNames {
+    template <class Kind>
+    static std::string GetName(int) {
+        return std::is_same_v<Kind, ScriptedBackup> ? "Backup" : "Restore";
+    }
+};
+using Kinds = testing::Types<ScriptedBackup, ScriptedRestore>;
+TYPED_TEST_SUITE(TransferJobTest, Kinds, KindNames);
+
+TYPED_TEST(TransferJobTest, TransfersEverythingAndEnds) {
+    Script& script = this->script_;
+    const auto job = this->makeJob();
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));
+    EXPECT_EQ(script.calls.front(), "start");
+    EXPECT_EQ(script.calls.back(), "end");
+
+    const JobActivity& record = job->record();
+    EXPECT_EQ(record.fileCount, 3u);
+    EXPECT_EQ(record.directoryCount, 1u);
+    EXPECT_EQ(record.totalSize, 21u);
+    EXPECT_EQ(record.doneSize, 21u);
+    EXPECT_EQ(record.fileIndex, 3u);
+    EXPECT_EQ(record.progress(), 100);
+    EXPECT_EQ(record.endError, 0u);
+    EXPECT_EQ(record.lastRunState, completed);
+
+    const auto history = job->history();
+    EXPECT_EQ(history.at("state").get_str(), "completed");
+    EXPECT_EQ(history.at("filescount").get_int64(), 3);
+    EXPECT_TRUE(job->errors().empty());
+}
+
+TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
+    Script& script = this->script_;
+    script.items["a"] = {0x20010193};
+    script.items["b"] = {ERROR_SHARING_VIOLATION};
+    script.items["c"] = {ERROR_CANCELLED};
+    const auto job = this->makeJob();
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden", "b 32 "}));
+    EXPECT_EQ(job->record().failedItems, 2u);
+}
+
+TYPED_TEST(TransferJobTest, PausesForTheNetworkAndResumesAtTheItem) {
+    Script& script = this->script_;
+    script.items["a"] = {ERROR_ACCESS_DENIED};
+    script.items["b"] = {WSAECONNRESET};
+    auto job = this->makeJob();
+    this->run(*job);
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_EQ(job->record().pausedManually, 0u);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(WSAECONNRESET));
+    EXPECT_EQ(script.count("end") + script.count("cancel"), 0u);
+
+    // Another process takes it up, and does not list again.
+    job.reset();
+    script.calls.clear();
+    script.listed = 0;
+    job = this->makeJob();
+    ASSERT_TRUE(job->init());
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script.listed, 0u);
+    EXPECT_EQ(script.stored(), (Names{"b", "c"}));
+    EXPECT_EQ(job->errors(), (Names{"a 5 "}));
+    EXPECT_EQ(job->record().fileIndex, 3u);
+    EXPECT_EQ(job->record().doneSize, 21u);
+}
+
+TYPED_TEST(TransferJobTest, StartFailures) {
+    struct Row {
+        const char* name;
+        DWORD error;
+        bool wait;
+        int32_t state;
+    };
+    const Row rows[] = {
+        {"no session", 0x20010191, false, paused},
+        {"busy", 0x200101F7, false, paused},
+        {"server error", 0x200101F4, false, failed},
+        {"refused", WSAECONNREFUSED, false, failed},
+        {"refused, worth waiting", WSAECONNREFUSED, true, paused},
+        {"no storage", ERROR_NOT_SUPPORTED, false, failed},
+    };
+    Script& script = this->script_;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.start = {row.error};
+        script.noStorage = row.error == ERROR_NOT_SUPPORTED;
+        this->waitForServer_ = row.wait;
+        const auto job = this->makeJob();
+        LogCapture capture;
+        this->run(*job);
+        EXPECT_EQ(job->state(), row.state);
+        EXPECT_EQ(job->record().endError, row.error);
+        EXPECT_TRUE(capture.has(LogLevel::error, "Start job failed.\n"));
+        EXPECT_EQ(script.count("cancel"), row.state == failed && !script.noStorage ? 1u : 0u);
+        EXPECT_TRUE(script.stored().empty());
+        EXPECT_EQ(job->history().at("state").get_str(), jobStateToString(row.state));
+    }
+}
+
+TYPED_TEST(TransferJobTest, ARunThatThrowsEndsLikeAnyOtherFailure) {
+    this->script_.onItem = [](const std::string&) { throw std::runtime_error("broken"); };
+    const auto job = this->makeJob();
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->lastRunState(), failed);
+    EXPECT_EQ(this->script_.count("cancel"), 1u);
+    EXPECT_EQ(job->history().at("state").get_str(), "error");
+}
+
+TYPED_TEST(TransferJobTest, AStopOutweighsTheErrorItCauses) {
+    Script& script = this->script_;
+    const auto job = this->makeJob();
+    script.items["b"] = {WSAECONNRESET};
+    script.onItem = [&](const std::string& name) {
+        if (name == "b") {
+            EXPECT_TRUE(job->stop());
+        }
+    };
+    this->run(*job);
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_EQ(script.stored(), (Names{"sources", "a", "b"}));
+    EXPECT_EQ(script.calls.back(), "cancel");
+    EXPECT_TRUE(job->errors().empty());
+    EXPECT_EQ(job->record().pendingState, 0);
+}
+
+TYPED_TEST(TransferJobTest, APauseInAnItemRepeatsItUnlessItGotThrough) {
+    Script& script = this->script_;
+    for (const DWORD answer : {ERROR_CANCELLED, ERROR_SUCCESS}) {
+        SCOPED_TRACE(answer);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.items["b"] = {answer};
+        const auto job = this->makeJob();
+        bool asked = false;
+        script.onItem = [&](const std::string& name) {
+            if (name == "b" && !std::exchange(asked, true)) {
+                EXPECT_TRUE(job->pause(true));
+            }
+        };
+        this->run(*job);
+        EXPECT_EQ(job->state(), paused);
+        EXPECT_EQ(job->record().pausedManually, 1u);
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(), answer == ERROR_SUCCESS
+                                       ? (Names{"sources", "a", "b", "c"})
+                                       : (Names{"sources", "a", "b", "b", "c"}));
+        EXPECT_EQ(job->record().pausedManually, 0u);
+        EXPECT_EQ(job->record().doneSize, 21u);
+    }
+}
+
+TYPED_TEST(TransferJobTest, StoppingAPausedRunOnlyDropsIt) {
+    Script& script = this->script_;
+    script.items["b"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    script.calls.clear();
+    EXPECT_TRUE(job->stop());
+    ASSERT_TRUE(job->wait(60'000));
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_EQ(script.calls, Names{"cancel"});
+    EXPECT_FALSE(exists(this->dataPath(L"\\job\\j1\\act\\vol\\1")));
+}
+
+TYPED_TEST(TransferJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
+    const auto job = this->makeJob();
+    EXPECT_TRUE(job->pause(true));
+    EXPECT_TRUE(job->stop());
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_TRUE(this->script_.calls.empty());
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+}
+
+TYPED_TEST(TransferJobTest, AnEndThatFailsForNowIsAllThatIsRepeated) {
+    Script& script = this->script_;
+    script.end = {0x200101F7, ERROR_CANCELLED};
+    const auto job = this->makeJob();
+    LogCapture capture;
+    this->run(*job);
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_TRUE(capture.has(LogLevel::error,
+                            "Failed to end job {j1, job}, error-code = 503, Service Unavailable, "
+                            "retrying latter.\n"));
+    this->run(*job);
+    EXPECT_EQ(job->state(), paused) << "the end was broken off";
+    script.calls.clear();
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script.calls, (Names{"start", "end"}));
+}
+
+TYPED_TEST(TransferJobTest, AnEndThatIsRefusedFailsTheRun) {
+    this->script_.end = {0x20010199};
+    const auto job = this->makeJob();
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(this->script_.calls.back(), "cancel");
+    EXPECT_EQ(job->record().endError, 0x20010199u);
+}
+
+TYPED_TEST(TransferJobTest, AListWithoutItsEndNeverCompletes) {
+    this->script_.items["b"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    const std::string content = this->contentOf(this->list());
+    this->write(this->list(), content.substr(0, content.size() - 6));
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_FILE_CORRUPT));
+    EXPECT_EQ(this->script_.count("end"), 0u);
+}
+
+TYPED_TEST(TransferJobTest, TakesUpWhatACrashLeft) {
+    struct Row {
+        JobState left;
+        int32_t pending;
+        uint32_t manual;
+        int32_t found;
+        uint32_t stillManual;
+    };
+    using enum JobState;
+    constexpr int32_t idleFound = static_cast<int32_t>(idle);
+    const Row rows[] = {
+        {starting, 0, 0, test::paused, 0},
+        {running, 0, 0, test::paused, 0},
+        {running, 0, 1, test::paused, 0},
+        {running, 5, 1, test::paused, 1},
+        {running, 8, 0, test::cancelled, 0},
+        {completing, 0, 0, test::paused, 0},
+        {pausing, 0, 0, test::paused, 0},
+        {pausing, 0, 1, test::paused, 1},
+        {JobState::paused, 0, 1, test::paused, 1},
+        {canceling, 0, 0, test::cancelled, 0},
+        {idle, 0, 0, idleFound, 0},
+        {JobState::completed, 0, 0, test::completed, 0},
+        {JobState::cancelled, 0, 0, test::cancelled, 0},
+        {error, 0, 0, test::failed, 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << jobStateToString(static_cast<int>(row.left))
+                                        << " pending " << row.pending << " manual " << row.manual);
+        const auto job = this->makeJob();
+        JobActivity& record = job->record();
+        record.reset(static_cast<int32_t>(row.left), true);
+        record.instanceId.fill(row.left == idle ? uint8_t{0} : uint8_t{7});
+        record.pendingState = row.pending;
+        record.pausedManually = row.manual;
+        EXPECT_TRUE(job->init());
+        EXPECT_EQ(job->state(), row.found);
+        EXPECT_EQ(record.pausedManually, row.stillManual);
+        EXPECT_EQ(record.pendingState, 0);
+    }
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,133 @@
+#include "job/transferrun.h"
+
+#include "base/last_error.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "job/runtotals.h"
+#include "storage/itemtemppath.h"
+
+namespace dorvo {
+
+TransferRun::TransferRun(TransferJob& job) : transferJob_(job), record_(*job.activity().get()) {}
+
+bool TransferRun::begin(const char* released) {
+    if (!transferJob_.setStartEvent()) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to set start event, %d, %m.\n",
+            static_cast<int>(keep.error()));
+        return fail(keep.error());
+    }
+    log(LogLevel::debug, released);
+    transferJob_.notify_state();
+    if (!jobDirectory(transferJob_.definition().id(), directory_)) {
+        return fail(GetLastError());
+    }
+    list_ = directory_ + L"\\src";
+    return carryOn();
+}
+
+void TransferRun::takeUp(bool& resumed) {
+    // Without a start time nothing of the run was ever recorded, whatever lies in the folder.
+    resumed = record_.resuming != 0 && record_.startTime != 0;
+    listed_ = resumed && loadRunTotals(directory_, transferJob_.totals_) &&
+              GetFileAttributesW(longPath(list_).c_str()) != INVALID_FILE_ATTRIBUTES;
+    if (!resumed) {
+        forgetList();
+        record_.startTime = localTimeNow();
+    }
+}
+
+bool TransferRun::beginList() {
+    forgetList();
+    if (!transferJob_.failed_->clear()) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to clear the failed items of job {%s}, error-code = %d, %m.\n",
+            transferJob_.definition().id().c_str(), static_cast<int>(keep.error()));
+        return fail(keep.error());
+    }
+    return true;
+}
+
+bool TransferRun::endList(const SourceTotals& listed, const SourceTotals& walked) {
+    record_.fileCount = listed.files;
+    record_.directoryCount = listed.directories;
+    record_.totalSize = listed.size;
+    transferJob_.totals_ = walked;
+    return saveRunTotals(directory_, walked);
+}
+
+bool TransferRun::addFailed(const std::wstring& path, unsigned long code) {
+    return transferJob_.failed_->add(path.c_str(), code, {});
+}
+
+// What is on record of a list goes with it.
+void TransferRun::forgetList() {
+    removeRunTotals(directory_);
+    DeleteFileW(longPath(list_).c_str());
+    record_.sourcePosition = 0;
+    record_.itemNumber = 0;
+    record_.acceptedBlocks = 0;
+    record_.packageSize = 0;
+    record_.volumeIndex = 0;
+    record_.fileIndex = 0;
+    record_.doneSize = 0;
+    listed_ = false;
+}
+
+bool TransferRun::startStorage(const char* begun) {
+    const std::wstring temporary = itemTempFolder(transferJob_.definition().id());
+    if (!createDirectories(temporary)) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to create folder {%s} for packages, error-code = %d, %m.\n",
+            toUtf8(temporary).c_str(), static_cast<int>(keep.error()));
+        return fail(keep.error());
+    }
+    if (!transferJob_.openStorage()) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Start job failed.\n");
+        return failOrPause(keep.error());
+    }
+    log(LogLevel::debug, "Job started.\n");
+    if (!carryOn()) {
+        return false;
+    }
+    record_.state = static_cast<int>(JobState::running);
+    transferJob_.activity().sync();
+    transferJob_.notify_state();
+    log(LogLevel::information, begun);
+    return true;
+}
+
+bool TransferRun::fail(unsigned long code) {
+    transferJob_.runError_ = code;
+    return false;
+}
+
+bool TransferRun::refuse(unsigned long code) {
+    if (isCancelled(transferJob_.failureOf(code)) && !carryOn()) {
+        return false;
+    }
+    transferJob_.notify_error(code);
+    transferJob_.errorNotified_ = true;
+    return fail(code);
+}
+
+bool TransferRun::failOrPause(unsigned long code) {
+    if (runFailure(transferJob_.failureOf(code)) != FailureAction::pause) {
+        return refuse(code);
+    }
+    transferJob_.pauseForRetry(code);
+    return false;
+}
+
+bool TransferRun::carryOn() {
+    return transferJob_.pollEvent(0);
+}
+
+int TransferRun::endCode() const {
+    return transferJob_.brokenOffCode();
+}
+
+}  // namespace dorvo

@@ -1,0 +1,53 @@
+// One run of a transferring job, from its first step to the end of its list, on the job's work
+// thread: the steps that a backup's run and a restore's share.
+//
+// A friend of the job, which it borrows for the length of the run. What becomes of the run
+// afterwards (completing, dropping, parking it at the storage) is the job's business. Steps answer
+// false when the run has to leave; endCode() then says how it ends.
+#pragma once
+
+#include <string>
+
+#include "job/activity/jobactsrcreader.h"
+#include "job/transferjob.h"
+
+namespace dorvo {
+
+class TransferRun {
+protected:
+    explicit TransferRun(TransferJob& job);
+
+    // Releases the starter; `released` is the line to log then.
+    bool begin(const char* released);
+    // Takes up what is on record of the run; sets `listed_`, and `resumed` for a run that an
+    // earlier one has begun.
+    void takeUp(bool& resumed);
+    // Makes room for a new list. Only the making of a list that was never finished can have left
+    // failed items, which go too.
+    bool beginList();
+    // Tells the record what the list holds. The totals go to disk: the list is whole with them.
+    bool endList(const SourceTotals& listed, const SourceTotals& walked);
+    bool addFailed(const std::wstring& path, unsigned long code);
+    // Opens the run at its storage and begins to run; `begun` is the line to log then.
+    bool startStorage(const char* begun);
+
+    bool fail(unsigned long code);
+    // Ends the run in error, unless it was a stop that caused the failure.
+    bool refuse(unsigned long code);
+    // The same, but parks the run because of something that passes.
+    bool failOrPause(unsigned long code);
+    bool carryOn();
+    int endCode() const;
+
+    TransferJob& transferJob_;
+    JobActivity& record_;
+    std::wstring directory_;  // of the job
+    std::wstring list_;       // the source list's path
+    bool listed_ = false;     // the list of this run is whole
+    JobActivitySourceReader reader_;
+
+private:
+    void forgetList();
+};
+
+}  // namespace dorvo
