@@ -28,7 +28,8 @@ TEST(WebAccount, ReadsTheListOfRuns) {
                                                     .totalFiles = 3,
                                                     .totalDirectories = 2,
                                                     .totalSize = 5000000000,
-                                                    .errors = 1}}));
+                                                    .errors = 1,
+                                                    .user = {}}}));
     ASSERT_TRUE(WebAccount::readInstances(parsed(R"({"instances": []})"), instances));
     EXPECT_TRUE(instances.empty());
 }
