@@ -6,6 +6,7 @@
 #include "httpmsg/hex_digit.h"
 
 namespace dorvo {
+
 HTTP_Chunked_Decoder::Result HTTP_Chunked_Decoder::decode(const char* in, size_t length,
                                                           size_t& consumed, char* out, size_t size,
                                                           size_t& produced) {
