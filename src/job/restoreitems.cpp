@@ -76,7 +76,7 @@ bool RestoreItems::restoreFile(const Item& item) {
     for (int tries = 1;; ++tries) {
         std::wstring target;
         if (!policy_->targetPath(item.path.c_str(), false, target)) {
-            return true;  // left out
+            return leaveOut(item);
         }
         if (job_.storage_->restoreFile(item.path.c_str(), target.c_str(), item.number,
                                        !keep && !rename)) {
@@ -86,10 +86,18 @@ bool RestoreItems::restoreFile(const Item& item) {
             return false;
         }
         // Somebody else has made the file meanwhile.
-        if (keep || !rename || tries == renameTries) {
-            return keep;
+        if (keep) {
+            return leaveOut(item);
+        }
+        if (!rename || tries == renameTries) {
+            return false;
         }
     }
+}
+
+bool RestoreItems::leaveOut(const Item& item) {
+    record_.unchangedSize += uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+    return true;
 }
 
 bool RestoreItems::allThrough() {

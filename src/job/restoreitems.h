@@ -23,6 +23,8 @@ private:
     // when that is no place to restore to.
     bool findPlace(const std::wstring& path, bool directory, std::wstring& target);
     bool restoreFile(const Item& item);
+    // What is there is kept. Always true.
+    bool leaveOut(const Item& item);
 
     RestoreJob& job_;
     const std::wstring list_;  // the source list's path
