@@ -1,13 +1,15 @@
 #include "backupcommand.h"
 
+#include <algorithm>
 #include <regex>
 
 #include "agenterror.h"
+#include "backupplace.h"
 #include "base/text.h"
-#include "base/uuid.h"
+#include "excludedpaths.h"
+#include "job/source/exclusionlist.h"
 #include "jobrun.h"
 #include "modulehost.h"
-#include "runoutcome.h"
 #include "sourcepath.h"
 #include "users.h"
 
@@ -17,29 +19,39 @@ namespace {
 constexpr int32_t onlyListed = 1;
 constexpr int32_t allButListed = 2;
 
-std::string newId() {
-    GUID id;
-    if (createUuid(id) != 0) {
-        throw AgentError("No id for the job could be made");
-    }
-    return uuidText(id);
-}
-
 std::unique_ptr<BackupJobDefinition> copyOf(const BackupJobDefinition& job) {
     return std::make_unique<BackupJobDefinition>(job);
 }
 
-// Whether the job has a run to go on with.
-bool hasUnfinishedRun(const std::string& id) {
-    JobActivity record;
-    return JobActivityHandle::read(id.c_str(), record) && unfinished(record);
+// A backup that takes in the folder it is kept in would grow without end.
+void refuseToBackUpItself(const BackupJobDefinition& job) {
+    const auto holds = [&](const std::wstring& path) {
+        return samePath(job.location(), path) || isBelow(job.location(), path);
+    };
+    if (job.storage() != StorageKind::local ||
+        std::none_of(job.source().begin(), job.source().end(), holds)) {
+        return;
+    }
+    for (const std::string& list : {std::string(everyJobList), job.id()}) {
+        for (const std::string& path : excludedPaths(list)) {
+            if (holds(toWide(path))) {
+                return;
+            }
+        }
+    }
+    const std::string folder = toUtf8(job.location());
+    throw AgentError("'" + folder +
+                         "' lies in what is to be backed up: keep the backups elsewhere, or leave "
+                         "them out with 'agent exclude add \"" +
+                         folder + "\"'",
+                     exitUsage);
 }
 
 }  // namespace
 
 CLI::App* BackupCommand::describe(CLI::App& parent) {
-    CLI::App* const backup =
-        parent.add_subcommand("backup", "Back up files and folders to the storage server");
+    CLI::App* const backup = parent.add_subcommand(
+        "backup", "Back up files and folders to the storage server or a folder");
     backup->add_option("PATH", paths_, "Files, folders or drives")->required();
     backup->add_option("--name", name_, "The job's name; without it, the job of these paths");
     auto* const only =
@@ -55,6 +67,8 @@ CLI::App* BackupCommand::describe(CLI::App& parent) {
     }
     only->excludes(skip);
     backup->add_flag("--no-compress", plain_, "Encrypt only");
+    backup->add_option("--local", local_, "A folder to keep the backups in, in place of the server")
+        ->type_name("DIR");
     backup->add_option("--user", user_, "The account, when several have logged in");
     backup->footer(
         "The same paths, or the same name, are the same job: its next run sends only what has "
@@ -64,11 +78,12 @@ CLI::App* BackupCommand::describe(CLI::App& parent) {
 }
 
 int BackupCommand::run(Terminal& terminal) {
-    requireServer();
-    const std::string user = chooseUser(user_);
+    const BackupPlace place(local_, user_);
+    const std::string user = place.local() ? chooseKeyOwner(user_) : place.user();
     ModuleHost host;
     const JobList jobs = loadJobs();
-    std::unique_ptr<BackupJobDefinition> job = define(jobs, user);
+    std::unique_ptr<BackupJobDefinition> job = define(jobs, user, place);
+    refuseToBackUpItself(*job);
     const std::string id = job->id();
     const std::string name = toUtf8(job->name());
     const JobDefinition* known = nullptr;
@@ -94,24 +109,27 @@ int BackupCommand::run(Terminal& terminal) {
 }
 
 std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
-                                                           const std::string& user) const {
+                                                           const std::string& user,
+                                                           const BackupPlace& place) const {
     std::vector<std::wstring> sources;
     for (const std::string& path : paths_) {
         sources.push_back(onDiskPath(toWide(path), true));
     }
     sources = withoutNested(sources);
     const std::wstring name = toWide(name_);
-    const BackupJobDefinition* const known =
-        name.empty() ? findBackup(jobs, user, sources) : findBackup(jobs, user, name);
-    auto job = known != nullptr
-                   ? copyOf(*known)
-                   : std::make_unique<BackupJobDefinition>(
-                         newId(),
-                         name.empty() ? freeName(jobs, user, nameOfSources(sources)) : name, user);
+    const BackupJobDefinition* const known = name.empty()
+                                                 ? findBackup(jobs, user, sources, place.location())
+                                                 : findBackup(jobs, user, name);
+    auto job =
+        known != nullptr
+            ? copyOf(*known)
+            : std::make_unique<BackupJobDefinition>(
+                  newJobId(), name.empty() ? freeName(jobs, nameOfSources(sources)) : name, user);
     // The same paths in another order or case are no other definition.
-    if (known == nullptr || findBackup(jobs, user, sources) != known) {
+    if (known == nullptr || !samePaths(known->source(), sources)) {
         job->setSource(sources);
     }
+    place.assignTo(*job);
     setRules(*job);
     return job;
 }
@@ -144,14 +162,6 @@ std::vector<std::wstring> readExtensions(const std::vector<std::string>& texts) 
         extensions.push_back(std::move(extension));
     }
     return extensions;
-}
-
-std::wstring freeName(const JobList& jobs, const std::string& user, const std::wstring& wanted) {
-    std::wstring name = wanted;
-    for (int number = 2; findBackup(jobs, user, name) != nullptr; ++number) {
-        name = wanted + L" (" + std::to_wstring(number) + L")";
-    }
-    return name;
 }
 
 }  // namespace dorvo::agent

@@ -2,14 +2,15 @@
 // it.
 //
 // With --name, the user's job of that name is meant, and its paths become the given ones; without,
-// the user's job of exactly these paths. So the same command line is the same job, and its second
-// run sends only what has changed.
+// the user's job of exactly these paths that keeps its backups in the same place. So the same
+// command line is the same job, and its second run sends only what has changed.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "backupplace.h"
 #include "command.h"
 #include "jobstore.h"
 
@@ -21,7 +22,8 @@ public:
     int run(Terminal& terminal) override;
 
 private:
-    std::unique_ptr<BackupJobDefinition> define(const JobList& jobs, const std::string& user) const;
+    std::unique_ptr<BackupJobDefinition> define(const JobList& jobs, const std::string& user,
+                                                const BackupPlace& place) const;
     void setRules(BackupJobDefinition& job) const;
 
     std::vector<std::string> paths_;
@@ -29,14 +31,12 @@ private:
     std::vector<std::string> onlyExtensions_;
     std::vector<std::string> skippedExtensions_;
     bool plain_ = false;
+    std::string local_;
     std::string user_;
 };
 
 // The extensions of a definition: each "txt", ".txt" or "*.txt". Throws AgentError (wrong usage)
 // for an empty one and for one that is no valid pattern.
 std::vector<std::wstring> readExtensions(const std::vector<std::string>& texts);
-
-// `wanted`, or the first of "wanted (2)", "wanted (3)"... that no backup job of the user has.
-std::wstring freeName(const JobList& jobs, const std::string& user, const std::wstring& wanted);
 
 }  // namespace dorvo::agent

@@ -21,6 +21,7 @@ protected:
         jobs_.push_back(backup("2", L"docs (2)", "alice", {L"C:\\a"}));
         jobs_.push_back(backup("3", L"DOCS", "bob", {L"C:\\a"}));
         jobs_.push_back(backup("4", L"1", "bob", {L"D:\\"}));
+        jobs_.back()->useLocalStorage(L"E:\\safe");
     }
 
     JobList jobs_;
@@ -34,20 +35,28 @@ TEST_F(Jobs, AreFoundByIdBeforeNameWithoutRegardToCase) {
     EXPECT_THROW(findJob(jobs_, ""), AgentError);
 }
 
-TEST_F(Jobs, TheSamePathsOfAUserAreTheSameJobInWhateverOrder) {
-    using Paths = std::vector<std::wstring>;
-    EXPECT_EQ(findBackup(jobs_, "alice", Paths{L"c:\\B", L"C:\\a"}), jobs_[0].get());
-    EXPECT_EQ(findBackup(jobs_, "alice", Paths{L"C:\\A"}), jobs_[1].get());
-    EXPECT_EQ(findBackup(jobs_, "bob", Paths{L"C:\\a"}), jobs_[2].get());
-    EXPECT_EQ(findBackup(jobs_, "alice", Paths{L"C:\\b"}), nullptr);
-    EXPECT_EQ(findBackup(jobs_, "carol", Paths{L"C:\\a"}), nullptr);
+TEST_F(Jobs, TheSamePathsOfAUserInOnePlaceAreTheSameJobInWhateverOrder) {
+    struct Row {
+        const char* user;
+        std::vector<std::wstring> paths;
+        const wchar_t* location;
+        const char* id;  // null: none
+    };
+    for (const Row& row :
+         {Row{"alice", {L"c:\\B", L"C:\\a"}, L"", "1"}, Row{"alice", {L"C:\\A"}, L"", "2"},
+          Row{"bob", {L"C:\\a"}, L"", "3"}, Row{"alice", {L"C:\\b"}, L"", nullptr},
+          Row{"carol", {L"C:\\a"}, L"", nullptr}, Row{"bob", {L"D:\\"}, L"", nullptr},
+          Row{"bob", {L"D:\\"}, L"e:\\SAFE", "4"}}) {
+        const auto* const found = findBackup(jobs_, row.user, row.paths, row.location);
+        ASSERT_EQ(found != nullptr, row.id != nullptr) << row.user;
+        EXPECT_TRUE(found == nullptr || found->id() == row.id);
+    }
     EXPECT_EQ(findBackup(jobs_, "bob", std::wstring(L"docs")), jobs_[2].get());
 }
 
 TEST_F(Jobs, ANameThatIsTakenGetsANumber) {
-    EXPECT_EQ(freeName(jobs_, "alice", L"Docs"), L"Docs (3)");
-    EXPECT_EQ(freeName(jobs_, "bob", L"docs"), L"docs (2)");
-    EXPECT_EQ(freeName(jobs_, "carol", L"docs"), L"docs");
+    EXPECT_EQ(freeName(jobs_, L"Docs"), L"Docs (3)");
+    EXPECT_EQ(freeName(jobs_, L"doc"), L"doc");
 }
 
 TEST(ReadExtensions, TakesTheFormsThatPeopleWriteAndRefusesNoPatterns) {

@@ -2,13 +2,16 @@
 
 #include "backupcommand.h"
 #include "excludecommand.h"
+#include "filescommand.h"
 #include "instancescommand.h"
 #include "jobscommand.h"
+#include "keycommand.h"
 #include "logincommand.h"
-#include "resumecommand.h"
+#include "logoutcommand.h"
+#include "restorecommand.h"
+#include "runcommand.h"
 #include "servercommand.h"
 #include "showcommand.h"
-#include "startcommand.h"
 
 namespace dorvo::agent {
 
@@ -16,13 +19,17 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back(std::make_unique<ServerCommand>());
     commands.push_back(std::make_unique<LoginCommand>());
+    commands.push_back(std::make_unique<LogoutCommand>());
     commands.push_back(std::make_unique<BackupCommand>());
-    commands.push_back(std::make_unique<StartCommand>());
-    commands.push_back(std::make_unique<ResumeCommand>());
+    commands.push_back(std::make_unique<RestoreCommand>());
+    commands.push_back(std::make_unique<RunCommand>(RunStart::fresh));
+    commands.push_back(std::make_unique<RunCommand>(RunStart::resumed));
     commands.push_back(std::make_unique<JobsCommand>());
     commands.push_back(std::make_unique<ShowCommand>());
     commands.push_back(std::make_unique<InstancesCommand>());
+    commands.push_back(std::make_unique<FilesCommand>());
     commands.push_back(std::make_unique<ExcludeCommand>());
+    commands.push_back(std::make_unique<KeyCommand>());
     return commands;
 }
 

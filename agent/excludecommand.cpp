@@ -1,34 +1,14 @@
 #include "excludecommand.h"
 
-#include <algorithm>
-
 #include "agenterror.h"
 #include "base/text.h"
+#include "excludedpaths.h"
 #include "job/source/exclusionlist.h"
 #include "jobstore.h"
 #include "json_spirit/json_spirit.h"
 #include "sourcepath.h"
 
 namespace dorvo::agent {
-namespace {
-
-std::vector<std::string> pathsOf(const ExclusionList& exclusions, const std::string& list) {
-    std::vector<std::string> paths;
-    json_spirit::Value value;
-    if (!exclusions.getList(list.c_str(), value) || value.type() != json_spirit::array_type) {
-        return paths;
-    }
-    for (const json_spirit::Value& entry : value.get_array()) {
-        if (entry.type() == json_spirit::str_type) {
-            std::string path = entry.get_str();
-            std::replace(path.begin(), path.end(), '/', '\\');
-            paths.push_back(std::move(path));
-        }
-    }
-    return paths;
-}
-
-}  // namespace
 
 CLI::App* ExcludeCommand::describe(CLI::App& parent) {
     CLI::App* const exclude =
@@ -77,8 +57,7 @@ int ExcludeCommand::change(Terminal& terminal) const {
 }
 
 int ExcludeCommand::list(Terminal& terminal) const {
-    const ExclusionList exclusions;
-    const std::vector<std::string> paths = pathsOf(exclusions, listName());
+    const std::vector<std::string> paths = excludedPaths(listName());
     if (json_) {
         const json_spirit::Ordered_array array(paths.begin(), paths.end());
         terminal.out(json_spirit::write_formatted(json_spirit::Ordered_value(array)));

@@ -2,6 +2,7 @@
 
 #include "base/error_text.h"
 #include "base/http_error.h"
+#include "base/key_error.h"
 #include "httpmsg/http_names.h"
 #include "job/transferfailure.h"
 #include "singletons.h"
@@ -22,6 +23,9 @@ std::string failureText(uint32_t code) {
     if (isHttpStatus(code)) {
         const int status = static_cast<int>(withoutHttpMark(code));
         return "HTTP status " + std::to_string(status) + ", " + http_status_string(status);
+    }
+    if (isKeyError(code)) {
+        return keyErrorText(code);
     }
     std::string text = errorText(code);
     while (!text.empty() && text.back() == '.') {

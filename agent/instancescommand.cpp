@@ -1,16 +1,12 @@
 #include "instancescommand.h"
 
-#include <windows.h>
-
-#include "agenterror.h"
+#include "backupplace.h"
 #include "base/text.h"
-#include "failuretext.h"
+#include "exitcode.h"
+#include "instancechoice.h"
 #include "jobstore.h"
-#include "singletons.h"
-#include "storage/webaccount.h"
 #include "table.h"
 #include "units.h"
-#include "users.h"
 
 namespace dorvo::agent {
 namespace {
@@ -25,25 +21,31 @@ std::string jobName(const JobList& jobs, const std::string& id) {
 }
 
 json_spirit::Ordered_object json(const WebInstance& instance) {
-    return {{"machine", instance.machine},
-            {"jobdefinitionid", instance.jobDefinitionId},
-            {"jobinstanceid", instance.jobInstanceId},
-            {"starttime", instance.startTime},
-            {"endtime", instance.endTime},
-            {"state", instance.state},
-            {"totalfiles", instance.totalFiles},
-            {"totaldirectories", instance.totalDirectories},
-            {"totalsize", instance.totalSize},
-            {"errors", instance.errors}};
+    json_spirit::Ordered_object members = {{"machine", instance.machine},
+                                           {"jobdefinitionid", instance.jobDefinitionId},
+                                           {"jobinstanceid", instance.jobInstanceId},
+                                           {"starttime", instance.startTime},
+                                           {"endtime", instance.endTime},
+                                           {"state", instance.state},
+                                           {"totalfiles", instance.totalFiles},
+                                           {"totaldirectories", instance.totalDirectories},
+                                           {"totalsize", instance.totalSize},
+                                           {"errors", instance.errors}};
+    if (!instance.user.empty()) {
+        members.push_back({"user", instance.user});
+    }
+    return members;
 }
 
 }  // namespace
 
 CLI::App* InstancesCommand::describe(CLI::App& parent) {
-    CLI::App* const instances =
-        parent.add_subcommand("instances", "List the runs that the storage server holds");
+    CLI::App* const instances = parent.add_subcommand(
+        "instances", "List the runs of backup jobs that the server or a folder holds");
     instances->add_option("--job", job_, "Only runs of this job: its name or id");
     instances->add_option("--machine", machine_, "Only runs of this machine");
+    instances->add_option("--local", local_, "The folder of the backups, in place of the server")
+        ->type_name("DIR");
     instances->add_option("--user", user_, "The account, when several have logged in");
     instances->add_flag("--json", json_, "One JSON document");
     instances->footer("Times are UTC.\nExample:\n  agent instances --job docs");
@@ -51,16 +53,9 @@ CLI::App* InstancesCommand::describe(CLI::App& parent) {
 }
 
 int InstancesCommand::run(Terminal& terminal) {
-    requireServer();
-    const std::string user = chooseUser(user_);
+    const BackupPlace place(local_, user_);
     const JobList jobs = loadJobs();
-    const std::string id = job_.empty() ? std::string() : findJob(jobs, job_).id();
-    std::string cookie;
-    cookies().findCookie(user.c_str(), cookie);
-    std::vector<WebInstance> instances;
-    if (!WebAccount::listInstances(cookie, machine_, id, instances)) {
-        throw AgentError(requestFailure(GetLastError(), user));
-    }
+    const std::vector<WebInstance> instances = place.runs(machine_, backupJobId(jobs, job_));
     json_spirit::Ordered_array documents;
     std::vector<std::vector<std::string>> rows;
     for (const WebInstance& instance : instances) {
@@ -73,7 +68,7 @@ int InstancesCommand::run(Terminal& terminal) {
     if (json_) {
         terminal.out(json_spirit::write_formatted(json_spirit::Ordered_value(documents)));
     } else if (rows.empty()) {
-        terminal.out("The server holds no runs of '" + user + "' that match.");
+        terminal.out("There are no runs that match.");
     } else {
         terminal.out(tableText(
             {"STARTED", "STATE", "MACHINE", "JOB", "FILES", "SIZE", "FAILED", "INSTANCE"}, rows));

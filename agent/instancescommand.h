@@ -1,4 +1,4 @@
-// agent instances: the runs that the storage server holds.
+// agent instances: the runs of backup jobs that the storage server or a folder holds.
 #pragma once
 
 #include <string>
@@ -16,6 +16,7 @@ private:
     std::string user_;
     std::string machine_;
     std::string job_;
+    std::string local_;
     bool json_ = false;
 };
 

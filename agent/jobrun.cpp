@@ -20,10 +20,6 @@ namespace {
 
 constexpr DWORD redrawMs = 500;
 
-std::string verbOf(const JobDefinition& job) {
-    return job.type() == JobDefinition::restoreType ? "Restore" : "Backup";
-}
-
 std::string instanceOf(const JobActivity& record) {
     GUID id;
     static_assert(sizeof(id) == sizeof(record.instanceId));
@@ -43,7 +39,7 @@ int runJob(Terminal& terminal, const JobDefinition& job, RunStart start) {
     JobManagerImpl& manager = ModuleHost::manager();
     const std::string& id = job.id();
     const std::string name = toUtf8(job.name());
-    const std::string verb = verbOf(job);
+    const RunWords words = wordsOf(job);
     RunEvents events(id);
     const Interrupt interrupt;
     const bool started =
@@ -52,7 +48,7 @@ int runJob(Terminal& terminal, const JobDefinition& job, RunStart start) {
     if (!started || !record.open(id.c_str(), false)) {
         throw AgentError("The job '" + name + "' could not be started: the log file says why");
     }
-    RunReporter reporter(terminal, verb);
+    RunReporter reporter(terminal, words);
     const std::array<HANDLE, 2> wakers = {events.event(), interrupt.event()};
     std::optional<ExitCode> outcome;
     JobActivity now{};
@@ -80,7 +76,7 @@ int runJob(Terminal& terminal, const JobDefinition& job, RunStart start) {
     for (const FailedItem& item : loadFailedItems(id, instanceOf(now))) {
         terminal.error("failed: " + item.text());
     }
-    const std::string summary = runSummary(verb, name, *outcome, now, walkedFiles(id));
+    const std::string summary = runSummary(words, name, *outcome, now, walkedFiles(id));
     *outcome == exitFailed ? terminal.error("agent: " + summary) : terminal.out(summary);
     return *outcome;
 }

@@ -8,7 +8,10 @@
 #include "base/handle.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/uuid.h"
+#include "job/activity/jobactivityhandle.h"
 #include "jobdef/jobdefinitionfactory.h"
+#include "runoutcome.h"
 #include "sourcepath.h"
 
 namespace dorvo::agent {
@@ -29,6 +32,10 @@ std::vector<std::wstring> comparable(std::vector<std::wstring> paths) {
 }
 
 }  // namespace
+
+bool samePaths(const std::vector<std::wstring>& a, const std::vector<std::wstring>& b) {
+    return comparable(a) == comparable(b);
+}
 
 JobList loadJobs() {
     JobList jobs;
@@ -95,15 +102,38 @@ const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& us
 }
 
 const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
-                                      const std::vector<std::wstring>& sources) {
-    const std::vector<std::wstring> wanted = comparable(sources);
+                                      const std::vector<std::wstring>& sources,
+                                      const std::wstring& location) {
     for (const auto& job : jobs) {
         const auto* const backup = asBackup(job, user);
-        if (backup != nullptr && comparable(backup->source()) == wanted) {
+        if (backup != nullptr && samePaths(backup->source(), sources) &&
+            samePath(backup->location(), location)) {
             return backup;
         }
     }
     return nullptr;
+}
+
+std::wstring freeName(const JobList& jobs, const std::wstring& wanted) {
+    std::wstring name = wanted;
+    const auto taken = [&](const auto& job) { return samePath(job->name(), name); };
+    for (int number = 2; std::any_of(jobs.begin(), jobs.end(), taken); ++number) {
+        name = wanted + L" (" + std::to_wstring(number) + L")";
+    }
+    return name;
+}
+
+std::string newJobId() {
+    GUID id;
+    if (createUuid(id) != 0) {
+        throw AgentError("No id for the job could be made");
+    }
+    return uuidText(id);
+}
+
+bool hasUnfinishedRun(const std::string& id) {
+    JobActivity record{};
+    return JobActivityHandle::read(id.c_str(), record) && unfinished(record);
 }
 
 }  // namespace dorvo::agent

@@ -3,7 +3,9 @@
 #include "base/text.h"
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
+#include "jobdef/restorejobdefinition.h"
 #include "progress.h"
+#include "restorejobs.h"
 #include "runoutcome.h"
 #include "units.h"
 
@@ -71,6 +73,16 @@ std::string runText(const PastRun& run) {
     return text;
 }
 
+std::string restoreText(const RestoreJobDefinition& job) {
+    const std::string all = "everything";
+    const std::string paths = job.source().empty() ? all : joined(job.source(), "\n         ");
+    const std::string target = job.target().empty() ? "where they were" : toUtf8(job.target());
+    return "Paths    " + paths + "\nFrom     run " + job.jobInstanceId() + "\n         of job " +
+           job.jobDefinitionId() + " on machine " + job.machine() + "\nTo       " + target +
+           (job.prefix().empty() ? "" : " in place of " + toUtf8(job.prefix())) + "\nConflict " +
+           conflictText(job.conflict()) + "\n";
+}
+
 }  // namespace
 
 JobView viewOf(const JobDefinition& job) {
@@ -112,11 +124,23 @@ Ordered_object summaryJson(const JobView& view) {
 
 Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs) {
     Ordered_object json = summaryJson(view);
+    if (view.job->storage() == StorageKind::local) {
+        json.push_back({"location", toUtf8(view.job->location())});
+    }
     if (const auto* const backup = dynamic_cast<const BackupJobDefinition*>(view.job)) {
         const Ordered_object more{{"source", textsJson(backup->source())},
                                   {"filter", filterText(backup->filterType())},
                                   {"extensions", textsJson(backup->extensions())},
                                   {"compress", backup->compress()}};
+        json.insert(json.end(), more.begin(), more.end());
+    } else if (const auto* const restore = dynamic_cast<const RestoreJobDefinition*>(view.job)) {
+        const Ordered_object more{{"source", textsJson(restore->source())},
+                                  {"machine", restore->machine()},
+                                  {"jobdefinitionid", restore->jobDefinitionId()},
+                                  {"jobinstanceid", restore->jobInstanceId()},
+                                  {"target", toUtf8(restore->target())},
+                                  {"prefix", toUtf8(restore->prefix())},
+                                  {"conflict", conflictText(restore->conflict())}};
         json.insert(json.end(), more.begin(), more.end());
     }
     Ordered_array past;
@@ -128,9 +152,12 @@ Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs)
 }
 
 std::string detailText(const JobView& view, const std::vector<PastRun>& runs) {
-    std::string text = "Job      " + toUtf8(view.job->name()) + "\nId       " + view.job->id() +
-                       "\nType     " + typeText(*view.job) + " of user " + view.job->user() + ", " +
-                       storageText(*view.job) + " storage\n";
+    std::string text =
+        "Job      " + toUtf8(view.job->name()) + "\nId       " + view.job->id() + "\nType     " +
+        typeText(*view.job) + " of user " + view.job->user() + ", " +
+        (view.job->storage() == StorageKind::web ? "at the server"
+                                                 : "in " + toUtf8(view.job->location())) +
+        "\n";
     if (const auto* const backup = dynamic_cast<const BackupJobDefinition*>(view.job)) {
         text += "Paths    " + joined(backup->source(), "\n         ") + "\n";
         const std::string filter = filterText(backup->filterType());
@@ -138,6 +165,8 @@ std::string detailText(const JobView& view, const std::vector<PastRun>& runs) {
         text += filter == "none" ? "\n" : " " + joined(backup->extensions(), ", ") + "\n";
         text +=
             std::string("Content  ") + (backup->compress() ? "compressed, " : "") + "encrypted\n";
+    } else if (const auto* const restore = dynamic_cast<const RestoreJobDefinition*>(view.job)) {
+        text += restoreText(*restore);
     }
     text += "State    " + stateText(view) + "\n";
     if (view.recorded && unfinished(view.record)) {

@@ -27,7 +27,9 @@ std::string stateText(const JobView& view);
 // "fileCount", "bytes", "totalBytes", "speed", "remainTime", "file".
 json_spirit::Ordered_object summaryJson(const JobView& view);
 
-// The same and "source", "filter", "extensions", "compress" of a backup, and "runs".
+// The same and "location" of local storage; of a backup "source", "filter", "extensions",
+// "compress"; of a restore "source", "machine", "jobdefinitionid", "jobinstanceid", "target",
+// "prefix", "conflict"; and "runs".
 json_spirit::Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs);
 
 // The same for people, several lines.

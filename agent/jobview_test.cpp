@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "jobdef/backupjobdefinition.h"
+#include "jobdef/restorejobdefinition.h"
 #include "table.h"
 
 namespace dorvo::agent {
@@ -71,6 +72,27 @@ TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
     const std::string shown = detailText(view_, runs);
     EXPECT_NE(shown.find("failed: C:\\a\\b: denied\n"), std::string::npos) << shown;
     EXPECT_NE(detailText(view_, {}).find("No finished runs"), std::string::npos);
+}
+
+TEST(JobView, OfARestoreSaysWhatComesBackAndWhereTo) {
+    RestoreJobDefinition job("id", L"restore docs", "alice");
+    job.setOrigin("PC", "j", "i");
+    job.setConflict(4711);  // anything unknown overwrites
+    job.useLocalStorage(L"E:\\safe");
+    const JobView view{.job = &job};
+    EXPECT_EQ(
+        json_spirit::write(json_spirit::Ordered_value(detailJson(view, {}))),
+        R"({"id":"id","name":"restore docs","user":"alice","type":"restore",)"
+        R"("storage":"local","state":"none","location":"E:\\safe","source":[],"machine":"PC",)"
+        R"("jobdefinitionid":"j","jobinstanceid":"i","target":"","prefix":"",)"
+        R"("conflict":"overwrite","runs":[]})");
+    job.setSource({L"C:\\a", L"C:\\b"});
+    job.setTarget(L"D:\\x\\", L"C:");
+    EXPECT_EQ(detailText(view, {}),
+              "Job      restore docs\nId       id\nType     restore of user alice, in E:\\safe\n"
+              "Paths    C:\\a\n         C:\\b\nFrom     run i\n         of job j on machine PC\n"
+              "To       D:\\x\\ in place of C:\nConflict overwrite\nState    none\n"
+              "No finished runs\n");
 }
 
 TEST(Table, AlignsByCharactersAndNeverAfterTheLastColumn) {

@@ -13,8 +13,8 @@ constexpr uint64_t second = 1000;
 
 }  // namespace
 
-RunReporter::RunReporter(Terminal& terminal, std::string verb)
-    : terminal_(terminal), verb_(std::move(verb)) {}
+RunReporter::RunReporter(Terminal& terminal, RunWords words)
+    : terminal_(terminal), words_(std::move(words)) {}
 
 void RunReporter::show(const JobActivity& record, uint64_t nowMs) {
     const auto state = static_cast<JobState>(record.state);
@@ -44,12 +44,12 @@ void RunReporter::showState(const JobActivity& record, uint64_t nowMs) {
         case JobState::starting: terminal_.out(beginning(record) + "."); break;
         case JobState::running:
             nextProgress_ = nowMs + progressPeriodMs;
-            terminal_.out(verb_ + " is running: " + countText(record.fileCount, "file") + ", " +
-                          bytesText(record.totalSize) + " to send.");
+            terminal_.out(words_.verb + " is running: " + countText(record.fileCount, "file") +
+                          ", " + bytesText(record.totalSize) + " " + words_.ahead + ".");
             break;
-        case JobState::completing: terminal_.out(verb_ + " is completing."); break;
-        case JobState::pausing: terminal_.out(verb_ + " is pausing."); break;
-        case JobState::canceling: terminal_.out(verb_ + " is being cancelled."); break;
+        case JobState::completing: terminal_.out(words_.verb + " is completing."); break;
+        case JobState::pausing: terminal_.out(words_.verb + " is pausing."); break;
+        case JobState::canceling: terminal_.out(words_.verb + " is being cancelled."); break;
         case JobState::paused:
             pauseUnsaid_ = waitsForServer(record);
             if (!reason_.empty()) {
@@ -75,8 +75,8 @@ void RunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
         case JobState::completing:
             line = progressLine(progressOf(record), terminal_.width() - 1);
             break;
-        case JobState::pausing: line = verb_ + " is pausing"; break;
-        case JobState::canceling: line = verb_ + " is being cancelled"; break;
+        case JobState::pausing: line = words_.verb + " is pausing"; break;
+        case JobState::canceling: line = words_.verb + " is being cancelled"; break;
         case JobState::paused: line = waitsForServer(record) ? waiting(nowMs) : ""; break;
         default: break;
     }
@@ -84,14 +84,13 @@ void RunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
 }
 
 std::string RunReporter::beginning(const JobActivity& record) const {
-    return verb_ + (record.resuming != 0 ? " goes on where it stopped"
-                                         : " is looking for what has changed");
+    return words_.verb + " " + (record.resuming != 0 ? "goes on where it stopped" : words_.looking);
 }
 
 std::string RunReporter::waiting(uint64_t nowMs) const {
     const uint64_t passed = nowMs - pausedAt_;
     const uint64_t left = passed < retryDelayMs ? retryDelayMs - passed : 0;
-    std::string text = verb_ + " is paused, waiting for the server, next try in " +
+    std::string text = words_.verb + " is paused, waiting for " + words_.place + ", next try in " +
                        std::to_string((left + second - 1) / second) + " s";
     return reason_.empty() ? text : text + " (" + reason_ + ")";
 }

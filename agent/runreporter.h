@@ -1,6 +1,6 @@
 // Tells the user how a run goes on: a line that is redrawn on a terminal, plain lines otherwise.
 //
-// Plain lines are changes of state, the beginning of each wait for the server, and the progress
+// Plain lines are changes of state, the beginning of each wait for the storage, and the progress
 // every ten seconds. Times are milliseconds of any steady clock. One thread.
 #pragma once
 
@@ -8,14 +8,15 @@
 #include <string>
 
 #include "job/activity/jobactivity.h"
+#include "runwords.h"
 #include "terminal.h"
 
 namespace dorvo::agent {
 
 class RunReporter {
 public:
-    // The terminal is borrowed. `verb` says what runs: "Backup".
-    RunReporter(Terminal& terminal, std::string verb);
+    // The terminal is borrowed.
+    RunReporter(Terminal& terminal, RunWords words);
 
     // Shows the record as it is now.
     void show(const JobActivity& record, uint64_t nowMs);
@@ -31,7 +32,7 @@ private:
     std::string waiting(uint64_t nowMs) const;
 
     Terminal& terminal_;
-    std::string verb_;
+    RunWords words_;
     std::string reason_;
     JobState shown_ = JobState::none;  // the state of the last show()
     bool pauseUnsaid_ = false;         // the wait has begun, its reason may still be on its way

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "faketerminal.h"
+#include "jobdef/backupjobdefinition.h"
 #include "units.h"
 
 namespace dorvo::agent {
@@ -22,8 +23,8 @@ protected:
     JobActivity record_{};
     FakeTerminal plain_;
     FakeTerminal live_{true};
-    RunReporter reporter_{plain_, "Backup"};
-    RunReporter liveReporter_{live_, "Backup"};
+    RunReporter reporter_{plain_, wordsOf(BackupJobDefinition("", L"", ""))};
+    RunReporter liveReporter_{live_, wordsOf(BackupJobDefinition("", L"", ""))};
 };
 
 TEST_F(RunReporterTest, SaysEachChangeOnceAndTheProgressNowAndThen) {

@@ -5,12 +5,13 @@
 
 #include "exitcode.h"
 #include "job/activity/jobactivity.h"
+#include "runwords.h"
 
 namespace dorvo::agent {
 
-// `verb` is what ran ("Backup"), `name` the job's, for what the user may do next; `walkedFiles` are
-// the files that the run has looked at.
-std::string runSummary(const std::string& verb, const std::string& name, ExitCode outcome,
+// `name` is the job's, for what the user may do next; `walkedFiles` are the files that a backup has
+// looked at.
+std::string runSummary(const RunWords& words, const std::string& name, ExitCode outcome,
                        const JobActivity& record, uint32_t walkedFiles);
 
 }  // namespace dorvo::agent

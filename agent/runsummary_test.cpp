@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "base/key_error.h"
+#include "jobdef/backupjobdefinition.h"
+#include "jobdef/restorejobdefinition.h"
+
 namespace dorvo::agent {
 namespace {
 
@@ -12,41 +16,66 @@ JobActivity finished(JobState state) {
     record.totalSize = 2048;
     record.doneSize = 1024;
     record.wireSize = 700;
-    record.unchangedSize = 4096;
     record.usedTime = 61'0000000;
     return record;
 }
 
 TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
-    JobActivity record = finished(JobState::completed);
-    EXPECT_EQ(runSummary("Backup", "docs", exitDone, record, 10),
-              "Backup completed in 1:01: 3 files sent (2.0 KiB, 700 B over the network), 7 files "
-              "unchanged (4.0 KiB).");
-    record.failedItems = 2;
-    EXPECT_EQ(runSummary("Backup", "docs", exitSomeFailed, record, 10),
-              "Backup completed in 1:01: 1 file sent (2.0 KiB, 700 B over the network), 7 files "
-              "unchanged (4.0 KiB), 2 failed.");
-    record.failedItems = 9;  // folders that could not be read count too
-    EXPECT_NE(runSummary("Backup", "docs", exitSomeFailed, record, 10).find(" 0 files sent"),
-              std::string::npos);
+    BackupJobDefinition backup("", L"", "");
+    BackupJobDefinition localBackup("", L"", "");
+    localBackup.useLocalStorage(L"E:\\x");
+    RestoreJobDefinition restore("", L"", "");
+    RestoreJobDefinition localRestore("", L"", "");
+    localRestore.setConflict(RestoreJobDefinition::conflictRename);
+    localRestore.useLocalStorage(L"E:\\x");
+    struct Row {
+        const JobDefinition& job;
+        uint64_t unchanged;
+        uint32_t failed;
+        std::string text;
+    };
+    for (const Row& row : {
+             Row{backup, 4096, 0,
+                 "3 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (4.0 KiB)."},
+             Row{localBackup, 4096, 2,
+                 "1 file stored (2.0 KiB, 700 B written), 7 files unchanged (4.0 KiB), 2 failed."},
+             // Folders that could not be read count too.
+             Row{backup, 0, 9,
+                 "0 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (0 B), 9 "
+                 "failed."},
+             Row{restore, 1024, 1,
+                 "2 files restored or kept (2.0 KiB, 700 B over the network), 1.0 KiB of it kept "
+                 "as it was, 1 failed."},
+             Row{localRestore, 0, 0, "3 files restored (2.0 KiB, 700 B read)."},
+         }) {
+        JobActivity record = finished(JobState::completed);
+        record.failedItems = row.failed;
+        record.unchangedSize = row.unchanged;
+        const RunWords words = wordsOf(row.job);
+        EXPECT_EQ(
+            runSummary(words, "docs", row.failed == 0 ? exitDone : exitSomeFailed, record, 10),
+            words.verb + " completed in 1:01: " + row.text);
+    }
 }
 
-TEST(RunSummary, SaysHowToGoOn) {
-    EXPECT_EQ(runSummary("Backup", "docs", exitStopped, finished(JobState::paused), 10),
-              "Backup is paused at 50%: go on with 'agent resume \"docs\"'.");
-    EXPECT_EQ(runSummary("Backup", "docs", exitStopped, finished(JobState::cancelled), 10),
-              "Backup is cancelled.");
-}
-
-TEST(RunSummary, NamesTheFailure) {
-    JobActivity record = finished(JobState::error);
-    EXPECT_EQ(runSummary("Backup", "docs", exitFailed, record, 10), "Backup failed.");
-    record.endError = 0x20010000 | 403;
-    EXPECT_EQ(runSummary("Backup", "docs", exitFailed, record, 10),
-              "Backup failed: HTTP status 403, Forbidden.");
-    record.endError = 10061;
-    EXPECT_NE(runSummary("Backup", "docs", exitFailed, record, 10).find("(error 10061)."),
+TEST(RunSummary, SaysHowToGoOnOrWhyNot) {
+    const RunWords words = wordsOf(RestoreJobDefinition("", L"", ""));
+    const auto summary = [&](ExitCode outcome, JobState state, uint32_t error) {
+        JobActivity record = finished(state);
+        record.endError = error;
+        return runSummary(words, "docs", outcome, record, 10);
+    };
+    EXPECT_EQ(summary(exitStopped, JobState::paused, 0),
+              "Restore is paused at 50%: go on with 'agent resume \"docs\"'.");
+    EXPECT_EQ(summary(exitStopped, JobState::cancelled, 0), "Restore is cancelled.");
+    EXPECT_EQ(summary(exitFailed, JobState::error, 0), "Restore failed.");
+    EXPECT_EQ(summary(exitFailed, JobState::error, 0x20010000 | 403),
+              "Restore failed: HTTP status 403, Forbidden.");
+    EXPECT_NE(summary(exitFailed, JobState::error, 10061).find("(error 10061)."),
               std::string::npos);
+    // A key's error has words of its own.
+    EXPECT_EQ(summary(exitFailed, JobState::error, errorKeyForeign),
+              "Restore failed: " + keyErrorText(errorKeyForeign) + ".");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "settings/cookiemanager.h"
+#include "settings/keymanager.h"
 #include "settings/options.h"
 #include "settings/passwordmanager.h"
 
@@ -17,6 +18,9 @@ inline OptionsImpl& options() {
 }
 inline CookieManagerImpl& cookies() {
     return singleton<CookieManagerImpl>();
+}
+inline KeyManagerImpl& keys() {
+    return singleton<KeyManagerImpl>();
 }
 inline PasswordManagerImpl& passwords() {
     return singleton<PasswordManagerImpl>();

@@ -47,12 +47,6 @@ std::wstring spelling(const std::wstring& path) {
     return search ? entry.cFileName : std::wstring();
 }
 
-bool isBelow(std::wstring_view path, std::wstring_view folder) {
-    const std::wstring_view prefix = folder.substr(0, folder.find_last_not_of(L'\\') + 1);
-    return path.size() > prefix.size() + 1 && path[prefix.size()] == L'\\' &&
-           samePath(path.substr(0, prefix.size()), prefix);
-}
-
 [[noreturn]] void refuse(const std::wstring& path, const char* why) {
     throw AgentError("'" + toUtf8(path) + "' " + why, exitUsage);
 }
@@ -105,6 +99,12 @@ std::wstring onDiskPath(const std::wstring& path, bool mustExist) {
         begin = end + 1;
     }
     return result;
+}
+
+bool isBelow(std::wstring_view path, std::wstring_view folder) {
+    const std::wstring_view prefix = folder.substr(0, folder.find_last_not_of(L'\\') + 1);
+    return path.size() > prefix.size() + 1 && path[prefix.size()] == L'\\' &&
+           samePath(path.substr(0, prefix.size()), prefix);
 }
 
 std::vector<std::wstring> withoutNested(const std::vector<std::wstring>& paths) {

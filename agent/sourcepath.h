@@ -17,6 +17,9 @@ std::wstring absolutePath(const std::wstring& path);
 // exist`, for one that is not there.
 std::wstring onDiskPath(const std::wstring& path, bool mustExist);
 
+// Whether the path lies below the folder, without regard to case. Pure.
+bool isBelow(std::wstring_view path, std::wstring_view folder);
+
 // Without repetitions and without paths that lie below another one; in the order given. Pure.
 std::vector<std::wstring> withoutNested(const std::vector<std::wstring>& paths);
 

@@ -18,12 +18,14 @@ TEST(Units, BytesHaveOneDecimalAndNeverReach1024) {
 }
 
 TEST(Units, DurationsCarryIntoHours) {
-    EXPECT_EQ(durationText(0), "0:00");
-    EXPECT_EQ(durationText(59), "0:59");
-    EXPECT_EQ(durationText(60), "1:00");
-    EXPECT_EQ(durationText(3599), "59:59");
-    EXPECT_EQ(durationText(3600), "1:00:00");
-    EXPECT_EQ(durationText(90061), "25:01:01");
+    for (const auto& [seconds, text] : {std::pair{0, "0:00"},
+                                        {59, "0:59"},
+                                        {60, "1:00"},
+                                        {3599, "59:59"},
+                                        {3600, "1:00:00"},
+                                        {90061, "25:01:01"}}) {
+        EXPECT_EQ(durationText(static_cast<uint64_t>(seconds)), text);
+    }
 }
 
 TEST(Units, ShorteningKeepsBothEndsAndWholeCharacters) {

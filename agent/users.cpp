@@ -1,8 +1,14 @@
 #include "users.h"
 
+#include <windows.h>
+
+#include <lmcons.h>
+
 #include <algorithm>
+#include <array>
 
 #include "agenterror.h"
+#include "base/text.h"
 #include "singletons.h"
 
 namespace dorvo::agent {
@@ -31,6 +37,24 @@ std::string chooseUser(const std::string& asked, const std::vector<std::string>&
                          exitUsage);
     }
     return loggedIn.front();
+}
+
+std::string chooseKeyOwner(const std::string& asked) {
+    if (!asked.empty()) {
+        return asked;
+    }
+    const std::vector<std::string> loggedIn = cookies().users();
+    if (!loggedIn.empty()) {
+        return chooseUser({}, loggedIn);
+    }
+    std::array<wchar_t, UNLEN + 1> account{};
+    DWORD size = account.size();
+    if (GetUserNameW(account.data(), &size) == 0) {
+        throw AgentError(
+            "The name of the Windows account cannot be found out: name one with "
+            "--user");
+    }
+    return toUtf8(account.data());
 }
 
 void requireServer() {

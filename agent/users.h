@@ -1,4 +1,4 @@
-// Who has logged in on this machine.
+// For whom a command works.
 #pragma once
 
 #include <string>
@@ -12,6 +12,10 @@ std::string chooseUser(const std::string& asked);
 
 // The same decision on a list of users. Pure.
 std::string chooseUser(const std::string& asked, const std::vector<std::string>& loggedIn);
+
+// The user whose key is meant where no server is asked: `asked` when it is not empty, else the one
+// who has logged in, else whose Windows account it is. Throws AgentError when the choice is open.
+std::string chooseKeyOwner(const std::string& asked);
 
 // Throws AgentError when no server is set.
 void requireServer();

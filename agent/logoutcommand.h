@@ -1,4 +1,4 @@
-// agent resume JOB: goes on with a run that was paused or interrupted.
+// agent logout USER: ends the user's sessions at the server and forgets them with the password.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace dorvo::agent {
 
-class ResumeCommand : public Command {
+class LogoutCommand : public Command {
 public:
     CLI::App* describe(CLI::App& parent) override;
     int run(Terminal& terminal) override;
 
 private:
-    std::string job_;
+    std::string user_;
 };
 
 }  // namespace dorvo::agent

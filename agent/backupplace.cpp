@@ -1,0 +1,87 @@
+#include "backupplace.h"
+
+#include <windows.h>
+
+#include "agenterror.h"
+#include "base/http_error.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "failuretext.h"
+#include "singletons.h"
+#include "sourcepath.h"
+#include "storage/local/localinstances.h"
+#include "storage/local/localrestorecatalog.h"
+#include "storage/webrestorecatalog.h"
+#include "users.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::wstring existingFolder(const std::string& folder) {
+    std::wstring path = onDiskPath(toWide(folder), true);
+    const DWORD attributes = GetFileAttributesW(longPath(path).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        throw AgentError("'" + toUtf8(path) + "' is no folder", exitUsage);
+    }
+    return path;
+}
+
+}  // namespace
+
+BackupPlace::BackupPlace(const std::string& folder, const std::string& user) {
+    if (folder.empty()) {
+        requireServer();
+        user_ = chooseUser(user);
+    } else {
+        location_ = existingFolder(folder);
+        user_ = user;
+    }
+}
+
+void BackupPlace::assignTo(JobDefinition& job) const {
+    local() ? job.useLocalStorage(location_) : job.useWebStorage();
+}
+
+std::vector<WebInstance> BackupPlace::runs(const std::string& machine,
+                                           const std::string& jobId) const {
+    std::vector<WebInstance> found;
+    if (local()) {
+        if (!LocalInstances::list(location_, machine, jobId, found)) {
+            throw AgentError(failure(GetLastError()));
+        }
+        std::erase_if(found,
+                      [&](const WebInstance& run) { return !user_.empty() && run.user != user_; });
+        return found;
+    }
+    std::string cookie;
+    cookies().findCookie(user_.c_str(), cookie);
+    if (!WebAccount::listInstances(cookie, machine, jobId, found)) {
+        throw AgentError(failure(GetLastError()));
+    }
+    return found;
+}
+
+std::unique_ptr<RestoreCatalog> BackupPlace::catalog(const WebInstance& run) const {
+    if (local()) {
+        return std::make_unique<LocalRestoreCatalog>(
+            LocalRestoreCatalog::Run{.location = location_,
+                                     .machine = run.machine,
+                                     .jobDefinitionId = run.jobDefinitionId,
+                                     .jobInstanceId = run.jobInstanceId});
+    }
+    return std::make_unique<WebRestoreCatalog>(WebRestoreCatalog::Run{
+        .machine = run.machine, .jobInstanceId = run.jobInstanceId, .user = user_});
+}
+
+std::string BackupPlace::failure(uint32_t error) const {
+    if (!local()) {
+        return requestFailure(error, user_);
+    }
+    return "The backups in '" + toUtf8(location_) + "' cannot be read: " + failureText(error);
+}
+
+std::string BackupPlace::listing() const {
+    return local() ? "agent instances --local \"" + toUtf8(location_) + "\"" : "agent instances";
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,96 @@
+#include "instancechoice.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "base/uuid.h"
+
+namespace dorvo::agent {
+namespace {
+
+constexpr const char* completed = "completed";
+
+bool beginsWith(const std::string& text, const std::string& beginning) {
+    return text.size() >= beginning.size() &&
+           equalsIgnoreCase(std::string_view(text).substr(0, beginning.size()), beginning);
+}
+
+bool sameJob(const WebInstance& a, const WebInstance& b) {
+    return a.machine == b.machine && equalsIgnoreCase(a.jobDefinitionId, b.jobDefinitionId);
+}
+
+const WebInstance& latest(const std::vector<WebInstance>& runs, const std::string& thisMachine,
+                          const std::string& listing) {
+    std::vector<const WebInstance*> candidates;
+    for (const WebInstance& run : runs) {
+        if (run.state == completed) {
+            candidates.push_back(&run);
+        }
+    }
+    if (candidates.empty()) {
+        throw AgentError("There is no completed run: '" + listing + "' shows those there are");
+    }
+    const auto ours = [&](const WebInstance* run) { return run->machine == thisMachine; };
+    if (std::any_of(candidates.begin(), candidates.end(), ours)) {
+        std::erase_if(candidates, std::not_fn(ours));
+    }
+    for (const WebInstance* run : candidates) {
+        if (!sameJob(*run, *candidates.back())) {
+            throw AgentError(
+                "Several jobs have runs: choose one with --job, as '" + listing + "' shows them",
+                exitUsage);
+        }
+    }
+    return *candidates.back();
+}
+
+const WebInstance& byBeginning(const std::vector<WebInstance>& runs, const std::string& asked,
+                               const std::string& listing) {
+    const WebInstance* found = nullptr;
+    for (const WebInstance& run : runs) {
+        if (equalsIgnoreCase(run.jobInstanceId, asked)) {
+            return run;
+        }
+        if (!beginsWith(run.jobInstanceId, asked)) {
+            continue;
+        }
+        if (found != nullptr) {
+            throw AgentError("Several runs have an id that begins with '" + asked +
+                             "': give more of it");
+        }
+        found = &run;
+    }
+    if (found == nullptr) {
+        throw AgentError("There is no run '" + asked + "': '" + listing +
+                         "' shows those there are");
+    }
+    return *found;
+}
+
+}  // namespace
+
+const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const std::string& asked,
+                                  const std::string& thisMachine, const std::string& listing) {
+    if (asked.empty()) {
+        throw AgentError("The run's id is empty", exitUsage);
+    }
+    if (equalsIgnoreCase(asked, "latest")) {
+        return latest(runs, thisMachine, listing);
+    }
+    const WebInstance& run = byBeginning(runs, asked, listing);
+    if (run.state != completed) {
+        throw AgentError("The run " + run.jobInstanceId + " is not complete: its state is '" +
+                         run.state + "'");
+    }
+    return run;
+}
+
+std::string backupJobId(const JobList& jobs, const std::string& asked) {
+    GUID id;
+    return asked.empty() || uuidFromText(asked, id) ? asked : findJob(jobs, asked).id();
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,22 @@
+// Which run of a backup job the user means.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "jobstore.h"
+#include "storage/webaccount.h"
+
+namespace dorvo::agent {
+
+// The completed run that `asked` names: an id, the beginning of only one, or "latest", which needs
+// the runs to be those of one job; this machine's come before those of others. `runs` are the
+// oldest of a job first. `listing` is the command that shows them. Throws AgentError. Pure.
+const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const std::string& asked,
+                                  const std::string& thisMachine, const std::string& listing);
+
+// The id of the backup job that `asked` names: a job of this machine by name or id, or any id, as
+// listings show those of other machines. Throws AgentError; empty for an empty text.
+std::string backupJobId(const JobList& jobs, const std::string& asked);
+
+}  // namespace dorvo::agent

@@ -1,0 +1,141 @@
+#include "keycommand.h"
+
+#include <windows.h>
+
+#include "agenterror.h"
+#include "base/key_error.h"
+#include "base/text.h"
+#include "dataowner.h"
+#include "failuretext.h"
+#include "singletons.h"
+#include "sourcepath.h"
+#include "users.h"
+
+namespace dorvo::agent {
+namespace {
+
+// Wiped when it goes.
+class Secret {
+public:
+    explicit Secret(std::string text) : text_(std::move(text)) {}
+    ~Secret() { SecureZeroMemory(text_.data(), text_.size()); }
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+
+    const char* text() const { return text_.c_str(); }
+
+private:
+    std::string text_;
+};
+
+std::wstring filePath(const std::string& given) {
+    std::wstring path = absolutePath(toWide(given));
+    if (path.empty()) {
+        throw AgentError("'" + given + "' is no path of a file", exitUsage);
+    }
+    return path;
+}
+
+[[noreturn]] void refuse(const std::wstring& file, const std::string& user, DWORD error) {
+    const std::string name = "'" + toUtf8(file) + "'";
+    switch (error) {
+        case ERROR_NOT_FOUND:
+            throw AgentError("'" + user +
+                             "' has no key on this machine: the first backup makes one, 'agent "
+                             "key import FILE' brings one");
+        case ERROR_DECRYPTION_FAILED:
+            throw AgentError("The keys of this machine cannot be read: the log file says why");
+        case ERROR_FILE_EXISTS:
+            throw AgentError(name + " is there already and was left as it is: name another file");
+        default: break;
+    }
+    throw AgentError(isKeyError(error) ? name + ": " + keyErrorText(error, user)
+                                       : name + ": " + failureText(error));
+}
+
+}  // namespace
+
+CLI::App* KeyCommand::describe(CLI::App& parent) {
+    CLI::App* const key = parent.add_subcommand(
+        "key", "Take the key that opens the backups to a recovery file, and back");
+    key->require_subcommand(1);
+    CLI::App* const out = key->add_subcommand("export", "Write the key to a recovery file");
+    import_ = key->add_subcommand("import", "Take the key from a recovery file");
+    for (CLI::App* const command : {out, import_}) {
+        command->add_option("FILE", file_, "The recovery file")->required();
+        command->add_flag("--passphrase-stdin", passphraseFromInput_,
+                          "Read the passphrase from standard input");
+    }
+    out->add_option("--user", user_, "Whose key; without it, who has logged in");
+    import_->add_option("--user", user_, "Whose key it has to be; without it, whosever it is");
+    out->footer(
+        "Keep the file apart from this machine: without it, or without its passphrase, a lost "
+        "machine is a lost backup.\nExample:\n  agent key export E:\\dorvo.key");
+    import_->footer(
+        "On a new machine, before the first backup or restore.\n"
+        "Example:\n  agent key import E:\\dorvo.key");
+    key->footer("Example:\n  agent key export E:\\dorvo.key");
+    return key;
+}
+
+int KeyCommand::run(Terminal& terminal) {
+    import_->parsed() ? importKey(terminal) : exportKey(terminal);
+    return exitDone;
+}
+
+void KeyCommand::exportKey(Terminal& terminal) const {
+    const std::wstring file = filePath(file_);
+    const std::string user = chooseKeyOwner(user_);
+    std::string checksum;
+    if (!keys().keyChecksum(user.c_str(), checksum)) {
+        refuse(file, user, GetLastError());  // before the user has thought of a passphrase
+    }
+    const Secret passphrase(readPassphrase(terminal, true));
+    if (!keys().exportKey(user.c_str(), passphrase.text(), file.c_str())) {
+        refuse(file, user, GetLastError());
+    }
+    terminal.out("The key of '" + user + "' is in '" + toUtf8(file) +
+                 "': keep the file and its passphrase apart from this machine.");
+}
+
+void KeyCommand::importKey(Terminal& terminal) const {
+    const std::wstring file = filePath(file_);
+    if (GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        refuse(file, user_, GetLastError());
+    }
+    const Secret passphrase(readPassphrase(terminal, false));
+    const DataOwner owner;  // no run may be making a key meanwhile
+    std::string user;
+    if (!keys().importKey(user_.c_str(), passphrase.text(), file.c_str(), user)) {
+        const DWORD error = GetLastError();
+        refuse(file, user.empty() ? user_ : user, error);
+    }
+    terminal.out("The key of '" + user + "' is on this machine now.");
+}
+
+std::string KeyCommand::readPassphrase(Terminal& terminal, bool twice) const {
+    std::string passphrase;
+    if (passphraseFromInput_) {
+        if (!terminal.readLine(passphrase) || passphrase.empty()) {
+            throw AgentError("No passphrase came from standard input", exitUsage);
+        }
+        return passphrase;
+    }
+    if (!terminal.readSecret("Passphrase of the recovery file: ", passphrase)) {
+        throw AgentError(
+            "No passphrase was entered: type it on a terminal, or use --passphrase-stdin",
+            exitUsage);
+    }
+    if (twice) {
+        std::string again;
+        terminal.readSecret("The same once more: ", again);
+        const bool same = again == passphrase;
+        SecureZeroMemory(again.data(), again.size());
+        if (!same) {
+            throw AgentError("The two passphrases differ: nothing was written", exitUsage);
+        }
+    }
+    return passphrase;
+}
+
+}  // namespace dorvo::agent

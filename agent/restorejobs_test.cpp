@@ -1,0 +1,79 @@
+#include "restorejobs.h"
+
+#include <gtest/gtest.h>
+
+#include "agenterror.h"
+
+namespace dorvo::agent {
+namespace {
+
+using Change = std::function<void(RestoreJobDefinition&)>;
+
+std::unique_ptr<RestoreJobDefinition> restoreJob(const char* id, const Change& change) {
+    auto job = std::make_unique<RestoreJobDefinition>(id, L"name", "alice");
+    job->setOrigin("PC", "backup", "run1");
+    job->setSource({L"C:\\a", L"C:\\b"});
+    job->setTarget(L"D:\\copy\\", L"");
+    change(*job);
+    return job;
+}
+
+TEST(RestoreJobs, OnlyRunAndRuleMayDifferForOneJobToServeTwoRestores) {
+    struct Row {
+        const char* name;
+        Change change;  // of the job there is
+        bool found;     // when it is idle
+        bool foundBusy;
+    };
+    for (const Row& row : {
+             Row{"same", [](auto&) {}, true, true},
+             Row{"order and case",
+                 [](auto& job) {
+                     job.setSource({L"c:\\B", L"C:\\a"});
+                 },
+                 true, true},
+             Row{"run", [](auto& job) { job.setOrigin("PC", "backup", "run2"); }, true, false},
+             Row{"rule", [](auto& job) { job.setConflict(2); }, true, false},
+             Row{"backup job", [](auto& job) { job.setOrigin("PC", "other", "run1"); }, false,
+                 false},
+             Row{"machine", [](auto& job) { job.setOrigin("PC2", "backup", "run1"); }, false,
+                 false},
+             Row{"paths", [](auto& job) { job.setSource({L"C:\\a"}); }, false, false},
+             Row{"target", [](auto& job) { job.setTarget(L"", L""); }, false, false},
+             Row{"prefix", [](auto& job) { job.setTarget(L"D:\\copy\\", L"C:"); }, false, false},
+             Row{"place", [](auto& job) { job.useLocalStorage(L"E:\\x"); }, false, false},
+         }) {
+        JobList jobs;
+        jobs.push_back(std::make_unique<BackupJobDefinition>("0", L"b", "alice"));
+        jobs.push_back(restoreJob("1", row.change));
+        const auto wanted = restoreJob("2", [](auto&) {});
+        for (const bool busy : {false, true}) {
+            const auto* const found =
+                findRestore(jobs, *wanted, [&](const std::string&) { return busy; });
+            EXPECT_EQ(found != nullptr, busy ? row.foundBusy : row.found) << row.name << busy;
+        }
+    }
+}
+
+TEST(RestoreJobs, AJobWithJustTheseSettingsComesFirst) {
+    JobList jobs;
+    jobs.push_back(restoreJob("1", [](auto& job) { job.setConflict(3); }));
+    jobs.push_back(restoreJob("2", [](auto&) {}));
+    const auto wanted = restoreJob("3", [](auto&) {});
+    EXPECT_EQ(findRestore(jobs, *wanted, [](auto&) { return false; })->id(), "2");
+}
+
+TEST(RestoreJobs, AreNamedAfterWhatTheyBringBackAndWhereTo) {
+    const auto name = [](const Change& change) {
+        return nameOfRestore(*restoreJob("1", change), L"docs");
+    };
+    EXPECT_EQ(name([](auto&) {}), L"restore C:\\a, C:\\b to D:\\copy");
+    EXPECT_EQ(name([](auto& job) {
+                  job.setSource({});
+                  job.setTarget(L"", L"");
+              }),
+              L"restore docs");
+}
+
+}  // namespace
+}  // namespace dorvo::agent

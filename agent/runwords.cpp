@@ -1,0 +1,29 @@
+#include "runwords.h"
+
+#include "jobdef/restorejobdefinition.h"
+
+namespace dorvo::agent {
+
+RunWords wordsOf(const JobDefinition& job) {
+    const bool web = job.storage() == StorageKind::web;
+    const std::string place = web ? "the server" : "the folder of its backups";
+    if (const auto* const restore = dynamic_cast<const RestoreJobDefinition*>(&job)) {
+        const bool keep = restore->conflict() == RestoreJobDefinition::conflictKeep;
+        return {.verb = "Restore",
+                .looking = "is looking for what to bring back",
+                .ahead = "to restore",
+                .done = keep ? "restored or kept" : "restored",
+                .moved = web ? "over the network" : "read",
+                .place = place,
+                .restores = true};
+    }
+    return {.verb = "Backup",
+            .looking = "is looking for what has changed",
+            .ahead = web ? "to send" : "to store",
+            .done = web ? "sent" : "stored",
+            .moved = web ? "over the network" : "written",
+            .place = place,
+            .restores = false};
+}
+
+}  // namespace dorvo::agent
