@@ -4,9 +4,11 @@
 
 #include <array>
 #include <atomic>
+#include <memory>
 #include <thread>
 #include <vector>
 
+#include "base/key_error.h"
 #include "base/md5.h"
 #include "json_spirit/json_spirit.h"
 #include "settings/encodedtext.h"
@@ -128,29 +130,21 @@ TEST_F(Keys, DamagedEncodedFileFails) {
         write(path_, other);
         EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text)) << other;
     }
-    EXPECT_EQ(text, "kept");
     EXPECT_TRUE(captured.has(LogLevel::error, "Failed to decrypt the content from \"" +
                                                   toUtf8(path_) + "\": the text is not Base64.\n"));
-}
-
-TEST_F(Keys, FileOfAnotherMachineCannotBeRead) {
-    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
-    setMachineKey(nullptr);
-    std::string text;
+    write(path_, whole);
+    setMachineKey(nullptr);  // as on another machine
     EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
-}
-
-TEST_F(Keys, OpenFailuresAreLogged) {
+    DeleteFileW(path_.c_str());
     createDirectories(path_);
-    test::LogCapture captured;
-    std::string text;
-    const std::string name = toUtf8(path_);
     EXPECT_FALSE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
     EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    const std::string name = toUtf8(path_);
     EXPECT_TRUE(
         captured.has(LogLevel::error, "Failed to open file \"" + name + "\" for writing.\n"));
     EXPECT_TRUE(
         captured.has(LogLevel::error, "Failed to open file \"" + name + "\" for reading.\n"));
+    EXPECT_EQ(text, "kept");
 }
 
 TEST_F(Keys, UsersKeyIsMadeOnceAndKept) {
@@ -162,6 +156,11 @@ TEST_F(Keys, UsersKeyIsMadeOnceAndKept) {
         KeyManagerImpl keys;
         EXPECT_FALSE(keys.keyChecksum("alice", md5));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_FOUND});
+        EXPECT_FALSE(find(keys, nullptr, alice));
+        EXPECT_FALSE(find(keys, "", alice));
+        EXPECT_FALSE(keys.findKey("alice", alice.data(), 32, alice.data(), 16));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
         ASSERT_TRUE(find(keys, "alice", alice));
         ASSERT_TRUE(find(keys, "bob", bob));
     }
@@ -179,16 +178,6 @@ TEST_F(Keys, UsersKeyIsMadeOnceAndKept) {
     EXPECT_EQ(decodeBase64(stored.get_obj().at("bob").get_str()),
               std::string(bob.begin(), bob.end()));
     EXPECT_EQ(GetFileAttributesW((path_ + L".new").c_str()), INVALID_FILE_ATTRIBUTES);
-}
-
-TEST_F(Keys, RefusesWrongArguments) {
-    KeyManagerImpl keys;
-    Record record{};
-    EXPECT_FALSE(find(keys, nullptr, record));
-    EXPECT_FALSE(find(keys, "", record));
-    EXPECT_FALSE(keys.findKey("alice", record.data(), 32, record.data(), 16));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 // A key that is made over an unreadable one would lose every backup of its user.
@@ -244,6 +233,96 @@ TEST_F(Keys, KeyThatCannotBeSavedIsNotHandedOut) {
     EXPECT_EQ(contentOf(path_), before);
     RemoveDirectoryW((path_ + L".new").c_str());
     EXPECT_TRUE(find(keys, "bob", bob));
+}
+
+// As a program that runs while another one imports.
+TEST_F(Keys, WhatAnotherProgramHasSavedIsFoundBeforeAKeyIsMade) {
+    Record bob{};
+    KeyManagerImpl resident;
+    ASSERT_TRUE(find(resident, "bob", bob));
+    Record alice{};
+    ASSERT_TRUE(find(*std::make_unique<KeyManagerImpl>(), "alice", alice));
+    Record again{};
+    ASSERT_TRUE(find(resident, "alice", again));
+    EXPECT_EQ(again, alice);
+    write(path_, "damaged");
+    EXPECT_FALSE(find(resident, "carol", again));
+    EXPECT_EQ(contentOf(path_), "damaged");
+}
+
+TEST_F(Keys, GoToAnotherMachineInARecoveryFile) {
+    const std::wstring folder = dataPath(L"\\taken");
+    const std::wstring file = folder + L"\\key";
+    createDirectories(folder);
+    Record alice{};
+    {
+        KeyManagerImpl keys;
+        EXPECT_FALSE(keys.exportKey("alice", "open sesame", file.c_str()));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_FOUND});
+        ASSERT_TRUE(find(keys, "alice", alice));
+        for (const char* nothing : {static_cast<const char*>(nullptr), ""}) {
+            EXPECT_FALSE(keys.exportKey(nothing, "open sesame", file.c_str()));
+            EXPECT_FALSE(keys.exportKey("alice", nothing, file.c_str()));
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        }
+        EXPECT_FALSE(keys.exportKey("alice", "open sesame", (folder + L"\\no\\key").c_str()));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+        ASSERT_TRUE(keys.exportKey("alice", "open sesame", file.c_str()));
+        const std::string written = contentOf(file);
+        EXPECT_FALSE(keys.exportKey("alice", "another", file.c_str()));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+        EXPECT_EQ(contentOf(file), written);
+    }
+    DeleteFileW(path_.c_str());
+    setMachineKey(nullptr);
+    const std::wstring damaged = folder + L"\\damaged";
+    write(damaged, contentOf(file).substr(1));
+    const std::wstring large = folder + L"\\large";
+    write(large, std::string(20000, ' '));
+    struct Row {
+        const char* user;
+        const char* passphrase;
+        std::wstring file;
+        uint32_t error;
+        const char* owner;
+    };
+    const Row rows[] = {
+        {"alice", "open sesam", file, errorWrongPassphrase, ""},
+        {"alice", "", file, ERROR_INVALID_PARAMETER, ""},
+        {"bob", "open sesame", file, errorRecoveryFileOfOther, "alice"},
+        {"alice", "open sesame", damaged, errorRecoveryFileDamaged, ""},
+        {"alice", "open sesame", large, errorRecoveryFileDamaged, ""},
+        {"alice", "open sesame", folder + L"\\none", ERROR_FILE_NOT_FOUND, ""},
+    };
+    KeyManagerImpl keys;
+    std::string owner;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(toUtf8(row.file) + row.passphrase);
+        owner = "before";
+        EXPECT_FALSE(keys.importKey(row.user, row.passphrase, row.file.c_str(), owner));
+        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_EQ(owner, row.owner);
+        EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
+    }
+    for (const char* user : {static_cast<const char*>(nullptr), "alice"}) {  // the same again
+        ASSERT_TRUE(keys.importKey(user, "open sesame", file.c_str(), owner));
+        EXPECT_EQ(owner, "alice");
+    }
+    Record imported{};
+    ASSERT_TRUE(find(*std::make_unique<KeyManagerImpl>(), "alice", imported));
+    EXPECT_EQ(imported, alice);
+
+    DeleteFileW(path_.c_str());
+    KeyManagerImpl other;
+    Record own{};
+    ASSERT_TRUE(find(other, "alice", own));
+    EXPECT_FALSE(other.importKey("alice", "open sesame", file.c_str(), owner));
+    EXPECT_EQ(GetLastError(), errorKeyHeld);
+    ASSERT_TRUE(find(*std::make_unique<KeyManagerImpl>(), "alice", imported));
+    EXPECT_EQ(imported, own);
+
+    WIN32_FIND_DATAW found{};
+    EXPECT_EQ(FindFirstFileW((folder + L"\\*.new").c_str(), &found), INVALID_HANDLE_VALUE);
 }
 
 }  // namespace

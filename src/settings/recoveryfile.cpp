@@ -23,15 +23,16 @@ constexpr std::string_view sealedName = "dorvo recovery file 1";  // authenticat
 constexpr size_t tagSize = 16;
 constexpr size_t cipherKeySize = 32;
 
-// A crafted file must not take the machine's memory: 128 MiB at most.
-constexpr uint64_t mostMemory = uint64_t{128} << 20;
+// A crafted file must not take the machine's memory: these are 128 MiB.
 constexpr uint64_t mostN = uint64_t{1} << 17;
 constexpr uint64_t leastR = 2;
+constexpr uint64_t mostR = 8;
 constexpr uint64_t mostP = 4;
+constexpr uint64_t memoryLimit = uint64_t{256} << 20;
 
 bool acceptable(const RecoveryCost& cost) {
     return cost.n >= 2 && cost.n <= mostN && (cost.n & (cost.n - 1)) == 0 && cost.r >= leastR &&
-           cost.r <= mostMemory / 128 / cost.n && cost.p >= 1 && cost.p <= mostP;
+           cost.r <= mostR && cost.p >= 1 && cost.p <= mostP;
 }
 
 [[noreturn]] void fail(const char* what) {
@@ -60,7 +61,7 @@ public:
         const WipeAtEnd wiped(key);
         if (context_ == nullptr ||
             EVP_PBE_scrypt(passphrase.data(), passphrase.size(), bytesOf(std::string_view(salt)),
-                           salt.size(), cost.n, cost.r, cost.p, 2 * mostMemory, bytesOf(key),
+                           salt.size(), cost.n, cost.r, cost.p, memoryLimit, bytesOf(key),
                            key.size()) != 1) {
             fail("the passphrase cannot be stretched");
         }

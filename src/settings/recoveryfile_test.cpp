@@ -74,7 +74,7 @@ TEST_F(RecoveryFileTest, AsksForNoMoreThanItsBounds) {
         return sealRecoveryFile("a", counting(0, 32), "p", counting(0, 16), counting(0, 12), cost);
     };
     EXPECT_EQ(open(crafted({2, 2, 4}), "p"), RecoveryFile::opened);
-    for (const RecoveryCost cost : {RecoveryCost{1 << 18, 2, 1}, {2, 1 << 20, 1}, {2, 2, 5}}) {
+    for (const RecoveryCost cost : {RecoveryCost{1 << 18, 2, 1}, {2, 9, 1}, {2, 2, 5}}) {
         EXPECT_EQ(open(crafted(cost), "p"), RecoveryFile::damaged) << cost.n << ' ' << cost.r;
     }
     EXPECT_EQ(open(example + std::string(recoveryFileLimit, ' ')), RecoveryFile::damaged);

@@ -157,6 +157,7 @@ Web_Session::Renewal Web_Session::log_in() {
         }
         return error == ERROR_CANCELLED ? Renewal::stopped : Renewal::none;
     }
+    logins().refused.erase(user);
     handler_->onSetCookie(user.c_str(), fresh.c_str(), cookie_.c_str());
     cookie_ = fresh;
     log(LogLevel::information, "User {%s} is logged in again.\n", user.c_str());

@@ -1,0 +1,87 @@
+#include "settings/webauthhandler.h"
+
+#include "settings/cookiemanager.h"
+#include "settings/passwordmanager.h"
+#include "support/store_test.h"
+
+namespace dorvo {
+namespace {
+
+template <class Store>
+Store& store() {
+    return *ATL::CComSingleton<Store, ATL::CComAutoCriticalSection>::instance();
+}
+
+class WebAuth : public test::StoreTest {
+protected:
+    WebAuth() {
+        store<CookieManagerImpl>().removeAllCookie();
+        store<CookieManagerImpl>().saveCookie("alice", "S1");
+        store<CookieManagerImpl>().saveCookie("bob", "S2");
+        store<PasswordManagerImpl>().savePassword("alice", "p");
+        store<PasswordManagerImpl>().removePassword("bob");
+    }
+    ~WebAuth() override { store<CookieManagerImpl>().removeAllCookie(); }
+
+    WebAuthHandler handler_;
+};
+
+TEST_F(WebAuth, LooksUpOwnerAndPassword) {
+    const struct {
+        const char* cookie;
+        bool found;
+        const char* user;
+        const char* password;
+    } rows[] = {{"S1", true, "alice", "p"},
+                {"S2", false, "bob", ""},
+                {"S3", false, "", ""},
+                {"", false, "", ""}};
+    for (const auto& row : rows) {
+        std::string user;
+        std::string password;
+        EXPECT_EQ(handler_.onAuthRequired(user, password, row.cookie), row.found) << row.cookie;
+        EXPECT_EQ(user, row.user) << row.cookie;
+        EXPECT_EQ(password, row.password) << row.cookie;
+    }
+}
+
+TEST_F(WebAuth, PutsTheNewCookieInThePlaceOfTheOld) {
+    const struct {
+        const char* name;
+        const char* user;
+        const char* fresh;
+        const char* old;
+        bool oldKept;
+        const char* stored;  // alice's smallest cookie afterwards
+        const char* newCookie;
+    } rows[] = {
+        {"replaced", "alice", "S9", "S1", false, "S9", "S9"},
+        {"added", "alice", "S0", nullptr, true, "S0", "S0"},
+        {"empty", "alice", "", "S1", false, "", "before"},
+        {"none", "alice", nullptr, "S1", false, "", "before"},
+        {"nobody's", "", "S9", "S1", false, "", "S9"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        store<CookieManagerImpl>().removeAllCookie();
+        store<CookieManagerImpl>().saveCookie("alice", "S1");
+        handler_.onSetCookie("", "before", nullptr);
+        handler_.onSetCookie(row.user, row.fresh, row.old);
+        EXPECT_EQ(store<CookieManagerImpl>().isCookieValid("S1"), row.oldKept);
+        std::string stored;
+        store<CookieManagerImpl>().findCookie("alice", stored);
+        EXPECT_EQ(stored, row.stored);
+        EXPECT_EQ(handler_.newCookie(), row.newCookie);
+    }
+    handler_.onError(5);
+    const WebAuthHandler copy(handler_);
+    handler_.reSet();
+    EXPECT_EQ(handler_.error(), 0u);
+    EXPECT_EQ(handler_.newCookie(), "");
+    handler_ = copy;
+    EXPECT_EQ(handler_.error(), 5u);
+    EXPECT_EQ(handler_.newCookie(), "S9");
+}
+
+}  // namespace
+}  // namespace dorvo

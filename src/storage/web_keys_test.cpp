@@ -1,0 +1,188 @@
+#include "support/scripted_server.h"
+// The sockets' header comes before the others.
+#include "storage/web_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "base/http_error.h"
+#include "base/key_error.h"
+#include "http_util/http_connections.h"
+#include "settings/cookiemanager.h"
+#include "settings/keymanager.h"
+#include "settings/options.h"
+#include "support/log_capture.h"
+#include "support/store_test.h"
+
+namespace dorvo {
+namespace {
+
+using Names = std::vector<std::string>;
+
+template <class T>
+T& singleton() {
+    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
+}
+
+// The service with its one answer to each of the two requests.
+class WebKeysTest : public test::StoreTest {
+protected:
+    WebKeysTest() {
+        server_ = std::make_unique<test::ScriptedServer>(
+            [this](test::ScriptedPeer& peer, int) { serve(peer); });
+        singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", server_->port());
+    }
+    ~WebKeysTest() override {
+        singleton<HTTP_Connections>().stop();
+        server_.reset();
+        singleton<CookieManagerImpl>().removeAllCookie();
+    }
+
+    // A user of this test alone: the stores of the process keep what they have.
+    static std::string newUser() {
+        static int number = 0;
+        std::string user = "user" + std::to_string(++number);
+        singleton<CookieManagerImpl>().removeAllCookie();
+        singleton<CookieManagerImpl>().saveCookie(user.c_str(), "c");
+        return user;
+    }
+    static std::string checksum(const std::string& user) {
+        std::string md5;
+        return singleton<KeyManagerImpl>().keyChecksum(user.c_str(), md5) ? md5 : "";
+    }
+
+    Names seen_;  // endpoints
+    std::string exported_;
+    std::string held_;
+    std::string exportStatus_ = "200 OK";
+    std::unique_ptr<test::ScriptedServer> server_;
+
+private:
+    void serve(test::ScriptedPeer& peer) {
+        for (std::string request = peer.request(); !request.empty(); request = peer.request()) {
+            const bool get = request.starts_with("POST /dorvo/WebServer/keys/GetMD5ofKeys.php ");
+            const std::string body = request.substr(request.find("\r\n\r\n") + 4);
+            seen_.emplace_back(get ? "get" : "export");
+            if (get) {
+                EXPECT_EQ(body, "{}");
+                peer.answer(held_);
+            } else {
+                EXPECT_TRUE(request.starts_with("POST /dorvo/WebServer/keys/ExportMD5ofKeys.php "));
+                exported_ = body;
+                peer.answer("{}", exportStatus_);
+            }
+        }
+    }
+};
+
+TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
+    constexpr KeyUse backup = KeyUse::backup;
+    constexpr KeyUse restore = KeyUse::restore;
+    const std::string other = R"({"md5":"00112233445566778899aabbccddeeff"})";
+    const std::string none = R"({"md5":""})";
+    struct Row {
+        const char* name;
+        KeyUse use;
+        bool own;
+        std::string held;  // "own": that of the user's key
+        uint32_t error;
+        Names seen;
+        const char* exportStatus = "200 OK";
+    };
+    const Row rows[] = {
+        {"first backup of all", backup, false, none, 0, {"get", "export"}},
+        {"first at this service", backup, true, none, 0, {"get", "export"}},
+        {"another machine was faster",
+         backup,
+         true,
+         none,
+         errorKeyForeign,
+         {"get", "export"},
+         "409 Conflict"},
+        {"the same key", backup, true, "own", 0, {"get"}},
+        {"another key", backup, true, other, errorKeyForeign, {"get"}},
+        {"a new machine", backup, false, other, errorKeyMissing, {"get"}},
+        {"restore with the same key", restore, true, "own", 0, {"get"}},
+        {"restore with another key", restore, true, other, errorKeyForeign, {"get"}},
+        {"restore on a new machine", restore, false, other, errorKeyMissing, {}},
+        {"restore that the service forgot", restore, true, none, 0, {"get", "export"}},
+        {"busy", backup, true, none, withHttpMark(503), {"get", "export"}, "503 Busy"},
+        {"no MD5", backup, false, R"({"md5":"00"})", 13, {"get"}},
+        {"no text", backup, false, R"({"md5":7})", 13, {"get"}},
+        {"no answer", backup, false, "{}", 13, {"get"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        test::LogCapture quiet;
+        const std::string user = newUser();
+        UserKey own;
+        if (row.own) {
+            ASSERT_TRUE(findLocalKey(user, backup, own));
+        }
+        held_ = row.held == "own" ? R"({"md5":")" + checksum(user) + "\"}" : row.held;
+        exportStatus_ = row.exportStatus;
+        seen_.clear();
+        UserKey key;
+        SetLastError(0);
+        EXPECT_EQ(agreeOnKey(user, row.use, nullptr, key), row.error == 0);
+        if (row.error != 0) {
+            EXPECT_EQ(GetLastError(), row.error);
+        }
+        EXPECT_EQ(seen_, row.seen);
+        EXPECT_EQ(checksum(user).empty(), !row.own && row.error != 0);
+        if (row.own && row.error == 0) {
+            EXPECT_EQ(key.key, own.key);
+            EXPECT_EQ(key.iv, own.iv);
+        }
+        if (row.error == 0 && row.seen.size() == 2) {
+            EXPECT_EQ(exported_, R"({"md5":")" + checksum(user) + "\"}");
+            EXPECT_NE(key.key, UserKey().key);
+        }
+    }
+}
+
+TEST_F(WebKeysTest, AServiceOutOfReachIsNoAnswer) {
+    const std::string user = newUser();
+    test::LogCapture quiet;
+    UserKey key;
+    singleton<CookieManagerImpl>().removeAllCookie();
+    EXPECT_FALSE(agreeOnKey(user, KeyUse::backup, nullptr, key));
+    EXPECT_EQ(GetLastError(), withHttpMark(401));
+    EXPECT_TRUE(seen_.empty());
+    singleton<HTTP_Connections>().stop();
+    server_.reset();
+    EXPECT_FALSE(agreeOnKey(user, KeyUse::backup, nullptr, key));
+    EXPECT_EQ(GetLastError(), 10061u);
+    EXPECT_EQ(checksum(user), "");
+}
+
+TEST_F(WebKeysTest, WithoutAServiceARestoreMakesNoKey) {
+    const std::string user = newUser();
+    UserKey key;
+    UserKey again;
+    EXPECT_FALSE(findLocalKey(user, KeyUse::restore, key));
+    EXPECT_EQ(GetLastError(), errorKeyMissing);
+    EXPECT_EQ(checksum(user), "");
+    ASSERT_TRUE(findLocalKey(user, KeyUse::backup, key));
+    ASSERT_TRUE(findLocalKey(user, KeyUse::restore, again));
+    EXPECT_EQ(key.key, again.key);
+    EXPECT_TRUE(seen_.empty());
+}
+
+TEST(KeyErrors, AreNoOthersAndHaveWords) {
+    for (uint32_t code = errorKeyMissing; code <= errorKeyHeld; ++code) {
+        EXPECT_TRUE(isKeyError(code));
+        EXPECT_FALSE(hasHttpMark(code));
+        EXPECT_NE(keyErrorText(code, "alice"), keyErrorText(0));
+    }
+    for (const uint32_t code : {0u, 5u, 10061u, withHttpMark(401), 0x80070005u}) {
+        EXPECT_FALSE(isKeyError(code)) << code;
+    }
+    EXPECT_EQ(keyErrorText(errorKeyForeign, "alice"),
+              "the storage server knows another key for alice: import the recovery file with agent "
+              "key import FILE");
+}
+
+}  // namespace
+}  // namespace dorvo
