@@ -49,11 +49,14 @@ const WebInstance& latest(const std::vector<WebInstance>& runs, const std::strin
 
 const WebInstance& byBeginning(const std::vector<WebInstance>& runs, const std::string& asked,
                                const std::string& listing) {
+    const auto whole = std::find_if(runs.begin(), runs.end(), [&](const WebInstance& run) {
+        return equalsIgnoreCase(run.jobInstanceId, asked);
+    });
+    if (whole != runs.end()) {
+        return *whole;
+    }
     const WebInstance* found = nullptr;
     for (const WebInstance& run : runs) {
-        if (equalsIgnoreCase(run.jobInstanceId, asked)) {
-            return run;
-        }
         if (!beginsWith(run.jobInstanceId, asked)) {
             continue;
         }
