@@ -2,10 +2,23 @@
 
 #include "base/log.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
 #include "job/restorerun.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {
+namespace {
+
+const char* endText(int32_t state) {
+    switch (static_cast<JobState>(state)) {
+        case JobState::completed: return "Completed";
+        case JobState::cancelled: return "Cancelled";
+        case JobState::paused: return "Paused";
+        default: return "Error";
+    }
+}
+
+}  // namespace
 
 RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, WaitForServer waitForServer)
     : TransferJob(std::move(definition), std::move(waitForServer)) {}
@@ -16,7 +29,10 @@ RestoreJob::~RestoreJob() {
 
 unsigned long RestoreJob::run() {
     FunctionTrace trace("RestoreJob::run", "restorejob.cpp");
-    return carryOut();
+    const unsigned long error = carryOut();
+    log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id().c_str(),
+        toUtf8(definition().name()).c_str(), endText(state()));
+    return error;
 }
 
 int RestoreJob::transfer() {

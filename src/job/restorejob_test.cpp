@@ -23,6 +23,7 @@ TEST_F(RestoreJobTest, LogsItsStepsAndTellsTheStorageHowItWent) {
         "Start to restore files/directories.\n",
         "Start of files/directories list.\n",
         "End of files/directories list.\n",
+        "Job {j1, job}: Completed.\n",
     };
     Names logged;
     for (const LogLine& line : capture.lines()) {
