@@ -8,12 +8,7 @@
 namespace dorvo {
 namespace {
 
-using test::backupDefinition;
-using test::JobGround;
-using test::LogCapture;
-using test::Signal;
-using test::TestJob;
-using test::value;
+using namespace test;
 
 // The job "gate" holds up the dispatch thread while it starts, until open() is called.
 class CommandQueue : public testing::Test {
@@ -48,9 +43,9 @@ protected:
         ASSERT_TRUE(last_.wait());
     }
     // What was carried out, as "id command".
-    std::vector<std::string> executed() const {
-        std::vector<std::string> result;
-        for (const test::LogLine& line : log_.lines()) {
+    Names executed() const {
+        Names result;
+        for (const LogLine& line : log_.lines()) {
             const std::string start = "JobCmdQueue: execute command \"";
             const std::string middle = "\" for job ";
             if (line.text.rfind(start, 0) == 0 && line.text.find("~last") == std::string::npos) {
@@ -80,8 +75,8 @@ TEST_F(CommandQueue, RunsTheSmallestIdFirstAndTheLatestCommandOnly) {
     queue_.add("c", "do_schedule");
     queue_.add("c", "no such command");
     openGate();
-    EXPECT_EQ(executed(), (std::vector<std::string>{"gate start", "B resume", "a stop", "b start",
-                                                    "c no such command"}));
+    EXPECT_EQ(executed(),
+              (Names{"gate start", "B resume", "a stop", "b start", "c no such command"}));
     EXPECT_TRUE(log_.has("Add command a of job stop to JobCmdQueue.\n")) << "in this order";
 }
 
@@ -103,7 +98,7 @@ TEST_F(CommandQueue, CarriesOutEachCommand) {
     queue_.add("a", "do_schedule");
     queue_.add("nobody", "start");
     openGate();
-    EXPECT_EQ(job->commands, std::vector<std::string>{"do_schedule"});
+    EXPECT_EQ(job->commands, Names{"do_schedule"});
 }
 
 TEST_F(CommandQueue, StopsOnce) {

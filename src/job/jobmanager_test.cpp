@@ -12,11 +12,7 @@
 namespace dorvo {
 namespace {
 
-using test::backupDefinition;
-using test::JobGround;
-using test::LogCapture;
-using test::TestJob;
-using test::value;
+using namespace test;
 
 class JobManager : public testing::Test {
 protected:
@@ -26,8 +22,8 @@ protected:
     static bool submit(const std::string& id, ScheduleKind kind = ScheduleKind::manual) {
         return manager_->submitJob(backupDefinition(id, kind).release());
     }
-    static std::vector<std::string> ids() {
-        std::vector<std::string> result;
+    static Names ids() {
+        Names result;
         for (const Job* job : manager_->jobs()) {
             result.push_back(job->definition().id());
         }
@@ -70,7 +66,7 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
     TestJob::plans["stubborn"].initialises = false;
     LogCapture log;
     restart();
-    EXPECT_EQ(ids(), std::vector<std::string>{"good"});
+    EXPECT_EQ(ids(), Names{"good"});
     EXPECT_FALSE(JobGround::exists(JobGround::directory("missing")));
     EXPECT_FALSE(JobGround::exists(JobGround::directory("damaged")));
     EXPECT_TRUE(log.has(
@@ -94,7 +90,7 @@ TEST_F(JobManager, SubmitsANewJob) {
     constexpr Row rows[] = {{"once", ScheduleKind::once, true, false},
                             {"daily", ScheduleKind::daily, false, true},
                             {"manual", ScheduleKind::manual, false, false}};
-    std::vector<std::string> expected;
+    Names expected;
     for (const Row& row : rows) {
         EXPECT_TRUE(submit(row.id, row.kind));
         ASSERT_NE(saved(row.id), nullptr);
@@ -106,8 +102,15 @@ TEST_F(JobManager, SubmitsANewJob) {
             expected.push_back(JobGround::event(row.id, "idle"));
         }
     }
-    EXPECT_EQ(ids(), (std::vector<std::string>{"once", "daily", "manual"}));
+    EXPECT_EQ(ids(), (Names{"once", "daily", "manual"}));
     EXPECT_EQ(ground_.events(), expected);
+
+    TestJob* once = JobGround::job("once");
+    ASSERT_TRUE(once->ran.wait());
+    const auto instance = once->activity()->instanceId;
+    EXPECT_TRUE(submit("once", ScheduleKind::once)) << "while it runs";
+    EXPECT_EQ(once->activity()->instanceId, instance);
+    EXPECT_EQ(once->state(), value(JobState::running));
 }
 
 TEST_F(JobManager, RefusesWhatCannotBeAJob) {
@@ -160,16 +163,6 @@ TEST_F(JobManager, UpdatesAJobThatDoesNotRun) {
     EXPECT_EQ(job->definition().type(), 1);
 }
 
-TEST_F(JobManager, ARunOnceJobSubmittedAgainWhileItRunsGoesOn) {
-    EXPECT_TRUE(submit("once", ScheduleKind::once));
-    TestJob* job = JobGround::job("once");
-    ASSERT_TRUE(job->ran.wait());
-    const auto instance = job->activity()->instanceId;
-    EXPECT_TRUE(submit("once", ScheduleKind::once));
-    EXPECT_EQ(job->activity()->instanceId, instance);
-    EXPECT_EQ(job->state(), value(JobState::running));
-}
-
 TEST_F(JobManager, FindsJobsByIdWithoutCase) {
     EXPECT_TRUE(submit("Job"));
     EXPECT_EQ(manager_->job("jOB"), manager_->jobs()[0]);
@@ -202,7 +195,7 @@ TEST_F(JobManager, DrivesAJob) {
     EXPECT_TRUE(job->wait(INFINITE));
     EXPECT_EQ(job->state(), value(JobState::cancelled));
     EXPECT_TRUE(manager_->command("do_schedule", "a"));
-    EXPECT_EQ(job->commands, std::vector<std::string>{"do_schedule"});
+    EXPECT_EQ(job->commands, Names{"do_schedule"});
     EXPECT_TRUE(manager_->lockJob("a"));
     EXPECT_FALSE(manager_->startJob("a"));
     manager_->lockAllJobs(false);
@@ -222,12 +215,10 @@ TEST_F(JobManager, DrivesAllJobsPastAFailure) {
     EXPECT_TRUE(JobGround::job("c")->ran.wait());
     EXPECT_EQ(JobGround::job("b")->state(), value(JobState::idle));
     const auto failed = [&](const std::string& start) {
-        for (const test::LogLine& line : log.lines()) {
-            if (line.level == LogLevel::error && line.text.rfind(start, 0) == 0) {
-                return true;
-            }
-        }
-        return false;
+        const auto lines = log.lines();
+        return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
+            return line.level == LogLevel::error && line.text.starts_with(start);
+        });
     };
     EXPECT_TRUE(failed("Failed to start job b, error-code = "));
     manager_->pauseAllJobs(true);
@@ -244,7 +235,7 @@ TEST_F(JobManager, DrivesAllJobsPastAFailure) {
 }
 
 TEST_F(JobManager, RemovesARunningJobOnAThreadOfItsOwn) {
-    test::Signal leave;
+    Signal leave;
     TestJob::plans["a"].run = [&](TestJob& job) {
         const unsigned long result = job.untilAsked();
         leave.wait();
@@ -300,7 +291,7 @@ TEST_F(JobManager, AJobThatCannotBeStoppedIsNotRemoved) {
     EXPECT_TRUE(manager_->resumeJob("a")) << "it is still a job";
 }
 
-TEST_F(JobManager, CloseParksWhatRunsAndFindsItAgain) {
+TEST_F(JobManager, CloseParksWhatRunsAndFindsItAgainToRemoveIt) {
     for (const char* id : {"a", "b"}) {
         running(id);
     }
@@ -312,16 +303,11 @@ TEST_F(JobManager, CloseParksWhatRunsAndFindsItAgain) {
     EXPECT_EQ(JobGround::job("a")->state(), value(JobState::paused));
     EXPECT_FALSE(JobGround::exists(data + L"\\consistentcheck\\deep"));
     EXPECT_TRUE(JobGround::exists(data + L"\\consistentcheck"));
+    EXPECT_TRUE(manager_->resumeJob("a"));
+    manager_->removeAllJobs();
     manager_->close();
     manager_->close();
     EXPECT_TRUE(manager_->jobs().empty());
-}
-
-TEST_F(JobManager, RemovesAllJobs) {
-    running("a");
-    EXPECT_TRUE(submit("b"));
-    manager_->removeAllJobs();
-    manager_->close();
     EXPECT_FALSE(JobGround::exists(JobGround::directory("a")));
     EXPECT_FALSE(JobGround::exists(JobGround::directory("b")));
 }

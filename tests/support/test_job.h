@@ -22,6 +22,8 @@
 
 namespace dorvo::test {
 
+using Names = std::vector<std::string>;
+
 constexpr int32_t value(JobState state) {
     return static_cast<int32_t>(state);
 }
@@ -96,7 +98,7 @@ public:
     }
 
     Signal ran{true};  // set by each run that got under way
-    std::vector<std::string> commands;
+    Names commands;
     int inits = 0;
 
 protected:
@@ -139,7 +141,7 @@ public:
         return true;
     }
 
-    std::vector<std::string> texts;
+    Names texts;
 
 private:
     static JobNotifyManagerImpl* manager() {
@@ -184,7 +186,7 @@ public:
         return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
     }
     // Every event so far, after those on their way have come.
-    const std::vector<std::string>& events() {
+    const Names& events() {
         IocpDispatherWrapper::close();
         IocpDispatherWrapper::open();
         IocpDispatherWrapper::activate();
