@@ -83,10 +83,9 @@ int BackupRun::carryOut() {
 }
 
 void BackupRun::loadVolumes() {
-    bool resumed = false;
-    takeUp(resumed);
-    job_.atStorage_ = resumed;
-    if (resumed) {
+    takeUp();
+    job_.atStorage_ = resumed_;
+    if (resumed_) {
         dorvo::loadVolumes(job_.definition().id().c_str(), job_.volumes_);
     }
     if (!listed_ || job_.volumes_.empty()) {

@@ -16,8 +16,7 @@ int RestoreRun::carryOut() {
     }
     const SpeedCalc speed(record_);
     log(LogLevel::debug, "Speed calculater registerred.\n");
-    bool resumed = false;
-    takeUp(resumed);
+    takeUp();
     log(LogLevel::debug, "Job history information loaded.\n");
     const int end = prepare() ? RestoreItems(job_, reader_, list_).process() : endCode();
     reader_.close();

@@ -229,6 +229,7 @@ public:
         : Job(std::forward<Arguments>(arguments)...), script_(script) {}
     ~Scripted() override { this->shutdown(); }
 
+    using Job::instanceText;
     JobActivity& record() { return *this->activity().get(); }
     json_spirit::Object history() const {
         return JobHistoryInfo(toUtf8(jobHistoryInfoPath(directory(), this->instanceText())))

@@ -28,12 +28,12 @@ bool TransferRun::begin(const char* released) {
     return carryOn();
 }
 
-void TransferRun::takeUp(bool& resumed) {
+void TransferRun::takeUp() {
     // Without a start time nothing of the run was ever recorded, whatever lies in the folder.
-    resumed = record_.resuming != 0 && record_.startTime != 0;
-    listed_ = resumed && loadRunTotals(directory_, transferJob_.totals_) &&
+    resumed_ = record_.resuming != 0 && record_.startTime != 0;
+    listed_ = resumed_ && loadRunTotals(directory_, transferJob_.totals_) &&
               GetFileAttributesW(longPath(list_).c_str()) != INVALID_FILE_ATTRIBUTES;
-    if (!resumed) {
+    if (!resumed_) {
         forgetList();
         record_.startTime = localTimeNow();
     }

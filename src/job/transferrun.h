@@ -19,9 +19,8 @@ protected:
 
     // Releases the starter; `released` is the line to log then.
     bool begin(const char* released);
-    // Takes up what is on record of the run; sets `listed_`, and `resumed` for a run that an
-    // earlier one has begun.
-    void takeUp(bool& resumed);
+    // Takes up what is on record of the run.
+    void takeUp();
     // Makes room for a new list. Only the making of a list that was never finished can have left
     // failed items, which go too.
     bool beginList();
@@ -43,6 +42,7 @@ protected:
     JobActivity& record_;
     std::wstring directory_;  // of the job
     std::wstring list_;       // the source list's path
+    bool resumed_ = false;    // an earlier start has begun this run
     bool listed_ = false;     // the list of this run is whole
     JobActivitySourceReader reader_;
 
