@@ -1,16 +1,14 @@
-#include "support/scripted_server.h"
+#include "support/scripted_service.h"
 // The sockets' header comes before the others.
 #include "storage/webbackupstorage.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 
 #include "base/md5.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "http_util/http_connections.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "storage/itemtemppath.h"
@@ -23,19 +21,30 @@
 namespace dorvo {
 namespace {
 
+using Names = std::vector<std::string>;
+using test::Answer;
+using test::Seen;
+
 constexpr char job[] = "j1";
+constexpr char instance[] = "11111111-1111-1111-1111-111111111111";
 
-// One request as the service saw it.
-struct Seen {
-    std::string endpoint;  // the file name of its path, without ".php"
-    std::string head;
-    std::string body;
-};
+json_spirit::Object bodyOf(const Seen& seen) {
+    json_spirit::Value body;
+    json_spirit::read_or_throw(seen.body, body);
+    return body.get_obj();
+}
 
-// Plays the service: keeps every request; the answer is the test's, 200 unless it says otherwise.
+// "3": the block's number, from the name of its file.
+std::string blockOf(const Seen& seen) {
+    const size_t begin = seen.body.find("filename=\"") + 10;
+    return seen.body.substr(begin, seen.body.find(".jpg") - begin);
+}
+
 class WebBackupStorageTest : public test::StoreTest {
 protected:
-    WebBackupStorageTest() {
+    WebBackupStorageTest()
+        : service_(
+              [this](const Seen& seen) { return Answer{status_ ? status_(seen) : "200 OK"}; }) {
         record_.reset(static_cast<int32_t>(JobState::running), true);
         record_.instanceId.fill(0x11);
         std::wstring directory;
@@ -43,28 +52,30 @@ protected:
         createDirectories(directory + L"\\tmp");
         document_ = toUtf8(directory + L"\\errors");
         failed_ = std::make_unique<FailedItems>(document_, record_);
-        server_ = std::make_unique<test::ScriptedServer>(
-            [this](test::ScriptedPeer& peer, int) { serve(peer); });
-    }
-    ~WebBackupStorageTest() override {
-        ATL::CComSingleton<HTTP_Connections>::instance()->stop();
-        server_.reset();
     }
 
-    std::unique_ptr<WebBackupStorage> makeStorage(DWORD finishPatienceMs = INFINITE) {
+    WebBackupStorage::Run makeRun() {
         WebBackupStorage::Run run;
-        run.finishPatienceMs = finishPatienceMs;
+        run.finishPatienceMs = INFINITE;
         run.jobId = job;
         run.jobName = "name";
-        run.cookie = cookie_;
+        run.cookie = "DORVOSESSION=abc";
         run.host = "127.0.0.1";
-        run.port = server_->port();
+        run.port = service_.port();
         run.compress = false;
         run.totals = {1, 2, 3};
         run.activity = &record_;
         run.failed = failed_.get();
         run.stop = stop_.handle();
-        return std::make_unique<WebBackupStorage>(std::move(run));
+        return run;
+    }
+    // A started one.
+    std::unique_ptr<WebBackupStorage> makeStorage(DWORD finishPatienceMs = INFINITE) {
+        WebBackupStorage::Run run = makeRun();
+        run.finishPatienceMs = finishPatienceMs;
+        auto storage = std::make_unique<WebBackupStorage>(std::move(run));
+        EXPECT_TRUE(storage->start());
+        return storage;
     }
     // A source whose package has the wanted size: a multiple of 16 above 0.
     std::wstring makeSource(size_t packageSize) {
@@ -80,71 +91,39 @@ protected:
     bool backup(WebBackupStorage& storage, const std::wstring& path, uint32_t number = 1) {
         return storage.backup(path.c_str(), attributes(path), number, nullptr);
     }
-    std::vector<std::string> endpoints() const {
-        std::vector<std::string> names;
-        for (const Seen& seen : seen_) {
-            names.push_back(seen.endpoint);
-        }
-        return names;
-    }
-    // "3": the block's number, from the name of its file.
-    static std::string blockOf(const Seen& seen) {
-        const size_t begin = seen.body.find("filename=\"") + 10;
-        return seen.body.substr(begin, seen.body.find(".jpg") - begin);
-    }
 
     JobActivity record_{};
-    std::string cookie_ = "DORVOSESSION=abc";
     test::Signal stop_;
     std::unique_ptr<FailedItems> failed_;
     std::string document_;
-    std::vector<Seen> seen_;
-    std::function<std::string(const Seen&)> status_ = [](const Seen&) { return "200 OK"; };
-    std::unique_ptr<test::ScriptedServer> server_;
-
-private:
-    void serve(test::ScriptedPeer& peer) {
-        for (std::string request = peer.request(); !request.empty(); request = peer.request()) {
-            const size_t split = request.find("\r\n\r\n");
-            Seen seen{{}, request.substr(0, split + 2), request.substr(split + 4)};
-            const std::string line = seen.head.substr(0, seen.head.find(".php"));
-            seen.endpoint = line.substr(line.rfind('/') + 1);
-            seen_.push_back(seen);
-            const std::string status = status_(seen);
-            if (status.empty() || !peer.answer("{}", status)) {
-                return;  // an empty status ends the connection without an answer
-            }
-        }
-    }
+    std::function<const char*(const Seen&)> status_;
+    test::ScriptedService service_;
 };
-
-using Names = std::vector<std::string>;
 
 TEST_F(WebBackupStorageTest, AFileIsAnnouncedAndSentInBlocks) {
     const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
     const std::wstring path = makeSource(uploadBlockSize);
     ASSERT_TRUE(backup(*storage, path, 7));
-    ASSERT_EQ(endpoints(), (Names{"StartJob", "uploadfile", "uploadblock"}));
-    EXPECT_EQ(seen_[0].head.substr(0, 52),
-              "POST /dorvo/WebServer/jobs/StartJob.php HTTP/1.1\r\nCo");
-    EXPECT_NE(seen_[1].head.find("POST /dorvo/Storage%20Server/backupServer/uploadfile.php "),
-              std::string::npos);
-    for (const Seen& seen : seen_) {
-        EXPECT_NE(seen.head.find("\r\nCookie: DORVOSESSION=abc\r\n"), std::string::npos);
+    ASSERT_EQ(service_.endpoints(), (Names{"StartJob", "uploadfile", "uploadblock"}));
+    const std::vector<Seen>& seen = service_.seen();
+    const char* const paths[] = {"/dorvo/WebServer/jobs/StartJob.php",
+                                 "/dorvo/Storage%20Server/backupServer/uploadfile.php",
+                                 "/dorvo/Storage%20Server/backupServer/uploadblock.php"};
+    for (size_t i = 0; i < std::size(paths); ++i) {
+        EXPECT_EQ(seen[i].head.find("POST " + std::string(paths[i]) + " HTTP/1.1\r\n"), 0u);
+        EXPECT_NE(seen[i].head.find("\r\nCookie: DORVOSESSION=abc\r\n"), std::string::npos);
     }
-    json_spirit::Value info;
-    json_spirit::read_or_throw(seen_[1].body, info);
-    EXPECT_EQ(info.get_obj().at("totalblock").get_int(), 2);
-    EXPECT_EQ(info.get_obj().at("totalsizeLow").get_int(), static_cast<int>(uploadBlockSize));
-    EXPECT_EQ(info.get_obj().at("sourcename").get_str(), toUtf8(path));
-    EXPECT_EQ(info.get_obj().at("jobinstanceid").get_str(), "11111111-1111-1111-1111-111111111111");
+    const json_spirit::Object info = bodyOf(seen[1]);
+    EXPECT_EQ(info.at("totalblock").get_int(), 2);
+    EXPECT_EQ(info.at("totalsizeLow").get_int(), static_cast<int>(uploadBlockSize));
+    EXPECT_EQ(info.at("sourcename").get_str(), toUtf8(path));
+    EXPECT_EQ(info.at("jobinstanceid").get_str(), instance);
 
-    EXPECT_EQ(blockOf(seen_[2]), "1");
-    EXPECT_NE(seen_[2].head.find("Accept-Encoding: gip, deflate\r\n"), std::string::npos);
-    const size_t data = seen_[2].body.find("binary\r\n\r\n") + 10;
-    const std::string block = seen_[2].body.substr(data, uploadBlockSize);
-    EXPECT_NE(seen_[2].body.find(Md5::of(std::as_bytes(std::span(block)))), std::string::npos);
+    EXPECT_EQ(blockOf(seen[2]), "1");
+    EXPECT_NE(seen[2].head.find("Accept-Encoding: gip, deflate\r\n"), std::string::npos);
+    const size_t data = seen[2].body.find("binary\r\n\r\n") + 10;
+    const std::string block = seen[2].body.substr(data, uploadBlockSize);
+    EXPECT_NE(seen[2].body.find(Md5::of(std::as_bytes(std::span(block)))), std::string::npos);
 
     EXPECT_EQ(record_.acceptedBlocks, 1u);
     EXPECT_EQ(record_.itemNumber, 7u);
@@ -153,25 +132,20 @@ TEST_F(WebBackupStorageTest, AFileIsAnnouncedAndSentInBlocks) {
     EXPECT_EQ(record_.transferred, uploadBlockSize);
     EXPECT_EQ(GetFileAttributesW(itemTempPath(itemTempFolder(job), 7).c_str()),
               INVALID_FILE_ATTRIBUTES);
-}
 
-TEST_F(WebBackupStorageTest, ADirectoryHasNoData) {
-    const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
-    const std::wstring folder = dataPath(L"\\job\\");
-    ASSERT_TRUE(backup(*storage, folder));
-    ASSERT_EQ(endpoints(), (Names{"StartJob", "uploadfile"}));
-    json_spirit::Value info;
-    json_spirit::read_or_throw(seen_[1].body, info);
-    EXPECT_EQ(info.get_obj().at("type").get_str(), "folder");
-    EXPECT_EQ(info.get_obj().at("totalblock").get_int(), 0);
-    EXPECT_EQ(info.get_obj().at("sourcename").get_str(), toUtf8(dataPath(L"\\job")));
+    ASSERT_TRUE(backup(*storage, dataPath(L"\\job\\")));
+    ASSERT_EQ(service_.last().endpoint, "uploadfile");  // a directory has no data
+    const json_spirit::Object folder = bodyOf(service_.last());
+    EXPECT_EQ(folder.at("type").get_str(), "folder");
+    EXPECT_EQ(folder.at("totalblock").get_int(), 0);
+    EXPECT_EQ(folder.at("sourcename").get_str(), toUtf8(dataPath(L"\\job")));
 }
 
 TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItIsTheSame) {
     const uint64_t size = 3 * uploadBlockSize + 16;
     const std::wstring path = makeSource(size);
     const WIN32_FILE_ATTRIBUTE_DATA listed = attributes(path);
+    const Names all = {"1", "2", "3", "4"};
     struct Row {
         const char* name;
         uint32_t item;
@@ -183,25 +157,24 @@ TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItIsTh
     const Row rows[] = {
         {"goes on", 1, size, 2, false, {"3", "4"}},
         {"all there", 1, size, 4, false, {}},
-        {"nothing accepted", 1, size, 0, false, {"1", "2", "3", "4"}},
-        {"another item's blocks", 9, size, 2, false, {"1", "2", "3", "4"}},
-        {"another package", 1, size + 16, 2, false, {"1", "2", "3", "4"}},
-        {"more blocks than there are", 1, size, 9, false, {"1", "2", "3", "4"}},
-        {"changed since it was listed", 1, size, 2, true, {"1", "2", "3", "4"}},
+        {"nothing accepted", 1, size, 0, false, all},
+        {"another item's blocks", 9, size, 2, false, all},
+        {"another package", 1, size + 16, 2, false, all},
+        {"more blocks than there are", 1, size, 9, false, all},
+        {"changed since it was listed", 1, size, 2, true, all},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        seen_.clear();
         record_.itemNumber = row.item;
         record_.packageSize = row.packageSize;
         record_.acceptedBlocks = row.accepted;
         WIN32_FILE_ATTRIBUTE_DATA data = listed;
         data.ftLastWriteTime.dwLowDateTime ^= row.touched ? 1u : 0u;
         const auto storage = makeStorage();
-        ASSERT_TRUE(storage->start());
+        service_.forget();
         EXPECT_TRUE(storage->backup(path.c_str(), data, 1, nullptr));
         Names blocks;
-        for (const Seen& seen : seen_) {
+        for (const Seen& seen : service_.seen()) {
             if (seen.endpoint == "uploadblock") {
                 blocks.push_back(blockOf(seen));
             }
@@ -218,7 +191,6 @@ TEST_F(WebBackupStorageTest, AStatusBecomesTheErrorAndLeavesTheOffset) {
         return seen.endpoint == "uploadblock" && blockOf(seen) == "2" ? "404 Not Found" : "200 OK";
     };
     const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
     test::LogCapture capture;
     EXPECT_FALSE(backup(*storage, path));
     EXPECT_EQ(GetLastError(), 0x20010194u);
@@ -241,7 +213,6 @@ TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatience
         return "200 OK";
     };
     const auto storage = makeStorage(0);
-    ASSERT_TRUE(storage->start());
     EXPECT_FALSE(storage->end());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
     answer.set();
@@ -257,116 +228,90 @@ TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
         return "200 OK";
     };
     const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
     EXPECT_FALSE(backup(*storage, path));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CANCELLED));
     EXPECT_EQ(record_.acceptedBlocks, 0u);
 
     // Ending the run does not heed the signal.
-    seen_.clear();
     EXPECT_TRUE(storage->cancel());
-    EXPECT_EQ(endpoints(), Names{"CancelJob"});
-    EXPECT_EQ(seen_[0].body, R"({"id":"11111111-1111-1111-1111-111111111111"})");
+    EXPECT_EQ(service_.last().endpoint, "CancelJob");
+    EXPECT_EQ(service_.last().body, std::string(R"({"id":")") + instance + "\"}");
 }
 
 TEST_F(WebBackupStorageTest, RefusesToStart) {
+    using Run = WebBackupStorage::Run;
     struct Row {
-        const char* name;
-        bool activity;
-        const char* host;
-        bool cookie;
+        void (*spoil)(Run&);
         DWORD error;
-        const char* message;
+        const char* message;  // as far as it is ours
     };
     const Row rows[] = {
-        {"no record", false, "127.0.0.1", true, 87,
+        {[](Run& run) { run.activity = nullptr; }, 87,
          "Failed to start job {j1, name}, invalid job activity.\n"},
-        {"no cookie", true, "127.0.0.1", false, 0x20010191, "The cookie is empty.\n"},
-        {"no server", true, "", true, 87, "Invalid host name(=null).\n"},
+        {[](Run& run) { run.cookie.clear(); }, 0x20010191, "The cookie is empty.\n"},
+        {[](Run& run) { run.host.clear(); }, 87, "Invalid host name(=null).\n"},
+        {[](Run& run) { run.activity->instanceId.fill(0); }, 87,
+         "Failed to start job {j1, name}, can't convert the instance id to string, error-code = "
+         "87, "},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        WebBackupStorage::Run run;
-        run.jobId = job;
-        run.jobName = "name";
-        run.cookie = row.cookie ? "c" : "";
-        run.host = row.host;
-        run.port = server_->port();
-        run.activity = row.activity ? &record_ : nullptr;
+        SCOPED_TRACE(row.message);
+        Run run = makeRun();
+        row.spoil(run);
         WebBackupStorage storage(std::move(run));
         test::LogCapture capture;
         SetLastError(0);
         EXPECT_FALSE(storage.start());
         EXPECT_EQ(GetLastError(), row.error);
-        EXPECT_TRUE(capture.has(LogLevel::error, row.message));
-        EXPECT_TRUE(seen_.empty());
+        const auto lines = capture.lines();
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const test::LogLine& line) {
+            return line.text.starts_with(row.message);
+        }));
     }
-    record_.instanceId.fill(0);
-    const auto storage = makeStorage();
-    EXPECT_FALSE(storage->start());
-    EXPECT_FALSE(storage->cancel());
-    EXPECT_TRUE(seen_.empty());
+    EXPECT_TRUE(service_.seen().empty());
 }
 
-TEST_F(WebBackupStorageTest, AStartWithoutAnAnswerIsTriedTwice) {
-    status_ = [](const Seen&) { return ""; };
+TEST_F(WebBackupStorageTest, EndsWithTheFailedItemsAndNotWithoutThem) {
     const auto storage = makeStorage();
-    test::LogCapture capture;
-    EXPECT_FALSE(storage->start());
-    EXPECT_EQ(endpoints(), (Names{"StartJob", "StartJob"}));
-    EXPECT_TRUE(capture.has(LogLevel::information, "name less command: Failed, retrying...\n"));
-}
-
-TEST_F(WebBackupStorageTest, EndsWithTheFailedItems) {
-    const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
     ASSERT_TRUE(storage->recordError(L"C:\\x", 0x20010193, "Forbidden"));
     // A run that was cut off meets its item again.
     ASSERT_TRUE(storage->recordError(L"C:\\x", 0x20010193, "Forbidden"));
     EXPECT_EQ(record_.failedItems, 1u);
     EXPECT_EQ(FailedItems(document_, record_).list().size(), 1u);
     ASSERT_TRUE(storage->end());
-    ASSERT_EQ(endpoints(), (Names{"StartJob", "AddErrorFiles", "endjob"}));
-    EXPECT_EQ(seen_[1].body,
+    ASSERT_EQ(service_.endpoints(), (Names{"StartJob", "AddErrorFiles", "endjob"}));
+    EXPECT_EQ(service_.seen()[1].body,
               R"({"errors":[{"code":536936851,"path":"C:\\x","reason":"Forbidden"}],)"
-              R"("jobinstanceid":"11111111-1111-1111-1111-111111111111"})");
-}
-
-TEST_F(WebBackupStorageTest, AnEndWhoseErrorsAreRefusedDoesNotEnd) {
-    status_ = [](const Seen& seen) {
-        return seen.endpoint == "AddErrorFiles" ? "503 Service Unavailable" : "200 OK";
-    };
-    const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
-    ASSERT_TRUE(storage->recordError(L"C:\\x", 5, ""));
+              R"("jobinstanceid":")" +
+                  std::string(instance) + "\"}");
+    status_ = [](const Seen&) { return "503 Service Unavailable"; };
     EXPECT_FALSE(storage->end());
     EXPECT_EQ(GetLastError(), 0x200101F7u);
-    EXPECT_EQ(endpoints().back(), "AddErrorFiles");
+    EXPECT_EQ(service_.last().endpoint, "AddErrorFiles");
 }
 
 TEST_F(WebBackupStorageTest, AMissingSourceFailsBeforeAnythingIsSent) {
     const auto storage = makeStorage();
-    ASSERT_TRUE(storage->start());
     const std::wstring path = makeSource(16);
     const WIN32_FILE_ATTRIBUTE_DATA data = attributes(path);
     DeleteFileW(path.c_str());
     EXPECT_FALSE(storage->backup(path.c_str(), data, 1, nullptr));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(endpoints(), Names{"StartJob"});
+    EXPECT_EQ(service_.endpoints(), Names{"StartJob"});
 }
 
 TEST_F(WebBackupStorageTest, OneCheckIsOneListToTheService) {
     ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()->setServerInfo(
-        "s", "127.0.0.1", server_->port());
+        "s", "127.0.0.1", service_.port());
     ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()->saveCookie(
         "alice", "c");
     Web_Increment_Check check({job, "alice", "i", true, nullptr});
     const std::vector<IncrementCheck::File> files = {{L"C:\\x", 1}};
     std::vector<bool> send;
-    status_ = [this](const Seen&) { return seen_.size() == 1 ? "503 Busy" : "200 OK"; };
+    status_ = [this](const Seen&) { return service_.seen().size() == 1 ? "503 Busy" : "200 OK"; };
     for (const char* first : {"true", "true", "false"}) {
         EXPECT_FALSE(check.check(files, send));  // {} is no answer
-        EXPECT_NE(seen_.back().body.find(std::string("\"first\":") + first), std::string::npos);
+        EXPECT_NE(service_.last().body.find(std::string("\"first\":") + first), std::string::npos);
     }
 }
 
