@@ -19,8 +19,9 @@ bool damaged() {
 }  // namespace
 
 bool LocalIndexReader::open(const std::wstring& path, uint64_t size) {
-    own_.reset(CreateFileW(longPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    // The run that makes the index may have it open.
+    own_.reset(CreateFileW(longPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     return own_ && open(own_.get(), size);
 }
 

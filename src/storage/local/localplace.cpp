@@ -59,8 +59,9 @@ std::wstring LocalPlace::instance(const std::string& id) const {
 }
 
 bool LocalPlace::load(const std::string& id, LocalInstanceDocument& document) const {
+    FileHandle file = openStoreForReading(this->document(id), FILE_SHARE_READ);
     std::string text;
-    if (!readStore(openStoreForReading(this->document(id), FILE_SHARE_READ), text)) {
+    if (!file || !readStore(std::move(file), text)) {
         return false;
     }
     const auto read = parseLocalInstance(text);
@@ -86,8 +87,9 @@ bool LocalPlace::loadCompleted(const std::string& id, LocalInstanceDocument& doc
 bool LocalPlace::save(const LocalInstanceDocument& document) const {
     const std::wstring path = this->document(document.id);
     const std::wstring fresh = path + L".new";
-    return writeStore(openStoreForWriting(fresh, 0), formatLocalInstance(document)) &&
-           flushFile(fresh) && replaceFile(fresh, path);
+    FileHandle file = openStoreForWriting(fresh, 0);
+    return file && writeStore(std::move(file), formatLocalInstance(document)) && flushFile(fresh) &&
+           replaceFile(fresh, path);
 }
 
 bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& visit) const {

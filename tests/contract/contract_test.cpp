@@ -1,0 +1,353 @@
+// What every storage back end promises, seen through the interfaces only.
+#include "contract/storagecontract.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <set>
+
+namespace dorvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_P(StorageContract, SizesAroundEveryBorderComeBack) {
+    std::set<size_t> sizes = {0, 1};
+    for (const size_t border : {size_t{16}, size_t{uploadBlockSize}, size_t{2 * uploadBlockSize},
+                                size_t{3 * uploadBlockSize}}) {
+        for (const size_t distance : {17, 16, 15, 1, 0}) {
+            sizes.insert(border + distance);
+            sizes.insert(border - std::min(border, distance));
+        }
+    }
+    for (const size_t size : sizes) {
+        put(L"noise\\" + std::to_wstring(size), noise(size, static_cast<unsigned>(size)));
+    }
+    put(L"plain.txt", std::string(5 * uploadBlockSize, 'x'));
+    for (const bool compress : {false, true}) {
+        SCOPED_TRACE(compress);
+        compress_ = compress;
+        backupJob_ = uuid();
+        createDirectories(jobFolder(backupJob_) + L"\\tmp");
+        expectComesBack(complete());
+    }
+}
+
+TEST_P(StorageContract, AnyNameComesBackAndIsFoundByItsFolder) {
+    const std::wstring longName(255, L'n');
+    put(L"a\\Gr\u00fc\u00dfe & s\u00f6hne's 50% [1] {x} #;.txt", "1");
+    put(L"a\\\u65e5\u672c\u8a9e\\\u043f\u0440\u0438\u043c\u0435\u0440.dat", "2");
+    put(L"ab\\" + longName, "3");
+    put(L"ab\\" + std::wstring(120, L'x') + L"\\" + std::wstring(120, L'y') + L"\\deep", "4");
+    put(L"a.b", "5");
+    createDirectories(source(L"empty\\in it"));
+    const std::string of = complete();
+    expectComesBack(of);
+    EXPECT_NE(attributes(target(L"empty\\in it")).dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+
+    std::set<std::wstring> seen;
+    for (const RestoreCatalog::Item& item : listed(of)) {
+        const std::wstring above = item.path.substr(0, item.path.rfind(L'\\'));
+        EXPECT_TRUE(above == sources_.path() || seen.contains(above)) << toUtf8(item.path);
+        EXPECT_TRUE(seen.insert(item.path).second) << toUtf8(item.path);
+    }
+    EXPECT_EQ(seen.size(), items_.size());
+    for (const Item& item : items_) {
+        EXPECT_TRUE(seen.contains(item.path)) << toUtf8(item.path);
+    }
+    const auto count = [&](const std::wstring& name) { return listed(of, source(name)).size(); };
+    EXPECT_EQ(count(L"a"), 4u);
+    EXPECT_EQ(count(L"ab"), 5u);
+    EXPECT_EQ(count(L"a.b"), 1u);
+    EXPECT_EQ(count(L"b"), 0u);
+    EXPECT_EQ(count(L"ab\\" + longName), 1u);
+}
+
+TEST_P(StorageContract, ALongListComesInPages) {
+    constexpr size_t count = 2 * RestoreCatalog::pageLimit + 1;
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    const auto storage = started();
+    for (uint32_t i = 1; i <= count; ++i) {
+        const std::wstring path = L"C:\\f\\" + std::to_wstring(i);
+        ASSERT_TRUE(storage->backup(path.c_str(), data, i, nullptr)) << GetLastError();
+    }
+    ASSERT_TRUE(storage->end());
+    std::set<std::wstring> seen;
+    for (const RestoreCatalog::Item& item : listed(instance())) {
+        seen.insert(item.path);
+    }
+    EXPECT_EQ(seen.size(), count);
+    RestoreCatalog::Page page;
+    EXPECT_TRUE(backEnd_->catalog(backupJob_, instance())->list({}, {}, page));
+    EXPECT_EQ(page.items.size(), size_t{RestoreCatalog::pageLimit});
+}
+
+TEST_P(StorageContract, WhatHasNotChangedIsNotKeptTwice) {
+    put(L"changed", noise(1000));
+    put(L"gone", noise(2000, 2));
+    put(L"stays", noise(3 * uploadBlockSize, 3));
+    const std::string first = complete();
+    EXPECT_THAT(sent(), ElementsAre(L"changed", L"gone", L"stays"));
+    const uint64_t kept = backEnd_->kept();
+
+    put(L"changed", noise(500, 4));
+    put(L"new", noise(100, 5));
+    DeleteFileW(source(L"gone").c_str());
+    const std::string gone = contents_[L"gone"];
+    contents_.erase(L"gone");
+    compress_ = true;  // does not concern what is carried over
+    const std::string second = complete();
+    EXPECT_THAT(sent(), ElementsAre(L"changed", L"new"));
+    EXPECT_LT(backEnd_->kept() - kept, 2000u);
+    expectComesBack(second);
+    // What is carried over once is carried over again.
+    const std::string third = complete();
+    EXPECT_THAT(sent(), IsEmpty());
+    expectComesBack(third);
+    // A backup stays as it was, whatever came later.
+    put(L"changed", noise(1000));
+    contents_[L"gone"] = gone;
+    contents_.erase(L"new");
+    expectComesBack(first);
+}
+
+TEST_P(StorageContract, AFailedItemIsRememberedOverAPauseAndSentByTheNextRun) {
+    put(L"a", "1");
+    put(L"b", "2");
+    put(L"c", "3");
+    beginRun();
+    ASSERT_TRUE(check());
+    {
+        const auto storage = started();
+        ASSERT_TRUE(backup(*storage, L"a"));
+        ASSERT_TRUE(MoveFileW(source(L"b").c_str(), target(L"b").c_str()));
+        EXPECT_FALSE(backup(*storage, L"b"));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+        ASSERT_TRUE(storage->recordError(source(L"b").c_str(), ERROR_FILE_NOT_FOUND, "gone"));
+    }
+    failed_ =
+        std::make_unique<FailedItems>(toUtf8(jobFolder(backupJob_)) + "\\" + instance(), record_);
+    const auto resumed = started();
+    ASSERT_TRUE(backup(*resumed, L"c"));
+    ASSERT_TRUE(resumed->end()) << GetLastError();
+    EXPECT_EQ(listed(instance()).size(), 2u);
+
+    ASSERT_TRUE(MoveFileW(target(L"b").c_str(), source(L"b").c_str()));
+    expectComesBack(complete());
+    EXPECT_THAT(sent(), ElementsAre(L"b"));
+}
+
+TEST_P(StorageContract, AnItemThatIsWholeAndThenFailsIsSentByTheNextRun) {
+    put(L"a", "1");
+    beginRun();
+    ASSERT_TRUE(check());
+    const auto storage = started();
+    ASSERT_TRUE(backup(*storage, L"a"));
+    ASSERT_TRUE(storage->recordError(source(L"a").c_str(), ERROR_SHARING_VIOLATION, ""));
+    ASSERT_TRUE(storage->end());
+    complete();
+    EXPECT_THAT(sent(), ElementsAre(L"a"));
+}
+
+TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsList) {
+    put(L"a", "1");
+    put(L"b", "2");
+    beginRun();
+    ASSERT_TRUE(check());
+    const auto storage = started();
+    ASSERT_TRUE(backup(*storage, L"b"));
+    EXPECT_FALSE(storage->end());
+    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    // Nor does it count as completed.
+    RestoreCatalog::Page page;
+    EXPECT_FALSE(restoring(instance())->start() &&
+                 backEnd_->catalog(backupJob_, instance())->list({}, {}, page) &&
+                 page.items.size() == 2);
+    ASSERT_TRUE(backup(*storage, L"a"));
+    EXPECT_TRUE(storage->end()) << GetLastError();
+    expectComesBack(instance());
+}
+
+TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
+    constexpr uint32_t blocks = 5;
+    const size_t size = blocks * uploadBlockSize - 1;  // its package fills the last block
+    put(L"a", "before it");
+    put(L"file", noise(size));
+    struct Row {
+        const char* name;
+        uint32_t recorded;
+        bool changed;
+        uint32_t sent;
+    };
+    const Row rows[] = {{"in the middle", 2, false, 3},
+                        {"all there", blocks, false, 0},
+                        {"nothing recorded", 0, false, blocks},
+                        {"another content of the same size", 3, true, blocks}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        beginRun();
+        backupJob_ = uuid();
+        createDirectories(jobFolder(backupJob_) + L"\\tmp");
+        ASSERT_TRUE(check());
+        {
+            const auto storage = started();
+            ASSERT_TRUE(backupAll(*storage)) << GetLastError();
+            EXPECT_EQ(record_.acceptedBlocks, blocks);
+        }
+        // The process was killed before it took down how far it had come.
+        record_.acceptedBlocks = row.recorded;
+        if (row.changed) {
+            put(L"file", noise(size, 7));
+        }
+        record_.transferred = 0;
+        const auto storage = started();
+        ASSERT_TRUE(backup(*storage, L"file")) << GetLastError();
+        EXPECT_EQ(record_.transferred, uint64_t{row.sent} * uploadBlockSize);
+        EXPECT_EQ(record_.acceptedBlocks, blocks);
+        ASSERT_TRUE(storage->end()) << GetLastError();
+        // Its time is that of the list, so that only the content is compared.
+        const auto restore = restoring(instance());
+        ASSERT_TRUE(restore->start());
+        ASSERT_TRUE(restore->restoreFile(source(L"file").c_str(), target(L"file").c_str(), 1, true))
+            << GetLastError();
+        EXPECT_TRUE(read(target(L"file")) == contents_[L"file"]);
+    }
+}
+
+TEST_P(StorageContract, AStopMakesAnItemFailAndTheNextRunTakesItUp) {
+    put(L"a", "1");
+    put(L"b", noise(3 << 20));
+    beginRun();
+    ASSERT_TRUE(check());
+    {
+        const auto storage = started();
+        ASSERT_TRUE(backup(*storage, L"a"));
+        stop_.set();
+        EXPECT_FALSE(backup(*storage, L"b"));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    }
+    stop_.reset();
+    {
+        const auto storage = started();
+        ASSERT_TRUE(backup(*storage, L"b")) << GetLastError();
+        ASSERT_TRUE(storage->end()) << GetLastError();
+    }
+    expectComesBack(instance());
+    // A restore heeds it as well, and takes nothing away.
+    const auto restore = restoring(instance());
+    ASSERT_TRUE(restore->start());
+    stop_.set();
+    EXPECT_FALSE(restore->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 1, true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_TRUE(read(target(L"b")) == contents_[L"b"]);
+    stop_.reset();
+    EXPECT_TRUE(restore->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 1, true));
+}
+
+TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
+    put(L"a", "1");
+    put(L"b", "2");
+    beginRun();
+    ASSERT_TRUE(check());
+    {
+        const auto storage = started();
+        EXPECT_TRUE(storage->start());
+        ASSERT_TRUE(backup(*storage, L"a"));
+    }
+    {
+        const auto storage = started();
+        ASSERT_TRUE(backup(*storage, L"b"));
+        ASSERT_TRUE(storage->end());
+        EXPECT_TRUE(storage->end());
+    }
+    const auto storage = started();
+    EXPECT_TRUE(storage->end()) << GetLastError();
+    // But it stays what it is.
+    EXPECT_FALSE(backup(*storage, L"a"));
+    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    EXPECT_FALSE(storage->cancel());
+    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    EXPECT_FALSE(check());
+    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    expectComesBack(instance());
+}
+
+TEST_P(StorageContract, ACancelledRunLeavesNothing) {
+    put(L"a", noise(3 * uploadBlockSize));
+    const uint64_t kept = backEnd_->kept();
+    beginRun();
+    ASSERT_TRUE(check());
+    {
+        const auto storage = started();
+        ASSERT_TRUE(backupAll(*storage));
+        EXPECT_GT(backEnd_->kept(), kept);
+        EXPECT_TRUE(storage->cancel()) << GetLastError();
+    }
+    EXPECT_EQ(backEnd_->kept(), kept);
+    EXPECT_TRUE(backEnd_->backup(run())->cancel()) << GetLastError();
+    EXPECT_FALSE(restoring(instance())->start());
+    complete();
+    EXPECT_THAT(sent(), ElementsAre(L"a"));
+}
+
+TEST_P(StorageContract, AnEmptyListMakesAnEmptyBackup) {
+    expectComesBack(complete());
+    EXPECT_THAT(listed(instance()), IsEmpty());
+    put(L"a", "1");
+    expectComesBack(complete());
+}
+
+TEST_P(StorageContract, WhatCannotBeRestoredLeavesTheTargetAlone) {
+    compress_ = true;
+    put(L"a", noise(1000));
+    put(L"b", noise(1000, 2));
+    const std::string of = complete();
+    const std::wstring from = source(L"a");
+    const std::wstring to = target(L"a");
+    ASSERT_TRUE(write(to, "old"));
+    const auto restore = [&](bool replace) {
+        const auto storage = restoring(of);
+        return storage->start() && storage->restoreFile(from.c_str(), to.c_str(), 1, replace);
+    };
+    EXPECT_FALSE(restore(false));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+    EXPECT_EQ(read(to), "old");
+
+    key_[0] ^= 1;
+    EXPECT_FALSE(restore(true)) << "a wrong key";
+    EXPECT_EQ(read(to), "old");
+    key_[0] ^= 1;
+
+    backEnd_->damage(backupJob_, of);
+    EXPECT_FALSE(restore(true)) << "a damaged package";
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_EQ(read(to), "old");
+    EXPECT_EQ(entriesOf(target_.path()), 1u);
+    // The others are as good as before.
+    const auto storage = restoring(of);
+    ASSERT_TRUE(storage->start());
+    EXPECT_TRUE(storage->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 2, false))
+        << GetLastError();
+    EXPECT_TRUE(read(target(L"b")) == contents_[L"b"]);
+    EXPECT_FALSE(storage->restoreFile(source(L"never").c_str(), target(L"x").c_str(), 3, false));
+}
+
+TEST_P(StorageContract, WhatIsNotThereIsNotRestored) {
+    const std::string unknown = uuid();
+    EXPECT_FALSE(restoring(unknown)->start());
+    RestoreCatalog::Page page;
+    EXPECT_FALSE(backEnd_->catalog(backupJob_, unknown)->list({}, {}, page));
+}
+
+std::vector<NamedBackEnd> backEnds() {
+    const char* const server = std::getenv("DORVO_CONTRACT_SERVER");
+    return {server == nullptr ? localBackEnd() : webBackEnd(server)};
+}
+
+INSTANTIATE_TEST_SUITE_P(BackEnd, StorageContract, testing::ValuesIn(backEnds()),
+                         [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace dorvo::test

@@ -1,0 +1,295 @@
+// The fixture of the contract suite: a tree to back up, runs of a backup job, and restores of them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <istream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "base/local_time.h"
+#include "base/read_handle_streambuf.h"
+#include "base/uuid.h"
+#include "base/write_handle_streambuf.h"
+#include "contract/backend.h"
+#include "support/signal.h"
+#include "support/store_test.h"
+#include "support/temporary_folder.h"
+
+namespace dorvo::test {
+
+// Bytes that no compression makes smaller.
+inline std::string noise(size_t size, unsigned seed = 1) {
+    std::mt19937 random(seed);
+    std::string text(size, '\0');
+    std::generate(text.begin(), text.end(), [&] { return static_cast<char>(random()); });
+    return text;
+}
+
+class StorageContract : public StoreTest, public testing::WithParamInterface<NamedBackEnd> {
+protected:
+    struct Item {
+        std::wstring path;
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+
+        bool directory() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+    };
+
+    StorageContract() : backEnd_(GetParam().make()) {
+        backupJob_ = uuid();
+        restoreJob_ = uuid();
+        for (const std::string& job : {backupJob_, restoreJob_}) {
+            createDirectories(jobFolder(job) + L"\\tmp");
+        }
+        beginRun();
+    }
+
+    // -- the tree ----------------------------------------------------------------------------
+
+    std::wstring source(const std::wstring& name) const { return sources_.path() + L"\\" + name; }
+    std::wstring target(const std::wstring& name) const { return target_.path() + L"\\" + name; }
+
+    void put(const std::wstring& name, const std::string& content) {
+        const std::wstring path = source(name);
+        createDirectories(path.substr(0, path.rfind(L'\\')));
+        ASSERT_TRUE(write(path, content)) << GetLastError();
+        contents_[name] = content;
+    }
+    // Every file that is written gets a time of its own.
+    bool write(const std::wstring& path, const std::string& content) {
+        write_handle_streambuf file(path);
+        if (!file.is_open()) {
+            return false;
+        }
+        file.sputn(content.data(), static_cast<std::streamsize>(content.size()));
+        file.pubsync();
+        const FILETIME time = toFileTime(firstTime + ++written_ * ticksPerSecond);
+        SetFileTime(file.handle(), nullptr, nullptr, &time);
+        return file.close();
+    }
+    static std::string read(const std::wstring& path) {
+        read_handle_streambuf file(path);
+        std::istream stream(&file);
+        return file.is_open() ? std::string(std::istreambuf_iterator<char>(stream), {}) : "no file";
+    }
+    static WIN32_FILE_ATTRIBUTE_DATA attributes(const std::wstring& path) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data);
+        return data;
+    }
+
+    // -- a run -------------------------------------------------------------------------------
+
+    void beginRun() {
+        record_.reset(static_cast<int32_t>(JobState::running), true);
+        GUID id{};
+        createUuid(id);
+        std::copy_n(reinterpret_cast<uint8_t*>(&id), sizeof(id), record_.instanceId.begin());
+        record_.startTime = localTimeNow();
+        failed_ = std::make_unique<FailedItems>(toUtf8(jobFolder(backupJob_)) + "\\" + instance(),
+                                                record_);
+        stop_.reset();
+        listTree();
+    }
+    // Makes the list from what is on the disk, folders before what lies in them.
+    void listTree() {
+        items_.clear();
+        walk(sources_.path());
+        send_.clear();
+    }
+    std::string instance() const {
+        GUID id{};
+        std::copy(record_.instanceId.begin(), record_.instanceId.end(),
+                  reinterpret_cast<uint8_t*>(&id));
+        return uuidText(id);
+    }
+    BackEnd::Run run() {
+        SourceTotals totals;
+        for (const Item& item : items_) {
+            (item.directory() ? totals.directories : totals.files) += 1;
+        }
+        return {backupJob_, instance(), key_,          compress_,
+                totals,     &record_,   failed_.get(), stop_.handle()};
+    }
+    // Asks which files are to be sent; folders always are.
+    bool check() {
+        send_.assign(items_.size(), true);
+        std::vector<IncrementCheck::File> files;
+        std::vector<size_t> places;
+        for (size_t i = 0; i < items_.size(); ++i) {
+            if (!items_[i].directory()) {
+                files.push_back({items_[i].path, toTicks(items_[i].data.ftLastWriteTime)});
+                places.push_back(i);
+            }
+        }
+        std::vector<bool> send(files.size(), false);
+        if (!files.empty() && !backEnd_->check(run())->check(files, send)) {
+            return false;
+        }
+        for (size_t i = 0; i < files.size(); ++i) {
+            send_[places[i]] = send[i];
+        }
+        return true;
+    }
+    // The names of the files that are to be sent.
+    std::vector<std::wstring> sent() const {
+        std::vector<std::wstring> names;
+        for (size_t i = 0; i < items_.size(); ++i) {
+            if (send_[i] && !items_[i].directory()) {
+                names.push_back(items_[i].path.substr(sources_.path().size() + 1));
+            }
+        }
+        return names;
+    }
+    // A new storage of the run, started.
+    std::unique_ptr<BackupStorage> started() {
+        auto storage = backEnd_->backup(run());
+        EXPECT_TRUE(storage->start()) << GetLastError();
+        return storage;
+    }
+    size_t placeOf(const std::wstring& name) const {
+        const auto found = std::find_if(items_.begin(), items_.end(), [&](const Item& item) {
+            return item.path == source(name);
+        });
+        EXPECT_NE(found, items_.end());
+        return static_cast<size_t>(found - items_.begin());
+    }
+    bool backup(BackupStorage& storage, size_t place) {
+        return storage.backup(items_[place].path.c_str(), items_[place].data,
+                              static_cast<uint32_t>(place) + 1, nullptr);
+    }
+    bool backup(BackupStorage& storage, const std::wstring& name) {
+        return backup(storage, placeOf(name));
+    }
+    bool backupAll(BackupStorage& storage) {
+        for (size_t i = 0; i < items_.size(); ++i) {
+            if (send_[i] && !backup(storage, i)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    // A whole run over the tree; its instance.
+    std::string complete() {
+        beginRun();
+        EXPECT_TRUE(check()) << GetLastError();
+        const auto storage = started();
+        EXPECT_TRUE(backupAll(*storage)) << GetLastError();
+        EXPECT_TRUE(storage->end()) << GetLastError();
+        return instance();
+    }
+
+    // -- a restore ---------------------------------------------------------------------------
+
+    std::unique_ptr<RestoreStorage> restoring(const std::string& of) {
+        restored_.reset(static_cast<int32_t>(JobState::running), true);
+        GUID id{};
+        createUuid(id);
+        std::copy_n(reinterpret_cast<uint8_t*>(&id), sizeof(id), restored_.instanceId.begin());
+        restored_.startTime = localTimeNow();
+        notRestored_ = std::make_unique<FailedItems>(
+            toUtf8(jobFolder(restoreJob_)) + "\\" + uuidText(id), restored_);
+        return backEnd_->restore(
+            {restoreJob_, backupJob_, of, key_, &restored_, notRestored_.get(), stop_.handle()});
+    }
+    // All pages; each item once, folders before what lies in them.
+    std::vector<RestoreCatalog::Item> listed(const std::string& of, const std::wstring& path = {}) {
+        std::vector<RestoreCatalog::Item> items;
+        const auto catalog = backEnd_->catalog(backupJob_, of);
+        RestoreCatalog::Page page;
+        do {
+            const std::string after = page.next;
+            EXPECT_TRUE(catalog->list(path, after, page)) << GetLastError();
+            items.insert(items.end(), page.items.begin(), page.items.end());
+        } while (!page.next.empty() && !HasFailure());
+        return items;
+    }
+    // Restores the whole instance beside the tree, and compares it with what was put.
+    void expectComesBack(const std::string& of) {
+        rm_rf(target_.path(), false);
+        const auto storage = restoring(of);
+        ASSERT_TRUE(storage->start()) << GetLastError();
+        size_t files = 0;
+        uint32_t number = 0;
+        for (const RestoreCatalog::Item& item : listed(of)) {
+            const std::wstring name = item.path.substr(sources_.path().size() + 1);
+            SCOPED_TRACE(toUtf8(name));
+            if (item.directory()) {
+                EXPECT_TRUE(storage->restoreDirectory(item.path.c_str(), target(name).c_str()))
+                    << GetLastError();
+                continue;
+            }
+            ++files;
+            EXPECT_TRUE(
+                storage->restoreFile(item.path.c_str(), target(name).c_str(), ++number, false))
+                << GetLastError();
+            EXPECT_TRUE(read(target(name)) == contents_[name]);
+            EXPECT_EQ(toTicks(attributes(target(name)).ftLastWriteTime),
+                      toTicks(item.data.ftLastWriteTime));
+        }
+        EXPECT_EQ(files, contents_.size());
+        EXPECT_TRUE(storage->end({})) << GetLastError();
+    }
+
+    static size_t entriesOf(const std::wstring& folder) {
+        return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    }
+    static std::wstring jobFolder(const std::string& job) {
+        std::wstring folder;
+        jobDirectory(job, folder);
+        return folder;
+    }
+    static std::string uuid() {
+        GUID id{};
+        createUuid(id);
+        return uuidText(id);
+    }
+
+    std::unique_ptr<BackEnd> backEnd_;
+    TemporaryFolder sources_{L"contract source"};
+    TemporaryFolder target_{L"contract target"};
+    std::map<std::wstring, std::string> contents_;  // of the files of the tree
+    std::string backupJob_;
+    std::string restoreJob_;
+    UserKey key_{1, 2, 3};
+    bool compress_ = false;
+    Signal stop_;
+
+    JobActivity record_{};  // of the run
+    std::unique_ptr<FailedItems> failed_;
+    std::vector<Item> items_;
+    std::vector<bool> send_;
+    JobActivity restored_{};  // of the restore
+    std::unique_ptr<FailedItems> notRestored_;
+
+private:
+    static constexpr uint64_t firstTime = 131'000'000'000'000'000;
+
+    void walk(const std::wstring& folder) {
+        WIN32_FIND_DATAW entry;
+        const FindHandle find(FindFirstFileW((longPath(folder) + L"\\*").c_str(), &entry));
+        for (bool more = static_cast<bool>(find); more;
+             more = FindNextFileW(find.get(), &entry) != 0) {
+            const std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..") {
+                continue;
+            }
+            const std::wstring path = folder + L"\\" + name;
+            items_.push_back({path, attributes(path)});
+            if (items_.back().directory()) {
+                walk(path);
+            }
+        }
+    }
+
+    unsigned written_ = 0;
+};
+
+}  // namespace dorvo::test
