@@ -74,6 +74,7 @@ TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
         EXPECT_EQ(script_.stored(), row.stored);
         EXPECT_TRUE(job->errors().empty());
         EXPECT_EQ(job->record().doneSize, 21u) << "what is left out is done";
+        EXPECT_EQ(job->record().unchangedSize, row.conflict == 1 ? 7u : 0u);
         EXPECT_EQ(contentOf(target() + L"\\a"), row.conflict == 2 ? "C:\\sources\\a" : "mine");
         if (row.restored != nullptr) {
             EXPECT_EQ(contentOf(target() + row.restored), "C:\\sources\\a");

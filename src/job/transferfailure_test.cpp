@@ -5,7 +5,7 @@
 namespace dorvo {
 namespace {
 
-TEST(BackupFailure, DecidesByCodeOptionAndPendingStop) {
+TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
     struct Row {
         const char* name;
         Failure failure;
@@ -43,7 +43,7 @@ TEST(BackupFailure, DecidesByCodeOptionAndPendingStop) {
     }
 }
 
-TEST(BackupFailure, TellsStatusesFromOtherCodes) {
+TEST(TransferFailure, TellsStatusesFromOtherCodes) {
     EXPECT_TRUE(isHttpStatus(0x20010193));
     EXPECT_FALSE(isHttpStatus(403));
     EXPECT_FALSE(isHttpStatus(0x20000193));

@@ -1,0 +1,85 @@
+// Jobs of both kinds on what the factory makes of a folder.
+#include "job/storagefactory.h"
+
+#include "base/key_error.h"
+#include "base/machine_name.h"
+#include "job/scripted_job.h"
+
+namespace dorvo {
+namespace {
+
+using namespace test;
+
+class StorageFactoryTest : public ScriptedJobTest {
+protected:
+    static std::wstring location() { return dataPath(L"\\disk"); }
+
+    static std::unique_ptr<Scripted<BackupJob>> makeBackup(Script& script) {
+        createDirectories(dataPath(L"\\job\\b"));
+        auto definition = std::make_unique<BackupJobDefinition>("b", L"backup", "alice");
+        definition->setSource({sources()});
+        definition->useLocalStorage(location());
+        BackupJob::Services services;
+        services.snapshotsEnabled = [] { return false; };
+        services.waitForServer = [] { return false; };
+        return std::make_unique<Scripted<BackupJob>>(script, std::move(definition),
+                                                     std::move(services));
+    }
+    static std::unique_ptr<Scripted<RestoreJob>> makeRestore(Script& script,
+                                                             const std::string& instance,
+                                                             const std::string& user = "alice") {
+        createDirectories(dataPath(L"\\job\\r"));
+        std::string machine;
+        EXPECT_TRUE(machineName(machine));
+        auto definition = std::make_unique<RestoreJobDefinition>("r", L"restore", user);
+        definition->setOrigin(machine, "b", instance);
+        definition->setTarget(target(), sources());
+        definition->useLocalStorage(location());
+        return std::make_unique<Scripted<RestoreJob>>(script, std::move(definition),
+                                                      [] { return false; });
+    }
+};
+
+TEST_F(StorageFactoryTest, AFolderGivesBackWhatItWasGiven) {
+    createDirectories(location());
+    write(sources() + L"\\empty", "");
+    write(sources() + L"\\deep\\big", std::string(300'000, 'x') + "end");
+    const auto backup = makeBackup(script_);
+    run(*backup);
+    ASSERT_EQ(backup->state(), completed);
+    run(*backup);
+    ASSERT_EQ(backup->state(), completed);
+    EXPECT_EQ(backup->record().fileCount, 0u) << "nothing has changed";
+
+    const auto restore = makeRestore(script_, backup->instanceText());
+    run(*restore);
+    EXPECT_EQ(restore->state(), completed);
+    EXPECT_TRUE(restore->errors().empty());
+    EXPECT_TRUE(exists(target() + L"\\empty"));
+    EXPECT_EQ(contentOf(target() + L"\\deep\\big"), contentOf(sources() + L"\\deep\\big"));
+}
+
+TEST_F(StorageFactoryTest, RefusalsEndTheRun) {
+    createDirectories(location());
+    write(sources() + L"\\a", "content");
+    const auto backup = makeBackup(script_);
+    run(*backup);
+    ASSERT_EQ(backup->state(), completed);
+    auto restore = makeRestore(script_, backup->instanceText(), "bob");
+    run(*restore);
+    EXPECT_EQ(restore->state(), failed);
+    EXPECT_EQ(restore->record().endError, errorKeyMissing);
+
+    rm_rf(dataPath(L"\\job\\r"), true);
+    rm_rf(location(), true);
+    restore.reset();
+    run(*backup);
+    EXPECT_EQ(backup->state(), paused) << "the folder may come back";
+    restore = makeRestore(script_, backup->instanceText());
+    run(*restore);
+    EXPECT_EQ(restore->state(), failed) << "nothing could be listed";
+    EXPECT_EQ(restore->record().endError, static_cast<uint32_t>(WSAESTALE));
+}
+
+}  // namespace
+}  // namespace dorvo
