@@ -5,8 +5,8 @@
 
 #include <map>
 
-#include "job/activity/jobactsrcreader.h"
 #include "job/activity/sourcerecord.h"
+#include "support/list_records.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 
@@ -49,27 +49,7 @@ protected:
     bool generate(const std::vector<std::wstring>& sources) {
         return generator_.generate(list_, sources);
     }
-    // The list's records as "TAG" and "TAG number path".
-    std::vector<std::wstring> records() const {
-        std::vector<std::wstring> all;
-        JobActivitySourceReader reader;
-        if (GetFileAttributesW(list_.c_str()) == INVALID_FILE_ATTRIBUTES ||
-            !reader.open(list_, 0)) {
-            return all;
-        }
-        while (const uint32_t tag = reader.next()) {
-            std::wstring text = tag == tagSetStart ? L"S" : tag == tagSetEnd ? L"E" : L"?";
-            std::wstring name;
-            WIN32_FILE_ATTRIBUTE_DATA data{};
-            uint64_t number = 0;
-            if (reader.entry(name, data, number)) {
-                text =
-                    (tag == tagDirectory ? L"D " : L"F ") + std::to_wstring(number) + L" " + name;
-            }
-            all.push_back(text);
-        }
-        return all;
-    }
+    std::vector<std::wstring> records() const { return test::listRecords(list_); }
 
     FakeCatalog catalog_;
     std::vector<std::pair<std::wstring, DWORD>> failed_;
@@ -86,7 +66,8 @@ TEST_F(RestoreList, ListsAllThatTheBackupHoldsPageByPage) {
     catalog_.pages[{L"", "1"}] = {{}, "2"};
     catalog_.pages[{L"", "2"}] = {{file(L"C:\\b", 7)}, ""};
     ASSERT_TRUE(generate({}));
-    EXPECT_THAT(records(), ElementsAre(L"S", L"D 1 C:\\a", L"F 2 C:\\a\\x", L"F 3 C:\\b", L"E"));
+    EXPECT_THAT(records(),
+                ElementsAre(L"SS", L"DI 1 C:\\a", L"FI 2 C:\\a\\x", L"FI 3 C:\\b", L"ES"));
     EXPECT_EQ(generator_.totals().directoryCount(), 1u);
     EXPECT_EQ(generator_.totals().fileCount(), 2u);
     EXPECT_EQ(generator_.totals().fileSize(), 12u);
@@ -100,8 +81,8 @@ TEST_F(RestoreList, AsksForEverySourceOnceAndReportsWhatIsNotHeld) {
     ASSERT_TRUE(generate(
         {L"C:\\a\\x", L"C:\\ab", L"C:\\a\\", L"D:\\", L"D:\\deep\\down", L"C:\\no", L"C:\\a"}));
     EXPECT_THAT(catalog_.asked, ElementsAre(L"C:\\ab", L"C:\\a", L"D:", L"C:\\no"));
-    EXPECT_THAT(records(), ElementsAre(L"S", L"F 1 C:\\ab", L"D 2 C:\\a", L"F 3 C:\\a\\x",
-                                       L"D 4 D:", L"F 5 D:\\y", L"E"));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"FI 1 C:\\ab", L"DI 2 C:\\a", L"FI 3 C:\\a\\x",
+                                       L"DI 4 D:", L"FI 5 D:\\y", L"ES"));
     EXPECT_THAT(failed_, ElementsAre(Pair(L"C:\\no", DWORD{ERROR_FILE_NOT_FOUND})));
 }
 
@@ -109,7 +90,7 @@ TEST_F(RestoreList, ReportsAnItemThatNoRecordHolds) {
     const std::wstring tooLong = L"C:\\" + std::wstring(longestEntryName, L'n');
     catalog_.pages[{L"", ""}] = {{file(tooLong, 9), file(L"C:\\x")}, ""};
     ASSERT_TRUE(generate({}));
-    EXPECT_THAT(records(), ElementsAre(L"S", L"F 1 C:\\x", L"E"));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"FI 1 C:\\x", L"ES"));
     EXPECT_THAT(failed_, ElementsAre(Pair(tooLong, DWORD{ERROR_FILENAME_EXCED_RANGE})));
     EXPECT_EQ(generator_.totals().fileSize(), 0u);
 }
@@ -134,7 +115,7 @@ TEST_F(RestoreList, TrustsNoCatalogThatAnswersWrong) {
     catalog_.pages[{L"C:\\a", ""}] = {{file(L"C:\\ab")}, ""};
     EXPECT_FALSE(generate({L"C:\\a"}));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
-    EXPECT_THAT(records(), IsEmpty());
+    EXPECT_THAT(records(), ElementsAre(L"no list"));
 }
 
 TEST_F(RestoreList, LeavesNothingOfAListThatWasBrokenOff) {
@@ -158,9 +139,8 @@ TEST_F(RestoreList, LeavesNothingOfAListThatWasBrokenOff) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
     EXPECT_EQ(catalog_.asked.size(), 1u);
 
-    for (const wchar_t* name : {L"", L".part"}) {
-        EXPECT_EQ(GetFileAttributesW((list_ + name).c_str()), INVALID_FILE_ATTRIBUTES);
-    }
+    EXPECT_THAT(records(), ElementsAre(L"no list"));
+    EXPECT_EQ(GetFileAttributesW((list_ + L".part").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 }  // namespace

@@ -5,20 +5,20 @@
 
 #include <gtest/gtest.h>
 
-#include <istream>
-#include <iterator>
 #include <optional>
 
 #include "base/local_time.h"
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
-#include "base/write_handle_streambuf.h"
 #include "job/source/backuptransformation.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
+
+using test::fileContent;
+using test::storeFile;
 
 constexpr std::array<uint8_t, 16> run = {0xAB, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 constexpr DWORD guards = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
@@ -37,22 +37,10 @@ DWORD attributesOf(const std::wstring& path) {
     return GetFileAttributesW(longPath(path).c_str());
 }
 
-void store(const std::wstring& path, const std::string& bytes) {
-    write_handle_streambuf file(path);
-    file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    ASSERT_TRUE(file.close());
-}
-
-std::string content(const std::wstring& path) {
-    read_handle_streambuf file(path);
-    std::istream stream(&file);
-    return file.is_open() ? std::string(std::istreambuf_iterator<char>(stream), {}) : "no file";
-}
-
 class Target : public testing::Test {
 protected:
     void SetUp() override {
-        store(folder_ + L"\\plain", "new");
+        storeFile(folder_ + L"\\plain", "new");
         BackupTransformation backup(true);
         ASSERT_TRUE(
             backup.transform((folder_ + L"\\plain").c_str(), package_.c_str(), nullptr, nullptr));
@@ -82,7 +70,7 @@ TEST_F(Target, BringsAFileWithAttributesAndTimes) {
     EXPECT_EQ(attributesOf(path()), nothing);
     ASSERT_TRUE(target_->place(false));
     expectNoSibling();
-    EXPECT_EQ(content(path()), "new");
+    EXPECT_EQ(fileContent(path()), "new");
     WIN32_FILE_ATTRIBUTE_DATA found{};
     ASSERT_TRUE(GetFileAttributesExW(path().c_str(), GetFileExInfoStandard, &found));
     EXPECT_EQ(found.dwFileAttributes & guards, guards);
@@ -100,35 +88,35 @@ TEST_F(Target, KeepsTheAccessTimeOfAFileThatNobodyHasRead) {
 
 TEST_F(Target, ReplacesAGuardedFileOnlyWhenToldTo) {
     ASSERT_TRUE(target_->makeParents());
-    store(path(), "old");
+    storeFile(path(), "old");
     ASSERT_TRUE(SetFileAttributesW(path().c_str(), guards));
 
     ASSERT_TRUE(ready());
     EXPECT_FALSE(target_->place(false));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
     expectNoSibling();
-    EXPECT_EQ(content(path()), "old");
+    EXPECT_EQ(fileContent(path()), "old");
     EXPECT_EQ(attributesOf(path()) & guards, guards);
 
     ASSERT_TRUE(ready());
     ASSERT_TRUE(target_->place(true));
-    EXPECT_EQ(content(path()), "new");
+    EXPECT_EQ(fileContent(path()), "new");
     EXPECT_EQ(attributesOf(path()) & guards, 0u);
 }
 
 TEST_F(Target, LeavesTheGoodFileWhenItFails) {
     ASSERT_TRUE(target_->makeParents());
-    store(path(), "old");
+    storeFile(path(), "old");
     ASSERT_TRUE(SetFileAttributesW(path().c_str(), guards));
     const auto expectOld = [&] {
         expectNoSibling();
-        EXPECT_EQ(content(path()), "old");
+        EXPECT_EQ(fileContent(path()), "old");
         EXPECT_EQ(attributesOf(path()) & guards, guards);
     };
 
     test::LogCapture log;
     const std::wstring damaged = folder_ + L"\\damaged";
-    store(damaged, "no package of sixteen");
+    storeFile(damaged, "no package of sixteen");
     EXPECT_FALSE(target_->decode(damaged, restore_, nullptr));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
     expectOld();
@@ -148,10 +136,10 @@ TEST_F(Target, LeavesTheGoodFileWhenItFails) {
 
 TEST_F(Target, WritesOverWhatAKilledRunHasLeft) {
     ASSERT_TRUE(target_->makeParents());
-    store(target_->sibling(), "half a fi");
+    storeFile(target_->sibling(), "half a fi");
     ASSERT_TRUE(SetFileAttributesW(target_->sibling().c_str(), guards));
     ASSERT_TRUE(ready() && target_->place(false));
-    EXPECT_EQ(content(path()), "new");
+    EXPECT_EQ(fileContent(path()), "new");
 
     const std::wstring other = RestoreTarget(path(), run, 18).sibling();
     EXPECT_NE(other, target_->sibling());
@@ -177,7 +165,7 @@ TEST_F(Target, TakesNeitherAFolderForAFileNorAFileForAFolder) {
     }
     EXPECT_FALSE(makeRestoredDirectory(plain, existed));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_DIRECTORY});
-    EXPECT_EQ(content(plain), "new");
+    EXPECT_EQ(fileContent(plain), "new");
 }
 
 TEST_F(Target, ReachesBeyondTheOldLimitsOfPaths) {
@@ -188,7 +176,7 @@ TEST_F(Target, ReachesBeyondTheOldLimitsOfPaths) {
     target_.emplace(deep + L"\\" + std::wstring(255, L'n'), run, 4'294'967'295);
     ASSERT_TRUE(ready());
     ASSERT_TRUE(target_->place(false));
-    EXPECT_EQ(content(path()), "new");
+    EXPECT_EQ(fileContent(path()), "new");
 }
 
 TEST_F(Target, DressesADirectory) {

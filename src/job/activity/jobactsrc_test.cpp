@@ -3,6 +3,7 @@
 
 #include "job/activity/jobactsrcreader.h"
 #include "job/activity/jobactsrcwriter.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 
@@ -11,12 +12,6 @@ namespace {
 
 class SourceList : public testing::Test {
 protected:
-    void store(const std::string& bytes) const {
-        write_handle_streambuf file(path_);
-        ASSERT_TRUE(file.is_open());
-        file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        ASSERT_TRUE(file.close());
-    }
     static WIN32_FILE_ATTRIBUTE_DATA data(DWORD attributes, DWORD sizeHigh, DWORD sizeLow) {
         return {attributes, {1, 2}, {3, 4}, {5, 6}, sizeHigh, sizeLow};
     }
@@ -91,7 +86,7 @@ TEST_F(SourceList, AppendsOnlyToAListWithContent) {
     EXPECT_FALSE(writer.open(path_, true));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
 
-    store("");
+    test::storeFile(path_, "");
     EXPECT_FALSE(writer.open(path_, true));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
     const auto lines = log.lines();
@@ -126,7 +121,7 @@ TEST_F(SourceList, EndsAtDamageAndSaysSoOnlyInsideARecord) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        store(row.bytes);
+        test::storeFile(path_, row.bytes);
         test::LogCapture log;
         JobActivitySourceReader reader;
         ASSERT_TRUE(reader.open(path_, 0));
@@ -157,7 +152,7 @@ TEST_F(SourceList, FailuresToOpenAreLogged) {
 TEST_F(SourceList, AWriteThatFailsFailsEverythingAfterIt) {
     JobHistorySourceWriter writer;
     EXPECT_FALSE(writer.startSet()) << "nothing is open";
-    store("content");
+    test::storeFile(path_, "content");
     // A handle without the right to write fails like a disk that is full.
     writer.attach(FileHandle(CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "base/paths.h"
-#include "job/activity/jobactsrcreader.h"
 #include "support/fake_files.h"
+#include "support/list_records.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 
@@ -62,28 +62,7 @@ protected:
         volumes_[path] = made;
         return *made;
     }
-    // The list's records as "TAG", "VOLB name" and "TAG number path".
-    std::vector<std::wstring> records() const {
-        std::vector<std::wstring> all;
-        JobActivitySourceReader reader;
-        if (!reader.open(list_, 0)) {
-            return {L"no list"};
-        }
-        while (const uint32_t tag = reader.next()) {
-            std::wstring text = {static_cast<wchar_t>(tag & 0xFF),
-                                 static_cast<wchar_t>(tag >> 8 & 0xFF)};
-            std::wstring name;
-            WIN32_FILE_ATTRIBUTE_DATA data{};
-            uint64_t number = 0;
-            if (reader.volume(name)) {
-                text += L" " + name;
-            } else if (reader.entry(name, data, number)) {
-                text += L" " + std::to_wstring(number) + L" " + name;
-            }
-            all.push_back(text);
-        }
-        return all;
-    }
+    std::vector<std::wstring> records() const { return test::listRecords(list_); }
     bool exists(const std::wstring& path) const {
         return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
     }

@@ -4,17 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <istream>
-#include <iterator>
-
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
 #include "base/rm_rf.h"
 #include "base/uuid.h"
-#include "base/write_handle_streambuf.h"
 #include "job/source/sourceclassifier.h"
 #include "job/source/volumefile.h"
 #include "job/source/volumemap.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 
 namespace dorvo {
@@ -59,15 +55,11 @@ protected:
         rm_rf(job, true);
     }
     std::string content(const std::wstring& name) const {
-        read_handle_streambuf file(directory_ + L"\\" + name);
-        std::istream stream(&file);
-        return {std::istreambuf_iterator<char>(stream), {}};
+        return test::fileContent(directory_ + L"\\" + name);
     }
     void store(const std::wstring& name, const std::string& text) const {
         ASSERT_TRUE(createDirectories(directory_));
-        write_handle_streambuf file(directory_ + L"\\" + name);
-        file.sputn(text.data(), static_cast<std::streamsize>(text.size()));
-        ASSERT_TRUE(file.close());
+        test::storeFile(directory_ + L"\\" + name, text);
     }
 
     std::wstring directory_;

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <istream>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -15,11 +13,15 @@
 #include "job/source/backuptransformation.h"
 #include "job/source/handlestreams.h"
 #include "job/source/restoretransformation.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
+
+using test::fileContent;
+using test::storeFile;
 
 constexpr size_t mebibyte = 1 << 20;
 
@@ -56,17 +58,6 @@ protected:
         target_ = folder_ + L"\\target";
     }
 
-    static void store(const std::wstring& path, const std::string& bytes) {
-        write_handle_streambuf file(path);
-        file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        ASSERT_TRUE(file.close());
-    }
-    static std::string content(const std::wstring& path) {
-        read_handle_streambuf file(path);
-        EXPECT_TRUE(file.is_open());
-        std::istream stream(&file);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
     bool backup(bool compress, interrupter* stop = nullptr) {
         BackupTransformation transformation(compress);
         setKey(transformation);
@@ -105,10 +96,10 @@ TEST_F(Transform, PackagesAreAsDocumented) {
         {false, "c18bebea28cafa45cd02494d485ddacedc2b91dd6fdd555d548de18bfecbe45f"},
         {true, "5d332b8653a8ca123fcfe382e52987af821d49bd784f3a0e19df3319519fb70c"},
     };
-    store(source_, "Hello, hello, hello, hello!\n");
+    storeFile(source_, "Hello, hello, hello, hello!\n");
     for (const auto& row : rows) {
         ASSERT_TRUE(backup(row.compress));
-        EXPECT_EQ(hex(content(package_)), row.package);
+        EXPECT_EQ(hex(fileContent(package_)), row.package);
     }
 }
 
@@ -118,38 +109,38 @@ TEST_F(Transform, ARestoreGivesBackEveryByte) {
         for (const size_t size : {size_t{0}, size_t{1}, size_t{15}, size_t{16}, size_t{8191},
                                   size_t{8192}, size_t{8193}, random.size()}) {
             SCOPED_TRACE(std::to_string(size) + (compress ? " compressed" : ""));
-            store(source_, random.substr(0, size));
+            storeFile(source_, random.substr(0, size));
             ASSERT_TRUE(backup(compress));
             EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
-            const size_t packed = content(package_).size();
+            const size_t packed = fileContent(package_).size();
             EXPECT_GT(packed, 0u);
             EXPECT_EQ(packed % 16, 0u);
             ASSERT_TRUE(restore(compress));
-            EXPECT_TRUE(content(target_) == random.substr(0, size));
+            EXPECT_TRUE(fileContent(target_) == random.substr(0, size));
         }
     }
-    store(source_, std::string(mebibyte, 'a'));
+    storeFile(source_, std::string(mebibyte, 'a'));
     ASSERT_TRUE(backup(true));
-    EXPECT_LT(content(package_).size(), mebibyte / 100);
+    EXPECT_LT(fileContent(package_).size(), mebibyte / 100);
     ASSERT_TRUE(restore(true));
-    EXPECT_TRUE(content(target_) == std::string(mebibyte, 'a'));
+    EXPECT_TRUE(fileContent(target_) == std::string(mebibyte, 'a'));
 }
 
 TEST_F(Transform, TheFlagDecidesWhetherACompressedPackageIsInflated) {
-    store(source_, std::string(10'000, 'a'));
+    storeFile(source_, std::string(10'000, 'a'));
     ASSERT_TRUE(backup(true));
     ASSERT_TRUE(restore(false));
-    const std::string stream = content(target_);
+    const std::string stream = fileContent(target_);
     EXPECT_LT(stream.size(), 100u);
     EXPECT_EQ(stream.substr(0, 1), "\x78") << "a zlib stream";
 }
 
 TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
     const std::string bytes = randomBytes(20'000);
-    store(source_, bytes);
+    storeFile(source_, bytes);
     for (const bool compress : {false, true}) {
         ASSERT_TRUE(backup(compress));
-        const std::string whole = content(package_);
+        const std::string whole = fileContent(package_);
         std::string flipped = whole;
         flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 1);
         const struct {
@@ -166,7 +157,7 @@ TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
         for (const auto& row : rows) {
             SCOPED_TRACE(row.what + std::string(compress ? " compressed" : ""));
             test::LogCapture log;
-            store(package_, row.package);
+            storeFile(package_, row.package);
             const bool fails = compress || row.failsPlain;
             EXPECT_EQ(restore(compress), !fails);
             if (fails) {
@@ -177,7 +168,7 @@ TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
                 EXPECT_EQ(lines[0].text.find("user cancelled"), std::string::npos);
             }
         }
-        store(package_, whole);
+        storeFile(package_, whole);
         RestoreTransformation unset(compress);
         EXPECT_FALSE(unset.transform(package_.c_str(), target_.c_str(), nullptr, nullptr));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
@@ -197,7 +188,7 @@ TEST_F(Transform, AStopIsHonouredEveryTwoMebibytes) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.size);
         test::LogCapture log;
-        store(source_, std::string(row.size, 'x'));
+        storeFile(source_, std::string(row.size, 'x'));
         StopAt stop(row.stopAt);
         EXPECT_EQ(backup(false, &stop), row.done);
         EXPECT_EQ(stop.asked, row.asked);
@@ -222,8 +213,8 @@ TEST_F(Transform, WhatCannotBeOpenedIsNamed) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_FALSE(restore(true));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-    store(source_, "x");
-    store(package_, "x");
+    storeFile(source_, "x");
+    storeFile(package_, "x");
     {
         const FileHandle locked(CreateFileW(source_.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
                                             nullptr, OPEN_EXISTING, 0, nullptr));
@@ -274,13 +265,13 @@ TEST_F(Transform, ASourceThatFailsMidwayIsNoShortPackage) {
 // Wine lends a device that is always full; Windows has no such path and fails at the opening.
 TEST_F(Transform, AFullDiskIsAFailure) {
     test::LogCapture log;
-    store(source_, randomBytes(100'000));
+    storeFile(source_, randomBytes(100'000));
     BackupTransformation transformation(false);
     EXPECT_FALSE(
         transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
     // What fits into the buffers fails no less.
-    store(source_, "x");
+    storeFile(source_, "x");
     EXPECT_FALSE(
         transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
@@ -294,7 +285,7 @@ TEST_F(Transform, ARestoreSetsAttributesAndTimesWhenThereAreAny) {
     source_ = deep + L"\\source";
     package_ = deep + L"\\package";
     target_ = deep + L"\\target";
-    store(source_, "content");
+    storeFile(source_, "content");
     ASSERT_TRUE(backup(true));
     ASSERT_TRUE(restore(true));
     const std::wstring path = longPath(target_);
@@ -309,7 +300,7 @@ TEST_F(Transform, ARestoreSetsAttributesAndTimesWhenThereAreAny) {
     ASSERT_NE(GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &found), 0);
     EXPECT_EQ(found.dwFileAttributes, wanted.dwFileAttributes);
     EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(wanted.ftLastWriteTime));
-    EXPECT_EQ(content(target_), "content");
+    EXPECT_EQ(fileContent(target_), "content");
 }
 
 }  // namespace
