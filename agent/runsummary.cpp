@@ -22,10 +22,11 @@ std::string runSummary(const RunWords& words, const std::string& name, ExitCode 
     }
     const uint32_t failed = record.failedItems;
     const uint32_t listed = record.fileCount;
-    std::string text =
-        words.verb + " completed in " + durationText(record.usedTime / ticksPerSecond) + ": " +
-        countText(listed - std::min(failed, listed), "file") + " " + words.done + " (" +
-        bytesText(record.totalSize) + ", " + bytesText(record.wireSize) + " " + words.moved + ")";
+    std::string text = words.verb + " completed in " +
+                       durationText(record.usedTime / ticksPerSecond) + ": " +
+                       countText(listed - std::min(failed, listed), "file") + " " + words.done +
+                       " (" + bytesText(record.totalSize);
+    text += words.viaNetwork ? ", " + bytesText(record.wireSize) + " over the network)" : ")";
     if (!words.restores) {
         const uint32_t unchanged = walkedFiles - std::min(listed, walkedFiles);
         text += ", " + countText(unchanged, "file") + " unchanged (" +

@@ -38,7 +38,7 @@ TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
              Row{backup, 4096, 0,
                  "3 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (4.0 KiB)."},
              Row{localBackup, 4096, 2,
-                 "1 file stored (2.0 KiB, 700 B written), 7 files unchanged (4.0 KiB), 2 failed."},
+                 "1 file stored (2.0 KiB), 7 files unchanged (4.0 KiB), 2 failed."},
              // Folders that could not be read count too.
              Row{backup, 0, 9,
                  "0 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (0 B), 9 "
@@ -46,7 +46,7 @@ TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
              Row{restore, 1024, 1,
                  "2 files restored or kept (2.0 KiB, 700 B over the network), 1.0 KiB of it kept "
                  "as it was, 1 failed."},
-             Row{localRestore, 0, 0, "3 files restored (2.0 KiB, 700 B read)."},
+             Row{localRestore, 0, 0, "3 files restored (2.0 KiB)."},
          }) {
         JobActivity record = finished(JobState::completed);
         record.failedItems = row.failed;

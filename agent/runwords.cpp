@@ -13,16 +13,16 @@ RunWords wordsOf(const JobDefinition& job) {
                 .looking = "is looking for what to bring back",
                 .ahead = "to restore",
                 .done = keep ? "restored or kept" : "restored",
-                .moved = web ? "over the network" : "read",
                 .place = place,
+                .viaNetwork = web,
                 .restores = true};
     }
     return {.verb = "Backup",
             .looking = "is looking for what has changed",
             .ahead = web ? "to send" : "to store",
             .done = web ? "sent" : "stored",
-            .moved = web ? "over the network" : "written",
             .place = place,
+            .viaNetwork = web,
             .restores = false};
 }
 

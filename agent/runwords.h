@@ -12,8 +12,8 @@ struct RunWords {
     std::string looking;  // "is looking for what has changed": how it begins
     std::string ahead;    // "to send": of the files that lie ahead
     std::string done;     // "sent"
-    std::string moved;    // "over the network": of the bytes as they are stored
     std::string place;    // "the server": what it waits for when it pauses by itself
+    bool viaNetwork = true;
     bool restores = false;
 };
 
