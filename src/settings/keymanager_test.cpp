@@ -1,6 +1,9 @@
 #include "settings/keymanager.h"
 
 #include <windows.h>
+// After the header that all of Windows' need.
+#include <aclapi.h>
+#include <sddl.h>
 
 #include <array>
 #include <atomic>
@@ -22,6 +25,20 @@ using Record = std::array<unsigned char, aesKeySize + aesIvSize>;
 
 bool find(KeyManagerImpl& keys, const char* user, Record& record) {
     return keys.findKey(user, record.data(), aesKeySize, record.data() + aesKeySize, aesIvSize);
+}
+
+// Who may open the file, as an SDDL text: "D:P(A;;FA;;;BA)...".
+std::wstring accessTo(const std::wstring& path) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    wchar_t* text = nullptr;
+    GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                          nullptr, nullptr, &descriptor);
+    ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
+                                                         DACL_SECURITY_INFORMATION, &text, nullptr);
+    std::wstring access = text == nullptr ? L"" : text;
+    LocalFree(text);
+    LocalFree(descriptor);
+    return access;
 }
 
 class Keys : public test::StoreTest {
@@ -268,6 +285,11 @@ TEST_F(Keys, GoToAnotherMachineInARecoveryFile) {
         EXPECT_FALSE(keys.exportKey("alice", "open sesame", (folder + L"\\no\\key").c_str()));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
         ASSERT_TRUE(keys.exportKey("alice", "open sesame", file.c_str()));
+        const std::wstring access = accessTo(file);
+        EXPECT_TRUE(access.starts_with(L"D:"));
+        for (const wchar_t* everybody : {L";;;WD)", L";;;BU)", L";;;AU)"}) {
+            EXPECT_EQ(access.find(everybody), std::wstring::npos) << toUtf8(access);
+        }
         const std::string written = contentOf(file);
         EXPECT_FALSE(keys.exportKey("alice", "another", file.c_str()));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
