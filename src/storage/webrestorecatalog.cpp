@@ -20,7 +20,6 @@ WebRestoreCatalog::~WebRestoreCatalog() = default;
 
 bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
     FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
-    page = {};
     const std::string cookie = session_->cookie();
     if (cookie.empty()) {
         return refuse("Failed to find cookie while listing a backup.\n", withHttpMark(401));
@@ -38,11 +37,13 @@ bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after,
     if (!readStoredPage(command.response().body(), after, pageLimit, stored)) {
         return refuse("List Files: the answer is not of its shape.\n", ERROR_INVALID_DATA);
     }
-    page.next = std::move(stored.next);
-    page.items.reserve(stored.items.size());
+    Page found;  // `after` may be the former page's own
+    found.next = std::move(stored.next);
+    found.items.reserve(stored.items.size());
     for (const StoredPage::Item& item : stored.items) {
-        page.items.push_back({toWide(item.path), fileAttributes(item.attributes)});
+        found.items.push_back({toWide(item.path), fileAttributes(item.attributes)});
     }
+    page = std::move(found);
     return true;
 }
 

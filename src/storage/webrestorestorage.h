@@ -82,7 +82,7 @@ private:
     bool downloadBlocks(const File& file, HANDLE package);
     bool download_block(const File& file, HANDLE package, uint64_t offset);
     bool decode(File& file);
-    bool dress(File& file) const;
+    void dress(File& file) const;
     bool place(File& file, bool replace) const;
     void claim(uint32_t number);
     void claimPackage(uint64_t size);

@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "base/handle.h"
-#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
@@ -53,19 +52,15 @@ bool WebRestoreStorage::restore(File& file, bool replace) {
         !receive(file) || !decode(file) || mustStop()) {
         return false;
     }
-    // A file without its attributes or times is better than none, but the failure counts.
-    LastErrorGuard keep;
-    const bool dressed = dress(file);
-    keep.set(GetLastError());
+    dress(file);
     if (!place(file, replace)) {
-        keep.set(GetLastError());
         return false;
     }
     if (DeleteFileW(longPath(file.package).c_str()) == 0) {
         log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
             toUtf8(file.package).c_str(), static_cast<int>(GetLastError()));
     }
-    return dressed;
+    return true;
 }
 
 // What is on record of an offset belongs to the item whose number is on record, ...
@@ -253,20 +248,20 @@ bool WebRestoreStorage::decode(File& file) {
     return true;
 }
 
-bool WebRestoreStorage::dress(File& file) const {
+// The content is worth more than what it is dressed with.
+void WebRestoreStorage::dress(File& file) const {
     const WIN32_FILE_ATTRIBUTE_DATA data = fileAttributes(file.info.attributes);
     const auto failed = [&](const char* words) {
         log(LogLevel::error, words, file.place.c_str(), static_cast<int>(GetLastError()));
-        return false;
     };
     if (!file.target.setAttributes(data.dwFileAttributes)) {
-        return failed("Set file {%s} attributes failed, error-code = %d, %m.\n");
+        failed("Set file {%s} attributes failed, error-code = %d, %m.\n");
     }
     if (!file.target.openToSetTimes()) {
-        return failed("Failed to open file {%s} to set time, error-code = %d, %m.\n");
+        failed("Failed to open file {%s} to set time, error-code = %d, %m.\n");
+    } else if (!file.target.setTimes(data)) {
+        failed("Set file {%s} time failed, error-code = %d, %m.\n");
     }
-    return file.target.setTimes(data) ||
-           failed("Set file {%s} time failed, error-code = %d, %m.\n");
 }
 
 bool WebRestoreStorage::place(File& file, bool replace) const {

@@ -54,11 +54,12 @@ LocalRestoreCatalog::LocalRestoreCatalog(Run run)
 LocalRestoreCatalog::~LocalRestoreCatalog() = default;
 
 bool LocalRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
+    const std::string begin = after;  // which may be the former page's own
     page = {};
     if (!place_.check()) {
         return false;
     }
-    if ((index_ || open()) && read(path, after, page)) {
+    if ((index_ || open()) && read(path, begin, page)) {
         return true;
     }
     failedIn(place_.location());

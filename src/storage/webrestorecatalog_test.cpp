@@ -1,0 +1,140 @@
+#include "support/scripted_service.h"
+// The sockets' header comes before the others.
+#include "storage/webrestorecatalog.h"
+
+#include <gtest/gtest.h>
+
+#include "settings/cookiemanager.h"
+#include "settings/options.h"
+#include "storage/web_restore_requests.h"
+#include "support/log_capture.h"
+#include "support/signal.h"
+#include "support/store_test.h"
+
+namespace dorvo {
+namespace {
+
+using test::Answer;
+using test::Seen;
+
+constexpr char item[] =
+    R"({"path":"C:\\%P%","type":"folder","attri":{"dwFileAttributes":16,"nFileSizeHigh":0,)"
+    R"("nFileSizeLow":0,"ftCreationTimedwHighDateTime":1,"ftCreationTimedwLowDateTime":2,)"
+    R"("ftLastAccessTimedwHighDateTime":3,"ftLastAccessTimedwLowDateTime":4,)"
+    R"("ftLastWriteTimedwHighDateTime":5,"ftLastWriteTimedwLowDateTime":6}})";
+
+std::string itemOf(const char* name) {
+    std::string text = item;
+    return text.replace(text.find("%P%"), 3, name);
+}
+
+class WebRestoreCatalogTest : public test::StoreTest {
+protected:
+    WebRestoreCatalogTest()
+        : service_([this](const Seen&) { return answer_; }),
+          catalog_({"PC", "inst", "carol", stop_.handle()}) {
+        ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()->setServerInfo(
+            "s", "127.0.0.1", service_.port());
+        ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()->saveCookie(
+            "carol", "c");
+    }
+
+    test::Signal stop_;
+    Answer answer_;
+    test::ScriptedService service_;
+    WebRestoreCatalog catalog_;
+    RestoreCatalog::Page page_;
+};
+
+TEST_F(WebRestoreCatalogTest, ListsPageByPage) {
+    answer_.body = R"({"source":[)" + itemOf("a") + "," + itemOf("b") + R"(],"next":"C:\\b"})";
+    ASSERT_TRUE(catalog_.list(L"C:\\", "", page_));
+    EXPECT_EQ(service_.last().endpoint, "ListFiles");
+    EXPECT_EQ(service_.last().body,
+              R"({"after":"","jobinstanceid":"inst","limit":1000,"machine":"PC","path":"C:"})");
+    ASSERT_EQ(page_.items.size(), 2u);
+    EXPECT_EQ(page_.items[1].path, L"C:\\b");
+    EXPECT_TRUE(page_.items[1].directory());
+    EXPECT_EQ(page_.items[1].data.ftLastWriteTime.dwHighDateTime, 5u);
+    EXPECT_EQ(page_.items[1].data.ftCreationTime.dwLowDateTime, 2u);
+    answer_.body = R"({"source":[],"next":""})";
+    ASSERT_TRUE(catalog_.list(L"C:\\", page_.next, page_));
+    EXPECT_NE(service_.last().body.find(R"("after":"C:\\b")"), std::string::npos);
+    EXPECT_TRUE(page_.items.empty());
+    EXPECT_TRUE(page_.next.empty());
+}
+
+TEST_F(WebRestoreCatalogTest, FailsWithTheReasonAndKeepsThePage) {
+    struct Row {
+        Answer answer;
+        DWORD error;
+    };
+    const Row rows[] = {
+        {{"404 Not Found"}, 0x20010194},
+        {{}, ERROR_INVALID_DATA},
+        {{.body = "no JSON"}, ERROR_INVALID_DATA},
+        {{.body = R"({"source":[],"next":"C:\\a"})"}, ERROR_INVALID_DATA},  // leads nowhere
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.answer.body);
+        answer_ = row.answer;
+        page_.next = "old";
+        EXPECT_FALSE(catalog_.list(L"", "C:\\a", page_));
+        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_EQ(page_.next, "old");
+    }
+    service_.forget();
+    stop_.set();
+    EXPECT_FALSE(catalog_.list(L"", "", page_));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    WebRestoreCatalog nobodys({"PC", "inst", "nobody"});
+    EXPECT_FALSE(nobodys.list(L"", "", page_));
+    EXPECT_EQ(GetLastError(), 0x20010191u);
+    EXPECT_TRUE(service_.seen().empty());
+}
+
+TEST(WebRestoreRequests, RefuseWhatMustNotBeSent) {
+    const StoredPath whole{"PC", "inst", "C:", "a"};
+    const auto without = [&](std::string StoredPath::*part) {
+        StoredPath path = whole;
+        (path.*part).clear();
+        return path;
+    };
+    struct Row {
+        const char* message;
+        std::function<bool()> prepare;
+        DWORD error = ERROR_INVALID_PARAMETER;
+    };
+    using Info = Get_File_Info_Request;
+    const Row rows[] = {
+        {"The cookie is empty.\n", [&] { return Info("", whole).prepare(); }, 0x20010191},
+        {"Invalid job instance id.\n",
+         [&] { return Info("c", without(&StoredPath::jobInstanceId)).prepare(); }},
+        {"Invalid machine name.\n",
+         [&] { return Info("c", without(&StoredPath::machine)).prepare(); }},
+        {"Invalid path.\n", [&] { return Info("c", without(&StoredPath::folder)).prepare(); }},
+        {"Invalid file name.\n",
+         [&] { return Download_Data_Request("c", without(&StoredPath::name), 1).prepare(); }},
+        {"The cookie is empty.\n", [&] { return Download_Data_Request("", whole, 1).prepare(); },
+         0x20010191},
+        {"Invalid job instance id.\n",
+         [] { return Start_Restore_Job_Request("c", "def", "").prepare(); }},
+        {"Invalid job definition id.\n",
+         [] { return Start_Restore_Job_Request("c", "", "inst").prepare(); }},
+        {"Invalid history information.\n",
+         [] { return Submit_History_Request("c", {}).prepare(); }},
+        {"Invalid machine name.\n",
+         [] { return List_Files_Request("c", "", "inst", "", "", 1).prepare(); }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.message);
+        test::LogCapture capture;
+        EXPECT_FALSE(row.prepare());
+        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_TRUE(capture.has(LogLevel::error, row.message));
+    }
+    EXPECT_TRUE(Info("c", whole).prepare());
+}
+
+}  // namespace
+}  // namespace dorvo
