@@ -94,7 +94,9 @@ RestoreTarget::RestoreTarget(std::wstring target, const std::array<uint8_t, 16>&
     : target_(std::move(target)), sibling_(folderOf(target_) + L"\\" + siblingName(run, number)) {}
 
 RestoreTarget::~RestoreTarget() {
-    removeSibling();
+    if (made_) {
+        removeSibling();
+    }
 }
 
 bool RestoreTarget::makeParents() {
@@ -104,7 +106,6 @@ bool RestoreTarget::makeParents() {
 
 bool RestoreTarget::decode(const std::wstring& package, RestoreTransformation& with,
                            interrupter* stop) {
-    made_ = true;
     removeSibling();  // a leftover's attributes could forbid to write over it
     made_ = true;
     if (with.transform(package.c_str(), sibling_.c_str(), nullptr, stop)) {
@@ -186,9 +187,6 @@ bool RestoreTarget::moveOver() {
 }
 
 void RestoreTarget::removeSibling() {
-    if (!made_) {
-        return;
-    }
     LastErrorGuard keep;
     made_ = false;
     file_.reset();
