@@ -31,7 +31,8 @@ const WebInstance& latest(const std::vector<WebInstance>& runs, const std::strin
         }
     }
     if (candidates.empty()) {
-        throw AgentError("There is no completed run: '" + listing + "' shows those there are");
+        throw AgentError("There is no completed run that 'latest' could mean: '" + listing +
+                         "' shows those there are");
     }
     const auto ours = [&](const WebInstance* run) { return run->machine == thisMachine; };
     if (std::any_of(candidates.begin(), candidates.end(), ours)) {

@@ -49,8 +49,13 @@ std::string RunEvents::reasonOf(const std::string& text, const std::string& jobI
             reason.pop_back();
         }
         const int number = code->second.get_int();
-        return reason.empty() ? failureText(static_cast<uint32_t>(number))
-                              : reason + ", error " + std::to_string(number);
+        if (reason.empty()) {
+            return failureText(static_cast<uint32_t>(number));
+        }
+        // The words for a key say what to do; its number says nothing more.
+        return isKeyError(static_cast<uint32_t>(number))
+                   ? reason
+                   : reason + ", error " + std::to_string(number);
     } catch (const json_spirit::Error_position&) {
         return {};
     } catch (const std::runtime_error&) {
