@@ -205,8 +205,7 @@ protected:
         const auto catalog = backEnd_->catalog(backupJob_, of);
         RestoreCatalog::Page page;
         do {
-            const std::string after = page.next;
-            EXPECT_TRUE(catalog->list(path, after, page)) << GetLastError();
+            EXPECT_TRUE(catalog->list(path, page.next, page)) << GetLastError();
             items.insert(items.end(), page.items.begin(), page.items.end());
         } while (!page.next.empty() && !HasFailure());
         return items;
@@ -235,7 +234,7 @@ protected:
                       toTicks(item.data.ftLastWriteTime));
         }
         EXPECT_EQ(files, contents_.size());
-        EXPECT_TRUE(storage->end({})) << GetLastError();
+        EXPECT_TRUE(storage->end({{"type", "restore"}, {"state", "Completed"}})) << GetLastError();
     }
 
     static size_t entriesOf(const std::wstring& folder) {

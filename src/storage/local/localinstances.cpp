@@ -28,7 +28,8 @@ WebInstance listed(const LocalInstanceDocument& document, const std::string& mac
     return instance;
 }
 
-// The names of the folders in a folder that can be such names; or only the one that is asked for.
+// The names of the folders in a folder, if it is there, that can be such names; or only the one
+// that is asked for.
 bool names(const std::wstring& folder, const std::string& only, std::vector<std::string>& found) {
     if (!only.empty()) {
         found.push_back(only);
@@ -39,9 +40,10 @@ bool names(const std::wstring& folder, const std::string& only, std::vector<std:
             found.push_back(std::move(text));
         }
     });
+    const bool listed = read || isNotFound(GetLastError());
     const LastErrorGuard keep;
     std::sort(found.begin(), found.end());
-    return read;
+    return listed;
 }
 
 bool listJob(const LocalPlace& place, const std::string& machine, const std::string& job,

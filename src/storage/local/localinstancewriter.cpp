@@ -44,7 +44,7 @@ LocalInstanceWriter::LocalInstanceWriter(LocalPlace place, std::string id)
 std::unique_ptr<LocalInstanceWriter> LocalInstanceWriter::open(const LocalPlace& place,
                                                                const std::string& id) {
     std::unique_ptr<LocalInstanceWriter> writer(new LocalInstanceWriter(place, id));
-    if (!createDirectories(place.instance(id))) {
+    if (!place.makeInstance(id)) {
         return nullptr;
     }
     writer->packages_ = openForWriting(place.packages(id));

@@ -60,10 +60,12 @@ public:
     bool finish(std::span<const LocalRecord> failed);
     uint64_t indexSize() const { return indexEnd_; }
 
+    // Made when one is due.
+    bool checkpoint();
+
 private:
     LocalInstanceWriter(LocalPlace place, std::string id);
 
-    bool checkpoint();
     bool write(std::span<const std::byte> records);
     void take(const LocalRecord& record, uint64_t begin);
 

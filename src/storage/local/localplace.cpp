@@ -30,10 +30,6 @@ bool isFullPath(const std::wstring& path) {
     return longPath(path + L"\\").starts_with(L"\\\\");
 }
 
-bool isNotFound(DWORD error) {
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-}
-
 }  // namespace
 
 LocalPlace::LocalPlace(std::wstring location, const std::string& machine, const std::string& jobId)
@@ -56,6 +52,18 @@ std::wstring LocalPlace::instance(const std::string& id) const {
     GUID guid{};
     const bool named = !folder_.empty() && uuidFromText(id, guid);
     return folder_ + L"\\" + (named ? toWide(uuidText(guid)) : std::wstring(L"?"));
+}
+
+bool LocalPlace::makeInstance(const std::string& id) const {
+    const std::wstring folder = instance(id);
+    for (size_t end = location_.size(); end != std::wstring::npos;) {
+        end = folder.find(L'\\', end + 1);
+        if (CreateDirectoryW(longPath(folder.substr(0, end)).c_str(), nullptr) == 0 &&
+            GetLastError() != ERROR_ALREADY_EXISTS) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool LocalPlace::load(const std::string& id, LocalInstanceDocument& document) const {
@@ -87,7 +95,9 @@ bool LocalPlace::loadCompleted(const std::string& id, LocalInstanceDocument& doc
 bool LocalPlace::save(const LocalInstanceDocument& document) const {
     const std::wstring path = this->document(document.id);
     const std::wstring fresh = path + L".new";
-    FileHandle file = openStoreForWriting(fresh, 0);
+    // Makes no folders: a location that is gone must not come to be on another disk.
+    FileHandle file(CreateFileW(longPath(fresh).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
     return file && writeStore(std::move(file), formatLocalInstance(document)) && flushFile(fresh) &&
            replaceFile(fresh, path);
 }
@@ -138,6 +148,10 @@ std::string localInstanceText(const LocalInstanceId& id) {
     GUID guid{};
     std::memcpy(&guid, id.data(), sizeof(guid));
     return uuidText(guid);
+}
+
+bool isNotFound(DWORD error) {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
 bool eachFolder(const std::wstring& folder, const std::function<void(const std::wstring&)>& visit) {

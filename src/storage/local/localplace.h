@@ -32,6 +32,9 @@ public:
     std::wstring awaited(const std::string& id) const { return instance(id) + L"\\awaited"; }
     std::wstring document(const std::string& id) const { return instance(id) + L"\\instance"; }
 
+    // Makes the folder of an instance, in a location that is there.
+    bool makeInstance(const std::string& id) const;
+
     // The instance's document. 2 or 3 when there is none, 13 when it is none or another's.
     bool load(const std::string& id, LocalInstanceDocument& document) const;
     // Of an instance that is to be read back: 1168 when there is none, 5023 when it was never
@@ -60,8 +63,10 @@ private:
 LocalInstanceId localInstanceId(const std::string& text);
 std::string localInstanceText(const LocalInstanceId& id);
 
-// Calls for each folder in a folder, but for links. False when it cannot be listed; 2 or 3: it is
-// not there.
+// Of a file or a folder above it.
+bool isNotFound(DWORD error);
+
+// Calls for each folder in a folder, but for links. False when it cannot be listed.
 bool eachFolder(const std::wstring& folder, const std::function<void(const std::wstring&)>& visit);
 
 // The MD5 by which an instance's document knows the key it was made with, as the key manager gives
