@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/key_error.h"
 #include "base/text.h"
 #include "failuretext.h"
 #include "notify/jobnotifymanager.h"
