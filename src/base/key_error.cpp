@@ -7,7 +7,9 @@ std::string keyErrorText(uint32_t code, const std::string& user) {
     constexpr const char* import = ": import the recovery file with agent key import FILE";
     switch (code) {
         case errorKeyMissing: return "this machine has no key for " + who + import;
-        case errorKeyForeign: return "the storage server knows another key for " + who + import;
+        case errorKeyForeign:
+            return "the backups of " + who + " are made with another key than this machine's" +
+                   import;
         case errorWrongPassphrase: return "the passphrase does not open the recovery file";
         case errorRecoveryFileDamaged:
             return "the file is no recovery file of this program, or it is damaged";

@@ -13,7 +13,7 @@ constexpr uint32_t keyErrorMark = 0x04000000;
 
 // The storage server knows a key of the user, and this machine has none.
 constexpr uint32_t errorKeyMissing = keyErrorMark | 1;
-// The storage server knows another key than the one of this machine.
+// The storage server, or a backup in a folder, knows another key than the one of this machine.
 constexpr uint32_t errorKeyForeign = keyErrorMark | 2;
 // Of a recovery file: it cannot be opened with this passphrase;
 constexpr uint32_t errorWrongPassphrase = keyErrorMark | 3;

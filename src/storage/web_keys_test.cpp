@@ -180,8 +180,8 @@ TEST(KeyErrors, AreNoOthersAndHaveWords) {
         EXPECT_FALSE(isKeyError(code)) << code;
     }
     EXPECT_EQ(keyErrorText(errorKeyForeign, "alice"),
-              "the storage server knows another key for alice: import the recovery file with agent "
-              "key import FILE");
+              "the backups of alice are made with another key than this machine's: import the "
+              "recovery file with agent key import FILE");
 }
 
 }  // namespace
