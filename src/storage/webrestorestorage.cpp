@@ -183,26 +183,25 @@ bool WebRestoreStorage::stepFailed(const char* cancelled, const std::string& nam
     return false;
 }
 
-bool WebRestoreStorage::valid(const wchar_t* original, const wchar_t* target) const {
-    const std::wstring_view from = original == nullptr ? L"" : original;
-    const std::wstring_view to = target == nullptr ? L"" : target;
-    if (activity_ != nullptr && !from.empty() && !to.empty()) {
+bool WebRestoreStorage::valid(const std::string& original, const std::string& target) const {
+    if (activity_ != nullptr && !original.empty() && !target.empty()) {
         return true;
     }
     SetLastError(ERROR_INVALID_PARAMETER);
-    log(LogLevel::error, "Invalid path, orignal {%s}, new {%s}.\n", toUtf8(from).c_str(),
-        toUtf8(to).c_str());
+    log(LogLevel::error, "Invalid path, orignal {%s}, new {%s}.\n", original.c_str(),
+        target.c_str());
     return false;
 }
 
 bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t* target) {
     FunctionTrace trace("WebRestoreStorage::restoreDirectory", "webrestorestorage.cpp");
-    if (!valid(original, target)) {
+    const std::string name =
+        original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
+    const std::string place = target == nullptr ? std::string() : toUtf8(target);
+    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name.c_str(), place.c_str());
+    if (!valid(name, place)) {
         return false;
     }
-    const std::string name = withoutTrailingBackslash(toUtf8(original));
-    const std::string place = toUtf8(target);
-    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name.c_str(), place.c_str());
     constexpr const char* cancelledBefore = "Restoring directory {%s} is cancelled.\n";
     if (stopped(cancelledBefore, name)) {
         return false;

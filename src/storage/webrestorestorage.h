@@ -69,7 +69,7 @@ private:
     // False without a word in the log.
     bool get_file_info(const StoredPath& path, bool directory, StoredItem& item);
 
-    bool valid(const wchar_t* original, const wchar_t* target) const;
+    bool valid(const std::string& original, const std::string& target) const;
     bool dressDirectory(const std::string& name, const std::wstring& target,
                         const std::string& place);
 

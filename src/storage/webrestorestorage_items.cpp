@@ -27,12 +27,14 @@ struct WebRestoreStorage::File {
 bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
                                     bool replace) {
     FunctionTrace trace("WebRestoreStorage::restoreFile", "webrestorestorage.cpp");
-    if (!valid(original, target)) {
+    const std::string name =
+        original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
+    const std::string place = target == nullptr ? std::string() : toUtf8(target);
+    if (!valid(name, place)) {
         return false;
     }
-    const std::string name = withoutTrailingBackslash(toUtf8(original));
     File file{name,
-              toUtf8(target),
+              place,
               storedPath(run_.machine, backupId_, name),
               itemTempPath(temporary_, number),
               RestoreTarget(target, activity_->instanceId, number),

@@ -1,0 +1,308 @@
+#include "storage/scripted_restore.h"
+// The sockets' header comes before the others.
+
+#include <algorithm>
+
+#include "support/log_capture.h"
+
+namespace dorvo::test {
+namespace {
+
+class RestoredFile : public ScriptedRestore {};
+
+TEST_F(RestoredFile, AFileComesBackWithItsAttributesAndTimes) {
+    hold(2 * uploadBlockSize + 16);
+    attributes_ = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
+    target_ = dataPath(L"\\out\\new\\deep\\a.txt");
+    WebRestoreStorage storage(makeRun());
+    ASSERT_TRUE(storage.start());
+    ASSERT_TRUE(restore(storage));
+    EXPECT_EQ(contentOf(target_), content_);
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    ASSERT_NE(GetFileAttributesExW(target_.c_str(), GetFileExInfoStandard, &data), 0);
+    EXPECT_EQ(data.dwFileAttributes, attributes_);
+    EXPECT_EQ(data.ftLastWriteTime.dwHighDateTime, 29200000u);
+    EXPECT_EQ(data.ftLastWriteTime.dwLowDateTime, 30u);
+    EXPECT_FALSE(exists(package_));
+
+    ASSERT_EQ(service_.endpoints(), (Names{"StartRestoreJob", "GetFileInfo", "DownloadFileBlock",
+                                           "DownloadFileBlock", "DownloadFileBlock"}));
+    EXPECT_EQ(service_.seen()[0].body,
+              std::string(R"({"jobdefinitionid":"def","jobinstanceid":")") + backupId + "\"}");
+    const std::string place = std::string(R"("filename":"a.txt","jobinstanceid":")") + backupId +
+                              R"(","machine":"PC","path":"C:\\data"})";
+    EXPECT_EQ(service_.seen()[1].body, "{" + place);
+    EXPECT_EQ(service_.seen()[4].body, R"({"blockindex":"3",)" + place);
+    const char* const paths[] = {
+        "/dorvo/WebServer/jobs/StartRestoreJob.php",
+        "/dorvo/Storage%20Server/RestoreServer/GetFileInfo.php",
+        "/dorvo/Storage%20Server/RestoreServer/DownloadFileBlock.php",
+    };
+    for (size_t i = 0; i < std::size(paths); ++i) {
+        const std::string& head = service_.seen()[i].head;
+        EXPECT_EQ(head.find("POST " + std::string(paths[i]) + " HTTP/1.1\r\n"), 0u);
+        EXPECT_NE(head.find("\r\nCookie: DORVOSESSION=abc\r\n"), std::string::npos);
+    }
+
+    uint64_t wire = 3 * 32 + stored_.size();
+    for (const Seen& seen : service_.seen()) {
+        wire += seen.body.size();
+    }
+    EXPECT_EQ(record_.wireSize, wire);
+    EXPECT_EQ(record_.itemNumber, number);
+    EXPECT_EQ(record_.packageSize, stored_.size());
+    EXPECT_EQ(record_.fileSize, stored_.size());
+    EXPECT_EQ(record_.fileOffset, stored_.size());
+    EXPECT_EQ(record_.transferred, stored_.size());
+}
+
+TEST_F(RestoredFile, GoesOnAtTheOffsetOnRecord) {
+    hold(3 * uploadBlockSize + 16);
+    const uint64_t size = stored_.size();
+    constexpr const char* tooSmall =
+        "File size is smaller than file offset recorded by job activity.\n";
+    const Names all = {"1", "2", "3", "4"};
+    struct Row {
+        const char* name;
+        uint32_t item;
+        uint64_t packageSize;
+        uint64_t offset;
+        uint64_t received;
+        Names blocks;
+        bool warned;
+    };
+    const Row rows[] = {
+        {"goes on", number, size, 262144, 262144, {"3", "4"}, false},
+        {"more there than on record", number, size, 262144, size + 100, {"3", "4"}, false},
+        {"all there", number, size, size, size, {}, false},
+        {"in the middle of a block", number, size, 262145, 270000, {"3", "4"}, false},
+        {"less there than on record", number, size, 262144, 262143, all, true},
+        {"another item's", 9, size, 262144, 262144, all, false},
+        {"another package's", number, size + 16, 262144, 262144, all, false},
+        {"behind the end", number, size, size + 131072, size + 131072, all, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto storage = makeStorage();
+        std::string received = stored_.substr(0, row.received);
+        received.resize(row.received, '#');
+        resume(row.offset, received);
+        record_.itemNumber = row.item;
+        record_.packageSize = row.packageSize;
+        LogCapture capture;
+        ASSERT_TRUE(restore(*storage));
+        EXPECT_EQ(contentOf(target_), content_);
+        EXPECT_EQ(blocks(), row.blocks);
+        EXPECT_EQ(capture.has(LogLevel::warning, tooSmall), row.warned);
+        DeleteFileW(target_.c_str());
+    }
+}
+
+TEST_F(RestoredFile, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
+    hold(2 * uploadBlockSize + 16);
+    const std::string good = stored_.substr(uploadBlockSize, uploadBlockSize);
+    const std::string md5(32, 'f');
+    struct Row {
+        const char* name;
+        std::optional<Answer> second;  // the answer to the second block
+        DWORD error;
+        std::string message;  // without "file {C:\data\a.txt}, offset {131072}, "
+    };
+    const Row rows[] = {
+        {"a status", Answer{"404 Not Found"}, 0x20010194, "error-code = 404, Not Found.\n"},
+        {"without a length", Answer{.body = md5 + good, .chunked = true}, 0x20010258,
+         "the size of data {size: 131104} readed is not as large as \"Content-Length\" "
+         "{Content-Length: 0}.\n"},
+        {"half an MD5", Answer{.body = md5.substr(1)}, 0x20010258,
+         "the size of data {size: 31} is small than the MD5 size {32 bytes}.\n"},
+        {"an MD5 and no bytes", Answer{.body = md5}, 0x20010258, ""},
+        {"too short", Answer{.body = md5 + good.substr(1)}, 0x20010258, ""},
+        {"too long", Answer{.body = md5 + good + "x"}, ERROR_FILE_TOO_LARGE, ""},
+        {"no answer", std::nullopt, WSAEDISCON, ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        write(target_, "old");
+        reply_ = [&](const Seen& seen) {
+            return seen.endpoint == "DownloadFileBlock" && member(seen, "blockindex") == "2"
+                       ? row.second
+                       : reply(seen);
+        };
+        record_.itemNumber = 0;
+        const auto storage = makeStorage();
+        LogCapture capture;
+        EXPECT_FALSE(restore(*storage));
+        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_EQ(record_.fileOffset, uploadBlockSize);
+        EXPECT_EQ(contentOf(target_), "old");
+        if (!row.message.empty()) {
+            const bool status = row.error == 0x20010194;
+            EXPECT_TRUE(capture.has(LogLevel::error,
+                                    std::string(status ? "Download file data failed, "
+                                                       : "Failed to download file data, ") +
+                                        "file {C:\\data\\a.txt}, offset {131072}, " + row.message));
+        }
+        // The next try goes on there.
+        reply_ = nullptr;
+        service_.forget();
+        EXPECT_TRUE(restore(*storage));
+        EXPECT_EQ(blocks(), (Names{"2", "3"}));
+        EXPECT_EQ(contentOf(target_), content_);
+    }
+}
+
+TEST_F(RestoredFile, WhatCannotBeDecodedLeavesTheOldFile) {
+    hold(uploadBlockSize);
+    write(target_, "old");
+    WebRestoreStorage::Run run = makeRun();
+    run.key.fill(9);
+    WebRestoreStorage storage(std::move(run));
+    ASSERT_TRUE(storage.start());
+    LogCapture capture;
+    EXPECT_FALSE(restore(storage));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_EQ(contentOf(target_), "old");
+    const auto lines = capture.lines();
+    const std::string start = "Decrypt/Decompress file {original {C:\\data\\a.txt}, target {" +
+                              toUtf8(package_) + "}, new {" + toUtf8(target_) +
+                              "}} failed, error-code = 13, ";
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(),
+                            [&](const LogLine& line) { return line.text.starts_with(start); }));
+    // The package goes when the item is given up.
+    EXPECT_TRUE(exists(package_));
+    EXPECT_TRUE(storage.recordError(L"C:\\data\\a.txt", 13, ""));
+    EXPECT_FALSE(exists(package_));
+}
+
+// Is asked to stop from a point of the record on.
+class StoppingStorage : public WebRestoreStorage {
+public:
+    using When = bool (*)(const JobActivity&);
+
+    StoppingStorage(Run run, When when)
+        : WebRestoreStorage(run), record_(*run.activity), when_(when) {}
+    bool interrupted() const override {
+        return (armed && when_(record_)) || WebRestoreStorage::interrupted();
+    }
+
+    bool armed = false;
+
+private:
+    const JobActivity& record_;
+    When when_;
+};
+
+TEST_F(RestoredFile, AStopAtAnyStepIsACancellationFromWhichTheNextRunGoesOn) {
+    constexpr size_t small = 2 * uploadBlockSize + 16;
+    constexpr size_t large = (size_t{2} << 20) + uploadBlockSize;  // decoding asks after 2 MiB
+    using Record = const JobActivity&;
+    const auto never = [](Record) { return false; };
+    const auto isDecoding = [](Record record) { return record.currentFileState == 1; };
+    const Names all = {"1", "2", "3"};
+    struct Row {
+        const char* name;
+        size_t size;
+        StoppingStorage::When when;
+        const char* refused;  // the stop comes with a refusal of this request or block
+        const char* message;  // with %F for "file {C:\data\a.txt}"
+        Names left;
+    };
+    const Row rows[] = {
+        {"at once", small, [](Record) { return true; }, "",
+         "Restoring %F is cancelled, at offset {0}.\n", all},
+        {"asking", small, never, "GetFileInfo",
+         "Restoring %F is cancelled when download file information, offset {0}.\n", all},
+        {"known", small, [](Record record) { return record.currentFileState == 2; }, "",
+         "Restoring %F is cancelled, at offset {0}.\n", all},
+        {"a block fails",
+         small,
+         never,
+         "2",
+         "Restoring %F is cancelled when download file data, offset {131072}.\n",
+         {"2", "3"}},
+        {"between blocks",
+         small,
+         [](Record record) { return record.fileOffset == 262144; },
+         "",
+         "Restoring %F is cancelled when download file data, offset {262144}.\n",
+         {"3"}},
+        {"received",
+         small,
+         [](Record record) { return record.fileOffset == small; },
+         "",
+         "Restoring is cancelled when going to decrypt/decompress %F.\n",
+         {}},
+        {"decoding",
+         large,
+         isDecoding,
+         "",
+         "Restoring is cancelled when decrypt/decompress %F.\n",
+         {}},
+        {"decoded", small, isDecoding, "", "Restoring %F is cancelled, at offset {262160}.\n", {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        hold(row.size);
+        record_.reset(static_cast<int32_t>(JobState::running), true);
+        reply_ = [&](const Seen& seen) {
+            Answer answer = *reply(seen);
+            const bool block = seen.endpoint == "DownloadFileBlock";
+            if (row.refused == (block ? member(seen, "blockindex") : seen.endpoint)) {
+                stop_.set();
+                answer.status = "503 Busy";
+            }
+            return answer;
+        };
+        StoppingStorage storage(makeRun(), row.when);
+        ASSERT_TRUE(storage.start());
+        storage.armed = true;
+        LogCapture capture;
+        EXPECT_FALSE(restore(storage));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+        std::string message = row.message;
+        message.replace(message.find("%F"), 2, "file {C:\\data\\a.txt}");
+        EXPECT_TRUE(capture.has(LogLevel::information, message));
+        EXPECT_FALSE(exists(target_));
+        stop_.reset();
+        reply_ = nullptr;
+        const auto resumed = makeStorage();
+        EXPECT_TRUE(restore(*resumed));
+        EXPECT_EQ(blocks(), row.left);
+        EXPECT_EQ(contentOf(target_), content_);
+        DeleteFileW(target_.c_str());
+    }
+}
+
+TEST_F(RestoredFile, AFileThatMustNotBeReplacedStays) {
+    hold(16);
+    write(target_, "old");
+    const auto storage = makeStorage();
+    EXPECT_FALSE(restore(*storage, false));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+    EXPECT_EQ(contentOf(target_), "old");
+    EXPECT_TRUE(restore(*storage, true));
+    EXPECT_EQ(contentOf(target_), content_);
+}
+
+TEST_F(RestoredFile, FilesThatHaveNoPlaceFailBeforeAnythingIsReceived) {
+    hold(16);
+    write(dataPath(L"\\out\\file"), "");
+    const auto storage = makeStorage();
+    LogCapture capture;
+    target_ = dataPath(L"\\out\\file\\a.txt");
+    EXPECT_FALSE(restore(*storage));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DIRECTORY});
+    target_.clear();
+    EXPECT_FALSE(restore(*storage));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_TRUE(capture.has(LogLevel::error, "Invalid path, orignal {C:\\data\\a.txt}, new {}.\n"));
+    EXPECT_TRUE(service_.seen().empty());
+    // A package that cannot be received: a folder is in its place.
+    target_ = dataPath(L"\\out\\a.txt");
+    createDirectories(package_);
+    EXPECT_FALSE(restore(*storage));
+    EXPECT_TRUE(blocks().empty());
+}
+
+}  // namespace
+}  // namespace dorvo::test
