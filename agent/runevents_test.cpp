@@ -12,6 +12,7 @@ TEST(RunEvents, ReadsTheReasonOfTheJobsOwnErrorsOnly) {
               "Service Unavailable, error 503");
     EXPECT_EQ(reason(R"({"error-code":10054,"id":"job","reason":"Reset. "})"),
               "Reset, error 10054");
+    EXPECT_EQ(reason(R"({"error-code":67108866,"id":"job","reason":"import it"})"), "import it");
     EXPECT_NE(reason(R"({"error-code":10054,"id":"job","reason":""})").find("error 10054"),
               std::string::npos);
     for (const char* text :
