@@ -157,7 +157,7 @@ TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsList) {
     beginRun();
     ASSERT_TRUE(check());
     const auto storage = started();
-    ASSERT_TRUE(backup(*storage, L"b"));
+    ASSERT_TRUE(backup(*storage, L"a"));
     EXPECT_FALSE(storage->end());
     EXPECT_EQ(GetLastError(), backEnd_->wrongState());
     // Nor does it count as completed.
@@ -165,7 +165,7 @@ TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsList) {
     EXPECT_FALSE(restoring(instance())->start() &&
                  backEnd_->catalog(backupJob_, instance())->list({}, {}, page) &&
                  page.items.size() == 2);
-    ASSERT_TRUE(backup(*storage, L"a"));
+    ASSERT_TRUE(backup(*storage, L"b"));
     EXPECT_TRUE(storage->end()) << GetLastError();
     expectComesBack(instance());
 }

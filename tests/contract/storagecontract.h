@@ -161,9 +161,11 @@ protected:
         EXPECT_NE(found, items_.end());
         return static_cast<size_t>(found - items_.begin());
     }
+    // Items that are sent are numbered from 1, as in a source list.
     bool backup(BackupStorage& storage, size_t place) {
-        return storage.backup(items_[place].path.c_str(), items_[place].data,
-                              static_cast<uint32_t>(place) + 1, nullptr);
+        const auto end = send_.begin() + static_cast<ptrdiff_t>(place) + 1;
+        const auto number = static_cast<uint32_t>(std::count(send_.begin(), end, true));
+        return storage.backup(items_[place].path.c_str(), items_[place].data, number, nullptr);
     }
     bool backup(BackupStorage& storage, const std::wstring& name) {
         return backup(storage, placeOf(name));

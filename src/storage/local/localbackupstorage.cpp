@@ -153,7 +153,8 @@ bool LocalBackupStorage::end() {
     if (!ready("end job")) {
         return false;
     }
-    if (!isWhole() || !complete()) {
+    // A run that only ends has said nothing yet of what it has.
+    if ((goesOn_ && !hasItemsTo(activity_->itemNumber)) || !isWhole() || !complete()) {
         failedIn(place_.location());
         return logFailure("end job", job());
     }

@@ -5,6 +5,8 @@
 // so that the next run goes on behind them. It is written on the job's worker thread only; the stop
 // signal comes from others.
 //
+// Items are numbered from 1 without a gap: a run that goes on notices so what it has lost.
+//
 // From start() on nobody else can write to the instance (32 for a second process).
 //
 // Besides the errors of BackupStorage: 10070 for any failure while the folder is gone or its disk
@@ -71,6 +73,8 @@ private:
     bool open();
     bool openNew(uint64_t sequence);
     bool goOn();
+    bool hasItemsTo(uint32_t number) const;
+    bool takeUp(const Item& item, uint32_t number);
     bool store(const Item& item);
     bool encode(const Item& item, uint64_t& size);
     bool copy(const Item& item, uint64_t size, std::string& md5);
@@ -89,6 +93,7 @@ private:
     std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
     LocalInstanceDocument document_;               // of the instance, with the writer
     bool completed_ = false;                       // the instance is
+    bool goesOn_ = true;                           // no item was stored since the start
     bool encoding_ = false;
     std::vector<std::byte> block_;
     std::vector<std::byte> stored_;  // of the same size: what lies in the packages

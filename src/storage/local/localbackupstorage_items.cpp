@@ -67,7 +67,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up {%s}.\n", item.name.c_str());
     claim(number);
-    const bool done = store(item);
+    const bool done = (!goesOn_ || takeUp(item, number)) && store(item);
     if (!done) {
         failedNear(place_.location());
         const DWORD error = GetLastError();
@@ -87,14 +87,34 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
     return done;
 }
 
+// True when the items up to that number are in the index or have failed. A power cut may have taken
+// records that the run has moved past.
+bool LocalBackupStorage::hasItemsTo(uint32_t number) const {
+    if (writer_->items() + activity_->failedItems >= number) {
+        return true;
+    }
+    SetLastError(ERROR_INVALID_DATA);
+    return false;
+}
+
+// The first item after a start. The run before may have stored it without getting round to saying
+// so: then it is stored once more.
+bool LocalBackupStorage::takeUp(const Item& item, uint32_t number) {
+    if (!hasItemsTo(number - std::min(number, 1u))) {
+        return false;
+    }
+    if (hasItemsTo(number) && !writer_->takeBack(item.path)) {
+        return failedIn(place_.location());
+    }
+    goesOn_ = false;
+    return true;
+}
+
 bool LocalBackupStorage::store(const Item& item) {
     LocalRecord record;
     record.kind = item.directory ? LocalRecord::Kind::folder : LocalRecord::Kind::file;
     record.attributes = itemAttributes(item.data);
     record.path = item.path;
-    if (!writer_->takeBack(item.path)) {
-        return failedIn(place_.location());
-    }
     if (!item.directory) {
         std::string md5;
         if (!encode(item, record.size) || !copy(item, record.size, md5)) {

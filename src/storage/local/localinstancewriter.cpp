@@ -66,7 +66,7 @@ bool LocalInstanceWriter::reset() {
 }
 
 bool LocalInstanceWriter::load() {
-    indexEnd_ = packagesEnd_ = checkedTo_ = sinceCheckpoint_ = carried_ = records_ = 0;
+    indexEnd_ = packagesEnd_ = checkedTo_ = sinceCheckpoint_ = carried_ = items_ = records_ = 0;
     last_ = {};
     uint64_t size = 0;
     if (!localFileSize(index_.get(), size)) {
@@ -112,6 +112,7 @@ void LocalInstanceWriter::take(const LocalRecord& record, uint64_t begin) {
             }
             [[fallthrough]];
         case LocalRecord::Kind::folder:
+            ++items_;
             last_ = record;
             lastBegin_ = begin;
             break;
@@ -217,6 +218,7 @@ bool LocalInstanceWriter::takeBack(std::u16string_view path) {
         return false;
     }
     indexEnd_ = itemsEnd_ = lastBegin_;
+    --items_;
     --records_;
     if (last_.kind == LocalRecord::Kind::file) {
         packagesEnd_ = last_.offset;

@@ -38,6 +38,7 @@ public:
     // failed items of an end that was broken off.
     bool load();
     uint64_t carried() const { return carried_; }  // files in others' packages
+    uint64_t items() const { return items_; }      // that the run itself has brought
     uint64_t records() const { return records_; }
     bool countAwaited(uint64_t& count) const;
 
@@ -81,6 +82,7 @@ private:
     uint64_t checkedTo_ = 0;    // of the index: behind the last check point
     uint64_t sinceCheckpoint_ = 0;
     uint64_t carried_ = 0;
+    uint64_t items_ = 0;
     uint64_t records_ = 0;
     bool torn_ = false;           // the index may have bytes behind its end
     LocalRecord last_;            // no path: there is none to take back

@@ -290,6 +290,30 @@ TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
     }
 }
 
+TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    const std::wstring index = place().index(instance());
+    uint64_t one = 0;
+    {
+        const auto made = started();
+        ASSERT_TRUE(made->backup(L"C:\\a", data, 1, nullptr));
+        one = sizeOfFile(index);
+        ASSERT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
+    }
+    change(index, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, one)); });
+    const auto made = started();
+    EXPECT_FALSE(made->end());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FALSE(made->backup(L"C:\\c", data, 3, nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    // The item in progress may be repeated, and one that failed is not missed.
+    EXPECT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
+    ASSERT_TRUE(made->recordError(L"C:\\c", 5, ""));
+    EXPECT_TRUE(made->backup(L"C:\\d", data, 4, nullptr));
+    EXPECT_TRUE(made->end()) << GetLastError();
+}
+
 TEST_F(LocalStorageTest, WhatWasCarriedOverMustBeThereWhenTheRunGoesOn) {
     const std::wstring path = complete();
     begin(2);
