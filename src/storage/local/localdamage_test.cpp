@@ -1,0 +1,196 @@
+// What local storage does about files that were cut off, changed or lost.
+#include "storage/local/localindexreader.h"
+#include "storage/local/localinstances.h"
+#include "storage/local/localinstancewriter.h"
+#include "storage/local/localstoragetest.h"
+#include "support/child_process.h"
+
+namespace dorvo {
+namespace {
+
+// A second process backs up, and is gone without a word. It begins by emptying this one's folders.
+TEST_F(LocalStorageTest, DISABLED_StoreAndDie) {
+    const std::wstring path = makeFile(L"a", 2 * uploadBlockSize);
+    const auto made = started();
+    ASSERT_TRUE(backup(*made, path));
+    TerminateProcess(GetCurrentProcess(), 0);
+}
+
+TEST_F(LocalStorageTest, WhatWasStoredSurvivesTheEndOfTheProcess) {
+    ASSERT_TRUE(test::ChildProcess("LocalStorageTest.DISABLED_StoreAndDie", {}).passed());
+    const auto made = started();
+    const std::wstring path = makeFile(L"b", 48);
+    ASSERT_TRUE(backup(*made, path, 2));
+    ASSERT_TRUE(made->end()) << GetLastError();
+    ASSERT_TRUE(list(page_));
+    EXPECT_EQ(page_.items.size(), 2u);
+}
+
+// A process may be killed in the middle of a record, at any byte.
+TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
+    const std::wstring a = makeFile(L"a", 48);
+    const std::wstring b = makeFile(L"b", 2 * uploadBlockSize, 'y');
+    const std::wstring index = place().index(instance());
+    uint64_t before = 0;
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, a));
+        before = sizeOfFile(index);
+        ASSERT_TRUE(backup(*made, b, 2));
+    }
+    const uint64_t whole = sizeOfFile(index);
+    for (const uint64_t size : {whole - 1, before + 97, before + 4, before + 1, before}) {
+        SCOPED_TRACE(size);
+        change(index, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, size)); });
+        const auto made = started();
+        EXPECT_EQ(sizeOfFile(index), before);
+        // Its blocks are there.
+        record_.transferred = 0;
+        ASSERT_TRUE(backup(*made, b, 2));
+        EXPECT_EQ(record_.transferred, 0u);
+        EXPECT_EQ(sizeOfFile(index), whole);
+    }
+    EXPECT_TRUE(started()->end());
+    EXPECT_TRUE(list(page_));
+    EXPECT_EQ(page_.items.size(), 2u);
+}
+
+// A power cut may take bytes that were not on the disk yet.
+TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
+    const std::wstring path = makeFile(L"file", uploadBlockSize);
+    for (const bool shorter : {true, false}) {
+        SCOPED_TRACE(shorter);
+        begin(shorter ? 7 : 8);
+        ASSERT_TRUE(backup(*started(), path));
+        const std::wstring packages = place().packages(instance());
+        if (shorter) {
+            change(packages, [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, 100)); });
+        } else {
+            flip(packages, 4096);
+        }
+        const auto made = storage();
+        EXPECT_FALSE(made->start());
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_TRUE(made->cancel());
+    }
+}
+
+TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    const std::wstring index = place().index(instance());
+    uint64_t one = 0;
+    {
+        const auto made = started();
+        ASSERT_TRUE(made->backup(L"C:\\a", data, 1, nullptr));
+        one = sizeOfFile(index);
+        ASSERT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
+    }
+    change(index, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, one)); });
+    const auto made = started();
+    EXPECT_FALSE(made->end());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FALSE(made->backup(L"C:\\c", data, 3, nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    // The item in progress may be repeated, and one that failed is not missed.
+    EXPECT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
+    ASSERT_TRUE(made->recordError(L"C:\\c", 5, ""));
+    EXPECT_TRUE(made->backup(L"C:\\d", data, 4, nullptr));
+    EXPECT_TRUE(made->end()) << GetLastError();
+}
+
+TEST_F(LocalStorageTest, WhatWasCarriedOverMustBeThereWhenTheRunGoesOn) {
+    const std::wstring path = complete();
+    begin(2);
+    bool send = true;
+    ASSERT_TRUE(check(path, send));
+    EXPECT_FALSE(send);
+    started();
+    change(place().index(instance()),
+           [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, LocalIndexReader::begin())); });
+    EXPECT_FALSE(storage()->start());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+}
+
+TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
+    const std::wstring path = complete();
+    const LocalPlace where = place();
+    const std::string base = instance();
+    const std::wstring index = where.index(base);
+    const uint64_t size = sizeOfFile(index);
+    const auto expectDamaged = [&] {
+        EXPECT_FALSE(list(page_));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        const auto reading = restore();
+        EXPECT_FALSE(reading->start() && reading->restoreFile(path.c_str(), path.c_str(), 1, true));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        // Nor is it a base to build on.
+        begin(2);
+        bool send = false;
+        EXPECT_FALSE(check(path, send));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        begin(1);
+    };
+    for (const uint64_t offset : {uint64_t{0}, uint64_t{8}, uint64_t{11}, uint64_t{12}, size - 1}) {
+        SCOPED_TRACE(offset);
+        flip(index, offset);
+        expectDamaged();
+        flip(index, offset);
+    }
+    ASSERT_TRUE(list(page_));
+    change(index,
+           [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, LocalIndexReader::begin())); });
+    expectDamaged();
+    // Without a sensible document it is no base, and not listed.
+    write(where.document(base), "{}");
+    EXPECT_FALSE(restore()->start());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    std::vector<WebInstance> instances;
+    EXPECT_TRUE(LocalInstances::list(location_, {}, {}, instances));
+    EXPECT_TRUE(instances.empty());
+}
+
+// What an index says of packages is only believed as far as there are bytes.
+TEST_F(LocalStorageTest, APackageThatIsNotThereIsNeitherReadNorCarriedOver) {
+    const std::wstring path = complete(3 * uploadBlockSize);
+    const std::wstring packages = place().packages(instance());
+    bool send = false;
+    const auto sendsAnew = [&] {
+        begin(2);
+        EXPECT_TRUE(check(path, send)) << GetLastError();
+        begin(1);
+        return send;
+    };
+    EXPECT_FALSE(sendsAnew());
+    change(packages,
+           [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, 3 * uploadBlockSize - 1)); });
+    EXPECT_TRUE(sendsAnew());
+    const auto reading = restore();
+    ASSERT_TRUE(reading->start());
+    EXPECT_FALSE(reading->restoreFile(path.c_str(), path.c_str(), 1, true));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+}
+
+// The records that check points make are nobody's business.
+TEST_F(LocalStorageTest, AfterACheckPointLessIsToBeChecked) {
+    const std::wstring path = makeFile(L"file", 48);
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, path));
+    }
+    {
+        const auto writer = LocalInstanceWriter::open(place(), instance());
+        ASSERT_TRUE(writer && writer->load() && writer->checkpoint());
+    }
+    flip(place().packages(instance()), 0);
+    const auto made = started();
+    const std::wstring other = makeFile(L"other", 64);
+    ASSERT_TRUE(backup(*made, other, 2));
+    ASSERT_TRUE(made->end());
+    ASSERT_TRUE(list(page_));
+    EXPECT_EQ(page_.items.size(), 2u);
+    EXPECT_EQ(sizeOfFile(place().packages(instance())), 48u + 64u);
+}
+
+}  // namespace
+}  // namespace dorvo

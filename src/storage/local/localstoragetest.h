@@ -1,0 +1,144 @@
+// What the tests of local storage begin with: an empty location, runs of a job, and files that are
+// spoilt.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/handle.h"
+#include "base/local_time.h"
+#include "storage/local/localbackupstorage.h"
+#include "storage/local/localfile.h"
+#include "storage/local/localincrementcheck.h"
+#include "storage/local/localplace.h"
+#include "storage/local/localrestorecatalog.h"
+#include "storage/local/localrestorestorage.h"
+#include "support/store_test.h"
+#include "support/temporary_folder.h"
+
+namespace dorvo {
+
+class LocalStorageTest : public test::StoreTest {
+protected:
+    static constexpr char job[] = "j1";
+
+    LocalStorageTest() : location_(folder_.path() + L"\\backups") {
+        createDirectories(location_);
+        std::wstring directory;
+        jobDirectory(job, directory);
+        createDirectories(directory + L"\\tmp");
+        failed_ = std::make_unique<FailedItems>(toUtf8(directory) + "\\errors", record_);
+        begin(1);
+    }
+
+    void begin(uint8_t run) {
+        record_.reset(static_cast<int32_t>(JobState::running), true);
+        record_.instanceId.fill(run);
+        record_.startTime = localTimeNow();
+    }
+    std::string instance() const { return localInstanceText(record_.instanceId); }
+    LocalPlace place() const { return {location_, machine_, job}; }
+
+    std::unique_ptr<LocalBackupStorage> storage() {
+        return std::make_unique<LocalBackupStorage>(LocalBackupStorage::Run{location_,
+                                                                            machine_,
+                                                                            job,
+                                                                            "name",
+                                                                            "alice",
+                                                                            false,
+                                                                            key_,
+                                                                            {},
+                                                                            {1, 2, 3},
+                                                                            &record_,
+                                                                            failed_.get(),
+                                                                            nullptr});
+    }
+    std::unique_ptr<LocalBackupStorage> started() {
+        auto made = storage();
+        EXPECT_TRUE(made->start()) << GetLastError();
+        return made;
+    }
+    std::unique_ptr<LocalRestoreStorage> restore() {
+        return std::make_unique<LocalRestoreStorage>(LocalRestoreStorage::Run{location_,
+                                                                              "r",
+                                                                              "name",
+                                                                              machine_,
+                                                                              job,
+                                                                              instance(),
+                                                                              key_,
+                                                                              {},
+                                                                              &restored_,
+                                                                              nullptr,
+                                                                              nullptr});
+    }
+    // A file whose package has the wanted size: a multiple of 16 above 0.
+    std::wstring makeFile(const std::wstring& name, size_t packageSize, char content = 'x') {
+        const std::wstring path = folder_.path() + L"\\" + name;
+        std::ofstream(path.c_str(), std::ios::binary) << std::string(packageSize - 1, content);
+        return path;
+    }
+    static WIN32_FILE_ATTRIBUTE_DATA attributes(const std::wstring& path) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data);
+        return data;
+    }
+    static bool backup(BackupStorage& storage, const std::wstring& path, uint32_t number = 1) {
+        return storage.backup(path.c_str(), attributes(path), number, nullptr);
+    }
+    // True in `send`: the file is to be sent.
+    bool check(const std::wstring& path, bool& send) {
+        LocalIncrementCheck check({location_, machine_, job, instance(), key_, {}, nullptr});
+        std::vector<bool> answer{false};
+        const bool checked =
+            check.check({{path, toTicks(attributes(path).ftLastWriteTime)}}, answer);
+        send = answer[0];
+        return checked;
+    }
+    // A completed instance with one file.
+    std::wstring complete(size_t packageSize = 48) {
+        const std::wstring path = makeFile(L"file", packageSize);
+        const auto made = started();
+        EXPECT_TRUE(backup(*made, path)) << GetLastError();
+        EXPECT_TRUE(made->end()) << GetLastError();
+        return path;
+    }
+    // Hands the open file to `change`.
+    static void change(const std::wstring& path, const std::function<void(HANDLE)>& change) {
+        const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(file) << GetLastError();
+        change(file.get());
+    }
+    static void flip(const std::wstring& path, uint64_t offset) {
+        change(path, [&](HANDLE file) {
+            std::byte byte{};
+            ASSERT_TRUE(readLocalFile(file, offset, std::span(&byte, 1)));
+            byte ^= std::byte{4};
+            ASSERT_TRUE(writeLocalFile(file, offset, std::span(&byte, 1)));
+        });
+    }
+    static uint64_t sizeOfFile(const std::wstring& path) {
+        const auto data = attributes(path);
+        return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    }
+    bool list(RestoreCatalog::Page& page, const std::string& after = {}) {
+        return LocalRestoreCatalog({location_, machine_, job, instance(), nullptr})
+            .list({}, after, page);
+    }
+
+    test::TemporaryFolder folder_{L"local storage"};
+    std::wstring location_;
+    std::string machine_ = "m\u00e4c";
+    std::array<uint8_t, 16> key_{1, 2, 3};
+    JobActivity record_{};
+    JobActivity restored_{};
+    std::unique_ptr<FailedItems> failed_;
+    RestoreCatalog::Page page_;
+};
+
+}  // namespace dorvo
