@@ -6,6 +6,7 @@
 #include "httpmsg/http_names.h"
 #include "job/transferfailure.h"
 #include "singletons.h"
+#include "storage/local/localerror.h"
 
 namespace dorvo::agent {
 namespace {
@@ -26,6 +27,10 @@ std::string failureText(uint32_t code) {
     }
     if (isKeyError(code)) {
         return keyErrorText(code);
+    }
+    if (code == errorLocationGone) {
+        return "The folder of the backups is not there, or its disk is full (error " +
+               std::to_string(code) + ")";
     }
     std::string text = errorText(code);
     while (!text.empty() && text.back() == '.') {
