@@ -75,21 +75,22 @@ struct HttpServer::Impl {
     }
 
     void admit(tcp::socket socket) {
-        std::shared_ptr<HttpConnection> connection;
-        {
-            const std::lock_guard lock(mutex);
-            if (stopping) {
-                return;
-            }
-            if (connections.size() < shared.limits.connections) {
-                connection = std::make_shared<HttpConnection>(std::move(socket), shared);
-                connections.emplace(connection.get(), connection);
-            }
-        }
-        if (connection) {
-            connection->start();
+        std::unique_lock lock(mutex);
+        if (stopping) {
             return;
         }
+        if (connections.size() >= shared.limits.connections) {
+            lock.unlock();
+            turnAway(std::move(socket));
+            return;
+        }
+        const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared);
+        connections.emplace(connection.get(), connection);
+        lock.unlock();
+        connection->start();
+    }
+
+    static void turnAway(tcp::socket socket) {
         boost::system::error_code ignored;
         socket.non_blocking(true, ignored);
         socket.write_some(asio::buffer(busyText.data(), busyText.size()), ignored);

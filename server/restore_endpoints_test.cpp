@@ -55,6 +55,7 @@ TEST_F(Restores, GiveBackWhatWasStoredBlockByBlock) {
     constexpr int64_t b = blockBytes;
     const std::vector<int64_t> sizes{0, 1, b - 1, b, b + 1, 2 * b - 1, 2 * b, 2 * b + 1, 5 * b + 7};
     std::vector<Offer> offers;
+    offers.reserve(sizes.size());
     for (const int64_t size : sizes) {
         offers.push_back({"C:\\" + std::to_string(size)});
     }
@@ -163,6 +164,7 @@ TEST_F(Restores, ListASubtreePageByPage) {
         "C:\\a\\", "C:\\a\\b",    "C:\\a\\b c", "C:\\a\\b\\c",       "C:\\a\\\u00e4", "C:\\a]",
         "C:\\aa",  "C:\\a\u00e4", "C]",         "\u00e4\\\U0001F600"};
     std::vector<Offer> offers;
+    offers.reserve(all.size());
     for (const std::string& path : all) {
         offers.push_back({path});
     }
@@ -237,7 +239,7 @@ TEST_F(Restores, LeaveTheirOwnRecordAndTheBackupAsItWas) {
     backup("i1", {{"a"}});
     const json::object begin{{"jobdefinitionid", "r"}, {"jobinstanceid", "i1"}};
     const json::object answer = ask(startRestorePath, begin, laptop).json();
-    const std::string id = json::value_to<std::string>(answer.at("jobinstanceid"));
+    const auto id = json::value_to<std::string>(answer.at("jobinstanceid"));
     EXPECT_TRUE(std::regex_match(id, std::regex("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}")))
         << id;
     EXPECT_NE(ask(startRestorePath, begin).json().at("jobinstanceid"), answer.at("jobinstanceid"));
