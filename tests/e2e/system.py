@@ -93,9 +93,9 @@ class System:
     def start_restore(self, *options):
         return self.machine.start("restore", self.instance(), *options)
 
-    def restore(self, *options, code=0):
+    def restore(self, *options, **expected):
         """Of all that the last backup holds, or of the paths among the options."""
-        return self.machine.agent("restore", self.instance(), *options, code=code)
+        return self.machine.agent("restore", self.instance(), *options, **expected)
 
     def to(self, target, *options):
         """The options of a restore after which `target` looks like the tree."""

@@ -1,0 +1,177 @@
+"""Restores without network trouble: what comes back and where, what stays, what never gets out."""
+
+import os
+import shutil
+import unittest
+
+import trees
+from machine import windows_path
+from system import System, SystemTest, make_tree, noise, write
+from verify import Instance
+
+SOME_FAILED = 3
+
+
+class RestoreTest(SystemTest):
+    def backed_up(self, name):
+        """A system with a backup of a tree, and what the tree looks like."""
+        system = System(self, name)
+        make_tree(system.tree)
+        trees.make_odd_files(system.tree)
+        expected = trees.snapshot(system.tree)
+        system.backup()
+        return system, expected
+
+    def test_everything_comes_back(self):
+        system, expected = self.backed_up("whole")
+        shutil.rmtree(system.tree)
+        system.restore()
+        self.assertRestored(system, expected, system.tree)
+
+        target = system.folder / "elsewhere"
+        system.restore("--to", windows_path(target).replace("\\", "/"))
+        self.assertRestored(system, expected, target / "Z" / str(system.tree).lstrip("/"))
+        # A second time over what is there, with the same outcome.
+        for _ in range(2):
+            system.restore(*system.to(system.folder / "third", "--conflict", "overwrite"))
+            self.assertRestored(system, expected, system.folder / "third")
+
+    def test_parts_come_back(self):
+        system, expected = self.backed_up("parts")
+        names = ("text.txt", "odd/empty folder", "sizes", "odd names/日本語/пример.dat")
+        target = system.folder / "parts"
+        system.restore(*(windows_path(system.tree / n) for n in names), *system.to(target))
+        found = trees.snapshot(target)
+        # Folders that were only needed on the way have times of their own.
+        self.assertEqual(trees.differences(trees.below(expected, *names), trees.below(found, *names)), [])
+        self.assertEqual({p for p in found if p not in trees.below(found, *names)}, {"", "odd", "odd names", "odd names/日本語"})
+
+        other = system.folder / "nothing"
+        run = system.restore(windows_path(system.tree / "no such file"), windows_path(system.tree / "text.tx"),
+                             *system.to(other), code=None)
+        self.assertNotEqual(run.wait(0), 0)
+        self.assertIn("no such file", run.err)
+        self.assertFalse(other.exists() and any(other.iterdir()))
+
+    def test_conflict_rules(self):
+        system = System(self, "conflict")
+        write(system.tree / "a.txt", b"backed up")
+        write(system.tree / "new.txt", b"new")
+        write(system.tree / "folder" / "b.txt", b"b")
+        system.backup()
+        there = {"a.txt": b"was there", "a.txt.0": b"was there too", "folder/b.txt": b"was there"}
+        # rule, what it makes of what was there
+        table = [("keep", {"new.txt": b"new"}),
+                 ("rename", {"new.txt": b"new", "a.txt.0.1": b"backed up", "folder/b.txt.0": b"b"}),
+                 ("overwrite", {"new.txt": b"new", "a.txt": b"backed up", "folder/b.txt": b"b"})]
+        for rule, made in table:
+            with self.subTest(rule):
+                target = system.folder / rule
+                for name, data in there.items():
+                    write(target / name, data)
+                # READONLY does not save a file that is to be replaced.
+                (target / "a.txt").chmod(0o444)
+                system.restore(*system.to(target, "--conflict", rule))
+                found = {str(p.relative_to(target)): p.read_bytes() for p in target.rglob("*") if p.is_file()}
+                self.assertEqual(found, there | made)
+
+    def test_a_folder_in_a_files_place_and_the_reverse(self):
+        system = System(self, "places")
+        for name in ("file.txt", "folder/in it.txt", "other.txt"):
+            write(system.tree / name, name.encode())
+        system.backup()
+        target = system.folder / "target"
+        write(target / "file.txt" / "kept", b"kept")
+        write(target / "folder", b"a file")
+        run = system.restore(*system.to(target, "--conflict", "overwrite"), code=SOME_FAILED)
+        self.assertIn("file.txt", run.err)
+        self.assertIn("in it.txt", run.err)
+        found = {str(p.relative_to(target)): p.read_bytes() for p in target.rglob("*") if p.is_file()}
+        self.assertEqual(found, {"file.txt/kept": b"kept", "folder": b"a file", "other.txt": b"other.txt"})
+
+    def test_a_damaged_package_fails_its_item_only(self):
+        system, expected = self.backed_up("damage")
+        names = ("sizes/8192.bin", "text.txt")
+        damaged = {windows_path(system.tree / n) for n in names}
+        for entry in Instance(system.server.data, system.instance()).entries:
+            if entry.path in damaged:
+                with open(entry.package, "r+b") as file:
+                    file.seek(entry.offset + entry.package_size // 2)
+                    byte = file.read(1)[0]
+                    file.seek(-1, os.SEEK_CUR)
+                    file.write(bytes([byte ^ 1]))
+        target = system.folder / "target"
+        write(target / names[0], b"an older state", mtime=1_400_000_000_000_000_000)
+        expected[names[0]] = trees.snapshot(target)[names[0]]
+        del expected[names[1]]
+        run = system.restore(*system.to(target, "--conflict", "overwrite"), code=SOME_FAILED)
+        for path in damaged:
+            self.assertIn(path, run.err)
+        failed = system.machine.listing("show", system.job("restore"))["runs"][0]["failed"]
+        self.assertEqual({f["path"] for f in failed}, damaged)
+        self.assertNotIn(0, [f["code"] for f in failed])
+        self.assertRestored(system, expected, target)
+        # The completed backup has not been touched by the restore's errors.
+        self.assertEqual(system.machine.listing("instances")[0]["errors"], 0)
+
+    def test_no_path_leaves_the_target(self):
+        system = System(self, "escape")
+        tree, marker = windows_path(system.tree), b"this must stay where it belongs"
+        # name of a file, and what the server is made to call it
+        lies = {"up": tree + r"\..\escaped", "up 2": tree + r"\sub\..\..\escaped", "up 3": r"C:\..\..\escaped",
+                "slash": tree + r"\sub/../../escaped", "slash 2": tree + "/../escaped",
+                "stream": tree + r"\good:stream", "device": tree + r"\NUL", "device 2": tree + r"\sub\com1.txt",
+                "drive": "Z:escaped", "drive 2": "C:escaped", "bare": "escaped", "root": r"\escaped",
+                "share": r"\\localhost\c$\escaped", "raw": "\\\\?\\" + tree + r"\escaped",
+                "link": tree + r"\link\escaped", "link 2": tree + r"\sub\link\deep\escaped",
+                "dot": tree + r"\trailing.", "empty": tree + r"\sub\\escaped"}
+        for name in lies:
+            write(system.tree / name, marker)
+        write(system.tree / "good", b"good")
+        system.backup()
+        for name, lie in lies.items():
+            changed = system.server.change_catalog("UPDATE files SET path = ? WHERE path = ?", lie.encode(),
+                                                   windows_path(system.tree / name).encode())
+            self.assertEqual(changed, 1)
+        outside = system.folder / "outside"
+        (outside / "deep").mkdir(parents=True)
+        before = self.marked(system, marker)
+
+        def refused(target, listed, *options):
+            """Links lie on the way below `target`; every lie among the listed is refused."""
+            for link in (target / "link", target / "sub" / "link"):
+                link.parent.mkdir(parents=True, exist_ok=True)
+                link.symlink_to(outside)
+            run = system.restore("--conflict", "overwrite", *options, code=SOME_FAILED)
+            job, = (j for j in system.machine.listing("jobs") if j["type"] == "restore" and j["id"] not in known)
+            known.add(job["id"])
+            failed = system.machine.listing("show", job["id"])["runs"][0]["failed"]
+            # Lists show paths with backslashes, whatever was in them.
+            self.assertEqual(sorted(f["path"] for f in failed), sorted(lie.replace("/", "\\") for lie in listed))
+            for failure in failed:
+                self.assertIn(failure["path"], run.err)
+                self.assertTrue(failure["code"] and failure["reason"], failure)
+            self.assertEqual(self.marked(system, marker), before)
+            self.assertEqual(sorted(os.listdir(target)), ["good", "link", "sub"])
+            self.assertEqual((os.listdir(outside), os.listdir(outside / "deep")), (["deep"], []))
+
+        known = set()
+        below = [lie for lie in lies.values() if lie.startswith(tree + "\\")]
+        refused(system.folder / "target", below, *system.to(system.folder / "target"))
+        whole = system.folder / "whole"
+        refused(whole / "Z" / str(system.tree).lstrip("/"), lies.values(), "--to", windows_path(whole))
+
+    def marked(self, system, marker):
+        """Files with that content, in the test's folder and on the machine's drive."""
+        found = set()
+        for folder, names, leaves in os.walk(system.folder):
+            if folder.endswith("drive_c"):
+                names.remove("windows")
+            for path in (system.folder / folder / leaf for leaf in leaves):
+                if not path.is_symlink() and path.stat().st_size == len(marker) and path.read_bytes() == marker:
+                    found.add(path)
+        return found
+
+
+if __name__ == "__main__":
+    unittest.main()
