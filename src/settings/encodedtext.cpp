@@ -6,20 +6,16 @@
 #include <openssl/rand.h>
 
 #include <array>
-#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
+
+#include "base/bio_chain.h"
 
 namespace dorvo {
 namespace {
 
 constexpr size_t ivLength = 16;
-
-struct FreeBios {
-    void operator()(BIO* chain) const { BIO_free_all(chain); }
-};
-using Bio = std::unique_ptr<BIO, FreeBios>;
 
 [[noreturn]] void fail(const char* what) {
     ERR_clear_error();
@@ -33,12 +29,6 @@ Bio made(BIO* bio) {
     return Bio(bio);
 }
 
-// `filter` on top of `rest`; the result owns both.
-Bio chained(Bio filter, Bio rest) {
-    BIO_push(filter.get(), rest.release());
-    return filter;
-}
-
 Bio base64On(Bio memory) {
     Bio base64 = made(BIO_new(BIO_f_base64()));
     BIO_set_flags(base64.get(), BIO_FLAGS_BASE64_NO_NL);
@@ -46,10 +36,7 @@ Bio base64On(Bio memory) {
 }
 
 Bio aesOn(Bio memory, ByteSpan key, ByteSpan iv, bool encrypt) {
-    const EVP_CIPHER* const cipher = key.size() == 16   ? EVP_aes_128_cbc()
-                                     : key.size() == 24 ? EVP_aes_192_cbc()
-                                     : key.size() == 32 ? EVP_aes_256_cbc()
-                                                        : nullptr;
+    const EVP_CIPHER* const cipher = aesCbc(key.size());
     if (cipher == nullptr || iv.size() != ivLength) {
         fail("incorrect key or iv size");
     }
