@@ -28,6 +28,7 @@ set(pure_sources
     src/storage/block_form.cpp
     src/storage/local/localinstancedocument.cpp
     src/storage/local/localrecord.cpp
+    src/storage/package/package_reader.cpp
     src/storage/request_bodies.cpp
     src/storage/restore_bodies.cpp)
 set(pure_tests
@@ -47,6 +48,7 @@ set(pure_tests
     src/storage/block_form_test.cpp
     src/storage/local/localinstancedocument_test.cpp
     src/storage/local/localrecord_test.cpp
+    src/storage/package/package_reader_test.cpp
     src/storage/request_bodies_test.cpp
     src/storage/restore_bodies_test.cpp)
 

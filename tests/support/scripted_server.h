@@ -1,7 +1,8 @@
 // A server on a loopback port that plays a script of the test, a thread a connection.
 //
 // The script is called for each connection with its number, counted from 0; when it returns, the
-// connection is closed. What it received is kept. Destroying the server ends all scripts.
+// connection is closed. What it received is kept. Destroying the server ends all scripts. A server
+// that is made deaf has its port and refuses connections until it is told to listen.
 #pragma once
 
 #include <winsock2.h>
@@ -40,18 +41,22 @@ public:
         size_t size = end + 4;
         const std::string head = pending_.substr(0, size);
         if (head.find("Transfer-Encoding: chunked") != std::string::npos) {
-            while ((end = pending_.find("0\r\n\r\n", size)) == std::string::npos) {
-                if (!more()) {
+            for (uint64_t chunk = 1; chunk != 0;) {
+                while ((end = pending_.find("\r\n", size)) == std::string::npos) {
+                    if (!more()) {
+                        return {};
+                    }
+                }
+                chunk = std::strtoull(pending_.c_str() + size, nullptr, 16);
+                size = end + 2 + chunk + 2;
+                if (!more_until(size)) {
                     return {};
                 }
             }
-            size = end + 5;
         } else if (const size_t at = head.find("Content-Length: "); at != std::string::npos) {
             size += std::strtoull(head.c_str() + at + 16, nullptr, 10);
-            while (pending_.size() < size) {
-                if (!more()) {
-                    return {};
-                }
+            if (!more_until(size)) {
+                return {};
             }
         }
         std::string whole = pending_.substr(0, size);
@@ -101,6 +106,15 @@ private:
         return true;
     }
 
+    bool more_until(size_t size) {
+        while (pending_.size() < size) {
+            if (!more()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     SOCKET socket_;
     std::string pending_;
 };
@@ -109,7 +123,7 @@ class ScriptedServer {
 public:
     using Script = std::function<void(ScriptedPeer&, int connection)>;
 
-    explicit ScriptedServer(Script script) : script_(std::move(script)) {
+    explicit ScriptedServer(Script script, bool deaf = false) : script_(std::move(script)) {
         startAce();
         listener_ = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
@@ -120,12 +134,15 @@ public:
         int size = sizeof(address);
         getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
         port_ = ntohs(address.sin_port);
-        listen(listener_, 16);
-        acceptor_ = std::thread([this] { accept_all(); });
+        if (!deaf) {
+            hear();
+        }
     }
     ~ScriptedServer() {
         closesocket(listener_);
-        acceptor_.join();
+        if (acceptor_.joinable()) {
+            acceptor_.join();
+        }
         {
             std::lock_guard guard(lock_);
             for (SOCKET& open : sockets_) {
@@ -140,6 +157,11 @@ public:
     }
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
+
+    void hear() {
+        listen(listener_, 16);
+        acceptor_ = std::thread([this] { accept_all(); });
+    }
 
     uint16_t port() const { return port_; }
     int connections() const {
