@@ -14,9 +14,6 @@ std::string keyErrorText(uint32_t code, const std::string& user) {
         case errorRecoveryFileDamaged:
             return "the file is no recovery file of this program, or it is damaged";
         case errorRecoveryFileOfOther: return "the recovery file holds another user's key";
-        case errorKeyHeld:
-            return "this machine has another key for " + who +
-                   " than the recovery file, and backups may need it: it stays";
         default: return "unknown key error";
     }
 }

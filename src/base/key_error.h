@@ -13,16 +13,14 @@ constexpr uint32_t keyErrorMark = 0x04000000;
 
 // The storage server knows a key of the user, and this machine has none.
 constexpr uint32_t errorKeyMissing = keyErrorMark | 1;
-// The storage server, or a backup in a folder, knows another key than the one of this machine.
+// The storage server, or a backup in a folder, knows another key than those of this machine.
 constexpr uint32_t errorKeyForeign = keyErrorMark | 2;
 // Of a recovery file: it cannot be opened with this passphrase;
 constexpr uint32_t errorWrongPassphrase = keyErrorMark | 3;
 // it is none, or it is damaged;
 constexpr uint32_t errorRecoveryFileDamaged = keyErrorMark | 4;
-// it holds another user's key;
+// it holds another user's key.
 constexpr uint32_t errorRecoveryFileOfOther = keyErrorMark | 5;
-// it holds another key than the one that the user has on this machine.
-constexpr uint32_t errorKeyHeld = keyErrorMark | 6;
 
 constexpr bool isKeyError(uint32_t code) {
     return (code & ~uint32_t{0xFF}) == keyErrorMark;

@@ -8,6 +8,7 @@
 #include "settings/options.h"
 #include "storage/local/localbackupstorage.h"
 #include "storage/local/localincrementcheck.h"
+#include "storage/local/localkey.h"
 #include "storage/local/localrestorecatalog.h"
 #include "storage/local/localrestorestorage.h"
 #include "storage/web_increment_check.h"
@@ -38,10 +39,19 @@ bool findMachine(std::string& machine) {
 }
 
 template <class Target>
-bool fillKey(const JobDefinition& definition, KeyUse use, HANDLE stop, Target& target) {
+void fillRun(const JobDefinition& definition, const StorageRun& run, Target& target) {
+    target.jobId = definition.id();
+    target.jobName = toUtf8(definition.name());
+    target.activity = &run.activity;
+    target.failed = &run.failed;
+    target.stop = run.stop;
+}
+
+// `find` gives a UserKey; the end of a run needs none.
+template <class Target, class Find>
+bool fillKey(StorageUse use, const Find& find, Target& target) {
     UserKey found;
-    if (!(isWeb(definition) ? agreeOnKey(definition.user(), use, stop, found)
-                            : findLocalKey(definition.user(), use, found))) {
+    if (use == StorageUse::items && !find(found)) {
         return false;
     }
     target.key = found.key;
@@ -50,14 +60,24 @@ bool fillKey(const JobDefinition& definition, KeyUse use, HANDLE stop, Target& t
 }
 
 template <class Target>
-bool fillRun(const JobDefinition& definition, const StorageRun& run, KeyUse keyUse,
-             Target& target) {
-    target.jobId = definition.id();
-    target.jobName = toUtf8(definition.name());
-    target.activity = &run.activity;
-    target.failed = &run.failed;
-    target.stop = run.stop;
-    return run.use == StorageUse::end || fillKey(definition, keyUse, run.stop, target);
+bool fillAgreedKey(const JobDefinition& definition, const StorageRun& run, KeyUse keyUse,
+                   Target& target) {
+    return fillKey(
+        run.use, [&](UserKey& key) { return agreeOnKey(definition.user(), keyUse, run.stop, key); },
+        target);
+}
+
+// Of a backup in a folder.
+template <class Target>
+bool fillBackupKey(const JobDefinition& definition, StorageUse use, const std::string& instanceId,
+                   Target& target) {
+    return fillKey(
+        use,
+        [&](UserKey& key) {
+            const LocalPlace place(target.location, target.machine, target.jobId);
+            return findBackupKey(place, instanceId, definition.user(), key);
+        },
+        target);
 }
 
 template <class Target>
@@ -80,22 +100,25 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
                                                  const StorageRun& run,
                                                  const SourceTotals& totals) {
     const auto fill = [&](auto& target) {
+        fillRun(definition, run, target);
         target.compress = definition.compress();
         target.totals = totals;
-        return fillRun(definition, run, KeyUse::backup, target);
     };
     if (isWeb(definition)) {
         WebBackupStorage::Run web;
-        if (!fill(web)) {
+        fill(web);
+        if (!fillAgreedKey(definition, run, KeyUse::backup, web)) {
             return nullptr;
         }
         fillServer(definition, web);
         return std::make_unique<WebBackupStorage>(std::move(web));
     }
     LocalBackupStorage::Run local;
+    fill(local);
     local.location = definition.location();
     local.user = definition.user();
-    if (!findMachine(local.machine) || !fill(local)) {
+    if (!findMachine(local.machine) ||
+        !fillBackupKey(definition, run.use, localInstanceText(run.activity.instanceId), local)) {
         return nullptr;
     }
     return std::make_unique<LocalBackupStorage>(std::move(local));
@@ -104,20 +127,26 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
 std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
                                                    const StorageRun& run) {
     const auto fill = [&](auto& target) {
+        fillRun(definition, run, target);
         fillOrigin(definition, target);
-        return fillRun(definition, run, KeyUse::restore, target);
     };
     if (isWeb(definition)) {
         WebRestoreStorage::Run web;
-        if (!fill(web)) {
+        fill(web);
+        if (!fillAgreedKey(definition, run, KeyUse::restore, web)) {
             return nullptr;
         }
         fillServer(definition, web);
         return std::make_unique<WebRestoreStorage>(std::move(web));
     }
     LocalRestoreStorage::Run local;
+    fill(local);
     local.location = definition.location();
-    if (!fill(local)) {
+    const auto find = [&](UserKey& key) {
+        const LocalPlace place(local.location, local.machine, local.jobDefinitionId);
+        return findRestoreKey(place, local.jobInstanceId, definition.user(), key);
+    };
+    if (!fillKey(run.use, find, local)) {
         return nullptr;
     }
     return std::make_unique<LocalRestoreStorage>(std::move(local));
@@ -126,6 +155,10 @@ std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& d
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,
                                                    const std::string& instanceId, HANDLE stop) {
     if (isWeb(definition)) {
+        // A machine with the wrong key hears of it before it walks its disks, and opens no run.
+        if (UserKey key; !agreeOnKey(definition.user(), KeyUse::backup, stop, key)) {
+            return nullptr;
+        }
         return std::make_unique<Web_Increment_Check>(Web_Increment_Check::Run{
             definition.id(), definition.user(), instanceId, definition.compress(), stop});
     }
@@ -134,7 +167,8 @@ std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& de
     local.jobId = definition.id();
     local.instanceId = instanceId;
     local.stop = stop;
-    if (!findMachine(local.machine) || !fillKey(definition, KeyUse::backup, stop, local)) {
+    if (!findMachine(local.machine) ||
+        !fillBackupKey(definition, StorageUse::items, instanceId, local)) {
         return nullptr;
     }
     return std::make_unique<LocalIncrementCheck>(std::move(local));

@@ -1,8 +1,8 @@
 // Makes what a run talks to, by the definition's storage: the web service of the options, or a
 // folder.
 //
-// Null leaves the last error and is logged. A storage for items has the user's key, agreed on with
-// whoever keeps the backups; a refusal of the key is such a failure. What a run is made of is
+// Null leaves the last error and is logged. A storage for items and an increment check have the
+// user's key, agreed on with whoever keeps the backups; a refusal of the key is such a failure. What a run is made of is
 // borrowed for the storage's life.
 #pragma once
 

@@ -4,6 +4,9 @@
 #include "base/key_error.h"
 #include "base/machine_name.h"
 #include "job/scripted_job.h"
+#include "settings/keymanager.h"
+#include "settings/recoveryfile.h"
+#include "storage/userkey.h"
 
 namespace dorvo {
 namespace {
@@ -14,9 +17,21 @@ class StorageFactoryTest : public ScriptedJobTest {
 protected:
     static std::wstring location() { return dataPath(L"\\disk"); }
 
-    static std::unique_ptr<Scripted<BackupJob>> makeBackup(Script& script) {
+    static void importKey(const std::string& user) {
+        const std::wstring file = dataPath(L"\\recovery file");
+        write(file, sealRecoveryFile(user, std::string(recoveryKeySize, 'k'), "sesame",
+                                     std::string(recoverySaltSize, 's'),
+                                     std::string(recoveryNonceSize, 'n'), {2, 8, 1}));
+        std::string owner;
+        ASSERT_TRUE((
+            ATL::CComSingleton<KeyManagerImpl, ATL::CComAutoCriticalSection>::instance()->importKey(
+                user.c_str(), "sesame", file.c_str(), owner)));
+    }
+
+    static std::unique_ptr<Scripted<BackupJob>> makeBackup(Script& script,
+                                                           const std::string& user = "alice") {
         createDirectories(dataPath(L"\\job\\b"));
-        auto definition = std::make_unique<BackupJobDefinition>("b", L"backup", "alice");
+        auto definition = std::make_unique<BackupJobDefinition>("b", L"backup", user);
         definition->setSource({sources()});
         definition->useLocalStorage(location());
         BackupJob::Services services;
@@ -57,6 +72,34 @@ TEST_F(StorageFactoryTest, AFolderGivesBackWhatItWasGiven) {
     EXPECT_TRUE(restore->errors().empty());
     EXPECT_TRUE(exists(target() + L"\\empty"));
     EXPECT_EQ(contentOf(target() + L"\\deep\\big"), contentOf(sources() + L"\\deep\\big"));
+}
+
+// As on a machine that made a key of its own before the recovery file came to it.
+TEST_F(StorageFactoryTest, EachBackupGetsTheKeyThatItWasMadeWith) {
+    createDirectories(location());
+    write(sources() + L"\\a", "content");
+    importKey("there");
+    auto backup = makeBackup(script_, "there");
+    run(*backup);
+    ASSERT_EQ(backup->state(), completed);
+
+    UserKey own;
+    ASSERT_TRUE(ownKey("here", own));
+    auto restore = makeRestore(script_, backup->instanceText(), "here");
+    run(*restore);
+    EXPECT_EQ(restore->record().endError, errorKeyForeign);
+    importKey("here");
+    run(*restore);
+    EXPECT_EQ(restore->state(), completed);
+    EXPECT_EQ(contentOf(target() + L"\\a"), "content");
+
+    backup.reset();
+    rm_rf(dataPath(L"\\job\\b"), true);
+    backup = makeBackup(script_, "here");
+    write(sources() + L"\\b", "more");
+    run(*backup);
+    EXPECT_EQ(backup->state(), completed);
+    EXPECT_EQ(backup->record().fileCount, 1u) << "one was carried over, and can be read with it";
 }
 
 TEST_F(StorageFactoryTest, RefusalsEndTheRun) {

@@ -52,6 +52,15 @@ bool argumentsAreRight(const char* user, size_t keyLen, size_t ivLen) {
     return sizesAreRight(keyLen, ivLen);
 }
 
+std::string checksumOf(const std::string& bytes) {
+    return Md5::of(std::as_bytes(std::span(bytes)));
+}
+
+// No name of a user has a line feed.
+std::string beginningOfImported(const std::string& user) {
+    return user + '\n';
+}
+
 void split(const std::string& bytes, unsigned char* key, unsigned char* iv) {
     std::copy_n(bytes.begin(), aesKeySize, key);
     std::copy_n(bytes.begin() + aesKeySize, aesIvSize, iv);
@@ -165,37 +174,38 @@ bool KeyManagerImpl::usable() {
     return loaded_;
 }
 
-bool KeyManagerImpl::storedKey(const std::string& user, std::string& bytes) const {
+bool KeyManagerImpl::storedKey(const std::string& entry, std::string& bytes) const {
     try {
-        bytes = decodeBase64(keys_.at(user).get_str());
+        bytes = decodeBase64(keys_.at(entry).get_str());
         if (bytes.size() == aesKeySize + aesIvSize) {
             return true;
         }
     } catch (const std::runtime_error&) {
         bytes.clear();
     }
-    log(LogLevel::error, "The stored key of user {%s} is damaged.\n", user.c_str());
+    log(LogLevel::error, "The stored key of user {%s} is damaged.\n",
+        entry.substr(0, entry.find('\n')).c_str());
     SetLastError(ERROR_DECRYPTION_FAILED);
     return false;
 }
 
 // Another program may have put a key there since the file was read.
-bool KeyManagerImpl::holds(const std::string& user) {
-    if (!keys_.contains(user) && !isMissing(storePath(fileName))) {
+bool KeyManagerImpl::holds(const std::string& entry) {
+    if (!keys_.contains(entry) && !isMissing(storePath(fileName))) {
         loaded_ = false;
     }
-    return usable() && keys_.contains(user);
+    return usable() && keys_.contains(entry);
 }
 
-// ERROR_NOT_FOUND when the user has none.
-bool KeyManagerImpl::heldKey(const char* user, std::string& bytes) {
-    if (!holds(user)) {
+// ERROR_NOT_FOUND when there is none.
+bool KeyManagerImpl::heldKey(const std::string& entry, std::string& bytes) {
+    if (!holds(entry)) {
         if (loaded_) {
             SetLastError(ERROR_NOT_FOUND);
         }
         return false;
     }
-    return storedKey(user, bytes);
+    return storedKey(entry, bytes);
 }
 
 bool KeyManagerImpl::findKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
@@ -214,20 +224,32 @@ bool KeyManagerImpl::findKey(const char* user, unsigned char* key, size_t keyLen
     return true;
 }
 
-bool KeyManagerImpl::findHeldKey(const char* user, unsigned char* key, size_t keyLen,
-                                 unsigned char* iv, size_t ivLen) {
+bool KeyManagerImpl::findHeldKey(const char* user, const char* md5, unsigned char* key,
+                                 size_t keyLen, unsigned char* iv, size_t ivLen) {
     const FunctionTrace trace("KeyManagerImpl::findHeldKey", "keymanager.cpp");
-    if (!argumentsAreRight(user, keyLen, ivLen)) {
+    if (!argumentsAreRight(user, keyLen, ivLen) || isEmpty(md5)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
     const std::lock_guard guard(lock_);
     std::string bytes;
     const WipeAtEnd wiped(bytes);
-    if (!heldKey(user, bytes)) {
+    const bool own = heldKey(user, bytes) && checksumOf(bytes) == md5;
+    if (!own && !heldKey(beginningOfImported(user) + md5, bytes)) {
         return false;
     }
     split(bytes, key, iv);
     return true;
+}
+
+size_t KeyManagerImpl::importedKeys(const char* user) {
+    if (isEmpty(user)) {
+        return 0;
+    }
+    const std::string beginning = beginningOfImported(user);
+    const std::lock_guard guard(lock_);
+    const auto imported = [&](const auto& entry) { return entry.first.starts_with(beginning); };
+    return static_cast<size_t>(std::count_if(keys_.begin(), keys_.end(), imported));
 }
 
 bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
@@ -241,9 +263,9 @@ bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
     }
 }
 
-bool KeyManagerImpl::addKey(const char* user, const std::string& bytes) {
+bool KeyManagerImpl::addKey(const std::string& entry, const std::string& bytes) {
     std::map<std::string, json_spirit::Value> keys = keys_;
-    keys[user] = encodeBase64(bytes);
+    keys[entry] = encodeBase64(bytes);
     if (!save(keys)) {
         return false;
     }
@@ -263,8 +285,25 @@ bool KeyManagerImpl::keyChecksum(const char* user, std::string& md5) {
     if (!heldKey(user, bytes)) {
         return false;
     }
-    md5 = Md5::of(std::as_bytes(std::span(bytes)));
+    md5 = checksumOf(bytes);
     return true;
+}
+
+// The own key stays the own one: it is in no recovery file perhaps, the imported one is.
+bool KeyManagerImpl::takeKey(const std::string& user, const std::string& bytes) {
+    std::string held;
+    const WipeAtEnd wiped(held);
+    std::string entry = user;
+    if (heldKey(entry, held)) {
+        if (held == bytes) {
+            return true;
+        }
+        entry = beginningOfImported(user) + checksumOf(bytes);
+        if (heldKey(entry, held)) {
+            return true;
+        }
+    }
+    return GetLastError() == ERROR_NOT_FOUND && addKey(entry, bytes);
 }
 
 }  // namespace dorvo

@@ -1,8 +1,10 @@
-// The machine's global key, which encodes the secret stores, and each user's encryption key.
+// The machine's global key, which encodes the secret stores, and each user's encryption keys.
 //
-// The global key is made once a machine and kept in the registry. A user's key is made when it is
-// first asked for and kept encoded in "\keys" of the data directory; what is in that file is never
-// given up: while it is there and cannot be read, or a user's entry is damaged, no key is made.
+// The global key is made once a machine and kept in the registry. A user has one key that is the
+// machine's own, made when it is first asked for, or imported before that; further ones may be
+// imported beside it, for the backups that were made with them. They are kept encoded in "\keys" of
+// the data directory; what is in that file is never given up: while it is there and cannot be read,
+// or a user's entry is damaged, no key is made.
 // One object a process, reached through CComSingleton<KeyManagerImpl, CComAutoCriticalSection>.
 // Any thread. Failures are logged and leave the last error set.
 #pragma once
@@ -38,31 +40,35 @@ public:
     static bool encryptStringToTextFile(const wchar_t* path, const std::string& text);
     static bool decryptStringFromTextFile(const wchar_t* path, std::string& text);
 
-    // The user's 16 bytes of key and 16 of IV, made and saved when the user has none. Nothing is
+    // The user's own 16 bytes of key and 16 of IV, made and saved when there is none. Nothing is
     // handed out that is not safely in the file. ERROR_DECRYPTION_FAILED when the file or the
     // user's entry cannot be read.
     bool findKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
                  size_t ivLen);
 
-    // The MD5 of the user's 32 bytes (key, then IV) as 32 hexadecimal digits. Makes no key:
+    // The MD5 of the user's own 32 bytes (key, then IV) as 32 hexadecimal digits. Makes no key:
     // ERROR_NOT_FOUND when the user has none.
     bool keyChecksum(const char* user, std::string& md5);
 
-    // As findKey, but makes none: ERROR_NOT_FOUND when the user has none.
-    bool findHeldKey(const char* user, unsigned char* key, size_t keyLen, unsigned char* iv,
-                     size_t ivLen);
+    // As findKey, but the one of the user's keys that has this checksum, own or imported. Makes
+    // none: ERROR_NOT_FOUND when the user has no such key.
+    bool findHeldKey(const char* user, const char* md5, unsigned char* key, size_t keyLen,
+                     unsigned char* iv, size_t ivLen);
 
-    // Writes the user's key to a recovery file that the passphrase opens. It appears under its
+    // How many keys were imported beside the user's own. 0 also when they cannot be read.
+    size_t importedKeys(const char* user);
+
+    // Writes the user's own key to a recovery file that the passphrase opens. It appears under its
     // name only when it is whole and on the disk, readable by its owner and administrators where
     // the file system knows them. Never replaces a file: ERROR_FILE_EXISTS. Makes no key:
     // ERROR_NOT_FOUND when the user has none. 87 for an empty user, passphrase or file.
     bool exportKey(const char* user, const char* passphrase, const wchar_t* file);
 
     // Takes the key from a recovery file; `owner` becomes the user whose it is. An empty user
-    // stands for whoever that is. A key that the user has already stays: the same one is a success,
-    // another one errorKeyHeld. errorWrongPassphrase, errorRecoveryFileDamaged, and
-    // errorRecoveryFileOfOther (with `owner` filled) when the file is another user's; else the
-    // code of what failed. Nothing has changed then.
+    // stands for whoever that is. It becomes the user's own where there is none; a key that is
+    // there stays, and the imported one is kept beside it. errorWrongPassphrase,
+    // errorRecoveryFileDamaged, and errorRecoveryFileOfOther (with `owner` filled) when the file is
+    // another user's; else the code of what failed. Nothing has changed then.
     bool importKey(const char* user, const char* passphrase, const wchar_t* file,
                    std::string& owner);
 
@@ -70,15 +76,17 @@ private:
     bool init();
     bool save(const std::map<std::string, json_spirit::Value>& keys) const;
     bool usable();
-    bool holds(const std::string& user);
-    bool storedKey(const std::string& user, std::string& bytes) const;
-    bool heldKey(const char* user, std::string& bytes);
+    bool holds(const std::string& entry);
+    bool storedKey(const std::string& entry, std::string& bytes) const;
+    bool heldKey(const std::string& entry, std::string& bytes);
     bool makeKey(const char* user, std::string& bytes);
-    bool addKey(const char* user, const std::string& bytes);
+    bool addKey(const std::string& entry, const std::string& bytes);
+    bool takeKey(const std::string& user, const std::string& bytes);
 
-    CriticalSection lock_;                            // guards what follows, and the file
-    std::map<std::string, json_spirit::Value> keys_;  // user -> Base64 of 32 bytes
-    bool loaded_ = false;                             // keys_ is what the file holds
+    CriticalSection lock_;  // guards what follows, and the file
+    // The user, or the user, a line feed and the checksum of an imported key -> Base64 of 32 bytes.
+    std::map<std::string, json_spirit::Value> keys_;
+    bool loaded_ = false;  // keys_ is what the file holds
 };
 
 }  // namespace dorvo

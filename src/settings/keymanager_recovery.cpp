@@ -118,9 +118,7 @@ bool KeyManagerImpl::importKey(const char* user, const char* passphrase, const w
         return failed(GetLastError());
     }
     std::string bytes;
-    std::string held;
-    const WipeAtEnd wipedBytes(bytes);
-    const WipeAtEnd wipedHeld(held);
+    const WipeAtEnd wiped(bytes);
     try {
         switch (openRecoveryFile(text, passphrase, owner, bytes)) {
             case RecoveryFile::opened: break;
@@ -131,11 +129,7 @@ bool KeyManagerImpl::importKey(const char* user, const char* passphrase, const w
             return failed(errorRecoveryFileOfOther);
         }
         const std::lock_guard guard(lock_);
-        if (heldKey(owner.c_str(), held)) {
-            return held == bytes || failed(errorKeyHeld);
-        }
-        return (GetLastError() == ERROR_NOT_FOUND && addKey(owner.c_str(), bytes)) ||
-               failed(GetLastError());
+        return takeKey(owner, bytes) || failed(GetLastError());
     } catch (const std::exception& error) {
         log(LogLevel::error, "Failed to take the key from \"%s\": %s.\n", toUtf8(file).c_str(),
             error.what());

@@ -27,6 +27,11 @@ bool find(KeyManagerImpl& keys, const char* user, Record& record) {
     return keys.findKey(user, record.data(), aesKeySize, record.data() + aesKeySize, aesIvSize);
 }
 
+bool findHeld(KeyManagerImpl& keys, const char* user, const std::string& md5, Record& record) {
+    return keys.findHeldKey(user, md5.c_str(), record.data(), aesKeySize,
+                            record.data() + aesKeySize, aesIvSize);
+}
+
 // Who may open the file, as an SDDL text: "D:P(A;;FA;;;BA)...".
 std::wstring accessTo(const std::wstring& path) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -334,14 +339,32 @@ TEST_F(Keys, GoToAnotherMachineInARecoveryFile) {
     ASSERT_TRUE(find(*std::make_unique<KeyManagerImpl>(), "alice", imported));
     EXPECT_EQ(imported, alice);
 
+    // Where the user has a key already it stays, and the imported one is found by its checksum.
     DeleteFileW(path_.c_str());
-    KeyManagerImpl other;
-    Record own{};
-    ASSERT_TRUE(find(other, "alice", own));
-    EXPECT_FALSE(other.importKey("alice", "open sesame", file.c_str(), owner));
-    EXPECT_EQ(GetLastError(), errorKeyHeld);
-    ASSERT_TRUE(find(*std::make_unique<KeyManagerImpl>(), "alice", imported));
-    EXPECT_EQ(imported, own);
+    std::string own;
+    std::string taken = Md5::of(std::as_bytes(std::span(alice)));
+    {
+        KeyManagerImpl other;
+        Record made{};
+        ASSERT_TRUE(find(other, "alice", made));
+        own = Md5::of(std::as_bytes(std::span(made)));
+        EXPECT_FALSE(findHeld(other, "alice", taken, imported));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_FOUND});
+        for (int again = 0; again < 2; ++again) {
+            ASSERT_TRUE(other.importKey("alice", "open sesame", file.c_str(), owner));
+            EXPECT_EQ(other.importedKeys("alice"), 1u);
+        }
+    }
+    KeyManagerImpl both;
+    std::string md5;
+    ASSERT_TRUE(both.keyChecksum("alice", md5));
+    EXPECT_EQ(md5, own);
+    EXPECT_TRUE(findHeld(both, "alice", own, imported));
+    EXPECT_NE(imported, alice);
+    EXPECT_TRUE(findHeld(both, "alice", taken, imported));
+    EXPECT_EQ(imported, alice);
+    EXPECT_FALSE(findHeld(both, "ali", taken, imported));
+    EXPECT_EQ(both.importedKeys("ali"), 0u);
 
     WIN32_FIND_DATAW found{};
     EXPECT_EQ(FindFirstFileW((folder + L"\\*.new").c_str(), &found), INVALID_HANDLE_VALUE);

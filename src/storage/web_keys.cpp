@@ -33,16 +33,6 @@ bool fail(const std::string& user, uint32_t error) {
     return false;
 }
 
-bool heldKey(const std::string& user, UserKey& key) {
-    return keys().findHeldKey(user.c_str(), key.key.data(), key.key.size(), key.iv.data(),
-                              key.iv.size());
-}
-
-bool heldOrMadeKey(const std::string& user, UserKey& key) {
-    return keys().findKey(user.c_str(), key.key.data(), key.key.size(), key.iv.data(),
-                          key.iv.size());
-}
-
 // Empty when the user has none. False when that is not to be found out.
 bool ownChecksum(const std::string& user, std::string& md5) {
     md5.clear();
@@ -118,24 +108,13 @@ bool agreeOnKey(const std::string& user, KeyUse use, HANDLE stop, UserKey& key) 
     if (!askService(session, held)) {
         return false;
     }
-    if (!held.empty() && own != held) {
-        return fail(user, own.empty() ? errorKeyMissing : errorKeyForeign);
+    if (!held.empty()) {
+        return heldKey(user, held, key) || fail(user, GetLastError());
     }
-    if (own.empty() && !(heldOrMadeKey(user, key) && ownChecksum(user, own))) {
+    if (own.empty() && !(ownKey(user, key) && ownChecksum(user, own))) {
         return fail(user, GetLastError());
     }
-    if (held.empty() && !tellService(session, own)) {
-        return false;
-    }
-    return heldKey(user, key) || fail(user, GetLastError());
-}
-
-bool findLocalKey(const std::string& user, KeyUse use, UserKey& key) {
-    if (use == KeyUse::backup ? heldOrMadeKey(user, key) : heldKey(user, key)) {
-        return true;
-    }
-    const DWORD error = GetLastError();
-    return fail(user, error == ERROR_NOT_FOUND ? errorKeyMissing : error);
+    return tellService(session, own) && (heldKey(user, own, key) || fail(user, GetLastError()));
 }
 
 }  // namespace dorvo

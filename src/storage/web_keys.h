@@ -6,12 +6,11 @@
 
 #include <windows.h>
 
-#include <array>
-#include <cstdint>
 #include <string>
 
 #include "http_util/command_to_server.h"
 #include "json_spirit/json_spirit.h"
+#include "storage/userkey.h"
 
 namespace dorvo {
 
@@ -31,23 +30,15 @@ public:
 
 enum class KeyUse { backup, restore };
 
-struct UserKey {
-    std::array<uint8_t, 16> key{};
-    std::array<uint8_t, 16> iv{};
-};
-
-// Gives the user's key before a run starts at the web service that the options name. A key is made
-// only for a backup, and only when neither the service nor this machine has one. Logs in again as a
-// Web_Session does; `stop` (borrowed, may be null) breaks it off. Not for ending or cancelling a
-// run, which needs no key.
+// Gives the user's key before a run starts at the web service that the options name: of those on
+// this machine the one that the service knows, and where it knows none the machine's own, which it
+// then is told. A key is made only for a backup, and only when neither the service nor this machine
+// has one. Logs in again as a Web_Session does; `stop` (borrowed, may be null) breaks it off. Not
+// for ending or cancelling a run, which needs no key.
 //
 // False is logged and leaves the last error: errorKeyMissing or errorKeyForeign, which another try
 // does not mend; the key store's errors; socket errors and marked HTTP statuses as they are; 87
 // when no server is set, 13 for an answer that is none.
 bool agreeOnKey(const std::string& user, KeyUse use, HANDLE stop, UserKey& key);
-
-// The same for storages that keep no MD5: asks nobody. For a restore errorKeyMissing when the user
-// has no key.
-bool findLocalKey(const std::string& user, KeyUse use, UserKey& key);
 
 }  // namespace dorvo

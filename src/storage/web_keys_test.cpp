@@ -8,10 +8,12 @@
 
 #include "base/http_error.h"
 #include "base/key_error.h"
+#include "base/md5.h"
 #include "http_util/http_connections.h"
 #include "settings/cookiemanager.h"
 #include "settings/keymanager.h"
 #include "settings/options.h"
+#include "settings/recoveryfile.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
 
@@ -52,6 +54,18 @@ protected:
         return singleton<KeyManagerImpl>().keyChecksum(user.c_str(), md5) ? md5 : "";
     }
 
+    // A key of 32 such characters; gives its checksum.
+    static std::string importKey(const std::string& user, char each) {
+        const std::string bytes(recoveryKeySize, each);
+        const std::wstring file = dataPath(L"\\recovery file");
+        write(file, sealRecoveryFile(user, bytes, "sesame", std::string(recoverySaltSize, 's'),
+                                     std::string(recoveryNonceSize, 'n'), {2, 8, 1}));
+        std::string owner;
+        EXPECT_TRUE(
+            singleton<KeyManagerImpl>().importKey(user.c_str(), "sesame", file.c_str(), owner));
+        return Md5::of(std::as_bytes(std::span(bytes)));
+    }
+
     Names seen_;  // endpoints
     std::string exported_;
     std::string held_;
@@ -85,7 +99,7 @@ TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
         const char* name;
         KeyUse use;
         bool own;
-        std::string held;  // "own": that of the user's key
+        std::string held;  // "own", "imported": that of the user's key
         uint32_t error;
         Names seen;
         const char* exportStatus = "200 OK";
@@ -103,7 +117,9 @@ TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
         {"the same key", backup, true, "own", 0, {"get"}},
         {"another key", backup, true, other, errorKeyForeign, {"get"}},
         {"a new machine", backup, false, other, errorKeyMissing, {"get"}},
+        {"an imported key", backup, true, "imported", 0, {"get"}},
         {"restore with the same key", restore, true, "own", 0, {"get"}},
+        {"restore with an imported key", restore, true, "imported", 0, {"get"}},
         {"restore with another key", restore, true, other, errorKeyForeign, {"get"}},
         {"restore on a new machine", restore, false, other, errorKeyMissing, {}},
         {"restore that the service forgot", restore, true, none, 0, {"get", "export"}},
@@ -118,9 +134,14 @@ TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
         const std::string user = newUser();
         UserKey own;
         if (row.own) {
-            ASSERT_TRUE(findLocalKey(user, backup, own));
+            ASSERT_TRUE(ownKey(user, own));
         }
         held_ = row.held == "own" ? R"({"md5":")" + checksum(user) + "\"}" : row.held;
+        if (row.held == "imported") {
+            const std::string md5 = importKey(user, 'k');
+            ASSERT_TRUE(heldKey(user, md5, own)) << "and the own one stays";
+            held_ = R"({"md5":")" + md5 + "\"}";
+        }
         exportStatus_ = row.exportStatus;
         seen_.clear();
         UserKey key;
@@ -157,21 +178,8 @@ TEST_F(WebKeysTest, AServiceOutOfReachIsNoAnswer) {
     EXPECT_EQ(checksum(user), "");
 }
 
-TEST_F(WebKeysTest, WithoutAServiceARestoreMakesNoKey) {
-    const std::string user = newUser();
-    UserKey key;
-    UserKey again;
-    EXPECT_FALSE(findLocalKey(user, KeyUse::restore, key));
-    EXPECT_EQ(GetLastError(), errorKeyMissing);
-    EXPECT_EQ(checksum(user), "");
-    ASSERT_TRUE(findLocalKey(user, KeyUse::backup, key));
-    ASSERT_TRUE(findLocalKey(user, KeyUse::restore, again));
-    EXPECT_EQ(key.key, again.key);
-    EXPECT_TRUE(seen_.empty());
-}
-
 TEST(KeyErrors, AreNoOthersAndHaveWords) {
-    for (uint32_t code = errorKeyMissing; code <= errorKeyHeld; ++code) {
+    for (uint32_t code = errorKeyMissing; code <= errorRecoveryFileOfOther; ++code) {
         EXPECT_TRUE(isKeyError(code));
         EXPECT_FALSE(hasHttpMark(code));
         EXPECT_NE(keyErrorText(code, "alice"), keyErrorText(0));
