@@ -3,6 +3,7 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "base/volume_root.h"
 #include "job/activity/sourcerecord.h"
 #include "job/restorepathlinks.h"
 #include "storage/restoretarget.h"
@@ -36,6 +37,7 @@ RestoreItems::RestoreItems(RestoreJob& job, JobActivitySourceReader& reader, std
     auto policy =
         std::make_unique<RestoreOtherLocationPolicy>(wanted.conflict(), location.c_str(), prefix_);
     root_ = policy->location();
+    dressRoot_ = !prefix_.empty() && !isVolumeRoot(prefix_);
     policy_ = std::move(policy);
 }
 
@@ -47,8 +49,7 @@ bool RestoreItems::transfer(const Item& item) {
             reason_.c_str());
         return false;
     }
-    return item.directory ? job_.storage_->restoreDirectory(item.path.c_str(), target.c_str())
-                          : restoreFile(item);
+    return item.directory ? restoreDirectory(item.path, target) : restoreFile(item);
 }
 
 bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstring& target) {
@@ -67,6 +68,12 @@ bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstr
     reason_ = restorePathText(fault);
     SetLastError(restorePathCode(fault));
     return false;
+}
+
+bool RestoreItems::restoreDirectory(const std::wstring& path, const std::wstring& target) {
+    bool existed = false;
+    return isDressed(target) ? job_.storage_->restoreDirectory(path.c_str(), target.c_str())
+                             : makeRestoredDirectory(target, existed);
 }
 
 bool RestoreItems::restoreFile(const Item& item) {
@@ -114,7 +121,8 @@ bool RestoreItems::allThrough() {
         uint64_t number = 0;
         std::wstring target;
         if (tag != tagDirectory || !reader.entry(path, data, number) ||
-            !findPlace(path, true, target) || dressRestoredDirectory(target, data)) {
+            !findPlace(path, true, target) || !isDressed(target) ||
+            dressRestoredDirectory(target, data)) {
             continue;
         }
         log(LogLevel::error, "Failed to set the times of directory {%s}, error-code = %d, %m.\n",

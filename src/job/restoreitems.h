@@ -22,6 +22,9 @@ private:
     // Where the item would go if nothing were there. False, with the last error and reason_ set,
     // when that is no place to restore to.
     bool findPlace(const std::wstring& path, bool directory, std::wstring& target);
+    bool restoreDirectory(const std::wstring& path, const std::wstring& target);
+    // Whether the item's attributes and times are for the target.
+    bool isDressed(const std::wstring& target) const { return dressRoot_ || target != root_; }
     bool restoreFile(const Item& item);
     // What is there is kept. Always true.
     bool leaveOut(const Item& item);
@@ -30,6 +33,8 @@ private:
     const std::wstring list_;  // the source list's path
     std::wstring root_;        // the chosen folder, empty for the original place
     std::wstring prefix_;      // what the root stands for
+    // False where the root stands for a drive, whose attributes would hide it.
+    bool dressRoot_ = false;
     std::unique_ptr<RestoreLocationPolicy> policy_;
 };
 

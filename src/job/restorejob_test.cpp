@@ -159,6 +159,26 @@ TEST_F(RestoreJobTest, DirectoriesHaveTheirTimesAfterTheirFiles) {
     EXPECT_EQ(job->errors(), Names{"e 5 "}) << "failed once";
 }
 
+TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
+    for (const wchar_t* prefix : {L"", L"C:\\"}) {
+        SCOPED_TRACE(toUtf8(prefix));
+        rm_rf(target(), true);
+        prefix_ = prefix;
+        script_ = {};
+        script_.catalog = {item(L"C:", true), item(L"C:\\d", true)};
+        script_.catalog[0].data.dwFileAttributes |= FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+        const auto job = makeRestore();
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_TRUE(job->errors().empty());
+        EXPECT_EQ(script_.stored(), Names{"d"});
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        ASSERT_TRUE(GetFileAttributesExW(target().c_str(), GetFileExInfoStandard, &data));
+        EXPECT_EQ(data.dwFileAttributes, DWORD{FILE_ATTRIBUTE_DIRECTORY});
+        EXPECT_NE(toTicks(data.ftLastWriteTime), toTicks(item(L"").data.ftLastWriteTime));
+    }
+}
+
 TEST_F(RestoreJobTest, WhatWasReceivedStaysWhileTheRunMayGoOn) {
     const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
     const auto job = makeRestore();

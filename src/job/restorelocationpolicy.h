@@ -55,7 +55,6 @@ public:
     bool targetPath(const wchar_t* original, bool noCheck, std::wstring& target) const override;
 
     const std::wstring& location() const { return location_; }
-    const std::wstring& sourcePrefix() const { return sourcePrefix_; }
 
 private:
     std::wstring location_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "base/volume_root.h"
+
 namespace dorvo {
 namespace {
 
@@ -122,10 +124,6 @@ size_t rootLength(Text path) {
     }
     const size_t share = path.find(L'\\', 2);
     return share == Text::npos ? path.size() : std::min(path.find(L'\\', share + 1), path.size());
-}
-
-bool isVolumeRoot(Text path) {
-    return withoutSeparator(path).size() <= rootLength(path);
 }
 
 Fault checkPath(Text path) {

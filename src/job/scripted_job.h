@@ -342,7 +342,7 @@ protected:
         }
         auto definition = std::make_unique<RestoreJobDefinition>("j1", L"job", "alice");
         definition->setOrigin("machine", "backup", "7f0b1e5a-1d2c-4e3f-8a9b-0c1d2e3f4a5b");
-        definition->setTarget(target(), L"C:\\sources\\");
+        definition->setTarget(target(), prefix_);
         definition->setSource(std::move(paths));
         definition->setConflict(conflict);
         return std::make_unique<ScriptedRestore>(script_, std::move(definition),
@@ -355,6 +355,7 @@ protected:
     }
 
     Script script_;
+    std::wstring prefix_ = L"C:\\sources\\";  // of restores
     bool snapshots_ = false;
     bool waitForServer_ = false;
 };

@@ -4,6 +4,7 @@
 
 #include "base/last_error.h"
 #include "base/paths.h"
+#include "base/volume_root.h"
 
 namespace dorvo {
 namespace {
@@ -40,19 +41,6 @@ bool moveFile(const std::wstring& from, const std::wstring& to, DWORD flags) {
 std::wstring folderOf(const std::wstring& path) {
     const size_t end = path.find_last_of(L'\\');
     return end == std::wstring::npos ? std::wstring() : path.substr(0, end);
-}
-
-// True of "C:", "C:\", "\\server\share" and "\\server\share\".
-bool isVolumeRoot(std::wstring_view path) {
-    if (path.ends_with(L'\\')) {
-        path.remove_suffix(1);
-    }
-    if (!path.starts_with(L"\\\\")) {
-        return path.size() <= 2;
-    }
-    const size_t share = path.find(L'\\', 2);
-    return share == std::wstring_view::npos ||
-           path.find(L'\\', share + 1) == std::wstring_view::npos;
 }
 
 bool makeFolder(const std::wstring& path, bool& existed) {
