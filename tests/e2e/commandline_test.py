@@ -28,6 +28,17 @@ class CommandLineTest(SystemTest):
                  (["start", "no-such-job"], "", None, "no-such-job"),
                  (["resume", "..\\..\\x"], "", None, "x"),
                  (["show", "no-such-job"], "", None, "no-such-job"),
+                 (["restore"], "", USAGE, "INSTANCE"),
+                 (["restore", "latest"], "", FAILED, "latest"),
+                 (["restore", "no-such-run"], "", FAILED, "no-such-run"),
+                 (["restore", "latest", "--conflict", "perhaps"], "", USAGE, "perhaps"),
+                 (["restore", "latest", "--prefix", tree], "", USAGE, "--to"),
+                 (["restore", "latest", "--local", tree + r"\nowhere"], "", USAGE, "nowhere"),
+                 (["files", "no-such-run"], "", FAILED, "no-such-run"),
+                 (["key", "export", tree + r"\key", "--passphrase-stdin"], "secret\n", FAILED, "key"),
+                 (["key", "import", tree + r"\a.txt", "--passphrase-stdin"], "secret\n", FAILED, "a.txt"),
+                 (["key", "import", tree + r"\a.txt", "--passphrase-stdin"], "", USAGE, "passphrase"),
+                 (["logout", "nobody"], "", FAILED, "nobody"),
                  (["frobnicate"], "", USAGE, "frobnicate"),
                  ([], "", USAGE, "agent")]
         for arguments, typed, code, word in table:
@@ -59,6 +70,9 @@ class CommandLineTest(SystemTest):
         system.server.add_user("other", "another password")
         system.machine.agent("login", "other", "--password-stdin", stdin="another password\n")
         self.assertEqual(system.machine.listing("instances", "--user", "other"), [])
+        for command in ("files", "restore"):
+            run = system.machine.agent(command, system.instance(), "--user", "other", code=FAILED)
+            self.assertIn(system.instance(), run.err)
 
 
 if __name__ == "__main__":

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""./dev demo [DIR]: real backups of a real tree to a real server, and a proof of every stored byte.
+"""./dev demo [DIR]: real backups of a real tree to a real server, and the way back.
 
-Works on a copy of DIR (default: a few thousand headers and sources that setup installs), so that it
-can change a file; everything it makes is gone when it ends.
+Proves every stored byte, wipes the tree, restores it, and does so once more on a second, empty
+machine with the key from a recovery file. Works on a copy of DIR (default: more than a thousand
+headers and sources that setup installs) and on files with odd names; all is gone when it ends.
 """
 
 import argparse
@@ -13,13 +14,15 @@ import sys
 import tempfile
 import time
 
+import trees
 import verify
 from layout import BUILD
 from machine import Machine, windows_path
 from server import Server
 
 USER, PASSWORD = "demo", "a password for demonstrations"
-DEFAULT = [f"/usr/include/boost/{name}" for name in ("asio", "beast", "fusion", "json", "spirit")]
+PASSPHRASE = "a passphrase for demonstrations"
+DEFAULT = [f"/usr/include/boost/{name}" for name in ("asio", "beast", "json")]
 DEFAULT += ["/usr/include/openssl", "/usr/src/googletest"]
 
 
@@ -47,8 +50,9 @@ def echo(text):
 class Demo:
     def __init__(self, folder, sources, ending):
         """What is started is stopped by the exit stack `ending`."""
-        self.tree = folder / "source"
+        self.folder, self.tree, self.ending = folder, folder / "source", ending
         copy(sources, self.tree)
+        trees.make_odd_files(self.tree)
         self.files = [p for p in self.tree.rglob("*") if p.is_file()]
         size = sum(p.stat().st_size for p in self.files)
         print(f"  {len(self.files)} files, {size / 1e6:.1f} MB, copied from {', '.join(map(str, sources))}")
@@ -57,49 +61,75 @@ class Demo:
         self.server.start()
         ending.callback(self.server.stop)
         print(f"  storage-server listens on 127.0.0.1:{self.server.port}, data in {self.server.data}")
-        self.machine = Machine(folder / "machine")
-        ending.callback(self.machine.close)
-        self.machine.connect(self.server.address, USER, PASSWORD)
-        print(f"  agent.exe is logged in as {USER}")
+        self.machine = self.add_machine("first")
 
-    def back_up(self):
-        """Runs the backup and counts what it sent by the server's own log: files and blocks."""
+    def add_machine(self, name):
+        machine = Machine(self.folder / name, name)
+        self.ending.callback(machine.close)
+        machine.connect(self.server.address, USER, PASSWORD)
+        print(f"  agent.exe is logged in as {USER} on the machine '{name}'")
+        return machine
+
+    def transfer(self, machine, endpoint, *arguments):
+        """Runs a job and counts the blocks that it sent or fetched by the server's own log."""
         before = self.server.log()
         started = time.monotonic()
         # On a terminal the agent draws its own live line.
-        run = self.machine.start("backup", windows_path(self.tree), echo=echo, terminal=sys.stdout.isatty())
+        run = machine.start(*arguments, echo=echo, terminal=sys.stdout.isatty())
         if (code := run.wait(4 * 3600)) != 0:
             raise Failed(f"the agent ended with {code}")
         lines = self.server.log()[len(before):].splitlines()
-        blocks = sum("uploadblock.php" in line for line in lines)
-        print(f"  took {time.monotonic() - started:.1f} s, peak memory {run.peak_kib / 1024:.0f} MiB, sent {blocks} blocks")
+        blocks = sum(endpoint in line for line in lines)
+        print(f"  took {time.monotonic() - started:.1f} s, peak memory {run.peak_kib / 1024:.0f} MiB, {blocks} blocks")
         return blocks
 
+    def back_up(self):
+        return self.transfer(self.machine, "uploadblock.php", "backup", windows_path(self.tree))
+
+    def restore(self, machine, target, expected, *options):
+        self.transfer(machine, "DownloadFileBlock.php", "restore", self.instance(), *options)
+        found = trees.differences(expected, trees.snapshot(target))
+        if found:
+            raise Failed(f"{target} is not what was backed up:\n" + "\n".join(found[:20]))
+        print(f"  {len(expected)} files and folders compared: names, bytes, read-only marks and times are as they were")
+
+    def instance(self):
+        return max(self.machine.listing("instances"), key=lambda i: i["starttime"])["jobinstanceid"]
+
     def prove(self):
-        instances = self.machine.listing("instances")
-        instance = max(instances, key=lambda i: i["starttime"])["jobinstanceid"]
-        found = verify.differences(self.server.data, instance, self.tree, *self.machine.user_key(USER))
+        found = verify.differences(self.server.data, self.instance(), self.tree, *self.machine.user_key(USER))
         if found:
             raise Failed("the server does not hold what is on disk:\n" + "\n".join(found[:20]))
         print(f"  {len(self.files)} packages decrypted, inflated and compared: the server holds what is on disk")
 
     def run(self):
+        before = trees.snapshot(self.tree)
         say("First backup: everything is sent")
         if self.back_up() < len(self.files):
             raise Failed("fewer blocks than files were sent")
         say("Proof")
         self.prove()
-        say("Second backup: nothing has changed, no file data is sent")
-        if (blocks := self.back_up()) != 0:
-            raise Failed(f"{blocks} blocks were sent")
-        self.prove()
         changed = self.files[len(self.files) // 2]
         with open(changed, "ab") as file:
             file.write(b"\none line more\n")
-        say(f"Third backup: {changed.relative_to(self.tree)} has changed, one file is sent")
+        expected = trees.held(before, trees.snapshot(self.tree))
+        say(f"Second backup: only {changed.relative_to(self.tree)} has changed, one file is sent")
         if (blocks := self.back_up()) < 1 or blocks > 1 + changed.stat().st_size // 131072 + 1:
             raise Failed(f"{blocks} blocks were sent")
         self.prove()
+
+        say("The tree is wiped, and comes back to its place")
+        shutil.rmtree(self.tree)
+        self.restore(self.machine, self.tree, expected)
+
+        say("A new machine, with nothing but the account and the recovery file")
+        recovery, copied = self.folder / "recovery file", self.folder / "copied"
+        options = ("key", "export", windows_path(recovery), "--passphrase-stdin")
+        self.machine.agent(*options, stdin=PASSPHRASE + "\n")
+        second = self.add_machine("second")
+        second.agent("key", "import", windows_path(recovery), "--passphrase-stdin", stdin=PASSPHRASE + "\n")
+        self.restore(second, copied, expected, "--machine", "first", "--to", windows_path(copied),
+                     "--prefix", windows_path(self.tree))
 
 
 def main():
@@ -116,7 +146,7 @@ def main():
     except (Failed, AssertionError) as error:
         print(f"\nDEMO FAILED: {error}", file=sys.stderr)
         return 1
-    say("Demo passed: three backups, each proven byte for byte.")
+    say("Demo passed: two backups, proven byte for byte, and two restores of what was backed up.")
     return 0
 
 

@@ -73,6 +73,15 @@ def differences(expected, found, times=True):
     return lines
 
 
+def held(first, second):
+    """What a second backup holds, of snapshots taken before both: a file that it has not sent again
+    comes with the access time that it had before the first."""
+    def unchanged(path, entry):
+        return entry.kind == "file" and path in first and entry._replace(accessed=None) == first[path]._replace(accessed=None)
+
+    return {p: first[p] if unchanged(p, e) else e for p, e in second.items()}
+
+
 def below(entries, *names):
     """Those entries that are one of the names or lie below one."""
     return {p: e for p, e in entries.items() if any(p == n or p.startswith(n + "/") for n in names)}

@@ -1,0 +1,135 @@
+"""Backups in a folder: no server, no login, the same outcome whatever happens on the way."""
+
+import shutil
+import signal
+import unittest
+
+import trees
+from machine import Machine, windows_path
+from system import SystemTest, make_tree, noise, until, work_folder, write
+
+PAUSED, FAILED = 4, 1
+PIECE = 6 * 2**20
+
+
+class LocalSystem:
+    """A machine, a tree to back up and a folder for backups."""
+
+    def __init__(self, test, name):
+        self.test, self.folder = test, work_folder(test, name)
+        self.tree, self.location = self.folder / "source", self.folder / "backups"
+        self.tree.mkdir()
+        self.location.mkdir()
+        self.local = ("--local", windows_path(self.location))
+        self.machine = self.add_machine("first")
+
+    def add_machine(self, name):
+        machine = Machine(self.folder / name, name)
+        self.test.addCleanup(machine.close)
+        return machine
+
+    def job(self, kind):
+        job, = (j["id"] for j in self.machine.listing("jobs") if j["type"] == kind)
+        return job
+
+    def packages(self):
+        return [p for p in (self.machine.data / "job").glob("*/tmp/*") if p.is_file() and p.stat().st_size]
+
+    def stored(self):
+        """Bytes of packages in the folder."""
+        return sum(p.stat().st_size for p in self.location.rglob("packages*") if p.is_file())
+
+
+class LocalTest(SystemTest):
+    def test_backups_and_a_restore_on_another_machine(self):
+        system = LocalSystem(self, "local")
+        machine = system.machine
+        make_tree(system.tree)
+        trees.make_odd_files(system.tree)
+        expected = trees.snapshot(system.tree)
+        machine.agent("backup", windows_path(system.tree), *system.local)
+        first = system.stored()
+        self.assertGreater(first, sum(e.size for e in expected.values() if e.size) // 2)
+        machine.agent("start", system.job("backup"))
+        self.assertEqual(system.stored(), first, "an unchanged run stored data")
+        write(system.tree / "text.txt", b"shorter")
+        changed = trees.held(expected, trees.snapshot(system.tree))
+        machine.agent("start", system.job("backup"))
+        self.assertTrue(0 < system.stored() - first < 1000)
+        runs = machine.listing("instances", *system.local)
+        self.assertEqual([(r["machine"], r["state"]) for r in runs], [("first", "completed")] * 3)
+
+        # Whatever becomes of the first machine, the folder and the recovery file are enough.
+        second, file = system.add_machine("second"), system.folder / "recovery file"
+        machine.agent("key", "export", windows_path(file), "--passphrase-stdin", stdin="open\n")
+        restore = ("restore", "--machine", "first", *system.local, "--prefix", windows_path(system.tree), "--to")
+        refused = second.agent(*restore, windows_path(system.folder / "refused"), "latest", code=FAILED)
+        self.assertIn("agent key import", refused.err)
+        self.assertFalse((system.folder / "refused").exists())
+        second.agent("key", "import", windows_path(file), "--passphrase-stdin", stdin="open\n")
+        second.agent(*restore, windows_path(system.folder / "latest"), "latest")
+        self.assertRestored(system, changed, system.folder / "latest")
+        second.agent(*restore, windows_path(system.folder / "oldest"), runs[0]["jobinstanceid"])
+        self.assertRestored(system, expected, system.folder / "oldest")
+
+    def broken_off(self, name, breaking_off):
+        """A backup and its restore; `breaking_off(system, run, kind)` strikes each in its middle."""
+        system = LocalSystem(self, name)
+        for number in range(8):
+            write(system.tree / f"{number}.bin", noise(PIECE, number))
+        expected = trees.snapshot(system.tree)
+        run = system.machine.start("backup", windows_path(system.tree), *system.local)
+        until(lambda: system.stored() > PIECE, run)
+        run.signal(signal.SIGSTOP)
+        self.assertLess(system.stored(), 8 * PIECE)
+        breaking_off(system, run, "backup")
+        target = system.folder / "restored"
+        run = system.machine.start("restore", "latest", *system.local, "--to", windows_path(target),
+                                   "--prefix", windows_path(system.tree))
+        until(lambda: (target / "1.bin").exists(), run)
+        run.signal(signal.SIGSTOP)
+        self.assertFalse((target / "7.bin").exists())
+        breaking_off(system, run, "restore")
+        self.assertRestored(system, expected, target)
+
+    def test_killed_in_the_middle(self):
+        def kill(system, run, kind):
+            run.kill()
+            system.machine.agent("resume", system.job(kind))
+
+        self.broken_off("killed", kill)
+
+    def test_the_folder_vanishes_and_comes_back(self):
+        """A pulled disk, a share that is away: the run goes on by itself, or by hand."""
+        def vanish(system, run, kind):
+            away = system.folder / "away"
+            if kind == "restore":
+                run.kill()  # here what is open stays readable
+            system.location.rename(away)
+            if kind == "restore":
+                run = system.machine.start("resume", system.job(kind))
+            run.signal(signal.SIGCONT)
+            run.until_said("paused")
+            away.rename(system.location)
+            if kind == "restore":
+                run.signal(signal.SIGINT)
+                self.assertEqual(run.wait(60), PAUSED, run.out + run.err)
+                run = system.machine.start("resume", system.job(kind))
+            self.assertEqual(run.wait(300), 0, run.out + run.err)
+
+        self.broken_off("vanished", vanish)
+
+    def test_a_missing_folder_is_no_place(self):
+        system = LocalSystem(self, "missing")
+        write(system.tree / "a.txt", b"a")
+        shutil.rmtree(system.location)
+        for arguments in (("backup", windows_path(system.tree)), ("restore", "latest"), ("instances",)):
+            with self.subTest(arguments[0]):
+                run = system.machine.agent(*arguments, *system.local, code=None)
+                self.assertNotEqual(run.wait(0), 0)
+                self.assertIn("backups", run.err)
+        self.assertFalse(system.location.exists())
+
+
+if __name__ == "__main__":
+    unittest.main()
