@@ -24,6 +24,18 @@ int64_t now() {
         .count();
 }
 
+template <class Semaphore>
+class Release {
+public:
+    explicit Release(Semaphore& semaphore) : semaphore_(semaphore) {}
+    ~Release() { semaphore_.release(); }
+    Release(const Release&) = delete;
+    Release& operator=(const Release&) = delete;
+
+private:
+    Semaphore& semaphore_;
+};
+
 // The token in a cookie header, which may carry other cookies too; empty when there is none.
 std::string_view tokenOf(std::string_view cookie) {
     while (!cookie.empty()) {
@@ -61,11 +73,7 @@ WebReply AccountEndpoints::login(const WebRequest& request) {
     const std::string user(checkName(textMember(body, "user", maxName), "user"));
     const std::string_view password = textMember(body, "password", maxPassword);
     const std::string_view machine = checkName(textMember(body, "machine", maxName), "machine");
-    if (!limiter_.allowed(user, request.peer, now())) {
-        throw ServiceError(429, "too many failed logins, try again later");
-    }
-    if (!checkPassword(user, password)) {
-        limiter_.failed(user, request.peer, now());
+    if (!checkPassword(user, password, request.peer)) {
         throw ServiceError(401, "wrong user or password");
     }
     limiter_.succeeded(user, request.peer);
@@ -83,14 +91,17 @@ WebReply AccountEndpoints::logout(const WebRequest& request) {
     return {};
 }
 
-bool AccountEndpoints::checkPassword(const std::string& user, std::string_view password) {
-    if (!hashing_.try_acquire_for(std::chrono::seconds(10))) {
+bool AccountEndpoints::checkPassword(const std::string& user, std::string_view password,
+                                     const std::string& address) {
+    if (!admitted_.try_acquire()) {
         throw ServiceError(503, "too many logins at once");
     }
-    struct Release {
-        ~Release() { semaphore.release(); }
-        std::counting_semaphore<2>& semaphore;
-    } const release{hashing_};
+    const Release leave(admitted_);
+    hashing_.acquire();
+    const Release done(hashing_);
+    if (!limiter_.begin(user, address, now())) {
+        throw ServiceError(429, "too many failed logins, try again later");
+    }
     return passwordMatches(password, catalog_.findPassword(user).value_or(""));
 }
 

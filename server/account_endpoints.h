@@ -2,7 +2,7 @@
 //
 // A session is 256 random bits, sent as 64 hexadecimal digits; the catalog keeps their hash. It
 // ends after being idle for its lifetime. Any thread; a login costs a password hash on purpose, so
-// only a few run at once.
+// only a few run at once, and few wait: the threads that they hold are wanted for other requests.
 #pragma once
 
 #include <semaphore>
@@ -27,11 +27,13 @@ public:
     WebReply logout(const WebRequest& request);
 
 private:
-    bool checkPassword(const std::string& user, std::string_view password);
+    bool checkPassword(const std::string& user, std::string_view password,
+                       const std::string& address);
 
     Catalog& catalog_;
     int64_t sessionLifetime_;
     LoginLimiter limiter_;
+    std::counting_semaphore<8> admitted_{8};
     std::counting_semaphore<2> hashing_{2};
 };
 

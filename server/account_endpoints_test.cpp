@@ -1,7 +1,10 @@
 // Logins and sessions.
 #include "account_endpoints.h"
 
+#include <atomic>
 #include <regex>
+#include <thread>
+#include <vector>
 
 #include "digest.h"
 #include "password_hash.h"
@@ -44,13 +47,32 @@ TEST_F(Accounts, ALoginGivesASessionUntilTheLogout) {
 
 TEST_F(Accounts, TenWrongPasswordsLockThePairOfUserAndAddress) {
     EXPECT_EQ(login("nobody", "x").status, 401);
-    for (int i = 0; i < LoginLimiter::maxFailures; ++i) {
+    for (int i = 0; i < LoginLimiter::maxTries; ++i) {
         const Answer answer = login("carol", "wrong");
         EXPECT_EQ(answer.status, 401);
         EXPECT_EQ(answer.header("Set-Cookie"), "");
     }
     EXPECT_EQ(login("carol", "s\u00e9cret").status, 429);
     EXPECT_EQ(login("nobody", "x").status, 401);
+}
+
+TEST_F(Accounts, TriesAtOnceAreNoMoreThanOneAfterTheOther) {
+    std::atomic<int> tried = 0;
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 2 * LoginLimiter::maxTries; ++i) {
+        clients.emplace_back([&] {
+            int status = 503;
+            while (status == 503) {
+                status = login("carol", "wrong").status;
+            }
+            tried += status == 401 ? 1 : 0;
+            EXPECT_TRUE(status == 401 || status == 429) << status;
+        });
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    EXPECT_EQ(tried, LoginLimiter::maxTries);
 }
 
 TEST_F(Accounts, AreRefusedWhenUnusableOrTaken) {
@@ -92,22 +114,24 @@ TEST(Password, MatchesOnlyItself) {
 
 TEST(LoginLimiter, ForgetsAfterItsWindowAndAfterASuccess) {
     LoginLimiter limiter;
-    const auto fail = [&](int times, int64_t now) {
-        for (int i = 0; i < times; ++i) {
-            limiter.failed("u", "a", now);
+    // How many of so many tries are let through.
+    const auto allowed = [&](int tries, int64_t now, const char* user = "u",
+                             const char* address = "a") {
+        int count = 0;
+        for (int i = 0; i < tries; ++i) {
+            count += limiter.begin(user, address, now) ? 1 : 0;
         }
+        return count;
     };
-    fail(LoginLimiter::maxFailures - 1, 1000);
-    EXPECT_TRUE(limiter.allowed("u", "a", 1000));
-    fail(1, 1500);
-    EXPECT_FALSE(limiter.allowed("u", "a", 1500));
-    EXPECT_TRUE(limiter.allowed("u", "b", 1500));
-    EXPECT_TRUE(limiter.allowed("v", "a", 1500));
-    EXPECT_FALSE(limiter.allowed("u", "a", 1000 + LoginLimiter::windowSeconds - 1));
-    EXPECT_TRUE(limiter.allowed("u", "a", 1000 + LoginLimiter::windowSeconds));
-    fail(LoginLimiter::maxFailures, 3000);
+    constexpr int most = LoginLimiter::maxTries;
+    EXPECT_EQ(allowed(most - 1, 1000), most - 1);
+    EXPECT_EQ(allowed(2, 1500), 1);
+    EXPECT_EQ(allowed(1, 1500, "u", "b"), 1);
+    EXPECT_EQ(allowed(1, 1500, "v", "a"), 1);
+    EXPECT_EQ(allowed(1, 1000 + LoginLimiter::windowSeconds - 1), 0);
+    EXPECT_EQ(allowed(most + 1, 1000 + LoginLimiter::windowSeconds), most);
     limiter.succeeded("u", "a");
-    EXPECT_TRUE(limiter.allowed("u", "a", 3000));
+    EXPECT_EQ(allowed(1, 1000 + LoginLimiter::windowSeconds), 1);
 }
 
 }  // namespace
