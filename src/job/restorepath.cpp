@@ -160,6 +160,9 @@ Fault checkRestorePath(const RestorePathRequest& request) {
     if (!request.prefix.empty() && !liesIn(request.original, request.prefix)) {
         return Fault::outsidePrefix;
     }
+    if (!request.root.empty() && request.prefix.empty() && isShare(request.original)) {
+        return Fault::noPlace;
+    }
     const Text root = withoutSeparator(request.root);
     const bool isRoot = !root.empty() && same(withoutSeparator(request.target), root);
     const Text target = isRoot ? withoutSeparator(request.target) : request.target;
@@ -197,6 +200,7 @@ uint32_t restorePathCode(Fault fault) {
         case Fault::deviceName:
         case Fault::trailingDotOrSpace:
         case Fault::outsidePrefix:
+        case Fault::noPlace:
         case Fault::outsideRoot:
         case Fault::rootIsNoFile: break;
     }
@@ -218,6 +222,9 @@ const char* restorePathText(Fault fault) {
         case Fault::trailingDotOrSpace: return "a name in the path ends in a dot or a space";
         case Fault::nameTooLong: return "a name in the path is longer than 255 characters";
         case Fault::outsidePrefix: return "the item is not below the prefix of the restore";
+        case Fault::noPlace:
+            return "the path has no drive letter, and the restore has no prefix to put in its "
+                   "place";
         case Fault::outsideRoot: return "the item would leave the folder that was chosen";
         case Fault::rootIsNoFile:
             return "the file would take the place of the folder that was chosen";

@@ -25,6 +25,7 @@ enum class RestorePathFault {
     trailingDotOrSpace,
     nameTooLong,    // above 255 UTF-16 units
     outsidePrefix,  // the original is not below the part of the paths that is replaced
+    noPlace,        // a share's item, and no prefix tells what of its path goes below the root
     outsideRoot,    // the target is not below the chosen folder
     rootIsNoFile,   // a file would take the chosen folder's own place
     link,           // see restorepathlinks.h

@@ -85,7 +85,10 @@ TEST(RestorePath, AllowsOnlyPlainAbsolutePaths) {
         SCOPED_TRACE(testing::PrintToString(row.path));
         EXPECT_EQ(checkRestorePath({.original = row.path, .target = row.path}), row.fault);
         EXPECT_EQ(checkRestorePath({.original = L"C:\\a", .target = row.path}), row.fault);
-        EXPECT_EQ(checkRestorePath({.original = row.path, .root = L"D:\\r", .target = L"D:\\r\\a"}),
+        EXPECT_EQ(checkRestorePath({.original = row.path,
+                                    .prefix = row.path,
+                                    .root = L"D:\\r",
+                                    .target = L"D:\\r\\a"}),
                   row.fault);
     }
 }
@@ -145,6 +148,8 @@ TEST(RestorePath, KeepsTheOriginalBelowThePrefix) {
         {L"C:\\data", L"C:\\dat", Fault::outsidePrefix},
         {L"C:\\data", L"D:\\data\\a", Fault::outsidePrefix},
         {L"C:\\\u00E4", L"C:\\\u00C4\\a", Fault::outsidePrefix},
+        {L"", L"C:\\a", Fault::none},
+        {L"", L"\\\\server\\share\\a", Fault::noPlace},
         // Would lose the first character of its name.
         {L"C:\\data\\", L"C:\\data\\a", Fault::outsidePrefix},
     };
