@@ -71,9 +71,17 @@ bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstr
 }
 
 bool RestoreItems::restoreDirectory(const std::wstring& path, const std::wstring& target) {
+    if (isDressed(target)) {
+        return job_.storage_->restoreDirectory(path.c_str(), target.c_str());
+    }
     bool existed = false;
-    return isDressed(target) ? job_.storage_->restoreDirectory(path.c_str(), target.c_str())
-                             : makeRestoredDirectory(target, existed);
+    if (makeRestoredDirectory(target, existed)) {
+        return true;
+    }
+    LastErrorGuard keep;
+    log(LogLevel::error, "Failed to create directory {%s}, error-code = %d, %m.\n",
+        toUtf8(target).c_str(), static_cast<int>(keep.error()));
+    return false;
 }
 
 bool RestoreItems::restoreFile(const Item& item) {

@@ -73,6 +73,7 @@ void TransferRun::forgetList() {
     record_.volumeIndex = 0;
     record_.fileIndex = 0;
     record_.doneSize = 0;
+    record_.unchangedSize = 0;
     listed_ = false;
 }
 

@@ -33,7 +33,7 @@ public:
     const std::wstring& path() const { return target_; }
     const std::wstring& sibling() const { return sibling_; }
 
-    // Makes the folders above the target. ERROR_DIRECTORY when one of them is a file.
+    // Makes the folders above the target. ERROR_DIRECTORY when the last of them is a file.
     bool makeParents();
 
     // Decodes the package into the sibling. Errors are the transformation's.
@@ -68,7 +68,7 @@ private:
 };
 
 // Makes the folder with those above it. True when it is there; `existed` when it was before.
-// ERROR_DIRECTORY when a file is in its place or in that of one above.
+// ERROR_DIRECTORY when a file is in its place.
 bool makeRestoredDirectory(const std::wstring& target, bool& existed);
 
 // Gives a folder the attributes that can be set, and its times. Of a link, the link's own; the root
