@@ -1,4 +1,4 @@
-// What heads send through a real invoker, for tests.
+// What the tests of the heads share: bodies sent through a real invoker, and their packages.
 #pragma once
 
 #include "support/scripted_server.h"
@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -19,6 +20,7 @@
 #include "httpmsg/http_response.h"
 #include "storage/package/golden_packages.h"
 #include "storage/package/package_reader.h"
+#include "support/log_capture.h"
 
 namespace dorvo::test {
 
@@ -82,6 +84,13 @@ inline std::vector<Bytes> split(const std::string& stream) {
 
 inline std::vector<Bytes> sent_packages(const std::function<void(HTTP_Invoker_T&)>& send) {
     return split(unchunked(sent_body(std::nullopt, send)));
+}
+
+inline size_t errors_in(const LogCapture& capture) {
+    const auto lines = capture.lines();
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), [](const LogLine& line) {
+        return line.level == LogLevel::error;
+    }));
 }
 
 inline const uint8_t* bytes_of(std::string_view text) {
