@@ -73,6 +73,19 @@ std::unique_ptr<RestoreCatalog> BackupPlace::catalog(const WebInstance& run) con
         .machine = run.machine, .jobInstanceId = run.jobInstanceId, .user = user_});
 }
 
+HeldPath BackupPlace::find(RestoreCatalog& catalog, const WebInstance& run,
+                           const std::string& given) const {
+    HeldPath held;
+    if (!findHeldPath(catalog, given, held)) {
+        throw AgentError(failure(GetLastError()));
+    }
+    if (held.path.empty()) {
+        throw AgentError("The run " + run.jobInstanceId + " holds nothing at '" + given + "': '" +
+                         command("files " + run.jobInstanceId) + "' shows what it holds");
+    }
+    return held;
+}
+
 std::string BackupPlace::failure(uint32_t error) const {
     if (!local()) {
         return requestFailure(error, user_);
@@ -80,8 +93,8 @@ std::string BackupPlace::failure(uint32_t error) const {
     return "The backups in '" + toUtf8(location_) + "' cannot be read: " + failureText(error);
 }
 
-std::string BackupPlace::listing() const {
-    return local() ? "agent instances --local \"" + toUtf8(location_) + "\"" : "agent instances";
+std::string BackupPlace::command(const std::string& words) const {
+    return "agent " + words + (local() ? " --local \"" + toUtf8(location_) + "\"" : "");
 }
 
 }  // namespace dorvo::agent

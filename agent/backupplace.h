@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "backuppath.h"
 #include "jobdef/jobdefinition.h"
 #include "storage/restorecatalog.h"
 #include "storage/webaccount.h"
@@ -33,13 +34,18 @@ public:
     std::vector<WebInstance> runs(const std::string& machine, const std::string& jobId) const;
 
     std::unique_ptr<RestoreCatalog> catalog(const WebInstance& run) const;
+    // What `given` stands for in the run, which must hold something there.
+    HeldPath find(RestoreCatalog& catalog, const WebInstance& run, const std::string& given) const;
 
     // A sentence for a listing that failed with this error.
     std::string failure(uint32_t error) const;
     // The command that lists the runs, for sentences that send the user there.
-    std::string listing() const;
+    std::string listing() const { return command("instances"); }
 
 private:
+    // `agent <words>` for this place.
+    std::string command(const std::string& words) const;
+
     std::wstring location_;
     std::string user_;
 };

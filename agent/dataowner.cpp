@@ -24,7 +24,9 @@ DataOwner::DataOwner() {
     const DWORD got = mutex_ ? WaitForSingleObject(mutex_.get(), 0) : WAIT_TIMEOUT;
     if (got != WAIT_OBJECT_0 && got != WAIT_ABANDONED) {
         mutex_.reset();
-        throw AgentError("Another agent is running jobs on this machine: wait until it has ended");
+        throw AgentError(
+            "Another agent is running jobs on this machine: wait until it has ended, or pause its "
+            "run with Ctrl+C");
     }
 }
 

@@ -1,5 +1,7 @@
 #include "failuretext.h"
 
+#include <windows.h>
+
 #include "base/error_text.h"
 #include "base/http_error.h"
 #include "base/key_error.h"
@@ -46,6 +48,8 @@ std::string requestFailure(uint32_t code, const std::string& user) {
         case errorNotAcceptable:
             return "The server no longer accepts the session of '" + user + "': run 'agent login " +
                    user + "'";
+        case ERROR_INVALID_DATA:
+            return "The server " + serverText() + " gives no answer that a storage server would";
         case tooManyTries: return "The server has seen too many failed logins: try again later";
         default: break;
     }

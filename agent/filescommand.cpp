@@ -5,7 +5,6 @@
 #include <optional>
 
 #include "agenterror.h"
-#include "backuppath.h"
 #include "itemview.h"
 
 namespace dorvo::agent {
@@ -62,17 +61,8 @@ int FilesCommand::run(Terminal& terminal) {
     const BackupPlace place(query_.local, query_.user);
     const WebInstance run = query_.choose(place);
     const auto catalog = place.catalog(run);
-    std::wstring path;
-    if (!path_.empty()) {
-        HeldPath held;
-        if (!findHeldPath(*catalog, path_, held)) {
-            throw AgentError(place.failure(GetLastError()));
-        }
-        if (held.path.empty()) {
-            throw AgentError("The run " + run.jobInstanceId + " holds nothing at '" + path_ + "'");
-        }
-        path = held.path;
-    }
+    const std::wstring path =
+        path_.empty() ? std::wstring() : place.find(*catalog, run, path_).path;
     RestoreCatalog::Page page;
     std::string after;
     std::optional<ItemWriter> writer;

@@ -4,6 +4,7 @@
 
 #include "agenterror.h"
 #include "base/key_error.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "dataowner.h"
 #include "failuretext.h"
@@ -13,20 +14,6 @@
 
 namespace dorvo::agent {
 namespace {
-
-// Wiped when it goes.
-class Secret {
-public:
-    explicit Secret(std::string text) : text_(std::move(text)) {}
-    ~Secret() { SecureZeroMemory(text_.data(), text_.size()); }
-    Secret(const Secret&) = delete;
-    Secret& operator=(const Secret&) = delete;
-
-    const char* text() const { return text_.c_str(); }
-
-private:
-    std::string text_;
-};
 
 std::wstring filePath(const std::string& given) {
     std::wstring path = absolutePath(toWide(given));
@@ -90,48 +77,53 @@ void KeyCommand::exportKey(Terminal& terminal) const {
     if (!keys().keyChecksum(user.c_str(), checksum)) {
         refuse(file, user, GetLastError());  // before the user has thought of a passphrase
     }
-    const Secret passphrase(readPassphrase(terminal, true));
-    if (!keys().exportKey(user.c_str(), passphrase.text(), file.c_str())) {
+    const Secret passphrase = readPassphrase(terminal, true);
+    if (!keys().exportKey(user.c_str(), passphrase.text.c_str(), file.c_str())) {
         refuse(file, user, GetLastError());
     }
     terminal.out("The key of '" + user + "' is in '" + toUtf8(file) +
                  "': keep the file and its passphrase apart from this machine.");
+    if (keys().importedKeys(user.c_str()) != 0) {
+        terminal.out("Keys that were imported beside it are not in it: keep their recovery files.");
+    }
 }
 
 void KeyCommand::importKey(Terminal& terminal) const {
     const std::wstring file = filePath(file_);
-    if (GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) {
+    if (GetFileAttributesW(longPath(file).c_str()) == INVALID_FILE_ATTRIBUTES) {
         refuse(file, user_, GetLastError());
     }
-    const Secret passphrase(readPassphrase(terminal, false));
+    const Secret passphrase = readPassphrase(terminal, false);
     const DataOwner owner;  // no run may be making a key meanwhile
     std::string user;
-    if (!keys().importKey(user_.c_str(), passphrase.text(), file.c_str(), user)) {
+    if (!keys().importKey(user_.c_str(), passphrase.text.c_str(), file.c_str(), user)) {
         const DWORD error = GetLastError();
         refuse(file, user.empty() ? user_ : user, error);
     }
     terminal.out("The key of '" + user + "' is on this machine now.");
+    if (keys().importedKeys(user.c_str()) != 0) {
+        terminal.out(
+            "It stands beside the machine's own: each backup takes the one that it was made with.");
+    }
 }
 
-std::string KeyCommand::readPassphrase(Terminal& terminal, bool twice) const {
-    std::string passphrase;
+Secret KeyCommand::readPassphrase(Terminal& terminal, bool twice) const {
+    Secret passphrase;
     if (passphraseFromInput_) {
-        if (!terminal.readLine(passphrase) || passphrase.empty()) {
+        if (!terminal.readLine(passphrase.text) || passphrase.text.empty()) {
             throw AgentError("No passphrase came from standard input", exitUsage);
         }
         return passphrase;
     }
-    if (!terminal.readSecret("Passphrase of the recovery file: ", passphrase)) {
+    if (!terminal.readSecret("Passphrase of the recovery file: ", passphrase.text)) {
         throw AgentError(
             "No passphrase was entered: type it on a terminal, or use --passphrase-stdin",
             exitUsage);
     }
     if (twice) {
-        std::string again;
-        terminal.readSecret("The same once more: ", again);
-        const bool same = again == passphrase;
-        SecureZeroMemory(again.data(), again.size());
-        if (!same) {
+        Secret again;
+        terminal.readSecret("The same once more: ", again.text);
+        if (again.text != passphrase.text) {
             throw AgentError("The two passphrases differ: nothing was written", exitUsage);
         }
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "command.h"
+#include "secret.h"
 
 namespace dorvo::agent {
 
@@ -16,7 +17,7 @@ private:
     void exportKey(Terminal& terminal) const;
     void importKey(Terminal& terminal) const;
     // Asks on the terminal, at `twice` again for the same, or reads standard input.
-    std::string readPassphrase(Terminal& terminal, bool twice) const;
+    Secret readPassphrase(Terminal& terminal, bool twice) const;
 
     CLI::App* import_ = nullptr;  // owned by the parser
     std::string file_;

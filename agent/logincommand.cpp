@@ -4,6 +4,7 @@
 
 #include "agenterror.h"
 #include "base/machine_name.h"
+#include "dataowner.h"
 #include "failuretext.h"
 #include "job/transferfailure.h"
 #include "singletons.h"
@@ -46,10 +47,11 @@ int LoginCommand::run(Terminal& terminal) {
     if (user_.empty()) {
         throw AgentError("The user's name is empty", exitUsage);
     }
-    std::string password = readPassword(terminal);
+    const Secret password = readPassword(terminal);
     const std::string machine = thisMachine();
+    const DataOwner owner;  // a run keeps the stores it has read, and writes them over these
     std::string cookie;
-    if (!WebAccount::login(user_, password, machine, cookie)) {
+    if (!WebAccount::login(user_, password.text, machine, cookie)) {
         const DWORD error = GetLastError();
         if (error == errorUnauthorized) {
             throw AgentError("Wrong user or password");
@@ -58,8 +60,7 @@ int LoginCommand::run(Terminal& terminal) {
     }
     forgetSessions(user_);
     const bool kept = cookies().saveCookie(user_.c_str(), cookie.c_str()) &&
-                      passwords().savePassword(user_.c_str(), password.c_str());
-    SecureZeroMemory(password.data(), password.size());
+                      passwords().savePassword(user_.c_str(), password.text.c_str());
     if (!kept) {
         throw AgentError("The session could not be saved in the data directory");
     }
@@ -67,15 +68,15 @@ int LoginCommand::run(Terminal& terminal) {
     return exitDone;
 }
 
-std::string LoginCommand::readPassword(Terminal& terminal) const {
-    std::string password;
+Secret LoginCommand::readPassword(Terminal& terminal) const {
+    Secret password;
     if (passwordFromInput_) {
-        if (!terminal.readLine(password) || password.empty()) {
+        if (!terminal.readLine(password.text) || password.text.empty()) {
             throw AgentError("No password came from standard input", exitUsage);
         }
         return password;
     }
-    if (!terminal.readSecret("Password for " + user_ + ": ", password)) {
+    if (!terminal.readSecret("Password for " + user_ + ": ", password.text)) {
         throw AgentError("No password was entered: type it on a terminal, or use --password-stdin",
                          exitUsage);
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "command.h"
+#include "secret.h"
 
 namespace dorvo::agent {
 
@@ -13,7 +14,7 @@ public:
     int run(Terminal& terminal) override;
 
 private:
-    std::string readPassword(Terminal& terminal) const;
+    Secret readPassword(Terminal& terminal) const;
 
     std::string user_;
     bool passwordFromInput_ = false;

@@ -3,8 +3,10 @@
 #include <windows.h>
 
 #include "agenterror.h"
+#include "dataowner.h"
 #include "failuretext.h"
 #include "job/transferfailure.h"
+#include "secret.h"
 #include "singletons.h"
 #include "storage/webaccount.h"
 
@@ -33,22 +35,23 @@ CLI::App* LogoutCommand::describe(CLI::App& parent) {
 }
 
 int LogoutCommand::run(Terminal& terminal) {
-    std::string text;
+    const DataOwner owner;  // a run would log in again with what it has read
+    Secret password;
+    std::string cookie;
     bool forgotten = true;
     DWORD failed = 0;
-    const bool hasPassword = passwords().findPassword(user_.c_str(), text);
-    SecureZeroMemory(text.data(), text.size());
-    if (!hasPassword && !cookies().findCookie(user_.c_str(), text)) {
+    const bool hasPassword = passwords().findPassword(user_.c_str(), password.text);
+    if (!hasPassword && !cookies().findCookie(user_.c_str(), cookie)) {
         throw AgentError("'" + user_ + "' has not logged in");
     }
     if (hasPassword) {
         forgotten = passwords().removePassword(user_.c_str());
     }
-    while (cookies().findCookie(user_.c_str(), text)) {
-        const DWORD error = endSession(user_, text);
+    while (cookies().findCookie(user_.c_str(), cookie)) {
+        const DWORD error = endSession(user_, cookie);
         failed = error != 0 ? error : failed;
         // The cookie is gone from memory even when the file could not be written.
-        forgotten = cookies().removeCookie(text.c_str()) && forgotten;
+        forgotten = cookies().removeCookie(cookie.c_str()) && forgotten;
     }
     if (!forgotten) {
         throw AgentError("The session and the password of '" + user_ +

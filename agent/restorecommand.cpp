@@ -86,17 +86,7 @@ RestoreCommand::Selection RestoreCommand::select(const BackupPlace& place,
                                                  const WebInstance& run) const {
     Selection selection;
     const auto catalog = place.catalog(run);
-    const auto find = [&](const std::string& given) {
-        HeldPath held;
-        if (!findHeldPath(*catalog, given, held)) {
-            throw AgentError(place.failure(GetLastError()));
-        }
-        if (held.path.empty()) {
-            throw AgentError("The run " + run.jobInstanceId + " holds nothing at '" + given +
-                             "': 'agent files " + run.jobInstanceId + "' shows what it holds");
-        }
-        return held;
-    };
+    const auto find = [&](const std::string& given) { return place.find(*catalog, run, given); };
     HeldPath prefix;
     if (!prefix_.empty()) {
         prefix = find(prefix_);
