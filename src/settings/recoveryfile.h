@@ -30,7 +30,7 @@ std::string sealRecoveryFile(const std::string& user, const std::string& key,
 enum class RecoveryFile { opened, wrongPassphrase, damaged };
 
 // Fills user and key only when the file could be opened. A file that asks for more memory or time
-// than ours is damaged, as is one of a later version.
+// than the format's bounds (128 MiB, four passes) is damaged, as is one of a later version.
 RecoveryFile openRecoveryFile(const std::string& text, const std::string& passphrase,
                               std::string& user, std::string& key);
 
