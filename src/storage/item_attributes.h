@@ -1,8 +1,11 @@
-// The nine numbers of an item as the platform has them, and as they travel.
+// The nine numbers of an item: read from the disk, as the platform has them, and as they travel.
 #pragma once
 
 #include <windows.h>
 
+#include <string>
+
+#include "base/paths.h"
 #include "storage/request_bodies.h"
 
 namespace dorvo {
@@ -32,6 +35,17 @@ constexpr WIN32_FILE_ATTRIBUTE_DATA fileAttributes(const ItemAttributes& item) {
 
 constexpr uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
     return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
+inline bool readAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data) != 0;
+}
+
+// Has still the size and the last write that the source list knows.
+inline bool isAsListed(const std::wstring& path, const WIN32_FILE_ATTRIBUTE_DATA& listed) {
+    WIN32_FILE_ATTRIBUTE_DATA now{};
+    return readAttributes(path, now) && sizeOf(now) == sizeOf(listed) &&
+           CompareFileTime(&now.ftLastWriteTime, &listed.ftLastWriteTime) == 0;
 }
 
 }  // namespace dorvo

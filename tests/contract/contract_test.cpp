@@ -249,6 +249,7 @@ TEST_P(StorageContract, AStopMakesAnItemFailAndTheNextRunTakesItUp) {
 TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     put(L"a", "1");
     put(L"b", "2");
+    put(L"c fails", "3");
     beginRun();
     ASSERT_TRUE(check());
     {
@@ -259,6 +260,7 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     {
         const auto storage = started();
         ASSERT_TRUE(backup(*storage, L"b"));
+        ASSERT_TRUE(storage->recordError(source(L"c fails").c_str(), ERROR_SHARING_VIOLATION, ""));
         ASSERT_TRUE(storage->end());
         EXPECT_TRUE(storage->end());
     }
@@ -271,6 +273,7 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     EXPECT_EQ(GetLastError(), backEnd_->wrongState());
     EXPECT_FALSE(check());
     EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    contents_.erase(L"c fails");
     expectComesBack(instance());
 }
 

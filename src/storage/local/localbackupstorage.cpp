@@ -82,36 +82,28 @@ bool LocalBackupStorage::open() {
         SetLastError(errorKeyForeign);
         return false;
     }
-    // The instance is looked at with the others shut out.
-    writer_ = LocalInstanceWriter::open(place_, instanceId_);
-    if (!writer_ || !writer_->load()) {
+    writer_ = LocalInstanceWriter::open(place_, instanceId_, document_);
+    const bool completed = document_.state == LocalInstanceDocument::State::completed;
+    if (!writer_ && !completed) {
         return false;
     }
-    if (place_.load(instanceId_, document_)) {
-        return goOn();
-    }
-    return GetLastError() == ERROR_FILE_NOT_FOUND && openNew(newest.sequence + 1);
-}
-
-bool LocalBackupStorage::goOn() {
-    if (document_.keyMd5 != keyMd5(run_.key, run_.iv)) {
+    if (!document_.id.empty() && document_.keyMd5 != keyMd5(run_.key, run_.iv)) {
         SetLastError(errorKeyForeign);
         return false;
     }
-    if (document_.state == LocalInstanceDocument::State::completed) {
-        completed_ = true;
-        writer_.reset();
-        return true;
-    }
+    completed_ = completed;
+    return completed_ ||
+           (writer_->load() && (document_.id.empty() ? openNew(newest.sequence + 1) : goOn()) &&
+            writer_->verify(*this));
+}
+
+bool LocalBackupStorage::goOn() {
     uint64_t awaited = 0;
     if (!writer_->countAwaited(awaited)) {
         return false;
     }
-    if (writer_->carried() != document_.carried || awaited != document_.awaited) {
-        SetLastError(ERROR_INVALID_DATA);
-        return false;
-    }
-    return writer_->verify(*this);
+    SetLastError(ERROR_INVALID_DATA);
+    return writer_->carried() == document_.carried && awaited == document_.awaited;
 }
 
 bool LocalBackupStorage::openNew(uint64_t sequence) {
@@ -223,7 +215,7 @@ bool LocalBackupStorage::complete() {
     completed.records = writer_->records();
     completed.indexSize = writer_->indexSize();
     completed.packagesSize = writer_->packageOffset();
-    return place_.save(completed);
+    return place_.save(completed) || failedToReplace(place_.location());
 }
 
 bool LocalBackupStorage::cancel() {
@@ -235,20 +227,11 @@ bool LocalBackupStorage::cancel() {
     if (!place_.check()) {
         return false;
     }
+    // What may be completed is not dropped: that of which nobody can tell stays as well.
     const std::wstring folder = place_.instance(instanceId_);
-    if (!writer_ && fileExists(folder)) {
-        writer_ = LocalInstanceWriter::open(place_, instanceId_);
-        if (!writer_) {
-            failedIn(place_.location());
-            return logFailure("cancel job", job());
-        }
-    }
-    LocalInstanceDocument document;
-    const bool completed = place_.load(instanceId_, document) &&
-                           document.state == LocalInstanceDocument::State::completed;
     writer_.reset();
-    if (completed) {
-        SetLastError(errorInstanceState);
+    if (fileExists(folder) && !LocalInstanceWriter::open(place_, instanceId_, document_)) {
+        failedIn(place_.location());
         return logFailure("cancel job", job());
     }
     // Without its document it is no instance any more, whatever of it stays behind.

@@ -81,7 +81,6 @@ private:
     bool copyBlock(uint64_t offset, std::span<const std::byte> block);
     bool isWhole();
     bool complete();
-    void claim(uint32_t number);
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
 
     Run run_;

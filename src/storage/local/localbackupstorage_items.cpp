@@ -9,6 +9,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "storage/item_attributes.h"
+#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localbackupstorage.h"
 #include "storage/local/localerror.h"
@@ -18,14 +19,6 @@
 #include "storage/record_order.h"
 
 namespace dorvo {
-namespace {
-
-bool readAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data) != 0;
-}
-
-}  // namespace
-
 struct LocalBackupStorage::Item {
     std::u16string path;  // as the index knows it
     std::string name;     // for the log
@@ -33,24 +26,7 @@ struct LocalBackupStorage::Item {
     bool directory;
     std::wstring source;   // where it is read from
     std::wstring package;  // on its way; empty for a directory
-
-    bool sameAsListed() const {
-        WIN32_FILE_ATTRIBUTE_DATA now{};
-        return readAttributes(source, now) && sizeOf(now) == sizeOf(data) &&
-               CompareFileTime(&now.ftLastWriteTime, &data.ftLastWriteTime) == 0;
-    }
 };
-
-// What is on record of accepted blocks belongs to the item whose number is on record.
-void LocalBackupStorage::claim(uint32_t number) {
-    if (activity_->itemNumber == number) {
-        return;
-    }
-    activity_->acceptedBlocks = 0;
-    activity_->packageSize = 0;
-    storeOrder();
-    activity_->itemNumber = number;
-}
 
 bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data,
                                 uint32_t number, const wchar_t* readFrom) {
@@ -66,7 +42,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
                     readFrom == nullptr ? path : readFrom,
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up {%s}.\n", item.name.c_str());
-    claim(number);
+    claimItem(*activity_, number);
     const bool done = (!goesOn_ || takeUp(item, number)) && store(item);
     if (!done) {
         failedNear(place_.location());
@@ -98,12 +74,14 @@ bool LocalBackupStorage::hasItemsTo(uint32_t number) const {
 }
 
 // The first item after a start. The run before may have stored it without getting round to saying
-// so: then it is stored once more.
+// so, or a power cut has taken what it said: then it is stored once more.
 bool LocalBackupStorage::takeUp(const Item& item, uint32_t number) {
-    if (!hasItemsTo(number - std::min(number, 1u))) {
+    const uint32_t before = number - std::min(number, 1u);
+    if (!hasItemsTo(before)) {
         return false;
     }
-    if (hasItemsTo(number) && !writer_->takeBack(item.path)) {
+    if (hasItemsTo(number) &&
+        !writer_->takeBack(item.path, before - std::min(before, activity_->failedItems))) {
         return failedIn(place_.location());
     }
     goesOn_ = false;
@@ -142,7 +120,7 @@ bool LocalBackupStorage::encode(const Item& item, uint64_t& size) {
     // changed since it was listed makes another one, so it starts anew.
     size = sizeOf(package);
     if (activity_->acceptedBlocks != 0 &&
-        (activity_->packageSize != size || !item.sameAsListed())) {
+        (activity_->packageSize != size || !isAsListed(item.source, item.data))) {
         activity_->acceptedBlocks = 0;
     }
     storeOrder();

@@ -55,6 +55,52 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
     EXPECT_EQ(page_.items.size(), 2u);
 }
 
+TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
+    constexpr uint32_t blocks = 4;
+    const std::wstring path = complete(blocks * uploadBlockSize);
+    const std::wstring target = folder_.path() + L"\\target";
+    std::wstring package;
+    jobDirectory("r", package);
+    package += L"\\tmp";
+    createDirectories(package);
+    package += L"\\1";
+    struct Row {
+        const char* name;
+        uint32_t item;
+        uint32_t recorded;
+        std::function<void()> spoil;
+        uint32_t copied;
+    };
+    const auto cut = [&](uint64_t size) {
+        change(package, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, size)); });
+    };
+    const Row rows[] = {
+        {"in the middle", 1, 2, [] {}, 2},
+        {"all there", 1, blocks, [] {}, 0},
+        {"another item's", 9, 2, [] {}, blocks},
+        {"more there than the package", 1, 2, [&] { cut(blocks * uploadBlockSize + 1); }, 2},
+        {"less there than on record", 1, 2, [&] { cut(2 * uploadBlockSize - 1); }, blocks},
+        {"bytes lost in a power cut", 1, 2, [&] { flip(package, 5000); }, 2 + blocks},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto reading = restore();
+        ASSERT_TRUE(reading->start());
+        write(target, "old");
+        EXPECT_FALSE(reading->restoreFile(path.c_str(), target.c_str(), 1, false));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+        ASSERT_EQ(sizeOfFile(package), blocks * uploadBlockSize);
+        restored_.itemNumber = row.item;
+        restored_.acceptedBlocks = row.recorded;
+        restored_.transferred = 0;
+        row.spoil();
+        EXPECT_TRUE(reading->restoreFile(path.c_str(), target.c_str(), 1, true)) << GetLastError();
+        EXPECT_EQ(restored_.transferred, uint64_t{row.copied} * uploadBlockSize);
+        EXPECT_EQ(contentOf(target), contentOf(path));
+        EXPECT_EQ(GetFileAttributesW(package.c_str()), INVALID_FILE_ATTRIBUTES);
+    }
+}
+
 // A power cut may take bytes that were not on the disk yet.
 TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
     const std::wstring path = makeFile(L"file", uploadBlockSize);
@@ -99,6 +145,24 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
     EXPECT_TRUE(made->end()) << GetLastError();
 }
 
+// The activity record may be older than the index after a power cut.
+TEST_F(LocalStorageTest, WhatTheRunHasNoRecordOfIsStoredOnce) {
+    const std::wstring paths[] = {makeFile(L"a", 48), makeFile(L"b", 64), makeFile(L"c", 80)};
+    {
+        const auto made = started();
+        for (uint32_t i = 0; i < 3; ++i) {
+            ASSERT_TRUE(backup(*made, paths[i], i + 1));
+        }
+    }
+    const auto made = started();
+    ASSERT_TRUE(backup(*made, paths[1], 2));
+    ASSERT_TRUE(backup(*made, paths[2], 3));
+    ASSERT_TRUE(made->end()) << GetLastError();
+    ASSERT_TRUE(list(page_));
+    EXPECT_EQ(page_.items.size(), 3u);
+    EXPECT_EQ(sizeOfFile(place().packages(instance())), 48u + 64u + 80u);
+}
+
 TEST_F(LocalStorageTest, WhatWasCarriedOverMustBeThereWhenTheRunGoesOn) {
     const std::wstring path = complete();
     begin(2);
@@ -124,11 +188,11 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
         const auto reading = restore();
         EXPECT_FALSE(reading->start() && reading->restoreFile(path.c_str(), path.c_str(), 1, true));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
-        // Nor is it a base to build on.
+        // Nor is it a base to build on, but the job can still be backed up.
         begin(2);
         bool send = false;
-        EXPECT_FALSE(check(path, send));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_TRUE(check(path, send)) << GetLastError();
+        EXPECT_TRUE(send);
         begin(1);
     };
     for (const uint64_t offset : {uint64_t{0}, uint64_t{8}, uint64_t{11}, uint64_t{12}, size - 1}) {
@@ -148,6 +212,13 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
     std::vector<WebInstance> instances;
     EXPECT_TRUE(LocalInstances::list(location_, {}, {}, instances));
     EXPECT_TRUE(instances.empty());
+    // It may have been completed: nothing drops it or begins it anew.
+    bool send = false;
+    EXPECT_FALSE(storage()->cancel());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FALSE(check(path, send));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_EQ(sizeOfFile(where.packages(base)), 48u);
 }
 
 // What an index says of packages is only believed as far as there are bytes.
@@ -179,7 +250,8 @@ TEST_F(LocalStorageTest, AfterACheckPointLessIsToBeChecked) {
         ASSERT_TRUE(backup(*made, path));
     }
     {
-        const auto writer = LocalInstanceWriter::open(place(), instance());
+        LocalInstanceDocument document;
+        const auto writer = LocalInstanceWriter::open(place(), instance(), document);
         ASSERT_TRUE(writer && writer->load() && writer->checkpoint());
     }
     flip(place().packages(instance()), 0);

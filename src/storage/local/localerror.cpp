@@ -36,6 +36,10 @@ constexpr DWORD lostDevice[] = {
     ERROR_DEVICE_REMOVED,
 };
 
+// So says the system when a file that is to go is open.
+constexpr DWORD heldOpen[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION,
+                              ERROR_USER_MAPPED_FILE};
+
 template <size_t Count>
 bool isOneOf(DWORD error, const DWORD (&errors)[Count]) {
     return std::find(std::begin(errors), std::end(errors), error) != std::end(errors);
@@ -74,6 +78,15 @@ bool failedIn(const std::wstring& location) {
         failedNear(location);
     }
     return false;
+}
+
+bool failedToReplace(const std::wstring& location) {
+    const DWORD error = GetLastError();
+    if (isOneOf(error, heldOpen)) {
+        becomeGone(location, "has a document that somebody else holds open", error);
+        return false;
+    }
+    return failedIn(location);
 }
 
 bool logFailure(const char* action, const std::string& subject) {

@@ -21,6 +21,10 @@ bool failedNear(const std::wstring& location);
 // false.
 bool failedIn(const std::wstring& location);
 
+// The same where a file was to be replaced: 10070 also when somebody else has it open, a scanner or
+// a copier, who lets go of it again.
+bool failedToReplace(const std::wstring& location);
+
 // Logs "Failed to <action> {<subject>}, error-code = ..." with the last error, which stays. Always
 // false.
 bool logFailure(const char* action, const std::string& subject);

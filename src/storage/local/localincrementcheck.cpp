@@ -11,6 +11,15 @@
 #include "storage/local/localpath.h"
 
 namespace dorvo {
+namespace {
+
+// What was to be read is damaged or gone, and will stay so.
+bool isLost(DWORD error) {
+    return error == ERROR_INVALID_DATA || error == ERROR_CRC || error == ERROR_FILE_CORRUPT ||
+           isNotFound(error);
+}
+
+}  // namespace
 
 LocalIncrementCheck::LocalIncrementCheck(Run run)
     : run_(std::move(run)), stop_(run_.stop), place_(run_.location, run_.machine, run_.jobId) {}
@@ -46,17 +55,17 @@ bool LocalIncrementCheck::begin() {
         }
         base = std::make_unique<LocalBase>(place_, newest.completed);
         if (!base->load(stop_)) {
-            return false;
+            if (!isLost(GetLastError())) {
+                return false;
+            }
+            // Its files are stored again, so that it does not keep the job from any more backups.
+            logFailure("read the index of backup", newest.completed.id);
+            base.reset();
         }
     }
-    auto writer = LocalInstanceWriter::open(place_, run_.instanceId);
-    if (!writer) {
-        return false;
-    }
     LocalInstanceDocument document;
-    if (place_.load(run_.instanceId, document) &&
-        document.state == LocalInstanceDocument::State::completed) {
-        SetLastError(errorInstanceState);
+    auto writer = LocalInstanceWriter::open(place_, run_.instanceId, document);
+    if (!writer) {
         return false;
     }
     // The instance has to be started again, with what the new list carries over and awaits.

@@ -4,6 +4,7 @@
 
 #include "base/md5.h"
 #include "base/paths.h"
+#include "storage/local/localerror.h"
 #include "storage/local/localfile.h"
 #include "storage/local/localindexreader.h"
 
@@ -42,9 +43,17 @@ LocalInstanceWriter::LocalInstanceWriter(LocalPlace place, std::string id)
     : place_(std::move(place)), id_(std::move(id)), own_(localInstanceId(id_)) {}
 
 std::unique_ptr<LocalInstanceWriter> LocalInstanceWriter::open(const LocalPlace& place,
-                                                               const std::string& id) {
+                                                               const std::string& id,
+                                                               LocalInstanceDocument& document) {
+    const auto mayChange = [&] {
+        if (!place.find(id, document)) {
+            return false;
+        }
+        SetLastError(errorInstanceState);
+        return document.state != LocalInstanceDocument::State::completed;
+    };
     std::unique_ptr<LocalInstanceWriter> writer(new LocalInstanceWriter(place, id));
-    if (!place.makeInstance(id)) {
+    if (!mayChange() || !place.makeInstance(id)) {
         return nullptr;
     }
     writer->packages_ = openForWriting(place.packages(id));
@@ -52,7 +61,8 @@ std::unique_ptr<LocalInstanceWriter> LocalInstanceWriter::open(const LocalPlace&
         return nullptr;
     }
     writer->index_ = openForWriting(place.index(id));
-    return writer->index_ ? std::move(writer) : nullptr;
+    // Once more, with the others shut out.
+    return writer->index_ && mayChange() ? std::move(writer) : nullptr;
 }
 
 bool LocalInstanceWriter::reset() {
@@ -67,7 +77,6 @@ bool LocalInstanceWriter::reset() {
 
 bool LocalInstanceWriter::load() {
     indexEnd_ = packagesEnd_ = checkedTo_ = sinceCheckpoint_ = carried_ = items_ = records_ = 0;
-    last_ = {};
     uint64_t size = 0;
     if (!localFileSize(index_.get(), size)) {
         return false;
@@ -86,9 +95,8 @@ bool LocalInstanceWriter::load() {
     indexEnd_ = checkedTo_ = LocalIndexReader::begin();
     LocalRecord record;
     while (reader.next(record) && record.kind != LocalRecord::Kind::failed) {
-        const uint64_t begin = indexEnd_;
         indexEnd_ = reader.offset();
-        take(record, begin);
+        take(record);
     }
     const DWORD ended = GetLastError();
     const bool whole = record.kind == LocalRecord::Kind::failed || ended == ERROR_HANDLE_EOF ||
@@ -98,31 +106,26 @@ bool LocalInstanceWriter::load() {
     return whole && resizeLocalFile(index_.get(), indexEnd_);
 }
 
+// Folders are never carried over.
+bool LocalInstanceWriter::isOwnItem(const LocalRecord& record) const {
+    return record.kind == LocalRecord::Kind::folder ||
+           (record.kind == LocalRecord::Kind::file && record.container == own_);
+}
+
 // Counts a record that stands in the index, in front of indexEnd_.
-void LocalInstanceWriter::take(const LocalRecord& record, uint64_t begin) {
+void LocalInstanceWriter::take(const LocalRecord& record) {
     ++records_;
-    switch (record.kind) {
-        case LocalRecord::Kind::file:
-            if (record.container == own_) {
-                packagesEnd_ = record.offset + record.size;
-                sinceCheckpoint_ += record.size;
-            } else {
-                ++carried_;
-                break;
-            }
-            [[fallthrough]];
-        case LocalRecord::Kind::folder:
-            ++items_;
-            last_ = record;
-            lastBegin_ = begin;
-            break;
-        case LocalRecord::Kind::checkpoint:
-            checkedTo_ = indexEnd_;
-            sinceCheckpoint_ = 0;
-            last_ = {};
-            break;
-        case LocalRecord::Kind::failed:
-        case LocalRecord::Kind::awaited: break;
+    if (record.kind == LocalRecord::Kind::checkpoint) {
+        checkedTo_ = indexEnd_;
+        sinceCheckpoint_ = 0;
+    } else if (!isOwnItem(record)) {
+        carried_ += record.kind == LocalRecord::Kind::file ? 1 : 0;
+    } else {
+        ++items_;
+        if (record.kind == LocalRecord::Kind::file) {
+            packagesEnd_ = record.offset + record.size;
+            sinceCheckpoint_ += record.size;
+        }
     }
 }
 
@@ -210,22 +213,23 @@ bool LocalInstanceWriter::write(std::span<const std::byte> records) {
     return !torn_;
 }
 
-bool LocalInstanceWriter::takeBack(std::u16string_view path) {
-    if (last_.path.empty() || last_.path != path) {
-        return true;
-    }
-    if (!resizeLocalFile(index_.get(), lastBegin_)) {
+bool LocalInstanceWriter::takeBack(std::u16string_view path, uint64_t before) {
+    LocalIndexReader reader;
+    if (!reader.open(index_.get(), indexEnd_)) {
         return false;
     }
-    indexEnd_ = itemsEnd_ = lastBegin_;
-    --items_;
-    --records_;
-    if (last_.kind == LocalRecord::Kind::file) {
-        packagesEnd_ = last_.offset;
-        sinceCheckpoint_ -= std::min(sinceCheckpoint_, last_.size);
+    LocalRecord record;
+    uint64_t items = 0;
+    for (uint64_t begin = reader.offset(); reader.next(record); begin = reader.offset()) {
+        if (!isOwnItem(record)) {
+            continue;
+        }
+        if (items >= before && record.path == path) {
+            return resizeLocalFile(index_.get(), begin) && load();
+        }
+        ++items;
     }
-    last_ = {};
-    return true;
+    return GetLastError() == ERROR_HANDLE_EOF;
 }
 
 bool LocalInstanceWriter::append(LocalRecord record) {
@@ -236,11 +240,10 @@ bool LocalInstanceWriter::append(LocalRecord record) {
         record.container = own_;
         record.offset = packagesEnd_;
     }
-    const uint64_t begin = indexEnd_;
     if (!encode(std::span(&record, 1), bytes_) || !write(bytes_)) {
         return false;
     }
-    take(record, begin);
+    take(record);
     itemsEnd_ = indexEnd_;
     return true;
 }
@@ -252,7 +255,7 @@ bool LocalInstanceWriter::checkpoint() {
         !encode(std::span(&record, 1), bytes_) || !write(bytes_)) {
         return false;
     }
-    take(record, indexEnd_);
+    take(record);
     itemsEnd_ = indexEnd_;
     return true;
 }

@@ -27,9 +27,11 @@ public:
     // Bytes of packages after which a check point is due.
     static constexpr uint64_t checkpointInterval = uint64_t{256} << 20;
 
-    // Makes what is not there. Null: 32 when another one has it open. load() or reset() comes next.
-    static std::unique_ptr<LocalInstanceWriter> open(const LocalPlace& place,
-                                                     const std::string& id);
+    // Makes what is not there, and reads the instance's document; without one it has no id. Null:
+    // 32 when another one has it open, 5023 when it is completed: then nothing is touched. load()
+    // or reset() comes next.
+    static std::unique_ptr<LocalInstanceWriter> open(const LocalPlace& place, const std::string& id,
+                                                     LocalInstanceDocument& document);
 
     // Forgets everything.
     bool reset();
@@ -48,8 +50,9 @@ public:
     // Files of other instances, and files that are to come. On the disk when true comes back.
     bool plan(std::span<const LocalRecord> carried, std::span<const LocalRecord> awaited);
 
-    // Takes the last record back when it is of this path: a run that goes on repeats its item.
-    bool takeBack(std::u16string_view path);
+    // Takes back the item of this path with all that came after it, if it stands behind at least
+    // `before` items: a run that goes on repeats what it has no record of.
+    bool takeBack(std::u16string_view path, uint64_t before);
     bool append(LocalRecord record);
 
     // Where the next package lies, and its bytes from there on.
@@ -68,7 +71,8 @@ private:
     LocalInstanceWriter(LocalPlace place, std::string id);
 
     bool write(std::span<const std::byte> records);
-    void take(const LocalRecord& record, uint64_t begin);
+    bool isOwnItem(const LocalRecord& record) const;
+    void take(const LocalRecord& record);
 
     LocalPlace place_;
     std::string id_;
@@ -85,8 +89,6 @@ private:
     uint64_t items_ = 0;
     uint64_t records_ = 0;
     bool torn_ = false;           // the index may have bytes behind its end
-    LocalRecord last_;            // no path: there is none to take back
-    uint64_t lastBegin_ = 0;      // where it stands in the index
     uint64_t itemsEnd_ = 0;       // of the index, before the failed items
     uint64_t failedRecords_ = 0;  // behind itemsEnd_
     std::vector<std::byte> bytes_;

@@ -13,9 +13,12 @@
 #include "base/uuid.h"
 #include "settings/storefile.h"
 #include "storage/local/localerror.h"
+#include "storage/local/localfile.h"
 
 namespace dorvo {
 namespace {
+
+constexpr uint64_t longestDocument = 1 << 20;  // bytes; what is longer is none
 
 std::wstring tidy(std::wstring location) {
     std::replace(location.begin(), location.end(), L'/', L'\\');
@@ -67,9 +70,13 @@ bool LocalPlace::makeInstance(const std::string& id) const {
 }
 
 bool LocalPlace::load(const std::string& id, LocalInstanceDocument& document) const {
-    FileHandle file = openStoreForReading(this->document(id), FILE_SHARE_READ);
+    // Who reads it must not keep the run that writes it from replacing it.
+    FileHandle file = openStoreForReading(this->document(id),
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    uint64_t size = 0;
     std::string text;
-    if (!file || !readStore(std::move(file), text)) {
+    if (!file || !localFileSize(file.get(), size) ||
+        (size <= longestDocument && !readStore(std::move(file), text))) {
         return false;
     }
     const auto read = parseLocalInstance(text);
@@ -79,6 +86,11 @@ bool LocalPlace::load(const std::string& id, LocalInstanceDocument& document) co
     }
     document = *read;
     return true;
+}
+
+bool LocalPlace::find(const std::string& id, LocalInstanceDocument& document) const {
+    document = {};
+    return load(id, document) || isNotFound(GetLastError());
 }
 
 bool LocalPlace::loadCompleted(const std::string& id, LocalInstanceDocument& document) const {

@@ -37,6 +37,8 @@ public:
 
     // The instance's document. 2 or 3 when there is none, 13 when it is none or another's.
     bool load(const std::string& id, LocalInstanceDocument& document) const;
+    // The same where there may be none: then the document has no id.
+    bool find(const std::string& id, LocalInstanceDocument& document) const;
     // Of an instance that is to be read back: 1168 when there is none, 5023 when it was never
     // completed.
     bool loadCompleted(const std::string& id, LocalInstanceDocument& document) const;

@@ -13,12 +13,14 @@
 #include "base/read_handle_streambuf.h"
 #include "base/text.h"
 #include "storage/item_attributes.h"
+#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localfile.h"
 #include "storage/local/localindexcursor.h"
 #include "storage/local/localpackages.h"
 #include "storage/local/localpath.h"
+#include "storage/record_order.h"
 #include "storage/restoretarget.h"
 
 namespace dorvo {
@@ -83,7 +85,13 @@ bool LocalRestoreStorage::open() {
 }
 
 bool LocalRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return run_.failed != nullptr && run_.failed->add(path, code, reason);
+    if (run_.failed == nullptr || !run_.failed->add(path, code, reason)) {
+        return false;
+    }
+    if (activity_ != nullptr) {
+        DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
+    }
+    return true;
 }
 
 bool LocalRestoreStorage::end(const json_spirit::Object&) {
@@ -143,33 +151,57 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", toUtf8(original).c_str(),
         toUtf8(target).c_str());
     const std::wstring package = itemTempPath(temporary_, number);
-    activity_->itemNumber = number;
-    activity_->acceptedBlocks = 0;
+    claimItem(*activity_, number);
     LocalRecord record;
-    const bool restored =
-        (find(original, LocalRecord::Kind::file, record) && fetch(record, package) &&
-         put(record, package, target, number, replace)) ||
-        failed("restore file", toUtf8(original));
-    const LastErrorGuard keep;
+    RestoreTarget file(target, activity_->instanceId, number);
+    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents() ||
+        !fetch(record, package) || !put(record, package, file, replace)) {
+        return failed("restore file", toUtf8(original));
+    }
     DeleteFileW(longPath(package).c_str());
-    return restored;
+    return true;
 }
 
-// Copies the package, and checks it.
+// Brings the package here. What an earlier run has copied is here already, unless a power cut took
+// it: then the check sum tells, and all is copied again.
 bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& package) {
-    activity_->packageSize = record.size;
-    activity_->fileOffset = 0;
+    if (activity_->packageSize != record.size) {
+        activity_->acceptedBlocks = 0;
+        storeOrder();
+        activity_->packageSize = record.size;
+    }
     activity_->fileSize = record.size;
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
     const HANDLE from = packages_->open(record);
     if (from == INVALID_HANDLE_VALUE) {
         return failedIn(place_.location());
     }
-    const FileHandle to(CreateFileW(longPath(package).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                    nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!to) {
+    const FileHandle to(CreateFileW(longPath(package).c_str(), GENERIC_READ | GENERIC_WRITE,
+                                    FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                                    nullptr));
+    uint64_t there = 0;
+    if (!to || !localFileSize(to.get(), there) ||
+        (there > record.size && !resizeLocalFile(to.get(), record.size))) {
         return false;
     }
+    const uint64_t copied =
+        std::min(uint64_t{activity_->acceptedBlocks} * uploadBlockSize, record.size);
+    const uint64_t kept = copied <= there ? copied : 0;
+    bool whole = false;
+    if (!copy(record, from, to.get(), kept, whole) ||
+        (!whole && kept != 0 && !copy(record, from, to.get(), 0, whole))) {
+        return false;
+    }
+    SetLastError(ERROR_INVALID_DATA);
+    return whole;
+}
+
+// The first `kept` bytes are not copied but read. `whole`: the check sum is that of the record.
+bool LocalRestoreStorage::copy(const LocalRecord& record, HANDLE from, HANDLE to, uint64_t kept,
+                               bool& whole) {
+    activity_->acceptedBlocks =
+        static_cast<uint32_t>(kept / uploadBlockSize + (kept % uploadBlockSize != 0 ? 1 : 0));
+    activity_->fileOffset = 0;
     Md5 md5;
     std::vector<std::byte> block;
     for (uint64_t done = 0; done < record.size; done += block.size()) {
@@ -178,31 +210,31 @@ bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& p
             return false;
         }
         block.resize(static_cast<size_t>(std::min<uint64_t>(uploadBlockSize, record.size - done)));
-        if (!readLocalFile(from, record.offset + done, block)) {
-            return failedIn(place_.location());
+        if (done < kept) {
+            if (!readLocalFile(to, done, block)) {
+                return false;
+            }
+        } else {
+            if (!readLocalFile(from, record.offset + done, block)) {
+                return failedIn(place_.location());
+            }
+            if (!writeLocalFile(to, done, block)) {
+                return false;
+            }
+            storeOrder();
+            activity_->acceptedBlocks += 1;
+            activity_->transferred += block.size();
         }
         md5.update(block);
-        if (!writeLocalFile(to.get(), done, block)) {
-            return false;
-        }
-        activity_->acceptedBlocks += 1;
         activity_->fileOffset += block.size();
-        activity_->transferred += block.size();
     }
-    if (digestBytes(md5.final()) != record.md5) {
-        SetLastError(ERROR_INVALID_DATA);
-        return false;
-    }
+    whole = digestBytes(md5.final()) == record.md5;
     return true;
 }
 
 bool LocalRestoreStorage::put(const LocalRecord& record, const std::wstring& package,
-                              const wchar_t* target, uint32_t number, bool replace) {
+                              RestoreTarget& file, bool replace) {
     const WIN32_FILE_ATTRIBUTE_DATA data = fileAttributes(record.attributes);
-    RestoreTarget file(target, activity_->instanceId, number);
-    if (!file.makeParents()) {
-        return false;
-    }
     activity_->fileOffset = 0;
     activity_->fileSize = record.size;
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
@@ -215,10 +247,10 @@ bool LocalRestoreStorage::put(const LocalRecord& record, const std::wstring& pac
     activity_->fileOffset = record.size;
     // The content is worth more than what it is dressed with.
     if (!file.setAttributes(data.dwFileAttributes)) {
-        logFailure("set the attributes of file", toUtf8(target));
+        logFailure("set the attributes of file", toUtf8(file.path()));
     }
     if (!file.openToSetTimes() || !file.setTimes(data)) {
-        logFailure("set the times of file", toUtf8(target));
+        logFailure("set the times of file", toUtf8(file.path()));
     }
     return file.place(replace);
 }

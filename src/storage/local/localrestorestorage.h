@@ -1,9 +1,10 @@
 // Brings a backup back from a folder. docs/formats/local-storage.md says how it lies there.
 //
 // Each file's package is copied into the job's temporary folder, checked against its MD5, and then
-// decoded into its place, so that a damaged package (13) touches nothing. A run that is resumed
-// begins its current item anew. The activity record is written on the job's worker thread only; the
-// stop signal comes from others.
+// decoded into its place, so that a damaged package (13) touches nothing. The activity record says
+// how many of its blocks are there, so that the next run goes on behind them; recordError() deletes
+// what came of the current item. The record is written on the job's worker thread only; the stop
+// signal comes from others.
 //
 // Besides the errors of RestoreStorage: 10070 for any failure while the folder is gone;
 // errorKeyForeign from start() when the backup was made with another key; 1168 when there is no
@@ -28,6 +29,7 @@ namespace dorvo {
 
 class LocalIndexCursor;
 class LocalPackages;
+class RestoreTarget;
 
 class LocalRestoreStorage : public RestoreStorage, public interrupter {
 public:
@@ -65,8 +67,9 @@ private:
     bool find(const std::wstring& original, LocalRecord::Kind kind, LocalRecord& record);
     bool failed(const char* action, const std::string& name) const;
     bool fetch(const LocalRecord& record, const std::wstring& package);
-    bool put(const LocalRecord& record, const std::wstring& package, const wchar_t* target,
-             uint32_t number, bool replace);
+    bool copy(const LocalRecord& record, HANDLE from, HANDLE to, uint64_t kept, bool& whole);
+    bool put(const LocalRecord& record, const std::wstring& package, RestoreTarget& file,
+             bool replace);
 
     Run run_;
     JobActivity* activity_;  // borrowed

@@ -92,6 +92,22 @@ TEST_F(LocalStorageTest, OneProcessWritesToAnInstance) {
     EXPECT_TRUE(started()->end());
 }
 
+// A scanner, or somebody who copies it: that must not cost the backup.
+TEST_F(LocalStorageTest, ADocumentThatIsInUsePausesTheEnd) {
+    const std::wstring path = makeFile(L"file", 48);
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, path));
+        const FileHandle reader(CreateFileW(place().document(instance()).c_str(), GENERIC_READ,
+                                            FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(reader);
+        EXPECT_FALSE(made->end());
+        EXPECT_EQ(GetLastError(), DWORD{WSAESTALE});
+    }
+    EXPECT_TRUE(started()->end()) << GetLastError();
+    EXPECT_TRUE(restore()->start()) << GetLastError();
+}
+
 TEST_F(LocalStorageTest, AnotherKeyIsRefusedBeforeAnythingIsMade) {
     const std::wstring path = complete();
     const auto own = restore();
