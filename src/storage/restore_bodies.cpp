@@ -97,10 +97,6 @@ StoredPath storedPath(const std::string& machine, const std::string& jobInstance
                                                    whole.substr(split + 1)};
 }
 
-uint64_t packageBlocks(uint64_t packageSize) {
-    return packageSize / uploadBlockSize + (packageSize % uploadBlockSize == 0 ? 0 : 1);
-}
-
 Value startRestoreJobBody(const std::string& definitionId, const std::string& instanceId) {
     return Object{{"jobdefinitionid", definitionId}, {"jobinstanceid", instanceId}};
 }

@@ -51,9 +51,6 @@ struct StoredPage {
 StoredPath storedPath(const std::string& machine, const std::string& jobInstanceId,
                       const std::string& path);
 
-// Blocks that a package of this size takes.
-uint64_t packageBlocks(uint64_t packageSize);
-
 json_spirit::Value startRestoreJobBody(const std::string& definitionId,
                                        const std::string& instanceId);
 json_spirit::Value fileInfoBody(const StoredPath& path);

@@ -66,8 +66,6 @@ private:
     bool encode(Item& item);
     bool send(const Item& item);
     bool sendBlocks(const Item& item, HANDLE package);
-    void claim(uint32_t number);
-    bool sameAsListed(const Item& item) const;
     template <class LogFailure>
     bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
                     LogFailure logFailure) const;

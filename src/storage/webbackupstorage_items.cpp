@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "http_util/command_to_server.h"
 #include "storage/item_attributes.h"
+#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/record_order.h"
 #include "storage/web_backup_requests.h"
@@ -20,10 +21,6 @@ namespace {
 
 int code(DWORD error) {
     return static_cast<int>(error);
-}
-
-bool readAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data) != 0;
 }
 
 }  // namespace
@@ -76,23 +73,6 @@ bool WebBackupStorage::stepFailed(const Item& item, const char* cancelled, bool 
     return false;
 }
 
-// What is on record of accepted blocks belongs to the item whose number is on record.
-void WebBackupStorage::claim(uint32_t number) {
-    if (activity_->itemNumber == number) {
-        return;
-    }
-    activity_->acceptedBlocks = 0;
-    activity_->packageSize = 0;
-    storeOrder();
-    activity_->itemNumber = number;
-}
-
-bool WebBackupStorage::sameAsListed(const Item& item) const {
-    WIN32_FILE_ATTRIBUTE_DATA now{};
-    return readAttributes(item.source, now) && sizeOf(now) == sizeOf(item.data) &&
-           CompareFileTime(&now.ftLastWriteTime, &item.data.ftLastWriteTime) == 0;
-}
-
 bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data,
                               uint32_t number, const wchar_t* readFrom) {
     FunctionTrace trace("WebBackupStorage::backup", "webbackupstorage.cpp");
@@ -105,7 +85,7 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
               readFrom == nullptr ? path : readFrom,
               directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up file {%s}.\n", item.name.c_str());
-    claim(number);
+    claimItem(*activity_, number);
     log(LogLevel::debug, "%s", "File {%} is increment, start to encrypt/compress.\n");
     if (!directory && !encode(item)) {
         return false;
@@ -175,7 +155,7 @@ bool WebBackupStorage::encode(Item& item) {
     // since it was listed makes another one, so it starts anew.
     const uint64_t size = sizeOf(package);
     if (activity_->acceptedBlocks != 0 &&
-        (activity_->packageSize != size || !sameAsListed(item) ||
+        (activity_->packageSize != size || !isAsListed(item.source, item.data) ||
          activity_->acceptedBlocks > size / uploadBlockSize + 1)) {
         activity_->acceptedBlocks = 0;
         storeOrder();

@@ -84,7 +84,6 @@ private:
     bool decode(File& file);
     void dress(File& file) const;
     bool place(File& file, bool replace) const;
-    void claim(uint32_t number);
     void claimPackage(uint64_t size);
 
     // True when the job must stop: the last error is then 1223. `words` take the name and, where

@@ -8,6 +8,7 @@
 #include "httpmsg/http_names.h"
 #include "storage/downloadedblock.h"
 #include "storage/item_attributes.h"
+#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/record_order.h"
 #include "storage/restoretarget.h"
@@ -41,7 +42,7 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
               {}};
     log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), run_.jobId.c_str(),
         run_.jobName.c_str());
-    claim(number);
+    claimItem(*activity_, number);
     return restore(file, replace);
 }
 
@@ -65,19 +66,8 @@ bool WebRestoreStorage::restore(File& file, bool replace) {
     return true;
 }
 
-// What is on record of an offset belongs to the item whose number is on record, ...
-void WebRestoreStorage::claim(uint32_t number) {
-    if (activity_->itemNumber == number) {
-        return;
-    }
-    activity_->fileOffset = 0;
-    activity_->packageSize = 0;
-    storeOrder();
-    activity_->itemNumber = number;
-}
-
-// ... and to a package of the size on record. Blocks come whole: what a run that was killed has
-// received of one is received again.
+// What is on record of an offset belongs to a package of the size on record. Blocks come whole:
+// what a run that was killed has received of one is received again.
 void WebRestoreStorage::claimPackage(uint64_t size) {
     const uint64_t offset = activity_->fileOffset;
     if (activity_->packageSize != size || offset > size) {
@@ -270,9 +260,12 @@ bool WebRestoreStorage::place(File& file, bool replace) const {
     if (file.target.place(replace)) {
         return true;
     }
-    log(LogLevel::error, "Failed to put file {%s} in its place {%s}, error-code = %d, %m.\n",
-        file.name.c_str(), file.place.c_str(), static_cast<int>(GetLastError()));
-    return false;
+    return stepFailed("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name,
+                      [&](int code) {
+                          log(LogLevel::error,
+                              "Failed to put file {%s} in its place {%s}, error-code = %d, %m.\n",
+                              file.name.c_str(), file.place.c_str(), code);
+                      });
 }
 
 }  // namespace dorvo
