@@ -67,6 +67,8 @@ class KeyTest(SystemTest):
         system, elsewhere = System(self, "ours"), System(self, "theirs")
         for each in (system, elsewhere):
             make_tree(each.tree)
+        expected = trees.snapshot(system.tree)
+        for each in (system, elsewhere):
             each.backup()
         stranger = elsewhere.machine
         key = stranger.user_key(USER)
@@ -74,9 +76,12 @@ class KeyTest(SystemTest):
         self.assertRefused(system, stranger, "key")
         file = system.folder / "recovery file"
         self.transfer(system.machine, "export", file)
-        run = self.transfer(stranger, "import", file, code=FAILED)
-        self.assertIn("another key", run.err)
+        run = self.transfer(stranger, "import", file)
+        self.assertIn("beside", run.out)
         self.assertEqual(stranger.user_key(USER), key)
+        stranger.agent("restore", system.instance(), *system.to(stranger.folder / "restored"))
+        self.assertRestored(system, expected, stranger.folder / "restored")
+        stranger.agent("backup", windows_path(stranger.folder / "restored" / "sizes"))
 
 
 if __name__ == "__main__":
