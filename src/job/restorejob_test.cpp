@@ -15,7 +15,7 @@ TEST_F(RestoreJobTest, LogsItsStepsAndTellsTheStorageHowItWent) {
     run(*job);
     const Names expected = {
         "Start event set.\n",
-        "Speed calculater registerred.\n",
+        "Speed calculater registered.\n",
         "Job history information loaded.\n",
         "Job source list generated, total size is 21, total files is 3, total directories is 1.\n",
         "Job source reader ready.\n",

@@ -15,7 +15,7 @@ int RestoreRun::carryOut() {
         return endCode();
     }
     const SpeedCalc speed(record_);
-    log(LogLevel::debug, "Speed calculater registerred.\n");
+    log(LogLevel::debug, "Speed calculater registered.\n");
     takeUp();
     log(LogLevel::debug, "Job history information loaded.\n");
     const int end = prepare() ? RestoreItems(job_, reader_, list_).process() : endCode();
