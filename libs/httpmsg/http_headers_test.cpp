@@ -2,36 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "httpmsg/http_request.h"
 #include "httpmsg/http_response.h"
 
 namespace dorvo {
 namespace {
 
-TEST(HttpNames, GoBothWaysWithoutRegardToCase) {
+TEST(HttpNames, AreKnownWithoutRegardToCaseAndWithinTheirBounds) {
     for (int type = 0; type < HTTP_HEAD_TYPES; ++type) {
         EXPECT_EQ(http_head_type(http_head_string(type)), type);
     }
     EXPECT_EQ(http_head_type("cOOkie"), 14);
-    EXPECT_EQ(http_head_type("HOST"), 19);
     EXPECT_EQ(http_head_type("X-Other"), -1);
     EXPECT_EQ(http_head_type(nullptr), -1);
-    EXPECT_EQ(http_head_string(47), nullptr);
-    EXPECT_EQ(http_head_string(-1), nullptr);
-}
-
-TEST(HttpNames, MethodsAndStatuses) {
-    EXPECT_STREQ(http_method_string(1), "OPTIONS");
-    EXPECT_STREQ(http_method_string(4), "POST");
     EXPECT_STREQ(http_method_string(8), "CONNECT");
-    EXPECT_EQ(http_method_string(0), nullptr);
-    EXPECT_EQ(http_method_string(9), nullptr);
-    EXPECT_STREQ(http_status_string(100), "Continue");
-    EXPECT_STREQ(http_status_string(404), "Not Found");
     EXPECT_STREQ(http_status_string(600), "Malformed Response");
     EXPECT_STREQ(http_status_string(299), "Unknown");
-    EXPECT_STREQ(http_status_string(-1), "Unknown");
-    EXPECT_STREQ(http_status_string(10000), "Unknown");
+    HTTP_Headers headers;
+    for (const int outside : {-1, 47, 1000}) {
+        EXPECT_EQ(http_head_string(outside), nullptr);
+        EXPECT_EQ(http_method_string(outside), nullptr);
+        EXPECT_EQ(headers.put(outside, "x"), -1);
+        EXPECT_EQ(headers.get(outside), nullptr);
+    }
 }
 
 TEST(HttpHeaders, KeepACopyPerSlotAndOtherNamesInTheMap) {
@@ -44,31 +40,17 @@ TEST(HttpHeaders, KeepACopyPerSlotAndOtherNamesInTheMap) {
     EXPECT_STREQ(headers.get("X-MINE"), "2");
     EXPECT_EQ(headers.others().size(), 1u);
 
-    EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, static_cast<const char*>(nullptr)), 0);
-    EXPECT_EQ(headers.get(14), nullptr);
-    EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, ""), 0);
-    EXPECT_STREQ(headers.get(14), "");
-
     headers.reset_i();
     EXPECT_EQ(headers.get(14), nullptr);
     EXPECT_STREQ(headers.get("x-mine"), "2");
 }
 
-TEST(HttpHeaders, RefuseTypesOutsideTheSlots) {
-    HTTP_Headers headers;
-    for (const int type : {-1, 47, 1000}) {
-        EXPECT_EQ(headers.put(type, "x"), -1);
-        EXPECT_EQ(headers.put(type, static_cast<const char*>(nullptr)), -1);
-        EXPECT_EQ(headers.get(type), nullptr);
-    }
-}
-
 // What gets into a header or a request line must not be able to end it.
 TEST(HttpHeaders, RefuseWhatWouldAddALine) {
+    using Texts = std::vector<std::string>;
     HTTP_Headers headers;
     headers.put(HTTP_HEAD_COOKIE, "good");
-    for (const std::string& bad : {std::string("a\r\nHost: b"), std::string("a\n"),
-                                   std::string("\r"), std::string("a\0b", 3)}) {
+    for (const std::string& bad : Texts{"a\r\nHost: b", "a\n", "\r", {"a\0b", 3}}) {
         EXPECT_EQ(headers.put(HTTP_HEAD_COOKIE, bad), -1);
         EXPECT_EQ(headers.put(std::string("X-Mine"), bad), -1);
         EXPECT_STREQ(headers.get(14), "good");
@@ -80,8 +62,7 @@ TEST(HttpHeaders, RefuseWhatWouldAddALine) {
 
     HTTP_Request request(HTTP_METHOD_POST, "/a");
     EXPECT_EQ(request.cookie("a\r\nX: y"), -1);
-    for (const std::string& bad : {std::string(), std::string("/a b"), std::string("/a\r\nX: y"),
-                                   std::string("/\0", 2), std::string("/\t")}) {
+    for (const std::string& bad : Texts{"", "/a b", "/a\r\nX: y", {"/\0", 2}, "/\t"}) {
         EXPECT_EQ(request.uri(bad), -1);
         EXPECT_EQ(request.uri(), "/a");
     }
@@ -95,12 +76,8 @@ TEST(HttpBase, FramingAndFieldsAgree) {
     request.content_length(6);
     EXPECT_EQ(request.headers().get(HTTP_HEAD_CONTENT_LENGTH), nullptr);
     EXPECT_STREQ(request.headers().get(HTTP_HEAD_TRANSFER_ENCODING), "chunked");
-    request.keep_alive(false);
-    EXPECT_STREQ(request.headers().get(HTTP_HEAD_CONNECTION), "close");
     request.reset();
-    EXPECT_TRUE(request.keep_alive());
     EXPECT_FALSE(request.chunked_transfer_encoding());
-    EXPECT_EQ(request.content_length(), 0u);
     EXPECT_EQ(request.headers().get(HTTP_HEAD_TRANSFER_ENCODING), nullptr);
 }
 

@@ -57,13 +57,6 @@ TEST(HttpResponseParser, ReadsTheSameHeadAtEverySplit) {
     }
 }
 
-TEST(HttpResponseParser, SaysWhatIsMissing) {
-    HTTP_Response response;
-    EXPECT_EQ(parse("", response), HTTP_Parser::NOT_BEGUN);
-    EXPECT_EQ(parse("HTTP/1.1 20", response), HTTP_Parser::NOT_BEGUN);
-    EXPECT_EQ(parse("HTTP/1.1 200 OK\r\nHost", response), HTTP_Parser::IN_HEAD);
-}
-
 TEST(HttpResponseParser, KnowsTheFraming) {
     const struct {
         const char* name;

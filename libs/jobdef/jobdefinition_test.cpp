@@ -151,14 +151,13 @@ TEST(Definition, RefusesOtherNonsense) {
 }
 
 TEST(Definition, TakesDefaultsForTheOthers) {
-    for (const bool wrongType : {false, true}) {
-        json_spirit::Object members = parsed(backupText);
-        for (const char* key : {"filterType", "extensions", "compress", "schedule", "runMissed"}) {
-            members.erase(key);
-            if (wrongType) {
-                members[key] = "x";
-            }
-        }
+    json_spirit::Object without = parsed(backupText);
+    json_spirit::Object wrong = without;
+    for (const char* key : {"filterType", "extensions", "compress", "schedule", "runMissed"}) {
+        without.erase(key);
+        wrong[key] = "x";
+    }
+    for (const json_spirit::Object& members : {without, wrong}) {
         const auto definition = made(members);
         const auto& backup = dynamic_cast<const BackupJobDefinition&>(*definition);
         EXPECT_EQ(backup.filterType(), 0);
@@ -187,6 +186,7 @@ TEST(JobSchedule, BoundsItsFieldsByItsKind) {
     struct Row {
         JobSchedule schedule;
         bool valid;
+        const char* start = "0";
     };
     using enum ScheduleKind;
     const Row rows[] = {
@@ -196,6 +196,10 @@ TEST(JobSchedule, BoundsItsFieldsByItsKind) {
         {{daily, 0, 0, 0, 60, 0}, false},
         {{daily, 0, 0, 0, 0, 60}, false},
         {{daily, 0, 0, -1, 0, 0}, false},
+        {{daily, 0, 0, 0, 0, 0}, false, "12x"},
+        {{daily, 0, 0, 0, 0, 0}, false, "-1"},
+        {{daily, 0, 0, 0, 0, 0}, false, " 1"},
+        {{daily, 0, 0, 0, 0, 0}, false, "18446744073709551616"},
         {{weekly, 0, 0, 0, 0, 0}, true},
         {{weekly, 0, 6, 0, 0, 0}, true},
         {{weekly, 0, 7, 0, 0, 0}, false},
@@ -203,34 +207,23 @@ TEST(JobSchedule, BoundsItsFieldsByItsKind) {
         {{monthly, 0, 31, 0, 0, 0}, true},
         {{monthly, 0, 32, 0, 0, 0}, false},
         {{once, 0, 0, 0, 0, 0}, false},
-        {{once, 1, 0, 0, 0, 0}, true},
+        {{once, 1, 0, 0, 0, 0}, true, "1"},
         {{ScheduleKind{0}, 0, 0, 0, 0, 0}, false},
         {{ScheduleKind{6}, 0, 0, 0, 0, 0}, false},
     };
-    for (const Row& row : rows) {
-        BackupJobDefinition backup("1", L"n", "u");
-        EXPECT_EQ(backup.setSchedule(row.schedule), row.valid)
-            << static_cast<int>(row.schedule.kind) << " day " << row.schedule.day;
+    for (const auto& [schedule, valid, start] : rows) {
+        const auto kind = static_cast<int32_t>(schedule.kind);
         json_spirit::Object members = parsed(backupText);
-        members["schedule"] = json_spirit::Object{{"kind", static_cast<int32_t>(row.schedule.kind)},
-                                                  {"start", std::to_string(row.schedule.start)},
-                                                  {"day", row.schedule.day},
-                                                  {"hour", row.schedule.hour},
-                                                  {"minute", row.schedule.minute},
-                                                  {"second", row.schedule.second}};
+        members["schedule"] = json_spirit::Object{{"kind", kind},
+                                                  {"start", start},
+                                                  {"day", schedule.day},
+                                                  {"hour", schedule.hour},
+                                                  {"minute", schedule.minute},
+                                                  {"second", schedule.second}};
         const auto read = made(members);
         EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).schedule(),
-                  row.valid ? row.schedule : JobSchedule());
-    }
-}
-
-TEST(JobSchedule, StartIsADecimalNumber) {
-    for (const char* start : {"12x", "-1", "18446744073709551616", " 1"}) {
-        json_spirit::Object members = parsed(backupText);
-        members["schedule"].get_obj()["start"] = start;
-        const auto read = made(members);
-        EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).schedule(), JobSchedule())
-            << start;
+                  valid ? schedule : JobSchedule())
+            << kind << " day " << schedule.day << " start " << start;
     }
 }
 

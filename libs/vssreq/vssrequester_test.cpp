@@ -64,32 +64,32 @@ protected:
 };
 
 TEST_F(Requester, SnapshotsLastFromStartToEnd) {
-    ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::copy, true));
-    ASSERT_EQ(requester_.volumeCount(), 2);
-    EXPECT_EQ(requester_.volume(1).volumePath, L"D:\\");
-    EXPECT_EQ(requester_.volume(1).shadowPath, L"\\\\?\\GLOBALROOT\\Device\\Copy1");
-    EXPECT_TRUE(requester_.endBackup());
-    EXPECT_EQ(requester_.volumeCount(), 0);
-    EXPECT_TRUE(requester_.endBackup());
-    EXPECT_THAT(script_.calls, ElementsAre("prepare 5", "snapshot", "complete"));
+    for (const bool atOnce : {true, false}) {
+        script_.calls.clear();
+        ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::copy, atOnce));
+        EXPECT_EQ(requester_.volumeCount(), atOnce ? 2 : 0);
+        ASSERT_TRUE(atOnce || requester_.makeSnapshot());
+        ASSERT_EQ(requester_.volumeCount(), 2);
+        EXPECT_EQ(requester_.volume(1).volumePath, L"D:\\");
+        EXPECT_EQ(requester_.volume(1).shadowPath, L"\\\\?\\GLOBALROOT\\Device\\Copy1");
+        EXPECT_TRUE(requester_.endBackup());
+        EXPECT_EQ(requester_.volumeCount(), 0);
+        EXPECT_TRUE(requester_.endBackup());
+        EXPECT_THAT(script_.calls, ElementsAre("prepare 5", "snapshot", "complete"));
+    }
 }
 
-TEST_F(Requester, AsksNobodyWhenThereIsNothingToSnapshot) {
+TEST_F(Requester, AsksNobodyForNothingOrForAnUnknownKind) {
     const std::vector<std::wstring> none;
     EXPECT_TRUE(requester_.startBackup(nullptr, VSSRequester::full, true));
     EXPECT_TRUE(requester_.startBackup(&none, VSSRequester::full, true));
     EXPECT_TRUE(requester_.makeSnapshot());
-    EXPECT_EQ(requester_.volumeCount(), 0);
     EXPECT_TRUE(requester_.endBackup());
+    for (const int unknown : {-1, 7}) {
+        EXPECT_FALSE(requester_.startBackup(&volumes_, unknown, true));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    }
     EXPECT_TRUE(script_.calls.empty());
-}
-
-TEST_F(Requester, MakesTheSnapshotLaterWhenAskedTo) {
-    ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, false));
-    EXPECT_EQ(requester_.volumeCount(), 0);
-    ASSERT_TRUE(requester_.makeSnapshot());
-    EXPECT_EQ(requester_.volumeCount(), 2);
-    EXPECT_THAT(script_.calls, ElementsAre("prepare 1", "snapshot"));
 }
 
 TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
@@ -120,14 +120,6 @@ TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
         EXPECT_STREQ(requester_.step(), "Step");
         EXPECT_EQ(script_.calls, row.calls);
     }
-}
-
-TEST_F(Requester, RefusesAnUnknownKindOfBackup) {
-    for (const int type : {-1, 7}) {
-        EXPECT_FALSE(requester_.startBackup(&volumes_, type, true));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
-    }
-    EXPECT_TRUE(script_.calls.empty());
 }
 
 TEST_F(Requester, EndsTheOlderBackupBeforeANewOneAndTheLastWithItself) {
