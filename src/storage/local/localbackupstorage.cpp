@@ -121,6 +121,11 @@ bool LocalBackupStorage::openNew(uint64_t sequence) {
     made.size = run_.totals.size;
     made.carried = writer_->carried();
     document_ = made;
+    // What the check has carried over went with the instance's folder.
+    if (made.carried == 0 && activity_->unchangedSize != 0) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
     return writer_->countAwaited(document_.awaited) && place_.save(document_);
 }
 

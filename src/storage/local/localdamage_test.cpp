@@ -174,6 +174,11 @@ TEST_F(LocalStorageTest, WhatWasCarriedOverMustBeThereWhenTheRunGoesOn) {
            [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, LocalIndexReader::begin())); });
     EXPECT_FALSE(storage()->start());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    // Nor does it go on when all of its folder was deleted.
+    record_.unchangedSize = 47;
+    ASSERT_TRUE(rm_rf(place().instance(instance()), true));
+    EXPECT_FALSE(storage()->start());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
 }
 
 TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
