@@ -22,7 +22,12 @@ set(pure_sources
     src/job/job_states.cpp
     src/job/joberror.cpp
     src/job/restorepath.cpp
+    src/scheduler/dailyschedulehelper.cpp
+    src/scheduler/monthlyschedulehelper.cpp
+    src/scheduler/schedulecalendar.cpp
+    src/scheduler/schedulehelper.cpp
     src/scheduler/timer_heap.cpp
+    src/scheduler/weeklyschedulehelper.cpp
     src/settings/encodedtext.cpp
     src/settings/recoveryfile.cpp
     src/storage/block_form.cpp
@@ -43,6 +48,7 @@ set(pure_tests
     src/job/activity/sourcerecord_test.cpp
     src/job/job_states_test.cpp
     src/job/restorepath_test.cpp
+    src/scheduler/schedulehelper_test.cpp
     src/scheduler/timer_heap_test.cpp
     src/settings/recoveryfile_test.cpp
     src/storage/block_form_test.cpp

@@ -49,6 +49,9 @@ public:
     // Has every pending timer's handler called with Timeout_Handler::clockChanged.
     bool notify_time_change();
 
+    // The clock that deadlines are compared with.
+    uint64_t now() const { return clock_(); }
+
     // Posts a packet for `event`. False with the thread's last error; never blocks on a handler.
     bool post(DWORD bytes, Io_Completion_Port::Event* event, OVERLAPPED* overlapped);
 

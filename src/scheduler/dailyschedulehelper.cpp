@@ -1,0 +1,38 @@
+#include "scheduler/dailyschedulehelper.h"
+
+#include "scheduler/schedulecalendar.h"
+
+namespace dorvo {
+namespace {
+
+constexpr int64_t day = 86'400;
+
+}  // namespace
+
+DailyScheduleHelper::DailyScheduleHelper(const ScheduleClock& clock, uint64_t start, int hour,
+                                         int minute, int second)
+    : ScheduleHelper(clock),
+      hour_(hour),
+      minute_(minute),
+      second_(second),
+      startTime_(standardInstant(clock, start)) {}
+
+std::unique_ptr<ScheduleHelper> DailyScheduleHelper::clone() const {
+    return std::make_unique<DailyScheduleHelper>(*this);
+}
+
+int64_t DailyScheduleHelper::period(int64_t) const {
+    return day;
+}
+
+int64_t DailyScheduleHelper::periodStart(int64_t at) const {
+    std::tm parts{};
+    return clock().local(at, parts) ? midnight(clock(), parts) : -1;
+}
+
+int64_t DailyScheduleHelper::dueInPeriod(int64_t at) const {
+    const int64_t start = periodStart(at);
+    return start == -1 ? -1 : start + (hour_ * 60 + minute_) * 60 + second_;
+}
+
+}  // namespace dorvo

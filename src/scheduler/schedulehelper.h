@@ -1,0 +1,49 @@
+// When a schedule is next due.
+//
+// A schedule has a due time in each of its periods (a day, a week, a month): so many seconds after
+// the midnight with which the period begins. On a day on which daylight-saving time begins or ends
+// that is an hour off the time on the wall (docs/schedules.md). Instants are seconds since 1970, -1
+// for an error of the clock. Helpers do not change; the clock is borrowed and outlives them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "scheduler/scheduleclock.h"
+
+namespace dorvo {
+
+class ScheduleHelper {
+public:
+    virtual ~ScheduleHelper() = default;
+    virtual std::unique_ptr<ScheduleHelper> clone() const = 0;
+    // 2 daily, 3 weekly, 4 monthly.
+    virtual int kind() const = 0;
+    // The first due time that is later than now and than `after` (0 for no such limit), and not
+    // before the schedule's start.
+    virtual int64_t TimeOfNextScheduleImpl(int64_t after) const;
+    // From now, 0 when the next due time is not later.
+    virtual int64_t secondsUntilNext() const;
+
+    // Of the period in which the instant `at` lies: its length in seconds, its first midnight, and
+    // the due times in it and in the period that follows.
+    virtual int64_t period(int64_t at) const = 0;
+    virtual int64_t periodStart(int64_t at) const = 0;
+    virtual int64_t dueInPeriod(int64_t at) const = 0;
+    virtual int64_t dueInNextPeriod(int64_t at) const;
+
+    // The schedule is not due before; -1 for a schedule without a start.
+    virtual int64_t startTime() const = 0;
+
+protected:
+    explicit ScheduleHelper(const ScheduleClock& clock) : clock_(&clock) {}
+    ScheduleHelper(const ScheduleHelper&) = default;
+    ScheduleHelper& operator=(const ScheduleHelper&) = default;
+
+    const ScheduleClock& clock() const { return *clock_; }
+
+private:
+    const ScheduleClock* clock_;
+};
+
+}  // namespace dorvo

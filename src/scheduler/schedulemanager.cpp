@@ -1,0 +1,212 @@
+#include "scheduler/schedulemanager.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+#include "base/log.h"
+#include "scheduler/iocp_dispatcher.h"
+#include "scheduler/schedulecalendar.h"
+#include "scheduler/systemscheduleclock.h"
+
+template class ATL::CComSingleton<dorvo::ScheduleManagerImpl, ATL::CComAutoCriticalSection>;
+
+namespace dorvo {
+namespace {
+
+Io_Completion_Port_Ex* processDispatcher() {
+    return Iocp_Dispatcher::instance();
+}
+
+// False when the timer is neither cancelled nor gone. One that has fired is gone.
+bool cancel(Io_Completion_Port_Ex& dispatcher, ScheduleHandler& handler) {
+    SetLastError(ERROR_SUCCESS);  // a handler that was never scheduled leaves none
+    return dispatcher.cancel_timer(&handler) == 0 || GetLastError() == ERROR_NOT_FOUND;
+}
+
+}  // namespace
+
+ScheduleManagerImpl::ScheduleManagerImpl()
+    : ScheduleManagerImpl(processDispatcher, systemScheduleClock()) {}
+
+ScheduleManagerImpl::ScheduleManagerImpl(DispatcherSource dispatcher, const ScheduleClock& clock)
+    : dispatcher_(dispatcher), clock_(clock) {}
+
+ScheduleManagerImpl::~ScheduleManagerImpl() = default;
+
+void ScheduleManagerImpl::commands(ScheduleCommands commands) {
+    const std::lock_guard guard(lock_);
+    commands_ = commands;
+}
+
+bool ScheduleManagerImpl::Schedule(int64_t time, const std::string& jobId) {
+    const std::lock_guard guard(lock_);
+    uint64_t deadline = 0;
+    return stopped_ || (deadlineOf(time, deadline) && ScheduleImpl(deadline, jobId));
+}
+
+bool ScheduleManagerImpl::Reschedule(int64_t time, const std::string& jobId) {
+    const std::lock_guard guard(lock_);
+    uint64_t deadline = 0;
+    return stopped_ || (deadlineOf(time, deadline) && RescheduleImpl(deadline, jobId));
+}
+
+bool ScheduleManagerImpl::Reschedule(int64_t time, ScheduleHandler* pHandler) {
+    const std::lock_guard guard(lock_);
+    uint64_t deadline = 0;
+    return stopped_ || (deadlineOf(time, deadline) && RescheduleHandlerImpl(deadline, pHandler));
+}
+
+bool ScheduleManagerImpl::Unschedule(const std::string& jobId) {
+    const std::lock_guard guard(lock_);
+    return stopped_ || UnscheduleImpl(jobId);
+}
+
+ScheduleHandler* ScheduleManagerImpl::FindSchedule(const std::string& jobId) {
+    const std::lock_guard guard(lock_);
+    const auto found = schedules_.find(jobId);
+    return found == schedules_.end() ? nullptr : found->second.get();
+}
+
+void ScheduleManagerImpl::stop() {
+    const std::lock_guard guard(lock_);
+    stopped_ = true;
+    if (Io_Completion_Port_Ex* dispatcher = dispatcher_()) {
+        for (const auto& [jobId, handler] : schedules_) {
+            cancel(*dispatcher, *handler);
+        }
+        schedules_.clear();
+    }
+}
+
+bool ScheduleManagerImpl::deadlineOf(int64_t time, uint64_t& deadline) const {
+    deadline = localCount(clock_, time);
+    if (deadline == 0) {
+        log(LogLevel::error, "ScheduleManager::Schedule: failure - %Q is no time.\n",
+            static_cast<uint64_t>(time));
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    return true;
+}
+
+bool ScheduleManagerImpl::ScheduleImpl(uint64_t deadline, const std::string& jobId) {
+    Io_Completion_Port_Ex* const dispatcher = dispatcher_();
+    if (dispatcher == nullptr) {
+        log(LogLevel::error,
+            "ScheduleManager::ScheduleImpl: failure - can't get the instance of "
+            "Iocp_Dispatcher.\n");
+        return false;
+    }
+    if (schedules_.contains(jobId)) {
+        log(LogLevel::information,
+            "ScheduleManager::ScheduleImpl: warning - the timer handler has already scheduled.\n");
+        return RescheduleImpl(deadline, jobId);
+    }
+    auto handler = std::make_unique<ScheduleHandler>(jobId, commands_);
+    if (dispatcher->schedule_timer(handler.get(), deadline) == -1) {
+        log(LogLevel::error,
+            "ScheduleManager::ScheduleImpl: failure - call Iocp_Dispatcher::schedule_timer "
+            "failed. the timer have not scheduled.\n");
+        cancel(*dispatcher, *handler);  // it is pending all the same
+        return false;
+    }
+    schedules_[jobId] = std::move(handler);
+    return true;
+}
+
+bool ScheduleManagerImpl::RescheduleImpl(uint64_t deadline, const std::string& jobId) {
+    const auto found = schedules_.find(jobId);
+    if (found == schedules_.end()) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleImpl: failure - can't find the timer_handler from the "
+            "list of scheduled timer_handler list.\n");
+        return false;
+    }
+    if (!found->second) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleImpl: failure - the timer_handler will be re-scheduled is "
+            "null.\n");
+        return false;
+    }
+    if (!RescheduleHandlerImpl(deadline, found->second.get())) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleImpl: failure - re-schedule the timer failed.\n");
+        return false;
+    }
+    log(LogLevel::information,
+        "ScheduleManager::ScheduleImpl: information - re-schedule the timer successfully.\n");
+    return true;
+}
+
+bool ScheduleManagerImpl::RescheduleHandlerImpl(uint64_t deadline, ScheduleHandler* pHandler) {
+    if (pHandler == nullptr || FindSchedule(pHandler->timer_id()) == schedules_.end()) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleHandlerImpl: failure - invalid parameter \"pHandler\".\n");
+        return false;
+    }
+    Io_Completion_Port_Ex* const dispatcher = dispatcher_();
+    if (dispatcher == nullptr) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleHandlerImpl: failure - can't get the instance of "
+            "Iocp_Dispatcher.\n");
+        return false;
+    }
+    if (!cancel(*dispatcher, *pHandler)) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleHandlerImpl: failure - call Iocp_Dispatcher::cancel_timer "
+            "failed.\n");
+        return false;
+    }
+    if (dispatcher->schedule_timer(pHandler, deadline) == -1) {
+        log(LogLevel::error,
+            "ScheduleManager::RescheduleHandlerImpl: failure - call "
+            "Iocp_Dispatcher::schedule_timer failed.\n");
+        return false;
+    }
+    log(LogLevel::information,
+        "ScheduleManager::RescheduleHandlerImpl: information - re-schedule the handler "
+        "successfully.\n");
+    return true;
+}
+
+bool ScheduleManagerImpl::UnscheduleImpl(const std::string& jobId) {
+    Io_Completion_Port_Ex* const dispatcher = dispatcher_();
+    if (dispatcher == nullptr) {
+        log(LogLevel::error,
+            "ScheduleManager::UnscheduleImpl: failure - can't get the instance of "
+            "Iocp_Dispatcher.\n");
+        return false;
+    }
+    const auto found = schedules_.find(jobId);
+    if (found == schedules_.end()) {
+        log(LogLevel::information,
+            "ScheduleManager::UnscheduleImpl: warning - can't find the timer handler in the "
+            "timer-handler list.\n");
+        return false;
+    }
+    if (!found->second) {
+        log(LogLevel::error,
+            "ScheduleManager::UnscheduleImpl: failure - the timer_handler will be un-scheduled is "
+            "null.\n");
+        return false;
+    }
+    if (!cancel(*dispatcher, *found->second)) {
+        log(LogLevel::error,
+            "ScheduleManager::UnscheduleImpl: failure - call Iocp_Dispatcher::cancel_timer "
+            "failed.\n");
+        return false;
+    }
+    schedules_.erase(found);
+    log(LogLevel::information,
+        "ScheduleManager::UnscheduleImpl: information - cancel the timer handler successfully.");
+    return true;
+}
+
+ScheduleManagerImpl::Schedules::iterator ScheduleManagerImpl::FindSchedule(int32_t timerId) {
+    return std::find_if(schedules_.begin(), schedules_.end(), [&](const auto& schedule) {
+        return schedule.second && schedule.second->timer_id() == timerId;
+    });
+}
+
+}  // namespace dorvo

@@ -1,0 +1,176 @@
+#include "scheduler/schedulemanager.h"
+
+#include <vector>
+
+#include "scheduler/systemscheduleclock.h"
+#include "support/log_capture.h"
+#include "support/test_dispatcher.h"
+
+namespace dorvo {
+namespace {
+
+using namespace test;
+using Commands = std::vector<std::string>;
+
+class ScheduleManager : public testing::Test {
+protected:
+    ScheduleManager() : dispatcher_(zone_), manager_(TestDispatcher::current, zone_) {
+        zone_.time = zone_.at("2026-01-05 09:00:00");
+        given_.clear();
+        manager_.commands([](const std::string& id, const char* command) {
+            given_.push_back(id + " " + command);
+        });
+        dispatcher_.run();
+    }
+    ~ScheduleManager() override { manager_.stop(); }
+
+    // What the handlers have asked for since the last call.
+    static Commands taken() { return std::exchange(given_, {}); }
+    bool schedule(const std::string& id, const char* time) {
+        return manager_.Schedule(zone_.at(time), id);
+    }
+
+    static inline Commands given_;  // added to on the dispatcher's worker, read when it is idle
+    TestZone zone_;
+    TestDispatcher dispatcher_;
+    ScheduleManagerImpl manager_;
+    LogCapture log_;
+};
+
+TEST_F(ScheduleManager, StartsEachJobAtItsTimeOnce) {
+    EXPECT_TRUE(schedule("b", "2026-01-05 12:00:00"));
+    EXPECT_TRUE(schedule("a", "2026-01-05 11:00:00"));
+    EXPECT_TRUE(schedule("", "2026-01-05 11:00:00"));
+    EXPECT_TRUE(schedule("overdue", "2026-01-05 08:00:00"));
+    dispatcher_.advance(zone_.at("2026-01-05 10:59:59"));
+    EXPECT_EQ(taken(), Commands{"overdue start"});
+    dispatcher_.advance(zone_.at("2026-01-05 12:00:00"));
+    EXPECT_EQ(taken(), (Commands{"a start", "b start"}));
+    dispatcher_.advance(zone_.at("2026-01-07 00:00:00"));
+    EXPECT_EQ(taken(), Commands{}) << "nothing arms itself";
+    EXPECT_TRUE(log_.has(LogLevel::information,
+                         "ScheduleHandler::handle_timeout: information - job id b.\n"));
+}
+
+TEST_F(ScheduleManager, HasOneTimerAJob) {
+    EXPECT_TRUE(schedule("a", "2026-01-05 10:00:00"));
+    const ScheduleHandler* const handler = manager_.FindSchedule("a");
+    EXPECT_TRUE(schedule("a", "2026-01-05 11:00:00"));
+    EXPECT_EQ(manager_.FindSchedule("a"), handler);
+    EXPECT_TRUE(log_.has(LogLevel::information,
+                         "ScheduleManager::ScheduleImpl: warning - the timer handler has already "
+                         "scheduled.\n"));
+    EXPECT_TRUE(log_.has(LogLevel::information,
+                         "ScheduleManager::ScheduleImpl: information - re-schedule the timer "
+                         "successfully.\n"));
+    dispatcher_.advance(zone_.at("2026-01-05 10:30:00"));
+    EXPECT_EQ(taken(), Commands{});
+    dispatcher_.advance(zone_.at("2026-01-05 11:00:00"));
+    EXPECT_EQ(taken(), Commands{"a start"});
+    EXPECT_TRUE(manager_.Reschedule(zone_.at("2026-01-05 13:00:00"), "a")) << "it has fired";
+    EXPECT_TRUE(manager_.Reschedule(zone_.at("2026-01-05 12:00:00"), manager_.FindSchedule("a")));
+    dispatcher_.advance(zone_.at("2026-01-05 12:00:00"));
+    EXPECT_EQ(taken(), Commands{"a start"});
+    EXPECT_TRUE(manager_.Unschedule("a"));
+    EXPECT_TRUE(schedule("a", "2026-01-05 14:00:00"));
+    EXPECT_TRUE(manager_.Unschedule("a"));
+    dispatcher_.advance(zone_.at("2026-01-06 00:00:00"));
+    EXPECT_EQ(taken(), Commands{});
+}
+
+TEST_F(ScheduleManager, AClockChangeHasEachJobPlanAnew) {
+    EXPECT_TRUE(schedule("a", "2026-01-05 10:00:00"));
+    EXPECT_TRUE(schedule("b", "2026-01-05 11:00:00"));
+    for (const char* time : {"2026-01-05 12:30:00", "2026-01-05 03:00:00"}) {
+        dispatcher_.setClock(zone_.at(time));
+        EXPECT_EQ(taken(), (Commands{"a do_schedule", "b do_schedule"})) << time;
+        EXPECT_TRUE(schedule("a", "2026-01-05 14:00:00"));
+        EXPECT_TRUE(schedule("b", "2026-01-05 15:00:00"));
+    }
+    dispatcher_.advance(zone_.at("2026-01-05 14:30:00"));
+    EXPECT_EQ(taken(), Commands{"a start"});
+}
+
+TEST_F(ScheduleManager, SaysWhatFails) {
+    struct Row {
+        const char* message;
+        bool (*fails)(ScheduleManagerImpl&, int64_t);
+    };
+    const auto log = [this](const std::string& message) {
+        return log_.has(LogLevel::error, "ScheduleManager::" + message) ||
+               log_.has(LogLevel::information, "ScheduleManager::" + message);
+    };
+    constexpr Row rows[] = {
+        {"Schedule: failure - 18446744073709551615 is no time.\n",
+         [](ScheduleManagerImpl& m, int64_t) { return m.Schedule(-1, "a"); }},
+        {"RescheduleImpl: failure - can't find the timer_handler from the list of scheduled "
+         "timer_handler list.\n",
+         [](ScheduleManagerImpl& m, int64_t time) { return m.Reschedule(time, "a"); }},
+        {"RescheduleHandlerImpl: failure - invalid parameter \"pHandler\".\n",
+         [](ScheduleManagerImpl& m, int64_t time) {
+             return m.Reschedule(time, static_cast<ScheduleHandler*>(nullptr));
+         }},
+        {"UnscheduleImpl: warning - can't find the timer handler in the timer-handler list.\n",
+         [](ScheduleManagerImpl& m, int64_t) { return m.Unschedule("a"); }},
+    };
+    for (const Row& row : rows) {
+        EXPECT_FALSE(row.fails(manager_, zone_.time)) << row.message;
+        EXPECT_TRUE(log(row.message)) << row.message;
+    }
+    EXPECT_TRUE(schedule("kept", "2026-01-05 10:00:00"));
+    EXPECT_TRUE(TestDispatcher::port()->close());
+    EXPECT_FALSE(schedule("a", "2026-01-05 08:00:00")) << "nobody can be woken";
+    EXPECT_TRUE(
+        log("ScheduleImpl: failure - call Iocp_Dispatcher::schedule_timer failed. the "
+            "timer have not scheduled.\n"));
+    EXPECT_EQ(manager_.FindSchedule("a"), nullptr);
+    EXPECT_FALSE(schedule("kept", "2026-01-05 08:30:00"));
+    EXPECT_TRUE(
+        log("RescheduleHandlerImpl: failure - call Iocp_Dispatcher::schedule_timer "
+            "failed.\n"));
+    EXPECT_TRUE(log("RescheduleImpl: failure - re-schedule the timer failed.\n"));
+    dispatcher_.run();
+    dispatcher_.fire();
+    EXPECT_EQ(taken(), Commands{"kept start"}) << "what failed is gone, or pending all the same";
+
+    ScheduleManagerImpl nowhere([]() -> Io_Completion_Port_Ex* { return nullptr; }, zone_);
+    EXPECT_FALSE(nowhere.Schedule(zone_.time, "a"));
+    EXPECT_FALSE(nowhere.Unschedule("a"));
+    for (const char* who : {"ScheduleImpl", "UnscheduleImpl"}) {
+        EXPECT_TRUE(
+            log(std::string(who) + ": failure - can't get the instance of Iocp_Dispatcher.\n"));
+    }
+}
+
+TEST_F(ScheduleManager, StopsForGood) {
+    EXPECT_TRUE(schedule("a", "2026-01-05 10:00:00"));
+    manager_.stop();
+    EXPECT_TRUE(schedule("a", "2026-01-05 10:00:00"));
+    EXPECT_TRUE(manager_.Unschedule("a"));
+    dispatcher_.advance(zone_.at("2026-01-06 00:00:00"));
+    EXPECT_EQ(taken(), Commands{});
+}
+
+TEST(SystemScheduleClock, AgreesWithTheClockOfTheTimers) {
+    const ScheduleClock& clock = systemScheduleClock();
+    const uint64_t before = localTimeNow();
+    const int64_t now = clock.now();
+    const uint64_t after = localTimeNow();
+    EXPECT_LE(before - before % ticksPerSecond, localCount(clock, now));
+    EXPECT_GE(after, localCount(clock, now));
+    std::tm parts{};
+    ASSERT_TRUE(clock.local(now, parts));
+    EXPECT_EQ(clock.instant(parts), now);
+    EXPECT_FALSE(clock.local(-1, parts));
+    LogCapture log;
+    parts = {};
+    parts.tm_mday = 9;
+    parts.tm_wday = 3;
+    clock.chosen(parts);
+    EXPECT_TRUE(log.has(LogLevel::trace,
+                        "Next schedule time: month = 1 day = 9 weekday = 3 hour = 0 minute = "
+                        "0\n"));
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,161 @@
+#include "scheduler/update_scheduler.h"
+
+#include "base/error_text.h"
+#include "settings/options.h"
+#include "support/log_capture.h"
+#include "support/store_test.h"
+#include "support/test_dispatcher.h"
+
+namespace dorvo {
+namespace {
+
+using namespace test;
+
+constexpr const char* semaphoreName = "Local\\dorvo_test_updater";
+
+// A program beside this one that has the updater's name.
+class UpdateScheduler : public StoreTest {
+protected:
+    UpdateScheduler()
+        : started_(CreateSemaphoreA(nullptr, 0, 1000, semaphoreName)), dispatcher_(zone_) {
+        SetEnvironmentVariableA("DORVO_TEST_UPDATER", semaphoreName);
+        useOptions("{}");
+        zone_.time = zone_.at("2026-01-05 09:00:00");
+        dispatcher_.run();
+    }
+    ~UpdateScheduler() override {
+        SetEnvironmentVariableA("DORVO_TEST_UPDATER", nullptr);
+        // One that still runs can be moved, not deleted.
+        static int used = 0;
+        const std::wstring old = L"used updater " + std::to_wstring(++used);
+        MoveFileW(besideProgram(L"updater.exe").c_str(), besideProgram(old.c_str()).c_str());
+        useOptions("{}");
+    }
+
+    static OptionsImpl& options() {
+        return *ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance();
+    }
+    static void useOptions(const char* text) {
+        write(dataPath(L"\\options"), text);
+        options() = OptionsImpl();
+    }
+    static void install() {
+        ASSERT_NE(CopyFileW(besideProgram(L"test_updater.exe").c_str(),
+                            besideProgram(L"updater.exe").c_str(), FALSE),
+                  0);
+    }
+    void pass(int64_t milliseconds) {
+        late_ += milliseconds;
+        dispatcher_.advance(zone_.time + late_ / 1000);
+        late_ %= 1000;
+    }
+    bool updaterStarted() const {
+        return WaitForSingleObject(started_.get(), 60'000) == WAIT_OBJECT_0;
+    }
+    static std::string failure(const char* what, DWORD code) {
+        return what + std::to_string(code) + ", " + errorText(code);
+    }
+
+    KernelHandle started_;
+    TestZone zone_;
+    TestDispatcher dispatcher_;
+    int64_t late_ = 0;
+    LogCapture log_;
+};
+
+TEST_F(UpdateScheduler, StartsTheUpdaterAtItsTimes) {
+    struct Row {
+        const char* options;
+        int64_t first;
+        int64_t again;
+    };
+    constexpr Row rows[] = {
+        {"{}", 600'000, 14'400'000},
+        {R"({"update_start_at":1000,"update_again_at":2000})", 1000, 2000},
+        {R"({"update_start_at":0,"update_again_at":0})", 0, 120'000},
+        {R"({"update_start_at":-5000,"update_again_at":-1})", -5000, 120'000},
+    };
+    install();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.options);
+        useOptions(row.options);
+        Update_Scheduler updates(*TestDispatcher::port());
+        EXPECT_TRUE(updates.schedule());
+        if (row.first > 0) {
+            pass(row.first - 1000);
+            EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
+            pass(1000);
+        }
+        EXPECT_TRUE(updaterStarted());
+        useOptions(R"({"update_again_at":7000})");
+        for (int i = 0; i < 2; ++i) {
+            pass(row.again - 1000);
+            EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
+            pass(1000);
+            EXPECT_TRUE(updaterStarted()) << "the interval is that of the object's beginning";
+        }
+        EXPECT_TRUE(updates.unschedule());
+    }
+    EXPECT_FALSE(log_.has(failure("Failed to execute the updater, error-code = ", 2) + "\n"));
+}
+
+TEST_F(UpdateScheduler, StoresNoShorterDelays) {
+    install();
+    EXPECT_EQ(options().update_start_at(5000), 20'000);
+    Update_Scheduler updates(*TestDispatcher::port());
+    EXPECT_TRUE(updates.schedule());
+    pass(19'000);
+    EXPECT_TRUE(updates.schedule()) << "the delay begins anew, once";
+    pass(19'000);
+    EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
+    pass(1000);
+    EXPECT_TRUE(updaterStarted());
+}
+
+TEST_F(UpdateScheduler, AChangeOfTheClockStartsOnlyTheInterval) {
+    install();
+    Update_Scheduler updates(*TestDispatcher::port());
+    EXPECT_TRUE(updates.schedule());
+    dispatcher_.setClock(zone_.time + 86'400);
+    EXPECT_TRUE(log_.has(LogLevel::trace, "Update Scheduler: Reschedule.\n"));
+    pass(14'399'000);
+    EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
+    pass(1000);
+    EXPECT_TRUE(updaterStarted());
+}
+
+TEST_F(UpdateScheduler, AMissingUpdaterDoesNotEndTheSchedule) {
+    Update_Scheduler updates(*TestDispatcher::port());
+    EXPECT_TRUE(updates.schedule());
+    pass(600'000);
+    EXPECT_TRUE(log_.has(
+        LogLevel::trace,
+        failure("Failed to execute the updater, error-code = ", ERROR_FILE_NOT_FOUND) + "\n"));
+    install();
+    pass(14'400'000);
+    EXPECT_TRUE(updaterStarted());
+}
+
+TEST_F(UpdateScheduler, TellsWhenItCannotBeArmedOrTakenOff) {
+    const std::string notPending =
+        failure("Failed to unschedule the Update_Scheduler.", ERROR_NOT_FOUND) + ".\n";
+    {
+        Update_Scheduler updates(*TestDispatcher::port());
+        SetLastError(ERROR_SUCCESS);
+        EXPECT_FALSE(updates.unschedule());
+        EXPECT_TRUE(log_.has(LogLevel::error, notPending)) << "it never was";
+        EXPECT_TRUE(updates.schedule());
+        const Update_Scheduler copy(updates);
+        EXPECT_EQ(copy.timer_id(), -1);
+    }
+    Update_Scheduler updates(*TestDispatcher::port());
+    EXPECT_TRUE(TestDispatcher::port()->close());
+    EXPECT_FALSE(updates.schedule());
+    EXPECT_TRUE(log_.has(
+        LogLevel::error,
+        failure("Failed to schedule the Update_Scheduler.", ERROR_INVALID_HANDLE) + ".\n"));
+    EXPECT_FALSE(updates.unschedule()) << "a failure leaves nothing pending";
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,103 @@
+// A clock that stands until the test moves it, in a zone with daylight-saving time: eight hours
+// behind UTC, seven from the second Sunday of March, 2:00, to the first one of November, 2:00.
+//
+// Local times are written "2026-03-08 09:00:00", with a "d" after them in daylight-saving time.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "scheduler/scheduleclock.h"
+
+namespace dorvo::test {
+
+class TestZone : public ScheduleClock {
+public:
+    explicit TestZone(bool daylightSaving = true) : daylightSaving_(daylightSaving) {}
+
+    int64_t now() const override { return broken ? -1 : time.load(); }
+    bool local(int64_t instant, std::tm& parts) const override {
+        if (broken || instant < 0 || instant > lastInstant) {
+            return false;
+        }
+        const bool daylight = inDaylight(instant);
+        const int64_t wall = instant - standardOffset + (daylight ? hour : 0);
+        const std::chrono::sys_seconds seconds{std::chrono::seconds(wall)};
+        const auto day = std::chrono::floor<std::chrono::days>(seconds);
+        const std::chrono::year_month_day date(day);
+        const std::chrono::hh_mm_ss clockTime(seconds - day);
+        parts = {};
+        parts.tm_year = static_cast<int>(date.year()) - 1900;
+        parts.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
+        parts.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
+        parts.tm_hour = static_cast<int>(clockTime.hours().count());
+        parts.tm_min = static_cast<int>(clockTime.minutes().count());
+        parts.tm_sec = static_cast<int>(clockTime.seconds().count());
+        parts.tm_wday = static_cast<int>(std::chrono::weekday(day).c_encoding());
+        parts.tm_isdst = daylight ? 1 : 0;
+        return true;
+    }
+    int64_t instant(std::tm parts) const override {
+        const int month = parts.tm_mon + 12;
+        const std::chrono::sys_days first =
+            std::chrono::year(parts.tm_year + 1899 + month / 12) /
+            std::chrono::month(static_cast<unsigned>(month % 12 + 1)) / 1;
+        const int64_t wall = (first.time_since_epoch().count() + parts.tm_mday - 1) * 24 * hour +
+                             parts.tm_hour * hour + parts.tm_min * 60 + parts.tm_sec;
+        int64_t found = wall + standardOffset;
+        // As the C runtime does it.
+        if (parts.tm_isdst > 0 || (parts.tm_isdst < 0 && inDaylight(found))) {
+            found -= hour;
+        }
+        return broken || found < 0 || found > lastInstant ? -1 : found;
+    }
+
+    // The instant of a local time; a "d" tells the two hours of the autumn apart.
+    int64_t at(const std::string& text) const {
+        std::tm parts{};
+        char season = ' ';
+        const int read =
+            std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d%c", &parts.tm_year, &parts.tm_mon,
+                        &parts.tm_mday, &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &season);
+        parts.tm_year -= 1900;
+        parts.tm_mon -= 1;
+        parts.tm_isdst = season == 'd' ? 1 : 0;
+        return read < 6 ? -1 : instant(parts);
+    }
+    std::string text(int64_t instant) const {
+        std::tm parts{};
+        if (!local(instant, parts)) {
+            return "no time";
+        }
+        char text[64];
+        std::snprintf(text, sizeof(text), "%d-%02d-%02d %02d:%02d:%02d%s", parts.tm_year + 1900,
+                      parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                      parts.tm_isdst != 0 ? "d" : "");
+        return text;
+    }
+
+    std::atomic<int64_t> time{0};
+    bool broken = false;  // every question fails
+
+private:
+    static constexpr int64_t hour = 3600;
+    static constexpr int64_t standardOffset = 8 * hour;
+    static constexpr int64_t lastInstant = 32'535'215'999;  // the year 3000
+
+    bool inDaylight(int64_t instant) const {
+        using namespace std::chrono;
+        if (!daylightSaving_) {
+            return false;
+        }
+        const sys_seconds standard{seconds(instant - standardOffset)};
+        const year thisYear = year_month_day(floor<days>(standard)).year();
+        return standard >= sys_days(thisYear / March / Sunday[2]) + hours(2) &&
+               standard < sys_days(thisYear / November / Sunday[1]) + hours(1);
+    }
+
+    bool daylightSaving_;
+};
+
+}  // namespace dorvo::test
