@@ -2,8 +2,8 @@
 """./dev demo [DIR]: real backups of a real tree to a real server, and the way back.
 
 Proves every stored byte, wipes the tree, restores it, and does so once more on a second, empty
-machine with the key from a recovery file. Works on a copy of DIR (default: more than a thousand
-headers and sources that setup installs) and on files with odd names; all is gone when it ends.
+machine with the key from a recovery file. Works on a copy of DIR (default: a few thousand headers
+and sources that setup installs) and on files with odd names; all is gone when it ends.
 """
 
 import argparse
@@ -22,7 +22,7 @@ from server import Server
 
 USER, PASSWORD = "demo", "a password for demonstrations"
 PASSPHRASE = "a passphrase for demonstrations"
-DEFAULT = [f"/usr/include/boost/{name}" for name in ("asio", "beast", "json")]
+DEFAULT = [f"/usr/include/boost/{name}" for name in ("asio", "beast", "fusion", "json", "spirit")]
 DEFAULT += ["/usr/include/openssl", "/usr/src/googletest"]
 
 
@@ -109,11 +109,15 @@ class Demo:
             raise Failed("fewer blocks than files were sent")
         say("Proof")
         self.prove()
+        say("Second backup: nothing has changed, no file data is sent")
+        if (blocks := self.back_up()) != 0:
+            raise Failed(f"{blocks} blocks were sent")
+        self.prove()
         changed = self.files[len(self.files) // 2]
         with open(changed, "ab") as file:
             file.write(b"\none line more\n")
         expected = trees.held(before, trees.snapshot(self.tree))
-        say(f"Second backup: only {changed.relative_to(self.tree)} has changed, one file is sent")
+        say(f"Third backup: only {changed.relative_to(self.tree)} has changed, one file is sent")
         if (blocks := self.back_up()) < 1 or blocks > 1 + changed.stat().st_size // 131072 + 1:
             raise Failed(f"{blocks} blocks were sent")
         self.prove()
@@ -146,7 +150,7 @@ def main():
     except (Failed, AssertionError) as error:
         print(f"\nDEMO FAILED: {error}", file=sys.stderr)
         return 1
-    say("Demo passed: two backups, proven byte for byte, and two restores of what was backed up.")
+    say("Demo passed: three backups, proven byte for byte, and two restores of what was backed up.")
     return 0
 
 
