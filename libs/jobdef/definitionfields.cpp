@@ -1,10 +1,10 @@
 #include "jobdef/definitionfields.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 
 namespace dorvo::jobdef {
 namespace {
@@ -43,23 +43,6 @@ bool parseTicks(const std::string& text, uint64_t& ticks) {
 }
 
 }  // namespace
-
-std::wstring toWide(const std::string& utf8) {
-    const int length = static_cast<int>(utf8.size());
-    const int needed = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0);
-    std::wstring wide(static_cast<size_t>(needed), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, wide.data(), needed);
-    return wide;
-}
-
-std::string toUtf8(const std::wstring& wide) {
-    const int length = static_cast<int>(wide.size());
-    const int needed =
-        WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(needed), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, utf8.data(), needed, nullptr, nullptr);
-    return utf8;
-}
 
 std::string pathToJson(const std::wstring& path) {
     std::string text = toUtf8(path);

@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "jobdef/jobschedule.h"
+#include "jobdef/widetext.h"
 #include "json_spirit/value.h"
 
 namespace dorvo::jobdef {
-
-// Conversions between UTF-8 and UTF-16; what is no valid text becomes U+FFFD.
-std::wstring toWide(const std::string& utf8);
-std::string toUtf8(const std::wstring& wide);
 
 // A path in a file has forward slashes, except a device path (\\?\, \\.\), which stays as it is.
 std::string pathToJson(const std::wstring& path);

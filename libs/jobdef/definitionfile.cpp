@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <memory>
 
+#include "jobdef/jobdefinition.h"
+
 namespace dorvo::jobdef {
 namespace {
 
@@ -93,3 +95,11 @@ bool replaceFile(const std::wstring& path, const std::string& text) {
 }
 
 }  // namespace dorvo::jobdef
+
+namespace dorvo {
+
+bool JobDefinition::save(const std::wstring& path) const {
+    return jobdef::replaceFile(path, text());
+}
+
+}  // namespace dorvo

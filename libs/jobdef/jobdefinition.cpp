@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "jobdef/definitionfields.h"
-#include "jobdef/definitionfile.h"
 #include "json_spirit/writer.h"
 
 namespace dorvo {
@@ -63,10 +62,6 @@ std::string JobDefinition::text() const {
     json_spirit::Object members;
     describe(members);
     return json_spirit::write_formatted(json_spirit::Value(std::move(members)));
-}
-
-bool JobDefinition::save(const std::wstring& path) const {
-    return jobdef::replaceFile(path, text());
 }
 
 }  // namespace dorvo

@@ -8,7 +8,7 @@
 namespace dorvo {
 
 enum class ScheduleKind : int32_t {
-    once = 1,     // at `start`
+    once = 1,     // when it is submitted
     daily = 2,    // at hour:minute:second
     weekly = 3,   // on `day`, 0 Sunday to 6 Saturday
     monthly = 4,  // on `day`, 1 to 31; the last day in shorter months

@@ -1,0 +1,14 @@
+// Makes a definition of its file's text. Pure.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "jobdef/jobdefinition.h"
+
+namespace dorvo::jobdef {
+
+// Null when the text is no definition.
+std::unique_ptr<JobDefinition> definitionFromText(const std::string& text);
+
+}  // namespace dorvo::jobdef
