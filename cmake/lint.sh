@@ -32,9 +32,10 @@ E2
 }
 tidy windows "${windows_args[@]}"
 tidy native
+DORVO_LINT="${DORVO_LINT:-^fuzz/}" tidy sanitize
 
 cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability --inline-suppr \
   --suppress=missingIncludeSystem --library=googletest,windows --error-exitcode=1 -j "$(nproc)" \
-  -I src -I libs src libs agent server bench tests || status=1
+  -I src -I libs src libs agent server bench tests fuzz || status=1
 
 exit "$status"

@@ -1,0 +1,92 @@
+// What a client sends on one connection, to a server of its own with one user logged in: it is
+// answered or hung up on, and never the server's fault.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/strand.hpp>
+#include <cstdlib>
+#include <ctime>
+
+#include "digest.h"
+#include "dispatcher.h"
+#include "file_block_store.h"
+#include "file_descriptor.h"
+#include "http_connection.h"
+#include "input.h"
+#include "sqlite_catalog.h"
+
+using namespace dorvo;
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr int64_t sessionLifetime = 3600;
+
+// Goes with the process.
+class TemporaryFolder {
+public:
+    TemporaryFolder() { fuzz::require(::mkdtemp(path_.data()) != nullptr); }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_ = std::filesystem::temp_directory_path() / "dorvo-fuzz-XXXXXX";
+};
+
+std::string readAll(int socket) {
+    std::string all;
+    std::array<char, 4096> bytes{};
+    for (;;) {
+        const ssize_t count = ::recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
+        if (count <= 0) {
+            return all;
+        }
+        all.append(bytes.data(), static_cast<size_t>(count));
+    }
+}
+
+std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
+    std::array<int, 2> ends{};
+    fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0);
+    const FileDescriptor client(ends[0]);
+    fuzz::require(::send(client.get(), input.data(), input.size(), 0) ==
+                  static_cast<ssize_t>(input.size()));
+    ::shutdown(client.get(), SHUT_WR);
+
+    asio::io_context io;
+    auto work = asio::make_work_guard(io);
+    asio::thread_pool workers(1);
+    const HttpConnection::Shared shared{
+        dispatcher, {}, [](const std::string&) {}, workers, [&](HttpConnection*) { io.stop(); }};
+    asio::ip::tcp::socket socket(asio::make_strand(io));
+    socket.assign(asio::ip::tcp::v4(), ends[1]);
+    std::make_shared<HttpConnection>(std::move(socket), shared)->start();
+    io.run();
+    workers.join();
+    return readAll(client.get());
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const TemporaryFolder folder;
+    SqliteCatalog catalog(":memory:");
+    FileBlockStore blocks(folder.path());
+    blocks.sweep([](int64_t) { return false; });
+    catalog.addUser("alice", "");
+    catalog.addSession(sha256(std::string(64, 'a')), "alice", "pc", std::time(nullptr),
+                       sessionLifetime);
+    Dispatcher dispatcher(catalog, blocks, sessionLifetime);
+    const std::string answers = answersTo(fuzz::text(data, size), dispatcher);
+    fuzz::require(answers.empty() || answers.starts_with("HTTP/1."));
+    fuzz::require(answers.find("HTTP/1.1 50") == std::string::npos);
+    return 0;
+}
