@@ -22,6 +22,7 @@
 #include "job/restorejob.h"
 #include "scheduler/iocpdispatherwrapper.h"
 #include "storage/itemtemppath.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
 
@@ -33,10 +34,6 @@ constexpr int32_t completed = static_cast<int32_t>(JobState::completed);
 constexpr int32_t paused = static_cast<int32_t>(JobState::paused);
 constexpr int32_t cancelled = static_cast<int32_t>(JobState::cancelled);
 constexpr int32_t failed = static_cast<int32_t>(JobState::error);
-
-inline bool exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
 
 // What the storage of every run of a job was asked, and what it answers: 0 for success.
 struct Script {

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string>
 
+#include "base/paths.h"
 #include "base/read_handle_streambuf.h"
 #include "base/write_handle_streambuf.h"
 
@@ -16,6 +17,17 @@ inline void storeFile(const std::wstring& path, const std::string& bytes) {
     write_handle_streambuf file(path);
     file.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     ASSERT_TRUE(file.is_open() && file.close());
+}
+
+inline bool exists(const std::wstring& path) {
+    return GetFileAttributesW(longPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// All zero when there is no such file or folder.
+inline WIN32_FILE_ATTRIBUTE_DATA dataOf(const std::wstring& path) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data);
+    return data;
 }
 
 inline std::string fileContent(const std::wstring& path) {

@@ -40,18 +40,21 @@ public:
         return lines_;
     }
     bool has(const std::string& text) const {
-        const auto all = lines();
-        return std::any_of(all.begin(), all.end(),
-                           [&](const LogLine& line) { return line.text == text; });
+        return any([&](const LogLine& line) { return line.text == text; });
     }
     bool has(LogLevel level, const std::string& text) const {
-        const auto all = lines();
-        return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
-            return line.level == level && line.text == text;
-        });
+        return any([&](const LogLine& line) { return line.level == level && line.text == text; });
+    }
+    bool begins(const std::string& text) const {
+        return any([&](const LogLine& line) { return line.text.starts_with(text); });
     }
 
 private:
+    template <class Is>
+    bool any(Is is) const {
+        const auto all = lines();
+        return std::any_of(all.begin(), all.end(), is);
+    }
     int open(const ACE_TCHAR*) override { return 0; }
     int reset() override { return 0; }
     int close() override { return 0; }

@@ -32,32 +32,25 @@ public:
 
     // The next request, head and body as they came; empty when the client has closed.
     std::string request() {
-        size_t end = std::string::npos;
-        while ((end = pending_.find("\r\n\r\n")) == std::string::npos) {
-            if (!more()) {
-                return {};
-            }
+        size_t end = 0;
+        if (!more_until_line(0, end, "\r\n\r\n")) {
+            return {};
         }
         size_t size = end + 4;
         const std::string head = pending_.substr(0, size);
         if (head.find("Transfer-Encoding: chunked") != std::string::npos) {
             for (uint64_t chunk = 1; chunk != 0;) {
-                while ((end = pending_.find("\r\n", size)) == std::string::npos) {
-                    if (!more()) {
-                        return {};
-                    }
+                if (!more_until_line(size, end)) {
+                    return {};
                 }
                 chunk = std::strtoull(pending_.c_str() + size, nullptr, 16);
                 size = end + 2 + chunk + 2;
-                if (!more_until(size)) {
-                    return {};
-                }
             }
         } else if (const size_t at = head.find("Content-Length: "); at != std::string::npos) {
             size += std::strtoull(head.c_str() + at + 16, nullptr, 10);
-            if (!more_until(size)) {
-                return {};
-            }
+        }
+        if (!more_until(size)) {
+            return {};
         }
         std::string whole = pending_.substr(0, size);
         pending_.erase(0, size);
@@ -88,21 +81,20 @@ public:
     }
     // Ends the connection from this side; what the client still sends is lost.
     void close() { shutdown(socket_, SD_SEND); }
-    // The connection will end with a reset instead of an orderly close.
-    void reset_at_end() {
-        const linger off{1, 0};
-        setsockopt(socket_, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off),
-                   sizeof(off));
-    }
 
 private:
     bool more() {
         char bytes[65536];
         const int got = recv(socket_, bytes, sizeof(bytes), 0);
-        if (got <= 0) {
-            return false;
+        pending_.append(bytes, static_cast<size_t>(std::max(got, 0)));
+        return got > 0;
+    }
+    bool more_until_line(size_t from, size_t& end, const char* ending = "\r\n") {
+        while ((end = pending_.find(ending, from)) == std::string::npos) {
+            if (!more()) {
+                return false;
+            }
         }
-        pending_.append(bytes, static_cast<size_t>(got));
         return true;
     }
 

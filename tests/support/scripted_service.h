@@ -1,6 +1,6 @@
 // Plays the web storage service: keeps every request, and answers what the test says.
 //
-// Requests come one at a time, so what is seen needs no lock: read it when no command is running.
+// Read what was seen when no command is running.
 // Forgets the client's idle connections when it goes.
 #pragma once
 
@@ -27,7 +27,8 @@ struct Seen {
 struct Answer {
     std::string status = "200 OK";
     std::string body = "{}";
-    bool chunked = false;  // without a length
+    bool chunked = false;     // without a length
+    std::string fields = {};  // further lines of the head
 };
 
 class ScriptedService {
@@ -59,7 +60,10 @@ private:
             Seen seen{{}, request.substr(0, split + 2), request.substr(split + 4)};
             const std::string path = seen.head.substr(0, seen.head.find(".php"));
             seen.endpoint = path.substr(path.rfind('/') + 1);
-            seen_.push_back(seen);
+            {
+                const std::lock_guard guard(lock_);
+                seen_.push_back(seen);
+            }
             const std::optional<Answer> answer = reply_(seen);
             if (!answer.has_value() || !send(peer, *answer)) {
                 return;
@@ -68,7 +72,7 @@ private:
     }
     static bool send(ScriptedPeer& peer, const Answer& answer) {
         if (!answer.chunked) {
-            return peer.answer(answer.body, answer.status);
+            return peer.answer(answer.body, answer.status, answer.fields);
         }
         char size[32];
         static_cast<void>(std::snprintf(size, sizeof(size), "%zx\r\n", answer.body.size()));
@@ -77,6 +81,7 @@ private:
     }
 
     Reply reply_;
+    std::mutex lock_;  // guards seen_ while commands are running
     std::vector<Seen> seen_;
     ScriptedServer server_;
 };

@@ -9,9 +9,15 @@
 
 #include "base/paths.h"
 #include "base/rm_rf.h"
+#include "base/singleton.h"
 #include "base/text.h"
 
 namespace dorvo::test {
+
+template <class T>
+T& singleton() {
+    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
+}
 
 class StoreTest : public testing::Test {
 protected:
