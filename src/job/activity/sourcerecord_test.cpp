@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <utility>
 
 namespace dorvo {
@@ -9,14 +10,9 @@ namespace {
 
 std::vector<std::byte> fromHex(const std::string& text) {
     std::vector<std::byte> bytes;
-    std::string digits;
-    for (const char c : text) {
-        if (c != ' ') {
-            digits.push_back(c);
-        }
-    }
-    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<std::byte>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    std::istringstream numbers(text);
+    for (std::string number; numbers >> number;) {
+        bytes.push_back(static_cast<std::byte>(std::stoi(number, nullptr, 16)));
     }
     return bytes;
 }
@@ -25,8 +21,8 @@ std::vector<std::byte> fromHex(const std::string& text) {
 const char* const setHex = "53 53 45 54 08 00 01 00";
 const char* const volumeHex = "56 4f 4c 42 12 00 08 00 0a 00 43 00 3a 00 5c 00 00 00";
 const char* const fileHex =
-    "46 49 4c 45 46 00 20 20 00 00 00 80 3e d5 de b1 9d 01 00 c0 cb 6e df b1 9d 01"
-    "00 00 59 08 e0 b1 9d 01 01 00 00 00 05 00 00 00 02 00 00 00 00 00 00 00 10 00 36 00"
+    "46 49 4c 45 46 00 20 20 00 00 00 80 3e d5 de b1 9d 01 00 c0 cb 6e df b1 9d 01 "
+    "00 00 59 08 e0 b1 9d 01 01 00 00 00 05 00 00 00 02 00 00 00 00 00 00 00 10 00 36 00 "
     "43 00 3a 00 5c 00 61 00 5c 00 fc 00 62 00 00 00";
 const char* const endHex = "45 53 45 54 06 00";
 
@@ -57,16 +53,9 @@ TEST(SourceRecord, MatchesTheDocumentedBytes) {
 
     EXPECT_EQ(decodeVolume(fromHex(volumeHex)), u"C:\\");
     EXPECT_EQ(decodeEntry(fromHex(fileHex)), exampleFile());
-    const auto head = decodeSourceHead(fromHex(setHex));
-    ASSERT_TRUE(head);
-    EXPECT_EQ(head->tag, tagSetStart);
-    EXPECT_EQ(head->size, 8);
-}
-
-TEST(SourceRecord, TheDirectoryBitChoosesTheTag) {
-    const auto record = directoryRecord();
-    EXPECT_EQ(decodeSourceHead(record)->tag, tagDirectory);
-    EXPECT_EQ(decodeEntry(record)->name, u"D");
+    EXPECT_EQ(decodeSourceHead(fromHex(setHex))->tag, tagSetStart);
+    EXPECT_EQ(decodeSourceHead(fromHex(setHex))->size, 8);
+    EXPECT_EQ(decodeSourceHead(directoryRecord())->tag, tagDirectory);
 }
 
 TEST(SourceRecord, HoldsNamesUpToTheLargestRecordAndNoLonger) {
@@ -129,16 +118,13 @@ TEST(SourceRecord, AFlippedByteIsRefusedOrReadAsItStands) {
 }
 
 TEST(SourceRecord, RefusesNamesThatDoNotEndAtTheEnd) {
-    auto record = fromHex(volumeHex);
-    record.back() = std::byte{1};
-    EXPECT_FALSE(decodeVolume(record)) << "no NUL";
-    record = fromHex(volumeHex);
-    record[12] = std::byte{0};
-    EXPECT_FALSE(decodeVolume(record)) << "a NUL inside";
-    record = fromHex("56 4f 4c 42 0b 00 01 00 0a 00 00");
-    EXPECT_FALSE(decodeVolume(record)) << "half a character";
-    record = fromHex("56 4f 4c 42 0a 00 00 00 0a 00");
-    EXPECT_FALSE(decodeVolume(record)) << "no name at all";
+    for (const auto& [name, hex] :
+         {std::pair{"no NUL", "56 4f 4c 42 12 00 08 00 0a 00 43 00 3a 00 5c 00 00 01"},
+          {"a NUL inside", "56 4f 4c 42 12 00 08 00 0a 00 43 00 00 00 5c 00 00 00"},
+          {"half a character", "56 4f 4c 42 0b 00 01 00 0a 00 00"},
+          {"no name at all", "56 4f 4c 42 0a 00 00 00 0a 00"}}) {
+        EXPECT_FALSE(decodeVolume(fromHex(hex))) << name;
+    }
 }
 
 }  // namespace
