@@ -13,6 +13,7 @@
 #include "job/source/backuptransformation.h"
 #include "storage/itemtemppath.h"
 #include "storage/webrestorestorage.h"
+#include "support/files.h"
 #include "support/signal.h"
 #include "support/store_test.h"
 
@@ -126,9 +127,6 @@ protected:
             }
         }
         return indexes;
-    }
-    bool exists(const std::wstring& path) const {
-        return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
     }
     // As an earlier run of the same item left it.
     void resume(uint64_t offset, const std::string& received) {

@@ -1,15 +1,14 @@
-#include "support/scripted_server.h"
+#include "support/scripted_service.h"
 // The sockets' header comes before the others.
 #include "storage/web_keys.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <optional>
 
 #include "base/http_error.h"
 #include "base/key_error.h"
 #include "base/md5.h"
-#include "http_util/http_connections.h"
 #include "settings/cookiemanager.h"
 #include "settings/keymanager.h"
 #include "settings/options.h"
@@ -21,25 +20,15 @@ namespace dorvo {
 namespace {
 
 using Names = std::vector<std::string>;
-
-template <class T>
-T& singleton() {
-    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
-}
+using test::Answer;
+using test::Seen;
+using test::singleton;
 
 // The service with its one answer to each of the two requests.
 class WebKeysTest : public test::StoreTest {
 protected:
-    WebKeysTest() {
-        server_ = std::make_unique<test::ScriptedServer>(
-            [this](test::ScriptedPeer& peer, int) { serve(peer); });
-        singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", server_->port());
-    }
-    ~WebKeysTest() override {
-        singleton<HTTP_Connections>().stop();
-        server_.reset();
-        singleton<CookieManagerImpl>().removeAllCookie();
-    }
+    WebKeysTest() { singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_->port()); }
+    ~WebKeysTest() override { singleton<CookieManagerImpl>().removeAllCookie(); }
 
     // A user of this test alone: the stores of the process keep what they have.
     static std::string newUser() {
@@ -66,28 +55,15 @@ protected:
         return Md5::of(std::as_bytes(std::span(bytes)));
     }
 
-    Names seen_;  // endpoints
-    std::string exported_;
     std::string held_;
     std::string exportStatus_ = "200 OK";
-    std::unique_ptr<test::ScriptedServer> server_;
-
-private:
-    void serve(test::ScriptedPeer& peer) {
-        for (std::string request = peer.request(); !request.empty(); request = peer.request()) {
-            const bool get = request.starts_with("POST /dorvo/WebServer/keys/GetMD5ofKeys.php ");
-            const std::string body = request.substr(request.find("\r\n\r\n") + 4);
-            seen_.emplace_back(get ? "get" : "export");
-            if (get) {
-                EXPECT_EQ(body, "{}");
-                peer.answer(held_);
-            } else {
-                EXPECT_TRUE(request.starts_with("POST /dorvo/WebServer/keys/ExportMD5ofKeys.php "));
-                exported_ = body;
-                peer.answer("{}", exportStatus_);
-            }
-        }
-    }
+    std::optional<test::ScriptedService> service_{[this](const Seen& seen) {
+        const bool get = seen.head.starts_with("POST /dorvo/WebServer/keys/GetMD5ofKeys.php ");
+        EXPECT_TRUE(get ||
+                    seen.head.starts_with("POST /dorvo/WebServer/keys/ExportMD5ofKeys.php "));
+        EXPECT_TRUE(!get || seen.body == "{}");
+        return get ? Answer{.body = held_} : Answer{exportStatus_};
+    }};
 };
 
 TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
@@ -104,29 +80,25 @@ TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
         Names seen;
         const char* exportStatus = "200 OK";
     };
+    const Names get = {"GetMD5ofKeys"};
+    const Names both = {"GetMD5ofKeys", "ExportMD5ofKeys"};
     const Row rows[] = {
-        {"first backup of all", backup, false, none, 0, {"get", "export"}},
-        {"first at this service", backup, true, none, 0, {"get", "export"}},
-        {"another machine was faster",
-         backup,
-         true,
-         none,
-         errorKeyForeign,
-         {"get", "export"},
-         "409 Conflict"},
-        {"the same key", backup, true, "own", 0, {"get"}},
-        {"another key", backup, true, other, errorKeyForeign, {"get"}},
-        {"a new machine", backup, false, other, errorKeyMissing, {"get"}},
-        {"an imported key", backup, true, "imported", 0, {"get"}},
-        {"restore with the same key", restore, true, "own", 0, {"get"}},
-        {"restore with an imported key", restore, true, "imported", 0, {"get"}},
-        {"restore with another key", restore, true, other, errorKeyForeign, {"get"}},
+        {"first backup of all", backup, false, none, 0, both},
+        {"first at this service", backup, true, none, 0, both},
+        {"not the first", backup, true, none, errorKeyForeign, both, "409 Conflict"},
+        {"the same key", backup, true, "own", 0, get},
+        {"another key", backup, true, other, errorKeyForeign, get},
+        {"a new machine", backup, false, other, errorKeyMissing, get},
+        {"an imported key", backup, true, "imported", 0, get},
+        {"restore with the same key", restore, true, "own", 0, get},
+        {"restore with an imported key", restore, true, "imported", 0, get},
+        {"restore with another key", restore, true, other, errorKeyForeign, get},
         {"restore on a new machine", restore, false, other, errorKeyMissing, {}},
-        {"restore that the service forgot", restore, true, none, 0, {"get", "export"}},
-        {"busy", backup, true, none, withHttpMark(503), {"get", "export"}, "503 Busy"},
-        {"no MD5", backup, false, R"({"md5":"00"})", 13, {"get"}},
-        {"no text", backup, false, R"({"md5":7})", 13, {"get"}},
-        {"no answer", backup, false, "{}", 13, {"get"}},
+        {"restore that the service forgot", restore, true, none, 0, both},
+        {"busy", backup, true, none, withHttpMark(503), both, "503 Busy"},
+        {"no MD5", backup, false, R"({"md5":"00"})", 13, get},
+        {"no text", backup, false, R"({"md5":7})", 13, get},
+        {"no answer", backup, false, "{}", 13, get},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -143,21 +115,21 @@ TEST_F(WebKeysTest, AKeyIsMadeOnlyWhenNobodyHasOne) {
             held_ = R"({"md5":")" + md5 + "\"}";
         }
         exportStatus_ = row.exportStatus;
-        seen_.clear();
+        service_->forget();
         UserKey key;
         SetLastError(0);
         EXPECT_EQ(agreeOnKey(user, row.use, nullptr, key), row.error == 0);
         if (row.error != 0) {
             EXPECT_EQ(GetLastError(), row.error);
         }
-        EXPECT_EQ(seen_, row.seen);
+        EXPECT_EQ(service_->endpoints(), row.seen);
         EXPECT_EQ(checksum(user).empty(), !row.own && row.error != 0);
         if (row.own && row.error == 0) {
             EXPECT_EQ(key.key, own.key);
             EXPECT_EQ(key.iv, own.iv);
         }
         if (row.error == 0 && row.seen.size() == 2) {
-            EXPECT_EQ(exported_, R"({"md5":")" + checksum(user) + "\"}");
+            EXPECT_EQ(service_->last().body, R"({"md5":")" + checksum(user) + "\"}");
             EXPECT_NE(key.key, UserKey().key);
         }
     }
@@ -170,9 +142,8 @@ TEST_F(WebKeysTest, AServiceOutOfReachIsNoAnswer) {
     singleton<CookieManagerImpl>().removeAllCookie();
     EXPECT_FALSE(agreeOnKey(user, KeyUse::backup, nullptr, key));
     EXPECT_EQ(GetLastError(), withHttpMark(401));
-    EXPECT_TRUE(seen_.empty());
-    singleton<HTTP_Connections>().stop();
-    server_.reset();
+    EXPECT_TRUE(service_->seen().empty());
+    service_.reset();
     EXPECT_FALSE(agreeOnKey(user, KeyUse::backup, nullptr, key));
     EXPECT_EQ(GetLastError(), 10061u);
     EXPECT_EQ(checksum(user), "");

@@ -1,19 +1,18 @@
-#include "support/scripted_server.h"
+#include "support/scripted_service.h"
 // The sockets' header comes before the others.
 #include "storage/web_session.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
 
 #include "base/http_error.h"
 #include "http_util/command_to_server.h"
-#include "http_util/http_connections.h"
 #include "settings/cookiemanager.h"
 #include "settings/passwordmanager.h"
 #include "storage/web_exchange.h"
@@ -24,27 +23,20 @@
 namespace dorvo {
 namespace {
 
-using Names = std::vector<std::string>;
+using test::Answer;
+using test::Seen;
+using test::singleton;
 using Do_Command = Command_To_Server<Request_T<std::string>, Response_T<std::string>>;
-
-template <class T>
-T& singleton() {
-    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
-}
 
 // Plays the service: knows valid cookies and alice's password; a login makes the cookies N1, N2.
 class WebSessionTest : public test::StoreTest {
 protected:
-    WebSessionTest() {
+    WebSessionTest() : service_([this](const Seen& seen) { return reply(seen); }) { logOut(); }
+    ~WebSessionTest() override { logOut(); }
+
+    static void logOut() {
         singleton<CookieManagerImpl>().removeAllCookie();
         singleton<PasswordManagerImpl>().removePassword("alice");
-        server_ = std::make_unique<test::ScriptedServer>(
-            [this](test::ScriptedPeer& peer, int) { serve(peer); });
-    }
-    ~WebSessionTest() override {
-        singleton<HTTP_Connections>().stop();
-        server_.reset();
-        singleton<CookieManagerImpl>().removeAllCookie();
     }
 
     static void keep(const std::string& cookie, const char* user = "alice") {
@@ -61,7 +53,7 @@ protected:
     // The status of a command of the session; 0 when it was broken off.
     int run(Web_Session& session) {
         if (session.invoker().invoker() == nullptr) {
-            session.invoker().set_server("127.0.0.1", server_->port(), 0);
+            session.invoker().set_server("127.0.0.1", service_.port(), 0);
         }
         Do_Command command("Do");
         command.request().body("body");
@@ -72,8 +64,8 @@ protected:
         return run(session);
     }
 
-    std::mutex lock_;  // guards seen_, valid_ and logins_
-    Names seen_;       // "Login", or the cookie and the body of a command
+    std::mutex lock_;   // guards seen_, valid_ and logins_
+    std::string seen_;  // "Login; ", or cookie and body of a command: "C1 body; "
     std::set<std::string> valid_;
     int logins_ = 0;
     std::string refusal_ = "401 Unauthorized";
@@ -81,103 +73,76 @@ protected:
     bool loginsAreGood_ = true;
     std::function<void(bool login)> before_ = [](bool) {};
     uint64_t sent_ = 0;
-    std::unique_ptr<test::ScriptedServer> server_;
 
 private:
-    void serve(test::ScriptedPeer& peer) {
-        for (std::string request = peer.request(); !request.empty(); request = peer.request()) {
-            const bool login = request.find("user/Login.php ") != std::string::npos;
-            before_(login);
-            const std::lock_guard guard(lock_);
-            login ? answerLogin(peer, request) : answer(peer, request);
+    Answer reply(const Seen& seen) {
+        const bool login = seen.endpoint == "Login";
+        before_(login);
+        const std::lock_guard guard(lock_);
+        const size_t at = seen.head.find("Cookie: ");
+        if (!login) {
+            const std::string cookie =
+                at == seen.head.npos ? ""
+                                     : seen.head.substr(at + 8, seen.head.find('\r', at) - at - 8);
+            seen_ += cookie + " " + seen.body + "; ";
+            return {valid_.contains(cookie) ? "200 OK" : refusal_};
         }
-    }
-    void answerLogin(test::ScriptedPeer& peer, const std::string& request) {
-        seen_.emplace_back("Login");
-        EXPECT_EQ(request.find("Cookie: "), std::string::npos);
-        const bool right = request.find(R"("password":"secret","user":"alice")") != request.npos;
-        if (!right || loginStatus_ != "200 OK") {
-            peer.answer("{}", right ? loginStatus_ : "401 Unauthorized");
-            return;
+        seen_ += "Login; ";
+        EXPECT_EQ(at, seen.head.npos);
+        if (seen.body.find(R"("password":"secret","user":"alice")") == seen.body.npos) {
+            return {"401 Unauthorized"};
+        }
+        if (loginStatus_ != "200 OK") {
+            return {loginStatus_};
         }
         const std::string cookie = "N" + std::to_string(++logins_);
         if (loginsAreGood_) {
             valid_.insert(cookie);
         }
-        peer.answer("{}", "200 OK", "Set-Cookie: " + cookie + "\r\n");
+        return {.fields = "Set-Cookie: " + cookie + "\r\n"};
     }
-    void answer(test::ScriptedPeer& peer, const std::string& request) {
-        const size_t at = request.find("Cookie: ");
-        const std::string cookie =
-            at == std::string::npos ? "" : request.substr(at + 8, request.find('\r', at) - at - 8);
-        seen_.push_back(cookie + " " + request.substr(request.find("\r\n\r\n") + 4));
-        peer.answer("{}", valid_.contains(cookie) ? "200 OK" : refusal_);
-    }
+
+    test::ScriptedService service_;
 };
 
 TEST_F(WebSessionTest, ARefusedCommandIsRunAgainWithANewCookie) {
     struct Row {
         const char* name;
-        Names stored;
-        std::string valid;
-        const char* password;
         int status;
-        Names seen;
+        std::string seen;
         std::string kept;
+        const char* password = "secret";
         const char* refusal = "401 Unauthorized";
+        const char* stored = "C1";
+        const char* valid = "";
         const char* login = "200 OK";
         bool good = true;
     };
     const char* const none = nullptr;
+    const char* const right = "secret";
+    const char* const refused = "401 Unauthorized";
+    const char* const unacceptable = "406 Not Acceptable";
     const Row rows[] = {
-        {"valid", {"C1"}, "C1", "secret", 200, {"C1 body"}, "C1"},
-        {"expired", {"C1"}, "", "secret", 200, {"C1 body", "Login", "N1 body"}, "N1"},
-        {"not acceptable",
-         {"C1"},
-         "",
-         "secret",
-         200,
-         {"C1 body", "Login", "N1 body"},
-         "N1",
-         "406 Not Acceptable"},
-        {"forbidden", {"C1"}, "", "secret", 403, {"C1 body"}, "C1", "403 Forbidden"},
-        {"another job has logged in", {"C2"}, "C2", "secret", 200, {"C1 body", "C2 body"}, "C2"},
-        {"and has expired too",
-         {"C2"},
-         "",
-         "secret",
-         200,
-         {"C1 body", "C2 body", "Login", "N1 body"},
-         "N1"},
-        {"no password", {"C1"}, "", none, 401, {"C1 body"}, "C1"},
-        {"wrong password", {"C1"}, "", "Secret", 401, {"C1 body", "Login"}, "C1"},
-        {"too many logins",
-         {"C1"},
-         "",
-         "secret",
-         406,
-         {"C1 body", "Login"},
-         "C1",
-         "406 Not Acceptable",
-         "429 Too Many Requests"},
-        {"logged out", {}, "", "secret", 401, {"C1 body"}, ""},
-        {"refused in spite of it",
-         {"C1"},
-         "",
-         "secret",
-         401,
-         {"C1 body", "Login", "N1 body"},
-         "N1",
-         "401 Unauthorized",
-         "200 OK",
-         false},
+        {"valid", 200, "C1 body; ", "C1", right, refused, "C1", "C1"},
+        {"expired", 200, "C1 body; Login; N1 body; ", "N1"},
+        {"not acceptable", 200, "C1 body; Login; N1 body; ", "N1", right, unacceptable},
+        {"forbidden", 403, "C1 body; ", "C1", right, "403 Forbidden"},
+        {"another job has logged in", 200, "C1 body; C2 body; ", "C2", right, refused, "C2", "C2"},
+        {"and has expired too", 200, "C1 body; C2 body; Login; N1 body; ", "N1", right, refused,
+         "C2"},
+        {"no password", 401, "C1 body; ", "C1", none},
+        {"wrong password", 401, "C1 body; Login; ", "C1", "Secret"},
+        {"too many logins", 406, "C1 body; Login; ", "C1", right, unacceptable, "C1", "",
+         "429 Too Many"},
+        {"logged out", 401, "C1 body; ", "", right, refused, none},
+        {"refused in spite of it", 401, "C1 body; Login; N1 body; ", "N1", right, refused, "C1", "",
+         "200 OK", false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        singleton<CookieManagerImpl>().removeAllCookie();
-        singleton<PasswordManagerImpl>().removePassword("alice");
-        for (const std::string& cookie : row.stored) {
-            keep(cookie);
+        logOut();
+        if (row.stored != nullptr) {
+            keep(row.stored);
         }
         keepPassword(row.password);
         seen_.clear();
@@ -205,7 +170,7 @@ TEST_F(WebSessionTest, FollowingCommandsUseTheNewCookie) {
     EXPECT_EQ(session.cookie(), "N1");
     EXPECT_EQ(sent_, 8u);  // the body twice
     EXPECT_EQ(run(session), 200);
-    EXPECT_EQ(seen_, (Names{"C1 body", "Login", "N1 body", "N1 body"}));
+    EXPECT_EQ(seen_, "C1 body; Login; N1 body; N1 body; ");
 }
 
 // Without a cookie its user has logged out, but may have logged in again meanwhile.
@@ -216,14 +181,14 @@ TEST_F(WebSessionTest, WithoutACookieNoLoginIsTried) {
     EXPECT_EQ(run(session), 401);
     keep("C2");
     EXPECT_EQ(run(session), 200);
-    EXPECT_EQ(seen_, (Names{" body", "C2 body"}));
+    EXPECT_EQ(seen_, " body; C2 body; ");
 }
 
 TEST_F(WebSessionTest, ACookieOfAnotherUserIsNotLoggedIn) {
     keep("C1", "bob");
     singleton<PasswordManagerImpl>().savePassword("bob", "secret");
     EXPECT_EQ(run("C1"), 401);
-    EXPECT_EQ(seen_, Names{"C1 body"});
+    EXPECT_EQ(seen_, "C1 body; ");
 }
 
 // The server counts failed logins: a job that retries must not lock its user out.
@@ -232,7 +197,7 @@ TEST_F(WebSessionTest, ARefusedPasswordIsTriedOnceASession) {
     keepPassword("old");
     EXPECT_EQ(run("C1"), 401);
     EXPECT_EQ(run("C1"), 401);
-    EXPECT_EQ(seen_, (Names{"C1 body", "Login", "C1 body"}));
+    EXPECT_EQ(seen_, "C1 body; Login; C1 body; ");
     keepPassword("secret");
     EXPECT_EQ(run("C1"), 200);
 }
@@ -250,7 +215,7 @@ TEST_F(WebSessionTest, TellsItsHandler) {
         return run(session);
     };
     EXPECT_EQ(runWith(nullptr), 401);
-    EXPECT_EQ(seen_, Names{"C1 body"});
+    EXPECT_EQ(seen_, "C1 body; ");
     loginStatus_ = "503 Service Unavailable";
     EXPECT_EQ(runWith(&handler), 401);
     loginStatus_ = "200 OK";
@@ -283,7 +248,7 @@ TEST_F(WebSessionTest, OfSeveralRefusedAtOnceOneLogsIn) {
     }
     EXPECT_EQ(status, std::vector<int>(jobs, 200));
     EXPECT_EQ(logins_, 1);
-    EXPECT_EQ(seen_.size(), size_t{2 * jobs + 1});
+    EXPECT_EQ(std::count(seen_.begin(), seen_.end(), ';'), 2 * jobs + 1);
     EXPECT_EQ(kept(), "N1");
 }
 
