@@ -7,6 +7,7 @@
 #include "http_util/http_connections.h"
 #include "job/jobcmdqueue.h"
 #include "job/jobmanager.h"
+#include "job/jobplanner.h"
 #include "scheduler/iocpdispatherwrapper.h"
 
 namespace dorvo {
@@ -41,6 +42,7 @@ bool openJobModule() {
 void closeJobModule() {
     closed = true;
     // First what could start a run, then the runs, then the thread that announces their end.
+    jobSchedules().stop();
     JobCmdQueue::instance()->stop();
     manager().close();
     ATL::CComSingleton<HTTP_Connections, ATL::CComAutoCriticalSection>::instance()->stop();

@@ -16,9 +16,10 @@ namespace dorvo {
 // process that opens the module owns the data directory.
 DORVO_JOB_API bool openJobModule();
 
-// Stops what runs by itself, then every run (which pauses and can be resumed by the next process),
-// then delivers the events posted so far. Blocks until the last thread is joined. Idempotent; the
-// command queue does not come back, so the module is opened once a process.
+// Stops what runs by itself (the host has taken its update scheduler off), then every run (which
+// pauses and can be resumed by the next process), then delivers the events posted so far. Blocks
+// until the last thread is joined. Idempotent; the command queue does not come back, so the module
+// is opened once a process.
 DORVO_JOB_API void closeJobModule();
 
 }  // namespace dorvo

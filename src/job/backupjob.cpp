@@ -1,5 +1,7 @@
 #include "job/backupjob.h"
 
+#include <cstring>
+
 #include "base/log.h"
 #include "job/backuprun.h"
 #include "job/source/volumemap.h"
@@ -19,7 +21,9 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition)
     : BackupJob(std::move(definition), Services{}) {}
 
 BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services services)
-    : TransferJob(std::move(definition), services.waitForServer), services_(std::move(services)) {
+    : TransferJob(std::move(definition), services.waitForServer),
+      services_(std::move(services)),
+      planner_(this->definition().id(), services_.schedules, services_.clock) {
     if (!services_.snapshotsEnabled) {
         services_.snapshotsEnabled = optionToSnapshot;
     }
@@ -35,6 +39,15 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services service
 
 BackupJob::~BackupJob() {
     shutdown();
+    planner_.stop();
+}
+
+bool BackupJob::init() {
+    if (!TransferJob::init()) {
+        return false;
+    }
+    plan(PlanReason::loaded);
+    return true;
 }
 
 unsigned long BackupJob::run() {
@@ -52,7 +65,22 @@ int BackupJob::transfer() {
 }
 
 bool BackupJob::commandimpl(const char* text) {
-    return Job::commandimpl(text);
+    if (text != nullptr && std::strcmp(text, "do_schedule") == 0) {
+        return plan(PlanReason::asked);
+    }
+    return TransferJob::commandimpl(text);
+}
+
+void BackupJob::startAsked(bool refused) {
+    plan(refused ? PlanReason::refused : PlanReason::started);
+}
+
+void BackupJob::runEnds() {
+    plan(PlanReason::ended);
+}
+
+bool BackupJob::plan(PlanReason reason) {
+    return activity().get() != nullptr && planner_.plan(reason, backup(), activity());
 }
 
 void BackupJob::stopAsked() {

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "job/jobplanner.h"
 #include "job/source/incrementcheck.h"
 #include "job/source/jobvolume.h"
 #include "job/transferjob.h"
@@ -26,6 +27,9 @@ public:
         std::function<std::unique_ptr<VSSRequester>()> snapshots;
         // Null, with the last error, when there can be none.
         std::function<std::unique_ptr<IncrementCheck>()> incrementCheck;
+        // Both borrowed; null for those of the process.
+        ScheduleManagerImpl* schedules = nullptr;
+        const ScheduleClock* clock = nullptr;
     };
 
     // The definition is that of a backup.
@@ -33,9 +37,14 @@ public:
     BackupJob(std::unique_ptr<JobDefinition> definition, Services services);
     ~BackupJob() override;
 
+    bool init() override;
+
 protected:
     unsigned long run() override;
+    // "do_schedule": plans the next run, or has one started that fell due without a start.
     bool commandimpl(const char* text) override;
+    void startAsked(bool refused) override;
+    void runEnds() override;
     int cleanup(int endCode) override;
 
     // A new back end for the run, null with the last error when there can be none. Work thread.
@@ -53,6 +62,7 @@ private:
     int transfer() override;
     void tidyUp(int endCode) override;
     void stopAsked() override;
+    bool plan(PlanReason reason);
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
@@ -60,6 +70,7 @@ private:
     void closeStorage() override { storage_.reset(); }
 
     Services services_;
+    JobPlanner planner_;
 
     std::mutex snapshotLock_;                  // guards the pointer
     std::shared_ptr<VSSRequester> snapshots_;  // while they are being made or used

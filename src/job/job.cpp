@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
@@ -69,7 +70,10 @@ bool Job::start() {
     if (activity_.get() == nullptr) {
         return false;
     }
-    return restartable(state()) ? beginRun() : resume();
+    const bool started = restartable(state()) ? beginRun() : resume();
+    const LastErrorGuard keep;
+    startAsked(!started && locked_);
+    return started;
 }
 
 bool Job::resume() {
@@ -329,6 +333,8 @@ bool Job::setState(int32_t state) {
 bool Job::commandimpl(const char*) {
     return false;
 }
+
+void Job::startAsked(bool) {}
 
 const char* Job::commandEvent(JobCommand command) {
     switch (command) {

@@ -96,6 +96,8 @@ protected:
     virtual bool commandimpl(const char* text);
     // Whether an error is one of the network, after which another try may succeed.
     virtual bool is_network_error(unsigned long code);
+    // A start was asked for, by a schedule or otherwise; `refused` when the job was locked.
+    virtual void startAsked(bool refused);
 
     // Starts the work thread, after the former one has ended. See above for what it waits for.
     bool startTask();

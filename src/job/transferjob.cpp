@@ -197,6 +197,7 @@ void TransferJob::finish(int endCode) {
             record.resuming = 0;
             record.lastRunState = endCode;
             record.lastRunTime = localTimeNow();
+            runEnds();
         }
         std::atomic_signal_fence(std::memory_order_seq_cst);
         record.state = endCode;

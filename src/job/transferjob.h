@@ -40,6 +40,9 @@ protected:
     // is paused, or has failed.
     virtual int cleanup(int endCode);
 
+    // The run ends for good; its final state is about to be recorded. Work thread.
+    virtual void runEnds() {}
+
     // What kind of run the history says it is.
     virtual const char* kind() const = 0;
     // Lets go of what a former run has left in memory.
