@@ -1,4 +1,6 @@
 // A stream of packages: what is taken for one lies within it.
+#include <vector>
+
 #include "input.h"
 #include "storage/package/package_reader.h"
 
@@ -16,12 +18,12 @@ void requireWithin(std::span<const uint8_t> package, const Part& part) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // Of a size of its own, so that a read past the end shows.
     std::span<const uint8_t> stream(data, size);
     while (front_package_fault(stream) == nullptr) {
         const uint32_t length = stated_length(stream.data());
         fuzz::require(length != 0 && length <= stream.size());
-        const auto package = stream.first(length);
+        // In memory of its own, so that a read past its end shows.
+        const std::vector<uint8_t> package(stream.begin(), stream.begin() + length);
         package_fault fault = nullptr;
         if (const auto file = read_file_package(package, fault)) {
             requireWithin(package, file->name);
