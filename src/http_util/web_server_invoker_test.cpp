@@ -223,17 +223,6 @@ TEST_F(WebServerInvoker, ReconnectsWhenTheServerClosed) {
     }
 }
 
-TEST_F(WebServerInvoker, ReportsARefusedConnection) {
-    serve([](ScriptedPeer&, int) {});
-    server.reset();
-    LogCapture capture;
-    EXPECT_EQ(invoker.run(greet), -1);
-    EXPECT_EQ(greet.state(), 64);
-    EXPECT_EQ(GetLastError(), 10061u);
-    EXPECT_TRUE(capture.has(LogLevel::error, "Greet: Connect to server failed. error = 10061.\n"));
-    EXPECT_EQ(greet.request().prepared, 0);
-}
-
 TEST_F(WebServerInvoker, KeepsTheConnectionAfterAnErrorAnswer) {
     serve([&](ScriptedPeer& peer, int) {
         while (!peer.request().empty()) {
