@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <atomic>
+#include <thread>
 #include <vector>
 
 #include "base/singleton.h"
@@ -52,18 +53,11 @@ struct Slow {
 };
 
 TEST(Singleton, IsMadeOnceHoweverManyThreadsAsk) {
-    std::array<KernelHandle, 8> threads;
-    for (KernelHandle& thread : threads) {
-        thread.reset(CreateThread(
-            nullptr, 0,
-            [](void*) -> DWORD { return ATL::CComSingleton<Slow>::instance() != nullptr; }, nullptr,
-            0, nullptr));
-    }
-    for (const KernelHandle& thread : threads) {
-        ASSERT_EQ(WaitForSingleObject(thread.get(), INFINITE), WAIT_OBJECT_0);
-        DWORD found = 0;
-        GetExitCodeThread(thread.get(), &found);
-        EXPECT_EQ(found, 1U);
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 8; ++i) {
+            threads.emplace_back([] { EXPECT_NE(ATL::CComSingleton<Slow>::instance(), nullptr); });
+        }
     }
     EXPECT_EQ(constructions, 1);
 }

@@ -2,44 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "base/log.h"
-#include "base/text.h"
+#include "support/files.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
 
+using test::fileContent;
+
 class LogFileTest : public testing::Test {
 protected:
-    LogFileTest() {
-        wchar_t folder[MAX_PATH];
-        GetTempPathW(MAX_PATH, folder);
-        path_ = std::wstring(folder) + L"logfile_test.log";
-        remove();
-    }
-    ~LogFileTest() override {
-        file_.close();
-        remove();
-    }
-
-    static std::string content(const std::wstring& path) {
-        std::ifstream in(toUtf8(path), std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
-    std::wstring path_;
+    test::TemporaryFolder ground_{L"logfile_test"};
+    const std::wstring path_ = ground_.path() + L"\\log";
     LogFile file_;
-
-private:
-    void remove() const {
-        DeleteFileW(path_.c_str());
-        DeleteFileW((path_ + L".old").c_str());
-    }
 };
 
 TEST_F(LogFileTest, WritesTimeThreadLevelAndMessage) {
@@ -50,7 +28,7 @@ TEST_F(LogFileTest, WritesTimeThreadLevelAndMessage) {
     const std::regex expected(
         R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} 77 error Failed \{x\}, 5\.\n)"
         R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} - info no thread and no line end\n)");
-    EXPECT_TRUE(std::regex_match(content(path_), expected)) << content(path_);
+    EXPECT_TRUE(std::regex_match(fileContent(path_), expected)) << fileContent(path_);
 }
 
 TEST_F(LogFileTest, AppendsToWhatIsThereAndToWhatAnotherWriterAdds) {
@@ -60,10 +38,12 @@ TEST_F(LogFileTest, AppendsToWhatIsThereAndToWhatAnotherWriterAdds) {
     ASSERT_TRUE(other.open(path_));
     other.write(LogLevel::debug, "@1@two\n");
     file_.write(LogLevel::debug, "@1@three\n");
-    const std::string all = content(path_);
+    file_.close();
+    other.close();
+    const std::string all = fileContent(path_);
     EXPECT_LT(all.find("one"), all.find("two"));
     EXPECT_LT(all.find("two"), all.find("three"));
-    EXPECT_NE(all.find("three"), std::string::npos);
+    EXPECT_TRUE(all.ends_with("three\n"));
 }
 
 TEST_F(LogFileTest, KeepsOneOldFileAndStaysBelowItsLimit) {
@@ -73,8 +53,8 @@ TEST_F(LogFileTest, KeepsOneOldFileAndStaysBelowItsLimit) {
         file_.write(LogLevel::debug, "@1@line " + std::to_string(i) + "\n");
     }
     file_.close();
-    const std::string now = content(path_);
-    const std::string old = content(path_ + L".old");
+    const std::string now = fileContent(path_);
+    const std::string old = fileContent(path_ + L".old");
     EXPECT_LE(now.size(), limit);
     EXPECT_LE(old.size(), limit);
     EXPECT_NE(now.find("line 19\n"), std::string::npos);
@@ -96,7 +76,7 @@ TEST_F(LogFileTest, TakesTheModulesLogWithoutTraces) {
     log(LogLevel::information, "after\n");
     ACE_Log_Msg::instance()->priority_mask(mask, ACE_Log_Msg::PROCESS);
     ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
-    const std::string all = content(path_);
+    const std::string all = fileContent(path_);
     EXPECT_NE(all.find(" info Remove job a.\n"), std::string::npos) << all;
     EXPECT_EQ(all.find("Thing::run"), std::string::npos);
     EXPECT_EQ(all.find("after"), std::string::npos);

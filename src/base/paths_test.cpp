@@ -3,10 +3,15 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "base/handle.h"
 #include "base/rm_rf.h"
+#include "support/files.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
+
+using test::exists;
 
 TEST(JobId, NamesExactlyOneFolder) {
     for (const char* id : {"a", "0b1c", "Daily backup", "ümlaut", "a.b", "COM10", "console"}) {
@@ -57,26 +62,17 @@ TEST(LongPath, PrefixesAbsolutePathsOnly) {
 // A folder tree of the test's own that goes when the test ends.
 class RmRf : public testing::Test {
 protected:
-    void SetUp() override {
-        wchar_t folder[MAX_PATH];
-        GetTempPathW(MAX_PATH, folder);
-        root_ = std::wstring(folder) + L"rm_rf_test";
-        rm_rf(root_, true);
-        ASSERT_TRUE(createDirectories(root_ + L"\\a\\b\\c"));
-    }
-    void TearDown() override { rm_rf(root_, true); }
+    void SetUp() override { ASSERT_TRUE(createDirectories(root_ + L"\\a\\b\\c")); }
 
-    static void touch(const std::wstring& path, DWORD attributes = FILE_ATTRIBUTE_NORMAL) {
-        HANDLE file = CreateFileW(longPath(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                  attributes, nullptr);
-        ASSERT_NE(file, INVALID_HANDLE_VALUE) << GetLastError();
-        CloseHandle(file);
-    }
-    static bool exists(const std::wstring& path) {
-        return GetFileAttributesW(longPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+    static FileHandle touch(const std::wstring& path, DWORD attributes = FILE_ATTRIBUTE_NORMAL) {
+        FileHandle file(CreateFileW(longPath(path).c_str(), GENERIC_WRITE, 0, nullptr,
+                                    CREATE_ALWAYS, attributes, nullptr));
+        EXPECT_TRUE(file) << GetLastError();
+        return file;
     }
 
-    std::wstring root_;
+    test::TemporaryFolder ground_{L"rm_rf_test"};
+    const std::wstring& root_ = ground_.path();
 };
 
 TEST_F(RmRf, RemovesReadOnlyHiddenAndDeepEntries) {
@@ -94,13 +90,10 @@ TEST_F(RmRf, RemovesReadOnlyHiddenAndDeepEntries) {
     EXPECT_FALSE(exists(root_));
 }
 
-TEST_F(RmRf, KeepsTheFolderItselfWhenAsked) {
+TEST_F(RmRf, KeepsTheFolderItselfWhenAskedAndTakesAMissingPathAsDone) {
     EXPECT_TRUE(rm_rf(root_, false));
     EXPECT_TRUE(exists(root_));
     EXPECT_FALSE(exists(root_ + L"\\a"));
-}
-
-TEST_F(RmRf, RemovesOneFileAndTakesAMissingPathAsDone) {
     touch(root_ + L"\\file");
     EXPECT_TRUE(rm_rf(root_ + L"\\file", false));
     EXPECT_FALSE(exists(root_ + L"\\file"));
@@ -110,13 +103,10 @@ TEST_F(RmRf, RemovesOneFileAndTakesAMissingPathAsDone) {
 
 TEST_F(RmRf, GoesOnPastAnEntryThatIsInUse) {
     touch(root_ + L"\\a\\last");
-    HANDLE held = CreateFileW((root_ + L"\\a\\b\\held").c_str(), GENERIC_WRITE, 0, nullptr,
-                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    const FileHandle held = touch(root_ + L"\\a\\b\\held");
     EXPECT_FALSE(rm_rf(root_, true));
     EXPECT_FALSE(exists(root_ + L"\\a\\last"));
     EXPECT_TRUE(exists(root_ + L"\\a\\b\\held"));
-    CloseHandle(held);
 }
 
 }  // namespace
