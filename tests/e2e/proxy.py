@@ -60,10 +60,7 @@ class Request:
     def __init__(self, number, endpoint):
         self.number, self.endpoint = number, endpoint
         self.instance = self.source = self.block = None
-        self.body_size = 0
-        self.forwarded = False
         self.status = None
-        self.body = b""
 
     def __repr__(self):
         return f"#{self.number} {self.endpoint} {self.source or ''} {self.block or ''} -> {self.status}"
@@ -145,9 +142,8 @@ def _headers(head):
 class Proxy:
     """Listens on a loopback port of its own and forwards to `backend` (host, port)."""
 
-    def __init__(self, backend, keep_bodies=()):
+    def __init__(self, backend):
         self.backend = backend
-        self._keep_bodies = set(keep_bodies)
         self._lock = threading.Lock()  # guards all below
         self._requests, self._faults, self._streams, self._threads = [], [], set(), []
         self.address = ("127.0.0.1", 0)
@@ -286,7 +282,6 @@ class Proxy:
             if action == CUT_REQUEST:
                 fault.reached.set()
                 self._drop(client, server)
-            request.forwarded = True
             answer_head = server.head()
             answer_headers = _headers(answer_head)
             answer = answer_head + server.body(answer_headers)
@@ -341,9 +336,6 @@ class Proxy:
         raise _Gone
 
     def _describe(self, request, headers, body):
-        request.body_size = len(body)
-        if request.endpoint in self._keep_bodies:
-            request.body = body
         if request.endpoint == "uploadblock":
             fields = dict(re.findall(rb'name="(\w+)"\r\n\r\n(.*?)\r\n--', body[:70000], re.S))
             request.instance = fields.get(b"jobinstanceid", b"").decode()

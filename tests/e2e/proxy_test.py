@@ -88,12 +88,6 @@ class ProxyTest(unittest.TestCase):
                 self.assertEqual(len(self.backend.bodies), 3 if served else 2)
                 self.proxy.clear()
 
-    def test_answers_itself_and_keeps_the_connection(self):
-        self.proxy.add("StartJob", proxy.ANSWER, status=503, times=2)
-        self.proxy.add("StartJob", proxy.ANSWER, status=401, nth=3)
-        self.assertEqual([self.post()[0] for _ in range(4)], [503, 503, 401, 200])
-        self.assertEqual(len(self.backend.bodies), 1)
-
     def test_holds_before_and_after_the_server(self):
         for action, served in ((proxy.HOLD_REQUEST, 0), (proxy.HOLD_ANSWER, 1)):
             with self.subTest(action):
@@ -108,27 +102,6 @@ class ProxyTest(unittest.TestCase):
                 waiter.join(20)
                 self.assertEqual(got[0][0], 200)
                 self.proxy.clear()
-
-    def test_listens_on_without_a_server(self):
-        self.assertEqual(self.post()[0], 200)
-        self.client.close()
-        address = self.backend.address
-        self.proxy.backend = ("127.0.0.1", 1)
-        with self.assertRaises(ConnectionError):
-            self.post()
-        self.client.close()
-        self.proxy.backend = address
-        self.assertEqual(self.post()[0], 200)
-
-    def test_refuses_connections_and_listens_again(self):
-        self.assertEqual(self.post()[0], 200)
-        self.proxy.refuse()
-        self.client.close()
-        with self.assertRaises(ConnectionRefusedError):
-            self.post()
-        self.client.close()
-        self.proxy.listen()
-        self.assertEqual(self.post()[0], 200)
 
     def test_knows_a_block_that_was_sent_again(self):
         def block(number):

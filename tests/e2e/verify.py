@@ -1,21 +1,25 @@
 """Compares what a server holds of a backup with the tree that was backed up.
 
 Nothing here shares code with the project: the server's data folder is read with SQLite, packages
-are opened by package_check (OpenSSL and zlib).
+are opened with OpenSSL and zlib.
 """
 
+import ctypes
+import ctypes.util
 import os
 import pathlib
 import sqlite3
 import struct
-import subprocess
+import zlib
 
-from layout import NATIVE_BIN
 from machine import unix_path, windows_path
 
 EPOCH_TICKS = 116444736000000000  # 1970 in ticks of 100 ns since 1601
 AWAITED, FILE, FOLDER = 0, 1, 2
 COMPLETED = 2
+PIECE = 1 << 16
+CRYPTO = ctypes.CDLL(ctypes.util.find_library("crypto"))
+CRYPTO.EVP_CIPHER_CTX_new.restype = CRYPTO.EVP_aes_128_cbc.restype = ctypes.c_void_p
 
 
 class Stored:
@@ -92,14 +96,60 @@ def differences(data, instance_name, root, key, iv, failed=(), left_out=lambda p
             found.append(f"{path}: its size is {entry.size}, not {status.st_size}")
         if entry.mtime != ticks(status):
             found.append(f"{path}: its time is {entry.mtime}, not {ticks(status)}")
-        packages.append(f"{entry.compressed}\t{entry.package}\t{entry.offset}\t{entry.package_size}\t{unix_path(path)}")
+        packages.append((entry.compressed, entry.package, entry.offset, entry.package_size, unix_path(path)))
     return found + check_packages(packages, key, iv)
 
 
-def check_packages(lines, key, iv):
-    """Opens and compares packages; a line for each that differs from its source."""
-    check = subprocess.run([NATIVE_BIN / "package_check", key.hex(), iv.hex()], input="\n".join(lines),
-                           capture_output=True, text=True, check=False)
-    if check.returncode not in (0, 1) or check.stderr:
-        raise AssertionError(f"package_check failed: {check.stderr}")
-    return check.stdout.splitlines()
+def opened(file, size, key, iv):
+    """The next `size` bytes of a file, decrypted (AES-128-CBC), in pieces."""
+    cipher = ctypes.c_void_p(CRYPTO.EVP_CIPHER_CTX_new())
+    try:
+        CRYPTO.EVP_DecryptInit_ex(cipher, ctypes.c_void_p(CRYPTO.EVP_aes_128_cbc()), None, key, iv)
+        plain, length = ctypes.create_string_buffer(PIECE + 32), ctypes.c_int()
+        while size:
+            if not (sealed := file.read(min(size, PIECE))):
+                raise ValueError("the package ends early")
+            CRYPTO.EVP_DecryptUpdate(cipher, plain, ctypes.byref(length), sealed, len(sealed))
+            yield plain.raw[:length.value]
+            size -= len(sealed)
+        if CRYPTO.EVP_DecryptFinal_ex(cipher, plain, ctypes.byref(length)) != 1:
+            raise ValueError("it does not decrypt")
+        yield plain.raw[:length.value]
+    finally:
+        CRYPTO.EVP_CIPHER_CTX_free(cipher)
+
+
+def inflated(pieces):
+    """Demands exactly one whole stream."""
+    stream = zlib.decompressobj()
+    for piece in pieces:
+        yield stream.decompress(piece)
+        if stream.unused_data:
+            raise ValueError("bytes after the compressed stream")
+    yield stream.flush()
+    if not stream.eof:
+        raise ValueError("no whole zlib stream")
+
+
+def compare(package, key, iv):
+    """Opens a package, (compressed, the file that holds it, offset and size there, source file)."""
+    compressed, container, offset, size, source = package
+    with open(container, "rb") as file, open(source, "rb") as expected:
+        file.seek(offset)
+        pieces = opened(file, size, key, iv)
+        for piece in inflated(pieces) if compressed else pieces:
+            if expected.read(len(piece)) != piece:
+                raise ValueError(f"it differs before byte {expected.tell()}")
+        if expected.read(1):
+            raise ValueError("it is shorter than its source")
+
+
+def check_packages(packages, key, iv):
+    """A line for each that differs from its source."""
+    found = []
+    for package in packages:
+        try:
+            compare(package, key, iv)
+        except (OSError, ValueError, zlib.error) as error:
+            found.append(f"{package[-1]}: {error}")
+    return found

@@ -27,8 +27,8 @@ class PackageCheckTest(unittest.TestCase):
 
     def check(self, package, compressed=1, key=KEY, before=b"", size=None):
         (self.folder / "container").write_bytes(before + package + b"the next package")
-        line = f"{compressed}\t{self.folder / 'container'}\t{len(before)}\t{size or len(package)}\t{self.folder / 'source'}"
-        return verify.check_packages([line], key, IV)
+        place = (compressed, self.folder / "container", len(before), size or len(package), self.folder / "source")
+        return verify.check_packages([place], key, IV)
 
     def test_accepts_whole_packages(self):
         self.assertEqual(self.check(seal(zlib.compress(self.content))), [])
