@@ -9,6 +9,7 @@
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "support/child_process.h"
+#include "support/fails_with.h"
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "support/signal.h"
@@ -56,8 +57,7 @@ TEST_F(ActivityFile, IsMadeIdle) {
     EXPECT_EQ(handle_->state, 6);
     EXPECT_EQ(handle_->currentFilePath(), L"C:\\a");
     JobActivityHandle second;
-    EXPECT_FALSE(second.open(id_.c_str(), true)) << "one writer at a time";
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+    EXPECT_FAILS(ERROR_SHARING_VIOLATION, second.open(id_.c_str(), true)) << "one writer at a time";
 }
 
 TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
@@ -98,10 +98,8 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
 TEST_F(ActivityFile, IsNotThereWithoutItsDirectory) {
     rm_rf(directory_, true);
     LogCapture log;
-    EXPECT_FALSE(handle_.open(id_.c_str(), true));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
-    EXPECT_FALSE(handle_.open(id_.c_str(), false));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FAILS(ERROR_PATH_NOT_FOUND, handle_.open(id_.c_str(), true));
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, handle_.open(id_.c_str(), false));
     EXPECT_TRUE(log.has("Failed to open job {activity-1} activity info file mapping, " +
                         errorText(ERROR_FILE_NOT_FOUND)))
         << "without an end of line";
@@ -113,8 +111,7 @@ TEST_F(ActivityFile, IsNotThereWithoutItsDirectory) {
 
 TEST_F(ActivityFile, IsCopiedWhetherItIsMappedOrNot) {
     JobActivity record{};
-    EXPECT_FALSE(JobActivityHandle::read(id_.c_str(), record));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, JobActivityHandle::read(id_.c_str(), record));
     ASSERT_TRUE(handle_.open(id_.c_str(), true));
     handle_->fileIndex = 17;
     EXPECT_TRUE(JobActivityHandle::read(id_.c_str(), record)) << "while a process has it mapped";
@@ -126,8 +123,8 @@ TEST_F(ActivityFile, IsCopiedWhetherItIsMappedOrNot) {
     for (const std::string& damaged :
          {std::string(), std::string(4095, '\1'), std::string(4096, '\2')}) {
         writeInfo(damaged);
-        EXPECT_FALSE(JobActivityHandle::read(id_.c_str(), record)) << damaged.size();
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_FAILS(ERROR_INVALID_DATA, JobActivityHandle::read(id_.c_str(), record))
+            << damaged.size();
         EXPECT_EQ(record.fileIndex, 17U) << "left as it was";
     }
 }

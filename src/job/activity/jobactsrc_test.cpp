@@ -4,6 +4,7 @@
 
 #include "job/activity/jobactsrcreader.h"
 #include "job/activity/jobactsrcwriter.h"
+#include "support/fails_with.h"
 #include "support/files.h"
 #include "support/list_records.h"
 #include "support/log_capture.h"
@@ -42,8 +43,7 @@ TEST_F(SourceList, ReadsBackWhatWasWrittenAndGoesOnAtAnOffset) {
     ASSERT_TRUE(reader.volume(name));
     EXPECT_EQ(name, L"C:\\");
     EXPECT_EQ(reader.next(), tagDirectory);
-    EXPECT_FALSE(reader.volume(name));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_INVALID_DATA, reader.volume(name));
     const int64_t position = reader.offset();
     EXPECT_EQ(position, 8 + 18 + 54 + 10);
 
@@ -68,8 +68,7 @@ TEST_F(SourceList, CarriesRecordsLargerThanTheBuffer) {
     JobHistorySourceWriter writer;
     ASSERT_TRUE(writer.open(path_, false));
     ASSERT_TRUE(writer.addEntry(longest, data(0, 0, 0), 1));
-    EXPECT_FALSE(writer.addEntry(longest + L"x", data(0, 0, 0), 2));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILENAME_EXCED_RANGE});
+    EXPECT_FAILS(ERROR_FILENAME_EXCED_RANGE, writer.addEntry(longest + L"x", data(0, 0, 0), 2));
     ASSERT_TRUE(writer.endSet());
     ASSERT_TRUE(writer.close());
     EXPECT_THAT(test::listRecords(path_), ElementsAre(L"FI 1 " + longest, L"ES"));
@@ -78,12 +77,10 @@ TEST_F(SourceList, CarriesRecordsLargerThanTheBuffer) {
 TEST_F(SourceList, AppendsOnlyToAListWithContent) {
     test::LogCapture log;
     JobHistorySourceWriter writer;
-    EXPECT_FALSE(writer.open(path_, true));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, writer.open(path_, true));
 
     test::storeFile(path_, "");
-    EXPECT_FALSE(writer.open(path_, true));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_FAILS(ERROR_ALREADY_EXISTS, writer.open(path_, true));
     const auto lines = log.lines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[1].text.find("to the end, hr=-2147024713, "), std::string::npos);
@@ -125,8 +122,7 @@ TEST_F(SourceList, WhatFailedOnceFailsEverythingAfterIt) {
     JobHistorySourceWriter writer;
     EXPECT_FALSE(writer.startSet()) << "nothing is open";
     JobActivitySourceReader reader;
-    EXPECT_FALSE(reader.open(path_, 0));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, reader.open(path_, 0));
     EXPECT_EQ(reader.offset(), -1);
     EXPECT_EQ(reader.next(), 0u);
     test::storeFile(path_, "content");
@@ -134,11 +130,9 @@ TEST_F(SourceList, WhatFailedOnceFailsEverythingAfterIt) {
     writer.attach(FileHandle(CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));
     EXPECT_TRUE(writer.startSet()) << "buffered";
-    EXPECT_FALSE(writer.flush());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FAILS(ERROR_ACCESS_DENIED, writer.flush());
     SetLastError(0);
-    EXPECT_FALSE(writer.endSet());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FAILS(ERROR_ACCESS_DENIED, writer.endSet());
     EXPECT_FALSE(writer.close());
 }
 
