@@ -63,17 +63,5 @@ TEST(RestoreJobs, AJobWithJustTheseSettingsComesFirst) {
     EXPECT_EQ(findRestore(jobs, *wanted, [](auto&) { return false; })->id(), "2");
 }
 
-TEST(RestoreJobs, AreNamedAfterWhatTheyBringBackAndWhereTo) {
-    const auto name = [](const Change& change) {
-        return nameOfRestore(*restoreJob("1", change), L"docs");
-    };
-    EXPECT_EQ(name([](auto&) {}), L"restore C:\\a, C:\\b to D:\\copy");
-    EXPECT_EQ(name([](auto& job) {
-                  job.setSource({});
-                  job.setTarget(L"", L"");
-              }),
-              L"restore docs");
-}
-
 }  // namespace
 }  // namespace dorvo::agent

@@ -16,9 +16,7 @@ TEST(RunOutcome, EveryStateHasItsExitCode) {
     for (const Row& row : {
              Row{JobState::none, 0, 0, exitFailed, false},
              Row{JobState::idle, 0, 0, std::nullopt, false},
-             Row{JobState::starting, 0, 0, std::nullopt, true},
              Row{JobState::running, 0, 2, std::nullopt, true},
-             Row{JobState::completing, 0, 0, std::nullopt, true},
              Row{JobState::pausing, 1, 0, std::nullopt, true},
              Row{JobState::paused, 0, 0, std::nullopt, true},
              Row{JobState::paused, 1, 0, exitStopped, true},

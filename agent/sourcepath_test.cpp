@@ -5,7 +5,7 @@
 
 #include "agenterror.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo::agent {
 namespace {
@@ -37,16 +37,10 @@ TEST(AbsolutePath, RelativePathsStartAtTheCurrentFolder) {
 
 class OnDiskPath : public testing::Test {
 protected:
-    OnDiskPath() {
-        wchar_t folder[MAX_PATH];
-        GetTempPathW(MAX_PATH, folder);
-        root_ = onDiskPath(std::wstring(folder), true) + L"\\OnDiskPath";
-        rm_rf(root_, true);
-        createDirectories(root_ + L"\\Mixed Case\\\u00C4rger");
-    }
-    ~OnDiskPath() override { rm_rf(root_, true); }
+    OnDiskPath() { createDirectories(root_ + L"\\Mixed Case\\\u00C4rger"); }
 
-    std::wstring root_;
+    test::TemporaryFolder ground_{L"OnDiskPath"};
+    const std::wstring root_ = onDiskPath(ground_.path(), true);
 };
 
 TEST_F(OnDiskPath, SpellsEachComponentAsTheDiskDoes) {
