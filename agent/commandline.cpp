@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "agenterror.h"
+#include "printable.h"
 
 namespace dorvo::agent {
 namespace {
@@ -28,7 +29,7 @@ std::string sentence(std::string text) {
 }
 
 int refuse(Terminal& terminal, const std::string& text, int code) {
-    terminal.error("agent: " + sentence(text));
+    terminal.error("agent: " + printable(sentence(text)));
     return code;
 }
 

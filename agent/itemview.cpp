@@ -6,6 +6,7 @@
 
 #include "base/local_time.h"
 #include "base/text.h"
+#include "printable.h"
 #include "storage/wire_time.h"
 #include "units.h"
 
@@ -38,7 +39,7 @@ std::string itemHeadings() {
 std::string itemText(const RestoreCatalog::Item& item) {
     return line(timeText(item.data.ftLastWriteTime),
                 item.directory() ? std::string() : bytesText(sizeOf(item)),
-                attributesText(item.data.dwFileAttributes), toUtf8(item.path));
+                attributesText(item.data.dwFileAttributes), printable(toUtf8(item.path)));
 }
 
 std::string attributesText(uint32_t attributes) {

@@ -4,6 +4,7 @@
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
+#include "printable.h"
 #include "progress.h"
 #include "restorejobs.h"
 #include "runoutcome.h"
@@ -58,7 +59,7 @@ Ordered_object runJson(const PastRun& run) {
 std::string joined(const std::vector<std::wstring>& texts, const char* separator) {
     std::string text;
     for (const std::wstring& part : texts) {
-        text += (text.empty() ? "" : separator) + toUtf8(part);
+        text += (text.empty() ? "" : separator) + printable(toUtf8(part));
     }
     return text;
 }
@@ -78,9 +79,9 @@ std::string restoreText(const RestoreJobDefinition& job) {
     const std::string paths = job.source().empty() ? all : joined(job.source(), "\n         ");
     const std::string target = job.target().empty() ? "where they were" : toUtf8(job.target());
     return "Paths    " + paths + "\nFrom     run " + job.jobInstanceId() + "\n         of job " +
-           job.jobDefinitionId() + " on machine " + job.machine() + "\nTo       " + target +
-           (job.prefix().empty() ? "" : " in place of " + toUtf8(job.prefix())) + "\nConflict " +
-           conflictText(job.conflict()) + "\n";
+           job.jobDefinitionId() + " on machine " + printable(job.machine()) + "\nTo       " +
+           target + (job.prefix().empty() ? "" : " in place of " + toUtf8(job.prefix())) +
+           "\nConflict " + conflictText(job.conflict()) + "\n";
 }
 
 }  // namespace

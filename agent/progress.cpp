@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "printable.h"
 #include "units.h"
 
 namespace dorvo::agent {
@@ -32,7 +33,7 @@ std::string progressLine(const Progress& progress, size_t width) {
     constexpr size_t leastOfFile = 12;
     const size_t used = columnsOf(line);
     if (!progress.file.empty() && used + gap + leastOfFile <= width) {
-        line += "  " + shortened(progress.file, width - used - gap);
+        line += "  " + shortened(printable(progress.file), width - used - gap);
     }
     return columnsOf(line) <= width ? line : shortened(line, width);
 }

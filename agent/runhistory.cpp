@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "failuretext.h"
 #include "job/activity/jobhistory.h"
+#include "printable.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo::agent {
@@ -85,7 +86,8 @@ std::vector<FailedItem> readFailedItems(const std::wstring& directory,
 }  // namespace
 
 std::string FailedItem::text() const {
-    return path + ": " + (reason.empty() || isHttpStatus(code) ? failureText(code) : reason);
+    return printable(path + ": " +
+                     (reason.empty() || isHttpStatus(code) ? failureText(code) : reason));
 }
 
 std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "printable.h"
 #include "units.h"
 
 namespace dorvo::agent {
@@ -12,8 +13,9 @@ std::string tableText(const std::vector<std::string>& headings,
     std::vector<std::vector<std::string>> lines = {headings};
     lines.insert(lines.end(), rows.begin(), rows.end());
     std::vector<size_t> widths(headings.size(), 0);
-    for (const auto& line : lines) {
+    for (auto& line : lines) {
         for (size_t i = 0; i < line.size(); ++i) {
+            line[i] = printable(line[i]);
             widths.at(i) = std::max(widths.at(i), columnsOf(line[i]));
         }
     }

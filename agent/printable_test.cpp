@@ -1,0 +1,41 @@
+#include "printable.h"
+
+#include <gtest/gtest.h>
+
+#include "itemview.h"
+#include "progress.h"
+#include "table.h"
+
+namespace dorvo::agent {
+namespace {
+
+TEST(Printable, KeepsTextAndMasksTheRest) {
+    struct Row {
+        std::string_view text, shown;
+    };
+    for (const Row& row : {Row{"", ""},
+                           {"C:\\\xC3\xA4 ~\xE2\x82\xAC\xF0\x9F\x98\x80",
+                            "C:\\\xC3\xA4 ~\xE2\x82\xAC\xF0\x9F\x98\x80"},
+                           {"a\x1B[2Jb\r\n\tc\x7F", "a?[2Jb???c?"},
+                           {{"a\0b", 3}, "a?b"},
+                           {"\xC2\x80\xC2\x9B\xC2\xA0", "??\xC2\xA0"},
+                           {"a\xFFz", "a\xEF\xBF\xBDz"}}) {
+        EXPECT_EQ(printable(row.text), row.shown);
+    }
+}
+
+TEST(Printable, IsWhatListingsShow) {
+    const std::string crafted = "C:\\a\x1B[2J\nb";
+    const std::string shown = "C:\\a?[2J?b";
+    RestoreCatalog::Item item{L"C:\\a\x1B[2J\nb", {}};
+    EXPECT_TRUE(itemText(item).ends_with("  " + shown));
+    EXPECT_NE(json_spirit::write(json_spirit::Ordered_value(itemJson(item))).find("\\n"),
+              std::string::npos);
+    EXPECT_EQ(tableText({"PATH"}, {{crafted}}), "PATH\n" + shown + "\n");
+    Progress progress{};
+    progress.file = crafted;
+    EXPECT_TRUE(progressLine(progress, 160).ends_with("  " + shown));
+}
+
+}  // namespace
+}  // namespace dorvo::agent
