@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "dataowner.h"
 #include "failuretext.h"
+#include "printable.h"
 #include "singletons.h"
 #include "sourcepath.h"
 #include "users.h"
@@ -34,6 +35,9 @@ std::wstring filePath(const std::string& given) {
             throw AgentError("The keys of this machine cannot be read: the log file says why");
         case ERROR_FILE_EXISTS:
             throw AgentError(name + " is there already and was left as it is: name another file");
+        case ERROR_TOO_MANY_SECRETS:
+            throw AgentError(name + ": '" + user + "' would have more keys on this machine than " +
+                             std::to_string(userKeyLimit) + "; none was taken");
         default: break;
     }
     throw AgentError(isKeyError(error) ? name + ": " + keyErrorText(error, user)
@@ -44,17 +48,18 @@ std::wstring filePath(const std::string& given) {
 
 CLI::App* KeyCommand::describe(CLI::App& parent) {
     CLI::App* const key = parent.add_subcommand(
-        "key", "Take the key that opens the backups to a recovery file, and back");
+        "key", "Take the keys that open the backups to a recovery file, and back");
     key->require_subcommand(1);
-    CLI::App* const out = key->add_subcommand("export", "Write the key to a recovery file");
-    import_ = key->add_subcommand("import", "Take the key from a recovery file");
+    CLI::App* const out = key->add_subcommand("export", "Write the keys to a recovery file");
+    import_ = key->add_subcommand("import", "Take the keys from a recovery file");
     for (CLI::App* const command : {out, import_}) {
         command->add_option("FILE", file_, "The recovery file")->required();
         command->add_flag("--passphrase-stdin", passphraseFromInput_,
                           "Read the passphrase from standard input");
     }
-    out->add_option("--user", user_, "Whose key; without it, who has logged in");
-    import_->add_option("--user", user_, "Whose key it has to be; without it, whosever it is");
+    out->add_option("--user", user_, "Whose keys; without it, who has logged in");
+    import_->add_option("--user", user_,
+                        "Whose keys they have to be; without it, whosever they are");
     out->footer(
         "Keep the file apart from this machine: without it, or without its passphrase, a lost "
         "machine is a lost backup.\nExample:\n  agent key export E:\\dorvo.key");
@@ -81,11 +86,10 @@ void KeyCommand::exportKey(Terminal& terminal) const {
     if (!keys().exportKey(user.c_str(), passphrase.text.c_str(), file.c_str())) {
         refuse(file, user, GetLastError());
     }
-    terminal.out("The key of '" + user + "' is in '" + toUtf8(file) +
-                 "': keep the file and its passphrase apart from this machine.");
-    if (keys().importedKeys(user.c_str()) != 0) {
-        terminal.out("Keys that were imported beside it are not in it: keep their recovery files.");
-    }
+    const size_t imported = keys().importedKeys(user.c_str());
+    terminal.out((imported == 0 ? "The key" : "All " + std::to_string(imported + 1) + " keys") +
+                 " of '" + printable(user) + (imported == 0 ? "' is" : "' are") + " in '" +
+                 toUtf8(file) + "': keep the file and its passphrase apart from this machine.");
 }
 
 void KeyCommand::importKey(Terminal& terminal) const {
@@ -100,11 +104,14 @@ void KeyCommand::importKey(Terminal& terminal) const {
         const DWORD error = GetLastError();
         refuse(file, user.empty() ? user_ : user, error);
     }
-    terminal.out("The key of '" + user + "' is on this machine now.");
-    if (keys().importedKeys(user.c_str()) != 0) {
-        terminal.out(
-            "It stands beside the machine's own: each backup takes the one that it was made with.");
+    const size_t imported = keys().importedKeys(user.c_str());
+    if (imported == 0) {
+        terminal.out("The key of '" + printable(user) + "' is on this machine now.");
+        return;
     }
+    terminal.out("The keys of '" + printable(user) + "' are on this machine now, " +
+                 std::to_string(imported) +
+                 " beside the machine's own: each backup takes the one that it was made with.");
 }
 
 Secret KeyCommand::readPassphrase(Terminal& terminal, bool twice) const {

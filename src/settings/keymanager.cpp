@@ -26,6 +26,8 @@ constexpr EncodedStoreTexts texts = {
     "Failed to encode the key storage file.\n",
 };
 
+constexpr size_t userKeySize = aesKeySize + aesIvSize;
+
 struct GlobalKey {
     unsigned char key[aesKeySize];
     unsigned char iv[aesIvSize];
@@ -177,7 +179,7 @@ bool KeyManagerImpl::usable() {
 bool KeyManagerImpl::storedKey(const std::string& entry, std::string& bytes) const {
     try {
         bytes = decodeBase64(keys_.at(entry).get_str());
-        if (bytes.size() == aesKeySize + aesIvSize) {
+        if (bytes.size() == userKeySize) {
             return true;
         }
     } catch (const std::runtime_error&) {
@@ -246,16 +248,24 @@ size_t KeyManagerImpl::importedKeys(const char* user) {
     if (isEmpty(user)) {
         return 0;
     }
-    const std::string beginning = beginningOfImported(user);
     const std::lock_guard guard(lock_);
-    const auto imported = [&](const auto& entry) { return entry.first.starts_with(beginning); };
-    return static_cast<size_t>(std::count_if(keys_.begin(), keys_.end(), imported));
+    return importedEntries(user).size();
+}
+
+std::vector<std::string> KeyManagerImpl::importedEntries(const std::string& user) const {
+    const std::string beginning = beginningOfImported(user);
+    std::vector<std::string> entries;
+    for (auto at = keys_.lower_bound(beginning);
+         at != keys_.end() && at->first.starts_with(beginning); ++at) {
+        entries.push_back(at->first);
+    }
+    return entries;
 }
 
 bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
     try {
-        bytes = randomBytes(aesKeySize + aesIvSize);
-        return addKey(user, bytes);
+        bytes = randomBytes(userKeySize);
+        return addKeys({{user, encodeBase64(bytes)}});
     } catch (const std::runtime_error& error) {
         log(LogLevel::error, "Failed to make a key for user {%s}: %s.\n", user, error.what());
         SetLastError(ERROR_GEN_FAILURE);
@@ -263,9 +273,9 @@ bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
     }
 }
 
-bool KeyManagerImpl::addKey(const std::string& entry, const std::string& bytes) {
+bool KeyManagerImpl::addKeys(const std::map<std::string, json_spirit::Value>& fresh) {
     std::map<std::string, json_spirit::Value> keys = keys_;
-    keys[entry] = encodeBase64(bytes);
+    keys.insert(fresh.begin(), fresh.end());
     if (!save(keys)) {
         return false;
     }
@@ -289,21 +299,61 @@ bool KeyManagerImpl::keyChecksum(const char* user, std::string& md5) {
     return true;
 }
 
-// The own key stays the own one: it is in no recovery file perhaps, the imported one is.
-bool KeyManagerImpl::takeKey(const std::string& user, const std::string& bytes) {
-    std::string held;
-    const WipeAtEnd wiped(held);
-    std::string entry = user;
-    if (heldKey(entry, held)) {
-        if (held == bytes) {
-            return true;
-        }
-        entry = beginningOfImported(user) + checksumOf(bytes);
-        if (heldKey(entry, held)) {
-            return true;
-        }
+// The own one first. Another program may have imported some since the file was read.
+bool KeyManagerImpl::allKeys(const std::string& user, std::string& bytes) {
+    if (!isMissing(storePath(fileName))) {
+        loaded_ = false;
     }
-    return GetLastError() == ERROR_NOT_FOUND && addKey(entry, bytes);
+    std::string each;
+    const WipeAtEnd wiped(each);
+    if (!heldKey(user, each)) {
+        return false;
+    }
+    const std::vector<std::string> imported = importedEntries(user);
+    bytes.reserve((1 + imported.size()) * userKeySize);
+    bytes = each;
+    for (const std::string& entry : imported) {
+        if (!storedKey(entry, each)) {
+            return false;
+        }
+        bytes += each;
+    }
+    return true;
+}
+
+// The own key stays the own one: it is in no recovery file perhaps, the imported ones are.
+bool KeyManagerImpl::takeKeys(const std::string& user, const std::string& bytes) {
+    std::map<std::string, json_spirit::Value> fresh;
+    std::string own;
+    const WipeAtEnd wipedOwn(own);
+    if (!heldKey(user, own)) {
+        if (GetLastError() != ERROR_NOT_FOUND) {
+            return false;
+        }
+        own.assign(bytes, 0, userKeySize);
+        fresh[user] = encodeBase64(own);
+    }
+    const size_t kept = importedEntries(user).size() + 1;
+    size_t added = 0;
+    for (size_t at = 0; at < bytes.size(); at += userKeySize) {
+        std::string each = bytes.substr(at, userKeySize);
+        const WipeAtEnd wipedEach(each);
+        std::string held;
+        const WipeAtEnd wipedHeld(held);
+        const std::string entry = beginningOfImported(user) + checksumOf(each);
+        if (each == own || heldKey(entry, held)) {
+            continue;
+        }
+        if (GetLastError() != ERROR_NOT_FOUND) {
+            return false;
+        }
+        added += fresh.emplace(entry, encodeBase64(each)).second ? 1 : 0;
+    }
+    if (added != 0 && kept + added > userKeyLimit) {
+        SetLastError(ERROR_TOO_MANY_SECRETS);
+        return false;
+    }
+    return fresh.empty() || addKeys(fresh);
 }
 
 }  // namespace dorvo

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "base/api.h"
 #include "base/critical_section.h"
@@ -22,6 +23,7 @@ namespace dorvo {
 
 constexpr size_t aesKeySize = 16;
 constexpr size_t aesIvSize = 16;
+constexpr size_t userKeyLimit = 64;  // keys of one user, so that a recovery file holds them all
 
 class DORVO_JOB_API KeyManagerImpl {
 public:
@@ -58,17 +60,19 @@ public:
     // How many keys were imported beside the user's own. 0 also when they cannot be read.
     size_t importedKeys(const char* user);
 
-    // Writes the user's own key to a recovery file that the passphrase opens. It appears under its
-    // name only when it is whole and on the disk, readable by its owner and administrators where
-    // the file system knows them. Never replaces a file: ERROR_FILE_EXISTS. Makes no key:
-    // ERROR_NOT_FOUND when the user has none. 87 for an empty user, passphrase or file.
+    // Writes all keys of the user to a recovery file that the passphrase opens. It appears under
+    // its name only when it is whole and on the disk, readable by its owner and administrators
+    // where the file system knows them. Never replaces a file: ERROR_FILE_EXISTS. Makes no key:
+    // ERROR_NOT_FOUND when the user has none, ERROR_DECRYPTION_FAILED when one of them cannot be
+    // read. 87 for an empty user, passphrase or file.
     bool exportKey(const char* user, const char* passphrase, const wchar_t* file);
 
-    // Takes the key from a recovery file; `owner` becomes the user whose it is. An empty user
-    // stands for whoever that is. It becomes the user's own where there is none; a key that is
-    // there stays, and the imported one is kept beside it. errorWrongPassphrase,
+    // Takes all keys from a recovery file; `owner` becomes the user whose they are. An empty user
+    // stands for whoever that is. The first becomes the user's own where there is none; a key that
+    // is there stays, and the others are kept beside it. errorWrongPassphrase,
     // errorRecoveryFileDamaged, and errorRecoveryFileOfOther (with `owner` filled) when the file is
-    // another user's; else the code of what failed. Nothing has changed then.
+    // another user's; ERROR_TOO_MANY_SECRETS when the user would have more than userKeyLimit keys;
+    // else the code of what failed. Nothing has changed then.
     bool importKey(const char* user, const char* passphrase, const wchar_t* file,
                    std::string& owner);
 
@@ -80,8 +84,10 @@ private:
     bool storedKey(const std::string& entry, std::string& bytes) const;
     bool heldKey(const std::string& entry, std::string& bytes);
     bool makeKey(const char* user, std::string& bytes);
-    bool addKey(const std::string& entry, const std::string& bytes);
-    bool takeKey(const std::string& user, const std::string& bytes);
+    bool addKeys(const std::map<std::string, json_spirit::Value>& fresh);
+    std::vector<std::string> importedEntries(const std::string& user) const;
+    bool allKeys(const std::string& user, std::string& bytes);
+    bool takeKeys(const std::string& user, const std::string& bytes);
 
     CriticalSection lock_;  // guards what follows, and the file
     // The user, or the user, a line feed and the checksum of an imported key -> Base64 of 32 bytes.

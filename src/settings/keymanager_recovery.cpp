@@ -1,4 +1,4 @@
-// A user's key goes to a recovery file and comes back from one.
+// A user's keys go to a recovery file and come back from one.
 #include <exception>
 #include <mutex>
 
@@ -18,6 +18,7 @@ namespace dorvo {
 namespace {
 
 static_assert(recoveryKeySize == aesKeySize + aesIvSize);
+static_assert(recoveryKeyLimit == userKeyLimit);
 
 bool fail(const char* action, const wchar_t* file, DWORD error) {
     SetLastError(error);
@@ -91,7 +92,7 @@ bool KeyManagerImpl::exportKey(const char* user, const char* passphrase, const w
     const WipeAtEnd wiped(bytes);
     {
         const std::lock_guard guard(lock_);
-        if (!heldKey(user, bytes)) {
+        if (!allKeys(user, bytes)) {
             return failed(GetLastError());
         }
     }
@@ -100,7 +101,7 @@ bool KeyManagerImpl::exportKey(const char* user, const char* passphrase, const w
             user, bytes, passphrase, randomBytes(recoverySaltSize), randomBytes(recoveryNonceSize));
         return writeWhole(file, text) || failed(GetLastError());
     } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to seal the key of user {%s}: %s.\n", user, error.what());
+        log(LogLevel::error, "Failed to seal the keys of user {%s}: %s.\n", user, error.what());
         return failed(ERROR_GEN_FAILURE);
     }
 }
@@ -129,9 +130,9 @@ bool KeyManagerImpl::importKey(const char* user, const char* passphrase, const w
             return failed(errorRecoveryFileOfOther);
         }
         const std::lock_guard guard(lock_);
-        return takeKey(owner, bytes) || failed(GetLastError());
+        return takeKeys(owner, bytes) || failed(GetLastError());
     } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to take the key from \"%s\": %s.\n", toUtf8(file).c_str(),
+        log(LogLevel::error, "Failed to take the keys from \"%s\": %s.\n", toUtf8(file).c_str(),
             error.what());
         return failed(ERROR_GEN_FAILURE);
     }

@@ -15,6 +15,7 @@
 #include "base/md5.h"
 #include "json_spirit/json_spirit.h"
 #include "settings/encodedtext.h"
+#include "settings/recoveryfile.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
 
@@ -365,6 +366,51 @@ TEST_F(Keys, GoToAnotherMachineInARecoveryFile) {
     EXPECT_EQ(imported, alice);
     EXPECT_FALSE(findHeld(both, "ali", taken, imported));
     EXPECT_EQ(both.importedKeys("ali"), 0u);
+
+    // All of them go to a machine that has none, or one of its own, and come all at once.
+    const std::wstring all = folder + L"\\all";
+    ASSERT_TRUE(both.exportKey("alice", "open sesame", all.c_str()));
+    for (const size_t before : {size_t{0}, size_t{1}}) {
+        DeleteFileW(path_.c_str());
+        KeyManagerImpl third;
+        Record made{};
+        ASSERT_TRUE(before == 0 || find(third, "alice", made));
+        CreateDirectoryW((path_ + L".new").c_str(), nullptr);  // nothing can be saved
+        EXPECT_FALSE(third.importKey("alice", "open sesame", all.c_str(), owner));
+        EXPECT_FALSE(findHeld(third, "alice", own, imported));
+        EXPECT_FALSE(findHeld(third, "alice", taken, imported));
+        RemoveDirectoryW((path_ + L".new").c_str());
+        for (int again = 0; again < 2; ++again) {
+            ASSERT_TRUE(third.importKey("alice", "open sesame", all.c_str(), owner));
+            EXPECT_EQ(third.importedKeys("alice"), 1u + before);
+        }
+        KeyManagerImpl later;
+        EXPECT_TRUE(findHeld(later, "alice", own, imported));
+        EXPECT_TRUE(findHeld(later, "alice", taken, imported));
+        EXPECT_EQ(imported, alice);
+        ASSERT_TRUE(later.keyChecksum("alice", md5));
+        EXPECT_EQ(md5, before == 0 ? own : Md5::of(std::as_bytes(std::span(made))));
+    }
+
+    // More than a file holds are refused as they come, so that an export never leaves one out.
+    KeyManagerImpl many;
+    const auto sealed = [&](char first, size_t count) {
+        std::string keys;
+        for (size_t i = 0; i < count; ++i) {
+            keys += std::string(31, first) + static_cast<char>(i);
+        }
+        write(folder + L"\\many",
+              sealRecoveryFile("carol", keys, "open sesame", std::string(recoverySaltSize, 's'),
+                               std::string(recoveryNonceSize, 'n'), {2, 2, 1}));
+        return many.importKey("carol", "open sesame", (folder + L"\\many").c_str(), owner);
+    };
+    EXPECT_TRUE(sealed('a', userKeyLimit - 1));
+    EXPECT_FALSE(sealed('b', 2));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_TOO_MANY_SECRETS});
+    EXPECT_EQ(many.importedKeys("carol"), userKeyLimit - 2);
+    EXPECT_TRUE(sealed('b', 1));
+    EXPECT_FALSE(sealed('c', 1));
+    EXPECT_TRUE(many.exportKey("carol", "open sesame", (folder + L"\\64").c_str()));
 
     WIN32_FIND_DATAW found{};
     EXPECT_EQ(FindFirstFileW((folder + L"\\*.new").c_str(), &found), INVALID_HANDLE_VALUE);

@@ -141,8 +141,7 @@ Sealed readFile(const std::string& text) {
                   decodeBase64(textOf(file, "nonce")),
                   decodeBase64(textOf(file, "sealed"))};
     if (!acceptable(sealed.cost) || sealed.salt.size() != recoverySaltSize ||
-        sealed.nonce.size() != recoveryNonceSize ||
-        sealed.bytes.size() <= recoveryKeySize + tagSize) {
+        sealed.nonce.size() != recoveryNonceSize || sealed.bytes.size() <= tagSize) {
         throw std::runtime_error("a value is out of its bounds");
     }
     return sealed;
@@ -164,16 +163,46 @@ bool read(const std::string& text, Sealed& sealed) {
     }
 }
 
+bool fits(const std::string& user, size_t keyBytes) {
+    return keyBytes != 0 && keyBytes % recoveryKeySize == 0 &&
+           keyBytes / recoveryKeySize <= recoveryKeyLimit && !user.empty() &&
+           user.find_first_of(std::string_view("\0\n", 2)) == std::string::npos;
+}
+
 }  // namespace
 
-std::string sealRecoveryFile(const std::string& user, const std::string& key,
+bool writeRecoveryContent(const std::string& user, const std::string& keys, std::string& content) {
+    if (!fits(user, keys.size())) {
+        return false;
+    }
+    content.reserve(1 + keys.size() + user.size());
+    content.assign(1, static_cast<char>(keys.size() / recoveryKeySize));
+    content += keys;
+    content += user;
+    return true;
+}
+
+bool readRecoveryContent(const std::string& content, std::string& user, std::string& keys) {
+    if (content.empty()) {
+        return false;
+    }
+    const size_t keyBytes = recoveryKeySize * static_cast<unsigned char>(content[0]);
+    if (content.size() <= 1 + keyBytes || !fits(content.substr(1 + keyBytes), keyBytes)) {
+        return false;
+    }
+    keys.assign(content, 1, keyBytes);
+    user.assign(content, 1 + keyBytes);
+    return true;
+}
+
+std::string sealRecoveryFile(const std::string& user, const std::string& keys,
                              const std::string& passphrase, const std::string& salt,
                              const std::string& nonce, RecoveryCost cost) {
     std::string plain;
     const WipeAtEnd wiped(plain);
-    plain.reserve(key.size() + user.size());
-    plain += key;
-    plain += user;
+    if (!writeRecoveryContent(user, keys, plain)) {
+        fail("the keys or the user's name do not fit into a recovery file");
+    }
     Seal seal(passphrase, salt, nonce, cost, true);
     std::string sealed;
     seal.pass(plain, sealed);
@@ -198,7 +227,7 @@ std::string sealRecoveryFile(const std::string& user, const std::string& key,
 }
 
 RecoveryFile openRecoveryFile(const std::string& text, const std::string& passphrase,
-                              std::string& user, std::string& key) {
+                              std::string& user, std::string& keys) {
     Sealed sealed;
     if (!read(text, sealed)) {
         return RecoveryFile::damaged;
@@ -212,12 +241,7 @@ RecoveryFile openRecoveryFile(const std::string& text, const std::string& passph
     if (!seal.finish()) {
         return RecoveryFile::wrongPassphrase;
     }
-    if (plain.find('\0', recoveryKeySize) != std::string::npos) {
-        return RecoveryFile::damaged;
-    }
-    key.assign(plain, 0, recoveryKeySize);
-    user.assign(plain, recoveryKeySize);
-    return RecoveryFile::opened;
+    return readRecoveryContent(plain, user, keys) ? RecoveryFile::opened : RecoveryFile::damaged;
 }
 
 }  // namespace dorvo

@@ -7,14 +7,14 @@ namespace {
 
 // Made with hashlib's scrypt, the openssl command line and a GHASH of its own.
 constexpr const char* example = R"({
-    "check" : "034d32ebf107da4eabd86b5a59fba8c3",
+    "check" : "6091c1063a80704330e31a79679d7341",
     "format" : "dorvo recovery file",
     "n" : 1024,
     "nonce" : "YGFiY2RlZmdoaWpr",
     "p" : 1,
     "r" : 8,
     "salt" : "QEFCQ0RFRkdISUpLTE1OTw==",
-    "sealed" : "pUsNJ3pUQtLJMDFwJkWfNxcIz4xSEAP/zp+LbV9JBxKF/MYe6pci7QETb3n7BnnDBLLyJHU=",
+    "sealed" : "p0oOJn1VQdPGMTJxIUScNggJzI1VEQD+wZ6IbFhIBBP7sI5frJAGPDq30lEGZalgtu52rrtcv/7yauWMg/p6BdbejP5L04omI8Xt0aoCf54tR4C9OJk=",
     "version" : 1
 }
 )";
@@ -30,27 +30,55 @@ std::string counting(char first, size_t count) {
 class RecoveryFileTest : public testing::Test {
 protected:
     RecoveryFile open(const std::string& text, const std::string& passphrase = "correct horse") {
-        return openRecoveryFile(text, passphrase, user_, key_);
+        return openRecoveryFile(text, passphrase, user_, keys_);
     }
 
     std::string user_;
-    std::string key_;
+    std::string keys_;
 };
 
 TEST_F(RecoveryFileTest, IsTheExample) {
-    EXPECT_EQ(sealRecoveryFile("alice", counting(0, 32), "correct horse", counting(0x40, 16),
+    EXPECT_EQ(sealRecoveryFile("alice", counting(0, 64), "correct horse", counting(0x40, 16),
                                counting(0x60, 12), {1024, 8, 1}),
               example);
     ASSERT_EQ(open(example), RecoveryFile::opened);
     EXPECT_EQ(user_, "alice");
-    EXPECT_EQ(key_, counting(0, 32));
+    EXPECT_EQ(keys_, counting(0, 64));
 }
 
 TEST_F(RecoveryFileTest, AWrongPassphraseIsNoDamage) {
     for (const char* passphrase : {"", "correct hors", "Correct horse", "correct horse "}) {
         EXPECT_EQ(open(example, passphrase), RecoveryFile::wrongPassphrase) << passphrase;
     }
-    EXPECT_EQ(user_ + key_, "");
+    EXPECT_EQ(user_ + keys_, "");
+}
+
+TEST_F(RecoveryFileTest, SealsAUserAndOneKeyToALimit) {
+    constexpr size_t most = recoveryKeyLimit;
+    const auto content = [](size_t count, size_t keyBytes, const std::string& user) {
+        return std::string(1, static_cast<char>(count)) + std::string(keyBytes, 'k') + user;
+    };
+    for (const size_t count : {size_t{1}, most}) {
+        std::string written;
+        ASSERT_TRUE(writeRecoveryContent("bob", std::string(count * 32, 'k'), written));
+        EXPECT_EQ(written, content(count, count * 32, "bob"));
+        ASSERT_TRUE(readRecoveryContent(written, user_, keys_));
+        EXPECT_EQ(user_ + keys_, "bob" + std::string(count * 32, 'k'));
+    }
+    user_ = keys_ = "";
+    for (const std::string& damaged :
+         {std::string(), content(0, 0, "bob"), content(1, 31, "b"), content(1, 32, ""),
+          content(2, 32, "bob"), content(most + 1, (most + 1) * 32, "bob"),
+          content(255, 255 * 32, "bob"), content(1, 32, "b\nob"),
+          content(1, 32, std::string("b\0b", 3))}) {
+        EXPECT_FALSE(readRecoveryContent(damaged, user_, keys_)) << damaged.size();
+        EXPECT_EQ(user_ + keys_, "");
+    }
+    for (const size_t keyBytes : {size_t{0}, size_t{31}, (most + 1) * 32}) {
+        EXPECT_THROW(sealRecoveryFile("a", std::string(keyBytes, 'k'), "p", counting(0, 16),
+                                      counting(0, 12), {2, 2, 1}),
+                     std::runtime_error);
+    }
 }
 
 // Whatever byte is another one or missing, the key never comes out wrong.
