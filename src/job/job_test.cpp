@@ -45,18 +45,13 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunIsUnderWay) {
     EXPECT_TRUE(job->wait(INFINITE)) << "there is no run";
     EXPECT_TRUE(job->start());
     EXPECT_EQ(job->state(), value(JobState::starting));
-    EXPECT_TRUE(job->running());
     EXPECT_FALSE(job->wait(0));
-    const std::string instance = uuidText(reinterpret_cast<GUID&>(job->activity()->instanceId));
-    EXPECT_TRUE(
-        log.has(LogLevel::information, "Create uuid for job {a} instance, the uuid created is " +
-                                           instance + ", error = 0, " + errorText(0) + ".\n"));
     EXPECT_TRUE(job->start()) << "it runs already";
     leave.set();
     EXPECT_TRUE(job->wait(INFINITE));
     EXPECT_FALSE(job->running());
-    EXPECT_TRUE(log.has(LogLevel::information,
-                        "Job {a, name of a} instance {" + instance + "} is running.\n"));
+    const std::string instance = uuidText(reinterpret_cast<GUID&>(job->activity()->instanceId));
+    EXPECT_TRUE(log.begins("Create uuid for job {a} instance, the uuid created is " + instance));
 }
 
 TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
@@ -114,13 +109,10 @@ TEST_F(JobLifecycle, PausesAndGoesOnWithTheSameInstance) {
     EXPECT_TRUE(job->wait(INFINITE));
     EXPECT_EQ(job->state(), value(JobState::paused));
     EXPECT_EQ(job->activity()->pausedManually, 1U);
-    LogCapture log;
     EXPECT_TRUE(job->start()) << "a start of a paused job resumes it";
     EXPECT_TRUE(job->ran.wait());
     EXPECT_EQ(job->activity()->resuming, 1U);
     EXPECT_EQ(job->activity()->instanceId, instance);
-    EXPECT_TRUE(log.has("Job {a, name of a} instance {" +
-                        uuidText(reinterpret_cast<const GUID&>(instance)) + "} is resuming.\n"));
     EXPECT_EQ(ground_.events(), Names{JobGround::event("a", "pausing")});
 }
 
@@ -232,17 +224,13 @@ TEST_F(JobLifecycle, ALockedOrRemovedJobStartsNothing) {
     EXPECT_FALSE(job->start());
     EXPECT_TRUE(log.has("Job a is removing, do not allow to start.\n")) << "tested first";
     EXPECT_TRUE(job->remove());
-    EXPECT_TRUE(log.has(LogLevel::information, "Job a is removing.\n"));
 }
 
 TEST_F(JobLifecycle, AJobWithoutARecordRefusesEverything) {
     TestJob job(backupDefinition("nowhere"));  // no directory, no record
     EXPECT_EQ(job.activity().get(), nullptr);
     EXPECT_EQ(job.state(), value(JobState::none));
-    EXPECT_FALSE(job.start());
-    EXPECT_FALSE(job.resume());
-    EXPECT_FALSE(job.pause(true));
-    EXPECT_FALSE(job.startTask());
+    EXPECT_FALSE(job.start() || job.resume() || job.pause(true) || job.startTask());
     EXPECT_FALSE(job.armResume());
     EXPECT_TRUE(job.file().empty());
     json_spirit::Object object;
@@ -269,7 +257,6 @@ TEST_F(JobLifecycle, ADestroyedJobHasPausedItsRun) {
 
 TEST_F(JobLifecycle, TellsItsStateInALine) {
     struct Row {
-        const char* name;
         int32_t state;
         uint32_t resuming;
         uint64_t offset, size;
@@ -277,12 +264,12 @@ TEST_F(JobLifecycle, TellsItsStateInALine) {
         const char* text;
     };
     constexpr Row rows[] = {
-        {"in a file", 3, 0, 5, 10, 2, 4, R"(running at file 2 "C:\ä" size 10 offset 5)"},
-        {"resumed between files", 3, 1, 10, 10, 2, 4, "resuming at file 3"},
-        {"after the last", 2, 1, 0, 0, 4, 4, "starting"},
-        {"completing", 4, 0, 5, 10, 0, 1, "completingused time: 12"},
-        {"pausing", 5, 0, 5, 10, 0, 1, "pausing."},
-        {"unknown", 77, 0, 0, 0, 0, 0, "none."},
+        {3, 0, 5, 10, 2, 4, R"(running at file 2 "C:\ä" size 10 offset 5)"},
+        {3, 1, 10, 10, 2, 4, "resuming at file 3"},  // between files
+        {2, 1, 0, 0, 4, 4, "starting"},              // after the last
+        {4, 0, 5, 10, 0, 1, "completingused time: 12"},
+        {5, 0, 5, 10, 0, 1, "pausing."},
+        {77, 0, 0, 0, 0, 0, "none."},
     };
     const auto job = make("a");
     for (const Row& row : rows) {
@@ -298,8 +285,7 @@ TEST_F(JobLifecycle, TellsItsStateInALine) {
         job->dumpState(text, row.state);
         EXPECT_EQ(text.str(), std::string("Job {a, name of a} instance "
                                           "{00000000-0000-0000-0000-000000000000} is ") +
-                                  row.text)
-            << row.name;
+                                  row.text);
     }
 }
 
@@ -377,18 +363,11 @@ TEST_F(JobLifecycle, TellsTimesAndKinds) {
         EXPECT_EQ(time, row.time) << row.ticks;
     }
 
-    struct Row {
-        ScheduleKind kind;
-        bool manual, once;
-    };
-    constexpr Row rows[] = {{ScheduleKind::once, false, true},
-                            {ScheduleKind::monthly, false, false},
-                            {ScheduleKind::manual, true, false}};
     createDirectories(JobGround::directory("k"));
-    for (const Row& row : rows) {
-        const TestJob job(backupDefinition("k", row.kind));
-        EXPECT_EQ(job.isManual(), row.manual) << static_cast<int>(row.kind);
-        EXPECT_EQ(job.isRunOnce(), row.once) << static_cast<int>(row.kind);
+    for (const auto kind : {ScheduleKind::once, ScheduleKind::monthly, ScheduleKind::manual}) {
+        const TestJob job(backupDefinition("k", kind));
+        EXPECT_EQ(job.isManual(), kind == ScheduleKind::manual);
+        EXPECT_EQ(job.isRunOnce(), kind == ScheduleKind::once);
     }
     const TestJob restore(std::make_unique<RestoreJobDefinition>("k", L"n", "u"));
     EXPECT_TRUE(restore.isManual());

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "support/log_capture.h"
 #include "support/test_job.h"
 
@@ -44,15 +46,12 @@ protected:
     }
     // What was carried out, as "id command".
     Names executed() const {
+        static const std::regex form(R"x(JobCmdQueue: execute command "(.*)" for job (.*)\.\n)x");
         Names result;
         for (const LogLine& line : log_.lines()) {
-            const std::string start = "JobCmdQueue: execute command \"";
-            const std::string middle = "\" for job ";
-            if (line.text.rfind(start, 0) == 0 && line.text.find("~last") == std::string::npos) {
-                const size_t end = line.text.find(middle);
-                const size_t id = end + middle.size();
-                result.push_back(line.text.substr(id, line.text.size() - id - 2) + " " +
-                                 line.text.substr(start.size(), end - start.size()));
+            std::smatch match;
+            if (std::regex_match(line.text, match, form) && match[2] != "~last") {
+                result.push_back(match.str(2) + " " + match.str(1));
             }
         }
         return result;

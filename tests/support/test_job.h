@@ -182,9 +182,6 @@ public:
         jobDirectory(id, path);
         return path;
     }
-    static bool exists(const std::wstring& path) {
-        return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-    }
     // Every event so far, after those on their way have come.
     const Names& events() {
         IocpDispatherWrapper::close();
