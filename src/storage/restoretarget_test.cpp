@@ -9,6 +9,7 @@
 
 #include "base/local_time.h"
 #include "job/source/backuptransformation.h"
+#include "support/fails_with.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"
 
@@ -80,8 +81,7 @@ TEST_F(Target, ReplacesAGuardedFileOnlyWhenToldTo) {
     ASSERT_TRUE(SetFileAttributesW(path().c_str(), guards));
 
     ASSERT_TRUE(ready());
-    EXPECT_FALSE(target_->place(false));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+    EXPECT_FAILS(ERROR_FILE_EXISTS, target_->place(false));
     expectNoSibling();
     EXPECT_EQ(fileContent(path()), "old");
     EXPECT_EQ(dataOf(path()).dwFileAttributes & guards, guards);
@@ -144,8 +144,7 @@ TEST_F(Target, TakesNeitherAFolderForAFileNorAFileForAFolder) {
         EXPECT_FALSE(RestoreTarget(in + L"\\a.txt", run, 1).makeParents());
         EXPECT_FALSE(makeRestoredDirectory(in, existed));
     }
-    EXPECT_FALSE(makeRestoredDirectory(plain, existed));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_DIRECTORY});
+    EXPECT_FAILS(ERROR_DIRECTORY, makeRestoredDirectory(plain, existed));
     EXPECT_EQ(fileContent(plain), "new");
 }
 
@@ -164,8 +163,8 @@ TEST_F(Target, DressesADirectory) {
     EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(recorded(0).ftLastWriteTime));
     EXPECT_EQ(toTicks(found.ftLastAccessTime), toTicks(recorded(0).ftLastAccessTime));
 
-    EXPECT_FALSE(dressRestoredDirectory(directory + L"\\missing", recorded(0)));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND,
+                 dressRestoredDirectory(directory + L"\\missing", recorded(0)));
 }
 
 TEST_F(Target, LeavesTheRootOfADriveAsItIs) {

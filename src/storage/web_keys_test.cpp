@@ -13,6 +13,7 @@
 #include "settings/keymanager.h"
 #include "settings/options.h"
 #include "settings/recoveryfile.h"
+#include "support/fails_with.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
 
@@ -140,12 +141,10 @@ TEST_F(WebKeysTest, AServiceOutOfReachIsNoAnswer) {
     test::LogCapture quiet;
     UserKey key;
     singleton<CookieManagerImpl>().removeAllCookie();
-    EXPECT_FALSE(agreeOnKey(user, KeyUse::backup, nullptr, key));
-    EXPECT_EQ(GetLastError(), withHttpMark(401));
+    EXPECT_FAILS(withHttpMark(401), agreeOnKey(user, KeyUse::backup, nullptr, key));
     EXPECT_TRUE(service_->seen().empty());
     service_.reset();
-    EXPECT_FALSE(agreeOnKey(user, KeyUse::backup, nullptr, key));
-    EXPECT_EQ(GetLastError(), 10061u);
+    EXPECT_FAILS(10061u, agreeOnKey(user, KeyUse::backup, nullptr, key));
     EXPECT_EQ(checksum(user), "");
 }
 

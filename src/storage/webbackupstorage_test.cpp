@@ -14,6 +14,7 @@
 #include "storage/itemtemppath.h"
 #include "storage/web_increment_check.h"
 #include "storage/wire_time.h"
+#include "support/fails_with.h"
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "support/signal.h"
@@ -180,8 +181,7 @@ TEST_F(WebBackupStorageTest, AStatusBecomesTheErrorAndLeavesTheOffset) {
     };
     const auto storage = makeStorage();
     test::LogCapture capture;
-    EXPECT_FALSE(backup(*storage, path));
-    EXPECT_EQ(GetLastError(), 0x20010194u);
+    EXPECT_FAILS(0x20010194u, backup(*storage, path));
     EXPECT_EQ(record_.acceptedBlocks, 1u);
     EXPECT_EQ(record_.fileOffset, uploadBlockSize);
     EXPECT_TRUE(capture.has(LogLevel::error, "Failed to upload file data {" + toUtf8(path) +
@@ -200,8 +200,7 @@ TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatience
         return "200 OK";
     };
     const auto storage = makeStorage(0);
-    EXPECT_FALSE(storage->end());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_FAILS(ERROR_CANCELLED, storage->end());
     answer.set();
 }
 
@@ -215,8 +214,7 @@ TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
         return "200 OK";
     };
     const auto storage = makeStorage();
-    EXPECT_FALSE(backup(*storage, path));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CANCELLED));
+    EXPECT_FAILS(ERROR_CANCELLED, backup(*storage, path));
     EXPECT_EQ(record_.acceptedBlocks, 0u);
 
     // Ending the run does not heed the signal.
@@ -248,8 +246,7 @@ TEST_F(WebBackupStorageTest, RefusesToStart) {
         WebBackupStorage storage(std::move(run));
         test::LogCapture capture;
         SetLastError(0);
-        EXPECT_FALSE(storage.start());
-        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_FAILS(row.error, storage.start());
         EXPECT_TRUE(capture.begins(row.message));
     }
     EXPECT_TRUE(service_.seen().empty());
@@ -269,8 +266,7 @@ TEST_F(WebBackupStorageTest, EndsWithTheFailedItemsAndNotWithoutThem) {
               R"("jobinstanceid":")" +
                   std::string(instance) + "\"}");
     status_ = [](const Seen&) { return "503 Service Unavailable"; };
-    EXPECT_FALSE(storage->end());
-    EXPECT_EQ(GetLastError(), 0x200101F7u);
+    EXPECT_FAILS(0x200101F7u, storage->end());
     EXPECT_EQ(service_.last().endpoint, "AddErrorFiles");
 }
 
