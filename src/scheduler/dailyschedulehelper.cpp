@@ -5,7 +5,9 @@
 namespace dorvo {
 namespace {
 
-constexpr int64_t day = 86'400;
+constexpr int64_t minuteLength = 60;
+constexpr int64_t hourLength = 60 * minuteLength;
+constexpr int64_t dayLength = 24 * hourLength;
 
 }  // namespace
 
@@ -22,7 +24,7 @@ std::unique_ptr<ScheduleHelper> DailyScheduleHelper::clone() const {
 }
 
 int64_t DailyScheduleHelper::period(int64_t) const {
-    return day;
+    return dayLength;
 }
 
 int64_t DailyScheduleHelper::periodStart(int64_t at) const {
@@ -32,7 +34,7 @@ int64_t DailyScheduleHelper::periodStart(int64_t at) const {
 
 int64_t DailyScheduleHelper::dueInPeriod(int64_t at) const {
     const int64_t start = periodStart(at);
-    return start == -1 ? -1 : start + (hour_ * 60 + minute_) * 60 + second_;
+    return start == -1 ? -1 : start + hour_ * hourLength + minute_ * minuteLength + second_;
 }
 
 }  // namespace dorvo

@@ -14,6 +14,8 @@ template class ATL::CComSingleton<dorvo::ScheduleManagerImpl, ATL::CComAutoCriti
 namespace dorvo {
 namespace {
 
+constexpr const char* traceFile = "..\\scheduler\\ScheduleHandler.cpp";
+
 Io_Completion_Port_Ex* processDispatcher() {
     return Iocp_Dispatcher::instance();
 }
@@ -91,6 +93,7 @@ bool ScheduleManagerImpl::deadlineOf(int64_t time, uint64_t& deadline) const {
 }
 
 bool ScheduleManagerImpl::ScheduleImpl(uint64_t deadline, const std::string& jobId) {
+    const FunctionTrace trace("ScheduleManager::ScheduleImpl", traceFile);
     Io_Completion_Port_Ex* const dispatcher = dispatcher_();
     if (dispatcher == nullptr) {
         log(LogLevel::error,
@@ -116,6 +119,7 @@ bool ScheduleManagerImpl::ScheduleImpl(uint64_t deadline, const std::string& job
 }
 
 bool ScheduleManagerImpl::RescheduleImpl(uint64_t deadline, const std::string& jobId) {
+    const FunctionTrace trace("ScheduleManager::RescheduleImpl", traceFile);
     const auto found = schedules_.find(jobId);
     if (found == schedules_.end()) {
         log(LogLevel::error,
@@ -140,6 +144,7 @@ bool ScheduleManagerImpl::RescheduleImpl(uint64_t deadline, const std::string& j
 }
 
 bool ScheduleManagerImpl::RescheduleHandlerImpl(uint64_t deadline, ScheduleHandler* pHandler) {
+    const FunctionTrace trace("ScheduleManager::RescheduleHandlerImpl", traceFile);
     if (pHandler == nullptr || FindSchedule(pHandler->timer_id()) == schedules_.end()) {
         log(LogLevel::error,
             "ScheduleManager::RescheduleHandlerImpl: failure - invalid parameter \"pHandler\".\n");
@@ -171,6 +176,7 @@ bool ScheduleManagerImpl::RescheduleHandlerImpl(uint64_t deadline, ScheduleHandl
 }
 
 bool ScheduleManagerImpl::UnscheduleImpl(const std::string& jobId) {
+    const FunctionTrace trace("ScheduleManager::UnscheduleImpl", traceFile);
     Io_Completion_Port_Ex* const dispatcher = dispatcher_();
     if (dispatcher == nullptr) {
         log(LogLevel::error,

@@ -79,7 +79,9 @@ Update_Scheduler::Update_Scheduler(const Update_Scheduler& other)
     : Timeout_Handler(), dispatcher_(other.dispatcher_), againInterval_(other.againInterval_) {}
 
 Update_Scheduler& Update_Scheduler::operator=(const Update_Scheduler& other) {
-    againInterval_ = other.againInterval_;
+    if (this != &other) {
+        againInterval_ = other.againInterval_;
+    }
     return *this;
 }
 

@@ -5,7 +5,10 @@
 namespace dorvo {
 namespace {
 
-constexpr int64_t week = 604'800;
+constexpr int64_t minuteLength = 60;
+constexpr int64_t hourLength = 60 * minuteLength;
+constexpr int64_t dayLength = 24 * hourLength;
+constexpr int64_t week = 7 * dayLength;
 
 }  // namespace
 
@@ -39,7 +42,9 @@ int64_t WeeklyScheduleHelper::periodStart(int64_t at) const {
 
 int64_t WeeklyScheduleHelper::dueInPeriod(int64_t at) const {
     const int64_t start = periodStart(at);
-    return start == -1 ? -1 : start + ((dayOfWeek_ * 24 + hour_) * 60 + minute_) * 60 + second_;
+    return start == -1 ? -1
+                       : start + dayOfWeek_ * dayLength + hour_ * hourLength +
+                             minute_ * minuteLength + second_;
 }
 
 }  // namespace dorvo

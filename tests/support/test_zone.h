@@ -6,7 +6,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
+#include <iomanip>
+#include <sstream>
 #include <string>
 
 #include "scheduler/scheduleclock.h"
@@ -44,8 +45,9 @@ public:
         const std::chrono::sys_days first =
             std::chrono::year(parts.tm_year + 1899 + month / 12) /
             std::chrono::month(static_cast<unsigned>(month % 12 + 1)) / 1;
-        const int64_t wall = (first.time_since_epoch().count() + parts.tm_mday - 1) * 24 * hour +
-                             parts.tm_hour * hour + parts.tm_min * 60 + parts.tm_sec;
+        const int64_t day = first.time_since_epoch().count() + parts.tm_mday - 1;
+        const int64_t wall =
+            day * 24 * hour + parts.tm_hour * hour + parts.tm_min * minute + parts.tm_sec;
         int64_t found = wall + standardOffset;
         // As the C runtime does it.
         if (parts.tm_isdst > 0 || (parts.tm_isdst < 0 && inDaylight(found))) {
@@ -57,31 +59,27 @@ public:
     // The instant of a local time; a "d" tells the two hours of the autumn apart.
     int64_t at(const std::string& text) const {
         std::tm parts{};
-        char season = ' ';
-        const int read =
-            std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d%c", &parts.tm_year, &parts.tm_mon,
-                        &parts.tm_mday, &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &season);
-        parts.tm_year -= 1900;
-        parts.tm_mon -= 1;
-        parts.tm_isdst = season == 'd' ? 1 : 0;
-        return read < 6 ? -1 : instant(parts);
+        std::istringstream in(text);
+        in >> std::get_time(&parts, format);
+        parts.tm_isdst = text.back() == 'd' ? 1 : 0;
+        return in.fail() ? -1 : instant(parts);
     }
     std::string text(int64_t instant) const {
         std::tm parts{};
         if (!local(instant, parts)) {
             return "no time";
         }
-        char text[64];
-        std::snprintf(text, sizeof(text), "%d-%02d-%02d %02d:%02d:%02d%s", parts.tm_year + 1900,
-                      parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                      parts.tm_isdst != 0 ? "d" : "");
-        return text;
+        std::ostringstream out;
+        out << std::put_time(&parts, format) << (parts.tm_isdst != 0 ? "d" : "");
+        return out.str();
     }
 
     std::atomic<int64_t> time{0};
     bool broken = false;  // every question fails
 
 private:
+    static constexpr const char* format = "%Y-%m-%d %H:%M:%S";
+    static constexpr int64_t minute = 60;
     static constexpr int64_t hour = 3600;
     static constexpr int64_t standardOffset = 8 * hour;
     static constexpr int64_t lastInstant = 32'535'215'999;  // the year 3000
