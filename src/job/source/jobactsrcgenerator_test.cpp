@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "base/paths.h"
+#include "support/fails_with.h"
 #include "support/fake_files.h"
+#include "support/files.h"
 #include "support/list_records.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
@@ -63,8 +65,10 @@ protected:
         return *made;
     }
     std::vector<std::wstring> records() const { return test::listRecords(list_); }
-    bool exists(const std::wstring& path) const {
-        return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    void addMany(int count) {
+        for (int i = 0; i < count; ++i) {
+            files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
+        }
     }
 
     FakeFiles files_;
@@ -87,12 +91,9 @@ TEST_F(Generator, ListsEveryVolumeWithItsSources) {
     ASSERT_TRUE(generator.generate(list_, volumes_));
     EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\a", L"FI 2 C:\\a\\x",
                                        L"VO D:\\", L"FI 3 D:\\y", L"ES"));
-    EXPECT_EQ(generator.walked().fileCount(), 2u);
-    EXPECT_EQ(generator.walked().directoryCount(), 1u);
     EXPECT_EQ(generator.walked().fileSize(), 12u);
-    EXPECT_EQ(generator.fileSize(), 12u);
     EXPECT_EQ(generator.unchangedSize(), 0u);
-    EXPECT_FALSE(exists(list_ + L".part"));
+    EXPECT_FALSE(test::exists(list_ + L".part"));
 }
 
 TEST_F(Generator, WalksTheSnapshotAndNamesLivePaths) {
@@ -133,9 +134,7 @@ TEST_F(Generator, ListsOnlyTheFilesTheCheckNames) {
 }
 
 TEST_F(Generator, AsksInBatchesOfAThousandFiles) {
-    for (int i = 0; i < 2001; ++i) {
-        files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
-    }
+    addMany(2001);
     files_.addFile(L"D:\\", L"g");
     volume(L"C:\\", {L"C:\\"});
     volume(L"D:\\", {L"D:\\"});
@@ -157,42 +156,36 @@ TEST_F(Generator, AFailureKeepsTheOlderListAndItsReason) {
     ASSERT_TRUE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
     const auto older = records();
 
-    for (int i = 0; i < 1500; ++i) {
-        files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
-    }
+    addMany(1500);
     NamedCheck check;
     check.error = ERROR_NETNAME_DELETED;
     for (const size_t batch : {size_t{1}, size_t{2}}) {
         check.batches.clear();
         check.failsAt = batch;
         options_.check = &check;
-        EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_NETNAME_DELETED});
+        EXPECT_FAILS(ERROR_NETNAME_DELETED,
+                     JobActivitySourceGenerator(options_).generate(list_, volumes_));
         EXPECT_EQ(check.batches.size(), batch) << "nothing is asked after the failure";
         EXPECT_EQ(records(), older);
-        EXPECT_FALSE(exists(list_ + L".part"));
+        EXPECT_FALSE(test::exists(list_ + L".part"));
     }
 
     const Always stop;
     options_.stop = &stop;
     check.batches.clear();
-    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_FAILS(ERROR_CANCELLED, JobActivitySourceGenerator(options_).generate(list_, volumes_));
     EXPECT_THAT(check.batches, IsEmpty());
     EXPECT_EQ(records(), older);
 }
 
 TEST_F(Generator, StopsInATreeThatYieldsNothing) {
-    for (int i = 0; i < 3000; ++i) {
-        files_.addFile(L"C:\\", L"f" + std::to_wstring(i));
-    }
+    addMany(3000);
     volume(L"C:\\", {L"C:\\"});
     test::NameFilter nothing({});
     const Always stop;
     options_.filter = &nothing;
     options_.stop = &stop;
-    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_FAILS(ERROR_CANCELLED, JobActivitySourceGenerator(options_).generate(list_, volumes_));
     EXPECT_LT(nothing.asked.size(), 1100u);
 }
 
@@ -233,13 +226,13 @@ TEST_F(Generator, WhatCannotBeReadIsAFailedItemByItsLivePath) {
 TEST_F(Generator, AListThatCannotBeWrittenIsAFailure) {
     test::LogCapture log;
     volume(L"C:\\", {});
-    EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(folder_ + L"\\none\\src", volumes_));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_FAILS(ERROR_PATH_NOT_FOUND,
+                 JobActivitySourceGenerator(options_).generate(folder_ + L"\\none\\src", volumes_));
     // A folder stands where the list belongs.
     ASSERT_TRUE(createDirectories(list_));
     EXPECT_FALSE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
     EXPECT_NE(GetLastError(), DWORD{ERROR_SUCCESS});
-    EXPECT_FALSE(exists(list_ + L".part"));
+    EXPECT_FALSE(test::exists(list_ + L".part"));
     EXPECT_EQ(log.lines().size(), 2u);
 }
 

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include "base/paths.h"
-#include "base/rm_rf.h"
-#include "base/write_handle_streambuf.h"
 #include "job/source/walksource.h"
 #include "support/fake_files.h"
+#include "support/files.h"
 #include "support/log_capture.h"
+#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
@@ -101,10 +101,9 @@ TEST_F(Walk, LogsWhatCannotBeListedAndGoesOn) {
     EXPECT_THAT(
         walk({L"C:\\d", L"C:\\d\\a.tmp"}),
         ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e", L"C:\\d\\e\\c.tmp", L"C:\\d\\a.tmp"));
-    const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 2u) << "the end of a listing is no failure";
-    EXPECT_EQ(lines[0].text.find("Failed to iterate 'C:\\d\\e\\*', err=5, "), 0u) << lines[0].text;
-    EXPECT_EQ(lines[1].text.find("Failed to iterate 'C:\\d\\*', err=23, "), 0u) << lines[1].text;
+    EXPECT_EQ(log.lines().size(), 2u) << "the end of a listing is no failure";
+    EXPECT_TRUE(log.begins("Failed to iterate 'C:\\d\\e\\*', err=5, "));
+    EXPECT_TRUE(log.begins("Failed to iterate 'C:\\d\\*', err=23, "));
 }
 
 TEST_F(Walk, LeavesOutWholeSubtreesAndStopsAtOnce) {
@@ -116,12 +115,6 @@ TEST_F(Walk, LeavesOutWholeSubtreesAndStopsAtOnce) {
     rules_.excluded = nullptr;
     rules_.stopped = [this] { return recorder_.paths.size() == 4; };
     EXPECT_EQ(walk({L"C:\\d", L"C:\\d\\b.txt"}).size(), 4u);
-}
-
-TEST(WalkSource, DoesNothingWithoutAWalker) {
-    NameFilter filter({});
-    walkSource({L"C:\\"}, &filter, nullptr);
-    EXPECT_THAT(filter.asked, IsEmpty());
 }
 
 // Every level holds the next, as deep as a path can be.
@@ -189,19 +182,14 @@ TEST(DeepTree, CostsNoStack) {
 
 // Wine takes long paths without their prefix too: only Windows proves that it is there.
 TEST(LongTree, IsWalkedAndShownWithoutThePrefix) {
-    wchar_t temp[MAX_PATH];
-    ASSERT_NE(GetTempPathW(MAX_PATH, temp), 0u);
-    const std::wstring root = std::wstring(temp) + L"dorvo_walk";
-    rm_rf(root, true);
+    const test::TemporaryFolder ground(L"dorvo_walk");
+    const std::wstring& root = ground.path();
     std::wstring deepest = root;
     for (int i = 0; i < 4; ++i) {
         deepest += L"\\" + std::wstring(100, static_cast<wchar_t>(L'a' + i));
     }
     ASSERT_TRUE(createDirectories(deepest));
-    write_handle_streambuf file(deepest + L"\\f");
-    ASSERT_TRUE(file.is_open());
-    ASSERT_EQ(file.sputn("12345", 5), 5);
-    ASSERT_TRUE(file.close());
+    test::storeFile(deepest + L"\\f", "12345");
 
     Recorder recorder;
     walkSource({root + L"\\"}, nullptr, &recorder);
@@ -209,7 +197,6 @@ TEST(LongTree, IsWalkedAndShownWithoutThePrefix) {
     EXPECT_EQ(recorder.paths.front(), root + L"\\");
     EXPECT_EQ(recorder.paths.back(), deepest + L"\\f");
     EXPECT_EQ(recorder.fileSize(), 5u);
-    EXPECT_TRUE(rm_rf(root, true));
 }
 
 }  // namespace
