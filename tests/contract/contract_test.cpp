@@ -1,5 +1,6 @@
 // What every storage back end promises, seen through the interfaces only.
 #include "contract/storagecontract.h"
+#include "support/fails_with.h"
 
 #include <gmock/gmock.h>
 
@@ -28,8 +29,7 @@ TEST_P(StorageContract, SizesAroundEveryBorderComeBack) {
     for (const bool compress : {false, true}) {
         SCOPED_TRACE(compress);
         compress_ = compress;
-        backupJob_ = uuid();
-        createDirectories(jobFolder(backupJob_) + L"\\tmp");
+        backupJob_ = newJob();
         expectComesBack(complete());
     }
 }
@@ -44,7 +44,7 @@ TEST_P(StorageContract, AnyNameComesBackAndIsFoundByItsFolder) {
     createDirectories(source(L"empty\\in it"));
     const std::string of = complete();
     expectComesBack(of);
-    EXPECT_NE(attributes(target(L"empty\\in it")).dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_NE(dataOf(target(L"empty\\in it")).dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
 
     std::set<std::wstring> seen;
     for (const RestoreCatalog::Item& item : listed(of)) {
@@ -123,8 +123,7 @@ TEST_P(StorageContract, AFailedItemIsRememberedOverAPauseAndSentByTheNextRun) {
         const auto storage = started();
         ASSERT_TRUE(backup(*storage, L"a"));
         ASSERT_TRUE(MoveFileW(source(L"b").c_str(), target(L"b").c_str()));
-        EXPECT_FALSE(backup(*storage, L"b"));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+        EXPECT_FAILS(ERROR_FILE_NOT_FOUND, backup(*storage, L"b"));
         ASSERT_TRUE(storage->recordError(source(L"b").c_str(), ERROR_FILE_NOT_FOUND, "gone"));
     }
     failed_ =
@@ -158,8 +157,7 @@ TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsList) {
     ASSERT_TRUE(check());
     const auto storage = started();
     ASSERT_TRUE(backup(*storage, L"a"));
-    EXPECT_FALSE(storage->end());
-    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    EXPECT_FAILS(backEnd_->wrongState(), storage->end());
     // Nor does it count as completed.
     RestoreCatalog::Page page;
     EXPECT_FALSE(restoring(instance())->start() &&
@@ -188,8 +186,7 @@ TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         beginRun();
-        backupJob_ = uuid();
-        createDirectories(jobFolder(backupJob_) + L"\\tmp");
+        backupJob_ = newJob();
         ASSERT_TRUE(check());
         {
             const auto storage = started();
@@ -212,7 +209,7 @@ TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
         ASSERT_TRUE(restore->start());
         ASSERT_TRUE(restore->restoreFile(source(L"file").c_str(), target(L"file").c_str(), 1, true))
             << GetLastError();
-        EXPECT_TRUE(read(target(L"file")) == contents_[L"file"]);
+        EXPECT_TRUE(fileContent(target(L"file")) == contents_[L"file"]);
     }
 }
 
@@ -225,8 +222,7 @@ TEST_P(StorageContract, AStopMakesAnItemFailAndTheNextRunTakesItUp) {
         const auto storage = started();
         ASSERT_TRUE(backup(*storage, L"a"));
         stop_.set();
-        EXPECT_FALSE(backup(*storage, L"b"));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+        EXPECT_FAILS(ERROR_CANCELLED, backup(*storage, L"b"));
     }
     stop_.reset();
     {
@@ -239,9 +235,9 @@ TEST_P(StorageContract, AStopMakesAnItemFailAndTheNextRunTakesItUp) {
     const auto restore = restoring(instance());
     ASSERT_TRUE(restore->start());
     stop_.set();
-    EXPECT_FALSE(restore->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 1, true));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
-    EXPECT_TRUE(read(target(L"b")) == contents_[L"b"]);
+    EXPECT_FAILS(ERROR_CANCELLED,
+                 restore->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 1, true));
+    EXPECT_TRUE(fileContent(target(L"b")) == contents_[L"b"]);
     stop_.reset();
     EXPECT_TRUE(restore->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 1, true));
 }
@@ -267,12 +263,9 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     const auto storage = started();
     EXPECT_TRUE(storage->end()) << GetLastError();
     // But it stays what it is.
-    EXPECT_FALSE(backup(*storage, L"a"));
-    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
-    EXPECT_FALSE(storage->cancel());
-    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
-    EXPECT_FALSE(check());
-    EXPECT_EQ(GetLastError(), backEnd_->wrongState());
+    EXPECT_FAILS(backEnd_->wrongState(), backup(*storage, L"a"));
+    EXPECT_FAILS(backEnd_->wrongState(), storage->cancel());
+    EXPECT_FAILS(backEnd_->wrongState(), check());
     contents_.erase(L"c fails");
     expectComesBack(instance());
 }
@@ -314,26 +307,24 @@ TEST_P(StorageContract, WhatCannotBeRestoredLeavesTheTargetAlone) {
         const auto storage = restoring(of);
         return storage->start() && storage->restoreFile(from.c_str(), to.c_str(), 1, replace);
     };
-    EXPECT_FALSE(restore(false));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
-    EXPECT_EQ(read(to), "old");
+    EXPECT_FAILS(ERROR_FILE_EXISTS, restore(false));
+    EXPECT_EQ(fileContent(to), "old");
 
     key_[0] ^= 1;
     EXPECT_FALSE(restore(true)) << "a wrong key";
-    EXPECT_EQ(read(to), "old");
+    EXPECT_EQ(fileContent(to), "old");
     key_[0] ^= 1;
 
     backEnd_->damage(backupJob_, of);
-    EXPECT_FALSE(restore(true)) << "a damaged package";
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
-    EXPECT_EQ(read(to), "old");
+    EXPECT_FAILS(ERROR_INVALID_DATA, restore(true)) << "a damaged package";
+    EXPECT_EQ(fileContent(to), "old");
     EXPECT_EQ(entriesOf(target_.path()), 1u);
     // The others are as good as before.
     const auto storage = restoring(of);
     ASSERT_TRUE(storage->start());
     EXPECT_TRUE(storage->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 2, false))
         << GetLastError();
-    EXPECT_TRUE(read(target(L"b")) == contents_[L"b"]);
+    EXPECT_TRUE(fileContent(target(L"b")) == contents_[L"b"]);
     EXPECT_FALSE(storage->restoreFile(source(L"never").c_str(), target(L"x").c_str(), 3, false));
 }
 

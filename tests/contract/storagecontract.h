@@ -4,8 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <filesystem>
-#include <istream>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -15,10 +16,10 @@
 #include <vector>
 
 #include "base/local_time.h"
-#include "base/read_handle_streambuf.h"
 #include "base/uuid.h"
 #include "base/write_handle_streambuf.h"
 #include "contract/backend.h"
+#include "support/files.h"
 #include "support/signal.h"
 #include "support/store_test.h"
 #include "support/temporary_folder.h"
@@ -42,12 +43,7 @@ protected:
         bool directory() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
     };
 
-    StorageContract() : backEnd_(GetParam().make()) {
-        backupJob_ = uuid();
-        restoreJob_ = uuid();
-        for (const std::string& job : {backupJob_, restoreJob_}) {
-            createDirectories(jobFolder(job) + L"\\tmp");
-        }
+    StorageContract() : backEnd_(GetParam().make()), backupJob_(newJob()), restoreJob_(newJob()) {
         beginRun();
     }
 
@@ -74,27 +70,11 @@ protected:
         SetFileTime(file.handle(), nullptr, nullptr, &time);
         return file.close();
     }
-    static std::string read(const std::wstring& path) {
-        read_handle_streambuf file(path);
-        std::istream stream(&file);
-        return file.is_open() ? std::string(std::istreambuf_iterator<char>(stream), {}) : "no file";
-    }
-    static WIN32_FILE_ATTRIBUTE_DATA attributes(const std::wstring& path) {
-        WIN32_FILE_ATTRIBUTE_DATA data{};
-        GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data);
-        return data;
-    }
 
     // -- a run -------------------------------------------------------------------------------
 
     void beginRun() {
-        record_.reset(static_cast<int32_t>(JobState::running), true);
-        GUID id{};
-        createUuid(id);
-        std::copy_n(reinterpret_cast<uint8_t*>(&id), sizeof(id), record_.instanceId.begin());
-        record_.startTime = localTimeNow();
-        failed_ = std::make_unique<FailedItems>(toUtf8(jobFolder(backupJob_)) + "\\" + instance(),
-                                                record_);
+        failed_ = newRun(record_, backupJob_);
         stop_.reset();
         listTree();
     }
@@ -104,12 +84,7 @@ protected:
         walk(sources_.path());
         send_.clear();
     }
-    std::string instance() const {
-        GUID id{};
-        std::copy(record_.instanceId.begin(), record_.instanceId.end(),
-                  reinterpret_cast<uint8_t*>(&id));
-        return uuidText(id);
-    }
+    std::string instance() const { return uuidText(std::bit_cast<GUID>(record_.instanceId)); }
     BackEnd::Run run() {
         SourceTotals totals;
         for (const Item& item : items_) {
@@ -191,13 +166,7 @@ protected:
     // -- a restore ---------------------------------------------------------------------------
 
     std::unique_ptr<RestoreStorage> restoring(const std::string& of) {
-        restored_.reset(static_cast<int32_t>(JobState::running), true);
-        GUID id{};
-        createUuid(id);
-        std::copy_n(reinterpret_cast<uint8_t*>(&id), sizeof(id), restored_.instanceId.begin());
-        restored_.startTime = localTimeNow();
-        notRestored_ = std::make_unique<FailedItems>(
-            toUtf8(jobFolder(restoreJob_)) + "\\" + uuidText(id), restored_);
+        notRestored_ = newRun(restored_, restoreJob_);
         return backEnd_->restore(
             {restoreJob_, backupJob_, of, key_, &restored_, notRestored_.get(), stop_.handle()});
     }
@@ -231,8 +200,8 @@ protected:
             EXPECT_TRUE(
                 storage->restoreFile(item.path.c_str(), target(name).c_str(), ++number, false))
                 << GetLastError();
-            EXPECT_TRUE(read(target(name)) == contents_[name]);
-            EXPECT_EQ(toTicks(attributes(target(name)).ftLastWriteTime),
+            EXPECT_TRUE(fileContent(target(name)) == contents_[name]);
+            EXPECT_EQ(toTicks(dataOf(target(name)).ftLastWriteTime),
                       toTicks(item.data.ftLastWriteTime));
         }
         EXPECT_EQ(files, contents_.size());
@@ -246,6 +215,19 @@ protected:
         std::wstring folder;
         jobDirectory(job, folder);
         return folder;
+    }
+    static std::string newJob() {
+        std::string job = uuid();
+        createDirectories(jobFolder(job) + L"\\tmp");
+        return job;
+    }
+    static std::unique_ptr<FailedItems> newRun(JobActivity& record, const std::string& job) {
+        record.reset(static_cast<int32_t>(JobState::running), true);
+        GUID id{};
+        createUuid(id);
+        record.instanceId = std::bit_cast<std::array<uint8_t, 16>>(id);
+        record.startTime = localTimeNow();
+        return std::make_unique<FailedItems>(toUtf8(jobFolder(job)) + "\\" + uuidText(id), record);
     }
     static std::string uuid() {
         GUID id{};
@@ -283,7 +265,7 @@ private:
                 continue;
             }
             const std::wstring path = folder + L"\\" + name;
-            items_.push_back({path, attributes(path)});
+            items_.push_back({path, dataOf(path)});
             if (items_.back().directory()) {
                 walk(path);
             }

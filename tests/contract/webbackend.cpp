@@ -15,6 +15,7 @@
 #include "storage/webbackupstorage.h"
 #include "storage/webrestorecatalog.h"
 #include "storage/webrestorestorage.h"
+#include "support/store_test.h"
 
 namespace dorvo::test {
 namespace {
@@ -28,11 +29,6 @@ struct Server {
     std::string password;
     std::string data;
 };
-
-template <class T>
-T& singleton() {
-    return *ATL::CComSingleton<T, ATL::CComAutoCriticalSection>::instance();
-}
 
 class WebBackEnd : public BackEnd {
 public:
@@ -113,11 +109,9 @@ NamedBackEnd webBackEnd(const std::string& text) {
     Server server;
     std::istringstream lines(text);
     std::string port;
-    std::getline(lines, server.host);
-    std::getline(lines, port);
-    std::getline(lines, server.user);
-    std::getline(lines, server.password);
-    std::getline(lines, server.data);
+    for (std::string* line : {&server.host, &port, &server.user, &server.password, &server.data}) {
+        std::getline(lines, *line);
+    }
     server.port = static_cast<uint16_t>(std::stoi(port));
     return {"Web", [server] { return std::make_unique<WebBackEnd>(server); }};
 }
