@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "base/handle.h"
+#include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
@@ -15,6 +16,17 @@
 #include "storage/webrestorestorage.h"
 
 namespace dorvo {
+namespace {
+
+// What was received before the machine last started may have been lost to a power cut, although
+// the file has its length: such bytes read as zeros, and nothing would tell.
+bool isWrittenSinceBoot(HANDLE file) {
+    FILETIME written{};
+    return GetFileTime(file, nullptr, nullptr, &written) != 0 &&
+           toTicks(written) + GetTickCount64() * ticksPerMillisecond >= utcTimeNow();
+}
+
+}  // namespace
 
 struct WebRestoreStorage::File {
     std::string name;   // as the service knows it
@@ -144,6 +156,10 @@ FileHandle WebRestoreStorage::openPackage(const File& file) const {
 }
 
 void WebRestoreStorage::seekToOffset(HANDLE package) {
+    if (activity_->fileOffset != 0 && !isWrittenSinceBoot(package)) {
+        log(LogLevel::information, "Temporary file is of another start of the machine.\n");
+        activity_->fileOffset = 0;
+    }
     LARGE_INTEGER size{};
     if (GetFileSizeEx(package, &size) == 0 ||
         static_cast<uint64_t>(size.QuadPart) < activity_->fileOffset) {

@@ -94,6 +94,20 @@ TEST_F(RestoredFile, GoesOnAtTheOffsetOnRecord) {
     }
 }
 
+TEST_F(RestoredFile, TrustsNothingFromBeforeTheMachineStarted) {
+    hold(2 * uploadBlockSize + 16);
+    const auto storage = makeStorage();
+    resume(uploadBlockSize, std::string(uploadBlockSize, '\0'));
+    FileHandle package(CreateFileW(package_.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    constexpr FILETIME longAgo{0, 0x01C00000};
+    ASSERT_NE(SetFileTime(package.get(), nullptr, nullptr, &longAgo), 0);
+    package.reset();
+    ASSERT_TRUE(restore(*storage));
+    EXPECT_EQ(contentOf(target_), content_);
+    EXPECT_EQ(blocks(), (Names{"1", "2", "3"}));
+}
+
 TEST_F(RestoredFile, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
     hold(2 * uploadBlockSize + 16);
     const std::string good = stored_.substr(uploadBlockSize, uploadBlockSize);
