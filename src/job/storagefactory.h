@@ -2,8 +2,8 @@
 // folder.
 //
 // Null leaves the last error and is logged. A storage for items and an increment check have the
-// user's key, agreed on with whoever keeps the backups; a refusal of the key is such a failure. What a run is made of is
-// borrowed for the storage's life.
+// user's key, agreed on with whoever keeps the backups; a refusal of the key is such a failure.
+// What a run is made of is borrowed for the storage's life.
 #pragma once
 
 #include <windows.h>
