@@ -90,8 +90,8 @@ class Agent:
         return self.machine.agent("start", job, seconds=LIMIT)
 
     def restore(self, target):
-        return self.machine.agent("restore", "latest", "--to", windows_path(target), "--prefix", windows_path(self.tree),
-                                  seconds=LIMIT)
+        return self.machine.agent("restore", "latest", "--job", f"bench{self.runs}", "--to", windows_path(target),
+                                  "--prefix", windows_path(self.tree), seconds=LIMIT)
 
     def close(self):
         self.machine.close()

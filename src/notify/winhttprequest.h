@@ -22,7 +22,8 @@ public:
 
     // Ends whatever is under way, for good: what is opened or sent afterwards fails with
     // ERROR_CANCELLED. Waits for the virtual calls in progress, never for the server; from within
-    // such a call it waits for nothing. Idempotent; any thread.
+    // such a call it waits for nothing, so the object is not destroyed there. Idempotent; any
+    // thread.
     void Close();
 
 protected:

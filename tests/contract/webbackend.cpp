@@ -42,19 +42,9 @@ public:
     ~WebBackEnd() override { ATL::CComSingleton<HTTP_Connections>::instance()->stop(); }
 
     std::unique_ptr<BackupStorage> backup(const Run& run) override {
-        WebBackupStorage::Run web;
-        web.jobId = run.jobId;
-        web.jobName = "name";
-        web.user = server_.user;
-        web.cookie = cookie_;
-        web.host = server_.host;
-        web.port = server_.port;
+        auto web = made<WebBackupStorage::Run>(run);
         web.compress = run.compress;
-        web.key = run.key;
         web.totals = run.totals;
-        web.activity = run.activity;
-        web.failed = run.failed;
-        web.stop = run.stop;
         return std::make_unique<WebBackupStorage>(std::move(web));
     }
     std::unique_ptr<IncrementCheck> check(const Run& run) override {
@@ -62,20 +52,10 @@ public:
             run.jobId, server_.user, run.instanceId, run.compress, run.stop});
     }
     std::unique_ptr<RestoreStorage> restore(const Restore& restore) override {
-        WebRestoreStorage::Run web;
-        web.jobId = restore.jobId;
-        web.jobName = "name";
+        auto web = made<WebRestoreStorage::Run>(restore);
         web.machine = machine;
         web.jobDefinitionId = restore.backupJob;
         web.jobInstanceId = restore.instanceId;
-        web.user = server_.user;
-        web.cookie = cookie_;
-        web.host = server_.host;
-        web.port = server_.port;
-        web.key = restore.key;
-        web.activity = restore.activity;
-        web.failed = restore.failed;
-        web.stop = restore.stop;
         return std::make_unique<WebRestoreStorage>(std::move(web));
     }
     std::unique_ptr<RestoreCatalog> catalog(const std::string&,
@@ -95,6 +75,22 @@ public:
     DWORD wrongState() const override { return withHttpMark(409); }
 
 private:
+    // With what backups and restores have in common.
+    template <class Web>
+    Web made(const auto& run) const {
+        Web web;
+        web.jobId = run.jobId;
+        web.jobName = "name";
+        web.user = server_.user;
+        web.cookie = cookie_;
+        web.host = server_.host;
+        web.port = server_.port;
+        web.key = run.key;
+        web.activity = run.activity;
+        web.failed = run.failed;
+        web.stop = run.stop;
+        return web;
+    }
     std::vector<std::filesystem::path> packages() const {
         return packageFiles(toWide(server_.data), L".pkg");
     }

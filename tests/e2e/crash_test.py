@@ -61,14 +61,7 @@ class CrashTest(SystemTest):
         def scenario(endpoint, action, nth):
             system = System(self, "server")
             make_tree(system.tree)
-            fault = system.proxy.add(endpoint, action, nth=nth)
-            run = system.start_backup()
-            system.await_fault(fault, run)
-            system.server.kill()
-            fault.release()
-            run.until_said("paused")
-            system.server.start()
-            self.assertEqual(run.wait(300), 0, run.out + run.err)
+            system.outlive_server(system.start_backup, endpoint, action, nth)
             self.assertBackedUp(system)
             self.assertEqual(system.proxy.blocks_sent_again(), [])
 

@@ -5,35 +5,22 @@ import signal
 import unittest
 
 import trees
-from machine import Machine, windows_path
-from system import SystemTest, make_tree, noise, until, work_folder, write
+from machine import windows_path
+from system import SystemTest, World, make_tree, noise, until, write
 
 PAUSED, FAILED = 4, 1
 PIECE = 6 * 2**20
 
 
-class LocalSystem:
+class LocalSystem(World):
     """A machine, a tree to back up and a folder for backups."""
 
     def __init__(self, test, name):
-        self.test, self.folder = test, work_folder(test, name)
-        self.tree, self.location = self.folder / "source", self.folder / "backups"
-        self.tree.mkdir()
+        super().__init__(test, name)
+        self.location = self.folder / "backups"
         self.location.mkdir()
         self.local = ("--local", windows_path(self.location))
         self.machine = self.add_machine("first")
-
-    def add_machine(self, name):
-        machine = Machine(self.folder / name, name)
-        self.test.addCleanup(machine.close)
-        return machine
-
-    def job(self, kind):
-        job, = (j["id"] for j in self.machine.listing("jobs") if j["type"] == kind)
-        return job
-
-    def packages(self):
-        return [p for p in (self.machine.data / "job").glob("*/tmp/*") if p.is_file() and p.stat().st_size]
 
     def stored(self):
         """Bytes of packages in the folder."""
@@ -62,14 +49,15 @@ class LocalTest(SystemTest):
         # Whatever becomes of the first machine, the folder and the recovery file are enough.
         second, file = system.add_machine("second"), system.folder / "recovery file"
         machine.agent("key", "export", windows_path(file), "--passphrase-stdin", stdin="open\n")
-        restore = ("restore", "--machine", "first", *system.local, "--prefix", windows_path(system.tree), "--to")
-        refused = second.agent(*restore, windows_path(system.folder / "refused"), "latest", code=FAILED)
+        restore = lambda target, instance: (
+            "restore", "--machine", "first", *system.local, *system.to(system.folder / target), instance)
+        refused = second.agent(*restore("refused", "latest"), code=FAILED)
         self.assertIn("agent key import", refused.err)
         self.assertFalse((system.folder / "refused").exists())
         second.agent("key", "import", windows_path(file), "--passphrase-stdin", stdin="open\n")
-        second.agent(*restore, windows_path(system.folder / "latest"), "latest")
+        second.agent(*restore("latest", "latest"))
         self.assertRestored(system, changed, system.folder / "latest")
-        second.agent(*restore, windows_path(system.folder / "oldest"), runs[0]["jobinstanceid"])
+        second.agent(*restore("oldest", runs[0]["jobinstanceid"]))
         self.assertRestored(system, expected, system.folder / "oldest")
 
     def broken_off(self, name, breaking_off):
@@ -84,8 +72,7 @@ class LocalTest(SystemTest):
         self.assertLess(system.stored(), 8 * PIECE)
         breaking_off(system, run, "backup")
         target = system.folder / "restored"
-        run = system.machine.start("restore", "latest", *system.local, "--to", windows_path(target),
-                                   "--prefix", windows_path(system.tree))
+        run = system.machine.start("restore", "latest", *system.local, *system.to(target))
         until(lambda: (target / "1.bin").exists(), run)
         run.signal(signal.SIGSTOP)
         self.assertFalse((target / "7.bin").exists())

@@ -71,17 +71,9 @@ class RestoreFaultsTest(SystemTest):
                 self.assertFalse(system.tree.exists())
 
     def test_the_server_dies_and_comes_back(self):
-        """The run goes on by itself."""
         def scenario(endpoint, action, nth):
             system = self.backed_up("server")
-            fault = system.proxy.add(endpoint, action, nth=nth)
-            run = system.start_restore()
-            system.await_fault(fault, run)
-            system.server.kill()
-            fault.release()
-            run.until_said("paused")
-            system.server.start()
-            self.assertEqual(run.wait(300), DONE, run.out + run.err)
+            system.outlive_server(system.start_restore, endpoint, action, nth)
             self.assertEnded(system)
 
         self.side_by_side(scenario, [("DownloadFileBlock", proxy.HOLD_REQUEST, 9), ("GetFileInfo", proxy.HOLD_LOST, 9),

@@ -61,41 +61,18 @@ def until(condition, run):
         time.sleep(0.002)
 
 
-class System:
-    """The agent is logged in and talks to the server through the proxy."""
+class World:
+    """A folder with a tree to back up, and machines."""
 
-    def __init__(self, test, name="x"):
-        self.folder = work_folder(test, name)
+    def __init__(self, test, name):
+        self.test, self.folder = test, work_folder(test, name)
         self.tree = self.folder / "source"
         self.tree.mkdir()
-        self.server = Server(self.folder / "server")
-        self.server.add_user(USER, PASSWORD)
-        self.server.start()
-        test.addCleanup(self.server.stop)
-        self.proxy = Proxy(self.server.address)
-        test.addCleanup(self.proxy.close)
-        self._test = test
-        self.machine = self.add_machine("machine")
 
     def add_machine(self, name):
-        """One more machine of the same user."""
         machine = Machine(self.folder / name, name)
-        self._test.addCleanup(machine.close)
-        machine.connect(self.proxy.address, USER, PASSWORD)
+        self.test.addCleanup(machine.close)
         return machine
-
-    def start_backup(self, *options, source=None):
-        return self.machine.start("backup", windows_path(source or self.tree), *options)
-
-    def backup(self, *options, source=None, code=0):
-        return self.machine.agent("backup", windows_path(source or self.tree), *options, code=code)
-
-    def start_restore(self, *options):
-        return self.machine.start("restore", self.instance(), *options)
-
-    def restore(self, *options, **expected):
-        """Of all that the last backup holds, or of the paths among the options."""
-        return self.machine.agent("restore", self.instance(), *options, **expected)
 
     def to(self, target, *options):
         """The options of a restore after which `target` looks like the tree."""
@@ -112,6 +89,39 @@ class System:
         """Packages that jobs of the machine have begun to encode or to receive, and not let go."""
         return [p for p in (self.machine.data / "job").glob("*/tmp/*") if p.is_file() and p.stat().st_size]
 
+
+class System(World):
+    """The agent is logged in and talks to the server through the proxy."""
+
+    def __init__(self, test, name="x"):
+        super().__init__(test, name)
+        self.server = Server(self.folder / "server")
+        self.server.add_user(USER, PASSWORD)
+        self.server.start()
+        test.addCleanup(self.server.stop)
+        self.proxy = Proxy(self.server.address)
+        test.addCleanup(self.proxy.close)
+        self.machine = self.add_machine("machine")
+
+    def add_machine(self, name):
+        """One more machine of the same user."""
+        machine = super().add_machine(name)
+        machine.connect(self.proxy.address, USER, PASSWORD)
+        return machine
+
+    def start_backup(self, *options, source=None):
+        return self.machine.start("backup", windows_path(source or self.tree), *options)
+
+    def backup(self, *options, source=None, code=0):
+        return self.machine.agent("backup", windows_path(source or self.tree), *options, code=code)
+
+    def start_restore(self, *options):
+        return self.machine.start("restore", self.instance(), *options)
+
+    def restore(self, *options, **expected):
+        """Of all that the last backup holds, or of the paths among the options."""
+        return self.machine.agent("restore", self.instance(), *options, **expected)
+
     def kill_at(self, run, endpoint, action, nth):
         """`run` starts a command, which is killed at the nth request that it makes to the endpoint."""
         fault = self.proxy.add(endpoint, action, nth=nth)
@@ -126,6 +136,17 @@ class System:
     def await_fault(self, fault, run):
         if not fault.reached.wait(120):
             raise AssertionError(f"{fault.endpoint} {fault.nth} never came\n{run.out}{run.err}")
+
+    def outlive_server(self, start, endpoint, action, nth):
+        """The server dies at that request of the command and comes back; the run goes on by itself."""
+        fault = self.proxy.add(endpoint, action, nth=nth)
+        run = start()
+        self.await_fault(fault, run)
+        self.server.kill()
+        fault.release()
+        run.until_said("paused")
+        self.server.start()
+        self.test.assertEqual(run.wait(300), 0, run.out + run.err)
 
     def instance(self):
         """The id of the backup that was started last."""

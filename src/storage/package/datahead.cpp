@@ -154,6 +154,10 @@ bool datahead::set_encrypt(uint16_t algo, uint16_t extra_length, const uint8_t* 
     return true;
 }
 
+std::span<const uint8_t> datahead::extra() const {
+    return {extra_.get(), std::min<size_t>(address_.get_length(), package_extra_max)};
+}
+
 uint32_t datahead::get_aes_encode_length(uint32_t n) {
     return (n / cipher_block + 1) * cipher_block;
 }
@@ -193,7 +197,7 @@ bool datahead::encode_data() {
     if (head.encryption == 0) {
         return true;
     }
-    const package_iv iv = vector_of({extra_.get(), package_extra_max});
+    const package_iv iv = vector_of(extra());
     const std::span<const uint8_t> content(work_.get(), static_cast<size_t>(raw_length_));
     const std::span<uint8_t> room(work_.get(), static_cast<size_t>(capacity_));
     int32_t length = 0;
@@ -224,9 +228,7 @@ bool datahead::send_package(HTTP_Invoker_T& invoker) {
     const size_t processed = static_cast<size_t>(std::max(processed_length_, 0));
     write_wire(head_, package_prefix{tail + static_cast<uint32_t>(processed), data_package_magic});
     send_gathered(invoker,
-                  {{head_, head_size},
-                   {extra_.get(), std::min<size_t>(address_.get_length(), package_extra_max)},
-                   {work_.get(), processed}});
+                  {{head_, head_size}, {extra_.get(), extra().size()}, {work_.get(), processed}});
     return true;
 }
 

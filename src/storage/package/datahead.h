@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "storage/package/addresshead.h"
 #include "storage/package/chunkhead.h"
@@ -75,6 +76,8 @@ public:
 private:
     static uint32_t get_aes_encode_length(uint32_t n);
     bool is_end_of_data() const;
+    // Of the piece: the buffer may hold more, of an earlier one.
+    std::span<const uint8_t> extra() const;
     bool decode_data(const data_package& package);
     void attach(uint8_t* head);
     void make_room(size_t capacity);

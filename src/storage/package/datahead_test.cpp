@@ -135,6 +135,7 @@ TEST_F(DataHead, EncodesAsItsRulesSay) {
         auto packages = test::sent_packages([&](HTTP_Invoker_T& invoker) {
             datahead head;
             head.init();
+            head.set_encrypt(1, 16, bytes_of(iv));  // an earlier piece's
             set_piece(head, row.content, row.compress, row.encryption, row.extra);
             EXPECT_TRUE(head.send_package(invoker));
             head.uninit();
