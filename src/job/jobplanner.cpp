@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/job_state.h"
 #include "base/log.h"
 #include "job/jobcmdqueue.h"
 #include "scheduler/dailyschedulehelper.h"
@@ -15,6 +16,12 @@ namespace {
 
 // A due time that lies further ahead was started by a clock that was wrong.
 constexpr int64_t day = 86'400;
+
+// Nobody but the user takes up what the user has paused. A run that ended before it saw the pause
+// leaves the flag alone behind.
+bool pausedByUser(const JobActivity& record) {
+    return record.state == static_cast<int32_t>(JobState::paused) && record.pausedManually != 0;
+}
 
 }  // namespace
 
@@ -62,8 +69,7 @@ bool JobPlanner::isDueNow(PlanReason reason, const BackupJobDefinition& definiti
     }
     switch (reason) {
         case PlanReason::asked: return true;
-        // Nobody but the user takes up what the user has paused.
-        case PlanReason::loaded: return definition.runMissed() && record.pausedManually == 0;
+        case PlanReason::loaded: return definition.runMissed() && !pausedByUser(record);
         case PlanReason::started:
         case PlanReason::refused:
         case PlanReason::ended: break;

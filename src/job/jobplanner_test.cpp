@@ -102,22 +102,28 @@ TEST_F(Planner, StartsWhatFellDueWithoutAStart) {
         const char* name;
         PlanReason reason;
         bool runMissed;
+        int32_t state;
         bool pausedManually;
         bool starts;
     };
     constexpr Row rows[] = {
-        {"the machine was off", PlanReason::loaded, true, false, true},
-        {"off, and not to be made up for", PlanReason::loaded, false, false, false},
-        {"off, and the user has paused the job", PlanReason::loaded, true, true, false},
-        {"the clock was set on", PlanReason::asked, false, false, true},
-        {"it is being started", PlanReason::started, true, false, false},
-        {"a run has ended", PlanReason::ended, true, false, false},
+        {"the machine was off", PlanReason::loaded, true, completed, false, true},
+        {"off, and not to be made up for", PlanReason::loaded, false, completed, false, false},
+        {"off, and the user has paused the job", PlanReason::loaded, true, paused, true, false},
+        {"off, while the job waited for the network", PlanReason::loaded, true, paused, false,
+         true},
+        {"off, after a run that ended before a pause", PlanReason::loaded, true, completed, true,
+         true},
+        {"the clock was set on", PlanReason::asked, false, completed, false, true},
+        {"it is being started", PlanReason::started, true, completed, false, false},
+        {"a run has ended", PlanReason::ended, true, completed, false, false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         due("01-07 09:00:00");
         load("01-05 10:00:00");
         definition_->setRunMissed(row.runMissed);
+        activity_->state = row.state;
         activity_->pausedManually = row.pausedManually ? 1 : 0;
         due("01-05 09:00:00");
         EXPECT_TRUE(plan(row.reason));
