@@ -1,5 +1,6 @@
 #include "commandline.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "agenterror.h"
@@ -24,7 +25,7 @@ const CLI::App& deepest(const CLI::App& app) {
 
 std::string sentence(std::string text) {
     // Only the parser's first line says what is wrong.
-    text = text.substr(0, text.find('\n'));
+    text.resize(std::min(text.size(), text.find('\n')));
     return text.empty() || text.back() == '.' ? text : text + ".";
 }
 

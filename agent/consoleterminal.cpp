@@ -40,7 +40,7 @@ ConsoleTerminal::ConsoleTerminal()
       error_(standard(STD_ERROR_HANDLE)) {}
 
 ConsoleTerminal::~ConsoleTerminal() {
-    status({});
+    ConsoleTerminal::status({});
 }
 
 void ConsoleTerminal::out(std::string_view text) {

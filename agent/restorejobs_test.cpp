@@ -25,24 +25,23 @@ TEST(RestoreJobs, OnlyRunAndRuleMayDifferForOneJobToServeTwoRestores) {
         bool found;     // when it is idle
         bool foundBusy;
     };
-    for (const Row& row : {
-             Row{"same", [](auto&) {}, true, true},
-             Row{"order and case",
-                 [](auto& job) {
-                     job.setSource({L"c:\\B", L"C:\\a"});
-                 },
-                 true, true},
-             Row{"run", [](auto& job) { job.setOrigin("PC", "backup", "run2"); }, true, false},
-             Row{"rule", [](auto& job) { job.setConflict(2); }, true, false},
-             Row{"backup job", [](auto& job) { job.setOrigin("PC", "other", "run1"); }, false,
-                 false},
-             Row{"machine", [](auto& job) { job.setOrigin("PC2", "backup", "run1"); }, false,
-                 false},
-             Row{"paths", [](auto& job) { job.setSource({L"C:\\a"}); }, false, false},
-             Row{"target", [](auto& job) { job.setTarget(L"", L""); }, false, false},
-             Row{"prefix", [](auto& job) { job.setTarget(L"D:\\copy\\", L"C:"); }, false, false},
-             Row{"place", [](auto& job) { job.useLocalStorage(L"E:\\x"); }, false, false},
-         }) {
+    const Row rows[] = {
+        {"same", [](auto&) {}, true, true},
+        {"order and case",
+         [](auto& job) {
+             job.setSource({L"c:\\B", L"C:\\a"});
+         },
+         true, true},
+        {"run", [](auto& job) { job.setOrigin("PC", "backup", "run2"); }, true, false},
+        {"rule", [](auto& job) { job.setConflict(2); }, true, false},
+        {"backup job", [](auto& job) { job.setOrigin("PC", "other", "run1"); }, false, false},
+        {"machine", [](auto& job) { job.setOrigin("PC2", "backup", "run1"); }, false, false},
+        {"paths", [](auto& job) { job.setSource({L"C:\\a"}); }, false, false},
+        {"target", [](auto& job) { job.setTarget(L"", L""); }, false, false},
+        {"prefix", [](auto& job) { job.setTarget(L"D:\\copy\\", L"C:"); }, false, false},
+        {"place", [](auto& job) { job.useLocalStorage(L"E:\\x"); }, false, false},
+    };
+    for (const Row& row : rows) {
         JobList jobs;
         jobs.push_back(std::make_unique<BackupJobDefinition>("0", L"b", "alice"));
         jobs.push_back(restoreJob("1", row.change));

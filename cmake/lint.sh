@@ -35,7 +35,7 @@ tidy native
 DORVO_LINT="${DORVO_LINT:-^fuzz/}" tidy sanitize
 
 cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability --inline-suppr \
-  --suppress=missingIncludeSystem --library=googletest,windows --error-exitcode=1 -j "$(nproc)" \
+  --suppress=missingIncludeSystem --suppress=syntaxError:src/job/transferjob_test.cpp --library=googletest,windows --error-exitcode=1 -j "$(nproc)" \
   -I src -I libs src libs agent server bench tests fuzz || status=1
 
 exit "$status"

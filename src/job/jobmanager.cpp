@@ -215,8 +215,9 @@ Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    jobs_.push_back(job.get());
-    return job.release();
+    // A place first: the job is not lost when there is none.
+    jobs_.push_back(nullptr);
+    return jobs_.back() = job.release();
 }
 
 bool JobManagerImpl::startJob(const char* id) {

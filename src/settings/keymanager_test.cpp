@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/handle.h"
 #include "base/key_error.h"
 #include "base/md5.h"
 #include "json_spirit/json_spirit.h"
@@ -413,7 +414,8 @@ TEST_F(Keys, GoToAnotherMachineInARecoveryFile) {
     EXPECT_TRUE(many.exportKey("carol", "open sesame", (folder + L"\\64").c_str()));
 
     WIN32_FIND_DATAW found{};
-    EXPECT_EQ(FindFirstFileW((folder + L"\\*.new").c_str(), &found), INVALID_HANDLE_VALUE);
+    const FindHandle leftover(FindFirstFileW((folder + L"\\*.new").c_str(), &found));
+    EXPECT_FALSE(leftover);
 }
 
 }  // namespace

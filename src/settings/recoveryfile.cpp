@@ -97,8 +97,9 @@ public:
         }
         return tag;
     }
-    void expect(std::string tag) {
-        if (EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_AEAD_SET_TAG, tagSize, tag.data()) != 1) {
+    void expect(const std::string& tag) {
+        if (EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_AEAD_SET_TAG, tagSize,
+                                const_cast<char*>(tag.data())) != 1) {
             fail("the seal cannot be set");
         }
     }

@@ -98,7 +98,7 @@ TEST_F(RecoveryFileTest, DamageIsSeenEverywhere) {
 }
 
 TEST_F(RecoveryFileTest, AsksForNoMoreThanItsBounds) {
-    const auto crafted = [](RecoveryCost cost) {
+    const auto crafted = [](const RecoveryCost& cost) {
         return sealRecoveryFile("a", counting(0, 32), "p", counting(0, 16), counting(0, 12), cost);
     };
     EXPECT_EQ(open(crafted({2, 2, 4}), "p"), RecoveryFile::opened);

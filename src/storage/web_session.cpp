@@ -33,7 +33,7 @@ Logins& logins() {
 // Tells a login again without keeping its password.
 std::string traceOf(const std::string& cookie, const std::string& password) {
     std::string both = cookie + '\n' + password;
-    const std::string trace = Md5::of(std::as_bytes(std::span(both)));
+    std::string trace = Md5::of(std::as_bytes(std::span(both)));
     SecureZeroMemory(both.data(), both.size());
     return trace;
 }

@@ -43,7 +43,7 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
     const std::string name =
         original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
     const std::string place = target == nullptr ? std::string() : toUtf8(target);
-    if (!valid(name, place)) {
+    if (!valid(name, place) || target == nullptr) {
         return false;
     }
     File file{name,

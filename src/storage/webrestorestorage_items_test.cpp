@@ -185,7 +185,7 @@ class StoppingStorage : public WebRestoreStorage {
 public:
     using When = bool (*)(const JobActivity&);
 
-    StoppingStorage(Run run, When when)
+    StoppingStorage(const Run& run, When when)
         : WebRestoreStorage(run), record_(*run.activity), when_(when) {}
     bool interrupted() const override {
         return (armed && when_(record_)) || WebRestoreStorage::interrupted();

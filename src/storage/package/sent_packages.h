@@ -94,6 +94,7 @@ inline size_t errors_in(const LogCapture& capture) {
 }
 
 inline const uint8_t* bytes_of(std::string_view text) {
+    // cppcheck-suppress returnDanglingLifetime
     return reinterpret_cast<const uint8_t*>(text.data());
 }
 
