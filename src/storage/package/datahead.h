@@ -59,6 +59,8 @@ public:
     bool encode_data();
     // encode_data, then everything into an open request body; the invoker logs and keeps what goes
     // wrong with that.
+    // The base's takes a copy, which sends nothing; this one is called instead of it, not through
+    // it. NOLINTNEXTLINE(clang-diagnostic-overloaded-virtual)
     bool send_package(HTTP_Invoker_T& invoker);
 
     using chunkhead::handle_head;
