@@ -17,9 +17,12 @@ target_include_directories(dorvo_flags INTERFACE ${CMAKE_SOURCE_DIR}/src ${CMAKE
 # Boost and CLI11 are headers only; a folder of links keeps the rest of /usr/include out.
 target_include_directories(dorvo_flags SYSTEM INTERFACE ${CMAKE_SOURCE_DIR}/build/include)
 
-# The project's code in this folder, without its tests.
+# The project's code in this folder and the named ones below it, without its tests.
 function(dorvo_sources result)
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  set(patterns *.cpp ${ARGN})
+  list(TRANSFORM patterns REPLACE "^[^*]+$" "\\0/*.cpp")
+  list(TRANSFORM patterns PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  file(GLOB sources CONFIGURE_DEPENDS ${patterns})
   list(FILTER sources EXCLUDE REGEX "_test\\.cpp$|_manual\\.cpp$")
   set(${result} ${sources} PARENT_SCOPE)
 endfunction()
