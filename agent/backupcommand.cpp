@@ -6,10 +6,10 @@
 #include "agenterror.h"
 #include "backupplace.h"
 #include "base/text.h"
+#include "engine/modulehost.h"
 #include "excludedpaths.h"
 #include "job/source/exclusionlist.h"
 #include "jobrun.h"
-#include "modulehost.h"
 #include "sourcepath.h"
 #include "users.h"
 

@@ -6,7 +6,7 @@
 #include "base/key_error.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "dataowner.h"
+#include "engine/dataowner.h"
 #include "failuretext.h"
 #include "printable.h"
 #include "singletons.h"

@@ -4,7 +4,7 @@
 
 #include "agenterror.h"
 #include "base/machine_name.h"
-#include "dataowner.h"
+#include "engine/dataowner.h"
 #include "failuretext.h"
 #include "job/transferfailure.h"
 #include "singletons.h"

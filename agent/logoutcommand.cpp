@@ -3,7 +3,7 @@
 #include <windows.h>
 
 #include "agenterror.h"
-#include "dataowner.h"
+#include "engine/dataowner.h"
 #include "failuretext.h"
 #include "job/transferfailure.h"
 #include "secret.h"

@@ -2,8 +2,8 @@
 
 #include "agenterror.h"
 #include "base/text.h"
+#include "engine/modulehost.h"
 #include "jobstore.h"
-#include "modulehost.h"
 #include "runoutcome.h"
 #include "users.h"
 

@@ -1,4 +1,4 @@
-#include "modulehost.h"
+#include "engine/modulehost.h"
 
 #include <mutex>
 

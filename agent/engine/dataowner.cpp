@@ -1,4 +1,4 @@
-#include "dataowner.h"
+#include "engine/dataowner.h"
 
 #include <span>
 

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "dataowner.h"
+#include "engine/dataowner.h"
 #include "job/jobmanager.h"
 
 namespace dorvo::agent {
