@@ -1,0 +1,42 @@
+// Sees to it that the users of web jobs have a session with the server.
+//
+// A user with a password on this machine and no session is logged in, and when that fails again as
+// the options say ("loginRetrytimes" tries, "loginAgainAfter" seconds apart). A password that the
+// server refuses is not tried again: the log says what to do. A thread of its own; looks at start
+// and when something happens to a job.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "base/handle.h"
+#include "engine/moduleengine.h"
+#include "loginplan.h"
+
+namespace dorvo::agent {
+
+class LoginKeeper {
+public:
+    // The engine is borrowed. Throws AgentError when the system gives no thread.
+    explicit LoginKeeper(ModuleEngine& engine);
+    // Waits for a try in progress.
+    ~LoginKeeper();
+    LoginKeeper(const LoginKeeper&) = delete;
+    LoginKeeper& operator=(const LoginKeeper&) = delete;
+
+private:
+    static DWORD WINAPI body(void* self);
+    void keep();
+    std::set<std::string> withoutSession();
+    void tryLogin(const std::string& user);
+
+    ModuleEngine& engine_;
+    LoginPlan plan_;  // the thread's
+    KernelHandle stop_;
+    KernelHandle look_;  // auto reset: something happened
+    std::unique_ptr<Engine::Subscription> events_;
+    KernelHandle thread_;
+};
+
+}  // namespace dorvo::agent

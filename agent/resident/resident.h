@@ -1,0 +1,30 @@
+// The resident agent: the one process of the machine that runs its jobs and answers commands.
+//
+// Owns all that runs: the data directory, the log file, the job module with its schedules, the
+// update scheduler, the control port, the keeper of the logins and the watch over the system's
+// clock. A process runs one resident once. Runs that the end cuts off pause and go on by themselves
+// when the next resident starts.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+
+namespace dorvo::agent {
+
+class Resident {
+public:
+    // `stop` is borrowed, of manual reset: its signal ends the resident.
+    explicit Resident(HANDLE stop) : stop_(stop) {}
+    Resident(const Resident&) = delete;
+    Resident& operator=(const Resident&) = delete;
+
+    // Runs until the end. Waits first for a command that owns the data directory. `ready` is called
+    // when commands can reach it. Throws AgentError when it cannot run.
+    void run(const std::function<void()>& ready);
+
+private:
+    HANDLE stop_;
+};
+
+}  // namespace dorvo::agent
