@@ -5,6 +5,7 @@
 
 #include "agenterror.h"
 #include "printable.h"
+#include "version.h"
 
 namespace dorvo::agent {
 namespace {
@@ -42,6 +43,8 @@ int runCommandLine(const std::vector<std::string>& arguments,
     app.allow_windows_style_options(false);  // "/data" is a path
     app.require_subcommand(1);
     app.set_help_flag("-h,--help", "Show this help");
+    app.set_version_flag("--version", std::string("agent ") + agentVersion,
+                         "Show the version of this program");
     app.footer(
         "Each command has a help of its own: agent backup --help\n"
         "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 done but some items failed, 4 paused or "
@@ -64,6 +67,9 @@ int runCommandLine(const std::vector<std::string>& arguments,
         const std::string above = reached(app);
         terminal.out(
             asked.help(&asked == &app ? std::string() : above.substr(0, above.rfind(' '))));
+        return exitDone;
+    } catch (const CLI::CallForVersion& answer) {
+        terminal.out(answer.what());
         return exitDone;
     } catch (const CLI::ParseError& problem) {
         // The parser itself only says that a command is missing.
