@@ -38,8 +38,7 @@ bool findMachine(std::string& machine) {
     return false;
 }
 
-template <class Target>
-void fillRun(const JobDefinition& definition, const StorageRun& run, Target& target) {
+void fillRun(const JobDefinition& definition, const StorageRun& run, StorageJob& target) {
     target.jobId = definition.id();
     target.jobName = toUtf8(definition.name());
     target.activity = &run.activity;

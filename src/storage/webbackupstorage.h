@@ -13,12 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "job/activity/jobactivity.h"
 #include "job/source/backuptransformation.h"
 #include "storage/backupstorage.h"
-#include "storage/faileditems.h"
 #include "storage/patient_interrupter.h"
 #include "storage/request_bodies.h"
+#include "storage/storagejob.h"
 #include "storage/web_session.h"
 
 namespace dorvo {
@@ -27,20 +26,13 @@ class HTTP_Command;
 
 class WebBackupStorage : public BackupStorage, public patient_interrupter {
 public:
-    struct Run {
-        std::string jobId;
-        std::string jobName;
+    struct Run : StorageJob {
         std::string user;
         std::string cookie;  // empty: the stored one, else start() fails like a refused session
         std::string host;
         uint16_t port = 0;
         bool compress = true;
-        std::array<uint8_t, 16> key{};
-        std::array<uint8_t, 16> iv{};
         SourceTotals totals;
-        JobActivity* activity = nullptr;  // borrowed; null: start() fails
-        FailedItems* failed = nullptr;    // borrowed
-        HANDLE stop = nullptr;            // manual-reset event, borrowed
         // How long ending or cancelling the run may go on once a stop is asked for, milliseconds.
         DWORD finishPatienceMs = defaultPatienceMs;
     };

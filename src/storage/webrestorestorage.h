@@ -17,12 +17,11 @@
 #include <string>
 
 #include "base/handle.h"
-#include "job/activity/jobactivity.h"
 #include "job/source/restoretransformation.h"
-#include "storage/faileditems.h"
 #include "storage/patient_interrupter.h"
 #include "storage/restore_bodies.h"
 #include "storage/restorestorage.h"
+#include "storage/storagejob.h"
 #include "storage/web_exchange.h"
 #include "storage/web_restore_requests.h"
 #include "storage/web_session.h"
@@ -31,9 +30,7 @@ namespace dorvo {
 
 class WebRestoreStorage : public RestoreStorage, public patient_interrupter {
 public:
-    struct Run {
-        std::string jobId;
-        std::string jobName;
+    struct Run : StorageJob {
         std::string machine;          // whose backup is restored
         std::string jobDefinitionId;  // of the backup job
         std::string jobInstanceId;    // of the backup job's run
@@ -41,11 +38,6 @@ public:
         std::string cookie;  // empty: the one that the user has in the store
         std::string host;
         uint16_t port = 0;
-        std::array<uint8_t, 16> key{};
-        std::array<uint8_t, 16> iv{};
-        JobActivity* activity = nullptr;  // borrowed; null: everything fails
-        FailedItems* failed = nullptr;    // borrowed
-        HANDLE stop = nullptr;            // manual-reset event, borrowed
         // How long ending the run may go on once a stop is asked for, milliseconds.
         DWORD finishPatienceMs = defaultPatienceMs;
     };

@@ -14,35 +14,30 @@ constexpr const char* machine = "machine";
 class LocalBackEnd : public BackEnd {
 public:
     std::unique_ptr<BackupStorage> backup(const Run& run) override {
-        return std::make_unique<LocalBackupStorage>(LocalBackupStorage::Run{folder_.path(),
-                                                                            machine,
-                                                                            run.jobId,
-                                                                            "name",
-                                                                            "user",
-                                                                            run.compress,
-                                                                            run.key,
-                                                                            {},
-                                                                            run.totals,
-                                                                            run.activity,
-                                                                            run.failed,
-                                                                            run.stop});
+        return std::make_unique<LocalBackupStorage>(LocalBackupStorage::Run{
+            {run.jobId, "name", run.key, {}, run.activity, run.failed, run.stop},
+            folder_.path(),
+            machine,
+            "user",
+            run.compress,
+            run.totals});
     }
     std::unique_ptr<IncrementCheck> check(const Run& run) override {
         return std::make_unique<LocalIncrementCheck>(LocalIncrementCheck::Run{
             folder_.path(), machine, run.jobId, run.instanceId, run.key, {}, run.stop});
     }
     std::unique_ptr<RestoreStorage> restore(const Restore& restore) override {
-        return std::make_unique<LocalRestoreStorage>(LocalRestoreStorage::Run{folder_.path(),
-                                                                              restore.jobId,
-                                                                              "name",
+        return std::make_unique<LocalRestoreStorage>(LocalRestoreStorage::Run{{restore.jobId,
+                                                                               "name",
+                                                                               restore.key,
+                                                                               {},
+                                                                               restore.activity,
+                                                                               restore.failed,
+                                                                               restore.stop},
+                                                                              folder_.path(),
                                                                               machine,
                                                                               restore.backupJob,
-                                                                              restore.instanceId,
-                                                                              restore.key,
-                                                                              {},
-                                                                              restore.activity,
-                                                                              restore.failed,
-                                                                              restore.stop});
+                                                                              restore.instanceId});
     }
     std::unique_ptr<RestoreCatalog> catalog(const std::string& backupJob,
                                             const std::string& instanceId) override {

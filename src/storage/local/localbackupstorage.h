@@ -25,12 +25,11 @@
 #include <vector>
 
 #include "base/interrupter.h"
-#include "job/activity/jobactivity.h"
 #include "job/source/backuptransformation.h"
 #include "storage/backupstorage.h"
-#include "storage/faileditems.h"
 #include "storage/local/localplace.h"
 #include "storage/request_bodies.h"
+#include "storage/storagejob.h"
 
 namespace dorvo {
 
@@ -38,19 +37,12 @@ class LocalInstanceWriter;
 
 class LocalBackupStorage : public BackupStorage, public interrupter {
 public:
-    struct Run {
+    struct Run : StorageJob {
         std::wstring location;  // the folder of all local backups
         std::string machine;
-        std::string jobId;
-        std::string jobName;
         std::string user;
         bool compress = true;
-        std::array<uint8_t, 16> key{};
-        std::array<uint8_t, 16> iv{};
         SourceTotals totals;
-        JobActivity* activity = nullptr;  // borrowed; null: everything fails
-        FailedItems* failed = nullptr;    // borrowed
-        HANDLE stop = nullptr;            // manual-reset event, borrowed
     };
 
     explicit LocalBackupStorage(Run run);

@@ -19,11 +19,10 @@
 #include <string>
 
 #include "base/interrupter.h"
-#include "job/activity/jobactivity.h"
 #include "job/source/restoretransformation.h"
-#include "storage/faileditems.h"
 #include "storage/local/localplace.h"
 #include "storage/restorestorage.h"
+#include "storage/storagejob.h"
 
 namespace dorvo {
 
@@ -33,18 +32,11 @@ class RestoreTarget;
 
 class LocalRestoreStorage : public RestoreStorage, public interrupter {
 public:
-    struct Run {
-        std::wstring location;  // the folder of all local backups
-        std::string jobId;      // of the restore job
-        std::string jobName;
+    struct Run : StorageJob {
+        std::wstring location;        // the folder of all local backups
         std::string machine;          // whose backup is restored
         std::string jobDefinitionId;  // of the backup job
         std::string jobInstanceId;    // of the backup job's run
-        std::array<uint8_t, 16> key{};
-        std::array<uint8_t, 16> iv{};
-        JobActivity* activity = nullptr;  // borrowed; null: everything fails
-        FailedItems* failed = nullptr;    // borrowed
-        HANDLE stop = nullptr;            // manual-reset event, borrowed
     };
 
     explicit LocalRestoreStorage(Run run);

@@ -45,18 +45,13 @@ protected:
     LocalPlace place() const { return {location_, machine_, job}; }
 
     std::unique_ptr<LocalBackupStorage> storage() {
-        return std::make_unique<LocalBackupStorage>(LocalBackupStorage::Run{location_,
-                                                                            machine_,
-                                                                            job,
-                                                                            "name",
-                                                                            "alice",
-                                                                            false,
-                                                                            key_,
-                                                                            {},
-                                                                            {1, 2, 3},
-                                                                            &record_,
-                                                                            failed_.get(),
-                                                                            nullptr});
+        return std::make_unique<LocalBackupStorage>(
+            LocalBackupStorage::Run{{job, "name", key_, {}, &record_, failed_.get(), nullptr},
+                                    location_,
+                                    machine_,
+                                    "alice",
+                                    false,
+                                    {1, 2, 3}});
     }
     std::unique_ptr<LocalBackupStorage> started() {
         auto made = storage();
@@ -64,17 +59,12 @@ protected:
         return made;
     }
     std::unique_ptr<LocalRestoreStorage> restore() {
-        return std::make_unique<LocalRestoreStorage>(LocalRestoreStorage::Run{location_,
-                                                                              "r",
-                                                                              "name",
-                                                                              machine_,
-                                                                              job,
-                                                                              instance(),
-                                                                              key_,
-                                                                              {},
-                                                                              &restored_,
-                                                                              nullptr,
-                                                                              nullptr});
+        return std::make_unique<LocalRestoreStorage>(
+            LocalRestoreStorage::Run{{"r", "name", key_, {}, &restored_, nullptr, nullptr},
+                                     location_,
+                                     machine_,
+                                     job,
+                                     instance()});
     }
     // A file whose package has the wanted size: a multiple of 16 above 0.
     std::wstring makeFile(const std::wstring& name, size_t packageSize, char content = 'x') {
