@@ -65,25 +65,24 @@ TEST(JobNotifyClient, TakesWhateverAnEndpointAnswers) {
         const char* name;
         std::vector<std::string> pieces;  // of the body, each sent when the one before was read
         std::vector<std::pair<std::string, int>> news;
-        const char* logged;
+        const char* logged = nullptr;
     };
     const char* unread = "Failed to read notify response {line 1, column 1}";
     const char* unhandled = "Failed to handle notify response, ";
     const Row rows[] = {
-        {"paused", {R"({"id":"J1","state":"paused"})"}, {{"J1", 6}}, nullptr},
-        {"in pieces", {R"({"id":)", R"("J2","sta)", R"(te":"error"})"}, {{"J2", 10}}, nullptr},
+        {"paused", {R"({"id":"J1","state":"paused"})"}, {{"J1", 6}}},
+        {"in pieces", {R"({"id":)", R"("J2","sta)", R"(te":"error"})"}, {{"J2", 10}}},
         {"not JSON", {"<html>"}, {}, unread},
         {"more than one read takes",
          {R"({"state":"idle","more":[1,{}],"id":")" + longId + "\"}"},
-         {{longId, 1}},
-         nullptr},
-        {"a state of another version", {R"({"id":"J3","state":"new"})"}, {{"J3", 0}}, nullptr},
+         {{longId, 1}}},
+        {"a state of another version", {R"({"id":"J3","state":"new"})"}, {{"J3", 0}}},
         {"empty", {""}, {}, "Failed to read notify response {line 1, column 1}"},
         {"no object", {"[]"}, {}, unhandled},
         {"no state", {R"({"id":"J4"})"}, {}, unhandled},
         {"a number for an id", {R"({"id":1,"state":"idle"})"}, {}, unhandled},
         {"nothing but opening brackets", {std::string(100'000, '[')}, {}, "Failed to read notify"},
-        {"a good one after all that", {R"({"id":"J5","state":"completed"})"}, {{"J5", 7}}, nullptr},
+        {"a good one after all that", {R"({"id":"J5","state":"completed"})"}, {{"J5", 7}}},
     };
     Calls calls;
     std::vector<std::string> heads;
