@@ -2,7 +2,8 @@
 
 It forwards HTTP/1.1 with kept-alive connections. A Fault names an endpoint (the last part of the
 path without ".php"), the number of the request to that endpoint that it hits (counted from 1, or
-from the moment the fault was added), how many requests in a row, and what happens to them. Every
+from the moment the fault was added), how many requests in a row, and what happens to them; it may
+concern one job only, whose backup or whose restored backup a request is about. Every
 request is recorded with the status that the client was really given, so that a test can ask what
 the client knew. The proxy goes on listening while no server is behind it: connections are then
 accepted and reset.
@@ -15,7 +16,7 @@ import socket
 import struct
 import threading
 
-RESET = "reset"  # read the head, then reset the connection
+RESET = "reset"  # read the head (of a certain job's request the body too), then reset the connection
 CUT_REQUEST = "cut request"  # the server gets half of the body, then both sides are reset
 CUT_ANSWER = "cut answer"  # the client gets half of the server's answer, then an end of stream
 LOSE_ANSWER = "lose answer"  # the server answers, the client gets a reset instead
@@ -30,8 +31,9 @@ HEAD_LIMIT = 64 * 1024
 class Fault:
     """One rule. `reached` is set when it first strikes; `release` lets held requests go on."""
 
-    def __init__(self, endpoint, action, nth=1, times=1, status=503):
+    def __init__(self, endpoint, action, nth=1, times=1, status=503, job=None):
         self.endpoint, self.action, self.nth, self.times, self.status = endpoint, action, nth, times, status
+        self.job = job
         self.reached = threading.Event()
         self.released = threading.Event()
         self.abandoned = False
@@ -59,7 +61,7 @@ class Request:
 
     def __init__(self, number, endpoint):
         self.number, self.endpoint = number, endpoint
-        self.instance = self.source = self.block = None
+        self.job = self.instance = self.source = self.block = None
         self.status = None
 
     def __repr__(self):
@@ -146,6 +148,7 @@ class Proxy:
         self.backend = backend
         self._lock = threading.Lock()  # guards all below
         self._requests, self._faults, self._streams, self._threads = [], [], set(), []
+        self._jobs = {}  # of the instances
         self.address = ("127.0.0.1", 0)
         self.listen()
 
@@ -257,15 +260,12 @@ class Proxy:
         with self._lock:
             request = Request(len(self._requests) + 1, endpoint)
             self._requests.append(request)
-            # Every fault of the endpoint counts the request, the first that strikes acts on it.
-            striking = [f for f in self._faults if f.endpoint == endpoint and f._strikes()]
-            fault = striking[0] if striking else None
-        action = fault.action if fault else None
-        if action == RESET:
-            fault.reached.set()
-            self._drop(client, server)
+        fault = self._striking(client, server, endpoint, None)
         body = client.body(headers)
         self._describe(request, headers, body)
+        if not fault and request.job:
+            fault = self._striking(client, server, endpoint, request.job)
+        action = fault.action if fault else None
         if action == ANSWER:
             fault.reached.set()
             text = json.dumps({"error": "a fault of the test"}).encode()
@@ -309,6 +309,16 @@ class Proxy:
             raise _Gone
         return server
 
+    def _striking(self, client, server, endpoint, job):
+        """Every fault of the endpoint and job counts the request, the first that strikes acts on it."""
+        with self._lock:
+            striking = [f for f in self._faults if (f.endpoint, f.job) == (endpoint, job) and f._strikes()]
+        fault = striking[0] if striking else None
+        if fault and fault.action == RESET:
+            fault.reached.set()
+            self._drop(client, server)
+        return fault
+
     def _answer(self, request, client, status, answer):
         # Recorded first, because the client may act on it before sendall returns.
         request.status = status
@@ -342,6 +352,7 @@ class Proxy:
             request.source = fields.get(b"sourcename", b"").decode()
             number = re.search(rb'filename="(\d+)\.jpg"', body[:70000])
             request.block = int(number[1]) if number else None
+            request.job = self._jobs.get(request.instance)
         elif headers.get("transfer-encoding", "").lower() != "chunked":
             try:
                 values = json.loads(body or b"{}")
@@ -352,3 +363,8 @@ class Proxy:
             if "filename" in values:
                 request.source = values["path"] + "\\" + values["filename"]
                 request.block = values.get("blockindex")
+            # The increment check's "id" is the job's; a cancelled instance's is its own.
+            job = values.get("jobdefinitionid") or (values.get("id") if "jobinstanceid" in values else None)
+            if job:
+                self._jobs[request.instance] = job
+            request.job = self._jobs.get(request.instance)

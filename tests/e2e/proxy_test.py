@@ -103,6 +103,14 @@ class ProxyTest(unittest.TestCase):
                 self.assertEqual(got[0][0], 200)
                 self.proxy.clear()
 
+    def test_strikes_one_job_only(self):
+        fault = self.proxy.add("endjob", proxy.ANSWER, job="mine")
+        for job in ("mine", "other"):
+            self.post("StartJob", b'{"jobdefinitionid": "%s", "jobinstanceid": "of %s"}' % (2 * (job.encode(),)))
+        self.assertEqual(self.post("endjob", b'{"jobinstanceid": "of other"}')[0], 200)
+        self.assertEqual(self.post("endjob", b'{"jobinstanceid": "of mine"}')[0], 503)
+        self.assertEqual(fault.struck, 1)
+
     def test_knows_a_block_that_was_sent_again(self):
         def block(number):
             return (b'--b\r\nContent-Disposition: form-data; name="jobinstanceid"\r\n\r\ni\r\n'
