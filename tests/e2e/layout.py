@@ -1,10 +1,11 @@
 """Where the build keeps what the whole-system programs run."""
 
-import os
 import pathlib
+import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ.get("DORVO_BUILD", ROOT / "build"))
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "cmake" / "package"))
+
+from programs import BUILD, ROOT, WINDOWS_BIN  # noqa: E402, F401
+
 NATIVE_BIN = BUILD / "native" / "bin"
-WINDOWS_BIN = BUILD / "windows" / "bin"
 PREFIX_HOME = BUILD / "windows" / "prefix"

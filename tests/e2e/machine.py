@@ -11,6 +11,7 @@ import subprocess
 
 from layout import BUILD, PREFIX_HOME, WINDOWS_BIN
 from process import Process
+from programs import stripped_programs
 
 GLOBAL_KEY = r"HKLM\Software\trevold\Dorvo"
 HOST_NAME = r"HKLM\System\CurrentControlSet\Services\Tcpip\Parameters"
@@ -43,24 +44,6 @@ def make_prefix(prefix):
     shutil.rmtree(prefix / "drive_c" / "ProgramData" / "trevold", ignore_errors=True)
 
 
-def installed_programs():
-    """agent.exe and its libraries as an installation has them, without debug information."""
-    folder = BUILD / "e2e" / "installed"
-    folder.mkdir(parents=True, exist_ok=True)
-    programs = []
-    with open(folder / "lock", "w") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        for source in [WINDOWS_BIN / "agent.exe", *WINDOWS_BIN.glob("*.dll")]:
-            target, built = folder / source.name, source.stat().st_mtime_ns
-            if not target.exists() or target.stat().st_mtime_ns != built:
-                stripped = folder / "stripped"
-                subprocess.run(["x86_64-w64-mingw32-strip", "-o", stripped, source], check=True)
-                os.utime(stripped, ns=(built, built))
-                stripped.replace(target)
-            programs.append(target)
-    return programs
-
-
 def windows_path(path):
     """The path under which a program in Wine sees a file of this machine."""
     return "Z:" + str(path).replace("/", "\\")
@@ -76,18 +59,23 @@ def unix_path(path):
 class Machine:
     """`folder` is made; close() ends everything that runs in it and leaves the files.
 
-    Without a `name` of its own it has that of the machine on which Wine runs."""
+    Without a `name` of its own it has that of the machine on which Wine runs. With a `package` the
+    agent is unpacked from it to where a user would."""
 
-    def __init__(self, folder, name=None):
+    def __init__(self, folder, name=None, package=None):
         self.folder = pathlib.Path(folder)
         self.prefix = self.folder / "prefix"
         make_prefix(self.prefix)
         self.environment = wine_environment(self.prefix)
         # Options beside the executable win over those of the data directory: an agent folder each.
-        self.home = self.folder / "agent"
-        self.home.mkdir()
-        for program in installed_programs():
-            os.link(program, self.home / program.name)
+        if package:
+            self.home = self.prefix / "drive_c" / "Program Files" / "Dorvo"
+            shutil.unpack_archive(package, self.home)
+        else:
+            self.home = self.folder / "agent"
+            self.home.mkdir()
+            for program in stripped_programs(BUILD / "stripped"):
+                os.link(program, self.home / program.name)
         self.data = self.prefix / "drive_c" / "ProgramData" / "trevold" / "Dorvo"
         self._children = []
         # Keeps Wine's own servers up, so that each command costs milliseconds.
