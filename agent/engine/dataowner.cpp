@@ -10,8 +10,16 @@
 #include "sourcepath.h"
 
 namespace dorvo::agent {
+namespace {
 
-DataOwner::DataOwner() {
+DWORD waitFor(HANDLE mutex, HANDLE giveUp, DWORD patienceMs) {
+    const HANDLE either[] = {mutex, giveUp};
+    return WaitForMultipleObjects(giveUp == nullptr ? 1 : 2, either, FALSE, patienceMs);
+}
+
+}  // namespace
+
+DataOwner::DataOwner(HANDLE giveUp, DWORD patienceMs) {
     std::wstring directory;
     if (!dataDirectory(directory) || !createDirectories(directory)) {
         throw AgentError("The data directory cannot be made: " + failureText(GetLastError()));
@@ -21,8 +29,9 @@ DataOwner::DataOwner() {
     if (!mutex_ && error != ERROR_ACCESS_DENIED) {
         throw AgentError("The data directory cannot be locked: " + failureText(error));
     }
-    const DWORD got = mutex_ ? WaitForSingleObject(mutex_.get(), 0) : WAIT_TIMEOUT;
-    if (got != WAIT_OBJECT_0 && got != WAIT_ABANDONED) {
+    // One that this user may not open is another's.
+    const DWORD got = mutex_ ? waitFor(mutex_.get(), giveUp, patienceMs) : WAIT_TIMEOUT;
+    if (got != WAIT_OBJECT_0 && got != WAIT_ABANDONED_0) {
         mutex_.reset();
         throw AgentError(
             "Another agent is running jobs on this machine: wait until it has ended, or pause its "

@@ -1,7 +1,7 @@
 // The right to run jobs on this machine: one process at a time owns the data directory.
 //
-// Held while the object lives; the system takes it back from a process that dies. Throws AgentError
-// when another process has it. Made and destroyed on one thread.
+// Held while the object lives; the system takes it back from a process that dies. Made and
+// destroyed on one thread.
 #pragma once
 
 #include <string>
@@ -12,7 +12,10 @@ namespace dorvo::agent {
 
 class DataOwner {
 public:
-    DataOwner();
+    // Waits for that long until no other process has it. Throws AgentError when one still does, and
+    // as soon as `giveUp` is signalled (borrowed; null for never), whose signal an event of auto
+    // reset loses.
+    explicit DataOwner(HANDLE giveUp = nullptr, DWORD patienceMs = 0);
     ~DataOwner();
     DataOwner(const DataOwner&) = delete;
     DataOwner& operator=(const DataOwner&) = delete;

@@ -5,15 +5,16 @@
 // the module, which pauses what still runs. Used and destroyed on the thread that made it.
 #pragma once
 
-#include "moduleengine.h"
-#include "modulehost.h"
+#include "engine/moduleengine.h"
+#include "engine/modulehost.h"
 
 namespace dorvo::agent {
 
 class InProcessEngine : public Engine {
 public:
-    // Throws AgentError when another process owns the data directory.
-    InProcessEngine() = default;
+    // Throws AgentError when another process keeps the data directory, see DataOwner.
+    explicit InProcessEngine(HANDLE giveUp = nullptr, DWORD patienceMs = 0)
+        : host_(giveUp, patienceMs) {}
 
     bool resident() const override { return false; }
     std::unique_ptr<Subscription> subscribe(EventSink sink) override;

@@ -4,8 +4,8 @@
 // for the server's answer.
 #pragma once
 
-#include "accounts.h"
-#include "engine.h"
+#include "engine/accounts.h"
+#include "engine/engine.h"
 
 namespace dorvo::agent {
 

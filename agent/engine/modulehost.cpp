@@ -1,5 +1,6 @@
 #include "engine/modulehost.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include "agenterror.h"
@@ -19,22 +20,32 @@ ModuleHost::~ModuleHost() {
     }
 }
 
-void ModuleHost::open(const std::string& jobId) {
+void ModuleHost::open() {
     std::wstring directory;
     if (dataDirectory(directory)) {
         openLogFile(directory + L"\\log");
     }
-    // Held until the others are locked: the module starts jobs of its own only under this lock.
-    std::lock_guard guard(manager().locker());
     if (!openJobModule()) {
         const DWORD error = GetLastError();
         closeLogFile();
         throw AgentError("The job module cannot be opened: " + failureText(error));
     }
     open_ = true;
+}
+
+void ModuleHost::open(const std::string& jobId) {
+    // Held until the others are locked: the module starts jobs of its own only under this lock.
+    std::lock_guard guard(manager().locker());
+    if (!open_) {
+        open();
+    }
+    unlocked_.push_back(jobId);
+    manager().lockAllJobs(false);
     for (const Job* job : manager().jobs()) {
         const std::string& id = job->definition().id();
-        if (!equalsIgnoreCase(id, jobId)) {
+        if (std::none_of(unlocked_.begin(), unlocked_.end(), [&](const std::string& unlocked) {
+                return equalsIgnoreCase(id, unlocked);
+            })) {
             manager().lockJob(id.c_str());
         }
     }

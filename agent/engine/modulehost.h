@@ -1,12 +1,11 @@
-// The job module in this process, for the one job that a command runs.
+// The job module in this process, opened and closed with the data directory and the log file.
 //
-// Opening takes the data directory (see DataOwner) and the log file "log" in it. Jobs that the
-// module would start by itself (a schedule, an interrupted run) stay as they are while a command
-// runs another one: they are locked as soon as they are loaded. The destructor closes the module,
-// which pauses what still runs.
+// The destructor closes the module, which pauses what still runs. Made and destroyed on one thread,
+// once a process.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "engine/dataowner.h"
 #include "job/jobmanager.h"
@@ -15,14 +14,20 @@ namespace dorvo::agent {
 
 class ModuleHost {
 public:
-    // Owns the data directory from now on; nothing is opened yet, so that a command can look at the
-    // jobs while nobody changes them. Throws AgentError.
-    ModuleHost() = default;
+    // Owns the data directory from now on (see DataOwner); nothing is opened yet, so that a command
+    // can look at the jobs while nobody changes them. Throws AgentError.
+    explicit ModuleHost(HANDLE giveUp = nullptr, DWORD patienceMs = 0)
+        : owner_(giveUp, patienceMs) {}
     ~ModuleHost();
     ModuleHost(const ModuleHost&) = delete;
     ModuleHost& operator=(const ModuleHost&) = delete;
 
-    // Opens the module and locks every job but this one. Throws AgentError.
+    // Opens the log file "log" in the data directory and the module with all its jobs. Throws
+    // AgentError.
+    void open();
+    // The same for one job. Others, which the module would start by itself (a schedule, an
+    // interrupted run), stay as they are: they are locked as soon as they are loaded. Where the
+    // module is open already, the job is unlocked.
     void open(const std::string& jobId);
 
     static JobManagerImpl& manager();
@@ -30,6 +35,7 @@ public:
 private:
     DataOwner owner_;
     bool open_ = false;
+    std::vector<std::string> unlocked_;  // ids
 };
 
 }  // namespace dorvo::agent

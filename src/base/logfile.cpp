@@ -132,6 +132,10 @@ bool openLogFile(const std::wstring& path) {
     return true;
 }
 
+void logLine(LogLevel level, const std::string& text) {
+    log(level, "%s\n", text.c_str());
+}
+
 void closeLogFile() {
     startAce();
     ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::CUSTOM | ACE_Log_Msg::STDERR);

@@ -42,6 +42,9 @@ private:
 // False, and nothing changed, when the file cannot be opened.
 DORVO_JOB_API bool openLogFile(const std::wstring& path);
 
+// A line of the host's own in the module's log; its end is added. Any thread.
+DORVO_JOB_API void logLine(LogLevel level, const std::string& text);
+
 // From now on the module's log goes nowhere, whether a file was open or not.
 DORVO_JOB_API void closeLogFile();
 

@@ -234,6 +234,10 @@ bool OptionsImpl::waitForServer(bool wait) {
     return store(waitKey, wait);
 }
 
+bool OptionsImpl::enableSnapshot(bool on) {
+    return store(snapshotKey, on);
+}
+
 }  // namespace dorvo
 
 template class ATL::CComSingleton<dorvo::OptionsImpl, ATL::CComAutoCriticalSection>;

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "base/interrupter.h"
 #include "base/log.h"
 #include "http_util/command_to_server.h"
 #include "settings/cookiemanager.h"
@@ -53,16 +54,20 @@ WebInstance readInstance(const json_spirit::Object& members) {
 }  // namespace
 
 bool WebAccount::login(const std::string& user, const std::string& password,
-                       const std::string& machine, std::string& cookie) {
+                       const std::string& machine, std::string& cookie, HANDLE stop) {
+    const interrupter stopped(stop);
     Web_Server_Invoker invoker;
+    invoker.set_interrupter(&stopped);
     return aimAtServerOfOptions(invoker) && logIn(invoker, user, password, machine, cookie);
 }
 
-bool WebAccount::logout(const std::string& user, const std::string& cookie) {
+bool WebAccount::logout(const std::string& user, const std::string& cookie, HANDLE stop) {
     Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
     command.request().cookie(cookie.c_str());
     command.request().body(json_spirit::Object());
+    const interrupter stopped(stop);
     Web_Server_Invoker invoker;
+    invoker.set_interrupter(&stopped);
     return aimAtServerOfOptions(invoker) && exchange(invoker, command, "log out user", user);
 }
 

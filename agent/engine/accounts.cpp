@@ -1,0 +1,121 @@
+#include "engine/accounts.h"
+
+#include <windows.h>
+
+#include "agenterror.h"
+#include "base/machine_name.h"
+#include "failuretext.h"
+#include "job/transferfailure.h"
+#include "secret.h"
+#include "singletons.h"
+#include "storage/webaccount.h"
+#include "users.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::string thisMachine() {
+    std::string name;
+    if (!machineName(name)) {
+        throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
+    }
+    return name;
+}
+
+// The new session takes the place of the older ones.
+void forgetSessions(const std::string& user) {
+    std::string cookie;
+    while (cookies().findCookie(user.c_str(), cookie) && cookies().removeCookie(cookie.c_str())) {
+    }
+}
+
+// Ends the session at the server; its error code, 0 when there is no such session any more.
+DWORD endSession(const std::string& user, const std::string& cookie, HANDLE stop) {
+    if (WebAccount::logout(user, cookie, stop)) {
+        return 0;
+    }
+    const DWORD error = GetLastError();
+    return error == errorUnauthorized ? 0 : error;
+}
+
+}  // namespace
+
+Accounts::Accounts() : stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+
+void Accounts::login(const std::string& user, const std::string& password) {
+    requireServer();
+    const std::string machine = thisMachine();
+    std::lock_guard guard(lock_);
+    std::string cookie;
+    if (!WebAccount::login(user, password, machine, cookie, stop_.get())) {
+        const DWORD error = GetLastError();
+        throw AgentError(error == errorUnauthorized ? "Wrong user or password"
+                                                    : requestFailure(error, user));
+    }
+    forgetSessions(user);
+    const bool kept = cookies().saveCookie(user.c_str(), cookie.c_str()) &&
+                      passwords().savePassword(user.c_str(), password.c_str());
+    if (!kept) {
+        throw AgentError("The session could not be saved in the data directory");
+    }
+}
+
+void Accounts::logout(const std::string& user) {
+    std::lock_guard guard(lock_);
+    Secret password;
+    std::string cookie;
+    bool forgotten = true;
+    DWORD failed = 0;
+    const bool hasPassword = passwords().findPassword(user.c_str(), password.text);
+    if (!hasPassword && !cookies().findCookie(user.c_str(), cookie)) {
+        throw AgentError("'" + user + "' has not logged in");
+    }
+    if (hasPassword) {
+        forgotten = passwords().removePassword(user.c_str());
+    }
+    while (cookies().findCookie(user.c_str(), cookie)) {
+        const DWORD error = endSession(user, cookie, stop_.get());
+        failed = error != 0 ? error : failed;
+        // The cookie is gone from memory even when the file could not be written.
+        forgotten = cookies().removeCookie(cookie.c_str()) && forgotten;
+    }
+    if (!forgotten) {
+        throw AgentError("The session and the password of '" + user +
+                         "' could not be taken out of the data directory");
+    }
+    if (failed != 0) {
+        throw AgentError("'" + user +
+                         "' is logged out on this machine, but the session at the server could "
+                         "not be ended: " +
+                         failureText(failed));
+    }
+}
+
+bool Accounts::needsSession(const std::string& user) {
+    Secret password;
+    std::string cookie;
+    return passwords().findPassword(user.c_str(), password.text) &&
+           !cookies().findCookie(user.c_str(), cookie);
+}
+
+uint32_t Accounts::renew(const std::string& user) {
+    const std::string machine = thisMachine();
+    std::lock_guard guard(lock_);
+    if (!needsSession(user)) {
+        return 0;
+    }
+    Secret password;
+    passwords().findPassword(user.c_str(), password.text);
+    std::string cookie;
+    if (!WebAccount::login(user, password.text, machine, cookie, stop_.get()) ||
+        !cookies().saveCookie(user.c_str(), cookie.c_str())) {
+        return GetLastError();
+    }
+    return 0;
+}
+
+void Accounts::stop() {
+    SetEvent(stop_.get());
+}
+
+}  // namespace dorvo::agent

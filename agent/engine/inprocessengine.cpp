@@ -1,0 +1,87 @@
+#include "engine/inprocessengine.h"
+
+#include <mutex>
+
+#include "agenterror.h"
+#include "base/job_state.h"
+#include "base/paths.h"
+
+namespace dorvo::agent {
+namespace {
+
+bool underWay(int32_t state) {
+    switch (static_cast<JobState>(state)) {
+        case JobState::starting:
+        case JobState::running:
+        case JobState::completing:
+        case JobState::pausing:
+        case JobState::canceling: return true;
+        default: return false;
+    }
+}
+
+// The end of what was asked for: the run has ended, or the job is gone, which is when the manager
+// has deleted its directory.
+bool seenThrough(JobVerb verb, const std::string& id) {
+    JobManagerImpl& manager = ModuleHost::manager();
+    std::lock_guard guard(manager.locker());
+    const Job* const job = manager.job(id.c_str());
+    return job == nullptr || (verb == JobVerb::stop && !underWay(job->state()));
+}
+
+bool isThere(const std::string& id) {
+    std::wstring directory;
+    return jobDirectory(id, directory) &&
+           GetFileAttributesW(longPath(directory).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+}  // namespace
+
+std::unique_ptr<Engine::Subscription> InProcessEngine::subscribe(EventSink sink) {
+    return engine_.subscribe(std::move(sink));
+}
+
+void InProcessEngine::submit(const JobDefinition& job) {
+    host_.open(job.id());
+    engine_.submit(job);
+}
+
+void InProcessEngine::tell(JobVerb verb, const std::string& id) {
+    host_.open(id);
+    // Each change of a state is announced after it has been recorded.
+    const KernelHandle changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    const auto events = engine_.subscribe([&](const std::string&) { SetEvent(changed.get()); });
+    engine_.tell(verb, id);
+    if (verb != JobVerb::stop && verb != JobVerb::remove) {
+        return;
+    }
+    while (!seenThrough(verb, id)) {
+        WaitForSingleObject(changed.get(), INFINITE);
+    }
+    if (verb == JobVerb::remove && isThere(id)) {
+        throw AgentError("The job's folder could not be deleted whole: the log file says why");
+    }
+}
+
+void InProcessEngine::setServer(const std::string& host, uint16_t port, const std::string& name) {
+    engine_.setServer(host, port, name);
+}
+
+void InProcessEngine::setSnapshots(bool on) {
+    engine_.setSnapshots(on);
+}
+
+void InProcessEngine::login(const std::string& user, const std::string& password) {
+    engine_.login(user, password);
+}
+
+void InProcessEngine::logout(const std::string& user) {
+    engine_.logout(user);
+}
+
+ImportedKeys InProcessEngine::importKeys(const std::wstring& file, const std::string& passphrase,
+                                         const std::string& user) {
+    return engine_.importKeys(file, passphrase, user);
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,129 @@
+#include "engine/moduleengine.h"
+
+#include <mutex>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "engine/modulehost.h"
+#include "engine/verbrefusal.h"
+#include "keyfailure.h"
+#include "notify/jobnotifymanager.h"
+#include "singletons.h"
+
+namespace dorvo::agent {
+namespace {
+
+// Registered with the notification manager while it lives.
+class Observer : public Engine::Subscription, public JobNotifyObserver {
+public:
+    explicit Observer(Engine::EventSink sink) : JobNotifyObserver(nullptr), sink_(std::move(sink)) {
+        singleton<JobNotifyManagerImpl>().registerObserver(this);
+    }
+    ~Observer() override { singleton<JobNotifyManagerImpl>().unregisterObserver(this); }
+
+    bool deliver(const std::string& text) override {
+        sink_(text);
+        return true;
+    }
+
+private:
+    Engine::EventSink sink_;
+};
+
+bool carryOut(JobManagerImpl& manager, JobVerb verb, const char* id) {
+    switch (verb) {
+        case JobVerb::start: return manager.startJob(id);
+        case JobVerb::resume: return manager.resumeJob(id);
+        case JobVerb::pause: return manager.pauseJob(id);
+        case JobVerb::stop: return manager.stopJob(id);
+        case JobVerb::remove: return manager.removeJob(id);
+    }
+    return false;
+}
+
+const char* participle(JobVerb verb) {
+    switch (verb) {
+        case JobVerb::start: return "started";
+        case JobVerb::resume: return "resumed";
+        case JobVerb::pause: return "paused";
+        case JobVerb::stop: return "stopped";
+        case JobVerb::remove: return "removed";
+    }
+    return "";
+}
+
+std::string theJob(const JobDefinition& job) {
+    return "The job '" + toUtf8(job.name()) + "' ";
+}
+
+}  // namespace
+
+std::unique_ptr<Engine::Subscription> ModuleEngine::subscribe(EventSink sink) {
+    return std::make_unique<Observer>(std::move(sink));
+}
+
+void ModuleEngine::submit(const JobDefinition& job) {
+    JobManagerImpl& manager = ModuleHost::manager();
+    std::lock_guard guard(manager.locker());
+    if (const Job* const known = manager.job(job.id().c_str())) {
+        if (const std::string refusal = refusalOfDefinition(known->state()); !refusal.empty()) {
+            throw AgentError(theJob(job) + refusal);
+        }
+        if (known->definition().type() != job.type()) {
+            throw AgentError(theJob(job) + "is of another type");
+        }
+    }
+    if (!manager.submitJob(job.clone().release())) {
+        throw AgentError(theJob(job) + "could not be saved: the log file says why");
+    }
+}
+
+void ModuleEngine::tell(JobVerb verb, const std::string& id) {
+    JobManagerImpl& manager = ModuleHost::manager();
+    std::lock_guard guard(manager.locker());
+    const Job* const job = manager.job(id.c_str());
+    if (job == nullptr) {
+        throw AgentError("There is no job of the id '" + id +
+                         "', or it could not be loaded: the log file says why");
+    }
+    const std::string name = theJob(job->definition());
+    if (const std::string refusal = refusalOf(verb, job->state()); !refusal.empty()) {
+        throw AgentError(name + refusal);
+    }
+    if (!carryOut(manager, verb, id.c_str())) {
+        throw AgentError(name + "could not be " + participle(verb) + ": the log file says why");
+    }
+}
+
+void ModuleEngine::setServer(const std::string& host, uint16_t port, const std::string& name) {
+    // A backup had better wait for a server that is being restarted than fail its files.
+    options().waitForServer(true);
+    // Saves all options.
+    if (!options().setServerInfo(name.c_str(), host.c_str(), port)) {
+        throw AgentError("The options file could not be written");
+    }
+}
+
+void ModuleEngine::setSnapshots(bool on) {
+    options().enableSnapshot(on);
+}
+
+void ModuleEngine::login(const std::string& user, const std::string& password) {
+    accounts_.login(user, password);
+}
+
+void ModuleEngine::logout(const std::string& user) {
+    accounts_.logout(user);
+}
+
+ImportedKeys ModuleEngine::importKeys(const std::wstring& file, const std::string& passphrase,
+                                      const std::string& user) {
+    std::string owner;
+    if (!keys().importKey(user.c_str(), passphrase.c_str(), file.c_str(), owner)) {
+        const DWORD error = GetLastError();
+        throw AgentError(keyFailure(file, owner.empty() ? user : owner, error));
+    }
+    return {owner, keys().importedKeys(owner.c_str())};
+}
+
+}  // namespace dorvo::agent

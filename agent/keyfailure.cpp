@@ -1,0 +1,31 @@
+#include "keyfailure.h"
+
+#include <windows.h>
+
+#include "base/key_error.h"
+#include "base/text.h"
+#include "failuretext.h"
+#include "settings/keymanager.h"
+
+namespace dorvo::agent {
+
+std::string keyFailure(const std::wstring& file, const std::string& user, uint32_t code) {
+    const std::string name = "'" + toUtf8(file) + "'";
+    switch (code) {
+        case ERROR_NOT_FOUND:
+            return "'" + user +
+                   "' has no key on this machine: the first backup makes one, 'agent key import "
+                   "FILE' brings one";
+        case ERROR_DECRYPTION_FAILED:
+            return "The keys of this machine cannot be read: the log file says why";
+        case ERROR_FILE_EXISTS:
+            return name + " is there already and was left as it is: name another file";
+        case ERROR_TOO_MANY_SECRETS:
+            return name + ": '" + user + "' would have more keys on this machine than " +
+                   std::to_string(userKeyLimit) + "; none was taken";
+        default: break;
+    }
+    return name + ": " + (isKeyError(code) ? keyErrorText(code, user) : failureText(code));
+}
+
+}  // namespace dorvo::agent
