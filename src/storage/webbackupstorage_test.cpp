@@ -180,14 +180,10 @@ TEST_F(WebBackupStorageTest, AStatusBecomesTheErrorAndLeavesTheOffset) {
         return seen.endpoint == "uploadblock" && blockOf(seen) == "2" ? "404 Not Found" : "200 OK";
     };
     const auto storage = makeStorage();
-    test::LogCapture capture;
+    test::LogCapture quiet;
     EXPECT_FAILS(0x20010194u, backup(*storage, path));
     EXPECT_EQ(record_.acceptedBlocks, 1u);
     EXPECT_EQ(record_.fileOffset, uploadBlockSize);
-    EXPECT_TRUE(capture.has(LogLevel::error, "Failed to upload file data {" + toUtf8(path) +
-                                                 "}, status-code = 404, Not Found.\n"));
-    EXPECT_TRUE(capture.has(
-        LogLevel::debug, "File {%} is ecrypted/compressed, start to upload file information.\n"));
 }
 
 TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {
@@ -225,29 +221,19 @@ TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
 
 TEST_F(WebBackupStorageTest, RefusesToStart) {
     using Run = WebBackupStorage::Run;
-    struct Row {
-        void (*spoil)(Run&);
-        DWORD error;
-        const char* message;  // as far as it is ours
+    const std::pair<void (*)(Run&), DWORD> rows[] = {
+        {[](Run& run) { run.activity = nullptr; }, 87},
+        {[](Run& run) { run.cookie.clear(); }, 0x20010191},
+        {[](Run& run) { run.host.clear(); }, 87},
+        {[](Run& run) { run.activity->instanceId.fill(0); }, 87},
     };
-    const Row rows[] = {
-        {[](Run& run) { run.activity = nullptr; }, 87,
-         "Failed to start job {j1, name}, invalid job activity.\n"},
-        {[](Run& run) { run.cookie.clear(); }, 0x20010191, "The cookie is empty.\n"},
-        {[](Run& run) { run.host.clear(); }, 87, "Invalid host name(=null).\n"},
-        {[](Run& run) { run.activity->instanceId.fill(0); }, 87,
-         "Failed to start job {j1, name}, can't convert the instance id to string, error-code = "
-         "87, "},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.message);
+    for (const auto& [spoil, error] : rows) {
         Run run = makeRun();
-        row.spoil(run);
+        spoil(run);
         WebBackupStorage storage(std::move(run));
-        test::LogCapture capture;
+        test::LogCapture quiet;
         SetLastError(0);
-        EXPECT_FAILS(row.error, storage.start());
-        EXPECT_TRUE(capture.begins(row.message));
+        EXPECT_FAILS(error, storage.start());
     }
     EXPECT_TRUE(service_.seen().empty());
 }

@@ -6,8 +6,7 @@
 
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
-#include "storage/web_restore_requests.h"
-#include "support/log_capture.h"
+#include "support/fails_with.h"
 #include "support/signal.h"
 #include "support/store_test.h"
 
@@ -33,10 +32,8 @@ protected:
     WebRestoreCatalogTest()
         : service_([this](const Seen&) { return answer_; }),
           catalog_({"PC", "inst", "carol", stop_.handle()}) {
-        ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()->setServerInfo(
-            "s", "127.0.0.1", service_.port());
-        ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()->saveCookie(
-            "carol", "c");
+        test::singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
+        test::singleton<CookieManagerImpl>().saveCookie("carol", "c");
     }
 
     test::Signal stop_;
@@ -79,61 +76,15 @@ TEST_F(WebRestoreCatalogTest, FailsWithTheReasonAndKeepsThePage) {
         SCOPED_TRACE(row.answer.body);
         answer_ = row.answer;
         page_.next = "old";
-        EXPECT_FALSE(catalog_.list(L"", "C:\\a", page_));
-        EXPECT_EQ(GetLastError(), row.error);
+        EXPECT_FAILS(row.error, catalog_.list(L"", "C:\\a", page_));
         EXPECT_EQ(page_.next, "old");
     }
     service_.forget();
     stop_.set();
-    EXPECT_FALSE(catalog_.list(L"", "", page_));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    EXPECT_FAILS(ERROR_CANCELLED, catalog_.list(L"", "", page_));
     WebRestoreCatalog nobodys({"PC", "inst", "nobody"});
-    EXPECT_FALSE(nobodys.list(L"", "", page_));
-    EXPECT_EQ(GetLastError(), 0x20010191u);
+    EXPECT_FAILS(0x20010191u, nobodys.list(L"", "", page_));
     EXPECT_TRUE(service_.seen().empty());
-}
-
-TEST(WebRestoreRequests, RefuseWhatMustNotBeSent) {
-    const StoredPath whole{"PC", "inst", "C:", "a"};
-    const auto without = [&](std::string StoredPath::*part) {
-        StoredPath path = whole;
-        (path.*part).clear();
-        return path;
-    };
-    struct Row {
-        const char* message;
-        std::function<bool()> prepare;
-        DWORD error = ERROR_INVALID_PARAMETER;
-    };
-    using Info = Get_File_Info_Request;
-    const Row rows[] = {
-        {"The cookie is empty.\n", [&] { return Info("", whole).prepare(); }, 0x20010191},
-        {"Invalid job instance id.\n",
-         [&] { return Info("c", without(&StoredPath::jobInstanceId)).prepare(); }},
-        {"Invalid machine name.\n",
-         [&] { return Info("c", without(&StoredPath::machine)).prepare(); }},
-        {"Invalid path.\n", [&] { return Info("c", without(&StoredPath::folder)).prepare(); }},
-        {"Invalid file name.\n",
-         [&] { return Download_Data_Request("c", without(&StoredPath::name), 1).prepare(); }},
-        {"The cookie is empty.\n", [&] { return Download_Data_Request("", whole, 1).prepare(); },
-         0x20010191},
-        {"Invalid job instance id.\n",
-         [] { return Start_Restore_Job_Request("c", "def", "").prepare(); }},
-        {"Invalid job definition id.\n",
-         [] { return Start_Restore_Job_Request("c", "", "inst").prepare(); }},
-        {"Invalid history information.\n",
-         [] { return Submit_History_Request("c", {}).prepare(); }},
-        {"Invalid machine name.\n",
-         [] { return List_Files_Request("c", "", "inst", "", "", 1).prepare(); }},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.message);
-        test::LogCapture capture;
-        EXPECT_FALSE(row.prepare());
-        EXPECT_EQ(GetLastError(), row.error);
-        EXPECT_TRUE(capture.has(LogLevel::error, row.message));
-    }
-    EXPECT_TRUE(Info("c", whole).prepare());
 }
 
 }  // namespace
