@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <stdexcept>
 
 #include "base/error_text.h"
 #include "base/key_error.h"
 #include "base/local_time.h"
-#include "base/uuid.h"
 #include "job/jobcmdqueue.h"
 #include "scheduler/iocp_dispatcher.h"
 #include "support/log_capture.h"
@@ -41,7 +39,6 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunIsUnderWay) {
         return 7UL;
     };
     const auto job = make("a");
-    LogCapture log;
     EXPECT_TRUE(job->wait(INFINITE)) << "there is no run";
     EXPECT_TRUE(job->start());
     EXPECT_EQ(job->state(), value(JobState::starting));
@@ -50,8 +47,6 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunIsUnderWay) {
     leave.set();
     EXPECT_TRUE(job->wait(INFINITE));
     EXPECT_FALSE(job->running());
-    const std::string instance = uuidText(reinterpret_cast<GUID&>(job->activity()->instanceId));
-    EXPECT_TRUE(log.begins("Create uuid for job {a} instance, the uuid created is " + instance));
 }
 
 TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
@@ -64,14 +59,13 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
     EXPECT_TRUE(silent->start());
     EXPECT_TRUE(silent->wait(INFINITE));
     EXPECT_EQ(silent->state(), value(JobState::idle));
-    LogCapture log;
+    const LogCapture quiet;
     const auto throwing = make("b");
     EXPECT_TRUE(throwing->start());
     EXPECT_TRUE(throwing->wait(INFINITE));
     EXPECT_EQ(throwing->state(), value(JobState::error));
     EXPECT_EQ(throwing->activity()->pendingState, 0);
     EXPECT_EQ(ground_.events(), Names{JobGround::event("b", "error")});
-    EXPECT_TRUE(log.has(LogLevel::error, "Run of job {b} failed, torn.\n"));
 }
 
 TEST_F(JobLifecycle, ANewRunKeepsOnlyTheHistory) {
@@ -136,7 +130,6 @@ TEST_F(JobLifecycle, AnIdleJobIsParkedWithoutAThread) {
 TEST_F(JobLifecycle, CommandsMeetOnlyWhatIsPending) {
     const auto job = make("a");
     job->activity()->state = value(JobState::running);
-    LogCapture log;
     EXPECT_TRUE(job->pollEvent(0)) << "nothing is asked";
     EXPECT_TRUE(job->pause(false));
     EXPECT_EQ(job->activity()->pendingState, value(JobState::pausing));
@@ -144,7 +137,6 @@ TEST_F(JobLifecycle, CommandsMeetOnlyWhatIsPending) {
     EXPECT_TRUE(job->pause(false)) << "only signals again";
     EXPECT_EQ(ground_.events().size(), 1U);
     EXPECT_FALSE(job->pollEvent(0));
-    EXPECT_TRUE(log.has("Event PAUSE.\n"));
     EXPECT_EQ(job->state(), value(JobState::pausing));
     EXPECT_EQ(job->activity()->pendingState, 0);
     EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_OBJECT_0})
@@ -156,7 +148,6 @@ TEST_F(JobLifecycle, CommandsMeetOnlyWhatIsPending) {
     EXPECT_TRUE(job->pause(true)) << "a stop is pending and stays one";
     EXPECT_EQ(job->activity()->pendingState, value(JobState::canceling));
     EXPECT_FALSE(job->pollEvent(0));
-    EXPECT_TRUE(log.has("Event STOP.\n"));
     EXPECT_EQ(job->state(), value(JobState::canceling));
 
     job->activity()->state = value(JobState::completing);
@@ -169,7 +160,6 @@ TEST_F(JobLifecycle, CommandsMeetOnlyWhatIsPending) {
     job->activity()->state = value(JobState::paused);
     EXPECT_TRUE(job->emit(JobCommand::resume));
     EXPECT_TRUE(job->pollEvent(0));
-    EXPECT_TRUE(log.has("Event RESUME.\n"));
     EXPECT_EQ(job->state(), value(JobState::running));
 }
 
@@ -212,20 +202,6 @@ TEST_F(JobLifecycle, TheResumeTimerPutsACommandIntoTheQueue) {
     EXPECT_TRUE(job->ran.wait()) << "the queue has resumed it";
 }
 
-TEST_F(JobLifecycle, ALockedOrRemovedJobStartsNothing) {
-    const auto job = make("a");
-    LogCapture log;
-    EXPECT_TRUE(job->lock(true));
-    EXPECT_FALSE(job->start());
-    EXPECT_TRUE(log.has("Job a is locked temporarily, do not allow to start.\n"));
-    EXPECT_EQ(job->state(), value(JobState::idle));
-    EXPECT_TRUE(job->activity()->hasInstance()) << "the instance comes before the refusal";
-    EXPECT_TRUE(job->remove());
-    EXPECT_FALSE(job->start());
-    EXPECT_TRUE(log.has("Job a is removing, do not allow to start.\n")) << "tested first";
-    EXPECT_TRUE(job->remove());
-}
-
 TEST_F(JobLifecycle, AJobWithoutARecordRefusesEverything) {
     TestJob job(backupDefinition("nowhere"));  // no directory, no record
     EXPECT_EQ(job.activity().get(), nullptr);
@@ -253,40 +229,6 @@ TEST_F(JobLifecycle, ADestroyedJobHasPausedItsRun) {
     job.reset();
     ASSERT_TRUE(JobActivityHandle::read("a", record));
     EXPECT_EQ(record.state, value(JobState::running));
-}
-
-TEST_F(JobLifecycle, TellsItsStateInALine) {
-    struct Row {
-        int32_t state;
-        uint32_t resuming;
-        uint64_t offset, size;
-        uint32_t index, count;
-        const char* text;
-    };
-    constexpr Row rows[] = {
-        {3, 0, 5, 10, 2, 4, R"(running at file 2 "C:\ä" size 10 offset 5)"},
-        {3, 1, 10, 10, 2, 4, "resuming at file 3"},  // between files
-        {2, 1, 0, 0, 4, 4, "starting"},              // after the last
-        {4, 0, 5, 10, 0, 1, "completingused time: 12"},
-        {5, 0, 5, 10, 0, 1, "pausing."},
-        {77, 0, 0, 0, 0, 0, "none."},
-    };
-    const auto job = make("a");
-    for (const Row& row : rows) {
-        job->activity().reset(3, true);
-        job->activity()->resuming = row.resuming;
-        job->activity()->fileOffset = row.offset;
-        job->activity()->fileSize = row.size;
-        job->activity()->fileIndex = row.index;
-        job->activity()->fileCount = row.count;
-        job->activity()->usedTime = 129'999'999;
-        job->activity()->currentFilePath(L"C:\\\u00e4");
-        std::ostringstream text;
-        job->dumpState(text, row.state);
-        EXPECT_EQ(text.str(), std::string("Job {a, name of a} instance "
-                                          "{00000000-0000-0000-0000-000000000000} is ") +
-                                  row.text);
-    }
 }
 
 TEST_F(JobLifecycle, TellsItsStateInJson) {
@@ -349,7 +291,7 @@ TEST_F(JobLifecycle, KnowsWhatAnotherTryMayCure) {
     }
 }
 
-TEST_F(JobLifecycle, TellsTimesAndKinds) {
+TEST_F(JobLifecycle, TellsTimes) {
     struct Time {
         uint64_t ticks;
         int date, time;
@@ -362,16 +304,6 @@ TEST_F(JobLifecycle, TellsTimesAndKinds) {
         EXPECT_EQ(date, row.date) << row.ticks;
         EXPECT_EQ(time, row.time) << row.ticks;
     }
-
-    createDirectories(JobGround::directory("k"));
-    for (const auto kind : {ScheduleKind::once, ScheduleKind::monthly, ScheduleKind::manual}) {
-        const TestJob job(backupDefinition("k", kind));
-        EXPECT_EQ(job.isManual(), kind == ScheduleKind::manual);
-        EXPECT_EQ(job.isRunOnce(), kind == ScheduleKind::once);
-    }
-    const TestJob restore(std::make_unique<RestoreJobDefinition>("k", L"n", "u"));
-    EXPECT_TRUE(restore.isManual());
-    EXPECT_TRUE(restore.isRunOnce());
 }
 
 }  // namespace

@@ -9,29 +9,9 @@ using namespace test;
 
 class RestoreJobTest : public ScriptedJobTest {};
 
-TEST_F(RestoreJobTest, LogsItsStepsAndTellsTheStorageHowItWent) {
+TEST_F(RestoreJobTest, ComposesItsTargetsAndTellsTheStorageHowItWent) {
     const auto job = makeRestore();
-    LogCapture capture;
     run(*job);
-    const Names expected = {
-        "Start event set.\n",
-        "Speed calculater registered.\n",
-        "Job history information loaded.\n",
-        "Job source list generated, total size is 21, total files is 3, total directories is 1.\n",
-        "Job source reader ready.\n",
-        "Job started.\n",
-        "Start to restore files/directories.\n",
-        "Start of files/directories list.\n",
-        "End of files/directories list.\n",
-        "Job {j1, job}: Completed.\n",
-    };
-    Names logged;
-    for (const LogLine& line : capture.lines()) {
-        if (std::find(expected.begin(), expected.end(), line.text) != expected.end()) {
-            logged.push_back(line.text);
-        }
-    }
-    EXPECT_EQ(logged, expected);
     EXPECT_EQ(script_.targets, (std::vector<std::wstring>{target() + L"\\", target() + L"\\a",
                                                           target() + L"\\b", target() + L"\\c"}));
     EXPECT_EQ(script_.history.at("type").get_str(), "restore");
@@ -97,25 +77,18 @@ TEST_F(RestoreJobTest, NothingLeavesTheChosenFolder) {
 
 TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRun) {
     // Also what would pass: nothing is known yet that would be worth keeping.
-    for (const auto& [name, error, code, text] :
-         {std::tuple{"reset", DWORD{WSAECONNRESET}, "10054", ""},
-          std::tuple{"no such run", DWORD{0x20010194}, "404", "Not Found"}}) {
-        SCOPED_TRACE(name);
+    for (const DWORD error : {DWORD{WSAECONNRESET}, DWORD{0x20010194}}) {
+        SCOPED_TRACE(error);
         script_ = {};
         script_.list = {0, error};
         const auto job = makeRestore();
-        LogCapture capture;
+        const LogCapture quiet;
         run(*job);
         EXPECT_EQ(job->state(), failed);
         EXPECT_EQ(job->record().endError, error);
         EXPECT_EQ(script_.calls, Names{"cancel"});
         EXPECT_EQ(script_.history.at("state").get_str(), "error");
         EXPECT_FALSE(exists(list()));
-        const std::string begin = "Failed to generate activity source file, error = ";
-        const auto lines = capture.lines();
-        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
-            return line.text.starts_with(begin + code + ", " + text);
-        }));
     }
 }
 
@@ -134,14 +107,6 @@ TEST_F(RestoreJobTest, AStopOrPauseWhileListingIsNoFailure) {
         EXPECT_EQ(job->state(), completed);
         EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
     }
-}
-
-TEST_F(RestoreJobTest, ASourceThatTheBackupLacksIsAFailedItem) {
-    const auto job = makeRestore(2, {L"C:\\sources\\b", L"C:\\sources\\gone"});
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script_.stored(), Names{"b"});
-    EXPECT_EQ(job->errors(), Names{"gone 2 "});
 }
 
 TEST_F(RestoreJobTest, DirectoriesHaveTheirTimesAfterTheirFiles) {

@@ -43,11 +43,5 @@ TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
     }
 }
 
-TEST(TransferFailure, TellsStatusesFromOtherCodes) {
-    EXPECT_TRUE(isHttpStatus(0x20010193));
-    EXPECT_FALSE(isHttpStatus(403));
-    EXPECT_FALSE(isHttpStatus(0x20000193));
-}
-
 }  // namespace
 }  // namespace dorvo

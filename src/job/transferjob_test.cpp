@@ -118,11 +118,10 @@ TYPED_TEST(TransferJobTest, StartFailures) {
         script.noStorage = row.error == ERROR_NOT_SUPPORTED;
         this->waitForServer_ = row.wait;
         const auto job = this->makeJob();
-        LogCapture capture;
+        const LogCapture quiet;
         this->run(*job);
         EXPECT_EQ(job->state(), row.state);
         EXPECT_EQ(job->record().endError, row.error);
-        EXPECT_TRUE(capture.has(LogLevel::error, "Start job failed.\n"));
         EXPECT_EQ(script.count("cancel"), row.state == failed && !script.noStorage ? 1u : 0u);
         EXPECT_TRUE(script.stored().empty());
         EXPECT_EQ(job->history().at("state").get_str(), jobStateToString(row.state));
@@ -210,12 +209,8 @@ TYPED_TEST(TransferJobTest, AnEndThatFailsForNowIsAllThatIsRepeated) {
     Script& script = this->script_;
     script.end = {0x200101F7, ERROR_CANCELLED};
     const auto job = this->makeJob();
-    LogCapture capture;
     this->run(*job);
     EXPECT_EQ(job->state(), paused);
-    EXPECT_TRUE(capture.has(LogLevel::error,
-                            "Failed to end job {j1, job}, error-code = 503, Service Unavailable, "
-                            "retrying latter.\n"));
     this->run(*job);
     EXPECT_EQ(job->state(), paused) << "the end was broken off";
     script.calls.clear();
