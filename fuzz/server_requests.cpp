@@ -13,7 +13,7 @@
 #include "dispatcher.h"
 #include "file_block_store.h"
 #include "file_descriptor.h"
-#include "http_connection.h"
+#include "httpd/http_connection.h"
 #include "input.h"
 #include "sqlite_catalog.h"
 

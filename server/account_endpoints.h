@@ -10,7 +10,7 @@
 
 #include "catalog.h"
 #include "login_limiter.h"
-#include "web_request.h"
+#include "httpd/web_request.h"
 
 namespace dorvo {
 

@@ -1,5 +1,7 @@
 // Requests that must be refused, each with the status it gets; none of them changes anything.
+#include <array>
 #include <map>
+#include <vector>
 
 #include "digest.h"
 #include "testing/service_fixture.h"
@@ -35,14 +37,6 @@ const std::map<std::string_view, std::string>& goodBodies() {
     };
     return bodies;
 }
-
-// The good body with another value at one place.
-struct Spoilt {
-    std::string_view path;
-    const char* where;
-    std::string value;  // as JSON
-    int status = 400;
-};
 
 class BadRequests : public ServiceFixture {
 protected:
@@ -101,130 +95,136 @@ TEST_F(BadRequests, ValuesOutOfRange) {
     const std::string wide = "4294967296";
     const std::string longId = "\"" + std::string(256, 'x') + "\"";
     const std::string longPath = "\"" + std::string(131073, 'x') + "\"";
-    const Spoilt rows[] = {
-        {filesToBackupPath, "/source/0/path", nul},
-        {filesToBackupPath, "/source/0/path", longPath},
-        {filesToBackupPath, "/source/0/mtimeLow", "-1"},
-        {filesToBackupPath, "/source/0/mtimeLow", wide},
-        {filesToBackupPath, "/source/0/mtimeLow", "1.5"},
-        {filesToBackupPath, "/source", R"([{"path":"x","mtimeHigh":0,"mtimeLow":1},"x"])"},
-        {filesToBackupPath, "/compress", "2"},
-        {filesToBackupPath, "/jobinstanceid", R"("a\nb")"},
-        {filesToBackupPath, "/jobinstanceid", longId},
-        {uploadFilePath, "/attri/nFileSizeLow", "null"},
-        {uploadFilePath, "/attri/dwFileAttributes", "16"},
-        {uploadFilePath, "/type", R"("folder")"},
-        {uploadFilePath, "/type", R"("link")"},
-        {uploadFilePath, "/totalsizeHigh", "4294967295", 413},
-        {startJobPath, "/totalsize", "-1"},
-        {startJobPath, "/starttime", longId},
-        {addErrorsPath, "/errors/0/path", R"("")"},
-        {addErrorsPath, "/errors", R"([{"path":"x","code":5,"reason":""},1])"},
-        {loginPath, "/machine", R"("")"},
-        {fileInfoPath, "/machine", R"("")"},
-        {fileInfoPath, "/filename", R"("")"},
-        {downloadPath, "/blockindex", R"("")"},
-        {downloadPath, "/blockindex", R"("0")"},
-        {downloadPath, "/blockindex", R"("-1")"},
-        {downloadPath, "/blockindex", R"("+1")"},
-        {downloadPath, "/blockindex", R"(" 1")"},
-        {downloadPath, "/blockindex", R"("1 ")"},
-        {downloadPath, "/blockindex", R"("0x1")"},
-        {downloadPath, "/blockindex", "1"},
-        {downloadPath, "/blockindex", longId},
-        {listFilesPath, "/limit", "0"},
-        {listFilesPath, "/limit", "18446744073709551615"},
-        {exportKeysPath, "/md5", R"("00112233445566778899AABBCCDDEEFF")"},
-        {exportKeysPath, "/md5", R"("00112233445566778899aabbccddeef")"},
-        {exportKeysPath, "/md5", R"("00112233445566778899aabbccddeefg")"},
+    struct Row {
+        std::string_view path;
+        const char* where;
+        std::vector<std::string> values;  // as JSON
+        int status = 400;
     };
-    for (const Spoilt& row : rows) {
-        auto body = json::parse(goodBodies().at(row.path));
-        body.at_pointer(row.where) = json::parse(row.value);
-        refuse(row.path, json::serialize(body), row.status);
+    const Row rows[] = {
+        {filesToBackupPath, "/source/0/path", {nul, longPath}},
+        {filesToBackupPath, "/source/0/mtimeLow", {"-1", wide, "1.5"}},
+        {filesToBackupPath, "/source", {R"([{"path":"x","mtimeHigh":0,"mtimeLow":1},"x"])"}},
+        {filesToBackupPath, "/compress", {"2"}},
+        {filesToBackupPath, "/jobinstanceid", {R"("a\nb")", longId}},
+        {uploadFilePath, "/attri/nFileSizeLow", {"null"}},
+        {uploadFilePath, "/attri/dwFileAttributes", {"16"}},
+        {uploadFilePath, "/type", {R"("folder")", R"("link")"}},
+        {uploadFilePath, "/totalsizeHigh", {"4294967295"}, 413},
+        {startJobPath, "/totalsize", {"-1"}},
+        {startJobPath, "/starttime", {longId}},
+        {addErrorsPath, "/errors/0/path", {R"("")"}},
+        {addErrorsPath, "/errors", {R"([{"path":"x","code":5,"reason":""},1])"}},
+        {loginPath, "/machine", {R"("")"}},
+        {fileInfoPath, "/machine", {R"("")"}},
+        {fileInfoPath, "/filename", {R"("")"}},
+        {downloadPath,
+         "/blockindex",
+         {R"("")", R"("0")", R"("-1")", R"("+1")", R"(" 1")", R"("1 ")", R"("0x1")", "1", longId}},
+        {listFilesPath, "/limit", {"0", "18446744073709551615"}},
+        {exportKeysPath,
+         "/md5",
+         {R"("00112233445566778899AABBCCDDEEFF")", R"("00112233445566778899aabbccddeef")",
+          R"("00112233445566778899aabbccddeefg")"}},
+    };
+    for (const Row& row : rows) {
+        for (const std::string& value : row.values) {
+            auto body = json::parse(goodBodies().at(row.path));
+            body.at_pointer(row.where) = json::parse(value);
+            refuse(row.path, json::serialize(body), row.status);
+        }
     }
     refuse("/dorvo/WebServer/nothing", "{}", 404);
     refuse("/dorvo/WebServer/jobs/StartJob.php%00", goodBodies().at(startJobPath), 400);
 }
 
+TEST_F(BadRequests, HeadsThatAreNotServed) {
+    const std::string large(2'000'000, ' ');
+    EXPECT_EQ(postAs({}, filesToBackupPath, large).status, 401);  // for those who are logged in
+    EXPECT_EQ(post(startJobPath, large).status, 413);
+    Client client(server->port());
+    client.send("GET " + std::string(listInstancesPath) + " HTTP/1.1\r\nHost: x\r\n\r\n");
+    const Answer answer = client.receive();
+    EXPECT_EQ(answer.status, 405);
+    EXPECT_EQ(answer.header("Allow"), "POST");
+}
+
+TEST_F(BadRequests, ABodyThatEndsEarly) {
+    const std::string& body = goodBodies().at(uploadFilePath);
+    Client client(server->port());
+    client.send("POST " + std::string(uploadFilePath) + " HTTP/1.1\r\nCookie: " + alice +
+                "\r\nContent-Length: " + std::to_string(body.size() + 1) + "\r\n\r\n" + body);
+    client.shutdownSend();
+    client.waitForClose();
+    EXPECT_EQ(everything(), before_);
+}
+
 TEST_F(BadRequests, WrongStateOrOwner) {
+    // Of unknown, bobs, done, cancelled, pending and run; 0: not refused, or by another test.
     struct Column {
         std::string_view path;
         const char* where;
-        // 0: not refused, or by another test.
-        int unknown, bobs, done, cancelled, pending, run;
+        std::array<int, 6> statuses;
     };
     const Column columns[] = {
-        {filesToBackupPath, "/jobinstanceid", 0, 403, 409, 409, 0, 0},
-        {startJobPath, "/jobinstanceid", 0, 403, 0, 409, 0, 0},
-        {uploadFilePath, "/jobinstanceid", 404, 403, 409, 409, 409, 0},
-        {addErrorsPath, "/jobinstanceid", 404, 403, 409, 409, 0, 0},
-        {endJobPath, "/jobinstanceid", 404, 403, 0, 409, 409, 409},  // run is incomplete
-        {cancelJobPath, "/id", 404, 403, 409, 0, 0, 0},
-        {startRestorePath, "/jobinstanceid", 404, 403, 0, 409, 409, 409},
-        {fileInfoPath, "/jobinstanceid", 404, 403, 0, 409, 409, 409},
-        {downloadPath, "/jobinstanceid", 404, 403, 0, 409, 409, 409},
-        {listFilesPath, "/jobinstanceid", 404, 403, 0, 409, 409, 409},
-        {historyPath, "/instanceId", 404, 404, 404, 404, 404, 404},  // no restores
-        {filesToBackupPath, "/id", 409, 409, 409, 409, 409, 409},    // no name of the job
-        {startJobPath, "/jobdefinitionid", 409, 409, 409, 409, 409, 409},
-        {fileInfoPath, "/machine", 404, 404, 404, 404, 404, 404},
-        {downloadPath, "/machine", 404, 404, 404, 404, 404, 404},
-        {listFilesPath, "/machine", 404, 404, 404, 404, 404, 404},
+        {filesToBackupPath, "/jobinstanceid", {0, 403, 409, 409, 0, 0}},
+        {startJobPath, "/jobinstanceid", {0, 403, 0, 409, 0, 0}},
+        {uploadFilePath, "/jobinstanceid", {404, 403, 409, 409, 409, 0}},
+        {addErrorsPath, "/jobinstanceid", {404, 403, 409, 409, 0, 0}},
+        {endJobPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},  // run is incomplete
+        {cancelJobPath, "/id", {404, 403, 409, 0, 0, 0}},
+        {startRestorePath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
+        {fileInfoPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
+        {downloadPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
+        {listFilesPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
+        {historyPath, "/instanceId", {404, 404, 404, 404, 404, 404}},  // no restores
+        {filesToBackupPath, "/id", {409, 409, 409, 409, 409, 409}},    // no name of the job
+        {startJobPath, "/jobdefinitionid", {409, 409, 409, 409, 409, 409}},
+        {fileInfoPath, "/machine", {404, 404, 404, 404, 404, 404}},
+        {downloadPath, "/machine", {404, 404, 404, 404, 404, 404}},
+        {listFilesPath, "/machine", {404, 404, 404, 404, 404, 404}},
     };
+    const char* const names[] = {"unknown", "bobs", "done", "cancelled", "pending", "run"};
     for (const Column& column : columns) {
-        for (const auto& [name, status] :
-             {std::pair{"unknown", column.unknown}, std::pair{"bobs", column.bobs},
-              std::pair{"done", column.done}, std::pair{"cancelled", column.cancelled},
-              std::pair{"pending", column.pending}, std::pair{"run", column.run}}) {
-            if (status != 0) {
+        for (size_t i = 0; i < std::size(names); ++i) {
+            if (column.statuses[i] != 0) {
                 auto body = json::parse(goodBodies().at(column.path));
-                body.at_pointer(column.where) = name;
-                refuse(column.path, json::serialize(body), status);
+                body.at_pointer(column.where) = names[i];
+                refuse(column.path, json::serialize(body), column.statuses[i]);
             }
         }
     }
 }
 
 TEST_F(BadRequests, Blocks) {
-    struct Row {
-        std::string fileName;
-        std::string bytes;
-        int status = 400;
-        const char* instance = "run";
-        std::string path = "file";
-        std::string md5{};
-    };
-    const Row rows[] = {
-        {"2.jpg", "tail", 400, "run", "file", std::string(32, '0')},
-        {"2.jpg", "tail", 400, "run", "file", "7AEA2552DFE7EB84B9443B6FC9BA6E01"},
-        {"0.jpg", "tail"},
-        {".jpg", "tail"},
-        {"-2.jpg", "tail"},
-        {"4294967298.jpg", "tail"},
-        {"2.png", "tail"},
-        {"3.jpg", "tail"},
-        {"2.jpg", "tai"},
-        {"2.jpg", "tail!"},
-        {"1.jpg", "tail"},
-        {"2.jpg", ""},
-        {"2.jpg", "tail", 400, "run", ""},
-        {"2.jpg", "tail", 400, "run", std::string("fi\0le", 5)},
-        {"1.jpg", "tail", 400, "run", "folder"},
-        {"2.jpg", "tail", 409, "run", "untouched"},
-        {"1.jpg", "tail", 409, "run", "awaited"},
-        {"1.jpg", "tail", 404, "run", "nothing"},
-        {"1.jpg", "x", 409, "pending", "x"},
-        {"1.jpg", "file", 409, "done"},
-        {"1.jpg", "file", 409, "cancelled"},
-        {"1.jpg", "file", 403, "bobs"},
-        {"1.jpg", "file", 404, "unknown"},
-    };
-    for (const Row& row : rows) {
+    const auto refuseBlock = [&](const std::string& fileName, const std::string& bytes, int status,
+                                 const char* instance = "run", const std::string& path = "file",
+                                 const std::string& md5 = {}) {
         refuse(uploadBlockPath,
-               blockForm(row.instance, row.path, row.fileName, row.bytes,
-                         row.md5.empty() ? md5Text(row.bytes) : row.md5),
-               row.status, std::string(formType));
+               blockForm(instance, path, fileName, bytes, md5.empty() ? md5Text(bytes) : md5),
+               status, std::string(formType));
+    };
+    for (const char* fileName :
+         {"0.jpg", ".jpg", "-2.jpg", "4294967298.jpg", "2.png", "3.jpg", "1.jpg"}) {
+        refuseBlock(fileName, "tail", 400);
+    }
+    for (const char* bytes : {"tai", "tail!", ""}) {
+        refuseBlock("2.jpg", bytes, 400);
+    }
+    for (const std::string& md5 :
+         {std::string(32, '0'), std::string("7AEA2552DFE7EB84B9443B6FC9BA6E01")}) {
+        refuseBlock("2.jpg", "tail", 400, "run", "file", md5);
+    }
+    refuseBlock("2.jpg", "tail", 400, "run", "");
+    refuseBlock("2.jpg", "tail", 400, "run", std::string("fi\0le", 5));
+    refuseBlock("1.jpg", "tail", 400, "run", "folder");
+    refuseBlock("2.jpg", "tail", 409, "run", "untouched");
+    refuseBlock("1.jpg", "tail", 409, "run", "awaited");
+    refuseBlock("1.jpg", "tail", 404, "run", "nothing");
+    refuseBlock("1.jpg", "x", 409, "pending", "x");
+    for (const auto& [instance, status] :
+         {std::pair{"done", 409}, {"cancelled", 409}, {"bobs", 403}, {"unknown", 404}}) {
+        refuseBlock("1.jpg", "file", status, instance);
     }
     const std::string good = blockForm("run", "file", "2.jpg", "tail", md5Text("tail"));
     const auto renamed = [&](const std::string& part, const char* name) {

@@ -18,6 +18,14 @@ constexpr size_t smallBody = size_t{1} << 20U;
 // paths of extraordinary length, take more.
 constexpr size_t listBody = size_t{32} << 20U;
 
+// {"error": why}
+WebReply errorReply(int status, const std::string& why) {
+    WebReply reply;
+    reply.status = status;
+    reply.body = json::serialize(json::object{{"error", why}});
+    return reply;
+}
+
 }  // namespace
 
 struct Dispatcher::Endpoint {
@@ -121,27 +129,41 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     return found == std::end(table) ? nullptr : found;
 }
 
-WebReply errorReply(int status, const std::string& why) {
-    WebReply reply;
-    reply.status = status;
-    reply.body = json::serialize(json::object{{"error", why}});
-    return reply;
-}
-
-size_t Dispatcher::bodyLimit(std::string_view path) {
-    const Endpoint* endpoint = find(path);
-    return endpoint != nullptr ? endpoint->bodyLimit : 0;
-}
-
-bool Dispatcher::authorised(std::string_view cookie) {
-    try {
-        return accounts_.session(cookie).has_value();
-    } catch (const std::exception&) {
-        return false;
+Admission Dispatcher::admit(const WebRequest& head) {
+    Admission admission;
+    admission.judgedBytes = smallBody;
+    if (head.method != "POST") {
+        admission.refusal = errorReply(405, "only POST is served");
+        admission.refusal->allow = "POST";
+    } else if (const Endpoint* endpoint = find(head.path)) {
+        admission.bodyLimit = endpoint->bodyLimit;
+    } else {
+        admission.refusal = errorReply(404, "no such path");
     }
+    return admission;
 }
 
-WebReply Dispatcher::handle(const WebRequest& request) {
+std::optional<WebReply> Dispatcher::judgeLargeBody(const WebRequest& head) {
+    try {
+        if (accounts_.session(head.cookie)) {
+            return {};
+        }
+    } catch (const std::exception&) {
+        // Refused as one without a session.
+    }
+    return errorReply(401, "no valid session");
+}
+
+WebReply Dispatcher::refuse(int status, const char* why) {
+    return errorReply(status, why);
+}
+
+std::optional<LongPoll> Dispatcher::handle(const WebRequest& request, Respond respond) {
+    respond(answer(request));
+    return {};
+}
+
+WebReply Dispatcher::answer(const WebRequest& request) {
     try {
         const Endpoint* endpoint = find(request.path);
         if (endpoint == nullptr) {

@@ -1,20 +1,17 @@
 // Takes a request to its endpoint: one table of all paths, and the rules they share.
-//
-// handle blocks and may be called from any thread.
 #pragma once
 
-#include <cstddef>
 #include <string_view>
 
 #include "account_endpoints.h"
 #include "backup_endpoints.h"
+#include "httpd/http_service.h"
 #include "key_endpoints.h"
 #include "restore_endpoints.h"
-#include "web_request.h"
 
 namespace dorvo {
 
-class Dispatcher {
+class Dispatcher : public HttpService {
 public:
     // Borrows both. The lifetime of sessions is in seconds.
     Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime)
@@ -23,18 +20,17 @@ public:
           restores_(catalog, blocks),
           keys_(catalog) {}
 
-    // The largest body the path takes; 0 when there is nothing under that path.
-    static size_t bodyLimit(std::string_view path);
-
-    // Whether the cookie stands for a session, to know before a large body is taken in.
-    bool authorised(std::string_view cookie);
-
-    // Never throws: refusals and faults are answers too.
-    WebReply handle(const WebRequest& request);
+    Admission admit(const WebRequest& head) override;
+    // Large bodies are taken in only from those who are logged in.
+    std::optional<WebReply> judgeLargeBody(const WebRequest& head) override;
+    // Has always answered when it returns.
+    std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override;
+    WebReply refuse(int status, const char* why) override;
 
 private:
     struct Endpoint;
     static const Endpoint* find(std::string_view path);
+    WebReply answer(const WebRequest& request);
 
     AccountEndpoints accounts_;
     BackupEndpoints backups_;

@@ -5,9 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 
 #include "password_hash.h"
 
@@ -48,6 +50,12 @@ void syncFileSystem(const fs::path& data) {
     }
 }
 
+// Calls of endpoints wait for locks and, at the end of a backup, for the disk.
+HttpThreads threadCounts() {
+    const size_t cores = std::max(1U, std::thread::hardware_concurrency());
+    return {cores, std::max<size_t>(16, 2 * cores)};
+}
+
 }  // namespace
 
 std::string prepareDataFolder(const fs::path& data) {
@@ -71,7 +79,7 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     });
     syncFolder(data_);
     http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port, options.limits,
-                                         std::move(log));
+                                         threadCounts(), std::move(log));
 }
 
 StorageServer::~StorageServer() {

@@ -12,7 +12,7 @@
 #include "dispatcher.h"
 #include "file_block_store.h"
 #include "file_descriptor.h"
-#include "http_server.h"
+#include "httpd/http_server.h"
 #include "sqlite_catalog.h"
 
 namespace dorvo {

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "httpd/testing/client.h"
 #include "storage_server.h"
-#include "testing/client.h"
 
 namespace dorvo {
 

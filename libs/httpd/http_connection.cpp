@@ -1,14 +1,15 @@
-#include "http_connection.h"
+#include "httpd/http_connection.h"
 
+#include <algorithm>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 #include <cstdio>
+#include <utility>
 
-#include "dispatcher.h"
-#include "http_target.h"
+#include "httpd/http_target.h"
 
 namespace dorvo {
 
@@ -21,8 +22,6 @@ namespace {
 constexpr size_t partBytes = size_t{32} * 1024;
 constexpr size_t lingerBytes = size_t{1} << 20U;
 constexpr std::chrono::seconds lingerTime(2);
-// Bodies above this are taken in only from those who are logged in.
-constexpr size_t openBodyBytes = size_t{1} << 20U;
 constexpr const char* continueText = "HTTP/1.1 100 Continue\r\n\r\n";
 
 std::string text(boost::string_view view) {
@@ -32,7 +31,10 @@ std::string text(boost::string_view view) {
 }  // namespace
 
 HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& shared)
-    : shared_(shared), stream_(std::move(socket)), part_(partBytes) {
+    : shared_(shared),
+      stream_(std::move(socket)),
+      part_(partBytes),
+      patience_(stream_.get_executor()) {
     beast::error_code error;
     const auto endpoint = stream_.socket().remote_endpoint(error);
     peer_ = error ? "-" : endpoint.address().to_string();
@@ -50,7 +52,7 @@ void HttpConnection::start() {
 void HttpConnection::finish() {
     asio::post(stream_.get_executor(), [self = shared_from_this()] {
         self->finishing_ = true;
-        if (self->idle_) {
+        if (self->idle_ || self->poll_) {
             self->close();
         }
     });
@@ -123,33 +125,38 @@ void HttpConnection::onHead() {
     const auto& head = parser_->get();
     target_ = text(head.target());
     method_ = text(head.method_string());
-    request_.peer = peer_;
+    request_.method = method_;
+    request_.host = text(head[http::field::host]);
+    request_.origin = text(head[http::field::origin]);
+    request_.authorization = text(head[http::field::authorization]);
     request_.cookie = text(head[http::field::cookie]);
     request_.contentType = text(head[http::field::content_type]);
-    auto path = decodedPath(target_);
-    if (!path) {
-        refusal_ = errorReply(400, "the path is malformed");
-    } else if (head.method() != http::verb::post) {
-        refusal_ = errorReply(405, "only POST is served");
-    } else {
-        bodyLimit_ = Dispatcher::bodyLimit(*path);
+    request_.peer = peer_;
+    request_.mark = mark_;
+    if (auto path = decodedPath(target_)) {
         request_.path = std::move(*path);
-        if (bodyLimit_ == 0) {
-            refusal_ = errorReply(404, "no such path");
-        }
+        admission_ = shared_.service.admit(request_);
+        refusal_ = std::move(admission_.refusal);
+    } else {
+        refusal_ = shared_.service.refuse(400, "the path is malformed");
     }
     const auto length = parser_->content_length();
-    if (!refusal_ && length && *length > bodyLimit_) {
-        refusal_ = errorReply(413, "the request's body is too large");
+    if (!refusal_ && length && *length > admission_.bodyLimit) {
+        refusal_ = shared_.service.refuse(413, "the request's body is too large");
     }
-    if (!refusal_ && bodyLimit_ > openBodyBytes && (!length || *length > openBodyBytes)) {
+    const size_t mayCome = std::min<uint64_t>(admission_.bodyLimit, length.value_or(SIZE_MAX));
+    if (!refusal_ && mayCome > admission_.judgedBytes) {
         judgeLargeBody();
         return;
     }
-    if (!refusal_ && length) {
+    takeBody();
+}
+
+void HttpConnection::takeBody() {
+    if (const auto length = parser_->content_length(); length && !refusal_) {
         request_.body.reserve(*length);
     }
-    if (beast::iequals(head[http::field::expect], "100-continue")) {
+    if (beast::iequals(parser_->get()[http::field::expect], "100-continue")) {
         stream_.expires_after(shared_.limits.stall);
         asio::async_write(stream_,
                           asio::buffer(continueText, std::char_traits<char>::length(continueText)),
@@ -165,16 +172,13 @@ void HttpConnection::onHead() {
     readBody();
 }
 
-// A look-up in the catalog, so not on this thread.
 void HttpConnection::judgeLargeBody() {
     stream_.expires_never();
     asio::post(shared_.workers, [self = shared_from_this()] {
-        const bool authorised = self->shared_.dispatcher.authorised(self->request_.cookie);
-        asio::post(self->stream_.get_executor(), [self, authorised] {
-            if (!authorised) {
-                self->refusal_ = errorReply(401, "no valid session");
-            }
-            self->readBody();
+        auto refusal = self->shared_.service.judgeLargeBody(self->request_);
+        asio::post(self->stream_.get_executor(), [self, refusal = std::move(refusal)]() mutable {
+            self->refusal_ = std::move(refusal);
+            self->takeBody();
         });
     });
 }
@@ -207,8 +211,8 @@ void HttpConnection::readBody() {
 void HttpConnection::onBodyPart(size_t room) {
     const size_t bytes = part_.size() - room;
     bodyBytes_ += bytes;
-    if (!refusal_ && bodyBytes_ > bodyLimit_) {
-        refusal_ = errorReply(413, "the request's body is too large");
+    if (!refusal_ && bodyBytes_ > admission_.bodyLimit) {
+        refusal_ = shared_.service.refuse(413, "the request's body is too large");
         request_.body = {};
     }
     if (!refusal_) {
@@ -223,11 +227,83 @@ void HttpConnection::dispatch() {
         answer(std::move(*refusal_));
         return;
     }
-    asio::post(shared_.workers, [self = shared_from_this()] {
-        WebReply reply = self->shared_.dispatcher.handle(self->request_);
-        asio::post(self->stream_.get_executor(),
-                   [self, reply = std::move(reply)]() mutable { self->answer(std::move(reply)); });
+    awaited_ = true;
+    const uint64_t turn = ++turn_;
+    asio::post(shared_.workers, [self = shared_from_this(), turn, request = std::move(request_)] {
+        auto poll = self->shared_.service.handle(request, [self, turn](WebReply reply) {
+            asio::post(self->stream_.get_executor(),
+                       [self, turn, reply = std::move(reply)]() mutable {
+                           self->onReply(turn, std::move(reply));
+                       });
+        });
+        if (poll) {
+            asio::post(self->stream_.get_executor(),
+                       [self, turn, poll = std::move(*poll)] { self->onPoll(turn, poll); });
+        }
     });
+}
+
+void HttpConnection::onPoll(uint64_t turn, const LongPoll& poll) {
+    if (turn != turn_ || !awaited_) {
+        poll.withdraw();
+        return;
+    }
+    poll_ = poll;
+    if (finishing_) {
+        close();
+        return;
+    }
+    if (poll.patience) {
+        patience_.expires_after(*poll.patience);
+        patience_.async_wait([self = shared_from_this(), turn](beast::error_code stopped) {
+            if (!stopped && turn == self->turn_ && self->poll_) {
+                const WebReply late = self->poll_->late;
+                self->withdraw();
+                self->onReply(turn, late);
+            }
+        });
+    }
+    watch();
+}
+
+void HttpConnection::onReply(uint64_t turn, WebReply reply) {
+    if (turn != turn_ || !std::exchange(awaited_, false)) {
+        return;
+    }
+    poll_.reset();
+    patience_.cancel();
+    if (watching_) {
+        reply_ = std::move(reply);
+        stream_.cancel();
+    } else {
+        answer(std::move(reply));
+    }
+}
+
+void HttpConnection::watch() {
+    watching_ = true;
+    stream_.async_read_some(buffer_.prepare(shared_.limits.headBytes),
+                            [self = shared_from_this()](beast::error_code error, size_t bytes) {
+                                self->watching_ = false;
+                                self->buffer_.commit(bytes);
+                                self->onWatched(error);
+                            });
+}
+
+void HttpConnection::onWatched(beast::error_code error) {
+    if (reply_ && (!error || error == asio::error::operation_aborted)) {
+        answer(std::move(*std::exchange(reply_, {})));
+    } else if (error || buffer_.size() > shared_.limits.headBytes) {
+        close();
+    } else {
+        watch();
+    }
+}
+
+void HttpConnection::withdraw() {
+    if (auto poll = std::exchange(poll_, {})) {
+        poll->withdraw();
+    }
 }
 
 void HttpConnection::answer(WebReply reply) {
@@ -238,9 +314,10 @@ void HttpConnection::answer(WebReply reply) {
     if (!reply.setCookie.empty()) {
         response_->set(http::field::set_cookie, reply.setCookie);
     }
-    if (reply.status == 405) {
-        response_->set(http::field::allow, "POST");
+    if (!reply.allow.empty()) {
+        response_->set(http::field::allow, reply.allow);
     }
+    mark_ = reply.mark;
     response_->keep_alive(keepAlive);
     logRequest(reply);
     response_->body() = std::move(reply.body);
@@ -251,7 +328,7 @@ void HttpConnection::answer(WebReply reply) {
 
 // For requests that cannot be read to their end.
 void HttpConnection::answerAndEnd(int status, const char* why) {
-    WebReply reply = errorReply(status, why);
+    WebReply reply = shared_.service.refuse(status, why);
     response_.emplace(static_cast<http::status>(status), 11U);
     response_->set(http::field::content_type, reply.contentType);
     response_->keep_alive(false);
@@ -309,6 +386,9 @@ void HttpConnection::linger() {
 }
 
 void HttpConnection::close() {
+    withdraw();
+    awaited_ = false;
+    patience_.cancel();
     beast::error_code ignored;
     stream_.socket().close(ignored);
     stream_.cancel();

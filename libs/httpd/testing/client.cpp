@@ -1,14 +1,11 @@
-#include "testing/client.h"
-
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include "httpd/testing/client.h"
 
 #include <array>
-#include <stdexcept>
+#include <boost/asio/write.hpp>
 
 namespace dorvo {
+
+namespace asio = boost::asio;
 
 std::string Answer::header(std::string_view name) const {
     const size_t at = head.find("\r\n" + std::string(name) + ": ");
@@ -19,18 +16,8 @@ std::string Answer::header(std::string_view name) const {
     return head.substr(begin, head.find("\r\n", begin) - begin);
 }
 
-boost::json::object Answer::json() const {
-    return boost::json::parse(body).as_object();
-}
-
-Client::Client(uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        throw std::runtime_error("cannot connect");
-    }
+Client::Client(uint16_t port) {
+    socket_.connect({asio::ip::address_v4::loopback(), port});
 }
 
 Answer Client::post(std::string_view path, std::string_view body, std::string_view cookie,
@@ -46,27 +33,20 @@ Answer Client::post(std::string_view path, std::string_view body, std::string_vi
 }
 
 void Client::send(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t sent = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent <= 0) {
-            return;  // the server has closed; receive() tells
-        }
-        bytes.remove_prefix(static_cast<size_t>(sent));
-    }
+    boost::system::error_code ignored;
+    asio::write(socket_, asio::buffer(bytes.data(), bytes.size()), ignored);
 }
 
 void Client::shutdownSend() {
-    ::shutdown(socket_.get(), SHUT_WR);
+    boost::system::error_code ignored;
+    socket_.shutdown(asio::socket_base::shutdown_send, ignored);
 }
 
 bool Client::receiveMore() {
     std::array<char, 16384> part{};
-    const ssize_t count = ::recv(socket_.get(), part.data(), part.size(), 0);
-    if (count <= 0) {
-        return false;
-    }
-    received_.append(part.data(), static_cast<size_t>(count));
-    return true;
+    boost::system::error_code error;
+    received_.append(part.data(), socket_.read_some(asio::buffer(part), error));
+    return !error;
 }
 
 Answer Client::receive() {

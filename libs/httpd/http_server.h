@@ -1,8 +1,9 @@
 // The HTTP/1.1 server: takes connections, reads requests within limits, and answers them.
 //
-// Connections are served by one thread a core, which never block; the dispatcher's calls run on
-// threads of their own. What is too large, too slow or malformed is refused without disturbing
-// others. A request's body is always read before the request is refused, up to a bound.
+// Connections are served by I/O threads, which never block; the service's calls run on workers, and
+// a request that waits for something holds neither. What is too large, too slow or malformed is
+// refused without disturbing others. A request's body is always read before the request is refused,
+// up to a bound.
 #pragma once
 
 #include <chrono>
@@ -13,7 +14,7 @@
 
 namespace dorvo {
 
-class Dispatcher;
+class HttpService;
 
 struct HttpLimits {
     size_t connections = 1024;
@@ -25,15 +26,20 @@ struct HttpLimits {
     std::chrono::milliseconds stopPatience{10'000};  // for requests in progress at stop()
 };
 
+struct HttpThreads {
+    size_t io = 1;
+    size_t workers = 4;
+};
+
 class HttpServer {
 public:
     // What is written for each request: one line without its end.
     using Log = std::function<void(const std::string&)>;
 
     // Begins to serve; throws std::exception when it cannot listen there. Port 0: any free one.
-    // Borrows the dispatcher. The log is called from any thread.
-    HttpServer(Dispatcher& dispatcher, const std::string& address, uint16_t port,
-               const HttpLimits& limits, Log log);
+    // Borrows the service. The log is called from any thread.
+    HttpServer(HttpService& service, const std::string& address, uint16_t port,
+               const HttpLimits& limits, const HttpThreads& threads, Log log);
     // stop()
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
@@ -43,7 +49,8 @@ public:
     [[nodiscard]] std::string endpoint() const;
     [[nodiscard]] uint16_t port() const;
 
-    // Takes no more requests, lets those in progress finish, within bounds, and joins. Idempotent.
+    // Takes no more requests, lets those in progress finish, within bounds, and joins. Connections
+    // of long polls end at once, without an answer. Idempotent.
     void stop();
 
 private:

@@ -1,6 +1,5 @@
-#include "http_server.h"
+#include "httpd/http_server.h"
 
-#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
@@ -9,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "http_connection.h"
+#include "httpd/http_connection.h"
 
 namespace dorvo {
 
@@ -22,20 +21,15 @@ constexpr std::string_view busyText =
     "HTTP/1.1 503 Service Unavailable\r\nContent-Type: application/json\r\n"
     "Connection: close\r\nContent-Length: 32\r\n\r\n{\"error\":\"too many connections\"}";
 
-// Calls of the dispatcher wait for locks and, at the end of a backup, for the disk.
-size_t workerCount() {
-    return std::max<size_t>(16, size_t{2} * std::thread::hardware_concurrency());
-}
-
 }  // namespace
 
 struct HttpServer::Impl {
-    Impl(Dispatcher& dispatcher, const std::string& address, uint16_t port,
-         const HttpLimits& limits, Log log)
-        : workers(workerCount()),
+    Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
+         const HttpThreads& counts, Log log)
+        : workers(counts.workers),
           acceptor(asio::make_strand(io)),
           retry(acceptor.get_executor()),
-          shared{dispatcher, limits, std::move(log), workers,
+          shared{service, limits, std::move(log), workers,
                  [this](HttpConnection* connection) { ended(connection); }} {
         const tcp::endpoint endpoint(asio::ip::make_address(address), port);
         acceptor.open(endpoint.protocol());
@@ -44,7 +38,7 @@ struct HttpServer::Impl {
         acceptor.listen();
         local = acceptor.local_endpoint();
         accept();
-        for (unsigned i = 0; i < std::max(1U, std::thread::hardware_concurrency()); ++i) {
+        for (size_t i = 0; i < counts.io; ++i) {
             threads.emplace_back([this] { io.run(); });
         }
     }
@@ -138,7 +132,7 @@ struct HttpServer::Impl {
         for (const auto& connection : live()) {
             connection->abort();
         }
-        // A call of the dispatcher is finished even so: what it does must not be torn.
+        // A call of the service is finished even so: what it does must not be torn.
         workers.join();
         work.reset();
         for (std::thread& thread : threads) {
@@ -160,9 +154,9 @@ struct HttpServer::Impl {
     std::vector<std::thread> threads;
 };
 
-HttpServer::HttpServer(Dispatcher& dispatcher, const std::string& address, uint16_t port,
-                       const HttpLimits& limits, Log log)
-    : impl_(std::make_unique<Impl>(dispatcher, address, port, limits, std::move(log))) {}
+HttpServer::HttpServer(HttpService& service, const std::string& address, uint16_t port,
+                       const HttpLimits& limits, const HttpThreads& threads, Log log)
+    : impl_(std::make_unique<Impl>(service, address, port, limits, threads, std::move(log))) {}
 
 HttpServer::~HttpServer() {
     stop();

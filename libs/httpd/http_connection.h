@@ -1,11 +1,13 @@
 // One client's connection: request after request until either side has enough.
 //
 // It lives as long as an operation of it is under way. Everything runs on the connection's strand
-// but the dispatcher's call, during which the connection waits.
+// but the service's calls, during which the connection waits. While a long poll waits, it reads on,
+// to notice that the client has gone; what it reads is the beginning of the next request.
 #pragma once
 
 #include <array>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
@@ -18,8 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "http_server.h"
-#include "web_request.h"
+#include "httpd/http_server.h"
+#include "httpd/http_service.h"
 
 namespace dorvo {
 
@@ -27,7 +29,7 @@ class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
 public:
     // What the connections of a server share; outlives them.
     struct Shared {
-        Dispatcher& dispatcher;
+        HttpService& service;
         HttpLimits limits;
         HttpServer::Log log;
         boost::asio::thread_pool& workers;
@@ -50,9 +52,15 @@ private:
     void readHead();
     void onHead();
     void judgeLargeBody();
+    void takeBody();
     void readBody();
     void onBodyPart(size_t room);
     void dispatch();
+    void onPoll(uint64_t turn, const LongPoll& poll);
+    void onReply(uint64_t turn, WebReply reply);
+    void watch();
+    void onWatched(boost::beast::error_code error);
+    void withdraw();
     void answer(WebReply reply);
     void answerAndEnd(int status, const char* why);
     void onHeadError(boost::beast::error_code error);
@@ -73,7 +81,14 @@ private:
     std::vector<char> part_;
     WebRequest request_;
     std::optional<WebReply> refusal_;  // decided before the body is read; the body is dropped
-    size_t bodyLimit_ = 0;
+    Admission admission_;
+    std::optional<LongPoll> poll_;        // while it waits for its answer
+    boost::asio::steady_timer patience_;  // of poll_
+    bool watching_ = false;               // a read is under way beside the poll
+    std::optional<WebReply> reply_;       // of a poll, until that read has ended
+    bool awaited_ = false;  // the service has the request and its answer isn't there yet
+    uint64_t turn_ = 0;     // counts the requests that went to the service
+    int64_t mark_ = -1;
     size_t bodyBytes_ = 0;
     size_t lingered_ = 0;
     std::chrono::steady_clock::time_point begin_;

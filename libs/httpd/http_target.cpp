@@ -1,4 +1,4 @@
-#include "http_target.h"
+#include "httpd/http_target.h"
 
 #include <charconv>
 

@@ -1,0 +1,320 @@
+// The server's side of HTTP: framing, limits, long polls, and how it stops. All over a real port.
+#include "httpd/http_server.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <future>
+#include <map>
+#include <mutex>
+
+#include "httpd/http_service.h"
+#include "httpd/http_target.h"
+#include "httpd/testing/client.h"
+
+namespace dorvo {
+
+namespace {
+
+constexpr size_t bodyLimit = size_t{1} << 20U;
+
+// POST /echo answers with the body, POST /poll when somebody calls answerPolls().
+class Service : public HttpService {
+public:
+    Admission admit(const WebRequest& head) override {
+        Admission admission;
+        admission.bodyLimit = head.path == "/large" ? 4 * bodyLimit : bodyLimit;
+        admission.judgedBytes = bodyLimit;
+        if (head.method != "POST") {
+            admission.refusal = refuse(405, "only POST");
+            admission.refusal->allow = "POST";
+        } else if (head.path == "/nowhere") {
+            admission.refusal = refuse(404, "no such path");
+        }
+        return admission;
+    }
+
+    std::optional<WebReply> judgeLargeBody(const WebRequest& head) override {
+        return head.cookie == "good" ? std::optional<WebReply>() : refuse(401, "no cookie");
+    }
+
+    std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override {
+        WebReply reply;
+        reply.body = request.body;
+        reply.mark = request.mark + 1;
+        if (request.path != "/poll") {
+            reply.setCookie = std::to_string(request.mark);
+            respond(reply);
+            return {};
+        }
+        const std::lock_guard guard(lock_);
+        const int poll = ++polls_;
+        waiting_.emplace(poll, std::move(respond));
+        changed_.notify_all();
+        LongPoll wait;
+        wait.withdraw = [this, poll] {
+            const std::lock_guard inner(lock_);
+            withdrawn_ += waiting_.erase(poll);
+            changed_.notify_all();
+        };
+        wait.patience = patience;
+        wait.late.body = "late";
+        return wait;
+    }
+
+    WebReply refuse(int status, const char* why) override {
+        WebReply reply;
+        reply.status = status;
+        reply.body = why;
+        return reply;
+    }
+
+    void awaitPolls(size_t count) {
+        std::unique_lock lock(lock_);
+        changed_.wait(lock, [&] { return waiting_.size() == count; });
+    }
+
+    void awaitWithdrawn(size_t count) {
+        std::unique_lock lock(lock_);
+        changed_.wait(lock, [&] { return withdrawn_ == count; });
+    }
+
+    void answerPolls(const std::string& body) {
+        const std::lock_guard guard(lock_);
+        for (const auto& [poll, respond] : waiting_) {
+            WebReply reply;
+            reply.body = body;
+            respond(reply);
+        }
+        waiting_.clear();
+    }
+
+    std::optional<std::chrono::milliseconds> patience;
+
+private:
+    std::mutex lock_;  // guards what follows
+    std::condition_variable changed_;
+    int polls_ = 0;
+    size_t withdrawn_ = 0;
+    std::map<int, Respond> waiting_;
+};
+
+std::string head(const std::string& path, const std::string& fields) {
+    return "POST " + path + " HTTP/1.1\r\nHost: x\r\n" + fields + "\r\n";
+}
+
+std::string sized(const std::string& path, const std::string& body) {
+    return head(path, "Content-Length: " + std::to_string(body.size()) + "\r\n") + body;
+}
+
+class Http : public testing::Test {
+protected:
+    void SetUp() override { restart(); }
+
+    void restart() {
+        server.reset();
+        server = std::make_unique<HttpServer>(service, "127.0.0.1", uint16_t{0}, limits,
+                                              HttpThreads{1, 2}, [](const std::string&) {});
+    }
+
+    Answer ask(const std::string& body) {
+        Client client(server->port());
+        client.send(sized("/echo", body));
+        return client.receive();
+    }
+
+    Service service;
+    HttpLimits limits;
+    std::unique_ptr<HttpServer> server;
+};
+
+TEST_F(Http, AConnectionServesManyRequestsHoweverTheyAreCut) {
+    Client client(server->port());
+    const std::string request = sized("/echo", "0123456789");
+    for (size_t cut = 0; cut < request.size(); cut += 9) {
+        client.send(request.substr(0, cut));
+        client.send(request.substr(cut));
+        ASSERT_EQ(client.receive().body, "0123456789") << cut;
+    }
+    client.send(request + request);  // the second before the first is answered
+    EXPECT_EQ(client.receive().status, 200);
+    EXPECT_EQ(client.receive().status, 200);
+}
+
+TEST_F(Http, ARequestBringsTheMarkOfTheLastAnswerOnItsConnection) {
+    Client client(server->port());
+    for (const char* mark : {"-1", "0", "1"}) {
+        client.send(sized("/echo", ""));
+        EXPECT_EQ(client.receive().header("Set-Cookie"), mark);
+    }
+    EXPECT_EQ(ask("").header("Set-Cookie"), "-1");
+}
+
+TEST_F(Http, TakesChunkedAndLargeBodies) {
+    Client client(server->port());
+    client.send(head("/echo", "Transfer-Encoding: chunked\r\n") + "3\r\nabc\r\n");
+    client.send("4\r\ndefg\r\n0\r\n\r\n");
+    EXPECT_EQ(client.receive().body, "abcdefg");
+    const std::string large(2 * bodyLimit, 'x');
+    client.send(head("/large", "Cookie: good\r\nExpect: 100-continue\r\nContent-Length: " +
+                                   std::to_string(large.size()) + "\r\n"));
+    EXPECT_EQ(client.receive().status, 100);
+    client.send(large);
+    EXPECT_EQ(client.receive().body, large);
+}
+
+TEST_F(Http, RefusesMalformedRequestsAndGoesOnServing) {
+    struct Row {
+        std::string request;
+        int status;
+    };
+    const std::string tooLarge(2'000'000, ' ');
+    const Row rows[] = {
+        {"nonsense\r\n\r\n", 400},
+        {"GET /echo HTTP/1.1\r\nHost: x\r\n\r\n", 405},
+        {"POST /echo HTTP/9.9\r\n\r\n", 400},
+        {head("/echo", "Content-Length: x\r\n"), 400},
+        {head("/echo", "Content-Length: -1\r\n"), 400},
+        {head("/echo", "Content-Length: 35\r\nContent-Length: 36\r\n"), 400},
+        {head("/echo", "Content-Length: 35\r\nTransfer-Encoding: chunked\r\n"), 400},
+        {head("/echo", "Transfer-Encoding: chunked\r\n") + "zz\r\n", 400},
+        {head("/echo%00", "Content-Length: 0\r\n"), 400},
+        {head("/echo", "X: " + std::string(9000, 'x') + "\r\n"), 413},
+        {head(std::string(9000, '/'), ""), 413},
+        {head("/echo", "Content-Length: 99999999999\r\n"), 413},
+        {sized("/echo", tooLarge), 413},
+        {head("/echo", "Transfer-Encoding: chunked\r\n") + "1E8480\r\n" + tooLarge +
+             "\r\n0\r\n\r\n",
+         413},
+        {sized("/large", tooLarge), 401},
+    };
+    for (const Row& row : rows) {
+        Client client(server->port());
+        client.send(row.request);
+        const Answer answer = client.receive();
+        EXPECT_EQ(answer.status, row.status) << row.request.substr(0, 200);
+        EXPECT_EQ(answer.header("Allow"), row.status == 405 ? "POST" : "");
+    }
+    EXPECT_EQ(ask("on").body, "on");
+}
+
+TEST_F(Http, ARefusedBodyLeavesTheConnectionInStep) {
+    Client client(server->port());
+    client.send(sized("/nowhere", std::string(300000, 'x')) + sized("/echo", "next"));
+    EXPECT_EQ(client.receive().status, 404);
+    EXPECT_EQ(client.receive().body, "next");
+}
+
+TEST_F(Http, ClosesWhatIsIdleOrStalled) {
+    limits.idle = std::chrono::milliseconds(50);
+    limits.head = std::chrono::milliseconds(50);
+    limits.stall = std::chrono::milliseconds(50);
+    restart();
+    const std::string half = head("/echo", "Content-Length: 4\r\n");
+    for (const std::string& begun : {std::string(), std::string("POST /"), half, half + "ab"}) {
+        Client client(server->port());
+        client.send(begun);
+        client.waitForClose();
+    }
+    EXPECT_EQ(ask("on").status, 200);
+}
+
+TEST_F(Http, TurnsAwayConnectionsAboveTheLimit) {
+    limits.connections = 2;
+    restart();
+    Client first(server->port());
+    first.send(sized("/echo", ""));
+    EXPECT_EQ(first.receive().status, 200);
+    {
+        Client second(server->port());
+        second.send(sized("/echo", ""));
+        EXPECT_EQ(second.receive().status, 200);
+        EXPECT_EQ(Client(server->port()).receive().status, 503);
+    }
+    first.send(sized("/echo", ""));
+    EXPECT_EQ(first.receive().status, 200);
+}
+
+TEST_F(Http, LongPollsHoldNoThread) {
+    // More of them than workers.
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 5; ++i) {
+        clients.push_back(std::make_unique<Client>(server->port()));
+        clients.back()->send(sized("/poll", ""));
+    }
+    clients[0]->send(sized("/echo", "next"));  // already on its way during the poll
+    service.awaitPolls(5);
+    EXPECT_EQ(ask("meanwhile").body, "meanwhile");
+    service.answerPolls("news");
+    for (const auto& client : clients) {
+        EXPECT_EQ(client->receive().body, "news");
+    }
+    EXPECT_EQ(clients[0]->receive().body, "next");
+    clients[1]->send(sized("/poll", ""));
+    service.awaitPolls(1);
+    service.answerPolls("more");
+    EXPECT_EQ(clients[1]->receive().body, "more");
+}
+
+TEST_F(Http, ALongPollEndsWithItsClientOrItsPatience) {
+    {
+        Client gone(server->port());
+        gone.send(sized("/poll", ""));
+        service.awaitPolls(1);
+    }
+    service.awaitWithdrawn(1);
+    Client flooding(server->port());
+    flooding.send(sized("/poll", "") + std::string(20000, 'x'));
+    service.awaitWithdrawn(2);
+    service.patience = std::chrono::milliseconds(1);
+    Client patient(server->port());
+    for (size_t withdrawn : {3U, 4U}) {
+        patient.send(sized("/poll", ""));
+        EXPECT_EQ(patient.receive().body, "late");
+        service.awaitWithdrawn(withdrawn);
+    }
+}
+
+TEST_F(Http, StoppingFinishesRequestsAndEndsPollsAtOnce) {
+    Client idle(server->port());
+    idle.send(sized("/echo", ""));
+    EXPECT_EQ(idle.receive().status, 200);
+    Client poll(server->port());
+    poll.send(sized("/poll", ""));
+    service.awaitPolls(1);
+    Client busy(server->port());
+    busy.send(head("/echo", "Content-Length: 4\r\nExpect: 100-continue\r\n"));
+    EXPECT_EQ(busy.receive().status, 100);  // so the server has read the head
+    auto stopped = std::async(std::launch::async, [this] { server->stop(); });
+    idle.waitForClose();
+    poll.waitForClose();
+    service.awaitWithdrawn(1);
+    busy.send("body");
+    const Answer answer = busy.receive();
+    EXPECT_EQ(answer.body, "body");
+    EXPECT_EQ(answer.header("Connection"), "close");
+    busy.waitForClose();
+    stopped.get();
+}
+
+TEST_F(Http, StoppingDoesNotWaitForeverForAStalledClient) {
+    limits.stopPatience = std::chrono::milliseconds(20);
+    restart();
+    Client stalled(server->port());
+    stalled.send(head("/echo", "Content-Length: 100\r\nExpect: 100-continue\r\n"));
+    EXPECT_EQ(stalled.receive().status, 100);
+    server->stop();
+    stalled.waitForClose();
+}
+
+TEST(HttpTarget, IsDecodedAndLosesItsQuery) {
+    EXPECT_EQ(decodedPath("/dorvo/Storage%20Server/x"), "/dorvo/Storage Server/x");
+    EXPECT_EQ(decodedPath("/a%2Fb%c3%A4?q=%zz"), "/a/b\u00e4");
+    for (const char* wrong : {"/%", "/%2", "/%zz", "/%+1", "/%-1", "/a%00"}) {
+        EXPECT_EQ(decodedPath(wrong), std::nullopt) << wrong;
+    }
+}
+
+}  // namespace
+
+}  // namespace dorvo

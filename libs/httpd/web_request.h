@@ -1,0 +1,32 @@
+// A request and its answer between the HTTP server and the service, free of HTTP's machinery.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace dorvo {
+
+struct WebRequest {
+    std::string method;  // "POST"
+    std::string path;    // percent-decoded, without the query
+    std::string host;    // this and the next four: the header fields, empty when not there
+    std::string origin;
+    std::string authorization;
+    std::string cookie;
+    std::string contentType;
+    std::string peer;   // the client's address, without its port
+    int64_t mark = -1;  // of the last answer on this connection; -1 before the first
+    std::string body;
+};
+
+struct WebReply {
+    int status = 200;
+    std::string body = "{}";
+    std::string contentType = "application/json";
+    std::string setCookie;  // empty: none
+    std::string allow;      // the methods that a 405 names
+    std::string user;       // for the log, empty when nobody is logged in
+    int64_t mark = -1;      // what the connection's next request brings back
+};
+
+}  // namespace dorvo
