@@ -6,7 +6,8 @@ namespace dorvo::agent {
 
 std::atomic<Interrupt*> Interrupt::current_{nullptr};
 
-Interrupt::Interrupt() : event_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
+Interrupt::Interrupt(Reset reset)
+    : event_(CreateEventW(nullptr, reset == Reset::manual, FALSE, nullptr)) {
     current_ = this;
     SetConsoleCtrlHandler(&Interrupt::handle, TRUE);
 }

@@ -15,13 +15,17 @@ namespace dorvo::agent {
 
 class Interrupt {
 public:
-    Interrupt();
+    enum class Reset { automatic, manual };
+
+    explicit Interrupt(Reset reset = Reset::automatic);
     ~Interrupt();
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    // Auto-reset, borrowed.
+    // Borrowed.
     HANDLE event() const { return event_.get(); }
+    // Ctrl+C or Ctrl+Break was among what signaled it.
+    bool typed() const { return asked_ > 0; }
 
 private:
     static BOOL WINAPI handle(DWORD signal);

@@ -7,12 +7,11 @@
 #pragma once
 
 #include <memory>
-#include <set>
 #include <string>
 
 #include "base/handle.h"
 #include "engine/moduleengine.h"
-#include "loginplan.h"
+#include "resident/loginplan.h"
 
 namespace dorvo::agent {
 
@@ -28,7 +27,6 @@ public:
 private:
     static DWORD WINAPI body(void* self);
     void keep();
-    std::set<std::string> withoutSession();
     void tryLogin(const std::string& user);
 
     ModuleEngine& engine_;
@@ -36,7 +34,7 @@ private:
     KernelHandle stop_;
     KernelHandle look_;  // auto reset: something happened
     std::unique_ptr<Engine::Subscription> events_;
-    KernelHandle thread_;
+    HANDLE thread_ = nullptr;
 };
 
 }  // namespace dorvo::agent

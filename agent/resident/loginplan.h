@@ -15,8 +15,8 @@ public:
     enum class Outcome { done, failed, refused };
 
     struct Rules {
-        int tries = 0;        // in all
-        int64_t againMs = 0;  // between two
+        int tries = 0;         // in all
+        uint64_t againMs = 0;  // between two
     };
 
     // Who is without a session now. Newcomers are due at once; who is no longer among them is

@@ -14,14 +14,18 @@ namespace dorvo::agent {
 
 class Resident {
 public:
+    struct Listener {
+        std::function<void()> waiting;  // another process owns the data directory: it is waited for
+        std::function<void()> ready;    // commands can reach it
+    };
+
     // `stop` is borrowed, of manual reset: its signal ends the resident.
     explicit Resident(HANDLE stop) : stop_(stop) {}
     Resident(const Resident&) = delete;
     Resident& operator=(const Resident&) = delete;
 
-    // Runs until the end. Waits first for a command that owns the data directory. `ready` is called
-    // when commands can reach it. Throws AgentError when it cannot run.
-    void run(const std::function<void()>& ready);
+    // Runs until the end. Throws AgentError when it cannot run.
+    void run(const Listener& listener);
 
 private:
     HANDLE stop_;

@@ -1,7 +1,7 @@
-// The resident agent as a Windows service.
+// The resident agent as a Windows service: what an administrator does with it.
 //
-// Every operation throws AgentError with what to do about it, above all when the user is no
-// administrator. start() and stop() wait until the service has got there.
+// Every operation throws AgentError with what to do about it. start() and stop() wait until the
+// service has got there.
 #pragma once
 
 #include <string>
@@ -12,17 +12,21 @@ class Service {
 public:
     static constexpr const wchar_t* name = L"Dorvo";
 
-    // Starts with the system, after a delay, and again after it has failed. Runs this executable.
-    static void install();
+    // Starts with the system, after a delay, and again when it has failed. Its program is this one
+    // with the arguments.
+    static void install(const std::wstring& arguments);
     // Stops it first.
     static void uninstall();
+    // Both do nothing when it is so already.
     static void start();
     static void stop();
-    // "running", "stopped", "not installed"...
-    static std::string status();
 
-    // What the service manager runs: the resident, until the manager ends it. The exit code.
-    static int run();
+    struct Status {
+        std::string text;  // "running", "stopped", "starting", "stopping" or "not installed"
+        unsigned long process = 0;
+        bool running = false;
+    };
+    static Status status();
 };
 
 }  // namespace dorvo::agent

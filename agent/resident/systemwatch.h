@@ -1,9 +1,9 @@
 // Has the timers planned again when the system's clock or time zone has changed, or it has woken
 // from sleep.
 //
-// A thread of its own with a hidden window, to which the system announces changes of the clock and
-// the wake, and a watch over the registry key of the time zone. A service gets no such messages:
-// its controls come by serviceControl(). Lives between the opening and the closing of the module.
+// On a thread of its own a hidden window gets what the system announces of clock and power, and the
+// registry key of the time zone is watched. A service gets no such messages: its controls go to
+// controlChangesTime(). Lives while the module is open.
 #pragma once
 
 #include <windows.h>
@@ -21,16 +21,19 @@ public:
     SystemWatch& operator=(const SystemWatch&) = delete;
 
     // Whether the window message, or the service control with its event type, says that the time
-    // may have changed. Pure.
-    static bool changesTime(UINT message, WPARAM parameter);
+    // may have jumped. Pure.
+    static bool messageChangesTime(UINT message, WPARAM parameter);
     static bool controlChangesTime(DWORD control, DWORD eventType);
+
+    // Plans the timers again. Any thread.
+    static void timeChanged();
 
 private:
     static DWORD WINAPI body(void* self);
     void watch() const;
 
     KernelHandle stop_;
-    KernelHandle thread_;
+    HANDLE thread_ = nullptr;
 };
 
 }  // namespace dorvo::agent

@@ -1,0 +1,134 @@
+#include "resident/systemwatch.h"
+
+#include <array>
+
+#include "agenterror.h"
+#include "base/log.h"
+#include "base/logfile.h"
+#include "base/thread.h"
+#include "failuretext.h"
+#include "scheduler/iocpdispatherwrapper.h"
+
+namespace dorvo::agent {
+namespace {
+
+constexpr const wchar_t* windowClass = L"DorvoSystemWatch";
+constexpr const wchar_t* zoneKey = L"SYSTEM\\CurrentControlSet\\Control\\TimeZoneInformation";
+
+LRESULT CALLBACK handleMessage(HWND window, UINT message, WPARAM parameter, LPARAM other) {
+    if (SystemWatch::messageChangesTime(message, parameter)) {
+        SystemWatch::timeChanged();
+    }
+    return DefWindowProcW(window, message, parameter, other);
+}
+
+// A top-level window, as messages to all windows go to no others; never shown. Made, used and
+// destroyed on one thread. Without one (a service has no desktop) there are no messages.
+class HiddenWindow {
+public:
+    HiddenWindow() {
+        WNDCLASSW description{};
+        description.lpfnWndProc = handleMessage;
+        description.hInstance = GetModuleHandleW(nullptr);
+        description.lpszClassName = windowClass;
+        RegisterClassW(&description);
+        window_ = CreateWindowExW(0, windowClass, L"", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr,
+                                  description.hInstance, nullptr);
+    }
+    ~HiddenWindow() {
+        if (window_ != nullptr) {
+            DestroyWindow(window_);
+        }
+        UnregisterClassW(windowClass, GetModuleHandleW(nullptr));
+    }
+    HiddenWindow(const HiddenWindow&) = delete;
+    HiddenWindow& operator=(const HiddenWindow&) = delete;
+
+private:
+    HWND window_ = nullptr;
+};
+
+// Signals its event when a value of the key has changed.
+class ZoneKey {
+public:
+    ZoneKey() : changed_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
+        HKEY key = nullptr;
+        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, zoneKey, 0, KEY_NOTIFY, &key) == ERROR_SUCCESS) {
+            key_.reset(key);
+        }
+        listen();
+    }
+
+    HANDLE changed() const { return changed_.get(); }
+    void listen() {
+        if (key_) {
+            RegNotifyChangeKeyValue(key_.get(), FALSE, REG_NOTIFY_CHANGE_LAST_SET, changed_.get(),
+                                    TRUE);
+        }
+    }
+
+private:
+    KernelHandle changed_;
+    RegistryKey key_;
+};
+
+}  // namespace
+
+SystemWatch::SystemWatch() : stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+    if (!startThread(&SystemWatch::body, this, thread_)) {
+        throw AgentError("The watch over the clock cannot be started: " +
+                         failureText(GetLastError()));
+    }
+}
+
+SystemWatch::~SystemWatch() {
+    SetEvent(stop_.get());
+    joinThread(thread_);
+}
+
+bool SystemWatch::messageChangesTime(UINT message, WPARAM parameter) {
+    return message == WM_TIMECHANGE ||
+           (message == WM_POWERBROADCAST &&
+            (parameter == PBT_APMRESUMEAUTOMATIC || parameter == PBT_APMRESUMESUSPEND));
+}
+
+bool SystemWatch::controlChangesTime(DWORD control, DWORD eventType) {
+    return control == SERVICE_CONTROL_TIMECHANGE ||
+           (control == SERVICE_CONTROL_POWEREVENT &&
+            (eventType == PBT_APMRESUMEAUTOMATIC || eventType == PBT_APMRESUMESUSPEND));
+}
+
+void SystemWatch::timeChanged() {
+    logLine(LogLevel::information,
+            "The clock may have changed: what is due when is planned again.");
+    IocpDispatherWrapper::notifyTimeChange();
+}
+
+DWORD SystemWatch::body(void* self) {
+    static_cast<const SystemWatch*>(self)->watch();
+    return 0;
+}
+
+void SystemWatch::watch() const {
+    const HiddenWindow window;
+    ZoneKey zone;
+    const std::array<HANDLE, 2> wakers = {stop_.get(), zone.changed()};
+    for (;;) {
+        const DWORD woken = MsgWaitForMultipleObjects(static_cast<DWORD>(wakers.size()),
+                                                      wakers.data(), FALSE, INFINITE, QS_ALLINPUT);
+        if (woken == WAIT_OBJECT_0 || woken == WAIT_FAILED) {
+            return;
+        }
+        if (woken == WAIT_OBJECT_0 + 1) {
+            zone.listen();
+            timeChanged();
+            continue;
+        }
+        MSG message;
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) {
+            DispatchMessageW(&message);
+        }
+    }
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,21 @@
+#include "resident/systemwatch.h"
+
+#include <gtest/gtest.h>
+
+namespace dorvo::agent {
+namespace {
+
+TEST(SystemWatch, KnowsWhatMakesTheTimeJump) {
+    EXPECT_TRUE(SystemWatch::messageChangesTime(WM_TIMECHANGE, 0));
+    EXPECT_TRUE(SystemWatch::messageChangesTime(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC));
+    EXPECT_FALSE(SystemWatch::messageChangesTime(WM_POWERBROADCAST, PBT_APMSUSPEND));
+    EXPECT_FALSE(SystemWatch::messageChangesTime(WM_CLOSE, PBT_APMRESUMEAUTOMATIC));
+    EXPECT_TRUE(SystemWatch::controlChangesTime(SERVICE_CONTROL_TIMECHANGE, 0));
+    EXPECT_TRUE(
+        SystemWatch::controlChangesTime(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC));
+    EXPECT_FALSE(SystemWatch::controlChangesTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND));
+    EXPECT_FALSE(SystemWatch::controlChangesTime(SERVICE_CONTROL_INTERROGATE, 0));
+}
+
+}  // namespace
+}  // namespace dorvo::agent
