@@ -34,23 +34,6 @@ TEST_F(Backup, ListsOnlyTheUsersOwn) {
         R"("state":"completed","totalfiles":1,"totaldirectories":2,"totalsize":3,"errors":0}]})");
 }
 
-TEST_F(Backup, CarriesUnchangedFilesOverWithoutStoringThemAgain) {
-    backup("i1", {{"a", 1}, {"b", 1}, {"c", 1}});
-    EXPECT_EQ(offer("i2", {{"a", 1}, {"b", 2}, {"C", 1}, {"d", 1}}), "b,C,d");
-    EXPECT_EQ(start("i2"), 200);
-    put("i2", "b", "new b", 2);
-    put("i2", "C", "another file");
-    put("i2", "d", "d");
-    EXPECT_EQ(end("i2"), 200);
-    EXPECT_EQ(stored("i2", "a"), "a");
-    EXPECT_EQ(stored("i2", "b"), "new b");
-    EXPECT_EQ(stored("i2", "c"), "none");
-    EXPECT_EQ(stored("i1", "b"), "b");
-    EXPECT_EQ(std::filesystem::file_size(data / "packages" / "02" / "2.pkg"), 5U + 12U + 1U);
-    // The time that counts is that of the file that was sent.
-    EXPECT_EQ(offer("i3", {{"a", 1}, {"b", 1}, {"d", 1}}), "b");
-}
-
 TEST_F(Backup, CarriesOverOnlyFromACompletedBackupOfTheSameJob) {
     offer("i1", {{"a"}});
     start("i1");
@@ -74,26 +57,6 @@ TEST_F(Backup, TakesTheBackupThatWasCompletedLastAsBase) {
     EXPECT_EQ(end("i1"), 200);
     EXPECT_EQ(offer("i3", {{"a", 1}}), "");
     EXPECT_EQ(offer("i4", {{"a", 2}}), "a");
-}
-
-TEST_F(Backup, NeverCarriesOverWhatFailed) {
-    offer("i1", {{"whole"}, {"half"}, {"unsent"}, {"good"}});
-    start("i1");
-    put("i1", "whole", "whole");
-    putInfo("i1", "half", blockBytes + 1);
-    putBlock("i1", "half", 1, pattern(blockBytes));
-    put("i1", "good", "good");
-    put("i1", "empty", "");
-    EXPECT_EQ(post(uploadFilePath, folderInfo("i1", "C:\\dir")).status, 200);
-    EXPECT_EQ(end("i1"), 409);
-    EXPECT_EQ(addError("i1", "half"), 200);
-    EXPECT_EQ(end("i1"), 409);
-    EXPECT_EQ(addError("i1", "unsent"), 200);
-    EXPECT_EQ(addError("i1", "whole"), 200);
-    EXPECT_EQ(end("i1"), 200);
-    EXPECT_EQ(stored("i1", "half"), "none");
-    EXPECT_EQ(offer("i2", {{"whole"}, {"half"}, {"unsent"}, {"good"}, {"C:\\dir"}}),
-              "whole,half,unsent,C:\\dir");  // which is a file now
 }
 
 TEST_F(Backup, ReplacesTheEntriesOfARepeatedBatch) {
@@ -186,31 +149,6 @@ TEST_F(Backup, RepeatedRequestsChangeNothing) {
     EXPECT_EQ(addError("i2", "b"), 200);
     EXPECT_EQ(cancel("i3"), 200);
     EXPECT_EQ(everything(), before);
-}
-
-TEST_F(Backup, CancellingFreesTheBytesOfTheRunOnly) {
-    backup("i1", {{"a"}});
-    offer("i2", {{"a"}, {"b"}});
-    start("i2");
-    put("i2", "b", "b");
-    EXPECT_TRUE(std::filesystem::exists(data / "packages" / "02" / "2.pkg"));
-    EXPECT_EQ(cancel("i2"), 200);
-    EXPECT_FALSE(std::filesystem::exists(data / "packages" / "02" / "2.pkg"));
-    EXPECT_EQ(stored("i1", "a"), "a");
-    EXPECT_EQ(state("i2"), "cancelled");
-    EXPECT_EQ(offer("i3", {{"a"}}), "");
-}
-
-TEST_F(Backup, GoesOnAfterARestart) {
-    start("i1");
-    putInfo("i1", "b", blockBytes + 1);
-    putBlock("i1", "b", 1, pattern(blockBytes));
-    const std::string before = everything();
-    restart();
-    EXPECT_EQ(everything(), before);
-    EXPECT_EQ(putBlock("i1", "b", 2, "b"), 200);
-    EXPECT_EQ(end("i1"), 200);
-    EXPECT_EQ(stored("i1", "b"), pattern(blockBytes) + "b");
 }
 
 TEST_F(Backup, UnderWayDuringAPowerCutNeverCompletes) {
