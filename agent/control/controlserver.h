@@ -1,8 +1,7 @@
 // The resident agent's port on 127.0.0.1: commands with the token drive the engine, anybody on this
 // machine can wait for news of a job's state. docs/control-port.md has the requests.
 //
-// Calls of the engine come from threads of the server's, those that concern jobs one at a time and
-// those that concern settings one at a time; one of each kind may run at once.
+// The engine's verbs are called on threads of the server's, several at once.
 #pragma once
 
 #include <memory>

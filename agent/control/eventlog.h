@@ -35,12 +35,13 @@ public:
     int64_t newest() const;
 
     // Calls `take` once, with the JSON texts of all events after that number: at once when there
-    // are any, else on the thread that delivers the next, where it returns soon. A number that has
-    // not been given yet counts as the newest. Gives what cancel() takes, 0 when it has been called.
+    // are any, else on the thread that delivers the next, which holds this object's lock, so it
+    // only hands the page on. A number that has not been given yet counts as the newest. Gives what
+    // cancel() takes, 0 when `take` has been called.
     uint64_t waitForEvents(int64_t after, Take take);
     // The same with one text, {"id","state"} of the first event that has both.
     uint64_t waitForState(int64_t after, Take take);
-    // `take` is not called any more, unless it is being called right now.
+    // `take` is not called any more.
     void cancel(uint64_t waiter);
 
 private:
@@ -55,7 +56,7 @@ private:
     };
 
     uint64_t wait(Waiter waiter);
-    Page pageFor(const Waiter& waiter) const;
+    Page pageFor(const Waiter& waiter) const;  // without texts: nothing yet
 
     const size_t kept_;
     mutable std::mutex lock_;  // guards what follows

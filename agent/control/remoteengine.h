@@ -3,6 +3,8 @@
 // One thread; each subscription has a thread of its own.
 #pragma once
 
+#include <json_spirit/json_spirit.h>
+
 #include "control/controlfile.h"
 #include "engine/engine.h"
 
@@ -30,6 +32,8 @@ public:
                             const std::string& user) override;
 
 private:
+    json_spirit::Object call(const std::string& name, const json_spirit::Object& body) const;
+
     const ControlAddress address_;
 };
 

@@ -1,0 +1,77 @@
+#include "control/controlserver.h"
+
+#include <windows.h>
+//
+#include <bcrypt.h>
+
+#include <array>
+
+#include "agenterror.h"
+#include "control/controlservice.h"
+#include "httpd/http_server.h"
+
+namespace dorvo::agent {
+namespace {
+
+constexpr size_t tokenBytes = 32;
+// Logins wait for the storage server: other commands still find a thread.
+constexpr HttpThreads threads{1, 8};
+
+HttpLimits limits() {
+    HttpLimits limits;
+    limits.connections = 64;
+    limits.discardedBytes = size_t{4} << 20U;
+    return limits;
+}
+
+// In hexadecimal digits.
+std::string newToken() {
+    std::array<unsigned char, tokenBytes> bytes{};
+    if (BCryptGenRandom(nullptr, bytes.data(), static_cast<ULONG>(bytes.size()),
+                        BCRYPT_USE_SYSTEM_PREFERRED_RNG) != 0) {
+        throw AgentError("The system gives no random numbers for the control port's token");
+    }
+    constexpr const char* digits = "0123456789abcdef";
+    std::string token;
+    for (const unsigned char byte : bytes) {
+        token += digits[byte >> 4U];
+        token += digits[byte & 15U];
+    }
+    return token;
+}
+
+}  // namespace
+
+struct ControlServer::Impl {
+    Impl(Engine& engine, EventLog& events, const std::string& token)
+        : address{0, token},
+          service(engine, events, token),
+          server(service, "127.0.0.1", 0, limits(), threads, [](const std::string&) {}) {
+        address.port = server.port();
+    }
+
+    ControlAddress address;
+    ControlService service;
+    HttpServer server;
+};
+
+ControlServer::ControlServer(Engine& engine, EventLog& events) {
+    const std::string token = newToken();
+    try {
+        impl_ = std::make_unique<Impl>(engine, events, token);
+    } catch (const std::exception& error) {
+        throw AgentError(std::string("The control port cannot be opened: ") + error.what());
+    }
+}
+
+ControlServer::~ControlServer() = default;
+
+const ControlAddress& ControlServer::address() const {
+    return impl_->address;
+}
+
+void ControlServer::stop() {
+    impl_->server.stop();
+}
+
+}  // namespace dorvo::agent

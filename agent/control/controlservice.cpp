@@ -1,0 +1,254 @@
+#include "control/controlservice.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "control/controlguard.h"
+#include "job/activity/jobactivityhandle.h"
+#include "jobdef/jobdefinitionfactory.h"
+#include "jobstore.h"
+#include "version.h"
+
+namespace dorvo::agent {
+
+using json_spirit::Object;
+using json_spirit::Value;
+
+namespace {
+
+constexpr size_t definitionBytes = size_t{1} << 20U;
+constexpr size_t smallBytes = size_t{16} << 10U;
+constexpr std::chrono::seconds pollPatience(25);
+constexpr std::string_view statePath = "/jobnotify/";
+constexpr std::string_view eventsPath = "/control/events";
+
+// The body is not what the request takes.
+struct Malformed : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+WebReply jsonReply(const Object& object, int status = 200) {
+    WebReply reply;
+    reply.status = status;
+    reply.body = json_spirit::write(Value(object));
+    return reply;
+}
+
+WebReply errorReply(int status, const std::string& sentence, ExitCode code = exitFailed) {
+    return jsonReply({{"error", sentence}, {"code", static_cast<int>(code)}}, status);
+}
+
+WebReply eventsReply(EventLog::Page page) {
+    json_spirit::Array texts;
+    for (std::string& text : page.texts) {
+        texts.emplace_back(std::move(text));
+    }
+    return jsonReply({{"next", page.next}, {"events", texts}});
+}
+
+const Value& member(const Object& body, const char* name) {
+    const auto found = body.find(name);
+    if (found == body.end()) {
+        throw Malformed(std::string("the request has no \"") + name + "\"");
+    }
+    return found->second;
+}
+
+const std::string& text(const Object& body, const char* name) {
+    return member(body, name).get_str();
+}
+
+uint16_t portOf(const Object& body) {
+    const int port = member(body, "port").get_int();
+    if (port < 1 || port > 65535) {
+        throw Malformed("the port is none");
+    }
+    return static_cast<uint16_t>(port);
+}
+
+Object bodyOf(const WebRequest& request) {
+    Value value;
+    try {
+        json_spirit::read_or_throw(request.body, value);
+    } catch (const json_spirit::Error_position& where) {
+        throw Malformed("the request is no JSON: " + where.reason_);
+    }
+    return value.get_obj();
+}
+
+bool underWay(JobState state) {
+    return state == JobState::starting || state == JobState::running ||
+           state == JobState::completing || state == JobState::pausing ||
+           state == JobState::canceling;
+}
+
+Object submit(Engine& engine, const Object& body) {
+    const auto& members = member(body, "definition").get_obj();
+    const auto job = JobDefinitionFactory::createFromText(json_spirit::write(Value(members)));
+    if (!job) {
+        throw Malformed("the definition is none");
+    }
+    engine.submit(*job);
+    return {};
+}
+
+template <JobVerb verb>
+Object tell(Engine& engine, const Object& body) {
+    engine.tell(verb, text(body, "id"));
+    return {};
+}
+
+Object setServer(Engine& engine, const Object& body) {
+    engine.setServer(text(body, "host"), portOf(body), text(body, "name"));
+    return {};
+}
+
+Object setSnapshots(Engine& engine, const Object& body) {
+    engine.setSnapshots(member(body, "enabled").get_bool());
+    return {};
+}
+
+Object login(Engine& engine, const Object& body) {
+    engine.login(text(body, "user"), text(body, "password"));
+    return {};
+}
+
+Object logout(Engine& engine, const Object& body) {
+    engine.logout(text(body, "user"));
+    return {};
+}
+
+Object importKeys(Engine& engine, const Object& body) {
+    const ImportedKeys keys =
+        engine.importKeys(toWide(text(body, "file")), text(body, "passphrase"), text(body, "user"));
+    return {{"user", keys.user}, {"beside", keys.beside}};
+}
+
+Object status(Engine&, const Object&) {
+    size_t running = 0;
+    const JobList jobs = loadJobs();
+    for (const auto& job : jobs) {
+        JobActivity record{};
+        if (JobActivityHandle::read(job->id().c_str(), record) &&
+            underWay(static_cast<JobState>(record.state))) {
+            ++running;
+        }
+    }
+    return {{"version", agentVersion},
+            {"pid", GetCurrentProcessId()},
+            {"jobs", jobs.size()},
+            {"running", running}};
+}
+
+}  // namespace
+
+struct ControlService::Endpoint {
+    std::string_view path;
+    size_t bodyLimit;
+    Object (*call)(Engine& engine, const Object& body);  // null: a poll
+};
+
+const ControlService::Endpoint* ControlService::find(std::string_view path) {
+    static constexpr Endpoint table[] = {
+        {"/control/submit", definitionBytes, &submit},
+        {"/control/start", smallBytes, &tell<JobVerb::start>},
+        {"/control/resume", smallBytes, &tell<JobVerb::resume>},
+        {"/control/pause", smallBytes, &tell<JobVerb::pause>},
+        {"/control/stop", smallBytes, &tell<JobVerb::stop>},
+        {"/control/remove", smallBytes, &tell<JobVerb::remove>},
+        {"/control/server", smallBytes, &setServer},
+        {"/control/snapshots", smallBytes, &setSnapshots},
+        {"/control/login", smallBytes, &login},
+        {"/control/logout", smallBytes, &logout},
+        {"/control/importkeys", smallBytes, &importKeys},
+        {eventsPath, smallBytes, nullptr},
+        {"/control/status", smallBytes, &status},
+    };
+    const auto* const found = std::find_if(std::begin(table), std::end(table),
+                                           [path](const Endpoint& e) { return e.path == path; });
+    return found == std::end(table) ? nullptr : found;
+}
+
+Admission ControlService::admit(const WebRequest& head) {
+    Admission admission;
+    const bool ownHost = isLoopbackHost(head.host) && head.origin.empty();
+    if (ownHost && head.path == statePath && head.method == "GET") {
+        return admission;
+    }
+    if (!ownHost || !bearsToken(head.authorization, token_)) {
+        admission.refusal = refuse(403, "This needs the token of the agent's control file");
+        return admission;
+    }
+    const Endpoint* endpoint = find(head.path);
+    if (endpoint == nullptr) {
+        admission.refusal = refuse(404, "The agent has no such request");
+    } else if (head.method != "POST") {
+        admission.refusal = refuse(405, "The agent takes this request as POST only");
+        admission.refusal->allow = "POST";
+    } else {
+        admission.bodyLimit = endpoint->bodyLimit;
+    }
+    return admission;
+}
+
+std::optional<LongPoll> ControlService::handle(const WebRequest& request, Respond respond) {
+    WebReply reply;
+    try {
+        if (request.path == statePath) {
+            return pollState(request.mark, respond);
+        }
+        const Endpoint& endpoint = *find(request.path);
+        const Object body = bodyOf(request);
+        if (endpoint.call == nullptr) {
+            return pollEvents(member(body, "after").get_int64(), respond);
+        }
+        reply = jsonReply(endpoint.call(engine_, body));
+    } catch (const AgentError& error) {
+        reply = errorReply(409, error.what(), error.code());
+    } catch (const std::exception& error) {
+        reply = errorReply(400, std::string("The agent cannot take the request: ") + error.what());
+    }
+    respond(std::move(reply));
+    return {};
+}
+
+std::optional<LongPoll> ControlService::pollEvents(int64_t after, const Respond& respond) {
+    const int64_t newest = events_.newest();
+    if (after < 0) {
+        respond(eventsReply({newest, {}}));
+        return {};
+    }
+    const uint64_t waiter = events_.waitForEvents(
+        after, [respond](EventLog::Page page) { respond(eventsReply(std::move(page))); });
+    if (waiter == 0) {
+        return {};
+    }
+    return LongPoll{[this, waiter] { events_.cancel(waiter); }, pollPatience,
+                    eventsReply({std::min(after, newest), {}})};
+}
+
+std::optional<LongPoll> ControlService::pollState(int64_t mark, const Respond& respond) {
+    const uint64_t waiter =
+        events_.waitForState(mark < 0 ? events_.newest() : mark, [respond](EventLog::Page page) {
+            WebReply reply;
+            reply.body = std::move(page.texts.front());
+            reply.mark = page.next;
+            respond(std::move(reply));
+        });
+    if (waiter == 0) {
+        return {};
+    }
+    // Whoever asks takes an answer without a state for none and does not ask again: no patience.
+    return LongPoll{[this, waiter] { events_.cancel(waiter); }, {}, {}};
+}
+
+WebReply ControlService::refuse(int status, const char* why) {
+    return errorReply(status, why);
+}
+
+}  // namespace dorvo::agent

@@ -1,0 +1,38 @@
+// What the control port answers: one table of all requests, and the rules they share.
+// docs/control-port.md describes them.
+#pragma once
+
+#include <json_spirit/json_spirit.h>
+
+#include <string>
+#include <string_view>
+
+#include "control/eventlog.h"
+#include "engine/engine.h"
+#include "httpd/http_service.h"
+
+namespace dorvo::agent {
+
+class ControlService : public HttpService {
+public:
+    // Borrows engine and events.
+    ControlService(Engine& engine, EventLog& events, std::string token)
+        : engine_(engine), events_(events), token_(std::move(token)) {}
+
+    Admission admit(const WebRequest& head) override;
+    std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override;
+    WebReply refuse(int status, const char* why) override;
+
+private:
+    struct Endpoint;
+    static const Endpoint* find(std::string_view path);
+
+    std::optional<LongPoll> pollEvents(int64_t after, const Respond& respond);
+    std::optional<LongPoll> pollState(int64_t mark, const Respond& respond);
+
+    Engine& engine_;
+    EventLog& events_;
+    const std::string token_;
+};
+
+}  // namespace dorvo::agent
