@@ -9,8 +9,8 @@ import subprocess
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("DORVO_BUILD", ROOT / "build"))
 WINDOWS_BIN = BUILD / "windows" / "bin"
-# The time that binary tools write into a program, so that it does not depend on when they ran.
-FIXED_TIME = dict(os.environ, SOURCE_DATE_EPOCH="315532800")
+# The time that binary tools write into a program, as ./dev has it: not that of their run.
+FIXED_TIME = {"SOURCE_DATE_EPOCH": "315532800", **os.environ}
 PROGRAMS = ("agent.exe", "job.dll", "jobdef.dll", "vssreq.dll", "httpmsg.dll",
             "libstdc++-6.dll", "libgcc_s_seh-1.dll", "libwinpthread-1.dll")
 
