@@ -76,7 +76,10 @@ Update_Scheduler::Update_Scheduler(Io_Completion_Port_Ex& dispatcher)
     : dispatcher_(&dispatcher), againInterval_(options().update_again_at()) {}
 
 Update_Scheduler::Update_Scheduler(const Update_Scheduler& other)
-    : Timeout_Handler(), dispatcher_(other.dispatcher_), againInterval_(other.againInterval_) {}
+    // GCC warns of a copy that leaves its base out.
+    : Timeout_Handler(),  // NOLINT(readability-redundant-member-init)
+      dispatcher_(other.dispatcher_),
+      againInterval_(other.againInterval_) {}
 
 Update_Scheduler& Update_Scheduler::operator=(const Update_Scheduler& other) {
     if (this != &other) {
