@@ -42,11 +42,12 @@ void Resident::run(const Listener& listener) {
         return;
     }
     // What stands further down goes first at the end.
+    // Jobs that make up for a missed start begin as soon as the module is open.
+    EventLog events;
     host->open();
     Update_Scheduler updates;
     updates.schedule();
     ModuleEngine engine;
-    EventLog events;
     ControlServer server(engine, events);
     const ControlFile file(server.address());
     const LoginKeeper logins(engine);
