@@ -8,10 +8,13 @@
 #include <array>
 #include <cwctype>
 
+#include "base/private_access.h"
 #include "base/text.h"
 
 namespace dorvo {
 namespace {
+
+constexpr std::wstring_view dataFolder = L"\\trevold\\Dorvo";
 
 bool isDeviceName(std::string_view id) {
     const std::string_view stem = id.substr(0, id.find('.'));
@@ -26,6 +29,18 @@ bool isDeviceName(std::string_view id) {
            (equalsIgnoreCase(port, "COM") || equalsIgnoreCase(port, "LPT"));
 }
 
+// The data directory holds what opens the backups, and jobs that run with the agent's rights:
+// others of this machine may neither read nor add to it.
+bool createDirectory(const std::wstring& path) {
+    std::wstring data;
+    if (!path.ends_with(dataFolder) || !dataDirectory(data) || path != data) {
+        return CreateDirectoryW(longPath(path).c_str(), nullptr) != 0;
+    }
+    PrivateAccess access(PrivateAccess::Kind::folder);
+    return access.attributes() != nullptr &&
+           CreateDirectoryW(longPath(path).c_str(), access.attributes()) != 0;
+}
+
 }  // namespace
 
 bool dataDirectory(std::wstring& path) {
@@ -34,7 +49,7 @@ bool dataDirectory(std::wstring& path) {
     if (SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, folder) != S_OK) {
         return false;
     }
-    path.assign(folder).append(L"\\trevold\\Dorvo");
+    path.assign(folder).append(dataFolder);
     return true;
 }
 
@@ -72,7 +87,7 @@ bool isJobId(std::string_view id) {
 }
 
 bool createDirectories(const std::wstring& path) {
-    if (CreateDirectoryW(longPath(path).c_str(), nullptr) != 0) {
+    if (createDirectory(path)) {
         return true;
     }
     const DWORD error = GetLastError();
@@ -84,8 +99,7 @@ bool createDirectories(const std::wstring& path) {
         return false;
     }
     return createDirectories(path.substr(0, parent)) &&
-           (CreateDirectoryW(longPath(path).c_str(), nullptr) != 0 ||
-            GetLastError() == ERROR_ALREADY_EXISTS);
+           (createDirectory(path) || GetLastError() == ERROR_ALREADY_EXISTS);
 }
 
 std::wstring executableDirectory() {

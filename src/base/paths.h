@@ -22,7 +22,8 @@ bool jobDirectory(std::string_view id, std::wstring& path);
 // colon or wildcard, neither "." nor "..", no trailing dot or space, no device name.
 bool isJobId(std::string_view id);
 
-// Makes the folder and those above it. True when it exists afterwards.
+// Makes the folder and those above it; the data directory so that only the user of this process,
+// administrators and the system may open it. True when it exists afterwards.
 bool createDirectories(const std::wstring& path);
 
 // The folder of the host process's executable, with a trailing backslash; empty when it has none.

@@ -6,6 +6,7 @@
 
 #include "base/handle.h"
 #include "base/log.h"
+#include "base/private_access.h"
 #include "settings/encodedtext.h"
 
 namespace dorvo {
@@ -32,9 +33,13 @@ LSTATUS readValue(std::string& base64) {
 }
 
 LSTATUS writeValue(const std::string& base64) {
+    PrivateAccess access(PrivateAccess::Kind::registryKey);
+    if (access.attributes() == nullptr) {
+        return static_cast<LSTATUS>(GetLastError());
+    }
     HKEY opened = nullptr;
     const LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, keyPath, 0, nullptr, 0,
-                                           KEY_SET_VALUE, nullptr, &opened, nullptr);
+                                           KEY_SET_VALUE, access.attributes(), &opened, nullptr);
     if (status != ERROR_SUCCESS) {
         return status;
     }

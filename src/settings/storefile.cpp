@@ -1,11 +1,9 @@
 #include "settings/storefile.h"
 
-#include <sddl.h>
-
 #include <iterator>
-#include <memory>
 
 #include "base/paths.h"
+#include "base/private_access.h"
 #include "base/read_handle_streambuf.h"
 #include "base/write_handle_streambuf.h"
 
@@ -16,30 +14,6 @@ FileHandle open(const std::wstring& path, DWORD access, DWORD share, DWORD dispo
                 SECURITY_ATTRIBUTES* security = nullptr) {
     return FileHandle(CreateFileW(longPath(path).c_str(), access, share, security, disposition,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-struct FreeLocal {
-    void operator()(void* memory) const { LocalFree(memory); }
-};
-template <class T>
-using LocalMemory = std::unique_ptr<T, FreeLocal>;
-
-// "S-1-5-21-...", empty when the system does not tell.
-std::wstring processUser() {
-    HANDLE opened = nullptr;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened) == 0) {
-        return {};
-    }
-    const KernelHandle token(opened);
-    alignas(TOKEN_USER) BYTE user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-    DWORD size = sizeof(user);
-    wchar_t* text = nullptr;
-    if (GetTokenInformation(token.get(), TokenUser, user, size, &size) == 0 ||
-        ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &text) == 0) {
-        return {};
-    }
-    const LocalMemory<wchar_t> owned(text);
-    return text;
 }
 
 }  // namespace
@@ -76,16 +50,11 @@ FileHandle openStoreForWriting(const std::wstring& path, DWORD share) {
 }
 
 FileHandle createPrivateFile(const std::wstring& path) {
-    const std::wstring user = processUser();
-    const std::wstring access = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;" + user + L")";
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (user.empty() || ConvertStringSecurityDescriptorToSecurityDescriptorW(
-                            access.c_str(), SDDL_REVISION_1, &descriptor, nullptr) == 0) {
+    PrivateAccess access(PrivateAccess::Kind::file);
+    if (access.attributes() == nullptr) {
         return {};
     }
-    const LocalMemory<void> owned(descriptor);
-    SECURITY_ATTRIBUTES security{sizeof(security), descriptor, FALSE};
-    return open(path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW, &security);
+    return open(path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW, access.attributes());
 }
 
 bool flushFile(const std::wstring& path) {
