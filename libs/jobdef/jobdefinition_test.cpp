@@ -183,35 +183,8 @@ TEST(Definition, KeepsWhatItDoesNotKnow) {
 }
 
 TEST(JobSchedule, BoundsItsFieldsByItsKind) {
-    struct Row {
-        JobSchedule schedule;
-        bool valid;
-        const char* start = "0";
-    };
     using enum ScheduleKind;
-    const Row rows[] = {
-        {{manual, 0, 0, 0, 0, 0}, true},
-        {{daily, 0, 99, 23, 59, 59}, true},
-        {{daily, 0, 0, 24, 0, 0}, false},
-        {{daily, 0, 0, 0, 60, 0}, false},
-        {{daily, 0, 0, 0, 0, 60}, false},
-        {{daily, 0, 0, -1, 0, 0}, false},
-        {{daily, 0, 0, 0, 0, 0}, false, "12x"},
-        {{daily, 0, 0, 0, 0, 0}, false, "-1"},
-        {{daily, 0, 0, 0, 0, 0}, false, " 1"},
-        {{daily, 0, 0, 0, 0, 0}, false, "18446744073709551616"},
-        {{weekly, 0, 0, 0, 0, 0}, true},
-        {{weekly, 0, 6, 0, 0, 0}, true},
-        {{weekly, 0, 7, 0, 0, 0}, false},
-        {{monthly, 0, 0, 0, 0, 0}, false},
-        {{monthly, 0, 31, 0, 0, 0}, true},
-        {{monthly, 0, 32, 0, 0, 0}, false},
-        {{once, 0, 0, 0, 0, 0}, false},
-        {{once, 1, 0, 0, 0, 0}, true, "1"},
-        {{ScheduleKind{0}, 0, 0, 0, 0, 0}, false},
-        {{ScheduleKind{6}, 0, 0, 0, 0, 0}, false},
-    };
-    for (const auto& [schedule, valid, start] : rows) {
+    const auto expect = [](const JobSchedule& schedule, bool valid, const std::string& start) {
         const auto kind = static_cast<int32_t>(schedule.kind);
         json_spirit::Object members = parsed(backupText);
         members["schedule"] = json_spirit::Object{{"kind", kind},
@@ -224,6 +197,23 @@ TEST(JobSchedule, BoundsItsFieldsByItsKind) {
         EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).schedule(),
                   valid ? schedule : JobSchedule())
             << kind << " day " << schedule.day << " start " << start;
+    };
+    const JobSchedule good[] = {{manual, 0, 0, 0, 0, 0},   {daily, 0, 99, 23, 59, 59},
+                                {weekly, 0, 0, 0, 0, 0},   {weekly, 0, 6, 0, 0, 0},
+                                {monthly, 0, 31, 0, 0, 0}, {once, 1, 0, 0, 0, 0}};
+    for (const JobSchedule& schedule : good) {
+        expect(schedule, true, std::to_string(schedule.start));
+    }
+    const JobSchedule bad[] = {{daily, 0, 0, 24, 0, 0},          {daily, 0, 0, 0, 60, 0},
+                               {daily, 0, 0, 0, 0, 60},          {daily, 0, 0, -1, 0, 0},
+                               {weekly, 0, 7, 0, 0, 0},          {monthly, 0, 0, 0, 0, 0},
+                               {monthly, 0, 32, 0, 0, 0},        {once, 0, 0, 0, 0, 0},
+                               {ScheduleKind{0}, 0, 0, 0, 0, 0}, {ScheduleKind{6}, 0, 0, 0, 0, 0}};
+    for (const JobSchedule& schedule : bad) {
+        expect(schedule, false, "0");
+    }
+    for (const char* start : {"12x", "-1", " 1", "18446744073709551616"}) {
+        expect({daily, 0, 0, 0, 0, 0}, false, start);
     }
 }
 
@@ -256,8 +246,6 @@ TEST_F(DefinitionFile, SaysWhyItCannotBeRead) {
     EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
     fs::create_directories(fs::path(path_).parent_path());
-    EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
     std::ofstream(fs::path(path_)) << backupText.substr(0, backupText.size() - 1);
     EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});

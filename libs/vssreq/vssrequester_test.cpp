@@ -94,30 +94,22 @@ TEST_F(Requester, AsksNobodyForNothingOrForAnUnknownKind) {
 
 TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
     const struct {
-        const char* what;
-        HRESULT prepare;
-        HRESULT snapshot;
+        uint32_t prepare, snapshot;
         DWORD error;
         std::vector<std::string> calls;
     } rows[] = {
-        {"service", static_cast<HRESULT>(0x80042308), S_OK, 0x80042308, {"prepare 1", "complete"}},
-        {"windows", static_cast<HRESULT>(0x80070005), S_OK, 5, {"prepare 1", "complete"}},
-        {"late",
-         S_OK,
-         static_cast<HRESULT>(0x8004230C),
-         0x8004230C,
-         {"prepare 1", "snapshot", "complete"}},
+        {0x80042308, 0, 0x80042308, {"prepare 1", "complete"}},
+        {0x80070005, 0, 5, {"prepare 1", "complete"}},  // one of Windows
+        {0, 0x8004230C, 0x8004230C, {"prepare 1", "snapshot", "complete"}},
     };
     script_.complete = E_FAIL;  // must not hide the reason
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
         script_.calls.clear();
-        script_.prepare = row.prepare;
-        script_.snapshot = row.snapshot;
+        script_.prepare = static_cast<HRESULT>(row.prepare);
+        script_.snapshot = static_cast<HRESULT>(row.snapshot);
         EXPECT_FALSE(requester_.startBackup(&volumes_, VSSRequester::full, true));
         EXPECT_EQ(GetLastError(), row.error);
         EXPECT_EQ(requester_.volumeCount(), 0);
-        EXPECT_STREQ(requester_.step(), "Step");
         EXPECT_EQ(script_.calls, row.calls);
     }
 }

@@ -6,17 +6,12 @@ namespace dorvo {
 namespace {
 
 TEST(JobStateText, GoesBothWays) {
-    struct Row {
-        int32_t state;
-        const char* text;
-    };
-    constexpr Row rows[] = {{0, "none"},       {1, "idle"},      {2, "starting"}, {3, "running"},
-                            {4, "completing"}, {5, "pausing"},   {6, "paused"},   {7, "completed"},
-                            {8, "canceling"},  {9, "cancelled"}, {10, "error"},   {11, "created"},
-                            {12, "updated"},   {13, "deleted"},  {14, "unloaded"}};
-    for (const Row& row : rows) {
-        EXPECT_STREQ(jobStateToString(row.state), row.text);
-        EXPECT_EQ(jobStateFromString(row.text), row.state);
+    const char* const texts[] = {"none",    "idle",    "starting",  "running",   "completing",
+                                 "pausing", "paused",  "completed", "canceling", "cancelled",
+                                 "error",   "created", "updated",   "deleted",   "unloaded"};
+    for (int32_t state = 0; state < 15; ++state) {
+        EXPECT_STREQ(jobStateToString(state), texts[state]);
+        EXPECT_EQ(jobStateFromString(texts[state]), state);
     }
     for (const int32_t unknown : {-1, 15, 42}) {
         EXPECT_STREQ(jobStateToString(unknown), "none");

@@ -39,10 +39,7 @@ TEST(JobDirectory, LeavesThePathEmptyForAnIdThatWouldLeaveTheRoot) {
 }
 
 TEST(LongPath, PrefixesAbsolutePathsOnly) {
-    const struct {
-        const wchar_t* path;
-        const wchar_t* expected;
-    } rows[] = {
+    const std::pair<const wchar_t*, const wchar_t*> rows[] = {
         {L"C:\\a", L"\\\\?\\C:\\a"},
         {L"C:/a/b", L"\\\\?\\C:\\a\\b"},
         {L"C:\\", L"\\\\?\\C:\\"},
@@ -54,8 +51,8 @@ TEST(LongPath, PrefixesAbsolutePathsOnly) {
         {L"\\\\?\\GLOBALROOT\\Device\\Copy1\\a", L"\\\\?\\GLOBALROOT\\Device\\Copy1\\a"},
         {L"", L""},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(longPath(row.path), row.expected);
+    for (const auto& [path, expected] : rows) {
+        EXPECT_EQ(longPath(path), expected);
     }
 }
 
