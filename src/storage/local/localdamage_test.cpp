@@ -4,6 +4,7 @@
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localstoragetest.h"
 #include "support/child_process.h"
+#include "support/fails_with.h"
 
 namespace dorvo {
 namespace {
@@ -41,7 +42,7 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
     const uint64_t whole = sizeOfFile(index);
     for (const uint64_t size : {whole - 1, before + 97, before + 4, before + 1, before}) {
         SCOPED_TRACE(size);
-        change(index, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, size)); });
+        cut(index, size);
         const auto made = started();
         EXPECT_EQ(sizeOfFile(index), before);
         // Its blocks are there.
@@ -71,15 +72,13 @@ TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
         std::function<void()> spoil;
         uint32_t copied;
     };
-    const auto cut = [&](uint64_t size) {
-        change(package, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, size)); });
-    };
     const Row rows[] = {
         {"in the middle", 1, 2, [] {}, 2},
         {"all there", 1, blocks, [] {}, 0},
         {"another item's", 9, 2, [] {}, blocks},
-        {"more there than the package", 1, 2, [&] { cut(blocks * uploadBlockSize + 1); }, 2},
-        {"less there than on record", 1, 2, [&] { cut(2 * uploadBlockSize - 1); }, blocks},
+        {"more there than the package", 1, 2, [&] { cut(package, blocks * uploadBlockSize + 1); },
+         2},
+        {"less there than on record", 1, 2, [&] { cut(package, 2 * uploadBlockSize - 1); }, blocks},
         {"bytes lost in a power cut", 1, 2, [&] { flip(package, 5000); }, 2 + blocks},
     };
     for (const Row& row : rows) {
@@ -87,8 +86,8 @@ TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
         const auto reading = restore();
         ASSERT_TRUE(reading->start());
         write(target, "old");
-        EXPECT_FALSE(reading->restoreFile(path.c_str(), target.c_str(), 1, false));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_EXISTS});
+        EXPECT_FAILS(ERROR_FILE_EXISTS,
+                     reading->restoreFile(path.c_str(), target.c_str(), 1, false));
         ASSERT_EQ(sizeOfFile(package), blocks * uploadBlockSize);
         restored_.itemNumber = row.item;
         restored_.acceptedBlocks = row.recorded;
@@ -110,13 +109,12 @@ TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
         ASSERT_TRUE(backup(*started(), path));
         const std::wstring packages = place().packages(instance());
         if (shorter) {
-            change(packages, [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, 100)); });
+            cut(packages, 100);
         } else {
             flip(packages, 4096);
         }
         const auto made = storage();
-        EXPECT_FALSE(made->start());
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_FAILS(ERROR_INVALID_DATA, made->start());
         EXPECT_TRUE(made->cancel());
     }
 }
@@ -132,12 +130,10 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
         one = sizeOfFile(index);
         ASSERT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
     }
-    change(index, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, one)); });
+    cut(index, one);
     const auto made = started();
-    EXPECT_FALSE(made->end());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
-    EXPECT_FALSE(made->backup(L"C:\\c", data, 3, nullptr));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_INVALID_DATA, made->end());
+    EXPECT_FAILS(ERROR_INVALID_DATA, made->backup(L"C:\\c", data, 3, nullptr));
     // The item in progress may be repeated, and one that failed is not missed.
     EXPECT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
     ASSERT_TRUE(made->recordError(L"C:\\c", 5, ""));
@@ -170,15 +166,12 @@ TEST_F(LocalStorageTest, WhatWasCarriedOverMustBeThereWhenTheRunGoesOn) {
     ASSERT_TRUE(check(path, send));
     EXPECT_FALSE(send);
     started();
-    change(place().index(instance()),
-           [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, LocalIndexReader::begin())); });
-    EXPECT_FALSE(storage()->start());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    cut(place().index(instance()), LocalIndexReader::begin());
+    EXPECT_FAILS(ERROR_INVALID_DATA, storage()->start());
     // Nor does it go on when all of its folder was deleted.
     record_.unchangedSize = 47;
     ASSERT_TRUE(rm_rf(place().instance(instance()), true));
-    EXPECT_FALSE(storage()->start());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_INVALID_DATA, storage()->start());
 }
 
 TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
@@ -188,11 +181,10 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
     const std::wstring index = where.index(base);
     const uint64_t size = sizeOfFile(index);
     const auto expectDamaged = [&] {
-        EXPECT_FALSE(list(page_));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_FAILS(ERROR_INVALID_DATA, list(page_));
         const auto reading = restore();
-        EXPECT_FALSE(reading->start() && reading->restoreFile(path.c_str(), path.c_str(), 1, true));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_FAILS(ERROR_INVALID_DATA,
+                     reading->start() && reading->restoreFile(path.c_str(), path.c_str(), 1, true));
         // Nor is it a base to build on, but the job can still be backed up.
         begin(2);
         bool send = false;
@@ -207,22 +199,18 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
         flip(index, offset);
     }
     ASSERT_TRUE(list(page_));
-    change(index,
-           [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, LocalIndexReader::begin())); });
+    cut(index, LocalIndexReader::begin());
     expectDamaged();
     // Without a sensible document it is no base, and not listed.
     write(where.document(base), "{}");
-    EXPECT_FALSE(restore()->start());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_INVALID_DATA, restore()->start());
     std::vector<WebInstance> instances;
     EXPECT_TRUE(LocalInstances::list(location_, {}, {}, instances));
     EXPECT_TRUE(instances.empty());
     // It may have been completed: nothing drops it or begins it anew.
     bool send = false;
-    EXPECT_FALSE(storage()->cancel());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
-    EXPECT_FALSE(check(path, send));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_INVALID_DATA, storage()->cancel());
+    EXPECT_FAILS(ERROR_INVALID_DATA, check(path, send));
     EXPECT_EQ(sizeOfFile(where.packages(base)), 48u);
 }
 
@@ -238,13 +226,11 @@ TEST_F(LocalStorageTest, APackageThatIsNotThereIsNeitherReadNorCarriedOver) {
         return send;
     };
     EXPECT_FALSE(sendsAnew());
-    change(packages,
-           [](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, 3 * uploadBlockSize - 1)); });
+    cut(packages, 3 * uploadBlockSize - 1);
     EXPECT_TRUE(sendsAnew());
     const auto reading = restore();
     ASSERT_TRUE(reading->start());
-    EXPECT_FALSE(reading->restoreFile(path.c_str(), path.c_str(), 1, true));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_INVALID_DATA, reading->restoreFile(path.c_str(), path.c_str(), 1, true));
 }
 
 // The records that check points make are nobody's business.

@@ -6,6 +6,7 @@
 #include "base/key_error.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localinstances.h"
+#include "support/fails_with.h"
 
 namespace dorvo {
 namespace {
@@ -18,10 +19,7 @@ TEST_F(LocalStorageTest, AFolderThatIsGonePausesEveryJob) {
     const std::wstring away = folder_.path() + L"\\away";
     std::vector<WebInstance> instances;
     bool send = false;
-    const auto expectGone = [](bool done) {
-        EXPECT_FALSE(done);
-        EXPECT_EQ(GetLastError(), DWORD{WSAESTALE});
-    };
+    const auto expectGone = [](bool done) { EXPECT_FAILS(WSAESTALE, done); };
     ASSERT_TRUE(MoveFileW(location_.c_str(), away.c_str())) << GetLastError();
     expectGone(running->end());
     expectGone(storage()->start());
@@ -38,42 +36,35 @@ TEST_F(LocalStorageTest, AFolderThatIsGonePausesEveryJob) {
 }
 
 TEST_F(LocalStorageTest, AFullDiskAndALostShareCountAsGone) {
-    struct Row {
-        DWORD error;
-        DWORD becomes;
-    };
-    for (const Row& row :
-         {Row{ERROR_DISK_FULL, WSAESTALE}, Row{ERROR_NETNAME_DELETED, WSAESTALE},
-          Row{ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED}, Row{ERROR_CANCELLED, ERROR_CANCELLED}}) {
-        SetLastError(row.error);
-        EXPECT_FALSE(failedIn(location_));
-        EXPECT_EQ(GetLastError(), row.becomes);
+    const std::pair<DWORD, DWORD> rows[] = {{ERROR_DISK_FULL, WSAESTALE},
+                                            {ERROR_NETNAME_DELETED, WSAESTALE},
+                                            {ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED},
+                                            {ERROR_CANCELLED, ERROR_CANCELLED}};
+    for (const auto& [error, becomes] : rows) {
+        SetLastError(error);
+        EXPECT_FAILS(becomes, failedIn(location_));
     }
     // A full disk elsewhere is none of the folder's.
     SetLastError(ERROR_DISK_FULL);
-    EXPECT_FALSE(failedNear(location_));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
+    EXPECT_FAILS(ERROR_DISK_FULL, failedNear(location_));
 }
 
 TEST_F(LocalStorageTest, NamesThatWouldLeaveTheFolderAreRefused) {
     const std::wstring location = location_;
     for (const char* machine : {"", "..", "a\\b", "a/b", "c:", "con", "dot."}) {
         machine_ = machine;
-        EXPECT_FALSE(storage()->start()) << machine;
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << machine;
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, storage()->start()) << machine;
     }
     machine_ = "m";
     for (const wchar_t* relative : {L"", L"backups", L"c:backups"}) {
         location_ = relative;
-        EXPECT_FALSE(storage()->start()) << toUtf8(relative);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << toUtf8(relative);
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, storage()->start()) << toUtf8(relative);
     }
     location_ = location + L"\\";
     std::replace(location_.begin(), location_.end(), L'\\', L'/');
     EXPECT_TRUE(storage()->start()) << GetLastError();
     record_.instanceId.fill(0);
-    EXPECT_FALSE(storage()->start());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, storage()->start());
 }
 
 TEST_F(LocalStorageTest, OneProcessWritesToAnInstance) {
@@ -81,12 +72,9 @@ TEST_F(LocalStorageTest, OneProcessWritesToAnInstance) {
     bool send = false;
     {
         const auto first = started();
-        EXPECT_FALSE(storage()->start());
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
-        EXPECT_FALSE(check(path, send));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
-        EXPECT_FALSE(storage()->cancel());
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+        EXPECT_FAILS(ERROR_SHARING_VIOLATION, storage()->start());
+        EXPECT_FAILS(ERROR_SHARING_VIOLATION, check(path, send));
+        EXPECT_FAILS(ERROR_SHARING_VIOLATION, storage()->cancel());
         EXPECT_TRUE(backup(*first, path));
     }
     EXPECT_TRUE(started()->end());
@@ -101,8 +89,7 @@ TEST_F(LocalStorageTest, ADocumentThatIsInUsePausesTheEnd) {
         const FileHandle reader(CreateFileW(place().document(instance()).c_str(), GENERIC_READ,
                                             FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
         ASSERT_TRUE(reader);
-        EXPECT_FALSE(made->end());
-        EXPECT_EQ(GetLastError(), DWORD{WSAESTALE});
+        EXPECT_FAILS(WSAESTALE, made->end());
     }
     EXPECT_TRUE(started()->end()) << GetLastError();
     EXPECT_TRUE(restore()->start()) << GetLastError();
@@ -112,22 +99,18 @@ TEST_F(LocalStorageTest, AnotherKeyIsRefusedBeforeAnythingIsMade) {
     const std::wstring path = complete();
     const auto own = restore();
     key_[5] ^= 1;
-    EXPECT_FALSE(restore()->start());
-    EXPECT_EQ(GetLastError(), DWORD{errorKeyForeign});
+    EXPECT_FAILS(errorKeyForeign, restore()->start());
     begin(2);
     bool send = false;
-    EXPECT_FALSE(check(path, send));
-    EXPECT_EQ(GetLastError(), DWORD{errorKeyForeign});
-    EXPECT_FALSE(storage()->start());
-    EXPECT_EQ(GetLastError(), DWORD{errorKeyForeign});
+    EXPECT_FAILS(errorKeyForeign, check(path, send));
+    EXPECT_FAILS(errorKeyForeign, storage()->start());
     EXPECT_EQ(GetFileAttributesW(place().instance(instance()).c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(LocalStorageTest, APageIsOnlyAskedForByTheTextOfThePageBefore) {
     complete();
     for (const char* after : {"x", "d", "d7", "f-1", "d9999999999999999999999", "f12x"}) {
-        EXPECT_FALSE(list(page_, after)) << after;
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << after;
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, list(page_, after)) << after;
     }
     EXPECT_FALSE(list(page_, "d12"));  // in the middle of a record
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
@@ -165,8 +148,7 @@ TEST_F(LocalStorageTest, ListsTheBackupsOfAllMachines) {
     EXPECT_EQ(ids("other", ""), "03 running ");
     EXPECT_EQ(ids("", "j2"), "");
     EXPECT_EQ(ids("never", ""), "");
-    EXPECT_FALSE(LocalInstances::list(location_, "..", "", instances));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, LocalInstances::list(location_, "..", "", instances));
 }
 
 }  // namespace

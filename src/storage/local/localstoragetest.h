@@ -104,6 +104,9 @@ protected:
         ASSERT_TRUE(file) << GetLastError();
         change(file.get());
     }
+    static void cut(const std::wstring& path, uint64_t size) {
+        change(path, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, size)); });
+    }
     static void flip(const std::wstring& path, uint64_t offset) {
         change(path, [&](HANDLE file) {
             std::byte byte{};
