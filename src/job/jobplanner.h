@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 
+#include "base/api.h"
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
 #include "scheduler/schedulehelper.h"
@@ -22,8 +23,8 @@ namespace dorvo {
 ScheduleManagerImpl& jobSchedules();
 
 // Null for a schedule that plans nothing: by hand, or once, which starts when it is submitted.
-std::unique_ptr<ScheduleHelper> makeScheduleHelper(const JobSchedule& schedule,
-                                                   const ScheduleClock& clock);
+DORVO_JOB_API std::unique_ptr<ScheduleHelper> makeScheduleHelper(const JobSchedule& schedule,
+                                                                 const ScheduleClock& clock);
 
 // Why a job is planned.
 enum class PlanReason {
