@@ -5,12 +5,16 @@
 
 #include "agenterror.h"
 #include "backupplace.h"
+#include "base/local_time.h"
 #include "base/text.h"
-#include "engine/modulehost.h"
 #include "excludedpaths.h"
 #include "job/source/exclusionlist.h"
 #include "jobrun.h"
+#include "jobview.h"
+#include "residenthint.h"
 #include "sourcepath.h"
+#include "storage/wire_time.h"
+#include "timetext.h"
 #include "users.h"
 
 namespace dorvo::agent {
@@ -70,21 +74,26 @@ CLI::App* BackupCommand::describe(CLI::App& parent) {
     backup->add_option("--local", local_, "A folder to keep the backups in, in place of the server")
         ->type_name("DIR");
     backup->add_option("--user", user_, "The account, when several have logged in");
+    schedule_.describe(*backup);
+    flags_.describe(*backup);
     backup->footer(
         "The same paths, or the same name, are the same job: its next run sends only what has "
         "changed.\nCtrl+C pauses the run; 'agent resume JOB' goes on with it.\n"
-        "Example:\n  agent backup C:\\Users\\alice --name docs --skip-ext tmp,bak");
+        "With a schedule the job is saved and not run now; the resident agent starts it.\n"
+        "Example:\n  agent backup C:\\Users\\alice --name docs --skip-ext tmp,bak\n"
+        "  agent backup C:\\Users\\alice --name docs --weekly mon 22:00");
     return backup;
 }
 
 int BackupCommand::run(Terminal& terminal) {
     const BackupPlace place(local_, user_);
     const std::string user = place.local() ? chooseKeyOwner(user_) : place.user();
-    ModuleHost host;
+    const auto engine = openEngine();
+    flags_.check(*engine);
     const JobList jobs = loadJobs();
-    std::unique_ptr<BackupJobDefinition> job = define(jobs, user, place);
+    const std::unique_ptr<BackupJobDefinition> job = define(jobs, user, place);
     refuseToBackUpItself(*job);
-    const std::string id = job->id();
+    const std::string& id = job->id();
     const std::string name = toUtf8(job->name());
     const JobDefinition* known = nullptr;
     for (const auto& other : jobs) {
@@ -96,16 +105,44 @@ int BackupCommand::run(Terminal& terminal) {
             throw AgentError("The job '" + name +
                              "' has an unfinished run with other settings: finish it first with "
                              "'agent resume \"" +
-                             name + "\"'");
+                             name + "\"', or drop it with 'agent stop \"" + name + "\"'");
         }
-        terminal.out("Going on with the unfinished run of job '" + name + "'.");
+        if (!schedule_.given() && !flags_.json) {
+            terminal.out("Going on with the unfinished run of job '" + name + "'.");
+        }
     }
-    host.open(id);
-    const std::unique_ptr<BackupJobDefinition> shown = copyOf(*job);
-    if (changed && !ModuleHost::manager().submitJob(job.release())) {
-        throw AgentError("The job '" + name + "' could not be saved: the log file says why");
+    if (changed) {
+        engine->submit(*job);
     }
-    return runJob(terminal, *shown, RunStart::fresh);
+    return schedule_.given() ? saySchedule(terminal, *job, engine->resident())
+                             : runJob(*engine, terminal, *job, JobVerb::start, flags_);
+}
+
+int BackupCommand::saySchedule(Terminal& terminal, const BackupJobDefinition& job,
+                               bool resident) const {
+    const std::string name = toUtf8(job.name());
+    const uint64_t next = viewOf(job).nextRun;
+    if (flags_.json) {
+        const json_spirit::Ordered_object json{{"id", job.id()},
+                                               {"name", name},
+                                               {"schedule", scheduleJson(job.schedule())},
+                                               {"nextRun", wire_time(next)},
+                                               {"resident", resident}};
+        terminal.out(json_spirit::write(json_spirit::Ordered_value(json)));
+        return exitDone;
+    }
+    if (next == 0) {
+        terminal.out("The job '" + name + "' runs by hand: 'agent start \"" + name +
+                     "\"' runs it.");
+        return exitDone;
+    }
+    terminal.out("The job '" + name + "' runs " + scheduleText(job.schedule()) + ", next on " +
+                 localTimeText(next) + ".");
+    if (!resident) {
+        terminal.warn(std::string("Warning: Only the resident agent starts it, and none runs: ") +
+                      residentHint + ".");
+    }
+    return exitDone;
 }
 
 std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
@@ -131,6 +168,9 @@ std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
     }
     place.assignTo(*job);
     setRules(*job);
+    if (schedule_.given()) {
+        job->setSchedule(schedule_.read(job->schedule(), localTimeNow()));
+    }
     return job;
 }
 

@@ -1,5 +1,5 @@
 // agent backup PATH...: defines the backup job of these paths, or finds the one there is, and runs
-// it.
+// it; or gives it a schedule, or takes it off, and does not run it now.
 //
 // With --name, the user's job of that name is meant, and its paths become the given ones; without,
 // the user's job of exactly these paths that keeps its backups in the same place. So the same
@@ -13,6 +13,8 @@
 #include "backupplace.h"
 #include "command.h"
 #include "jobstore.h"
+#include "runflags.h"
+#include "scheduleoptions.h"
 
 namespace dorvo::agent {
 
@@ -25,6 +27,7 @@ private:
     std::unique_ptr<BackupJobDefinition> define(const JobList& jobs, const std::string& user,
                                                 const BackupPlace& place) const;
     void setRules(BackupJobDefinition& job) const;
+    int saySchedule(Terminal& terminal, const BackupJobDefinition& job, bool resident) const;
 
     std::vector<std::string> paths_;
     std::string name_;
@@ -33,6 +36,8 @@ private:
     bool plain_ = false;
     std::string local_;
     std::string user_;
+    ScheduleOptions schedule_;
+    RunFlags flags_;
 };
 
 // The extensions of a definition: each "txt", ".txt" or "*.txt". Throws AgentError (wrong usage)

@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <iterator>
-#include <sstream>
-
 #include "commands.h"
 #include "exitcode.h"
 #include "faketerminal.h"
@@ -37,7 +34,8 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
     for (const Row& row : {
              Row{{"bakcup"}, "'bakcup' is no command. See 'agent --help'."},
              Row{{"backup", "C:\\", "--frobnicate"}, "agent backup --help"},
-             Row{{"backup", "C:\\", "--daily", "10:00"}, "not expected"},
+             Row{{"backup", "C:\\", "--local", "C:\\windows", "--daily", "24:00"}, "HH:MM"},
+             Row{{"backup", "C:\\", "--daily", "10:00", "--no-schedule"}, "--daily"},
              Row{{"backup", "C:\\windows", "--local", "Q:\\nowhere"}, "does not exist"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\win.ini"}, "is no folder"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\system32"}, "exclude add"},
@@ -57,22 +55,37 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
     }
 }
 
+// Every command of the parser and below it, as words.
+void collect(CLI::App& parent, const std::vector<std::string>& words,
+             std::vector<std::vector<std::string>>& found) {
+    for (CLI::App* const command : parent.get_subcommands({})) {
+        std::vector<std::string> all = words;
+        all.push_back(command->get_name());
+        collect(*command, all, found);
+        found.push_back(std::move(all));
+    }
+}
+
 TEST_F(CommandLine, EveryCommandHasAHelpWithAnExample) {
-    for (const char* command :
-         {"server", "server set", "login", "logout", "backup", "restore", "start", "resume", "jobs",
-          "show", "instances", "files", "key", "key export", "key import", "exclude", "exclude add",
-          "exclude remove", "exclude list"}) {
-        std::istringstream words(command);
-        std::vector<std::string> arguments(std::istream_iterator<std::string>(words), {});
-        const std::string first = arguments.front();
-        arguments.emplace_back("--help");
-        EXPECT_EQ(run(arguments), exitDone) << command;
-        ASSERT_THAT(terminal_.lines, SizeIs(1)) << command;
+    CLI::App app;
+    const auto commands = makeCommands();
+    for (const auto& command : commands) {
+        command->describe(app);
+    }
+    std::vector<std::vector<std::string>> found;
+    collect(app, {}, found);
+    EXPECT_GT(found.size(), commands.size());
+    EXPECT_EQ(run({"--help"}), exitDone);
+    const std::string all = terminal_.lines[0];
+    for (std::vector<std::string>& words : found) {
+        const std::string first = words.front();
+        EXPECT_THAT(all, HasSubstr("\n  " + first + " "));
+        words.emplace_back("--help");
+        EXPECT_EQ(run(words), exitDone) << first;
+        ASSERT_THAT(terminal_.lines, SizeIs(1)) << first;
         EXPECT_THAT(terminal_.lines[0], HasSubstr("Example:\n  agent " + first));
         EXPECT_THAT(terminal_.errors, IsEmpty());
     }
-    EXPECT_EQ(run({"--help"}), exitDone);
-    EXPECT_THAT(terminal_.lines[0], HasSubstr("resume"));
 }
 
 TEST_F(CommandLine, SaysWhatToDoFirst) {
@@ -87,6 +100,9 @@ TEST_F(CommandLine, SaysWhatToDoFirst) {
              Row{{"files", "latest", "--local", "C:\\windows"}, "no completed run"},
              Row{{"key", "export", "C:\\x.key", "--user", "alice"}, "no key on this machine"},
              Row{{"exclude", "list", "--job", "docs"}, "no job 'docs'"},
+             Row{{"start", "docs", "--no-wait"}, "agent service install"},
+             Row{{"watch", "docs"}, "no job 'docs'"},
+             Row{{"remove", "docs"}, "no job 'docs'"},
              Row{{"exclude", "remove", "C:\\nothing"}, "is not excluded"},
          }) {
         EXPECT_EQ(run(row.arguments), exitFailed) << row.says;

@@ -8,10 +8,16 @@
 #include "keycommand.h"
 #include "logincommand.h"
 #include "logoutcommand.h"
+#include "removecommand.h"
+#include "residentcommand.h"
 #include "restorecommand.h"
 #include "runcommand.h"
 #include "servercommand.h"
+#include "servicecommand.h"
 #include "showcommand.h"
+#include "snapshotscommand.h"
+#include "tellcommand.h"
+#include "watchcommand.h"
 
 namespace dorvo::agent {
 
@@ -22,14 +28,21 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
     commands.push_back(std::make_unique<LogoutCommand>());
     commands.push_back(std::make_unique<BackupCommand>());
     commands.push_back(std::make_unique<RestoreCommand>());
-    commands.push_back(std::make_unique<RunCommand>(RunStart::fresh));
-    commands.push_back(std::make_unique<RunCommand>(RunStart::resumed));
+    commands.push_back(std::make_unique<RunCommand>(JobVerb::start));
+    commands.push_back(std::make_unique<RunCommand>(JobVerb::resume));
+    commands.push_back(std::make_unique<TellCommand>(JobVerb::pause));
+    commands.push_back(std::make_unique<TellCommand>(JobVerb::stop));
+    commands.push_back(std::make_unique<RemoveCommand>());
+    commands.push_back(std::make_unique<WatchCommand>());
     commands.push_back(std::make_unique<JobsCommand>());
     commands.push_back(std::make_unique<ShowCommand>());
     commands.push_back(std::make_unique<InstancesCommand>());
     commands.push_back(std::make_unique<FilesCommand>());
     commands.push_back(std::make_unique<ExcludeCommand>());
     commands.push_back(std::make_unique<KeyCommand>());
+    commands.push_back(std::make_unique<SnapshotsCommand>());
+    commands.push_back(std::make_unique<ResidentCommand>());
+    commands.push_back(std::make_unique<ServiceCommand>());
     return commands;
 }
 

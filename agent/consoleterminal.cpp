@@ -26,6 +26,21 @@ private:
     DWORD mode_ = 0;
 };
 
+constexpr const char* red = "\x1b[91m";
+constexpr const char* yellow = "\x1b[93m";
+constexpr const char* plain = "\x1b[0m";
+
+bool coloursWanted() {
+    return GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) <= 1;  // not set, or empty
+}
+
+// Asks the console to take escape sequences, which older systems' consoles show as they are.
+bool takesColours(HANDLE console, DWORD mode) {
+    return coloursWanted() &&
+           ((mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0 ||
+            SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0);
+}
+
 void dropLineEnd(std::wstring& text) {
     while (!text.empty() && (text.back() == L'\n' || text.back() == L'\r')) {
         text.pop_back();
@@ -44,11 +59,15 @@ ConsoleTerminal::~ConsoleTerminal() {
 }
 
 void ConsoleTerminal::out(std::string_view text) {
-    line(out_, text);
+    line(out_, text, nullptr);
+}
+
+void ConsoleTerminal::warn(std::string_view text) {
+    line(out_, text, yellow);
 }
 
 void ConsoleTerminal::error(std::string_view text) {
-    line(error_, text);
+    line(error_, text, red);
 }
 
 size_t ConsoleTerminal::width() const {
@@ -123,7 +142,9 @@ bool ConsoleTerminal::readLine(std::string& line) {
 ConsoleTerminal::Stream ConsoleTerminal::standard(DWORD which) {
     HANDLE handle = GetStdHandle(which);
     DWORD mode = 0;
-    return {handle, GetConsoleMode(handle, &mode) != 0};
+    const bool console = GetConsoleMode(handle, &mode) != 0;
+    const bool colours = console && which != STD_INPUT_HANDLE && takesColours(handle, mode);
+    return {handle, console, colours};
 }
 
 void ConsoleTerminal::write(const Stream& stream, std::string_view text) {
@@ -150,9 +171,12 @@ void ConsoleTerminal::write(const Stream& stream, std::string_view text) {
     }
 }
 
-void ConsoleTerminal::line(const Stream& stream, std::string_view text) {
+void ConsoleTerminal::line(const Stream& stream, std::string_view text, const char* colour) {
     status({});
     std::string whole(text);
+    if (colour != nullptr && stream.colours && out_.console) {
+        whole = colour + whole + plain;
+    }
     if (whole.empty() || whole.back() != '\n') {
         whole += '\n';
     }

@@ -41,13 +41,37 @@ std::string failureText(uint32_t code) {
     return text + " (error " + std::to_string(code) + ")";
 }
 
+std::string runFailure(uint32_t code, const std::string& user) {
+    constexpr uint32_t unavailable = withHttpMark(503);
+    const std::string text = failureText(code);
+    switch (code) {
+        case errorUnauthorized:
+        case errorNotAcceptable:
+            return "the server refused the session of '" + user + "' (" + text +
+                   "): run 'agent login " + user + "'";
+        case unavailable: return "the server is busy, or its storage is down (" + text + ")";
+        case errorRefused:
+            return "nobody answers at " + serverText() + " (error " + std::to_string(code) +
+                   "): see that the server runs, or run 'agent server set HOST:PORT'";
+        case errorHostNotFound:
+        case errorNameTryAgain:
+            return "no machine is found by the name in " + serverText() + " (error " +
+                   std::to_string(code) +
+                   "): see to the network, or run 'agent server set HOST:PORT'";
+        case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL: return text + ": make room on the disk of the data directory";
+        default: break;
+    }
+    return isKeyError(code) ? keyErrorText(code, user) : text;
+}
+
 std::string requestFailure(uint32_t code, const std::string& user) {
     constexpr uint32_t tooManyTries = withHttpMark(429);
     switch (code) {
         case errorUnauthorized:
         case errorNotAcceptable:
-            return "The server no longer accepts the session of '" + user + "': run 'agent login " +
-                   user + "'";
+            return "The server refused the session of '" + user + "': run 'agent login " + user +
+                   "'";
         case ERROR_INVALID_DATA:
             return "The server " + serverText() + " gives no answer that a storage server would";
         case tooManyTries: return "The server has seen too many failed logins: try again later";
@@ -56,7 +80,8 @@ std::string requestFailure(uint32_t code, const std::string& user) {
     if (isHttpStatus(code)) {
         return "The server " + serverText() + " refused the request: " + failureText(code);
     }
-    return "The server " + serverText() + " cannot be reached: " + failureText(code);
+    return "The server " + serverText() + " cannot be reached: " + failureText(code) +
+           "; see that it runs, or run 'agent server set HOST:PORT'";
 }
 
 }  // namespace dorvo::agent

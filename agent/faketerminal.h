@@ -14,6 +14,7 @@ public:
 
     void out(std::string_view text) override { lines.emplace_back(text); }
     void error(std::string_view text) override { errors.emplace_back(text); }
+    void warn(std::string_view text) override { warnings.emplace_back(text); }
     bool live() const override { return live_; }
     size_t width() const override { return 80; }
     void status(std::string_view line) override { statuses.emplace_back(line); }
@@ -28,6 +29,7 @@ public:
 
     std::vector<std::string> lines;
     std::vector<std::string> errors;
+    std::vector<std::string> warnings;
     std::vector<std::string> statuses;
     std::string typed;
     std::string input;

@@ -4,8 +4,10 @@
 #include "exitcode.h"
 #include "jobstore.h"
 #include "jobview.h"
+#include "residenthint.h"
 #include "runoutcome.h"
 #include "table.h"
+#include "timetext.h"
 
 namespace dorvo::agent {
 
@@ -20,6 +22,8 @@ int JobsCommand::run(Terminal& terminal) {
     const JobList jobs = loadJobs();
     json_spirit::Ordered_array documents;
     std::vector<std::vector<std::string>> rows;
+    std::vector<std::string> warnings;
+    bool unattended = false;  // a schedule that nobody keeps
     for (const auto& job : jobs) {
         const JobView view = viewOf(*job);
         documents.emplace_back(summaryJson(view));
@@ -27,14 +31,28 @@ int JobsCommand::run(Terminal& terminal) {
         if (view.recorded && unfinished(view.record)) {
             state += " " + std::to_string(view.record.progress()) + "%";
         }
-        rows.push_back({toUtf8(job->name()), state, job->user(), job->id()});
+        rows.push_back({toUtf8(job->name()), state, localTimeText(view.lastCompleted),
+                        localTimeText(view.nextRun), job->user(), job->id()});
+        if (view.overdue) {
+            warnings.push_back(overdueText(view));
+        }
+        unattended = unattended || (view.nextRun != 0 && !view.live);
     }
     if (json_) {
         terminal.out(json_spirit::write_formatted(json_spirit::Ordered_value(documents)));
     } else if (rows.empty()) {
         terminal.out("There are no jobs yet: 'agent backup PATH' makes one.");
     } else {
-        terminal.out(tableText({"NAME", "STATE", "USER", "ID"}, rows));
+        terminal.out(
+            tableText({"NAME", "STATE", "LAST COMPLETED", "NEXT RUN", "USER", "ID"}, rows));
+        if (unattended) {
+            warnings.push_back(
+                std::string("Scheduled jobs do not start, for no resident agent runs: ") +
+                residentHint + ".");
+        }
+        for (const std::string& warning : warnings) {
+            terminal.warn("Warning: " + warning);
+        }
     }
     return exitDone;
 }

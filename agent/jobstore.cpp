@@ -37,26 +37,45 @@ bool samePaths(const std::vector<std::wstring>& a, const std::vector<std::wstrin
     return comparable(a) == comparable(b);
 }
 
-JobList loadJobs() {
-    JobList jobs;
+std::vector<std::string> jobIds() {
+    std::vector<std::string> ids;
     std::wstring root;
     if (!jobRoot(root)) {
-        return jobs;
+        return ids;
     }
     WIN32_FIND_DATAW entry;
     const FindHandle search(FindFirstFileW(longPath(root + L"\\*").c_str(), &entry));
     if (!search) {
-        return jobs;
+        return ids;
     }
     do {
-        const bool folder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        if (!folder || !isJobId(toUtf8(entry.cFileName))) {
-            continue;
-        }
-        if (auto job = JobDefinitionFactory::create(root + L"\\" + entry.cFileName + L"\\def")) {
-            jobs.push_back(std::move(job));
+        const std::string name = toUtf8(entry.cFileName);
+        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && isJobId(name)) {
+            ids.push_back(name);
         }
     } while (FindNextFileW(search.get(), &entry) != 0);
+    return ids;
+}
+
+std::unique_ptr<JobDefinition> loadJob(const std::string& id) {
+    std::wstring directory;
+    return jobDirectory(id, directory) ? JobDefinitionFactory::create(directory + L"\\def")
+                                       : nullptr;
+}
+
+bool hasJob(const std::string& id) {
+    std::wstring directory;
+    return jobDirectory(id, directory) &&
+           GetFileAttributesW(longPath(directory + L"\\def").c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+JobList loadJobs() {
+    JobList jobs;
+    for (const std::string& id : jobIds()) {
+        if (auto job = loadJob(id)) {
+            jobs.push_back(std::move(job));
+        }
+    }
     std::sort(jobs.begin(), jobs.end(), [](const auto& a, const auto& b) {
         const std::wstring nameA = upperCase(a->name());
         const std::wstring nameB = upperCase(b->name());

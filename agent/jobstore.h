@@ -16,6 +16,12 @@ using JobList = std::vector<std::unique_ptr<JobDefinition>>;
 // Every readable definition, by name and then by id.
 JobList loadJobs();
 
+// The names of the job directories, and what one holds: null for no readable definition.
+std::vector<std::string> jobIds();
+std::unique_ptr<JobDefinition> loadJob(const std::string& id);
+// Whether there is a definition of the job.
+bool hasJob(const std::string& id);
+
 // The job whose id, or else whose name, is the text, both without regard to case. Throws AgentError
 // when there is none or when several jobs have the name.
 const JobDefinition& findJob(const JobList& jobs, const std::string& idOrName);

@@ -1,13 +1,19 @@
 #include "jobview.h"
 
+#include "base/local_time.h"
 #include "base/text.h"
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
+#include "overdue.h"
 #include "printable.h"
 #include "progress.h"
 #include "restorejobs.h"
 #include "runoutcome.h"
+#include "scheduleoptions.h"
+#include "scheduler/systemscheduleclock.h"
+#include "storage/wire_time.h"
+#include "timetext.h"
 #include "units.h"
 
 namespace dorvo::agent {
@@ -45,15 +51,15 @@ Ordered_array textsJson(const std::vector<std::wstring>& texts) {
 }
 
 Ordered_object runJson(const PastRun& run) {
-    Ordered_array failed;
-    for (const FailedItem& item : run.failed) {
-        failed.emplace_back(
-            Ordered_object{{"path", item.path}, {"code", item.code}, {"reason", item.reason}});
-    }
-    return {{"instanceId", run.instanceId}, {"startTime", run.startTime},
-            {"endTime", run.endTime},       {"state", run.state},
-            {"files", run.files},           {"totalSize", run.totalSize},
-            {"speed", run.bytesPerSecond},  {"failed", failed}};
+    return {{"instanceId", run.instanceId},
+            {"startTime", run.startTime},
+            {"endTime", run.endTime},
+            {"duration", run.seconds},
+            {"state", run.state},
+            {"files", run.files},
+            {"totalSize", run.totalSize},
+            {"speed", run.bytesPerSecond},
+            {"failed", failedJson(run.failed)}};
 }
 
 std::string joined(const std::vector<std::wstring>& texts, const char* separator) {
@@ -65,8 +71,10 @@ std::string joined(const std::vector<std::wstring>& texts, const char* separator
 }
 
 std::string runText(const PastRun& run) {
-    std::string text = "  " + run.startTime + "  " + run.state + "  " +
-                       countText(run.files, "file") + "  " + bytesText(run.totalSize) + "  " +
+    const std::string start = localTimeText(ticksOfText(run.startTime));
+    std::string text = "  " + (start.empty() ? run.startTime : start) + "  " + run.state + "  " +
+                       durationText(run.seconds) + "  " + countText(run.files, "file") + "  " +
+                       bytesText(run.totalSize) + "  " + bytesText(run.bytesPerSecond) + "/s  " +
                        run.instanceId + "\n";
     for (const FailedItem& item : run.failed) {
         text += "    failed: " + item.text() + "\n";
@@ -88,11 +96,39 @@ std::string restoreText(const RestoreJobDefinition& job) {
 
 JobView viewOf(const JobDefinition& job) {
     JobView view{.job = &job};
+    const JobActivity& record = view.record;
     const char* const id = job.id().c_str();
     JobActivityHandle shared;
     view.live = shared.open(id, false);
     view.recorded = JobActivityHandle::read(id, view.record);
+    view.lastCompleted = record.lastRunState == static_cast<int32_t>(JobState::completed)
+                             ? localToUtc(record.lastRunTime)
+                             : lastCompletion(job.id());
+    if (const auto* const backup = dynamic_cast<const BackupJobDefinition*>(&job)) {
+        const ScheduleClock& clock = systemScheduleClock();
+        const int64_t due = nextDue(backup->schedule(), clock);
+        view.nextRun = due == -1 || record.nextRunTime == 0 ? ticksOfInstant(due)
+                                                            : localToUtc(record.nextRunTime);
+        view.overdue =
+            isOverdue(backup->schedule(),
+                      view.lastCompleted == 0 ? std::nullopt
+                                              : std::optional(instantOfTicks(view.lastCompleted)),
+                      clock);
+    }
     return view;
+}
+
+std::string overdueText(const JobView& view) {
+    const auto* const backup = dynamic_cast<const BackupJobDefinition*>(view.job);
+    if (!view.overdue || backup == nullptr) {
+        return {};
+    }
+    const std::string name = printable(toUtf8(view.job->name()));
+    return "Job '" + name + "' is overdue: it should run " + scheduleText(backup->schedule()) +
+           ", and " +
+           (view.lastCompleted == 0 ? "has never completed"
+                                    : "last completed on " + localTimeText(view.lastCompleted)) +
+           ". See 'agent show \"" + name + "\"'.";
 }
 
 std::string stateText(const JobView& view) {
@@ -110,7 +146,10 @@ Ordered_object summaryJson(const JobView& view) {
                         {"user", view.job->user()},
                         {"type", typeText(*view.job)},
                         {"storage", storageText(*view.job)},
-                        {"state", stateText(view)}};
+                        {"state", stateText(view)},
+                        {"nextRun", wire_time(view.nextRun)},
+                        {"lastCompleted", wire_time(view.lastCompleted)},
+                        {"overdue", view.overdue}};
     if (view.recorded && unfinished(view.record)) {
         const Progress progress = progressOf(view.record);
         const Ordered_object more{
@@ -132,7 +171,8 @@ Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs)
         const Ordered_object more{{"source", textsJson(backup->source())},
                                   {"filter", filterText(backup->filterType())},
                                   {"extensions", textsJson(backup->extensions())},
-                                  {"compress", backup->compress()}};
+                                  {"compress", backup->compress()},
+                                  {"schedule", scheduleJson(backup->schedule())}};
         json.insert(json.end(), more.begin(), more.end());
     } else if (const auto* const restore = dynamic_cast<const RestoreJobDefinition*>(view.job)) {
         const Ordered_object more{{"source", textsJson(restore->source())},
@@ -166,15 +206,20 @@ std::string detailText(const JobView& view, const std::vector<PastRun>& runs) {
         text += filter == "none" ? "\n" : " " + joined(backup->extensions(), ", ") + "\n";
         text +=
             std::string("Content  ") + (backup->compress() ? "compressed, " : "") + "encrypted\n";
+        text += "Schedule " + scheduleText(backup->schedule());
+        text += view.nextRun == 0 ? "\n" : ", next run " + localTimeText(view.nextRun) + "\n";
     } else if (const auto* const restore = dynamic_cast<const RestoreJobDefinition*>(view.job)) {
         text += restoreText(*restore);
     }
-    text += "State    " + stateText(view) + "\n";
+    text += "State    " + stateText(view);
+    text += view.lastCompleted == 0
+                ? ", has never completed\n"
+                : ", last completed " + localTimeText(view.lastCompleted) + "\n";
     if (view.recorded && unfinished(view.record)) {
         constexpr size_t wide = 160;
         text += "Run     " + progressLine(progressOf(view.record), wide) + "\n";
     }
-    text += runs.empty() ? "No finished runs\n" : "Last runs (times are UTC)\n";
+    text += runs.empty() ? "No finished runs\n" : "Last runs\n";
     for (const PastRun& run : runs) {
         text += runText(run);
     }

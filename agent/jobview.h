@@ -16,6 +16,9 @@ struct JobView {
     bool recorded = false;               // false: the job has no record that can be read
     bool live = false;                   // a process has the job loaded
     JobActivity record{};
+    uint64_t nextRun = 0;        // ticks of UTC, 0 for none
+    uint64_t lastCompleted = 0;  // the same
+    bool overdue = false;        // it has not completed for longer than its schedule promises
 };
 
 JobView viewOf(const JobDefinition& job);
@@ -23,13 +26,17 @@ JobView viewOf(const JobDefinition& job);
 // The state's text; "interrupted" for a run under way whose process has ended.
 std::string stateText(const JobView& view);
 
-// {"id", "name", "user", "type", "storage", "state"}, and of an unfinished run "progress", "files",
+// "Job 'docs' is overdue: ...", empty when it is not.
+std::string overdueText(const JobView& view);
+
+// {"id", "name", "user", "type", "storage", "state", "nextRun", "lastCompleted", "overdue"}, and of
+// an unfinished run "progress", "files",
 // "fileCount", "bytes", "totalBytes", "speed", "remainTime", "file".
 json_spirit::Ordered_object summaryJson(const JobView& view);
 
 // The same and "location" of local storage; of a backup "source", "filter", "extensions",
-// "compress"; of a restore "source", "machine", "jobdefinitionid", "jobinstanceid", "target",
-// "prefix", "conflict"; and "runs".
+// "compress", "schedule"; of a restore "source", "machine", "jobdefinitionid", "jobinstanceid",
+// "target", "prefix", "conflict"; and "runs".
 json_spirit::Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs);
 
 // The same for people, several lines.

@@ -43,12 +43,16 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     };
     view_.record.totalSize = 10;
     view_.record.doneSize = 5;
-    EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
-                      R"("state":"interrupted","progress":50,"files":0,"fileCount":0,"bytes":5,)"
-                      R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
+    EXPECT_EQ(
+        text(),
+        R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
+        R"("state":"interrupted","nextRun":"","lastCompleted":"","overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
+        R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
     set(JobState::completed);
-    EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup",)"
-                      R"("storage":"web","state":"completed"})");
+    EXPECT_EQ(
+        text(),
+        R"({"id":"id","name":"docs","user":"alice","type":"backup",)"
+        R"("storage":"web","state":"completed","nextRun":"","lastCompleted":"","overdue":false})");
 }
 
 TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
@@ -60,7 +64,8 @@ TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
         json_spirit::write(json_spirit::Ordered_value(detailJson(view_, runs)));
     EXPECT_THAT(json,
                 HasSubstr("\"source\":[\"C:\\\\a\",\"C:\\\\\xC3\xA4\"],\"filter\":\"skip\","
-                          R"("extensions":["tmp"],"compress":true,"runs":[{"instanceId":"i",)"));
+                          R"("extensions":["tmp"],"compress":true,"schedule":{"kind":"manual"},)"
+                          R"("runs":[{"instanceId":"i",)"));
     EXPECT_THAT(json, HasSubstr(R"("failed":[{"path":"C:\\a\\b","code":5,"reason":"denied"}])"));
     EXPECT_THAT(detailText(view_, runs), HasSubstr("failed: C:\\a\\b: denied\n"));
 }
@@ -74,16 +79,17 @@ TEST(JobView, OfARestoreSaysWhatComesBackAndWhereTo) {
     EXPECT_EQ(
         json_spirit::write(json_spirit::Ordered_value(detailJson(view, {}))),
         R"({"id":"id","name":"restore docs","user":"alice","type":"restore",)"
-        R"("storage":"local","state":"none","location":"E:\\safe","source":[],"machine":"PC",)"
+        R"("storage":"local","state":"none","nextRun":"","lastCompleted":"","overdue":false,"location":"E:\\safe","source":[],"machine":"PC",)"
         R"("jobdefinitionid":"j","jobinstanceid":"i","target":"","prefix":"",)"
         R"("conflict":"overwrite","runs":[]})");
     job.setSource({L"C:\\a", L"C:\\b"});
     job.setTarget(L"D:\\x\\", L"C:");
-    EXPECT_EQ(detailText(view, {}),
-              "Job      restore docs\nId       id\nType     restore of user alice, in E:\\safe\n"
-              "Paths    C:\\a\n         C:\\b\nFrom     run i\n         of job j on machine PC\n"
-              "To       D:\\x\\ in place of C:\nConflict overwrite\nState    none\n"
-              "No finished runs\n");
+    EXPECT_EQ(
+        detailText(view, {}),
+        "Job      restore docs\nId       id\nType     restore of user alice, in E:\\safe\n"
+        "Paths    C:\\a\n         C:\\b\nFrom     run i\n         of job j on machine PC\n"
+        "To       D:\\x\\ in place of C:\nConflict overwrite\nState    none, has never completed\n"
+        "No finished runs\n");
 }
 
 TEST(Table, AlignsByCharactersAndNeverAfterTheLastColumn) {

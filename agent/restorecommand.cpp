@@ -6,7 +6,6 @@
 #include "backuppath.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "engine/modulehost.h"
 #include "jobrun.h"
 #include "restorejobs.h"
 #include "sourcepath.h"
@@ -41,6 +40,7 @@ CLI::App* RestoreCommand::describe(CLI::App& parent) {
     restore->add_option("--conflict", conflict_, "What becomes of a file that is there")
         ->check(CLI::IsMember({"keep", "rename", "overwrite"}))
         ->capture_default_str();
+    flags_.describe(*restore);
     restore->footer(
         "C:\\data\\a.txt goes to D:\\copy\\C\\data\\a.txt with --to D:\\copy, and to "
         "D:\\copy\\a.txt with --prefix C:\\data besides.\n"
@@ -54,7 +54,8 @@ int RestoreCommand::run(Terminal& terminal) {
     const BackupPlace place(query_.local, query_.user);
     const WebInstance run = query_.choose(place);
     const Selection selection = select(place, run);
-    ModuleHost host;
+    const auto engine = openEngine();
+    flags_.check(*engine);
     const JobList jobs = loadJobs();
     auto job = define(place, run, selection, target);
     bool goesOn = false;
@@ -68,18 +69,13 @@ int RestoreCommand::run(Terminal& terminal) {
     } else {
         job->setName(freeName(jobs, nameOfRestore(*job, backupName(jobs, run))));
     }
-    const std::string id = job->id();
-    if (goesOn) {
+    if (goesOn && !flags_.json) {
         terminal.out("Going on with the unfinished run of job '" + toUtf8(job->name()) + "'.");
     }
-    host.open(id);
-    const RestoreJobDefinition shown = *job;
-    const bool changed = known == nullptr || known->text() != job->text();
-    if (changed && !ModuleHost::manager().submitJob(job.release())) {
-        throw AgentError("The job '" + toUtf8(shown.name()) +
-                         "' could not be saved: the log file says why");
+    if (known == nullptr || known->text() != job->text()) {
+        engine->submit(*job);
     }
-    return runJob(terminal, shown, RunStart::fresh);
+    return runJob(*engine, terminal, *job, JobVerb::start, flags_);
 }
 
 RestoreCommand::Selection RestoreCommand::select(const BackupPlace& place,

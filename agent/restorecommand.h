@@ -12,6 +12,7 @@
 #include "command.h"
 #include "instancequery.h"
 #include "jobdef/restorejobdefinition.h"
+#include "runflags.h"
 
 namespace dorvo::agent {
 
@@ -37,6 +38,7 @@ private:
     std::string to_;
     std::string prefix_;
     std::string conflict_ = "keep";
+    RunFlags flags_;
 };
 
 // The folder of --to for a definition: absolute, with a backslash at its end, since a job puts

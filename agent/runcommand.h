@@ -5,20 +5,23 @@
 #include <string>
 
 #include "command.h"
-#include "jobrun.h"
+#include "engine/engine.h"
+#include "runflags.h"
 
 namespace dorvo::agent {
 
 class RunCommand : public Command {
 public:
-    explicit RunCommand(RunStart start) : start_(start) {}
+    // `start` or `resume`.
+    explicit RunCommand(JobVerb verb) : verb_(verb) {}
 
     CLI::App* describe(CLI::App& parent) override;
     int run(Terminal& terminal) override;
 
 private:
-    RunStart start_;
+    JobVerb verb_;
     std::string job_;
+    RunFlags flags_;
 };
 
 }  // namespace dorvo::agent

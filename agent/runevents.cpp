@@ -1,66 +1,78 @@
 #include "runevents.h"
 
-#include <utility>
-
-#include "base/key_error.h"
-#include "base/text.h"
+#include "base/http_error.h"
+#include "base/job_state.h"
 #include "failuretext.h"
-#include "notify/jobnotifymanager.h"
-#include "singletons.h"
+#include "httpmsg/http_names.h"
+#include "json_spirit/json_spirit.h"
 
 namespace dorvo::agent {
+namespace {
 
-RunEvents::RunEvents(std::string jobId)
-    : JobNotifyObserver(nullptr),
-      jobId_(std::move(jobId)),
-      event_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
-    singleton<JobNotifyManagerImpl>().registerObserver(this);
+// Of an HTTP status an event says the bare number; its reason tells it from a system's error.
+uint32_t errorCode(uint32_t code, const std::string& reason) {
+    constexpr uint32_t lastStatus = 599;
+    const bool status = code <= lastStatus && reason == http_status_string(static_cast<int>(code));
+    return status ? withHttpMark(code) : code;
 }
 
-RunEvents::~RunEvents() {
-    singleton<JobNotifyManagerImpl>().unregisterObserver(this);
-}
+}  // namespace
 
-bool RunEvents::deliver(const std::string& text) {
-    std::string reason = reasonOf(text, jobId_);
-    if (!reason.empty()) {
-        std::lock_guard guard(lock_);
-        reason_ = std::move(reason);
+RunEvents::RunEvents(Engine* engine) : event_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
+    if (engine != nullptr) {
+        subscription_ = engine->subscribe([this](const std::string& text) { hear(text); });
     }
-    return SetEvent(event_.get()) != 0;
 }
 
-std::string RunEvents::takeReason() {
-    std::lock_guard guard(lock_);
-    return std::exchange(reason_, {});
+void RunEvents::hear(const std::string& text) {
+    {
+        const std::lock_guard guard(lock_);
+        if (text.empty()) {
+            ended_ = true;
+        } else if (const auto event = read(text)) {
+            if (event->error != 0) {
+                errors_[event->id] = event->error;
+            }
+            if (event->state == jobStateToString(JobState::deleted)) {
+                removed_.insert(event->id);
+            }
+        }
+    }
+    SetEvent(event_.get());
 }
 
-std::string RunEvents::reasonOf(const std::string& text, const std::string& jobId) {
+bool RunEvents::ended() {
+    const std::lock_guard guard(lock_);
+    return ended_;
+}
+
+bool RunEvents::removed(const std::string& jobId) {
+    const std::lock_guard guard(lock_);
+    return removed_.contains(jobId);
+}
+
+std::string RunEvents::takeReason(const JobDefinition& job) {
+    const std::lock_guard guard(lock_);
+    const auto error = errors_.extract(job.id());
+    return error.empty() ? std::string() : runFailure(error.mapped(), job.user());
+}
+
+std::optional<JobEvent> RunEvents::read(const std::string& text) {
     try {
         json_spirit::Value value;
         json_spirit::read_or_throw(text, value);
         const json_spirit::Object& event = value.get_obj();
-        const auto code = event.find("error-code");
-        if (code == event.end() ||
-            !equalsIgnoreCase(json_spirit::object_get_str_or_throw(event, "id"), jobId)) {
-            return {};
+        JobEvent read{.id = json_spirit::object_get_str_or_throw(event, "id"),
+                      .state = json_spirit::object_get_str_or_throw(event, "state")};
+        if (const auto code = event.find("error-code"); code != event.end()) {
+            read.error = errorCode(static_cast<uint32_t>(code->second.get_int()),
+                                   json_spirit::object_get_str_or_throw(event, "reason"));
         }
-        std::string reason = json_spirit::object_get_str_or_throw(event, "reason");
-        while (!reason.empty() && (reason.back() == '.' || reason.back() == ' ')) {
-            reason.pop_back();
-        }
-        const int number = code->second.get_int();
-        if (reason.empty()) {
-            return failureText(static_cast<uint32_t>(number));
-        }
-        // The words for a key say what to do; its number says nothing more.
-        return isKeyError(static_cast<uint32_t>(number))
-                   ? reason
-                   : reason + ", error " + std::to_string(number);
+        return read;
     } catch (const json_spirit::Error_position&) {
-        return {};
+        return std::nullopt;
     } catch (const std::runtime_error&) {
-        return {};
+        return std::nullopt;
     }
 }
 

@@ -1,37 +1,52 @@
-// What the module announces of one job, put aside for the thread that waits for the run.
-//
-// Registered with the notification manager while it lives.
+// What is announced of jobs, put aside for the thread that waits for their runs.
 #pragma once
 
+#include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 
 #include "base/handle.h"
-#include "notify/jobnotifyobserver.h"
+#include "engine/engine.h"
 
 namespace dorvo::agent {
 
-class RunEvents : public JobNotifyObserver {
-public:
-    explicit RunEvents(std::string jobId);
-    ~RunEvents() override;
+// What one event says.
+struct JobEvent {
+    std::string id;
+    std::string state;
+    uint32_t error = 0;  // an HTTP status with its mark; 0 for an event that is no error
+};
 
-    bool deliver(const std::string& text) override;
+class RunEvents {
+public:
+    // Hears what the engine, which outlives it, announces; without one nothing.
+    explicit RunEvents(Engine* engine);
 
     // Auto-reset, borrowed: something was announced.
     HANDLE event() const { return event_.get(); }
-    // The reason of the latest error since the last call; empty when there was none.
-    std::string takeReason();
+    // Announcements come, or came until the process that runs the jobs ended.
+    bool hears() const { return subscription_ != nullptr; }
+    bool ended();
+    // The job was removed since this was made.
+    bool removed(const std::string& jobId);
+    // Why the job met its latest error since the last call, and what to do; empty without one.
+    std::string takeReason(const JobDefinition& job);
 
-    // The reason that an event's JSON text gives for an error of the job, in words and number.
-    // Empty for any other text. Pure.
-    static std::string reasonOf(const std::string& text, const std::string& jobId);
+    // Nothing for a text that is no event of a job. Pure.
+    static std::optional<JobEvent> read(const std::string& text);
 
 private:
-    std::string jobId_;
+    void hear(const std::string& text);
+
     KernelHandle event_;
-    std::mutex lock_;  // guards reason_
-    std::string reason_;
+    std::mutex lock_;                         // guards what follows
+    std::map<std::string, uint32_t> errors_;  // by the job's id
+    std::set<std::string> removed_;
+    bool ended_ = false;
+    std::unique_ptr<Engine::Subscription> subscription_;  // the last: it ends before the rest
 };
 
 }  // namespace dorvo::agent

@@ -6,6 +6,7 @@
 
 #include "base/handle.h"
 #include "base/http_error.h"
+#include "base/job_state.h"
 #include "base/local_time.h"
 #include "base/paths.h"
 #include "base/text.h"
@@ -13,6 +14,7 @@
 #include "job/activity/jobhistory.h"
 #include "printable.h"
 #include "settings/jsonstorage.h"
+#include "timetext.h"
 
 namespace dorvo::agent {
 namespace {
@@ -63,6 +65,13 @@ std::vector<Document> documents(const std::wstring& folder) {
     return found;
 }
 
+// 0 where one of them is none, or the clock was set back.
+uint64_t secondsBetween(const std::string& start, const std::string& end) {
+    const uint64_t from = ticksOfText(start);
+    const uint64_t to = ticksOfText(end);
+    return from == 0 || to < from ? 0 : (to - from) / ticksPerSecond;
+}
+
 std::vector<FailedItem> readFailedItems(const std::wstring& directory,
                                         const std::string& instanceId) {
     std::vector<FailedItem> items;
@@ -90,6 +99,15 @@ std::string FailedItem::text() const {
                      (reason.empty() || isHttpStatus(code) ? failureText(code) : reason));
 }
 
+json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items) {
+    json_spirit::Ordered_array array;
+    for (const FailedItem& item : items) {
+        array.emplace_back(json_spirit::Ordered_object{
+            {"path", item.path}, {"code", item.code}, {"reason", item.reason}});
+    }
+    return array;
+}
+
 std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {
     std::vector<PastRun> runs;
     std::wstring directory;
@@ -101,9 +119,12 @@ std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {
     for (const Document& document : newest) {
         JSONObjectStorage summary;
         summary.load(toUtf8(jobHistoryInfoPath(directory, document.instanceId)).c_str());
+        const std::string start = textOf(summary.values(), "starttime");
+        const std::string end = textOf(summary.values(), "endtime");
         runs.push_back({.instanceId = document.instanceId,
-                        .startTime = textOf(summary.values(), "starttime"),
-                        .endTime = textOf(summary.values(), "endtime"),
+                        .startTime = start,
+                        .endTime = end,
+                        .seconds = secondsBetween(start, end),
                         .state = textOf(summary.values(), "state"),
                         .files = numberOf(summary.values(), "filescount"),
                         .totalSize = numberOf(summary.values(), "totalsize"),
@@ -111,6 +132,21 @@ std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {
                         .failed = readFailedItems(directory, document.instanceId)});
     }
     return runs;
+}
+
+uint64_t lastCompletion(const std::string& jobId) {
+    std::wstring directory;
+    if (!jobDirectory(jobId, directory)) {
+        return 0;
+    }
+    for (const Document& document : documents(directory + L"\\hist")) {
+        JSONObjectStorage summary;
+        summary.load(toUtf8(jobHistoryInfoPath(directory, document.instanceId)).c_str());
+        if (textOf(summary.values(), "state") == jobStateToString(JobState::completed)) {
+            return ticksOfText(textOf(summary.values(), "endtime"));
+        }
+    }
+    return 0;
 }
 
 std::vector<FailedItem> loadFailedItems(const std::string& jobId, const std::string& instanceId) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "json_spirit/json_spirit.h"
+
 namespace dorvo::agent {
 
 struct FailedItem {
@@ -20,6 +22,7 @@ struct PastRun {
     std::string instanceId;
     std::string startTime;  // UTC
     std::string endTime;
+    uint64_t seconds = 0;  // from its start to its end, pauses included
     std::string state;
     uint64_t files = 0;
     uint64_t totalSize = 0;
@@ -27,8 +30,14 @@ struct PastRun {
     std::vector<FailedItem> failed;
 };
 
+// [{"path", "code", "reason"}]
+json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items);
+
 // The newest runs first, at most `most`. What is damaged in a document counts as empty.
 std::vector<PastRun> loadRuns(const std::string& jobId, size_t most);
+
+// When the last run that completed ended, in ticks of UTC; 0 for never.
+uint64_t lastCompletion(const std::string& jobId);
 
 // The items that failed in one run.
 std::vector<FailedItem> loadFailedItems(const std::string& jobId, const std::string& instanceId);

@@ -22,6 +22,11 @@ bool waitsForServer(const JobActivity& record) {
     return static_cast<JobState>(record.state) == JobState::paused && record.pausedManually == 0;
 }
 
+bool runsOrWaits(const JobActivity& record) {
+    const auto state = static_cast<JobState>(record.state);
+    return !outcomeOf(record) && state != JobState::none && state != JobState::idle;
+}
+
 bool unfinished(const JobActivity& record) {
     switch (static_cast<JobState>(record.state)) {
         case JobState::starting:

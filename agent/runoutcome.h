@@ -14,6 +14,9 @@ std::optional<ExitCode> outcomeOf(const JobActivity& record);
 // True while the run has paused itself and waits for the server.
 bool waitsForServer(const JobActivity& record);
 
+// True while a run is under way or has paused itself, and its end can be waited for.
+bool runsOrWaits(const JobActivity& record);
+
 // True for a run that can be gone on with: paused, or under way when its process ended.
 bool unfinished(const JobActivity& record);
 

@@ -1,43 +1,35 @@
-// Tells the user how a run goes on: a line that is redrawn on a terminal, plain lines otherwise.
-//
-// Plain lines are changes of state, the beginning of each wait for the storage, and the progress
-// every ten seconds. Times are milliseconds of any steady clock. One thread.
+// Tells of a run while it goes on, and how it ended. One thread; times are milliseconds of any
+// steady clock.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "job/activity/jobactivity.h"
-#include "runwords.h"
+#include "jobdef/jobdefinition.h"
+#include "runresult.h"
 #include "terminal.h"
 
 namespace dorvo::agent {
 
 class RunReporter {
 public:
-    // The terminal is borrowed.
-    RunReporter(Terminal& terminal, RunWords words);
+    RunReporter() = default;
+    virtual ~RunReporter() = default;
+    RunReporter(const RunReporter&) = delete;
+    RunReporter& operator=(const RunReporter&) = delete;
 
     // Shows the record as it is now.
-    void show(const JobActivity& record, uint64_t nowMs);
-
+    virtual void show(const JobActivity& record, uint64_t nowMs) = 0;
     // The run has met an error: why it waits, if it waits next.
-    void reason(std::string text) { reason_ = std::move(text); }
-
-private:
-    void showState(const JobActivity& record, uint64_t nowMs);
-    void showPause(const JobActivity& record, uint64_t nowMs);
-    void showLive(const JobActivity& record, uint64_t nowMs);
-    std::string beginning(const JobActivity& record) const;
-    std::string waiting(uint64_t nowMs) const;
-
-    Terminal& terminal_;
-    RunWords words_;
-    std::string reason_;
-    JobState shown_ = JobState::none;  // the state of the last show()
-    bool pauseUnsaid_ = false;         // the wait has begun, its reason may still be on its way
-    uint64_t pausedAt_ = 0;
-    uint64_t nextProgress_ = 0;
+    virtual void reason(std::string text) = 0;
+    // The run is over.
+    virtual void finish(const RunResult& result) = 0;
 };
+
+// For people, or as one JSON object a line. Both are borrowed.
+std::unique_ptr<RunReporter> makeRunReporter(Terminal& terminal, const JobDefinition& job,
+                                             bool json);
 
 }  // namespace dorvo::agent

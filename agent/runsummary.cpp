@@ -1,40 +1,46 @@
 #include "runsummary.h"
 
-#include <algorithm>
-
-#include "base/local_time.h"
+#include "base/text.h"
 #include "failuretext.h"
+#include "runwords.h"
 #include "units.h"
 
 namespace dorvo::agent {
+namespace {
 
-std::string runSummary(const RunWords& words, const std::string& name, ExitCode outcome,
-                       const JobActivity& record, uint32_t walkedFiles) {
-    if (outcome == exitFailed) {
-        const std::string text = words.verb + " failed";
-        return (record.endError == 0 ? text : text + ": " + failureText(record.endError)) + ".";
+std::string unfinishedText(const JobDefinition& job, const RunResult& result,
+                           const std::string& verb) {
+    if (result.outcome == exitFailed) {
+        const std::string text = verb + " failed";
+        return (result.error == 0 ? text : text + ": " + runFailure(result.error, job.user())) +
+               ".";
     }
-    if (outcome == exitStopped) {
-        return static_cast<JobState>(record.state) == JobState::cancelled
-                   ? words.verb + " is cancelled."
-                   : words.verb + " is paused at " + std::to_string(record.progress()) +
-                         "%: go on with 'agent resume \"" + name + "\"'.";
+    return result.state == jobStateToString(JobState::cancelled)
+               ? verb + " is cancelled."
+               : verb + " is paused at " + std::to_string(result.percent) +
+                     "%: go on with 'agent resume \"" + toUtf8(job.name()) + "\"'.";
+}
+
+}  // namespace
+
+std::string runSummary(const JobDefinition& job, const RunResult& result) {
+    const RunWords words = wordsOf(job);
+    if (result.outcome == exitFailed || result.outcome == exitStopped) {
+        return unfinishedText(job, result, words.verb);
     }
-    const uint32_t failed = record.failedItems;
-    const uint32_t listed = record.fileCount;
-    std::string text = words.verb + " completed in " +
-                       durationText(record.usedTime / ticksPerSecond) + ": " +
-                       countText(listed - std::min(failed, listed), "file") + " " + words.done +
-                       " (" + bytesText(record.totalSize);
-    text += words.viaNetwork ? ", " + bytesText(record.wireSize) + " over the network)" : ")";
+    std::string text = words.verb + " completed in " + durationText(result.seconds) + " (" +
+                       bytesText(result.bytesPerSecond) +
+                       "/s): " + countText(result.files, "file") + " " + words.done + " (" +
+                       bytesText(result.bytes);
+    text += words.viaNetwork ? ", " + bytesText(result.wireBytes) + " over the network)" : ")";
     if (!words.restores) {
-        const uint32_t unchanged = walkedFiles - std::min(listed, walkedFiles);
-        text += ", " + countText(unchanged, "file") + " unchanged (" +
-                bytesText(record.unchangedSize) + ")";
-    } else if (record.unchangedSize > 0) {
-        text += ", " + bytesText(record.unchangedSize) + " of it kept as it was";
+        text += ", " + countText(result.unchangedFiles, "file") + " unchanged (" +
+                bytesText(result.unchangedBytes) + ")";
+    } else if (result.unchangedBytes > 0) {
+        text += ", " + bytesText(result.unchangedBytes) + " of it kept as it was";
     }
-    return text + (failed == 0 ? "." : ", " + std::to_string(failed) + " failed.");
+    return text +
+           (result.failedItems == 0 ? "." : ", " + std::to_string(result.failedItems) + " failed.");
 }
 
 }  // namespace dorvo::agent

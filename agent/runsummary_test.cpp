@@ -5,6 +5,7 @@
 #include "base/key_error.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
+#include "runwords.h"
 
 namespace dorvo::agent {
 namespace {
@@ -51,19 +52,19 @@ TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
         JobActivity record = finished(JobState::completed);
         record.failedItems = row.failed;
         record.unchangedSize = row.unchanged;
-        const RunWords words = wordsOf(row.job);
-        EXPECT_EQ(
-            runSummary(words, "docs", row.failed == 0 ? exitDone : exitSomeFailed, record, 10),
-            words.verb + " completed in 1:01: " + row.text);
+        const ExitCode outcome = row.failed == 0 ? exitDone : exitSomeFailed;
+        const uint32_t walked = row.job.type() == JobDefinition::backupType ? 10 : 0;
+        EXPECT_EQ(runSummary(row.job, resultOf(record, outcome, walked, {})),
+                  wordsOf(row.job).verb + " completed in 1:01 (16 B/s): " + row.text);
     }
 }
 
 TEST(RunSummary, SaysHowToGoOnOrWhyNot) {
-    const RunWords words = wordsOf(RestoreJobDefinition("", L"", ""));
+    const RestoreJobDefinition job("", L"docs", "alice");
     const auto summary = [&](ExitCode outcome, JobState state, uint32_t error) {
         JobActivity record = finished(state);
         record.endError = error;
-        return runSummary(words, "docs", outcome, record, 10);
+        return runSummary(job, resultOf(record, outcome, 0, {}));
     };
     EXPECT_EQ(summary(exitStopped, JobState::paused, 0),
               "Restore is paused at 50%: go on with 'agent resume \"docs\"'.");
@@ -72,7 +73,7 @@ TEST(RunSummary, SaysHowToGoOnOrWhyNot) {
               "Restore failed: HTTP status 403, Forbidden.");
     // A key's error has words of its own.
     EXPECT_EQ(summary(exitFailed, JobState::error, errorKeyForeign),
-              "Restore failed: " + keyErrorText(errorKeyForeign) + ".");
+              "Restore failed: " + keyErrorText(errorKeyForeign, "alice") + ".");
 }
 
 }  // namespace

@@ -23,6 +23,9 @@ int ShowCommand::run(Terminal& terminal) {
     terminal.out(
         json_ ? json_spirit::write_formatted(json_spirit::Ordered_value(detailJson(view, runs)))
               : detailText(view, runs));
+    if (view.overdue && !json_) {
+        terminal.warn("Warning: " + overdueText(view));
+    }
     return exitDone;
 }
 

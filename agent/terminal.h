@@ -17,6 +17,8 @@ public:
     // that stands is cleared first.
     virtual void out(std::string_view text) = 0;
     virtual void error(std::string_view text) = 0;
+    // A line on standard output that warns.
+    virtual void warn(std::string_view text) = 0;
 
     // True when standard output is a terminal, on which status() can redraw its line.
     virtual bool live() const = 0;

@@ -48,7 +48,9 @@ std::string refusalOf(JobVerb verb, int32_t state) {
     const bool without = phase == Phase::ended || phase == Phase::idle;
     switch (verb) {
         case JobVerb::start: return leaving(phase);
-        case JobVerb::resume: return without ? lacksRun("go on with", state) : leaving(phase);
+        case JobVerb::resume:
+            return without ? lacksRun("go on with", state) + "; 'agent start' begins a new one"
+                           : leaving(phase);
         case JobVerb::pause:  // an idle job is parked
             return phase == Phase::ended       ? lacksRun("pause", state)
                    : phase == Phase::canceling ? leaving(phase)

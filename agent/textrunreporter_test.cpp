@@ -1,4 +1,4 @@
-#include "runreporter.h"
+#include "textrunreporter.h"
 
 #include <gmock/gmock.h>
 
@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::StartsWith;
 
-class RunReporterTest : public testing::Test {
+class TextRunReporterTest : public testing::Test {
 protected:
     void show(JobState state, uint64_t nowMs) {
         record_.state = static_cast<int32_t>(state);
@@ -23,11 +23,12 @@ protected:
     JobActivity record_{};
     FakeTerminal plain_;
     FakeTerminal live_{true};
-    RunReporter reporter_{plain_, wordsOf(BackupJobDefinition("", L"", ""))};
-    RunReporter liveReporter_{live_, wordsOf(BackupJobDefinition("", L"", ""))};
+    BackupJobDefinition job_{"", L"", ""};
+    TextRunReporter reporter_{plain_, job_};
+    TextRunReporter liveReporter_{live_, job_};
 };
 
-TEST_F(RunReporterTest, SaysEachChangeOnceAndTheProgressNowAndThen) {
+TEST_F(TextRunReporterTest, SaysEachChangeOnceAndTheProgressNowAndThen) {
     record_.fileCount = 2;
     record_.totalSize = 2048;
     record_.doneSize = 1024;
@@ -45,7 +46,7 @@ TEST_F(RunReporterTest, SaysEachChangeOnceAndTheProgressNowAndThen) {
     EXPECT_TRUE(plain_.statuses.empty());
 }
 
-TEST_F(RunReporterTest, SaysAtEachPauseOfItsOwnThatItWaitsAndWhy) {
+TEST_F(TextRunReporterTest, SaysAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     const std::string waiting = "Backup is paused, waiting for the server, next try in ";
     show(JobState::running, 0);
     show(JobState::pausing, 100);
@@ -72,7 +73,7 @@ TEST_F(RunReporterTest, SaysAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     EXPECT_TRUE(live_.lines.empty());
 }
 
-TEST_F(RunReporterTest, APauseOfTheUserIsNoWait) {
+TEST_F(TextRunReporterTest, APauseOfTheUserIsNoWait) {
     record_.pausedManually = 1;
     show(JobState::paused, 0);
     EXPECT_TRUE(plain_.lines.empty());

@@ -1,0 +1,52 @@
+#include "removecommand.h"
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "engine/engine.h"
+#include "jobstore.h"
+#include "runevents.h"
+
+namespace dorvo::agent {
+namespace {
+
+std::string whatStays(const JobDefinition& job) {
+    if (job.type() == JobDefinition::restoreType) {
+        return "What it has restored stays where it is.";
+    }
+    return job.storage() == StorageKind::web
+               ? "Its backups stay at the server."
+               : "Its backups stay in '" + toUtf8(job.location()) + "'.";
+}
+
+}  // namespace
+
+CLI::App* RemoveCommand::describe(CLI::App& parent) {
+    CLI::App* const remove =
+        parent.add_subcommand("remove", "Delete a job with its history; its backups stay");
+    remove->add_option("JOB", job_, "The job's name or id")->required();
+    remove->footer(
+        "A run of the job is cancelled first. What its backups hold can still be restored.\n"
+        "Example:\n  agent remove docs");
+    return remove;
+}
+
+int RemoveCommand::run(Terminal& terminal) {
+    const auto engine = openEngine();
+    const JobList jobs = loadJobs();
+    const JobDefinition& job = findJob(jobs, job_);
+    RunEvents events(engine.get());
+    engine->tell(JobVerb::remove, job.id());
+    while (!events.removed(job.id()) && !events.ended()) {
+        WaitForSingleObject(events.event(), INFINITE);
+    }
+    const std::string name = toUtf8(job.name());
+    if (hasJob(job.id())) {
+        throw AgentError("The job '" + name +
+                         "' could not be deleted whole: the log file says why");
+    }
+    terminal.out("The job '" + name + "' (" + job.id() + ") is removed with its history. " +
+                 whatStays(job));
+    return exitDone;
+}
+
+}  // namespace dorvo::agent

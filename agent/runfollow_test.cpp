@@ -1,0 +1,155 @@
+#include "runfollow.h"
+
+#include <gmock/gmock.h>
+
+#include "agenterror.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "fakeengine.h"
+#include "faketerminal.h"
+#include "job/activity/jobactivityhandle.h"
+#include "jobdef/backupjobdefinition.h"
+#include "jobrun.h"
+#include "watchedjob.h"
+
+namespace dorvo::agent {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+
+// A job whose record the test writes, as the process that runs it would.
+class RunFollow : public testing::Test {
+protected:
+    RunFollow() {
+        jobDirectory(job_.id(), directory_);
+        EXPECT_TRUE(createDirectories(directory_) && job_.save(directory_ + L"\\def"));
+        EXPECT_TRUE(record_.open(job_.id().c_str(), true));
+        engine_.onTell = [this](JobVerb verb) {
+            set(verb == JobVerb::pause ? JobState::paused : JobState::running);
+            record_->pausedManually = verb == JobVerb::pause ? 1 : 0;
+        };
+    }
+    ~RunFollow() override {
+        record_.close();
+        rm_rf(directory_, true);
+    }
+    void set(JobState state) {
+        record_->state = static_cast<int32_t>(state);
+        record_->startTime = 1;
+    }
+    // Runs the job; `then` happens once it was told.
+    int run(const std::function<void()>& then, RunFlags flags = {}) {
+        engine_.onTell = [this, told = engine_.onTell, then](JobVerb verb) {
+            told(verb);
+            then();
+        };
+        return runJob(engine_, terminal_, job_, JobVerb::start, flags);
+    }
+    std::string lost(const std::function<void()>& then) {
+        try {
+            run(then);
+        } catch (const AgentError& error) {
+            EXPECT_EQ(error.code(), exitStopped);
+            return error.what();
+        }
+        return "not lost";
+    }
+
+    BackupJobDefinition job_{"11111111-2222-3333-4444-555555555555", L"docs", "alice"};
+    std::wstring directory_;
+    JobActivityHandle record_;
+    FakeEngine engine_;
+    FakeTerminal terminal_;
+};
+
+TEST_F(RunFollow, EndsWithTheRun) {
+    EXPECT_EQ(run([&] { set(JobState::completed); }), exitDone);
+    EXPECT_THAT(engine_.told, ElementsAre(Pair(JobVerb::start, job_.id())));
+    EXPECT_EQ(run([&] { set(JobState::cancelled); }), exitStopped);
+    EXPECT_EQ(run([&] { set(JobState::error); }), exitFailed);
+    EXPECT_THAT(terminal_.errors, ElementsAre(HasSubstr("Backup failed")));
+}
+
+TEST_F(RunFollow, IsLostWithTheResidentAgentUnlessTheRunWasOver) {
+    EXPECT_THAT(lost([&] { engine_.say(""); }), HasSubstr("when the agent starts again"));
+    EXPECT_EQ(run([&] {
+                  set(JobState::completed);
+                  record_.close();
+                  engine_.say("");
+              }),
+              exitDone);
+}
+
+TEST_F(RunFollow, IsLostWithTheJob) {
+    EXPECT_THAT(lost([&] {
+                    set(JobState::cancelled);
+                    engine_.say(R"({"id":")" + job_.id() + R"(","name":"","state":"deleted"})");
+                }),
+                HasSubstr("removed"));
+}
+
+TEST_F(RunFollow, ARecordThatNobodyHasIsWaitedForWhileTheAgentLives) {
+    const KernelHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const auto reporter = makeRunReporter(terminal_, job_, false);
+    set(JobState::running);
+    RunEvents heard(&engine_);
+    record_.close();
+    EXPECT_FALSE(RunFollower(job_, heard, *reporter).look(0));
+    RunEvents unheard(nullptr);
+    const RunEnd end =
+        RunFollower(job_, unheard, *reporter).follow(never.get(), [] { return true; });
+    EXPECT_EQ(end.code, exitStopped);
+    EXPECT_THAT(end.lost, HasSubstr("agent resume"));
+}
+
+TEST_F(RunFollow, CtrlCIsLeftToTheCaller) {
+    const KernelHandle pressed(CreateEventW(nullptr, FALSE, TRUE, nullptr));
+    const auto reporter = makeRunReporter(terminal_, job_, false);
+    set(JobState::running);
+    RunEvents events(&engine_);
+    const RunEnd end = RunFollower(job_, events, *reporter).follow(pressed.get(), [&] {
+        engine_.tell(JobVerb::pause, job_.id());
+        return true;
+    });
+    EXPECT_EQ(end.code, exitStopped);
+    EXPECT_EQ(end.lost, "");
+    EXPECT_THAT(terminal_.lines.back(), HasSubstr("agent resume \"docs\""));
+}
+
+TEST_F(RunFollow, LeavesTheRunWhereNobodyWaits) {
+    EXPECT_EQ(run([] {}, {.noWait = true}), exitDone);
+    EXPECT_THAT(terminal_.lines.back(), HasSubstr("agent watch \"docs\""));
+    EXPECT_EQ(run([] {}, {.noWait = true, .json = true}), exitDone);
+    EXPECT_THAT(terminal_.lines.back(), HasSubstr(R"("state":"running")"));
+    EXPECT_THROW(RunFlags{.noWait = true}.check(FakeEngine(false)), AgentError);
+}
+
+TEST_F(RunFollow, AWatcherSeesEachRunOnce) {
+    set(JobState::completed);
+    WatchedJob watched(job_.clone(), terminal_, true);
+    RunEvents events(nullptr);
+    EXPECT_FALSE(watched.look(events, 0));
+    EXPECT_FALSE(watched.following());
+    // The record of a run that just begins is empty but for its old state.
+    record_->startTime = 0;
+    EXPECT_FALSE(watched.look(events, 0));
+    set(JobState::running);
+    EXPECT_FALSE(watched.look(events, 0));
+    EXPECT_TRUE(watched.following());
+    record_->lastRunTime = 1;
+    set(JobState::completed);
+    EXPECT_TRUE(watched.look(events, 0));
+    EXPECT_EQ(watched.end().code, exitDone);
+    EXPECT_FALSE(watched.look(events, 0));
+    // One that began and ended between two looks.
+    record_->lastRunTime = 2;
+    set(JobState::cancelled);
+    EXPECT_TRUE(watched.look(events, 0));
+    EXPECT_EQ(watched.end().code, exitStopped);
+    EXPECT_FALSE(watched.look(events, 0));
+}
+
+}  // namespace
+}  // namespace dorvo::agent

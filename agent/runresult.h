@@ -1,0 +1,44 @@
+// How a run ended and what it did.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "exitcode.h"
+#include "job/activity/jobactivity.h"
+#include "jobdef/jobdefinition.h"
+#include "json_spirit/json_spirit.h"
+#include "runhistory.h"
+
+namespace dorvo::agent {
+
+struct RunResult {
+    ExitCode outcome = exitDone;
+    std::string state;
+    std::string instanceId;
+    int percent = 0;
+    uint64_t files = 0;           // done: sent, stored or restored
+    uint64_t unchangedFiles = 0;  // of a backup
+    uint64_t bytes = 0;
+    uint64_t unchangedBytes = 0;  // of a backup unchanged, of a restore kept as it was
+    uint64_t wireBytes = 0;
+    uint64_t bytesPerSecond = 0;
+    uint64_t seconds = 0;
+    uint32_t failedItems = 0;
+    std::vector<FailedItem> failed;
+    uint32_t error = 0;  // that the run ended with, 0 for none
+};
+
+// Pure. `walkedFiles` are the files that a backup has looked at, 0 for a restore.
+RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedFiles,
+                   std::vector<FailedItem> failed);
+
+// The same with what the job's folder tells of its last run.
+RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome);
+
+// {"state", "exitCode", "instanceId", "files", "bytes", "unchangedFiles", "unchangedBytes",
+// "wireBytes", "speed", "duration", "failed"} and, when it failed, "error".
+json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinition& job);
+
+}  // namespace dorvo::agent

@@ -1,0 +1,110 @@
+"""Runs as commands tell of them: to people, to scripts, from the process that runs the job or from another."""
+
+import json
+import signal
+import unittest
+
+import proxy
+from resident import Resident
+from system import System, SystemTest, make_tree, write
+
+FAILED, PAUSED = 1, 4
+
+
+def objects(run):
+    """What a command with --json has said: an object a line."""
+    return [json.loads(line) for line in run.out.splitlines()]
+
+
+class RunsTest(SystemTest):
+    def leave(self, system, start, endpoint="uploadfile", nth=1):
+        """A command that leaves its run to the resident agent, and the fault at which that now stands."""
+        fault = system.proxy.add(endpoint, proxy.HOLD_REQUEST, nth=nth)
+        command = start("--no-wait")
+        self.assertEqual(command.wait(60), 0, command.out + command.err)
+        system.await_fault(fault, command)
+        return fault, command
+
+    def test_runs_that_the_resident_agent_has(self):
+        system = System(self, "runs")
+        machine = system.machine
+        make_tree(system.tree)
+        refused = system.backup("--name", "docs", "--no-wait", code=FAILED)
+        self.assertIn("agent service install", refused.err)
+        self.assertEqual(machine.listing("jobs"), [])
+        resident = Resident(machine)
+        everything = machine.start("watch")
+        everything.until_said("Watching")
+
+        fault, left = self.leave(system, lambda option: system.start_backup("--name", "docs", "--json", option),
+                                 "uploadblock", 3)
+        self.assertEqual([o["name"] for o in objects(left)], ["docs"])
+        watch = machine.start("watch", "docs", "--json")
+        watch.until_said('"running"')
+        machine.agent("pause", "docs")
+        self.assertEqual(watch.wait(60), PAUSED, watch.out + watch.err)
+        self.assertEqual(objects(watch)[-1]["summary"]["state"], "paused")
+        fault.abandon()
+
+        watch = machine.start("watch", "docs")
+        watch.until_said("Waiting")
+        said = objects(machine.agent("resume", "docs", "--json"))
+        self.assertEqual(watch.wait(60), 0, watch.out + watch.err)
+        self.assertIn("completed", watch.out)
+        everything.until_said("docs: Backup completed")
+        summary = said[-1]["summary"]
+        self.assertEqual((summary["state"], summary["exitCode"], summary["failed"]), ("completed", 0, []))
+        self.assertEqual(summary["files"], sum(p.is_file() for p in system.tree.rglob("*")))
+        self.assertBackedUp(system)
+
+        write(system.tree / "new.bin", bytes(2 * 131072))
+        again = lambda option: machine.start("start", "docs", option)
+        fault, _ = self.leave(system, again)
+        self.assertIn("cancelled", machine.agent("stop", "docs").out)
+        self.assertEqual(machine.listing("show", "docs")["state"], "cancelled")
+        fault.abandon()
+        fault, _ = self.leave(system, again)
+        watch = machine.start("watch", "docs")
+        watch.until_said("Backup")
+        self.assertIn("stay at the server", machine.agent("remove", "docs").out)
+        fault.abandon()
+        self.assertEqual(watch.wait(60), PAUSED, watch.out + watch.err)
+        self.assertEqual(machine.listing("jobs"), [])
+        self.assertEqual([i["state"] for i in machine.listing("instances")].count("completed"), 1)
+        everything.signal(signal.SIGINT)
+        self.assertEqual(everything.wait(60), 0, everything.err)
+        resident.stop()
+
+    def test_schedules_and_their_promise(self):
+        system = System(self, "promise")
+        machine = system.machine
+        write(system.tree / "a.txt", b"a")
+        said = objects(system.backup("--name", "docs", "--daily", "02:00", "--json"))[0]
+        self.assertEqual(said["schedule"], {"kind": "daily", "time": "02:00"})
+        self.assertFalse(said["resident"])
+        self.assertEqual(system.proxy.requests("StartJob"), [])
+        job = machine.listing("jobs")[0]
+        self.assertEqual((job["nextRun"], job["lastCompleted"], job["overdue"]), (said["nextRun"], "", False))
+        self.assertIn("no resident agent", machine.agent("jobs").out)
+
+        # Two due times ago.
+        definition = machine.job_folder(job["id"]) / "def"
+        content = json.loads(definition.read_text())
+        content["schedule"]["start"] = str(int(content["schedule"]["start"]) - 3 * 24 * 3600 * 10**7)
+        definition.write_text(json.dumps(content))
+        self.assertTrue(machine.listing("jobs")[0]["overdue"])
+        self.assertIn("overdue", machine.agent("show", "docs").out)
+
+        summary = objects(system.backup("--name", "docs", "--json"))[-1]["summary"]
+        self.assertEqual((summary["files"], summary["bytes"]), (1, 1))
+        job = machine.listing("show", "docs")
+        self.assertEqual((job["overdue"], job["schedule"]), (False, said["schedule"]))
+        self.assertNotEqual(job["lastCompleted"], "")
+        self.assertNotIn("overdue", machine.agent("jobs").out)
+        system.backup("--name", "docs", "--no-schedule")
+        self.assertEqual(machine.listing("jobs")[0]["nextRun"], "")
+        self.assertEqual(len(system.proxy.requests("StartJob")), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
