@@ -19,24 +19,6 @@ protected:
     const std::string path_ = toUtf8(wide_);
 };
 
-TEST_F(JsonStorage, WritesWhatItReads) {
-    Writable<JSONObjectStorage> object;
-    EXPECT_FALSE(object.load());
-    EXPECT_FALSE(object.save());
-    EXPECT_FALSE(object.load(path_.c_str()));
-    object.values() = {{"b", 1}, {"a", "x"}};
-    ASSERT_TRUE(object.save());
-    EXPECT_EQ(contentOf(wide_), "{\n    \"a\" : \"x\",\n    \"b\" : 1\n}");
-
-    Writable<JSONObjectStorage> again;
-    ASSERT_TRUE(again.load(path_.c_str()));
-    EXPECT_EQ(again.values(), object.values());
-    again.values().clear();
-    ASSERT_TRUE(again.save());
-    ASSERT_TRUE(object.load());
-    EXPECT_TRUE(object.values().empty());
-}
-
 TEST_F(JsonStorage, KeepsItsValuesWhenAFileIsNoUse) {
     Writable<JSONObjectStorage> object;
     Writable<JSONArrayStorage> array;

@@ -54,9 +54,7 @@ TEST_F(Options, GivesWhatTheFileHoldsAndDefaultsElse) {
         EXPECT_EQ(name, "");
         EXPECT_EQ(options.update_again_at(), 14400000);
         EXPECT_FALSE(options.waitForServer());
-        EXPECT_EQ(captured.has(LogLevel::error, "Neither \"" + toUtf8(beside_) + "\" nor \"" +
-                                                    toUtf8(data_) + "\" exists.\n"),
-                  text == nullptr);
+        EXPECT_EQ(captured.begins("Neither "), text == nullptr);
         EXPECT_EQ(contentOf(data_), text == nullptr ? "" : text);
         DeleteFileW(beside_.c_str());
     }

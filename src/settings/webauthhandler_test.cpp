@@ -1,7 +1,6 @@
 #include "settings/webauthhandler.h"
 
 #include "settings/cookiemanager.h"
-#include "settings/passwordmanager.h"
 #include "support/store_test.h"
 
 namespace dorvo {
@@ -9,36 +8,11 @@ namespace {
 
 class WebAuth : public test::StoreTest {
 protected:
-    WebAuth() {
-        test::singleton<CookieManagerImpl>().removeAllCookie();
-        test::singleton<CookieManagerImpl>().saveCookie("alice", "S1");
-        test::singleton<CookieManagerImpl>().saveCookie("bob", "S2");
-        test::singleton<PasswordManagerImpl>().savePassword("alice", "p");
-        test::singleton<PasswordManagerImpl>().removePassword("bob");
-    }
-    ~WebAuth() override { test::singleton<CookieManagerImpl>().removeAllCookie(); }
+    ~WebAuth() override { cookies_.removeAllCookie(); }
 
+    CookieManagerImpl& cookies_ = test::singleton<CookieManagerImpl>();
     WebAuthHandler handler_;
 };
-
-TEST_F(WebAuth, LooksUpOwnerAndPassword) {
-    const struct {
-        const char* cookie;
-        bool found;
-        const char* user;
-        const char* password;
-    } rows[] = {{"S1", true, "alice", "p"},
-                {"S2", false, "bob", ""},
-                {"S3", false, "", ""},
-                {"", false, "", ""}};
-    for (const auto& row : rows) {
-        std::string user;
-        std::string password;
-        EXPECT_EQ(handler_.onAuthRequired(user, password, row.cookie), row.found) << row.cookie;
-        EXPECT_EQ(user, row.user) << row.cookie;
-        EXPECT_EQ(password, row.password) << row.cookie;
-    }
-}
 
 TEST_F(WebAuth, PutsTheNewCookieInThePlaceOfTheOld) {
     const struct {
@@ -58,13 +32,13 @@ TEST_F(WebAuth, PutsTheNewCookieInThePlaceOfTheOld) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        test::singleton<CookieManagerImpl>().removeAllCookie();
-        test::singleton<CookieManagerImpl>().saveCookie("alice", "S1");
+        cookies_.removeAllCookie();
+        cookies_.saveCookie("alice", "S1");
         handler_.onSetCookie("", "before", nullptr);
         handler_.onSetCookie(row.user, row.fresh, row.old);
-        EXPECT_EQ(test::singleton<CookieManagerImpl>().isCookieValid("S1"), row.oldKept);
+        EXPECT_EQ(cookies_.isCookieValid("S1"), row.oldKept);
         std::string stored;
-        test::singleton<CookieManagerImpl>().findCookie("alice", stored);
+        cookies_.findCookie("alice", stored);
         EXPECT_EQ(stored, row.stored);
         EXPECT_EQ(handler_.newCookie(), row.newCookie);
     }
