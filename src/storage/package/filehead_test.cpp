@@ -92,18 +92,6 @@ TEST(FileHead, SharesHeadAndNameWithItsCopies) {
     EXPECT_EQ(packages[0].back(), 'C') << "the name buffer is still the copy's own";
 }
 
-TEST(FileHead, LeavesFailedTransfersToTheInvoker) {
-    const test::LogCapture quiet;
-    HTTP_Invoker_T closed("127.0.0.1", 1);
-    filehead head;
-    head.init();
-    set_golden(head);
-    EXPECT_TRUE(head.send_package(closed));
-    chunkhead& base = head;
-    EXPECT_TRUE(base.send_package(closed)) << "the copy of an invoker sends nothing";
-    EXPECT_TRUE(chunkhead().handle_head(nullptr));
-}
-
 TEST(FileHead, MakesADirectoryOfExactlySixteen) {
     const test::TemporaryFolder folder(L"dorvo-filehead");
     filehead head;

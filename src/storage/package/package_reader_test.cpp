@@ -70,49 +70,49 @@ TEST(PackageReader, RefusesEveryTruncationAndLeavesWhatFollows) {
 }
 
 TEST(PackageReader, BelievesNoHeadThatPointsOutside) {
+    // Values of a u16 of the head: what they make of its length, its name or its extra.
     struct Row {
         const char* what;
         bool file;
-        size_t at;  // of a u16
-        uint16_t value;
-        bool good;
+        size_t at;
+        std::vector<uint16_t> bad;
+        std::vector<uint16_t> good;
     };
     const Row rows[] = {
-        {"no length", true, 0, 0, false},
-        {"a length below the prefix", true, 0, 7, false},
-        {"a length below the head", true, 0, 63, false},
-        {"the head alone, with a name behind it", true, 0, 64, false},
-        {"a name cut off by the length", true, 0, 79, false},
-        {"a length beyond the bytes", true, 0, 81, false},
-        {"a huge length", true, 2, 0xFFFF, false},
-        {"another magic", true, 4, 0x4154, false},
-        {"a name in the head", true, 60, 63, false},
-        {"a name nowhere", true, 60, 0, false},
-        {"a name that ends outside", true, 60, 65, false},
-        {"a name that begins outside", true, 60, 81, false},
-        {"a name far outside", true, 60, 0xFFFF, false},
-        {"a name one byte too long", true, 62, 17, false},
-        {"a name far too long", true, 62, 0xFFFF, false},
-        {"no name", true, 62, 0, true},
-        {"a shorter name", true, 62, 15, true},
-        {"a length below the head", false, 0, 35, false},
-        {"an extra cut off by the length", false, 0, 51, false},
-        {"no content", false, 0, 52, true},
-        {"another magic", false, 4, 0x4452, false},
-        {"an extra in the head", false, 32, 35, false},
-        {"an extra never placed", false, 32, 0, false},
-        {"an extra later on", false, 32, 68, true},
-        {"an extra that ends outside", false, 32, 69, false},
-        {"an extra that begins outside", false, 32, 85, false},
-        {"an extra of 17 bytes", false, 34, 17, false},
-        {"an extra far too long", false, 34, 0xFFFF, false},
-        {"a short extra", false, 34, 3, true},
+        {"length: none, in the prefix, in the head, without the name, too long",
+         true,
+         0,
+         {0, 7, 63, 64, 79, 81},
+         {}},
+        {"high half of the length", true, 2, {0xFFFF}, {}},
+        {"magic", true, 4, {0x4154}, {}},
+        {"name: in the head, nowhere, ends or begins outside",
+         true,
+         60,
+         {63, 0, 65, 81, 0xFFFF},
+         {}},
+        {"name's length", true, 62, {17, 0xFFFF}, {0, 15}},
+        {"length: in the head, in the extra", false, 0, {35, 51}, {52}},
+        {"magic", false, 4, {0x4452}, {}},
+        {"extra: in the head, never placed, ends or begins outside",
+         false,
+         32,
+         {35, 0, 69, 85},
+         {68}},
+        {"extra's length", false, 34, {17, 0xFFFF}, {3}},
     };
     for (const Row& row : rows) {
-        Bytes bytes = from_hex(row.file ? test::golden_file : test::golden_data);
-        write_wire(bytes.data() + row.at, row.value);
-        EXPECT_EQ((row.file ? reads_file : reads_data)(bytes), row.good)
-            << (row.file ? "file: " : "data: ") << row.what;
+        const auto reads = [&](uint16_t value) {
+            Bytes bytes = from_hex(row.file ? test::golden_file : test::golden_data);
+            write_wire(bytes.data() + row.at, value);
+            return (row.file ? reads_file : reads_data)(bytes);
+        };
+        for (const uint16_t value : row.bad) {
+            EXPECT_FALSE(reads(value)) << (row.file ? "file: " : "data: ") << row.what << value;
+        }
+        for (const uint16_t value : row.good) {
+            EXPECT_TRUE(reads(value)) << (row.file ? "file: " : "data: ") << row.what << value;
+        }
     }
 }
 
