@@ -57,12 +57,7 @@ TEST_F(ActivityFile, IsMadeIdle) {
 }
 
 TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
-    struct Row {
-        const char* name;
-        std::string head;
-        bool accepted;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, std::string, bool> rows[] = {
         {"version 1.0 of another size", {"\0\0\1\0\1\2\0\0", 8}, true},
         {"another version of the size", {"\x9\0\2\0\xb8\0\0\0", 8}, true},
         {"neither", {"\x9\0\2\0\x63\0\0\0", 8}, false},
@@ -71,15 +66,15 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
         {"zeroes", std::string(4096, '\0'), false},
         {"a file without a byte is new", {}, true},
     };
-    for (const Row& row : rows) {
+    for (const auto& [name, head, accepted] : rows) {
         const LogCapture quiet;
-        writeInfo(row.head);
-        EXPECT_EQ(handle_.open(id_.c_str(), true), row.accepted) << row.name;
-        EXPECT_NE(handle_.get(), nullptr) << row.name;
+        writeInfo(head);
+        EXPECT_EQ(handle_.open(id_.c_str(), true), accepted) << name;
+        EXPECT_NE(handle_.get(), nullptr) << name;
         handle_.close();
         const std::string bytes = test::fileContent(info_);
-        EXPECT_EQ(bytes.size(), JobActivity::recordSize) << row.name;
-        EXPECT_TRUE(bytes.starts_with(row.head)) << row.name << ": never rewritten";
+        EXPECT_EQ(bytes.size(), JobActivity::recordSize) << name;
+        EXPECT_TRUE(bytes.starts_with(head)) << name << ": never rewritten";
     }
 }
 

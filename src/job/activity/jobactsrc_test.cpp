@@ -91,25 +91,21 @@ TEST_F(SourceList, AppendsOnlyToAListWithContent) {
 }
 
 TEST_F(SourceList, EndsAtDamageAndSaysSoOnlyInsideARecord) {
-    const struct {
-        const char* what;
-        std::string bytes;
-        bool logged;
-    } rows[] = {
+    const std::tuple<const char*, std::string, bool> rows[] = {
         {"empty", "", false},
         {"part of a head", "ESE", false},
         {"part of a body", std::string("VOLB\x12\0\x08\0\x0a\0C", 11), true},
         {"no body", std::string("SSET\x08\0", 6), true},
         {"a size below the head's", std::string("ESET\x05\0", 6), true},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        test::storeFile(path_, row.bytes);
+    for (const auto& [what, bytes, logged] : rows) {
+        SCOPED_TRACE(what);
+        test::storeFile(path_, bytes);
         test::LogCapture log;
         JobActivitySourceReader reader;
         ASSERT_TRUE(reader.open(path_, 0));
         EXPECT_EQ(reader.next(), 0u);
-        EXPECT_EQ(!log.lines().empty(), row.logged);
+        EXPECT_EQ(!log.lines().empty(), logged);
     }
 }
 

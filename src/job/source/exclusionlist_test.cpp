@@ -93,30 +93,26 @@ TEST_F(Exclusions, LeavesAFileThatIsNoUseAsItIsAndSaysSo) {
 }
 
 TEST(ExcludedPaths, CoverWholeComponents) {
-    struct Row {
-        const wchar_t* excluded;
-        std::vector<std::wstring> covered;
-        std::vector<std::wstring> others;
-    };
-    const Row rows[] = {
-        {L"C:\\data",
-         {L"C:\\data", L"c:\\Data\\sub\\a.txt", L"\\\\?\\C:\\data\\x"},
-         {L"C:\\database", L"D:\\C:\\data"}},
-        {L"C:\\data\\a.txt", {}, {L"C:\\data"}},
-        {L"C:/data/", {L"C:\\data\\x"}, {}},
-        {L"C:\\", {L"C:\\pagefile.sys"}, {}},
-        {L"\\\\nas\\share", {L"\\\\?\\UNC\\nas\\share\\x"}, {L"\\\\nas\\share2"}},
-        {L"C:\\\u00c9t\u00e9", {L"C:\\\u00e9T\u00c9\\x"}, {}},
-        {L"", {}, {L"C:\\x"}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(toUtf8(row.excluded));
+    const std::tuple<const wchar_t*, std::vector<std::wstring>, std::vector<std::wstring>> rows[] =
+        {
+            {L"C:\\data",
+             {L"C:\\data", L"c:\\Data\\sub\\a.txt", L"\\\\?\\C:\\data\\x"},
+             {L"C:\\database", L"D:\\C:\\data"}},
+            {L"C:\\data\\a.txt", {}, {L"C:\\data"}},
+            {L"C:/data/", {L"C:\\data\\x"}, {}},
+            {L"C:\\", {L"C:\\pagefile.sys"}, {}},
+            {L"\\\\nas\\share", {L"\\\\?\\UNC\\nas\\share\\x"}, {L"\\\\nas\\share2"}},
+            {L"C:\\\u00c9t\u00e9", {L"C:\\\u00e9T\u00c9\\x"}, {}},
+            {L"", {}, {L"C:\\x"}},
+        };
+    for (const auto& [excluded, covered, others] : rows) {
+        SCOPED_TRACE(toUtf8(excluded));
         ExcludedPaths paths;
-        paths.add(row.excluded);
-        for (const std::wstring& path : row.covered) {
+        paths.add(excluded);
+        for (const std::wstring& path : covered) {
             EXPECT_TRUE(paths.contains(path)) << toUtf8(path);
         }
-        for (const std::wstring& path : row.others) {
+        for (const std::wstring& path : others) {
             EXPECT_FALSE(paths.contains(path)) << toUtf8(path);
         }
     }

@@ -89,17 +89,14 @@ std::string hex(const std::string& bytes) {
 
 // The worked examples of docs/formats/package.md.
 TEST_F(Transform, PackagesAreAsDocumented) {
-    const struct {
-        bool compress;
-        const char* package;
-    } rows[] = {
+    const std::pair<bool, const char*> rows[] = {
         {false, "c18bebea28cafa45cd02494d485ddacedc2b91dd6fdd555d548de18bfecbe45f"},
         {true, "5d332b8653a8ca123fcfe382e52987af821d49bd784f3a0e19df3319519fb70c"},
     };
     storeFile(source_, "Hello, hello, hello, hello!\n");
-    for (const auto& row : rows) {
-        ASSERT_TRUE(backup(row.compress));
-        EXPECT_EQ(hex(fileContent(package_)), row.package);
+    for (const auto& [compress, package] : rows) {
+        ASSERT_TRUE(backup(compress));
+        EXPECT_EQ(hex(fileContent(package_)), package);
     }
 }
 
@@ -121,22 +118,18 @@ TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
         const std::string whole = fileContent(package_);
         std::string flipped = whole;
         flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 1);
-        const struct {
-            const char* what;
-            std::string package;
-            bool failsPlain;
-        } rows[] = {
+        const std::tuple<const char*, std::string, bool> rows[] = {
             {"empty", "", true},
             {"half a block less", whole.substr(0, whole.size() - 8), true},
             {"a block less", whole.substr(0, whole.size() - 16), true},
             // Without compression nothing in a package tells of a change in its middle.
             {"a flipped bit", flipped, false},
         };
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.what + std::string(compress ? " compressed" : ""));
+        for (const auto& [what, package, failsPlain] : rows) {
+            SCOPED_TRACE(what + std::string(compress ? " compressed" : ""));
             test::LogCapture log;
-            storeFile(package_, row.package);
-            const bool fails = compress || row.failsPlain;
+            storeFile(package_, package);
+            const bool fails = compress || failsPlain;
             EXPECT_EQ(restore(compress), !fails);
             if (fails) {
                 EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
