@@ -58,35 +58,8 @@ std::vector<Value> spoilt(const Value& whole) {
     return bad;
 }
 
-TEST(RestoreBodies, BodiesAreObjectsOfStrings) {
-    const StoredPath path{"PC", "inst", "C:\\data", "a.txt"};
-    struct Row {
-        Value body;
-        const char* text;
-    };
-    const Row rows[] = {
-        {startRestoreJobBody("def", "inst"), R"({"jobdefinitionid":"def","jobinstanceid":"inst"})"},
-        {fileInfoBody(path),
-         R"({"filename":"a.txt","jobinstanceid":"inst","machine":"PC","path":"C:\\data"})"},
-        {downloadBody(path, 5'000'000'000),
-         R"({"blockindex":"5000000000","filename":"a.txt","jobinstanceid":"inst",)"
-         R"("machine":"PC","path":"C:\\data"})"},
-        {listFilesBody("PC", "inst", "C:\\d", "C:\\d\\x", 1000),
-         R"({"after":"C:\\d\\x","jobinstanceid":"inst","limit":1000,"machine":"PC",)"
-         R"("path":"C:\\d"})"},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(json_spirit::write(row.body), row.text);
-    }
-}
-
 TEST(RestoreBodies, APathIsSplitAtItsLastBackslash) {
-    struct Row {
-        const char* path;
-        const char* folder;
-        const char* name;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
         {"C:\\data\\a.txt", "C:\\data", "a.txt"},
         {"C:\\a.txt", "C:", "a.txt"},
         {"C:\\data\\", "C:", "data"},
@@ -94,11 +67,11 @@ TEST(RestoreBodies, APathIsSplitAtItsLastBackslash) {
         {"\\\\pc\\share\\a", "\\\\pc\\share", "a"},
         {"", "", ""},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.path);
-        const StoredPath split = storedPath("PC", "inst", row.path);
-        EXPECT_EQ(split.folder, row.folder);
-        EXPECT_EQ(split.name, row.name);
+    for (const auto& [path, folder, name] : rows) {
+        SCOPED_TRACE(path);
+        const StoredPath split = storedPath("PC", "inst", path);
+        EXPECT_EQ(split.folder, folder);
+        EXPECT_EQ(split.name, name);
     }
 }
 

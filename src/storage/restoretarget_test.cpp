@@ -61,20 +61,6 @@ protected:
     std::optional<RestoreTarget> target_;
 };
 
-TEST_F(Target, BringsAFileWithAttributesAndTimes) {
-    ASSERT_TRUE(ready(guards | FILE_ATTRIBUTE_COMPRESSED));
-    EXPECT_FALSE(exists(path()));
-    ASSERT_TRUE(target_->place(false));
-    expectNoSibling();
-    const WIN32_FILE_ATTRIBUTE_DATA found = dataOf(path());  // before anybody reads it
-    EXPECT_EQ(found.dwFileAttributes & guards, guards);
-    EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(recorded(0).ftLastWriteTime));
-    EXPECT_EQ(toTicks(found.ftLastAccessTime), toTicks(recorded(0).ftLastAccessTime));
-    EXPECT_EQ(fileContent(path()), "new");
-    target_.reset();
-    EXPECT_TRUE(exists(folder_ + L"\\sub\\a.txt")) << "gone with the object";
-}
-
 TEST_F(Target, ReplacesAGuardedFileOnlyWhenToldTo) {
     ASSERT_TRUE(target_->makeParents());
     storeFile(path(), "old");
@@ -125,46 +111,6 @@ TEST_F(Target, WritesOverWhatAKilledRunHasLeft) {
     const std::wstring other = RestoreTarget(path(), run, 18).sibling();
     EXPECT_NE(other, target_->sibling());
     EXPECT_NE(RestoreTarget(path(), {1}, 17).sibling(), target_->sibling());
-}
-
-TEST_F(Target, TakesNeitherAFolderForAFileNorAFileForAFolder) {
-    bool existed = true;
-    ASSERT_TRUE(makeRestoredDirectory(path() + L"\\below", existed));
-    EXPECT_FALSE(existed);
-    for (const bool replace : {true, false}) {
-        ASSERT_TRUE(ready());
-        EXPECT_FALSE(target_->place(replace));
-        EXPECT_EQ(GetLastError(), replace ? DWORD{ERROR_CANNOT_MAKE} : DWORD{ERROR_FILE_EXISTS});
-        expectNoSibling();
-        EXPECT_TRUE(exists(path() + L"\\below"));
-    }
-
-    const std::wstring plain = folder_ + L"\\plain";
-    for (const std::wstring& in : {plain, plain + L"\\deeper"}) {
-        EXPECT_FALSE(RestoreTarget(in + L"\\a.txt", run, 1).makeParents());
-        EXPECT_FALSE(makeRestoredDirectory(in, existed));
-    }
-    EXPECT_FAILS(ERROR_DIRECTORY, makeRestoredDirectory(plain, existed));
-    EXPECT_EQ(fileContent(plain), "new");
-}
-
-TEST_F(Target, DressesADirectory) {
-    const std::wstring directory = folder_ + L"\\one\\two";
-    bool existed = true;
-    ASSERT_TRUE(makeRestoredDirectory(directory, existed));
-    EXPECT_FALSE(existed);
-    ASSERT_TRUE(makeRestoredDirectory(directory, existed));
-    EXPECT_TRUE(existed);
-    ASSERT_TRUE(dressRestoredDirectory(directory,
-                                       recorded(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN)));
-    const WIN32_FILE_ATTRIBUTE_DATA found = dataOf(directory);
-    EXPECT_EQ(found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN),
-              DWORD{FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN});
-    EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(recorded(0).ftLastWriteTime));
-    EXPECT_EQ(toTicks(found.ftLastAccessTime), toTicks(recorded(0).ftLastAccessTime));
-
-    EXPECT_FAILS(ERROR_FILE_NOT_FOUND,
-                 dressRestoredDirectory(directory + L"\\missing", recorded(0)));
 }
 
 TEST_F(Target, LeavesTheRootOfADriveAsItIs) {

@@ -148,16 +148,5 @@ TEST_F(WebKeysTest, AServiceOutOfReachIsNoAnswer) {
     EXPECT_EQ(checksum(user), "");
 }
 
-TEST(KeyErrors, AreNoOthersAndHaveWords) {
-    for (uint32_t code = errorKeyMissing; code <= errorRecoveryFileOfOther; ++code) {
-        EXPECT_TRUE(isKeyError(code));
-        EXPECT_FALSE(hasHttpMark(code));
-        EXPECT_NE(keyErrorText(code, "alice"), keyErrorText(0));
-    }
-    for (const uint32_t code : {0u, 5u, 10061u, withHttpMark(401), 0x80070005u}) {
-        EXPECT_FALSE(isKeyError(code)) << code;
-    }
-}
-
 }  // namespace
 }  // namespace dorvo

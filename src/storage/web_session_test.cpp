@@ -162,17 +162,6 @@ TEST_F(WebSessionTest, ARefusedCommandIsRunAgainWithANewCookie) {
     }
 }
 
-TEST_F(WebSessionTest, FollowingCommandsUseTheNewCookie) {
-    keep("C1");
-    keepPassword("secret");
-    Web_Session session("alice");
-    EXPECT_EQ(run(session), 200);
-    EXPECT_EQ(session.cookie(), "N1");
-    EXPECT_EQ(sent_, 8u);  // the body twice
-    EXPECT_EQ(run(session), 200);
-    EXPECT_EQ(seen_, "C1 body; Login; N1 body; N1 body; ");
-}
-
 // Without a cookie its user has logged out, but may have logged in again meanwhile.
 TEST_F(WebSessionTest, WithoutACookieNoLoginIsTried) {
     keepPassword("secret");

@@ -52,8 +52,7 @@ protected:
         std::wstring directory;
         jobDirectory(job, directory);
         createDirectories(directory + L"\\tmp");
-        document_ = toUtf8(directory + L"\\errors");
-        failed_ = std::make_unique<FailedItems>(document_, record_);
+        failed_ = std::make_unique<FailedItems>(toUtf8(directory + L"\\errors"), record_);
     }
 
     WebBackupStorage::Run makeRun() {
@@ -92,7 +91,6 @@ protected:
     JobActivity record_{};
     test::Signal stop_;
     std::unique_ptr<FailedItems> failed_;
-    std::string document_;
     std::function<const char*(const Seen&)> status_;
     test::ScriptedService service_;
 };
@@ -174,18 +172,6 @@ TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItIsTh
     }
 }
 
-TEST_F(WebBackupStorageTest, AStatusBecomesTheErrorAndLeavesTheOffset) {
-    const std::wstring path = makeSource(2 * uploadBlockSize);
-    status_ = [](const Seen& seen) {
-        return seen.endpoint == "uploadblock" && blockOf(seen) == "2" ? "404 Not Found" : "200 OK";
-    };
-    const auto storage = makeStorage();
-    test::LogCapture quiet;
-    EXPECT_FAILS(0x20010194u, backup(*storage, path));
-    EXPECT_EQ(record_.acceptedBlocks, 1u);
-    EXPECT_EQ(record_.fileOffset, uploadBlockSize);
-}
-
 TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {
     test::Signal answer;
     status_ = [&](const Seen& seen) {
@@ -236,24 +222,6 @@ TEST_F(WebBackupStorageTest, RefusesToStart) {
         EXPECT_FAILS(error, storage.start());
     }
     EXPECT_TRUE(service_.seen().empty());
-}
-
-TEST_F(WebBackupStorageTest, EndsWithTheFailedItemsAndNotWithoutThem) {
-    const auto storage = makeStorage();
-    ASSERT_TRUE(storage->recordError(L"C:\\x", 0x20010193, "Forbidden"));
-    // A run that was cut off meets its item again.
-    ASSERT_TRUE(storage->recordError(L"C:\\x", 0x20010193, "Forbidden"));
-    EXPECT_EQ(record_.failedItems, 1u);
-    EXPECT_EQ(FailedItems(document_, record_).list().size(), 1u);
-    ASSERT_TRUE(storage->end());
-    ASSERT_EQ(service_.endpoints(), (Names{"StartJob", "AddErrorFiles", "endjob"}));
-    EXPECT_EQ(service_.seen()[1].body,
-              R"({"errors":[{"code":536936851,"path":"C:\\x","reason":"Forbidden"}],)"
-              R"("jobinstanceid":")" +
-                  std::string(instance) + "\"}");
-    status_ = [](const Seen&) { return "503 Service Unavailable"; };
-    EXPECT_FAILS(0x200101F7u, storage->end());
-    EXPECT_EQ(service_.last().endpoint, "AddErrorFiles");
 }
 
 TEST_F(WebBackupStorageTest, OneCheckIsOneListToTheService) {

@@ -62,21 +62,17 @@ TEST_F(WebRestoreCatalogTest, ListsPageByPage) {
 }
 
 TEST_F(WebRestoreCatalogTest, FailsWithTheReasonAndKeepsThePage) {
-    struct Row {
-        Answer answer;
-        DWORD error;
-    };
-    const Row rows[] = {
+    const std::pair<Answer, DWORD> rows[] = {
         {{"404 Not Found"}, 0x20010194},
         {{}, ERROR_INVALID_DATA},
         {{.body = "no JSON"}, ERROR_INVALID_DATA},
         {{.body = R"({"source":[],"next":"C:\\a"})"}, ERROR_INVALID_DATA},  // leads nowhere
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.answer.body);
-        answer_ = row.answer;
+    for (const auto& [answer, error] : rows) {
+        SCOPED_TRACE(answer.body);
+        answer_ = answer;
         page_.next = "old";
-        EXPECT_FAILS(row.error, catalog_.list(L"", "C:\\a", page_));
+        EXPECT_FAILS(error, catalog_.list(L"", "C:\\a", page_));
         EXPECT_EQ(page_.next, "old");
     }
     service_.forget();
