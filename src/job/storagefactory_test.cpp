@@ -23,9 +23,8 @@ protected:
                                      std::string(recoverySaltSize, 's'),
                                      std::string(recoveryNonceSize, 'n'), {2, 8, 1}));
         std::string owner;
-        ASSERT_TRUE((
-            ATL::CComSingleton<KeyManagerImpl, ATL::CComAutoCriticalSection>::instance()->importKey(
-                user.c_str(), "sesame", file.c_str(), owner)));
+        ASSERT_TRUE(
+            singleton<KeyManagerImpl>().importKey(user.c_str(), "sesame", file.c_str(), owner));
     }
 
     static std::unique_ptr<Scripted<BackupJob>> makeBackup(Script& script,
@@ -55,25 +54,6 @@ protected:
     }
 };
 
-TEST_F(StorageFactoryTest, AFolderGivesBackWhatItWasGiven) {
-    createDirectories(location());
-    write(sources() + L"\\empty", "");
-    write(sources() + L"\\deep\\big", std::string(300'000, 'x') + "end");
-    const auto backup = makeBackup(script_);
-    run(*backup);
-    ASSERT_EQ(backup->state(), completed);
-    run(*backup);
-    ASSERT_EQ(backup->state(), completed);
-    EXPECT_EQ(backup->record().fileCount, 0u) << "nothing has changed";
-
-    const auto restore = makeRestore(script_, backup->instanceText());
-    run(*restore);
-    EXPECT_EQ(restore->state(), completed);
-    EXPECT_TRUE(restore->errors().empty());
-    EXPECT_TRUE(exists(target() + L"\\empty"));
-    EXPECT_EQ(contentOf(target() + L"\\deep\\big"), contentOf(sources() + L"\\deep\\big"));
-}
-
 // As on a machine that made a key of its own before the recovery file came to it.
 TEST_F(StorageFactoryTest, EachBackupGetsTheKeyThatItWasMadeWith) {
     createDirectories(location());
@@ -100,28 +80,6 @@ TEST_F(StorageFactoryTest, EachBackupGetsTheKeyThatItWasMadeWith) {
     run(*backup);
     EXPECT_EQ(backup->state(), completed);
     EXPECT_EQ(backup->record().fileCount, 1u) << "one was carried over, and can be read with it";
-}
-
-TEST_F(StorageFactoryTest, RefusalsEndTheRun) {
-    createDirectories(location());
-    write(sources() + L"\\a", "content");
-    const auto backup = makeBackup(script_);
-    run(*backup);
-    ASSERT_EQ(backup->state(), completed);
-    auto restore = makeRestore(script_, backup->instanceText(), "bob");
-    run(*restore);
-    EXPECT_EQ(restore->state(), failed);
-    EXPECT_EQ(restore->record().endError, errorKeyMissing);
-
-    rm_rf(dataPath(L"\\job\\r"), true);
-    rm_rf(location(), true);
-    restore.reset();
-    run(*backup);
-    EXPECT_EQ(backup->state(), paused) << "the folder may come back";
-    restore = makeRestore(script_, backup->instanceText());
-    run(*restore);
-    EXPECT_EQ(restore->state(), failed) << "nothing could be listed";
-    EXPECT_EQ(restore->record().endError, static_cast<uint32_t>(WSAESTALE));
 }
 
 }  // namespace
