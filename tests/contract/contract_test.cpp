@@ -117,10 +117,8 @@ TEST_P(StorageContract, AFailedItemIsRememberedOverAPauseAndSentByTheNextRun) {
     put(L"a", "1");
     put(L"b", "2");
     put(L"c", "3");
-    beginRun();
-    ASSERT_TRUE(check());
     {
-        const auto storage = started();
+        const auto storage = begun();
         ASSERT_TRUE(backup(*storage, L"a"));
         ASSERT_TRUE(MoveFileW(source(L"b").c_str(), target(L"b").c_str()));
         EXPECT_FAILS(ERROR_FILE_NOT_FOUND, backup(*storage, L"b"));
@@ -140,9 +138,7 @@ TEST_P(StorageContract, AFailedItemIsRememberedOverAPauseAndSentByTheNextRun) {
 
 TEST_P(StorageContract, AnItemThatIsWholeAndThenFailsIsSentByTheNextRun) {
     put(L"a", "1");
-    beginRun();
-    ASSERT_TRUE(check());
-    const auto storage = started();
+    const auto storage = begun();
     ASSERT_TRUE(backup(*storage, L"a"));
     ASSERT_TRUE(storage->recordError(source(L"a").c_str(), ERROR_SHARING_VIOLATION, ""));
     ASSERT_TRUE(storage->end());
@@ -153,9 +149,7 @@ TEST_P(StorageContract, AnItemThatIsWholeAndThenFailsIsSentByTheNextRun) {
 TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsList) {
     put(L"a", "1");
     put(L"b", "2");
-    beginRun();
-    ASSERT_TRUE(check());
-    const auto storage = started();
+    const auto storage = begun();
     ASSERT_TRUE(backup(*storage, L"a"));
     EXPECT_FAILS(backEnd_->wrongState(), storage->end());
     EXPECT_FAILS(backEnd_->wrongState(), restoring(instance())->start());
@@ -212,10 +206,8 @@ TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
 TEST_P(StorageContract, AStopMakesAnItemFailAndTheNextRunTakesItUp) {
     put(L"a", "1");
     put(L"b", noise(3 << 20));
-    beginRun();
-    ASSERT_TRUE(check());
     {
-        const auto storage = started();
+        const auto storage = begun();
         ASSERT_TRUE(backup(*storage, L"a"));
         stop_.set();
         EXPECT_FAILS(ERROR_CANCELLED, backup(*storage, L"b"));
@@ -242,10 +234,8 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     put(L"a", "1");
     put(L"b", "2");
     put(L"c fails", "3");
-    beginRun();
-    ASSERT_TRUE(check());
     {
-        const auto storage = started();
+        const auto storage = begun();
         EXPECT_TRUE(storage->start());
         ASSERT_TRUE(backup(*storage, L"a"));
     }
@@ -269,10 +259,8 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
 TEST_P(StorageContract, ACancelledRunLeavesNothing) {
     put(L"a", noise(3 * uploadBlockSize));
     const uint64_t kept = backEnd_->kept();
-    beginRun();
-    ASSERT_TRUE(check());
     {
-        const auto storage = started();
+        const auto storage = begun();
         ASSERT_TRUE(backupAll(*storage));
         EXPECT_GT(backEnd_->kept(), kept);
         EXPECT_TRUE(storage->cancel()) << GetLastError();

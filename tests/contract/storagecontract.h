@@ -129,6 +129,12 @@ protected:
         EXPECT_TRUE(storage->start()) << GetLastError();
         return storage;
     }
+    // Of a new run that has asked what to send.
+    std::unique_ptr<BackupStorage> begun() {
+        beginRun();
+        EXPECT_TRUE(check()) << GetLastError();
+        return started();
+    }
     size_t placeOf(const std::wstring& name) const {
         const auto found = std::find_if(items_.begin(), items_.end(), [&](const Item& item) {
             return item.path == source(name);
@@ -155,9 +161,7 @@ protected:
     }
     // A whole run over the tree; its instance.
     std::string complete() {
-        beginRun();
-        EXPECT_TRUE(check()) << GetLastError();
-        const auto storage = started();
+        const auto storage = begun();
         EXPECT_TRUE(backupAll(*storage)) << GetLastError();
         EXPECT_TRUE(storage->end()) << GetLastError();
         return instance();

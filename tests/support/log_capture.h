@@ -42,9 +42,6 @@ public:
     bool has(const std::string& text) const {
         return any([&](const LogLine& line) { return line.text == text; });
     }
-    bool has(LogLevel level, const std::string& text) const {
-        return any([&](const LogLine& line) { return line.level == level && line.text == text; });
-    }
     bool begins(const std::string& text) const {
         return any([&](const LogLine& line) { return line.text.starts_with(text); });
     }
