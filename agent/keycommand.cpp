@@ -3,11 +3,10 @@
 #include <windows.h>
 
 #include "agenterror.h"
-#include "base/key_error.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "engine/dataowner.h"
-#include "failuretext.h"
+#include "engine/engine.h"
+#include "keyfailure.h"
 #include "printable.h"
 #include "singletons.h"
 #include "sourcepath.h"
@@ -24,24 +23,8 @@ std::wstring filePath(const std::string& given) {
     return path;
 }
 
-[[noreturn]] void refuse(const std::wstring& file, const std::string& user, DWORD error) {
-    const std::string name = "'" + toUtf8(file) + "'";
-    switch (error) {
-        case ERROR_NOT_FOUND:
-            throw AgentError("'" + user +
-                             "' has no key on this machine: the first backup makes one, 'agent "
-                             "key import FILE' brings one");
-        case ERROR_DECRYPTION_FAILED:
-            throw AgentError("The keys of this machine cannot be read: the log file says why");
-        case ERROR_FILE_EXISTS:
-            throw AgentError(name + " is there already and was left as it is: name another file");
-        case ERROR_TOO_MANY_SECRETS:
-            throw AgentError(name + ": '" + user + "' would have more keys on this machine than " +
-                             std::to_string(userKeyLimit) + "; none was taken");
-        default: break;
-    }
-    throw AgentError(isKeyError(error) ? name + ": " + keyErrorText(error, user)
-                                       : name + ": " + failureText(error));
+[[noreturn]] void refuse(const std::wstring& file, const std::string& user) {
+    throw AgentError(keyFailure(file, user, GetLastError()));
 }
 
 }  // namespace
@@ -80,11 +63,11 @@ void KeyCommand::exportKey(Terminal& terminal) const {
     const std::string user = chooseKeyOwner(user_);
     std::string checksum;
     if (!keys().keyChecksum(user.c_str(), checksum)) {
-        refuse(file, user, GetLastError());  // before the user has thought of a passphrase
+        refuse(file, user);  // before the user has thought of a passphrase
     }
     const Secret passphrase = readPassphrase(terminal, true);
     if (!keys().exportKey(user.c_str(), passphrase.text.c_str(), file.c_str())) {
-        refuse(file, user, GetLastError());
+        refuse(file, user);
     }
     const size_t imported = keys().importedKeys(user.c_str());
     terminal.out((imported == 0 ? "The key" : "All " + std::to_string(imported + 1) + " keys") +
@@ -95,22 +78,16 @@ void KeyCommand::exportKey(Terminal& terminal) const {
 void KeyCommand::importKey(Terminal& terminal) const {
     const std::wstring file = filePath(file_);
     if (GetFileAttributesW(longPath(file).c_str()) == INVALID_FILE_ATTRIBUTES) {
-        refuse(file, user_, GetLastError());
+        refuse(file, user_);
     }
     const Secret passphrase = readPassphrase(terminal, false);
-    const DataOwner owner;  // no run may be making a key meanwhile
-    std::string user;
-    if (!keys().importKey(user_.c_str(), passphrase.text.c_str(), file.c_str(), user)) {
-        const DWORD error = GetLastError();
-        refuse(file, user.empty() ? user_ : user, error);
-    }
-    const size_t imported = keys().importedKeys(user.c_str());
-    if (imported == 0) {
-        terminal.out("The key of '" + printable(user) + "' is on this machine now.");
+    const ImportedKeys keys = openEngine()->importKeys(file, passphrase.text, user_);
+    if (keys.beside == 0) {
+        terminal.out("The key of '" + printable(keys.user) + "' is on this machine now.");
         return;
     }
-    terminal.out("The keys of '" + printable(user) + "' are on this machine now, " +
-                 std::to_string(imported) +
+    terminal.out("The keys of '" + printable(keys.user) + "' are on this machine now, " +
+                 std::to_string(keys.beside) +
                  " beside the machine's own: each backup takes the one that it was made with.");
 }
 

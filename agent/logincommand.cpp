@@ -4,11 +4,8 @@
 
 #include "agenterror.h"
 #include "base/machine_name.h"
-#include "engine/dataowner.h"
+#include "engine/engine.h"
 #include "failuretext.h"
-#include "job/transferfailure.h"
-#include "singletons.h"
-#include "storage/webaccount.h"
 #include "users.h"
 
 namespace dorvo::agent {
@@ -20,13 +17,6 @@ std::string thisMachine() {
         throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
     }
     return name;
-}
-
-// The new session takes the place of the older ones.
-void forgetSessions(const std::string& user) {
-    std::string cookie;
-    while (cookies().findCookie(user.c_str(), cookie) && cookies().removeCookie(cookie.c_str())) {
-    }
 }
 
 }  // namespace
@@ -48,23 +38,8 @@ int LoginCommand::run(Terminal& terminal) {
         throw AgentError("The user's name is empty", exitUsage);
     }
     const Secret password = readPassword(terminal);
-    const std::string machine = thisMachine();
-    const DataOwner owner;  // a run keeps the stores it has read, and writes them over these
-    std::string cookie;
-    if (!WebAccount::login(user_, password.text, machine, cookie)) {
-        const DWORD error = GetLastError();
-        if (error == errorUnauthorized) {
-            throw AgentError("Wrong user or password");
-        }
-        throw AgentError(requestFailure(error, user_));
-    }
-    forgetSessions(user_);
-    const bool kept = cookies().saveCookie(user_.c_str(), cookie.c_str()) &&
-                      passwords().savePassword(user_.c_str(), password.text.c_str());
-    if (!kept) {
-        throw AgentError("The session could not be saved in the data directory");
-    }
-    terminal.out("'" + user_ + "' is logged in as the user of machine '" + machine + "'.");
+    openEngine()->login(user_, password.text);
+    terminal.out("'" + user_ + "' is logged in as the user of machine '" + thisMachine() + "'.");
     return exitDone;
 }
 

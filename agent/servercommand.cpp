@@ -1,8 +1,8 @@
 #include "servercommand.h"
 
 #include "agenterror.h"
+#include "engine/engine.h"
 #include "serveraddress.h"
-#include "singletons.h"
 
 namespace dorvo::agent {
 
@@ -23,12 +23,7 @@ int ServerCommand::run(Terminal& terminal) {
         throw AgentError("'" + address_ + "' is no server address: it has the form HOST:PORT",
                          exitUsage);
     }
-    // A backup had better wait for a server that is being restarted than fail its files.
-    options().waitForServer(true);
-    // Saves all options.
-    if (!options().setServerInfo(name_.c_str(), address->host.c_str(), address->port)) {
-        throw AgentError("The options file could not be written");
-    }
+    openEngine()->setServer(address->host, address->port, name_);
     terminal.out("The server is " + address->host + ":" + std::to_string(address->port) + ".");
     return exitDone;
 }
