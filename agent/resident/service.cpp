@@ -4,6 +4,8 @@
 
 #include "agenterror.h"
 #include "base/handle.h"
+#include "base/paths.h"
+#include "base/private_access.h"
 #include "failuretext.h"
 
 namespace dorvo::agent {
@@ -125,9 +127,22 @@ std::wstring commandLine(const std::wstring& arguments) {
     }
 }
 
+// Whoever can write there can have the service do anything, and whoever can read there has the
+// keys.
+void protectDataDirectory() {
+    std::wstring directory;
+    if (!dataDirectory(directory) || !createDirectories(directory) ||
+        !giveToAdministrators(directory)) {
+        refuse("installed, the data directory could not be given to the administrators",
+               GetLastError());
+    }
+}
+
+// What the system knows nothing of the service does without.
 template <class Info>
 bool configure(SC_HANDLE service, DWORD level, Info info) {
-    return ChangeServiceConfig2W(service, level, &info) != 0;
+    return ChangeServiceConfig2W(service, level, &info) != 0 ||
+           GetLastError() == ERROR_INVALID_LEVEL;
 }
 
 }  // namespace
@@ -135,6 +150,7 @@ bool configure(SC_HANDLE service, DWORD level, Info info) {
 void Service::install(const std::wstring& arguments) {
     const ServiceHandle manager =
         openManager("installed", SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE);
+    protectDataDirectory();
     const ServiceHandle service(CreateServiceW(
         manager.get(), name, L"Dorvo Backup Agent", SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
         SERVICE_AUTO_START, SERVICE_ERROR_NORMAL, commandLine(arguments).c_str(), nullptr, nullptr,

@@ -13,7 +13,7 @@ public:
     static constexpr const wchar_t* name = L"Dorvo";
 
     // Starts with the system, after a delay, and again when it has failed. Its program is this one
-    // with the arguments.
+    // with the arguments. The data directory is the administrators' from then on.
     static void install(const std::wstring& arguments);
     // Stops it first.
     static void uninstall();
