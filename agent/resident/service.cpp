@@ -75,22 +75,19 @@ SERVICE_STATUS_PROCESS queryStatus(SC_HANDLE service) {
     return status;
 }
 
-// Waits until the service runs or has stopped; true when it runs.
-bool awaitEnd(SC_HANDLE service, DWORD wanted) {
+// Waits until the service has stopped, or, when that is asked, until it runs. True when it runs.
+bool awaitRest(SC_HANDLE service, bool orRuns) {
+    const DWORD mask = orRuns ? SERVICE_NOTIFY_STOPPED | SERVICE_NOTIFY_RUNNING
+                              : static_cast<DWORD>(SERVICE_NOTIFY_STOPPED);
     for (;;) {
         const DWORD state = queryStatus(service).dwCurrentState;
-        if (state == SERVICE_RUNNING || state == SERVICE_STOPPED) {
-            if (state == wanted || wanted == SERVICE_RUNNING) {
-                return state == wanted;
-            }
+        if (state == SERVICE_STOPPED || (orRuns && state == SERVICE_RUNNING)) {
+            return state == SERVICE_RUNNING;
         }
         // Calls back as soon as the service is in one of the states, also when it is already.
         SERVICE_NOTIFYW notify{};
         notify.dwVersion = SERVICE_NOTIFY_STATUS_CHANGE;
         notify.pfnNotifyCallback = [](void*) {};
-        const DWORD mask = wanted == SERVICE_RUNNING
-                               ? SERVICE_NOTIFY_RUNNING | SERVICE_NOTIFY_STOPPED
-                               : static_cast<DWORD>(SERVICE_NOTIFY_STOPPED);
         const DWORD error = NotifyServiceStatusChangeW(service, mask, &notify);
         if (error != ERROR_SUCCESS) {
             refuse("watched", error);
@@ -101,17 +98,21 @@ bool awaitEnd(SC_HANDLE service, DWORD wanted) {
 
 void stopAndWait(SC_HANDLE service) {
     SERVICE_STATUS status{};
-    if (ControlService(service, SERVICE_CONTROL_STOP, &status) == 0) {
+    while (ControlService(service, SERVICE_CONTROL_STOP, &status) == 0) {
         const DWORD error = GetLastError();
         if (error == ERROR_SERVICE_NOT_ACTIVE) {
             return;
         }
-        // It is starting or stopping: it takes a stop when it runs, and ends of itself else.
         if (error != ERROR_SERVICE_CANNOT_ACCEPT_CTRL) {
             refuse("stopped", error);
         }
+        // One that starts is told again when it has; one that stops has been told.
+        if (queryStatus(service).dwCurrentState != SERVICE_START_PENDING ||
+            !awaitRest(service, true)) {
+            break;
+        }
     }
-    awaitEnd(service, SERVICE_STOPPED);
+    awaitRest(service, false);
 }
 
 std::wstring commandLine(const std::wstring& arguments) {
@@ -199,7 +200,7 @@ void Service::start() {
             refuse("started", error);
         }
     }
-    if (!awaitEnd(service.get(), SERVICE_RUNNING)) {
+    if (!awaitRest(service.get(), true)) {
         throw AgentError("The service has stopped again: the log file says why");
     }
 }

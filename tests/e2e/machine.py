@@ -82,7 +82,7 @@ class Machine:
         self._keep = Process(["wine", str(WINDOWS_BIN / "keepalive.exe")], env=self.environment)
         self._keep.until_said("ready")
         if name:
-            self._registry("add", HOST_NAME, "/v", "Hostname", "/d", name, "/f")
+            self.registry("add", HOST_NAME, "/v", "Hostname", "/d", name, "/f")
 
     def __enter__(self):
         return self
@@ -139,7 +139,7 @@ class Machine:
 
     def user_key(self, user):
         """The user's 16 bytes of key and 16 of IV, opened with the openssl command line."""
-        answer = self._registry("query", GLOBAL_KEY, "/v", "random")
+        answer = self.registry("query", GLOBAL_KEY, "/v", "random")
         machine_key = base64.b64decode(re.search(r"REG_SZ\s+(\S+)", answer)[1])
         sealed = base64.b64decode((self.data / "keys").read_text())
         opened = subprocess.run(["openssl", "enc", "-d", "-aes-128-cbc", "-K", machine_key[:16].hex(),
@@ -149,7 +149,7 @@ class Machine:
             raise AssertionError(f"{user}'s key record has {len(record)} bytes")
         return record[:16], record[16:]
 
-    def _registry(self, *arguments):
+    def registry(self, *arguments):
         run = Process(["wine", "reg", *arguments], env=self.environment, stdin="")
         if run.wait(60) != 0:
             raise AssertionError(f"reg {arguments}: {run.out}{run.err}")

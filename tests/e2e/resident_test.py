@@ -1,0 +1,144 @@
+"""The resident agent in a console: commands reach it, and runs live longer than it does."""
+
+import shutil
+import unittest
+
+import proxy
+import trees
+from machine import windows_path
+from resident import Resident
+from system import PASSWORD, USER, System, SystemTest, World, make_tree, until
+
+FAILED, PAUSED = 1, 4
+ZONE_KEY = r"HKLM\System\CurrentControlSet\Control\TimeZoneInformation"
+
+
+class ResidentTest(SystemTest):
+    def held_backup(self, system, endpoint="uploadblock", nth=9):
+        """A backup that stands at that request, and what holds it."""
+        fault = system.proxy.add(endpoint, proxy.HOLD_REQUEST, nth=nth)
+        run = system.start_backup()
+        system.await_fault(fault, run)
+        return fault, run
+
+    def log_says(self, machine, text, process):
+        log = machine.data / "log"
+        until(lambda: log.exists() and text in log.read_text(errors="replace"), process)
+
+    def test_runs_go_on_after_the_resident_has_ended(self):
+        def scenario(ending):
+            system = System(self, "resident")
+            make_tree(system.tree)
+            resident = Resident(system.machine)
+            fault, run = self.held_backup(system)
+            # The server says nothing all the while.
+            getattr(resident, ending)()
+            self.assertEqual(run.wait(60), PAUSED, run.out + run.err)
+            self.assertIn("starts again", run.out + run.err)
+            self.assertEqual((system.machine.data / "control").exists(), ending == "kill")
+            fault.abandon()
+            job = system.job()
+            state = system.machine.listing("show", job)["state"]
+            self.assertEqual(state, "paused" if ending == "stop" else "interrupted")
+
+            resident = Resident(system.machine)
+            until(lambda: [r for r in system.proxy.requests("endjob") if r.status == 200], resident.process)
+            self.assertBackedUp(system)
+            self.assertEqual(len({r.instance for r in system.proxy.requests("StartJob")}), 1)
+            self.assertEqual(system.proxy.blocks_sent_again(), [])
+            resident.stop()
+
+        self.side_by_side(scenario, [("stop",), ("kill",)])
+
+    def test_the_residents_stores_are_what_commands_change(self):
+        """It keeps what it has read: all settings have to reach it to count."""
+        system = System(self, "stores")
+        make_tree(system.tree)
+        expected, first = trees.snapshot(system.tree), system.machine
+        system.backup()
+        file, passphrase = windows_path(system.folder / "recovery file"), "a passphrase\n"
+        first.agent("key", "export", file, "--passphrase-stdin", stdin=passphrase)
+
+        machine = World.add_machine(system, "second")
+        resident = Resident(machine)
+        machine.connect(system.proxy.address, USER, PASSWORD)
+        machine.agent("snapshots", "on")
+        machine.agent("snapshots", "off")
+        machine.agent("key", "import", file, "--passphrase-stdin", stdin=passphrase)
+        self.assertIn("Wrong", machine.agent("login", USER, "--password-stdin", stdin="wrong\n", code=FAILED).err)
+        shutil.rmtree(system.tree)
+        machine.agent("restore", system.instance(), "--machine", "machine")
+        self.assertRestored(system, expected, system.tree)
+        machine.agent("logout", USER)
+        job = machine.listing("jobs")[0]["id"]
+        self.assertIn("agent login", machine.agent("start", job, code=FAILED).err)
+        # Nobody has run it in a process of its own: that would have needed the data directory.
+        self.assertFalse(resident.process.ended)
+        resident.stop()
+
+    def test_one_owner_at_a_time(self):
+        system = System(self, "owner")
+        make_tree(system.tree)
+        fault, run = self.held_backup(system)
+        waiting = [Resident(system.machine, wait=False) for _ in range(2)]
+        for resident in waiting:
+            resident.process.until_said("waiting")
+        waiting.pop().stop()
+        fault.release()
+        self.assertEqual(run.wait(60), 0, run.out + run.err)
+        resident = waiting.pop()
+        resident.process.until_said("ready")
+        self.assertIn("already", system.machine.agent("run", code=FAILED).err)
+        system.backup()
+        self.assertBackedUp(system)
+
+        # A file that leads nowhere is no resident.
+        resident.kill()
+        self.assertTrue((system.machine.data / "control").exists())
+        system.backup()
+        self.assertBackedUp(system)
+        Resident(system.machine).stop()
+        self.assertFalse((system.machine.data / "control").exists())
+
+    def test_a_lost_session_is_renewed_when_the_server_comes(self):
+        system = System(self, "logins")
+        make_tree(system.tree)
+        system.backup()
+        machine, job = system.machine, system.job()
+        machine.set_option(loginAgainAfter=1, loginRetrytimes=1000)
+        logins = lambda: [r.status for r in system.proxy.requests("Login")]
+
+        (machine.data / "cookies").unlink()
+        system.server.stop()
+        resident = Resident(machine)
+        until(lambda: logins()[1:], resident.process)
+        system.server.start()
+        until(lambda: logins()[-1] == 200, resident.process)
+        self.log_says(machine, "is logged in again", resident.process)
+        machine.agent("start", job)
+        self.assertBackedUp(system)
+        resident.stop()
+
+        (machine.data / "cookies").unlink()
+        system.server.add_user("other", "another password")
+        system.server.change_catalog(
+            "UPDATE users SET password = (SELECT password FROM users WHERE name = 'other') WHERE name = ?", USER)
+        before = len(logins())
+        resident = Resident(machine)
+        self.log_says(machine, f"agent login {USER}", resident.process)
+        machine.agent("login", USER, "--password-stdin", stdin="another password\n")
+        machine.agent("start", job)
+        self.assertEqual(logins()[before:], [401, 200], "a refused password was tried again")
+        resident.stop()
+
+    def test_a_new_time_zone_is_noticed(self):
+        world = World(self, "zone")
+        machine = world.add_machine("machine")
+        resident = Resident(machine)
+        machine.registry("add", ZONE_KEY, "/v", "StandardName", "/d", "of another zone", "/f")
+        self.log_says(machine, "The clock may have changed", resident.process)
+        resident.stop()
+
+
+if __name__ == "__main__":
+    unittest.main()
