@@ -9,6 +9,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/uuid.h"
+#include "dataaccess.h"
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/jobdefinitionfactory.h"
 #include "runoutcome.h"
@@ -38,6 +39,7 @@ bool samePaths(const std::vector<std::wstring>& a, const std::vector<std::wstrin
 }
 
 std::vector<std::string> jobIds() {
+    requireDataAccess();
     std::vector<std::string> ids;
     std::wstring root;
     if (!jobRoot(root)) {

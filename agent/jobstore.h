@@ -16,7 +16,8 @@ using JobList = std::vector<std::unique_ptr<JobDefinition>>;
 // Every readable definition, by name and then by id.
 JobList loadJobs();
 
-// The names of the job directories, and what one holds: null for no readable definition.
+// The names of the job directories (throws AgentError when this user may not look), and what one
+// holds: null for no readable definition.
 std::vector<std::string> jobIds();
 std::unique_ptr<JobDefinition> loadJob(const std::string& id);
 // Whether there is a definition of the job.

@@ -9,6 +9,7 @@
 
 #include "agenterror.h"
 #include "base/text.h"
+#include "dataaccess.h"
 #include "singletons.h"
 
 namespace dorvo::agent {
@@ -40,6 +41,7 @@ std::string chooseUser(const std::string& asked, const std::vector<std::string>&
 }
 
 std::string chooseKeyOwner(const std::string& asked) {
+    requireDataAccess();
     if (!asked.empty()) {
         return asked;
     }
@@ -58,6 +60,7 @@ std::string chooseKeyOwner(const std::string& asked) {
 }
 
 void requireServer() {
+    requireDataAccess();
     std::string host;
     unsigned short port = 0;
     options().getServerInfo(host, port);
