@@ -2,6 +2,7 @@
 
 #include <json_spirit/json_spirit.h>
 
+#include <atomic>
 #include <thread>
 
 #include "agenterror.h"
@@ -56,6 +57,7 @@ public:
     }
 
     ~RemoteSubscription() override {
+        ending_ = true;
         client_.close();
         thread_.join();
     }
@@ -84,14 +86,16 @@ private:
                 after_ = poll(after_);
             }
         } catch (const AgentError&) {
-            // Told in the next line, unless it was the destructor.
+            if (!ending_) {
+                sink_({});
+            }
         }
-        sink_({});
     }
 
     ControlClient client_;
     const Engine::EventSink sink_;
     int64_t after_;
+    std::atomic<bool> ending_ = false;
     std::thread thread_;  // runs listen()
 };
 

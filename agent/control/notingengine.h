@@ -1,0 +1,54 @@
+// An engine of the tests that writes down what it is told. What concerns "bad" is refused.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "agenterror.h"
+#include "base/text.h"
+#include "engine/engine.h"
+
+namespace dorvo::agent {
+
+class NotingEngine : public Engine {
+public:
+    bool resident() const override { return false; }
+    std::unique_ptr<Subscription> subscribe(EventSink) override { return nullptr; }
+    void submit(const JobDefinition& job) override { note("submit " + job.text(), job.id()); }
+    void tell(JobVerb verb, const std::string& id) override {
+        note("tell " + std::to_string(static_cast<int>(verb)) + " " + id, id);
+    }
+    void setServer(const std::string& host, uint16_t port, const std::string& name) override {
+        note("server " + host + " " + std::to_string(port) + " " + name);
+    }
+    void setSnapshots(bool on) override { note(on ? "snapshots on" : "snapshots off"); }
+    void login(const std::string& user, const std::string& password) override {
+        note("login " + user + " " + password, user);
+    }
+    void logout(const std::string& user) override { note("logout " + user); }
+    ImportedKeys importKeys(const std::wstring& file, const std::string& passphrase,
+                            const std::string& user) override {
+        note("import " + toUtf8(file) + " " + passphrase + " " + user);
+        return {"alice", 3};
+    }
+
+    std::string takeNote() {
+        const std::lock_guard guard(lock_);
+        return std::exchange(note_, {});
+    }
+
+private:
+    void note(const std::string& text, const std::string& about = {}) {
+        if (about == "bad") {
+            throw AgentError("There is no \"bad\"", exitUsage);
+        }
+        const std::lock_guard guard(lock_);
+        note_ += text;
+    }
+
+    std::mutex lock_;  // guards note_
+    std::string note_;
+};
+
+}  // namespace dorvo::agent
