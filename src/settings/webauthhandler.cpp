@@ -29,7 +29,7 @@ bool WebAuthHandler::onAuthRequired(std::string& user, std::string& password,
 
 void WebAuthHandler::onSetCookie(const char* user, const char* newCookie, const char* oldCookie) {
     const FunctionTrace trace("WebAuthHandler::onSetCookie", "webauthhandler.cpp");
-    CookieManagerImpl& cookies = store<CookieManagerImpl>();
+    auto& cookies = store<CookieManagerImpl>();
     if (oldCookie != nullptr) {
         cookies.removeCookie(oldCookie);
     }

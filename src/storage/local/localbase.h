@@ -32,7 +32,7 @@ private:
     struct Entry {
         uint64_t hash;  // of the path
         uint64_t offset;
-        auto operator<=>(const Entry&) const = default;
+        auto operator<=>(const Entry&) const = default;  // NOLINT(modernize-use-nullptr)
     };
     static_assert(sizeof(Entry) == 16);
 

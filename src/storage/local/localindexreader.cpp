@@ -9,7 +9,7 @@
 namespace dorvo {
 namespace {
 
-constexpr size_t windowSize = 64 * 1024;
+constexpr size_t windowSize = size_t{64} * 1024;
 
 bool damaged() {
     SetLastError(ERROR_INVALID_DATA);

@@ -54,7 +54,8 @@ LocalRestoreCatalog::LocalRestoreCatalog(Run run)
 LocalRestoreCatalog::~LocalRestoreCatalog() = default;
 
 bool LocalRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
-    const std::string begin = after;  // which may be the former page's own
+    // What is asked for may be the former page's own.
+    const std::string begin = after;  // NOLINT(performance-unnecessary-copy-initialization)
     page = {};
     if (!place_.check()) {
         return false;

@@ -172,7 +172,7 @@ bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& p
     }
     activity_->fileSize = record.size;
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
-    const HANDLE from = packages_->open(record);
+    HANDLE from = packages_->open(record);
     if (from == INVALID_HANDLE_VALUE) {
         return failedIn(place_.location());
     }
