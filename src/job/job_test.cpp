@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <stdexcept>
 
 #include "base/error_text.h"
@@ -229,6 +230,40 @@ TEST_F(JobLifecycle, ADestroyedJobHasPausedItsRun) {
     job.reset();
     ASSERT_TRUE(JobActivityHandle::read("a", record));
     EXPECT_EQ(record.state, value(JobState::running));
+}
+
+TEST_F(JobLifecycle, TellsItsStateInALine) {
+    struct Row {
+        int32_t state;
+        uint32_t resuming;
+        uint64_t offset, size;
+        uint32_t index, count;
+        const char* text;
+    };
+    constexpr Row rows[] = {
+        {3, 0, 5, 10, 2, 4, R"(running at file 2 "C:\ä" size 10 offset 5)"},
+        {3, 1, 10, 10, 2, 4, "resuming at file 3"},  // between files
+        {2, 1, 0, 0, 4, 4, "starting"},              // after the last
+        {4, 0, 5, 10, 0, 1, "completingused time: 12"},
+        {5, 0, 5, 10, 0, 1, "pausing."},
+        {77, 0, 0, 0, 0, 0, "none."},
+    };
+    const auto job = make("a");
+    for (const Row& row : rows) {
+        job->activity().reset(3, true);
+        job->activity()->resuming = row.resuming;
+        job->activity()->fileOffset = row.offset;
+        job->activity()->fileSize = row.size;
+        job->activity()->fileIndex = row.index;
+        job->activity()->fileCount = row.count;
+        job->activity()->usedTime = 129'999'999;
+        job->activity()->currentFilePath(L"C:\\\u00e4");
+        std::ostringstream text;
+        job->dumpState(text, row.state);
+        EXPECT_EQ(text.str(), std::string("Job {a, name of a} instance "
+                                          "{00000000-0000-0000-0000-000000000000} is ") +
+                                  row.text);
+    }
 }
 
 TEST_F(JobLifecycle, TellsItsStateInJson) {

@@ -33,6 +33,7 @@ public:
     using Job::activity;
     using Job::armResume;
     using Job::disarmResume;
+    using Job::dumpState;
     using Job::emit;
     using Job::is_network_error;
     using Job::join;
