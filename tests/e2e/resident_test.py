@@ -100,6 +100,26 @@ class ResidentTest(SystemTest):
         Resident(system.machine).stop()
         self.assertFalse((system.machine.data / "control").exists())
 
+    def test_a_run_that_nobody_runs(self):
+        """Its process was killed and there is no resident: a command sees through what it asks for."""
+        system = System(self, "nobody")
+        make_tree(system.tree)
+        machine = system.machine
+        system.kill_at(system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 5)
+        job = system.job()
+        machine.agent("pause", job)
+        self.assertEqual(machine.listing("show", job)["state"], "paused")
+        machine.agent("stop", job)
+        self.assertEqual(machine.listing("show", job)["state"], "cancelled")
+        self.assertEqual([i["state"] for i in machine.listing("instances")], ["cancelled"])
+        for verb in ("stop", "pause", "resume"):
+            self.assertIn("cancelled", machine.agent(verb, job, code=FAILED).err)
+        machine.agent("start", job)
+        self.assertBackedUp(system)
+        machine.agent("remove", job)
+        self.assertFalse(machine.job_folder(job).exists())
+        self.assertEqual(machine.listing("jobs"), [])
+
     def test_a_lost_session_is_renewed_when_the_server_comes(self):
         system = System(self, "logins")
         make_tree(system.tree)
