@@ -197,7 +197,8 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     FunctionTrace trace("WebRestoreStorage::restoreDirectory", "webrestorestorage.cpp");
     const std::string name =
         original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
-    const std::string place = target == nullptr ? std::string() : toUtf8(target);
+    const std::wstring folder = target == nullptr ? std::wstring() : target;
+    const std::string place = toUtf8(folder);
     log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name.c_str(), place.c_str());
     if (!valid(name, place)) {
         return false;
@@ -207,7 +208,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
         return false;
     }
     bool existed = false;
-    if (!makeRestoredDirectory(target, existed)) {
+    if (!makeRestoredDirectory(folder, existed)) {
         return stepFailed(cancelledBefore, name, [&](int code) {
             log(LogLevel::error, "Create directory {%s} failed, %d, %m.\n", place.c_str(), code);
         });
@@ -223,7 +224,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
         name.c_str(), place.c_str());
     // A drive lies in no folder by which it could be asked for, and has no attributes to give back.
     return storedPath(run_.machine, backupId_, name).folder.empty() ||
-           dressDirectory(name, target, place);
+           dressDirectory(name, folder, place);
 }
 
 bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstring& target,

@@ -15,8 +15,9 @@ std::string wire_time(uint64_t ticks) {
         return {};
     }
     char text[32];
-    std::snprintf(text, sizeof(text), "%d-%.2d-%.2d %.2d:%.2d:%.2d", time.wYear, time.wMonth,
-                  time.wDay, time.wHour, time.wMinute, time.wSecond);
+    static_cast<void>(std::snprintf(text, sizeof(text), "%d-%.2d-%.2d %.2d:%.2d:%.2d", time.wYear,
+                                    time.wMonth, time.wDay, time.wHour, time.wMinute,
+                                    time.wSecond));
     return text;
 }
 
