@@ -16,8 +16,8 @@ COMMON = pathlib.Path("/usr/share/common-licenses")
 # What is linked into the programs or shipped beside them: a library that the build made itself
 # (by its name in build/libraries.cmake) or a Debian package, and the words for it.
 LICENCES = {
-    "ACE": ("DORVO_ACE", "ADAPTIVE Communication Environment, in job.dll"),
-    "Boost": ("libboost1.81-dev", "the Boost libraries, in all programs"),
+    "ACE": ("DORVO_ACE", "ADAPTIVE Communication Environment, in agent.exe and job.dll"),
+    "Boost": ("libboost1.81-dev", "the Boost libraries, in all programs but vssreq.dll"),
     "CLI11": ("libcli11-dev", "the command line parser, in agent.exe"),
     "Crypto++": ("DORVO_CRYPTOPP", "Crypto++, in job.dll"),
     "GCC": ("gcc-mingw-w64-x86-64-posix-runtime", "libstdc++-6.dll and libgcc_s_seh-1.dll"),
