@@ -1,25 +1,11 @@
 #include "logincommand.h"
 
-#include <windows.h>
-
 #include "agenterror.h"
 #include "base/machine_name.h"
 #include "engine/engine.h"
-#include "failuretext.h"
 #include "users.h"
 
 namespace dorvo::agent {
-namespace {
-
-std::string thisMachine() {
-    std::string name;
-    if (!machineName(name)) {
-        throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
-    }
-    return name;
-}
-
-}  // namespace
 
 CLI::App* LoginCommand::describe(CLI::App& parent) {
     CLI::App* const login = parent.add_subcommand("login", "Log in to the storage server");
@@ -39,7 +25,9 @@ int LoginCommand::run(Terminal& terminal) {
     }
     const Secret password = readPassword(terminal);
     openEngine()->login(user_, password.text);
-    terminal.out("'" + user_ + "' is logged in as the user of machine '" + thisMachine() + "'.");
+    std::string machine;
+    machineName(machine);  // the login has found it
+    terminal.out("'" + user_ + "' is logged in as the user of machine '" + machine + "'.");
     return exitDone;
 }
 

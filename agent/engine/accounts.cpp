@@ -14,14 +14,6 @@
 namespace dorvo::agent {
 namespace {
 
-std::string thisMachine() {
-    std::string name;
-    if (!machineName(name)) {
-        throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
-    }
-    return name;
-}
-
 // The new session takes the place of the older ones.
 void forgetSessions(const std::string& user) {
     std::string cookie;
@@ -44,7 +36,10 @@ Accounts::Accounts() : stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
 
 void Accounts::login(const std::string& user, const std::string& password) {
     requireServer();
-    const std::string machine = thisMachine();
+    std::string machine;
+    if (!machineName(machine)) {
+        throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
+    }
     std::lock_guard guard(lock_);
     std::string cookie;
     if (!WebAccount::login(user, password, machine, cookie, stop_.get())) {
@@ -99,7 +94,10 @@ bool Accounts::needsSession(const std::string& user) {
 }
 
 uint32_t Accounts::renew(const std::string& user) {
-    const std::string machine = thisMachine();
+    std::string machine;
+    if (!machineName(machine)) {
+        return GetLastError();
+    }
     std::lock_guard guard(lock_);
     if (!needsSession(user)) {
         return 0;

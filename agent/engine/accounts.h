@@ -1,7 +1,7 @@
 // The users' sessions with the storage server, in the stores of this process.
 //
 // Any thread; one logs in or out at a time, so that nobody sees a user between two sessions. Every
-// operation waits for the server's answer and throws AgentError.
+// operation waits for the server's answer; login() and logout() throw AgentError.
 #pragma once
 
 #include <cstdint>

@@ -37,11 +37,11 @@ std::unique_ptr<ModuleHost> makeHost(HANDLE stop, const std::function<void()>& w
 }  // namespace
 
 void Resident::run(const Listener& listener) {
+    // What stands further down goes first at the end.
     const std::unique_ptr<ModuleHost> host = makeHost(stop_, listener.waiting);
     if (!host) {
         return;
     }
-    // What stands further down goes first at the end.
     // Jobs that make up for a missed start begin as soon as the module is open.
     EventLog events;
     host->open();
