@@ -55,10 +55,13 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
     }
 }
 
-// Every command of the parser and below it, as words.
+// Every command of the parser and below it that its help shows, as words.
 void collect(CLI::App& parent, const std::vector<std::string>& words,
              std::vector<std::vector<std::string>>& found) {
     for (CLI::App* const command : parent.get_subcommands({})) {
+        if (command->get_group().empty()) {
+            continue;  // not for people
+        }
         std::vector<std::string> all = words;
         all.push_back(command->get_name());
         collect(*command, all, found);

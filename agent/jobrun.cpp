@@ -22,6 +22,14 @@ int leaveRun(Terminal& terminal, const JobDefinition& job, bool json) {
     return exitDone;
 }
 
+// What is refused comes too late: the run has ended, or its agent has, which the next look shows.
+void pauseRun(Engine& engine, const std::string& id) {
+    try {
+        engine.tell(JobVerb::pause, id);
+    } catch (const AgentError&) {
+    }
+}
+
 }  // namespace
 
 int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job, JobVerb verb,
@@ -37,7 +45,7 @@ int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job, JobVerb
     const RunEnd end = RunFollower(job, events, *reporter).follow(interrupt.event(), [&] {
         // A window that is closed ends this process only; a resident agent goes on.
         if (interrupt.typed() || !engine.resident()) {
-            engine.tell(JobVerb::pause, job.id());
+            pauseRun(engine, job.id());
         }
         return true;
     });

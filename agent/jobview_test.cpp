@@ -43,11 +43,10 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     };
     view_.record.totalSize = 10;
     view_.record.doneSize = 5;
-    EXPECT_EQ(
-        text(),
-        R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
-        R"("state":"interrupted","nextRun":"","lastCompleted":"","overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
-        R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
+    EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
+                      R"("state":"interrupted","nextRun":"","lastCompleted":"",)"
+                      R"("overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
+                      R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
     set(JobState::completed);
     EXPECT_EQ(
         text(),
@@ -76,12 +75,12 @@ TEST(JobView, OfARestoreSaysWhatComesBackAndWhereTo) {
     job.setConflict(4711);  // anything unknown overwrites
     job.useLocalStorage(L"E:\\safe");
     const JobView view{.job = &job};
-    EXPECT_EQ(
-        json_spirit::write(json_spirit::Ordered_value(detailJson(view, {}))),
-        R"({"id":"id","name":"restore docs","user":"alice","type":"restore",)"
-        R"("storage":"local","state":"none","nextRun":"","lastCompleted":"","overdue":false,"location":"E:\\safe","source":[],"machine":"PC",)"
-        R"("jobdefinitionid":"j","jobinstanceid":"i","target":"","prefix":"",)"
-        R"("conflict":"overwrite","runs":[]})");
+    EXPECT_EQ(json_spirit::write(json_spirit::Ordered_value(detailJson(view, {}))),
+              R"({"id":"id","name":"restore docs","user":"alice","type":"restore",)"
+              R"("storage":"local","state":"none","nextRun":"","lastCompleted":"",)"
+              R"("overdue":false,"location":"E:\\safe","source":[],"machine":"PC",)"
+              R"("jobdefinitionid":"j","jobinstanceid":"i","target":"","prefix":"",)"
+              R"("conflict":"overwrite","runs":[]})");
     job.setSource({L"C:\\a", L"C:\\b"});
     job.setTarget(L"D:\\x\\", L"C:");
     EXPECT_EQ(
