@@ -111,11 +111,14 @@ int BackupCommand::run(Terminal& terminal) {
             terminal.out("Going on with the unfinished run of job '" + name + "'.");
         }
     }
-    if (changed) {
-        engine->submit(*job);
+    if (schedule_.given()) {
+        if (changed) {
+            engine->submit(*job);
+        }
+        return saySchedule(terminal, *job, engine->resident());
     }
-    return schedule_.given() ? saySchedule(terminal, *job, engine->resident())
-                             : runJob(*engine, terminal, *job, JobVerb::start, flags_);
+    return runJob(
+        *engine, terminal, *job, [&] { startRun(*engine, *job, changed); }, flags_);
 }
 
 int BackupCommand::saySchedule(Terminal& terminal, const BackupJobDefinition& job,

@@ -24,7 +24,7 @@ public:
         sink_ = std::move(sink);
         return std::make_unique<Subscription>();
     }
-    void submit(const JobDefinition&) override {}
+    void submit(const JobDefinition& job) override { submitted.push_back(job.id()); }
     void tell(JobVerb verb, const std::string& id) override {
         told.emplace_back(verb, id);
         if (onTell) {
@@ -39,6 +39,7 @@ public:
         return {};
     }
 
+    std::vector<std::string> submitted;
     std::vector<std::pair<JobVerb, std::string>> told;
     std::function<void(JobVerb)> onTell;  // called after it was told
 

@@ -3,6 +3,7 @@
 #include "agenterror.h"
 #include "base/text.h"
 #include "interrupt.h"
+#include "jobdef/backupjobdefinition.h"
 #include "liverecord.h"
 #include "runfollow.h"
 
@@ -30,17 +31,31 @@ void pauseRun(Engine& engine, const std::string& id) {
     }
 }
 
+bool runsWhenSubmitted(const JobDefinition& job) {
+    const auto* const backup = dynamic_cast<const BackupJobDefinition*>(&job);
+    return backup == nullptr || backup->schedule().kind == ScheduleKind::once;
+}
+
 }  // namespace
 
-int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job, JobVerb verb,
-           const RunFlags& flags) {
+void startRun(Engine& engine, const JobDefinition& job, bool changed) {
+    if (changed) {
+        engine.submit(job);
+    }
+    if (!changed || !runsWhenSubmitted(job)) {
+        engine.tell(JobVerb::start, job.id());
+    }
+}
+
+int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job,
+           const std::function<void()>& begin, const RunFlags& flags) {
     if (flags.noWait) {
-        engine.tell(verb, job.id());
+        begin();
         return leaveRun(terminal, job, flags.json);
     }
     RunEvents events(&engine);
     const Interrupt interrupt;
-    engine.tell(verb, job.id());
+    begin();
     const auto reporter = makeRunReporter(terminal, job, flags.json);
     const RunEnd end = RunFollower(job, events, *reporter).follow(interrupt.event(), [&] {
         // A window that is closed ends this process only; a resident agent goes on.

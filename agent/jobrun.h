@@ -3,16 +3,22 @@
 // A run that pauses itself for the network is waited for. Ctrl+C pauses the run for the user.
 #pragma once
 
+#include <functional>
+
 #include "engine/engine.h"
 #include "runflags.h"
 #include "terminal.h"
 
 namespace dorvo::agent {
 
-// `verb` is `start` or `resume`. Shows the run on the terminal and each failed item on its error
-// stream. Returns the exit code; throws AgentError when the run cannot be started, and when the
-// resident agent ends before the run does.
-int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job, JobVerb verb,
-           const RunFlags& flags);
+// `begin` has the engine run the job; whatever happens from then on is heard. Shows the run on the
+// terminal and each failed item on its error stream. Returns the exit code; throws AgentError when
+// the run cannot be started, and when the resident agent ends before the run does.
+int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job,
+           const std::function<void()>& begin, const RunFlags& flags);
+
+// Has the job run, with its definition submitted first where that has `changed`. Restores, and
+// backups that are to run once, run when they are submitted and are not started a second time.
+void startRun(Engine& engine, const JobDefinition& job, bool changed);
 
 }  // namespace dorvo::agent

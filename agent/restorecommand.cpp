@@ -72,10 +72,9 @@ int RestoreCommand::run(Terminal& terminal) {
     if (goesOn && !flags_.json) {
         terminal.out("Going on with the unfinished run of job '" + toUtf8(job->name()) + "'.");
     }
-    if (known == nullptr || known->text() != job->text()) {
-        engine->submit(*job);
-    }
-    return runJob(*engine, terminal, *job, JobVerb::start, flags_);
+    const bool changed = known == nullptr || known->text() != job->text();
+    return runJob(
+        *engine, terminal, *job, [&] { startRun(*engine, *job, changed); }, flags_);
 }
 
 RestoreCommand::Selection RestoreCommand::select(const BackupPlace& place,

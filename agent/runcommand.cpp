@@ -28,7 +28,8 @@ int RunCommand::run(Terminal& terminal) {
         requireServer();
         chooseUser(job.user());
     }
-    return runJob(*engine, terminal, job, verb_, flags_);
+    return runJob(
+        *engine, terminal, job, [&] { engine->tell(verb_, job.id()); }, flags_);
 }
 
 }  // namespace dorvo::agent

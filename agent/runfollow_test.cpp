@@ -9,6 +9,7 @@
 #include "faketerminal.h"
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
+#include "jobdef/restorejobdefinition.h"
 #include "jobrun.h"
 #include "watchedjob.h"
 
@@ -45,7 +46,8 @@ protected:
             told(verb);
             then();
         };
-        return runJob(engine_, terminal_, job_, JobVerb::start, flags);
+        return runJob(
+            engine_, terminal_, job_, [&] { engine_.tell(JobVerb::start, job_.id()); }, flags);
     }
     std::string lost(const std::function<void()>& then) {
         try {
@@ -63,6 +65,19 @@ protected:
     FakeEngine engine_;
     FakeTerminal terminal_;
 };
+
+TEST(StartRun, RunsWhatIsNewOnce) {
+    const BackupJobDefinition manual("b", L"docs", "alice");
+    const RestoreJobDefinition restore("r", L"docs", "alice");
+    FakeEngine engine;
+    startRun(engine, manual, true);
+    startRun(engine, restore, true);
+    EXPECT_THAT(engine.submitted, ElementsAre("b", "r"));
+    EXPECT_THAT(engine.told, ElementsAre(Pair(JobVerb::start, "b")));
+    startRun(engine, restore, false);
+    EXPECT_THAT(engine.submitted, ElementsAre("b", "r"));
+    EXPECT_THAT(engine.told.back(), Pair(JobVerb::start, "r"));
+}
 
 TEST_F(RunFollow, EndsWithTheRun) {
     EXPECT_EQ(run([&] { set(JobState::completed); }), exitDone);
