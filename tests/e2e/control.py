@@ -31,8 +31,10 @@ class Control:
             answer = json.loads(response.read() or b"{}")
         finally:
             connection.close()
-        if response.status != 200:
+        if response.status == 409:
             raise Refused(answer)
+        if response.status != 200:
+            raise AssertionError(f"{command} {arguments}: {response.status} {answer}")
         return answer
 
 
@@ -74,7 +76,7 @@ class Events:
                 page = control.call("events", seconds=3600, after=after)
             except (OSError, http.client.HTTPException):
                 return
-            except Refused as refusal:
+            except (Refused, AssertionError) as refusal:
                 page = {"next": after - 1, "events": [], "why": str(refusal)}
             with self._changed:
                 if page["next"] != after + len(page["events"]):

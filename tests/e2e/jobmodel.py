@@ -94,8 +94,10 @@ class Rules:
             at = s._replace(phase="idle") if s.phase == "absent" else s
             return [(True, said, begun(at) if self.once else at)]
         if verb == "remove":
-            gone = s._replace(removing=True)
-            return [(True, cancels[1], stopping._replace(removing=True))] if s.phase in WORKING else [(True, [], gone)]
+            # A paused run is stopped first.
+            return [(True, said, at._replace(removing=True)) for _, said, at in
+                    ([cancels] if s.phase in WORKING else
+                     self.command(s, "stop") if s.phase in ("parked", "paused") else [nothing])]
         if s.phase in WORKING:
             if verb in ("start", "resume"):
                 # It is refused once the work thread has seen what is pending.
@@ -110,7 +112,8 @@ class Rules:
         if s.phase in ENDED + ("idle",):
             if verb == "start":
                 return [(True, [], begun(s))]
-            return [(True, [], s._replace(phase="parked", manual=True))] if (verb, s.phase) == ("pause", "idle") else [refused]
+            parked = (True, [], s._replace(phase="parked", manual=True))
+            return [parked if (verb, s.phase) == ("pause", "idle") else refused]
         if verb in ("start", "resume"):
             return [(True, [], begun(s))]
         if verb == "pause":

@@ -38,13 +38,15 @@ ROWS = [
     ("a refusal against the rules", ONCE, ["created", *RUN], told(*SUBMIT, ("!start", 5, 5)), {}, False),
     ("removed while running", ONCE, ["created", "starting", "running", "canceling", "cancelled", "deleted"],
      told(*SUBMIT, ("remove", 3, 4)), {}, True),
+    ("removed while paused", ONCE, ["created", "starting", "running", "pausing", "paused", "canceling", "cancelled",
+                                    "deleted"], told(*SUBMIT, ("pause", 3, 4), ("remove", 5, 5)), {}, True),
     ("removed and never gone", ONCE, ["created", *RUN], told(*SUBMIT, ("remove", 5, 5)), {}, False),
     ("the network fails", ONCE, ["created", "starting", "running", LOST, "pausing", "paused", *RUN], told(*SUBMIT),
      {"outages": OUTAGE}, True),
     ("it fails without an outage", ONCE, ["created", "starting", "running", LOST, "pausing", "paused", *RUN],
      told(*SUBMIT), {}, False),
-    ("it fails a run that began later", ONCE, ["created", *RUN[:2], LOST, "pausing", "paused", *RUN[:2], LOST, "pausing",
-                                               "paused", *RUN], told(*SUBMIT), {"outages": OUTAGE}, False),
+    ("it fails a run that began later", ONCE, ["created", *2 * (*RUN[:2], LOST, "pausing", "paused"), *RUN],
+     told(*SUBMIT), {"outages": OUTAGE}, False),
     ("due", SCHEDULED, ["created", "idle", *RUN], told(("submit", 0, 2)), {"dues": [Due(0, True)]}, True),
     ("too early", SCHEDULED, ["created", "idle", *RUN], told(("submit", 0, 2)), {"dues": [Due(9, True)]}, False),
     ("forgotten", SCHEDULED, ["created", "idle"], told(("submit", 0, 2)),
@@ -60,7 +62,8 @@ class JobModelTest(unittest.TestCase):
         for name, rules, events, inputs, more, lawful in ROWS:
             with self.subTest(name):
                 heard = [(moment, event) for moment, event in enumerate(events)]
-                self.assertEqual(explain(rules, heard, inputs, **more) is None, lawful, explain(rules, heard, inputs, **more))
+                explained = explain(rules, heard, inputs, **more)
+                self.assertEqual(explained is None, lawful, explained)
 
 
 if __name__ == "__main__":
