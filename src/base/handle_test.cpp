@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+#include <array>
 #include <atomic>
 #include <thread>
-#include <vector>
 
 #include "base/singleton.h"
 
@@ -54,9 +55,9 @@ struct Slow {
 
 TEST(Singleton, IsMadeOnceHoweverManyThreadsAsk) {
     {
-        std::vector<std::jthread> threads;
-        for (int i = 0; i < 8; ++i) {
-            threads.emplace_back([] { EXPECT_NE(ATL::CComSingleton<Slow>::instance(), nullptr); });
+        std::array<std::jthread, 8> threads;
+        for (std::jthread& thread : threads) {
+            thread = std::jthread([] { EXPECT_NE(ATL::CComSingleton<Slow>::instance(), nullptr); });
         }
     }
     EXPECT_EQ(constructions, 1);

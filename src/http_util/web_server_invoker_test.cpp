@@ -108,7 +108,7 @@ TEST_F(WebServerInvoker, TriesAFailedExchangeExactlyOnceMore) {
     for (const auto& [name, answer, error] : rows) {
         for (const bool twice : {false, true}) {
             LogCapture quiet;
-            serve([&](ScriptedPeer& peer, int connection) {
+            serve([&, &answer = answer](ScriptedPeer& peer, int connection) {
                 peer.request();
                 if (connection == 0 || twice) {
                     peer.send(answer);
