@@ -26,6 +26,11 @@ WebReply errorReply(int status, const std::string& why) {
     return reply;
 }
 
+WebReply faultReply(const WebRequest& request, const std::exception& error) {
+    std::cerr << request.path + ": " + error.what() + "\n";
+    return errorReply(503, "the storage is not available");
+}
+
 }  // namespace
 
 struct Dispatcher::Endpoint {
@@ -148,8 +153,8 @@ std::optional<WebReply> Dispatcher::judgeLargeBody(const WebRequest& head) {
         if (accounts_.session(head.cookie)) {
             return {};
         }
-    } catch (const std::exception&) {
-        // Refused as one without a session.
+    } catch (const std::exception& error) {
+        return faultReply(head, error);
     }
     return errorReply(401, "no valid session");
 }
@@ -173,8 +178,7 @@ WebReply Dispatcher::answer(const WebRequest& request) {
     } catch (const ServiceError& error) {
         return errorReply(error.status(), error.what());
     } catch (const std::exception& error) {
-        std::cerr << request.path + ": " + error.what() + "\n";
-        return errorReply(503, "the storage is not available");
+        return faultReply(request, error);
     }
 }
 
