@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
 #include <array>
 #include <atomic>
 #include <thread>
+#include <vector>
 
 #include "base/singleton.h"
 
