@@ -227,6 +227,7 @@ public:
     ~Scripted() override { this->shutdown(); }
 
     using Job::instanceText;
+    using Job::stopEvent;
     JobActivity& record() { return *this->activity().get(); }
     json_spirit::Object history() const {
         return JobHistoryInfo(toUtf8(jobHistoryInfoPath(directory(), this->instanceText())))

@@ -160,6 +160,7 @@ unsigned long TransferJob::carryOut() {
     openHistory();
     int endCode = number(JobState::cancelled);
     if (cancelOnly) {
+        emit(JobCommand::stop);  // a server that stalls has as much time as with a running job
         setStartEvent();
         notify_state();
         atStorage_ = true;

@@ -193,6 +193,8 @@ TYPED_TEST(TransferJobTest, StoppingAPausedRunOnlyDropsIt) {
     EXPECT_EQ(job->state(), cancelled);
     EXPECT_EQ(script.calls, Names{"cancel"});
     EXPECT_FALSE(exists(this->dataPath(L"\\job\\j1\\act\\vol\\1")));
+    // A storage that waits for a stalled server does so for a while only.
+    EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
 TYPED_TEST(TransferJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
