@@ -176,7 +176,7 @@ const ControlService::Endpoint* ControlService::find(std::string_view path) {
 
 Admission ControlService::admit(const WebRequest& head) {
     Admission admission;
-    const bool ownHost = isLoopbackHost(head.host) && head.origin.empty();
+    const bool ownHost = isLoopbackHost(head.host) && !head.fromPage;
     if (ownHost && head.path == statePath && head.method == "GET") {
         return admission;
     }

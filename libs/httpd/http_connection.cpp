@@ -20,6 +20,8 @@ namespace http = boost::beast::http;
 namespace {
 
 constexpr size_t partBytes = size_t{32} * 1024;
+// Beyond two heads: what one read may bring. No field of a chunk or of a trailer is longer.
+constexpr size_t readBytes = size_t{64} * 1024;
 constexpr size_t lingerBytes = size_t{1} << 20U;
 constexpr std::chrono::seconds lingerTime(2);
 constexpr const char* continueText = "HTTP/1.1 100 Continue\r\n\r\n";
@@ -30,9 +32,11 @@ std::string text(boost::string_view view) {
 
 }  // namespace
 
-HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& shared)
+HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& shared, uint64_t number)
     : shared_(shared),
+      number_(number),
       stream_(std::move(socket)),
+      buffer_(2 * shared.limits.headBytes + readBytes),
       part_(partBytes),
       patience_(stream_.get_executor()) {
     beast::error_code error;
@@ -42,7 +46,7 @@ HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& share
 }
 
 HttpConnection::~HttpConnection() {
-    shared_.ended(this);
+    shared_.ended(number_);
 }
 
 void HttpConnection::start() {
@@ -127,19 +131,14 @@ void HttpConnection::onHead() {
     method_ = text(head.method_string());
     request_.method = method_;
     request_.host = text(head[http::field::host]);
-    request_.origin = text(head[http::field::origin]);
     request_.authorization = text(head[http::field::authorization]);
     request_.cookie = text(head[http::field::cookie]);
     request_.contentType = text(head[http::field::content_type]);
+    request_.fromPage =
+        head.find(http::field::origin) != head.end() || head.find("Sec-Fetch-Site") != head.end();
     request_.peer = peer_;
     request_.mark = mark_;
-    if (auto path = decodedPath(target_)) {
-        request_.path = std::move(*path);
-        admission_ = shared_.service.admit(request_);
-        refusal_ = std::move(admission_.refusal);
-    } else {
-        refusal_ = shared_.service.refuse(400, "the path is malformed");
-    }
+    admit();
     const auto length = parser_->content_length();
     if (!refusal_ && length && *length > admission_.bodyLimit) {
         refusal_ = shared_.service.refuse(413, "the request's body is too large");
@@ -150,6 +149,24 @@ void HttpConnection::onHead() {
         return;
     }
     takeBody();
+}
+
+void HttpConnection::admit() {
+    const auto& head = parser_->get();
+    admission_ = {};
+    if (head.count(http::field::host) > 1 || head.count(http::field::authorization) > 1) {
+        refusal_ = shared_.service.refuse(400, "a header field is there twice");
+    } else if (auto path = decodedPath(target_)) {
+        request_.path = std::move(*path);
+        admission_ = shared_.service.admit(request_);
+        refusal_ = std::move(admission_.refusal);
+    } else {
+        refusal_ = shared_.service.refuse(400, "the path is malformed");
+    }
+    if (admission_.known != known_) {
+        known_ = admission_.known;
+        shared_.known(number_, known_);
+    }
 }
 
 void HttpConnection::takeBody() {
@@ -197,7 +214,8 @@ void HttpConnection::readBody() {
                              if (error == http::error::body_limit) {
                                  self->answerAndEnd(413, "the request's body is too large");
                              } else if (error == http::error::bad_chunk ||
-                                        error == http::error::bad_chunk_extension) {
+                                        error == http::error::bad_chunk_extension ||
+                                        error == http::error::buffer_overflow) {
                                  self->answerAndEnd(400, "the request's body is malformed");
                              } else {
                                  self->close();
@@ -281,6 +299,10 @@ void HttpConnection::onReply(uint64_t turn, WebReply reply) {
 }
 
 void HttpConnection::watch() {
+    if (buffer_.size() > shared_.limits.headBytes) {
+        close();
+        return;
+    }
     watching_ = true;
     stream_.async_read_some(buffer_.prepare(shared_.limits.headBytes),
                             [self = shared_from_this()](beast::error_code error, size_t bytes) {
@@ -293,7 +315,7 @@ void HttpConnection::watch() {
 void HttpConnection::onWatched(beast::error_code error) {
     if (reply_ && (!error || error == asio::error::operation_aborted)) {
         answer(std::move(*std::exchange(reply_, {})));
-    } else if (error || buffer_.size() > shared_.limits.headBytes) {
+    } else if (error) {
         close();
     } else {
         watch();

@@ -33,10 +33,12 @@ public:
         HttpLimits limits;
         HttpServer::Log log;
         boost::asio::thread_pool& workers;
-        std::function<void(HttpConnection*)> ended;
+        // These take the connection's number.
+        std::function<void(uint64_t, bool)> known;  // as the last request's Admission says
+        std::function<void(uint64_t)> ended;
     };
 
-    HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared);
+    HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared, uint64_t number);
     ~HttpConnection();
     HttpConnection(const HttpConnection&) = delete;
     HttpConnection& operator=(const HttpConnection&) = delete;
@@ -51,6 +53,7 @@ private:
     void waitForRequest();
     void readHead();
     void onHead();
+    void admit();
     void judgeLargeBody();
     void takeBody();
     void readBody();
@@ -72,6 +75,7 @@ private:
     void logRequest(const WebReply& reply) const;
 
     const Shared& shared_;
+    const uint64_t number_;
     boost::beast::tcp_stream stream_;
     boost::beast::flat_buffer buffer_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::buffer_body>> parser_;
@@ -96,6 +100,7 @@ private:
     std::string target_;
     std::string method_;
     bool idle_ = true;
+    bool known_ = false;
     bool finishing_ = false;
 };
 

@@ -1,5 +1,6 @@
 #include "httpd/http_server.h"
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
@@ -9,6 +10,7 @@
 #include <thread>
 
 #include "httpd/http_connection.h"
+#include "httpd/http_service.h"
 
 namespace dorvo {
 
@@ -17,9 +19,20 @@ using asio::ip::tcp;
 
 namespace {
 
-constexpr std::string_view busyText =
-    "HTTP/1.1 503 Service Unavailable\r\nContent-Type: application/json\r\n"
-    "Connection: close\r\nContent-Length: 32\r\n\r\n{\"error\":\"too many connections\"}";
+// Windows would let any program that asks to reuse the address take requests, and what they carry,
+// out of an acceptor that had asked for it too. Elsewhere to reuse it only means not to wait until
+// the connections of a server before this one are forgotten.
+void claimAddress(tcp::acceptor& acceptor) {
+#ifdef _WIN32
+    constexpr DWORD yes = 1;
+    if (setsockopt(acceptor.native_handle(), SOL_SOCKET, SO_EXCLUSIVEADDRUSE,
+                   reinterpret_cast<const char*>(&yes), sizeof(yes)) != 0) {
+        throw boost::system::system_error(WSAGetLastError(), boost::system::system_category());
+    }
+#else
+    acceptor.set_option(asio::socket_base::reuse_address(true));
+#endif
+}
 
 }  // namespace
 
@@ -29,11 +42,15 @@ struct HttpServer::Impl {
         : workers(counts.workers),
           acceptor(asio::make_strand(io)),
           retry(acceptor.get_executor()),
-          shared{service, limits, std::move(log), workers,
-                 [this](HttpConnection* connection) { ended(connection); }} {
+          shared{service,
+                 limits,
+                 std::move(log),
+                 workers,
+                 [this](uint64_t number, bool known) { knows(number, known); },
+                 [this](uint64_t number) { ended(number); }} {
         const tcp::endpoint endpoint(asio::ip::make_address(address), port);
         acceptor.open(endpoint.protocol());
-        acceptor.set_option(asio::socket_base::reuse_address(true));
+        claimAddress(acceptor);
         acceptor.bind(endpoint);
         acceptor.listen();
         local = acceptor.local_endpoint();
@@ -51,7 +68,8 @@ struct HttpServer::Impl {
     }
 
     void onAccept(boost::system::error_code error, tcp::socket socket) {
-        if (error == asio::error::operation_aborted) {
+        // Closed by stop(), perhaps while this connection was on its way here.
+        if (!acceptor.is_open()) {
             return;
         }
         if (error) {
@@ -69,39 +87,63 @@ struct HttpServer::Impl {
     }
 
     void admit(tcp::socket socket) {
+        std::shared_ptr<HttpConnection> ending;  // goes after the lock
         std::unique_lock lock(mutex);
         if (stopping) {
             return;
         }
         if (connections.size() >= shared.limits.connections) {
-            lock.unlock();
-            turnAway(std::move(socket));
-            return;
+            const auto stranger =
+                std::find_if(connections.begin(), connections.end(),
+                             [](const auto& entry) { return !entry.second.known; });
+            if (!shared.limits.makeRoom || stranger == connections.end()) {
+                lock.unlock();
+                turnAway(std::move(socket));
+                return;
+            }
+            ending = stranger->second.connection.lock();
+            connections.erase(stranger);
         }
-        const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared);
-        connections.emplace(connection.get(), connection);
+        const uint64_t number = ++lastNumber;
+        const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared, number);
+        connections[number].connection = connection;
         lock.unlock();
+        if (ending) {
+            ending->abort();
+        }
         connection->start();
     }
 
-    static void turnAway(tcp::socket socket) {
+    void turnAway(tcp::socket socket) const {
+        const WebReply reply = shared.service.refuse(503, "too many connections");
+        const std::string text =
+            "HTTP/1.1 503 Service Unavailable\r\nContent-Type: " + reply.contentType +
+            "\r\nConnection: close\r\nContent-Length: " + std::to_string(reply.body.size()) +
+            "\r\n\r\n" + reply.body;
         boost::system::error_code ignored;
         socket.non_blocking(true, ignored);
-        socket.write_some(asio::buffer(busyText.data(), busyText.size()), ignored);
+        socket.write_some(asio::buffer(text), ignored);
         socket.shutdown(asio::socket_base::shutdown_both, ignored);
     }
 
-    void ended(HttpConnection* connection) {
+    void knows(uint64_t number, bool known) {
         const std::lock_guard lock(mutex);
-        connections.erase(connection);
+        if (const auto entry = connections.find(number); entry != connections.end()) {
+            entry->second.known = known;
+        }
+    }
+
+    void ended(uint64_t number) {
+        const std::lock_guard lock(mutex);
+        connections.erase(number);
         allEnded.notify_all();
     }
 
     std::vector<std::shared_ptr<HttpConnection>> live() {
         std::vector<std::shared_ptr<HttpConnection>> list;
         const std::lock_guard lock(mutex);
-        for (const auto& [key, connection] : connections) {
-            if (auto alive = connection.lock()) {
+        for (const auto& [number, entry] : connections) {
+            if (auto alive = entry.connection.lock()) {
                 list.push_back(std::move(alive));
             }
         }
@@ -147,9 +189,14 @@ struct HttpServer::Impl {
     asio::steady_timer retry;
     tcp::endpoint local;
     HttpConnection::Shared shared;
-    std::mutex mutex;  // guards connections and stopping
+    struct Entry {
+        std::weak_ptr<HttpConnection> connection;
+        bool known = false;
+    };
+    std::mutex mutex;  // guards connections, lastNumber and stopping
     std::condition_variable allEnded;
-    std::map<HttpConnection*, std::weak_ptr<HttpConnection>> connections;
+    std::map<uint64_t, Entry> connections;  // the oldest first
+    uint64_t lastNumber = 0;
     bool stopping = false;
     std::vector<std::thread> threads;
 };

@@ -18,6 +18,9 @@ class HttpService;
 
 struct HttpLimits {
     size_t connections = 1024;
+    // At that number the oldest connection whose last request was not Admission::known ends for a
+    // new one. Else, and where all are known, the new one is answered with 503.
+    bool makeRoom = false;
     size_t headBytes = 8192;
     size_t discardedBytes = size_t{64} << 20U;  // of a refused body, before the connection ends
     std::chrono::milliseconds idle{300'000};    // between two requests of a connection

@@ -25,6 +25,7 @@ public:
         Admission admission;
         admission.bodyLimit = head.path == "/large" ? 4 * bodyLimit : bodyLimit;
         admission.judgedBytes = bodyLimit;
+        admission.known = head.cookie == "good";
         if (head.method != "POST") {
             admission.refusal = refuse(405, "only POST");
             admission.refusal->allow = "POST";
@@ -178,7 +179,10 @@ TEST_F(Http, RefusesMalformedRequestsAndGoesOnServing) {
         {head("/echo", "Content-Length: 35\r\nContent-Length: 36\r\n"), 400},
         {head("/echo", "Content-Length: 35\r\nTransfer-Encoding: chunked\r\n"), 400},
         {head("/echo", "Transfer-Encoding: chunked\r\n") + "zz\r\n", 400},
+        {head("/echo", "Transfer-Encoding: chunked\r\n") + "1;" + tooLarge, 400},
+        {head("/echo", "Transfer-Encoding: chunked\r\n") + "0\r\nX: " + tooLarge, 400},
         {head("/echo%00", "Content-Length: 0\r\n"), 400},
+        {head("/echo", "Host: y\r\n"), 400},
         {head("/echo", "X: " + std::string(9000, 'x') + "\r\n"), 413},
         {head(std::string(9000, '/'), ""), 413},
         {head("/echo", "Content-Length: 99999999999\r\n"), 413},
@@ -232,6 +236,30 @@ TEST_F(Http, TurnsAwayConnectionsAboveTheLimit) {
         EXPECT_EQ(Client(server->port()).receive().status, 503);
     }
     first.send(sized("/echo", ""));
+    EXPECT_EQ(first.receive().status, 200);
+}
+
+TEST_F(Http, MakesRoomAtTheLimitForAllButTheKnown) {
+    limits.connections = 2;
+    limits.makeRoom = true;
+    restart();
+    const std::string known = head("/echo", "Cookie: good\r\n");
+    Client first(server->port());
+    first.send(known);
+    EXPECT_EQ(first.receive().status, 200);
+    Client poll(server->port());
+    poll.send(sized("/poll", ""));
+    service.awaitPolls(1);
+    Client second(server->port());
+    poll.waitForClose();
+    second.send(known);
+    EXPECT_EQ(second.receive().status, 200);
+    EXPECT_EQ(Client(server->port()).receive().status, 503);
+    second.send(sized("/echo", ""));
+    EXPECT_EQ(second.receive().status, 200);
+    EXPECT_EQ(ask("on").body, "on");
+    second.waitForClose();
+    first.send(known);
     EXPECT_EQ(first.receive().status, 200);
 }
 

@@ -16,6 +16,7 @@ struct Admission {
     // Bodies above this are taken in only when judgeLargeBody() has nothing against it.
     size_t judgedBytes = SIZE_MAX;
     std::optional<WebReply> refusal;  // the answer, after the body was read and dropped
+    bool known = false;               // see HttpLimits::makeRoom
 };
 
 // A request that is answered later: it holds no thread meanwhile.

@@ -9,13 +9,13 @@ namespace dorvo {
 struct WebRequest {
     std::string method;  // "POST"
     std::string path;    // percent-decoded, without the query
-    std::string host;    // this and the next four: the header fields, empty when not there
-    std::string origin;
+    std::string host;    // this and the next three: the header fields, empty when not there
     std::string authorization;
     std::string cookie;
     std::string contentType;
-    std::string peer;   // the client's address, without its port
-    int64_t mark = -1;  // of the last answer on this connection; -1 before the first
+    bool fromPage = false;  // a page in a browser asks: there is an Origin or a Sec-Fetch-Site
+    std::string peer;       // the client's address, without its port
+    int64_t mark = -1;      // of the last answer on this connection; -1 before the first
     std::string body;
 };
 
