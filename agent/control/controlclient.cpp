@@ -129,6 +129,9 @@ json_spirit::Object ControlClient::call(const std::string& name, const json_spir
         throw ResidentGone("The resident agent at port " + std::to_string(impl_->address.port) +
                            " has been started anew: run the command again");
     }
+    if (parser.get().result() == http::status::service_unavailable) {
+        throw ResidentGone("The resident agent is busy with other commands: try again in a moment");
+    }
     return objectOf(parser.get());
 }
 

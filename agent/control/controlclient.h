@@ -14,7 +14,7 @@
 
 namespace dorvo::agent {
 
-// No resident that knows the token answers at the port.
+// No resident answers the call.
 class ResidentGone : public AgentError {
 public:
     using AgentError::AgentError;

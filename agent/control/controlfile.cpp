@@ -80,6 +80,7 @@ ControlFile::ControlFile(const ControlAddress& address) {
     json_spirit::Object object;
     object["port"] = address.port;
     object["token"] = address.token;
+    object["proof"] = address.proof;
     const std::string text = json_spirit::write(json_spirit::Value(object));
     const std::wstring fresh = path() + L".new";
     {
@@ -125,6 +126,7 @@ std::optional<ControlAddress> ControlFile::read() {
         const auto port = object.find("port");
         ControlAddress address;
         address.token = json_spirit::object_get_str_or_throw(object, "token");
+        address.proof = json_spirit::object_get_str_or_throw(object, "proof");
         if (port == object.end() || port->second.get_int() < 1 || port->second.get_int() > 65535) {
             return {};
         }

@@ -1,5 +1,5 @@
 // Where commands find the resident agent: the file "control" of the data directory,
-// {"port","token"}.
+// {"port","token","proof"}.
 //
 // SYSTEM, administrators and the data directory's owner may read it; whoever can, can do with the
 // agent what they can do with the directory. Failures are AgentErrors.
@@ -13,7 +13,8 @@ namespace dorvo::agent {
 
 struct ControlAddress {
     uint16_t port = 0;
-    std::string token;
+    std::string token;  // what the resident asks of a command
+    std::string proof;  // what it answers to one, for another program may have got the port
 };
 
 class ControlFile {

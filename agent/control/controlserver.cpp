@@ -13,39 +13,40 @@
 namespace dorvo::agent {
 namespace {
 
-constexpr size_t tokenBytes = 32;
+constexpr size_t secretBytes = 32;
 // Logins wait for the storage server: other commands still find a thread.
 constexpr HttpThreads threads{1, 8};
 
 HttpLimits limits() {
     HttpLimits limits;
     limits.connections = 64;
+    limits.makeRoom = true;
     limits.discardedBytes = size_t{4} << 20U;
     return limits;
 }
 
 // In hexadecimal digits.
-std::string newToken() {
-    std::array<unsigned char, tokenBytes> bytes{};
+std::string newSecret() {
+    std::array<unsigned char, secretBytes> bytes{};
     if (BCryptGenRandom(nullptr, bytes.data(), static_cast<ULONG>(bytes.size()),
                         BCRYPT_USE_SYSTEM_PREFERRED_RNG) != 0) {
-        throw AgentError("The system gives no random numbers for the control port's token");
+        throw AgentError("The system gives no random numbers for the control port");
     }
     constexpr const char* digits = "0123456789abcdef";
-    std::string token;
+    std::string secret;
     for (const unsigned char byte : bytes) {
-        token += digits[byte >> 4U];
-        token += digits[byte & 15U];
+        secret += digits[byte >> 4U];
+        secret += digits[byte & 15U];
     }
-    return token;
+    return secret;
 }
 
 }  // namespace
 
 struct ControlServer::Impl {
-    Impl(Engine& engine, EventLog& events, const std::string& token)
-        : address{0, token},
-          service(engine, events, token),
+    Impl(Engine& engine, EventLog& events)
+        : address{0, newSecret(), newSecret()},
+          service(engine, events, address.token, address.proof),
           server(service, "127.0.0.1", 0, limits(), threads, [](const std::string&) {}) {
         address.port = server.port();
     }
@@ -56,9 +57,10 @@ struct ControlServer::Impl {
 };
 
 ControlServer::ControlServer(Engine& engine, EventLog& events) {
-    const std::string token = newToken();
     try {
-        impl_ = std::make_unique<Impl>(engine, events, token);
+        impl_ = std::make_unique<Impl>(engine, events);
+    } catch (const AgentError&) {
+        throw;
     } catch (const std::exception& error) {
         throw AgentError(std::string("The control port cannot be opened: ") + error.what());
     }

@@ -14,7 +14,7 @@ namespace dorvo::agent {
 
 class ControlServer {
 public:
-    // Answers when it returns, on any free port and with a new token. Borrows both. Throws
+    // Answers when it returns, on any free port and with new secrets. Borrows both. Throws
     // AgentError.
     ControlServer(Engine& engine, EventLog& events);
     // stop()

@@ -64,6 +64,7 @@ TEST_F(ControlPort, AnswersOnlyWhoMayAsk) {
         {"news to a page", "GET /jobnotify/", host + "Origin: http://localhost\r\n", 403},
         {"news of a foreign name", "GET /jobnotify/", "Host: evil.example\r\n", 403},
         {"a page", pause, host + token + "Origin: null\r\n", 403},
+        {"an image of a page", "GET /jobnotify/", host + "Sec-Fetch-Site: cross-site\r\n", 403},
         {"no host", pause, token, 403},
         {"a foreign host", pause, token + "Host: localhost.evil.example\r\n", 403},
         {"a foreign port", pause, token + "Host: 127.0.0.1:x\r\n", 403},
@@ -118,9 +119,9 @@ TEST_F(ControlPort, RefusesWhatIsMalformedOrTooLarge) {
 TEST_F(ControlPort, OneThatStallsHoldsNobodyUp) {
     std::vector<std::unique_ptr<Client>> stalled;
     const std::string whole = request("POST /control/pause", host + token, job);
-    for (size_t i = 0; i < 16; ++i) {
+    for (size_t i = 0; i < 80; ++i) {  // more than may connect
         stalled.push_back(std::make_unique<Client>(server.address().port));
-        stalled.back()->send(whole.substr(0, i * whole.size() / 16));
+        stalled.back()->send(whole.substr(0, i % 16 * whole.size() / 16));
     }
     EXPECT_EQ(command("pause", job).status, 200);
 }

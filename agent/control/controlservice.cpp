@@ -26,6 +26,7 @@ constexpr size_t smallBytes = size_t{16} << 10U;
 constexpr std::chrono::seconds pollPatience(25);
 constexpr std::string_view statePath = "/jobnotify/";
 constexpr std::string_view eventsPath = "/control/events";
+constexpr std::string_view statusPath = "/control/status";
 
 // The body is not what the request takes.
 struct Malformed : std::runtime_error {
@@ -51,24 +52,38 @@ WebReply eventsReply(EventLog::Page page) {
     return jsonReply({{"next", page.next}, {"events", texts}});
 }
 
-const Value& member(const Object& body, const char* name) {
+// What `get` makes of a member.
+template <class Get>
+auto member(const Object& body, const char* name, const Get& get) {
+    const std::string quoted = std::string("\"") + name + "\"";
     const auto found = body.find(name);
     if (found == body.end()) {
-        throw Malformed(std::string("the request has no \"") + name + "\"");
+        throw Malformed("the request has no " + quoted);
     }
-    return found->second;
+    try {
+        return get(found->second);
+    } catch (const std::runtime_error& error) {
+        throw Malformed(quoted + ": " + error.what());
+    }
 }
 
-const std::string& text(const Object& body, const char* name) {
-    return member(body, name).get_str();
+std::string text(const Object& body, const char* name) {
+    return member(body, name, [](const Value& value) {
+        if (value.get_str().find('\0') != std::string::npos) {
+            throw Malformed("the text contains NUL");
+        }
+        return value.get_str();
+    });
 }
 
 uint16_t portOf(const Object& body) {
-    const int port = member(body, "port").get_int();
-    if (port < 1 || port > 65535) {
-        throw Malformed("the port is none");
-    }
-    return static_cast<uint16_t>(port);
+    return member(body, "port", [](const Value& value) {
+        const int port = value.get_int();
+        if (port < 1 || port > 65535) {
+            throw Malformed("the port is none");
+        }
+        return static_cast<uint16_t>(port);
+    });
 }
 
 Object bodyOf(const WebRequest& request) {
@@ -77,6 +92,10 @@ Object bodyOf(const WebRequest& request) {
         json_spirit::read_or_throw(request.body, value);
     } catch (const json_spirit::Error_position& where) {
         throw Malformed("the request is no JSON: " + where.reason_);
+    }
+    if (value.type() != json_spirit::obj_type) {
+        throw Malformed(std::string("the request is ") + value_type_name(value.type()) +
+                        ", not an object");
     }
     return value.get_obj();
 }
@@ -88,7 +107,8 @@ bool underWay(JobState state) {
 }
 
 Object submit(Engine& engine, const Object& body) {
-    const auto& members = member(body, "definition").get_obj();
+    const Object members =
+        member(body, "definition", [](const Value& value) { return value.get_obj(); });
     const auto job = JobDefinitionFactory::createFromText(json_spirit::write(Value(members)));
     if (!job) {
         throw Malformed("the definition is none");
@@ -109,7 +129,8 @@ Object setServer(Engine& engine, const Object& body) {
 }
 
 Object setSnapshots(Engine& engine, const Object& body) {
-    engine.setSnapshots(member(body, "enabled").get_bool());
+    engine.setSnapshots(
+        member(body, "enabled", [](const Value& value) { return value.get_bool(); }));
     return {};
 }
 
@@ -129,7 +150,7 @@ Object importKeys(Engine& engine, const Object& body) {
     return {{"user", keys.user}, {"beside", keys.beside}};
 }
 
-Object status(Engine&, const Object&) {
+Object status(const std::string& proof) {
     size_t running = 0;
     const JobList jobs = loadJobs();
     for (const auto& job : jobs) {
@@ -139,7 +160,8 @@ Object status(Engine&, const Object&) {
             ++running;
         }
     }
-    return {{"version", agentVersion},
+    return {{"proof", proof},
+            {"version", agentVersion},
             {"pid", GetCurrentProcessId()},
             {"jobs", jobs.size()},
             {"running", running}};
@@ -150,7 +172,7 @@ Object status(Engine&, const Object&) {
 struct ControlService::Endpoint {
     std::string_view path;
     size_t bodyLimit;
-    Object (*call)(Engine& engine, const Object& body);  // null: a poll
+    Object (*call)(Engine& engine, const Object& body);  // null: not of the engine's
 };
 
 const ControlService::Endpoint* ControlService::find(std::string_view path) {
@@ -167,7 +189,7 @@ const ControlService::Endpoint* ControlService::find(std::string_view path) {
         {"/control/logout", smallBytes, &logout},
         {"/control/importkeys", smallBytes, &importKeys},
         {eventsPath, smallBytes, nullptr},
-        {"/control/status", smallBytes, &status},
+        {statusPath, smallBytes, nullptr},
     };
     const auto* const found = std::find_if(std::begin(table), std::end(table),
                                            [path](const Endpoint& e) { return e.path == path; });
@@ -184,6 +206,7 @@ Admission ControlService::admit(const WebRequest& head) {
         admission.refusal = refuse(403, "This needs the token of the agent's control file");
         return admission;
     }
+    admission.known = true;
     const Endpoint* endpoint = find(head.path);
     if (endpoint == nullptr) {
         admission.refusal = refuse(404, "The agent has no such request");
@@ -204,14 +227,19 @@ std::optional<LongPoll> ControlService::handle(const WebRequest& request, Respon
         }
         const Endpoint& endpoint = *find(request.path);
         const Object body = bodyOf(request);
-        if (endpoint.call == nullptr) {
-            return pollEvents(member(body, "after").get_int64(), respond);
+        if (endpoint.path == eventsPath) {
+            const auto after =
+                member(body, "after", [](const Value& value) { return value.get_int64(); });
+            return pollEvents(after, respond);
         }
-        reply = jsonReply(endpoint.call(engine_, body));
+        reply =
+            jsonReply(endpoint.path == statusPath ? status(proof_) : endpoint.call(engine_, body));
     } catch (const AgentError& error) {
         reply = errorReply(409, error.what(), error.code());
-    } catch (const std::exception& error) {
+    } catch (const Malformed& error) {
         reply = errorReply(400, std::string("The agent cannot take the request: ") + error.what());
+    } catch (const std::exception& error) {
+        reply = errorReply(409, std::string("The agent failed: ") + error.what());
     }
     respond(std::move(reply));
     return {};

@@ -16,8 +16,8 @@ namespace dorvo::agent {
 class ControlService : public HttpService {
 public:
     // Borrows engine and events.
-    ControlService(Engine& engine, EventLog& events, std::string token)
-        : engine_(engine), events_(events), token_(std::move(token)) {}
+    ControlService(Engine& engine, EventLog& events, std::string token, std::string proof)
+        : engine_(engine), events_(events), token_(std::move(token)), proof_(std::move(proof)) {}
 
     Admission admit(const WebRequest& head) override;
     std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override;
@@ -33,6 +33,7 @@ private:
     Engine& engine_;
     EventLog& events_;
     const std::string token_;
+    const std::string proof_;  // what shows who knows the token that this is the resident
 };
 
 }  // namespace dorvo::agent

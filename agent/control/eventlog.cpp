@@ -70,10 +70,11 @@ uint64_t EventLog::waitForState(int64_t after, Take take) {
 }
 
 uint64_t EventLog::wait(Waiter waiter) {
-    std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     waiter.after = std::min(waiter.after, newest_);
     Page page = pageFor(waiter);
     if (!page.texts.empty()) {
+        guard.unlock();  // a page may be long
         waiter.take(std::move(page));
         return 0;
     }

@@ -45,6 +45,10 @@ auto from(const Object& answer, const char* name, const Get& get) {
     throw ResidentGone("The resident agent is of another version: start it anew");
 }
 
+std::string textFrom(const Object& answer, const char* name) {
+    return from(answer, name, [](const json_spirit::Value& value) { return value.get_str(); });
+}
+
 int64_t numberFrom(const Object& answer, const char* name) {
     return from(answer, name, [](const json_spirit::Value& value) { return value.get_int64(); });
 }
@@ -107,11 +111,14 @@ std::unique_ptr<RemoteEngine> RemoteEngine::connect() {
         return nullptr;
     }
     try {
-        ControlClient(*address).call("status", {}, statusPatience);
-    } catch (const ResidentGone&) {
-        return nullptr;
+        const Object status = ControlClient(*address).call("status", {}, statusPatience);
+        if (textFrom(status, "proof") == address->proof) {
+            return std::make_unique<RemoteEngine>(*address);
+        }
+    } catch (const AgentError&) {
+        // Whoever answers there is no resident of ours.
     }
-    return std::make_unique<RemoteEngine>(*address);
+    return nullptr;
 }
 
 std::unique_ptr<Engine::Subscription> RemoteEngine::subscribe(EventSink sink) {
@@ -149,9 +156,9 @@ ImportedKeys RemoteEngine::importKeys(const std::wstring& file, const std::strin
     const Object answer =
         call("importkeys", {{"file", toUtf8(file)}, {"passphrase", passphrase}, {"user", user}});
     ImportedKeys keys;
-    keys.user =
-        from(answer, "user", [](const json_spirit::Value& value) { return value.get_str(); });
-    keys.beside = static_cast<size_t>(numberFrom(answer, "beside"));
+    keys.user = textFrom(answer, "user");
+    keys.beside =
+        from(answer, "beside", [](const json_spirit::Value& value) { return value.get_uint64(); });
     return keys;
 }
 

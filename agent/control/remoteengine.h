@@ -12,8 +12,8 @@ namespace dorvo::agent {
 
 class RemoteEngine : public Engine {
 public:
-    // The resident that the control file names; null when none answers there with its token. Throws
-    // AgentError when this user may not read the file.
+    // The resident that the control file names; null when nobody answers there with its proof, who
+    // then has been asked for that alone. Throws AgentError when this user may not read the file.
     static std::unique_ptr<RemoteEngine> connect();
 
     // Connects with each call.

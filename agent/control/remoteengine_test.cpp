@@ -104,15 +104,21 @@ TEST_F(Remote, IsFoundByTheControlFile) {
         EXPECT_EQ(engine.takeNote(), "tell 2 J");
     }
     EXPECT_EQ(GetFileAttributesW(ControlFile::path().c_str()), INVALID_FILE_ATTRIBUTES);
-    const std::string token = server.address().token;
-    const std::string port = std::to_string(server.address().port);
-    for (const std::string& text :
-         {std::string(), std::string("{"), std::string("[]"), "{\"port\":" + port + "}",
-          "{\"port\":0,\"token\":\"" + token + "\"}",
-          "{\"port\":65536,\"token\":\"" + token + "\"}", "{\"port\":" + port + ",\"token\":\"x\"}",
-          std::string(10'000, 'x')}) {
+    const auto [number, secret, sign] = server.address();
+    const std::string port = "{\"port\":" + std::to_string(number);
+    const std::string token = ",\"token\":\"" + secret + "\"";
+    const std::string proof = ",\"proof\":\"" + sign + "\"}";
+    const auto found = [](const std::string& text) {
         std::ofstream(ControlFile::path().c_str(), std::ios::binary) << text;
-        EXPECT_EQ(RemoteEngine::connect(), nullptr) << text;
+        return RemoteEngine::connect() != nullptr;
+    };
+    EXPECT_TRUE(found(port + token + proof));
+    for (const std::string& text :
+         {std::string(), std::string("{"), std::string("[]"), std::string(10'000, 'x'),
+          port + proof, port + token + "}", "{\"port\":0" + token + proof,
+          "{\"port\":65536" + token + proof, port + ",\"token\":\"x\"" + proof,
+          port + token + ",\"proof\":\"x\"}"}) {
+        EXPECT_FALSE(found(text)) << text;
     }
     // What a resident that died has left.
     const ControlFile file(server.address());
