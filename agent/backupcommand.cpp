@@ -139,8 +139,11 @@ int BackupCommand::saySchedule(Terminal& terminal, const BackupJobDefinition& jo
                      "\"' runs it.");
         return exitDone;
     }
-    terminal.out("The job '" + name + "' runs " + scheduleText(job.schedule()) + ", next on " +
-                 localTimeText(next) + ".");
+    // What has passed is on record until it is made up for.
+    terminal.out("The job '" + name + "' runs " + scheduleText(job.schedule()) +
+                 (next > utcTimeNow()
+                      ? ", next on " + localTimeText(next) + "."
+                      : "; the run that it has missed begins when the resident agent starts."));
     if (!resident) {
         terminal.warn(std::string("Warning: Only the resident agent starts it, and none runs: ") +
                       residentHint + ".");

@@ -7,7 +7,6 @@
 #include "base/logfile.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "face/jobmodule.h"
 #include "failuretext.h"
 #include "singletons.h"
 
@@ -20,12 +19,12 @@ ModuleHost::~ModuleHost() {
     }
 }
 
-void ModuleHost::open() {
+void ModuleHost::open(DueTimes dueTimes) {
     std::wstring directory;
     if (dataDirectory(directory)) {
         openLogFile(directory + L"\\log");
     }
-    if (!openJobModule()) {
+    if (!openJobModule(dueTimes)) {
         const DWORD error = GetLastError();
         closeLogFile();
         throw AgentError("The job module cannot be opened: " + failureText(error));
@@ -37,7 +36,7 @@ void ModuleHost::open(const std::string& jobId) {
     // Held until the others are locked: the module starts jobs of its own only under this lock.
     std::lock_guard guard(manager().locker());
     if (!open_) {
-        open();
+        open(DueTimes::left);
     }
     unlocked_.push_back(jobId);
     manager().lockAllJobs(false);

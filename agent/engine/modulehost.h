@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/dataowner.h"
+#include "face/jobmodule.h"
 #include "job/jobmanager.h"
 
 namespace dorvo::agent {
@@ -24,10 +25,10 @@ public:
 
     // Opens the log file "log" in the data directory and the module with all its jobs. Throws
     // AgentError.
-    void open();
-    // The same for one job. Others, which the module would start by itself (a schedule, an
-    // interrupted run), stay as they are: they are locked as soon as they are loaded. Where the
-    // module is open already, the job is unlocked.
+    void open(DueTimes dueTimes = DueTimes::kept);
+    // The same for one job, which runs when it is told to: due times start nothing. Others, whose
+    // interrupted runs the module would resume by itself, stay as they are: they are locked as soon
+    // as they are loaded. Where the module is open already, the job is unlocked.
     void open(const std::string& jobId);
 
     static JobManagerImpl& manager();

@@ -22,7 +22,7 @@ std::atomic<bool> closed = false;
 
 }  // namespace
 
-bool openJobModule() {
+bool openJobModule(DueTimes dueTimes) {
     if (closed) {
         SetLastError(ERROR_INVALID_STATE);
         log(LogLevel::error, "Failed to open the job module, this process has closed it.\n");
@@ -35,6 +35,9 @@ bool openJobModule() {
         LastErrorGuard keep;
         IocpDispatherWrapper::close();
         return false;
+    }
+    if (dueTimes == DueTimes::left) {
+        jobSchedules().stop();
     }
     return manager().open();
 }

@@ -10,11 +10,15 @@
 
 namespace dorvo {
 
+// What the module does about due times: starts its jobs, or leaves them on record for the process
+// that opens the module next.
+enum class DueTimes { kept, left };
+
 // Starts the timer dispatcher and loads the jobs of the machine, of which interrupted ones resume
 // by themselves. False, with nothing left running and the thread's last error, when the dispatcher
 // cannot be started, or, logged and with 5023, when this process has closed the module before. The
 // process that opens the module owns the data directory.
-DORVO_JOB_API bool openJobModule();
+DORVO_JOB_API bool openJobModule(DueTimes dueTimes = DueTimes::kept);
 
 // Stops what runs by itself (the host has taken its update scheduler off), then every run (which
 // pauses and can be resumed by the next process), then delivers the events posted so far. Blocks

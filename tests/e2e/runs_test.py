@@ -2,6 +2,7 @@
 
 import json
 import signal
+import struct
 import unittest
 
 import proxy
@@ -9,6 +10,8 @@ from resident import Resident
 from system import System, SystemTest, make_tree, write
 
 FAILED, PAUSED = 1, 4
+DAY = 24 * 3600 * 10**7
+NEXT_RUN = 24  # where an activity record has the time of the next run
 
 
 def objects(run):
@@ -87,10 +90,20 @@ class RunsTest(SystemTest):
         self.assertEqual((job["nextRun"], job["lastCompleted"], job["overdue"]), (said["nextRun"], "", False))
         self.assertIn("no resident agent", machine.agent("jobs").out)
 
+        # A due time that has passed is the resident agent's, whatever else a command asks of the job.
+        with (machine.job_folder(job["id"]) / "info").open("r+b") as record:
+            record.seek(NEXT_RUN)
+            due = struct.unpack("<Q", record.read(8))[0] - 3 * DAY
+            record.seek(NEXT_RUN)
+            record.write(struct.pack("<Q", due))
+        said = objects(system.backup("--name", "docs", "--daily", "03:00", "--json"))[0]
+        self.assertLess(said["nextRun"], job["nextRun"])
+        self.assertEqual(machine.listing("jobs")[0]["state"], "idle")
+
         # Two due times ago.
         definition = machine.job_folder(job["id"]) / "def"
         content = json.loads(definition.read_text())
-        content["schedule"]["start"] = str(int(content["schedule"]["start"]) - 3 * 24 * 3600 * 10**7)
+        content["schedule"]["start"] = str(int(content["schedule"]["start"]) - 3 * DAY)
         definition.write_text(json.dumps(content))
         self.assertTrue(machine.listing("jobs")[0]["overdue"])
         self.assertIn("overdue", machine.agent("show", "docs").out)
