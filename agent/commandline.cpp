@@ -24,6 +24,21 @@ const CLI::App& deepest(const CLI::App& app) {
     return chosen.empty() ? app : deepest(*chosen.back());
 }
 
+// An empty value is most often a variable that was not set: taken for an option left out, it would
+// mean another place, job or user than the one that was meant.
+void refuseEmptyValues(const CLI::App& app) {
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& value : option->results()) {
+            if (value.empty()) {
+                throw AgentError(option->get_name() + " has an empty value", exitUsage);
+            }
+        }
+    }
+    for (const CLI::App* chosen : app.get_subcommands()) {
+        refuseEmptyValues(*chosen);
+    }
+}
+
 std::string sentence(std::string text) {
     // Only the parser's first line says what is wrong.
     text.resize(std::min(text.size(), text.find('\n')));
@@ -56,6 +71,7 @@ int runCommandLine(const std::vector<std::string>& arguments,
     }
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        refuseEmptyValues(app);
         for (size_t i = 0; i < commands.size(); ++i) {
             if (parsers[i]->parsed()) {
                 return commands[i]->run(terminal);

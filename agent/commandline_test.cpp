@@ -45,6 +45,8 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
              Row{{"show", "x", "--runs", "many"}, "many"},
              Row{{"jobs", "extra"}, "extra"},
              Row{{"exclude", "add", "C:\\*"}, "no path"},
+             Row{{"exclude", "add", "C:\\a", "--job", ""}, "--job has an empty value"},
+             Row{{"restore", "latest", "--to", ""}, "--to has an empty value"},
          }) {
         EXPECT_EQ(run(row.arguments), exitUsage) << row.says;
         ASSERT_THAT(terminal_.errors, SizeIs(1)) << row.says;

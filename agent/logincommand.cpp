@@ -20,9 +20,6 @@ CLI::App* LoginCommand::describe(CLI::App& parent) {
 
 int LoginCommand::run(Terminal& terminal) {
     requireServer();
-    if (user_.empty()) {
-        throw AgentError("The user's name is empty", exitUsage);
-    }
     const Secret password = readPassword(terminal);
     openEngine()->login(user_, password.text);
     std::string machine;

@@ -25,7 +25,9 @@ int32_t smallNumber(const std::string& text) {
 void setTime(JobSchedule& schedule, const std::string& text) {
     const size_t colon = text.find(':');
     schedule.hour = smallNumber(text.substr(0, colon));
-    schedule.minute = colon == std::string::npos ? -1 : smallNumber(text.substr(colon + 1));
+    // One digit of minutes may be the first of two.
+    const std::string minute = colon == std::string::npos ? "" : text.substr(colon + 1);
+    schedule.minute = minute.size() == 2 ? smallNumber(minute) : -1;
     if (schedule.hour < 0 || schedule.hour > 23 || schedule.minute < 0 || schedule.minute > 59) {
         throw AgentError("'" + text + "' is no time of the day: it has the form HH:MM", exitUsage);
     }

@@ -43,6 +43,7 @@ TEST(ScheduleOptions, AreTimesAndDaysOrWrongUsage) {
                                                {"--daily", "12:60"},
                                                {"--daily", "12"},
                                                {"--daily", "12:"},
+                                               {"--daily", "9:5"},
                                                {"--daily", "-1:00"},
                                                {"--daily", "012:00"},
                                                {"--weekly", "12:00", "mon"},

@@ -9,7 +9,9 @@ namespace dorvo::agent {
 CLI::App* ShowCommand::describe(CLI::App& parent) {
     CLI::App* const show = parent.add_subcommand("show", "Show one job and its last runs");
     show->add_option("JOB", job_, "The job's name or id")->required();
-    show->add_option("--runs", runs_, "How many of the last runs")->capture_default_str();
+    show->add_option("--runs", runs_, "How many of the last runs")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
     show->add_flag("--json", json_, "One JSON document");
     show->footer("Example:\n  agent show docs");
     return show;
