@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "base/text.h"
 #include "units.h"
@@ -9,21 +10,27 @@
 namespace dorvo::agent {
 namespace {
 
-// Switches the console's echo off, and on again whatever happens.
-class EchoOff {
+// Gives a console a mode, and its own again whatever happens.
+class ModeChange {
 public:
-    explicit EchoOff(HANDLE console) : console_(console) {
-        GetConsoleMode(console_, &mode_);
-        SetConsoleMode(console_, (mode_ & ~DWORD{ENABLE_ECHO_INPUT}) | ENABLE_LINE_INPUT |
-                                     ENABLE_PROCESSED_INPUT);
+    ModeChange(HANDLE console, DWORD on, DWORD off = 0) : console_(console) {
+        done_ = GetConsoleMode(console_, &mode_) != 0 &&
+                SetConsoleMode(console_, (mode_ & ~off) | on) != 0;
     }
-    ~EchoOff() { SetConsoleMode(console_, mode_); }
-    EchoOff(const EchoOff&) = delete;
-    EchoOff& operator=(const EchoOff&) = delete;
+    ~ModeChange() {
+        if (done_) {
+            SetConsoleMode(console_, mode_);
+        }
+    }
+    ModeChange(const ModeChange&) = delete;
+    ModeChange& operator=(const ModeChange&) = delete;
+
+    bool done() const { return done_; }
 
 private:
     HANDLE console_;
     DWORD mode_ = 0;
+    bool done_ = false;
 };
 
 constexpr const char* red = "\x1b[91m";
@@ -34,11 +41,9 @@ bool coloursWanted() {
     return GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) <= 1;  // not set, or empty
 }
 
-// Asks the console to take escape sequences, which older systems' consoles show as they are.
-bool takesColours(HANDLE console, DWORD mode) {
-    return coloursWanted() &&
-           ((mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0 ||
-            SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0);
+// Whether the console takes escape sequences, which older systems' consoles show as they are.
+bool takesColours(HANDLE console) {
+    return coloursWanted() && ModeChange(console, ENABLE_VIRTUAL_TERMINAL_PROCESSING).done();
 }
 
 void dropLineEnd(std::wstring& text) {
@@ -107,7 +112,8 @@ bool ConsoleTerminal::readSecret(std::string_view prompt, std::string& secret) {
     DWORD count = 0;
     bool read = false;
     {
-        EchoOff hidden(in_.handle);
+        const ModeChange hidden(in_.handle, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT,
+                                ENABLE_ECHO_INPUT);
         read = ReadConsoleW(in_.handle, typed.data(), longest, &count, nullptr) != 0;
     }
     write(error_, "\r\n");
@@ -143,7 +149,7 @@ ConsoleTerminal::Stream ConsoleTerminal::standard(DWORD which) {
     HANDLE handle = GetStdHandle(which);
     DWORD mode = 0;
     const bool console = GetConsoleMode(handle, &mode) != 0;
-    const bool colours = console && which != STD_INPUT_HANDLE && takesColours(handle, mode);
+    const bool colours = console && which != STD_INPUT_HANDLE && takesColours(handle);
     return {handle, console, colours};
 }
 
@@ -174,7 +180,9 @@ void ConsoleTerminal::write(const Stream& stream, std::string_view text) {
 void ConsoleTerminal::line(const Stream& stream, std::string_view text, const char* colour) {
     status({});
     std::string whole(text);
+    std::optional<ModeChange> escapes;
     if (colour != nullptr && stream.colours && out_.console) {
+        escapes.emplace(stream.handle, ENABLE_VIRTUAL_TERMINAL_PROCESSING);
         whole = colour + whole + plain;
     }
     if (whole.empty() || whole.back() != '\n') {
