@@ -2,8 +2,9 @@
 
 #include "agenterror.h"
 #include "base/text.h"
+#include "dataaccess.h"
 #include "excludedpaths.h"
-#include "job/source/exclusionlist.h"
+#include "failuretext.h"
 #include "jobstore.h"
 #include "json_spirit/json_spirit.h"
 #include "sourcepath.h"
@@ -32,6 +33,7 @@ CLI::App* ExcludeCommand::describe(CLI::App& parent) {
 }
 
 int ExcludeCommand::run(Terminal& terminal) {
+    requireDataAccess();
     return list_->parsed() ? list(terminal) : change(terminal);
 }
 
@@ -39,18 +41,17 @@ int ExcludeCommand::change(Terminal& terminal) const {
     const std::string name = listName();
     const std::string path = toUtf8(onDiskPath(toWide(path_), false));
     ExclusionList exclusions;
-    if (exclusions.damaged()) {
-        throw AgentError("The exclusion list '" + exclusions.path() +
-                         "' is damaged: mend or delete the file");
-    }
+    requireSound(exclusions);
     const bool changed = add_->parsed() ? exclusions.addPath(name.c_str(), path.c_str())
                                         : exclusions.removePath(name.c_str(), path.c_str());
     if (!changed) {
-        throw AgentError(add_->parsed() ? "The exclusion list holds something else under that name"
-                                        : "'" + path + "' is not excluded");
+        throw AgentError(
+            add_->parsed() ? "'" + exclusions.path() + "' holds no list under '" + name +
+                                 "': mend or delete the file"
+                           : "'" + path + "' is not excluded: 'agent exclude list' shows what is");
     }
     if (!exclusions.save()) {
-        throw AgentError("The exclusion list could not be saved");
+        throw AgentError("The exclusion list could not be saved: " + failureText(GetLastError()));
     }
     terminal.out("'" + path + "' is " + (add_->parsed() ? "" : "no longer ") + "excluded.");
     return exitDone;
@@ -73,7 +74,7 @@ int ExcludeCommand::list(Terminal& terminal) const {
 }
 
 std::string ExcludeCommand::listName() const {
-    return job_.empty() ? everyJobList : findJob(loadJobs(), job_).id();
+    return job_.empty() ? everyJobList : findBackupJob(loadJobs(), job_).id();
 }
 
 }  // namespace dorvo::agent

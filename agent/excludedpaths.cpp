@@ -2,12 +2,20 @@
 
 #include <algorithm>
 
-#include "job/source/exclusionlist.h"
+#include "agenterror.h"
 
 namespace dorvo::agent {
 
+void requireSound(const ExclusionList& exclusions) {
+    if (exclusions.damaged()) {
+        throw AgentError("The exclusion list '" + exclusions.path() +
+                         "' is damaged: mend or delete the file");
+    }
+}
+
 std::vector<std::string> excludedPaths(const std::string& list) {
     const ExclusionList exclusions;
+    requireSound(exclusions);
     std::vector<std::string> paths;
     json_spirit::Value value;
     if (!exclusions.getList(list.c_str(), value) || value.type() != json_spirit::array_type) {

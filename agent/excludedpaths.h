@@ -4,9 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "job/source/exclusionlist.h"
+
 namespace dorvo::agent {
 
-// The paths of one list (see ExclusionList), with backslashes; none where there is no such list.
+// Throws AgentError for a damaged file, which looks as if it excluded nothing.
+void requireSound(const ExclusionList& exclusions);
+
+// The paths of one list, with backslashes; none where there is no such list. Throws as above.
 std::vector<std::string> excludedPaths(const std::string& list);
 
 }  // namespace dorvo::agent

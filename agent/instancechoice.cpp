@@ -78,9 +78,6 @@ const WebInstance& byBeginning(const std::vector<WebInstance>& runs, const std::
 
 const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const std::string& asked,
                                   const std::string& thisMachine, const std::string& listing) {
-    if (asked.empty()) {
-        throw AgentError("The run's id is empty", exitUsage);
-    }
     if (equalsIgnoreCase(asked, "latest")) {
         return latest(runs, thisMachine, listing);
     }
@@ -94,7 +91,7 @@ const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const st
 
 std::string backupJobId(const JobList& jobs, const std::string& asked) {
     GUID id;
-    return asked.empty() || uuidFromText(asked, id) ? asked : findJob(jobs, asked).id();
+    return asked.empty() || uuidFromText(asked, id) ? asked : findBackupJob(jobs, asked).id();
 }
 
 }  // namespace dorvo::agent

@@ -45,7 +45,6 @@ TEST(ChooseInstance, TakesAnIdItsBeginningOrTheLatest) {
                  "state is 'cancelled'"},
              Row{"not complete", oneJob, "bb", "state is 'running'"},
              Row{"unknown", oneJob, "aa123", "'list'"},
-             Row{"empty", oneJob, "", "empty"},
              Row{"latest", oneJob, "latest", "aa12"},
              Row{"latest here", together(oneJob, anotherMachine), "Latest", "aa12"},
              Row{"latest elsewhere", anotherMachine, "latest", "cc14"},

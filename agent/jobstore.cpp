@@ -111,6 +111,15 @@ const JobDefinition& findJob(const JobList& jobs, const std::string& idOrName) {
     return *found;
 }
 
+const JobDefinition& findBackupJob(const JobList& jobs, const std::string& idOrName) {
+    const JobDefinition& job = findJob(jobs, idOrName);
+    if (job.type() == JobDefinition::restoreType) {
+        throw AgentError("The job '" + toUtf8(job.name()) +
+                         "' restores: name a backup job, which 'agent jobs' shows");
+    }
+    return job;
+}
+
 const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
                                       const std::wstring& name) {
     for (const auto& job : jobs) {

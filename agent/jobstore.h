@@ -27,6 +27,9 @@ bool hasJob(const std::string& id);
 // when there is none or when several jobs have the name.
 const JobDefinition& findJob(const JobList& jobs, const std::string& idOrName);
 
+// The same of backup jobs: throws for a restore job too, which has no backups of its own.
+const JobDefinition& findBackupJob(const JobList& jobs, const std::string& idOrName);
+
 // The same paths in whatever order and case.
 bool samePaths(const std::vector<std::wstring>& a, const std::vector<std::wstring>& b);
 
