@@ -62,7 +62,6 @@ int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job,
         if (interrupt.typed() || !engine.resident()) {
             pauseRun(engine, job.id());
         }
-        return true;
     });
     if (!end.lost.empty()) {
         throw AgentError(end.lost, end.code);

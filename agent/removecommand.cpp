@@ -3,6 +3,7 @@
 #include "agenterror.h"
 #include "base/text.h"
 #include "engine/engine.h"
+#include "interrupt.h"
 #include "jobstore.h"
 #include "runevents.h"
 
@@ -36,13 +37,19 @@ int RemoveCommand::run(Terminal& terminal) {
     const JobDefinition& job = findJob(jobs, job_);
     RunEvents events(engine.get());
     engine->tell(JobVerb::remove, job.id());
-    while (!events.removed(job.id()) && !events.ended()) {
-        WaitForSingleObject(events.event(), INFINITE);
-    }
     const std::string name = toUtf8(job.name());
+    const Interrupt interrupt;
+    while (!events.removed(job.id()) && !events.ended()) {
+        if (!events.wait(interrupt.event())) {
+            throw AgentError("The job '" + name + "' was told to go, but not waited for",
+                             exitStopped);
+        }
+    }
     if (hasJob(job.id())) {
-        throw AgentError("The job '" + name +
-                         "' could not be deleted whole: the log file says why");
+        throw AgentError(events.removed(job.id())
+                             ? "The job '" + name +
+                                   "' could not be deleted whole: the log file says why"
+                             : "The agent has ended before the job '" + name + "' was removed");
     }
     terminal.out("The job '" + name + "' (" + job.id() + ") is removed with its history. " +
                  whatStays(job));

@@ -1,5 +1,7 @@
 #include "runevents.h"
 
+#include <array>
+
 #include "base/http_error.h"
 #include "base/job_state.h"
 #include "failuretext.h"
@@ -39,6 +41,12 @@ void RunEvents::hear(const std::string& text) {
         }
     }
     SetEvent(event_.get());
+}
+
+bool RunEvents::wait(HANDLE interrupt, DWORD timeoutMs) const {
+    const std::array<HANDLE, 2> wakers = {interrupt, event_.get()};
+    return WaitForMultipleObjects(static_cast<DWORD>(wakers.size()), wakers.data(), FALSE,
+                                  timeoutMs) != WAIT_OBJECT_0;
 }
 
 bool RunEvents::ended() {

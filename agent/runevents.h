@@ -25,8 +25,9 @@ public:
     // Hears what the engine, which outlives it, announces; without one nothing.
     explicit RunEvents(Engine* engine);
 
-    // Auto-reset, borrowed: something was announced.
-    HANDLE event() const { return event_.get(); }
+    // Until something is announced, for that long at most. False when `interrupt`, which is
+    // borrowed, was signaled.
+    bool wait(HANDLE interrupt, DWORD timeoutMs = INFINITE) const;
     // Announcements come, or came until the process that runs the jobs ended.
     bool hears() const { return subscription_ != nullptr; }
     bool ended();
@@ -41,7 +42,7 @@ public:
 private:
     void hear(const std::string& text);
 
-    KernelHandle event_;
+    KernelHandle event_;                      // auto-reset: something was announced
     std::mutex lock_;                         // guards what follows
     std::map<std::string, uint32_t> errors_;  // by the job's id
     std::set<std::string> removed_;

@@ -1,14 +1,22 @@
 #include "runfollow.h"
 
-#include <array>
-
 #include "base/text.h"
+#include "jobstore.h"
 #include "runoutcome.h"
 
 namespace dorvo::agent {
 namespace {
 
 constexpr DWORD redrawMs = 500;
+
+bool isOver(int32_t state) {
+    switch (static_cast<JobState>(state)) {
+        case JobState::completed:
+        case JobState::cancelled:
+        case JobState::error: return true;
+        default: return false;
+    }
+}
 
 }  // namespace
 
@@ -19,7 +27,7 @@ bool RunFollower::look(uint64_t nowMs) {
     if (std::string reason = events_.takeReason(job_); !reason.empty()) {
         reporter_.reason(std::move(reason));
     }
-    const RecordLook seen = lookAtRecord(job_.id(), end_.record);
+    const RecordLook seen = readRecord();
     if (seen != RecordLook::none && !removed) {
         if (const auto outcome = outcomeOf(end_.record)) {
             end_.code = *outcome;
@@ -38,11 +46,33 @@ bool RunFollower::look(uint64_t nowMs) {
     return false;
 }
 
+// The record of the run that is followed: of one that has ended and after which another has begun
+// since the last look, what was seen last, with the end that the history has of it.
+RecordLook RunFollower::readRecord() {
+    JobActivity& record = end_.record;
+    JobActivity now{};
+    const RecordLook seen = lookAtRecord(job_.id(), now);
+    if (seen == RecordLook::none) {
+        return seen;
+    }
+    if (record.hasInstance() && now.hasInstance() && now.instanceId != record.instanceId) {
+        const PastRun past = loadRun(job_.id(), instanceOf(record));
+        record.state = jobStateFromString(past.state.c_str());
+        record.failedItems = static_cast<uint32_t>(past.failed.size());
+        record.lastRunTime = now.lastRunTime;
+        if (isOver(record.state)) {
+            return seen;
+        }
+    }
+    record = now;
+    return seen;
+}
+
 // A record that nobody has mapped may be one of a process that is just opening or closing the job;
 // that the process is gone is announced, where announcements come.
 std::string RunFollower::loss(RecordLook seen, bool ended, bool removed) const {
     const std::string name = toUtf8(job_.name());
-    if (removed) {
+    if (removed || (seen == RecordLook::none && !hasJob(job_.id()))) {
         return "The job '" + name + "' has been removed with its run";
     }
     if (ended) {
@@ -56,15 +86,10 @@ std::string RunFollower::loss(RecordLook seen, bool ended, bool removed) const {
     return {};
 }
 
-RunEnd RunFollower::follow(HANDLE interrupt, const std::function<bool()>& interrupted) {
-    const std::array<HANDLE, 2> wakers = {events_.event(), interrupt};
+RunEnd RunFollower::follow(HANDLE interrupt, const std::function<void()>& interrupted) {
     while (!look(GetTickCount64())) {
-        const DWORD woken = WaitForMultipleObjects(static_cast<DWORD>(wakers.size()), wakers.data(),
-                                                   FALSE, redrawMs);
-        if (woken == WAIT_OBJECT_0 + 1 && !interrupted()) {
-            end_.code = exitStopped;
-            end_.lost = "The run of job '" + toUtf8(job_.name()) + "' goes on";
-            break;
+        if (!events_.wait(interrupt, redrawMs)) {
+            interrupted();
         }
     }
     return end_;

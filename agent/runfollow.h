@@ -21,7 +21,8 @@ struct RunEnd {
 
 class RunFollower {
 public:
-    // All are borrowed. `reporter` is shown the record at each announcement and twice a second.
+    // All are borrowed. `reporter` is shown the record at each announcement and twice a second. The
+    // run is that of the first look.
     RunFollower(const JobDefinition& job, RunEvents& events, RunReporter& reporter)
         : job_(job), events_(events), reporter_(reporter) {}
 
@@ -29,11 +30,11 @@ public:
     bool look(uint64_t nowMs);
     const RunEnd& end() const { return end_; }
 
-    // Looks until that. Calls `interrupted` whenever the event, which is borrowed, is signaled; it
-    // says whether to go on.
-    RunEnd follow(HANDLE interrupt, const std::function<bool()>& interrupted);
+    // Looks until that. Calls `interrupted` whenever the event, which is borrowed, is signaled.
+    RunEnd follow(HANDLE interrupt, const std::function<void()>& interrupted);
 
 private:
+    RecordLook readRecord();
     std::string loss(RecordLook seen, bool ended, bool removed) const;
 
     const JobDefinition& job_;

@@ -2,12 +2,16 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+
 #include "agenterror.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
 #include "fakeengine.h"
 #include "faketerminal.h"
 #include "job/activity/jobactivityhandle.h"
+#include "job/activity/jobhistory.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "jobrun.h"
@@ -113,10 +117,25 @@ TEST_F(RunFollow, ARecordThatNobodyHasIsWaitedForWhileTheAgentLives) {
     record_.close();
     EXPECT_FALSE(RunFollower(job_, heard, *reporter).look(0));
     RunEvents unheard(nullptr);
-    const RunEnd end =
-        RunFollower(job_, unheard, *reporter).follow(never.get(), [] { return true; });
+    const RunEnd end = RunFollower(job_, unheard, *reporter).follow(never.get(), [] {});
     EXPECT_EQ(end.code, exitStopped);
     EXPECT_THAT(end.lost, HasSubstr("agent resume"));
+}
+
+TEST_F(RunFollow, ARunThatBeginsRightAfterItIsAnother) {
+    const auto reporter = makeRunReporter(terminal_, job_, false);
+    RunEvents events(&engine_);
+    RunFollower follower(job_, events, *reporter);
+    record_->instanceId[0] = 1;
+    set(JobState::running);
+    EXPECT_FALSE(follower.look(0));
+    EXPECT_TRUE(createDirectories(directory_ + L"\\hist"));
+    const std::string summary = toUtf8(jobHistoryInfoPath(directory_, instanceOf(*record_.get())));
+    std::ofstream(summary) << R"({"state":"completed"})";
+    std::ofstream(summary + ".errors") << R"([{"path":"C:/a","code":5,"reason":""}])";
+    record_->instanceId[0] = 2;
+    EXPECT_TRUE(follower.look(0));
+    EXPECT_EQ(follower.end().code, exitSomeFailed);
 }
 
 TEST_F(RunFollow, CtrlCIsLeftToTheCaller) {
@@ -126,7 +145,6 @@ TEST_F(RunFollow, CtrlCIsLeftToTheCaller) {
     RunEvents events(&engine_);
     const RunEnd end = RunFollower(job_, events, *reporter).follow(pressed.get(), [&] {
         engine_.tell(JobVerb::pause, job_.id());
-        return true;
     });
     EXPECT_EQ(end.code, exitStopped);
     EXPECT_EQ(end.lost, "");

@@ -108,6 +108,26 @@ json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items) {
     return array;
 }
 
+PastRun loadRun(const std::string& jobId, const std::string& instanceId) {
+    PastRun run;
+    run.instanceId = instanceId;
+    std::wstring directory;
+    if (!jobDirectory(jobId, directory)) {
+        return run;
+    }
+    JSONObjectStorage summary;
+    summary.load(toUtf8(jobHistoryInfoPath(directory, instanceId)).c_str());
+    run.startTime = textOf(summary.values(), "starttime");
+    run.endTime = textOf(summary.values(), "endtime");
+    run.seconds = secondsBetween(run.startTime, run.endTime);
+    run.state = textOf(summary.values(), "state");
+    run.files = numberOf(summary.values(), "filescount");
+    run.totalSize = numberOf(summary.values(), "totalsize");
+    run.bytesPerSecond = numberOf(summary.values(), "speed");
+    run.failed = readFailedItems(directory, instanceId);
+    return run;
+}
+
 std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {
     std::vector<PastRun> runs;
     std::wstring directory;
@@ -117,19 +137,7 @@ std::vector<PastRun> loadRuns(const std::string& jobId, size_t most) {
     std::vector<Document> newest = documents(directory + L"\\hist");
     newest.resize(std::min(newest.size(), most));
     for (const Document& document : newest) {
-        JSONObjectStorage summary;
-        summary.load(toUtf8(jobHistoryInfoPath(directory, document.instanceId)).c_str());
-        const std::string start = textOf(summary.values(), "starttime");
-        const std::string end = textOf(summary.values(), "endtime");
-        runs.push_back({.instanceId = document.instanceId,
-                        .startTime = start,
-                        .endTime = end,
-                        .seconds = secondsBetween(start, end),
-                        .state = textOf(summary.values(), "state"),
-                        .files = numberOf(summary.values(), "filescount"),
-                        .totalSize = numberOf(summary.values(), "totalsize"),
-                        .bytesPerSecond = numberOf(summary.values(), "speed"),
-                        .failed = readFailedItems(directory, document.instanceId)});
+        runs.push_back(loadRun(jobId, document.instanceId));
     }
     return runs;
 }

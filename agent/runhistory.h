@@ -33,9 +33,11 @@ struct PastRun {
 // [{"path", "code", "reason"}]
 json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items);
 
-// The newest runs first, at most `most`. What is damaged in a document counts as empty.
+// The newest runs first, at most `most`.
 std::vector<PastRun> loadRuns(const std::string& jobId, size_t most);
 
+// One run. What is damaged or missing in its document counts as empty.
+PastRun loadRun(const std::string& jobId, const std::string& instanceId);
 // When the last run that completed ended, in ticks of UTC; 0 for never.
 uint64_t lastCompletion(const std::string& jobId);
 

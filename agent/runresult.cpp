@@ -15,13 +15,6 @@
 namespace dorvo::agent {
 namespace {
 
-std::string instanceOf(const JobActivity& record) {
-    GUID id;
-    static_assert(sizeof(id) == sizeof(record.instanceId));
-    std::memcpy(&id, record.instanceId.data(), sizeof(id));
-    return uuidText(id);
-}
-
 uint32_t walkedFiles(const JobDefinition& job) {
     std::wstring directory;
     SourceTotals totals;
@@ -31,6 +24,13 @@ uint32_t walkedFiles(const JobDefinition& job) {
 }
 
 }  // namespace
+
+std::string instanceOf(const JobActivity& record) {
+    GUID id;
+    static_assert(sizeof(id) == sizeof(record.instanceId));
+    std::memcpy(&id, record.instanceId.data(), sizeof(id));
+    return uuidText(id);
+}
 
 RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedFiles,
                    std::vector<FailedItem> failed) {

@@ -30,6 +30,9 @@ struct RunResult {
     uint32_t error = 0;  // that the run ended with, 0 for none
 };
 
+// The id of the run that the record tells of.
+std::string instanceOf(const JobActivity& record);
+
 // Pure. `walkedFiles` are the files that a backup has looked at, 0 for a restore.
 RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedFiles,
                    std::vector<FailedItem> failed);

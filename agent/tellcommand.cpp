@@ -2,6 +2,7 @@
 
 #include "agenterror.h"
 #include "base/text.h"
+#include "interrupt.h"
 #include "jobstore.h"
 #include "liverecord.h"
 #include "runevents.h"
@@ -48,25 +49,33 @@ int TellCommand::run(Terminal& terminal) {
     const auto engine = openEngine();
     const JobList jobs = loadJobs();
     const JobDefinition& job = findJob(jobs, job_);
+    const std::string name = toUtf8(job.name());
     JobActivity record{};
     lookAtRecord(job.id(), record);
     if (static_cast<JobState>(record.state) == JobState::idle) {
         // The module would park it, and start it at its next due time all the same.
-        throw AgentError("The job '" + toUtf8(job.name()) + "' has no run: it has never run");
+        throw AgentError("The job '" + name + "' has no run: it has never run");
     }
     RunEvents events(engine.get());
     engine->tell(verb_, job.id());
+    const Interrupt interrupt;
     for (;;) {
-        const bool over = events.ended() || events.removed(job.id());
+        const bool ended = events.ended();
+        if (events.removed(job.id())) {
+            throw AgentError("The job '" + name + "' has been removed meanwhile");
+        }
         lookAtRecord(job.id(), record);
         if (settled(verb_, record)) {
             break;
         }
-        if (over) {
-            throw AgentError("The agent has ended before the job '" + toUtf8(job.name()) +
-                             "' did what it was told: 'agent show' shows its state");
+        if (ended) {
+            throw AgentError("The agent has ended before the job '" + name +
+                             "' did what it was told: 'agent show \"" + name +
+                             "\"' shows its state");
         }
-        WaitForSingleObject(events.event(), INFINITE);
+        if (!events.wait(interrupt.event())) {
+            throw AgentError("The job '" + name + "' was told, but not waited for", exitStopped);
+        }
     }
     terminal.out(outcomeText(job, record));
     return exitDone;

@@ -1,7 +1,6 @@
 #include "watchcommand.h"
 
 #include <algorithm>
-#include <array>
 #include <vector>
 
 #include "agenterror.h"
@@ -25,13 +24,6 @@ std::unique_ptr<Engine> residentIfAny() {
     } catch (const AgentError&) {
         return nullptr;
     }
-}
-
-// Until something is announced or it is time to look again. False for Ctrl+C.
-bool goesOn(const RunEvents& events, const Interrupt& interrupt) {
-    const std::array<HANDLE, 2> wakers = {events.event(), interrupt.event()};
-    return WaitForMultipleObjects(static_cast<DWORD>(wakers.size()), wakers.data(), FALSE,
-                                  lookMs) != WAIT_OBJECT_0 + 1;
 }
 
 // A job with the terminal that its lines go to.
@@ -81,16 +73,17 @@ int WatchCommand::run(Terminal& terminal) {
 }
 
 int WatchCommand::watchJob(Terminal& terminal) const {
-    const std::string id = findJob(loadJobs(), job_).id();
+    std::unique_ptr<JobDefinition> job = findJob(loadJobs(), job_).clone();
+    const std::string id = job->id();
     const auto resident = residentIfAny();
     RunEvents events(resident.get());
     const Interrupt interrupt;
-    WatchedJob watched(loadJob(id), terminal, json_);
+    WatchedJob watched(std::move(job), terminal, json_);
     bool said = json_;
     while (!watched.look(events, GetTickCount64())) {
         const std::string name = toUtf8(watched.job().name());
         if (!watched.following()) {
-            if (events.removed(id)) {
+            if (events.removed(id) || !hasJob(id)) {
                 throw AgentError("The job '" + name + "' has been removed", exitStopped);
             }
             if (events.ended()) {
@@ -102,7 +95,7 @@ int WatchCommand::watchJob(Terminal& terminal) const {
             }
             said = true;
         }
-        if (!goesOn(events, interrupt)) {
+        if (!events.wait(interrupt.event(), lookMs)) {
             terminal.status({});
             return exitStopped;
         }
@@ -137,7 +130,7 @@ int WatchCommand::watchAll(Terminal& terminal) const {
         if (ended) {
             events = std::make_unique<RunEvents>(nullptr);
         }
-    } while (goesOn(*events, interrupt));
+    } while (events->wait(interrupt.event(), lookMs));
     return exitDone;
 }
 
