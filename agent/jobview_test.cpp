@@ -9,6 +9,7 @@
 namespace dorvo::agent {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 class JobViewTest : public testing::Test {
@@ -48,10 +49,7 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
                       R"("overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
                       R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
     set(JobState::completed);
-    EXPECT_EQ(
-        text(),
-        R"({"id":"id","name":"docs","user":"alice","type":"backup",)"
-        R"("storage":"web","state":"completed","nextRun":"","lastCompleted":"","overdue":false})");
+    EXPECT_THAT(text(), EndsWith(R"("overdue":false})"));
 }
 
 TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {

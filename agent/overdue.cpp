@@ -5,6 +5,9 @@
 namespace dorvo::agent {
 namespace {
 
+// A completion that lies further ahead is of a clock that was wrong.
+constexpr int64_t day = 86'400;
+
 // The zone of another clock at a time of its own.
 class ClockAt : public ScheduleClock {
 public:
@@ -29,7 +32,8 @@ bool isOverdue(const JobSchedule& schedule, std::optional<int64_t> completed,
     if (!today) {
         return false;
     }
-    const int64_t from = completed ? *completed : today->startTime() - 1;
+    const bool known = completed && *completed - clock.now() < day;
+    const int64_t from = known ? *completed : today->startTime() - 1;
     if (from < 0) {
         return false;
     }

@@ -48,8 +48,10 @@ TEST(Overdue, TwoDueTimesAfterTheLastCompletion) {
              Row{"scheduled after the last completion", daily, "2026-01-10 12:00:00",
                  "2026-01-01 12:00:00", "2026-01-11 12:00:00", false},
              Row{"no start to count from", daily, nullptr, nullptr, "2026-01-07 02:00:00", false},
-             Row{"completed in the future", daily, nullptr, "2026-02-05 02:10:00",
-                 "2026-01-07 02:00:00", false},
+             Row{"the clock was set back by hours", daily, "2026-01-01 12:00:00",
+                 "2026-01-07 12:00:00", "2026-01-07 02:00:00", false},
+             Row{"the clock was set back by years", daily, "2026-01-01 12:00:00",
+                 "2031-01-07 02:10:00", "2026-01-07 02:00:00", true},
              Row{"by hand", manual, nullptr, "2026-01-01 02:00:00", "2026-12-01 02:00:00", false},
          }) {
         test::TestZone zone;
