@@ -85,10 +85,12 @@ std::string runText(const PastRun& run) {
 std::string restoreText(const RestoreJobDefinition& job) {
     const std::string all = "everything";
     const std::string paths = job.source().empty() ? all : joined(job.source(), "\n         ");
-    const std::string target = job.target().empty() ? "where they were" : toUtf8(job.target());
-    return "Paths    " + paths + "\nFrom     run " + job.jobInstanceId() + "\n         of job " +
-           job.jobDefinitionId() + " on machine " + printable(job.machine()) + "\nTo       " +
-           target + (job.prefix().empty() ? "" : " in place of " + toUtf8(job.prefix())) +
+    const std::string target =
+        job.target().empty() ? "where they were" : printable(toUtf8(job.target()));
+    return "Paths    " + paths + "\nFrom     run " + printable(job.jobInstanceId()) +
+           "\n         of job " + printable(job.jobDefinitionId()) + " on machine " +
+           printable(job.machine()) + "\nTo       " + target +
+           (job.prefix().empty() ? "" : " in place of " + printable(toUtf8(job.prefix()))) +
            "\nConflict " + conflictText(job.conflict()) + "\n";
 }
 
@@ -194,8 +196,8 @@ Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs)
 
 std::string detailText(const JobView& view, const std::vector<PastRun>& runs) {
     std::string text =
-        "Job      " + toUtf8(view.job->name()) + "\nId       " + view.job->id() + "\nType     " +
-        typeText(*view.job) + " of user " + view.job->user() + ", " +
+        "Job      " + printable(toUtf8(view.job->name())) + "\nId       " + view.job->id() +
+        "\nType     " + typeText(*view.job) + " of user " + view.job->user() + ", " +
         (view.job->storage() == StorageKind::web ? "at the server"
                                                  : "in " + toUtf8(view.job->location())) +
         "\n";

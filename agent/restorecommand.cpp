@@ -7,6 +7,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "jobrun.h"
+#include "printable.h"
 #include "restorejobs.h"
 #include "sourcepath.h"
 #include "users.h"
@@ -20,7 +21,7 @@ std::wstring backupName(const JobList& jobs, const WebInstance& run) {
             return job->name();
         }
     }
-    return toWide(run.machine);
+    return toWide(printable(run.machine));
 }
 
 }  // namespace
