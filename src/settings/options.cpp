@@ -235,7 +235,9 @@ bool OptionsImpl::waitForServer(bool wait) {
 }
 
 bool OptionsImpl::enableSnapshot(bool on) {
-    return store(snapshotKey, on);
+    const std::lock_guard guard(lock_);
+    options_[snapshotKey] = on;
+    return save();
 }
 
 }  // namespace dorvo

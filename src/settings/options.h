@@ -46,6 +46,7 @@ public:
     int update_start_at(int delayMs);
     int update_again_at(int periodMs);
     bool waitForServer(bool wait);
+    // Whether the file could be written.
     bool enableSnapshot(bool on);
 
 private:
