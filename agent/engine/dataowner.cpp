@@ -2,9 +2,9 @@
 
 #include <span>
 
-#include "agenterror.h"
 #include "base/md5.h"
 #include "base/paths.h"
+#include "base/private_access.h"
 #include "base/text.h"
 #include "failuretext.h"
 #include "sourcepath.h"
@@ -24,7 +24,10 @@ DataOwner::DataOwner(HANDLE giveUp, DWORD patienceMs) {
     if (!dataDirectory(directory) || !createDirectories(directory)) {
         throw AgentError("The data directory cannot be made: " + failureText(GetLastError()));
     }
-    mutex_.reset(CreateMutexW(nullptr, FALSE, mutexName(directory).c_str()));
+    // A service's mutex without rights of its own would be closed to administrators, who then could
+    // not wait for it.
+    PrivateAccess access(PrivateAccess::Kind::mutex);
+    mutex_.reset(CreateMutexW(access.attributes(), FALSE, mutexName(directory).c_str()));
     const DWORD error = GetLastError();
     if (!mutex_ && error != ERROR_ACCESS_DENIED) {
         throw AgentError("The data directory cannot be locked: " + failureText(error));
@@ -33,7 +36,7 @@ DataOwner::DataOwner(HANDLE giveUp, DWORD patienceMs) {
     const DWORD got = mutex_ ? waitFor(mutex_.get(), giveUp, patienceMs) : WAIT_TIMEOUT;
     if (got != WAIT_OBJECT_0 && got != WAIT_ABANDONED_0) {
         mutex_.reset();
-        throw AgentError(
+        throw DataOwned(
             "Another agent is running jobs on this machine: wait until it has ended, or pause its "
             "run with Ctrl+C");
     }

@@ -6,15 +6,22 @@
 
 #include <string>
 
+#include "agenterror.h"
 #include "base/handle.h"
 
 namespace dorvo::agent {
 
+// Another process runs jobs.
+class DataOwned : public AgentError {
+public:
+    using AgentError::AgentError;
+};
+
 class DataOwner {
 public:
-    // Waits for that long until no other process has it. Throws AgentError when one still does, and
+    // Waits for that long until no other process has it. Throws DataOwned when one still does, and
     // as soon as `giveUp` is signalled (borrowed; null for never), whose signal an event of auto
-    // reset loses.
+    // reset loses; another AgentError when the directory or its lock cannot be made.
     explicit DataOwner(HANDLE giveUp = nullptr, DWORD patienceMs = 0);
     ~DataOwner();
     DataOwner(const DataOwner&) = delete;

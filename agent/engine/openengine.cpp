@@ -45,7 +45,7 @@ std::unique_ptr<Engine> openEngine() {
         const auto left = static_cast<DWORD>(now < end ? end - now : 0);
         try {
             return std::make_unique<InProcessEngine>(changed, left);
-        } catch (const AgentError&) {
+        } catch (const DataOwned&) {
             // A file has come or gone: the owner may be a resident that answers by now.
             if (left == 0 || changed == nullptr ||
                 WaitForSingleObject(changed, 0) != WAIT_OBJECT_0) {

@@ -45,6 +45,7 @@ const wchar_t* rightsOf(PrivateAccess::Kind kind) {
         case PrivateAccess::Kind::file: return L";FA";
         case PrivateAccess::Kind::folder: return L"OICI;FA";
         case PrivateAccess::Kind::registryKey: return L"CI;KA";
+        case PrivateAccess::Kind::mutex: return L";GA";
     }
     return L";FA";
 }
@@ -60,6 +61,31 @@ PrivateAccess::PrivateAccess(Kind kind) {
     const std::wstring access = L"D:P" + allow + L"SY)" + allow + L"BA)" + allow + user + L")";
     descriptor_.reset(parse(access));
     attributes_ = {sizeof(attributes_), descriptor_.get(), FALSE};
+}
+
+bool isOwnedByOurs(const std::wstring& folder) {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    const DWORD error =
+        GetNamedSecurityInfoW(folder.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner,
+                              nullptr, nullptr, nullptr, &descriptor);
+    const std::unique_ptr<void, FreeLocal> owned(descriptor);
+    SetLastError(error);
+    if (error != ERROR_SUCCESS) {
+        return false;
+    }
+    if (IsWellKnownSid(owner, WinBuiltinAdministratorsSid) != 0 ||
+        IsWellKnownSid(owner, WinLocalSystemSid) != 0) {
+        return true;
+    }
+    wchar_t* text = nullptr;
+    if (ConvertSidToStringSidW(owner, &text) == 0) {
+        return false;
+    }
+    const std::unique_ptr<void, FreeLocal> ownedText(text);
+    const bool ours = processUser() == text;
+    SetLastError(ERROR_SUCCESS);
+    return ours;
 }
 
 bool giveToAdministrators(const std::wstring& folder) {

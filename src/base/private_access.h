@@ -15,8 +15,9 @@ class PrivateAccess {
 public:
     enum class Kind {
         file,
-        folder,      // and what is made in it
-        registryKey  // and what is made in it
+        folder,       // and what is made in it
+        registryKey,  // and what is made in it
+        mutex
     };
 
     explicit PrivateAccess(Kind kind);
@@ -33,6 +34,10 @@ private:
     std::unique_ptr<void, FreeLocal> descriptor_;
     SECURITY_ATTRIBUTES attributes_{};
 };
+
+// Whether a folder belongs to the administrators, the system or this process's user: whoever else
+// owns it may have put anything into it. False with the last error, 0 when it is somebody else's.
+bool isOwnedByOurs(const std::wstring& folder);
 
 // Gives a folder that is there to the administrators, so that they and the system alone may open it
 // and what lies in it with the folder's rights. False with the last error.

@@ -55,7 +55,10 @@ LSTATUS writeValue(const std::string& base64) {
 // Held by the one process that makes the key, so that two don't make two.
 class KeyMaker {
 public:
-    KeyMaker() : mutex_(CreateMutexW(nullptr, FALSE, L"Global\\trevold.Dorvo.random")) {
+    KeyMaker() {
+        // Without rights of its own a mutex of the system's is closed to administrators.
+        PrivateAccess access(PrivateAccess::Kind::mutex);
+        mutex_.reset(CreateMutexW(access.attributes(), FALSE, L"Global\\trevold.Dorvo.random"));
         const DWORD waited = mutex_ ? WaitForSingleObject(mutex_.get(), INFINITE) : WAIT_FAILED;
         held_ = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
     }
