@@ -15,8 +15,8 @@
 
 namespace dorvo::agent {
 
-// What a job can be told. `start` goes on with a paused run, `stop` cancels a run, `remove` stops
-// the job and deletes it with its history.
+// What a job can be told. `start` goes on with a paused run, `stop` cancels a run, `remove` cancels
+// the run, a paused one too, and deletes the job with its history.
 enum class JobVerb { start, resume, pause, stop, remove };
 
 struct ImportedKeys {

@@ -3,6 +3,8 @@
 #include <mutex>
 
 #include "agenterror.h"
+#include "base/log.h"
+#include "base/logfile.h"
 #include "base/text.h"
 #include "engine/modulehost.h"
 #include "engine/verbrefusal.h"
@@ -30,13 +32,24 @@ private:
     Engine::EventSink sink_;
 };
 
+// The removal stops what runs by itself, but not a paused run, which the server would keep as one
+// that goes on. It waits until the server has been told, or a server that does not answer been
+// given up, and goes on in either case: the log has what came of it.
+bool removeJob(JobManagerImpl& manager, const char* id) {
+    if (!manager.stopJob(id)) {
+        logLine(LogLevel::warning,
+                std::string("Job ") + id + " is removed, but its run could not be cancelled.");
+    }
+    return manager.removeJob(id);
+}
+
 bool carryOut(JobManagerImpl& manager, JobVerb verb, const char* id) {
     switch (verb) {
         case JobVerb::start: return manager.startJob(id);
         case JobVerb::resume: return manager.resumeJob(id);
         case JobVerb::pause: return manager.pauseJob(id);
         case JobVerb::stop: return manager.stopJob(id);
-        case JobVerb::remove: return manager.removeJob(id);
+        case JobVerb::remove: return removeJob(manager, id);
     }
     return false;
 }
@@ -50,6 +63,12 @@ const char* participle(JobVerb verb) {
         case JobVerb::remove: return "removed";
     }
     return "";
+}
+
+[[noreturn]] void refuseUnwrittenOptions() {
+    throw AgentError(
+        "The options file could not be written: see to the room on the disk and the rights in the "
+        "data directory");
 }
 
 std::string theJob(const JobDefinition& job) {
@@ -96,16 +115,20 @@ void ModuleEngine::tell(JobVerb verb, const std::string& id) {
 }
 
 void ModuleEngine::setServer(const std::string& host, uint16_t port, const std::string& name) {
+    if (host.empty() || port == 0) {
+        throw AgentError("A server is given as HOST:PORT");
+    }
+    if (!options().setServerInfo(name.c_str(), host.c_str(), port)) {
+        refuseUnwrittenOptions();
+    }
     // A backup had better wait for a server that is being restarted than fail its files.
     options().waitForServer(true);
-    // Saves all options.
-    if (!options().setServerInfo(name.c_str(), host.c_str(), port)) {
-        throw AgentError("The options file could not be written");
-    }
 }
 
 void ModuleEngine::setSnapshots(bool on) {
-    options().enableSnapshot(on);
+    if (!options().enableSnapshot(on)) {
+        refuseUnwrittenOptions();
+    }
 }
 
 void ModuleEngine::login(const std::string& user, const std::string& password) {

@@ -7,7 +7,7 @@ import proxy
 import trees
 from machine import windows_path
 from resident import Resident
-from system import PASSWORD, USER, System, SystemTest, World, make_tree, until
+from system import BLOCK, PASSWORD, USER, System, SystemTest, World, make_tree, until
 
 FAILED, PAUSED = 1, 4
 ZONE_KEY = r"HKLM\System\CurrentControlSet\Control\TimeZoneInformation"
@@ -116,9 +116,15 @@ class ResidentTest(SystemTest):
             self.assertIn("cancelled", machine.agent(verb, job, code=FAILED).err)
         machine.agent("start", job)
         self.assertBackedUp(system)
+
+        # What a removed job has begun does not look as if it were still going on.
+        (system.tree / "new.bin").write_bytes(bytes(3 * BLOCK))
+        system.kill_at(lambda: machine.start("start", job), "uploadfile", proxy.HOLD_REQUEST, 1)
         machine.agent("remove", job)
         self.assertFalse(machine.job_folder(job).exists())
         self.assertEqual(machine.listing("jobs"), [])
+        self.assertEqual(sorted(i["state"] for i in machine.listing("instances")),
+                         ["cancelled", "cancelled", "completed"])
 
     def test_a_lost_session_is_renewed_when_the_server_comes(self):
         system = System(self, "logins")
