@@ -1,8 +1,8 @@
 // Ctrl+C as an event.
 //
 // While the object lives, the first Ctrl+C signals the event and the second ends the process at
-// once, as paused. Closing the console or logging off signals it too and leaves the process the
-// time that the system grants. One object at a time.
+// once, as paused. Closing the console signals it too and leaves the process the time that the
+// system grants. One object at a time.
 #pragma once
 
 #include <windows.h>

@@ -21,12 +21,12 @@ namespace {
 std::unique_ptr<ModuleHost> makeHost(HANDLE stop, const std::function<void()>& waiting) {
     try {
         return std::make_unique<ModuleHost>();
-    } catch (const AgentError&) {
+    } catch (const DataOwned&) {
         waiting();
     }
     try {
         return std::make_unique<ModuleHost>(stop, INFINITE);
-    } catch (const AgentError&) {
+    } catch (const DataOwned&) {
         if (WaitForSingleObject(stop, 0) == WAIT_OBJECT_0) {
             return nullptr;
         }
@@ -38,6 +38,7 @@ std::unique_ptr<ModuleHost> makeHost(HANDLE stop, const std::function<void()>& w
 
 void Resident::run(const Listener& listener) {
     // What stands further down goes first at the end.
+    const SystemWatch watch(stop_);
     const std::unique_ptr<ModuleHost> host = makeHost(stop_, listener.waiting);
     if (!host) {
         return;
@@ -51,7 +52,6 @@ void Resident::run(const Listener& listener) {
     ControlServer server(engine, events);
     const ControlFile file(server.address());
     const LoginKeeper logins(engine);
-    const SystemWatch watch;
     logLine(LogLevel::information, "The resident agent is ready.");
     listener.ready();
     WaitForSingleObject(stop_, INFINITE);

@@ -15,25 +15,22 @@ namespace {
 constexpr const wchar_t* windowClass = L"DorvoSystemWatch";
 constexpr const wchar_t* zoneKey = L"SYSTEM\\CurrentControlSet\\Control\\TimeZoneInformation";
 
-LRESULT CALLBACK handleMessage(HWND window, UINT message, WPARAM parameter, LPARAM other) {
-    if (SystemWatch::messageChangesTime(message, parameter)) {
-        SystemWatch::timeChanged();
-    }
-    return DefWindowProcW(window, message, parameter, other);
-}
-
 // A top-level window, as messages to all windows go to no others; never shown. Made, used and
 // destroyed on one thread. Without one (a service has no desktop) there are no messages.
 class HiddenWindow {
 public:
-    HiddenWindow() {
+    // The procedure finds `data` among the window's data.
+    HiddenWindow(WNDPROC procedure, const void* data) {
         WNDCLASSW description{};
-        description.lpfnWndProc = handleMessage;
+        description.lpfnWndProc = procedure;
         description.hInstance = GetModuleHandleW(nullptr);
         description.lpszClassName = windowClass;
         RegisterClassW(&description);
         window_ = CreateWindowExW(0, windowClass, L"", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr,
                                   description.hInstance, nullptr);
+        if (window_ != nullptr) {
+            SetWindowLongPtrW(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(data));
+        }
     }
     ~HiddenWindow() {
         if (window_ != nullptr) {
@@ -74,7 +71,8 @@ private:
 
 }  // namespace
 
-SystemWatch::SystemWatch() : stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+SystemWatch::SystemWatch(HANDLE sessionEnds)
+    : sessionEnds_(sessionEnds), stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     if (!startThread(&SystemWatch::body, this, thread_)) {
         throw AgentError("The watch over the clock cannot be started: " +
                          failureText(GetLastError()));
@@ -98,6 +96,22 @@ bool SystemWatch::controlChangesTime(DWORD control, DWORD eventType) {
             (eventType == PBT_APMRESUMEAUTOMATIC || eventType == PBT_APMRESUMESUSPEND));
 }
 
+bool SystemWatch::messageEndsSession(UINT message, WPARAM parameter) {
+    return message == WM_ENDSESSION && parameter != FALSE;
+}
+
+LRESULT SystemWatch::handleMessage(HWND window, UINT message, WPARAM parameter, LPARAM other) {
+    const auto* const self =
+        reinterpret_cast<const SystemWatch*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (messageChangesTime(message, parameter)) {
+        timeChanged();
+    } else if (self != nullptr && messageEndsSession(message, parameter)) {
+        SetEvent(self->sessionEnds_);
+        WaitForSingleObject(self->stop_.get(), INFINITE);
+    }
+    return DefWindowProcW(window, message, parameter, other);
+}
+
 void SystemWatch::timeChanged() {
     logLine(LogLevel::information,
             "The clock may have changed: what is due when is planned again.");
@@ -110,7 +124,7 @@ DWORD SystemWatch::body(void* self) {
 }
 
 void SystemWatch::watch() const {
-    const HiddenWindow window;
+    const HiddenWindow window(&SystemWatch::handleMessage, this);
     ZoneKey zone;
     const std::array<HANDLE, 2> wakers = {stop_.get(), zone.changed()};
     for (;;) {

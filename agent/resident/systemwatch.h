@@ -1,9 +1,11 @@
 // Has the timers planned again when the system's clock or time zone has changed, or it has woken
-// from sleep.
+// from sleep; and ends the resident when the user's session ends.
 //
-// On a thread of its own a hidden window gets what the system announces of clock and power, and the
-// registry key of the time zone is watched. A service gets no such messages: its controls go to
-// controlChangesTime(). Lives while the module is open.
+// On a thread of its own a hidden window gets what the system announces of clock, power and
+// session, and the registry key of the time zone is watched. A service gets no such messages: its
+// controls go to controlChangesTime(). A program with windows hears of the session's end in no
+// other way, and the system ends it as soon as it has answered: the answer is the destructor's, so
+// the watch outlives whatever has to end in order.
 #pragma once
 
 #include <windows.h>
@@ -14,8 +16,9 @@ namespace dorvo::agent {
 
 class SystemWatch {
 public:
-    // Throws AgentError when the system gives no thread.
-    SystemWatch();
+    // `sessionEnds` is borrowed: an event that is set when the session ends. Throws AgentError when
+    // the system gives no thread.
+    explicit SystemWatch(HANDLE sessionEnds);
     ~SystemWatch();
     SystemWatch(const SystemWatch&) = delete;
     SystemWatch& operator=(const SystemWatch&) = delete;
@@ -24,6 +27,8 @@ public:
     // may have jumped. Pure.
     static bool messageChangesTime(UINT message, WPARAM parameter);
     static bool controlChangesTime(DWORD control, DWORD eventType);
+    // Whether the window message says that the session ends now. Pure.
+    static bool messageEndsSession(UINT message, WPARAM parameter);
 
     // Plans the timers again. Any thread.
     static void timeChanged();
@@ -31,8 +36,11 @@ public:
 private:
     static DWORD WINAPI body(void* self);
     void watch() const;
+    static LRESULT CALLBACK handleMessage(HWND window, UINT message, WPARAM parameter,
+                                          LPARAM other);
 
-    KernelHandle stop_;
+    HANDLE sessionEnds_;
+    KernelHandle stop_;  // manual reset
     HANDLE thread_ = nullptr;
 };
 

@@ -15,6 +15,10 @@ TEST(SystemWatch, KnowsWhatMakesTheTimeJump) {
         SystemWatch::controlChangesTime(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC));
     EXPECT_FALSE(SystemWatch::controlChangesTime(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND));
     EXPECT_FALSE(SystemWatch::controlChangesTime(SERVICE_CONTROL_INTERROGATE, 0));
+    // Another program may have refused the end that was asked about.
+    EXPECT_FALSE(SystemWatch::messageEndsSession(WM_QUERYENDSESSION, TRUE));
+    EXPECT_FALSE(SystemWatch::messageEndsSession(WM_ENDSESSION, FALSE));
+    EXPECT_TRUE(SystemWatch::messageEndsSession(WM_ENDSESSION, TRUE));
 }
 
 }  // namespace
