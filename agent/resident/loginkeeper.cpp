@@ -28,8 +28,9 @@ std::set<std::string> usersOfWebJobs() {
 }
 
 LoginPlan::Rules rulesOfOptions() {
+    // Only a file edited by hand says 0 or less.
     return {.tries = options().loginRetrytimes(),
-            .againMs = static_cast<uint64_t>(options().loginAgainAfter()) * 1000};
+            .againMs = static_cast<uint64_t>(std::max(options().loginAgainAfter(), 1)) * 1000};
 }
 
 LoginPlan::Outcome outcomeOf(uint32_t error) {

@@ -6,6 +6,7 @@
 #include "base/handle.h"
 #include "base/paths.h"
 #include "base/private_access.h"
+#include "base/text.h"
 #include "failuretext.h"
 
 namespace dorvo::agent {
@@ -106,9 +107,10 @@ void stopAndWait(SC_HANDLE service) {
         if (error != ERROR_SERVICE_CANNOT_ACCEPT_CTRL) {
             refuse("stopped", error);
         }
-        // One that starts is told again when it has; one that stops has been told.
-        if (queryStatus(service).dwCurrentState != SERVICE_START_PENDING ||
-            !awaitRest(service, true)) {
+        // One that stops has been told; one that starts, or has just done so, is told again.
+        const DWORD state = queryStatus(service).dwCurrentState;
+        if (state == SERVICE_STOP_PENDING ||
+            (state == SERVICE_START_PENDING && !awaitRest(service, true))) {
             break;
         }
     }
@@ -129,13 +131,28 @@ std::wstring commandLine(const std::wstring& arguments) {
 }
 
 // Whoever can write there can have the service do anything, and whoever can read there has the
-// keys.
+// keys. The owner of the folder around it can put another directory in its place.
 void protectDataDirectory() {
+    constexpr const char* what =
+        "installed, the data directory could not be given to the administrators";
     std::wstring directory;
-    if (!dataDirectory(directory) || !createDirectories(directory) ||
-        !giveToAdministrators(directory)) {
-        refuse("installed, the data directory could not be given to the administrators",
-               GetLastError());
+    if (!dataDirectory(directory) || !createDirectories(directory)) {
+        refuse(what, GetLastError());
+    }
+    for (const std::wstring& folder : {directory.substr(0, directory.rfind(L'\\')), directory}) {
+        if (isOwnedByOurs(folder)) {
+            continue;
+        }
+        if (const DWORD error = GetLastError(); error != ERROR_SUCCESS) {
+            refuse(what, error);
+        }
+        throw AgentError("The service could not be installed: '" + toUtf8(folder) +
+                         "' belongs to another user, who may have put jobs into it; delete it, or "
+                         "look through it and make it the administrators' (takeown /a /r /f), and "
+                         "try again");
+    }
+    if (!giveToAdministrators(directory)) {
+        refuse(what, GetLastError());
     }
 }
 
@@ -194,11 +211,17 @@ void Service::uninstall() {
 
 void Service::start() {
     const ServiceHandle service = openService("started", SERVICE_START | SERVICE_QUERY_STATUS);
-    if (StartServiceW(service.get(), 0, nullptr) == 0) {
+    while (StartServiceW(service.get(), 0, nullptr) == 0) {
         const DWORD error = GetLastError();
         if (error != ERROR_SERVICE_ALREADY_RUNNING) {
             refuse("started", error);
         }
+        // One that stops counts as running: it is started when it has.
+        const DWORD state = queryStatus(service.get()).dwCurrentState;
+        if (state != SERVICE_STOP_PENDING && state != SERVICE_STOPPED) {
+            break;
+        }
+        awaitRest(service.get(), false);
     }
     if (!awaitRest(service.get(), true)) {
         throw AgentError("The service has stopped again: the log file says why");
