@@ -19,6 +19,7 @@ from jobmodel import Command, Crash, Due, Outage, Rules, explain
 from layout import WINDOWS_BIN
 from machine import windows_path
 from process import Process
+from resident import Resident
 from system import BLOCK, USER, System, write
 
 # What a run may meet while its server is away: resets, ends of stream, refusals.
@@ -208,7 +209,7 @@ class Day(System):
         super().__init__(test, "day")
         self.random = random.Random(seed)
         self.events, self.jobs, self.outages = Events(), [], []
-        self.agent = self._process = None
+        self.agent = self._resident = None
         self.vault = self.folder / "vault"
         self.vault.mkdir()
         self._marker = {"id": str(uuid.uuid4()), "name": "marker", "user": USER, "type": 1, "storage": "web",
@@ -217,8 +218,7 @@ class Day(System):
     # -- the agent ------------------------------------------------------------------------------
 
     def start_agent(self):
-        self._process = self.machine.start("run")
-        self._process.until_said("The resident agent is ready.")
+        self._resident = Resident(self.machine)
         self.agent = Control(self.machine.data)
         self.events.follow(self.agent)
         self.mark()
@@ -226,15 +226,13 @@ class Day(System):
     def end_agent(self):
         """As Ctrl+C does."""
         self.mark()
-        self._process.signal(2)
-        code = self._process.wait(120)
+        self._resident.stop(300)
         self.events.leave()
-        return code
 
     @contextlib.contextmanager
     def crashed(self):
         """The agent is killed, and started again after the block."""
-        self._process.kill()
+        self._resident.kill()
         killed = time.time()
         self.events.leave()
         heard = [(job, len(job.heard())) for job in self.jobs]
@@ -268,7 +266,7 @@ class Day(System):
         counts = collections.Counter({"handles of kind " + kind: int(number)
                                       for kind, number in (line.split() for line in seen.out.splitlines())})
         for name, folder in (("threads", "task"), ("descriptors", "fd")):
-            counts[name] = len(os.listdir(f"/proc/{self._process.pid}/{folder}"))
+            counts[name] = len(os.listdir(f"/proc/{self._resident.process.pid}/{folder}"))
         return counts
 
     @functools.cached_property
