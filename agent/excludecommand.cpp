@@ -15,9 +15,6 @@ CLI::App* ExcludeCommand::describe(CLI::App& parent) {
     CLI::App* const exclude =
         parent.add_subcommand("exclude", "Choose paths that backups leave out");
     exclude->require_subcommand(1);
-    const char* const example =
-        "Example:\n  agent exclude add C:\\Users\\alice\\Downloads --job docs";
-    exclude->footer(example);
     add_ = exclude->add_subcommand("add", "Leave out a path and what lies below it");
     CLI::App* const remove = exclude->add_subcommand("remove", "Back up a path again");
     list_ = exclude->add_subcommand("list", "List the paths");
@@ -26,8 +23,13 @@ CLI::App* ExcludeCommand::describe(CLI::App& parent) {
     }
     for (CLI::App* const command : {add_, remove, list_}) {
         command->add_option("--job", job_, "Of this job only: its name or id");
-        command->footer(example);
     }
+    const char* const example =
+        "Example:\n  agent exclude add C:\\Users\\alice\\Downloads --job docs";
+    exclude->footer(example);
+    add_->footer(example);
+    remove->footer("Example:\n  agent exclude remove C:\\Users\\alice\\Downloads --job docs");
+    list_->footer("Example:\n  agent exclude list --json");
     list_->add_flag("--json", json_, "One JSON document");
     return exclude;
 }
