@@ -57,7 +57,7 @@ TEST(Overdue, TwoDueTimesAfterTheLastCompletion) {
         test::TestZone zone;
         JobSchedule schedule = row.schedule;
         if (row.start != nullptr) {
-            constexpr int64_t behindUtc = 8 * 3600;  // the zone's clock in winter
+            constexpr int64_t behindUtc = int64_t{8} * 3600;  // the zone's clock in winter
             schedule.start = ticksOfInstant(zone.at(row.start) - behindUtc);
         }
         zone.time = zone.at(row.now);

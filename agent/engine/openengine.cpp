@@ -35,7 +35,7 @@ ChangeNotification watchDataDirectory() {
 
 std::unique_ptr<Engine> openEngine() {
     const ChangeNotification changes = watchDataDirectory();
-    const HANDLE changed = changes ? changes.get() : nullptr;
+    HANDLE changed = changes ? changes.get() : nullptr;
     const ULONGLONG end = GetTickCount64() + patienceMs;
     for (;;) {
         if (auto resident = RemoteEngine::connect()) {

@@ -189,7 +189,7 @@ TEST_F(Planner, StartsOnceInANightThatLosesOrRepeatsAnHour) {
                 load(sunday + std::string(" 00:00:00") + season);
                 const int64_t change = at(sunday + std::string(" 02:00:00") + season);
                 int starts = 0;
-                for (int64_t time = zone_.time; time < change + 6 * 3600; time += 900) {
+                for (int64_t time = zone_.time; time < change + int64_t{6} * 3600; time += 900) {
                     if (told && time == change) {
                         dispatcher_.setClock(time);
                     }
