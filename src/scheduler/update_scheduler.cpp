@@ -81,6 +81,8 @@ Update_Scheduler::Update_Scheduler(const Update_Scheduler& other)
       dispatcher_(other.dispatcher_),
       againInterval_(other.againInterval_) {}
 
+// A timer stays with its dispatcher.
+// cppcheck-suppress operatorEqVarError
 Update_Scheduler& Update_Scheduler::operator=(const Update_Scheduler& other) {
     if (this != &other) {
         againInterval_ = other.againInterval_;

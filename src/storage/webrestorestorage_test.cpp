@@ -93,7 +93,8 @@ TEST_F(WebRestoreStorageTest, EndsWithErrorsAndHistoryOfTheRestore) {
     EXPECT_FALSE(storage.end({}));
     WebRestoreStorage::Run run = makeRun();
     run.host.clear();
-    EXPECT_FAILS(ERROR_INVALID_PARAMETER, WebRestoreStorage(std::move(run)).end(history));
+    WebRestoreStorage nowhere(run);
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, nowhere.end(history));
 }
 
 }  // namespace
