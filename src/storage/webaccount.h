@@ -40,8 +40,7 @@ public:
     // Gives the text of the new session's cookie, as it is to be sent back. 401: the user or the
     // password is wrong; 429: too many failed tries.
     static bool login(const std::string& user, const std::string& password,
-                      const std::string& machine, std::string& cookie,
-                      HANDLE stop = nullptr);
+                      const std::string& machine, std::string& cookie, HANDLE stop = nullptr);
 
     // Ends the session at the service. 401: there is none of that cookie.
     static bool logout(const std::string& user, const std::string& cookie, HANDLE stop = nullptr);
