@@ -64,11 +64,15 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
     asio::io_context io;
     auto work = asio::make_work_guard(io);
     asio::thread_pool workers(1);
-    const HttpConnection::Shared shared{
-        dispatcher, {}, [](const std::string&) {}, workers, [&](HttpConnection*) { io.stop(); }};
+    const HttpConnection::Shared shared{dispatcher,
+                                        {},
+                                        [](const std::string&) {},
+                                        workers,
+                                        [](uint64_t, bool) {},
+                                        [&](uint64_t) { io.stop(); }};
     asio::ip::tcp::socket socket(asio::make_strand(io));
     socket.assign(asio::ip::tcp::v4(), ends[1]);
-    std::make_shared<HttpConnection>(std::move(socket), shared)->start();
+    std::make_shared<HttpConnection>(std::move(socket), shared, 1)->start();
     io.run();
     workers.join();
     return readAll(client.get());
