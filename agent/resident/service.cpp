@@ -124,7 +124,7 @@ std::wstring commandLine(const std::wstring& arguments) {
             GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
         if (length < path.size()) {
             path.resize(length);
-            return L"\"" + path + L"\" " + arguments;
+            return path.insert(0, 1, L'"').append(L"\" ").append(arguments);
         }
         path.resize(path.size() * 2);
     }

@@ -64,7 +64,7 @@ DWORD ServiceProcess::handleControl(DWORD control, DWORD eventType, void*, void*
 }
 
 void ServiceProcess::serve() {
-    const SERVICE_STATUS_HANDLE handle =
+    SERVICE_STATUS_HANDLE handle =
         RegisterServiceCtrlHandlerExW(Service::name, &ServiceProcess::handleControl, this);
     if (handle == nullptr) {
         logFailure(failureText(GetLastError()));
