@@ -24,18 +24,6 @@ TEST_F(BackupJobTest, ReadsFilesFromWhereTheyAre) {
     }
 }
 
-TEST_F(BackupJobTest, ARunPausedBeforeItsListWasWholeGeneratesItAnew) {
-    script_.list = {WSAECONNRESET};
-    const auto job = makeBackup();
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
-    EXPECT_TRUE(script_.calls.empty());
-    write(sources() + L"\\d", "later");
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c", "d"}));
-}
-
 TEST_F(BackupJobTest, ASourceThatIsNotThereIsAFailedItemOnce) {
     script_.list = {WSAECONNRESET};
     // The first has no volume.

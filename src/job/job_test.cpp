@@ -29,27 +29,6 @@ protected:
     JobGround ground_;
 };
 
-TEST_F(JobLifecycle, AStartReturnsWhenTheRunIsUnderWay) {
-    Signal leave;
-    TestJob::plans["a"].run = [&](TestJob& job) {
-        job.activity()->state = value(JobState::starting);
-        EXPECT_TRUE(job.running());
-        EXPECT_TRUE(job.setStartEvent());
-        EXPECT_TRUE(leave.wait());
-        job.activity()->state = value(JobState::completed);
-        return 7UL;
-    };
-    const auto job = make("a");
-    EXPECT_TRUE(job->wait(INFINITE)) << "there is no run";
-    EXPECT_TRUE(job->start());
-    EXPECT_EQ(job->state(), value(JobState::starting));
-    EXPECT_FALSE(job->wait(0));
-    EXPECT_TRUE(job->start()) << "it runs already";
-    leave.set();
-    EXPECT_TRUE(job->wait(INFINITE));
-    EXPECT_FALSE(job->running());
-}
-
 TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
     TestJob::plans["a"].run = [](TestJob&) { return 1UL; };
     TestJob::plans["b"].run = [](TestJob& job) -> unsigned long {
@@ -91,24 +70,6 @@ TEST_F(JobLifecycle, ANewRunKeepsOnlyTheHistory) {
     EXPECT_TRUE(job->ran.wait()) << "and is not stopped by what came before";
     EXPECT_EQ(job->activity()->pendingState, 0);
     EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_TIMEOUT});
-}
-
-TEST_F(JobLifecycle, PausesAndGoesOnWithTheSameInstance) {
-    const auto job = make("a");
-    EXPECT_FALSE(job->resume()) << "it is idle";
-    EXPECT_TRUE(job->start());
-    EXPECT_TRUE(job->ran.wait());
-    const auto instance = job->activity()->instanceId;
-    EXPECT_TRUE(job->resume()) << "it runs already";
-    EXPECT_TRUE(job->pause(true));
-    EXPECT_TRUE(job->wait(INFINITE));
-    EXPECT_EQ(job->state(), value(JobState::paused));
-    EXPECT_EQ(job->activity()->pausedManually, 1U);
-    EXPECT_TRUE(job->start()) << "a start of a paused job resumes it";
-    EXPECT_TRUE(job->ran.wait());
-    EXPECT_EQ(job->activity()->resuming, 1U);
-    EXPECT_EQ(job->activity()->instanceId, instance);
-    EXPECT_EQ(ground_.events(), Names{JobGround::event("a", "pausing")});
 }
 
 TEST_F(JobLifecycle, AnIdleJobIsParkedWithoutAThread) {
@@ -213,23 +174,6 @@ TEST_F(JobLifecycle, AJobWithoutARecordRefusesEverything) {
     json_spirit::Object object;
     job.toJSON(object);
     EXPECT_EQ(json_spirit::write(json_spirit::Value(object)), R"({"id":"nowhere","state":"none"})");
-}
-
-TEST_F(JobLifecycle, ADestroyedJobHasPausedItsRun) {
-    auto job = make("a");
-    EXPECT_TRUE(job->start());
-    EXPECT_TRUE(job->ran.wait());
-    job.reset();
-    JobActivity record{};
-    ASSERT_TRUE(JobActivityHandle::read("a", record));
-    EXPECT_EQ(record.state, value(JobState::paused));
-    EXPECT_EQ(record.pausedManually, 0U);
-    // What the record says alone is no run: nothing is paused.
-    job = make("a");
-    job->activity()->state = value(JobState::running);
-    job.reset();
-    ASSERT_TRUE(JobActivityHandle::read("a", record));
-    EXPECT_EQ(record.state, value(JobState::running));
 }
 
 TEST_F(JobLifecycle, TellsItsStateInALine) {

@@ -18,8 +18,8 @@ protected:
     static std::unique_ptr<JobDefinition> saved(const std::string& id) {
         return JobDefinitionFactory::create(JobGround::directory(id) + L"\\def");
     }
-    static bool submit(const std::string& id, ScheduleKind kind = ScheduleKind::manual) {
-        return manager_->submitJob(backupDefinition(id, kind).release());
+    static bool submit(const std::string& id) {
+        return manager_->submitJob(backupDefinition(id).release());
     }
     static Names ids() {
         Names result;
@@ -60,8 +60,12 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
     writeFile(JobGround::directory("unknown") + L"\\def", unknown);
     ASSERT_TRUE(saved("good")->save(JobGround::directory("copy") + L"\\def"));
     TestJob::plans["stubborn"].initialises = false;
+    std::wstring data;
+    ASSERT_TRUE(dataDirectory(data));
+    writeFile(data + L"\\consistentcheck\\deep\\file", "x");
     const LogCapture quiet;
     restart();
+    EXPECT_FALSE(exists(data + L"\\consistentcheck\\deep"));
     EXPECT_EQ(ids(), Names{"good"});
     for (const auto& [id, kept] : {std::pair{"missing", false},
                                    {"damaged", false},
@@ -71,39 +75,6 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
         EXPECT_EQ(exists(JobGround::directory(id)), kept) << id;
     }
     EXPECT_EQ(JobGround::job("good")->state(), value(JobState::idle));
-}
-
-TEST_F(JobManager, SubmitsANewJob) {
-    struct Row {
-        const char* id;
-        ScheduleKind kind;
-        bool starts;
-        bool saysIdle;
-    };
-    constexpr Row rows[] = {{"once", ScheduleKind::once, true, false},
-                            {"daily", ScheduleKind::daily, false, true},
-                            {"manual", ScheduleKind::manual, false, false}};
-    Names expected;
-    for (const Row& row : rows) {
-        EXPECT_TRUE(submit(row.id, row.kind));
-        ASSERT_NE(saved(row.id), nullptr);
-        EXPECT_EQ(saved(row.id)->name(), JobGround::job(row.id)->definition().name());
-        EXPECT_EQ(JobGround::job(row.id)->inits, 1);
-        EXPECT_EQ(JobGround::job(row.id)->state() != value(JobState::idle), row.starts);
-        expected.push_back(JobGround::event(row.id, "created"));
-        if (row.saysIdle) {
-            expected.push_back(JobGround::event(row.id, "idle"));
-        }
-    }
-    EXPECT_EQ(ids(), (Names{"once", "daily", "manual"}));
-    EXPECT_EQ(ground_.events(), expected);
-
-    TestJob* once = JobGround::job("once");
-    ASSERT_TRUE(once->ran.wait());
-    const auto instance = once->activity()->instanceId;
-    EXPECT_TRUE(submit("once", ScheduleKind::once)) << "while it runs";
-    EXPECT_EQ(once->activity()->instanceId, instance);
-    EXPECT_EQ(once->state(), value(JobState::running));
 }
 
 TEST_F(JobManager, RefusesWhatCannotBeAJob) {
@@ -152,17 +123,6 @@ TEST_F(JobManager, UpdatesAJobThatDoesNotRun) {
     EXPECT_FALSE(manager_->submitJob(new RestoreJobDefinition("Job", L"n", "u")))
         << "a job keeps its type";
     EXPECT_EQ(job->definition().type(), 1);
-}
-
-TEST_F(JobManager, FindsJobsByIdWithoutCase) {
-    EXPECT_TRUE(submit("Job"));
-    EXPECT_EQ(manager_->job("jOB"), manager_->jobs()[0]);
-    for (const char* id : {"job2", "", static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(manager_->job(id), nullptr);
-        EXPECT_FALSE(manager_->startJob(id) || manager_->stopJob(id) || manager_->pauseJob(id) ||
-                     manager_->resumeJob(id) || manager_->lockJob(id) || manager_->removeJob(id) ||
-                     manager_->command("do_schedule", id));
-    }
 }
 
 TEST_F(JobManager, DrivesAllJobsPastAFailure) {
@@ -237,27 +197,6 @@ TEST_F(JobManager, AJobThatCannotBeStoppedIsNotRemoved) {
     EXPECT_TRUE(manager_->pauseJob("a"));
     EXPECT_TRUE(JobGround::job("a")->wait(INFINITE));
     EXPECT_TRUE(manager_->resumeJob("a")) << "it is still a job";
-}
-
-TEST_F(JobManager, CloseParksWhatRunsAndFindsItAgainToRemoveIt) {
-    for (const char* id : {"a", "b"}) {
-        running(id);
-    }
-    std::wstring data;
-    ASSERT_TRUE(dataDirectory(data));
-    writeFile(data + L"\\consistentcheck\\deep\\file", "x");
-    restart();
-    EXPECT_EQ(ids().size(), 2U);
-    EXPECT_EQ(JobGround::job("a")->state(), value(JobState::paused));
-    EXPECT_FALSE(exists(data + L"\\consistentcheck\\deep"));
-    EXPECT_TRUE(exists(data + L"\\consistentcheck"));
-    EXPECT_TRUE(manager_->resumeJob("a"));
-    manager_->removeAllJobs();
-    manager_->close();
-    manager_->close();
-    EXPECT_TRUE(manager_->jobs().empty());
-    EXPECT_FALSE(exists(JobGround::directory("a")));
-    EXPECT_FALSE(exists(JobGround::directory("b")));
 }
 
 }  // namespace

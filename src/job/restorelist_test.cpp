@@ -62,19 +62,6 @@ protected:
     const std::wstring list_ = ground_.path() + L"\\src";
 };
 
-TEST_F(RestoreList, ListsAllThatTheBackupHoldsPageByPage) {
-    catalog_.pages[{L"", ""}] = {{folder(L"C:\\a"), file(L"C:\\a\\x", 5)}, "1"};
-    catalog_.pages[{L"", "1"}] = {{}, "2"};
-    catalog_.pages[{L"", "2"}] = {{file(L"C:\\b", 7)}, ""};
-    ASSERT_TRUE(generate({}));
-    EXPECT_THAT(records(),
-                ElementsAre(L"SS", L"DI 1 C:\\a", L"FI 2 C:\\a\\x", L"FI 3 C:\\b", L"ES"));
-    EXPECT_EQ(generator_.totals().directoryCount(), 1u);
-    EXPECT_EQ(generator_.totals().fileCount(), 2u);
-    EXPECT_EQ(generator_.totals().fileSize(), 12u);
-    EXPECT_THAT(failed_, IsEmpty());
-}
-
 TEST_F(RestoreList, AsksForEverySourceOnceAndReportsWhatIsNotHeld) {
     catalog_.pages[{L"C:\\a", ""}] = {{folder(L"C:\\a"), file(L"C:\\a\\x")}, ""};
     catalog_.pages[{L"C:\\ab", ""}] = {{file(L"C:\\ab")}, ""};

@@ -31,31 +31,6 @@ struct KindNames {
 using Kinds = testing::Types<ScriptedBackup, ScriptedRestore>;
 TYPED_TEST_SUITE(TransferJobTest, Kinds, KindNames);
 
-TYPED_TEST(TransferJobTest, TransfersEverythingAndEnds) {
-    Script& script = this->script_;
-    const auto job = this->makeJob();
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));
-    EXPECT_EQ(script.calls.front(), "start");
-    EXPECT_EQ(script.calls.back(), "end");
-
-    const JobActivity& record = job->record();
-    EXPECT_EQ(record.fileCount, 3u);
-    EXPECT_EQ(record.directoryCount, 1u);
-    EXPECT_EQ(record.totalSize, 21u);
-    EXPECT_EQ(record.doneSize, 21u);
-    EXPECT_EQ(record.fileIndex, 3u);
-    EXPECT_EQ(record.progress(), 100);
-    EXPECT_EQ(record.endError, 0u);
-    EXPECT_EQ(record.lastRunState, completed);
-
-    const auto history = job->history();
-    EXPECT_EQ(history.at("state").get_str(), "completed");
-    EXPECT_EQ(history.at("filescount").get_int64(), 3);
-    EXPECT_TRUE(job->errors().empty());
-}
-
 TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
     Script& script = this->script_;
     script.items["a"] = {0x20010193};
@@ -66,32 +41,6 @@ TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
     EXPECT_EQ(job->state(), completed);
     EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden", "b 32 "}));
     EXPECT_EQ(job->record().failedItems, 2u);
-}
-
-TYPED_TEST(TransferJobTest, PausesForTheNetworkAndResumesAtTheItem) {
-    Script& script = this->script_;
-    script.items["a"] = {ERROR_ACCESS_DENIED};
-    script.items["b"] = {WSAECONNRESET};
-    auto job = this->makeJob();
-    this->run(*job);
-    EXPECT_EQ(job->state(), paused);
-    EXPECT_EQ(job->record().pausedManually, 0u);
-    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(WSAECONNRESET));
-    EXPECT_EQ(script.count("end") + script.count("cancel"), 0u);
-
-    // Another process takes it up, and does not list again.
-    job.reset();
-    script.calls.clear();
-    script.listed = 0;
-    job = this->makeJob();
-    ASSERT_TRUE(job->init());
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script.listed, 0u);
-    EXPECT_EQ(script.stored(), (Names{"b", "c"}));
-    EXPECT_EQ(job->errors(), (Names{"a 5 "}));
-    EXPECT_EQ(job->record().fileIndex, 3u);
-    EXPECT_EQ(job->record().doneSize, 21u);
 }
 
 TYPED_TEST(TransferJobTest, StartFailures) {
@@ -205,20 +154,6 @@ TYPED_TEST(TransferJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
     EXPECT_TRUE(this->script_.calls.empty());
     this->run(*job);
     EXPECT_EQ(job->state(), completed);
-}
-
-TYPED_TEST(TransferJobTest, AnEndThatFailsForNowIsAllThatIsRepeated) {
-    Script& script = this->script_;
-    script.end = {0x200101F7, ERROR_CANCELLED};
-    const auto job = this->makeJob();
-    this->run(*job);
-    EXPECT_EQ(job->state(), paused);
-    this->run(*job);
-    EXPECT_EQ(job->state(), paused) << "the end was broken off";
-    script.calls.clear();
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script.calls, (Names{"start", "end"}));
 }
 
 TYPED_TEST(TransferJobTest, AnEndThatIsRefusedFailsTheRun) {

@@ -62,7 +62,7 @@ public:
             return INVALID_HANDLE_VALUE;
         }
         ++opened;
-        mostOpen = std::max(mostOpen, ++open_);
+        ++open_;
         auto* search = new Search{folder, 0};
         findNext(search, entry);
         return search;
@@ -105,7 +105,6 @@ public:
     std::wstring breaking;    // the folder whose enumeration fails after `breaksAt` entries
     size_t breaksAt = 0;
     int opened = 0;
-    int mostOpen = 0;
 
 private:
     struct Search {

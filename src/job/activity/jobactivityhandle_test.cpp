@@ -7,18 +7,14 @@
 
 #include "base/paths.h"
 #include "base/rm_rf.h"
-#include "support/child_process.h"
 #include "support/fails_with.h"
 #include "support/files.h"
 #include "support/log_capture.h"
-#include "support/signal.h"
 
 namespace dorvo {
 namespace {
 
-using test::ChildProcess;
 using test::LogCapture;
-using test::Signal;
 
 class ActivityFile : public testing::Test {
 protected:
@@ -106,58 +102,6 @@ TEST_F(ActivityFile, IsCopiedWhetherItIsMappedOrNot) {
             << damaged.size();
         EXPECT_EQ(record.fileIndex, 17U) << "left as it was";
     }
-}
-
-// Runs in a second process; its argument is the job's id.
-TEST(ActivityReader, DISABLED_FollowsARunningJob) {
-    Signal seen("activity-seen");
-    const Signal changed("activity-changed");
-    JobActivityHandle reader;
-    ASSERT_TRUE(reader.open(test::childArgument().c_str(), false));
-    EXPECT_EQ(reader->state, 3);
-    EXPECT_EQ(reader->currentFilePath(), L"C:\\one");
-    seen.set();
-    ASSERT_TRUE(changed.wait());
-    EXPECT_EQ(reader->state, 6);
-    EXPECT_EQ(reader->currentFilePath(), L"C:\\two");
-}
-
-TEST_F(ActivityFile, IsFollowedFromAnotherProcess) {
-    const Signal seen("activity-seen");
-    Signal changed("activity-changed");
-    ASSERT_TRUE(handle_.open(id_.c_str(), true));
-    handle_->state = 3;
-    handle_->currentFilePath(L"C:\\one");
-    ChildProcess reader("ActivityReader.DISABLED_FollowsARunningJob", id_);
-    ASSERT_TRUE(seen.wait());
-    handle_->currentFilePath(L"C:\\two");
-    handle_->state = 6;
-    changed.set();
-    EXPECT_TRUE(reader.passed());
-}
-
-// Runs in a second process until it is killed.
-TEST(ActivityWriter, DISABLED_RunsUntilItIsKilled) {
-    Signal written("activity-written");
-    JobActivityHandle writer;
-    ASSERT_TRUE(writer.open(test::childArgument().c_str(), true));
-    writer.reset(3, true);
-    writer->sourcePosition = 4711;
-    EXPECT_TRUE(writer.sync());
-    written.set();
-    Signal("activity-never").wait();
-}
-
-// Wine keeps unflushed pages too; that flushed ones survive a power cut only Windows can show.
-TEST_F(ActivityFile, SurvivesTheEndOfItsProcess) {
-    const Signal written("activity-written");
-    ChildProcess writer("ActivityWriter.DISABLED_RunsUntilItIsKilled", id_);
-    ASSERT_TRUE(written.wait());
-    EXPECT_FALSE(handle_.open(id_.c_str(), true)) << "it is in use";
-    writer.kill();
-    ASSERT_TRUE(handle_.open(id_.c_str(), true));
-    EXPECT_EQ(handle_->state, 3);
-    EXPECT_EQ(handle_->sourcePosition, 4711U);
 }
 
 }  // namespace

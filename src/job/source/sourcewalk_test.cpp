@@ -3,12 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/paths.h"
-#include "job/source/walksource.h"
 #include "support/fake_files.h"
-#include "support/files.h"
 #include "support/log_capture.h"
-#include "support/temporary_folder.h"
 
 namespace dorvo {
 namespace {
@@ -44,17 +40,6 @@ protected:
     SourceWalk::Rules rules_;
     Recorder recorder_;
 };
-
-TEST_F(Walk, ReportsADirectoryBeforeItsContentInTheOrderFound) {
-    EXPECT_THAT(walk({L"C:\\d"}), ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e",
-                                              L"C:\\d\\e\\c.tmp", L"C:\\d\\a.tmp"));
-    EXPECT_EQ(recorder_.directoryCount(), 2u);
-    EXPECT_EQ(recorder_.fileCount(), 3u);
-    EXPECT_EQ(recorder_.fileSize(), 8 + (uint64_t{1} << 32));
-    EXPECT_THAT(walk({L"C:\\d\\a.tmp", L"C:\\none", L"C:\\d\\b.txt"}),
-                ElementsAre(L"C:\\d\\a.tmp", L"C:\\d\\b.txt"));
-    EXPECT_EQ(walk({L"C:\\"}).size(), 6u);
-}
 
 TEST_F(Walk, AFilterRemovesFilesButNoDirectories) {
     NameFilter nothing({});
@@ -173,25 +158,6 @@ TEST(DeepTree, CostsNoStack) {
     EXPECT_EQ(meter.longest, 2 + 2 * BottomlessFiles::depth);
     EXPECT_LT(meter.used(), 4096);
     EXPECT_EQ(log.lines().size(), 1u) << "the level below the deepest";
-}
-
-// Wine takes long paths without their prefix too: only Windows proves that it is there.
-TEST(LongTree, IsWalkedAndShownWithoutThePrefix) {
-    const test::TemporaryFolder ground(L"dorvo_walk");
-    const std::wstring& root = ground.path();
-    std::wstring deepest = root;
-    for (int i = 0; i < 4; ++i) {
-        deepest += L"\\" + std::wstring(100, static_cast<wchar_t>(L'a' + i));
-    }
-    ASSERT_TRUE(createDirectories(deepest));
-    test::storeFile(deepest + L"\\f", "12345");
-
-    Recorder recorder;
-    walkSource({root + L"\\"}, nullptr, &recorder);
-    ASSERT_EQ(recorder.paths.size(), 6u);
-    EXPECT_EQ(recorder.paths.front(), root + L"\\");
-    EXPECT_EQ(recorder.paths.back(), deepest + L"\\f");
-    EXPECT_EQ(recorder.fileSize(), 5u);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <random>
 #include <thread>
 
-#include "base/local_time.h"
 #include "job/source/backuptransformation.h"
 #include "job/source/handlestreams.h"
 #include "job/source/restoretransformation.h"
@@ -63,11 +62,10 @@ protected:
         setKey(transformation);
         return transformation.transform(source_.c_str(), package_.c_str(), nullptr, stop);
     }
-    bool restore(bool compress, const WIN32_FILE_ATTRIBUTE_DATA* attributes = nullptr,
-                 interrupter* stop = nullptr) {
+    bool restore(bool compress, interrupter* stop = nullptr) {
         RestoreTransformation transformation(compress);
         setKey(transformation);
-        return transformation.transform(package_.c_str(), target_.c_str(), attributes, stop);
+        return transformation.transform(package_.c_str(), target_.c_str(), nullptr, stop);
     }
 
     test::TemporaryFolder ground_{L"dorvo_transform"};
@@ -98,16 +96,6 @@ TEST_F(Transform, PackagesAreAsDocumented) {
         ASSERT_TRUE(backup(compress));
         EXPECT_EQ(hex(fileContent(package_)), package);
     }
-}
-
-TEST_F(Transform, ARestoreInflatesWhenItIsTold) {
-    storeFile(source_, std::string(mebibyte, 'a'));
-    ASSERT_TRUE(backup(true));
-    EXPECT_LT(fileContent(package_).size(), mebibyte / 100);
-    ASSERT_TRUE(restore(false));
-    EXPECT_TRUE(fileContent(target_).starts_with('\x78')) << "a zlib stream";
-    ASSERT_TRUE(restore(true));
-    EXPECT_TRUE(fileContent(target_) == std::string(mebibyte, 'a'));
 }
 
 TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
@@ -165,7 +153,7 @@ TEST_F(Transform, AStopIsHonouredEveryTwoMebibytes) {
     }
     ASSERT_TRUE(backup(false));
     StopAt stop(1);
-    EXPECT_FAILS(ERROR_CANCELLED, restore(false, nullptr, &stop));
+    EXPECT_FAILS(ERROR_CANCELLED, restore(false, &stop));
 }
 
 TEST_F(Transform, WhatCannotBeOpenedFails) {
@@ -216,19 +204,6 @@ TEST_F(Transform, AFullDiskIsAFailure) {
     EXPECT_FAILS(
         ERROR_DISK_FULL,
         transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
-}
-
-// Wine keeps no creation time.
-TEST_F(Transform, ARestoreSetsAttributesAndTimesWhenThereAreAny) {
-    storeFile(source_, "content");
-    ASSERT_TRUE(backup(true));
-    WIN32_FILE_ATTRIBUTE_DATA wanted{};
-    wanted.dwFileAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
-    wanted.ftLastWriteTime = toFileTime(0x01D1234567890123);
-    ASSERT_TRUE(restore(true, &wanted));
-    const WIN32_FILE_ATTRIBUTE_DATA found = test::dataOf(target_);
-    EXPECT_EQ(found.dwFileAttributes, wanted.dwFileAttributes);
-    EXPECT_EQ(toTicks(found.ftLastWriteTime), toTicks(wanted.ftLastWriteTime));
 }
 
 }  // namespace
