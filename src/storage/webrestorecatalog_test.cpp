@@ -16,17 +16,6 @@ namespace {
 using test::Answer;
 using test::Seen;
 
-constexpr char item[] =
-    R"({"path":"C:\\%P%","type":"folder","attri":{"dwFileAttributes":16,"nFileSizeHigh":0,)"
-    R"("nFileSizeLow":0,"ftCreationTimedwHighDateTime":1,"ftCreationTimedwLowDateTime":2,)"
-    R"("ftLastAccessTimedwHighDateTime":3,"ftLastAccessTimedwLowDateTime":4,)"
-    R"("ftLastWriteTimedwHighDateTime":5,"ftLastWriteTimedwLowDateTime":6}})";
-
-std::string itemOf(const char* name) {
-    std::string text = item;
-    return text.replace(text.find("%P%"), 3, name);
-}
-
 class WebRestoreCatalogTest : public test::StoreTest {
 protected:
     WebRestoreCatalogTest()
@@ -42,24 +31,6 @@ protected:
     WebRestoreCatalog catalog_;
     RestoreCatalog::Page page_;
 };
-
-TEST_F(WebRestoreCatalogTest, ListsPageByPage) {
-    answer_.body = R"({"source":[)" + itemOf("a") + "," + itemOf("b") + R"(],"next":"C:\\b"})";
-    ASSERT_TRUE(catalog_.list(L"C:\\", "", page_));
-    EXPECT_EQ(service_.last().endpoint, "ListFiles");
-    EXPECT_EQ(service_.last().body,
-              R"({"after":"","jobinstanceid":"inst","limit":1000,"machine":"PC","path":"C:"})");
-    ASSERT_EQ(page_.items.size(), 2u);
-    EXPECT_EQ(page_.items[1].path, L"C:\\b");
-    EXPECT_TRUE(page_.items[1].directory());
-    EXPECT_EQ(page_.items[1].data.ftLastWriteTime.dwHighDateTime, 5u);
-    EXPECT_EQ(page_.items[1].data.ftCreationTime.dwLowDateTime, 2u);
-    answer_.body = R"({"source":[],"next":""})";
-    ASSERT_TRUE(catalog_.list(L"C:\\", page_.next, page_));
-    EXPECT_NE(service_.last().body.find(R"("after":"C:\\b")"), std::string::npos);
-    EXPECT_TRUE(page_.items.empty());
-    EXPECT_TRUE(page_.next.empty());
-}
 
 TEST_F(WebRestoreCatalogTest, FailsWithTheReasonAndKeepsThePage) {
     const std::pair<Answer, DWORD> rows[] = {

@@ -10,38 +10,6 @@ namespace {
 
 class RestoredFile : public ScriptedRestore {};
 
-TEST_F(RestoredFile, AFileComesBackWithItsAttributesAndTimes) {
-    hold(2 * uploadBlockSize + 16);
-    attributes_ = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
-    target_ = dataPath(L"\\out\\new\\deep\\a.txt");
-    WebRestoreStorage storage(makeRun());
-    ASSERT_TRUE(storage.start());
-    ASSERT_TRUE(restore(storage));
-    EXPECT_EQ(contentOf(target_), content_);
-    const WIN32_FILE_ATTRIBUTE_DATA data = dataOf(target_);
-    EXPECT_EQ(data.dwFileAttributes, attributes_);
-    EXPECT_EQ(data.ftLastWriteTime.dwHighDateTime, 29200000u);
-    EXPECT_EQ(data.ftLastWriteTime.dwLowDateTime, 30u);
-    EXPECT_FALSE(exists(package_));
-
-    ASSERT_EQ(service_.endpoints(), (Names{"StartRestoreJob", "GetFileInfo", "DownloadFileBlock",
-                                           "DownloadFileBlock", "DownloadFileBlock"}));
-    const std::string place = std::string(R"("filename":"a.txt","jobinstanceid":")") + backupId +
-                              R"(","machine":"PC","path":"C:\\data"})";
-    EXPECT_EQ(service_.seen()[4].body, R"({"blockindex":"3",)" + place);
-
-    uint64_t wire = 3 * 32 + stored_.size();
-    for (const Seen& seen : service_.seen()) {
-        wire += seen.body.size();
-    }
-    EXPECT_EQ(record_.wireSize, wire);
-    EXPECT_EQ(record_.itemNumber, number);
-    EXPECT_EQ(record_.packageSize, stored_.size());
-    EXPECT_EQ(record_.fileSize, stored_.size());
-    EXPECT_EQ(record_.fileOffset, stored_.size());
-    EXPECT_EQ(record_.transferred, stored_.size());
-}
-
 TEST_F(RestoredFile, GoesOnAtTheOffsetOnRecord) {
     hold(3 * uploadBlockSize + 16);
     const uint64_t size = stored_.size();
@@ -133,19 +101,6 @@ TEST_F(RestoredFile, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
         EXPECT_EQ(blocks(), (Names{"2", "3"}));
         EXPECT_EQ(contentOf(target_), content_);
     }
-}
-
-TEST_F(RestoredFile, ThePackageGoesWhenItsItemIsGivenUp) {
-    hold(uploadBlockSize);
-    WebRestoreStorage::Run run = makeRun();
-    run.key.fill(9);
-    WebRestoreStorage storage(std::move(run));
-    ASSERT_TRUE(storage.start());
-    LogCapture quiet;
-    EXPECT_FAILS(ERROR_INVALID_DATA, restore(storage));
-    EXPECT_TRUE(exists(package_));
-    EXPECT_TRUE(storage.recordError(L"C:\\data\\a.txt", 13, ""));
-    EXPECT_FALSE(exists(package_));
 }
 
 // Is asked to stop from a point of the record on.

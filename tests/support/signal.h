@@ -3,8 +3,6 @@
 
 #include <windows.h>
 
-#include <string>
-
 #include "base/handle.h"
 
 namespace dorvo::test {
@@ -14,9 +12,6 @@ public:
     // Stays set until reset(), unless it is automatic: then one waiter takes it.
     explicit Signal(bool automatic = false)
         : event_(CreateEventW(nullptr, automatic ? FALSE : TRUE, FALSE, nullptr)) {}
-    // One that another process opens under the same name.
-    explicit Signal(const char* name)
-        : event_(CreateEventA(nullptr, TRUE, FALSE, (std::string("Local\\") + name).c_str())) {}
 
     void set() { SetEvent(event_.get()); }
     void reset() { ResetEvent(event_.get()); }

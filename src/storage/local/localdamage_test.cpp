@@ -3,29 +3,10 @@
 #include "storage/local/localinstances.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localstoragetest.h"
-#include "support/child_process.h"
 #include "support/fails_with.h"
 
 namespace dorvo {
 namespace {
-
-// A second process backs up, and is gone without a word. It begins by emptying this one's folders.
-TEST_F(LocalStorageTest, DISABLED_StoreAndDie) {
-    const std::wstring path = makeFile(L"a", 2 * uploadBlockSize);
-    const auto made = started();
-    ASSERT_TRUE(backup(*made, path));
-    TerminateProcess(GetCurrentProcess(), 0);
-}
-
-TEST_F(LocalStorageTest, WhatWasStoredSurvivesTheEndOfTheProcess) {
-    ASSERT_TRUE(test::ChildProcess("LocalStorageTest.DISABLED_StoreAndDie", {}).passed());
-    const auto made = started();
-    const std::wstring path = makeFile(L"b", 48);
-    ASSERT_TRUE(backup(*made, path, 2));
-    ASSERT_TRUE(made->end()) << GetLastError();
-    ASSERT_TRUE(list(page_));
-    EXPECT_EQ(page_.items.size(), 2u);
-}
 
 // A process may be killed in the middle of a record, at any byte.
 TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {

@@ -96,7 +96,7 @@ TEST(FileHead, MakesADirectoryOfExactlySixteen) {
     const test::TemporaryFolder folder(L"dorvo-filehead");
     filehead head;
     Bytes directory = package(16, folder.path() + L"\\Zo\u00eb");
-    Bytes file = package(0x30, folder.path() + L"\\file");
+    Bytes file = package(0x31, folder.path() + L"\\file");
     for (int again = 0; again < 2; ++again) {
         EXPECT_TRUE(head.handle_head(directory));
     }
@@ -104,7 +104,7 @@ TEST(FileHead, MakesADirectoryOfExactlySixteen) {
     EXPECT_TRUE(head.handle_head(file));
     EXPECT_TRUE(current_received_file().file);
     current_received_file().file.reset();
-    EXPECT_EQ(attributes_of(folder.path() + L"\\file") & 16u, 0u);
+    EXPECT_EQ(attributes_of(folder.path() + L"\\file"), 0x21u) << "archived and read-only";
 }
 
 TEST(FileHead, OpensWhatIsThereAndForgetsTheFileBefore) {
