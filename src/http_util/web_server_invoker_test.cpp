@@ -59,28 +59,6 @@ protected:
     Greet_Command greet{"Greet"};
 };
 
-TEST_F(WebServerInvoker, SendsJsonAndReadsJson) {
-    std::string seen;
-    serve([&](ScriptedPeer& peer, int) {
-        seen = peer.request();
-        peer.answer(R"({"id":7})", "200 OK", "Set-Cookie: DORVOSESSION=2\r\n");
-    });
-    greet.request().cookie("DORVOSESSION=1");
-    greet.request().body(json_spirit::Object{{"name", "x"}});
-    SetLastError(4711);
-    ASSERT_EQ(invoker.run(greet), 0);
-    EXPECT_EQ(GetLastError(), 4711u);
-    EXPECT_EQ(greet.state(), 1);
-    EXPECT_EQ(greet.request().handled, 1);
-    EXPECT_EQ(greet.response().status(), 200);
-    EXPECT_EQ(greet.response().body().get_obj().at("id").get_int(), 7);
-    EXPECT_STREQ(greet.response().set_cookie(), "DORVOSESSION=2");
-    EXPECT_TRUE(seen.starts_with("POST /greet HTTP/1.1\r\n")) << seen;
-    EXPECT_TRUE(head_has(seen, "Cookie: DORVOSESSION=1")) << seen;
-    EXPECT_TRUE(head_has(seen, "Content-Length: 12")) << seen;
-    EXPECT_TRUE(seen.ends_with(R"({"name":"x"})")) << seen;
-}
-
 TEST_F(WebServerInvoker, RefusesAServerWithoutNameOrPort) {
     LogCapture quiet;
     EXPECT_FALSE(invoker.set_server(nullptr, 80, 0));

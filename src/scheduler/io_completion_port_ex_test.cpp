@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "scheduler/iocp_dispatcher.h"
-#include "scheduler/iocpdispatherwrapper.h"
 #include "support/fails_with.h"
 #include "support/signal.h"
 
@@ -67,30 +65,6 @@ protected:
 
     Io_Completion_Port_Ex port_{testClock};
 };
-
-TEST_F(Dispatcher, FiresOnTheSystemClock) {
-    Io_Completion_Port_Ex port;
-    ASSERT_TRUE(port.open());
-    std::vector<uint64_t> fired;
-    Signal all;
-    Handler handler([&](uint64_t arg) {
-        fired.push_back(arg);
-        if (fired.size() == 3) {
-            all.set();
-        }
-    });
-    const uint64_t now = localTimeNow();
-    const std::vector<uint64_t> deadlines = {now + 10 * ticksPerMillisecond,
-                                             now + 20 * ticksPerMillisecond,
-                                             now + 30 * ticksPerMillisecond};
-    for (const size_t next : {2, 0, 1}) {
-        EXPECT_GT(port.schedule_timer(&handler, deadlines[next]), 0);
-    }
-    ASSERT_TRUE(port.activate()) << "only now: none may fire before all are pending";
-    EXPECT_TRUE(all.wait());
-    EXPECT_TRUE(port.close());
-    EXPECT_EQ(fired, deadlines);
-}
 
 TEST_F(Dispatcher, ASecondTimerOfAHandlerLeavesTheFirstAlone) {
     std::vector<uint64_t> fired;
@@ -239,23 +213,6 @@ TEST_F(Dispatcher, HasOneWorkerThatCanBeStartedAgain) {
     waiter.join();
     run();
     EXPECT_TRUE(caughtUp());
-}
-
-TEST(IocpDispatherWrapper, DrivesTheDispatcherOfTheProcess) {
-    EXPECT_FALSE(IocpDispatherWrapper::notifyTimeChange()) << "no port is open";
-    EXPECT_TRUE(IocpDispatherWrapper::open());
-    EXPECT_TRUE(IocpDispatherWrapper::activate());
-    Signal called;
-    Handler handler([&](uint64_t arg) {
-        EXPECT_EQ(arg, Timeout_Handler::clockChanged);
-        called.set();
-    });
-    const uint64_t farAway = localTimeNow() + hour;
-    EXPECT_GT(Iocp_Dispatcher::instance()->schedule_timer(&handler, farAway), 0);
-    EXPECT_TRUE(IocpDispatherWrapper::notifyTimeChange());
-    EXPECT_TRUE(called.wait());
-    EXPECT_TRUE(IocpDispatherWrapper::close());
-    EXPECT_TRUE(IocpDispatherWrapper::wait());
 }
 
 }  // namespace

@@ -37,19 +37,6 @@ protected:
     LogCapture log_;
 };
 
-TEST_F(ScheduleManager, StartsEachJobAtItsTimeOnce) {
-    EXPECT_TRUE(schedule("b", "2026-01-05 12:00:00"));
-    EXPECT_TRUE(schedule("a", "2026-01-05 11:00:00"));
-    EXPECT_TRUE(schedule("", "2026-01-05 11:00:00"));
-    EXPECT_TRUE(schedule("overdue", "2026-01-05 08:00:00"));
-    dispatcher_.advance(zone_.at("2026-01-05 10:59:59"));
-    EXPECT_EQ(taken(), Commands{"overdue start"});
-    dispatcher_.advance(zone_.at("2026-01-05 12:00:00"));
-    EXPECT_EQ(taken(), (Commands{"a start", "b start"}));
-    dispatcher_.advance(zone_.at("2026-01-07 00:00:00"));
-    EXPECT_EQ(taken(), Commands{}) << "nothing arms itself";
-}
-
 TEST_F(ScheduleManager, HasOneTimerAJob) {
     EXPECT_TRUE(schedule("a", "2026-01-05 10:00:00"));
     const ScheduleHandler* const handler = manager_.FindSchedule("a");
