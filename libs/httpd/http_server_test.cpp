@@ -42,9 +42,7 @@ public:
     std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override {
         WebReply reply;
         reply.body = request.body;
-        reply.mark = request.mark + 1;
         if (request.path != "/poll") {
-            reply.setCookie = std::to_string(request.mark);
             respond(reply);
             return {};
         }
@@ -140,15 +138,6 @@ TEST_F(Http, AConnectionServesManyRequestsHoweverTheyAreCut) {
     client.send(request + request);  // the second before the first is answered
     EXPECT_EQ(client.receive().status, 200);
     EXPECT_EQ(client.receive().status, 200);
-}
-
-TEST_F(Http, ARequestBringsTheMarkOfTheLastAnswerOnItsConnection) {
-    Client client(server->port());
-    for (const char* mark : {"-1", "0", "1"}) {
-        client.send(sized("/echo", ""));
-        EXPECT_EQ(client.receive().header("Set-Cookie"), mark);
-    }
-    EXPECT_EQ(ask("").header("Set-Cookie"), "-1");
 }
 
 TEST_F(Http, TakesChunkedAndLargeBodies) {
