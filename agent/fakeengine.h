@@ -25,12 +25,7 @@ public:
         return std::make_unique<Subscription>();
     }
     void submit(const JobDefinition& job) override { submitted.push_back(job.id()); }
-    void tell(JobVerb verb, const std::string& id) override {
-        told.emplace_back(verb, id);
-        if (onTell) {
-            onTell(verb);
-        }
-    }
+    void tell(JobVerb verb, const std::string& id) override { told.emplace_back(verb, id); }
     void setServer(const std::string&, uint16_t, const std::string&) override {}
     void setSnapshots(bool) override {}
     void login(const std::string&, const std::string&) override {}
@@ -41,7 +36,6 @@ public:
 
     std::vector<std::string> submitted;
     std::vector<std::pair<JobVerb, std::string>> told;
-    std::function<void(JobVerb)> onTell;  // called after it was told
 
 private:
     bool resident_;

@@ -27,17 +27,6 @@ protected:
     JobView view_;
 };
 
-TEST_F(JobViewTest, ARunWithoutItsProcessIsInterrupted) {
-    EXPECT_EQ(stateText(view_), "interrupted");
-    view_.live = true;
-    EXPECT_EQ(stateText(view_), "running");
-    view_.live = false;
-    set(JobState::paused);
-    EXPECT_EQ(stateText(view_), "paused");
-    view_.recorded = false;
-    EXPECT_EQ(stateText(view_), "none");
-}
-
 TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     const auto text = [&] {
         return json_spirit::write(json_spirit::Ordered_value(summaryJson(view_)));

@@ -54,13 +54,5 @@ TEST(RestoreJobs, OnlyRunAndRuleMayDifferForOneJobToServeTwoRestores) {
     }
 }
 
-TEST(RestoreJobs, AJobWithJustTheseSettingsComesFirst) {
-    JobList jobs;
-    jobs.push_back(restoreJob("1", [](auto& job) { job.setConflict(3); }));
-    jobs.push_back(restoreJob("2", [](auto&) {}));
-    const auto wanted = restoreJob("3", [](auto&) {});
-    EXPECT_EQ(findRestore(jobs, *wanted, [](auto&) { return false; })->id(), "2");
-}
-
 }  // namespace
 }  // namespace dorvo::agent

@@ -4,7 +4,6 @@
 
 #include <fstream>
 
-#include "agenterror.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "base/text.h"
@@ -31,10 +30,6 @@ protected:
         jobDirectory(job_.id(), directory_);
         EXPECT_TRUE(createDirectories(directory_) && job_.save(directory_ + L"\\def"));
         EXPECT_TRUE(record_.open(job_.id().c_str(), true));
-        engine_.onTell = [this](JobVerb verb) {
-            set(verb == JobVerb::pause ? JobState::paused : JobState::running);
-            record_->pausedManually = verb == JobVerb::pause ? 1 : 0;
-        };
     }
     ~RunFollow() override {
         record_.close();
@@ -43,24 +38,6 @@ protected:
     void set(JobState state) {
         record_->state = static_cast<int32_t>(state);
         record_->startTime = 1;
-    }
-    // Runs the job; `then` happens once it was told.
-    int run(const std::function<void()>& then, RunFlags flags = {}) {
-        engine_.onTell = [this, told = engine_.onTell, then](JobVerb verb) {
-            told(verb);
-            then();
-        };
-        return runJob(
-            engine_, terminal_, job_, [&] { engine_.tell(JobVerb::start, job_.id()); }, flags);
-    }
-    std::string lost(const std::function<void()>& then) {
-        try {
-            run(then);
-        } catch (const AgentError& error) {
-            EXPECT_EQ(error.code(), exitStopped);
-            return error.what();
-        }
-        return "not lost";
     }
 
     BackupJobDefinition job_{"11111111-2222-3333-4444-555555555555", L"docs", "alice"};
@@ -83,30 +60,15 @@ TEST(StartRun, RunsWhatIsNewOnce) {
     EXPECT_THAT(engine.told.back(), Pair(JobVerb::start, "r"));
 }
 
-TEST_F(RunFollow, EndsWithTheRun) {
-    EXPECT_EQ(run([&] { set(JobState::completed); }), exitDone);
-    EXPECT_THAT(engine_.told, ElementsAre(Pair(JobVerb::start, job_.id())));
-    EXPECT_EQ(run([&] { set(JobState::cancelled); }), exitStopped);
-    EXPECT_EQ(run([&] { set(JobState::error); }), exitFailed);
-    EXPECT_THAT(terminal_.errors, ElementsAre(HasSubstr("Backup failed")));
-}
-
-TEST_F(RunFollow, IsLostWithTheResidentAgentUnlessTheRunWasOver) {
-    EXPECT_THAT(lost([&] { engine_.say(""); }), HasSubstr("when the agent starts again"));
-    EXPECT_EQ(run([&] {
-                  set(JobState::completed);
-                  record_.close();
-                  engine_.say("");
-              }),
-              exitDone);
-}
-
-TEST_F(RunFollow, IsLostWithTheJob) {
-    EXPECT_THAT(lost([&] {
-                    set(JobState::cancelled);
-                    engine_.say(R"({"id":")" + job_.id() + R"(","name":"","state":"deleted"})");
-                }),
-                HasSubstr("removed"));
+TEST_F(RunFollow, EndsWithARunThatWasOverBeforeTheResidentAgent) {
+    const int code = runJob(engine_, terminal_, job_,
+                            [&] {
+                                set(JobState::completed);
+                                record_.close();
+                                engine_.say("");
+                            },
+                            {});
+    EXPECT_EQ(code, exitDone);
 }
 
 TEST_F(RunFollow, ARecordThatNobodyHasIsWaitedForWhileTheAgentLives) {
@@ -136,27 +98,6 @@ TEST_F(RunFollow, ARunThatBeginsRightAfterItIsAnother) {
     record_->instanceId[0] = 2;
     EXPECT_TRUE(follower.look(0));
     EXPECT_EQ(follower.end().code, exitSomeFailed);
-}
-
-TEST_F(RunFollow, CtrlCIsLeftToTheCaller) {
-    const KernelHandle pressed(CreateEventW(nullptr, FALSE, TRUE, nullptr));
-    const auto reporter = makeRunReporter(terminal_, job_, false);
-    set(JobState::running);
-    RunEvents events(&engine_);
-    const RunEnd end = RunFollower(job_, events, *reporter).follow(pressed.get(), [&] {
-        engine_.tell(JobVerb::pause, job_.id());
-    });
-    EXPECT_EQ(end.code, exitStopped);
-    EXPECT_EQ(end.lost, "");
-    EXPECT_THAT(terminal_.lines.back(), HasSubstr("agent resume \"docs\""));
-}
-
-TEST_F(RunFollow, LeavesTheRunWhereNobodyWaits) {
-    EXPECT_EQ(run([] {}, {.noWait = true}), exitDone);
-    EXPECT_THAT(terminal_.lines.back(), HasSubstr("agent watch \"docs\""));
-    EXPECT_EQ(run([] {}, {.noWait = true, .json = true}), exitDone);
-    EXPECT_THAT(terminal_.lines.back(), HasSubstr(R"("state":"running")"));
-    EXPECT_THROW(RunFlags{.noWait = true}.check(FakeEngine(false)), AgentError);
 }
 
 TEST_F(RunFollow, AWatcherSeesEachRunOnce) {

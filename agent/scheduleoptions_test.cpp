@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <sstream>
+
 #include "agenterror.h"
 
 namespace dorvo::agent {
@@ -38,22 +41,13 @@ TEST(ScheduleOptions, AreTimesAndDaysOrWrongUsage) {
     EXPECT_EQ(said({"C:\\a", "--monthly", "31", "12:00"}),
               "every month on day 31 at 12:00 of C:\\a");
     EXPECT_EQ(said({"--no-schedule"}), "by hand");
-    for (const std::vector<std::string>& wrong :
-         std::vector<std::vector<std::string>>{{"--daily", "24:00"},
-                                               {"--daily", "12:60"},
-                                               {"--daily", "12"},
-                                               {"--daily", "12:"},
-                                               {"--daily", "9:5"},
-                                               {"--daily", "-1:00"},
-                                               {"--daily", "012:00"},
-                                               {"--weekly", "12:00", "mon"},
-                                               {"--weekly", "someday", "12:00"},
-                                               {"--weekly", "mon"},
-                                               {"--monthly", "0", "12:00"},
-                                               {"--monthly", "32", "12:00"},
-                                               {"--daily", "12:00", "--no-schedule"},
-                                               {"--daily", "12:00", "--weekly", "mon", "12:00"}}) {
-        EXPECT_EQ(said(wrong), "usage") << wrong.front() << " " << wrong.back();
+    for (const char* wrong :
+         {"--daily 24:00", "--daily 12:60", "--daily 12", "--daily 12:", "--daily 9:5",
+          "--daily -1:00", "--daily 012:00", "--weekly 12:00 mon", "--weekly someday 12:00",
+          "--weekly mon", "--monthly 0 12:00", "--monthly 32 12:00", "--daily 12:00 --no-schedule",
+          "--daily 12:00 --weekly mon 12:00"}) {
+        std::istringstream words(wrong);
+        EXPECT_EQ(said({std::istream_iterator<std::string>(words), {}}), "usage") << wrong;
     }
 }
 

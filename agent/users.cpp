@@ -15,10 +15,7 @@
 namespace dorvo::agent {
 
 std::string chooseUser(const std::string& asked) {
-    return chooseUser(asked, cookies().users());
-}
-
-std::string chooseUser(const std::string& asked, const std::vector<std::string>& loggedIn) {
+    const std::vector<std::string> loggedIn = cookies().users();
     if (!asked.empty()) {
         if (std::find(loggedIn.begin(), loggedIn.end(), asked) == loggedIn.end()) {
             throw AgentError("'" + asked + "' has not logged in: run 'agent login " + asked +
@@ -45,9 +42,8 @@ std::string chooseKeyOwner(const std::string& asked) {
     if (!asked.empty()) {
         return asked;
     }
-    const std::vector<std::string> loggedIn = cookies().users();
-    if (!loggedIn.empty()) {
-        return chooseUser({}, loggedIn);
+    if (!cookies().users().empty()) {
+        return chooseUser({});
     }
     std::array<wchar_t, UNLEN + 1> account{};
     DWORD size = account.size();

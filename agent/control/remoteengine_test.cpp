@@ -1,10 +1,7 @@
 // The resident's engine from the other side of the port, and the file that leads to it.
 #include "control/remoteengine.h"
 
-#include <aclapi.h>
 #include <gtest/gtest.h>
-#include <jobdef/jobdefinitionfactory.h>
-#include <sddl.h>
 
 #include <fstream>
 
@@ -12,11 +9,13 @@
 #include "control/controlclient.h"
 #include "control/controlserver.h"
 #include "control/notingengine.h"
+#include "support/file_access.h"
 #include "support/signal.h"
 
 namespace dorvo::agent {
 namespace {
 
+using test::accessTo;
 using test::Signal;
 
 class Remote : public testing::Test {
@@ -32,39 +31,6 @@ protected:
     ControlServer server{engine, events};
     RemoteEngine remote{server.address()};
 };
-
-TEST_F(Remote, EveryVerbReachesTheEngine) {
-    const auto job = JobDefinitionFactory::createFromText(
-        R"({"id":"J","name":"Größe","user":"u","type":1,"storage":"web","source":["C:/a"],)"
-        R"("filterType":0,"extensions":[],"compress":true,"later":[1,null]})");
-    ASSERT_TRUE(job);
-    remote.submit(*job);
-    EXPECT_EQ(engine.takeNote(), "submit " + job->text());
-    remote.tell(JobVerb::start, "J1");
-    remote.tell(JobVerb::resume, "J2");
-    remote.tell(JobVerb::pause, "J3");
-    remote.tell(JobVerb::stop, "J4");
-    remote.tell(JobVerb::remove, "J5");
-    EXPECT_EQ(engine.takeNote(), "tell 0 J1tell 1 J2tell 2 J3tell 3 J4tell 4 J5");
-    remote.setServer("host", 65535, "n\"");
-    remote.setSnapshots(true);
-    remote.setSnapshots(false);
-    EXPECT_EQ(engine.takeNote(), "server host 65535 n\"snapshots onsnapshots off");
-    remote.login("u", "pässword");
-    remote.logout("u");
-    EXPECT_EQ(engine.takeNote(), "login u pässwordlogout u");
-    const ImportedKeys keys = remote.importKeys(L"C:\\k\u00e4y", "phrase", "u");
-    EXPECT_EQ(engine.takeNote(), "import C:\\käy phrase u");
-    EXPECT_EQ(keys.user, "alice");
-    EXPECT_EQ(keys.beside, 3U);
-    try {
-        remote.tell(JobVerb::pause, "bad");
-        FAIL();
-    } catch (const AgentError& error) {
-        EXPECT_STREQ(error.what(), "There is no \"bad\"");
-        EXPECT_EQ(error.code(), exitUsage);
-    }
-}
 
 TEST_F(Remote, ASubscriptionMissesNothingAndHearsOfTheEnd) {
     std::string heard;
@@ -124,19 +90,6 @@ TEST_F(Remote, IsFoundByTheControlFile) {
     const ControlFile file(server.address());
     server.stop();
     EXPECT_EQ(RemoteEngine::connect(), nullptr);
-}
-
-std::wstring accessTo(const std::wstring& path) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    wchar_t* text = nullptr;
-    GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                          nullptr, nullptr, &descriptor);
-    ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
-                                                         DACL_SECURITY_INFORMATION, &text, nullptr);
-    std::wstring access = text == nullptr ? L"" : text;
-    LocalFree(text);
-    LocalFree(descriptor);
-    return access;
 }
 
 // Wine keeps no entry of a group, and lets root open everything: only Windows proves the rest.

@@ -1,10 +1,5 @@
 #include "settings/keymanager.h"
 
-#include <windows.h>
-// After the header that all of Windows' need.
-#include <aclapi.h>
-#include <sddl.h>
-
 #include <array>
 #include <thread>
 #include <vector>
@@ -16,11 +11,13 @@
 #include "settings/encodedtext.h"
 #include "settings/recoveryfile.h"
 #include "support/fails_with.h"
+#include "support/file_access.h"
 #include "support/store_test.h"
 
 namespace dorvo {
 namespace {
 
+using test::accessTo;
 using Record = std::array<unsigned char, aesKeySize + aesIvSize>;
 
 bool find(KeyManagerImpl& keys, const char* user, Record& record) {
@@ -41,20 +38,6 @@ std::string checksum(const Record& record) {
 bool findHeld(KeyManagerImpl& keys, const char* user, const std::string& md5, Record& record) {
     return keys.findHeldKey(user, md5.c_str(), record.data(), aesKeySize,
                             record.data() + aesKeySize, aesIvSize);
-}
-
-// Who may open the file, as an SDDL text: "D:P(A;;FA;;;BA)...".
-std::wstring accessTo(const std::wstring& path) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    wchar_t* text = nullptr;
-    GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                          nullptr, nullptr, &descriptor);
-    ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
-                                                         DACL_SECURITY_INFORMATION, &text, nullptr);
-    std::wstring access = text == nullptr ? L"" : text;
-    LocalFree(text);
-    LocalFree(descriptor);
-    return access;
 }
 
 class Keys : public test::StoreTest {
