@@ -64,11 +64,27 @@ class BackupTest(SystemTest):
         found = system.differences(left_out=lambda path: path.endswith((".bin", ".dat")) or "left out" in path)
         self.assertEqual(found, [f"folder {windows_path(system.tree / 'left out')} is missing"])
         write(system.tree / "second" / "c.txt", b"c")
-        system.backup("--name", "only text", "--only-ext", "txt", "--no-compress")
-        entries = verify.Instance(system.server.data, system.instance()).entries
-        self.assertEqual({e.compressed for e in entries if e.kind == verify.FILE}, {0})
+        system.backup("--name", "only text", "--only-ext", "txt")
         found = system.differences(left_out=lambda path: not path.endswith("txt") or "left out" in path)
         self.assertEqual(found, [f"folder {windows_path(system.tree / 'left out')} is missing"])
+
+    def test_uncompressed_packages(self):
+        system = System(self, "plain")
+        make_tree(system.tree)
+        system.backup("--no-compress")
+        self.assertBackedUp(system)
+        entries = verify.Instance(system.server.data, system.instance()).entries
+        self.assertEqual({e.compressed for e in entries if e.kind == verify.FILE}, {0})
+
+    def test_a_whole_chain_of_folders(self):
+        """Paths longer than the 260 characters that programs without the long form stop at."""
+        system = System(self, "deep")
+        deep = system.tree
+        while len(str(deep)) < 400:
+            deep = deep / ("a folder with a long name " + "x" * 30)
+        write(deep / "at the bottom.txt", b"found")
+        system.backup()
+        self.assertBackedUp(system)
 
 
 if __name__ == "__main__":

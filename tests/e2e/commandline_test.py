@@ -20,14 +20,22 @@ class CommandLineTest(SystemTest):
                  (["login", USER, "--password-stdin"], "", USAGE, "password"),
                  (["login", "nobody", "--password-stdin"], PASSWORD + "\n", FAILED, "password"),
                  (["backup", tree + r"\nothing here"], "", None, "nothing here"),
+                 (["backup", tree, "--only-exd", "txt"], "", USAGE, "--only-exd"),
                  (["backup", tree, "--only-ext", "txt", "--skip-ext", "tmp"], "", USAGE, "--"),
                  (["backup"], "", USAGE, "PATH"),
+                 (["server", "set", "localhost"], "", USAGE, "localhost"),
+                 (["server", "set", "localhost:99999"], "", USAGE, "99999"),
                  (["start", "no-such-job"], "", None, "no-such-job"),
                  (["resume", "..\\..\\x"], "", None, "x"),
+                 (["show", "no-such-job"], "", None, "no-such-job"),
+                 (["restore"], "", USAGE, "INSTANCE"),
                  (["restore", "latest"], "", FAILED, "latest"),
                  (["restore", "no-such-run"], "", FAILED, "no-such-run"),
                  (["restore", "latest", "--conflict", "perhaps"], "", USAGE, "perhaps"),
                  (["restore", "latest", "--prefix", tree], "", USAGE, "--to"),
+                 (["restore", "latest", "--local", tree + r"\nowhere"], "", USAGE, "nowhere"),
+                 (["files", "no-such-run"], "", FAILED, "no-such-run"),
+                 (["key", "export", tree + r"\key", "--passphrase-stdin"], "secret\n", FAILED, "key"),
                  (["key", "import", tree + r"\a.txt", "--passphrase-stdin"], "secret\n", FAILED, "a.txt"),
                  (["key", "import", tree + r"\a.txt", "--passphrase-stdin"], "", USAGE, "passphrase"),
                  (["logout", "nobody"], "", FAILED, "nobody"),
@@ -45,6 +53,15 @@ class CommandLineTest(SystemTest):
         self.assertEqual(system.machine.listing("jobs"), [])
         system.backup()
 
+    def test_an_unreachable_server(self):
+        system = System(self, "unreachable")
+        system.proxy.refuse()
+        for arguments, typed in ((["login", USER, "--password-stdin"], PASSWORD + "\n"), (["instances"], "")):
+            with self.subTest(arguments=arguments):
+                run = system.machine.agent(*arguments, stdin=typed, code=FAILED)
+                self.assertEqual(len(run.err.strip().splitlines()), 1, run.err)
+                self.assertIn("127.0.0.1:%d" % system.proxy.address[1], run.err)
+
     def test_two_users_never_see_each_other(self):
         system = System(self, "users")
         write(system.tree / "a.txt", b"a")
@@ -52,7 +69,6 @@ class CommandLineTest(SystemTest):
         self.assertEqual(len(system.machine.listing("instances")), 1)
         system.server.add_user("other", "another password")
         system.machine.agent("login", "other", "--password-stdin", stdin="another password\n")
-        self.assertIn("--user", system.machine.agent("instances", code=USAGE).err)
         self.assertEqual(system.machine.listing("instances", "--user", "other"), [])
         for command in ("files", "restore"):
             run = system.machine.agent(command, system.instance(), "--user", "other", code=FAILED)

@@ -4,7 +4,7 @@ import os
 import subprocess
 import unittest
 
-from layout import ROOT, WINDOWS_BIN
+from layout import NATIVE_BIN, ROOT, WINDOWS_BIN
 from machine import windows_path
 from server import Server
 from system import PASSWORD, USER, work_folder

@@ -6,9 +6,9 @@ import unittest
 
 import proxy
 import trees
-from system import USER, System, SystemTest, make_tree
+from system import PASSWORD, USER, System, SystemTest, make_tree
 
-PAUSED = 4
+PAUSED, FAILED = 4, 1
 
 
 class LoginTest(SystemTest):
@@ -73,6 +73,22 @@ class LoginTest(SystemTest):
                     self.assertBackedUp(system)
                     shutil.rmtree(system.tree)
         self.assertRestored(system, expected, system.tree)
+
+    def test_after_a_logout_nothing_runs(self):
+        system = System(self, "logout")
+        make_tree(system.tree)
+        key = system.backup() and system.machine.user_key(USER)
+        system.machine.agent("logout", USER)
+        self.assertEqual(system.server.change_catalog("DELETE FROM sessions"), 0)
+        for arguments in (("start", system.job()), ("restore", system.instance()), ("instances",)):
+            with self.subTest(arguments):
+                run = system.machine.agent(*arguments, code=FAILED)
+                self.assertIn("agent login", run.err)
+        self.assertNotIn(401, self.logins(system))
+        system.machine.agent("login", USER, "--password-stdin", stdin=PASSWORD + "\n")
+        system.machine.agent("start", system.job())
+        self.assertBackedUp(system)
+        self.assertEqual(system.machine.user_key(USER), key)
 
 
 if __name__ == "__main__":

@@ -60,6 +60,14 @@ class ProxyTest(unittest.TestCase):
         response = self.client.getresponse()
         return response.status, response.read()
 
+    def test_forwards_over_one_connection_and_records(self):
+        self.assertEqual(self.post(), (200, b"x" * 1000))
+        first = self.client.sock
+        self.assertEqual(self.post()[0], 200)
+        self.assertIs(self.client.sock, first)
+        self.assertEqual([(r.endpoint, r.instance, r.source, r.status) for r in self.proxy.requests()],
+                         [("StartJob", "i", "s", 200)] * 2)
+
     def test_faults_as_client_and_server_see_them(self):
         # action, what the client gets, whether the server got the request whole
         table = [(proxy.RESET, ConnectionError, False),
@@ -94,6 +102,14 @@ class ProxyTest(unittest.TestCase):
                 waiter.join(20)
                 self.assertEqual(got[0][0], 200)
                 self.proxy.clear()
+
+    def test_strikes_one_job_only(self):
+        fault = self.proxy.add("endjob", proxy.ANSWER, job="mine")
+        for job in ("mine", "other"):
+            self.post("StartJob", b'{"jobdefinitionid": "%s", "jobinstanceid": "of %s"}' % (2 * (job.encode(),)))
+        self.assertEqual(self.post("endjob", b'{"jobinstanceid": "of other"}')[0], 200)
+        self.assertEqual(self.post("endjob", b'{"jobinstanceid": "of mine"}')[0], 503)
+        self.assertEqual(fault.struck, 1)
 
     def test_knows_a_block_that_was_sent_again(self):
         def block(number):

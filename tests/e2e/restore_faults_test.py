@@ -7,9 +7,9 @@ import unittest
 
 import proxy
 import trees
-from system import BLOCK, PAUSED, System, SystemTest, make_tree, noise, until, write
+from system import BLOCK, System, SystemTest, make_tree, noise, until, write
 
-DONE = 0
+DONE, PAUSED = 0, 4
 # A restore's steps, each with the number of the request that is struck: an item and a block in the middle.
 STEPS = {"ListFiles": 1, "GetMD5ofKeys": 1, "StartRestoreJob": 1, "GetFileInfo": 9, "DownloadFileBlock": 9,
          "RestoreJobHistory": 1}
@@ -70,12 +70,26 @@ class RestoreFaultsTest(SystemTest):
                 self.assertEqual(fault.struck, times, run.err)
                 self.assertFalse(system.tree.exists())
 
+    def test_the_server_dies_and_comes_back(self):
+        def scenario(endpoint, action, nth):
+            system = self.backed_up("server")
+            system.outlive_server(system.start_restore, endpoint, action, nth)
+            self.assertEnded(system)
+
+        self.side_by_side(scenario, [("DownloadFileBlock", proxy.HOLD_REQUEST, 9), ("GetFileInfo", proxy.HOLD_LOST, 9),
+                                     ("RestoreJobHistory", proxy.HOLD_LOST, 1)])
+
     def test_a_stalling_server_holds_up_no_pause(self):
         system = self.backed_up("stall")
         run = system.start_restore
         for endpoint, action, nth in (("ListFiles", proxy.HOLD_REQUEST, 1), ("GetFileInfo", proxy.HOLD_ANSWER, 9),
                                       ("DownloadFileBlock", proxy.HOLD_REQUEST, 9)):
-            system.pause_at(run, endpoint, action, nth)
+            stall = system.proxy.add(endpoint, action, nth=nth)
+            child = run()
+            system.await_fault(stall, child)
+            child.signal(signal.SIGINT)
+            self.assertEqual(child.wait(60), PAUSED, child.out + child.err)
+            stall.abandon()
             run = lambda: system.machine.start("resume", system.job("restore"))
         self.assertEqual(run().wait(120), DONE)
         self.assertEnded(system)

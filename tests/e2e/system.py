@@ -5,7 +5,6 @@ import os
 import pathlib
 import random
 import shutil
-import signal
 import tempfile
 import time
 import unittest
@@ -19,7 +18,6 @@ from server import Server
 
 USER, PASSWORD = "maria", "correct horse battery staple"
 BLOCK = 131072
-PAUSED = 4  # a command's exit code
 
 
 def noise(size, seed):
@@ -135,18 +133,20 @@ class System(World):
         fault.abandon()
         self.proxy.clear()
 
-    def pause_at(self, run, endpoint, action, nth):
-        """`run` starts a command, which Ctrl+C pauses while the server stalls at that request."""
-        stall = self.proxy.add(endpoint, action, nth=nth)
-        child = run()
-        self.await_fault(stall, child)
-        child.signal(signal.SIGINT)
-        self.test.assertEqual(child.wait(60), PAUSED, child.out + child.err)
-        stall.abandon()
-
     def await_fault(self, fault, run):
         if not fault.reached.wait(120):
             raise AssertionError(f"{fault.endpoint} {fault.nth} never came\n{run.out}{run.err}")
+
+    def outlive_server(self, start, endpoint, action, nth):
+        """The server dies at that request of the command and comes back; the run goes on by itself."""
+        fault = self.proxy.add(endpoint, action, nth=nth)
+        run = start()
+        self.await_fault(fault, run)
+        self.server.kill()
+        fault.release()
+        run.until_said("paused")
+        self.server.start()
+        self.test.assertEqual(run.wait(300), 0, run.out + run.err)
 
     def instance(self):
         """The id of the backup that was started last."""

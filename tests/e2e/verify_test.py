@@ -40,9 +40,12 @@ class PackageCheckTest(unittest.TestCase):
         changed[200001] ^= 1
         table = {"a changed byte": dict(package=seal(zlib.compress(bytes(changed)))),
                  "too short": dict(package=seal(zlib.compress(self.content[:-1]))),
+                 "too long": dict(package=seal(zlib.compress(self.content + b"x"))),
                  "bytes after the stream": dict(package=seal(zlib.compress(self.content) + b"x")),
+                 "a stream cut off": dict(package=seal(zlib.compress(self.content)[:-4])),
                  "a missing block": dict(package=whole[:-16]),
                  "a wrong key": dict(package=whole, key=IV),
+                 "not compressed": dict(package=seal(self.content)),
                  "longer than its container": dict(package=whole, size=len(whole) + 1000)}
         for name, damage in table.items():
             with self.subTest(name):
