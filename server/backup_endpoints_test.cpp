@@ -131,6 +131,26 @@ TEST_F(Backup, AFileThatIsCarriedOverCanBeSentNevertheless) {
     EXPECT_EQ(stored("i2", "a"), "b");
 }
 
+TEST_F(Backup, RepeatedRequestsChangeNothing) {
+    backup("i1", {{"a"}});
+    addError("i1", "x");
+    offer("i2", {{"b"}});
+    start("i2");
+    EXPECT_EQ(addError("i2", "b"), 200);
+    EXPECT_EQ(end("i2"), 200);
+    offer("i3", {{"b"}});
+    cancel("i3");
+    offer("i4", {{"a"}});
+    start("i4");
+    const std::string before = everything();
+    EXPECT_EQ(start("i1"), 200);
+    EXPECT_EQ(start("i4"), 200);
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(addError("i2", "b"), 200);
+    EXPECT_EQ(cancel("i3"), 200);
+    EXPECT_EQ(everything(), before);
+}
+
 TEST_F(Backup, UnderWayDuringAPowerCutNeverCompletes) {
     start("i1");
     put("i1", "a", "a");

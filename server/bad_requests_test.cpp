@@ -138,6 +138,27 @@ TEST_F(BadRequests, ValuesOutOfRange) {
     refuse("/dorvo/WebServer/jobs/StartJob.php%00", goodBodies().at(startJobPath), 400);
 }
 
+TEST_F(BadRequests, HeadsThatAreNotServed) {
+    const std::string large(2'000'000, ' ');
+    EXPECT_EQ(postAs({}, filesToBackupPath, large).status, 401);  // for those who are logged in
+    EXPECT_EQ(post(startJobPath, large).status, 413);
+    Client client(server->port());
+    client.send("GET " + std::string(listInstancesPath) + " HTTP/1.1\r\nHost: x\r\n\r\n");
+    const Answer answer = client.receive();
+    EXPECT_EQ(answer.status, 405);
+    EXPECT_EQ(answer.header("Allow"), "POST");
+}
+
+TEST_F(BadRequests, ABodyThatEndsEarly) {
+    const std::string& body = goodBodies().at(uploadFilePath);
+    Client client(server->port());
+    client.send("POST " + std::string(uploadFilePath) + " HTTP/1.1\r\nCookie: " + alice +
+                "\r\nContent-Length: " + std::to_string(body.size() + 1) + "\r\n\r\n" + body);
+    client.shutdownSend();
+    client.waitForClose();
+    EXPECT_EQ(everything(), before_);
+}
+
 TEST_F(BadRequests, WrongStateOrOwner) {
     // Of unknown, bobs, done, cancelled, pending and run; 0: not refused, or by another test.
     struct Column {
@@ -245,8 +266,6 @@ TEST_F(BadRequests, EveryEndpointButLoginNeedsASession) {
             EXPECT_EQ(postAs(cookie, path, body).status, 401) << path << " " << cookie;
         }
     }
-    // A large body is only taken from those who are logged in.
-    EXPECT_EQ(postAs({}, filesToBackupPath, std::string(2'000'000, ' ')).status, 401);
     EXPECT_EQ(everything(), before_);
 }
 

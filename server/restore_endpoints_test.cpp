@@ -51,6 +51,32 @@ protected:
     }
 };
 
+TEST_F(Restores, GiveBackWhatWasStoredBlockByBlock) {
+    const std::string bytes = pattern(2 * blockBytes + 5, 7);
+    offer("i1", {{"C:\\a"}});
+    start("i1");
+    put("i1", "C:\\a", bytes);
+    ASSERT_EQ(end("i1"), 200);
+    ASSERT_EQ(offer("i2", {{"C:\\a"}}), "");  // carried over
+    start("i2");
+    ASSERT_EQ(end("i2"), 200);
+    for (const std::string instance : {"i1", "i2"}) {
+        const json::object info = ask(fileInfoPath, file(instance, "C:", "a")).json();
+        EXPECT_EQ(info.at("totalblock").as_int64(), 3);
+        EXPECT_EQ(info.at("totalsizeLow").as_int64(), int64_t{2 * blockBytes + 5});
+        EXPECT_TRUE(info.at("compress").as_bool());
+        std::string got;
+        for (const char* index : {"1", "2", "3", "4"}) {  // the last is empty
+            const Answer answer = block(instance, "C:", "a", index);
+            ASSERT_EQ(answer.status, 200) << index;
+            EXPECT_EQ(answer.header("Content-Type"), "application/octet-stream");
+            EXPECT_EQ(answer.body.substr(0, 32), md5Text(answer.body.substr(32)));
+            got += answer.body.substr(32);
+        }
+        EXPECT_TRUE(got == bytes);
+    }
+}
+
 TEST_F(Restores, AskForAFileByFolderAndName) {
     offer("i1", {{"C:\\dir\\a"}, {"C:\\\u00e4"}, {"\\\\host\\share\\a"}});
     start("i1");
@@ -245,6 +271,23 @@ TEST_F(Restores, OfBytesThatAreGoneSaySo) {
     EXPECT_EQ(block("i1", "", "a", "1").status, 503);
     EXPECT_EQ(block("i1", "", "a", "3").status, 200);
     EXPECT_EQ(ask(fileInfoPath, file("i1", "", "a")).status, 200);
+}
+
+TEST_F(Restores, UsersHaveOneSetOfKeys) {
+    const std::string first = md5Text("first");
+    const auto held = [&](const std::string& cookie) {
+        return json::value_to<std::string>(ask(getKeysPath, {}, cookie).json().at("md5"));
+    };
+    const auto give = [&](const std::string& md5) {
+        return ask(exportKeysPath, {{"md5", md5}}).status;
+    };
+    EXPECT_EQ(held(alice), "");
+    EXPECT_EQ(give(first), 200);
+    EXPECT_EQ(give(first), 200);
+    EXPECT_EQ(give(md5Text("second")), 409);
+    restart();
+    EXPECT_EQ(held(alice) + held(laptop), first + first);
+    EXPECT_EQ(held(bob), "");
 }
 
 TEST_F(Restores, DatabasesOfAnEarlierVersionGoOnAndOfALaterOneAreRefused) {
