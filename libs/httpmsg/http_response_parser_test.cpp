@@ -8,6 +8,14 @@
 namespace dorvo {
 namespace {
 
+const std::string head =
+    "HTTP/1.1 200 OK\r\n"
+    "Content-Type: text/plain\r\n"
+    "Set-Cookie: DORVOSESSION=00ff\r\n"
+    "X-Mine: 1\r\n"
+    "Content-Length: 5\r\n"
+    "\r\n";
+
 // Feeds the text in two pieces, keeping what was not used, as a receiver does.
 int parse_in_two(const std::string& text, size_t split, HTTP_Response& response,
                  std::string& rest) {
@@ -31,6 +39,23 @@ int parse(const std::string& text, HTTP_Response& response) {
     HTTP_Response_Parser parser;
     size_t consumed = 0;
     return parser.parse(text.data(), text.size(), consumed, response);
+}
+
+TEST(HttpResponseParser, ReadsTheSameHeadAtEverySplit) {
+    const std::string text = head + "hello";
+    for (size_t split = 0; split <= text.size(); ++split) {
+        HTTP_Response response;
+        std::string rest;
+        ASSERT_EQ(parse_in_two(text, split, response, rest), HTTP_Parser::HEAD_DONE) << split;
+        EXPECT_EQ(response.status(), 200);
+        EXPECT_EQ(response.content_length(), 5u);
+        EXPECT_TRUE(response.keep_alive());
+        EXPECT_FALSE(response.chunked_transfer_encoding());
+        EXPECT_STREQ(response.set_cookie(), "DORVOSESSION=00ff");
+        EXPECT_STREQ(response.content_type(), "text/plain");
+        EXPECT_STREQ(response.headers().get("x-mine"), "1");
+        EXPECT_EQ(rest, std::string("hello").substr(0, rest.size())) << split;
+    }
 }
 
 TEST(HttpResponseParser, KnowsTheFraming) {

@@ -14,6 +14,16 @@ Value parse(const std::string& text) {
     return value;
 }
 
+TEST(JsonValue, GettersTakeTheirOwnTypeOnly) {
+    EXPECT_EQ(Value("8080").get_str(), "8080");
+    EXPECT_THROW(Value("8080").get_int(), std::runtime_error);
+    EXPECT_THROW(Value(1).get_bool(), std::runtime_error);
+    EXPECT_THROW(Value(true).get_int(), std::runtime_error);
+    EXPECT_THROW(Value(1.0).get_int(), std::runtime_error);
+    EXPECT_THROW(Value().get_array(), std::runtime_error);
+    EXPECT_EQ(Value(7).get_real(), 7.0);
+}
+
 TEST(JsonValue, IntegersKeepTheirRange) {
     constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
     constexpr uint64_t highest = std::numeric_limits<uint64_t>::max();
@@ -79,6 +89,27 @@ TEST(JsonReader, BoundsTheDepth) {
     EXPECT_EQ(write(parse(nested(maxDepth))), nested(maxDepth));
     EXPECT_THROW(parse(nested(maxDepth + 1)), Error_position);
     EXPECT_THROW(parse(nested(1'000'000)), Error_position);
+}
+
+TEST(JsonWriter, FormatsOneMemberALine) {
+    const Value value(Object{{"b", Array{1, "x", Object{}}},
+                             {"a", Object{{"on", true}, {"none", Value()}}},
+                             {"c", Array{}}});
+    EXPECT_EQ(write_formatted(value), R"({
+    "a" : {
+        "none" : null,
+        "on" : true
+    },
+    "b" : [
+        1,
+        "x",
+        {
+        }
+    ],
+    "c" : [
+    ]
+})");
+    EXPECT_EQ(write(value), R"({"a":{"none":null,"on":true},"b":[1,"x",{}],"c":[]})");
 }
 
 TEST(JsonWriter, EscapesControlCharactersOnly) {
