@@ -69,6 +69,7 @@ class CommandLineTest(SystemTest):
         self.assertEqual(len(system.machine.listing("instances")), 1)
         system.server.add_user("other", "another password")
         system.machine.agent("login", "other", "--password-stdin", stdin="another password\n")
+        self.assertIn("--user", system.machine.agent("instances", code=USAGE).err)
         self.assertEqual(system.machine.listing("instances", "--user", "other"), [])
         for command in ("files", "restore"):
             run = system.machine.agent(command, system.instance(), "--user", "other", code=FAILED)
