@@ -78,6 +78,27 @@ TEST_F(CommandQueue, RunsTheSmallestIdFirstAndTheLatestCommandOnly) {
               (Names{"gate start", "B resume", "a stop", "b start", "c no such command"}));
 }
 
+TEST_F(CommandQueue, CarriesOutEachCommand) {
+    submit("a");
+    TestJob* job = JobGround::job("a");
+    queue_.add("A", "start");
+    ASSERT_TRUE(job->ran.wait());
+    queue_.add("a", "pause");
+    ASSERT_TRUE(job->wait(60'000));
+    EXPECT_EQ(job->state(), value(JobState::paused));
+    EXPECT_EQ(job->activity()->pausedManually, 1U);
+    queue_.add("a", "resume");
+    ASSERT_TRUE(job->ran.wait());
+    queue_.add("a", "stop");
+    ASSERT_TRUE(job->wait(60'000));
+    EXPECT_EQ(job->state(), value(JobState::cancelled));
+    closeGate();
+    queue_.add("a", "do_schedule");
+    queue_.add("nobody", "start");
+    openGate();
+    EXPECT_EQ(job->commands, Names{"do_schedule"});
+}
+
 TEST_F(CommandQueue, StopsOnce) {
     submit("a");
     queue_.stop();

@@ -3,7 +3,11 @@
 #include <utility>
 #include <vector>
 
+#include "job/jobcmdqueue.h"
+#include "job/jobfactory.h"
+#include "job/jobmanager.h"
 #include "job/scripted_job.h"
+#include "notify/jobnotifymanager.h"
 #include "support/test_dispatcher.h"
 
 namespace dorvo {
@@ -70,6 +74,28 @@ protected:
     std::unique_ptr<JobPlanner> planner_;
     LogCapture log_;
 };
+
+TEST_F(Planner, PlansTheNextRunWhenOneStarts) {
+    EXPECT_EQ(onRecord(), "01-05 09:00:00");
+    EXPECT_EQ(fired(), Names{});
+    EXPECT_TRUE(plan(PlanReason::started)) << "by hand, before it is due";
+    EXPECT_EQ(onRecord(), "01-05 09:00:00");
+    dispatcher_.advance(at("01-05 09:00:00"));
+    EXPECT_EQ(fired(), Names{"start"});
+    EXPECT_TRUE(plan(PlanReason::started));
+    EXPECT_EQ(onRecord(), "01-06 09:00:00");
+    EXPECT_TRUE(plan(PlanReason::ended));
+    EXPECT_EQ(onRecord(), "01-06 09:00:00");
+    dispatcher_.advance(at("01-06 09:00:00"));
+    EXPECT_EQ(fired(), Names{"start"});
+    EXPECT_TRUE(plan(PlanReason::ended)) << "another command took the place of the start";
+    EXPECT_EQ(onRecord(), "01-07 09:00:00");
+    definition_->setSchedule({});
+    EXPECT_TRUE(plan(PlanReason::loaded));
+    EXPECT_EQ(onRecord(), "never");
+    dispatcher_.advance(at("01-08 09:00:00"));
+    EXPECT_EQ(fired(), Names{});
+}
 
 TEST_F(Planner, StartsWhatFellDueWithoutAStart) {
     struct Row {
@@ -211,6 +237,119 @@ TEST(MakeScheduleHelper, TakesTheFieldsOfItsKind) {
     }
     schedule.kind = ScheduleKind::once;
     EXPECT_EQ(makeScheduleHelper(schedule, zone), nullptr);
+}
+
+// The manager, the queue and a job whose storage is scripted; the time is the test's.
+class ScheduledJob : public ScriptedJobTest, private JobNotifyObserver {
+protected:
+    ScheduledJob()
+        : JobNotifyObserver(""), dispatcher_(zone_), schedules_(TestDispatcher::current, zone_) {
+        current_ = this;
+        write(sources() + L"\\a", "content");
+        schedules_.commands(
+            [](const std::string& id, const char* command) { current_->queue_.add(id, command); });
+        singleton<JobNotifyManagerImpl>().registerObserver(this);
+        setJobMaker([](std::unique_ptr<JobDefinition>& definition) {
+            return current_->make(std::move(definition));
+        });
+        dispatcher_.run();
+        zone_.time = zone_.at("2026-01-05 08:00:00");
+    }
+    ~ScheduledJob() override {
+        schedules_.stop();
+        queue_.stop();
+        manager().close();
+        setJobMaker(nullptr);
+        singleton<JobNotifyManagerImpl>().unregisterObserver(this);
+    }
+
+    static JobManagerImpl& manager() { return singleton<JobManagerImpl>(); }
+    static void submit(std::unique_ptr<BackupJobDefinition> definition) {
+        definition->setSource({sources()});
+        ASSERT_TRUE(manager().submitJob(definition.release()));
+    }
+    // Month, day, hour and minute.
+    static int nextRun() {
+        int date = 0;
+        int time = 0;
+        manager().job("j1")->nextRunTime(date, time);
+        return date % 10'000 * 10'000 + time / 100;
+    }
+    // Waits for the end of a run and of the command that has started it.
+    void awaitRun() {
+        ASSERT_TRUE(ended_.wait());
+        const std::lock_guard guard(manager().locker());
+        EXPECT_EQ(manager().job("j1")->lastRunState(), completed);
+    }
+
+    TestZone zone_;
+    TestDispatcher dispatcher_;
+    ScheduleManagerImpl schedules_;
+
+private:
+    std::unique_ptr<Job> make(std::unique_ptr<JobDefinition> definition) {
+        BackupJob::Services services;
+        services.snapshotsEnabled = [] { return false; };
+        services.incrementCheck = [this] { return std::make_unique<ScriptedCheck>(script_); };
+        services.schedules = &schedules_;
+        services.clock = &zone_;
+        return std::make_unique<ScriptedBackup>(script_, std::move(definition),
+                                                std::move(services));
+    }
+    bool deliver(const std::string& text) override {
+        if (text.find(R"("state":"completed")") != std::string::npos) {
+            ended_.set();
+        }
+        return true;
+    }
+
+    static inline ScheduledJob* current_ = nullptr;
+    Signal ended_{true};
+    JobCmdQueue queue_;
+};
+
+TEST_F(ScheduledJob, RunsFromItsDefinitionAlone) {
+    submit(dailyAt(9, 0));
+    EXPECT_EQ(nextRun(), 105'0900);
+    dispatcher_.advance(zone_.at("2026-01-05 09:00:00"));
+    awaitRun();
+    EXPECT_EQ(script_.stored(), (Names{"sources", "a"}));
+    EXPECT_EQ(nextRun(), 106'0900);
+    dispatcher_.setClock(zone_.at("2026-01-06 10:00:00"));
+    awaitRun();
+    EXPECT_EQ(script_.count("end"), 2U) << "planned anew by the change of the clock";
+    EXPECT_EQ(nextRun(), 107'0900);
+
+    // A due time passes while the machine is off.
+    manager().close();
+    EXPECT_EQ(schedules_.FindSchedule("j1"), nullptr);
+    zone_.time = zone_.at("2026-01-09 12:00:00");
+    EXPECT_TRUE(manager().open());
+    awaitRun();
+    EXPECT_EQ(nextRun(), 110'0900);
+}
+
+TEST_F(ScheduledJob, ForgetsItsScheduleWithItsDefinitionAndItself) {
+    submit(dailyAt(9, 0));
+    submit(dailyAt(7, 15));
+    EXPECT_EQ(nextRun(), 106'0715);
+    auto manual = dailyAt(9, 0);
+    manual->setSchedule({});
+    submit(std::move(manual));
+    EXPECT_EQ(nextRun(), 0);
+    EXPECT_EQ(schedules_.FindSchedule("j1"), nullptr);
+    submit(dailyAt(9, 0));
+    EXPECT_TRUE(manager().command("do_schedule", "j1"));
+    EXPECT_FALSE(manager().command("no such command", "j1"));
+    EXPECT_TRUE(manager().lockJob("j1"));
+    zone_.time = zone_.at("2026-01-05 10:00:00");
+    EXPECT_FALSE(manager().startJob("j1"));
+    EXPECT_EQ(nextRun(), 105'0900) << "what was due stays on record while the job is locked";
+    EXPECT_NE(schedules_.FindSchedule("j1"), nullptr);
+    EXPECT_TRUE(manager().removeJob("j1"));
+    manager().close();
+    EXPECT_EQ(schedules_.FindSchedule("j1"), nullptr);
+    EXPECT_TRUE(script_.calls.empty());
 }
 
 }  // namespace

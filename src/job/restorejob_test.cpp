@@ -9,28 +9,45 @@ using namespace test;
 
 class RestoreJobTest : public ScriptedJobTest {};
 
-// The file appears only after its place was chosen.
+TEST_F(RestoreJobTest, ComposesItsTargetsAndTellsTheStorageHowItWent) {
+    const auto job = makeRestore();
+    run(*job);
+    EXPECT_EQ(script_.targets, (std::vector<std::wstring>{target() + L"\\", target() + L"\\a",
+                                                          target() + L"\\b", target() + L"\\c"}));
+    EXPECT_EQ(script_.history.at("type").get_str(), "restore");
+    EXPECT_EQ(script_.history.at("filescount").get_int64(), 3);
+}
+
 TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
     struct Row {
         const char* name;
         int32_t conflict;
+        bool meanwhile;  // the file appears only after its place was chosen
         Names stored;
         const wchar_t* restored;  // where "a" comes to lie; null: nowhere
     };
     const Row rows[] = {
-        {"keep", 1, {"sources", "a", "b", "c"}, nullptr},
-        {"overwrite", 2, {"sources", "a", "b", "c"}, L"\\a"},
-        {"rename", 3, {"sources", "a", "a", "b", "c"}, L"\\a.0"},
+        {"keep", 1, false, {"sources", "b", "c"}, nullptr},
+        {"keep, meanwhile", 1, true, {"sources", "a", "b", "c"}, nullptr},
+        {"overwrite", 2, false, {"sources", "a", "b", "c"}, L"\\a"},
+        {"overwrite, meanwhile", 2, true, {"sources", "a", "b", "c"}, L"\\a"},
+        {"rename", 3, false, {"sources", "a", "b", "c"}, L"\\a.0"},
+        {"rename, meanwhile", 3, true, {"sources", "a", "a", "b", "c"}, L"\\a.0"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         rm_rf(target(), true);
         script_ = {};
-        script_.onItem = [&](const std::string& name) {
+        const auto appear = [&](const std::string& name) {
             if (name == "a" && !exists(target() + L"\\a")) {
                 write(target() + L"\\a", "mine");
             }
         };
+        if (row.meanwhile) {
+            script_.onItem = appear;
+        } else {
+            appear("a");
+        }
         const auto job = makeRestore(row.conflict);
         run(*job);
         EXPECT_EQ(job->state(), completed);
@@ -42,6 +59,36 @@ TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
         if (row.restored != nullptr) {
             EXPECT_EQ(contentOf(target() + row.restored), "C:\\sources\\a");
         }
+    }
+}
+
+TEST_F(RestoreJobTest, NothingLeavesTheChosenFolder) {
+    script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\..\\x"),
+                       item(L"C:\\sources\\a:stream"), item(L"C:\\other\\y"),
+                       item(L"C:\\sources\\c")};
+    const auto job = makeRestore();
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script_.stored(), (Names{"sources", "c"}));
+    EXPECT_EQ(job->errors(), (Names{"x 161 the path has \".\" or \"..\" in it",
+                                    "a:stream 161 a name in the path has a colon in it",
+                                    "y 161 the item is not below the prefix of the restore"}));
+}
+
+TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRun) {
+    // Also what would pass: nothing is known yet that would be worth keeping.
+    for (const DWORD error : {DWORD{WSAECONNRESET}, DWORD{0x20010194}}) {
+        SCOPED_TRACE(error);
+        script_ = {};
+        script_.list = {0, error};
+        const auto job = makeRestore();
+        const LogCapture quiet;
+        run(*job);
+        EXPECT_EQ(job->state(), failed);
+        EXPECT_EQ(job->record().endError, error);
+        EXPECT_EQ(script_.calls, Names{"cancel"});
+        EXPECT_EQ(script_.history.at("state").get_str(), "error");
+        EXPECT_FALSE(exists(list()));
     }
 }
 
@@ -62,6 +109,21 @@ TEST_F(RestoreJobTest, AStopOrPauseWhileListingIsNoFailure) {
     }
 }
 
+TEST_F(RestoreJobTest, DirectoriesHaveTheirTimesAfterTheirFiles) {
+    script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\d", true),
+                       item(L"C:\\sources\\d\\a"), item(L"C:\\sources\\e", true)};
+    script_.items["e"] = {ERROR_ACCESS_DENIED};
+    const auto job = makeRestore();
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    for (const wchar_t* name : {L"", L"\\d"}) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        ASSERT_TRUE(GetFileAttributesExW((target() + name).c_str(), GetFileExInfoStandard, &data));
+        EXPECT_EQ(toTicks(data.ftLastWriteTime), toTicks(item(L"").data.ftLastWriteTime)) << name;
+    }
+    EXPECT_EQ(job->errors(), Names{"e 5 "}) << "failed once";
+}
+
 TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
     for (const wchar_t* prefix : {L"", L"C:\\"}) {
         SCOPED_TRACE(toUtf8(prefix));
@@ -80,6 +142,26 @@ TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
         EXPECT_EQ(data.dwFileAttributes, DWORD{FILE_ATTRIBUTE_DIRECTORY});
         EXPECT_NE(toTicks(data.ftLastWriteTime), toTicks(item(L"").data.ftLastWriteTime));
     }
+}
+
+TEST_F(RestoreJobTest, WhatWasReceivedStaysWhileTheRunMayGoOn) {
+    const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
+    const auto job = makeRestore();
+    write(package, "a former run's");
+    script_.items["b"] = {WSAECONNRESET};
+    script_.onItem = [&](const std::string& name) {
+        if (name == "b" && script_.count("C:\\sources\\b") == 0) {
+            EXPECT_FALSE(exists(package));
+            write(package, "half a package");
+        } else if (name == "b") {
+            EXPECT_TRUE(exists(package)) << "the resumed run goes on with it";
+        }
+    };
+    run(*job);
+    EXPECT_EQ(job->state(), paused);
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_FALSE(exists(package));
 }
 
 }  // namespace

@@ -39,6 +39,8 @@ constexpr int32_t failed = static_cast<int32_t>(JobState::error);
 struct Script {
     Names calls;  // "start", "C:\...", "end", "cancel" (a restore that ends otherwise, too)
     std::vector<std::wstring> readFrom;  // of a backup's items
+    std::vector<std::wstring> targets;   // of a restore's
+    json_spirit::Object history;         // that a restore ended with
     std::deque<DWORD> start;
     std::map<std::string, std::deque<DWORD>> items;  // by file name
     std::deque<DWORD> end;
@@ -126,6 +128,7 @@ public:
         return failed_.add(path, code, reason);
     }
     bool end(const json_spirit::Object& history) override {
+        script_.history = history;
         if (history.at("state").get_str() == "completed") {
             return script_.note("end", script_.end);
         }
@@ -133,10 +136,12 @@ public:
         return true;
     }
     bool restoreDirectory(const wchar_t* original, const wchar_t* target) override {
+        script_.targets.emplace_back(target);
         return script_.item(original) && createDirectories(target);
     }
     bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t,
                      bool replace) override {
+        script_.targets.emplace_back(target);
         if (!script_.item(original)) {
             return false;
         }
@@ -326,7 +331,8 @@ protected:
                                                 std::move(services));
     }
 
-    std::unique_ptr<ScriptedRestore> makeRestore(int32_t conflict = 2) {
+    std::unique_ptr<ScriptedRestore> makeRestore(int32_t conflict = 2,
+                                                 std::vector<std::wstring> paths = {}) {
         createDirectories(dataPath(L"\\job\\j1"));
         if (script_.catalog.empty()) {
             script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\a"),
@@ -335,6 +341,7 @@ protected:
         auto definition = std::make_unique<RestoreJobDefinition>("j1", L"job", "alice");
         definition->setOrigin("machine", "backup", "7f0b1e5a-1d2c-4e3f-8a9b-0c1d2e3f4a5b");
         definition->setTarget(target(), prefix_);
+        definition->setSource(std::move(paths));
         definition->setConflict(conflict);
         return std::make_unique<ScriptedRestore>(script_, std::move(definition),
                                                  [this] { return waitForServer_; });
