@@ -32,6 +32,8 @@ std::string localTimeText(uint64_t ticks) {
 uint64_t ticksOfText(const std::string& utc) {
     std::array<int, 6> parts{};
     int end = 0;
+    // The widths keep every number in range.
+    // NOLINTNEXTLINE(cert-err34-c)
     const int read = std::sscanf(utc.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%n", &parts[0], &parts[1],
                                  &parts[2], &parts[3], &parts[4], &parts[5], &end);
     if (read != static_cast<int>(parts.size()) || static_cast<size_t>(end) != utc.size()) {

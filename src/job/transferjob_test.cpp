@@ -186,7 +186,7 @@ TYPED_TEST(TransferJobTest, TakesUpWhatACrashLeft) {
         uint32_t stillManual;
     };
     using enum JobState;
-    constexpr int32_t idleFound = static_cast<int32_t>(idle);
+    constexpr auto idleFound = static_cast<int32_t>(idle);
     const Row rows[] = {
         {starting, 0, 0, test::paused, 0},
         {running, 0, 0, test::paused, 0},

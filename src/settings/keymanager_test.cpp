@@ -79,6 +79,7 @@ TEST_F(Keys, GlobalKeyIsMadeOnceHoweverManyAsk) {
     std::vector<Record> records(4);
     {
         std::vector<std::jthread> threads;
+        threads.reserve(records.size());
         for (Record& record : records) {
             threads.emplace_back([&] { EXPECT_TRUE(globalKey(record)); });
         }
