@@ -9,8 +9,8 @@
 #include <string_view>
 
 #include "catalog.h"
-#include "login_limiter.h"
 #include "httpd/web_request.h"
+#include "login_limiter.h"
 
 namespace dorvo {
 
