@@ -94,6 +94,7 @@ TEST_F(UpdateScheduler, AChangeOfTheClockStartsOnlyTheInterval) {
     Update_Scheduler updates(*TestDispatcher::port());
     EXPECT_TRUE(updates.schedule());
     dispatcher_.setClock(zone_.time + 86'400);
+    EXPECT_TRUE(log_.begins("Update Scheduler: Reschedule.\n"));
     pass(14'399'000);
     EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
     pass(1000);
@@ -113,8 +114,13 @@ TEST_F(UpdateScheduler, AMissingUpdaterDoesNotEndTheSchedule) {
 TEST_F(UpdateScheduler, AFailureToArmItLeavesNothingPending) {
     Update_Scheduler updates(*TestDispatcher::port());
     EXPECT_FALSE(updates.unschedule()) << "it never was";
+    EXPECT_TRUE(log_.begins("Failed to unschedule the Update_Scheduler.1168, "));
+    EXPECT_TRUE(updates.schedule());
+    EXPECT_TRUE(updates.unschedule());
+    EXPECT_FALSE(updates.unschedule()) << "it is no more";
     EXPECT_TRUE(TestDispatcher::port()->close());
     EXPECT_FALSE(updates.schedule());
+    EXPECT_TRUE(log_.begins("Failed to schedule the Update_Scheduler."));
     EXPECT_FALSE(updates.unschedule());
 }
 

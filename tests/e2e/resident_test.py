@@ -5,6 +5,7 @@ import unittest
 
 import proxy
 import trees
+from layout import WINDOWS_BIN
 from machine import windows_path
 from resident import Resident
 from system import BLOCK, PASSWORD, USER, System, SystemTest, World, make_tree, until
@@ -49,6 +50,15 @@ class ResidentTest(SystemTest):
             resident.stop()
 
         self.side_by_side(scenario, [("stop",), ("kill",)])
+
+    def test_the_updater_beside_the_agent_is_started(self):
+        machine = World(self, "updater").add_machine("machine")
+        machine.agent("server", "set", "127.0.0.1:9")
+        shutil.copy(WINDOWS_BIN / "test_updater.exe", machine.home / "updater.exe")
+        machine.set_option(update_start_at=0)
+        resident = Resident(machine)
+        until(lambda: (machine.home / "updated").exists(), resident.process)
+        resident.stop()
 
     def test_the_residents_stores_are_what_commands_change(self):
         """It keeps what it has read: all settings have to reach it to count."""

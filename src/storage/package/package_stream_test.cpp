@@ -111,6 +111,7 @@ void expect_received(const std::wstring& root, const std::vector<Entry>& tree) {
         if (!entry.directory()) {
             EXPECT_TRUE(test::fileContent(root + entry.path) == entry.content);
             EXPECT_EQ(toTicks(got.ftLastWriteTime), written_time);
+            EXPECT_EQ(toTicks(got.ftLastAccessTime), written_time + 10'000'000);
         }
     }
 }
