@@ -137,9 +137,10 @@ std::string stateText(const JobView& view) {
     if (!view.recorded) {
         return jobStateToString(JobState::none);
     }
-    const bool paused = static_cast<JobState>(view.record.state) == JobState::paused;
-    return unfinished(view.record) && !paused && !view.live ? "interrupted"
-                                                            : jobStateToString(view.record.state);
+    const auto state = static_cast<JobState>(view.record.state);
+    const bool underWay =
+        state == JobState::canceling || (unfinished(view.record) && state != JobState::paused);
+    return underWay && !view.live ? "interrupted" : jobStateToString(view.record.state);
 }
 
 Ordered_object summaryJson(const JobView& view) {
