@@ -31,6 +31,11 @@ bool settled(JobVerb verb, const JobActivity& record) {
                                   : !runsOrWaits(record) && !unfinished(record);
 }
 
+std::string lostText(const std::string& name) {
+    return "The agent has ended before the job '" + name +
+           "' did what it was told: 'agent show \"" + name + "\"' shows its state";
+}
+
 }  // namespace
 
 CLI::App* TellCommand::describe(CLI::App& parent) {
@@ -69,9 +74,7 @@ int TellCommand::run(Terminal& terminal) {
             break;
         }
         if (ended) {
-            throw AgentError("The agent has ended before the job '" + name +
-                             "' did what it was told: 'agent show \"" + name +
-                             "\"' shows its state");
+            throw AgentError(lostText(name));
         }
         if (!events.wait(interrupt.event())) {
             throw AgentError("The job '" + name + "' was told, but not waited for", exitStopped);
