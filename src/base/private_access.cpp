@@ -26,7 +26,7 @@ std::wstring processUser() {
         ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &text) == 0) {
         return {};
     }
-    const std::wstring sid = text;
+    std::wstring sid = text;
     LocalFree(text);
     return sid;
 }
