@@ -15,7 +15,6 @@ namespace dorvo {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Pair;
 
 using Item = RestoreCatalog::Item;

@@ -69,7 +69,7 @@ TEST_F(RecoveryFileTest, SealsAUserAndOneKeyToALimit) {
     for (const std::string& damaged :
          {std::string(), content(0, 0, "bob"), content(1, 31, "b"), content(1, 32, ""),
           content(2, 32, "bob"), content(most + 1, (most + 1) * 32, "bob"),
-          content(255, 255 * 32, "bob"), content(1, 32, "b\nob"),
+          content(255, size_t{255} * 32, "bob"), content(1, 32, "b\nob"),
           content(1, 32, std::string("b\0b", 3))}) {
         EXPECT_FALSE(readRecoveryContent(damaged, user_, keys_)) << damaged.size();
         EXPECT_EQ(user_ + keys_, "");

@@ -80,7 +80,7 @@ protected:
     }
     // A source whose package has the wanted size: a multiple of 16 above 0.
     std::wstring makeSource(size_t packageSize) {
-        const std::wstring path = dataPath(L"\\source");
+        std::wstring path = dataPath(L"\\source");
         write(path, std::string(packageSize - 1, 'x'));
         return path;
     }
@@ -131,7 +131,7 @@ TEST_F(WebBackupStorageTest, AFileIsAnnouncedAndSentInBlocks) {
 }
 
 TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItIsTheSame) {
-    const uint64_t size = 3 * uploadBlockSize + 16;
+    const uint64_t size = size_t{3} * uploadBlockSize + 16;
     const std::wstring path = makeSource(size);
     const WIN32_FILE_ATTRIBUTE_DATA listed = test::dataOf(path);
     const Names all = {"1", "2", "3", "4"};
@@ -187,7 +187,7 @@ TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatience
 }
 
 TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
-    const std::wstring path = makeSource(2 * uploadBlockSize);
+    const std::wstring path = makeSource(size_t{2} * uploadBlockSize);
     status_ = [this](const Seen& seen) {
         if (seen.endpoint == "uploadblock") {
             stop_.set();

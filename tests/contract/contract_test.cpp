@@ -15,8 +15,8 @@ using testing::IsEmpty;
 
 TEST_P(StorageContract, SizesAroundEveryBorderComeBack) {
     std::set<size_t> sizes = {0, 1};
-    for (const size_t border : {size_t{16}, size_t{uploadBlockSize}, size_t{2 * uploadBlockSize},
-                                size_t{3 * uploadBlockSize}}) {
+    for (const size_t border : {size_t{16}, size_t{uploadBlockSize}, size_t{2} * uploadBlockSize,
+                                size_t{3} * uploadBlockSize}) {
         for (const size_t distance : {17, 16, 15, 1, 0}) {
             sizes.insert(border + distance);
             sizes.insert(border - std::min(border, distance));
@@ -25,7 +25,7 @@ TEST_P(StorageContract, SizesAroundEveryBorderComeBack) {
     for (const size_t size : sizes) {
         put(L"noise\\" + std::to_wstring(size), noise(size, static_cast<unsigned>(size)));
     }
-    put(L"plain.txt", std::string(5 * uploadBlockSize, 'x'));
+    put(L"plain.txt", std::string(size_t{5} * uploadBlockSize, 'x'));
     for (const bool compress : {false, true}) {
         SCOPED_TRACE(compress);
         compress_ = compress;
@@ -87,7 +87,7 @@ TEST_P(StorageContract, ALongListComesInPages) {
 TEST_P(StorageContract, WhatHasNotChangedIsNotKeptTwice) {
     put(L"changed", noise(1000));
     put(L"gone", noise(2000, 2));
-    put(L"stays", noise(3 * uploadBlockSize, 3));
+    put(L"stays", noise(size_t{3} * uploadBlockSize, 3));
     const std::string first = complete();
     EXPECT_THAT(sent(), ElementsAre(L"changed", L"gone", L"stays"));
     const uint64_t kept = backEnd_->kept();
@@ -257,7 +257,7 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
 }
 
 TEST_P(StorageContract, ACancelledRunLeavesNothing) {
-    put(L"a", noise(3 * uploadBlockSize));
+    put(L"a", noise(size_t{3} * uploadBlockSize));
     const uint64_t kept = backEnd_->kept();
     {
         const auto storage = begun();

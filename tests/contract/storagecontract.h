@@ -268,7 +268,7 @@ private:
             if (name == L"." || name == L"..") {
                 continue;
             }
-            const std::wstring path = folder + L"\\" + name;
+            const std::wstring path = std::wstring(folder).append(L"\\").append(name);
             items_.push_back({path, dataOf(path)});
             if (items_.back().directory()) {
                 walk(path);

@@ -2,8 +2,9 @@
 #include <cstdio>
 
 int main() {
-    std::puts("ready");
-    std::fflush(stdout);
+    if (std::puts("ready") == EOF || std::fflush(stdout) != 0) {
+        return 1;
+    }
     while (std::getchar() != EOF) {
     }
     return 0;

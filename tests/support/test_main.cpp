@@ -13,16 +13,17 @@ namespace {
 
 // A crash must never end with exit code 0 because a debugger caught it.
 LONG WINAPI reportCrash(EXCEPTION_POINTERS* exception) {
-    std::fprintf(stderr, "crash: exception 0x%08lx at %p\n",
-                 exception->ExceptionRecord->ExceptionCode,
-                 exception->ExceptionRecord->ExceptionAddress);
+    static_cast<void>(std::fprintf(stderr, "crash: exception 0x%08lx at %p\n",
+                                   exception->ExceptionRecord->ExceptionCode,
+                                   exception->ExceptionRecord->ExceptionAddress));
     void* frames[32];
     const USHORT count = CaptureStackBackTrace(0, 32, frames, nullptr);
     for (USHORT i = 0; i < count; ++i) {
-        std::fprintf(stderr, "  %p\n", frames[i]);
+        static_cast<void>(std::fprintf(stderr, "  %p\n", frames[i]));
     }
-    std::fprintf(stderr, "  module base %p\n", static_cast<void*>(GetModuleHandleW(nullptr)));
-    std::fflush(stderr);
+    static_cast<void>(
+        std::fprintf(stderr, "  module base %p\n", static_cast<void*>(GetModuleHandleW(nullptr))));
+    static_cast<void>(std::fflush(stderr));
     TerminateProcess(GetCurrentProcess(), 99);
     return EXCEPTION_EXECUTE_HANDLER;
 }

@@ -11,7 +11,7 @@ namespace {
 // A process may be killed in the middle of a record, at any byte.
 TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
     const std::wstring a = makeFile(L"a", 48);
-    const std::wstring b = makeFile(L"b", 2 * uploadBlockSize, 'y');
+    const std::wstring b = makeFile(L"b", size_t{2} * uploadBlockSize, 'y');
     const std::wstring index = place().index(instance());
     uint64_t before = 0;
     {
@@ -59,7 +59,8 @@ TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
         {"another item's", 9, 2, [] {}, blocks},
         {"more there than the package", 1, 2, [&] { cut(package, blocks * uploadBlockSize + 1); },
          2},
-        {"less there than on record", 1, 2, [&] { cut(package, 2 * uploadBlockSize - 1); }, blocks},
+        {"less there than on record", 1, 2, [&] { cut(package, size_t{2} * uploadBlockSize - 1); },
+         blocks},
         {"bytes lost in a power cut", 1, 2, [&] { flip(package, 5000); }, 2 + blocks},
     };
     for (const Row& row : rows) {
@@ -197,7 +198,7 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
 
 // What an index says of packages is only believed as far as there are bytes.
 TEST_F(LocalStorageTest, APackageThatIsNotThereIsNeitherReadNorCarriedOver) {
-    const std::wstring path = complete(3 * uploadBlockSize);
+    const std::wstring path = complete(size_t{3} * uploadBlockSize);
     const std::wstring packages = place().packages(instance());
     bool send = false;
     const auto sendsAnew = [&] {
@@ -207,7 +208,7 @@ TEST_F(LocalStorageTest, APackageThatIsNotThereIsNeitherReadNorCarriedOver) {
         return send;
     };
     EXPECT_FALSE(sendsAnew());
-    cut(packages, 3 * uploadBlockSize - 1);
+    cut(packages, size_t{3} * uploadBlockSize - 1);
     EXPECT_TRUE(sendsAnew());
     const auto reading = restore();
     ASSERT_TRUE(reading->start());

@@ -68,7 +68,7 @@ protected:
     }
     // A file whose package has the wanted size: a multiple of 16 above 0.
     std::wstring makeFile(const std::wstring& name, size_t packageSize, char content = 'x') {
-        const std::wstring path = folder_.path() + L"\\" + name;
+        std::wstring path = folder_.path() + L"\\" + name;
         std::ofstream(path.c_str(), std::ios::binary) << std::string(packageSize - 1, content);
         return path;
     }
@@ -91,7 +91,7 @@ protected:
     }
     // A completed instance with one file.
     std::wstring complete(size_t packageSize = 48) {
-        const std::wstring path = makeFile(L"file", packageSize);
+        std::wstring path = makeFile(L"file", packageSize);
         const auto made = started();
         EXPECT_TRUE(backup(*made, path)) << GetLastError();
         EXPECT_TRUE(made->end()) << GetLastError();

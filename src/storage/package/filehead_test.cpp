@@ -144,7 +144,7 @@ TEST(FileHead, TouchesNothingForAPackageThatContradictsItself) {
     Bytes earlier = package(0x20, folder.path() + L"\\earlier");
     filehead head;
     ASSERT_TRUE(head.handle_head(earlier));
-    const HANDLE current = current_received_file().file.get();
+    HANDLE current = current_received_file().file.get();
     const auto refused = [&](auto&& handle) {
         SetLastError(0);
         return !handle() && GetLastError() == ERROR_INVALID_DATA &&
