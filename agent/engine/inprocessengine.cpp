@@ -37,21 +37,17 @@ bool isThere(const std::string& id) {
 
 }  // namespace
 
-std::unique_ptr<Engine::Subscription> InProcessEngine::subscribe(EventSink sink) {
-    return engine_.subscribe(std::move(sink));
-}
-
 void InProcessEngine::submit(const JobDefinition& job) {
     host_.open(job.id());
-    engine_.submit(job);
+    ModuleEngine::submit(job);
 }
 
 void InProcessEngine::tell(JobVerb verb, const std::string& id) {
     host_.open(id);
     // Each change of a state is announced after it has been recorded.
     const KernelHandle changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    const auto events = engine_.subscribe([&](const std::string&) { SetEvent(changed.get()); });
-    engine_.tell(verb, id);
+    const auto events = subscribe([&](const std::string&) { SetEvent(changed.get()); });
+    ModuleEngine::tell(verb, id);
     if (verb != JobVerb::stop && verb != JobVerb::remove) {
         return;
     }
@@ -61,27 +57,6 @@ void InProcessEngine::tell(JobVerb verb, const std::string& id) {
     if (verb == JobVerb::remove && isThere(id)) {
         throw AgentError("The job's folder could not be deleted whole: the log file says why");
     }
-}
-
-void InProcessEngine::setServer(const std::string& host, uint16_t port, const std::string& name) {
-    engine_.setServer(host, port, name);
-}
-
-void InProcessEngine::setSnapshots(bool on) {
-    engine_.setSnapshots(on);
-}
-
-void InProcessEngine::login(const std::string& user, const std::string& password) {
-    engine_.login(user, password);
-}
-
-void InProcessEngine::logout(const std::string& user) {
-    engine_.logout(user);
-}
-
-ImportedKeys InProcessEngine::importKeys(const std::wstring& file, const std::string& passphrase,
-                                         const std::string& user) {
-    return engine_.importKeys(file, passphrase, user);
 }
 
 }  // namespace dorvo::agent
