@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "excludedpaths.h"
 #include "job/source/exclusionlist.h"
+#include "job/source/sourcelinks.h"
 #include "jobrun.h"
 #include "jobview.h"
 #include "residenthint.h"
@@ -25,6 +26,11 @@ constexpr int32_t allButListed = 2;
 
 std::unique_ptr<BackupJobDefinition> copyOf(const BackupJobDefinition& job) {
     return std::make_unique<BackupJobDefinition>(job);
+}
+
+// A walk enters no links, so what lies behind one has to be a source of its own.
+bool isWalkedWith(const std::wstring& folder, const std::wstring& path) {
+    return firstLinkIn(path, folder.ends_with(L'\\') ? folder : folder + L'\\').empty();
 }
 
 // A backup that takes in the folder it is kept in would grow without end.
@@ -158,7 +164,7 @@ std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
     for (const std::string& path : paths_) {
         sources.push_back(onDiskPath(toWide(path), true));
     }
-    sources = withoutNested(sources);
+    sources = withoutNested(sources, isWalkedWith);
     const std::wstring name = toWide(name_);
     const BackupJobDefinition* const known = name.empty()
                                                  ? findBackup(jobs, user, sources, place.location())

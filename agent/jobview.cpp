@@ -22,6 +22,8 @@ namespace {
 using json_spirit::Ordered_array;
 using json_spirit::Ordered_object;
 
+constexpr size_t mostNotes = 20;  // of a kind, in text
+
 std::string typeText(const JobDefinition& job) {
     switch (job.type()) {
         case JobDefinition::backupType: return "backup";
@@ -51,7 +53,7 @@ Ordered_array textsJson(const std::vector<std::wstring>& texts) {
 }
 
 Ordered_object runJson(const PastRun& run) {
-    return {{"instanceId", run.instanceId},
+    Ordered_object json{{"instanceId", run.instanceId},
             {"startTime", run.startTime},
             {"endTime", run.endTime},
             {"duration", run.seconds},
@@ -60,6 +62,8 @@ Ordered_object runJson(const PastRun& run) {
             {"totalSize", run.totalSize},
             {"speed", run.bytesPerSecond},
             {"failed", failedJson(run.failed)}};
+    appendNotes(json, run.notes);
+    return json;
 }
 
 std::string joined(const std::vector<std::wstring>& texts, const char* separator) {
@@ -78,6 +82,12 @@ std::string runText(const PastRun& run) {
                        run.instanceId + "\n";
     for (const FailedItem& item : run.failed) {
         text += "    failed: " + item.text() + "\n";
+    }
+    for (const std::string& line : noteLines(run.notes.leftOut, "left out", mostNotes)) {
+        text += "    " + line + "\n";
+    }
+    for (const std::string& line : noteLines(run.notes.warnings, "warning", mostNotes)) {
+        text += "    " + line + "\n";
     }
     return text;
 }

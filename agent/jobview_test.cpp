@@ -46,6 +46,7 @@ TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
     std::vector<PastRun> runs(1);
     runs[0].instanceId = "i";
     runs[0].failed = {{"C:\\a\\b", 5, "denied"}};
+    runs[0].notes.leftOut = {{"C:\\a\\link", "a link"}};
     const std::string json =
         json_spirit::write(json_spirit::Ordered_value(detailJson(view_, runs)));
     EXPECT_THAT(json,
@@ -53,7 +54,9 @@ TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
                           R"("extensions":["tmp"],"compress":true,"schedule":{"kind":"manual"},)"
                           R"("runs":[{"instanceId":"i",)"));
     EXPECT_THAT(json, HasSubstr(R"("failed":[{"path":"C:\\a\\b","code":5,"reason":"denied"}])"));
+    EXPECT_THAT(json, HasSubstr(R"("leftOut":[{"path":"C:\\a\\link","reason":"a link"}])"));
     EXPECT_THAT(detailText(view_, runs), HasSubstr("failed: C:\\a\\b: denied\n"));
+    EXPECT_THAT(detailText(view_, runs), HasSubstr("left out: C:\\a\\link: a link\n"));
 }
 
 TEST(JobView, OfARestoreSaysWhatComesBackAndWhereTo) {

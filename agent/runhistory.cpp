@@ -125,6 +125,7 @@ PastRun loadRun(const std::string& jobId, const std::string& instanceId) {
     run.totalSize = numberOf(summary.values(), "totalsize");
     run.bytesPerSecond = numberOf(summary.values(), "speed");
     run.failed = readFailedItems(directory, instanceId);
+    run.notes = loadNotes(jobId, instanceId);
     return run;
 }
 

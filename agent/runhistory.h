@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "json_spirit/json_spirit.h"
+#include "runnotes.h"
 
 namespace dorvo::agent {
 
@@ -28,6 +29,7 @@ struct PastRun {
     uint64_t totalSize = 0;
     uint64_t bytesPerSecond = 0;
     std::vector<FailedItem> failed;
+    RunNotes notes;
 };
 
 // [{"path", "code", "reason"}]

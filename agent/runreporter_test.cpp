@@ -122,13 +122,31 @@ TEST_F(RunReporters, TheJsonSummaryHasWhatWasDoneAndWhatFailed) {
         ElementsAre(R"({"id":"id","name":"docs","summary":{"state":"completed","exitCode":3,)"
                     R"("instanceId":"00000000-0000-0000-0000-000000000000","files":2,"bytes":300,)"
                     R"("unchangedFiles":7,"unchangedBytes":0,"wireBytes":70,"speed":100,)"
-                    R"("duration":2,"failed":[{"path":"C:\\a","code":5,"reason":"denied"}]}})"));
+                    R"("duration":2,"failed":[{"path":"C:\\a","code":5,"reason":"denied"}],)"
+                    R"("leftOut":[],"warnings":[]}})"));
     EXPECT_THAT(json_.errors, IsEmpty());
     record_.endError = 0x20010000 | 401;
     finish(JobState::error, exitFailed, {});
     EXPECT_THAT(json_.lines.back(), HasSubstr(R"("error":"the server refused the session)"));
     // Errors stay texts for people too.
     EXPECT_THAT(json_.errors, ElementsAre(HasSubstr("run 'agent login alice'")));
+}
+
+TEST_F(RunReporters, NotesAreSaidAndFailNothing) {
+    record_.state = static_cast<int32_t>(JobState::completed);
+    RunResult result = resultOf(record_, exitDone, 0, {});
+    result.notes.leftOut = {{"C:\\a\nb", "a link"}};
+    result.notes.warnings.assign(22, {"D:\\", "no snapshot"});
+    all_[0]->finish(result);
+    all_[2]->finish(result);
+    ASSERT_THAT(plain_.lines, SizeIs(2));
+    EXPECT_EQ(plain_.lines[0], "left out: C:\\a?b: a link");
+    EXPECT_THAT(plain_.lines[1], EndsWith(", 1 left out."));
+    ASSERT_THAT(plain_.warnings, SizeIs(21));
+    EXPECT_EQ(plain_.warnings[19], "warning: D:\\: no snapshot");
+    EXPECT_EQ(plain_.warnings[20], "warning: 2 more, which --json lists");
+    EXPECT_THAT(plain_.errors, IsEmpty());
+    EXPECT_THAT(json_.lines[0], HasSubstr(R"("leftOut":[{"path":"C:\\a\nb","reason":"a link"}])"));
 }
 
 }  // namespace

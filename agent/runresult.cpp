@@ -50,12 +50,16 @@ RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedF
             .seconds = record.usedTime / ticksPerSecond,
             .failedItems = record.failedItems,
             .failed = std::move(failed),
+            .notes = {},
             .error = outcome == exitFailed ? record.endError : 0};
 }
 
 RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome) {
-    return resultOf(record, outcome, walkedFiles(job),
-                    loadFailedItems(job.id(), instanceOf(record)));
+    const std::string instance = instanceOf(record);
+    RunResult result =
+        resultOf(record, outcome, walkedFiles(job), loadFailedItems(job.id(), instance));
+    result.notes = loadNotes(job.id(), instance);
+    return result;
 }
 
 json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinition& job) {
@@ -70,6 +74,7 @@ json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinit
                                      {"speed", result.bytesPerSecond},
                                      {"duration", result.seconds},
                                      {"failed", failedJson(result.failed)}};
+    appendNotes(json, result.notes);
     if (result.error != 0) {
         json.push_back({"error", runFailure(result.error, job.user())});
     }

@@ -27,6 +27,7 @@ struct RunResult {
     uint64_t seconds = 0;
     uint32_t failedItems = 0;
     std::vector<FailedItem> failed;
+    RunNotes notes;
     uint32_t error = 0;  // that the run ended with, 0 for none
 };
 
@@ -41,7 +42,7 @@ RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedF
 RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome);
 
 // {"state", "exitCode", "instanceId", "files", "bytes", "unchangedFiles", "unchangedBytes",
-// "wireBytes", "speed", "duration", "failed"} and, when it failed, "error".
+// "wireBytes", "speed", "duration", "failed", "leftOut", "warnings"} and, when it failed, "error".
 json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinition& job);
 
 }  // namespace dorvo::agent

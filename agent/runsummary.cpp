@@ -39,6 +39,9 @@ std::string runSummary(const JobDefinition& job, const RunResult& result) {
     } else if (result.unchangedBytes > 0) {
         text += ", " + bytesText(result.unchangedBytes) + " of it kept as it was";
     }
+    if (const size_t leftOut = result.notes.leftOut.size(); leftOut > 0) {
+        text += ", " + std::to_string(leftOut) + " left out";
+    }
     return text +
            (result.failedItems == 0 ? "." : ", " + std::to_string(result.failedItems) + " failed.");
 }

@@ -107,12 +107,15 @@ bool isBelow(std::wstring_view path, std::wstring_view folder) {
            samePath(path.substr(0, prefix.size()), prefix);
 }
 
-std::vector<std::wstring> withoutNested(const std::vector<std::wstring>& paths) {
+std::vector<std::wstring> withoutNested(
+    const std::vector<std::wstring>& paths,
+    const std::function<bool(const std::wstring&, const std::wstring&)>& reached) {
     std::vector<std::wstring> kept;
     for (size_t i = 0; i < paths.size(); ++i) {
         bool covered = false;
         for (size_t j = 0; j < paths.size() && !covered; ++j) {
-            covered = isBelow(paths[i], paths[j]) || (j < i && samePath(paths[i], paths[j]));
+            covered = (isBelow(paths[i], paths[j]) && (!reached || reached(paths[j], paths[i]))) ||
+                      (j < i && samePath(paths[i], paths[j]));
         }
         if (!covered) {
             kept.push_back(paths[i]);

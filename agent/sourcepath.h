@@ -1,6 +1,7 @@
 // Paths as the user gives them, made into what a job definition holds.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,8 +21,11 @@ std::wstring onDiskPath(const std::wstring& path, bool mustExist);
 // Whether the path lies below the folder, without regard to case. Pure.
 bool isBelow(std::wstring_view path, std::wstring_view folder);
 
-// Without repetitions and without paths that lie below another one; in the order given. Pure.
-std::vector<std::wstring> withoutNested(const std::vector<std::wstring>& paths);
+// Without repetitions and without paths that lie below another one; in the order given. `reached`
+// tells of a path below a folder whether a walk of the folder comes to it; null: it does.
+std::vector<std::wstring> withoutNested(
+    const std::vector<std::wstring>& paths,
+    const std::function<bool(const std::wstring& folder, const std::wstring& path)>& reached = {});
 
 // A name for a job that has none: the paths, "C:\a, D:\b", or the first and a count where that
 // would be long. Pure.

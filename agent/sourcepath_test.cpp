@@ -46,6 +46,11 @@ TEST(WithoutNested, DropsRepetitionsAndWhatLiesBelowAnother) {
           Row{{L"C:\\x", L"C:\\", L"D:\\x"}, {L"C:\\", L"D:\\x"}}, Row{{L"C:\\"}, {L"C:\\"}}}) {
         EXPECT_EQ(withoutNested(row.given), row.kept);
     }
+    const auto behindALink = [](const std::wstring&, const std::wstring& path) {
+        return !path.starts_with(L"C:\\link");
+    };
+    EXPECT_EQ(withoutNested({L"C:\\", L"C:\\link", L"C:\\a", L"C:\\LINK"}, behindALink),
+              (Paths{L"C:\\", L"C:\\link"}));
 }
 
 TEST(NameOfSources, CountsWhereTheListWouldBeLong) {

@@ -11,6 +11,7 @@ namespace {
 constexpr uint64_t progressPeriodMs = 10'000;
 constexpr uint64_t retryDelayMs = 30'000;  // after which a job that paused itself resumes
 constexpr uint64_t second = 1000;
+constexpr size_t mostNotes = 20;  // of a kind
 
 }  // namespace
 
@@ -36,6 +37,12 @@ void TextRunReporter::show(const JobActivity& record, uint64_t nowMs) {
 
 void TextRunReporter::finish(const RunResult& result) {
     terminal_.status({});
+    for (const std::string& line : noteLines(result.notes.leftOut, "left out", mostNotes)) {
+        terminal_.out(line);
+    }
+    for (const std::string& line : noteLines(result.notes.warnings, "warning", mostNotes)) {
+        terminal_.warn(line);
+    }
     for (const FailedItem& item : result.failed) {
         terminal_.error("failed: " + item.text());
     }

@@ -10,11 +10,14 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
+#include "job/activity/jobhistory.h"
 #include "job/backupitems.h"
 #include "job/source/exclusionlist.h"
 #include "job/source/filterpolicyfactory.h"
 #include "job/source/jobactsrcgenerator.h"
 #include "job/source/sourceclassifier.h"
+#include "job/source/sourcelinks.h"
 #include "job/source/speedcalc.h"
 #include "job/source/volumemap.h"
 #include "storage/itemtemppath.h"
@@ -82,8 +85,18 @@ int BackupRun::carryOut() {
     return end;
 }
 
+// What an earlier start has noted stays with the list that it was noted of.
+void BackupRun::openNotes() {
+    notes_ = std::make_unique<JobHistoryNotes>(
+        toUtf8(jobHistoryNotesPath(directory_, job_.instanceText())));
+    if (!listed_) {
+        notes_->clear();
+    }
+}
+
 void BackupRun::loadVolumes() {
     takeUp();
+    openNotes();
     job_.atStorage_ = resumed_;
     if (resumed_) {
         dorvo::loadVolumes(job_.definition().id().c_str(), job_.volumes_);
@@ -204,6 +217,9 @@ bool BackupRun::generateList() {
     options.failedItem = [&](const std::wstring& path, DWORD error) {
         recorded = addFailed(path, error) && recorded;
     };
+    options.leftOut = [&](const std::wstring& path, DWORD tag) {
+        notes_->add(JobHistoryNotes::Kind::leftOut, path, notEnteredText(path, tag));
+    };
     for (const std::wstring& source : job_.backup().source()) {
         if (!source.empty() && !hasVolume(source)) {
             options.failedItem(source, ERROR_PATH_NOT_FOUND);
@@ -217,6 +233,7 @@ bool BackupRun::generateList() {
         SetLastError(ERROR_WRITE_FAULT);
         return false;
     }
+    notes_->save();
     record_.unchangedSize = generator.unchangedSize();
     const SourceCalculator& walked = generator.walked();
     return endList({generator.directoryCount(), generator.fileCount(), generator.fileSize()},

@@ -1,6 +1,9 @@
 // The run of a backup job: volumes, snapshots, the list of what has to be sent, its items.
 #pragma once
 
+#include <memory>
+
+#include "job/activity/jobhistorynotes.h"
 #include "job/backupjob.h"
 #include "job/transferrun.h"
 
@@ -24,7 +27,10 @@ private:
     bool generateList();
     bool hasVolume(const std::wstring& source) const;
 
+    void openNotes();
+
     BackupJob& job_;
+    std::unique_ptr<JobHistoryNotes> notes_;  // from the loading of the volumes on
 };
 
 }  // namespace dorvo

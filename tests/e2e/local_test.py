@@ -60,6 +60,32 @@ class LocalTest(SystemTest):
         second.agent(*restore("oldest", runs[0]["jobinstanceid"]))
         self.assertRestored(system, expected, system.folder / "oldest")
 
+    def test_links_are_left_out_below_a_source_and_followed_as_one(self):
+        system = LocalSystem(self, "links")
+        machine, link = system.machine, system.tree / "link"
+        write(system.tree / "a.txt", b"a")
+        write(system.folder / "elsewhere" / "sub" / "behind.txt", b"behind the link")
+        link.symlink_to(system.folder / "elsewhere")
+        held = lambda: {f["path"]: f["size"] for f in machine.listing("files", "latest", "--job", job, *system.local)}
+
+        run = machine.agent("backup", windows_path(system.tree), *system.local)
+        self.assertIn("left out: " + windows_path(link) + ": a link to another place", run.out)
+        self.assertIn(", 1 left out.", run.out)
+        job = system.job()
+        self.assertEqual([e["path"] for e in machine.listing("show", job)["runs"][0]["leftOut"]], [windows_path(link)])
+        self.assertEqual(set(held()), {windows_path(p) for p in (system.tree, link, system.tree / "a.txt")})
+
+        # Named beside the folder that it lies in, it is a source of its own.
+        run = machine.agent("backup", windows_path(system.tree), windows_path(link), "--name", "both", *system.local)
+        self.assertNotIn("left out", run.out)
+        job = "both"
+        self.assertEqual(held()[windows_path(link / "sub" / "behind.txt")], len(b"behind the link"))
+        self.assertEqual(machine.listing("show", job)["source"], [windows_path(system.tree), windows_path(link)])
+        target = system.folder / "restored"
+        machine.agent("restore", "latest", "--job", job, *system.local, *system.to(target))
+        self.assertEqual((target / "link" / "sub" / "behind.txt").read_bytes(), b"behind the link")
+        self.assertFalse((target / "link").is_symlink())
+
     def broken_off(self, name, breaking_off):
         """A backup and its restore; `breaking_off(system, run, kind)` strikes each in its middle."""
         system = LocalSystem(self, name)

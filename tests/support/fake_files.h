@@ -20,6 +20,7 @@ public:
         std::wstring name;
         DWORD attributes = FILE_ATTRIBUTE_NORMAL;
         uint64_t size = 0;
+        DWORD tag = 0;  // of a reparse point
     };
 
     void add(const std::wstring& folder, Entry entry) {
@@ -51,6 +52,15 @@ public:
         }
         SetLastError(ERROR_FILE_NOT_FOUND);
         return false;
+    }
+    bool targetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) override {
+        if (path == dangling) {
+            SetLastError(ERROR_PATH_NOT_FOUND);
+            return false;
+        }
+        const bool found = attributes(path, data);
+        data.dwFileAttributes &= ~DWORD{FILE_ATTRIBUTE_REPARSE_POINT};
+        return found;
     }
     HANDLE findFirst(const std::wstring& pattern, WIN32_FIND_DATAW& entry) override {
         std::wstring folder = pattern.substr(0, pattern.size() - 1);
@@ -90,6 +100,7 @@ public:
         entry.ftLastWriteTime = written();
         entry.nFileSizeHigh = high(found);
         entry.nFileSizeLow = low(found);
+        entry.dwReserved0 = found.tag;
         found.name.copy(entry.cFileName, MAX_PATH - 1);
         return true;
     }
@@ -102,6 +113,7 @@ public:
     static FILETIME written() { return {7, 8}; }
 
     std::wstring unlistable;  // the folder that cannot be listed
+    std::wstring dangling;    // a link that leads nowhere
     std::wstring breaking;    // the folder whose enumeration fails after `breaksAt` entries
     size_t breaksAt = 0;
     int opened = 0;
@@ -125,11 +137,13 @@ private:
 class Recorder : public SourceCalculator {
 public:
     std::vector<std::wstring> paths;
+    std::vector<DWORD> attributes;
 
 protected:
     void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override {
         SourceCalculator::processFile(path, data);
         paths.emplace_back(path);
+        attributes.push_back(data.dwFileAttributes);
     }
 };
 

@@ -18,6 +18,7 @@ namespace dorvo {
 namespace {
 
 constexpr std::wstring_view errorSuffix = L".errors";
+constexpr std::wstring_view notesSuffix = L".notes";
 
 std::wstring historyFolder(const std::wstring& jobDirectory) {
     return jobDirectory + L"\\hist";
@@ -34,8 +35,10 @@ std::map<std::wstring, uint64_t> findRuns(const std::wstring& folder) {
     do {
         if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
             std::wstring name = entry.cFileName;
-            if (name.ends_with(errorSuffix)) {
-                name.resize(name.size() - errorSuffix.size());
+            for (const std::wstring_view suffix : {errorSuffix, notesSuffix}) {
+                if (name.ends_with(suffix)) {
+                    name.resize(name.size() - suffix.size());
+                }
             }
             uint64_t& written = runs[name];
             written = std::max(written, toTicks(entry.ftLastWriteTime));
@@ -64,6 +67,11 @@ std::wstring jobHistoryErrorPath(const std::wstring& jobDirectory, const std::st
     return path.empty() ? path : path + std::wstring(errorSuffix);
 }
 
+std::wstring jobHistoryNotesPath(const std::wstring& jobDirectory, const std::string& instanceId) {
+    const std::wstring path = jobHistoryInfoPath(jobDirectory, instanceId);
+    return path.empty() ? path : path + std::wstring(notesSuffix);
+}
+
 bool trimJobHistory(const std::wstring& jobDirectory, size_t keep) {
     const std::wstring folder = historyFolder(jobDirectory);
     std::vector<std::pair<uint64_t, std::wstring>> runs;
@@ -75,7 +83,8 @@ bool trimJobHistory(const std::wstring& jobDirectory, size_t keep) {
     for (size_t i = 0; i + keep < runs.size(); ++i) {
         const std::wstring path = folder + L"\\" + runs[i].second;
         // The summary goes last: while it is there, the run is seen and tried again.
-        removed = remove(path + std::wstring(errorSuffix)) && remove(path) && removed;
+        removed = remove(path + std::wstring(errorSuffix)) &&
+                  remove(path + std::wstring(notesSuffix)) && remove(path) && removed;
     }
     return removed;
 }

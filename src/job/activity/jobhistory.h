@@ -1,4 +1,4 @@
-// The folder "hist" of a job directory: two documents a run.
+// The folder "hist" of a job directory: two documents a run, or three.
 //
 // Paths are UTF-16 without a trailing backslash.
 #pragma once
@@ -12,14 +12,16 @@ namespace dorvo {
 
 constexpr size_t keptRuns = 100;
 
-// <job directory>\hist\<instance id> and the same with ".errors"; empty for an id that is no file
+// <job directory>\hist\<instance id>, the same with ".errors" and with ".notes"; empty for an id that is no file
 // name.
 DORVO_JOB_API std::wstring jobHistoryInfoPath(const std::wstring& jobDirectory,
                                               const std::string& instanceId);
 DORVO_JOB_API std::wstring jobHistoryErrorPath(const std::wstring& jobDirectory,
                                                const std::string& instanceId);
+DORVO_JOB_API std::wstring jobHistoryNotesPath(const std::wstring& jobDirectory,
+                                               const std::string& instanceId);
 
-// Removes the oldest runs, both documents of each, so that at most `keep` are left. A run is as old
+// Removes the oldest runs, all documents of each, so that at most `keep` are left. A run is as old
 // as the newer of its documents' write times. False when something could not be removed.
 DORVO_JOB_API bool trimJobHistory(const std::wstring& jobDirectory, size_t keep = keptRuns);
 

@@ -6,6 +6,7 @@
 #include "base/local_time.h"
 #include "job/activity/jobhistoryerror.h"
 #include "job/activity/jobhistoryinfo.h"
+#include "job/activity/jobhistorynotes.h"
 #include "json_spirit/json_spirit.h"
 #include "support/files.h"
 #include "support/store_test.h"
@@ -113,6 +114,7 @@ TEST_F(JobHistory, KeepsTheLastRuns) {
     writeAt("old.errors", 1000);
     writeAt("older, with late errors", 500);
     writeAt("older, with late errors.errors", 3000);
+    writeAt("old.notes", 1000);
     writeAt("errors only.errors", 900);
     writeAt("new", 2000);
     createDirectories(job_ + L"\\hist\\folder");
@@ -120,13 +122,40 @@ TEST_F(JobHistory, KeepsTheLastRuns) {
     EXPECT_TRUE(trimJobHistory(job_, 4));
     EXPECT_TRUE(exists("errors only.errors"));
     EXPECT_TRUE(trimJobHistory(job_, 2));
-    for (const char* gone : {"errors only.errors", "old", "old.errors"}) {
+    for (const char* gone : {"errors only.errors", "old", "old.errors", "old.notes"}) {
         EXPECT_FALSE(exists(gone)) << gone;
     }
     for (const char* kept :
          {"older, with late errors", "older, with late errors.errors", "new", "folder"}) {
         EXPECT_TRUE(exists(kept)) << kept;
     }
+}
+
+TEST_F(JobHistory, NotesAreKeptUpToALimitAndWrittenOnlyWhenThereAreAny) {
+    using Kind = JobHistoryNotes::Kind;
+    const std::wstring path = jobHistoryNotesPath(job_, "e1");
+    {
+        JobHistoryNotes notes(toUtf8(path));
+        notes.clear();
+        EXPECT_TRUE(notes.save());
+        EXPECT_FALSE(exists("e1.notes"));
+        for (size_t i = 0; i < JobHistoryNotes::mostOfKind + 5; ++i) {
+            notes.add(Kind::leftOut, L"C:\\link", "a link");
+        }
+        notes.addOnce(Kind::warning, L"D:\\", "live");
+        EXPECT_TRUE(notes.save());
+    }
+    JobHistoryNotes again(toUtf8(path));
+    again.addOnce(Kind::warning, L"D:\\", "live");
+    again.add(Kind::leftOut, L"C:\\other", "a link");
+    ASSERT_EQ(again.values().size(), JobHistoryNotes::mostOfKind + 2);
+    EXPECT_EQ(json_spirit::write(again.values()[JobHistoryNotes::mostOfKind]),
+              R"({"kind":"leftOut","path":"","reason":"there are more than are listed here"})");
+    EXPECT_EQ(json_spirit::write(again.values().back()),
+              R"({"kind":"warning","path":"D:\\","reason":"live"})");
+    again.clear();
+    EXPECT_TRUE(again.save());
+    EXPECT_EQ(contentOf(path), "[\n]");
 }
 
 TEST_F(JobHistory, GoesOnPastARunThatCannotBeRemoved) {

@@ -42,12 +42,19 @@ bool JobActivitySourceGenerator::generate(const std::wstring& path, const Volume
     });
 }
 
-bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
+SourceWalk::Rules JobActivitySourceGenerator::walkRules() {
     SourceWalk::Rules rules;
     rules.filter = options_.filter;
     rules.files = options_.files;
+    rules.followSources = true;
     rules.excluded = [this](const std::wstring& path) {
-        return options_.excluded.contains(toLivePath(path, walked_, source_));
+        const std::wstring live = toLivePath(path, walked_, source_);
+        return options_.excluded.contains(live) || isOtherSource(live);
+    };
+    rules.notEntered = [this](const std::wstring& path, DWORD tag) {
+        if (options_.leftOut) {
+            options_.leftOut(toLivePath(path, walked_, source_), tag);
+        }
     };
     rules.failed = [this](const std::wstring& path, DWORD error) {
         if (options_.failedItem) {
@@ -57,6 +64,21 @@ bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
     rules.stopped = [this] {
         return error_ != ERROR_SUCCESS || (++sincePoll_ >= pollEntries && interrupted());
     };
+    return rules;
+}
+
+bool JobActivitySourceGenerator::isOtherSource(const std::wstring& live) const {
+    return sources_.size() > 1 && live != source_ &&
+           sources_.contains(ExcludedPaths::comparable(live));
+}
+
+bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
+    for (const auto& [path, volume] : volumes) {
+        for (const std::wstring& source : volume->sources) {
+            sources_.insert(ExcludedPaths::comparable(source));
+        }
+    }
+    const SourceWalk::Rules rules = walkRules();
     for (const auto& [path, volume] : volumes) {
         if (!writeVolume(*volume, rules)) {
             return false;

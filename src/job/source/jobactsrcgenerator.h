@@ -6,6 +6,10 @@
 // item numbers from 1. The list is written under another name and renamed when it is complete: a
 // list that is there is whole, but may be an older run's, so whoever begins a new run deletes it.
 //
+// A source that is a link, or a folder with a volume mounted in it, stands for what it leads to;
+// below a source such folders are listed and not entered. A source that lies below another one is
+// walked once, as itself.
+//
 // An object generates one list. It runs on the caller's thread and blocks until the list is there.
 #pragma once
 
@@ -13,6 +17,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,6 +42,9 @@ public:
         // record can hold (it counts in walked() and is not in the list), a source that cannot be
         // read, a folder that cannot be listed to its end. Called on the generating thread.
         std::function<void(const std::wstring& path, DWORD error)> failedItem;
+        // Told of each folder below a source that is a link, or a volume mounted there, with its
+        // reparse tag: it is in the list, and nothing behind it.
+        std::function<void(const std::wstring& path, DWORD tag)> leftOut;
         SourceFileSystem* files = nullptr;  // borrowed, null is the real one
     };
 
@@ -60,6 +68,8 @@ private:
     };
 
     void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override;
+    SourceWalk::Rules walkRules();
+    bool isOtherSource(const std::wstring& live) const;
     bool write(const VolumeMap& volumes);
     bool writeVolume(const JobVolume& volume, const SourceWalk::Rules& rules);
     bool writeBatch();
@@ -72,6 +82,7 @@ private:
     JobHistorySourceWriter* writer_ = nullptr;  // borrowed while the list is written
     std::wstring walked_;  // the source under way as it is walked, and as it is recorded
     std::wstring source_;
+    std::set<std::wstring> sources_;  // all of them, in comparable form
     std::vector<Entry> batch_;
     uint32_t sincePoll_ = 0;  // entries
     size_t filesInBatch_ = 0;

@@ -94,6 +94,27 @@ TEST_F(Generator, WalksTheSnapshotAndNamesLivePaths) {
     EXPECT_EQ(generator.walked().fileCount(), 1u);
 }
 
+TEST_F(Generator, LinksBelowASourceAreListedAndLeftOutAndSourcesAreWalkedOnce) {
+    const DWORD folderLink = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
+    files_.addFolder(L"S:\\", L"a");
+    files_.add(L"S:\\a", {L"link", folderLink, 0, IO_REPARSE_TAG_SYMLINK});
+    files_.add(L"S:\\a", {L"named", folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
+    files_.addFile(L"S:\\a\\link", L"y");
+    files_.addFile(L"S:\\a\\named", L"x");
+    volume(L"C:\\", {L"C:\\a", L"c:\\A\\Named"}).shadowPath = L"S:\\";
+    files_.add(L"S:\\A", {L"Named", folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
+    files_.addFile(L"S:\\A\\Named", L"x");
+    std::vector<std::pair<std::wstring, DWORD>> leftOut;
+    options_.leftOut = [&](const std::wstring& path, DWORD tag) { leftOut.emplace_back(path, tag); };
+
+    ASSERT_TRUE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+    EXPECT_THAT(records(),
+                ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\a", L"DI 2 C:\\a\\link",
+                            L"DI 3 c:\\A\\Named", L"FI 4 c:\\A\\Named\\x", L"ES"));
+    EXPECT_THAT(leftOut,
+                ElementsAre(std::pair(std::wstring(L"C:\\a\\link"), IO_REPARSE_TAG_SYMLINK)));
+}
+
 TEST_F(Generator, AsksInBatchesOfAThousandFiles) {
     addMany(2001);
     files_.addFile(L"D:\\", L"g");

@@ -62,6 +62,11 @@ void SourceWalk::walkSource(const std::wstring& source) {
         tellFailure(GetLastError());
         return;
     }
+    if (rules_.followSources && isLink(data.dwFileAttributes) &&
+        !files_.targetAttributes(path_, data)) {
+        tellFailure(GetLastError());
+        return;
+    }
     const bool directory = isDirectory(data.dwFileAttributes);
     if ((!included(path_.c_str()) && !directory) || !report(data) || !directory ||
         isLink(data.dwFileAttributes) || !enter()) {
@@ -91,7 +96,11 @@ bool SourceWalk::visit() {
     path_.resize(levels_.back().pathLength);
     appendSeparator(path_);
     path_ += entry_.cFileName;
-    const bool enterable = isDirectory(entry_.dwFileAttributes) && !isLink(entry_.dwFileAttributes);
+    const bool directory = isDirectory(entry_.dwFileAttributes);
+    const bool enterable = directory && !isLink(entry_.dwFileAttributes);
+    if (directory && !enterable) {
+        tellNotEntered();
+    }
     if (!included(entry_.cFileName) && !enterable) {
         return false;
     }
@@ -133,7 +142,7 @@ bool SourceWalk::included(const wchar_t* name) const {
 }
 
 bool SourceWalk::report(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    if (rules_.excluded && rules_.excluded(path_)) {
+    if (excluded()) {
         return false;
     }
     walker_.processFile(path_.c_str(), data);
@@ -157,8 +166,15 @@ void SourceWalk::listFailed(DWORD error) const {
 }
 
 void SourceWalk::tellFailure(DWORD error) const {
-    if (rules_.failed && !(rules_.excluded && rules_.excluded(path_))) {
+    if (rules_.failed && !excluded()) {
         rules_.failed(path_, error);
+    }
+}
+
+// A filter takes away the link's own name, never what lies behind it.
+void SourceWalk::tellNotEntered() const {
+    if (rules_.notEntered && !excluded()) {
+        rules_.notEntered(path_, entry_.dwReserved0);
     }
 }
 

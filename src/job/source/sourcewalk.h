@@ -26,6 +26,12 @@ public:
         std::function<bool(const std::wstring& path)> excluded;
         // Told of a source that cannot be read and of a folder that cannot be listed to its end.
         std::function<void(const std::wstring& path, DWORD error)> failed;
+        // Told of a folder below a source that is a link, or a volume mounted there, with its
+        // reparse tag: nothing behind it is walked.
+        std::function<void(const std::wstring& path, DWORD tag)> notEntered;
+        // A source that is itself a link stands for what it leads to: it is reported with the
+        // target's attributes and entered. Otherwise it is reported and not entered.
+        bool followSources = false;
         // Asked before every entry of a directory; true ends the walk.
         std::function<bool()> stopped;
         SourceFileSystem* files = nullptr;  // borrowed, null is the real one
@@ -55,6 +61,8 @@ private:
     std::wstring pattern() const;
     void listFailed(DWORD error) const;
     void tellFailure(DWORD error) const;
+    void tellNotEntered() const;
+    bool excluded() const { return rules_.excluded && rules_.excluded(path_); }
     bool stopped() const { return rules_.stopped && rules_.stopped(); }
 
     SourceWalker& walker_;

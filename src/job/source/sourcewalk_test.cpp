@@ -70,6 +70,43 @@ TEST_F(Walk, ReportsLinksWithoutEnteringThem) {
     EXPECT_THAT(walk({L"C:\\d\\e\\junction"}), ElementsAre(L"C:\\d\\e\\junction"));
 }
 
+TEST_F(Walk, TellsOfFoldersThatAreLinksWhateverTheFilterSays) {
+    files_.add(L"C:\\d", {L"junction", folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
+    files_.add(L"C:\\d", {L"symlink", link, 0, IO_REPARSE_TAG_SYMLINK});  // is read as a file
+    files_.add(L"C:\\d", {L"private", folderLink, 0});
+    std::vector<std::wstring> told;
+    rules_.notEntered = [&](const std::wstring& path, DWORD tag) {
+        told.push_back(path);
+        EXPECT_EQ(tag, IO_REPARSE_TAG_MOUNT_POINT);
+    };
+    rules_.excluded = [](const std::wstring& path) { return path.ends_with(L"private"); };
+    NameFilter nothing({});
+    for (FilterPolicy* const filter : {static_cast<FilterPolicy*>(nullptr),
+                                       static_cast<FilterPolicy*>(&nothing)}) {
+        rules_.filter = filter;
+        told.clear();
+        walk({L"C:\\d"});
+        EXPECT_THAT(told, ElementsAre(L"C:\\d\\junction"));
+    }
+}
+
+TEST_F(Walk, FollowsASourceThatIsALinkWhereAsked) {
+    files_.add(L"C:\\d", {L"junction", folderLink, 0});
+    files_.addFile(L"C:\\d\\junction", L"behind.txt");
+    files_.add(L"C:\\d", {L"dangling", folderLink, 0});
+    files_.dangling = L"C:\\d\\dangling";
+    rules_.followSources = true;
+    std::vector<std::wstring> failed;
+    rules_.failed = [&](const std::wstring& path, DWORD error) {
+        failed.push_back(path);
+        EXPECT_EQ(error, DWORD{ERROR_PATH_NOT_FOUND});
+    };
+    EXPECT_THAT(walk({L"C:\\d\\junction", L"C:\\d\\dangling"}),
+                ElementsAre(L"C:\\d\\junction", L"C:\\d\\junction\\behind.txt"));
+    EXPECT_EQ(recorder_.attributes.front(), DWORD{FILE_ATTRIBUTE_DIRECTORY});
+    EXPECT_THAT(failed, ElementsAre(L"C:\\d\\dangling"));
+}
+
 TEST_F(Walk, LogsWhatCannotBeListedAndGoesOn) {
     test::LogCapture log;
     files_.unlistable = L"C:\\d\\e";
