@@ -16,6 +16,7 @@
 #include "job/source/exclusionlist.h"
 #include "job/source/filterpolicyfactory.h"
 #include "job/source/jobactsrcgenerator.h"
+#include "job/source/owndata.h"
 #include "job/source/sourceclassifier.h"
 #include "job/source/sourcelinks.h"
 #include "job/source/speedcalc.h"
@@ -24,6 +25,9 @@
 
 namespace dorvo {
 namespace {
+
+constexpr const char* ownDataText =
+    "of the agent's own folder, backups hold settings, exclusions and definitions of jobs only";
 
 // COM for the length of a run.
 class ComApartment {
@@ -216,6 +220,14 @@ bool BackupRun::generateList() {
     options.stop = &stop;
     options.failedItem = [&](const std::wstring& path, DWORD error) {
         recorded = addFailed(path, error) && recorded;
+    };
+    OwnData own;
+    options.leavesOut = [&](const std::wstring& path) {
+        const bool leftOut = own.leavesOut(path);
+        if (leftOut) {
+            notes_->addOnce(JobHistoryNotes::Kind::leftOut, own.directory(), ownDataText);
+        }
+        return leftOut;
     };
     options.leftOut = [&](const std::wstring& path, DWORD tag) {
         notes_->add(JobHistoryNotes::Kind::leftOut, path, notEnteredText(path, tag));

@@ -57,13 +57,16 @@ bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstr
         SetLastError(ERROR_BAD_PATHNAME);
         return false;
     }
-    const RestorePathFault fault = judgeRestorePath({.original = path,
+    RestorePathFault fault = judgeRestorePath({.original = path,
                                                      .prefix = prefix_,
                                                      .root = root_,
                                                      .target = target,
                                                      .directory = directory});
     if (fault == RestorePathFault::none) {
-        return true;
+        if (!ownData_.partOf(target)) {
+            return true;
+        }
+        fault = RestorePathFault::ownData;
     }
     reason_ = restorePathText(fault);
     SetLastError(restorePathCode(fault));

@@ -7,6 +7,7 @@
 
 #include "job/restorejob.h"
 #include "job/restorelocationpolicy.h"
+#include "job/source/owndata.h"
 #include "job/transferitems.h"
 
 namespace dorvo {
@@ -36,6 +37,7 @@ private:
     // False where the root stands for a drive, whose attributes would hide it.
     bool dressRoot_ = false;
     std::unique_ptr<RestoreLocationPolicy> policy_;
+    OwnData ownData_;
 };
 
 }  // namespace dorvo

@@ -202,7 +202,8 @@ uint32_t restorePathCode(Fault fault) {
         case Fault::outsidePrefix:
         case Fault::noPlace:
         case Fault::outsideRoot:
-        case Fault::rootIsNoFile: break;
+        case Fault::rootIsNoFile:
+        case Fault::ownData: break;
     }
     return badPathname;
 }
@@ -230,6 +231,8 @@ const char* restorePathText(Fault fault) {
             return "the file would take the place of the folder that was chosen";
         case Fault::link: return "a folder on the way to the target is a link to another place";
         case Fault::unknownParent: return "a folder on the way to the target cannot be examined";
+        case Fault::ownData:
+            return "nothing is restored into the agent's own folder: restore it elsewhere with --to";
     }
     return "";
 }

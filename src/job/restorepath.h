@@ -30,6 +30,7 @@ enum class RestorePathFault {
     rootIsNoFile,   // a file would take the chosen folder's own place
     link,           // see restorepathlinks.h
     unknownParent,
+    ownData,  // see source/owndata.h
 };
 
 struct RestorePathRequest {

@@ -300,8 +300,13 @@ protected:
     }
     static void TearDownTestSuite() { IocpDispatherWrapper::close(); }
 
-    static std::wstring sources() { return dataPath(L"\\sources"); }
-    static std::wstring target() { return dataPath(L"\\to"); }
+    ScriptedJobTest() { rm_rf(ground(), true); }
+    ~ScriptedJobTest() override { rm_rf(ground(), true); }
+
+    // Beside the data directory: what lies in it is left out.
+    static std::wstring ground() { return dataPath(L" ground"); }
+    static std::wstring sources() { return ground() + L"\\sources"; }
+    static std::wstring target() { return ground() + L"\\to"; }
     static std::wstring list() { return dataPath(L"\\job\\j1\\src"); }
 
     static RestoreCatalog::Item item(std::wstring path, bool directory = false) {

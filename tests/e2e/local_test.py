@@ -8,7 +8,7 @@ import trees
 from machine import windows_path
 from system import SystemTest, World, make_tree, noise, until, write
 
-PAUSED, FAILED = 4, 1
+PAUSED, SOME_FAILED, FAILED = 4, 3, 1
 PIECE = 6 * 2**20
 
 
@@ -85,6 +85,26 @@ class LocalTest(SystemTest):
         machine.agent("restore", "latest", "--job", job, *system.local, *system.to(target))
         self.assertEqual((target / "link" / "sub" / "behind.txt").read_bytes(), b"behind the link")
         self.assertFalse((target / "link").is_symlink())
+
+    def test_the_agents_own_folder_is_backed_up_in_part_and_never_restored_into(self):
+        system = LocalSystem(self, "own")
+        machine = system.machine
+        machine.agent("exclude", "add", r"C:\somewhere")
+        # Through another drive, as a volume with two names has it.
+        data = windows_path(machine.data)
+        run = machine.agent("backup", windows_path(machine.data.parent), *system.local)
+        self.assertRegex(run.out, r"left out: C:\\ProgramData\\trevold\\Dorvo: of the agent's own folder")
+        held = [f["path"] for f in machine.listing("files", "latest", *system.local)]
+        job = data + "\\job\\" + system.job()
+        self.assertEqual(sorted(held), sorted([windows_path(machine.data.parent), data, data + r"\exclusions",
+                                               data + r"\job", job, job + r"\def"]))
+        before = (machine.data / "exclusions").read_bytes()
+        machine.agent("exclude", "add", r"C:\elsewhere")
+        run = machine.agent("restore", "latest", *system.local, "--conflict", "overwrite", code=SOME_FAILED)
+        self.assertIn("nothing is restored into the agent's own folder", run.err)
+        self.assertNotEqual((machine.data / "exclusions").read_bytes(), before)
+        machine.agent("restore", "latest", *system.local, "--to", windows_path(system.folder / "to"))
+        self.assertEqual([p.read_bytes() for p in (system.folder / "to").rglob("exclusions")], [before])
 
     def broken_off(self, name, breaking_off):
         """A backup and its restore; `breaking_off(system, run, kind)` strikes each in its middle."""

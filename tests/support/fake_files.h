@@ -68,7 +68,7 @@ public:
             folder.pop_back();
         }
         if (folder == unlistable) {
-            SetLastError(ERROR_ACCESS_DENIED);
+            SetLastError(unlistableError);
             return INVALID_HANDLE_VALUE;
         }
         ++opened;
@@ -113,6 +113,7 @@ public:
     static FILETIME written() { return {7, 8}; }
 
     std::wstring unlistable;  // the folder that cannot be listed
+    DWORD unlistableError = ERROR_ACCESS_DENIED;
     std::wstring dangling;    // a link that leads nowhere
     std::wstring breaking;    // the folder whose enumeration fails after `breaksAt` entries
     size_t breaksAt = 0;

@@ -49,7 +49,8 @@ SourceWalk::Rules JobActivitySourceGenerator::walkRules() {
     rules.followSources = true;
     rules.excluded = [this](const std::wstring& path) {
         const std::wstring live = toLivePath(path, walked_, source_);
-        return options_.excluded.contains(live) || isOtherSource(live);
+        return options_.excluded.contains(live) || isOtherSource(live) ||
+               (options_.leavesOut && options_.leavesOut(live));
     };
     rules.notEntered = [this](const std::wstring& path, DWORD tag) {
         if (options_.leftOut) {

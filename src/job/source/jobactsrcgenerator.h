@@ -36,6 +36,8 @@ public:
     struct Options {
         FilterPolicy* filter = nullptr;     // borrowed, null lets everything pass
         ExcludedPaths excluded;             // live paths left out with all that lies below them
+        // True leaves out an entry, by its live path, and all below it. Null leaves out nothing.
+        std::function<bool(const std::wstring& path)> leavesOut;
         IncrementCheck* check = nullptr;    // borrowed, null sends every file
         const interrupter* stop = nullptr;  // borrowed, asked between batches
         // Told of what a backup would lack, with its live path and an error code: an entry that no

@@ -134,6 +134,18 @@ TEST_F(Walk, LeavesOutWholeSubtreesAndStopsAtOnce) {
     EXPECT_EQ(walk({L"C:\\d", L"C:\\d\\b.txt"}).size(), 4u);
 }
 
+TEST_F(Walk, AnEmptyDriveIsNoFailure) {
+    const test::LogCapture quiet;
+    std::vector<DWORD> failed;
+    rules_.failed = [&](const std::wstring&, DWORD error) { failed.push_back(error); };
+    for (const DWORD error : {DWORD{ERROR_FILE_NOT_FOUND}, DWORD{ERROR_NOT_READY}}) {
+        files_.unlistable = L"C:\\d";
+        files_.unlistableError = error;
+        EXPECT_THAT(walk({L"C:\\d"}), ElementsAre(L"C:\\d"));
+    }
+    EXPECT_THAT(failed, ElementsAre(ERROR_NOT_READY));
+}
+
 // Every level holds the next, as deep as a path can be.
 class BottomlessFiles : public SourceFileSystem {
 public:
