@@ -118,21 +118,30 @@ HRESULT waitFor(Reference<IVssAsync>& operation, HANDLE end) {
 
 class ShadowCopyProvider : public SnapshotProvider {
 public:
-    HRESULT prepare(const std::vector<std::wstring>& volumes, int backupType, HANDLE end) override {
-        HRESULT result = create(backupType, end);
-        if (SUCCEEDED(result)) {
-            result = addVolumes(volumes);
+    HRESULT begin(int backupType, HANDLE end) override { return create(backupType, end); }
+
+    // The service does not know the volumes of other machines, which is an error to it.
+    HRESULT supports(const std::wstring& volume, bool& supported) override {
+        supported = false;
+        if (GetDriveTypeW(volume.c_str()) == DRIVE_REMOTE) {
+            return S_OK;
         }
-        if (SUCCEEDED(result) && !members_.empty()) {
-            result = run("PrepareForBackup", &IVssBackupComponents::PrepareForBackup, end);
-        }
+        std::wstring name = volume;  // the interface takes no constant
+        WINBOOL answer = FALSE;
+        step_ = "IsVolumeSupported";
+        const HRESULT result = components_->IsVolumeSupported(GUID_NULL, name.data(), &answer);
+        supported = SUCCEEDED(result) && answer != FALSE;
         return result;
     }
 
+    HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE end) override {
+        const HRESULT result = addVolumes(volumes);
+        return FAILED(result)
+                   ? result
+                   : run("PrepareForBackup", &IVssBackupComponents::PrepareForBackup, end);
+    }
+
     HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE end) override {
-        if (members_.empty()) {
-            return S_OK;
-        }
         HRESULT result = run("DoSnapshotSet", &IVssBackupComponents::DoSnapshotSet, end);
         if (FAILED(result)) {
             return result;
@@ -195,7 +204,6 @@ private:
                    : run("GatherWriterMetadata", &IVssBackupComponents::GatherWriterMetadata, end);
     }
 
-    // Volumes that can have no snapshot (network shares, some removable disks) are left out.
     HRESULT addVolumes(const std::vector<std::wstring>& volumes) {
         step_ = "StartSnapshotSet";
         HRESULT result = components_->StartSnapshotSet(&set_);
@@ -205,13 +213,7 @@ private:
             }
             SnapshotVolume member;
             member.volumePath = volume;
-            std::wstring name = volume;  // the interface takes no constant
-            WINBOOL supported = FALSE;
-            step_ = "IsVolumeSupported";
-            if (FAILED(components_->IsVolumeSupported(GUID_NULL, name.data(), &supported)) ||
-                supported == FALSE) {
-                continue;
-            }
+            std::wstring name = volume;
             step_ = "AddToSnapshotSet";
             result = components_->AddToSnapshotSet(name.data(), GUID_NULL, &member.snapshotId);
             members_.push_back(std::move(member));

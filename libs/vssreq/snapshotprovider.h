@@ -1,7 +1,8 @@
 // What VSSRequester asks of a snapshot service: the seam that tests fill with one of their own.
 //
-// Calls come from one thread, in the order prepare, snapshot, complete; complete comes once after
-// every prepare, whether it worked or not. Results are HRESULTs, S_OK on success.
+// Calls come from one thread, in the order begin, supports for each volume, prepare, snapshot,
+// complete; prepare and snapshot only where a volume can have a snapshot, complete once after every
+// begin, whether it worked or not. Results are HRESULTs, S_OK on success.
 #pragma once
 
 #include <windows.h>
@@ -27,10 +28,13 @@ class SnapshotProvider {
 public:
     virtual ~SnapshotProvider() = default;
 
-    // Gets a snapshot set of the volumes ready; those that can have no snapshot are left out.
-    // `end` is a manual-reset event: waits are broken off with ERROR_CANCELLED when it is set.
-    virtual HRESULT prepare(const std::vector<std::wstring>& volumes, int backupType,
-                            HANDLE end) = 0;
+    // Reaches the service. `end` is a manual-reset event, here and below: waits are broken off with
+    // ERROR_CANCELLED when it is set.
+    virtual HRESULT begin(int backupType, HANDLE end) = 0;
+    // Whether the volume can have a snapshot. A question that fails is no answer.
+    virtual HRESULT supports(const std::wstring& volume, bool& supported) = 0;
+    // Gets a snapshot set of the volumes ready.
+    virtual HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE end) = 0;
     // Makes the snapshots and lists them, in the order of the volumes.
     virtual HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE end) = 0;
     // Tells the service that the backup is over and deletes the snapshots.

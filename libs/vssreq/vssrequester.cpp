@@ -45,15 +45,31 @@ bool VSSRequester::startBackup(const std::vector<std::wstring>* volumes, int bac
         return false;
     }
     begun_ = true;
-    const HRESULT result = provider_->prepare(*volumes, backupType, end_);
+    const HRESULT result = prepare(*volumes, backupType);
     if (FAILED(result)) {
         return fail(result);
     }
     return !now || makeSnapshot();
 }
 
+HRESULT VSSRequester::prepare(const std::vector<std::wstring>& volumes, int backupType) {
+    HRESULT result = provider_->begin(backupType, end_);
+    std::vector<std::wstring> supported;
+    for (const std::wstring& volume : volumes) {
+        bool can = false;
+        if (FAILED(result) || FAILED(result = provider_->supports(volume, can))) {
+            return result;
+        }
+        if (can) {
+            supported.push_back(volume);
+        }
+    }
+    prepared_ = !supported.empty();
+    return prepared_ ? provider_->prepare(supported, end_) : result;
+}
+
 bool VSSRequester::makeSnapshot() {
-    if (!begun_) {
+    if (!begun_ || !prepared_) {
         return true;
     }
     volumes_.clear();
@@ -67,6 +83,7 @@ bool VSSRequester::endBackup() {
         return true;
     }
     begun_ = false;
+    prepared_ = false;
     const HRESULT result = provider_->complete();
     ResetEvent(end_);
     if (FAILED(result)) {

@@ -51,7 +51,8 @@ public:
     // has begun, the next one. The one after that starts afresh. Any thread; does not wait.
     void setEndEvent();
 
-    // The snapshots that were made; fewer than the volumes asked for when some can have none.
+    // The snapshots that were made; fewer than the volumes asked for when the service has said of
+    // some that they can have none. An answer that fails is a failure of the start.
     int volumeCount() const;
     // Index below volumeCount(); the reference lasts until the next start or end.
     const SnapshotVolume& volume(int index) const;
@@ -59,12 +60,14 @@ public:
     const char* step() const;
 
 private:
+    HRESULT prepare(const std::vector<std::wstring>& volumes, int backupType);
     bool fail(HRESULT result);
 
     std::unique_ptr<SnapshotProvider> provider_;
     std::vector<SnapshotVolume> volumes_;
-    HANDLE end_;          // manual-reset event, owned
-    bool begun_ = false;  // the provider has to be told of an end
+    HANDLE end_;             // manual-reset event, owned
+    bool begun_ = false;     // the provider has to be told of an end
+    bool prepared_ = false;  // there is a set to make
     const char* step_ = "";
 };
 

@@ -14,25 +14,36 @@ using testing::ElementsAre;
 // provider.
 struct Script {
     std::vector<std::string> calls;
+    HRESULT begin = S_OK;
+    HRESULT supports = S_OK;
+    std::wstring unsupported;
     HRESULT prepare = S_OK;
     HRESULT snapshot = S_OK;
     HRESULT complete = S_OK;
-    std::promise<void>* waiting = nullptr;  // prepare waits for the end event then
+    std::promise<void>* waiting = nullptr;  // begin waits for the end event then
 };
 
 class ScriptedProvider : public SnapshotProvider {
 public:
     explicit ScriptedProvider(Script& script) : script_(script) {}
 
-    HRESULT prepare(const std::vector<std::wstring>& volumes, int type, HANDLE end) override {
-        script_.calls.push_back("prepare " + std::to_string(type));
-        volumes_ = volumes;
+    HRESULT begin(int type, HANDLE end) override {
+        script_.calls.push_back("begin " + std::to_string(type));
         if (script_.waiting != nullptr) {
             script_.waiting->set_value();
             WaitForSingleObject(end, INFINITE);
             return HRESULT_FROM_WIN32(ERROR_CANCELLED);
         }
         EXPECT_EQ(WaitForSingleObject(end, 0), DWORD{WAIT_TIMEOUT});
+        return script_.begin;
+    }
+    HRESULT supports(const std::wstring& volume, bool& supported) override {
+        supported = volume != script_.unsupported;
+        return script_.supports;
+    }
+    HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE) override {
+        script_.calls.emplace_back("prepare");
+        volumes_ = volumes;
         return script_.prepare;
     }
     HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE) override {
@@ -75,7 +86,7 @@ TEST_F(Requester, SnapshotsLastFromStartToEnd) {
         EXPECT_TRUE(requester_.endBackup());
         EXPECT_EQ(requester_.volumeCount(), 0);
         EXPECT_TRUE(requester_.endBackup());
-        EXPECT_THAT(script_.calls, ElementsAre("prepare 5", "snapshot", "complete"));
+        EXPECT_THAT(script_.calls, ElementsAre("begin 5", "prepare", "snapshot", "complete"));
     }
 }
 
@@ -94,17 +105,20 @@ TEST_F(Requester, AsksNobodyForNothingOrForAnUnknownKind) {
 
 TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
     const struct {
-        uint32_t prepare, snapshot;
+        uint32_t begin, supports, prepare, snapshot;
         DWORD error;
         std::vector<std::string> calls;
     } rows[] = {
-        {0x80042308, 0, 0x80042308, {"prepare 1", "complete"}},
-        {0x80070005, 0, 5, {"prepare 1", "complete"}},  // one of Windows
-        {0, 0x8004230C, 0x8004230C, {"prepare 1", "snapshot", "complete"}},
+        {0x80070005, 0, 0, 0, 5, {"begin 1", "complete"}},           // one of Windows
+        {0, 0x80042306, 0, 0, 0x80042306, {"begin 1", "complete"}},  // that is no "unsupported"
+        {0, 0, 0x80042308, 0, 0x80042308, {"begin 1", "prepare", "complete"}},
+        {0, 0, 0, 0x8004230C, 0x8004230C, {"begin 1", "prepare", "snapshot", "complete"}},
     };
     script_.complete = E_FAIL;  // must not hide the reason
     for (const auto& row : rows) {
         script_.calls.clear();
+        script_.begin = static_cast<HRESULT>(row.begin);
+        script_.supports = static_cast<HRESULT>(row.supports);
         script_.prepare = static_cast<HRESULT>(row.prepare);
         script_.snapshot = static_cast<HRESULT>(row.snapshot);
         EXPECT_FALSE(requester_.startBackup(&volumes_, VSSRequester::full, true));
@@ -114,6 +128,19 @@ TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
     }
 }
 
+TEST_F(Requester, VolumesThatCanHaveNoneAreLeftOut) {
+    script_.unsupported = L"C:\\";
+    ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+    ASSERT_EQ(requester_.volumeCount(), 1);
+    EXPECT_EQ(requester_.volume(0).volumePath, L"D:\\");
+    script_.calls.clear();
+    const std::vector<std::wstring> one = {L"C:\\"};
+    ASSERT_TRUE(requester_.startBackup(&one, VSSRequester::full, true));
+    EXPECT_EQ(requester_.volumeCount(), 0);
+    EXPECT_TRUE(requester_.endBackup());
+    EXPECT_THAT(script_.calls, ElementsAre("complete", "begin 1", "complete"));
+}
+
 TEST_F(Requester, EndsTheOlderBackupBeforeANewOneAndTheLastWithItself) {
     {
         VSSRequester requester(std::make_unique<ScriptedProvider>(script_));
@@ -121,8 +148,8 @@ TEST_F(Requester, EndsTheOlderBackupBeforeANewOneAndTheLastWithItself) {
         ASSERT_TRUE(requester.startBackup(&volumes_, VSSRequester::full, true));
         EXPECT_EQ(requester.volumeCount(), 2);
     }
-    EXPECT_THAT(script_.calls, ElementsAre("prepare 1", "snapshot", "complete", "prepare 1",
-                                           "snapshot", "complete"));
+    EXPECT_THAT(script_.calls, ElementsAre("begin 1", "prepare", "snapshot", "complete", "begin 1",
+                                           "prepare", "snapshot", "complete"));
 }
 
 TEST_F(Requester, TheEndEventBreaksOffAStartAndNotTheNextOne) {

@@ -18,6 +18,7 @@
 #include "job/activity/jobhistory.h"
 #include "job/activity/jobhistoryerror.h"
 #include "job/activity/jobhistoryinfo.h"
+#include "job/activity/jobhistorynotes.h"
 #include "job/backupjob.h"
 #include "job/restorejob.h"
 #include "scheduler/iocpdispatherwrapper.h"
@@ -200,7 +201,12 @@ private:
 
 class FakeSnapshots : public SnapshotProvider {
 public:
-    HRESULT prepare(const std::vector<std::wstring>& volumes, int, HANDLE) override {
+    HRESULT begin(int, HANDLE) override { return S_OK; }
+    HRESULT supports(const std::wstring& volume, bool& supported) override {
+        supported = volume != unsupported;
+        return S_OK;
+    }
+    HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE) override {
         volumes_ = volumes;
         return S_OK;
     }
@@ -212,6 +218,8 @@ public:
     }
     HRESULT complete() override { return S_OK; }
     const char* step() const override { return ""; }
+
+    std::wstring unsupported;
 
 private:
     std::vector<std::wstring> volumes_;
@@ -244,6 +252,19 @@ public:
             found.push_back(path.substr(path.find_last_of("/\\") + 1) + " " +
                             std::to_string(item.at("code").get_int64()) + " " +
                             item.at("reason").get_str());
+        }
+        return found;
+    }
+
+    // Each note: its kind, path and reason.
+    Names notes() const {
+        Names found;
+        const JobHistoryNotes document(
+            toUtf8(jobHistoryNotesPath(directory(), this->instanceText())));
+        for (const json_spirit::Value& value : document.values()) {
+            const auto& note = value.get_obj();
+            found.push_back(note.at("kind").get_str() + " " + note.at("path").get_str() + " " +
+                            note.at("reason").get_str());
         }
         return found;
     }
@@ -328,8 +349,10 @@ protected:
         BackupJob::Services services;
         services.snapshotsEnabled = [this] { return snapshots_; };
         services.waitForServer = [this] { return waitForServer_; };
-        services.snapshots = [] {
-            return std::make_unique<VSSRequester>(std::make_unique<FakeSnapshots>());
+        services.snapshots = [this] {
+            auto provider = std::make_unique<FakeSnapshots>();
+            provider->unsupported = unsupported_;
+            return std::make_unique<VSSRequester>(std::move(provider));
         };
         services.incrementCheck = [this] { return std::make_unique<ScriptedCheck>(script_); };
         return std::make_unique<ScriptedBackup>(script_, std::move(definition),
@@ -360,6 +383,7 @@ protected:
     Script script_;
     std::wstring prefix_ = L"C:\\sources\\";  // of restores
     bool snapshots_ = false;
+    std::wstring unsupported_;  // the volume that can have no snapshot
     bool waitForServer_ = false;
 };
 
