@@ -10,6 +10,7 @@
 #include "excludedpaths.h"
 #include "job/source/exclusionlist.h"
 #include "job/source/sourcelinks.h"
+#include "jobname.h"
 #include "jobrun.h"
 #include "jobview.h"
 #include "residenthint.h"
@@ -117,6 +118,9 @@ int BackupCommand::run(Terminal& terminal) {
             terminal.out("Going on with the unfinished run of job '" + name + "'.");
         }
     }
+    if (known != nullptr && changed) {
+        sayChanges(terminal, dynamic_cast<const BackupJobDefinition&>(*known), *job);
+    }
     if (schedule_.given()) {
         if (changed) {
             engine->submit(*job);
@@ -125,6 +129,14 @@ int BackupCommand::run(Terminal& terminal) {
     }
     return runJob(
         *engine, terminal, *job, [&] { startRun(*engine, *job, changed); }, flags_);
+}
+
+// Standard output is one JSON object a line where that was asked for.
+void BackupCommand::sayChanges(Terminal& terminal, const BackupJobDefinition& known,
+                               const BackupJobDefinition& changed) const {
+    for (const std::string& line : changesOf(known, changed)) {
+        flags_.json ? terminal.warn(line) : terminal.out(line);
+    }
 }
 
 int BackupCommand::saySchedule(Terminal& terminal, const BackupJobDefinition& job,
@@ -169,6 +181,9 @@ std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
     const BackupJobDefinition* const known = name.empty()
                                                  ? findBackup(jobs, user, sources, place.location())
                                                  : findBackup(jobs, user, name);
+    if (known == nullptr && !name.empty()) {
+        requireNewName(jobs, name);
+    }
     auto job =
         known != nullptr
             ? copyOf(*known)

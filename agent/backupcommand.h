@@ -27,6 +27,8 @@ private:
     std::unique_ptr<BackupJobDefinition> define(const JobList& jobs, const std::string& user,
                                                 const BackupPlace& place) const;
     void setRules(BackupJobDefinition& job) const;
+    void sayChanges(Terminal& terminal, const BackupJobDefinition& known,
+                    const BackupJobDefinition& changed) const;
     int saySchedule(Terminal& terminal, const BackupJobDefinition& job, bool resident) const;
 
     std::vector<std::string> paths_;
