@@ -54,14 +54,14 @@ Ordered_array textsJson(const std::vector<std::wstring>& texts) {
 
 Ordered_object runJson(const PastRun& run) {
     Ordered_object json{{"instanceId", run.instanceId},
-            {"startTime", run.startTime},
-            {"endTime", run.endTime},
-            {"duration", run.seconds},
-            {"state", run.state},
-            {"files", run.files},
-            {"totalSize", run.totalSize},
-            {"speed", run.bytesPerSecond},
-            {"failed", failedJson(run.failed)}};
+                        {"startTime", run.startTime},
+                        {"endTime", run.endTime},
+                        {"duration", run.seconds},
+                        {"state", run.state},
+                        {"files", run.files},
+                        {"totalSize", run.totalSize},
+                        {"speed", run.bytesPerSecond},
+                        {"failed", failedJson(run.failed)}};
     appendNotes(json, run.notes);
     return json;
 }

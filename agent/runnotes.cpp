@@ -43,8 +43,8 @@ RunNotes loadNotes(const std::string& jobId, const std::string& instanceId) {
             continue;
         }
         const json_spirit::Object& object = entry.get_obj();
-        const bool leftOut = textOf(object, "kind") ==
-                             JobHistoryNotes::textOf(JobHistoryNotes::Kind::leftOut);
+        const bool leftOut =
+            textOf(object, "kind") == JobHistoryNotes::textOf(JobHistoryNotes::Kind::leftOut);
         (leftOut ? notes.leftOut : notes.warnings)
             .push_back({textOf(object, "path"), textOf(object, "reason")});
     }
@@ -65,8 +65,9 @@ std::vector<std::string> noteLines(const std::vector<RunNote>& notes, const std:
                             " more, which --json lists");
             break;
         }
-        lines.push_back(kind + ": " +
-                        printable(note.path.empty() ? note.reason : note.path + ": " + note.reason));
+        lines.push_back(
+            kind + ": " +
+            printable(note.path.empty() ? note.reason : note.path + ": " + note.reason));
     }
     return lines;
 }

@@ -3,8 +3,31 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace dorvo {
+namespace {
+
+constexpr bool isHigh(wchar_t c) {
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+constexpr bool isLow(wchar_t c) {
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
+
+// The first half that stands alone from `begin` on; the text's size when there is none.
+size_t findHalf(std::wstring_view text, size_t begin) {
+    for (size_t i = begin; i < text.size(); ++i) {
+        if (isHigh(text[i]) && i + 1 < text.size() && isLow(text[i + 1])) {
+            ++i;
+        } else if (isHigh(text[i]) || isLow(text[i])) {
+            return i;
+        }
+    }
+    return text.size();
+}
+
+}  // namespace
 
 std::wstring toWide(std::string_view utf8) {
     const int length = static_cast<int>(utf8.size());
@@ -21,6 +44,22 @@ std::string toUtf8(std::wstring_view wide) {
     std::string utf8(static_cast<size_t>(needed), '\0');
     WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, utf8.data(), needed, nullptr, nullptr);
     return utf8;
+}
+
+bool isWholeText(std::wstring_view wide) {
+    return findHalf(wide, 0) == wide.size();
+}
+
+std::wstring withHalvesSpelled(std::wstring_view wide) {
+    std::wstring spelled;
+    size_t done = 0;
+    for (size_t half = findHalf(wide, 0); half < wide.size(); half = findHalf(wide, done)) {
+        char code[16];
+        std::snprintf(code, sizeof(code), "<U+%04X>", static_cast<unsigned>(wide[half]));
+        spelled.append(wide.substr(done, half - done)).append(toWide(code));
+        done = half + 1;
+    }
+    return spelled.append(wide.substr(done));
 }
 
 bool equalsIgnoreCase(std::string_view a, std::string_view b) {

@@ -9,6 +9,12 @@ namespace dorvo {
 std::wstring toWide(std::string_view utf8);
 std::string toUtf8(std::wstring_view wide);
 
+// False for a text that does not survive UTF-8, in which half of a surrogate pair stands alone: two
+// such texts may come out the same.
+bool isWholeText(std::wstring_view wide);
+// For eyes: each such half as "<U+D800>", which no file name on Windows has in it.
+std::wstring withHalvesSpelled(std::wstring_view wide);
+
 // Null counts as empty.
 inline bool isEmpty(const char* text) {
     return text == nullptr || *text == '\0';

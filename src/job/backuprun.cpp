@@ -10,15 +10,12 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/rm_rf.h"
-#include "base/text.h"
 #include "job/activity/jobhistory.h"
 #include "job/backupitems.h"
 #include "job/source/exclusionlist.h"
 #include "job/source/filterpolicyfactory.h"
 #include "job/source/jobactsrcgenerator.h"
-#include "job/source/owndata.h"
 #include "job/source/sourceclassifier.h"
-#include "job/source/sourcelinks.h"
 #include "job/source/speedcalc.h"
 #include "job/source/volumemap.h"
 #include "storage/itemtemppath.h"
@@ -26,8 +23,8 @@
 namespace dorvo {
 namespace {
 
-constexpr const char* ownDataText =
-    "of the agent's own folder, backups hold settings, exclusions and definitions of jobs only";
+constexpr const char* brokenNameText =
+    "the name is not valid Unicode, so that it could not be told from others: rename it";
 
 // COM for the length of a run.
 class ComApartment {
@@ -89,24 +86,18 @@ int BackupRun::carryOut() {
     return end;
 }
 
-// What an earlier start has noted stays with the list that it was noted of.
-void BackupRun::openNotes() {
-    notes_ = std::make_unique<JobHistoryNotes>(
-        toUtf8(jobHistoryNotesPath(directory_, job_.instanceText())));
-    if (!listed_) {
-        notes_->clear();
-    }
-}
-
 void BackupRun::loadVolumes() {
     takeUp();
-    openNotes();
+    notes_ = std::make_unique<BackupNotes>(jobHistoryNotesPath(directory_, job_.instanceText()),
+                                           listed_);
     job_.atStorage_ = resumed_;
     if (resumed_) {
         dorvo::loadVolumes(job_.definition().id().c_str(), job_.volumes_);
     }
-    if (!listed_ || job_.volumes_.empty()) {
+    if (!listed_) {
         SourceClassifier()(job_.backup().source(), job_.volumes_);
+    } else {
+        findLostVolumes();
     }
     // Snapshots of an earlier run are gone with it.
     for (auto& [path, volume] : job_.volumes_) {
@@ -116,6 +107,34 @@ void BackupRun::loadVolumes() {
         volume->creationTimestamp = -1;
     }
     log(LogLevel::debug, "Volumes loaded.\n");
+}
+
+// A volume whose record is lost would be read without its snapshot. Those that are on record keep
+// their indexes: one of them is the run's current volume.
+void BackupRun::findLostVolumes() {
+    const std::vector<std::wstring>& sources = job_.backup().source();
+    VolumeMap& known = job_.volumes_;
+    if (std::all_of(sources.begin(), sources.end(),
+                    [&](const std::wstring& source) { return hasVolume(source); })) {
+        return;
+    }
+    int32_t last = 0;
+    for (const auto& [path, volume] : known) {
+        last = std::max(last, volume->index);
+    }
+    VolumeMap found;
+    SourceClassifier()(sources, found);
+    for (const auto& [path, volume] : found) {
+        if (known.contains(path)) {
+            continue;
+        }
+        const bool taken = std::any_of(known.begin(), known.end(), [&](const auto& other) {
+            return other.second->index == volume->index;
+        });
+        last = std::max(last, volume->index);
+        volume->index = taken ? ++last : volume->index;
+        known[path] = volume;
+    }
 }
 
 bool BackupRun::prepare() {
@@ -157,6 +176,9 @@ bool BackupRun::makeSnapshots() {
     }
     log(LogLevel::debug, "Volume snapshot created.\n");
     copySnapshots();
+    if (job_.snapshots_) {
+        notes_->readLive(job_.volumes_);
+    }
     job_.activity().sync();
     for (const auto& [path, volume] : job_.volumes_) {
         volume->save(job_.definition().id().c_str());
@@ -219,19 +241,12 @@ bool BackupRun::generateList() {
     options.check = check.get();
     options.stop = &stop;
     options.failedItem = [&](const std::wstring& path, DWORD error) {
-        recorded = addFailed(path, error) && recorded;
+        const char* const reason = error == ERROR_NO_UNICODE_TRANSLATION ? brokenNameText : "";
+        recorded = addFailed(path, error, reason) && recorded;
     };
-    OwnData own;
-    options.leavesOut = [&](const std::wstring& path) {
-        const bool leftOut = own.leavesOut(path);
-        if (leftOut) {
-            notes_->addOnce(JobHistoryNotes::Kind::leftOut, own.directory(), ownDataText);
-        }
-        return leftOut;
-    };
-    options.leftOut = [&](const std::wstring& path, DWORD tag) {
-        notes_->add(JobHistoryNotes::Kind::leftOut, path, notEnteredText(path, tag));
-    };
+    options.leavesOut = [&](const std::wstring& path) { return notes_->leavesOut(path); };
+    options.found = [&](const std::wstring& path) { notes_->found(path); };
+    options.leftOut = [&](const std::wstring& path, DWORD tag) { notes_->notEntered(path, tag); };
     for (const std::wstring& source : job_.backup().source()) {
         if (!source.empty() && !hasVolume(source)) {
             options.failedItem(source, ERROR_PATH_NOT_FOUND);

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "job/activity/jobhistorynotes.h"
 #include "job/backupjob.h"
+#include "job/backupnotes.h"
 #include "job/transferrun.h"
 
 namespace dorvo {
@@ -26,11 +26,10 @@ private:
     bool makeList();
     bool generateList();
     bool hasVolume(const std::wstring& source) const;
-
-    void openNotes();
+    void findLostVolumes();
 
     BackupJob& job_;
-    std::unique_ptr<JobHistoryNotes> notes_;  // from the loading of the volumes on
+    std::unique_ptr<BackupNotes> notes_;  // from the loading of the volumes on
 };
 
 }  // namespace dorvo

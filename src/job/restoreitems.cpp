@@ -58,10 +58,10 @@ bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstr
         return false;
     }
     RestorePathFault fault = judgeRestorePath({.original = path,
-                                                     .prefix = prefix_,
-                                                     .root = root_,
-                                                     .target = target,
-                                                     .directory = directory});
+                                               .prefix = prefix_,
+                                               .root = root_,
+                                               .target = target,
+                                               .directory = directory});
     if (fault == RestorePathFault::none) {
         if (!ownData_.partOf(target)) {
             return true;

@@ -232,7 +232,8 @@ const char* restorePathText(Fault fault) {
         case Fault::link: return "a folder on the way to the target is a link to another place";
         case Fault::unknownParent: return "a folder on the way to the target cannot be examined";
         case Fault::ownData:
-            return "nothing is restored into the agent's own folder: restore it elsewhere with --to";
+            return "nothing is restored into the agent's own folder: restore it elsewhere with "
+                   "--to";
     }
     return "";
 }

@@ -58,8 +58,9 @@ bool TransferRun::endList(const SourceTotals& listed, const SourceTotals& walked
     return saveRunTotals(directory_, walked);
 }
 
-bool TransferRun::addFailed(const std::wstring& path, unsigned long code) {
-    return transferJob_.failed_->add(path.c_str(), code, {});
+bool TransferRun::addFailed(const std::wstring& path, unsigned long code,
+                            const std::string& reason) {
+    return transferJob_.failed_->add(path.c_str(), code, reason);
 }
 
 // What is on record of a list goes with it.

@@ -26,7 +26,7 @@ protected:
     bool beginList();
     // Tells the record what the list holds. The totals go to disk: the list is whole with them.
     bool endList(const SourceTotals& listed, const SourceTotals& walked);
-    bool addFailed(const std::wstring& path, unsigned long code);
+    bool addFailed(const std::wstring& path, unsigned long code, const std::string& reason = {});
     // Opens the run at its storage and begins to run; `begun` is the line to log then.
     bool startStorage(const char* begun);
 

@@ -66,14 +66,17 @@ class LocalTest(SystemTest):
         write(system.tree / "a.txt", b"a")
         write(system.folder / "elsewhere" / "sub" / "behind.txt", b"behind the link")
         link.symlink_to(system.folder / "elsewhere")
+        write(system.tree / "what:now.txt", b"a name that Windows cannot make")
         held = lambda: {f["path"]: f["size"] for f in machine.listing("files", "latest", "--job", job, *system.local)}
 
         run = machine.agent("backup", windows_path(system.tree), *system.local)
         self.assertIn("left out: " + windows_path(link) + ": a link to another place", run.out)
         self.assertIn(", 1 left out.", run.out)
+        self.assertIn(windows_path(system.tree / "what:now.txt") + ": it is backed up, but no restore can", run.err)
+        (system.tree / "what:now.txt").unlink()
         job = system.job()
         self.assertEqual([e["path"] for e in machine.listing("show", job)["runs"][0]["leftOut"]], [windows_path(link)])
-        self.assertEqual(set(held()), {windows_path(p) for p in (system.tree, link, system.tree / "a.txt")})
+        self.assertEqual(set(held()), {windows_path(p) for p in (system.tree, link, system.tree / "a.txt", system.tree / "what:now.txt")})
 
         # Named beside the folder that it lies in, it is a source of its own.
         run = machine.agent("backup", windows_path(system.tree), windows_path(link), "--name", "both", *system.local)

@@ -114,8 +114,8 @@ public:
 
     std::wstring unlistable;  // the folder that cannot be listed
     DWORD unlistableError = ERROR_ACCESS_DENIED;
-    std::wstring dangling;    // a link that leads nowhere
-    std::wstring breaking;    // the folder whose enumeration fails after `breaksAt` entries
+    std::wstring dangling;  // a link that leads nowhere
+    std::wstring breaking;  // the folder whose enumeration fails after `breaksAt` entries
     size_t breaksAt = 0;
     int opened = 0;
 

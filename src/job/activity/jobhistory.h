@@ -12,8 +12,8 @@ namespace dorvo {
 
 constexpr size_t keptRuns = 100;
 
-// <job directory>\hist\<instance id>, the same with ".errors" and with ".notes"; empty for an id that is no file
-// name.
+// <job directory>\hist\<instance id>, the same with ".errors" and with ".notes"; empty for an id
+// that is no file name.
 DORVO_JOB_API std::wstring jobHistoryInfoPath(const std::wstring& jobDirectory,
                                               const std::string& instanceId);
 DORVO_JOB_API std::wstring jobHistoryErrorPath(const std::wstring& jobDirectory,

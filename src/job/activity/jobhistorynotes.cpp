@@ -46,7 +46,7 @@ void JobHistoryNotes::add(Kind kind, const std::wstring& path, const std::string
     }
 }
 
-void JobHistoryNotes::addOnce(Kind kind, const std::wstring& path, const std::string& reason) {
+bool JobHistoryNotes::addOnce(Kind kind, const std::wstring& path, const std::string& reason) {
     const std::string name = toUtf8(path);
     const bool known = std::any_of(values_.begin(), values_.end(), [&](const Value& note) {
         return textIn(note, "kind") == textOf(kind) && textIn(note, "path") == name &&
@@ -55,6 +55,7 @@ void JobHistoryNotes::addOnce(Kind kind, const std::wstring& path, const std::st
     if (!known) {
         add(kind, path, reason);
     }
+    return !known;
 }
 
 void JobHistoryNotes::append(Kind kind, const std::string& path, const std::string& reason) {

@@ -26,8 +26,8 @@ public:
     JobHistoryNotes& operator=(const JobHistoryNotes&) = delete;
 
     void add(Kind kind, const std::wstring& path, const std::string& reason);
-    // The same, unless it stands there already.
-    void addOnce(Kind kind, const std::wstring& path, const std::string& reason);
+    // The same, unless it stands there already: false then.
+    bool addOnce(Kind kind, const std::wstring& path, const std::string& reason);
     // Forgets all notes, for save() to write.
     void clear();
     // Writes what has changed. False, with the last error, when the file cannot be written, which

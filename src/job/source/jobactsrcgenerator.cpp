@@ -1,6 +1,7 @@
 #include "job/source/jobactsrcgenerator.h"
 
 #include "base/local_time.h"
+#include "base/text.h"
 #include "job/activity/sourcelistfile.h"
 #include "job/source/volumemap.h"
 
@@ -51,6 +52,16 @@ SourceWalk::Rules JobActivitySourceGenerator::walkRules() {
         const std::wstring live = toLivePath(path, walked_, source_);
         return options_.excluded.contains(live) || isOtherSource(live) ||
                (options_.leavesOut && options_.leavesOut(live));
+    };
+    rules.refused = [this](const std::wstring& path) {
+        const std::wstring live = toLivePath(path, walked_, source_);
+        if (isWholeText(live)) {
+            return false;
+        }
+        if (options_.failedItem) {
+            options_.failedItem(withHalvesSpelled(live), ERROR_NO_UNICODE_TRANSLATION);
+        }
+        return true;
     };
     rules.notEntered = [this](const std::wstring& path, DWORD tag) {
         if (options_.leftOut) {
@@ -114,6 +125,9 @@ void JobActivitySourceGenerator::processFile(const wchar_t* path,
             options_.failedItem(live, ERROR_FILENAME_EXCED_RANGE);
         }
         return;
+    }
+    if (options_.found) {
+        options_.found(live);
     }
     batch_.push_back({std::move(live), data});
     filesInBatch_ += isDirectory(data) ? 0 : 1;

@@ -34,16 +34,20 @@ namespace dorvo {
 class JobActivitySourceGenerator : private SourceCalculator {
 public:
     struct Options {
-        FilterPolicy* filter = nullptr;     // borrowed, null lets everything pass
-        ExcludedPaths excluded;             // live paths left out with all that lies below them
+        FilterPolicy* filter = nullptr;  // borrowed, null lets everything pass
+        ExcludedPaths excluded;          // live paths left out with all that lies below them
         // True leaves out an entry, by its live path, and all below it. Null leaves out nothing.
         std::function<bool(const std::wstring& path)> leavesOut;
         IncrementCheck* check = nullptr;    // borrowed, null sends every file
         const interrupter* stop = nullptr;  // borrowed, asked between batches
         // Told of what a backup would lack, with its live path and an error code: an entry that no
-        // record can hold (it counts in walked() and is not in the list), a source that cannot be
-        // read, a folder that cannot be listed to its end. Called on the generating thread.
+        // record can hold (it counts in walked() and is not in the list), one whose name does not
+        // survive UTF-8 (1113; its halves of pairs spelled out, for itself and all below it), a
+        // source that cannot be read, a folder that cannot be listed to its end. Called on the
+        // generating thread.
         std::function<void(const std::wstring& path, DWORD error)> failedItem;
+        // Told of each entry that is to be in the list or is unchanged, by its live path.
+        std::function<void(const std::wstring& path)> found;
         // Told of each folder below a source that is a link, or a volume mounted there, with its
         // reparse tag: it is in the list, and nothing behind it.
         std::function<void(const std::wstring& path, DWORD tag)> leftOut;

@@ -105,12 +105,13 @@ TEST_F(Generator, LinksBelowASourceAreListedAndLeftOutAndSourcesAreWalkedOnce) {
     files_.add(L"S:\\A", {L"Named", folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
     files_.addFile(L"S:\\A\\Named", L"x");
     std::vector<std::pair<std::wstring, DWORD>> leftOut;
-    options_.leftOut = [&](const std::wstring& path, DWORD tag) { leftOut.emplace_back(path, tag); };
+    options_.leftOut = [&](const std::wstring& path, DWORD tag) {
+        leftOut.emplace_back(path, tag);
+    };
 
     ASSERT_TRUE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
-    EXPECT_THAT(records(),
-                ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\a", L"DI 2 C:\\a\\link",
-                            L"DI 3 c:\\A\\Named", L"FI 4 c:\\A\\Named\\x", L"ES"));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\a", L"DI 2 C:\\a\\link",
+                                       L"DI 3 c:\\A\\Named", L"FI 4 c:\\A\\Named\\x", L"ES"));
     EXPECT_THAT(leftOut,
                 ElementsAre(std::pair(std::wstring(L"C:\\a\\link"), IO_REPARSE_TAG_SYMLINK)));
 }
@@ -203,6 +204,27 @@ TEST_F(Generator, WhatCannotBeReadIsAFailedItemByItsLivePath) {
                 ElementsAre(std::pair(wcslen(L"C:\\mount\\closed"), DWORD{ERROR_ACCESS_DENIED}),
                             std::pair(wcslen(L"C:\\mount\\gone"), DWORD{ERROR_FILE_NOT_FOUND})));
     EXPECT_EQ(generator.fileCount(), 1u);
+}
+
+TEST_F(Generator, NamesThatDoNotSurviveUtf8AreFailedItemsOfTheirOwn) {
+    files_.addFile(L"C:\\", L"\xD83D\xDE00");  // a whole pair
+    files_.addFile(L"C:\\", L"\xFFFD");
+    files_.addFile(L"C:\\", L"a\xD800");
+    files_.addFile(L"C:\\", L"\xDC00\xD801");
+    files_.addFolder(L"C:\\", L"\xDFFFz");
+    files_.addFile(L"C:\\\xDFFFz", L"below");
+    files_.addFile(L"C:\\", L"left out \xD800");
+    volume(L"C:\\", {L"C:\\"});
+    options_.leavesOut = [](const std::wstring& path) { return path.starts_with(L"C:\\left"); };
+    std::vector<std::wstring> names;
+    options_.failedItem = [&](const std::wstring& path, DWORD error) {
+        names.push_back(path);
+        EXPECT_EQ(error, DWORD{ERROR_NO_UNICODE_TRANSLATION});
+    };
+    ASSERT_TRUE(JobActivitySourceGenerator(options_).generate(list_, volumes_));
+    EXPECT_THAT(names, ElementsAre(L"C:\\a<U+D800>", L"C:\\<U+DC00><U+D801>", L"C:\\<U+DFFF>z"));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\", L"FI 2 C:\\\xD83D\xDE00",
+                                       L"FI 3 C:\\\xFFFD", L"ES"));
 }
 
 TEST_F(Generator, AListThatCannotBeWrittenIsAFailure) {

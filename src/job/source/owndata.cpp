@@ -20,8 +20,8 @@ std::wstring dataPath() {
 
 std::wstring lastTwoNames(const std::wstring& path) {
     const size_t last = path.rfind(L'\\');
-    const size_t before = last == std::wstring::npos || last == 0 ? std::wstring::npos
-                                                                  : path.rfind(L'\\', last - 1);
+    const size_t before =
+        last == std::wstring::npos || last == 0 ? std::wstring::npos : path.rfind(L'\\', last - 1);
     return before == std::wstring::npos ? std::wstring() : path.substr(before);
 }
 

@@ -35,7 +35,7 @@ private:
     bool isDirectory(const std::wstring& path);
 
     std::wstring directory_;
-    std::wstring tail_;                         // its last two names, with their separators
+    std::wstring tail_;                           // its last two names, with their separators
     std::set<std::wstring, std::less<>> names_;   // paths that lead to it, in comparable form
     std::set<std::wstring, std::less<>> others_;  // that are called so and lead elsewhere
 };

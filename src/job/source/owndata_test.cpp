@@ -1,6 +1,7 @@
 #include "job/source/owndata.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include "base/paths.h"
 #include "base/text.h"

@@ -142,7 +142,7 @@ bool SourceWalk::included(const wchar_t* name) const {
 }
 
 bool SourceWalk::report(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    if (excluded()) {
+    if (excluded() || (rules_.refused && rules_.refused(path_))) {
         return false;
     }
     walker_.processFile(path_.c_str(), data);

@@ -24,6 +24,9 @@ public:
         FilterPolicy* filter = nullptr;  // borrowed, null lets everything pass
         // True leaves out the entry and all below it; asked after the filter, with the full path.
         std::function<bool(const std::wstring& path)> excluded;
+        // True leaves out the entry and all below it too, asked once of each that would be
+        // reported.
+        std::function<bool(const std::wstring& path)> refused;
         // Told of a source that cannot be read and of a folder that cannot be listed to its end.
         std::function<void(const std::wstring& path, DWORD error)> failed;
         // Told of a folder below a source that is a link, or a volume mounted there, with its

@@ -81,8 +81,8 @@ TEST_F(Walk, TellsOfFoldersThatAreLinksWhateverTheFilterSays) {
     };
     rules_.excluded = [](const std::wstring& path) { return path.ends_with(L"private"); };
     NameFilter nothing({});
-    for (FilterPolicy* const filter : {static_cast<FilterPolicy*>(nullptr),
-                                       static_cast<FilterPolicy*>(&nothing)}) {
+    for (FilterPolicy* const filter :
+         {static_cast<FilterPolicy*>(nullptr), static_cast<FilterPolicy*>(&nothing)}) {
         rules_.filter = filter;
         told.clear();
         walk({L"C:\\d"});
