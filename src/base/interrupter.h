@@ -6,6 +6,9 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <atomic>
+
 namespace dorvo {
 
 class interrupter {
@@ -15,11 +18,35 @@ public:
 
     // True when the job must stop. Any thread; does not block.
     virtual bool interrupted() const {
-        return stop_ != nullptr && WaitForSingleObject(stop_, 0) == WAIT_OBJECT_0;
+        const bool stop = stop_ != nullptr && WaitForSingleObject(stop_, 0) == WAIT_OBJECT_0;
+        if (stop) {
+            said_ = true;
+        }
+        return stop;
+    }
+
+    // Waits that long, or until the job must stop, which it hears within a second. Any thread.
+    virtual void wait(DWORD ms) const {
+        constexpr DWORD sliceMs = 1000;
+        while (ms != 0 && !interrupted()) {
+            const DWORD slice = std::min(ms, sliceMs);
+            Sleep(slice);
+            ms -= slice;
+        }
+    }
+
+    // What the error of a failed operation is to the job: 1223 means that it must stop. Where
+    // Windows says so of itself, and nobody was told to stop, it is 995.
+    DWORD errorOf(DWORD error) const {
+        const bool foreign = error == ERROR_CANCELLED && !said_ && !interrupted();
+        return foreign ? DWORD{ERROR_OPERATION_ABORTED} : error;
     }
 
 protected:
     HANDLE stop_;  // borrowed, may be null
+
+private:
+    mutable std::atomic<bool> said_{false};  // interrupted() has said so, be it over since
 };
 
 }  // namespace dorvo

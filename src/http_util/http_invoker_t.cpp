@@ -115,6 +115,11 @@ void HTTP_Invoker_T::close() {
     state_ = NOT_CONNECTED;
 }
 
+bool HTTP_Invoker_T::quiet() const {
+    const LastErrorGuard keep;
+    return handler_ != nullptr && handler_->quiet();
+}
+
 int HTTP_Invoker_T::set_send_buffer(int32_t size) {
     if (handler_ == nullptr) {
         return -1;

@@ -88,6 +88,10 @@ public:
     // Asked while waiting; borrowed, may be null.
     void set_interrupter(const interrupter* interrupter);
 
+    // True while the peer has neither sent anything unasked nor closed. To be asked between two
+    // exchanges; does not block.
+    bool quiet() const;
+
     int state() const { return state_; }
     uint32_t last_error() const { return last_error_; }
     bool chunked() const { return chunked_; }

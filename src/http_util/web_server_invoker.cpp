@@ -2,6 +2,7 @@
 
 #include <ace/os_include/sys/os_uio.h>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <string>
@@ -19,6 +20,20 @@ namespace {
 
 // Of an answer other than 200 only the beginning is of interest.
 constexpr size_t errorTextLimit = size_t{64} * 1024;
+
+// A server that moves a page does so once or twice. One that sends every request on, as the gate of
+// a guests' network does, is asked ever more rarely.
+constexpr DWORD firstPauseMs = 100;
+constexpr DWORD longestPauseMs = 30'000;
+
+// Before the nth redirect of an exchange is followed, counted from 1.
+constexpr DWORD pause_before_redirect(unsigned nth) {
+    DWORD pause = nth > 1 ? firstPauseMs : 0;
+    for (unsigned i = 2; i < nth && pause < longestPauseMs; ++i) {
+        pause *= 2;
+    }
+    return std::min(pause, longestPauseMs);
+}
 
 // Reads the rest of such an answer, so that the connection stays usable; a longer one is not worth
 // the connection. False when it could not be read.
@@ -83,6 +98,7 @@ void Web_Server_Invoker::set_interrupter(const interrupter* interrupter) {
 
 int Web_Server_Invoker::run(HTTP_Command& command) {
     refused_ = false;
+    redirects_ = 0;
     while (step(command) >= 0) {
     }
     const bool failed = (command.state() & HTTP_Command::FAILED) != 0;
@@ -145,6 +161,9 @@ bool Web_Server_Invoker::connect(HTTP_Command& command) {
             command.name().c_str());
         return false;
     }
+    if (command.state() == HTTP_Command::READY) {
+        drop_stale();
+    }
     if (invoker_->state() != HTTP_Invoker_T::NOT_CONNECTED) {
         return true;
     }
@@ -161,6 +180,18 @@ bool Web_Server_Invoker::connect(HTTP_Command& command) {
         invoker_->set_send_buffer(send_buffer_);
     }
     return true;
+}
+
+// A connection that was held since the last exchange. What came over it meanwhile answers nothing
+// that was asked, least of all the next request; one that was closed is no failure of that either.
+void Web_Server_Invoker::drop_stale() {
+    const int state = invoker_->state();
+    const bool held = state == HTTP_Invoker_T::CONNECTED || state == HTTP_Invoker_T::RESPONSE_DONE;
+    if (held && !invoker_->quiet()) {
+        log(LogLevel::debug, "The connection to %s:%u was closed or spoke unasked meanwhile.\n",
+            invoker_->host().c_str(), unsigned{invoker_->port()});
+        invoker_->close();
+    }
 }
 
 int Web_Server_Invoker::send_failed(HTTP_Command& command, uint32_t error) {
@@ -252,6 +283,9 @@ int Web_Server_Invoker::finish(HTTP_Command& command) {
     }
     const int status = command.http_response().status();
     if (status >= 300 && status <= 399 && redirect(command)) {
+        redirects_ += 1;
+        const interrupter nobody;
+        (interrupter_ != nullptr ? *interrupter_ : nobody).wait(pause_before_redirect(redirects_));
         command.state(HTTP_Command::READY);
         return 0;
     }

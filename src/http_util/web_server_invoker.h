@@ -1,7 +1,9 @@
 // Runs commands against one server: connects when needed, sends, receives, follows redirects to the
-// same server, and tries a failed exchange once more.
+// same server, and tries a failed exchange once more. Redirects of one exchange have no limit but
+// come with growing pauses.
 //
-// The connection stays open between commands. One thread at a time.
+// The connection stays open between commands; one that the server has closed or spoken over since
+// is replaced before the next command is sent, which does not count as a try. One thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +42,7 @@ public:
 private:
     int transition(HTTP_Command& command);
     bool connect(HTTP_Command& command);
+    void drop_stale();
     int send(HTTP_Command& command);
     int send_failed(HTTP_Command& command, uint32_t error);
     int receive(HTTP_Command& command);
@@ -52,6 +55,7 @@ private:
     int32_t send_buffer_ = 0;
     const interrupter* interrupter_ = nullptr;  // borrowed
     uint32_t error_ = 0;                        // what this step reports; 0 when nothing
+    unsigned redirects_ = 0;                    // followed in this exchange
     bool refused_ = false;                      // the command's own prepare said no
 };
 

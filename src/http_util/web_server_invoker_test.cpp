@@ -196,6 +196,76 @@ TEST_F(WebServerInvoker, HandsOverARedirectThatLeadsNowhere) {
     }
 }
 
+// What comes over a connection between two commands answers neither, and an idle close is no
+// failure: the one retry is still there for the connection that comes next.
+TEST_F(WebServerInvoker, DoesNotUseAHeldConnectionThatSpokeOrWasClosed) {
+    for (const bool speaks : {false, true}) {
+        for (const bool fails : {false, true}) {
+            SCOPED_TRACE(testing::Message() << speaks << fails);
+            LogCapture capture;
+            test::Signal go;
+            test::Signal gone;
+            serve([&](ScriptedPeer& peer, int connection) {
+                peer.request();
+                if (connection == 1 && fails) {
+                    return;
+                }
+                peer.answer("{}");
+                if (connection == 0) {
+                    go.wait();
+                    speaks ? static_cast<void>(peer.answer("", "408 Request Timeout"))
+                           : peer.close();
+                    gone.set();
+                }
+                peer.drain();
+            });
+            EXPECT_EQ(invoker.run(greet), 0);
+            go.set();
+            ASSERT_TRUE(gone.wait());
+            Greet_Command command("Greet");
+            EXPECT_EQ(invoker.run(command), 0);
+            EXPECT_EQ(command.response().status(), 200);
+            EXPECT_EQ(command.request().prepared, fails ? 2 : 1);
+            EXPECT_EQ(server->connections(), fails ? 3 : 2);
+            EXPECT_EQ(capture.has("Greet: Failed, retrying...\n"), fails);
+            greet.state(HTTP_Command::READY);
+        }
+    }
+}
+
+// Says stop after so many pauses, and waits for none of them.
+class Impatient : public interrupter {
+public:
+    explicit Impatient(size_t pauses) : pauses_(pauses) {}
+    bool interrupted() const override { return waited.size() == pauses_; }
+    void wait(DWORD ms) const override { waited.push_back(ms); }
+
+    mutable std::vector<DWORD> waited;
+
+private:
+    size_t pauses_;
+};
+
+TEST_F(WebServerInvoker, FollowsRedirectsOfOneExchangeEverMoreSlowly) {
+    serve([&](ScriptedPeer& peer, int) {
+        while (!peer.request().empty()) {
+            peer.answer("", "302 Found", "Location: http://a/again\r\n");
+        }
+    });
+    for (int exchange = 0; exchange < 2; ++exchange) {
+        const LogCapture quiet;
+        const Impatient stop(12);
+        invoker.set_interrupter(&stop);
+        Greet_Command command("Greet");
+        EXPECT_EQ(invoker.run(command), -1);
+        EXPECT_EQ(GetLastError(), 1223u);
+        invoker.set_interrupter(nullptr);
+        EXPECT_EQ(stop.waited, (std::vector<DWORD>{0, 100, 200, 400, 800, 1600, 3200, 6400, 12800,
+                                                   25600, 30000, 30000}));
+        EXPECT_EQ(command.request().prepared, 12);
+    }
+}
+
 // Neither a server that keeps silent nor one that redirects without end holds up a stop.
 TEST_F(WebServerInvoker, DoesNotTryAgainWhenTheJobMustStop) {
     for (const bool redirects : {false, true}) {
@@ -204,7 +274,7 @@ TEST_F(WebServerInvoker, DoesNotTryAgainWhenTheJobMustStop) {
         const interrupter asked(stop.handle());
         serve([&](ScriptedPeer& peer, int) {
             for (int i = 0; !peer.request().empty(); ++i) {
-                if (!redirects || i == 20) {
+                if (!redirects || i == 2) {
                     stop.set();
                 }
                 if (redirects) {
@@ -217,7 +287,7 @@ TEST_F(WebServerInvoker, DoesNotTryAgainWhenTheJobMustStop) {
         EXPECT_EQ(invoker.run(command), -1);
         invoker.set_interrupter(nullptr);
         EXPECT_EQ(GetLastError(), 1223u);
-        EXPECT_EQ(command.request().prepared, redirects ? 21 : 1);
+        EXPECT_EQ(command.request().prepared, redirects ? 3 : 1);
         EXPECT_EQ(server->connections(), 1);
         EXPECT_EQ(invoker.invoker()->state(), 1);
         EXPECT_FALSE(capture.has("Greet: Failed, retrying...\n"));
