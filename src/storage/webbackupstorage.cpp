@@ -4,6 +4,7 @@
 
 #include "base/local_time.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/read_handle_streambuf.h"
 #include "base/uuid.h"
 #include "http_util/command_to_server.h"
@@ -26,6 +27,12 @@ std::string instanceText(const JobActivity* activity) {
     return uuidText(id);
 }
 
+std::wstring directoryOf(const std::string& jobId) {
+    std::wstring path;
+    jobDirectory(jobId, path);
+    return path;
+}
+
 }  // namespace
 
 WebBackupStorage::WebBackupStorage(Run run)
@@ -34,6 +41,7 @@ WebBackupStorage::WebBackupStorage(Run run)
       activity_(run_.activity),
       instanceId_(instanceText(activity_)),
       temporary_(itemTempFolder(run_.jobId)),
+      acceptedFile_(directoryOf(run_.jobId)),
       session_(run_.user, run_.cookie),
       transformation_(run_.compress),
       block_(uploadBlockSize) {

@@ -1,9 +1,9 @@
 // Stores a backup on the web storage service, over HTTP with the user's session.
 //
 // Each item is encoded into a temporary package, announced, and sent in blocks of 128 KiB. The
-// activity record says at any time how many blocks of which item the service has accepted, so that
-// the next run goes on behind them. It is written on the job's worker thread only; the stop signal
-// comes from others.
+// activity record says at any time how many blocks of which item the service has accepted, and
+// AcceptedBlocks what they were, so that the next run goes on behind them. Both are written on the
+// job's worker thread only; the stop signal comes from others.
 #pragma once
 
 #include <windows.h>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "job/source/backuptransformation.h"
+#include "storage/acceptedblocks.h"
 #include "storage/backupstorage.h"
 #include "storage/patient_interrupter.h"
 #include "storage/request_bodies.h"
@@ -55,7 +56,10 @@ private:
     bool upload_file_info(const Item& item);
     bool upload_file_data(const Item& item, const std::byte* data, DWORD length);
     bool submit_errors();
-    bool encode(Item& item);
+    bool store(const Item& item);
+    bool encode(const Item& item);
+    bool claimPackage(const Item& item, uint64_t size);
+    bool countAccepted(const Item& item, bool& same);
     bool send(const Item& item);
     bool sendBlocks(const Item& item, HANDLE package);
     template <class LogFailure>
@@ -69,6 +73,8 @@ private:
     JobActivity* activity_;   // borrowed
     std::string instanceId_;  // empty when the record has none
     std::wstring temporary_;  // the folder of the packages
+    AcceptedBlocksFile acceptedFile_;
+    AcceptedBlocks accepted_;  // of the current item's package
     Web_Session session_;
     BackupTransformation transformation_;
     std::vector<std::byte> block_;

@@ -45,9 +45,14 @@ bool WebBackupStorage::upload_file_data(const Item& item, const std::byte* data,
     FunctionTrace trace("WebBackupStorage::upload_file_data", "webbackupstorage.cpp");
     const std::span<const std::byte> block(data, length);
     const auto number = static_cast<uint32_t>(activity_->fileOffset / uploadBlockSize) + 1;
+    const std::string md5 = Md5::of(block);
     Command_To_Server<Upload_Data_Request, Response_T<std::string>> command(
-        "Upload Data", {session_.cookie(), instanceId_, item.name, Md5::of(block), number, block});
-    return exchange(command, "upload file data", item.name);
+        "Upload Data", {session_.cookie(), instanceId_, item.name, md5, number, block});
+    if (!exchange(command, "upload file data", item.name)) {
+        return false;
+    }
+    accepted_.add(md5);
+    return true;
 }
 
 // A step of an item has failed. While the job must stop that counts as cancelled, whatever the
@@ -81,13 +86,21 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
         return false;
     }
     const bool directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    Item item{withoutTrailingBackslash(toUtf8(path)), data, directory,
-              readFrom == nullptr ? path : readFrom,
-              directory ? std::wstring() : itemTempPath(temporary_, number)};
+    const Item item{withoutTrailingBackslash(toUtf8(path)), data, directory,
+                    readFrom == nullptr ? path : readFrom,
+                    directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up file {%s}.\n", item.name.c_str());
     claimItem(*activity_, number);
+    if (store(item)) {
+        return true;
+    }
+    SetLastError(errorOf(GetLastError()));
+    return false;
+}
+
+bool WebBackupStorage::store(const Item& item) {
     log(LogLevel::debug, "%s", "File {%} is increment, start to encrypt/compress.\n");
-    if (!directory && !encode(item)) {
+    if (!item.directory && !encode(item)) {
         return false;
     }
     log(LogLevel::debug, "%s",
@@ -100,7 +113,7 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
                           "offset {%Q}, error-code = %d, %m.\n",
                           false, logged);
     }
-    if (directory) {
+    if (item.directory) {
         return !interrupted() ||
                stepFailed(item,
                           "File {%s} backing up is cancelled when upload directory data, offset "
@@ -120,7 +133,7 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
     return true;
 }
 
-bool WebBackupStorage::encode(Item& item) {
+bool WebBackupStorage::encode(const Item& item) {
     activity_->fileOffset = 0;
     activity_->fileSize = sizeOf(item.data);
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
@@ -128,21 +141,20 @@ bool WebBackupStorage::encode(Item& item) {
     const bool encoded =
         transformation_.transform(item.source.c_str(), item.target.c_str(), &item.data, this);
     encoding_ = false;
-    if (!encoded && GetLastError() == ERROR_CANCELLED) {
+    constexpr const char* cancelled =
+        "File {%s} backing up is cancelled when encrypt/compress at offset {%Q}, error-code = %d, "
+        "%m.\n";
+    if (!encoded && errorOf(GetLastError()) == ERROR_CANCELLED) {
         log(LogLevel::information,
             "File {%s} backing up is cancelled when ecrypt/compress, offset {%Q}.\n",
             item.name.c_str(), activity_->fileOffset);
         return false;
     }
     if (!encoded) {
-        return stepFailed(item,
-                          "File {%s} backing up is cancelled when encrypt/compress at offset "
-                          "{%Q}, error-code = %d, %m.\n",
-                          false, [&](int error) {
-                              log(LogLevel::error,
-                                  "Encrypt/compress file {%s} failed, error-code = %d, %m.\n",
-                                  item.name.c_str(), error);
-                          });
+        return stepFailed(item, cancelled, false, [&](int error) {
+            log(LogLevel::error, "Encrypt/compress file {%s} failed, error-code = %d, %m.\n",
+                item.name.c_str(), error);
+        });
     }
     WIN32_FILE_ATTRIBUTE_DATA package{};
     if (!readAttributes(item.target, package)) {
@@ -151,19 +163,64 @@ bool WebBackupStorage::encode(Item& item) {
             item.name.c_str(), toUtf8(item.target).c_str(), code(GetLastError()));
         return false;
     }
-    // The service's blocks are of the package that an earlier run made. A file that has changed
-    // since it was listed makes another one, so it starts anew.
-    const uint64_t size = sizeOf(package);
-    if (activity_->acceptedBlocks != 0 &&
-        (activity_->packageSize != size || !isAsListed(item.source, item.data) ||
-         activity_->acceptedBlocks > size / uploadBlockSize + 1)) {
-        activity_->acceptedBlocks = 0;
-        storeOrder();
+    return claimPackage(item, sizeOf(package)) || stepFailed(item, cancelled, false, [](int) {});
+}
+
+// The service's blocks are of the package that an earlier run made. One that begins otherwise, or
+// is no longer of the file that was listed, is sent from its first block. False when the job must
+// stop; what is on record then stays.
+bool WebBackupStorage::claimPackage(const Item& item, uint64_t size) {
+    accepted_ = AcceptedBlocks(instanceId_ + '\n' + item.name + '\n' + std::to_string(size));
+    if (activity_->acceptedBlocks != 0) {
+        bool same = false;
+        if (activity_->packageSize == size && isAsListed(item.source, item.data) &&
+            !countAccepted(item, same)) {
+            return false;
+        }
+        if (!same) {
+            log(LogLevel::information,
+                "File {%s} does not begin as the part that was sent, it is sent from the start.\n",
+                item.name.c_str());
+            acceptedFile_.forget();
+            activity_->acceptedBlocks = 0;
+            storeOrder();
+        }
     }
     activity_->packageSize = size;
     activity_->fileSize = size;
     activity_->fileOffset = std::min(uint64_t{activity_->acceptedBlocks} * uploadBlockSize, size);
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    return true;
+}
+
+// Counts the blocks of the package that the activity record calls accepted. `same`: the package
+// begins with all that the file knows of; those blocks were written down before their number was,
+// so they may be more. False when the job must stop.
+bool WebBackupStorage::countAccepted(const Item& item, bool& same) {
+    const AcceptedBlocks known = acceptedFile_.load();
+    const FileHandle package(CreateFileW(longPath(item.target).c_str(), GENERIC_READ,
+                                         FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    same = package && known.count() >= activity_->acceptedBlocks;
+    AcceptedBlocks begins = accepted_;
+    AcceptedBlocks accepted;
+    while (same && begins.count() < known.count()) {
+        if (interrupted()) {
+            SetLastError(ERROR_CANCELLED);
+            return false;
+        }
+        DWORD length = 0;
+        same = ReadFile(package.get(), block_.data(), uploadBlockSize, &length, nullptr) != 0 &&
+               length != 0;
+        begins.add(Md5::of(std::span(block_).first(length)));
+        if (begins.count() == activity_->acceptedBlocks) {
+            accepted = begins;
+        }
+    }
+    same = same && begins == known;
+    if (same) {
+        accepted_ = accepted;
+    }
     return true;
 }
 
@@ -225,7 +282,9 @@ bool WebBackupStorage::sendBlocks(const Item& item, HANDLE package) {
                               "data, offset {%Q}, error-code = %d, %m.\n",
                               true, [](int) {});
         }
-        activity_->acceptedBlocks += 1;
+        const bool saved = acceptedFile_.save(accepted_);
+        storeOrder();
+        activity_->acceptedBlocks = saved ? accepted_.count() : 0;
         storeOrder();
         activity_->fileOffset += length;
         activity_->transferred += length;

@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "base/handle.h"
 #include "base/md5.h"
 #include "base/paths.h"
 #include "base/text.h"
@@ -88,6 +89,34 @@ protected:
         return storage.backup(path.c_str(), test::dataOf(path), number, nullptr);
     }
 
+    // The service takes so many blocks of the file and then no more.
+    void sendInPart(const std::wstring& path, uint32_t count) {
+        record_.itemNumber = 0;
+        status_ = [&](const Seen& seen) {
+            const bool more = seen.endpoint == "uploadblock" && std::stoul(blockOf(seen)) > count;
+            return more ? "503 Busy" : "200 OK";
+        };
+        const test::LogCapture quiet;
+        EXPECT_FALSE(backup(*makeStorage(), path));
+        EXPECT_EQ(record_.acceptedBlocks, count);
+        status_ = nullptr;
+    }
+    Names blocks() const {
+        Names numbers;
+        for (const Seen& seen : service_.seen()) {
+            if (seen.endpoint == "uploadblock") {
+                numbers.push_back(blockOf(seen));
+            }
+        }
+        return numbers;
+    }
+    // Where it stands what was accepted.
+    static std::wstring known() {
+        std::wstring directory;
+        jobDirectory(job, directory);
+        return directory + L"\\act\\accepted";
+    }
+
     JobActivity record_{};
     test::Signal stop_;
     std::unique_ptr<FailedItems> failed_;
@@ -130,46 +159,106 @@ TEST_F(WebBackupStorageTest, AFileIsAnnouncedAndSentInBlocks) {
     EXPECT_EQ(folder.at("sourcename").get_str(), toUtf8(dataPath(L"\\job")));
 }
 
-TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItIsTheSame) {
-    const uint64_t size = size_t{3} * uploadBlockSize + 16;
-    const std::wstring path = makeSource(size);
-    const WIN32_FILE_ATTRIBUTE_DATA listed = test::dataOf(path);
+// Two of four blocks are accepted; then something happens before the run goes on.
+TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItBeginsWithThem) {
+    const size_t size = size_t{3} * uploadBlockSize + 16;
     const Names all = {"1", "2", "3", "4"};
+    const Names left = {"3", "4"};
+    const auto put = [](const std::wstring& path, size_t at) {
+        const FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr));
+        const FILETIME written = test::dataOf(path).ftLastWriteTime;
+        OVERLAPPED place{};
+        place.Offset = static_cast<DWORD>(at);
+        DWORD length = 0;
+        WriteFile(file.get(), "#", 1, &length, &place);
+        SetFileTime(file.get(), nullptr, nullptr, &written);
+    };
+    using Change = std::function<void(const std::wstring& source, WIN32_FILE_ATTRIBUTE_DATA& data)>;
+    using Data = WIN32_FILE_ATTRIBUTE_DATA;
+    using Source = const std::wstring&;
     struct Row {
         const char* name;
-        uint32_t item;
-        uint64_t packageSize;
-        uint32_t accepted;
-        bool touched;
+        Change change;
         Names blocks;
     };
     const Row rows[] = {
-        {"goes on", 1, size, 2, false, {"3", "4"}},
-        {"another item's blocks", 9, size, 2, false, all},
-        {"another package", 1, size + 16, 2, false, all},
-        {"more blocks than there are", 1, size, 9, false, all},
-        {"changed since it was listed", 1, size, 2, true, all},
+        {"nothing", [](Source, Data&) {}, left},
+        {"another content behind them",
+         [&](Source path, Data&) { put(path, size_t{2} * uploadBlockSize); }, left},
+        {"another content of the same time and size",
+         [&](Source path, Data&) { put(path, size_t{2} * uploadBlockSize - 17); }, all},
+        {"another time", [](Source, Data& data) { data.ftLastWriteTime.dwLowDateTime ^= 1; }, all},
+        {"on record of another item", [&](Source, Data&) { record_.itemNumber = 9; }, all},
+        {"on record of another package", [&](Source, Data&) { record_.packageSize += 16; }, all},
+        {"more on record", [&](Source, Data&) { record_.acceptedBlocks = 3; }, all},
+        {"less on record", [&](Source, Data&) { record_.acceptedBlocks = 1; }, {"2", "3", "4"}},
+        {"another run", [&](Source, Data&) { record_.instanceId.fill(0x22); }, all},
+        {"a record of an older version", [&](Source, Data&) { DeleteFileW(known().c_str()); }, all},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        record_.itemNumber = row.item;
-        record_.packageSize = row.packageSize;
-        record_.acceptedBlocks = row.accepted;
-        WIN32_FILE_ATTRIBUTE_DATA data = listed;
-        data.ftLastWriteTime.dwLowDateTime ^= row.touched ? 1u : 0u;
+        const std::wstring path = makeSource(size);
+        sendInPart(path, 2);
+        WIN32_FILE_ATTRIBUTE_DATA data = test::dataOf(path);
+        row.change(path, data);
         const auto storage = makeStorage();
         service_.forget();
         EXPECT_TRUE(storage->backup(path.c_str(), data, 1, nullptr));
-        Names blocks;
-        for (const Seen& seen : service_.seen()) {
-            if (seen.endpoint == "uploadblock") {
-                blocks.push_back(blockOf(seen));
-            }
-        }
-        EXPECT_EQ(blocks, row.blocks);
+        EXPECT_EQ(blocks(), row.blocks);
         EXPECT_EQ(record_.acceptedBlocks, 4u);
         EXPECT_EQ(record_.fileOffset, size);
+        // What was not sent now counts on as well.
+        record_.acceptedBlocks = 3;
+        service_.forget();
+        EXPECT_TRUE(backup(*makeStorage(), path));
+        EXPECT_EQ(blocks(), Names{"4"});
     }
+}
+
+// The content comes back as it was, and with it the record, whose pages a power cut has undone. The
+// service has a block of the content between.
+TEST_F(WebBackupStorageTest, BlocksOfAContentThatWasGivenUpAreNeverTakenForAcceptedAgain) {
+    const size_t size = size_t{3} * uploadBlockSize + 16;
+    const std::wstring path = makeSource(size);
+    const WIN32_FILE_ATTRIBUTE_DATA data = test::dataOf(path);
+    sendInPart(path, 2);
+    const JobActivity before = record_;
+    write(path, std::string(size - 1, 'y'));
+    status_ = [](const Seen& seen) {
+        return seen.endpoint == "uploadblock" ? "503 Busy" : "200 OK";
+    };
+    EXPECT_FALSE(makeStorage()->backup(path.c_str(), data, 1, nullptr));
+    status_ = nullptr;
+    makeSource(size);
+    record_ = before;
+    service_.forget();
+    EXPECT_TRUE(makeStorage()->backup(path.c_str(), test::dataOf(path), 1, nullptr));
+    EXPECT_EQ(blocks(), (Names{"1", "2", "3", "4"}));
+}
+
+TEST_F(WebBackupStorageTest, AStopWhileTheAcceptedBlocksAreComparedKeepsThem) {
+    const std::wstring path = makeSource(size_t{3} * uploadBlockSize + 16);
+    sendInPart(path, 2);
+    {
+        const auto storage = makeStorage();
+        stop_.set();
+        EXPECT_FAILS(ERROR_CANCELLED, backup(*storage, path));
+        stop_.reset();
+    }
+    EXPECT_EQ(record_.acceptedBlocks, 2u);
+    service_.forget();
+    EXPECT_TRUE(backup(*makeStorage(), path));
+    EXPECT_EQ(blocks(), (Names{"3", "4"}));
+}
+
+// What cannot be written down is not counted, so that it is not taken for something older.
+TEST_F(WebBackupStorageTest, BlocksThatCannotBeWrittenDownAreSentAllTheSame) {
+    createDirectories(known());
+    const test::LogCapture quiet;
+    EXPECT_TRUE(backup(*makeStorage(), makeSource(size_t{2} * uploadBlockSize)));
+    EXPECT_EQ(blocks(), (Names{"1", "2"}));
+    EXPECT_EQ(record_.acceptedBlocks, 0u);
 }
 
 TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {

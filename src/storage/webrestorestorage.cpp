@@ -180,6 +180,7 @@ bool WebRestoreStorage::stepFailed(const char* cancelled, const std::string& nam
     }
     SetLastError(keep.error());
     logFailure(static_cast<int>(keep.error()));
+    keep.set(errorOf(keep.error()));
     return false;
 }
 

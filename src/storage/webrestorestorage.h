@@ -68,7 +68,8 @@ private:
     bool restore(File& file, bool replace);
     bool makeParents(File& file) const;
     bool askForFile(File& file);
-    bool receive(const File& file);
+    bool fetch(File& file);
+    bool receive(const File& file, uint64_t& kept);
     FileHandle openPackage(const File& file) const;
     void seekToOffset(HANDLE package);
     bool downloadBlocks(const File& file, HANDLE package);

@@ -64,7 +64,7 @@ bool WebRestoreStorage::restore(File& file, bool replace) {
         return stopped("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name);
     };
     if (mustStop() || !makeParents(file) || mustStop() || !askForFile(file) || mustStop() ||
-        !receive(file) || !decode(file) || mustStop()) {
+        !fetch(file) || mustStop()) {
         return false;
     }
     dress(file);
@@ -123,12 +123,35 @@ bool WebRestoreStorage::askForFile(File& file) {
     return true;
 }
 
-bool WebRestoreStorage::receive(const File& file) {
+// Receives the package and decodes it. What an earlier run has received of it lay on a disk while
+// nobody looked after it: if the package is damaged, all of it is received again, once.
+bool WebRestoreStorage::fetch(File& file) {
+    uint64_t kept = 0;
+    if (!receive(file, kept)) {
+        return false;
+    }
+    if (decode(file)) {
+        return true;
+    }
+    if (kept == 0 || GetLastError() != ERROR_INVALID_DATA) {
+        return false;
+    }
+    log(LogLevel::warning,
+        "What was received of file {%s} before is damaged, it is fetched again.\n",
+        file.name.c_str());
+    activity_->fileOffset = 0;
+    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    return receive(file, kept) && decode(file);
+}
+
+// `kept`: the bytes that an earlier run has received.
+bool WebRestoreStorage::receive(const File& file, uint64_t& kept) {
     const FileHandle package = openPackage(file);
     if (!package) {
         return false;
     }
     seekToOffset(package.get());
+    kept = activity_->fileOffset;
     log(LogLevel::debug, "Start to download file data.\n");
     if (!downloadBlocks(file, package.get())) {
         return false;

@@ -62,6 +62,46 @@ TEST_F(RestoredFile, TrustsNothingFromBeforeTheMachineStarted) {
     EXPECT_EQ(blocks(), (Names{"1", "2", "3"}));
 }
 
+TEST_F(RestoredFile, APackageThatWasDamagedMeanwhileIsFetchedAgain) {
+    hold(2 * uploadBlockSize + 16);
+    const std::string good = stored_;
+    std::string damaged = stored_;
+    damaged.back() = static_cast<char>(damaged.back() ^ 1);  // the padding tells
+    const Names all = {"1", "2", "3"};
+    struct Row {
+        const char* name;
+        const std::string& received;
+        const std::string& held;  // by the service
+        uint64_t offset;
+        DWORD error;
+        Names blocks;
+    };
+    const Row rows[] = {
+        {"damaged here", damaged, good, good.size(), 0, all},
+        {"damaged there too", damaged, damaged, good.size(), ERROR_INVALID_DATA, all},
+        {"damaged there only", damaged, damaged, 0, ERROR_INVALID_DATA, all},
+        {"half of it there",
+         damaged,
+         damaged,
+         uploadBlockSize,
+         ERROR_INVALID_DATA,
+         {"2", "3", "1", "2", "3"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        write(target_, "old");
+        stored_ = row.held;
+        const auto storage = makeStorage();
+        resume(row.offset, row.received);
+        const LogCapture quiet;
+        SetLastError(0);
+        const bool done = restore(*storage);
+        EXPECT_EQ(done ? 0 : GetLastError(), row.error);
+        EXPECT_EQ(blocks(), row.blocks);
+        EXPECT_EQ(contentOf(target_), done ? content_ : "old");
+    }
+}
+
 TEST_F(RestoredFile, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
     hold(2 * uploadBlockSize + 16);
     const std::string good = stored_.substr(uploadBlockSize, uploadBlockSize);

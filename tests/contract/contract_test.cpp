@@ -1,5 +1,6 @@
 // What every storage back end promises, seen through the interfaces only.
 #include "contract/storagecontract.h"
+#include "support/failing_open.h"
 #include "support/fails_with.h"
 
 #include <gmock/gmock.h>
@@ -163,16 +164,18 @@ TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
     const size_t size = blocks * uploadBlockSize - 1;  // its package fills the last block
     put(L"a", "before it");
     put(L"file", noise(size));
+    enum class Change { none, content, contentOnly };
     struct Row {
         const char* name;
         uint32_t recorded;
-        bool changed;
+        Change change;
         uint32_t sent;
     };
-    const Row rows[] = {{"in the middle", 2, false, 3},
-                        {"all there", blocks, false, 0},
-                        {"nothing recorded", 0, false, blocks},
-                        {"another content of the same size", 3, true, blocks}};
+    const Row rows[] = {{"in the middle", 2, Change::none, 3},
+                        {"all there", blocks, Change::none, 0},
+                        {"nothing recorded", 0, Change::none, blocks},
+                        {"another content of the same size", 3, Change::content, blocks},
+                        {"and of the same time", 3, Change::contentOnly, blocks}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         beginRun();
@@ -185,8 +188,12 @@ TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
         }
         // The process was killed before it took down how far it had come.
         record_.acceptedBlocks = row.recorded;
-        if (row.changed) {
-            put(L"file", noise(size, 7));
+        if (row.change != Change::none) {
+            const WIN32_FILE_ATTRIBUTE_DATA before = dataOf(source(L"file"));
+            put(L"file", noise(size, 7 + row.recorded + static_cast<unsigned>(row.change)));
+            if (row.change == Change::contentOnly) {
+                setTime(L"file", before.ftLastWriteTime);
+            }
         }
         record_.transferred = 0;
         const auto storage = started();
@@ -228,6 +235,35 @@ TEST_P(StorageContract, AStopMakesAnItemFailAndTheNextRunTakesItUp) {
     EXPECT_TRUE(fileContent(target(L"b")) == contents_[L"b"]);
     stop_.reset();
     EXPECT_TRUE(restore->restoreFile(source(L"b").c_str(), target(L"b").c_str(), 1, true));
+}
+
+TEST_P(StorageContract, WhatWindowsCallsCancelledIsNoStop) {
+    put(L"a", "1");
+    const std::string of = complete();
+    put(L"a", "2");
+    const auto storage = begun();
+    const auto restore = restoring(of);
+    ASSERT_TRUE(restore->start());
+    const auto backUp = [&] { return backup(*storage, L"a"); };
+    const auto bringBack = [&] {
+        return restore->restoreFile(source(L"a").c_str(), target(L"a").c_str(), 1, true);
+    };
+    for (const bool stopped : {false, true}) {
+        SCOPED_TRACE(stopped);
+        if (stopped) {
+            stop_.set();
+        }
+        const DWORD error = stopped ? ERROR_CANCELLED : ERROR_OPERATION_ABORTED;
+        {
+            const FailingOpen cloud(source(L"a"), ERROR_CANCELLED);
+            EXPECT_FAILS(error, backUp());
+        }
+        const FailingOpen cloud(target_.path() + L"\\~", ERROR_CANCELLED);
+        EXPECT_FAILS(error, bringBack());
+    }
+    stop_.reset();
+    EXPECT_TRUE(backUp()) << GetLastError();
+    EXPECT_TRUE(bringBack()) << GetLastError();
 }
 
 TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {

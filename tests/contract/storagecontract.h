@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "base/handle.h"
 #include "base/local_time.h"
 #include "base/uuid.h"
 #include "base/write_handle_streambuf.h"
@@ -69,6 +70,12 @@ protected:
         const FILETIME time = toFileTime(firstTime + ++written_ * ticksPerSecond);
         SetFileTime(file.handle(), nullptr, nullptr, &time);
         return file.close();
+    }
+
+    void setTime(const std::wstring& name, const FILETIME& written) const {
+        const FileHandle file(CreateFileW(longPath(source(name)).c_str(), FILE_WRITE_ATTRIBUTES, 0,
+                                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        ASSERT_NE(SetFileTime(file.get(), nullptr, nullptr, &written), 0) << GetLastError();
     }
 
     // -- a run -------------------------------------------------------------------------------

@@ -44,17 +44,20 @@ class CrashTest(SystemTest):
         self.assertEqual(system.packages(), [])
 
     def test_a_file_that_changed_meanwhile_is_never_a_mixture(self):
-        system = System(self, "mixture")
-        file = system.tree / "changing.bin"
-        write(file, noise(6 * BLOCK, 1), mtime=1_600_000_000_000_000_000)
-        system.kill_at(system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 4)
-        write(file, noise(6 * BLOCK, 2), mtime=1_600_000_001_000_000_000)
-        job = system.job()
-        system.machine.agent("resume", job)
-        # The content is all new; the next run brings the new time too.
-        self.assertEqual([d for d in system.differences() if "its time" not in d], [])
-        system.machine.agent("start", job)
-        self.assertBackedUp(system)
+        """Whether its time tells or, as with containers and databases, does not."""
+        for seconds in (1, 0):
+            with self.subTest(seconds=seconds):
+                system = System(self, "mixture")
+                file = system.tree / "changing.bin"
+                write(file, noise(6 * BLOCK, 1), mtime=1_600_000_000_000_000_000)
+                system.kill_at(system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 4)
+                write(file, noise(6 * BLOCK, 2), mtime=1_600_000_000_000_000_000 + seconds * 10**9)
+                job = system.job()
+                system.machine.agent("resume", job)
+                # The content is all new; the next run brings the new time too.
+                self.assertEqual([d for d in system.differences() if "its time" not in d], [])
+                system.machine.agent("start", job)
+                self.assertBackedUp(system)
 
     def test_the_server_dies_and_comes_back(self):
         """Behind the proxy, so that the agent sees resets. What was answered 200 is not sent again."""

@@ -45,6 +45,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
     claimItem(*activity_, number);
     const bool done = (!goesOn_ || takeUp(item, number)) && store(item);
     if (!done) {
+        SetLastError(errorOf(GetLastError()));
         failedNear(place_.location());
         const DWORD error = GetLastError();
         if (interrupter::interrupted()) {

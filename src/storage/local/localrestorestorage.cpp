@@ -115,6 +115,7 @@ bool LocalRestoreStorage::find(const std::wstring& original, LocalRecord::Kind k
 }
 
 bool LocalRestoreStorage::failed(const char* action, const std::string& name) const {
+    SetLastError(errorOf(GetLastError()));
     failedNear(place_.location());
     const DWORD error = GetLastError();
     if (!interrupter::interrupted()) {
