@@ -75,7 +75,22 @@ TEST_F(RestoreJobTest, NothingLeavesTheChosenFolder) {
                                     "y 161 the item is not below the prefix of the restore"}));
 }
 
-TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRun) {
+TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsServer) {
+    waitForServer_ = true;
+    for (const DWORD error : {DWORD{WSAECONNREFUSED}, DWORD{WSAECONNRESET}}) {
+        SCOPED_TRACE(error);
+        script_ = {};
+        script_.list = {0, error};
+        const auto job = makeRestore();
+        const LogCapture quiet;
+        run(*job);
+        EXPECT_EQ(job->state(), paused);
+        EXPECT_EQ(script_.calls, Names{});
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
+    }
+    waitForServer_ = false;
     // Also what would pass: nothing is known yet that would be worth keeping.
     for (const DWORD error : {DWORD{WSAECONNRESET}, DWORD{0x20010194}}) {
         SCOPED_TRACE(error);

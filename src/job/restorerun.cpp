@@ -50,7 +50,7 @@ bool RestoreRun::makeList() {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to generate activity source file, error = %d, %s.\n",
             static_cast<int>(withoutHttpMark(keep.error())), job_.reasonText(keep.error()).c_str());
-        return refuse(keep.error());
+        return failOrWait(keep.error());
     }
     log(LogLevel::debug,
         "Job source list generated, total size is %Q, total files is %d, total directories is "

@@ -124,6 +124,10 @@ bool TransferRun::failOrPause(unsigned long code) {
     return false;
 }
 
+bool TransferRun::failOrWait(unsigned long code) {
+    return transferJob_.failureOf(code).waitForServer ? failOrPause(code) : refuse(code);
+}
+
 bool TransferRun::carryOn() {
     return transferJob_.pollEvent(0);
 }

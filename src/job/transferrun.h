@@ -35,6 +35,8 @@ protected:
     bool refuse(unsigned long code);
     // The same, but parks the run because of something that passes.
     bool failOrPause(unsigned long code);
+    // The same, but ends the run in error unless the host would rather wait for its server.
+    bool failOrWait(unsigned long code);
     bool carryOn();
     int endCode() const;
 
