@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "failuretext.h"
 #include "job/activity/jobhistory.h"
+#include "job/activity/jobhistoryerror.h"
 #include "printable.h"
 #include "settings/jsonstorage.h"
 #include "timetext.h"
@@ -75,10 +76,7 @@ uint64_t secondsBetween(const std::string& start, const std::string& end) {
 std::vector<FailedItem> readFailedItems(const std::wstring& directory,
                                         const std::string& instanceId) {
     std::vector<FailedItem> items;
-    JSONArrayStorage document;
-    if (!document.load(toUtf8(jobHistoryErrorPath(directory, instanceId)).c_str())) {
-        return items;
-    }
+    const JobHistoryError document(toUtf8(jobHistoryErrorPath(directory, instanceId)));
     for (const json_spirit::Value& entry : document.values()) {
         if (entry.type() != json_spirit::obj_type) {
             continue;

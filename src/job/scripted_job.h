@@ -45,8 +45,10 @@ struct Script {
     std::deque<DWORD> start;
     std::map<std::string, std::deque<DWORD>> items;  // by file name
     std::deque<DWORD> end;
-    std::deque<DWORD> list;  // each page of a catalog, each batch of an increment check
+    std::deque<DWORD> record;  // each failed item that is to be recorded
+    std::deque<DWORD> list;    // each page of a catalog, each batch of an increment check
     std::function<void(const std::string& name)> onItem;
+    std::function<void()> onRecord;
     std::function<void()> onList;
     size_t listed = 0;  // how often a list was asked for
     bool noStorage = false;
@@ -72,6 +74,13 @@ struct Script {
             onItem(name);
         }
         return note(utf8, items[name]);
+    }
+    bool recordError(FailedItems& failed, const wchar_t* path, DWORD code,
+                     const std::string& reason) {
+        if (onRecord) {
+            onRecord();
+        }
+        return answer(record) && failed.add(path, code, reason);
     }
     bool askList() {
         ++listed;
@@ -101,7 +110,7 @@ public:
 
     bool start() override { return script_.note("start", script_.start); }
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
-        return failed_.add(path, code, reason);
+        return script_.recordError(failed_, path, code, reason);
     }
     bool end() override { return script_.note("end", script_.end); }
     bool cancel() override {
@@ -126,7 +135,7 @@ public:
 
     bool start() override { return script_.note("start", script_.start); }
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
-        return failed_.add(path, code, reason);
+        return script_.recordError(failed_, path, code, reason);
     }
     bool end(const json_spirit::Object& history) override {
         script_.history = history;

@@ -308,7 +308,7 @@ void TransferJob::writeHistory(int endCode) {
         log(LogLevel::error, "Failed to write the history of job {%s}.\n",
             definition().id().c_str());
     }
-    trimJobHistory(directory);
+    trimJobHistory(directory, instanceText());
 }
 
 Failure TransferJob::failureOf(unsigned long code) {

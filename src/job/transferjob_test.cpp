@@ -1,6 +1,7 @@
 // What backup and restore jobs have in common, on both.
 #include "job/transferjob.h"
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "job/scripted_job.h"
@@ -41,6 +42,72 @@ TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
     EXPECT_EQ(job->state(), completed);
     EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden", "b 32 "}));
     EXPECT_EQ(job->record().failedItems, 2u);
+}
+
+TYPED_TEST(TransferJobTest, AFailedItemThatCannotBeRecordedEndsTheRun) {
+    this->script_.items["b"] = {ERROR_SHARING_VIOLATION};
+    this->script_.record = {ERROR_DISK_FULL};
+    const auto job = this->makeJob();
+    const LogCapture quiet;
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_DISK_FULL));
+    EXPECT_EQ(this->script_.calls.back(), "cancel");
+    EXPECT_EQ(this->script_.stored(), (Names{"sources", "a", "b"}));
+}
+
+// The process dies before a failed item is recorded, or after.
+TYPED_TEST(TransferJobTest, ADeathLosesNoFailedItem) {
+    Script& script = this->script_;
+    const std::wstring folder = this->dataPath(L"\\job\\j1");
+    const std::wstring left = this->dataPath(L"\\left");
+    const auto die = [&] {
+        rm_rf(left, true);
+        std::filesystem::copy(folder, left, std::filesystem::copy_options::recursive);
+    };
+    for (const bool recorded : {false, true}) {
+        SCOPED_TRACE(recorded);
+        rm_rf(folder, true);
+        script = {};
+        script.items["b"] = {ERROR_SHARING_VIOLATION};
+        script.onRecord = [&] { recorded ? void() : die(); };
+        script.onItem = [&](const std::string& name) { recorded&& name == "c" ? die() : void(); };
+        auto job = this->makeJob();
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        job.reset();
+        ASSERT_TRUE(rm_rf(folder, true));
+        std::filesystem::rename(left, folder);
+        script.onRecord = nullptr;
+        script.onItem = nullptr;
+        script.calls.clear();
+        job = this->makeJob();
+        ASSERT_TRUE(job->init());
+        ASSERT_EQ(job->state(), paused);
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(), recorded ? Names{"c"} : (Names{"b", "c"}));
+        EXPECT_EQ(job->errors(), recorded ? Names{"b 32 "} : Names{});
+        EXPECT_EQ(job->record().failedItems, recorded ? 1u : 0u);
+    }
+}
+
+TYPED_TEST(TransferJobTest, FailedItemsThatCannotBeReadFailTheRun) {
+    Script& script = this->script_;
+    script.items["b"] = {ERROR_SHARING_VIOLATION};
+    script.items["c"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    ASSERT_EQ(job->state(), paused);
+    const std::wstring document =
+        this->dataPath(L"\\job\\j1\\hist\\") + toWide(job->instanceText()) + L".errors";
+    this->write(document, "[");
+    const LogCapture quiet;
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_INVALID_DATA));
+    EXPECT_EQ(script.calls.back(), "cancel");
+    EXPECT_EQ(this->contentOf(document), "[");
 }
 
 TYPED_TEST(TransferJobTest, StartFailures) {

@@ -79,6 +79,12 @@ void TransferRun::forgetList() {
 }
 
 bool TransferRun::startStorage(const char* begun) {
+    if (const DWORD unread = transferJob_.failed_->readError(); unread != ERROR_SUCCESS) {
+        log(LogLevel::error, "Failed to read the failed items of job {%s}, error-code = %d, %s.\n",
+            transferJob_.definition().id().c_str(), static_cast<int>(unread),
+            transferJob_.reasonText(unread).c_str());
+        return fail(unread);
+    }
     const std::wstring temporary = itemTempFolder(transferJob_.definition().id());
     if (!createDirectories(temporary)) {
         LastErrorGuard keep;

@@ -43,6 +43,7 @@ bool JSONStorage<Form, Values>::load(const char* path) {
         path_ = path;
     }
     if (path_.empty()) {
+        SetLastError(ERROR_PATH_NOT_FOUND);
         return false;
     }
     FileHandle file = openStoreForReading(toWide(path_), sharedWithAll);
@@ -53,10 +54,13 @@ bool JSONStorage<Form, Values>::load(const char* path) {
     try {
         json_spirit::Value document;
         json_spirit::read_or_throw(text, document);
-        return take(document, values_);
+        if (take(document, values_)) {
+            return true;
+        }
     } catch (const json_spirit::Error_position&) {
-        return false;
     }
+    SetLastError(ERROR_INVALID_DATA);
+    return false;
 }
 
 template <int Form, class Values>

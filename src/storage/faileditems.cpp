@@ -43,7 +43,9 @@ FailedItem itemOf(const Value& value) {
 
 FailedItems::FailedItems(const std::string& document, JobActivity& activity)
     : document_(document), activity_(activity) {
-    activity_.failedItems = static_cast<uint32_t>(document_.values().size());
+    if (readError() == ERROR_SUCCESS) {
+        activity_.failedItems = static_cast<uint32_t>(document_.values().size());
+    }
 }
 
 bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason) {
@@ -51,15 +53,11 @@ bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
-    // A run that was cut off between the document and its position comes back to the same item.
+    // A run that was cut off between the journal and its position comes back to the same item.
     const bool repeated = !document_.values().empty() &&
                           itemOf(document_.values().back()).path == toUtf8(path) &&
                           itemOf(document_.values().back()).code == code;
-    if (!repeated && !document_.add(path, code, reason.c_str())) {
-        return false;
-    }
-    written_ = !repeated && written_ ? document_.saveLast() : document_.save();
-    if (!written_) {
+    if ((!repeated && !document_.add(path, code, reason.c_str())) || !document_.saveNew()) {
         return false;
     }
     activity_.failedItems = static_cast<uint32_t>(document_.values().size());
@@ -67,13 +65,11 @@ bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason
 }
 
 bool FailedItems::clear() {
-    if (document_.values().empty()) {
-        return true;
+    if (!document_.clear()) {
+        return false;
     }
-    document_.clear();
     activity_.failedItems = 0;
-    written_ = document_.save();
-    return written_;
+    return true;
 }
 
 std::vector<FailedItem> FailedItems::list() const {

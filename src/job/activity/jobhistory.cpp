@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -20,6 +21,23 @@ namespace {
 constexpr std::wstring_view errorSuffix = L".errors";
 constexpr std::wstring_view notesSuffix = L".notes";
 
+// What a run's files are called after its summary, which has no suffix and is removed last: while
+// it is there, the run is seen and tried again.
+const std::wstring suffixes[] = {
+    std::wstring(errorSuffix) + std::wstring(newDocumentSuffix),
+    std::wstring(errorSuffix) + std::wstring(journalSuffix),
+    std::wstring(errorSuffix),
+    std::wstring(notesSuffix),
+    L"",
+};
+
+std::wstring runOf(const std::wstring& file) {
+    const auto* const suffix =
+        std::find_if(std::begin(suffixes), std::end(suffixes),
+                     [&](const std::wstring& other) { return file.ends_with(other); });
+    return file.substr(0, file.size() - suffix->size());
+}
+
 std::wstring historyFolder(const std::wstring& jobDirectory) {
     return jobDirectory + L"\\hist";
 }
@@ -34,13 +52,7 @@ std::map<std::wstring, uint64_t> findRuns(const std::wstring& folder) {
     }
     do {
         if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-            std::wstring name = entry.cFileName;
-            for (const std::wstring_view suffix : {errorSuffix, notesSuffix}) {
-                if (name.ends_with(suffix)) {
-                    name.resize(name.size() - suffix.size());
-                }
-            }
-            uint64_t& written = runs[name];
+            uint64_t& written = runs[runOf(entry.cFileName)];
             written = std::max(written, toTicks(entry.ftLastWriteTime));
         }
     } while (FindNextFileW(search.get(), &entry) != 0);
@@ -72,19 +84,25 @@ std::wstring jobHistoryNotesPath(const std::wstring& jobDirectory, const std::st
     return path.empty() ? path : path + std::wstring(notesSuffix);
 }
 
-bool trimJobHistory(const std::wstring& jobDirectory, size_t keep) {
+bool trimJobHistory(const std::wstring& jobDirectory, const std::string& current, size_t keep) {
     const std::wstring folder = historyFolder(jobDirectory);
+    const std::wstring stays = toWide(current);
+    std::map<std::wstring, uint64_t> found = findRuns(folder);
+    const size_t all = found.size();
+    found.erase(stays);
     std::vector<std::pair<uint64_t, std::wstring>> runs;
-    for (const auto& [name, written] : findRuns(folder)) {
+    for (const auto& [name, written] : found) {
         runs.emplace_back(written, name);
     }
     std::sort(runs.begin(), runs.end());
     bool removed = true;
-    for (size_t i = 0; i + keep < runs.size(); ++i) {
-        const std::wstring path = folder + L"\\" + runs[i].second;
-        // The summary goes last: while it is there, the run is seen and tried again.
-        removed = remove(path + std::wstring(errorSuffix)) &&
-                  remove(path + std::wstring(notesSuffix)) && remove(path) && removed;
+    for (size_t i = 0; i < runs.size() && i + keep < all; ++i) {
+        for (const std::wstring& suffix : suffixes) {
+            if (!remove(folder + L"\\" + runs[i].second + suffix)) {
+                removed = false;
+                break;
+            }
+        }
     }
     return removed;
 }

@@ -2,17 +2,24 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "base/handle.h"
 #include "base/local_time.h"
+#include "base/sharing_retry.h"
 #include "job/activity/jobhistoryerror.h"
 #include "job/activity/jobhistoryinfo.h"
 #include "job/activity/jobhistorynotes.h"
 #include "json_spirit/json_spirit.h"
+#include "support/fails_with.h"
 #include "support/files.h"
 #include "support/store_test.h"
 
 namespace dorvo {
 namespace {
+
+using Names = std::vector<std::string>;
 
 class JobHistory : public test::StoreTest {
 protected:
@@ -90,45 +97,163 @@ TEST_F(JobHistory, RefusesTimesAndIdsThatCannotBe) {
     }
 }
 
-// Appending leaves what writing all of it would, whatever the file was like before.
-TEST_F(JobHistory, LastErrorIsSavedBehindTheOthers) {
-    const std::wstring path = jobHistoryErrorPath(job_, "e1");
-    for (const char* before : {"", "[\n]", "[{}]", "[\n    {\n    }\n]", "damaged }\n]"}) {
-        write(path, before);
+Names pathsOf(const JobHistoryError& errors) {
+    Names paths;
+    for (const json_spirit::Value& item : errors.values()) {
+        paths.push_back(item.get_obj().at("path").get_str());
+    }
+    return paths;
+}
+
+// Whatever byte a process dies at: what was saved is there, once, and more can be saved.
+TEST_F(JobHistory, ErrorsSurviveADeathAtAnyByte) {
+    const std::wstring document = jobHistoryErrorPath(job_, "e1");
+    const std::wstring journal = document + L".journal";
+    {
         JobHistoryError errors(errorPath("e1"));
-        for (const uint32_t code : {1u, 2u, 0xFFFFFFFFu}) {
-            ASSERT_TRUE(errors.add(L"C:\\a \"b\"\n", code, "gone"));
-            ASSERT_TRUE(errors.saveLast()) << before;
-            const JobHistoryError again(errorPath("e1"));
-            ASSERT_EQ(again.values(), errors.values()) << contentOf(path);
+        ASSERT_TRUE(errors.add(L"a \"b\"\n", 1, "gone") && errors.saveNew() && errors.save());
+        EXPECT_FALSE(exists("e1.errors.journal"));
+        for (const wchar_t* path : {L"b", L"c"}) {
+            ASSERT_TRUE(errors.add(path, 0xFFFFFFFF, nullptr) && errors.saveNew());
         }
-        EXPECT_EQ(contentOf(path),
-                  json_spirit::write_formatted(json_spirit::Value(errors.values())))
-            << before;
+    }
+    const std::string lines = contentOf(journal);
+    const std::string before = contentOf(document);
+    for (size_t cut = 0; cut <= lines.size(); ++cut) {
+        const size_t whole = static_cast<size_t>(
+            std::count(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(cut), '\n'));
+        for (const std::string& torn : {std::string(), std::string(9, '\0')}) {
+            SCOPED_TRACE(testing::Message() << cut << " bytes and zeroes: " << torn.size());
+            write(document, before);
+            write(journal, lines.substr(0, cut) + torn);
+            Names expected = {"a \"b\"\n", "b", "c"};
+            expected.resize(1 + whole);
+            JobHistoryError errors(errorPath("e1"));
+            ASSERT_EQ(errors.readError(), DWORD{ERROR_SUCCESS});
+            ASSERT_EQ(pathsOf(errors), expected);
+            ASSERT_TRUE(errors.add(L"d", 5, "") && errors.saveNew());
+            expected.emplace_back("d");
+            ASSERT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), expected);
+            const std::string all = contentOf(journal);
+            ASSERT_TRUE(errors.save());
+            ASSERT_FALSE(exists("e1.errors.journal"));
+            write(journal, all);  // it died before the journal went
+            ASSERT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), expected);
+        }
     }
 }
 
+TEST_F(JobHistory, ErrorsThatCannotBeReadStayAsTheyAre) {
+    const std::wstring document = jobHistoryErrorPath(job_, "e1");
+    const std::wstring journal = document + L".journal";
+    struct Row {
+        const char* name;
+        const char* document;  // null for none
+        const char* journal;
+        DWORD error;
+    };
+    constexpr Row rows[] = {
+        {"cut off", "[\n    {\n    }", nullptr, ERROR_INVALID_DATA},
+        {"empty", "", nullptr, ERROR_INVALID_DATA},
+        {"another kind", "{}", nullptr, ERROR_INVALID_DATA},
+        {"damaged in the middle", "[]", "[0,{}]\n[1,}]\n[2,{}]\n", ERROR_FILE_CORRUPT},
+        {"negative place", "[]", "[-1,{}]\n[0,{}]\n", ERROR_FILE_CORRUPT},
+        {"items missing before", "[{}]", "[2,{}]\n", ERROR_FILE_CORRUPT},
+        {"no document to a journal", nullptr, "[1,{}]\n", ERROR_FILE_CORRUPT},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(job_, true);
+        for (const auto& [path, text] :
+             {std::pair(document, row.document), std::pair(journal, row.journal)}) {
+            if (text != nullptr) {
+                write(path, text);
+            }
+        }
+        JobHistoryError errors(errorPath("e1"));
+        EXPECT_EQ(errors.readError(), row.error);
+        EXPECT_TRUE(errors.values().empty());
+        EXPECT_TRUE(errors.add(L"a", 1, ""));
+        EXPECT_FAILS(row.error, errors.saveNew());
+        EXPECT_FAILS(row.error, errors.save());
+        EXPECT_EQ(contentOf(document), row.document == nullptr ? "" : row.document);
+        EXPECT_EQ(contentOf(journal), row.journal == nullptr ? "" : row.journal);
+        EXPECT_TRUE(errors.clear());
+        EXPECT_FALSE(exists("e1.errors") || exists("e1.errors.journal"));
+        EXPECT_TRUE(errors.add(L"a", 1, "") && errors.saveNew());
+        EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), Names{"a"});
+    }
+}
+
+// Another program that looks at the files for a moment costs nothing.
+TEST_F(JobHistory, ErrorsWaitForWhoHoldsTheirFiles) {
+    static FileHandle held;
+    const auto hold = [](const std::wstring& path) {
+        held.reset(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                               FILE_ATTRIBUTE_NORMAL, nullptr));
+        ASSERT_TRUE(held);
+    };
+    const auto pause = std::exchange(SharingRetry::pause, [](DWORD) { held.reset(); });
+    const std::wstring document = jobHistoryErrorPath(job_, "e1");
+    JobHistoryError errors(errorPath("e1"));
+    ASSERT_TRUE(errors.add(L"a", 1, "") && errors.save());
+    ASSERT_TRUE(errors.add(L"b", 1, "") && errors.saveNew());
+    hold(document);
+    EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SUCCESS});
+    hold(document);
+    EXPECT_TRUE(errors.save());
+    write(document + L".journal", "[2,{\"path\":\"c\"}]\n");
+    hold(document + L".journal");
+    EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SUCCESS});
+    SharingRetry::pause = [](DWORD) {};
+    hold(document);
+    EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SHARING_VIOLATION});
+    held.reset();
+    SharingRetry::pause = pause;
+    EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), (Names{"a", "b", "c"}));
+}
+
+TEST_F(JobHistory, ErrorsAreWrittenWhenThereAreNewOnes) {
+    JobHistoryError errors(errorPath("e1"));
+    EXPECT_TRUE(errors.save());
+    EXPECT_EQ(contentOf(jobHistoryErrorPath(job_, "e1")), "[]");
+    ASSERT_TRUE(errors.add(L"a", 1, "") && errors.saveNew() && errors.save());
+    write(jobHistoryErrorPath(job_, "e1"), "somebody's");
+    EXPECT_TRUE(errors.save());
+    EXPECT_EQ(contentOf(jobHistoryErrorPath(job_, "e1")), "somebody's");
+}
+
 TEST_F(JobHistory, KeepsTheLastRuns) {
-    EXPECT_TRUE(trimJobHistory(job_));
+    EXPECT_TRUE(trimJobHistory(job_, ""));
     writeAt("old", 1000);
     writeAt("old.errors", 1000);
     writeAt("older, with late errors", 500);
     writeAt("older, with late errors.errors", 3000);
     writeAt("old.notes", 1000);
     writeAt("errors only.errors", 900);
+    writeAt("errors only.errors.journal", 900);
+    writeAt("errors only.errors.new", 900);
     writeAt("new", 2000);
     createDirectories(job_ + L"\\hist\\folder");
 
-    EXPECT_TRUE(trimJobHistory(job_, 4));
+    EXPECT_TRUE(trimJobHistory(job_, "", 4));
     EXPECT_TRUE(exists("errors only.errors"));
-    EXPECT_TRUE(trimJobHistory(job_, 2));
-    for (const char* gone : {"errors only.errors", "old", "old.errors", "old.notes"}) {
+    EXPECT_TRUE(trimJobHistory(job_, "", 2));
+    for (const char* gone : {"errors only.errors", "errors only.errors.journal",
+                             "errors only.errors.new", "old", "old.errors", "old.notes"}) {
         EXPECT_FALSE(exists(gone)) << gone;
     }
     for (const char* kept :
          {"older, with late errors", "older, with late errors.errors", "new", "folder"}) {
         EXPECT_TRUE(exists(kept)) << kept;
     }
+    // The clock was ahead when the others ran.
+    writeAt("current", 1);
+    writeAt("current.errors", 1);
+    EXPECT_TRUE(trimJobHistory(job_, "current", 2));
+    EXPECT_TRUE(exists("current") && exists("current.errors"));
+    EXPECT_FALSE(exists("new"));
+    EXPECT_TRUE(exists("older, with late errors"));
 }
 
 TEST_F(JobHistory, NotesAreKeptUpToALimitAndWrittenOnlyWhenThereAreAny) {
@@ -163,7 +288,7 @@ TEST_F(JobHistory, GoesOnPastARunThatCannotBeRemoved) {
     writeAt("b", 2000);
     const FileHandle held(CreateFileW((job_ + L"\\hist\\a").c_str(), GENERIC_READ, FILE_SHARE_READ,
                                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    EXPECT_FALSE(trimJobHistory(job_, 0));
+    EXPECT_FALSE(trimJobHistory(job_, "", 0));
     EXPECT_TRUE(exists("a"));
     EXPECT_FALSE(exists("b"));
 }

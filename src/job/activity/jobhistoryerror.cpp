@@ -2,41 +2,45 @@
 
 #include <windows.h>
 
-#include <string_view>
-
-#include "base/handle.h"
+#include "base/last_error.h"
 #include "base/paths.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
+#include "job/activity/jobhistory.h"
 #include "json_spirit/json_spirit.h"
+#include "settings/storefile.h"
 
 namespace dorvo {
-namespace {
 
-// How a document with items ends; the next one goes before the last two characters.
-constexpr std::string_view documentEnd = "}\n]";
-constexpr LONGLONG arrayEnd = 2;
-
-bool seekFromEnd(HANDLE file, LONGLONG distance) {
-    LARGE_INTEGER offset;
-    offset.QuadPart = -distance;
-    return SetFilePointerEx(file, offset, nullptr, FILE_END) != 0;
-}
-
-bool endsWithItem(HANDLE file) {
-    char text[documentEnd.size()];
-    DWORD length = 0;
-    return seekFromEnd(file, documentEnd.size()) &&
-           ReadFile(file, text, sizeof(text), &length, nullptr) != 0 &&
-           std::string_view(text, length) == documentEnd;
-}
-
-}  // namespace
-
-JobHistoryError::JobHistoryError(const std::string& path) {
-    load(path.c_str());
+JobHistoryError::JobHistoryError(const std::string& path)
+    : journal_(toWide(path) + std::wstring(journalSuffix)) {
+    path_ = path;
+    if (!path.empty() && !read()) {
+        readError_ = GetLastError();
+        values_.clear();
+    }
 }
 
 JobHistoryError::~JobHistoryError() = default;
+
+bool JobHistoryError::read() {
+    SharingRetry retry;
+    do {
+        documented_ = load();
+    } while (!documented_ && retry.again());
+    const bool missing =
+        GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND;
+    if (!documented_ && !missing) {
+        return false;
+    }
+    const size_t inDocument = values_.size();
+    if (!journal_.load(values_)) {
+        return false;
+    }
+    saved_ = values_.size();
+    documented_ = documented_ && saved_ == inDocument;
+    return true;
+}
 
 bool JobHistoryError::add(const wchar_t* path, uint32_t code, const char* reason) {
     if (path == nullptr || *path == L'\0') {
@@ -47,29 +51,69 @@ bool JobHistoryError::add(const wchar_t* path, uint32_t code, const char* reason
     return true;
 }
 
-bool JobHistoryError::saveLast() {
-    return appendLast() || save();
+bool JobHistoryError::saveNew() {
+    if (readError_ != ERROR_SUCCESS) {
+        SetLastError(readError_);
+        return false;
+    }
+    for (; saved_ < values_.size(); ++saved_) {
+        if (!journal_.append(saved_, values_[saved_])) {
+            return false;
+        }
+        documented_ = false;
+    }
+    return true;
 }
 
-bool JobHistoryError::appendLast() const {
-    if (values_.size() < 2) {
+bool JobHistoryError::save() {
+    if (readError_ != ERROR_SUCCESS) {
+        SetLastError(readError_);
         return false;
     }
-    const FileHandle file(CreateFileW(longPath(toWide(path())).c_str(),
-                                      GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file || !endsWithItem(file.get()) || !seekFromEnd(file.get(), arrayEnd)) {
+    if (documented_ && saved_ == values_.size()) {
+        return true;
+    }
+    if (!replaceDocument()) {
         return false;
     }
-    // One write, so that a process that dies leaves the document as it was or with the item.
-    const std::string alone =
-        json_spirit::write_formatted(json_spirit::Value(json_spirit::Array{values_.back()}));
-    const std::string text = "," + alone.substr(1);
-    DWORD written = 0;
-    return WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) !=
-               0 &&
-           written == text.size();
+    documented_ = true;
+    saved_ = values_.size();
+    journal_.remove();  // where it stays, each item's place tells that it is in the document
+    return true;
+}
+
+bool JobHistoryError::replaceDocument() {
+    const std::wstring path = toWide(path_);
+    const std::wstring fresh = path + std::wstring(newDocumentSuffix);
+    const std::string text = json_spirit::write_formatted(json_spirit::Value(values_));
+    FileHandle file = path.empty() ? FileHandle() : openStoreForWriting(fresh, FILE_SHARE_READ);
+    if (!file) {
+        return false;
+    }
+    bool replaced = writeStore(std::move(file), text) && flushFile(fresh);
+    SharingRetry retry;
+    while (replaced && !replaceFile(fresh, path)) {
+        replaced = retry.again(ERROR_ACCESS_DENIED);
+    }
+    if (!replaced) {
+        const LastErrorGuard keep;
+        DeleteFileW(longPath(fresh).c_str());
+    }
+    return replaced;
+}
+
+bool JobHistoryError::clear() {
+    const bool deleted = DeleteFileW(longPath(toWide(path_)).c_str()) != 0 ||
+                         GetLastError() == ERROR_FILE_NOT_FOUND ||
+                         GetLastError() == ERROR_PATH_NOT_FOUND;
+    if (!deleted || !journal_.remove()) {
+        return false;
+    }
+    values_.clear();
+    readError_ = ERROR_SUCCESS;
+    documented_ = false;
+    saved_ = 0;
+    return true;
 }
 
 }  // namespace dorvo
