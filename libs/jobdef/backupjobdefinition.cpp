@@ -15,7 +15,7 @@ BackupJobDefinition::BackupJobDefinition(const json_spirit::Object& members)
       source_(jobdef::pathsFromJson(jobdef::requiredStrings(members, "source"))),
       filterType_(jobdef::optionalInt(members, "filterType", 0)),
       compress_(jobdef::optionalBool(members, "compress", true)),
-      schedule_(jobdef::scheduleFromJson(members, "schedule")),
+      schedule_(jobdef::scheduleFromJson(members, "schedule", scheduleIsValid_)),
       runMissed_(jobdef::optionalBool(members, "runMissed", true)) {
     const std::vector<std::string> extensions = jobdef::optionalStrings(members, "extensions");
     extensions_.resize(extensions.size());
@@ -39,6 +39,7 @@ bool BackupJobDefinition::setSchedule(const JobSchedule& schedule) {
         return false;
     }
     schedule_ = schedule;
+    scheduleIsValid_ = true;
     return true;
 }
 
@@ -50,12 +51,15 @@ void BackupJobDefinition::describe(json_spirit::Object& members) const {
     members["filterType"] = filterType_;
     members["extensions"] = std::move(extensions);
     members["compress"] = compress_;
+    members["runMissed"] = runMissed_;
+    if (!scheduleIsValid_) {
+        return;
+    }
     json_spirit::Value& schedule = members["schedule"];
     if (schedule.type() != json_spirit::obj_type) {
         schedule = json_spirit::Object();
     }
     jobdef::scheduleToJson(schedule_, schedule.get_obj());
-    members["runMissed"] = runMissed_;
 }
 
 }  // namespace dorvo

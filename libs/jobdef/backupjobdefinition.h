@@ -26,6 +26,9 @@ public:
     const std::vector<std::wstring>& extensions() const { return extensions_; }
     bool compress() const { return compress_; }
     const JobSchedule& schedule() const { return schedule_; }
+    // False when the file's schedule makes no sense to this version. The job then starts by hand,
+    // and what the file says is written back, until another schedule is set.
+    bool scheduleIsValid() const { return scheduleIsValid_; }
     // A start that fell due while the machine was off is made up for.
     bool runMissed() const { return runMissed_; }
 
@@ -44,6 +47,7 @@ private:
     int32_t filterType_ = 0;
     std::vector<std::wstring> extensions_;
     bool compress_ = true;
+    bool scheduleIsValid_ = true;
     JobSchedule schedule_;
     bool runMissed_ = true;
 };

@@ -128,9 +128,10 @@ void scheduleToJson(const JobSchedule& schedule, Object& object) {
     object["second"] = schedule.second;
 }
 
-JobSchedule scheduleFromJson(const Object& object, const std::string& key) {
+JobSchedule scheduleFromJson(const Object& object, const std::string& key, bool& valid) {
     const Value* found = member(object, key, json_spirit::obj_type);
     if (found == nullptr) {
+        valid = !object.contains(key);
         return {};
     }
     const Object& members = found->get_obj();
@@ -142,8 +143,8 @@ JobSchedule scheduleFromJson(const Object& object, const std::string& key) {
     schedule.minute = optionalInt(members, "minute", 0);
     schedule.second = optionalInt(members, "second", 0);
     const std::string start = optionalString(members, "start");
-    const bool startIsValid = start.empty() || parseTicks(start, schedule.start);
-    return startIsValid && schedule.isValid() ? schedule : JobSchedule();
+    valid = (start.empty() || parseTicks(start, schedule.start)) && schedule.isValid();
+    return valid ? schedule : JobSchedule();
 }
 
 }  // namespace dorvo::jobdef

@@ -35,7 +35,8 @@ json_spirit::Array pathsToJson(const std::vector<std::wstring>& paths);
 
 // Puts the schedule's members into `object`, which keeps those it has besides.
 void scheduleToJson(const JobSchedule& schedule, json_spirit::Object& object);
-// A schedule that is missing or not valid is a manual one.
-JobSchedule scheduleFromJson(const json_spirit::Object& object, const std::string& key);
+// A schedule that is missing or not valid is a manual one; `valid` is false for the latter.
+JobSchedule scheduleFromJson(const json_spirit::Object& object, const std::string& key,
+                             bool& valid);
 
 }  // namespace dorvo::jobdef

@@ -1,7 +1,5 @@
 #include "jobdef/definitiontext.h"
 
-#include <stdexcept>
-
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/definitionfields.h"
 #include "jobdef/restorejobdefinition.h"
@@ -37,6 +35,8 @@ std::unique_ptr<JobDefinition> definitionFromText(const std::string& text) {
         return make(value.get_obj());
     } catch (const json_spirit::Error_position&) {
         return nullptr;
+    } catch (const UnknownKind&) {
+        throw;
     } catch (const std::runtime_error&) {
         return nullptr;
     }

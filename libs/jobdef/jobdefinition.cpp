@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "jobdef/definitionfields.h"
+#include "jobdef/definitiontext.h"
 #include "json_spirit/writer.h"
 
 namespace dorvo {
@@ -31,7 +32,7 @@ JobDefinition::JobDefinition(const json_spirit::Object& members)
         storage_ = StorageKind::local;
         location_ = jobdef::pathFromJson(jobdef::requiredString(members, "location"));
     } else if (storage != webStorage) {
-        throw std::runtime_error("\"storage\" is neither \"web\" nor \"local\"");
+        throw jobdef::UnknownKind("\"storage\" is neither \"web\" nor \"local\"");
     }
 }
 

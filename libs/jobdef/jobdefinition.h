@@ -49,7 +49,8 @@ public:
 
 protected:
     JobDefinition(int32_t type, std::string id, std::wstring name, std::string user);
-    // Throws std::runtime_error for a missing or wrongly typed required member.
+    // Throws std::runtime_error for a missing or wrongly typed required member, UnknownKind for a
+    // storage that this version does not know.
     explicit JobDefinition(const json_spirit::Object& members);
     JobDefinition(const JobDefinition&);
 

@@ -125,6 +125,7 @@ TEST(Definition, RefusesOtherNonsense) {
     };
     EXPECT_EQ(with("id", ""), nullptr);
     EXPECT_EQ(with("storage", "tape"), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_SUPPORTED}) << "a later version may know it";
     EXPECT_EQ(with("type", int64_t{1} << 32 | 1), nullptr);
     EXPECT_EQ(with("source", json_spirit::Array{"C:/a", 1}), nullptr);
     for (const char* text : {"", "[]", "null", "{\"id\":"}) {
@@ -176,9 +177,13 @@ TEST(JobSchedule, BoundsItsFieldsByItsKind) {
                                                   {"minute", schedule.minute},
                                                   {"second", schedule.second}};
         const auto read = made(members);
-        EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).schedule(),
-                  valid ? schedule : JobSchedule())
-            << kind << " day " << schedule.day << " start " << start;
+        SCOPED_TRACE(testing::Message() << kind << " day " << schedule.day << " start " << start);
+        auto& backup = dynamic_cast<BackupJobDefinition&>(*read);
+        EXPECT_EQ(backup.schedule(), valid ? schedule : JobSchedule());
+        EXPECT_EQ(backup.scheduleIsValid(), valid);
+        EXPECT_EQ(parsed(backup.clone()->text()), members) << "what it says survives a save";
+        EXPECT_TRUE(backup.setSchedule(JobSchedule()) && backup.scheduleIsValid());
+        EXPECT_EQ(parsed(backup.text()).at("schedule").get_obj().at("kind").get_int(), 5);
     };
     const JobSchedule good[] = {{manual, 0, 0, 0, 0, 0},   {daily, 0, 99, 23, 59, 59},
                                 {weekly, 0, 0, 0, 0, 0},   {weekly, 0, 6, 0, 0, 0},

@@ -16,11 +16,16 @@ std::unique_ptr<JobDefinition> JobDefinitionFactory::create(const std::wstring& 
 }
 
 std::unique_ptr<JobDefinition> JobDefinitionFactory::createFromText(const std::string& text) {
-    auto definition = jobdef::definitionFromText(text);
-    if (definition == nullptr) {
-        SetLastError(ERROR_INVALID_DATA);
+    try {
+        auto definition = jobdef::definitionFromText(text);
+        if (definition == nullptr) {
+            SetLastError(ERROR_INVALID_DATA);
+        }
+        return definition;
+    } catch (const jobdef::UnknownKind&) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return nullptr;
     }
-    return definition;
 }
 
 }  // namespace dorvo

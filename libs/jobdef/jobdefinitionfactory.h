@@ -1,7 +1,8 @@
 // Makes definitions from files and from JSON text.
 //
-// A text that is no definition gives null with the last error ERROR_INVALID_DATA (13). A type that
-// this version does not know gives a definition that only keeps what it read.
+// A text that is no definition gives null with the last error ERROR_INVALID_DATA (13), one whose
+// storage only a later version knows ERROR_NOT_SUPPORTED (50). A type that this version does not
+// know gives a definition that only keeps what it read.
 #pragma once
 
 #include <memory>

@@ -55,7 +55,8 @@ TEST(JsonReader, SaysWhereAndWhy) {
         {"an overlong form", "\"\xC0\x80\"", 1, 2},
         {"a lone surrogate", "\"\\ud800\"", 1, 8},
         {"a comment", "/**/1", 1, 1},
-        {"a byte-order mark", "\xEF\xBB\xBF{}", 1, 1},
+        {"behind a byte-order mark", "\xEF\xBB\xBFx", 1, 1},
+        {"a second byte-order mark", "\xEF\xBB\xBF\xEF\xBB\xBF{}", 1, 1},
         {"a line end in a string", "\"a\nb\"", 1, 3},
     };
     for (const Row& row : rows) {

@@ -52,7 +52,12 @@ Value_impl<Config> convert(const boost::json::value& parsed) {
 }  // namespace
 
 template <class Config>
-void read_or_throw(const std::string& text, Value_impl<Config>& value) {
+void read_or_throw(const std::string& whole, Value_impl<Config>& value) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    std::string_view text = whole;
+    if (text.starts_with(mark)) {
+        text.remove_prefix(mark.size());
+    }
     boost::json::parse_options options;
     options.max_depth = maxDepth;
     boost::json::parser parser({}, options);
@@ -62,7 +67,7 @@ void read_or_throw(const std::string& text, Value_impl<Config>& value) {
         fail(text, end, error.message());
     }
     const size_t rest = text.find_first_not_of(" \t\r\n", end);
-    if (rest != std::string::npos) {
+    if (rest != std::string_view::npos) {
         fail(text, rest, "extra data");
     }
     value = convert<Config>(parser.release());

@@ -46,6 +46,11 @@ bool BackupJob::init() {
     if (!TransferJob::init()) {
         return false;
     }
+    if (!backup().scheduleIsValid()) {
+        log(LogLevel::error,
+            "The schedule of job {%s} is not valid: the job starts by hand only.\n",
+            definition().id().c_str());
+    }
     plan(PlanReason::loaded);
     return true;
 }

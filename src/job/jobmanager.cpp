@@ -6,10 +6,13 @@
 
 #include <jobdef/jobdefinitionfactory.h>
 
+#include "base/error_text.h"
 #include "base/handle.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/thread.h"
 #include "job/jobfactory.h"
@@ -40,9 +43,27 @@ bool saveDefinition(const JobDefinition& definition) {
     if (definition.save(path)) {
         return true;
     }
+    const LastErrorGuard keep;
     log(LogLevel::error, "Failed to save the definition of job {%s}, error-code = %d, %m.\n",
         definition.id().c_str(), GetLastError());
     return false;
+}
+
+// Null with the last error.
+std::unique_ptr<JobDefinition> readDefinition(const std::wstring& directory) {
+    std::unique_ptr<JobDefinition> definition;
+    SharingRetry retry;
+    do {
+        definition = JobDefinitionFactory::create(directory + L"\\def");
+    } while (!definition && retry.again());
+    return definition;
+}
+
+// Whether what was said of a definition means that there is none. Any other code, of a disk or of
+// somebody who has the file open, says nothing about what is in it.
+bool isNoJob(DWORD error) {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+           error == ERROR_INVALID_DATA;
 }
 
 void notifyState(const JobDefinition& definition, JobState state) {
@@ -92,11 +113,19 @@ bool JobManagerImpl::open() {
 }
 
 void JobManagerImpl::loadJob(const std::wstring& directory, const std::string& name) {
-    std::unique_ptr<JobDefinition> definition = JobDefinitionFactory::create(directory + L"\\def");
+    std::unique_ptr<JobDefinition> definition = readDefinition(directory);
     if (!definition) {
-        log(LogLevel::information, "Recycle the job directory \"%s\".\n",
-            toUtf8(directory).c_str());
-        rm_rf(directory, true);
+        const DWORD error = GetLastError();
+        if (isNoJob(error)) {
+            log(LogLevel::information, "Recycle the job directory \"%s\".\n",
+                toUtf8(directory).c_str());
+            rm_rf(directory, true);
+        } else {
+            log(LogLevel::error,
+                "Leave out the job directory \"%s\", whose definition cannot be read, error-code = "
+                "%d, %s.\n",
+                toUtf8(directory).c_str(), static_cast<int>(error), errorText(error).c_str());
+        }
         return;
     }
     const std::string id = definition->id();
@@ -187,8 +216,11 @@ bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definit
         return false;
     }
     if (restartable(job.state())) {
+        // On the disk first: what counts as saved is there after the next start.
+        if (!saveDefinition(*definition)) {
+            return false;
+        }
         job.definition(std::move(definition));
-        saveDefinition(job.definition());
     }
     return true;
 }

@@ -33,8 +33,8 @@ public:
     JobManagerImpl& operator=(const JobManagerImpl&) = delete;
 
     // Gives the dispatcher a new port and makes a job of every job directory. A directory without a
-    // readable definition is deleted; one whose job can't be initialised is left out and kept.
-    // Always true.
+    // definition, or with one that is none, is deleted; what cannot be read, or can't be
+    // initialised, is left out and kept. Always true.
     bool open();
     // Waits for the removals under way, then ends every run and destroys every job. Not with the
     // lock held. Idempotent; the manager can be opened again.
@@ -42,7 +42,7 @@ public:
 
     // Adds a job, or gives the job of that id a new definition when none of its runs is under way.
     // Takes the definition in any case. False for null, an id that is no name for a folder, a
-    // definition that can't be saved, a type that is not known.
+    // definition that can't be saved (a job then keeps its own), a type that is not known.
     bool submitJob(JobDefinition* definition);
 
     const Job* job(const char* id) const;

@@ -4,6 +4,11 @@
 
 #include <jobdef/jobdefinitionfactory.h>
 
+#include <utility>
+
+#include "base/handle.h"
+#include "base/sharing_retry.h"
+#include "base/text.h"
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "support/test_job.h"
@@ -58,18 +63,38 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
     const std::string unknown =
         R"({"id":"unknown","name":"n","user":"u","type":9,"storage":"web"})";
     writeFile(JobGround::directory("unknown") + L"\\def", unknown);
+    const std::string later = R"({"id":"later","name":"n","user":"u","type":1,"storage":"tape"})";
+    writeFile(JobGround::directory("later") + L"\\def", later);
+    writeFile(JobGround::directory("held") + L"\\def", backupDefinition("held")->text());
+    writeFile(JobGround::directory("marked") + L"\\def",
+              "\xEF\xBB\xBF" + backupDefinition("marked")->text());
+    static FileHandle held;
+    const auto hold = [](const char* id) {
+        held.reset(CreateFileW((JobGround::directory(id) + L"\\def").c_str(), GENERIC_WRITE, 0,
+                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        EXPECT_TRUE(held);
+    };
     ASSERT_TRUE(saved("good")->save(JobGround::directory("copy") + L"\\def"));
     TestJob::plans["stubborn"].initialises = false;
     std::wstring data;
     ASSERT_TRUE(dataDirectory(data));
     writeFile(data + L"\\consistentcheck\\deep\\file", "x");
     const LogCapture quiet;
+    hold("held");
+    const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {});
     restart();
     EXPECT_FALSE(exists(data + L"\\consistentcheck\\deep"));
-    EXPECT_EQ(ids(), Names{"good"});
+    EXPECT_EQ(ids(), (Names{"good", "marked"})) << "and not what somebody holds all the time";
+    EXPECT_TRUE(quiet.begins("Leave out the job directory \"" +
+                             toUtf8(JobGround::directory("held")) + "\""));
+    SharingRetry::pause = [](DWORD) { held.reset(); };
+    restart();
+    EXPECT_EQ(ids(), (Names{"good", "held", "marked"})) << "who held it has let go";
+    SharingRetry::pause = pause;
     for (const auto& [id, kept] : {std::pair{"missing", false},
                                    {"damaged", false},
                                    {"unknown", true},
+                                   {"later", true},
                                    {"stubborn", true},
                                    {"copy", true}}) {
         EXPECT_EQ(exists(JobGround::directory(id)), kept) << id;
@@ -123,6 +148,15 @@ TEST_F(JobManager, UpdatesAJobThatDoesNotRun) {
     EXPECT_FALSE(manager_->submitJob(new RestoreJobDefinition("Job", L"n", "u")))
         << "a job keeps its type";
     EXPECT_EQ(job->definition().type(), 1);
+
+    // What cannot be saved is not taken: after the next start the old one would be back.
+    createDirectories(JobGround::directory("Job") + L"\\def.new");
+    const LogCapture quiet;
+    const size_t events = ground_.events().size();
+    EXPECT_FALSE(manager_->submitJob(backupDefinition("Job").release()));
+    EXPECT_EQ(job->definition().name(), L"changed 10");
+    EXPECT_EQ(saved("Job")->name(), L"changed 10");
+    EXPECT_EQ(ground_.events().size(), events);
 }
 
 TEST_F(JobManager, DrivesAllJobsPastAFailure) {
