@@ -6,11 +6,15 @@ namespace dorvo::agent {
 
 RecordLook lookAtRecord(const std::string& jobId, JobActivity& record) {
     JobActivityHandle shared;
-    if (shared.open(jobId.c_str(), false) && shared->recognised()) {
+    const bool mapped = shared.open(jobId.c_str(), false);
+    // Anybody may have written into what is shared: it is believed only where there is no file.
+    if (!JobActivityHandle::read(jobId.c_str(), record)) {
+        if (!mapped || !shared->recognised()) {
+            return RecordLook::none;
+        }
         record = *shared.get();
-        return RecordLook::mapped;
     }
-    return JobActivityHandle::read(jobId.c_str(), record) ? RecordLook::onDisk : RecordLook::none;
+    return mapped ? RecordLook::mapped : RecordLook::onDisk;
 }
 
 }  // namespace dorvo::agent

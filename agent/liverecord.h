@@ -1,7 +1,7 @@
 // A job's record as it stands, whoever runs the job.
 //
-// The record is mapped for the look only: a reader that keeps it mapped would keep the file of a
-// job that is removed.
+// The copy that the job's process shares tells that there is such a process; what it says comes
+// from the file, which only the data directory's owner can write.
 #pragma once
 
 #include "job/activity/jobactivity.h"

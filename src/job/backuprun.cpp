@@ -66,7 +66,7 @@ int BackupRun::carryOut() {
     if (!begin("Start event released.\n")) {
         return endCode();
     }
-    const SpeedCalc speed(record_);
+    const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registerred.\n");
     loadVolumes();
     if (!carryOn()) {

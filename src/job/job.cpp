@@ -312,7 +312,7 @@ DWORD WINAPI Job::remove_thread(void* argument) {
 
 bool Job::remove_impl() {
     if (activity_.get() != nullptr) {
-        // The file stays when a reader has it mapped: a later job of the id must not find a run.
+        // The file stays when somebody has it open: a later job of the id must not find a run.
         activity_.reset(static_cast<int32_t>(JobState::idle), true);
     }
     activity_.close();

@@ -72,6 +72,23 @@ TEST_F(JobLifecycle, ANewRunKeepsOnlyTheHistory) {
     EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_TIMEOUT});
 }
 
+TEST_F(JobLifecycle, NobodyElseSaysWhatItsStateIs) {
+    const auto job = make("a");
+    const KernelHandle section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, L"Global\\job_a"));
+    const MappedView view(MapViewOfFile(section.get(), FILE_MAP_WRITE, 0, 0, 0));
+    ASSERT_TRUE(view);
+    auto& shared = *static_cast<JobActivity*>(view.get());
+    shared.state = value(JobState::none);
+    EXPECT_TRUE(job->start());
+    EXPECT_TRUE(job->ran.wait());
+    shared.state = value(JobState::pausing);
+    shared.pendingState = value(JobState::pausing);
+    EXPECT_EQ(job->state(), value(JobState::running));
+    EXPECT_TRUE(job->stop());
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_EQ(job->state(), value(JobState::cancelled));
+}
+
 TEST_F(JobLifecycle, AnIdleJobIsParkedWithoutAThread) {
     const auto job = make("a");
     EXPECT_TRUE(job->pause(true));

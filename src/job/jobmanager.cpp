@@ -4,17 +4,15 @@
 #include <exception>
 #include <utility>
 
-#include <jobdef/jobdefinitionfactory.h>
-
 #include "base/error_text.h"
 #include "base/handle.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
-#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "job/jobdirectories.h"
 #include "job/jobfactory.h"
 #include "notify/event_state.h"
 #include "notify/jobnotifymanager.h"
@@ -36,58 +34,10 @@ std::unique_ptr<Job> makeJob(std::unique_ptr<JobDefinition>& definition, const s
     }
 }
 
-bool saveDefinition(const JobDefinition& definition) {
-    std::wstring directory;
-    jobDirectory(definition.id(), directory);
-    const std::wstring path = directory.empty() ? std::wstring() : directory + L"\\def";
-    if (definition.save(path)) {
-        return true;
-    }
-    const LastErrorGuard keep;
-    log(LogLevel::error, "Failed to save the definition of job {%s}, error-code = %d, %m.\n",
-        definition.id().c_str(), GetLastError());
-    return false;
-}
-
-// Null with the last error.
-std::unique_ptr<JobDefinition> readDefinition(const std::wstring& directory) {
-    std::unique_ptr<JobDefinition> definition;
-    SharingRetry retry;
-    do {
-        definition = JobDefinitionFactory::create(directory + L"\\def");
-    } while (!definition && retry.again());
-    return definition;
-}
-
-// Whether what was said of a definition means that there is none. Any other code, of a disk or of
-// somebody who has the file open, says nothing about what is in it.
-bool isNoJob(DWORD error) {
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
-           error == ERROR_INVALID_DATA;
-}
-
 void notifyState(const JobDefinition& definition, JobState state) {
     postEvent(std::make_unique<Event_State>(definition.user().c_str(), definition.id().c_str(),
                                             definition.name().c_str(),
                                             static_cast<unsigned>(state)));
-}
-
-// `root` ends with a backslash.
-std::vector<std::wstring> subdirectories(const std::wstring& root) {
-    std::vector<std::wstring> names;
-    WIN32_FIND_DATAW entry;
-    const FindHandle find(FindFirstFileW(longPath(root + L"*").c_str(), &entry));
-    if (!find) {
-        return names;
-    }
-    do {
-        const std::wstring name = entry.cFileName;
-        if (name != L"." && name != L".." &&
-            (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-            names.push_back(name);
-        }
-    } while (FindNextFileW(find.get(), &entry) != 0);
-    return names;
 }
 
 }  // namespace
@@ -101,50 +51,55 @@ bool JobManagerImpl::open() {
         log(LogLevel::error, "Failed to create a completion port, error-code = %d, %m.\n",
             GetLastError());
     }
-    std::wstring root;
-    if (!jobRoot(root)) {
-        return true;
-    }
-    root += L'\\';
-    for (const std::wstring& name : subdirectories(root)) {
-        loadJob(root + name, toUtf8(name));
+    for (const std::wstring& directory : jobDirectories()) {
+        loadJob(directory, toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
     }
     return true;
 }
 
 void JobManagerImpl::loadJob(const std::wstring& directory, const std::string& name) {
     std::unique_ptr<JobDefinition> definition = readDefinition(directory);
-    if (!definition) {
-        const DWORD error = GetLastError();
-        if (isNoJob(error)) {
-            log(LogLevel::information, "Recycle the job directory \"%s\".\n",
-                toUtf8(directory).c_str());
-            rm_rf(directory, true);
-        } else {
-            log(LogLevel::error,
-                "Leave out the job directory \"%s\", whose definition cannot be read, error-code = "
-                "%d, %s.\n",
-                toUtf8(directory).c_str(), static_cast<int>(error), errorText(error).c_str());
+    if (definition) {
+        LeftOut directoryOf{name, definition->user(), definition->name()};
+        if (!makeLoaded(std::move(definition), directory, name)) {
+            leftOut_.push_back(std::move(directoryOf));
         }
         return;
     }
+    const DWORD error = GetLastError();
+    if (isNoDefinition(error)) {
+        log(LogLevel::information, "Recycle the job directory \"%s\".\n",
+            toUtf8(directory).c_str());
+        rm_rf(directory, true);
+        return;
+    }
+    log(LogLevel::error,
+        "Leave out the job directory \"%s\", whose definition cannot be read, error-code = %d, "
+        "%s.\n",
+        toUtf8(directory).c_str(), static_cast<int>(error), errorText(error).c_str());
+    leftOut_.push_back({name, {}, {}});
+}
+
+bool JobManagerImpl::makeLoaded(std::unique_ptr<JobDefinition> definition,
+                                const std::wstring& directory, const std::string& name) {
     const std::string id = definition->id();
     const int type = definition->type();
     // Everything of a job is found by its id: a copied or renamed directory is none of ours.
     if (!equalsIgnoreCase(id, name) || find(id.c_str()) != nullptr) {
         log(LogLevel::warning, "Ignore the job directory \"%s\" of job id:%s.\n",
             toUtf8(directory).c_str(), id.c_str());
-        return;
+        return false;
     }
     std::unique_ptr<Job> job = makeJob(definition, id);
     if (!job) {
-        return;
+        return false;
     }
     if (!job->init()) {
         log(LogLevel::error, "Init job failed. job type:%d job id:%s.\n", type, id.c_str());
-        return;
+        return false;
     }
     jobs_.push_back(job.release());
+    return true;
 }
 
 void JobManagerImpl::close() {
@@ -159,6 +114,7 @@ void JobManagerImpl::close() {
         for (Job* job : std::exchange(jobs_, {})) {
             delete job;
         }
+        leftOut_.clear();
         consistentcheckfreeall();
     }
     joinRemoveThreads();  // a removal that came in between finds no job
@@ -247,6 +203,7 @@ Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
+    std::erase_if(leftOut_, [&](const LeftOut& other) { return equalsIgnoreCase(other.id, id); });
     // A place first: the job is not lost when there is none.
     jobs_.push_back(nullptr);
     return jobs_.back() = job.release();
@@ -299,11 +256,33 @@ bool JobManagerImpl::removeJob(const char* id) {
     std::lock_guard guard(lock_);
     log(LogLevel::information, "Remove job %s.\n", id == nullptr ? "" : id);
     Job* job = find(id);
+    if (job == nullptr && removeLeftOut(id)) {
+        return true;
+    }
     if (job == nullptr) {
         log(LogLevel::error, "Remove job failed, job %s is not found.\n", id == nullptr ? "" : id);
         return false;
     }
     return job->remove();
+}
+
+bool JobManagerImpl::removeLeftOut(const char* id) {
+    const auto found = std::find_if(leftOut_.begin(), leftOut_.end(), [&](const LeftOut& other) {
+        return id != nullptr && equalsIgnoreCase(other.id, id);
+    });
+    std::wstring directory;
+    if (found == leftOut_.end() || !jobDirectory(found->id, directory)) {
+        return false;
+    }
+    const LeftOut gone = *found;
+    leftOut_.erase(found);
+    if (!rm_rf(directory, true)) {
+        log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n",
+            gone.id.c_str(), GetLastError());
+    }
+    postEvent(std::make_unique<Event_State>(gone.user.c_str(), gone.id.c_str(), gone.name.c_str(),
+                                            static_cast<unsigned>(JobState::deleted)));
+    return true;
 }
 
 void JobManagerImpl::removeAllJobs() {

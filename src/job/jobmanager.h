@@ -60,7 +60,8 @@ public:
     void lockAllJobs(bool locked);
     bool command(const char* text, const char* id);
 
-    // Stops the job and deletes it with its directory when its run has ended; does not wait.
+    // Stops the job and deletes it with its directory when its run has ended; does not wait. Of
+    // what was left out at open() the directory is deleted at once.
     bool removeJob(const char* id);
     void removeAllJobs();
 
@@ -81,8 +82,18 @@ private:
     void adoptRemoveThread(HANDLE thread);
     void joinRemoveThreads();
 
+    // A job directory of which no job was made.
+    struct LeftOut {
+        std::string id;  // the directory's name
+        std::string user;
+        std::wstring name;
+    };
+
     Job* find(const char* id) const;
     void loadJob(const std::wstring& directory, const std::string& name);
+    bool makeLoaded(std::unique_ptr<JobDefinition> definition, const std::wstring& directory,
+                    const std::string& name);
+    bool removeLeftOut(const char* id);
     bool updateJob(Job& job, std::unique_ptr<JobDefinition>& definition);
     Job* addJob(std::unique_ptr<JobDefinition>& definition);
     void forAllJobs(bool wait, const char* failed, const char* waitFailed,
@@ -90,6 +101,7 @@ private:
 
     mutable CriticalSection lock_;  // guards jobs_ and every change of a job
     std::vector<Job*> jobs_;        // owned
+    std::vector<LeftOut> leftOut_;  // under lock_ too
     std::mutex removersLock_;       // guards removers_
     std::vector<HANDLE> removers_;  // remove threads to be joined
 };

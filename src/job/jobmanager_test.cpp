@@ -100,6 +100,14 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
         EXPECT_EQ(exists(JobGround::directory(id)), kept) << id;
     }
     EXPECT_EQ(JobGround::job("good")->state(), value(JobState::idle));
+    for (const char* id : {"Stubborn", "later", "copy", "unknown"}) {
+        EXPECT_TRUE(manager_->removeJob(id)) << id;
+        EXPECT_FALSE(exists(JobGround::directory(id))) << id;
+        EXPECT_FALSE(manager_->removeJob(id)) << id;
+    }
+    EXPECT_TRUE(exists(JobGround::directory("good")));
+    EXPECT_FALSE(manager_->removeJob("missing"));
+    EXPECT_EQ(ground_.events().back(), R"({"id":"unknown","name":"n","state":"deleted"})");
 }
 
 TEST_F(JobManager, RefusesWhatCannotBeAJob) {

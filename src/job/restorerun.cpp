@@ -14,7 +14,7 @@ int RestoreRun::carryOut() {
     if (!begin("Start event set.\n")) {
         return endCode();
     }
-    const SpeedCalc speed(record_);
+    const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registered.\n");
     takeUp();
     log(LogLevel::debug, "Job history information loaded.\n");

@@ -96,6 +96,7 @@ TransferItems::Step TransferItems::item(bool directory) {
     item.number = static_cast<uint32_t>(value);
     item.directory = directory;
     record_.currentFilePath(item.path);
+    job_.activity().publish();
     reason_.clear();
     const bool transferred = transfer(item);
     const DWORD code = GetLastError();

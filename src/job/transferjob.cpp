@@ -47,7 +47,17 @@ bool TransferJob::init() {
     if (running()) {
         return true;
     }
-    const int state = record->state;
+    int state = record->state;
+    if (state < number(JobState::idle) || state > number(JobState::error)) {
+        // Nothing else of the record is to be trusted either: the next run is a new one.
+        log(LogLevel::error, "The record of job {%s} has no state of a job, but %d.\n",
+            definition().id().c_str(), state);
+        state = number(JobState::error);
+        record->pendingState = 0;
+        record->endError = ERROR_FILE_CORRUPT;
+        record->state = state;
+        activity().sync();
+    }
     const bool stopAsked = record->pendingState == number(JobState::canceling);
     const bool underWay = state >= number(JobState::starting) && state <= number(JobState::pausing);
     if (state == number(JobState::canceling) || (underWay && stopAsked)) {

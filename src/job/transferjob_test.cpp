@@ -269,7 +269,12 @@ TYPED_TEST(TransferJobTest, TakesUpWhatACrashLeft) {
         {JobState::completed, 0, 0, test::completed, 0},
         {JobState::cancelled, 0, 0, test::cancelled, 0},
         {error, 0, 0, test::failed, 0},
+        // What no job ever says, of a disk that lies.
+        {none, 8, 0, test::failed, 0},
+        {created, 0, 0, test::failed, 0},
+        {JobState{77}, 0, 0, test::failed, 0},
     };
+    const LogCapture quiet;
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << jobStateToString(static_cast<int>(row.left))
                                         << " pending " << row.pending << " manual " << row.manual);

@@ -1,6 +1,7 @@
 #include "job/activity/jobactivity.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace dorvo {
@@ -39,16 +40,30 @@ size_t pathUnits(uint32_t offset) {
 }  // namespace
 
 void JobActivity::reset(int32_t newState, bool full) {
-    const JobActivity before = *this;
-    std::memset(static_cast<void*>(this), 0, sizeof(*this));
-    majorVersion = 1;
-    baseSize = fixedSize;
-    state = newState;
-    if (!full) {
-        lastRunState = before.lastRunState;
-        lastRunTime = before.lastRunTime;
-        nextRunTime = before.nextRunTime;
+    const auto zero = [this](size_t from, size_t to) {
+        std::memset(reinterpret_cast<std::byte*>(this) + from, 0, to - from);
+    };
+    if (firstWord() != version1) {
+        minorVersion = 0;
+        majorVersion = 1;
     }
+    if (baseSize != fixedSize) {
+        baseSize = fixedSize;
+    }
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    state = newState;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (full) {
+        lastRunState = 0;
+        zero(offsetof(JobActivity, lastRunTime), offsetof(JobActivity, state));
+    }
+    acceptedBlocks = 0;
+    zero(offsetof(JobActivity, pendingState), sizeof(*this));
+}
+
+bool JobActivity::isBlank() const {
+    const auto* bytes = reinterpret_cast<const std::byte*>(this);
+    return std::all_of(bytes, bytes + sizeof(*this), [](std::byte b) { return b == std::byte{0}; });
 }
 
 int JobActivity::progress() const {

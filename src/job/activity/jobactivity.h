@@ -1,9 +1,9 @@
 // A job's live and persisted status: the record of 4096 bytes in its file "info".
 //
 // The layout is fixed (docs/formats/activity-record.md): little-endian, mapped as it stands by the
-// job's process and by readers in others. There is no lock: every field is stored plainly, and a
-// change of state is followed by JobActivityHandle::sync(). What a file holds need not make sense;
-// every accessor gives something harmless then.
+// job's process, and copied for readers in others. There is no lock: every field is stored plainly,
+// and a change of state is followed by JobActivityHandle::sync(). What a file holds need not make
+// sense; every accessor gives something harmless then.
 //
 // Times are FILETIMEs as 64-bit counts of 100 nanoseconds, sizes are bytes.
 #pragma once
@@ -62,10 +62,13 @@ struct DORVO_JOB_API JobActivity {
     std::array<char16_t, longestPath + 1> path;  // use currentFilePath
 
     // Zeroes the record and gives it the state. Unless `full`, the last run's state and time and
-    // the next run's time stay.
+    // the next run's time stay. Whenever the process dies meanwhile, the record has version, size
+    // and one of both states.
     void reset(int32_t newState, bool full);
     // True when this program knows the layout.
     bool recognised() const { return firstWord() == version1 || baseSize == fixedSize; }
+    // True for what a file is that was made and never written.
+    bool isBlank() const;
 
     // Percent of the run and of the current file, 0 to 100.
     int progress() const;

@@ -1,6 +1,9 @@
 #include "job/activity/jobactivity.h"
 
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 #include <cstring>
 #include <memory>
@@ -48,6 +51,27 @@ std::vector<uint8_t> example() {
     bytes.resize(JobActivity::recordSize);
     return bytes;
 }
+
+#ifdef _WIN32
+// A process may die in the middle of a reset: a head that is right is not touched by it, so it is
+// never away. Here a store to it would be an access violation.
+TEST(JobActivity, AResetLeavesItsHeadAlone) {
+    constexpr size_t page = 4096;
+    void* const memory = VirtualAlloc(nullptr, 3 * page, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    ASSERT_NE(memory, nullptr);
+    auto* const record = reinterpret_cast<JobActivity*>(static_cast<std::byte*>(memory) + page -
+                                                        offsetof(JobActivity, lastRunState));
+    record->reset(3, true);
+    record->doneSize = 5;
+    DWORD before = 0;
+    ASSERT_NE(VirtualProtect(memory, page, PAGE_READONLY, &before), 0);
+    for (const bool full : {false, true}) {
+        record->reset(1, full);
+    }
+    EXPECT_EQ(std::memcmp(record, makeRecord().get(), sizeof(*record)), 0);
+    VirtualFree(memory, 0, MEM_RELEASE);
+}
+#endif
 
 TEST(JobActivity, IsReadAsTheExampleSays) {
     JobActivity record;

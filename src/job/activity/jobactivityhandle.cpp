@@ -1,5 +1,6 @@
 #include "job/activity/jobactivityhandle.h"
 
+#include <cstring>
 #include <string>
 
 #include "base/error_text.h"
@@ -12,13 +13,16 @@ namespace {
 
 constexpr size_t longestName = 260;
 
+// Of the machine, which takes a right that a plain console lacks, else of the session.
+constexpr const wchar_t* namespaces[] = {L"Global\\", L""};
+
 // False for an id that is no name for a folder: in a section's name it could mean another object.
-bool sectionName(const char* id, std::wstring& name) {
+bool sectionName(const char* id, const wchar_t* space, std::wstring& name) {
     if (id == nullptr || !isJobId(id)) {
         SetLastError(ERROR_INVALID_NAME);
         return false;
     }
-    name = L"Global\\job_" + toWide(id);
+    name = space + (L"job_" + toWide(id));
     if (name.size() > longestName) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return false;
@@ -34,14 +38,15 @@ bool failed(const char* format, const char* id) {
 }
 
 // Every account of the machine may open the section.
-HANDLE createSection(HANDLE file, const wchar_t* name) {
+HANDLE createCopy(const wchar_t* name) {
     SECURITY_DESCRIPTOR descriptor;
     if (InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION) == 0 ||
         SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE) == 0) {
         return nullptr;
     }
     SECURITY_ATTRIBUTES attributes{sizeof(attributes), &descriptor, FALSE};
-    return CreateFileMappingW(file, &attributes, PAGE_READWRITE, 0, JobActivity::recordSize, name);
+    return CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0,
+                              JobActivity::recordSize, name);
 }
 
 bool infoFile(const char* id, std::wstring& path) {
@@ -57,13 +62,17 @@ bool infoFile(const char* id, std::wstring& path) {
 bool JobActivityHandle::open(const char* id, bool writable) {
     const FunctionTrace trace("JobActivityHandle::open", "jobactivityhandle.cpp");
     close();
+    return writable ? openWritable(id) : openCopy(id);
+}
+
+bool JobActivityHandle::openCopy(const char* id) {
     std::wstring name;
-    const bool named = sectionName(id, name);
-    if (writable) {
-        return named ? openWritable(id, name.c_str())
-                     : failed("Failed to open job {%s} activity info file, %s.\n", id);
+    for (const wchar_t* space : namespaces) {
+        if (!mapping_ && sectionName(id, space, name)) {
+            mapping_.reset(OpenFileMappingW(FILE_MAP_READ, FALSE, name.c_str()));
+        }
     }
-    if (!named || !openShared(name.c_str())) {
+    if (!mapping_) {
         return failed("Failed to open job {%s} activity info file mapping, %s", id);
     }
     view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ, 0, 0, JobActivity::recordSize));
@@ -75,14 +84,10 @@ bool JobActivityHandle::open(const char* id, bool writable) {
     return true;
 }
 
-bool JobActivityHandle::openShared(const wchar_t* name) {
-    mapping_.reset(OpenFileMappingW(FILE_MAP_READ, FALSE, name));
-    return static_cast<bool>(mapping_);
-}
-
-bool JobActivityHandle::openWritable(const char* id, const wchar_t* name) {
+bool JobActivityHandle::openWritable(const char* id) {
     std::wstring path;
-    if (!infoFile(id, path)) {
+    std::wstring name;
+    if (!sectionName(id, namespaces[0], name) || !infoFile(id, path)) {
         return failed("Failed to open job {%s} activity info file, %s.\n", id);
     }
     file_.reset(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
@@ -91,32 +96,26 @@ bool JobActivityHandle::openWritable(const char* id, const wchar_t* name) {
     if (!file_) {
         return failed("Failed to open job {%s} activity info file, %s.\n", id);
     }
-    // A file without a byte is what a crash right after its creation leaves.
-    LARGE_INTEGER size{};
-    const bool existed = GetLastError() == ERROR_ALREADY_EXISTS &&
-                         (GetFileSizeEx(file_.get(), &size) == 0 || size.QuadPart != 0);
-
-    mapping_.reset(createSection(file_.get(), name));
-    if (!mapping_) {
-        failed("Failed to map job {%s} activity info file, %s.\n", id);
+    const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
+    if (!map(id)) {
+        const LastErrorGuard keep;
         close();
         return false;
     }
-    view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0,
-                              JobActivity::recordSize));
-    if (!view_) {
-        failed("Failed to get map view of job {%s} activity info file, %s.\n", id);
-        close();
-        return false;
-    }
-    if (!existed) {
+    JobActivity& record = *get();
+    // Without a byte, or blank, is what a crash right after its creation leaves, and nothing of a
+    // job can be read from it.
+    if (record.isBlank()) {
+        if (existed) {
+            log(LogLevel::warning, "The activity info file of job {%s} is blank.\n", id);
+        }
         log(LogLevel::information,
             "New created job activity file, reset the job state to JS_IDLE.\n");
+        share(id);
         reset(static_cast<int32_t>(JobState::idle), true);
         sync();
         return true;
     }
-    const JobActivity& record = *get();
     if (!record.recognised()) {
         log(LogLevel::error,
             "Unrecognize job {%s} activity info file version %d.%d, base size %d.\n", id,
@@ -124,7 +123,40 @@ bool JobActivityHandle::openWritable(const char* id, const wchar_t* name) {
         SetLastError(ERROR_INVALID_DATA);
         return false;
     }
+    share(id);
+    publish();
     return true;
+}
+
+// The record itself has no name: who can open it is who can open the file.
+bool JobActivityHandle::map(const char* id) {
+    mapping_.reset(CreateFileMappingW(file_.get(), nullptr, PAGE_READWRITE, 0,
+                                      JobActivity::recordSize, nullptr));
+    if (!mapping_) {
+        return failed("Failed to map job {%s} activity info file, %s.\n", id);
+    }
+    view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0,
+                              JobActivity::recordSize));
+    return view_ || failed("Failed to get map view of job {%s} activity info file, %s.\n", id);
+}
+
+void JobActivityHandle::share(const char* id) {
+    for (const wchar_t* space : namespaces) {
+        std::wstring name;
+        sectionName(id, space, name);
+        sharedMapping_.reset(createCopy(name.c_str()));
+        if (sharedMapping_) {
+            shared_.reset(
+                MapViewOfFile(sharedMapping_.get(), FILE_MAP_WRITE, 0, 0, JobActivity::recordSize));
+        }
+        if (shared_) {
+            return;
+        }
+        const LastErrorGuard keep;
+        log(LogLevel::information, "The record of job {%s} is not shared as \"%s\", %s.\n", id,
+            toUtf8(name).c_str(), errorText(keep.error()).c_str());
+    }
+    sharedMapping_.reset();
 }
 
 void JobActivityHandle::reset(int32_t state, bool full) {
@@ -132,10 +164,19 @@ void JobActivityHandle::reset(int32_t state, bool full) {
 }
 
 bool JobActivityHandle::sync() {
+    publish();
     return view_ && FlushViewOfFile(view_.get(), 0) != 0;
 }
 
+void JobActivityHandle::publish() {
+    if (shared_) {
+        std::memcpy(shared_.get(), view_.get(), JobActivity::recordSize);
+    }
+}
+
 void JobActivityHandle::close() {
+    shared_.reset();
+    sharedMapping_.reset();
     view_.reset();
     mapping_.reset();
     file_.reset();

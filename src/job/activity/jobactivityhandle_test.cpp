@@ -5,8 +5,10 @@
 #include <cstring>
 #include <string>
 
+#include "base/handle.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
 #include "support/fails_with.h"
 #include "support/files.h"
 #include "support/log_capture.h"
@@ -59,8 +61,7 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
         {"neither", {"\x9\0\2\0\x63\0\0\0", 8}, false},
         // The file grows; what is left of its head says version 1.0.
         {"cut off and damaged", {"\0\0\1", 3}, true},
-        {"zeroes", std::string(4096, '\0'), false},
-        {"a file without a byte is new", {}, true},
+        {"zeroes but for one byte", std::string(4095, '\0') + '\1', false},
     };
     for (const auto& [name, head, accepted] : rows) {
         const LogCapture quiet;
@@ -72,6 +73,67 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
         EXPECT_EQ(bytes.size(), JobActivity::recordSize) << name;
         EXPECT_TRUE(bytes.starts_with(head)) << name << ": never rewritten";
     }
+}
+
+// What a power cut right after its creation leaves must not take the job's life.
+TEST_F(ActivityFile, IsMadeAnewWhereItIsBlank) {
+    for (const size_t size : {0, 10, 4096}) {
+        const LogCapture quiet;
+        writeInfo(std::string(size, '\0'));
+        EXPECT_TRUE(handle_.open(id_.c_str(), true)) << size;
+        JobActivity expected;
+        expected.reset(1, true);
+        EXPECT_EQ(std::memcmp(handle_.get(), &expected, sizeof(expected)), 0) << size;
+        handle_.close();
+    }
+}
+
+// What others see follows the record, and nothing comes back from there.
+TEST_F(ActivityFile, IsSharedAsACopy) {
+    ASSERT_TRUE(handle_.open(id_.c_str(), true));
+    JobActivityHandle reader;
+    ASSERT_TRUE(reader.open(id_.c_str(), false));
+    EXPECT_EQ(reader->state, 1);
+    EXPECT_TRUE(reader->recognised());
+    handle_->state = 3;
+    EXPECT_TRUE(handle_.sync());
+    EXPECT_EQ(reader->state, 3);
+    handle_->doneSize = 7;
+    handle_.publish();
+    EXPECT_EQ(reader->doneSize, 7U);
+
+    const std::wstring name = L"Global\\job_" + toWide(id_);
+    const KernelHandle section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, name.c_str()));
+    const MappedView view(MapViewOfFile(section.get(), FILE_MAP_WRITE, 0, 0, 0));
+    ASSERT_TRUE(view);
+    std::memset(view.get(), 9, JobActivity::recordSize);
+    JobActivity record{};
+    EXPECT_TRUE(JobActivityHandle::read(id_.c_str(), record));
+    for (const JobActivity* own : {&record, handle_.get()}) {
+        EXPECT_EQ(own->state, 3);
+        EXPECT_TRUE(own->recognised());
+    }
+}
+
+// As for a console without the right to make names of the machine.
+TEST_F(ActivityFile, IsSharedInTheSessionWhereTheMachineRefuses) {
+    const std::wstring name = L"job_" + toWide(id_);
+    const auto take = [&](const std::wstring& space) {
+        return KernelHandle(CreateEventW(nullptr, TRUE, FALSE, (space + name).c_str()));
+    };
+    const LogCapture quiet;
+    const KernelHandle machine = take(L"Global\\");
+    JobActivityHandle reader;
+    ASSERT_TRUE(handle_.open(id_.c_str(), true));
+    ASSERT_TRUE(reader.open(id_.c_str(), false));
+    EXPECT_EQ(reader->state, 1);
+    reader.close();
+    handle_.close();
+
+    const KernelHandle session = take(L"");
+    ASSERT_TRUE(handle_.open(id_.c_str(), true)) << "nobody else can see it, and that is all";
+    EXPECT_TRUE(handle_.sync());
+    EXPECT_FALSE(reader.open(id_.c_str(), false));
 }
 
 TEST_F(ActivityFile, IsNotThereWithoutItsDirectory) {

@@ -1,5 +1,7 @@
 #include "job/source/speedcalc.h"
 
+#include <utility>
+
 #include "base/local_time.h"
 #include "job/activity/jobactivity.h"
 #include "scheduler/iocp_dispatcher.h"
@@ -11,7 +13,8 @@ constexpr uint64_t interval = 2 * ticksPerSecond;
 
 }  // namespace
 
-SpeedCalc::SpeedCalc(JobActivity& activity) : activity_(activity), lastTick_(localTimeNow()) {
+SpeedCalc::SpeedCalc(JobActivity& activity, std::function<void()> changed)
+    : activity_(activity), changed_(std::move(changed)), lastTick_(localTimeNow()) {
     arm();
 }
 
@@ -42,6 +45,9 @@ void SpeedCalc::addSlice() {
         activity_.usedTime -= activity_.usedTime < taken ? activity_.usedTime : taken;
     }
     lastTick_ = now;
+    if (changed_) {
+        changed_();
+    }
 }
 
 }  // namespace dorvo

@@ -2,11 +2,13 @@
 // record, every two seconds and once more at its end.
 //
 // The record is borrowed and must outlive the object. Slices are added on the dispatcher's thread,
-// the last one by the destructor after the timer is gone, so that no two threads ever add. Time is
-// the local wall clock, and a clock set back takes time away again, but never below zero.
+// the last one by the destructor after the timer is gone, so that no two threads ever add. Each
+// time those who watch the record are told. Time is the local wall clock, and a clock set back
+// takes time away again, but never below zero.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "scheduler/io_completion_port_ex.h"
 
@@ -16,7 +18,8 @@ struct JobActivity;
 
 class SpeedCalc : public Io_Completion_Port_Ex::Timeout_Handler {
 public:
-    explicit SpeedCalc(JobActivity& activity);
+    // `changed` is called whenever a slice was added, by whoever added it; it may be empty.
+    explicit SpeedCalc(JobActivity& activity, std::function<void()> changed = {});
     ~SpeedCalc() override;
     SpeedCalc(const SpeedCalc&) = delete;
     SpeedCalc& operator=(const SpeedCalc&) = delete;
@@ -28,6 +31,7 @@ private:
     void addSlice();
 
     JobActivity& activity_;
+    const std::function<void()> changed_;
     uint64_t lastTick_;
 };
 
