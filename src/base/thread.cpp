@@ -3,11 +3,14 @@
 #include <ace/OS_NS_Thread.h>
 #include <ace/Thread.h>
 
+#include <atomic>
+
 #include "base/log.h"
 
 namespace dorvo {
+namespace {
 
-bool startThread(DWORD(WINAPI* body)(void*), void* argument, HANDLE& thread) {
+bool startAceThread(DWORD(WINAPI* body)(void*), void* argument, HANDLE& thread) {
     startAce();
     thread = nullptr;
     ACE_hthread_t started = nullptr;
@@ -16,6 +19,18 @@ bool startThread(DWORD(WINAPI* body)(void*), void* argument, HANDLE& thread) {
     }
     thread = started;
     return true;
+}
+
+std::atomic<ThreadStarter> currentStarter{startAceThread};
+
+}  // namespace
+
+bool startThread(DWORD(WINAPI* body)(void*), void* argument, HANDLE& thread) {
+    return currentStarter.load()(body, argument, thread);
+}
+
+ThreadStarter setThreadStarter(ThreadStarter starter) {
+    return currentStarter.exchange(starter == nullptr ? startAceThread : starter);
 }
 
 bool joinThread(HANDLE& thread) {

@@ -24,11 +24,10 @@ bool ErrorResumeTimer::arm() {
 }
 
 void ErrorResumeTimer::handle_timeout(uint64_t arg) {
-    if (arg == clockChanged) {
-        arm();
-    } else {
-        JobCmdQueue::instance()->add(jobId_, "resume");
+    if (arg != clockChanged) {
+        JobCmdQueue::instance()->addResumeAfterError(jobId_);
     }
+    arm();
 }
 
 }  // namespace dorvo

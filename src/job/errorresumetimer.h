@@ -1,8 +1,10 @@
 // Resumes a job some time after an error made it pause itself.
 //
-// When the time has come, "resume" for the job goes into the command queue; a change of the clock
-// starts the delay anew. Used by one thread at a time; the destructor disarms and waits for a call
-// in progress. Never armed or destroyed under a lock that a timer handler takes.
+// When the time has come, "resume" for the job goes into the command queue, and again after each
+// further delay until the timer goes: a command may be replaced in the queue, or refused while the
+// job is locked. A change of the clock starts the delay anew. Used by one thread at a time; the
+// destructor disarms and waits for a call in progress. Never armed or destroyed under a lock that a
+// timer handler takes.
 #pragma once
 
 #include <cstdint>

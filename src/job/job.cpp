@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/last_error.h"
+#include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
@@ -70,16 +71,17 @@ bool Job::start() {
     if (activity_.get() == nullptr) {
         return false;
     }
+    threadless_ = false;
     const bool started = restartable(state()) ? beginRun() : resume();
     const LastErrorGuard keep;
-    startAsked(!started && locked_);
+    startAsked(!started || threadless_);
     return started;
 }
 
 bool Job::resume() {
     switch (resumeAction(state())) {
         case ResumeAction::refuse: return false;
-        case ResumeAction::nothing: return true;
+        case ResumeAction::nothing: takeBackPause(); return true;
         case ResumeAction::begin: break;
     }
     if (!activity_->hasInstance()) {
@@ -87,6 +89,29 @@ bool Job::resume() {
     }
     activity_->resuming = 1;
     return startTask();
+}
+
+bool Job::resumeAfterError() {
+    if (activity_.get() == nullptr || state() != static_cast<int32_t>(JobState::paused) ||
+        activity_->pausedManually != 0) {
+        return false;
+    }
+    return resume();
+}
+
+// Under one lock with pollEvent(): the run has seen either the pause or nothing of it.
+bool Job::takeBackPause() {
+    std::lock_guard guard(commandLock_);
+    if (activity_->pendingState != static_cast<int32_t>(JobState::pausing)) {
+        return false;
+    }
+    activity_->pendingState = 0;
+    activity_->pausedManually = 0;
+    activity_.sync();
+    command_ = JobCommand::resume;
+    ++pausesTakenBack_;
+    ResetEvent(stopEvent_.get());
+    return SetEvent(commandEvent_.get()) != 0;
 }
 
 bool Job::beginRun() {
@@ -131,11 +156,27 @@ bool Job::startTask() {
         const HANDLE either[] = {startEvent_.get(), workThread_};
         WaitForMultipleObjects(2, either, FALSE, INFINITE);
     } else {
+        const LastErrorGuard keep;
         log(LogLevel::error, "Failed to start the work thread of job {%s}, error-code = %d, %m.\n",
-            definition_->id().c_str(), GetLastError());
+            definition_->id().c_str(), keep.error());
+        endWithoutThread(keep.error());
     }
     startEvent_.reset();
     return true;
+}
+
+// Nobody else will say that this start has come to an end. A paused run stays one: it is not lost
+// for want of a thread.
+void Job::endWithoutThread(unsigned long code) {
+    threadless_ = true;
+    if (restartable(state())) {
+        activity_->endError = static_cast<uint32_t>(code);
+        activity_->lastRunState = static_cast<int32_t>(JobState::error);
+        activity_->lastRunTime = localTimeNow();
+        setState(static_cast<int32_t>(JobState::error));
+    }
+    notify_error(code);
+    notify_state();
 }
 
 DWORD WINAPI Job::run_wrapper(void* self) {

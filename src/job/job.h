@@ -53,10 +53,14 @@ public:
     Job& operator=(const Job&) = delete;
 
     // Begins a run, or goes on with the paused one. True when the job runs already, and also when
-    // the thread could not be made; false when the state, a lock or a removal is against it.
+    // the thread could not be made: then the run has failed, or is still paused, and observers were
+    // told. False when the state, a lock or a removal is against it.
     bool start();
-    // Goes on with the paused run. True when the job runs already.
+    // Goes on with the paused run. True when the job runs already; a pause that its run has not
+    // seen yet is taken back then.
     bool resume();
+    // The same for a run that an error has paused: changes nothing of what the user has paused.
+    bool resumeAfterError();
     // Stops the job and starts the thread that takes it out of the manager once its run has ended.
     bool remove();
     // True when no run is left within the time (milliseconds, INFINITE).
@@ -96,7 +100,7 @@ protected:
     virtual bool commandimpl(const char* text);
     // Whether an error is one of the network, after which another try may succeed.
     virtual bool is_network_error(unsigned long code);
-    // A start was asked for, by a schedule or otherwise; `refused` when the job was locked.
+    // A start was asked for, by a schedule or otherwise; `refused` when nothing came of it.
     virtual void startAsked(bool refused);
 
     // Starts the work thread, after the former one has ended. See above for what it waits for.
@@ -117,6 +121,8 @@ protected:
     bool notify_error(unsigned long code);
     // The words for an error code of whatever kind.
     std::string reasonText(unsigned long code) const;
+    // How often a pause was taken back: what one has broken off meanwhile is to be done again.
+    unsigned pausesTakenBack() const { return pausesTakenBack_; }
     // Writes one line about the job, as if its state were the given one.
     void dumpState(std::ostream& os, int32_t state) const;
     static void toDateTime(const FILETIME& time, int& date, int& timeOfDay);
@@ -143,6 +149,8 @@ private:
     bool startAllowed() const;
     bool beginRun();
     bool createInstance();
+    bool takeBackPause();
+    void endWithoutThread(unsigned long code);
     bool requestPause(bool manual);
     void keepPaused();
     bool remove_impl();
@@ -160,9 +168,11 @@ private:
         resumeLock_;  // guards what follows up to the flags; the dispatcher's lock comes after
     std::unique_ptr<ErrorResumeTimer> resumeTimer_;
     bool closing_ = false;
+    std::atomic<unsigned> pausesTakenBack_{0};
     std::atomic<bool> running_{false};
     bool removing_ = false;
     bool locked_ = false;
+    bool threadless_ = false;  // the system made no thread for the last start
 };
 
 }  // namespace dorvo

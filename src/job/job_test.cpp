@@ -89,6 +89,71 @@ TEST_F(JobLifecycle, NobodyElseSaysWhatItsStateIs) {
     EXPECT_EQ(job->state(), value(JobState::cancelled));
 }
 
+// Nobody waits for ever for a run that never was, and a paused run is not lost.
+TEST_F(JobLifecycle, AStartWithoutAThreadIsOver) {
+    const auto job = make("a");
+    const LogCapture quiet;
+    const auto event = [](const char* state) {
+        return Names{R"({"error-code":8,"id":"a","name":"name of a","reason":")" + errorText(8) +
+                         R"(","state":")" + state + "\"}",
+                     JobGround::event("a", state)};
+    };
+    {
+        const NoThreads none;
+        EXPECT_TRUE(job->start());
+        EXPECT_EQ(job->state(), value(JobState::error));
+        EXPECT_EQ(job->lastRunState(), value(JobState::error));
+        EXPECT_EQ(job->activity()->endError, DWORD{ERROR_NOT_ENOUGH_MEMORY});
+        EXPECT_NE(job->activity()->lastRunTime, 0U);
+        EXPECT_EQ(ground_.events(), event("error"));
+    }
+    EXPECT_TRUE(job->start());
+    EXPECT_TRUE(job->ran.wait());
+    EXPECT_TRUE(job->pause(false));
+    EXPECT_TRUE(job->wait(INFINITE));
+    const auto instance = job->activity()->instanceId;
+    {
+        const NoThreads none;
+        EXPECT_TRUE(job->start());
+        EXPECT_EQ(job->state(), value(JobState::paused));
+        const Names all = ground_.events();
+        EXPECT_EQ(Names(all.end() - 2, all.end()), event("paused"));
+    }
+    EXPECT_TRUE(job->resume());
+    EXPECT_TRUE(job->ran.wait());
+    EXPECT_EQ(job->activity()->instanceId, instance);
+    EXPECT_TRUE(job->start()) << "it runs already";
+    job->lock(true);
+    EXPECT_TRUE(job->stop());
+    EXPECT_TRUE(job->wait(INFINITE));
+    EXPECT_FALSE(job->start());
+    job->activity()->state = value(JobState::canceling);
+    job->lock(false);
+    EXPECT_FALSE(job->start());
+    job->activity()->state = value(JobState::idle);
+    EXPECT_EQ(job->refusals, (std::vector<bool>{true, false, true, false, true, true}));
+}
+
+TEST_F(JobLifecycle, AResumeTakesBackAPauseThatNobodyHasSeen) {
+    const auto job = make("a");
+    job->activity()->state = value(JobState::running);
+    EXPECT_TRUE(job->pause(true));
+    EXPECT_FALSE(job->resumeAfterError()) << "not that of the user";
+    EXPECT_TRUE(job->resume());
+    EXPECT_EQ(job->activity()->pendingState, 0);
+    EXPECT_EQ(job->activity()->pausedManually, 0U);
+    EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), DWORD{WAIT_TIMEOUT});
+    EXPECT_TRUE(job->pollEvent(0));
+    EXPECT_EQ(job->state(), value(JobState::running));
+
+    EXPECT_TRUE(job->stop());
+    EXPECT_TRUE(job->resume()) << "and a stop stays one";
+    EXPECT_FALSE(job->pollEvent(0));
+    EXPECT_EQ(job->state(), value(JobState::canceling));
+    job->activity()->state = value(JobState::pausing);
+    EXPECT_FALSE(job->resume()) << "too late";
+}
+
 TEST_F(JobLifecycle, AnIdleJobIsParkedWithoutAThread) {
     const auto job = make("a");
     EXPECT_TRUE(job->pause(true));
@@ -179,6 +244,8 @@ TEST_F(JobLifecycle, TheResumeTimerPutsACommandIntoTheQueue) {
     EXPECT_EQ(job->state(), value(JobState::paused));
     timer.handle_timeout(1);
     EXPECT_TRUE(job->ran.wait()) << "the queue has resumed it";
+    EXPECT_EQ(Iocp_Dispatcher::instance()->cancel_timer(&timer), 0)
+        << "armed anew: the command might have been lost";
 }
 
 TEST_F(JobLifecycle, AJobWithoutARecordRefusesEverything) {

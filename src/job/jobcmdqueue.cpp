@@ -15,23 +15,6 @@ using Manager = ATL::CComSingleton<JobManagerImpl, ATL::CComAutoCriticalSection>
 
 constexpr LONG longestCount = 100'000;
 
-void execute(const std::string& id, const std::string& command) {
-    log(LogLevel::debug, "JobCmdQueue: execute command \"%s\" for job %s.\n", command.c_str(),
-        id.c_str());
-    JobManagerImpl* manager = Manager::instance();
-    if (command == "start") {
-        manager->startJob(id.c_str());
-    } else if (command == "stop") {
-        manager->stopJob(id.c_str());
-    } else if (command == "pause") {
-        manager->pauseJob(id.c_str());
-    } else if (command == "resume") {
-        manager->resumeJob(id.c_str());
-    } else if (command == "do_schedule") {
-        manager->command("do_schedule", id.c_str());
-    }
-}
-
 }  // namespace
 
 JobCmdQueue* JobCmdQueue::instance() {
@@ -55,8 +38,17 @@ JobCmdQueue::JobCmdQueue()
 }
 
 void JobCmdQueue::add(std::string id, std::string command) {
+    put(std::move(id), {std::move(command)});
+}
+
+void JobCmdQueue::addResumeAfterError(std::string id) {
+    put(std::move(id), {"resume", true});
+}
+
+void JobCmdQueue::put(std::string id, Command command) {
     std::lock_guard guard(lock_);
-    log(LogLevel::debug, "Add command %s of job %s to JobCmdQueue.\n", id.c_str(), command.c_str());
+    log(LogLevel::debug, "Add command %s of job %s to JobCmdQueue.\n", id.c_str(),
+        command.text.c_str());
     pending_[std::move(id)] = std::move(command);
     ReleaseSemaphore(semaphore_.get(), 1, nullptr);
 }
@@ -97,7 +89,7 @@ DWORD JobCmdQueue::dispatch() {
 }
 
 void JobCmdQueue::executeFirst() {
-    std::pair<std::string, std::string> first;
+    std::pair<std::string, Command> first;
     {
         std::lock_guard guard(lock_);
         if (pending_.empty()) {
@@ -107,6 +99,26 @@ void JobCmdQueue::executeFirst() {
         pending_.erase(pending_.begin());
     }
     execute(first.first, first.second);
+}
+
+void JobCmdQueue::execute(const std::string& id, const Command& command) {
+    const std::string& text = command.text;
+    log(LogLevel::debug, "JobCmdQueue: execute command \"%s\" for job %s.\n", text.c_str(),
+        id.c_str());
+    JobManagerImpl* manager = Manager::instance();
+    if (text == "start") {
+        manager->startJob(id.c_str());
+    } else if (text == "stop") {
+        manager->stopJob(id.c_str());
+    } else if (text == "pause") {
+        manager->pauseJob(id.c_str());
+    } else if (text == "resume" && command.afterError) {
+        manager->resumeJobAfterError(id.c_str());
+    } else if (text == "resume") {
+        manager->resumeJob(id.c_str());
+    } else if (text == "do_schedule") {
+        manager->command("do_schedule", id.c_str());
+    }
 }
 
 }  // namespace dorvo

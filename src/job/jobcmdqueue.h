@@ -30,20 +30,29 @@ public:
 
     // Any thread, any lock held but the queue's own; does not block.
     void add(std::string id, std::string command);
+    // Adds a "resume" that leaves alone what the user has paused meanwhile.
+    void addResumeAfterError(std::string id);
     // Ends and joins the thread after the command in progress; pending commands are forgotten and
     // later ones not carried out. Idempotent. Not with the job manager's lock held.
     void stop();
 
 private:
+    struct Command {
+        std::string text;
+        bool afterError = false;
+    };
+
     static DWORD WINAPI dispatchThread(void* self);
     DWORD dispatch();
+    void put(std::string id, Command command);
     void executeFirst();
+    static void execute(const std::string& id, const Command& command);
 
-    CriticalSection lock_;                        // guards pending_
-    std::map<std::string, std::string> pending_;  // id, command
-    KernelHandle semaphore_;                      // released once an addition
-    KernelHandle exitEvent_;                      // auto reset
-    CriticalSection stopLock_;                    // guards thread_
+    CriticalSection lock_;                    // guards pending_
+    std::map<std::string, Command> pending_;  // by the job's id
+    KernelHandle semaphore_;                  // released once an addition
+    KernelHandle exitEvent_;                  // auto reset
+    CriticalSection stopLock_;                // guards thread_
     HANDLE thread_ = nullptr;
 };
 

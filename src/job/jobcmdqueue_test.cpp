@@ -89,14 +89,25 @@ TEST_F(CommandQueue, CarriesOutEachCommand) {
     EXPECT_EQ(job->activity()->pausedManually, 1U);
     queue_.add("a", "resume");
     ASSERT_TRUE(job->ran.wait());
+    ASSERT_TRUE(job->pause(false));
+    ASSERT_TRUE(job->wait(60'000));
+    queue_.addResumeAfterError("a");
+    ASSERT_TRUE(job->ran.wait());
+    queue_.add("a", "pause");
+    ASSERT_TRUE(job->wait(60'000));
+    submit("b");
+    closeGate();
+    queue_.addResumeAfterError("a");
+    queue_.add("b", "do_schedule");
+    queue_.add("nobody", "start");
+    openGate();
+    EXPECT_EQ(job->state(), value(JobState::paused)) << "the user's pause stays";
+    EXPECT_EQ(JobGround::job("b")->commands, Names{"do_schedule"});
+    queue_.add("a", "resume");
+    ASSERT_TRUE(job->ran.wait());
     queue_.add("a", "stop");
     ASSERT_TRUE(job->wait(60'000));
     EXPECT_EQ(job->state(), value(JobState::cancelled));
-    closeGate();
-    queue_.add("a", "do_schedule");
-    queue_.add("nobody", "start");
-    openGate();
-    EXPECT_EQ(job->commands, Names{"do_schedule"});
 }
 
 TEST_F(CommandQueue, StopsOnce) {

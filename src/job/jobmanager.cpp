@@ -233,6 +233,12 @@ bool JobManagerImpl::resumeJob(const char* id) {
     return job != nullptr && job->resume();
 }
 
+bool JobManagerImpl::resumeJobAfterError(const char* id) {
+    std::lock_guard guard(lock_);
+    Job* job = find(id);
+    return job != nullptr && job->resumeAfterError();
+}
+
 bool JobManagerImpl::lockJob(const char* id) {
     std::lock_guard guard(lock_);
     Job* job = find(id);

@@ -55,6 +55,8 @@ public:
     // A pause made by the user.
     bool pauseJob(const char* id);
     bool resumeJob(const char* id);
+    // See Job::resumeAfterError.
+    bool resumeJobAfterError(const char* id);
     // Refuses starts until lockAllJobs(false).
     bool lockJob(const char* id);
     void lockAllJobs(bool locked);

@@ -17,15 +17,15 @@ TransferItems::TransferItems(TransferJob& job, JobActivitySourceReader& reader, 
 int TransferItems::process() {
     Step last = Step::next;
     for (;;) {
-        // An item that a stop has broken off is the next run's first.
         const bool carryOn = job_.pollEvent(0);
-        if ((carryOn || last != Step::brokenOff) && !takePosition()) {
+        if (!advance(last, carryOn)) {
             fail(GetLastError());
             return job_.brokenOffCode();
         }
         if (!carryOn) {
             return job_.brokenOffCode();
         }
+        pausesTakenBack_ = job_.pausesTakenBack();
         last = step(reader_.next());
         if (last == Step::ended || (last == Step::finished && !allThrough())) {
             return job_.brokenOffCode();
@@ -37,6 +37,20 @@ int TransferItems::process() {
             return static_cast<int>(JobState::completed);
         }
     }
+}
+
+// An item that a stop has broken off is the next run's first, and this one's next where the pause
+// was taken back meanwhile.
+bool TransferItems::advance(Step last, bool carryOn) {
+    if (last != Step::brokenOff) {
+        return takePosition();
+    }
+    if (!carryOn) {
+        return true;
+    }
+    return job_.pausesTakenBack() == pausesTakenBack_
+               ? takePosition()
+               : reader_.seek(static_cast<int64_t>(record_.sourcePosition));
 }
 
 bool TransferItems::takePosition() {

@@ -55,6 +55,7 @@ private:
     enum class Step { next, brokenOff, finished, ended };
 
     bool takePosition();
+    bool advance(Step last, bool carryOn);
     Step step(uint32_t tag);
     Step volume();
     Step item(bool directory);
@@ -65,6 +66,7 @@ private:
     TransferJob& job_;
     JobActivitySourceReader& reader_;
     const Lines lines_;
+    unsigned pausesTakenBack_ = 0;  // when the item was begun
     bool setEnded_ = false;
     bool fileDone_ = false;   // the file at the record's position is through
     uint64_t doneBytes_ = 0;  // its size

@@ -123,9 +123,9 @@ bool TransferJob::requestStop() {
 }
 
 bool TransferJob::cancelPausedRun() {
-    disarmResume();
     if (!activity()->hasInstance()) {
         // Parked before its first run: there is nothing to cancel.
+        disarmResume();
         activity()->pausedManually = 0;
         activity()->state = number(JobState::cancelled);
         activity().sync();
@@ -133,8 +133,8 @@ bool TransferJob::cancelPausedRun() {
         return true;
     }
     cancelOnly_ = true;
-    // A run that has begun has left the state `paused`; starting counts as done without a thread
-    // too.
+    // A run that has begun has left the state `paused`, and disarmed the resume; starting counts as
+    // done without a thread too.
     if (!startTask() || activity()->state == number(JobState::paused)) {
         cancelOnly_ = false;
         return false;
@@ -329,10 +329,17 @@ void TransferJob::pauseForRetry(unsigned long code) {
     runError_ = code;
     errorNotified_ = true;
     notify_error(code);
+    park();
+}
+
+// Whoever takes the pause back wants the run to go on: that is what it is going to do.
+void TransferJob::park() {
     retry_ = true;
     if (activity()->state != number(JobState::pausing)) {
         pause(false);
-        pollEvent(0);
+        if (pollEvent(0)) {
+            activity()->state = number(JobState::pausing);
+        }
     }
 }
 

@@ -86,6 +86,8 @@ private:
     Failure failureOf(unsigned long code);
     // Parks the run because of something that passes.
     void pauseForRetry(unsigned long code);
+    // Parks the run, to be resumed.
+    void park();
     void openHistory();
     void closeHistory();
     void writeHistory(int endCode);

@@ -198,6 +198,44 @@ TYPED_TEST(TransferJobTest, APauseInAnItemRepeatsItUnlessItGotThrough) {
     }
 }
 
+TYPED_TEST(TransferJobTest, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
+    Script& script = this->script_;
+    for (const bool list : {false, true}) {
+        SCOPED_TRACE(list);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        const auto job = this->makeJob();
+        bool asked = false;
+        const auto pauseAndResume = [&] {
+            if (!std::exchange(asked, true)) {
+                EXPECT_TRUE(job->pause(true) && job->resume());
+            }
+        };
+        if (list) {
+            script.onList = pauseAndResume;
+            script.list = {ERROR_CANCELLED};
+        } else {
+            script.onItem = [&](const std::string& name) {
+                if (name == "b") {
+                    pauseAndResume();
+                }
+            };
+            script.items["b"] = {ERROR_CANCELLED};
+        }
+        this->run(*job);
+        if (list) {
+            EXPECT_EQ(job->state(), paused) << "to be resumed by itself";
+            EXPECT_EQ(job->record().pausedManually, 0u);
+            this->run(*job);
+        }
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(), list ? (Names{"sources", "a", "b", "c"})
+                                        : (Names{"sources", "a", "b", "b", "c"}));
+        EXPECT_EQ(job->record().doneSize, 21u);
+        EXPECT_TRUE(job->errors().empty());
+    }
+}
+
 TYPED_TEST(TransferJobTest, StoppingAPausedRunOnlyDropsIt) {
     Script& script = this->script_;
     script.items["b"] = {WSAECONNRESET};

@@ -10,7 +10,8 @@
 
 namespace dorvo {
 
-TransferRun::TransferRun(TransferJob& job) : transferJob_(job), record_(*job.activity().get()) {}
+TransferRun::TransferRun(TransferJob& job)
+    : transferJob_(job), record_(*job.activity().get()), pausesTakenBack_(job.pausesTakenBack()) {}
 
 bool TransferRun::begin(const char* released) {
     if (!transferJob_.setStartEvent()) {
@@ -114,8 +115,14 @@ bool TransferRun::fail(unsigned long code) {
 }
 
 bool TransferRun::refuse(unsigned long code) {
-    if (isCancelled(transferJob_.failureOf(code)) && !carryOn()) {
-        return false;
+    if (isCancelled(transferJob_.failureOf(code))) {
+        if (!carryOn()) {
+            return false;
+        }
+        if (transferJob_.pausesTakenBack() != pausesTakenBack_) {
+            transferJob_.park();  // too late: the pause has broken the step off
+            return false;
+        }
     }
     transferJob_.notify_error(code);
     transferJob_.errorNotified_ = true;

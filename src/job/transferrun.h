@@ -50,6 +50,8 @@ protected:
 
 private:
     void forgetList();
+
+    const unsigned pausesTakenBack_;  // when the run began
 };
 
 }  // namespace dorvo

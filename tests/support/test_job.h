@@ -13,6 +13,7 @@
 
 #include "base/paths.h"
 #include "base/rm_rf.h"
+#include "base/thread.h"
 #include "job/job.h"
 #include "job/jobfactory.h"
 #include "job/jobmanager.h"
@@ -99,6 +100,7 @@ public:
 
     Signal ran{true};  // set by each run that got under way
     Names commands;
+    std::vector<bool> refusals;  // of each start that was asked for
     int inits = 0;
 
 protected:
@@ -108,8 +110,25 @@ protected:
         return true;
     }
 
+    void startAsked(bool refused) override { refusals.push_back(refused); }
+
 private:
     Plan plan_;
+};
+
+// The system makes no thread while this lives.
+class NoThreads {
+public:
+    NoThreads() {
+        setThreadStarter([](DWORD(WINAPI*)(void*), void*, HANDLE& thread) {
+            thread = nullptr;
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return false;
+        });
+    }
+    ~NoThreads() { setThreadStarter(nullptr); }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
 };
 
 inline std::unique_ptr<Job> makeTestJob(std::unique_ptr<JobDefinition>& definition) {

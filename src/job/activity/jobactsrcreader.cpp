@@ -65,6 +65,19 @@ bool JobActivitySourceReader::open(const std::wstring& path, int64_t offset) {
     return true;
 }
 
+bool JobActivitySourceReader::seek(int64_t offset) {
+    LARGE_INTEGER distance;
+    distance.QuadPart = offset;
+    if (SetFilePointerEx(file_.get(), distance, nullptr, FILE_BEGIN) == 0) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to seek job activity source to %Q, hr=%d, %s.\n",
+            static_cast<uint64_t>(offset), HRESULT_FROM_WIN32(keep.error()),
+            errorText(keep.error()).c_str());
+        return false;
+    }
+    return true;
+}
+
 uint32_t JobActivitySourceReader::next() {
     record_.resize(sourceHeadSize);
     const auto headRead = readSome(file_.get(), record_.data(), sourceHeadSize);

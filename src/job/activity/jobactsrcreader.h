@@ -21,6 +21,8 @@ class JobActivitySourceReader {
 public:
     // Opens the list at the offset, a former offset() or 0. False is logged; last error.
     bool open(const std::wstring& path, int64_t offset);
+    // Goes to a former offset(). False is logged; last error.
+    bool seek(int64_t offset);
     void close() { file_.reset(); }
 
     // The tag of the next record (tagFile and so on), 0 at the end, on damage and on failure. A

@@ -216,7 +216,7 @@ TEST_F(JobHistory, ErrorsWaitForWhoHoldsTheirFiles) {
 TEST_F(JobHistory, ErrorsAreWrittenWhenThereAreNewOnes) {
     JobHistoryError errors(errorPath("e1"));
     EXPECT_TRUE(errors.save());
-    EXPECT_EQ(contentOf(jobHistoryErrorPath(job_, "e1")), "[]");
+    EXPECT_EQ(contentOf(jobHistoryErrorPath(job_, "e1")), "[\n]");
     ASSERT_TRUE(errors.add(L"a", 1, "") && errors.saveNew() && errors.save());
     write(jobHistoryErrorPath(job_, "e1"), "somebody's");
     EXPECT_TRUE(errors.save());
