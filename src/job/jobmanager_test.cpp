@@ -119,8 +119,12 @@ TEST_F(JobManager, RefusesWhatCannotBeAJob) {
     std::unique_ptr<JobDefinition> unknown = JobDefinitionFactory::createFromText(
         R"({"id":"unknown","name":"n","user":"u","type":9,"storage":"web"})");
     ASSERT_NE(unknown, nullptr);
-    EXPECT_FALSE(manager_->submitJob(unknown.release()));
+    EXPECT_FALSE(manager_->submitJob(unknown->clone().release()));
     EXPECT_FALSE(exists(JobGround::directory("unknown"))) << "nothing is left behind";
+    // What was there before is not this submission's to take back.
+    writeFile(JobGround::directory("unknown") + L"\\hist\\old", "x");
+    EXPECT_FALSE(manager_->submitJob(unknown->clone().release()));
+    EXPECT_TRUE(exists(JobGround::directory("unknown") + L"\\hist\\old"));
     // A file where the job's folder should be: the definition can't be saved.
     writeFile(JobGround::directory("file"), "in the way");
     EXPECT_FALSE(submit("file"));

@@ -23,18 +23,13 @@ constexpr std::wstring_view notesSuffix = L".notes";
 
 // What a run's files are called after its summary, which has no suffix and is removed last: while
 // it is there, the run is seen and tried again.
-const std::wstring suffixes[] = {
-    std::wstring(errorSuffix) + std::wstring(newDocumentSuffix),
-    std::wstring(errorSuffix) + std::wstring(journalSuffix),
-    std::wstring(errorSuffix),
-    std::wstring(notesSuffix),
-    L"",
-};
+constexpr std::wstring_view suffixes[] = {L".errors.new", L".errors.journal", errorSuffix,
+                                          notesSuffix, L""};
 
 std::wstring runOf(const std::wstring& file) {
     const auto* const suffix =
         std::find_if(std::begin(suffixes), std::end(suffixes),
-                     [&](const std::wstring& other) { return file.ends_with(other); });
+                     [&](std::wstring_view other) { return file.ends_with(other); });
     return file.substr(0, file.size() - suffix->size());
 }
 
@@ -97,8 +92,8 @@ bool trimJobHistory(const std::wstring& jobDirectory, const std::string& current
     std::sort(runs.begin(), runs.end());
     bool removed = true;
     for (size_t i = 0; i < runs.size() && i + keep < all; ++i) {
-        for (const std::wstring& suffix : suffixes) {
-            if (!remove(folder + L"\\" + runs[i].second + suffix)) {
+        for (const std::wstring_view suffix : suffixes) {
+            if (!remove(folder + L"\\" + runs[i].second + std::wstring(suffix))) {
                 removed = false;
                 break;
             }

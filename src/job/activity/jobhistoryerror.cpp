@@ -51,9 +51,17 @@ bool JobHistoryError::add(const wchar_t* path, uint32_t code, const char* reason
     return true;
 }
 
+// Whether there are files that may be written.
+bool JobHistoryError::writable() const {
+    if (readError_ == ERROR_SUCCESS && !path_.empty()) {
+        return true;
+    }
+    SetLastError(path_.empty() ? DWORD{ERROR_PATH_NOT_FOUND} : readError_);
+    return false;
+}
+
 bool JobHistoryError::saveNew() {
-    if (readError_ != ERROR_SUCCESS) {
-        SetLastError(readError_);
+    if (!writable()) {
         return false;
     }
     for (; saved_ < values_.size(); ++saved_) {
@@ -66,8 +74,7 @@ bool JobHistoryError::saveNew() {
 }
 
 bool JobHistoryError::save() {
-    if (readError_ != ERROR_SUCCESS) {
-        SetLastError(readError_);
+    if (!writable()) {
         return false;
     }
     if (documented_ && saved_ == values_.size()) {
@@ -86,7 +93,7 @@ bool JobHistoryError::replaceDocument() {
     const std::wstring path = toWide(path_);
     const std::wstring fresh = path + std::wstring(newDocumentSuffix);
     const std::string text = json_spirit::write_formatted(json_spirit::Value(values_));
-    FileHandle file = path.empty() ? FileHandle() : openStoreForWriting(fresh, FILE_SHARE_READ);
+    FileHandle file = openStoreForWriting(fresh, FILE_SHARE_READ);
     if (!file) {
         return false;
     }

@@ -42,6 +42,7 @@ public:
 
 private:
     bool read();
+    bool writable() const;
     bool replaceDocument();
 
     JsonJournal journal_;
