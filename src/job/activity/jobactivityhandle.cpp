@@ -49,6 +49,14 @@ HANDLE createCopy(const wchar_t* name) {
                               JobActivity::recordSize, name);
 }
 
+// Whether all of a view is there to be written to: whoever has made the section may have reserved
+// it only.
+bool isCommitted(const void* view) {
+    MEMORY_BASIC_INFORMATION memory;
+    return VirtualQuery(view, &memory, sizeof(memory)) != 0 && memory.State == MEM_COMMIT &&
+           memory.RegionSize >= JobActivity::recordSize;
+}
+
 bool infoFile(const char* id, std::wstring& path) {
     if (!jobDirectory(id, path)) {
         return false;
@@ -149,10 +157,11 @@ void JobActivityHandle::share(const char* id) {
             shared_.reset(
                 MapViewOfFile(sharedMapping_.get(), FILE_MAP_WRITE, 0, 0, JobActivity::recordSize));
         }
-        if (shared_) {
+        if (shared_ && isCommitted(shared_.get())) {
             return;
         }
         const LastErrorGuard keep;
+        shared_.reset();
         log(LogLevel::information, "The record of job {%s} is not shared as \"%s\", %s.\n", id,
             toUtf8(name).c_str(), errorText(keep.error()).c_str());
     }

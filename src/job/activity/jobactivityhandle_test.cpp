@@ -115,6 +115,19 @@ TEST_F(ActivityFile, IsSharedAsACopy) {
     }
 }
 
+// Whoever takes the name first gets no hold of the job.
+TEST_F(ActivityFile, IsNotSharedInMemoryThatIsNotThere) {
+    const std::wstring name = L"Global\\job_" + toWide(id_);
+    const KernelHandle reserved(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr,
+                                                   PAGE_READWRITE | SEC_RESERVE, 0,
+                                                   JobActivity::recordSize, name.c_str()));
+    ASSERT_TRUE(reserved);
+    const LogCapture quiet;
+    ASSERT_TRUE(handle_.open(id_.c_str(), true));
+    EXPECT_TRUE(handle_.sync());
+    EXPECT_EQ(handle_->state, 1);
+}
+
 // As for a console without the right to make names of the machine.
 TEST_F(ActivityFile, IsSharedInTheSessionWhereTheMachineRefuses) {
     const std::wstring name = L"job_" + toWide(id_);
