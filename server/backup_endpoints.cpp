@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
+#include <utility>
 
 #include "instance_access.h"
 #include "json_body.h"
@@ -15,6 +16,9 @@ namespace {
 
 constexpr size_t maxTime = 64;
 constexpr size_t maxOffered = 100000;
+// Of the files that keep a backup from being completed, as many as one answer names.
+constexpr size_t maxNamed = 1000;
+constexpr size_t maxNamedBytes = size_t{128} << 10U;
 
 // The three states that a client sees; a pending backup is one that is under way.
 std::string_view stateText(InstanceState state) {
@@ -141,8 +145,9 @@ json::object BackupEndpoints::endJob(const Session& session, const json::object&
     if (instance.damaged) {
         throw ServiceError(409, "the backup may have lost data at the server");
     }
-    if (const auto path = catalog_.findIncomplete(instance.id)) {
-        throw ServiceError(409, "a file of the backup is incomplete: " + *path);
+    if (auto paths = catalog_.listIncomplete(instance.id, maxNamed, maxNamedBytes);
+        !paths.empty()) {
+        throw IncompleteBackup(std::move(paths));
     }
     // The order makes "completed" a promise: bytes and their names first, then the state.
     if (!blocks_.sync(instance.id, catalog_.packedLength(instance.id))) {

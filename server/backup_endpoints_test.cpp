@@ -151,6 +151,44 @@ TEST_F(Backup, RepeatedRequestsChangeNothing) {
     EXPECT_EQ(everything(), before);
 }
 
+TEST_F(Backup, TheEndNamesWhatIsIncompleteAsFarAsOneAnswerGoes) {
+    struct Row {
+        const char* name;
+        size_t files;
+        size_t length;  // of each path
+        size_t named;
+    };
+    const Row rows[] = {
+        {"one", 1, 8, 1},
+        {"more than are named at once", 1500, 8, 1000},
+        {"long paths", 10, size_t{50} << 10U, 3},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string instance = std::string("i ") + row.name;
+        std::vector<Offer> files;
+        for (size_t i = 0; i < row.files; ++i) {
+            std::string path = std::to_string(i) + " ";
+            files.push_back({path.append(row.length - path.size(), 'x')});
+        }
+        offer(instance, files);
+        start(instance);
+        for (size_t left = row.files; left > 0; left -= std::min(left, row.named)) {
+            const auto refused =
+                post(endJobPath,
+                     json::serialize(json::object{{"jobinstanceid", instance}, {"endtime", ""}}));
+            ASSERT_EQ(refused.status, 409);
+            const json::object answer = refused.json();
+            const json::array& named = answer.at("incomplete").as_array();
+            ASSERT_EQ(named.size(), std::min(left, row.named));
+            for (const json::value& path : named) {
+                ASSERT_EQ(addError(instance, json::value_to<std::string>(path)), 200);
+            }
+        }
+        EXPECT_EQ(end(instance), 200);
+    }
+}
+
 TEST_F(Backup, UnderWayDuringAPowerCutNeverCompletes) {
     start("i1");
     put("i1", "a", "a");

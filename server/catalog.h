@@ -146,8 +146,10 @@ public:
     virtual void putFile(int64_t instance, std::string_view path, const StoredFile& file,
                          int64_t reserved) = 0;
     virtual void setBlocks(int64_t instance, std::string_view path, int64_t blocks) = 0;
-    // A path that is awaited or lacks blocks, and is not on the error list.
-    virtual std::optional<std::string> findIncomplete(int64_t instance) = 0;
+    // The paths that are awaited or lack blocks, and are not on the error list: at most `limit`,
+    // and no more than the one that brings their bytes to `bytes`.
+    virtual std::vector<std::string> listIncomplete(int64_t instance, size_t limit,
+                                                    size_t bytes) = 0;
 
     virtual void damageInstance(int64_t instance) = 0;
 

@@ -26,6 +26,16 @@ WebReply errorReply(int status, const std::string& why) {
     return reply;
 }
 
+// {"error": why, "incomplete": [path]}
+WebReply incompleteReply(const IncompleteBackup& error) {
+    WebReply reply;
+    reply.status = error.status();
+    reply.body = json::serialize(
+        json::object{{"error", error.what()},
+                     {"incomplete", json::array(error.paths().begin(), error.paths().end())}});
+    return reply;
+}
+
 WebReply faultReply(const WebRequest& request, const std::exception& error) {
     std::cerr << request.path + ": " + error.what() + "\n";
     return errorReply(503, "the storage is not available");
@@ -53,6 +63,8 @@ struct Dispatcher::Endpoint {
         WebReply reply;
         try {
             call(*session, reply);
+        } catch (const IncompleteBackup& error) {
+            reply = incompleteReply(error);
         } catch (const ServiceError& error) {
             reply = errorReply(error.status(), error.what());
         }

@@ -5,6 +5,8 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace dorvo {
 
@@ -16,6 +18,20 @@ public:
 
 private:
     int status_;
+};
+
+// A backup cannot be completed for want of files. The client, told which, can do without them.
+class IncompleteBackup : public ServiceError {
+public:
+    // At least one path.
+    explicit IncompleteBackup(std::vector<std::string> paths)
+        : ServiceError(409, "a file of the backup is incomplete: " + paths.front()),
+          paths_(std::move(paths)) {}
+
+    [[nodiscard]] const std::vector<std::string>& paths() const { return paths_; }
+
+private:
+    std::vector<std::string> paths_;
 };
 
 }  // namespace dorvo

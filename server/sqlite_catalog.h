@@ -60,7 +60,7 @@ public:
     void putFile(int64_t instance, std::string_view path, const StoredFile& file,
                  int64_t reserved) override;
     void setBlocks(int64_t instance, std::string_view path, int64_t blocks) override;
-    std::optional<std::string> findIncomplete(int64_t instance) override;
+    std::vector<std::string> listIncomplete(int64_t instance, size_t limit, size_t bytes) override;
     void damageInstance(int64_t instance) override;
     int64_t packedLength(int64_t instance) override;
 

@@ -123,10 +123,15 @@ void SqliteCatalog::setBlocks(int64_t instance, std::string_view path, int64_t b
     statements_->setBlocks.run(instance, Blob{path}, blocks);
 }
 
-std::optional<std::string> SqliteCatalog::findIncomplete(int64_t instance) {
+std::vector<std::string> SqliteCatalog::listIncomplete(int64_t instance, size_t limit,
+                                                       size_t bytes) {
     const std::lock_guard lock(mutex_);
-    auto rows = statements_->findIncomplete.query(instance);
-    return rows.next() ? std::optional<std::string>(rows.text(0)) : std::nullopt;
+    auto rows = statements_->listIncomplete.query(instance, static_cast<int64_t>(limit));
+    std::vector<std::string> paths;
+    for (size_t listed = 0; listed < bytes && rows.next(); listed += paths.back().size()) {
+        paths.emplace_back(rows.text(0));
+    }
+    return paths;
 }
 
 void SqliteCatalog::damageInstance(int64_t instance) {

@@ -77,12 +77,12 @@ struct SqliteCatalog::Statements {
     Statement putFile{db, "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10)"};
     Statement setReserved{db, "UPDATE instances SET reserved = ?2 WHERE id = ?1"};
     Statement setBlocks{db, "UPDATE files SET blocks = ?3 WHERE instance = ?1 AND path = ?2"};
-    Statement findIncomplete{
+    Statement listIncomplete{
         db,
         "SELECT path FROM files f WHERE instance = ?1"
         " AND NOT EXISTS"
         " (SELECT 1 FROM errors e WHERE e.instance = ?1 AND e.path = f.path) AND " +
-            incomplete + " LIMIT 1"};
+            incomplete + " LIMIT ?2"};
     Statement packedLength{db,
                            "SELECT coalesce(max(offset + size), 0) FROM files WHERE instance = ?1"
                            " AND container = ?1 AND size > 0 AND NOT " +

@@ -24,6 +24,10 @@ struct Failure {
     bool waitForServer = false;  // the option: a server that is not to be found may appear yet
 };
 
+constexpr uint32_t errorDiskFull = 112;
+constexpr uint32_t errorHandleDiskFull = 39;
+constexpr uint32_t errorQuotaExceeded = 1295;
+
 enum class FailureAction {
     leave,   // the job was asked to stop: neither recorded nor retried
     pause,   // park the run and resume it later
@@ -42,6 +46,16 @@ constexpr bool isTransient(const Failure& failure) {
            (failure.waitForServer && isServerMissing(failure.code));
 }
 
+constexpr bool isDiskFull(uint32_t code) {
+    return code == errorDiskFull || code == errorHandleDiskFull || code == errorQuotaExceeded;
+}
+
+// The service has understood, and says no: another try would be answered alike.
+constexpr bool isRefusal(uint32_t code) {
+    return code == withHttpMark(400) || code == withHttpMark(403) || code == withHttpMark(404) ||
+           code == withHttpMark(409);
+}
+
 // Whatever fails while the job is being stopped fails because of that.
 constexpr bool isCancelled(const Failure& failure) {
     return failure.stopping || failure.code == errorCancelled;
@@ -55,12 +69,23 @@ constexpr FailureAction itemFailure(const Failure& failure) {
     return isTransient(failure) ? FailureAction::pause : FailureAction::record;
 }
 
-// The run's list could not be made, or the storage could not be started or ended.
+// The run's list could not be made, or the storage could not be started. There is room again on a
+// full disk some day.
 constexpr FailureAction runFailure(const Failure& failure) {
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
-    return isTransient(failure) ? FailureAction::pause : FailureAction::fail;
+    return isTransient(failure) || isDiskFull(failure.code) ? FailureAction::pause
+                                                            : FailureAction::fail;
+}
+
+// The storage could not complete the run. All that was stored is dropped with a run that fails
+// here, so it takes a clear no.
+constexpr FailureAction endFailure(const Failure& failure) {
+    if (isCancelled(failure)) {
+        return FailureAction::leave;
+    }
+    return isRefusal(failure.code) ? FailureAction::fail : FailureAction::pause;
 }
 
 }  // namespace dorvo

@@ -248,9 +248,8 @@ int TransferJob::complete() {
     failure.stopping = false;  // a pending stop is seen to afterwards
     notify_error(code);
     errorNotified_ = true;
-    // An end that was broken off has not been refused: the resumed run ends again.
-    const FailureAction action = runFailure(failure);
-    if (action == FailureAction::pause || action == FailureAction::leave) {
+    // What was broken off or went wrong has not been refused: the resumed run ends again.
+    if (endFailure(failure) != FailureAction::fail) {
         retry_ = true;
         return number(JobState::paused);
     }

@@ -115,6 +115,29 @@ bool readIncrementAnswer(const Value& answer, std::vector<std::string>& paths) {
     return true;
 }
 
+std::vector<std::string> readIncomplete(const std::string& body) {
+    std::vector<std::string> paths;
+    Value refusal;
+    try {
+        json_spirit::read_or_throw(body, refusal);
+    } catch (const json_spirit::Error_position&) {
+        return paths;
+    }
+    if (refusal.type() != json_spirit::obj_type) {
+        return paths;
+    }
+    const auto named = refusal.get_obj().find("incomplete");
+    if (named == refusal.get_obj().end() || named->second.type() != json_spirit::array_type) {
+        return paths;
+    }
+    for (const Value& path : named->second.get_array()) {
+        if (path.type() == json_spirit::str_type && !path.get_str().empty()) {
+            paths.push_back(path.get_str());
+        }
+    }
+    return paths;
+}
+
 std::string withoutTrailingBackslash(std::string path) {
     if (path.size() > 1 && path.back() == '\\') {
         path.pop_back();

@@ -74,6 +74,9 @@ json_spirit::Value incrementCheckBody(const std::string& definitionId,
 // The paths that the service wants. False when the answer is not of its shape.
 bool readIncrementAnswer(const json_spirit::Value& answer, std::vector<std::string>& paths);
 
+// The paths that keep the service from ending a run, as far as its refusal names any.
+std::vector<std::string> readIncomplete(const std::string& body);
+
 // A path as the service knows it.
 std::string withoutTrailingBackslash(std::string path);
 

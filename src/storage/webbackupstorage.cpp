@@ -1,11 +1,15 @@
 #include "storage/webbackupstorage.h"
 
 #include <algorithm>
+#include <set>
 
+#include "base/http_error.h"
+#include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/read_handle_streambuf.h"
+#include "base/text.h"
 #include "base/uuid.h"
 #include "http_util/command_to_server.h"
 #include "storage/itemtemppath.h"
@@ -15,6 +19,11 @@
 
 namespace dorvo {
 namespace {
+
+constexpr DWORD conflict = withHttpMark(409);
+// An answer names a thousand files that the service lacks. One that lacks more than this holds no
+// backup any more.
+constexpr int maxEndRounds = 100;
 
 std::string instanceText(const JobActivity* activity) {
     if (activity == nullptr || !activity->hasInstance()) {
@@ -104,12 +113,49 @@ bool WebBackupStorage::submit_errors() {
 bool WebBackupStorage::end() {
     FunctionTrace trace("WebBackupStorage::end", "webbackupstorage.cpp");
     beginFinish();
-    if (!submit_errors()) {
+    for (int round = 1;; ++round) {
+        if (!submit_errors()) {
+            return false;
+        }
+        Command_To_Server<End_Job_Request, Response_T<std::string>> command(
+            "End Job", {session_.cookie(), instanceId_, wire_time(utcTimeNow())});
+        if (exchange(command, "end job", job())) {
+            return true;
+        }
+        if (GetLastError() != conflict || round == maxEndRounds ||
+            !recordIncomplete(command.response().body())) {
+            return false;
+        }
+    }
+}
+
+// Puts the files that the service lacks on the list of failed items: a backup is not dropped for
+// their sake. False, with the last error kept or that of the list, when none of them is new there,
+// so that the service is not asked for ever.
+bool WebBackupStorage::recordIncomplete(const std::string& answer) {
+    LastErrorGuard keep;
+    if (run_.failed == nullptr) {
         return false;
     }
-    Command_To_Server<End_Job_Request, Response_T<std::string>> command(
-        "End Job", {session_.cookie(), instanceId_, wire_time(utcTimeNow())});
-    return exchange(command, "end job", job());
+    std::set<std::string> known;
+    for (const FailedItem& item : run_.failed->list()) {
+        known.insert(item.path);
+    }
+    bool more = false;
+    for (const std::string& named : readIncomplete(answer)) {
+        const std::wstring wide = toWide(named);
+        const std::string path = toUtf8(wide);  // as the list keeps it, whatever came
+        if (!known.insert(path).second) {
+            continue;
+        }
+        log(LogLevel::error, "The service does not hold all of file {%s}.\n", path.c_str());
+        if (!recordError(wide.c_str(), conflict, "the service does not hold all of it")) {
+            keep.set(GetLastError());
+            return false;
+        }
+        more = true;
+    }
+    return more;
 }
 
 bool WebBackupStorage::cancel() {

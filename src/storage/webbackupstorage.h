@@ -56,6 +56,7 @@ private:
     bool upload_file_info(const Item& item);
     bool upload_file_data(const Item& item, const std::byte* data, DWORD length);
     bool submit_errors();
+    bool recordIncomplete(const std::string& answer);
     bool store(const Item& item);
     bool encode(const Item& item);
     bool claimPackage(const Item& item, uint64_t size);

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 
 #include "base/handle.h"
@@ -46,8 +48,9 @@ std::string blockOf(const Seen& seen) {
 class WebBackupStorageTest : public test::StoreTest {
 protected:
     WebBackupStorageTest()
-        : service_(
-              [this](const Seen& seen) { return Answer{status_ ? status_(seen) : "200 OK"}; }) {
+        : service_([this](const Seen& seen) {
+              return reply_ ? reply_(seen) : Answer{status_ ? status_(seen) : "200 OK"};
+          }) {
         record_.reset(static_cast<int32_t>(JobState::running), true);
         record_.instanceId.fill(0x11);
         std::wstring directory;
@@ -121,6 +124,7 @@ protected:
     test::Signal stop_;
     std::unique_ptr<FailedItems> failed_;
     std::function<const char*(const Seen&)> status_;
+    std::function<Answer(const Seen&)> reply_;  // where more than a status is told
     test::ScriptedService service_;
 };
 
@@ -259,6 +263,57 @@ TEST_F(WebBackupStorageTest, BlocksThatCannotBeWrittenDownAreSentAllTheSame) {
     EXPECT_TRUE(backup(*makeStorage(), makeSource(size_t{2} * uploadBlockSize)));
     EXPECT_EQ(blocks(), (Names{"1", "2"}));
     EXPECT_EQ(record_.acceptedBlocks, 0u);
+}
+
+TEST_F(WebBackupStorageTest, WhatTheServiceLacksAtTheEndBecomesFailedItems) {
+    struct Row {
+        const char* name;
+        std::vector<std::string> refusals;  // to one end after the other, the last for ever
+        DWORD error;
+        Names failed;
+        size_t ends;
+    };
+    const std::string a = R"({"error":"","incomplete":["C:\\a"]})";
+    const std::string more = R"({"incomplete":["C:\\a","C:\\b\u00e4",7,""]})";
+    const Row rows[] = {
+        {"named at once", {more, ""}, 0, {"C:\\a", "C:\\b\u00e4"}, 2},
+        {"named one after the other", {a, more, ""}, 0, {"C:\\a", "C:\\b\u00e4"}, 3},
+        {"named in spite of being on the list", {a}, 0x20010199, {"C:\\a"}, 2},
+        {"names no text at all", {"{\"incomplete\":[\"\xff\"]}"}, 0x20010199, {"\uFFFD"}, 2},
+        {"nothing named", {"{}"}, 0x20010199, {}, 1},
+        {"no list", {R"({"incomplete":"C:\\a"})"}, 0x20010199, {}, 1},
+        {"no answer of ours", {"<html>"}, 0x20010199, {}, 1},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        failed_->clear();
+        service_.forget();
+        size_t ends = 0;
+        reply_ = [&](const Seen& seen) {
+            if (seen.endpoint != "endjob") {
+                return Answer{"200 OK"};
+            }
+            const std::string& body = row.refusals[std::min(ends, row.refusals.size() - 1)];
+            ++ends;
+            return body.empty() ? Answer{"200 OK"} : Answer{"409 Conflict", body};
+        };
+        const auto storage = makeStorage();
+        const test::LogCapture quiet;
+        SetLastError(0);
+        EXPECT_EQ(storage->end(), row.error == 0);
+        EXPECT_EQ(row.error == 0 ? 0 : GetLastError(), row.error);
+        EXPECT_EQ(ends, row.ends);
+        Names failed;
+        for (const FailedItem& item : failed_->list()) {
+            failed.push_back(item.path);
+        }
+        EXPECT_EQ(failed, row.failed);
+        for (const Seen& seen : service_.seen()) {
+            if (row.error == 0 && seen.endpoint == "AddErrorFiles") {
+                EXPECT_NE(seen.body.find("C:\\\\a"), std::string::npos);
+            }
+        }
+    }
 }
 
 TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {
