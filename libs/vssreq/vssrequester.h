@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,6 +58,19 @@ public:
     int volumeCount() const;
     // Index below volumeCount(); the reference lasts until the next start or end.
     const SnapshotVolume& volume(int index) const;
+    // Whether an error of startBackup or makeSnapshot says that the service is busy, with another
+    // snapshot or with holding writes: another try may succeed.
+    static constexpr bool isBusy(DWORD error) {
+        constexpr DWORD codes[] = {
+            0x80042313,  // flushing writes took too long
+            0x80042314,  // holding writes took too long
+            0x80042316,  // another snapshot set is being made
+            0x80042328,  // the file systems' transactions took too long
+            0x800423F2,  // a writer took too long
+            0x800423F3,  // a writer says that another try may succeed
+        };
+        return std::find(std::begin(codes), std::end(codes), error) != std::end(codes);
+    }
     // The service's call that failed last, for a log line; empty before.
     const char* step() const;
 

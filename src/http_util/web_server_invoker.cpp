@@ -19,7 +19,7 @@ namespace dorvo {
 namespace {
 
 // Of an answer other than 200 only the beginning is of interest.
-constexpr size_t errorTextLimit = size_t{64} * 1024;
+constexpr size_t errorTextLimit = size_t{1024} * 1024;
 
 // A server that moves a page does so once or twice. One that sends every request on, as the gate of
 // a guests' network does, is asked ever more rarely.

@@ -157,7 +157,7 @@ TEST_F(WebServerInvoker, DoesNotReadAnErrorAnswerWithoutEnd) {
     });
     EXPECT_EQ(invoker.run(greet), 0);
     EXPECT_EQ(greet.response().status(), 503);
-    EXPECT_EQ(greet.response().error_text().size(), 65536u);
+    EXPECT_EQ(greet.response().error_text().size(), 1048576u);
     EXPECT_EQ(invoker.invoker()->state(), 1);
     EXPECT_EQ(server->connections(), 1);
 }

@@ -1,11 +1,21 @@
 #include "job/backupitems.h"
 
 #include "base/last_error.h"
+#include "base/log.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
+#include "job/source/snapshotroot.h"
 #include "job/source/volumemap.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {
+namespace {
+
+// Below this a disk counts as full. With more, a package that did not fit is too large for it, and
+// waiting for room would hold up all the others.
+constexpr uint64_t fullDiskRoom = uint64_t{1} << 30;
+
+}  // namespace
 
 BackupItems::BackupItems(BackupJob& job, JobActivitySourceReader& reader)
     : TransferItems(job, reader,
@@ -37,6 +47,24 @@ bool BackupItems::transfer(const Item& item) {
         }
     }
     return stored;
+}
+
+bool BackupItems::passes(const Item& item, DWORD code) {
+    if (isDiskFull(code)) {
+        return isDiskOfPackagesFull();
+    }
+    return !item.directory && volume_ != nullptr && !isHttpStatus(code) &&
+           !isSnapshotThere(*volume_);
+}
+
+bool BackupItems::isDiskOfPackagesFull() {
+    if (job_.roomAt(temporary_).value_or(0) >= fullDiskRoom) {
+        reason_ = "its package does not fit on the disk";
+        return false;
+    }
+    log(LogLevel::error, "The disk of {%s} is full, job {%s} waits for room.\n",
+        toUtf8(temporary_).c_str(), job_.definition().id().c_str());
+    return true;
 }
 
 std::wstring BackupItems::readFrom(const std::wstring& path) const {

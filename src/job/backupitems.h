@@ -14,7 +14,9 @@ public:
 
 private:
     bool transfer(const Item& item) override;
+    bool passes(const Item& item, DWORD code) override;
     void enterVolume(const std::wstring& path) override;
+    bool isDiskOfPackagesFull();
     std::wstring readFrom(const std::wstring& path) const;
 
     BackupJob& job_;

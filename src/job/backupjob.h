@@ -25,6 +25,7 @@ public:
         std::function<bool()> snapshotsEnabled;
         WaitForServer waitForServer;
         std::function<std::unique_ptr<VSSRequester>()> snapshots;
+        DWORD snapshotRetryMs = 10'000;  // from one try at a busy snapshot service to the next
         // Null, with the last error, when there can be none.
         std::function<std::unique_ptr<IncrementCheck>()> incrementCheck;
         // Both borrowed; null for those of the process.

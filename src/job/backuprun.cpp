@@ -15,6 +15,7 @@
 #include "job/source/exclusionlist.h"
 #include "job/source/filterpolicyfactory.h"
 #include "job/source/jobactsrcgenerator.h"
+#include "job/source/snapshotroot.h"
 #include "job/source/sourceclassifier.h"
 #include "job/source/speedcalc.h"
 #include "job/source/volumemap.h"
@@ -25,6 +26,9 @@ namespace {
 
 constexpr const char* brokenNameText =
     "the name is not valid Unicode, so that it could not be told from others: rename it";
+
+// Ten minutes, with the usual time between them.
+constexpr int snapshotTries = 60;
 
 // COM for the length of a run.
 class ComApartment {
@@ -138,7 +142,7 @@ void BackupRun::findLostVolumes() {
 }
 
 bool BackupRun::prepare() {
-    if (!makeSnapshots() || !makeList()) {
+    if ((resumed_ && !speakFirst()) || !makeSnapshots() || !makeList()) {
         return false;
     }
     if (!reader_.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
@@ -152,27 +156,16 @@ bool BackupRun::prepare() {
     return startStorage("Start to backing up files.\n");
 }
 
+// A run that goes on makes sure of its storage before it takes snapshots: it may have failed for
+// the storage's sake, and would take new ones of every volume at each try of a night without
+// network.
+bool BackupRun::speakFirst() {
+    return listed_ ? openStorage() : makeCheck();
+}
+
 bool BackupRun::makeSnapshots() {
-    if (job_.services_.snapshotsEnabled()) {
-        {
-            std::lock_guard guard(job_.snapshotLock_);
-            job_.snapshots_ = job_.services_.snapshots();
-        }
-        std::vector<std::wstring> paths;
-        for (const auto& [path, volume] : job_.volumes_) {
-            paths.push_back(path);
-        }
-        // A stop that came before the requester was there has told nobody.
-        if (!carryOn()) {
-            return false;
-        }
-        if (!job_.snapshots_->startBackup(paths.empty() ? nullptr : &paths, VSSRequester::copy,
-                                          true)) {
-            LastErrorGuard keep;
-            log(LogLevel::error, "Failed to start snapshot, %d, %m.\n",
-                static_cast<int>(keep.error()));
-            return carryOn() && fail(keep.error());
-        }
+    if (job_.services_.snapshotsEnabled() && !isAtEndOfList() && !takeSnapshots()) {
+        return false;
     }
     log(LogLevel::debug, "Volume snapshot created.\n");
     copySnapshots();
@@ -184,6 +177,46 @@ bool BackupRun::makeSnapshots() {
         volume->save(job_.definition().id().c_str());
     }
     return carryOn();
+}
+
+bool BackupRun::takeSnapshots() {
+    {
+        std::lock_guard guard(job_.snapshotLock_);
+        job_.snapshots_ = job_.services_.snapshots();
+    }
+    std::vector<std::wstring> paths;
+    for (const auto& [path, volume] : job_.volumes_) {
+        paths.push_back(path);
+    }
+    // A stop that came before the requester was there has told nobody.
+    if (!carryOn()) {
+        return false;
+    }
+    if (!startSnapshots(paths)) {
+        LastErrorGuard keep;
+        log(LogLevel::error, "Failed to start snapshot, %d, %m.\n", static_cast<int>(keep.error()));
+        return carryOn() && fail(keep.error());
+    }
+    return true;
+}
+
+bool BackupRun::startSnapshots(const std::vector<std::wstring>& volumes) {
+    for (int tries = 1;; ++tries) {
+        if (job_.snapshots_->startBackup(volumes.empty() ? nullptr : &volumes, VSSRequester::copy,
+                                         true)) {
+            return true;
+        }
+        const LastErrorGuard keep;
+        if (!VSSRequester::isBusy(keep.error()) || tries == snapshotTries) {
+            return false;
+        }
+        log(LogLevel::information, "The snapshot service is busy, error-code = %d.\n",
+            static_cast<int>(keep.error()));
+        if (WaitForSingleObject(job_.stopEvent(), job_.services_.snapshotRetryMs) ==
+            WAIT_OBJECT_0) {
+            return false;
+        }
+    }
 }
 
 void BackupRun::copySnapshots() {
@@ -210,15 +243,32 @@ bool BackupRun::makeList() {
     }
     job_.atStorage_ = true;
     log(LogLevel::debug, "Generating source list.\n");
+    if (!check_ && !makeCheck()) {
+        return false;
+    }
     if (!generateList()) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to generator the job activity source, %d, %m.\n",
-            static_cast<int>(keep.error()));
-        log(LogLevel::error, "Start job failed.\n");
-        return failOrPause(keep.error());
+        return snapshotLost_ ? pause(GetLastError()) : listFailed();
     }
     log(LogLevel::debug, "Source list generated.\n");
     return true;
+}
+
+bool BackupRun::makeCheck() {
+    check_ = job_.services_.incrementCheck();
+    return check_ || listFailed();
+}
+
+bool BackupRun::listFailed() {
+    LastErrorGuard keep;
+    log(LogLevel::error, "Failed to generator the job activity source, %d, %m.\n",
+        static_cast<int>(keep.error()));
+    log(LogLevel::error, "Start job failed.\n");
+    return failOrPause(keep.error());
+}
+
+bool BackupRun::areSnapshotsThere() const {
+    return std::all_of(job_.volumes_.begin(), job_.volumes_.end(),
+                       [](const auto& entry) { return isSnapshotThere(*entry.second); });
 }
 
 bool BackupRun::generateList() {
@@ -229,16 +279,12 @@ bool BackupRun::generateList() {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
-    const std::unique_ptr<IncrementCheck> check = job_.services_.incrementCheck();
-    if (!check) {
-        return false;
-    }
     const interrupter stop(job_.stopEvent());
     bool recorded = true;
     JobActivitySourceGenerator::Options options;
     options.filter = filter.get();
     options.excluded = ExcludedPaths(ExclusionList(), job_.definition().id());
-    options.check = check.get();
+    options.check = check_.get();
     options.stop = &stop;
     options.failedItem = [&](const std::wstring& path, DWORD error) {
         const char* const reason = error == ERROR_NO_UNICODE_TRANSLATION ? brokenNameText : "";
@@ -258,6 +304,12 @@ bool BackupRun::generateList() {
     }
     if (!recorded) {
         SetLastError(ERROR_WRITE_FAULT);
+        return false;
+    }
+    // What could not be walked for want of a snapshot is not missing in the source.
+    if (!areSnapshotsThere()) {
+        snapshotLost_ = true;
+        SetLastError(ERROR_DEV_NOT_EXIST);
         return false;
     }
     notes_->save();

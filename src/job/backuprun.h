@@ -2,6 +2,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "job/backupjob.h"
 #include "job/backupnotes.h"
@@ -21,15 +23,23 @@ private:
 
     void loadVolumes();
     bool prepare();
+    bool speakFirst();
     bool makeSnapshots();
+    bool takeSnapshots();
+    bool startSnapshots(const std::vector<std::wstring>& volumes);
     void copySnapshots();
     bool makeList();
+    bool makeCheck();
+    bool listFailed();
     bool generateList();
+    bool areSnapshotsThere() const;
     bool hasVolume(const std::wstring& source) const;
     void findLostVolumes();
 
     BackupJob& job_;
-    std::unique_ptr<BackupNotes> notes_;  // from the loading of the volumes on
+    std::unique_ptr<BackupNotes> notes_;     // from the loading of the volumes on
+    std::unique_ptr<IncrementCheck> check_;  // once there is one
+    bool snapshotLost_ = false;              // while the list was being made
 };
 
 }  // namespace dorvo

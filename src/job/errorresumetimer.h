@@ -16,11 +16,13 @@ namespace dorvo {
 
 class ErrorResumeTimer final : public Timeout_Handler {
 public:
-    static constexpr uint64_t delayMs = 30'000;
+    static constexpr uint64_t firstDelayMs = 30'000;
 
     explicit ErrorResumeTimer(std::string jobId) : jobId_(std::move(jobId)) {}
     ~ErrorResumeTimer() override;
 
+    // The delay from the next start of it on, instead of the first.
+    void delay(uint64_t milliseconds) { delayMs_ = milliseconds; }
     // Starts the delay. False, with a log line and the thread's last error, when the dispatcher
     // could not be told; the timer then fires when something else wakes it.
     bool arm();
@@ -29,6 +31,7 @@ public:
 
 private:
     std::string jobId_;
+    uint64_t delayMs_ = firstDelayMs;
 };
 
 }  // namespace dorvo

@@ -294,7 +294,7 @@ void Job::keepPaused() {
     resumeTimer_.reset();
 }
 
-bool Job::armResume() {
+bool Job::armResume(uint64_t delayMs) {
     std::lock_guard guard(resumeLock_);
     if (closing_ || activity_.get() == nullptr || activity_->pausedManually != 0) {
         return false;
@@ -302,6 +302,7 @@ bool Job::armResume() {
     if (!resumeTimer_) {
         resumeTimer_ = std::make_unique<ErrorResumeTimer>(definition_->id());
     }
+    resumeTimer_->delay(delayMs);
     return resumeTimer_->arm();
 }
 

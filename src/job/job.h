@@ -127,8 +127,8 @@ protected:
     void dumpState(std::ostream& os, int32_t state) const;
     static void toDateTime(const FILETIME& time, int& date, int& timeOfDay);
 
-    // Resumes the job in 30 seconds, unless the user has paused it. Any thread.
-    bool armResume();
+    // Resumes the job after the time, unless the user has paused it. Any thread.
+    bool armResume(uint64_t delayMs = ErrorResumeTimer::firstDelayMs);
     void disarmResume();
 
     // Signalled (manual reset) while a stop or pause is wanted: for the interrupter of long

@@ -1,11 +1,14 @@
 #include "job/restoreitems.h"
 
+#include <algorithm>
+
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "base/volume_root.h"
 #include "job/activity/sourcerecord.h"
 #include "job/restorepathlinks.h"
+#include "storage/itemtemppath.h"
 #include "storage/restoretarget.h"
 
 namespace dorvo {
@@ -13,6 +16,8 @@ namespace {
 
 // How often another name is looked for when the chosen one was taken meanwhile.
 constexpr int renameTries = 16;
+// What a disk takes for itself when a file is made.
+constexpr uint64_t spareRoom = uint64_t{16} << 20;
 
 std::wstring withoutTrailing(std::wstring path) {
     path.erase(path.find_last_not_of(L"\\/") + 1);
@@ -115,6 +120,25 @@ bool RestoreItems::restoreFile(const Item& item) {
 
 bool RestoreItems::leaveOut(const Item& item) {
     record_.unchangedSize += uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+    return true;
+}
+
+// With room for the item on both disks it is too large for something else: the file system, say.
+bool RestoreItems::passes(const Item& item, DWORD code) {
+    std::wstring target;
+    if (!isDiskFull(code) || !policy_->targetPath(item.path.c_str(), true, target)) {
+        return false;
+    }
+    const uint64_t size = uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+    const uint64_t package =
+        record_.packageSize - std::min(record_.packageSize, record_.fileOffset);
+    const std::wstring temporary = itemTempFolder(job_.definition().id());
+    if (job_.roomAt(target).value_or(0) >= size + spareRoom &&
+        job_.roomAt(temporary).value_or(0) >= package + spareRoom) {
+        return false;
+    }
+    log(LogLevel::error, "The disk of {%s} or of {%s} is full, job {%s} waits for room.\n",
+        toUtf8(target).c_str(), toUtf8(temporary).c_str(), job_.definition().id().c_str());
     return true;
 }
 

@@ -18,6 +18,7 @@ public:
 
 private:
     bool transfer(const Item& item) override;
+    bool passes(const Item& item, DWORD code) override;
     bool allThrough() override;
 
     // Where the item would go if nothing were there. False, with the last error and reason_ set,

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,7 +51,15 @@ struct Script {
     std::function<void(const std::string& name)> onItem;
     std::function<void()> onRecord;
     std::function<void()> onList;
-    size_t listed = 0;  // how often a list was asked for
+    size_t listed = 0;           // how often a list was asked for
+    std::deque<DWORD> check;     // for an increment check
+    std::deque<DWORD> snapshot;  // to a snapshot of all volumes, which is a call, too
+    std::function<void()> onSnapshot;
+    // Where the snapshots of volumes are; others can have none. Empty: each where the volume is.
+    std::map<std::wstring, std::wstring> shadows;
+    std::function<void()> onRun;             // before anything else of a run
+    std::function<void(int end)> onCleanup;  // at its end
+    uint64_t room = uint64_t{1} << 40;       // on every disk, bytes
     bool noStorage = false;
     std::vector<RestoreCatalog::Item> catalog;
 
@@ -210,6 +219,8 @@ private:
 
 class FakeSnapshots : public SnapshotProvider {
 public:
+    explicit FakeSnapshots(Script& script) : script_(script) {}
+
     HRESULT begin(int, HANDLE) override { return S_OK; }
     HRESULT supports(const std::wstring& volume, bool& supported) override {
         supported = volume != unsupported;
@@ -217,11 +228,20 @@ public:
     }
     HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE) override {
         volumes_ = volumes;
-        return S_OK;
+        if (script_.onSnapshot) {
+            script_.onSnapshot();
+        }
+        return script_.note("snapshot", script_.snapshot) ? S_OK
+                                                          : static_cast<HRESULT>(GetLastError());
     }
     HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE) override {
         for (const std::wstring& volume : volumes_) {
-            made.push_back({volume, {}, {}, L"\\\\?\\" + volume, 1});
+            const auto found = script_.shadows.find(volume);
+            if (found != script_.shadows.end()) {
+                made.push_back({volume, {}, {}, found->second, 1});
+            } else if (script_.shadows.empty()) {
+                made.push_back({volume, {}, {}, L"\\\\?\\" + volume, 1});
+            }
         }
         return S_OK;
     }
@@ -231,6 +251,7 @@ public:
     std::wstring unsupported;
 
 private:
+    Script& script_;
     std::vector<std::wstring> volumes_;
 };
 
@@ -243,6 +264,7 @@ public:
         : Job(std::forward<Arguments>(arguments)...), script_(script) {}
     ~Scripted() override { this->shutdown(); }
 
+    using Job::emit;
     using Job::instanceText;
     using Job::stopEvent;
     JobActivity& record() { return *this->activity().get(); }
@@ -279,6 +301,20 @@ public:
     }
 
 protected:
+    unsigned long run() override {
+        if (script_.onRun) {
+            script_.onRun();
+        }
+        return Job::run();
+    }
+    int cleanup(int endCode) override {
+        if (script_.onCleanup) {
+            script_.onCleanup(endCode);
+        }
+        return Job::cleanup(endCode);
+    }
+    std::optional<uint64_t> roomAt(const std::wstring&) const override { return script_.room; }
+
     template <class Storage, class Interface>
     std::unique_ptr<Interface> make() {
         if (script_.noStorage) {
@@ -359,11 +395,17 @@ protected:
         services.snapshotsEnabled = [this] { return snapshots_; };
         services.waitForServer = [this] { return waitForServer_; };
         services.snapshots = [this] {
-            auto provider = std::make_unique<FakeSnapshots>();
+            auto provider = std::make_unique<FakeSnapshots>(script_);
             provider->unsupported = unsupported_;
             return std::make_unique<VSSRequester>(std::move(provider));
         };
-        services.incrementCheck = [this] { return std::make_unique<ScriptedCheck>(script_); };
+        services.snapshotRetryMs = snapshotRetryMs_;
+        services.incrementCheck = [this]() -> std::unique_ptr<IncrementCheck> {
+            if (!Script::answer(script_.check)) {
+                return nullptr;
+            }
+            return std::make_unique<ScriptedCheck>(script_);
+        };
         return std::make_unique<ScriptedBackup>(script_, std::move(definition),
                                                 std::move(services));
     }
@@ -393,6 +435,7 @@ protected:
     std::wstring prefix_ = L"C:\\sources\\";  // of restores
     bool snapshots_ = false;
     std::wstring unsupported_;  // the volume that can have no snapshot
+    DWORD snapshotRetryMs_ = 0;
     bool waitForServer_ = false;
 };
 

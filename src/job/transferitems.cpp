@@ -124,9 +124,12 @@ TransferItems::Step TransferItems::item(bool directory) {
 TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long code) {
     switch (itemFailure(job_.failureOf(code))) {
         case FailureAction::leave: return Step::brokenOff;
-        case FailureAction::pause: job_.pauseForRetry(code); return Step::ended;
+        case FailureAction::pause: return pause(code);
         case FailureAction::record:
         case FailureAction::fail: break;
+    }
+    if (passes(item, code)) {
+        return pause(code);
     }
     const auto marked = static_cast<uint32_t>(code);
     if (reason_.empty() && isHttpStatus(marked)) {
@@ -136,9 +139,14 @@ TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long co
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to record the failed item {%s}, error-code = %d, %m.\n",
             toUtf8(item.path).c_str(), static_cast<int>(keep.error()));
-        return fail(keep.error());
+        return isDiskFull(keep.error()) ? pause(keep.error()) : fail(keep.error());
     }
     return Step::next;
+}
+
+TransferItems::Step TransferItems::pause(unsigned long code) {
+    job_.pauseForRetry(code);
+    return Step::ended;
 }
 
 TransferItems::Step TransferItems::damaged() {

@@ -45,6 +45,9 @@ protected:
     // enough.
     virtual bool transfer(const Item& item) = 0;
     virtual void enterVolume(const std::wstring&) {}
+    // Whether the item failed for something that is none of its own and passes: the run parks
+    // itself then, and comes back to the item. Called where it would be written down as failed.
+    virtual bool passes(const Item&, DWORD) { return false; }
     // All items are through. False when the run has to leave before it can be completed.
     virtual bool allThrough() { return true; }
 
@@ -60,6 +63,7 @@ private:
     Step volume();
     Step item(bool directory);
     Step itemFailed(const Item& item, unsigned long code);
+    Step pause(unsigned long code);
     Step damaged();
     Step fail(unsigned long code);
 

@@ -5,6 +5,7 @@
 #include <exception>
 #include <limits>
 
+#include "base/disk_room.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
@@ -162,6 +163,9 @@ unsigned long TransferJob::carryOut() {
     closeStorage();
     totals_ = {};
     forgetRun();
+    if (activity()->resuming == 0) {
+        backoff_.reset();
+    }
     const bool cancelOnly = cancelOnly_.exchange(false);
     activity()->state = number(cancelOnly ? JobState::canceling : JobState::starting);
     activity()->pausedManually = 0;
@@ -222,8 +226,22 @@ void TransferJob::finish(int endCode) {
     }
     notify_state(endCode);
     if (endCode == number(JobState::paused) && retry_) {
-        armResume();
+        resumeLater();
     }
+}
+
+void TransferJob::resumeLater() {
+    const JobActivity& record = *activity().get();
+    const uint64_t waitMs = backoff_.afterFailureAt(
+        {record.totalSize, record.sourcePosition, record.acceptedBlocks, record.fileOffset});
+    if (armResume(waitMs)) {
+        log(LogLevel::information, "Job {%s} tries again in %Q seconds.\n",
+            definition().id().c_str(), waitMs / 1000);
+    }
+}
+
+std::optional<uint64_t> TransferJob::roomAt(const std::wstring& folder) const {
+    return diskRoom(folder);
 }
 
 int TransferJob::cleanup(int endCode) {

@@ -1,19 +1,22 @@
 // A job that moves items between this machine and a storage back end: what a backup and a restore
 // have in common.
 //
-// A run that loses its network parks itself and resumes 30 seconds later at the item that failed.
-// Items that fail for good are written down, and the run goes on. A run that a crash has cut off is
-// taken up by init(). Commands come on any thread; what a run works with belongs to its thread.
+// A run that loses its network, or has no room left on a disk, parks itself and resumes later at
+// the item that failed: 30 seconds at first, minutes when it comes no further. Items that fail for
+// good are written down, and the run goes on. A run that a crash has cut off is taken up by init().
+// Commands come on any thread; what a run works with belongs to its thread.
 #pragma once
 
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "job/activity/jobhistoryinfo.h"
 #include "job/job.h"
+#include "job/resumebackoff.h"
 #include "job/storagefactory.h"
 #include "job/transferfailure.h"
 #include "storage/faileditems.h"
@@ -56,6 +59,9 @@ protected:
     // thread, under the lock that orders commands.
     virtual void stopAsked() {}
 
+    // Bytes that still fit where the folder is; nothing when the system does not say.
+    virtual std::optional<uint64_t> roomAt(const std::wstring& folder) const;
+
     // The run's storage. Each is false with the last error. Opening makes it; dropping makes it
     // where there is none yet.
     virtual bool openStorage() = 0;
@@ -94,6 +100,7 @@ private:
     void finish(int endCode);
     int complete();
     void drop(int endCode);
+    void resumeLater();
     void logRetry(const char* verb, unsigned long code) const;
     bool requestStop();
     bool cancelPausedRun();
@@ -108,6 +115,7 @@ private:
     // The work thread's.
     std::unique_ptr<JobHistoryInfo> history_;
     std::unique_ptr<FailedItems> failed_;
+    ResumeBackoff backoff_;
     bool retry_ = false;          // the run ends because of something that passes
     bool errorNotified_ = false;  // observers know of runError_
 };

@@ -290,10 +290,82 @@ TYPED_TEST(TransferJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
         EXPECT_EQ(job->state(), paused);
         EXPECT_EQ(script.count("cancel"), 0u);
         script.calls.clear();
+        script.start = {WSAECONNREFUSED};
+        this->run(*job);
+        EXPECT_EQ(job->state(), paused) << "nor is it dropped before it comes to its end again";
         this->run(*job);
         EXPECT_EQ(job->state(), completed);
-        EXPECT_EQ(script.calls, (Names{"start", "end"})) << "nothing is sent again";
+        EXPECT_EQ(script.calls, (Names{"start", "start", "end"})) << "nothing is sent again";
     }
+}
+
+TYPED_TEST(TransferJobTest, WaitsLongerWhileItComesNoFurther) {
+    Script& script = this->script_;
+    script.start = {0, WSAECONNRESET, WSAECONNRESET, 0, 0, 0};
+    script.items["b"] = {WSAECONNRESET, WSAECONNRESET, 0};
+    script.items["c"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    for (const char* seconds : {"30", "60", "120", "240", "30"}) {
+        const LogCapture capture;
+        this->run(*job);
+        ASSERT_EQ(job->state(), paused);
+        EXPECT_TRUE(capture.has("Job {j1} tries again in " + std::string(seconds) + " seconds.\n"))
+            << seconds;
+    }
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+}
+
+TYPED_TEST(TransferJobTest, AFullDiskParksTheRunUntilThereIsRoom) {
+    struct Row {
+        const char* name;
+        DWORD item;
+        DWORD record;  // what recording the failed item ends in
+        uint64_t room;
+        int32_t state;
+    };
+    const Row rows[] = {
+        {"full", ERROR_DISK_FULL, 0, 1000, paused},
+        {"full, as a handle says", ERROR_HANDLE_DISK_FULL, 0, 1000, paused},
+        {"the item alone does not fit", ERROR_DISK_FULL, 0, uint64_t{1} << 40, completed},
+        {"another error", ERROR_ACCESS_DENIED, 0, 1000, completed},
+        {"no room for the failed item", ERROR_ACCESS_DENIED, ERROR_DISK_FULL, 1000, paused},
+        {"the failed item cannot be kept", ERROR_ACCESS_DENIED, ERROR_CRC, 1000, failed},
+    };
+    Script& script = this->script_;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.room = row.room;
+        script.items["b"] = {row.item};
+        script.record = {row.record};
+        const auto job = this->makeJob();
+        const LogCapture quiet;
+        this->run(*job);
+        EXPECT_EQ(job->state(), row.state);
+        if (row.state == paused) {
+            EXPECT_EQ(job->record().endError, row.record != 0 ? row.record : row.item);
+            this->run(*job);
+            EXPECT_EQ(job->state(), completed);
+            EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "b", "c"}));
+        }
+        EXPECT_EQ(job->errors().size(), row.state == completed ? 1u : 0u);
+    }
+}
+
+TYPED_TEST(TransferJobTest, AStopThatComesWhileAPausedRunWindsDownEndsIt) {
+    Script& script = this->script_;
+    script.items["b"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    script.onCleanup = [&](int end) {
+        if (end == paused) {
+            EXPECT_TRUE(job->stop());
+        }
+    };
+    this->run(*job);
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_EQ(script.calls.back(), "cancel");
 }
 
 TYPED_TEST(TransferJobTest, AListWithoutItsEndNeverCompletes) {

@@ -79,7 +79,10 @@ void TransferRun::forgetList() {
     listed_ = false;
 }
 
-bool TransferRun::startStorage(const char* begun) {
+bool TransferRun::openStorage() {
+    if (storageOpen_) {
+        return true;
+    }
     if (const DWORD unread = transferJob_.failed_->readError(); unread != ERROR_SUCCESS) {
         log(LogLevel::error, "Failed to read the failed items of job {%s}, error-code = %d, %s.\n",
             transferJob_.definition().id().c_str(), static_cast<int>(unread),
@@ -91,12 +94,20 @@ bool TransferRun::startStorage(const char* begun) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to create folder {%s} for packages, error-code = %d, %m.\n",
             toUtf8(temporary).c_str(), static_cast<int>(keep.error()));
-        return fail(keep.error());
+        return failOrPause(keep.error());
     }
     if (!transferJob_.openStorage()) {
         LastErrorGuard keep;
         log(LogLevel::error, "Start job failed.\n");
         return failOrPause(keep.error());
+    }
+    storageOpen_ = true;
+    return true;
+}
+
+bool TransferRun::startStorage(const char* begun) {
+    if (!openStorage()) {
+        return false;
     }
     log(LogLevel::debug, "Job started.\n");
     if (!carryOn()) {
@@ -107,6 +118,12 @@ bool TransferRun::startStorage(const char* begun) {
     transferJob_.notify_state();
     log(LogLevel::information, begun);
     return true;
+}
+
+bool TransferRun::isAtEndOfList() const {
+    JobActivitySourceReader reader;
+    return listed_ && reader.open(list_, static_cast<int64_t>(record_.sourcePosition)) &&
+           reader.next() == tagSetEnd && reader.next() == 0;
 }
 
 bool TransferRun::fail(unsigned long code) {
@@ -130,9 +147,16 @@ bool TransferRun::refuse(unsigned long code) {
 }
 
 bool TransferRun::failOrPause(unsigned long code) {
-    if (runFailure(transferJob_.failureOf(code)) != FailureAction::pause) {
+    const Failure failure = transferJob_.failureOf(code);
+    // Everything is stored of a run that only has to end: it is not lost for less than at its end.
+    const FailureAction action = isAtEndOfList() ? endFailure(failure) : runFailure(failure);
+    if (action != FailureAction::pause) {
         return refuse(code);
     }
+    return pause(code);
+}
+
+bool TransferRun::pause(unsigned long code) {
     transferJob_.pauseForRetry(code);
     return false;
 }

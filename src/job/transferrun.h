@@ -27,8 +27,13 @@ protected:
     // Tells the record what the list holds. The totals go to disk: the list is whole with them.
     bool endList(const SourceTotals& listed, const SourceTotals& walked);
     bool addFailed(const std::wstring& path, unsigned long code, const std::string& reason = {});
-    // Opens the run at its storage and begins to run; `begun` is the line to log then.
+    // Opens the run at its storage, once.
+    bool openStorage();
+    // The same, and begins to run; `begun` is the line to log then.
     bool startStorage(const char* begun);
+
+    // Whether nothing is left of a resumed run but its end.
+    bool isAtEndOfList() const;
 
     bool fail(unsigned long code);
     // Ends the run in error, unless it was a stop that caused the failure.
@@ -37,6 +42,8 @@ protected:
     bool failOrPause(unsigned long code);
     // The same, but ends the run in error unless the host would rather wait for its server.
     bool failOrWait(unsigned long code);
+    // Parks the run, whatever the error is.
+    bool pause(unsigned long code);
     bool carryOn();
     int endCode() const;
 
@@ -52,6 +59,7 @@ private:
     void forgetList();
 
     const unsigned pausesTakenBack_;  // when the run began
+    bool storageOpen_ = false;
 };
 
 }  // namespace dorvo

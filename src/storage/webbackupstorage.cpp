@@ -123,7 +123,7 @@ bool WebBackupStorage::end() {
             return true;
         }
         if (GetLastError() != conflict || round == maxEndRounds ||
-            !recordIncomplete(command.response().body())) {
+            !recordIncomplete(command.error_text())) {
             return false;
         }
     }

@@ -68,6 +68,7 @@ private:
     bool restore(File& file, bool replace);
     bool makeParents(File& file) const;
     bool askForFile(File& file);
+    bool hasRoom(const File& file) const;
     bool fetch(File& file);
     bool receive(const File& file, uint64_t& kept);
     FileHandle openPackage(const File& file) const;

@@ -1,6 +1,7 @@
 // What the storage does with one file: ask for it, receive its package, decode it into its place.
 #include <algorithm>
 
+#include "base/disk_room.h"
 #include "base/handle.h"
 #include "base/local_time.h"
 #include "base/log.h"
@@ -64,7 +65,7 @@ bool WebRestoreStorage::restore(File& file, bool replace) {
         return stopped("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name);
     };
     if (mustStop() || !makeParents(file) || mustStop() || !askForFile(file) || mustStop() ||
-        !fetch(file) || mustStop()) {
+        !hasRoom(file) || !fetch(file) || mustStop()) {
         return false;
     }
     dress(file);
@@ -121,6 +122,28 @@ bool WebRestoreStorage::askForFile(File& file) {
     log(LogLevel::debug, "File information restored.\n");
     claimPackage(file.info.packageSize);
     return true;
+}
+
+// Asked before anything is received: it would all be fetched for nothing. A folder that compresses
+// may take more than its disk has room for.
+bool WebRestoreStorage::hasRoom(const File& file) const {
+    const std::wstring folder = file.target.path().substr(0, file.target.path().rfind(L'\\'));
+    const DWORD found = GetFileAttributesW(longPath(folder).c_str());
+    const bool compressing =
+        found != INVALID_FILE_ATTRIBUTES && (found & FILE_ATTRIBUTE_COMPRESSED) != 0;
+    const uint64_t package = activity_->packageSize - activity_->fileOffset;
+    const uint64_t content = compressing ? 0 : sizeOf(fileAttributes(file.info.attributes));
+    if (fitsOnDisk({temporary_, package}, {folder, content})) {
+        return true;
+    }
+    SetLastError(ERROR_DISK_FULL);
+    return stepFailed("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name,
+                      [&](int code) {
+                          log(LogLevel::error,
+                              "There is no room for file {%s}, whose package has %Q bytes and "
+                              "whose content %Q, error-code = %d, %m.\n",
+                              file.place.c_str(), package, content, code);
+                      });
 }
 
 // Receives the package and decodes it. What an earlier run has received of it lay on a disk while

@@ -143,6 +143,29 @@ TEST_F(RestoredFile, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
     }
 }
 
+TEST_F(RestoredFile, IsNotFetchedWithoutRoomForIt) {
+    hold(uploadBlockSize);
+    const std::pair<const char*, const char*> huge[] = {
+        {"\"nFileSizeHigh\":0", "\"nFileSizeHigh\":1000000000"},  // its content
+        {"\"totalsizeHigh\":0", "\"totalsizeHigh\":1000000000"},  // its package
+    };
+    for (const auto& [word, words] : huge) {
+        SCOPED_TRACE(words);
+        reply_ = [&, from = std::string(word), to = std::string(words)](const Seen& seen) {
+            std::optional<Answer> answer = reply(seen);
+            if (const size_t at = answer->body.find(from); at != std::string::npos) {
+                answer->body.replace(at, from.size(), to);
+            }
+            return answer;
+        };
+        const auto storage = makeStorage();
+        LogCapture quiet;
+        EXPECT_FAILS(ERROR_DISK_FULL, restore(*storage));
+        EXPECT_EQ(service_.endpoints(), Names{"GetFileInfo"});
+        EXPECT_FALSE(exists(target_));
+    }
+}
+
 // Is asked to stop from a point of the record on.
 class StoppingStorage : public WebRestoreStorage {
 public:

@@ -33,8 +33,10 @@ class RefusedTest(SystemTest):
         fault = system.proxy.add("uploadblock", proxy.HOLD_REQUEST)
         run = system.start_backup()
         self.refuse_at(system, run, fault)
-        self.assertEqual(run.wait(120), 1, run.out + run.err)
-        self.assertNotIn("paused", run.out)
+        # The end fails too, and that drops nothing.
+        run.until_said("paused")
+        system.proxy.listen()
+        self.assertEqual(run.wait(120), 3, run.out + run.err)
         record, = (system.machine.job_folder(system.job()) / "hist").glob("*.errors")
         self.assertEqual([(e["path"][-8:], e["code"]) for e in json.loads(record.read_text())], [("only.txt", REFUSED)])
 
@@ -49,6 +51,19 @@ class RefusedTest(SystemTest):
         run.until(lambda: run.out.count("paused") > 1, "the second pause")
         system.proxy.listen()
         self.assertEqual(run.wait(300), 0, run.out + run.err)
+        self.assertBackedUp(system)
+
+    def test_a_file_that_the_server_lacks_at_the_end_is_a_failed_item(self):
+        system = self.prepared(wait=False)
+        lost = system.tree / "lost.txt"
+        write(lost, b"taken for stored")
+        system.proxy.add("uploadblock", proxy.ANSWER, nth=1, status=200)
+        run = system.start_backup()
+        self.assertEqual(run.wait(120), 3, run.out + run.err)
+        missing, = [path for path in (lost, system.tree / "only.txt") if path.name in run.err]
+        self.assertBackedUp(system, failed=[missing])
+        # The next run sends it.
+        system.backup()
         self.assertBackedUp(system)
 
 
