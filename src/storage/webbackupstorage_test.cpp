@@ -246,9 +246,12 @@ TEST_F(WebBackupStorageTest, AStopWhileTheAcceptedBlocksAreComparedKeepsThem) {
     sendInPart(path, 2);
     {
         const auto storage = makeStorage();
+        const test::LogCapture log;
         stop_.set();
         EXPECT_FAILS(ERROR_CANCELLED, backup(*storage, path));
         stop_.reset();
+        EXPECT_TRUE(log.begins("File {" + toUtf8(path) +
+                               "} backing up is cancelled when encrypt/compress at offset {"));
     }
     EXPECT_EQ(record_.acceptedBlocks, 2u);
     service_.forget();
