@@ -44,13 +44,12 @@ class RestoreFaultsTest(SystemTest):
 
     def test_failed_retries_pause_and_the_run_goes_on(self):
         """Ctrl+C and a resume by hand spare the 30 s after which it would go on by itself."""
-        steps = [step for step in STEPS if step != "ListFiles"]
-
         def scenario(action, times, status):
             system = self.backed_up("pause")
-            faults = [system.proxy.add(step, action, nth=STEPS[step], times=times, status=status) for step in steps]
+            faults = [system.proxy.add(step, action, nth=nth, times=times, status=status)
+                      for step, nth in STEPS.items()]
             run = system.start_restore()
-            for _ in steps:
+            for _ in STEPS:
                 run.until_said("paused")
                 run.signal(signal.SIGINT)
                 self.assertEqual(run.wait(60), PAUSED, run.out + run.err)
@@ -61,8 +60,9 @@ class RestoreFaultsTest(SystemTest):
 
         self.side_by_side(scenario, [(action, 2, 0) for action in CONNECTION_FAULTS] + [(proxy.ANSWER, 1, 503)])
 
-    def test_a_list_that_cannot_be_had_ends_the_run_in_error(self):
+    def test_without_the_option_to_wait_a_list_that_cannot_be_had_ends_the_run_in_error(self):
         system = self.backed_up("list")
+        system.machine.set_option(waitForServer=False)
         for action, times in ((proxy.RESET, 2), (proxy.ANSWER, 1)):
             with self.subTest(action):
                 fault = system.proxy.add("ListFiles", action, times=times)
