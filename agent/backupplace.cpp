@@ -49,8 +49,10 @@ std::vector<WebInstance> BackupPlace::runs(const std::string& machine,
         if (!LocalInstances::list(location_, machine, jobId, found)) {
             throw AgentError(failure(GetLastError()));
         }
-        std::erase_if(found,
-                      [&](const WebInstance& run) { return !user_.empty() && run.user != user_; });
+        // Of a damaged run nobody knows whose it is.
+        std::erase_if(found, [&](const WebInstance& run) {
+            return !user_.empty() && run.user != user_ && run.state != damagedInstance;
+        });
         return found;
     }
     std::string cookie;

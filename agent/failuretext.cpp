@@ -31,7 +31,9 @@ std::string failureText(uint32_t code) {
         return keyErrorText(code);
     }
     if (code == errorLocationGone) {
-        return "The folder of the backups is not there, or its disk is full (error " +
+        return "The folder of the backups is not there, or empty without its disk, or the disk is "
+               "full "
+               "(error " +
                std::to_string(code) + ")";
     }
     std::string text = errorText(code);

@@ -7,6 +7,7 @@
 #include "agenterror.h"
 #include "base/text.h"
 #include "base/uuid.h"
+#include "storage/local/localinstances.h"
 
 namespace dorvo::agent {
 namespace {
@@ -45,7 +46,16 @@ const WebInstance& latest(const std::vector<WebInstance>& runs, const std::strin
                 exitUsage);
         }
     }
-    return *candidates.back();
+    // An older run than the user means must not come back without a word.
+    const WebInstance& newest = *candidates.back();
+    for (const WebInstance& run : runs) {
+        if (run.state == damagedInstance && sameJob(run, newest) && run.endTime >= newest.endTime) {
+            throw AgentError("The run " + run.jobInstanceId + ", written at " + run.endTime +
+                             ", is damaged and may be the latest: give the id of the one before, " +
+                             newest.jobInstanceId + ", to take that");
+        }
+    }
+    return newest;
 }
 
 const WebInstance& byBeginning(const std::vector<WebInstance>& runs, const std::string& asked,

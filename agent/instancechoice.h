@@ -10,8 +10,9 @@
 namespace dorvo::agent {
 
 // The completed run that `asked` names: an id, the beginning of only one, or "latest", which needs
-// the runs to be those of one job; this machine's come before those of others. `runs` are the
-// oldest of a job first. `listing` is the command that shows them. Throws AgentError. Pure.
+// the runs to be those of one job; this machine's come before those of others. A damaged run of
+// that job that may be newer is a refusal. `runs` are the oldest of a job first. `listing` is the
+// command that shows them. Throws AgentError. Pure.
 const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const std::string& asked,
                                   const std::string& thisMachine, const std::string& listing);
 

@@ -7,8 +7,10 @@
 namespace dorvo::agent {
 namespace {
 
-WebInstance run(const char* machine, const char* job, const char* id, const char* state) {
+WebInstance run(const char* machine, const char* job, const char* id, const char* state,
+                const char* end = "2026-01-02 03:04:05") {
     WebInstance instance;
+    instance.endTime = end;
     instance.machine = machine;
     instance.jobDefinitionId = job;
     instance.jobInstanceId = id;
@@ -21,6 +23,10 @@ const std::vector<WebInstance> oneJob = {run("PC", "j", "aa11", "completed"),
                                          run("PC", "j", "bb13", "running")};
 const std::vector<WebInstance> anotherMachine = {run("OLD", "j", "cc14", "completed"),
                                                  run("OLD", "j", "aa1", "cancelled")};
+const std::vector<WebInstance> damaged = {run("PC", "j", "ff16", "damaged", "2026-01-02 03:04:05")};
+const std::vector<WebInstance> damagedBefore = {
+    run("PC", "j", "ff17", "damaged", "2026-01-02 03:04:04"), run("OLD", "j", "ff18", "damaged"),
+    run("PC", "k", "ff19", "damaged")};
 const std::vector<WebInstance> anotherJob = {run("PC", "k", "dd15", "completed")};
 
 std::vector<WebInstance> together(std::vector<WebInstance> all,
@@ -48,6 +54,10 @@ TEST(ChooseInstance, TakesAnIdItsBeginningOrTheLatest) {
              Row{"latest", oneJob, "latest", "aa12"},
              Row{"latest here", together(oneJob, anotherMachine), "Latest", "aa12"},
              Row{"latest elsewhere", anotherMachine, "latest", "cc14"},
+             Row{"latest may be damaged", together(oneJob, damaged), "latest", "ff16"},
+             Row{"latest is newer than what is damaged", together(oneJob, damagedBefore), "latest",
+                 "aa12"},
+             Row{"damaged", together(oneJob, damaged), "ff", "state is 'damaged'"},
              Row{"latest of two jobs", together(oneJob, anotherJob), "latest", "--job"},
              Row{"latest of none", {run("PC", "j", "ee", "running")}, "latest", "'list'"},
          }) {

@@ -2,10 +2,13 @@
 
 #include <cstring>
 
+#include "base/last_error.h"
 #include "base/log.h"
+#include "base/rm_rf.h"
 #include "job/backuprun.h"
 #include "job/source/volumemap.h"
 #include "settings/options.h"
+#include "storage/itemtemppath.h"
 
 namespace dorvo {
 namespace {
@@ -23,7 +26,8 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition)
 BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services services)
     : TransferJob(std::move(definition), services.waitForServer),
       services_(std::move(services)),
-      planner_(this->definition().id(), services_.schedules, services_.clock) {
+      planner_(this->definition().id(), services_.schedules, services_.clock),
+      drops_(this->definition().id()) {
     if (!services_.snapshotsEnabled) {
         services_.snapshotsEnabled = optionToSnapshot;
     }
@@ -35,6 +39,11 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services service
             return makeIncrementCheck(backup(), instanceText(), stopEvent());
         };
     }
+    if (!services_.dropRun) {
+        services_.dropRun = [this](const PendingDrop& drop) {
+            return dropBackupRun(backup(), drop, stopEvent());
+        };
+    }
 }
 
 BackupJob::~BackupJob() {
@@ -43,6 +52,8 @@ BackupJob::~BackupJob() {
 }
 
 bool BackupJob::init() {
+    constexpr auto cancelled = static_cast<int>(JobState::cancelled);
+    const bool ended = state() == cancelled;
     if (!TransferJob::init()) {
         return false;
     }
@@ -50,6 +61,9 @@ bool BackupJob::init() {
         log(LogLevel::error,
             "The schedule of job {%s} is not valid: the job starts by hand only.\n",
             definition().id().c_str());
+    }
+    if (!ended && state() == cancelled) {
+        drops_.add(drop());  // the process died before the storage was told, or its record
     }
     plan(PlanReason::loaded);
     return true;
@@ -101,6 +115,10 @@ void BackupJob::tidyUp(int endCode) {
         loadVolumes(definition().id().c_str(), volumes_);
     }
     clearVolumes(volumes_, definition().id().c_str(), endCode);
+    if (endCode != static_cast<int>(JobState::paused)) {
+        // Of an item that was broken off with the process.
+        rm_rf(itemTempFolder(definition().id()), false);
+    }
 }
 
 bool BackupJob::openStorage() {
@@ -120,7 +138,22 @@ bool BackupJob::dropAtStorage(int) {
     if (!storage_) {
         storage_ = createStorage(StorageUse::end);
     }
-    return storage_ && storage_->cancel();
+    if (!storage_ || !storage_->cancel()) {
+        const LastErrorGuard keep;
+        drops_.failed(drop(), keep.error());
+        return false;
+    }
+    tellDrops();
+    return true;
+}
+
+void BackupJob::tellDrops() {
+    drops_.tell(services_.dropRun);
+}
+
+PendingDrop BackupJob::drop() const {
+    return {instanceText(),
+            backup().storage() == StorageKind::local ? backup().location() : std::wstring()};
 }
 
 std::unique_ptr<BackupStorage> BackupJob::createStorage(StorageUse use) {

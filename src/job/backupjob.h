@@ -8,6 +8,7 @@
 #include <string>
 
 #include "job/jobplanner.h"
+#include "job/pendingdrops.h"
 #include "job/source/incrementcheck.h"
 #include "job/source/jobvolume.h"
 #include "job/transferjob.h"
@@ -28,6 +29,8 @@ public:
         DWORD snapshotRetryMs = 10'000;  // from one try at a busy snapshot service to the next
         // Null, with the last error, when there can be none.
         std::function<std::unique_ptr<IncrementCheck>()> incrementCheck;
+        // Has an earlier run dropped. False leaves the last error.
+        std::function<bool(const PendingDrop&)> dropRun;
         // Both borrowed; null for those of the process.
         ScheduleManagerImpl* schedules = nullptr;
         const ScheduleClock* clock = nullptr;
@@ -67,11 +70,16 @@ private:
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
+    // A run that the storage could not be told of is dropped later: with the next run, or when the
+    // storage has dropped another one.
     bool dropAtStorage(int endCode) override;
+    void tellDrops();
+    PendingDrop drop() const;
     void closeStorage() override { storage_.reset(); }
 
     Services services_;
     JobPlanner planner_;
+    const PendingDrops drops_;
 
     std::mutex snapshotLock_;                  // guards the pointer
     std::shared_ptr<VSSRequester> snapshots_;  // while they are being made or used

@@ -301,5 +301,59 @@ TEST_F(BackupJobTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
     }
 }
 
+// A run that nobody dropped would be listed as running, and keep its packages, for ever.
+TEST_F(BackupJobTest, ACancelThatCouldNotBeToldIsToldLater) {
+    struct Row {
+        const char* name;
+        DWORD error;  // of the cancel
+        DWORD again;  // of what comes with the next run
+        unsigned told;
+    };
+    const Row rows[] = {{"told", 0, 0, 0},
+                        {"no network", WSAECONNRESET, 0, 1},
+                        {"no session", 0x20010191, 0, 1},
+                        {"twice without network", WSAECONNRESET, WSAECONNRESET, 2},
+                        {"a place that is away, then completed", WSAESTALE, ERROR_INVALID_STATE, 1},
+                        {"refused", 0x20010199, 0, 0}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        script_.cancel = {row.error};
+        script_.items["b"] = {WSAECONNRESET};
+        const auto job = makeBackup();
+        const LogCapture quiet;
+        run(*job);
+        ASSERT_EQ(job->state(), paused);
+        const std::string expected = "drop " + job->instanceText() + " ";
+        EXPECT_TRUE(job->stop());
+        ASSERT_TRUE(job->wait(60'000));
+        EXPECT_EQ(job->state(), cancelled);
+        script_.calls.clear();
+        script_.drop = {row.again};
+        for (unsigned again = 0; again < 3; ++again) {
+            run(*job);
+            EXPECT_EQ(job->state(), completed);
+        }
+        EXPECT_EQ(script_.count(expected), row.told);
+        EXPECT_EQ(script_.calls.front(), row.told == 0 ? "start" : expected);
+    }
+}
+
+TEST_F(BackupJobTest, ARunThatDiedWhileItWasCancelledIsDroppedAndLeavesNoPackage) {
+    const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
+    const auto job = makeBackup();
+    job->record().state = static_cast<int32_t>(JobState::canceling);
+    job->record().instanceId.fill(7);
+    const std::string expected = "drop " + job->instanceText() + " ";
+    write(package, "half a package");
+    EXPECT_TRUE(job->init());
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_FALSE(exists(package));
+    run(*job);
+    EXPECT_EQ(script_.calls.front(), expected);
+    EXPECT_EQ(script_.count(expected), 1u);
+}
+
 }  // namespace
 }  // namespace dorvo

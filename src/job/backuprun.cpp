@@ -72,6 +72,7 @@ int BackupRun::carryOut() {
     }
     const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registerred.\n");
+    job_.tellDrops();
     loadVolumes();
     if (!carryOn()) {
         return endCode();

@@ -47,6 +47,8 @@ struct Script {
     std::map<std::string, std::deque<DWORD>> items;  // by file name
     std::deque<DWORD> end;
     std::deque<DWORD> record;  // each failed item that is to be recorded
+    std::deque<DWORD> cancel;  // of a backup
+    std::deque<DWORD> drop;    // of earlier runs: "drop <instance> <location>"
     std::deque<DWORD> list;    // each page of a catalog, each batch of an increment check
     std::function<void(const std::string& name)> onItem;
     std::function<void()> onRecord;
@@ -122,10 +124,7 @@ public:
         return script_.recordError(failed_, path, code, reason);
     }
     bool end() override { return script_.note("end", script_.end); }
-    bool cancel() override {
-        script_.calls.emplace_back("cancel");
-        return true;
-    }
+    bool cancel() override { return script_.note("cancel", script_.cancel); }
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA&, uint32_t,
                 const wchar_t* readFrom) override {
         script_.readFrom.emplace_back(readFrom == nullptr ? L"" : readFrom);
@@ -405,6 +404,10 @@ protected:
                 return nullptr;
             }
             return std::make_unique<ScriptedCheck>(script_);
+        };
+        services.dropRun = [this](const PendingDrop& drop) {
+            return script_.note("drop " + drop.instanceId + " " + toUtf8(drop.location),
+                                script_.drop);
         };
         return std::make_unique<ScriptedBackup>(script_, std::move(definition),
                                                 std::move(services));

@@ -123,6 +123,27 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
     return std::make_unique<LocalBackupStorage>(std::move(local));
 }
 
+bool dropBackupRun(const BackupJobDefinition& definition, const PendingDrop& drop, HANDLE stop) {
+    const auto record = std::make_unique<JobActivity>();
+    record->instanceId = localInstanceId(drop.instanceId);
+    const auto fill = [&](StorageJob& target) {
+        target.jobId = definition.id();
+        target.jobName = toUtf8(definition.name());
+        target.activity = record.get();
+        target.stop = stop;
+    };
+    if (drop.location.empty()) {
+        WebBackupStorage::Run web;
+        fill(web);
+        fillServer(definition, web);
+        return WebBackupStorage(std::move(web)).cancel();
+    }
+    LocalBackupStorage::Run local;
+    fill(local);
+    local.location = drop.location;
+    return findMachine(local.machine) && LocalBackupStorage(std::move(local)).cancel();
+}
+
 std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
                                                    const StorageRun& run) {
     const auto fill = [&](auto& target) {

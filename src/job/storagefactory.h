@@ -12,6 +12,7 @@
 #include <string>
 
 #include "job/activity/jobactivity.h"
+#include "job/pendingdrops.h"
 #include "job/source/incrementcheck.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
@@ -37,6 +38,10 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
                                                  const StorageRun& run, const SourceTotals& totals);
 std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
                                                    const StorageRun& run);
+
+// Has a run that ended earlier dropped where it was stored. False leaves the last error, and is
+// logged.
+bool dropBackupRun(const BackupJobDefinition& definition, const PendingDrop& drop, HANDLE stop);
 
 // `instanceId` is that of the run.
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,

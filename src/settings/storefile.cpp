@@ -67,6 +67,10 @@ bool replaceFile(const std::wstring& from, const std::wstring& to) {
                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
 }
 
+bool replaceFlushed(const std::wstring& from, const std::wstring& to) {
+    return flushFile(from) && replaceFile(from, to);
+}
+
 bool placeFile(const std::wstring& from, const std::wstring& to) {
     if (MoveFileExW(longPath(from).c_str(), longPath(to).c_str(), MOVEFILE_WRITE_THROUGH) != 0) {
         return true;

@@ -30,7 +30,10 @@ FileHandle createPrivateFile(const std::wstring& path);
 bool flushFile(const std::wstring& path);
 // Puts the file `from` in the place of `to`.
 bool replaceFile(const std::wstring& from, const std::wstring& to);
-// The same where nothing is; ERROR_FILE_EXISTS when something is.
+// The same of a file that was just written, which is on the disk before it takes the place: a power
+// cut leaves either file whole.
+bool replaceFlushed(const std::wstring& from, const std::wstring& to);
+// Puts the file where nothing is; ERROR_FILE_EXISTS when something is.
 bool placeFile(const std::wstring& from, const std::wstring& to);
 
 bool readStore(FileHandle file, std::string& text);

@@ -196,6 +196,7 @@ TEST_P(StorageContract, AnInterruptedItemGoesOnAtTheRecordedBlock) {
             }
         }
         record_.transferred = 0;
+        standAt(2);
         const auto storage = started();
         ASSERT_TRUE(backup(*storage, L"file")) << GetLastError();
         EXPECT_EQ(record_.transferred, uint64_t{row.sent} * uploadBlockSize);

@@ -20,6 +20,8 @@
 #include "base/uuid.h"
 #include "base/write_handle_streambuf.h"
 #include "contract/backend.h"
+#include "job/activity/jobactsrcreader.h"
+#include "job/activity/jobactsrcwriter.h"
 #include "support/files.h"
 #include "support/signal.h"
 #include "support/store_test.h"
@@ -118,7 +120,32 @@ protected:
         for (size_t i = 0; i < files.size(); ++i) {
             send_[places[i]] = send[i];
         }
+        writeList();
         return true;
+    }
+    // The run's source list: what is to be sent. The run stands at its first item.
+    void writeList() {
+        const std::wstring path = jobFolder(backupJob_) + L"\\src";
+        JobHistorySourceWriter list;
+        ASSERT_TRUE(list.open(path, false) && list.startSet());
+        uint64_t number = 0;
+        for (size_t i = 0; i < items_.size(); ++i) {
+            if (send_[i]) {
+                ASSERT_TRUE(list.addEntry(items_[i].path, items_[i].data, ++number));
+            }
+        }
+        ASSERT_TRUE(list.endSet() && list.close());
+        JobActivitySourceReader reader;
+        ASSERT_TRUE(reader.open(path, 0));
+        positions_.clear();
+        while (reader.next() != 0) {
+            positions_.push_back(static_cast<uint64_t>(reader.offset()));
+        }
+        standAt(1);
+    }
+    // As a job puts down where it is before each item; behind the last it stands at the end.
+    void standAt(uint32_t number) {
+        record_.sourcePosition = number <= positions_.size() ? positions_[number - 1] : 0;
     }
     // The names of the files that are to be sent.
     std::vector<std::wstring> sent() const {
@@ -153,7 +180,12 @@ protected:
     bool backup(BackupStorage& storage, size_t place) {
         const auto end = send_.begin() + static_cast<ptrdiff_t>(place) + 1;
         const auto number = static_cast<uint32_t>(std::count(send_.begin(), end, true));
-        return storage.backup(items_[place].path.c_str(), items_[place].data, number, nullptr);
+        standAt(number);
+        if (!storage.backup(items_[place].path.c_str(), items_[place].data, number, nullptr)) {
+            return false;
+        }
+        standAt(number + 1);
+        return true;
     }
     bool backup(BackupStorage& storage, const std::wstring& name) {
         return backup(storage, placeOf(name));
@@ -260,7 +292,8 @@ protected:
     std::unique_ptr<FailedItems> failed_;
     std::vector<Item> items_;
     std::vector<bool> send_;
-    JobActivity restored_{};  // of the restore
+    std::vector<uint64_t> positions_;  // in the source list: of its items in order, and of its end
+    JobActivity restored_{};           // of the restore
     std::unique_ptr<FailedItems> notRestored_;
 
 private:

@@ -1,7 +1,10 @@
 """Backups in a folder: no server, no login, the same outcome whatever happens on the way."""
 
+import pathlib
 import shutil
 import signal
+import subprocess
+import sys
 import unittest
 
 import trees
@@ -108,6 +111,37 @@ class LocalTest(SystemTest):
         self.assertNotEqual((machine.data / "exclusions").read_bytes(), before)
         machine.agent("restore", "latest", *system.local, "--to", windows_path(system.folder / "to"))
         self.assertEqual([p.read_bytes() for p in (system.folder / "to").rglob("exclusions")], [before])
+
+    def test_a_script_reads_it_without_us(self):
+        """What docs/read-local.py does is all that the format asks for; it shares no code with the project."""
+        system = LocalSystem(self, "script")
+        make_tree(system.tree)
+        machine, file = system.machine, system.folder / "recovery file"
+        machine.agent("backup", windows_path(system.tree), *system.local, "--no-compress")
+        write(system.tree / "later.txt", b"compressible " * 1000)
+        machine.agent("backup", windows_path(system.tree), *system.local)
+        machine.agent("key", "export", windows_path(file), "--passphrase-stdin", stdin="open\n")
+        expected = trees.snapshot(system.tree)
+        run = machine.listing("instances", *system.local)[-1]
+        instance = system.location / run["machine"] / run["jobdefinitionid"] / run["jobinstanceid"]
+
+        def read(target, passphrase):
+            script = pathlib.Path(__file__).parents[2] / "docs" / "read-local.py"
+            return subprocess.run([sys.executable, "-I", script, instance, file, system.folder / target],
+                                  input=passphrase, capture_output=True, text=True, timeout=300)
+
+        self.assertIn("passphrase", read("refused", "shut\n").stderr)
+        result = read("read", "open\n")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        restored = system.folder / "read" / windows_path(system.tree).replace(":", "").replace("\\", "/")
+        held = lambda tree: {path: (e.kind, e.size, e.digest, e.kind == "folder" or e.written) for path, e in tree.items()}
+        self.assertEqual(held(trees.snapshot(restored)), held(expected))
+        # What it cannot bring back it names, and goes on.
+        packages = instance / "packages"
+        packages.write_bytes(bytes([packages.read_bytes()[0] ^ 1]) + packages.read_bytes()[1:])
+        result = read("damaged", "open\n")
+        self.assertEqual((result.returncode, result.stderr.count("\n")), (1, 1), result.stderr)
+        self.assertIn("package is damaged", result.stderr)
 
     def broken_off(self, name, breaking_off):
         """A backup and its restore; `breaking_off(system, run, kind)` strikes each in its middle."""

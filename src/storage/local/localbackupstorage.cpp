@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <unordered_set>
 
 #include "base/handle.h"
 #include "base/key_error.h"
@@ -10,10 +9,9 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/read_handle_streambuf.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
-#include "settings/storefile.h"
 #include "storage/itemtemppath.h"
+#include "storage/local/localdrop.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localindexcursor.h"
 #include "storage/local/localinstancewriter.h"
@@ -27,6 +25,11 @@ std::string instanceText(const JobActivity* activity) {
     return activity == nullptr ? std::string() : localInstanceText(activity->instanceId);
 }
 
+std::wstring sourceListPath(const std::string& jobId) {
+    std::wstring path;
+    return jobDirectory(jobId, path) ? path + L"\\src" : std::wstring();
+}
+
 }  // namespace
 
 LocalBackupStorage::LocalBackupStorage(Run run)
@@ -36,6 +39,7 @@ LocalBackupStorage::LocalBackupStorage(Run run)
       instanceId_(instanceText(activity_)),
       place_(run_.location, run_.machine, run_.jobId),
       temporary_(itemTempFolder(run_.jobId)),
+      list_(sourceListPath(run_.jobId)),
       transformation_(run_.compress),
       block_(uploadBlockSize),
       stored_(uploadBlockSize) {
@@ -62,7 +66,7 @@ bool LocalBackupStorage::start() {
     if (writer_ || completed_) {
         return true;
     }
-    if (!place_.check()) {
+    if (!place_.checkToWrite()) {
         return false;
     }
     if (open()) {
@@ -92,9 +96,20 @@ bool LocalBackupStorage::open() {
         return false;
     }
     completed_ = completed;
-    return completed_ ||
-           (writer_->load() && (document_.id.empty() ? openNew(newest.sequence + 1) : goOn()) &&
-            writer_->verify(*this));
+    if (completed_) {
+        // The run that completed it may have been killed before it got round to this.
+        dropAwaited(place_, instanceId_);
+        return true;
+    }
+    return writer_->load() && (document_.id.empty() ? openNew(newest) : goOn()) && keepItems() &&
+           writer_->verify(*this);
+}
+
+// The item at which the run stands may have been stored without its being said, and those behind it
+// where a power cut has taken what was said: they are stored once more.
+bool LocalBackupStorage::keepItems() {
+    const std::unordered_set<std::string> failed = failedPaths();
+    return writer_->keepItems({list_, activity_->sourcePosition, &failed}, *this);
 }
 
 bool LocalBackupStorage::goOn() {
@@ -106,9 +121,10 @@ bool LocalBackupStorage::goOn() {
     return writer_->carried() == document_.carried && awaited == document_.awaited;
 }
 
-bool LocalBackupStorage::openNew(uint64_t sequence) {
+bool LocalBackupStorage::openNew(const LocalPlace::Newest& newest) {
+    sweepPlace(place_, newest);
     LocalInstanceDocument made;
-    made.sequence = sequence;
+    made.sequence = newest.sequence + 1;
     made.id = instanceId_;
     made.jobId = run_.jobId;
     made.jobName = run_.jobName;
@@ -150,18 +166,24 @@ bool LocalBackupStorage::end() {
     if (!ready("end job")) {
         return false;
     }
-    // A run that only ends has said nothing yet of what it has.
-    if ((goesOn_ && !hasItemsTo(activity_->itemNumber)) || !isWhole() || !complete()) {
+    if (!isWhole() || !complete()) {
         failedIn(place_.location());
         return logFailure("end job", job());
     }
     completed_ = true;
     writer_.reset();
-    if (DeleteFileW(longPath(place_.awaited(instanceId_)).c_str()) == 0 &&
-        GetLastError() != ERROR_FILE_NOT_FOUND) {
-        logFailure("delete the list of awaited files of job", job());
-    }
+    dropAwaited(place_, instanceId_);
     return true;
+}
+
+std::unordered_set<std::string> LocalBackupStorage::failedPaths() const {
+    std::unordered_set<std::string> paths;
+    if (run_.failed != nullptr) {
+        for (FailedItem& item : run_.failed->list()) {
+            paths.insert(withoutTrailingBackslash(std::move(item.path)));
+        }
+    }
+    return paths;
 }
 
 // Every file of the list has its package or is on the error list. Packages and list have the same
@@ -170,12 +192,7 @@ bool LocalBackupStorage::isWhole() {
     if (document_.awaited == 0) {
         return true;
     }
-    std::unordered_set<std::string> failed;
-    if (run_.failed != nullptr) {
-        for (FailedItem& item : run_.failed->list()) {
-            failed.insert(withoutTrailingBackslash(std::move(item.path)));
-        }
-    }
+    const std::unordered_set<std::string> failed = failedPaths();
     LocalIndexReader awaited;
     LocalIndexCursor stored;
     if (!awaited.open(place_.awaited(instanceId_)) ||
@@ -229,19 +246,12 @@ bool LocalBackupStorage::cancel() {
         SetLastError(ERROR_INVALID_PARAMETER);
         return logFailure("cancel job", job());
     }
-    if (!place_.check()) {
+    if (!place_.checkToDrop()) {
         return false;
     }
     // What may be completed is not dropped: that of which nobody can tell stays as well.
-    const std::wstring folder = place_.instance(instanceId_);
     writer_.reset();
-    if (fileExists(folder) && !LocalInstanceWriter::open(place_, instanceId_, document_)) {
-        failedIn(place_.location());
-        return logFailure("cancel job", job());
-    }
-    // Without its document it is no instance any more, whatever of it stays behind.
-    DeleteFileW(longPath(place_.document(instanceId_)).c_str());
-    if (!rm_rf(folder, true)) {
+    if (!dropInstance(place_, instanceId_)) {
         failedIn(place_.location());
         return logFailure("cancel job", job());
     }

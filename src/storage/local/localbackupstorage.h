@@ -5,7 +5,8 @@
 // so that the next run goes on behind them. It is written on the job's worker thread only; the stop
 // signal comes from others.
 //
-// Items are numbered from 1 without a gap: a run that goes on notices so what it has lost.
+// Items are numbered from 1 without a gap. A run that goes on holds what is there against its
+// source list, so that it notices what it has lost.
 //
 // From start() on nobody else can write to the instance (32 for a second process).
 //
@@ -22,6 +23,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "base/interrupter.h"
@@ -63,14 +65,14 @@ private:
 
     bool ready(const char* action) const;
     bool open();
-    bool openNew(uint64_t sequence);
+    bool openNew(const LocalPlace::Newest& newest);
     bool goOn();
-    bool hasItemsTo(uint32_t number) const;
-    bool takeUp(const Item& item, uint32_t number);
+    bool keepItems();
     bool store(const Item& item);
     bool encode(const Item& item, uint64_t& size);
     bool copy(const Item& item, uint64_t size, std::string& md5);
     bool copyBlock(uint64_t offset, std::span<const std::byte> block);
+    std::unordered_set<std::string> failedPaths() const;
     bool isWhole();
     bool complete();
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
@@ -80,11 +82,11 @@ private:
     std::string instanceId_;  // empty when the record has none
     LocalPlace place_;
     std::wstring temporary_;  // the folder of the packages on their way
+    std::wstring list_;       // the path of the run's source list
     BackupTransformation transformation_;
     std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
     LocalInstanceDocument document_;               // of the instance, with the writer
     bool completed_ = false;                       // the instance is
-    bool goesOn_ = true;                           // no item was stored since the start
     bool encoding_ = false;
     std::vector<std::byte> block_;
     std::vector<std::byte> stored_;  // of the same size: what lies in the packages

@@ -43,7 +43,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up {%s}.\n", item.name.c_str());
     claimItem(*activity_, number);
-    const bool done = (!goesOn_ || takeUp(item, number)) && store(item);
+    const bool done = store(item);
     if (!done) {
         SetLastError(errorOf(GetLastError()));
         failedNear(place_.location());
@@ -62,31 +62,6 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
         DeleteFileW(longPath(item.package).c_str());
     }
     return done;
-}
-
-// True when the items up to that number are in the index or have failed. A power cut may have taken
-// records that the run has moved past.
-bool LocalBackupStorage::hasItemsTo(uint32_t number) const {
-    if (writer_->items() + activity_->failedItems >= number) {
-        return true;
-    }
-    SetLastError(ERROR_INVALID_DATA);
-    return false;
-}
-
-// The first item after a start. The run before may have stored it without getting round to saying
-// so, or a power cut has taken what it said: then it is stored once more.
-bool LocalBackupStorage::takeUp(const Item& item, uint32_t number) {
-    const uint32_t before = number - std::min(number, 1u);
-    if (!hasItemsTo(before)) {
-        return false;
-    }
-    if (hasItemsTo(number) &&
-        !writer_->takeBack(item.path, before - std::min(before, activity_->failedItems))) {
-        return failedIn(place_.location());
-    }
-    goesOn_ = false;
-    return true;
 }
 
 bool LocalBackupStorage::store(const Item& item) {

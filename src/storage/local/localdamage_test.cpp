@@ -1,8 +1,10 @@
 // What local storage does about files that were cut off, changed or lost.
+#include "storage/itemtemppath.h"
 #include "storage/local/localindexreader.h"
 #include "storage/local/localinstances.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localstoragetest.h"
+#include "storage/wire_time.h"
 #include "support/fails_with.h"
 
 namespace dorvo {
@@ -13,6 +15,7 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
     const std::wstring a = makeFile(L"a", 48);
     const std::wstring b = makeFile(L"b", size_t{2} * uploadBlockSize, 'y');
     const std::wstring index = place().index(instance());
+    writeList({a, b});
     uint64_t before = 0;
     {
         const auto made = started();
@@ -21,6 +24,7 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
         ASSERT_TRUE(backup(*made, b, 2));
     }
     const uint64_t whole = sizeOfFile(index);
+    standAt(2);
     for (const uint64_t size : {whole - 1, before + 97, before + 4, before + 1, before}) {
         SCOPED_TRACE(size);
         cut(index, size);
@@ -32,6 +36,7 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
         EXPECT_EQ(record_.transferred, 0u);
         EXPECT_EQ(sizeOfFile(index), whole);
     }
+    standAt(3);
     EXPECT_TRUE(started()->end());
     EXPECT_TRUE(list(page_));
     EXPECT_EQ(page_.items.size(), 2u);
@@ -88,7 +93,9 @@ TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
     for (const bool shorter : {true, false}) {
         SCOPED_TRACE(shorter);
         begin(shorter ? 7 : 8);
+        writeList({path});
         ASSERT_TRUE(backup(*started(), path));
+        standAt(2);
         const std::wstring packages = place().packages(instance());
         if (shorter) {
             cut(packages, 100);
@@ -101,37 +108,77 @@ TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
     }
 }
 
+// Nothing but an error of its own excuses an item of the list: not that of a folder which could not
+// be listed, and not those of items that the run has met since.
 TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
-    const std::wstring index = place().index(instance());
-    uint64_t one = 0;
-    {
-        const auto made = started();
-        ASSERT_TRUE(made->backup(L"C:\\a", data, 1, nullptr));
-        one = sizeOfFile(index);
-        ASSERT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
+    const std::vector<std::wstring> paths = {L"C:\\a", L"C:\\b", L"C:\\c", L"C:\\d"};
+    struct Row {
+        const char* name;
+        size_t kept;  // of a, b and c in the index
+        std::vector<const wchar_t*> failed;
+        uint32_t next;  // where the run stands; 5: at the end of its list, 6: nowhere in it
+        bool goesOn;
+    };
+    const Row rows[] = {
+        {"all there", 3, {}, 4, true},
+        {"the item in progress", 3, {}, 3, true},
+        {"older than the index", 3, {}, 2, true},
+        {"lost", 2, {}, 4, false},
+        {"lost, others failed", 2, {L"C:\\x", L"C:\\d", L"C:\\d\\e"}, 4, false},
+        {"failed", 2, {L"C:\\x", L"C:\\c\\"}, 4, true},
+        {"all lost", 0, {L"C:\\x", L"C:\\y", L"C:\\z"}, 4, false},
+        {"lost at the end", 3, {L"C:\\x"}, 5, false},
+        {"failed at the end", 3, {L"C:\\d"}, 5, true},
+        {"another list", 3, {L"C:\\d"}, 6, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        begin(static_cast<uint8_t>(2 + (&row - rows)));
+        writeList(paths, FILE_ATTRIBUTE_DIRECTORY);
+        failed_->clear();
+        const std::wstring index = place().index(instance());
+        uint64_t end = LocalIndexReader::begin();
+        {
+            const auto made = started();
+            for (uint32_t i = 0; i < 3; ++i) {
+                ASSERT_TRUE(made->backup(paths[i].c_str(), data, i + 1, nullptr));
+                end = i < row.kept ? sizeOfFile(index) : end;
+            }
+        }
+        cut(index, end);
+        for (const wchar_t* path : row.failed) {
+            ASSERT_TRUE(failed_->add(path, ERROR_ACCESS_DENIED, ""));
+        }
+        standAt(std::min(row.next, 5u));
+        record_.sourcePosition += row.next == 6 ? 3 : 0;
+        const auto made = storage();
+        if (!row.goesOn) {
+            EXPECT_FAILS(ERROR_INVALID_DATA, made->start());
+            continue;
+        }
+        ASSERT_TRUE(made->start()) << GetLastError();
+        for (uint32_t i = row.next; i <= 4; ++i) {
+            ASSERT_TRUE(made->backup(paths[i - 1].c_str(), data, i, nullptr));
+        }
+        ASSERT_TRUE(made->end()) << GetLastError();
+        ASSERT_TRUE(list(page_));
+        EXPECT_EQ(page_.items.size(), row.next == 5 || row.kept < 3 ? 3u : 4u);
     }
-    cut(index, one);
-    const auto made = started();
-    EXPECT_FAILS(ERROR_INVALID_DATA, made->end());
-    EXPECT_FAILS(ERROR_INVALID_DATA, made->backup(L"C:\\c", data, 3, nullptr));
-    // The item in progress may be repeated, and one that failed is not missed.
-    EXPECT_TRUE(made->backup(L"C:\\b", data, 2, nullptr));
-    ASSERT_TRUE(made->recordError(L"C:\\c", 5, ""));
-    EXPECT_TRUE(made->backup(L"C:\\d", data, 4, nullptr));
-    EXPECT_TRUE(made->end()) << GetLastError();
 }
 
 // The activity record may be older than the index after a power cut.
 TEST_F(LocalStorageTest, WhatTheRunHasNoRecordOfIsStoredOnce) {
     const std::wstring paths[] = {makeFile(L"a", 48), makeFile(L"b", 64), makeFile(L"c", 80)};
+    writeList({std::begin(paths), std::end(paths)});
     {
         const auto made = started();
         for (uint32_t i = 0; i < 3; ++i) {
             ASSERT_TRUE(backup(*made, paths[i], i + 1));
         }
     }
+    standAt(2);
     const auto made = started();
     ASSERT_TRUE(backup(*made, paths[1], 2));
     ASSERT_TRUE(backup(*made, paths[2], 3));
@@ -183,12 +230,16 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
     ASSERT_TRUE(list(page_));
     cut(index, LocalIndexReader::begin());
     expectDamaged();
-    // Without a sensible document it is no base, and not listed.
+    // Without a sensible document it is no base, and listed as what it is.
     write(where.document(base), "{}");
     EXPECT_FAILS(ERROR_INVALID_DATA, restore()->start());
     std::vector<WebInstance> instances;
     EXPECT_TRUE(LocalInstances::list(location_, {}, {}, instances));
-    EXPECT_TRUE(instances.empty());
+    ASSERT_EQ(instances.size(), 1u);
+    EXPECT_EQ(instances[0].state, "damaged");
+    EXPECT_EQ(instances[0].jobInstanceId, base);
+    EXPECT_EQ(instances[0].endTime,
+              wire_time(toTicks(attributes(where.document(base)).ftLastWriteTime)));
     // It may have been completed: nothing drops it or begins it anew.
     bool send = false;
     EXPECT_FAILS(ERROR_INVALID_DATA, storage()->cancel());
@@ -215,13 +266,71 @@ TEST_F(LocalStorageTest, APackageThatIsNotThereIsNeitherReadNorCarriedOver) {
     EXPECT_FAILS(ERROR_INVALID_DATA, reading->restoreFile(path.c_str(), path.c_str(), 1, true));
 }
 
+// Otherwise it would be carried over from backup to backup.
+TEST_F(LocalStorageTest, APackageThatARestoreHasFoundDamagedIsStoredAgain) {
+    const std::wstring good = makeFile(L"good", 64, 'y');
+    const std::wstring bad = makeFile(L"bad", 48);
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, good, 1) && backup(*made, bad, 2) && made->end());
+    }
+    const std::wstring note = place().damaged(instance());
+    const std::wstring target = folder_.path() + L"\\target";
+    createDirectories(itemTempFolder("r"));
+    const auto restored = [&](const std::wstring& path) {
+        const auto reading = restore();
+        return reading->start() && reading->restoreFile(path.c_str(), target.c_str(), 1, true);
+    };
+    const auto sent = [&](uint8_t run) {
+        begin(run);
+        std::string answer;
+        for (const std::wstring& path : {good, bad}) {
+            bool send = false;
+            EXPECT_TRUE(check(path, send)) << GetLastError();
+            answer += send ? '1' : '0';
+        }
+        begin(1);
+        return answer;
+    };
+    EXPECT_EQ(sent(2), "00");
+    flip(place().packages(instance()), 64);
+    EXPECT_FAILS(ERROR_INVALID_DATA, restored(bad));
+    EXPECT_TRUE(restored(good));
+    const uint64_t noted = sizeOfFile(note);
+    EXPECT_EQ(sent(2), "01");
+    // Another restore notes nothing new, unless the note was torn.
+    EXPECT_FAILS(ERROR_INVALID_DATA, restored(bad));
+    EXPECT_EQ(sizeOfFile(note), noted);
+    for (const uint64_t torn : {noted - 1, uint64_t{3}}) {
+        cut(note, torn);
+        EXPECT_EQ(sent(2), "00");
+        EXPECT_FAILS(ERROR_INVALID_DATA, restored(bad));
+        EXPECT_EQ(sizeOfFile(note), noted);
+        EXPECT_EQ(sent(2), "01");
+    }
+    begin(2);
+    bool send = false;
+    ASSERT_TRUE(check(bad, send));
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, bad, 1) && made->end()) << GetLastError();
+    }
+    EXPECT_TRUE(restored(bad));
+    begin(3);
+    EXPECT_TRUE(check(bad, send));
+    EXPECT_FALSE(send);
+}
+
 // The records that check points make are nobody's business.
 TEST_F(LocalStorageTest, AfterACheckPointLessIsToBeChecked) {
     const std::wstring path = makeFile(L"file", 48);
+    const std::wstring other = makeFile(L"other", 64);
+    writeList({path, other});
     {
         const auto made = started();
         ASSERT_TRUE(backup(*made, path));
     }
+    standAt(2);
     {
         LocalInstanceDocument document;
         const auto writer = LocalInstanceWriter::open(place(), instance(), document);
@@ -229,7 +338,6 @@ TEST_F(LocalStorageTest, AfterACheckPointLessIsToBeChecked) {
     }
     flip(place().packages(instance()), 0);
     const auto made = started();
-    const std::wstring other = makeFile(L"other", 64);
     ASSERT_TRUE(backup(*made, other, 2));
     ASSERT_TRUE(made->end());
     ASSERT_TRUE(list(page_));

@@ -89,6 +89,19 @@ bool failedToReplace(const std::wstring& location) {
     return failedIn(location);
 }
 
+bool failedEmpty(const std::wstring& location, const std::string& mark) {
+    log(LogLevel::error,
+        "The folder of backups {%s} holds none any more, as if its disk were not mounted. To begin "
+        "anew in it, create an empty file \"%s\" there.\n",
+        toUtf8(location).c_str(), mark.c_str());
+    SetLastError(errorLocationGone);
+    return false;
+}
+
+bool isDamage(DWORD error) {
+    return error == ERROR_INVALID_DATA || error == ERROR_CRC || error == ERROR_FILE_CORRUPT;
+}
+
 bool logFailure(const char* action, const std::string& subject) {
     const LastErrorGuard keep;
     const DWORD error = keep.error();

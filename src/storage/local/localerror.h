@@ -25,6 +25,13 @@ bool failedIn(const std::wstring& location);
 // a copier, who lets go of it again.
 bool failedToReplace(const std::wstring& location);
 
+// The location is an empty folder in which backups lay: 10070, for its disk may come back. The log
+// says how to begin anew in it, by a file of that name. Always false.
+bool failedEmpty(const std::wstring& location, const std::string& mark);
+
+// What was to be read is damaged, and will stay so.
+bool isDamage(DWORD error);
+
 // Logs "Failed to <action> {<subject>}, error-code = ..." with the last error, which stays. Always
 // false.
 bool logFailure(const char* action, const std::string& subject);

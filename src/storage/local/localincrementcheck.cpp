@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "storage/local/localbase.h"
+#include "storage/local/localdrop.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localpath.h"
@@ -13,10 +14,8 @@
 namespace dorvo {
 namespace {
 
-// What was to be read is damaged or gone, and will stay so.
 bool isLost(DWORD error) {
-    return error == ERROR_INVALID_DATA || error == ERROR_CRC || error == ERROR_FILE_CORRUPT ||
-           isNotFound(error);
+    return isDamage(error) || isNotFound(error);
 }
 
 }  // namespace
@@ -28,7 +27,7 @@ LocalIncrementCheck::~LocalIncrementCheck() = default;
 
 bool LocalIncrementCheck::check(const std::vector<File>& files, std::vector<bool>& send) {
     FunctionTrace trace("LocalIncrementCheck::check", "localincrementcheck.cpp");
-    if (!writer_ && !place_.check()) {
+    if (!writer_ && !place_.checkToWrite()) {
         return false;
     }
     if ((writer_ || begin()) && judge(files, send)) {
@@ -74,6 +73,7 @@ bool LocalIncrementCheck::begin() {
         !writer->reset()) {
         return false;
     }
+    sweepPlace(place_, newest);
     base_ = std::move(base);
     writer_ = std::move(writer);
     return true;

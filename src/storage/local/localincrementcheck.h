@@ -1,9 +1,10 @@
 // Compares the files of a run with the job's last completed backup in a folder.
 //
 // A file whose path and last-write time are the same is carried over: the run's instance refers to
-// its package, if that is whole and the file did not fail there. All others are awaited: the
-// instance completes only when each has its package or is on the error list. A last backup whose
-// index is damaged or gone carries nothing over. What check() has answered is on the disk.
+// its package, if that is whole, no restore has found it damaged, and the file did not fail there.
+// All others are awaited: the instance completes only when each has its package or is on the error
+// list. A last backup whose index is damaged or gone carries nothing over. What check() has
+// answered is on the disk.
 //
 // One object asks for one list, from its first file on; another one begins the list anew. The
 // object holds the instance like the storage does: let it go before the storage starts. One thread;

@@ -1,12 +1,17 @@
 #include "storage/local/localinstances.h"
 
+#include <windows.h>
+
 #include <algorithm>
+#include <iterator>
 
 #include "base/last_error.h"
+#include "base/local_time.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localplace.h"
+#include "storage/wire_time.h"
 
 namespace dorvo {
 namespace {
@@ -25,6 +30,22 @@ WebInstance listed(const LocalInstanceDocument& document, const std::string& mac
     instance.totalSize = document.size;
     instance.errors = document.errors;
     instance.user = document.user;
+    return instance;
+}
+
+// Of such a one nothing is known but when its document was written last.
+WebInstance unreadable(const LocalPlace& place, const std::string& machine, const std::string& job,
+                       const std::string& id) {
+    WebInstance instance;
+    instance.machine = machine;
+    instance.jobDefinitionId = job;
+    instance.jobInstanceId = id;
+    instance.state = damagedInstance;
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (GetFileAttributesExW(longPath(place.document(id)).c_str(), GetFileExInfoStandard, &data) !=
+        0) {
+        instance.endTime = wire_time(toTicks(data.ftLastWriteTime));
+    }
     return instance;
 }
 
@@ -49,8 +70,11 @@ bool names(const std::wstring& folder, const std::string& only, std::vector<std:
 bool listJob(const LocalPlace& place, const std::string& machine, const std::string& job,
              std::vector<WebInstance>& instances) {
     std::vector<LocalInstanceDocument> documents;
-    if (!place.each(
-            [&](const LocalInstanceDocument& document) { documents.push_back(document); })) {
+    std::vector<WebInstance> damaged;
+    if (!place.each([&](const LocalInstanceDocument& document) { documents.push_back(document); },
+                    [&](const std::string& id) {
+                        damaged.push_back(unreadable(place, machine, job, id));
+                    })) {
         return false;
     }
     std::sort(documents.begin(), documents.end(),
@@ -58,6 +82,7 @@ bool listJob(const LocalPlace& place, const std::string& machine, const std::str
     for (const LocalInstanceDocument& document : documents) {
         instances.push_back(listed(document, machine, job));
     }
+    std::move(damaged.begin(), damaged.end(), std::back_inserter(instances));
     return true;
 }
 

@@ -213,25 +213,6 @@ bool LocalInstanceWriter::write(std::span<const std::byte> records) {
     return !torn_;
 }
 
-bool LocalInstanceWriter::takeBack(std::u16string_view path, uint64_t before) {
-    LocalIndexReader reader;
-    if (!reader.open(index_.get(), indexEnd_)) {
-        return false;
-    }
-    LocalRecord record;
-    uint64_t items = 0;
-    for (uint64_t begin = reader.offset(); reader.next(record); begin = reader.offset()) {
-        if (!isOwnItem(record)) {
-            continue;
-        }
-        if (items >= before && record.path == path) {
-            return resizeLocalFile(index_.get(), begin) && load();
-        }
-        ++items;
-    }
-    return GetLastError() == ERROR_HANDLE_EOF;
-}
-
 bool LocalInstanceWriter::append(LocalRecord record) {
     if (sinceCheckpoint_ >= checkpointInterval && !checkpoint()) {
         return false;

@@ -14,6 +14,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "base/handle.h"
@@ -50,9 +51,17 @@ public:
     // Files of other instances, and files that are to come. On the disk when true comes back.
     bool plan(std::span<const LocalRecord> carried, std::span<const LocalRecord> awaited);
 
-    // Takes back the item of this path with all that came after it, if it stands behind at least
-    // `before` items: a run that goes on repeats what it has no record of.
-    bool takeBack(std::u16string_view path, uint64_t before);
+    // What a run that goes on has to have stored.
+    struct Expected {
+        std::wstring list;      // the path of the run's source list
+        uint64_t position = 0;  // where in it the run stands
+        // UTF-8 paths without a trailing backslash; borrowed.
+        const std::unordered_set<std::string>* failed = nullptr;
+    };
+    // Each item of the list in front of the run's place stands in the index, in the list's order,
+    // or has failed; else 13: a power cut may take records that the run has moved past. What stands
+    // behind them is taken back: the run has no record of it, and repeats it.
+    bool keepItems(const Expected& expected, const interrupter& stop);
     bool append(LocalRecord record);
 
     // Where the next package lies, and its bytes from there on.

@@ -29,7 +29,7 @@ bool failed(const LocalPlace& place, const std::string& user) {
 
 bool findBackupKey(const LocalPlace& place, const std::string& instanceId, const std::string& user,
                    UserKey& key) {
-    if (!place.check()) {
+    if (!place.checkToWrite()) {
         return false;
     }
     std::string md5;
@@ -40,7 +40,7 @@ bool findBackupKey(const LocalPlace& place, const std::string& instanceId, const
 
 bool findRestoreKey(const LocalPlace& place, const std::string& instanceId, const std::string& user,
                     UserKey& key) {
-    if (!place.check()) {
+    if (!place.checkToRead()) {
         return false;
     }
     LocalInstanceDocument document;

@@ -18,6 +18,10 @@
 namespace dorvo {
 namespace {
 
+// Between a document that cannot be read and those that can there may be runs that were dropped,
+// but not as many as this.
+constexpr uint64_t unreadableGap = 1 << 20;
+
 constexpr uint64_t longestDocument = 1 << 20;  // bytes; what is longer is none
 
 std::wstring tidy(std::wstring location) {
@@ -36,7 +40,7 @@ bool isFullPath(const std::wstring& path) {
 }  // namespace
 
 LocalPlace::LocalPlace(std::wstring location, const std::string& machine, const std::string& jobId)
-    : location_(tidy(std::move(location))) {
+    : location_(tidy(std::move(location))), jobId_(jobId) {
     if (isJobId(machine) && isJobId(jobId) && isFullPath(location_)) {
         folder_ = location_ + L"\\" + toWide(machine) + L"\\" + toWide(jobId);
     }
@@ -110,11 +114,12 @@ bool LocalPlace::save(const LocalInstanceDocument& document) const {
     // Makes no folders: a location that is gone must not come to be on another disk.
     FileHandle file(CreateFileW(longPath(fresh).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                 FILE_ATTRIBUTE_NORMAL, nullptr));
-    return file && writeStore(std::move(file), formatLocalInstance(document)) && flushFile(fresh) &&
-           replaceFile(fresh, path);
+    return file && writeStore(std::move(file), formatLocalInstance(document)) &&
+           replaceFlushed(fresh, path);
 }
 
-bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& visit) const {
+bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& visit,
+                      const std::function<void(const std::string&)>& unreadable) const {
     const bool listed = eachFolder(folder_, [&](const std::wstring& name) {
         const std::string id = toUtf8(name);
         LocalInstanceDocument document;
@@ -125,6 +130,7 @@ bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& v
             visit(document);
         } else if (!isNotFound(GetLastError())) {
             logFailure("read the document of backup", toUtf8(instance(id)));
+            unreadable(id);
         }
     });
     return listed || isNotFound(GetLastError());
@@ -132,16 +138,25 @@ bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& v
 
 bool LocalPlace::newest(const std::string& except, Newest& found) const {
     found = {};
-    return each([&](const LocalInstanceDocument& document) {
-        if (equalsIgnoreCase(document.id, except)) {
-            return;
-        }
-        found.sequence = std::max(found.sequence, document.sequence);
-        if (document.state == LocalInstanceDocument::State::completed &&
-            (found.completed.id.empty() || document.sequence > found.completed.sequence)) {
-            found.completed = document;
-        }
-    });
+    bool allRead = true;
+    const bool listed = each(
+        [&](const LocalInstanceDocument& document) {
+            if (equalsIgnoreCase(document.id, except)) {
+                return;
+            }
+            found.sequence = std::max(found.sequence, document.sequence);
+            if (document.state != LocalInstanceDocument::State::completed) {
+                found.running.push_back(document.id);
+            } else if (found.completed.id.empty() || document.sequence > found.completed.sequence) {
+                found.completed = document;
+            }
+        },
+        [&](const std::string&) { allRead = false; });
+    if (!allRead) {
+        // It may be the last one, and must be so again when somebody mends it.
+        found.sequence += unreadableGap;
+    }
+    return listed;
 }
 
 LocalInstanceId localInstanceId(const std::string& text) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "storage/local/localinstancedocument.h"
 #include "storage/local/localrecord.h"
@@ -23,14 +24,24 @@ public:
 
     // True when the names can stand in a path and the location is there. 87, 10070; logged.
     bool check() const;
+    // The same, and the location is more than the empty folder that shows where a disk is not
+    // mounted: 10070 for that one, in which the job's backups lay. A mark in the location tells,
+    // and the job's own folder remembers that it has one. A new place, and one of an older version
+    // that holds a document of the job, get their mark when they are to be written to.
+    bool checkToWrite() const;
+    bool checkToDrop() const;
+    // For who has not written there: a place that has neither a mark nor the job's folder is away.
+    bool checkToRead() const;
 
     const std::wstring& location() const { return location_; }
+    const std::string& jobId() const { return jobId_; }
     // The folder of an instance. Of an id that is no UUID's text, a folder that never exists.
     std::wstring instance(const std::string& id) const;
     std::wstring packages(const std::string& id) const { return instance(id) + L"\\packages"; }
     std::wstring index(const std::string& id) const { return instance(id) + L"\\index"; }
     std::wstring awaited(const std::string& id) const { return instance(id) + L"\\awaited"; }
     std::wstring document(const std::string& id) const { return instance(id) + L"\\instance"; }
+    std::wstring damaged(const std::string& id) const { return instance(id) + L"\\damaged"; }
 
     // Makes the folder of an instance, in a location that is there.
     bool makeInstance(const std::string& id) const;
@@ -45,19 +56,28 @@ public:
     // On the disk when true comes back; the old document stays whole until then.
     bool save(const LocalInstanceDocument& document) const;
 
-    // Calls for each instance that has a document, in no order; one that cannot be read is logged
-    // and left out. False when the folder cannot be listed; one that is not there holds none.
-    bool each(const std::function<void(const LocalInstanceDocument&)>& visit) const;
+    // Calls for each instance that has a document, in no order. One that cannot be read is logged,
+    // and `unreadable` is called with its id. False when the folder cannot be listed; one that is
+    // not there holds none.
+    bool each(const std::function<void(const LocalInstanceDocument&)>& visit,
+              const std::function<void(const std::string&)>& unreadable) const;
 
     struct Newest {
-        LocalInstanceDocument completed;  // the last completed instance; no id: there is none
-        uint64_t sequence = 0;            // the greatest of all instances
+        LocalInstanceDocument completed;   // the last completed instance; no id: there is none
+        uint64_t sequence = 0;             // no instance has a greater one
+        std::vector<std::string> running;  // ids of those that were never completed
     };
     // Of the instances but `except`.
     bool newest(const std::string& except, Newest& found) const;
 
 private:
+    bool holdsDocument() const;
+    bool isRemembered() const;
+    void remember() const;
+    void mark() const;
+
     std::wstring location_;
+    std::string jobId_;
     std::wstring folder_;  // of the job's instances; empty when the names are none
 };
 

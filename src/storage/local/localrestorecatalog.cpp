@@ -57,7 +57,7 @@ bool LocalRestoreCatalog::list(const std::wstring& path, const std::string& afte
     // What is asked for may be the former page's own.
     const std::string begin = after;  // NOLINT(performance-unnecessary-copy-initialization)
     page = {};
-    if (!place_.check()) {
+    if (!place_.checkToRead()) {
         return false;
     }
     if ((index_ || open()) && read(path, begin, page)) {

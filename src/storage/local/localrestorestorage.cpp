@@ -56,7 +56,7 @@ bool LocalRestoreStorage::start() {
         SetLastError(ERROR_INVALID_PARAMETER);
         return logFailure("start restore job", job);
     }
-    if (!place_.check()) {
+    if (!place_.checkToRead()) {
         return false;
     }
     if (open()) {
@@ -155,8 +155,13 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     claimItem(*activity_, number);
     LocalRecord record;
     RestoreTarget file(target, activity_->instanceId, number);
-    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents() ||
-        !fetch(record, package) || !put(record, package, file, replace)) {
+    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents()) {
+        return failed("restore file", toUtf8(original));
+    }
+    if (!fetch(record, package) || !put(record, package, file, replace)) {
+        if (isDamage(GetLastError())) {
+            packages_->noteDamage(record);
+        }
         return failed("restore file", toUtf8(original));
     }
     DeleteFileW(longPath(package).c_str());

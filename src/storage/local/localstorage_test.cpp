@@ -4,8 +4,10 @@
 #include <algorithm>
 
 #include "base/key_error.h"
+#include "settings/storefile.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localinstances.h"
+#include "storage/local/localkey.h"
 #include "support/fails_with.h"
 
 namespace dorvo {
@@ -33,6 +35,103 @@ TEST_F(LocalStorageTest, AFolderThatIsGonePausesEveryJob) {
     ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
     EXPECT_TRUE(running->end()) << GetLastError();
     EXPECT_TRUE(restore()->start()) << GetLastError();
+}
+
+// Where a disk is mounted in a folder, the folder is there without the disk, too.
+TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
+    const std::wstring path = complete();
+    const std::wstring mark = location_ + L"\\dorvo-backups.txt";
+    const std::wstring away = folder_.path() + L"\\away";
+    ASSERT_TRUE(DeleteFileW(mark.c_str()));
+    begin(2);
+    started();
+    EXPECT_TRUE(fileExists(mark)) << "a place of an older version has got none";
+    bool send = false;
+    {
+        const auto unmounted = [&](const char* what, const std::function<bool()>& call) {
+            EXPECT_FAILS(WSAESTALE, call()) << what;
+        };
+        ASSERT_TRUE(MoveFileW(location_.c_str(), away.c_str()));
+        createDirectories(location_);
+        UserKey key;
+        unmounted("start", [&] { return storage()->start(); });
+        unmounted("cancel", [&] { return storage()->cancel(); });
+        unmounted("check", [&] { return check(path, send); });
+        unmounted("key", [&] { return findBackupKey(place(), instance(), "alice", key); });
+        unmounted("restore", [&] { return restore()->start(); });
+        unmounted("key of restore", [&] { return findRestoreKey(place(), instance(), "a", key); });
+        unmounted("list", [&] { return list(page_); });
+        EXPECT_TRUE(RemoveDirectoryW(location_.c_str())) << "something was put there";
+        ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
+    }
+    EXPECT_TRUE(started()->end());
+    // The user says that he begins anew, with another disk.
+    ASSERT_TRUE(MoveFileW(location_.c_str(), away.c_str()));
+    createDirectories(location_);
+    write(mark, "");
+    begin(3);
+    EXPECT_TRUE(check(path, send));
+    EXPECT_TRUE(send);
+    // Another place is new to the job.
+    location_ = folder_.path() + L"\\other";
+    createDirectories(location_);
+    EXPECT_TRUE(check(path, send));
+}
+
+TEST_F(LocalStorageTest, WhatRunsHaveLeftGoesWithTheNextOne) {
+    complete();
+    const LocalPlace where = place();
+    const std::string base = instance();
+    const std::wstring awaited = where.awaited(base);
+    // Killed between the document and the list.
+    write(awaited, "left");
+    EXPECT_TRUE(storage()->start());
+    EXPECT_FALSE(fileExists(awaited));
+    write(awaited, "left");
+    for (const uint8_t run : {uint8_t{2}, uint8_t{3}, uint8_t{4}}) {
+        begin(run);
+        started();
+    }
+    EXPECT_FALSE(fileExists(awaited));
+    // Only the last of them is there; one at which somebody still works, or of which nobody can
+    // tell, stays.
+    const auto left = [&] {
+        std::string runs;
+        const std::wstring runsOfJob = location_ + L"\\" + toWide(machine_) + L"\\" + toWide(job);
+        eachFolder(runsOfJob,
+                   [&](const std::wstring& name) { runs += toUtf8(name).substr(0, 2) + " "; });
+        return runs;
+    };
+    EXPECT_EQ(left(), "01 04 ");
+    const auto other = started();
+    begin(5);
+    started();
+    EXPECT_EQ(left(), "01 04 05 ");
+    write(where.document(instance()), "{}");
+    begin(6);
+    bool send = false;
+    EXPECT_TRUE(check(makeFile(L"file", 48), send));
+    EXPECT_EQ(left(), "01 04 05 06 ");
+}
+
+// When it is mended it must be what it was: the last one, unless a later one was made.
+TEST_F(LocalStorageTest, ARunNeverTakesTheSequenceOfADamagedDocument) {
+    complete();
+    begin(2);
+    ASSERT_TRUE(started()->end());
+    LocalInstanceDocument document;
+    ASSERT_TRUE(place().load(instance(), document));
+    document.sequence += 1000;  // of as many runs that were dropped
+    ASSERT_TRUE(place().save(document));
+    const std::wstring path = place().document(instance());
+    const std::string whole = contentOf(path);
+    write(path, whole.substr(1));
+    begin(3);
+    ASSERT_TRUE(started()->end());
+    write(path, whole);
+    LocalPlace::Newest newest;
+    ASSERT_TRUE(place().newest({}, newest));
+    EXPECT_EQ(newest.completed.id, instance());
 }
 
 TEST_F(LocalStorageTest, AFullDiskAndALostShareCountAsGone) {
@@ -69,6 +168,7 @@ TEST_F(LocalStorageTest, NamesThatWouldLeaveTheFolderAreRefused) {
 
 TEST_F(LocalStorageTest, OneProcessWritesToAnInstance) {
     const std::wstring path = makeFile(L"file", 48);
+    writeList({path});
     bool send = false;
     {
         const auto first = started();
@@ -77,12 +177,14 @@ TEST_F(LocalStorageTest, OneProcessWritesToAnInstance) {
         EXPECT_FAILS(ERROR_SHARING_VIOLATION, storage()->cancel());
         EXPECT_TRUE(backup(*first, path));
     }
+    standAt(2);
     EXPECT_TRUE(started()->end());
 }
 
 // A scanner, or somebody who copies it: that must not cost the backup.
 TEST_F(LocalStorageTest, ADocumentThatIsInUsePausesTheEnd) {
     const std::wstring path = makeFile(L"file", 48);
+    writeList({path});
     {
         const auto made = started();
         ASSERT_TRUE(backup(*made, path));
@@ -91,6 +193,7 @@ TEST_F(LocalStorageTest, ADocumentThatIsInUsePausesTheEnd) {
         ASSERT_TRUE(reader);
         EXPECT_FAILS(WSAESTALE, made->end());
     }
+    standAt(2);
     EXPECT_TRUE(started()->end()) << GetLastError();
     EXPECT_TRUE(restore()->start()) << GetLastError();
 }

@@ -12,6 +12,8 @@
 
 #include "base/handle.h"
 #include "base/local_time.h"
+#include "job/activity/jobactsrcreader.h"
+#include "job/activity/jobactsrcwriter.h"
 #include "storage/local/localbackupstorage.h"
 #include "storage/local/localfile.h"
 #include "storage/local/localincrementcheck.h"
@@ -40,6 +42,34 @@ protected:
         record_.reset(static_cast<int32_t>(JobState::running), true);
         record_.instanceId.fill(run);
         record_.startTime = localTimeNow();
+        writeList({});
+    }
+    // The run's source list: items of these paths. The run stands at the first.
+    void writeList(const std::vector<std::wstring>& paths,
+                   DWORD attributes = FILE_ATTRIBUTE_NORMAL) {
+        JobHistorySourceWriter writer;
+        ASSERT_TRUE(writer.open(listPath(), false) && writer.startSet());
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        data.dwFileAttributes = attributes;
+        for (uint64_t number = 0; number < paths.size(); ++number) {
+            ASSERT_TRUE(writer.addEntry(paths[number], data, number + 1));
+        }
+        ASSERT_TRUE(writer.endSet() && writer.close());
+        standAt(1);
+    }
+    // The run stands at the item of the list, by its number; behind the last: at its end.
+    void standAt(unsigned number) {
+        JobActivitySourceReader reader;
+        ASSERT_TRUE(reader.open(listPath(), 0));
+        for (unsigned record = 0; record < number; ++record) {
+            reader.next();
+        }
+        record_.sourcePosition = static_cast<uint64_t>(reader.offset());
+    }
+    static std::wstring listPath() {
+        std::wstring directory;
+        jobDirectory(job, directory);
+        return directory + L"\\src";
     }
     std::string instance() const { return localInstanceText(record_.instanceId); }
     LocalPlace place() const { return {location_, machine_, job}; }

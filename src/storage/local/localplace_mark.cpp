@@ -1,0 +1,92 @@
+// How a place is told from the empty folder that stands there while its disk is not mounted.
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "settings/storefile.h"
+#include "storage/local/localerror.h"
+#include "storage/local/localplace.h"
+
+namespace dorvo {
+namespace {
+
+// No machine can have that name: its backups lie beside the mark.
+constexpr wchar_t markName[] = L"\\dorvo-backups.txt";
+constexpr char markText[] =
+    "Backups lie in this folder. By this file the agent knows that their disk is there: keep "
+    "it.\r\n";
+
+std::wstring notePath(const std::string& jobId) {
+    std::wstring path;
+    return jobDirectory(jobId, path) ? path + L"\\place" : std::wstring();
+}
+
+// A new file that is on the disk when true comes back, or an old one that is whole.
+bool putFile(const std::wstring& path, const std::string& text) {
+    const std::wstring fresh = path + L".new";
+    FileHandle file(CreateFileW(longPath(fresh).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file && writeStore(std::move(file), text) && replaceFlushed(fresh, path);
+}
+
+}  // namespace
+
+bool LocalPlace::checkToWrite() const {
+    if (!checkToDrop()) {
+        return false;
+    }
+    if (isMissing(location_ + markName)) {
+        mark();
+    }
+    // The mark comes first: a job that remembers one which was never made would wait for it.
+    if (fileExists(location_ + markName) && !isRemembered()) {
+        remember();
+    }
+    return true;
+}
+
+bool LocalPlace::checkToDrop() const {
+    return check() && (!isMissing(location_ + markName) || !isRemembered() || holdsDocument() ||
+                       failedEmpty(location_, toUtf8(markName + 1)));
+}
+
+bool LocalPlace::checkToRead() const {
+    return check() && (!isMissing(location_ + markName) || !isMissing(folder_) ||
+                       failedEmpty(location_, toUtf8(markName + 1)));
+}
+
+// Also one that cannot be read.
+bool LocalPlace::holdsDocument() const {
+    bool holds = false;
+    eachFolder(folder_, [&](const std::wstring& name) {
+        holds = holds || fileExists(document(toUtf8(name)));
+    });
+    return holds;
+}
+
+// A note that cannot be read speaks for the place: the job waits rather than begin in a wrong one.
+bool LocalPlace::isRemembered() const {
+    const std::wstring note = notePath(jobId_);
+    if (note.empty() || isMissing(note)) {
+        return false;
+    }
+    std::string text;
+    FileHandle file = openStoreForReading(note, FILE_SHARE_READ);
+    return !file || !readStore(std::move(file), text) || equalsIgnoreCase(text, toUtf8(location_));
+}
+
+// Without a note or a mark the place is as good as before, only not told from an empty folder.
+void LocalPlace::remember() const {
+    const std::wstring note = notePath(jobId_);
+    if (note.empty() || !putFile(note, toUtf8(location_))) {
+        logFailure("remember the folder of backups", toUtf8(location_));
+    }
+}
+
+void LocalPlace::mark() const {
+    if (!putFile(location_ + markName, markText)) {
+        logFailure("mark the folder of backups", toUtf8(location_));
+    }
+}
+
+}  // namespace dorvo
