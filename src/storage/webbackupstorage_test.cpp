@@ -22,6 +22,7 @@
 #include "support/log_capture.h"
 #include "support/signal.h"
 #include "support/store_test.h"
+#include "support/store_watch.h"
 
 namespace dorvo {
 namespace {
@@ -409,6 +410,32 @@ TEST(IncrementCheck, MarksWhatTheAnswerNames) {
             EXPECT_EQ(marks, row.marks);
         }
     }
+}
+
+// A process that is killed between the two must not show a block that a resumed run does not know.
+TEST_F(WebBackupStorageTest, ABlockIsOnRecordBeforeItShows) {
+    test::StoreWatch watch;
+    auto& record = *static_cast<JobActivity*>(watch.page());
+    record = record_;
+    WebBackupStorage::Run run = makeRun();
+    run.activity = &record;
+    WebBackupStorage storage(std::move(run));
+    ASSERT_TRUE(storage.start());
+    const std::wstring path = makeSource(size_t{3} * uploadBlockSize);
+    constexpr size_t accepted = offsetof(JobActivity, acceptedBlocks);
+    constexpr size_t shown = offsetof(JobActivity, fileOffset);
+    std::vector<size_t> stores;
+    watch.begin();
+    EXPECT_TRUE(backup(storage, path));
+    for (const size_t offset : watch.end()) {
+        if (offset == accepted || offset == shown) {
+            stores.push_back(offset);
+        }
+    }
+    const std::vector<size_t> blocks = {accepted, shown, accepted, shown, accepted, shown};
+    ASSERT_GE(stores.size(), blocks.size());
+    stores.erase(stores.begin(), stores.end() - static_cast<ptrdiff_t>(blocks.size()));
+    EXPECT_EQ(stores, blocks);
 }
 
 }  // namespace
