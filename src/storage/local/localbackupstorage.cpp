@@ -167,6 +167,9 @@ bool LocalBackupStorage::end() {
         return false;
     }
     if (!isWhole() || !complete()) {
+        if (isDamage(GetLastError())) {
+            SetLastError(errorInstanceState);  // it will never be whole
+        }
         failedIn(place_.location());
         return logFailure("end job", job());
     }
