@@ -41,6 +41,8 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\system32"}, "exclude add"},
              Row{{"restore", "latest", "--to", "C:\\a:b"}, "no path of a folder"},
              Row{{"restore", "latest", "--to", "C:\\windows\\win.ini"}, "is a file"},
+             Row{{"restore", "latest", "--to", "C:\\windows\\win.ini\\a\\b"}, "win.ini' is a file"},
+             Row{{"restore", "latest", "--to", "Q:\\a\\b"}, "The drive or share of 'Q:\\a\\b'"},
              Row{{"key", "import", "*", "--passphrase-stdin"}, "no path of a file"},
              Row{{"show", "x", "--runs", "many"}, "many"},
              Row{{"jobs", "extra"}, "extra"},

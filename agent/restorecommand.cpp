@@ -6,6 +6,7 @@
 #include "backuppath.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/volume_root.h"
 #include "jobrun.h"
 #include "printable.h"
 #include "restorejobs.h"
@@ -24,6 +25,20 @@ std::wstring backupName(const JobList& jobs, const WebInstance& run) {
     return toWide(printable(run.machine));
 }
 
+// The longest beginning of a full path that is there, as far as its root; empty when not even that.
+std::wstring existingPart(std::wstring path) {
+    while (GetFileAttributesW(longPath(path).c_str()) == INVALID_FILE_ATTRIBUTES) {
+        if (isVolumeRoot(path)) {
+            return {};
+        }
+        path.resize(path.rfind(L'\\'));
+        if (isVolumeRoot(path)) {
+            path += L'\\';
+        }
+    }
+    return path;
+}
+
 }  // namespace
 
 CLI::App* RestoreCommand::describe(CLI::App& parent) {
@@ -40,7 +55,7 @@ CLI::App* RestoreCommand::describe(CLI::App& parent) {
         ->needs(to);
     restore->add_option("--conflict", conflict_, "What becomes of a file that is there")
         ->check(CLI::IsMember({"keep", "rename", "overwrite"}))
-        ->capture_default_str();
+        ->default_str("keep");
     flags_.describe(*restore);
     restore->footer(
         "C:\\data\\a.txt goes to D:\\copy\\C\\data\\a.txt with --to D:\\copy, and to "
@@ -72,6 +87,11 @@ int RestoreCommand::run(Terminal& terminal) {
     }
     if (goesOn && !flags_.json) {
         terminal.out("Going on with the unfinished run of job '" + toUtf8(job->name()) + "'.");
+    }
+    if (to_.empty() && conflict_.empty() && !flags_.json) {
+        terminal.warn(
+            "Warning: What is there is kept as it is: --conflict overwrite replaces it, --to DIR "
+            "restores beside it.");
     }
     const bool changed = known == nullptr || known->text() != job->text();
     return runJob(
@@ -120,7 +140,7 @@ std::unique_ptr<RestoreJobDefinition> RestoreCommand::define(const BackupPlace& 
     job->setOrigin(run.machine, run.jobDefinitionId, run.jobInstanceId);
     job->setSource(selection.paths);
     job->setTarget(target, selection.prefix);
-    job->setConflict(conflictOf(conflict_));
+    job->setConflict(conflictOf(conflict_.empty() ? "keep" : conflict_));
     return job;
 }
 
@@ -129,9 +149,15 @@ std::wstring targetFolder(const std::string& to) {
     if (folder.empty()) {
         throw AgentError("'" + to + "' is no path of a folder", exitUsage);
     }
-    const DWORD attributes = GetFileAttributesW(longPath(folder).c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-        throw AgentError("'" + to + "' is a file: --to takes a folder", exitUsage);
+    const std::wstring there = existingPart(folder);
+    if (there.empty()) {
+        throw AgentError("The drive or share of '" + to +
+                             "' is not there: --to takes a folder on "
+                             "one that is",
+                         exitUsage);
+    }
+    if ((GetFileAttributesW(longPath(there).c_str()) & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        throw AgentError("'" + toUtf8(there) + "' is a file: --to takes a folder", exitUsage);
     }
     if (folder.back() != L'\\') {
         folder += L'\\';

@@ -37,12 +37,13 @@ private:
     std::vector<std::string> paths_;
     std::string to_;
     std::string prefix_;
-    std::string conflict_ = "keep";
+    std::string conflict_;
     RunFlags flags_;
 };
 
 // The folder of --to for a definition: absolute, with a backslash at its end, since a job puts
-// nothing between it and what follows. It need not exist. Throws AgentError (wrong usage).
+// nothing between it and what follows. It need not exist, its drive or share must. Throws
+// AgentError (wrong usage).
 std::wstring targetFolder(const std::string& to);
 
 }  // namespace dorvo::agent

@@ -32,7 +32,7 @@ protected:
     }
     void finish(JobState state, ExitCode code, std::vector<FailedItem> failed) {
         record_.state = static_cast<int32_t>(state);
-        all_[2]->finish(resultOf(record_, code, 10, std::move(failed)));
+        all_[2]->finish(resultOf(record_, code, {false, 10, {0, 1, 100}}, std::move(failed)));
     }
 
     JobActivity record_{};
@@ -120,7 +120,7 @@ TEST_F(RunReporters, TheJsonSummaryHasWhatWasDoneAndWhatFailed) {
     EXPECT_THAT(
         json_.lines,
         ElementsAre(R"({"id":"id","name":"docs","summary":{"state":"completed","exitCode":3,)"
-                    R"("instanceId":"00000000-0000-0000-0000-000000000000","files":2,"bytes":300,)"
+                    R"("instanceId":"00000000-0000-0000-0000-000000000000","files":2,"bytes":200,)"
                     R"("unchangedFiles":7,"unchangedBytes":0,"wireBytes":70,"speed":100,)"
                     R"("duration":2,"failed":[{"path":"C:\\a","code":5,"reason":"denied"}],)"
                     R"("leftOut":[],"warnings":[]}})"));
@@ -134,7 +134,7 @@ TEST_F(RunReporters, TheJsonSummaryHasWhatWasDoneAndWhatFailed) {
 
 TEST_F(RunReporters, NotesAreSaidAndFailNothing) {
     record_.state = static_cast<int32_t>(JobState::completed);
-    RunResult result = resultOf(record_, exitDone, 0, {});
+    RunResult result = resultOf(record_, exitDone, {}, {});
     result.notes.leftOut = {{"C:\\a\nb", "a link"}};
     result.notes.warnings.assign(22, {"D:\\", "no snapshot"});
     all_[0]->finish(result);

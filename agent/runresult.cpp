@@ -10,17 +10,28 @@
 #include "base/uuid.h"
 #include "failuretext.h"
 #include "job/runtotals.h"
-#include "progress.h"
 
 namespace dorvo::agent {
 namespace {
 
-uint32_t walkedFiles(const JobDefinition& job) {
+RunCounts countsOf(const JobDefinition& job) {
+    RunCounts counts{.restores = job.type() != JobDefinition::backupType};
     std::wstring directory;
-    SourceTotals totals;
-    const bool counted = job.type() == JobDefinition::backupType &&
-                         jobDirectory(job.id(), directory) && loadRunTotals(directory, totals);
-    return counted ? totals.files : 0;
+    if (!jobDirectory(job.id(), directory)) {
+        return counts;
+    }
+    SourceTotals walked;
+    if (!counts.restores && loadRunTotals(directory, walked)) {
+        counts.walkedFiles = walked.files;
+    }
+    counts.failed = loadFailedTotals(directory);
+    return counts;
+}
+
+// What is left of a sum; a record may hold anything.
+template <class Number>
+Number without(Number sum, Number part) {
+    return sum - std::min(part, sum);
 }
 
 }  // namespace
@@ -32,19 +43,25 @@ std::string instanceOf(const JobActivity& record) {
     return uuidText(id);
 }
 
-RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedFiles,
+RunResult resultOf(const JobActivity& record, ExitCode outcome, const RunCounts& counts,
                    std::vector<FailedItem> failed) {
     const bool done = static_cast<JobState>(record.state) == JobState::completed;
-    const Progress progress = progressOf(record);
     const uint32_t listed = record.fileCount;
+    const uint64_t passedFiles = done ? listed : std::min(record.fileIndex, listed);
+    const uint64_t passedBytes =
+        std::min(done ? record.totalSize : record.doneSize, record.totalSize);
+    const uint64_t keptFiles = counts.restores ? record.keptFiles() : 0;
+    const uint64_t keptBytes = counts.restores ? record.unchangedSize : 0;
     return {.outcome = outcome,
             .state = jobStateToString(record.state),
             .instanceId = instanceOf(record),
-            .percent = progress.percent,
-            .files = done ? listed - std::min(record.failedItems, listed) : progress.files,
-            .unchangedFiles = walkedFiles - std::min(listed, walkedFiles),
-            .bytes = done ? record.totalSize : progress.bytes,
+            .percent = record.progress(),
+            .files = without(passedFiles, counts.failed.files + keptFiles),
+            .unchangedFiles = counts.restores ? 0 : without(counts.walkedFiles, listed),
+            .bytes = without(passedBytes, counts.failed.size + keptBytes),
             .unchangedBytes = record.unchangedSize,
+            .keptFiles = keptFiles,
+            .keptBytes = keptBytes,
             .wireBytes = record.wireSize,
             .bytesPerSecond = record.AverageSpeed(),
             .seconds = record.usedTime / ticksPerSecond,
@@ -57,7 +74,7 @@ RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedF
 RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome) {
     const std::string instance = instanceOf(record);
     RunResult result =
-        resultOf(record, outcome, walkedFiles(job), loadFailedItems(job.id(), instance));
+        resultOf(record, outcome, countsOf(job), loadFailedItems(job.id(), instance));
     result.notes = loadNotes(job.id(), instance);
     return result;
 }
@@ -74,6 +91,10 @@ json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinit
                                      {"speed", result.bytesPerSecond},
                                      {"duration", result.seconds},
                                      {"failed", failedJson(result.failed)}};
+    if (job.type() != JobDefinition::backupType) {
+        json.push_back({"keptFiles", result.keptFiles});
+        json.push_back({"keptBytes", result.keptBytes});
+    }
     appendNotes(json, result.notes);
     if (result.error != 0) {
         json.push_back({"error", runFailure(result.error, job.user())});

@@ -10,6 +10,7 @@
 #include "jobdef/jobdefinition.h"
 #include "json_spirit/json_spirit.h"
 #include "runhistory.h"
+#include "storage/request_bodies.h"
 
 namespace dorvo::agent {
 
@@ -21,7 +22,9 @@ struct RunResult {
     uint64_t files = 0;           // done: sent, stored or restored
     uint64_t unchangedFiles = 0;  // of a backup
     uint64_t bytes = 0;
-    uint64_t unchangedBytes = 0;  // of a backup unchanged, of a restore kept as it was
+    uint64_t unchangedBytes = 0;  // the same
+    uint64_t keptFiles = 0;       // of a restore: what was there and stayed
+    uint64_t keptBytes = 0;
     uint64_t wireBytes = 0;
     uint64_t bytesPerSecond = 0;
     uint64_t seconds = 0;
@@ -34,15 +37,23 @@ struct RunResult {
 // The id of the run that the record tells of.
 std::string instanceOf(const JobActivity& record);
 
-// Pure. `walkedFiles` are the files that a backup has looked at, 0 for a restore.
-RunResult resultOf(const JobActivity& record, ExitCode outcome, uint32_t walkedFiles,
+// What the record does not tell of a run.
+struct RunCounts {
+    bool restores = false;
+    uint32_t walkedFiles = 0;  // that a backup has looked at
+    SourceTotals failed = {};  // of the source list
+};
+
+// Pure.
+RunResult resultOf(const JobActivity& record, ExitCode outcome, const RunCounts& counts,
                    std::vector<FailedItem> failed);
 
 // The same with what the job's folder tells of its last run.
 RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome);
 
 // {"state", "exitCode", "instanceId", "files", "bytes", "unchangedFiles", "unchangedBytes",
-// "wireBytes", "speed", "duration", "failed", "leftOut", "warnings"} and, when it failed, "error".
+// "wireBytes", "speed", "duration", "failed", "leftOut", "warnings"}, of a restore "keptFiles" and
+// "keptBytes", and, when it failed, "error".
 json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinition& job);
 
 }  // namespace dorvo::agent

@@ -21,6 +21,16 @@ std::string unfinishedText(const JobDefinition& job, const RunResult& result,
                      "%: go on with 'agent resume \"" + toUtf8(job.name()) + "\"'.";
 }
 
+std::string keptText(const RunResult& result) {
+    if (result.keptFiles == 0) {
+        return {};
+    }
+    const std::string text = ", " + countText(result.keptFiles, "file") + " (" +
+                             bytesText(result.keptBytes) + ") kept as ";
+    return text + (result.keptFiles == 1 ? "it was: --conflict overwrite replaces it"
+                                         : "they were: --conflict overwrite replaces them");
+}
+
 }  // namespace
 
 std::string runSummary(const JobDefinition& job, const RunResult& result) {
@@ -36,14 +46,14 @@ std::string runSummary(const JobDefinition& job, const RunResult& result) {
     if (!words.restores) {
         text += ", " + countText(result.unchangedFiles, "file") + " unchanged (" +
                 bytesText(result.unchangedBytes) + ")";
-    } else if (result.unchangedBytes > 0) {
-        text += ", " + bytesText(result.unchangedBytes) + " of it kept as it was";
     }
     if (const size_t leftOut = result.notes.leftOut.size(); leftOut > 0) {
         text += ", " + std::to_string(leftOut) + " left out";
     }
-    return text +
-           (result.failedItems == 0 ? "." : ", " + std::to_string(result.failedItems) + " failed.");
+    if (result.failedItems != 0) {
+        text += ", " + std::to_string(result.failedItems) + " failed";
+    }
+    return text + keptText(result) + ".";
 }
 
 }  // namespace dorvo::agent

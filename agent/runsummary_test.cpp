@@ -32,29 +32,56 @@ TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
     struct Row {
         const JobDefinition& job;
         uint64_t unchanged;
+        uint32_t kept;
         uint32_t failed;
+        SourceTotals failedOfList;
         std::string text;
     };
     for (const Row& row : {
-             Row{backup, 4096, 0,
+             Row{backup,
+                 4096,
+                 0,
+                 0,
+                 {},
                  "3 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (4.0 KiB)."},
-             Row{localBackup, 4096, 2,
-                 "1 file stored (2.0 KiB), 7 files unchanged (4.0 KiB), 2 failed."},
+             Row{localBackup,
+                 4096,
+                 0,
+                 2,
+                 {0, 2, 1024},
+                 "1 file stored (1.0 KiB), 7 files unchanged (4.0 KiB), 2 failed."},
              // Folders that could not be read count too.
-             Row{backup, 0, 9,
-                 "0 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (0 B), 9 "
+             Row{backup,
+                 0,
+                 0,
+                 9,
+                 {6, 3, 2048},
+                 "0 files sent (0 B, 700 B over the network), 7 files unchanged (0 B), 9 "
                  "failed."},
-             Row{restore, 1024, 1,
-                 "2 files restored or kept (2.0 KiB, 700 B over the network), 1.0 KiB of it kept "
-                 "as it was, 1 failed."},
-             Row{localRestore, 0, 0, "3 files restored (2.0 KiB)."},
+             Row{restore,
+                 1024,
+                 1,
+                 1,
+                 {0, 1, 512},
+                 "1 file restored (512 B, 700 B over the network), 1 failed, 1 file (1.0 KiB) kept "
+                 "as it was: --conflict overwrite replaces it."},
+             Row{localRestore,
+                 2048,
+                 3,
+                 0,
+                 {},
+                 "0 files restored (0 B), 3 files (2.0 KiB) kept as they were: --conflict "
+                 "overwrite "
+                 "replaces them."},
+             Row{localRestore, 0, 0, 0, {}, "3 files restored (2.0 KiB)."},
          }) {
         JobActivity record = finished(JobState::completed);
         record.failedItems = row.failed;
         record.unchangedSize = row.unchanged;
         const ExitCode outcome = row.failed == 0 ? exitDone : exitSomeFailed;
-        const uint32_t walked = row.job.type() == JobDefinition::backupType ? 10 : 0;
-        EXPECT_EQ(runSummary(row.job, resultOf(record, outcome, walked, {})),
+        record.keptFiles(row.kept);
+        const RunCounts counts{row.job.type() != JobDefinition::backupType, 10, row.failedOfList};
+        EXPECT_EQ(runSummary(row.job, resultOf(record, outcome, counts, {})),
                   wordsOf(row.job).verb + " completed in 1:01 (16 B/s): " + row.text);
     }
 }
@@ -64,7 +91,7 @@ TEST(RunSummary, SaysHowToGoOnOrWhyNot) {
     const auto summary = [&](ExitCode outcome, JobState state, uint32_t error) {
         JobActivity record = finished(state);
         record.endError = error;
-        return runSummary(job, resultOf(record, outcome, 0, {}));
+        return runSummary(job, resultOf(record, outcome, {.restores = true}, {}));
     };
     EXPECT_EQ(summary(exitStopped, JobState::paused, 0),
               "Restore is paused at 50%: go on with 'agent resume \"docs\"'.");

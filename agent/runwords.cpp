@@ -1,18 +1,15 @@
 #include "runwords.h"
 
-#include "jobdef/restorejobdefinition.h"
-
 namespace dorvo::agent {
 
 RunWords wordsOf(const JobDefinition& job) {
     const bool web = job.storage() == StorageKind::web;
     const std::string place = web ? "the server" : "the folder of its backups";
-    if (const auto* const restore = dynamic_cast<const RestoreJobDefinition*>(&job)) {
-        const bool keep = restore->conflict() == RestoreJobDefinition::conflictKeep;
+    if (job.type() != JobDefinition::backupType) {
         return {.verb = "Restore",
                 .looking = "is looking for what to bring back",
                 .ahead = "to restore",
-                .done = keep ? "restored or kept" : "restored",
+                .done = "restored",
                 .place = place,
                 .viaNetwork = web,
                 .restores = true};

@@ -2,10 +2,14 @@
 
 #include <windows.h>
 
+#include <set>
+#include <string_view>
 #include <utility>
 
 #include "base/paths.h"
 #include "base/text.h"
+#include "job/activity/jobactsrcreader.h"
+#include "job/activity/sourcerecord.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo {
@@ -14,18 +18,22 @@ namespace {
 constexpr char directoriesKey[] = "directories";
 constexpr char filesKey[] = "files";
 constexpr char sizeKey[] = "size";
+constexpr wchar_t totalsFile[] = L"totals";
+constexpr wchar_t failedFile[] = L"failed";
 
 std::wstring folderOf(const std::wstring& jobDirectory) {
     return jobDirectory + L"\\act";
 }
 
-std::wstring pathOf(const std::wstring& jobDirectory) {
-    return folderOf(jobDirectory) + L"\\totals";
+std::wstring pathOf(const std::wstring& jobDirectory, const wchar_t* file) {
+    return folderOf(jobDirectory) + L"\\" + file;
 }
 
 class RunTotals : public JSONObjectStorage {
 public:
-    explicit RunTotals(const std::wstring& jobDirectory) { path_ = toUtf8(pathOf(jobDirectory)); }
+    RunTotals(const std::wstring& jobDirectory, const wchar_t* file) {
+        path_ = toUtf8(pathOf(jobDirectory, file));
+    }
 
     void set(const SourceTotals& totals) {
         values_[directoriesKey] = totals.directories;
@@ -57,22 +65,74 @@ private:
     }
 };
 
-}  // namespace
-
-bool saveRunTotals(const std::wstring& jobDirectory, const SourceTotals& totals) {
-    RunTotals file(jobDirectory);
+bool save(const std::wstring& jobDirectory, const wchar_t* name, const SourceTotals& totals) {
+    RunTotals file(jobDirectory, name);
     file.set(totals);
     return createDirectories(folderOf(jobDirectory)) && file.save();
 }
 
+bool remove(const std::wstring& jobDirectory, const wchar_t* name) {
+    return DeleteFileW(longPath(pathOf(jobDirectory, name)).c_str()) != 0 ||
+           GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND;
+}
+
+// Takes the path off the set, so that an item that stands twice in a list counts once.
+void countItem(const JobActivitySourceReader& reader, uint32_t tag,
+               std::set<std::wstring, std::less<>>& paths, SourceTotals& found) {
+    std::wstring path;
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    uint64_t value = 0;
+    if ((tag != tagFile && tag != tagDirectory) || !reader.entry(path, data, value) ||
+        paths.erase(path) == 0) {
+        return;
+    }
+    if (tag == tagDirectory) {
+        found.directories += 1;
+        return;
+    }
+    found.files += 1;
+    found.size += uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
+}  // namespace
+
+bool saveRunTotals(const std::wstring& jobDirectory, const SourceTotals& totals) {
+    return save(jobDirectory, totalsFile, totals);
+}
+
 bool loadRunTotals(const std::wstring& jobDirectory, SourceTotals& totals) {
-    RunTotals file(jobDirectory);
+    RunTotals file(jobDirectory, totalsFile);
     return file.load() && file.get(totals);
 }
 
 bool removeRunTotals(const std::wstring& jobDirectory) {
-    return DeleteFileW(longPath(pathOf(jobDirectory)).c_str()) != 0 ||
-           GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND;
+    return remove(jobDirectory, totalsFile);
+}
+
+bool countFailedTotals(const std::wstring& jobDirectory, const std::wstring& list,
+                       const std::vector<FailedItem>& failed) {
+    if (failed.empty()) {
+        return remove(jobDirectory, failedFile);
+    }
+    std::set<std::wstring, std::less<>> paths;
+    for (const FailedItem& item : failed) {
+        paths.insert(toWide(item.path));
+    }
+    SourceTotals found;
+    JobActivitySourceReader reader;
+    const bool listed = GetFileAttributesW(longPath(list).c_str()) != INVALID_FILE_ATTRIBUTES;
+    if (listed && reader.open(list, 0)) {
+        while (const uint32_t tag = reader.next()) {
+            countItem(reader, tag, paths, found);
+        }
+    }
+    return save(jobDirectory, failedFile, found);
+}
+
+SourceTotals loadFailedTotals(const std::wstring& jobDirectory) {
+    SourceTotals totals;
+    RunTotals file(jobDirectory, failedFile);
+    return file.load() && file.get(totals) ? totals : SourceTotals();
 }
 
 }  // namespace dorvo

@@ -70,6 +70,10 @@ bool TransferItems::takePosition() {
         record_.fileSize = 0;
         record_.doneSize += doneBytes_;
         record_.fileIndex += 1;
+        if (keptFile_) {
+            record_.unchangedSize += doneBytes_;
+            record_.keptFiles(record_.keptFiles() + 1);
+        }
     }
     return true;
 }
@@ -112,6 +116,7 @@ TransferItems::Step TransferItems::item(bool directory) {
     record_.currentFilePath(item.path);
     job_.activity().publish();
     reason_.clear();
+    keptFile_ = false;
     const bool transferred = transfer(item);
     const DWORD code = GetLastError();
     if (!directory) {

@@ -53,6 +53,7 @@ protected:
 
     JobActivity& record_;
     std::string reason_;
+    bool keptFile_ = false;  // the current file was left as it is: the run counts it as such
 
 private:
     enum class Step { next, brokenOff, finished, ended };

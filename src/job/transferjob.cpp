@@ -15,6 +15,7 @@
 #include "base/uuid.h"
 #include "httpmsg/http_names.h"
 #include "job/activity/jobhistory.h"
+#include "job/runtotals.h"
 #include "settings/options.h"
 
 namespace dorvo {
@@ -317,8 +318,11 @@ const json_spirit::Object& TransferJob::historyAt(int endCode) {
     info.type(kind());
     info.starttime(toFileTime(localToUtc(record.startTime)));
     info.endtime(toFileTime(utcTimeNow()));
-    info.totalsize(static_cast<int64_t>(record.totalSize));
-    info.filescount(record.fileCount);
+    // A run that did not come to its end tells what it has done, not what it had ahead of it.
+    const bool whole = endCode == number(JobState::completed);
+    info.totalsize(static_cast<int64_t>(whole ? record.totalSize
+                                              : std::min(record.doneSize, record.totalSize)));
+    info.filescount(whole ? record.fileCount : std::min(record.fileIndex, record.fileCount));
     info.state(jobStateToString(endCode));
     info.speed(static_cast<int32_t>(
         std::min<uint64_t>(record.AverageSpeed(), std::numeric_limits<int32_t>::max())));
@@ -335,6 +339,7 @@ void TransferJob::writeHistory(int endCode) {
         log(LogLevel::error, "Failed to write the history of job {%s}.\n",
             definition().id().c_str());
     }
+    countFailedTotals(directory, directory + L"\\src", failed_->list());
     trimJobHistory(directory, instanceText());
 }
 

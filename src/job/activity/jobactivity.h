@@ -43,7 +43,7 @@ struct DORVO_JOB_API JobActivity {
     uint64_t startTime;       // of the run, local
     uint64_t sourcePosition;  // where the current item begins in the source list
     uint64_t usedTime;        // in 100 nanoseconds
-    int32_t volumeIndex;
+    int32_t volumeIndex;      // of a backup; of a restore the files that were kept as they were
     uint32_t fileCount;
     uint64_t totalSize;
     uint32_t fileIndex;
@@ -85,6 +85,10 @@ struct DORVO_JOB_API JobActivity {
     void currentFilePath(std::wstring_view newPath);
 
     bool hasInstance() const;
+
+    // Of a restore: see volumeIndex.
+    uint32_t keptFiles() const { return volumeIndex < 0 ? 0 : static_cast<uint32_t>(volumeIndex); }
+    void keptFiles(uint32_t count) { volumeIndex = static_cast<int32_t>(count); }
 
 private:
     uint32_t firstWord() const { return uint32_t{majorVersion} << 16 | minorVersion; }
