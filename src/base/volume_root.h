@@ -18,4 +18,14 @@ constexpr bool isVolumeRoot(std::wstring_view path) {
            path.find(L'\\', share + 1) == std::wstring_view::npos;
 }
 
+// "C:" or "\\server\share" of a path that begins with it; the whole of any other.
+constexpr std::wstring_view volumeRootOf(std::wstring_view path) {
+    size_t end = path.find(L'\\');
+    if (path.starts_with(L"\\\\")) {
+        end = path.find(L'\\', 2);
+        end = end == std::wstring_view::npos ? end : path.find(L'\\', end + 1);
+    }
+    return path.substr(0, end);
+}
+
 }  // namespace dorvo

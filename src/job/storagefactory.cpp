@@ -149,6 +149,7 @@ std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& d
     const auto fill = [&](auto& target) {
         fillRun(definition, run, target);
         fillOrigin(definition, target);
+        target.placing = run.placing;
     };
     if (isWeb(definition)) {
         WebRestoreStorage::Run web;

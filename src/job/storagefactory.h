@@ -18,6 +18,7 @@
 #include "jobdef/restorejobdefinition.h"
 #include "storage/backupstorage.h"
 #include "storage/faileditems.h"
+#include "storage/placingrecord.h"
 #include "storage/request_bodies.h"
 #include "storage/restorecatalog.h"
 #include "storage/restorestorage.h"
@@ -31,7 +32,8 @@ struct StorageRun {
     StorageUse use;
     JobActivity& activity;
     FailedItems& failed;
-    HANDLE stop;  // manual-reset event
+    HANDLE stop;                       // manual-reset event
+    PlacingRecord* placing = nullptr;  // of a restore
 };
 
 std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& definition,

@@ -1,10 +1,9 @@
 #include "storage/restoretarget.h"
 
-#include <string_view>
-
 #include "base/last_error.h"
 #include "base/paths.h"
 #include "base/volume_root.h"
+#include "storage/restoresibling.h"
 
 namespace dorvo {
 namespace {
@@ -30,11 +29,6 @@ bool setAttributesOf(const std::wstring& path, DWORD attributes) {
 bool setTimesOf(HANDLE file, const WIN32_FILE_ATTRIBUTE_DATA& data) {
     return SetFileTime(file, &data.ftCreationTime, &data.ftLastAccessTime, &data.ftLastWriteTime) !=
            0;
-}
-
-bool moveFile(const std::wstring& from, const std::wstring& to, DWORD flags) {
-    return MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
-                       flags | MOVEFILE_WRITE_THROUGH) != 0;
 }
 
 // The folder that the path lies in, as far as text can tell; empty for a root.
@@ -65,21 +59,16 @@ bool makeFolder(const std::wstring& path, bool& existed) {
     return true;
 }
 
-std::wstring siblingName(const std::array<uint8_t, 16>& run, uint32_t number) {
-    static constexpr std::wstring_view digits = L"0123456789abcdef";
-    constexpr size_t runBytes = 6;  // are enough to keep runs apart
-    std::wstring name = L"~";
-    for (size_t i = 0; i < runBytes; ++i) {
-        name.append(1, digits[run[i] >> 4]).append(1, digits[run[i] & 15]);
-    }
-    return name + L"-" + std::to_wstring(number) + L".tmp";
-}
-
 }  // namespace
 
 RestoreTarget::RestoreTarget(std::wstring target, const std::array<uint8_t, 16>& run,
-                             uint32_t number)
-    : target_(std::move(target)), sibling_(folderOf(target_) + L"\\" + siblingName(run, number)) {}
+                             uint32_t number, PlacingRecord* placing)
+    : target_(std::move(target)),
+      run_(run),
+      number_(number),
+      sibling_(siblingPath(target_, run, number)),
+      placing_(placing),
+      old_(target_) {}
 
 RestoreTarget::~RestoreTarget() {
     if (made_) {
@@ -94,9 +83,21 @@ bool RestoreTarget::makeParents() {
 
 bool RestoreTarget::decode(const std::wstring& package, RestoreTransformation& with,
                            interrupter* stop) {
+    if ((placing_ != nullptr && !placing_->announce(run_, number_, sibling_)) || !makeSibling()) {
+        return false;
+    }
+    if (with.transform(package.c_str(), sibling_.c_str(), nullptr, stop)) {
+        return true;
+    }
+    removeSibling();
+    return false;
+}
+
+// What replaces a file is nobody else's to read before it has that one's access list.
+bool RestoreTarget::makeSibling() {
     removeSibling();  // a leftover's attributes could forbid to write over it
     made_ = true;
-    if (with.transform(package.c_str(), sibling_.c_str(), nullptr, stop)) {
+    if (old_.look() && (!old_.found() || old_.makeSuccessor(sibling_))) {
         return true;
     }
     removeSibling();
@@ -127,6 +128,9 @@ bool RestoreTarget::place(bool replace) {
         return false;
     }
     made_ = false;
+    if (placing_ != nullptr) {
+        placing_->settle();
+    }
     if (timed_) {
         // A file that takes the name of one just gone may be given that one's creation time.
         setTimesOf(file_.get(), times_);
@@ -139,8 +143,28 @@ bool RestoreTarget::finishSibling() {
     if (!file_ && !openToSetTimes()) {
         return false;
     }
-    return FlushFileBuffers(file_.get()) != 0 &&
-           ((attributes_ & readOnly) == 0 || setAttributesOf(sibling_, attributes_));
+    if (!old_.look() || (old_.found() && !old_.handDown(sibling_))) {
+        return false;
+    }
+    if (old_.found()) {
+        // Where the disk makes one of access list and READONLY, the backup's attribute holds.
+        setAttributesOf(sibling_, attributes_ & ~readOnly);
+    }
+    if (old_.found() && timed_) {
+        setTimesOf(file_.get(), times_);  // which the alternate streams have changed
+    }
+    return flushFile(file_.get()) &&
+           ((attributes_ & readOnly) == 0 || setAttributesOf(sibling_, attributes_)) &&
+           (placing_ == nullptr || placing_->choose(target_, file_.get()));
+}
+
+bool RestoreTarget::flushFile(HANDLE file) {
+    return FlushFileBuffers(file) != 0;
+}
+
+bool RestoreTarget::moveFile(const std::wstring& from, const std::wstring& to, DWORD flags) {
+    return MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
+                       flags | MOVEFILE_WRITE_THROUGH) != 0;
 }
 
 bool RestoreTarget::moveTo() {
@@ -178,8 +202,10 @@ void RestoreTarget::removeSibling() {
     LastErrorGuard keep;
     made_ = false;
     file_.reset();
-    if (setAttributesOf(sibling_, 0)) {
-        DeleteFileW(longPath(sibling_).c_str());
+    const bool removed = setAttributesOf(sibling_, 0) ? DeleteFileW(longPath(sibling_).c_str()) != 0
+                                                      : GetLastError() == ERROR_FILE_NOT_FOUND;
+    if (removed && placing_ != nullptr) {
+        placing_->settle();
     }
 }
 

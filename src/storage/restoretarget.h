@@ -3,7 +3,11 @@
 //
 // Until place() has answered true, what is at the target is as it was; an object that goes before
 // that takes its sibling with it. The sibling's name is made of the run and the item's number, so a
-// run that was killed and goes on overwrites what it left.
+// run that was killed and goes on overwrites what it left; a PlacingRecord lets others find it.
+//
+// A file that replaces another takes over its access list, owner, alternate streams and encryption
+// (ReplacedFile), all of it before the one step that puts it in its place: that step cannot fail
+// halfway, as one that also carries these things over can.
 //
 // The steps are separate so that their failures can be told apart; they come in the order in which
 // they stand here. False leaves the reason in the last error, and nothing is logged here but what
@@ -19,14 +23,18 @@
 #include "base/handle.h"
 #include "base/interrupter.h"
 #include "job/source/restoretransformation.h"
+#include "storage/placingrecord.h"
+#include "storage/replacedfile.h"
 
 namespace dorvo {
 
 class RestoreTarget {
 public:
-    // `target` is a full path; `run` is the instance id of the job's run, as on its record.
-    RestoreTarget(std::wstring target, const std::array<uint8_t, 16>& run, uint32_t number);
-    ~RestoreTarget();
+    // `target` is a full path; `run` is the instance id of the job's run, as on its record. The
+    // placing record is borrowed; null keeps none.
+    RestoreTarget(std::wstring target, const std::array<uint8_t, 16>& run, uint32_t number,
+                  PlacingRecord* placing = nullptr);
+    virtual ~RestoreTarget();
     RestoreTarget(const RestoreTarget&) = delete;
     RestoreTarget& operator=(const RestoreTarget&) = delete;
 
@@ -52,14 +60,24 @@ public:
     // (ERROR_CANNOT_MAKE). Without it, ERROR_FILE_EXISTS when anything is there.
     bool place(bool replace);
 
+protected:
+    // For tests to see in which order, and to let fail.
+    virtual bool flushFile(HANDLE file);
+    virtual bool moveFile(const std::wstring& from, const std::wstring& to, DWORD flags);
+
 private:
+    bool makeSibling();
     bool finishSibling();
     bool moveTo();
     bool moveOver();
     void removeSibling();
 
     std::wstring target_;
+    std::array<uint8_t, 16> run_;
+    uint32_t number_;
     std::wstring sibling_;
+    PlacingRecord* placing_;  // borrowed
+    ReplacedFile old_;
     FileHandle file_;       // the sibling, from openToSetTimes() on
     DWORD attributes_ = 0;  // those of the file that can be set
     WIN32_FILE_ATTRIBUTE_DATA times_{};

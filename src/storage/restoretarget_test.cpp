@@ -4,10 +4,14 @@
 #include "storage/restoretarget.h"
 
 #include <gtest/gtest.h>
+#include <sddl.h>
 
+#include <functional>
 #include <optional>
+#include <vector>
 
 #include "base/local_time.h"
+#include "base/private_access.h"
 #include "job/source/backuptransformation.h"
 #include "support/fails_with.h"
 #include "support/files.h"
@@ -76,6 +80,105 @@ TEST_F(Target, ReplacesAGuardedFileOnlyWhenToldTo) {
     ASSERT_TRUE(target_->place(true));
     EXPECT_EQ(fileContent(path()), "new");
     EXPECT_EQ(dataOf(path()).dwFileAttributes & guards, 0u);
+}
+
+// "D:(A;;FA;;;SY)...": who may do what with the file.
+std::wstring accessOf(const std::wstring& path) {
+    std::vector<std::byte> descriptor(4096);
+    DWORD size = static_cast<DWORD>(descriptor.size());
+    wchar_t* text = nullptr;
+    if (GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size) ==
+            0 ||
+        ConvertSecurityDescriptorToStringSecurityDescriptorW(
+            descriptor.data(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr) == 0) {
+        return L"unknown";
+    }
+    const std::wstring access = text;
+    LocalFree(text);
+    return access;
+}
+
+// Of alternate streams, owners and encrypted files only Windows can show anything.
+TEST_F(Target, TakesOverTheAccessListOfTheFileThatItReplaces) {
+    ASSERT_TRUE(target_->makeParents());
+    PrivateAccess own(PrivateAccess::Kind::file);
+    const std::wstring usual = accessOf(package_);
+    for (const bool shut : {true, false}) {
+        SCOPED_TRACE(shut);
+        storeFile(path(), "old");
+        if (shut) {
+            ASSERT_TRUE(SetFileSecurityW(path().c_str(), DACL_SECURITY_INFORMATION,
+                                         own.attributes()->lpSecurityDescriptor));
+        }
+        const std::wstring before = accessOf(path());
+        EXPECT_EQ(before == usual, !shut);
+        ASSERT_TRUE(ready());
+        EXPECT_NE(accessOf(target_->sibling()), usual) << "nobody reads it meanwhile";
+        ASSERT_TRUE(target_->place(true));
+        EXPECT_EQ(fileContent(path()), "new");
+        EXPECT_EQ(accessOf(path()), before);
+        ASSERT_TRUE(DeleteFileW(path().c_str()));
+    }
+    ASSERT_TRUE(ready() && target_->place(true));
+    EXPECT_EQ(accessOf(path()), usual);
+    // What was private when it was there to be seen is so afterwards.
+    storeFile(path(), "old");
+    ASSERT_TRUE(SetFileSecurityW(path().c_str(), DACL_SECURITY_INFORMATION,
+                                 own.attributes()->lpSecurityDescriptor));
+    const std::wstring before = accessOf(path());
+    ASSERT_TRUE(ready() && DeleteFileW(path().c_str()) && target_->place(false));
+    EXPECT_EQ(accessOf(path()), before);
+}
+
+class WatchedTarget : public RestoreTarget {
+public:
+    using RestoreTarget::RestoreTarget;
+
+    std::vector<std::string> steps;
+    bool flushed = true;                    // what the disk says
+    std::function<void()> onMoved = [] {};  // the run may be killed here
+
+protected:
+    bool flushFile(HANDLE file) override {
+        steps.emplace_back("flush");
+        SetLastError(ERROR_IO_DEVICE);
+        return flushed && RestoreTarget::flushFile(file);
+    }
+    bool moveFile(const std::wstring& from, const std::wstring& to, DWORD flags) override {
+        steps.emplace_back("move");
+        const bool moved = RestoreTarget::moveFile(from, to, flags);
+        onMoved();
+        return moved;
+    }
+};
+
+TEST_F(Target, IsOnTheDiskAndOnRecordBeforeItIsInItsPlace) {
+    PlacingRecord record("placing test");
+    for (const bool replace : {true, false}) {
+        SCOPED_TRACE(replace);
+        WatchedTarget target(folder_ + L"\\b.txt", run, 5, &record);
+        target.onMoved = [] { EXPECT_TRUE(PlacingRecord("placing test").isPlaced(run, 5)); };
+        ASSERT_TRUE(target.makeParents() && target.decode(package_, restore_, nullptr));
+        ASSERT_TRUE(target.openToSetTimes() && target.setTimes(recorded(0)));
+        target.flushed = false;
+        EXPECT_FAILS(ERROR_IO_DEVICE, target.place(replace));
+        EXPECT_FALSE(exists(target.path()) || exists(target.sibling()));
+
+        target.flushed = true;
+        target.steps.clear();
+        ASSERT_TRUE(target.decode(package_, restore_, nullptr));
+        ASSERT_TRUE(target.openToSetTimes() && target.setTimes(recorded(0)));
+        ASSERT_TRUE(target.place(replace));
+        EXPECT_EQ(target.steps, (std::vector<std::string>{"flush", "move"}));
+        EXPECT_TRUE(PlacingRecord("placing test").isPlaced(run, 5));
+        ASSERT_TRUE(DeleteFileW(target.path().c_str()));
+    }
+    // Without a word on record nothing readable is made.
+    PlacingRecord none("no|job");
+    RestoreTarget target(folder_ + L"\\c.txt", run, 6, &none);
+    EXPECT_FALSE(target.decode(package_, restore_, nullptr));
+    EXPECT_FALSE(exists(target.sibling()));
+    record.finish();
 }
 
 TEST_F(Target, LeavesTheGoodFileWhenItFails) {

@@ -19,6 +19,7 @@
 #include "base/handle.h"
 #include "job/source/restoretransformation.h"
 #include "storage/patient_interrupter.h"
+#include "storage/placingrecord.h"
 #include "storage/restore_bodies.h"
 #include "storage/restorestorage.h"
 #include "storage/storagejob.h"
@@ -31,9 +32,10 @@ namespace dorvo {
 class WebRestoreStorage : public RestoreStorage, public patient_interrupter {
 public:
     struct Run : StorageJob {
-        std::string machine;          // whose backup is restored
-        std::string jobDefinitionId;  // of the backup job
-        std::string jobInstanceId;    // of the backup job's run
+        std::string machine;               // whose backup is restored
+        std::string jobDefinitionId;       // of the backup job
+        std::string jobInstanceId;         // of the backup job's run
+        PlacingRecord* placing = nullptr;  // borrowed; null keeps none
         std::string user;
         std::string cookie;  // empty: the one that the user has in the store
         std::string host;

@@ -51,7 +51,7 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
               place,
               storedPath(run_.machine, backupId_, name),
               itemTempPath(temporary_, number),
-              RestoreTarget(target, activity_->instanceId, number),
+              RestoreTarget(target, activity_->instanceId, number, run_.placing),
               {}};
     log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), run_.jobId.c_str(),
         run_.jobName.c_str());

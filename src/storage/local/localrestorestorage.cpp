@@ -154,7 +154,7 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     const std::wstring package = itemTempPath(temporary_, number);
     claimItem(*activity_, number);
     LocalRecord record;
-    RestoreTarget file(target, activity_->instanceId, number);
+    RestoreTarget file(target, activity_->instanceId, number, run_.placing);
     if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents()) {
         return failed("restore file", toUtf8(original));
     }

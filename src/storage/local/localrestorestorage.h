@@ -21,6 +21,7 @@
 #include "base/interrupter.h"
 #include "job/source/restoretransformation.h"
 #include "storage/local/localplace.h"
+#include "storage/placingrecord.h"
 #include "storage/restorestorage.h"
 #include "storage/storagejob.h"
 
@@ -33,10 +34,11 @@ class RestoreTarget;
 class LocalRestoreStorage : public RestoreStorage, public interrupter {
 public:
     struct Run : StorageJob {
-        std::wstring location;        // the folder of all local backups
-        std::string machine;          // whose backup is restored
-        std::string jobDefinitionId;  // of the backup job
-        std::string jobInstanceId;    // of the backup job's run
+        std::wstring location;             // the folder of all local backups
+        std::string machine;               // whose backup is restored
+        std::string jobDefinitionId;       // of the backup job
+        std::string jobInstanceId;         // of the backup job's run
+        PlacingRecord* placing = nullptr;  // borrowed; null keeps none
     };
 
     explicit LocalRestoreStorage(Run run);
