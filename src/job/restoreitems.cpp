@@ -4,6 +4,7 @@
 
 #include "base/last_error.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "base/volume_root.h"
 #include "job/activity/sourcerecord.h"
@@ -19,6 +20,11 @@ constexpr int renameTries = 16;
 // What a disk takes for itself when a file is made.
 constexpr uint64_t spareRoom = uint64_t{16} << 20;
 
+bool isFolder(const std::wstring& path) {
+    const DWORD attributes = GetFileAttributesW(longPath(path).c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 std::wstring withoutTrailing(std::wstring path) {
     path.erase(path.find_last_not_of(L"\\/") + 1);
     return path;
@@ -31,8 +37,12 @@ RestoreItems::RestoreItems(RestoreJob& job, JobActivitySourceReader& reader, std
                     {"Start of files/directories list.\n", "End of files/directories list.\n",
                      "Skip restore volumn item.\n"}),
       job_(job),
-      list_(std::move(list)) {
+      list_(std::move(list)),
+      roots_(job.restore().source(), list_) {
     const RestoreJobDefinition& wanted = job.restore();
+    if (wanted.conflict() == RestoreLocationPolicy::keepExisting) {
+        made_ = std::make_unique<MadeFolders>(madeFoldersPath(list_));
+    }
     if (wanted.target().empty()) {
         policy_ = std::make_unique<RestoreOriginalLocationPolicy>(wanted.conflict());
         return;
@@ -54,7 +64,7 @@ bool RestoreItems::transfer(const Item& item) {
             reason_.c_str());
         return false;
     }
-    return item.directory ? restoreDirectory(item.path, target) : restoreFile(item);
+    return item.directory ? restoreDirectory(item, target) : restoreFile(item);
 }
 
 bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstring& target) {
@@ -62,11 +72,17 @@ bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstr
         SetLastError(ERROR_BAD_PATHNAME);
         return false;
     }
-    RestorePathFault fault = judgeRestorePath({.original = path,
-                                               .prefix = prefix_,
-                                               .root = root_,
-                                               .target = target,
-                                               .directory = directory});
+    RestorePathRequest request{.original = path,
+                               .prefix = prefix_,
+                               .root = root_,
+                               .target = target,
+                               .directory = directory};
+    RestorePathFault fault = judgeRestorePath(request);
+    if (fault == RestorePathFault::link && root_.empty()) {
+        const std::wstring way = roots_.above(path);
+        request.ownWay = way;
+        fault = judgeRestorePath(request);
+    }
     if (fault == RestorePathFault::none) {
         if (!ownData_.partOf(target)) {
             return true;
@@ -78,9 +94,17 @@ bool RestoreItems::findPlace(const std::wstring& path, bool directory, std::wstr
     return false;
 }
 
-bool RestoreItems::restoreDirectory(const std::wstring& path, const std::wstring& target) {
+bool RestoreItems::restoreDirectory(const Item& item, const std::wstring& target) {
+    if (made_ && made_->last() != item.number) {
+        if (isFolder(target)) {
+            return true;  // and stays as it is
+        }
+        if (!made_->add(item.number)) {
+            return false;
+        }
+    }
     if (isDressed(target)) {
-        return job_.storage_->restoreDirectory(path.c_str(), target.c_str());
+        return job_.storage_->restoreDirectory(item.path.c_str(), target.c_str());
     }
     bool existed = false;
     if (makeRestoredDirectory(target, existed)) {
@@ -93,13 +117,19 @@ bool RestoreItems::restoreDirectory(const std::wstring& path, const std::wstring
 }
 
 bool RestoreItems::restoreFile(const Item& item) {
+    if (job_.placing_.isPlaced(record_.instanceId, item.number)) {
+        // The run was killed between the last step of this item and its next position.
+        DeleteFileW(
+            longPath(itemTempPath(itemTempFolder(job_.definition().id()), item.number)).c_str());
+        return true;
+    }
     const int32_t conflict = job_.restore().conflict();
     const bool keep = conflict == RestoreLocationPolicy::keepExisting;
     const bool rename = conflict == RestoreLocationPolicy::renameNew;
     for (int tries = 1;; ++tries) {
         std::wstring target;
         if (!policy_->targetPath(item.path.c_str(), false, target)) {
-            return leaveOut(item);
+            return keptFile_ = true;
         }
         if (job_.storage_->restoreFile(item.path.c_str(), target.c_str(), item.number,
                                        !keep && !rename)) {
@@ -110,17 +140,12 @@ bool RestoreItems::restoreFile(const Item& item) {
         }
         // Somebody else has made the file meanwhile.
         if (keep) {
-            return leaveOut(item);
+            return keptFile_ = true;
         }
         if (!rename || tries == renameTries) {
             return false;
         }
     }
-}
-
-bool RestoreItems::leaveOut(const Item& item) {
-    record_.unchangedSize += uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
-    return true;
 }
 
 // With room for the item on both disks it is too large for something else: the file system, say.
@@ -147,6 +172,13 @@ bool RestoreItems::allThrough() {
     if (!reader.open(list_, 0)) {
         return true;
     }
+    std::vector<bool> made;
+    if (made_) {
+        made = made_->all(record_.fileCount + record_.directoryCount);
+    }
+    const auto isOurs = [&](uint64_t number) {
+        return !made_ || (number < made.size() && made[number]);
+    };
     while (const uint32_t tag = reader.next()) {
         if (!job_.pollEvent(0)) {
             return false;
@@ -155,7 +187,7 @@ bool RestoreItems::allThrough() {
         WIN32_FILE_ATTRIBUTE_DATA data{};
         uint64_t number = 0;
         std::wstring target;
-        if (tag != tagDirectory || !reader.entry(path, data, number) ||
+        if (tag != tagDirectory || !reader.entry(path, data, number) || !isOurs(number) ||
             !findPlace(path, true, target) || !isDressed(target) ||
             dressRestoredDirectory(target, data)) {
             continue;

@@ -5,8 +5,10 @@
 #include <memory>
 #include <string>
 
+#include "job/madefolders.h"
 #include "job/restorejob.h"
 #include "job/restorelocationpolicy.h"
+#include "job/restoreroots.h"
 #include "job/source/owndata.h"
 #include "job/transferitems.h"
 
@@ -24,12 +26,10 @@ private:
     // Where the item would go if nothing were there. False, with the last error and reason_ set,
     // when that is no place to restore to.
     bool findPlace(const std::wstring& path, bool directory, std::wstring& target);
-    bool restoreDirectory(const std::wstring& path, const std::wstring& target);
+    bool restoreDirectory(const Item& item, const std::wstring& target);
     // Whether the item's attributes and times are for the target.
     bool isDressed(const std::wstring& target) const { return dressRoot_ || target != root_; }
     bool restoreFile(const Item& item);
-    // What is there is kept. Always true.
-    bool leaveOut(const Item& item);
 
     RestoreJob& job_;
     const std::wstring list_;  // the source list's path
@@ -39,6 +39,9 @@ private:
     bool dressRoot_ = false;
     std::unique_ptr<RestoreLocationPolicy> policy_;
     OwnData ownData_;
+    RestoreRoots roots_;
+    std::unique_ptr<MadeFolders>
+        made_;  // where folders that were there stay as they are, else null
 };
 
 }  // namespace dorvo

@@ -21,10 +21,18 @@ const char* endText(int32_t state) {
 }  // namespace
 
 RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, WaitForServer waitForServer)
-    : TransferJob(std::move(definition), std::move(waitForServer)) {}
+    : TransferJob(std::move(definition), std::move(waitForServer)),
+      placing_(this->definition().id()) {}
 
 RestoreJob::~RestoreJob() {
     shutdown();
+}
+
+bool RestoreJob::init() {
+    if (!running()) {
+        placing_.removeSibling();
+    }
+    return TransferJob::init();
 }
 
 unsigned long RestoreJob::run() {
@@ -44,6 +52,7 @@ void RestoreJob::tidyUp(int endCode) {
     // A paused run goes on with what it has received.
     if (endCode != static_cast<int>(JobState::paused)) {
         rm_rf(itemTempFolder(definition().id()), true);
+        placing_.finish();
     }
 }
 
@@ -68,7 +77,9 @@ bool RestoreJob::dropAtStorage(int endCode) {
 }
 
 std::unique_ptr<RestoreStorage> RestoreJob::createStorage(StorageUse use) {
-    return makeRestoreStorage(restore(), storageRun(use));
+    StorageRun run = storageRun(use);
+    run.placing = &placing_;
+    return makeRestoreStorage(restore(), run);
 }
 
 std::unique_ptr<RestoreCatalog> RestoreJob::createCatalog() {

@@ -9,6 +9,7 @@
 
 #include "job/transferjob.h"
 #include "jobdef/restorejobdefinition.h"
+#include "storage/placingrecord.h"
 #include "storage/restorecatalog.h"
 #include "storage/restorestorage.h"
 
@@ -21,11 +22,15 @@ public:
                         WaitForServer waitForServer = {});
     ~RestoreJob() override;
 
+    // Besides, what a run that was killed has left beside its target goes.
+    bool init() override;
+
 protected:
     unsigned long run() override;
 
     // A new back end for the run, null with the last error when there can be none. Work thread.
     virtual std::unique_ptr<RestoreStorage> createStorage(StorageUse use);
+    PlacingRecord& placing() { return placing_; }
     // What the run lists its items from; null as above.
     virtual std::unique_ptr<RestoreCatalog> createCatalog();
 
@@ -45,7 +50,9 @@ private:
     bool dropAtStorage(int endCode) override;
     void closeStorage() override { storage_.reset(); }
 
-    std::unique_ptr<RestoreStorage> storage_;  // the work thread's
+    // The work thread's, and init()'s while there is none.
+    PlacingRecord placing_;
+    std::unique_ptr<RestoreStorage> storage_;
 };
 
 }  // namespace dorvo

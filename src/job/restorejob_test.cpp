@@ -1,5 +1,6 @@
 #include "job/restorejob.h"
 
+#include "job/runtotals.h"
 #include "job/scripted_job.h"
 
 namespace dorvo {
@@ -27,7 +28,7 @@ TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
         const wchar_t* restored;  // where "a" comes to lie; null: nowhere
     };
     const Row rows[] = {
-        {"keep", 1, false, {"sources", "b", "c"}, nullptr},
+        {"keep", 1, false, {"b", "c"}, nullptr},
         {"keep, meanwhile", 1, true, {"sources", "a", "b", "c"}, nullptr},
         {"overwrite", 2, false, {"sources", "a", "b", "c"}, L"\\a"},
         {"overwrite, meanwhile", 2, true, {"sources", "a", "b", "c"}, L"\\a"},
@@ -55,6 +56,7 @@ TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
         EXPECT_TRUE(job->errors().empty());
         EXPECT_EQ(job->record().doneSize, 21u) << "what is left out is done";
         EXPECT_EQ(job->record().unchangedSize, row.conflict == 1 ? 7u : 0u);
+        EXPECT_EQ(job->record().keptFiles(), row.conflict == 1 ? 1u : 0u);
         EXPECT_EQ(contentOf(target() + L"\\a"), row.conflict == 2 ? "C:\\sources\\a" : "mine");
         if (row.restored != nullptr) {
             EXPECT_EQ(contentOf(target() + row.restored), "C:\\sources\\a");
@@ -73,6 +75,94 @@ TEST_F(RestoreJobTest, NothingLeavesTheChosenFolder) {
     EXPECT_EQ(job->errors(), (Names{"x 161 the path has \".\" or \"..\" in it",
                                     "a:stream 161 a name in the path has a colon in it",
                                     "y 161 the item is not below the prefix of the restore"}));
+}
+
+TEST_F(RestoreJobTest, AFileThatIsInItsPlaceIsNotPlacedAgain) {
+    struct Row {
+        int32_t conflict;
+        bool changed;  // by somebody, before the run goes on
+        Names found;
+    };
+    const std::string mine = "C:\\sources\\b";
+    for (const Row& row : {Row{1, false, {mine, ""}}, Row{2, false, {mine, ""}},
+                           Row{3, false, {mine, ""}}, Row{3, true, {"changed", mine}}}) {
+        SCOPED_TRACE(row.conflict);
+        rm_rf(target(), true);
+        script_ = {};
+        script_.cutOff = "b";
+        {
+            const auto job = makeRestore(row.conflict);
+            run(*job);
+            EXPECT_EQ(job->state(), paused);
+        }
+        if (row.changed) {
+            write(target() + L"\\b", "changed");
+        }
+        const size_t asked = script_.count("C:\\sources\\b");
+        const auto job = makeRestore(row.conflict);  // of another process
+        ASSERT_TRUE(job->init());
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script_.count("C:\\sources\\b") - asked, row.changed ? 1u : 0u);
+        EXPECT_EQ((Names{contentOf(target() + L"\\b"), contentOf(target() + L"\\b.0")}), row.found);
+        EXPECT_EQ(job->record().keptFiles(), 0u);
+        EXPECT_FALSE(exists(dataPath(L"\\restoring\\j1")));
+    }
+}
+
+TEST_F(RestoreJobTest, WhatAKilledRunLeftBesideItsTargetGoes) {
+    const std::wstring left = target() + L"\\~111111111111-3.tmp";
+    const auto leave = [&](const char* job) {
+        write(left, "readable");
+        PlacingRecord(job).announce({17, 17, 17, 17, 17, 17}, 3, left);
+    };
+    leave("j1");
+    ASSERT_TRUE(makeRestore()->init());
+    EXPECT_FALSE(exists(left)) << "at the next start";
+    leave("j1");
+    const auto job = makeRestore();
+    script_.onItem = [&](const std::string& name) { EXPECT_TRUE(name != "b" || job->stop()); };
+    run(*job);
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_FALSE(exists(left)) << "with the run";
+    script_.onItem = nullptr;
+    leave("gone");
+    run(*job);
+    EXPECT_FALSE(exists(left)) << "at the next restore";
+    EXPECT_FALSE(exists(dataPath(L"\\restoring\\gone")));
+}
+
+TEST_F(RestoreJobTest, NothingIsAskedForWithoutAPlaceToRestoreTo) {
+    const auto job = makeRestore();
+    auto away = std::make_unique<RestoreJobDefinition>(
+        static_cast<const RestoreJobDefinition&>(job->definition()));
+    away->setTarget(L"Q:\\to\\", prefix_);
+    job->definition(std::move(away));
+    const LogCapture quiet;
+    run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, DWORD{ERROR_INVALID_DRIVE});
+    EXPECT_EQ(script_.listed, 0u);
+    EXPECT_TRUE(job->errors().empty());
+}
+
+TEST_F(RestoreJobTest, CountsWhatFailedAndWhatARunHasComePast) {
+    script_.items["a"] = {ERROR_ACCESS_DENIED};
+    script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\a"),
+                       item(L"C:\\sources\\d", true), item(L"C:\\sources\\b"),
+                       item(L"C:\\sources\\c")};
+    script_.items["d"] = {ERROR_ACCESS_DENIED};
+    const auto job = makeRestore();
+    script_.onItem = [&](const std::string& name) { EXPECT_TRUE(name != "b" || job->stop()); };
+    run(*job);
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_EQ(loadFailedTotals(dataPath(L"\\job\\j1")), (SourceTotals{1, 1, 7}));
+    EXPECT_EQ(script_.history.at("filescount").get_int64(), 2);
+    EXPECT_EQ(script_.history.at("totalsize").get_int64(), 14);
+    script_.onItem = nullptr;
+    run(*job);
+    EXPECT_EQ(loadFailedTotals(dataPath(L"\\job\\j1")), SourceTotals());
+    EXPECT_EQ(script_.history.at("filescount").get_int64(), 3);
 }
 
 TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsServer) {
@@ -137,6 +227,41 @@ TEST_F(RestoreJobTest, DirectoriesHaveTheirTimesAfterTheirFiles) {
         EXPECT_EQ(toTicks(data.ftLastWriteTime), toTicks(item(L"").data.ftLastWriteTime)) << name;
     }
     EXPECT_EQ(job->errors(), Names{"e 5 "}) << "failed once";
+}
+
+TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
+    const auto written = [&](const wchar_t* name) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        GetFileAttributesExW((target() + name).c_str(), GetFileExInfoStandard, &data);
+        return toTicks(data.ftLastWriteTime);
+    };
+    const uint64_t backedUp = toTicks(item(L"").data.ftLastWriteTime);
+    for (const int32_t conflict : {1, 2, 3}) {
+        SCOPED_TRACE(conflict);
+        rm_rf(target(), true);
+        script_ = {};
+        script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\made", true),
+                           item(L"C:\\sources\\there", true), item(L"C:\\sources\\z", true),
+                           item(L"C:\\sources\\z\\a")};
+        ASSERT_TRUE(createDirectories(target() + L"\\there"));
+        script_.items["a"] = {WSAECONNRESET};
+        // Killed between making the folder and coming past it, as far as that can be told.
+        script_.items["made"] = {WSAECONNRESET};
+        {
+            const auto job = makeRestore(conflict);
+            run(*job);
+            ASSERT_TRUE(createDirectories(target() + L"\\made"));
+            run(*job);
+            EXPECT_EQ(job->state(), paused);
+        }
+        const auto job = makeRestore(conflict);
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(written(L"\\made"), backedUp);
+        EXPECT_EQ(written(L"\\z"), backedUp);
+        EXPECT_EQ(written(L"\\there") == backedUp, conflict != 1);
+        EXPECT_EQ(script_.count("C:\\sources\\there"), conflict == 1 ? 0u : 1u);
+    }
 }
 
 TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {

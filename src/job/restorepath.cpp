@@ -36,25 +36,6 @@ Text withoutSeparator(Text path) {
     return path.ends_with(L'\\') ? path.substr(0, path.size() - 1) : path;
 }
 
-// The superscript digits count as digits to Windows here.
-bool isPortNumber(wchar_t c) {
-    return (c >= L'1' && c <= L'9') || c == L'\u00B9' || c == L'\u00B2' || c == L'\u00B3';
-}
-
-bool isDevice(Text name) {
-    static constexpr std::array<Text, 6> names = {L"CON", L"PRN",    L"AUX",
-                                                  L"NUL", L"CONIN$", L"CONOUT$"};
-    Text stem = name.substr(0, name.find(L'.'));
-    stem = stem.substr(0, stem.find_last_not_of(L' ') + 1);
-    const auto is = [&](Text device) { return sameAscii(stem, device); };
-    if (std::any_of(names.begin(), names.end(), is)) {
-        return true;
-    }
-    const Text port = stem.substr(0, 3);
-    return stem.size() == 4 && isPortNumber(stem[3]) &&
-           (sameAscii(port, L"COM") || sameAscii(port, L"LPT"));
-}
-
 // Behind these names a server has no files.
 bool isDeviceShare(Text share) {
     static constexpr std::array<Text, 3> names = {L"PIPE", L"MAILSLOT", L"IPC$"};
@@ -73,17 +54,14 @@ Fault checkName(Text name) {
     if (name == L"." || name == L"..") {
         return Fault::dotName;
     }
+    if (name.find_first_not_of(L". ") == Text::npos) {
+        return Fault::onlyDotsAndSpaces;
+    }
     if (name.find(L':') != Text::npos) {
         return Fault::alternateStream;
     }
     if (std::any_of(name.begin(), name.end(), isForbidden)) {
         return Fault::forbiddenCharacter;
-    }
-    if (isDevice(name)) {
-        return Fault::deviceName;
-    }
-    if (name.back() == L'.' || name.back() == L' ') {
-        return Fault::trailingDotOrSpace;
     }
     return name.size() > longestName ? Fault::nameTooLong : Fault::none;
 }
@@ -112,7 +90,7 @@ Fault checkShare(Text path) {
     const Text below = names.substr(serverEnd + 1);
     const Text share = below.substr(0, below.find(L'\\'));
     if (isDeviceShare(share)) {
-        return Fault::deviceName;
+        return Fault::deviceShare;
     }
     return checkNames(below.size() == share.size() + 1 ? withoutSeparator(names) : names);
 }
@@ -197,8 +175,8 @@ uint32_t restorePathCode(Fault fault) {
         case Fault::dotName:
         case Fault::alternateStream:
         case Fault::forbiddenCharacter:
-        case Fault::deviceName:
-        case Fault::trailingDotOrSpace:
+        case Fault::deviceShare:
+        case Fault::onlyDotsAndSpaces:
         case Fault::outsidePrefix:
         case Fault::noPlace:
         case Fault::outsideRoot:
@@ -219,8 +197,8 @@ const char* restorePathText(Fault fault) {
         case Fault::alternateStream: return "a name in the path has a colon in it";
         case Fault::forbiddenCharacter:
             return "a name in the path has a character that Windows does not allow";
-        case Fault::deviceName: return "a name in the path is that of a device";
-        case Fault::trailingDotOrSpace: return "a name in the path ends in a dot or a space";
+        case Fault::deviceShare: return "the share in the path is that of devices";
+        case Fault::onlyDotsAndSpaces: return "a name in the path is nothing but dots and spaces";
         case Fault::nameTooLong: return "a name in the path is longer than 255 characters";
         case Fault::outsidePrefix: return "the item is not below the prefix of the restore";
         case Fault::noPlace:

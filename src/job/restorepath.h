@@ -2,8 +2,9 @@
 // trusted, and nothing that is restored may land outside the folder that was chosen.
 //
 // Text only; what the disk makes of a path is asked in restorepathlinks.h. A path that passes is
-// "X:\..." or "\\server\share\..." with plain names throughout, so that it means the same with and
-// without the \\?\ form.
+// "X:\..." or "\\server\share\..." with names throughout that a file can have. Some of them mean a
+// device or another file without the \\?\ form ("aux.c", "name.", "name "), so that nothing but
+// that form of a target ever goes to the system (longPath).
 #pragma once
 
 #include <cstddef>
@@ -21,8 +22,8 @@ enum class RestorePathFault {
     dotName,          // "." or ".."
     alternateStream,  // a colon after the drive's
     forbiddenCharacter,
-    deviceName,  // CON, COM1.txt, \\server\pipe ...
-    trailingDotOrSpace,
+    deviceShare,  // \\server\pipe ...
+    onlyDotsAndSpaces,
     nameTooLong,    // above 255 UTF-16 units
     outsidePrefix,  // the original is not below the part of the paths that is replaced
     noPlace,        // a share's item, and no prefix tells what of its path goes below the root
@@ -40,6 +41,9 @@ struct RestorePathRequest {
     std::wstring_view root = {};    // the chosen folder; empty: the original place
     std::wstring_view target = {};  // where the item would go, before any suffix
     bool directory = false;
+    // Of a restore to the original place: the folder down to which the way is the user's own
+    // choice, links included; empty where that is the drive or the share.
+    std::wstring_view ownWay = {};
     // How names are compared; null takes A to Z for a to z and nothing else.
     bool (*sameName)(std::wstring_view a, std::wstring_view b) = nullptr;
 };

@@ -16,8 +16,16 @@ bool sameWindowsName(std::wstring_view a, std::wstring_view b) {
 // Files that a cloud provider keeps are reparse points too, and at home where they are. A tag that
 // the system does not tell is taken for a link's.
 bool leadsElsewhere(const RestoreFolder& folder) {
-    return (folder.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+    return (folder.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && !folder.mountedVolume &&
            (folder.reparseTag == 0 || IsReparseTagNameSurrogate(folder.reparseTag));
+}
+
+// A junction has the same tag, and names a folder.
+bool isMountedVolume(const std::wstring& path) {
+    constexpr DWORD longestName = 50;  // "\\\\?\\Volume{...}\\"
+    wchar_t name[longestName + 1] = {};
+    return GetVolumeNameForVolumeMountPointW((longPath(path) + L"\\").c_str(), name, longestName) !=
+           0;
 }
 
 }  // namespace
@@ -32,6 +40,8 @@ RestoreFolder lookAtFolder(const std::wstring& path) {
         WIN32_FIND_DATAW entry{};
         const FindHandle find(FindFirstFileW(longPath(path).c_str(), &entry));
         folder.reparseTag = find ? entry.dwReserved0 : 0;
+        folder.mountedVolume =
+            folder.reparseTag == IO_REPARSE_TAG_MOUNT_POINT && isMountedVolume(path);
     }
     return folder;
 }
@@ -39,7 +49,8 @@ RestoreFolder lookAtFolder(const std::wstring& path) {
 RestorePathFault judgeRestorePath(RestorePathRequest request) {
     request.sameName = sameWindowsName;
     const RestorePathFault fault = checkRestorePath(request);
-    return fault != RestorePathFault::none ? fault : findRestoreLink(request.target, request.root);
+    const std::wstring_view way = request.root.empty() ? request.ownWay : request.root;
+    return fault != RestorePathFault::none ? fault : findRestoreLink(request.target, way);
 }
 
 RestorePathFault findRestoreLink(std::wstring_view target, std::wstring_view root,

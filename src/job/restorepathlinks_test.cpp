@@ -24,21 +24,26 @@ TEST(RestorePathLinks, RefusesAWayThatLeadsElsewhere) {
         Fault fault;
     };
     const Row rows[] = {
-        {"plain folder", L"D:\\r\\a\\b", L"D:\\r\\", {0, plain, 0}, Fault::none},
-        {"junction", L"D:\\r\\a\\b", L"D:\\r\\", {0, reparse, 0xA0000003}, Fault::link},
-        {"symbolic link", L"D:\\r\\a\\b", L"D:\\r", {0, reparse, 0xA000000C}, Fault::link},
-        {"untold tag", L"D:\\r\\a\\b", L"D:\\", {0, reparse, 0}, Fault::link},
-        {"far below", L"D:\\r\\a\\b\\c\\d", L"", {0, reparse, 0xA0000003}, Fault::link},
-        {"cloud folder", L"D:\\r\\a\\b", L"D:\\r\\", {0, reparse, cloudTag}, Fault::none},
-        {"the target itself", L"D:\\r\\a", L"D:\\r\\", {0, reparse, 0}, Fault::none},
-        {"the root itself", L"D:\\r\\a\\b", L"D:\\r\\a\\", {0, reparse, 0}, Fault::none},
-        {"not there", L"D:\\r\\a\\b", L"D:\\r\\", {ERROR_FILE_NOT_FOUND, 0, 0}, Fault::none},
-        {"denied", L"D:\\r\\a\\b", L"D:\\r\\", {ERROR_ACCESS_DENIED, 0, 0}, Fault::unknownParent},
+        {"plain folder", L"D:\\r\\a\\b", L"D:\\r\\", {0, plain, 0, false}, Fault::none},
+        {"junction", L"D:\\r\\a\\b", L"D:\\r\\", {0, reparse, 0xA0000003, false}, Fault::link},
+        {"mounted volume", L"D:\\r\\a\\b", L"", {0, reparse, 0xA0000003, true}, Fault::none},
+        {"symbolic link", L"D:\\r\\a\\b", L"D:\\r", {0, reparse, 0xA000000C, false}, Fault::link},
+        {"untold tag", L"D:\\r\\a\\b", L"D:\\", {0, reparse, 0, false}, Fault::link},
+        {"far below", L"D:\\r\\a\\b\\c\\d", L"", {0, reparse, 0xA0000003, false}, Fault::link},
+        {"cloud folder", L"D:\\r\\a\\b", L"D:\\r\\", {0, reparse, cloudTag, false}, Fault::none},
+        {"the target itself", L"D:\\r\\a", L"D:\\r\\", {0, reparse, 0, false}, Fault::none},
+        {"the root itself", L"D:\\r\\a\\b", L"D:\\r\\a\\", {0, reparse, 0, false}, Fault::none},
+        {"not there", L"D:\\r\\a\\b", L"D:\\r\\", {ERROR_FILE_NOT_FOUND, 0, 0, false}, Fault::none},
+        {"denied",
+         L"D:\\r\\a\\b",
+         L"D:\\r\\",
+         {ERROR_ACCESS_DENIED, 0, 0, false},
+         Fault::unknownParent},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         const auto look = [&](const std::wstring& path) {
-            return path == L"D:\\r\\a" ? row.odd : RestoreFolder{0, plain, 0};
+            return path == L"D:\\r\\a" ? row.odd : RestoreFolder{0, plain, 0, false};
         };
         EXPECT_EQ(findRestoreLink(row.target, row.root, look), row.fault);
     }

@@ -2,7 +2,11 @@
 
 #include "base/last_error.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
+#include "base/volume_root.h"
+#include "job/madefolders.h"
 #include "job/restoreitems.h"
 #include "job/restorelist.h"
 #include "job/source/speedcalc.h"
@@ -17,6 +21,9 @@ int RestoreRun::carryOut() {
     const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registered.\n");
     takeUp();
+    // The item is decoded anew, or somebody has gone on with what this run does not know of.
+    job_.placing_.removeSibling();
+    PlacingRecord::sweep();
     log(LogLevel::debug, "Job history information loaded.\n");
     const int end = prepare() ? RestoreItems(job_, reader_, list_).process() : endCode();
     reader_.close();
@@ -24,7 +31,7 @@ int RestoreRun::carryOut() {
 }
 
 bool RestoreRun::prepare() {
-    if (!carryOn() || !makeList()) {
+    if (!carryOn() || !findRoot() || !makeList()) {
         return false;
     }
     if (!reader_.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
@@ -37,13 +44,30 @@ bool RestoreRun::prepare() {
     return startStorage("Start to restore files/directories.\n");
 }
 
+// Without its drive or share every single item would be fetched for nothing.
+bool RestoreRun::findRoot() {
+    const std::wstring& target = job_.restore().target();
+    const std::wstring root = std::wstring(volumeRootOf(target)) + L"\\";
+    if (target.empty() || GetFileAttributesW(longPath(root).c_str()) != INVALID_FILE_ATTRIBUTES) {
+        return true;
+    }
+    LastErrorGuard keep;
+    const bool missing =
+        keep.error() == ERROR_FILE_NOT_FOUND || keep.error() == ERROR_PATH_NOT_FOUND;
+    keep.set(missing ? DWORD{ERROR_INVALID_DRIVE} : keep.error());
+    log(LogLevel::error, "The place to restore to {%s} is not there, error-code = %d, %s.\n",
+        toUtf8(root).c_str(), static_cast<int>(keep.error()),
+        job_.reasonText(keep.error()).c_str());
+    return refuse(keep.error());
+}
+
 bool RestoreRun::makeList() {
     if (listed_) {
         return true;
     }
     // Item numbers begin anew, and packages are known by them.
     rm_rf(itemTempFolder(job_.definition().id()), false);
-    if (!beginList()) {
+    if (!beginList() || !forgetMadeFolders()) {
         return false;
     }
     if (!generateList()) {
@@ -57,6 +81,10 @@ bool RestoreRun::makeList() {
         "%d.\n",
         record_.totalSize, record_.fileCount, record_.directoryCount);
     return carryOn();
+}
+
+bool RestoreRun::forgetMadeFolders() {
+    return MadeFolders::forget(madeFoldersPath(list_)) || fail(GetLastError());
 }
 
 bool RestoreRun::generateList() {

@@ -16,7 +16,9 @@ public:
 
 private:
     bool prepare();
+    bool findRoot();
     bool makeList();
+    bool forgetMadeFolders();
     bool generateList();
 
     RestoreJob& job_;

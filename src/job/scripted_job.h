@@ -24,6 +24,7 @@
 #include "job/restorejob.h"
 #include "scheduler/iocpdispatherwrapper.h"
 #include "storage/itemtemppath.h"
+#include "storage/restoresibling.h"
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
@@ -64,6 +65,8 @@ struct Script {
     uint64_t room = uint64_t{1} << 40;       // on every disk, bytes
     bool noStorage = false;
     std::vector<RestoreCatalog::Item> catalog;
+    std::string cutOff;  // the run is cut off when this file of a restore is in its place
+    std::function<void(uint32_t number, const std::wstring& target)> onPlaced;
 
     static bool answer(std::deque<DWORD>& errors) {
         if (errors.empty()) {
@@ -157,7 +160,7 @@ public:
         script_.targets.emplace_back(target);
         return script_.item(original) && createDirectories(target);
     }
-    bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t,
+    bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
                      bool replace) override {
         script_.targets.emplace_back(target);
         if (!script_.item(original)) {
@@ -168,6 +171,12 @@ public:
             return false;
         }
         std::ofstream(target, std::ios::binary) << toUtf8(original);
+        if (!script_.cutOff.empty() && toUtf8(original).ends_with("\\" + script_.cutOff)) {
+            script_.cutOff.clear();
+            script_.onPlaced(number, target);
+            SetLastError(WSAECONNRESET);
+            return false;
+        }
         return true;
     }
 
@@ -349,6 +358,13 @@ public:
 
 protected:
     std::unique_ptr<RestoreStorage> createStorage(StorageUse) override {
+        script_.onPlaced = [this](uint32_t number, const std::wstring& target) {
+            const auto& run = record().instanceId;
+            const FileHandle file(CreateFileW(target.c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                              nullptr, OPEN_EXISTING, 0, nullptr));
+            EXPECT_TRUE(placing().announce(run, number, siblingPath(target, run, number)));
+            EXPECT_TRUE(placing().choose(target, file.get()));
+        };
         return make<FakeRestoreStorage, RestoreStorage>();
     }
     std::unique_ptr<RestoreCatalog> createCatalog() override {

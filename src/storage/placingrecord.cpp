@@ -167,8 +167,11 @@ bool PlacingRecord::announce(const Run& run, uint32_t item, const std::wstring& 
 }
 
 bool PlacingRecord::choose(const std::wstring& target, HANDLE sibling) {
+    if (!identify(sibling, content_.identity)) {
+        return true;
+    }
     content_.target = target;
-    return identify(sibling, content_.identity) && write();
+    return write();
 }
 
 bool PlacingRecord::identify(HANDLE file, Identity& identity) {

@@ -31,7 +31,8 @@ public:
 
     // The item's sibling is about to be made. False with the last error: then it must not be.
     bool announce(const Run& run, uint32_t item, const std::wstring& sibling);
-    // The sibling, which is complete, is about to become `target`. False as above.
+    // The sibling, which is complete, is about to become `target`. False as above. Where the disk
+    // does not tell files apart nothing is noted, and a killed run brings the item again.
     bool choose(const std::wstring& target, HANDLE sibling);
     // The sibling has become the target, or is deleted.
     void settle() { unsettled_ = false; }

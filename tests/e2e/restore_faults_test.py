@@ -127,5 +127,31 @@ class RestoreFaultsTest(SystemTest):
         self.assertEnded(system)
 
 
+    def test_a_run_killed_while_it_decodes_leaves_nothing_to_read(self):
+        system = self.backed_up("left", lambda tree: write(tree / "large.bin", noise(100 * 2**20, 1)))
+        large = system.tree / "large.bin"
+        beside = lambda: [p.name for p in system.tree.iterdir() if p != large]
+        # The user gives the run up, drops the job, or only looks what there is before he decides.
+        for command in (["stop"], ["remove"], ["pause"]):
+            with self.subTest(command):
+                write(large, b"an older state")
+                run = system.start_restore("--conflict", "overwrite")
+                until(beside, run)
+                run.kill()
+                self.assertRegex(beside()[0], r"^~[0-9a-f]{12}-\d+\.tmp$")
+                system.machine.agent(*command, system.job("restore"), code=None)
+                self.assertEqual(beside(), [])
+                self.assertEqual(large.read_bytes(), b"an older state")
+        # A job that is no more, of which only the file beside the target tells.
+        job = system.job("restore")
+        run = system.machine.start("resume", job)
+        until(beside, run)
+        run.kill()
+        shutil.rmtree(system.machine.job_folder(job))
+        system.restore(*system.to(system.folder / "elsewhere"))
+        self.assertEqual(beside(), [])
+        self.assertEqual(list((system.machine.data / "restoring").iterdir()), [])
+
+
 if __name__ == "__main__":
     unittest.main()

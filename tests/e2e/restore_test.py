@@ -1,5 +1,6 @@
 """Restores without network trouble: what comes back and where, what stays, what never gets out."""
 
+import json
 import os
 import shutil
 import unittest
@@ -73,9 +74,53 @@ class RestoreTest(SystemTest):
                     write(target / name, data)
                 # READONLY does not save a file that is to be replaced.
                 (target / "a.txt").chmod(0o444)
-                system.restore(*system.to(target, "--conflict", rule))
+                # Nor may it become readable to everybody; more than that Wine does not keep.
+                (target / "folder" / "b.txt").chmod(0o600)
+                run = system.restore(*system.to(target, "--conflict", rule), "--json")
+                summary = json.loads(run.out.splitlines()[-1])["summary"]
+                kept = 2 if rule == "keep" else 0
+                self.assertEqual((summary["files"], summary["keptFiles"]), (3 - kept, kept))
+                self.assertEqual((summary["bytes"], summary["keptBytes"]), (3, 10) if kept else (13, 0))
+                self.assertEqual((target / "folder" / "b.txt").stat().st_mode & 0o007, 0)
                 found = {str(p.relative_to(target)): p.read_bytes() for p in target.rglob("*") if p.is_file()}
                 self.assertEqual(found, there | made)
+
+    def test_a_spoiled_file_in_its_place_is_not_called_restored(self):
+        system = System(self, "spoiled")
+        spoiled = system.tree / "a.txt"
+        write(spoiled, b"backed up")
+        system.backup()
+        write(spoiled, b"spoiled")
+        run = system.restore()
+        self.assertIn("Warning: What is there is kept as it is: --conflict overwrite replaces it", run.out)
+        self.assertIn(": 0 files restored (0 B,", run.out)
+        self.assertIn("1 file (9 B) kept as it was: --conflict overwrite replaces it.", run.out)
+        self.assertEqual(spoiled.read_bytes(), b"spoiled")
+        run = system.restore("--conflict", "overwrite")
+        self.assertNotIn("kept", run.out)
+        self.assertEqual(spoiled.read_bytes(), b"backed up")
+
+    def test_links_above_a_source_are_the_users_own_way(self):
+        system = System(self, "own way")
+        outside, real = system.folder / "outside", system.folder / "real"
+        outside.mkdir()
+        names = ("docs/a.txt", "docs/sub/b.txt")
+        for name in names:
+            write(real / name, name.encode())
+        (system.folder / "link").symlink_to(real)
+        source = system.folder / "link" / "docs"
+        system.backup(source=source)
+        # All of it, or a part that is named.
+        for paths in ([], [windows_path(source)]):
+            shutil.rmtree(real / "docs")
+            system.restore(*paths)
+            self.assertEqual([(real / name).read_bytes() for name in names], [name.encode() for name in names])
+        # Below the source somebody else may have put them.
+        shutil.rmtree(real / "docs" / "sub")
+        (real / "docs" / "sub").symlink_to(outside)
+        run = system.restore("--conflict", "overwrite", code=SOME_FAILED)
+        self.assertIn("b.txt", run.err)
+        self.assertEqual(os.listdir(outside), [])
 
     def test_a_folder_in_a_files_place_and_the_reverse(self):
         system = System(self, "places")
@@ -102,13 +147,16 @@ class RestoreTest(SystemTest):
                     byte = file.read(1)[0]
                     file.seek(-1, os.SEEK_CUR)
                     file.write(bytes([byte ^ 1]))
-        target = system.folder / "target"
+        target, whole = system.folder / "target", dict(expected)
         write(target / names[0], b"an older state", mtime=1_400_000_000_000_000_000)
         expected[names[0]] = trees.snapshot(target)[names[0]]
         del expected[names[1]]
-        run = system.restore(*system.to(target, "--conflict", "overwrite"), code=SOME_FAILED)
-        for path in damaged:
-            self.assertIn(path, run.err)
+        run = system.restore(*system.to(target, "--conflict", "overwrite", "--json"), code=SOME_FAILED)
+        summary = json.loads(run.out.splitlines()[-1])["summary"]
+        self.assertEqual({f["path"] for f in summary["failed"]}, damaged)
+        # Sums are of what was done.
+        sizes = [e.size for p, e in whole.items() if e.kind == "file" and p not in names]
+        self.assertEqual((summary["files"], summary["bytes"]), (len(sizes), sum(sizes)))
         failed = system.machine.listing("show", system.job("restore"))["runs"][0]["failed"]
         self.assertEqual({f["path"] for f in failed}, damaged)
         self.assertNotIn(0, [f["code"] for f in failed])
@@ -122,11 +170,11 @@ class RestoreTest(SystemTest):
         # name of a file, and what the server is made to call it
         lies = {"up": tree + r"\..\escaped", "up 2": tree + r"\sub\..\..\escaped", "up 3": r"C:\..\..\escaped",
                 "slash": tree + r"\sub/../../escaped", "slash 2": tree + "/../escaped",
-                "stream": tree + r"\good:stream", "device": tree + r"\NUL", "device 2": tree + r"\sub\com1.txt",
+                "stream": tree + r"\good:stream", "pipe": r"\\localhost\pipe\escaped",
                 "drive": "Z:escaped", "drive 2": "C:escaped", "bare": "escaped", "root": r"\escaped",
                 "share": r"\\localhost\c$\escaped", "raw": "\\\\?\\" + tree + r"\escaped",
                 "link": tree + r"\link\escaped", "link 2": tree + r"\sub\link\deep\escaped",
-                "dot": tree + r"\trailing.", "empty": tree + r"\sub\\escaped"}
+                "dots": tree + r"\.. \escaped", "dots 2": tree + r"\...", "empty": tree + r"\sub\\escaped"}
         for name in lies:
             write(system.tree / name, marker)
         write(system.tree / "good", b"good")

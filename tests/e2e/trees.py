@@ -23,6 +23,11 @@ def make_odd_files(root):
              root / "odd" / ("n" * 251 + ".txt"): b"the longest name",
              root / "odd" / ".hidden": b"a leading dot reads as HIDDEN",
              root / "odd" / "read-only.txt": b"not to be written",
+             root / "odd" / "names that only the long form reaches" / "aux.c": b"no device",
+             root / "odd" / "names that only the long form reaches" / "nul": b"no device either",
+             root / "odd" / "names that only the long form reaches" / "dot." / "name.": b"a dot",
+             root / "odd" / "names that only the long form reaches" / "name": b"no dot",
+             root / "odd" / "names that only the long form reaches" / "name ": b"a blank",
              deep / "at the bottom.txt": b"found"}
     for number, (path, data) in enumerate(files.items()):
         path.parent.mkdir(parents=True, exist_ok=True)
