@@ -135,7 +135,7 @@ int BackupCommand::run(Terminal& terminal) {
 void BackupCommand::sayChanges(Terminal& terminal, const BackupJobDefinition& known,
                                const BackupJobDefinition& changed) const {
     for (const std::string& line : changesOf(known, changed)) {
-        flags_.json ? terminal.warn(line) : terminal.out(line);
+        flags_.json ? terminal.error(line) : terminal.out(line);
     }
 }
 

@@ -75,7 +75,7 @@ class LocalTest(SystemTest):
         run = machine.agent("backup", windows_path(system.tree), *system.local)
         self.assertIn("left out: " + windows_path(link) + ": a link to another place", run.out)
         self.assertIn(", 1 left out.", run.out)
-        self.assertIn(windows_path(system.tree / "what:now.txt") + ": it is backed up, but no restore can", run.err)
+        self.assertIn(windows_path(system.tree / "what:now.txt") + ": it is backed up, but no restore can", run.out)
         (system.tree / "what:now.txt").unlink()
         job = system.job()
         self.assertEqual([e["path"] for e in machine.listing("show", job)["runs"][0]["leftOut"]], [windows_path(link)])
