@@ -39,6 +39,7 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
              Row{{"backup", "C:\\windows", "--local", "Q:\\nowhere"}, "does not exist"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\win.ini"}, "is no folder"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\system32"}, "exclude add"},
+             Row{{"backup", "C:\\windows", "--local", "C:\\", "--name", " "}, "cannot be blank"},
              Row{{"restore", "latest", "--to", "C:\\a:b"}, "no path of a folder"},
              Row{{"restore", "latest", "--to", "C:\\windows\\win.ini"}, "is a file"},
              Row{{"restore", "latest", "--to", "C:\\windows\\win.ini\\a\\b"}, "win.ini' is a file"},

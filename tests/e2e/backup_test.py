@@ -47,7 +47,7 @@ class BackupTest(SystemTest):
         """Every run is in the machine's history and in the server's list."""
         job = system.job()
         summaries = [json.loads(p.read_text()) for p in (system.machine.job_folder(job) / "hist").iterdir()
-                     if p.suffix != ".errors"]
+                     if not p.suffix]
         stored = system.machine.listing("instances")
         self.assertEqual(len(stored), runs)
         self.assertEqual({s["instanceId"] for s in summaries}, {i["jobinstanceid"] for i in stored})

@@ -92,6 +92,10 @@ class LocalTest(SystemTest):
         self.assertEqual((target / "link" / "sub" / "behind.txt").read_bytes(), b"behind the link")
         self.assertFalse((target / "link").is_symlink())
 
+        run = machine.agent("backup", windows_path(system.tree), "--name", job, "--no-compress", *system.local)
+        self.assertIn(f"The job 'both' no longer backs up {windows_path(link)}.", run.out)
+        self.assertIn("The job 'both' no longer compresses files.", run.out)
+
     def test_the_agents_own_folder_is_backed_up_in_part_and_never_restored_into(self):
         system = LocalSystem(self, "own")
         machine = system.machine
