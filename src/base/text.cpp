@@ -62,6 +62,15 @@ std::wstring withHalvesSpelled(std::wstring_view wide) {
     return spelled.append(wide.substr(done));
 }
 
+void foldCase(std::wstring& text) {
+    // One character stays one character, so nothing moves.
+    const int length = static_cast<int>(text.size());
+    if (length != 0) {
+        LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, text.data(), length, text.data(),
+                      length, nullptr, nullptr, 0);
+    }
+}
+
 bool equalsIgnoreCase(std::string_view a, std::string_view b) {
     const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),

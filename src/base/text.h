@@ -20,6 +20,9 @@ inline bool isEmpty(const char* text) {
     return text == nullptr || *text == '\0';
 }
 
+// Makes texts equal that differ in upper and lower case only, in any script. The length stays.
+void foldCase(std::wstring& text);
+
 // ASCII upper and lower case count as equal, as in _stricmp.
 bool equalsIgnoreCase(std::string_view a, std::string_view b);
 

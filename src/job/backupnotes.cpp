@@ -14,6 +14,8 @@ constexpr const char* ownDataText =
     "of the agent's own folder, backups hold settings, exclusions and definitions of jobs only";
 constexpr const char* noSnapshotText =
     "there can be no snapshot of this volume, so its files were read while they could change";
+constexpr const char* nothingPassedText =
+    "the job's filter by extension lets no file through: the backup holds folders only";
 constexpr const char* behindLinkText =
     "a link to another place, which has no snapshot: files there were read while they could change";
 
@@ -51,6 +53,11 @@ void BackupNotes::found(const std::wstring& path) {
 
 void BackupNotes::notEntered(const std::wstring& path, DWORD reparseTag) {
     notes_.add(Kind::leftOut, path, notEnteredText(path, reparseTag));
+}
+
+void BackupNotes::nothingPassed(const std::string& jobId) {
+    notes_.addOnce(Kind::warning, {}, nothingPassedText);
+    log(LogLevel::warning, "The filter of job {%s} lets no file through.\n", jobId.c_str());
 }
 
 void BackupNotes::readLive(const VolumeMap& volumes) {

@@ -29,6 +29,9 @@ public:
     // Snapshots have been made: what is read without one all the same.
     void readLive(const VolumeMap& volumes);
 
+    // The walk is over, and a filter has kept all of its files out.
+    void nothingPassed(const std::string& jobId);
+
     // Failures are logged: a run goes on without its notes.
     void save() { notes_.save(); }
 

@@ -313,9 +313,12 @@ bool BackupRun::generateList() {
         SetLastError(ERROR_DEV_NOT_EXIST);
         return false;
     }
+    const SourceCalculator& walked = generator.walked();
+    if (filter && walked.fileCount() == 0) {
+        notes_->nothingPassed(job_.definition().id());
+    }
     notes_->save();
     record_.unchangedSize = generator.unchangedSize();
-    const SourceCalculator& walked = generator.walked();
     return endList({generator.directoryCount(), generator.fileCount(), generator.fileSize()},
                    {walked.directoryCount(), walked.fileCount(), walked.fileSize()});
 }

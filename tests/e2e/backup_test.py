@@ -68,6 +68,17 @@ class BackupTest(SystemTest):
         found = system.differences(left_out=lambda path: not path.endswith("txt") or "left out" in path)
         self.assertEqual(found, [f"folder {windows_path(system.tree / 'left out')} is missing"])
 
+    def test_a_filter_tells_letters_of_any_script_and_when_it_lets_nothing_through(self):
+        system = System(self, "letters")
+        write(system.tree / "отчёт.ТХТ", b"a report")
+        system.backup("--only-ext", "тхт")
+        self.assertEqual(system.differences(), [])
+        self.assertIn("lets no file through", system.backup("--name", "no", "--only-ext", "doc").out)
+        self.assertIn("lets no file through", (system.machine.data / "log").read_text(errors="replace"))
+        summary = json.loads(system.machine.agent("start", "no", "--json").out.splitlines()[-1])["summary"]
+        self.assertIn("lets no file through", summary["warnings"][0]["reason"])
+        self.assertNotIn("no file", system.backup("--name", "no", "--only-ext", "ТХТ").out)
+
     def test_uncompressed_packages(self):
         system = System(self, "plain")
         make_tree(system.tree)

@@ -1,7 +1,5 @@
 #include "job/source/excludedpaths.h"
 
-#include <windows.h>
-
 #include <algorithm>
 
 #include "base/text.h"
@@ -19,12 +17,7 @@ std::wstring ExcludedPaths::comparable(std::wstring_view path) {
     while (!result.empty() && result.back() == L'\\') {
         result.pop_back();
     }
-    // One character stays one character, so nothing moves.
-    const int length = static_cast<int>(result.size());
-    if (length != 0) {
-        LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, result.data(), length, result.data(),
-                      length, nullptr, nullptr, 0);
-    }
+    foldCase(result);
     return result;
 }
 

@@ -1,78 +1,34 @@
 #include "job/source/extensitonsfilterpolicy.h"
 
-#include <windows.h>
+#include <algorithm>
 
-#include <exception>
-#include <string_view>
-#include <system_error>
-
-#include "base/handle.h"
+#include "base/text.h"
 
 namespace dorvo {
-namespace {
-
-// The standard library may match by recursion, a few stack frames a character: names above this
-// length are matched on a thread with a stack for the longest there are.
-constexpr size_t longestOnThisStack = 300;
-constexpr SIZE_T longNameStack = SIZE_T{512} << 20;  // reserved; used only as deep as it goes
-
-struct Match {
-    std::wstring_view name;
-    const std::wregex& pattern;
-    bool matched = false;
-    std::exception_ptr failure;
-
-    void run() { matched = std::regex_match(name.begin(), name.end(), pattern); }
-};
-
-DWORD WINAPI runMatch(void* argument) {
-    auto* match = static_cast<Match*>(argument);
-    try {
-        match->run();
-    } catch (...) {
-        match->failure = std::current_exception();
-    }
-    return 0;
-}
-
-void runOnLargeStack(Match& match) {
-    const KernelHandle thread(CreateThread(nullptr, longNameStack, runMatch, &match,
-                                           STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
-    if (!thread) {
-        throw std::system_error(static_cast<int>(GetLastError()), std::system_category());
-    }
-    WaitForSingleObject(thread.get(), INFINITE);
-    if (match.failure) {
-        std::rethrow_exception(match.failure);
-    }
-}
-
-}  // namespace
-
-std::wstring ExtensitonsFilterPolicy::pattern(bool includeMode,
-                                              const std::vector<std::wstring>& extensions) {
-    constexpr std::wstring_view everything = L".*";
-    std::wstring pattern(everything);
-    wchar_t separator = L'(';
-    for (const std::wstring& extension : extensions) {
-        const size_t start = extension.find_first_not_of(L".*");
-        if (start != std::wstring::npos) {
-            pattern += separator;
-            pattern.append(extension, start);
-            separator = L'|';
-        }
-    }
-    if (pattern.size() == everything.size()) {
-        return includeMode ? pattern : std::wstring();
-    }
-    return pattern + L")$";
-}
 
 ExtensitonsFilterPolicy::ExtensitonsFilterPolicy(bool includeMode,
                                                  const std::vector<std::wstring>& extensions)
-    : includeMode_(includeMode),
-      pattern_(pattern(includeMode, extensions),
-               std::regex_constants::ECMAScript | std::regex_constants::icase) {}
+    : includeMode_(includeMode) {
+    std::wstring expression;
+    for (const std::wstring& extension : extensions) {
+        const size_t start = extension.find_first_not_of(L".*");
+        if (start == std::wstring::npos) {
+            continue;
+        }
+        std::wstring ending = extension.substr(start);
+        if (ending.find_first_of(L"^$\\.*+?()[]{}|") != std::wstring::npos) {
+            expression += expression.empty() ? L".*(" : L"|";
+            expression += ending;
+        } else {
+            foldCase(ending);
+            longestEnding_ = std::max(longestEnding_, ending.size());
+            endings_.push_back(std::move(ending));
+        }
+    }
+    if (!expression.empty()) {
+        expression_.emplace(expression + L")$");
+    }
+}
 
 ExtensitonsFilterPolicy::~ExtensitonsFilterPolicy() = default;
 ExtensitonsFilterPolicy::ExtensitonsFilterPolicy(const ExtensitonsFilterPolicy&) = default;
@@ -80,13 +36,19 @@ ExtensitonsFilterPolicy& ExtensitonsFilterPolicy::operator=(const ExtensitonsFil
     default;
 
 bool ExtensitonsFilterPolicy::isInclude(const wchar_t* name) {
-    Match match{name, pattern_, false, nullptr};
-    if (match.name.size() <= longestOnThisStack) {
-        match.run();
-    } else {
-        runOnLargeStack(match);
+    return matches(name) == includeMode_;
+}
+
+bool ExtensitonsFilterPolicy::matches(std::wstring_view name) const {
+    if (endings_.empty() && !expression_) {
+        return includeMode_ || name.empty();
     }
-    return match.matched == includeMode_;
+    // Extensions and names are folded a character for a character, so the end is enough.
+    std::wstring end(name.substr(name.size() - std::min(name.size(), longestEnding_)));
+    foldCase(end);
+    return std::any_of(endings_.begin(), endings_.end(),
+                       [&](const std::wstring& ending) { return end.ends_with(ending); }) ||
+           (expression_ && expression_->matches(name));
 }
 
 }  // namespace dorvo

@@ -1,15 +1,18 @@
 // Keeps, or leaves out, the names that end in one of a list of extensions.
 //
 // The extensions *.txt, .txt and txt mean the same; the dot is no part of what is compared, so that
-// "mytxt" ends in txt too. Upper and lower case count as equal. An extension is a piece of a
-// regular expression and is not escaped. An empty list lets everything pass. Immutable.
+// "mytxt" ends in txt too. Upper and lower case count as equal, as for excluded paths. An extension
+// with characters of regular expressions is a piece of one and is not escaped. An empty list lets
+// everything pass. Immutable.
 #pragma once
 
-#include <regex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "job/source/filterpolicy.h"
+#include "job/source/nameexpression.h"
 
 namespace dorvo {
 
@@ -23,12 +26,13 @@ public:
 
     bool isInclude(const wchar_t* name) override;
 
-    // The regular expression of a list.
-    static std::wstring pattern(bool includeMode, const std::vector<std::wstring>& extensions);
-
 private:
+    bool matches(std::wstring_view name) const;
+
     bool includeMode_;
-    std::wregex pattern_;
+    std::vector<std::wstring> endings_;  // case folded
+    size_t longestEnding_ = 0;
+    std::optional<NameExpression> expression_;  // of all extensions that are pieces of one
 };
 
 }  // namespace dorvo

@@ -32,7 +32,28 @@ TEST(ExtensionFilter, TellsWhatBelongsToTheBackup) {
         {{L"tmp"}, L"a.TMP", exclude, false},
         {{L"tmp"}, L"atmp", exclude, false},
         {{L"jpe?g"}, L"a.jpg", include, true},  // a piece of a regular expression
-        {{L"\u00e9"}, L"caf.\u00e9", include, true},
+        // Case in other scripts, in endings, expressions and ranges: "тхт", "отч.ТХТ".
+        {{L"\u0442\u0445\u0442"}, L"\u043e\u0442\u0447.\u0422\u0425\u0422", include, true},
+        {{L"\u0442\u0445?\u0442"}, L"\u043e\u0442\u0447.\u0422\u0425\u0422", include, true},
+        {{L"[\u0430-\u0444]x"}, L"a.\u0422X", include, true},
+        {{L"[\u0430-\u0444]x"}, L"a.\u0425X", include, false},
+        {{L"\u00e9"}, L"caf.\u00c9", exclude, false},
+        {{L"\u03c3"}, L"a.\u03c2", include, true},  // one upper case of two letters
+        // Every character is one, also what ends a line elsewhere.
+        {{L"txt"}, L"a\u2028b.txt", include, true},
+        {{L"tx?t"}, L"a\u2028b\u2029c.txt", include, true},
+        {{L"a.c"}, L"xa\u2029c", include, true},
+        // A dot is itself in brackets and behind a backslash, any character elsewhere.
+        {{L"a[.]c"}, L"xabc", include, false},
+        {{L"a[[:d:].]c"}, L"xa.c", include, true},
+        {{L"a[[:d:].]c"}, L"xabc", include, false},
+        {{L"a\\.c"}, L"xabc", include, false},
+        {{L"tar.gz"}, L"a.TAR-GZ", include, true},
+        // Both kinds in one list.
+        {{L"doc", L"jpe?g"}, L"a.jpeg", include, true},
+        {{L"doc", L"jpe?g"}, L"a.Doc", include, true},
+        {{L"doc", L"jpe?g"}, L"a.doc.txt", exclude, true},
+        {{L"longer-than-the-name"}, L"name", include, false},
     };
     for (const Row& row : rows) {
         const auto filter = FilterPolicyFactory::create(row.type, row.extensions);
