@@ -49,6 +49,7 @@ set(pure_tests
     src/job/job_states_test.cpp
     src/job/restorepath_test.cpp
     src/scheduler/schedulehelper_test.cpp
+    src/scheduler/schedulezones_test.cpp
     src/scheduler/timer_heap_test.cpp
     src/settings/recoveryfile_test.cpp
     src/storage/block_form_test.cpp

@@ -40,15 +40,16 @@ ScheduleManagerImpl& jobSchedules() {
 std::unique_ptr<ScheduleHelper> makeScheduleHelper(const JobSchedule& schedule,
                                                    const ScheduleClock& clock) {
     const JobSchedule& s = schedule;
+    // A definition tells its start by the clock on the wall, a helper takes it for standard time.
+    const uint64_t start = standardCount(clock, s.start);
     switch (s.kind) {
         case ScheduleKind::daily:
-            return std::make_unique<DailyScheduleHelper>(clock, s.start, s.hour, s.minute,
-                                                         s.second);
+            return std::make_unique<DailyScheduleHelper>(clock, start, s.hour, s.minute, s.second);
         case ScheduleKind::weekly:
-            return std::make_unique<WeeklyScheduleHelper>(clock, s.start, s.day, s.hour, s.minute,
+            return std::make_unique<WeeklyScheduleHelper>(clock, start, s.day, s.hour, s.minute,
                                                           s.second);
         case ScheduleKind::monthly:
-            return std::make_unique<MonthlyScheduleHelper>(clock, s.start, s.day, s.hour, s.minute,
+            return std::make_unique<MonthlyScheduleHelper>(clock, start, s.day, s.hour, s.minute,
                                                            s.second);
         case ScheduleKind::once:
         case ScheduleKind::manual: break;

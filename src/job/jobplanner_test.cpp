@@ -235,6 +235,12 @@ TEST(MakeScheduleHelper, TakesTheFieldsOfItsKind) {
         EXPECT_EQ(zone.text(helper->TimeOfNextScheduleImpl(0)), next);
         EXPECT_EQ(helper->kind(), static_cast<int>(kind));
     }
+    // A definition's start is what the wall shows: the first run comes on the same summer's day.
+    TestZone summer;
+    summer.time = summer.at("2026-07-15 08:30:00d");
+    const JobSchedule made{ScheduleKind::monthly, localCount(summer, summer.time), 15, 9, 0, 0};
+    EXPECT_EQ(summer.text(makeScheduleHelper(made, summer)->TimeOfNextScheduleImpl(0)),
+              "2026-07-15 09:00:00d");
     schedule.kind = ScheduleKind::once;
     EXPECT_EQ(makeScheduleHelper(schedule, zone), nullptr);
 }

@@ -1,5 +1,6 @@
 #include "scheduler/schedulecalendar.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace dorvo {
@@ -14,15 +15,23 @@ constexpr uint64_t countsPerSecond = 10'000'000;
 constexpr uint64_t secondsTo1970 = 11'644'473'600;  // from 1601
 constexpr int firstYear = 1900;                     // of std::tm
 constexpr int64_t tenHours = 36'000;
+constexpr int64_t dayLength = 86'400;
+
+// Seconds since 1970 of a count; nothing for one that is no time.
+std::optional<int64_t> secondsOf(uint64_t count) {
+    return count > INT64_MAX
+               ? std::nullopt
+               : std::optional(static_cast<int64_t>(count / countsPerSecond - secondsTo1970));
+}
 
 }  // namespace
 
 int64_t standardInstant(const ScheduleClock& clock, uint64_t count) {
-    if (count > INT64_MAX) {
+    const std::optional<int64_t> passed = secondsOf(count);
+    if (!passed) {
         return -1;
     }
-    const auto passed = static_cast<int64_t>(count / countsPerSecond - secondsTo1970);
-    const std::chrono::sys_seconds time{seconds(passed)};
+    const std::chrono::sys_seconds time{seconds(*passed)};
     const auto day = std::chrono::floor<days>(time);
     const std::chrono::year_month_day date(day);
     const std::chrono::hh_mm_ss clockTime(time - day);
@@ -38,9 +47,21 @@ int64_t standardInstant(const ScheduleClock& clock, uint64_t count) {
 }
 
 uint64_t localCount(const ScheduleClock& clock, int64_t instant) {
+    const std::optional<int64_t> wall = wallTime(clock, instant);
+    return wall ? (static_cast<uint64_t>(*wall) + secondsTo1970) * countsPerSecond : 0;
+}
+
+uint64_t standardCount(const ScheduleClock& clock, uint64_t count) {
+    const int64_t standard = standardInstant(clock, count);
+    const int64_t instant = standard == -1 ? -1 : instantOnWall(clock, *secondsOf(count), standard);
+    return instant == -1 ? count
+                         : count - static_cast<uint64_t>(standard - instant) * countsPerSecond;
+}
+
+std::optional<int64_t> wallTime(const ScheduleClock& clock, int64_t instant) {
     std::tm parts{};
     if (!clock.local(instant, parts)) {
-        return 0;
+        return std::nullopt;
     }
     const auto month = static_cast<unsigned>(parts.tm_mon + 1);
     const std::chrono::sys_days day = std::chrono::year(parts.tm_year + firstYear) /
@@ -48,7 +69,20 @@ uint64_t localCount(const ScheduleClock& clock, int64_t instant) {
                                       std::chrono::day(static_cast<unsigned>(parts.tm_mday));
     const seconds passed = day.time_since_epoch() + hours(parts.tm_hour) + minutes(parts.tm_min) +
                            seconds(parts.tm_sec);
-    return (static_cast<uint64_t>(passed.count()) + secondsTo1970) * countsPerSecond;
+    return passed.count();
+}
+
+int64_t instantOnWall(const ScheduleClock& clock, int64_t wall, int64_t near) {
+    // The clocks change at most once in two days, so one of these two tells the time that day.
+    const std::optional<int64_t> dayBefore = wallTime(clock, near - dayLength);
+    const std::optional<int64_t> dayAfter = wallTime(clock, near + dayLength);
+    if (!dayBefore || !dayAfter) {
+        return -1;
+    }
+    const int64_t before = *dayBefore - (near - dayLength);  // ahead of UTC
+    const int64_t after = *dayAfter - (near + dayLength);
+    const int64_t first = wall - std::max(before, after);
+    return wallTime(clock, first) == wall ? first : wall - std::min(before, after);
 }
 
 int64_t midnight(const ScheduleClock& clock, std::tm date) {

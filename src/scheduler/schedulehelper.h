@@ -1,9 +1,10 @@
 // When a schedule is next due.
 //
-// A schedule has a due time in each of its periods (a day, a week, a month): so many seconds after
-// the midnight with which the period begins. On a day on which daylight-saving time begins or ends
-// that is an hour off the time on the wall (docs/schedules.md). Instants are seconds since 1970, -1
-// for an error of the clock. Helpers do not change; the clock is borrowed and outlives them.
+// A schedule has a due time in each of its periods (a day, a week, a month). The period's own
+// figures count so many seconds from the midnight with which it begins, which is off the time on
+// the wall once the clocks have changed since; the next due time is corrected by that change
+// (docs/schedules.md). Instants are seconds since 1970, -1 for an error of the clock. Helpers do
+// not change; the clock is borrowed and outlives them.
 #pragma once
 
 #include <cstdint>
@@ -19,14 +20,14 @@ public:
     virtual std::unique_ptr<ScheduleHelper> clone() const = 0;
     // 2 daily, 3 weekly, 4 monthly.
     virtual int kind() const = 0;
-    // The first due time that is later than now and than `after` (0 for no such limit), and not
-    // before the schedule's start.
+    // The first due time on the wall that is later than now and than `after` (0 for no such limit),
+    // and not before the schedule's start.
     virtual int64_t TimeOfNextScheduleImpl(int64_t after) const;
     // From now, 0 when the next due time is not later.
     virtual int64_t secondsUntilNext() const;
 
     // Of the period in which the instant `at` lies: its length in seconds, its first midnight, and
-    // the due times in it and in the period that follows.
+    // the due times in it and in the period that follows, as if the clocks never changed.
     virtual int64_t period(int64_t at) const = 0;
     virtual int64_t periodStart(int64_t at) const = 0;
     virtual int64_t dueInPeriod(int64_t at) const = 0;
