@@ -54,8 +54,9 @@ DWORD ServiceProcess::handleControl(DWORD control, DWORD eventType, void*, void*
             return NO_ERROR;
         case SERVICE_CONTROL_TIMECHANGE:
         case SERVICE_CONTROL_POWEREVENT:
-            if (SystemWatch::controlChangesTime(control, eventType)) {
-                SystemWatch::timeChanged();
+            if (const auto news = SystemWatch::newsOfControl(control, eventType);
+                news != SystemWatch::News::none) {
+                SystemWatch::tell(news);
             }
             return NO_ERROR;
         case SERVICE_CONTROL_INTERROGATE: return NO_ERROR;

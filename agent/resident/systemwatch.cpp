@@ -69,6 +69,12 @@ private:
     RegistryKey key_;
 };
 
+SystemWatch::News newsOfPower(WPARAM event) {
+    return event == PBT_APMRESUMEAUTOMATIC || event == PBT_APMRESUMESUSPEND
+               ? SystemWatch::News::wake
+               : SystemWatch::News::none;
+}
+
 }  // namespace
 
 SystemWatch::SystemWatch(HANDLE sessionEnds)
@@ -84,16 +90,16 @@ SystemWatch::~SystemWatch() {
     joinThread(thread_);
 }
 
-bool SystemWatch::messageChangesTime(UINT message, WPARAM parameter) {
-    return message == WM_TIMECHANGE ||
-           (message == WM_POWERBROADCAST &&
-            (parameter == PBT_APMRESUMEAUTOMATIC || parameter == PBT_APMRESUMESUSPEND));
+SystemWatch::News SystemWatch::newsOfMessage(UINT message, WPARAM parameter) {
+    return message == WM_TIMECHANGE       ? News::clockChange
+           : message == WM_POWERBROADCAST ? newsOfPower(parameter)
+                                          : News::none;
 }
 
-bool SystemWatch::controlChangesTime(DWORD control, DWORD eventType) {
-    return control == SERVICE_CONTROL_TIMECHANGE ||
-           (control == SERVICE_CONTROL_POWEREVENT &&
-            (eventType == PBT_APMRESUMEAUTOMATIC || eventType == PBT_APMRESUMESUSPEND));
+SystemWatch::News SystemWatch::newsOfControl(DWORD control, DWORD eventType) {
+    return control == SERVICE_CONTROL_TIMECHANGE   ? News::clockChange
+           : control == SERVICE_CONTROL_POWEREVENT ? newsOfPower(eventType)
+                                                   : News::none;
 }
 
 bool SystemWatch::messageEndsSession(UINT message, WPARAM parameter) {
@@ -103,8 +109,8 @@ bool SystemWatch::messageEndsSession(UINT message, WPARAM parameter) {
 LRESULT SystemWatch::handleMessage(HWND window, UINT message, WPARAM parameter, LPARAM other) {
     const auto* const self =
         reinterpret_cast<const SystemWatch*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    if (messageChangesTime(message, parameter)) {
-        timeChanged();
+    if (const News news = newsOfMessage(message, parameter); news != News::none) {
+        tell(news);
     } else if (self != nullptr && messageEndsSession(message, parameter)) {
         SetEvent(self->sessionEnds_);
         WaitForSingleObject(self->stop_.get(), INFINITE);
@@ -112,10 +118,19 @@ LRESULT SystemWatch::handleMessage(HWND window, UINT message, WPARAM parameter, 
     return DefWindowProcW(window, message, parameter, other);
 }
 
-void SystemWatch::timeChanged() {
-    logLine(LogLevel::information,
-            "The clock may have changed: what is due when is planned again.");
-    IocpDispatherWrapper::notifyTimeChange();
+void SystemWatch::tell(News news) {
+    switch (news) {
+        case News::none: break;
+        case News::clockChange:
+            logLine(LogLevel::information,
+                    "The clock may have changed: what is due when is planned again.");
+            IocpDispatherWrapper::notifyTimeChange();
+            break;
+        case News::wake:
+            logLine(LogLevel::information, "The machine has woken: what has come due begins.");
+            IocpDispatherWrapper::notifyWake();
+            break;
+    }
 }
 
 DWORD SystemWatch::body(void* self) {
@@ -135,7 +150,7 @@ void SystemWatch::watch() const {
         }
         if (woken == WAIT_OBJECT_0 + 1) {
             zone.listen();
-            timeChanged();
+            tell(News::clockChange);
             continue;
         }
         MSG message;

@@ -1,9 +1,9 @@
-// Has the timers planned again when the system's clock or time zone has changed, or it has woken
-// from sleep; and ends the resident when the user's session ends.
+// Has the timers planned again when the system's clock or time zone has changed, and looked at when
+// it has woken from sleep; and ends the resident when the user's session ends.
 //
 // On a thread of its own a hidden window gets what the system announces of clock, power and
 // session, and the registry key of the time zone is watched. A service gets no such messages: its
-// controls go to controlChangesTime(). A program with windows hears of the session's end in no
+// controls go to newsOfControl(). A program with windows hears of the session's end in no
 // other way, and the system ends it as soon as it has answered: the answer is the destructor's, so
 // the watch outlives whatever has to end in order.
 #pragma once
@@ -23,15 +23,16 @@ public:
     SystemWatch(const SystemWatch&) = delete;
     SystemWatch& operator=(const SystemWatch&) = delete;
 
-    // Whether the window message, or the service control with its event type, says that the time
-    // may have jumped. Pure.
-    static bool messageChangesTime(UINT message, WPARAM parameter);
-    static bool controlChangesTime(DWORD control, DWORD eventType);
+    // What a window message, or a service control with its event type, tells of the time. A wake is
+    // no change of the clock: what is planned stays, and may have come due. Pure.
+    enum class News { none, clockChange, wake };
+    static News newsOfMessage(UINT message, WPARAM parameter);
+    static News newsOfControl(DWORD control, DWORD eventType);
     // Whether the window message says that the session ends now. Pure.
     static bool messageEndsSession(UINT message, WPARAM parameter);
 
-    // Plans the timers again. Any thread.
-    static void timeChanged();
+    // Tells the timers. Any thread.
+    static void tell(News news);
 
 private:
     static DWORD WINAPI body(void* self);

@@ -106,6 +106,10 @@ bool Io_Completion_Port_Ex::notify_time_change() {
     return post_wake(clockChange);
 }
 
+bool Io_Completion_Port_Ex::notify_wake() {
+    return post_wake(0);
+}
+
 bool Io_Completion_Port_Ex::post(DWORD bytes, Io_Completion_Port::Event* event,
                                  OVERLAPPED* overlapped) {
     std::lock_guard guard(port_lock_);

@@ -48,6 +48,9 @@ public:
     bool wait();
     // Has every pending timer's handler called with Timeout_Handler::clockChanged.
     bool notify_time_change();
+    // Fires what has come due while the machine slept, and waits anew for the rest: the system does
+    // not count the time of a sleep. The clock is the same, so no handler is told of a change.
+    bool notify_wake();
 
     // The clock that deadlines are compared with.
     uint64_t now() const { return clock_(); }

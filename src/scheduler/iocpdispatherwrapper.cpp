@@ -24,4 +24,8 @@ bool IocpDispatherWrapper::notifyTimeChange() {
     return Iocp_Dispatcher::instance()->notify_time_change();
 }
 
+bool IocpDispatherWrapper::notifyWake() {
+    return Iocp_Dispatcher::instance()->notify_wake();
+}
+
 }  // namespace dorvo

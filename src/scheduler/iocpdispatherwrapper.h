@@ -22,6 +22,9 @@ public:
     // To be called when the system's clock or time zone has changed: pending timers are planned
     // again against the new time.
     static bool notifyTimeChange();
+    // To be called when the machine has woken from sleep: what has come due is fired, the rest
+    // waits on.
+    static bool notifyWake();
 };
 
 }  // namespace dorvo

@@ -101,6 +101,17 @@ TEST_F(UpdateScheduler, AChangeOfTheClockStartsOnlyTheInterval) {
     EXPECT_TRUE(updaterStarted());
 }
 
+TEST_F(UpdateScheduler, AWakeStartsWhatHasComeDueAndLeavesTheRest) {
+    install();
+    Update_Scheduler updates(*TestDispatcher::port());
+    EXPECT_TRUE(updates.schedule());
+    dispatcher_.wake(zone_.time + 599);
+    EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
+    dispatcher_.wake(zone_.time + 1);
+    EXPECT_TRUE(updaterStarted());
+    EXPECT_FALSE(log_.begins("Update Scheduler: Reschedule.\n"));
+}
+
 TEST_F(UpdateScheduler, AMissingUpdaterDoesNotEndTheSchedule) {
     Update_Scheduler updates(*TestDispatcher::port());
     EXPECT_TRUE(updates.schedule());

@@ -52,6 +52,14 @@ public:
         catchUp();
     }
 
+    // The machine has slept until then; the dispatcher is told.
+    void wake(int64_t at) {
+        catchUp();
+        zone_->time = at;
+        EXPECT_TRUE(port_.notify_wake());
+        catchUp();
+    }
+
 private:
     class Nothing : public Timeout_Handler {
     public:
