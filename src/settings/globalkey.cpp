@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "base/private_access.h"
 #include "settings/encodedtext.h"
+#include "settings/wipe.h"
 
 namespace dorvo {
 namespace {
@@ -29,6 +30,7 @@ LSTATUS readValue(std::string& base64) {
             base64[i] = static_cast<char>(wide[i] < 0x80 ? wide[i] : L'?');
         }
     }
+    SecureZeroMemory(text, sizeof text);
     return status;
 }
 
@@ -44,10 +46,11 @@ LSTATUS writeValue(const std::string& base64) {
         return status;
     }
     const RegistryKey key(opened);
-    const std::wstring text(base64.begin(), base64.end());
+    std::wstring text(base64.begin(), base64.end());
     const LSTATUS set =
         RegSetValueExW(key.get(), valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
                        static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+    SecureZeroMemory(text.data(), text.size() * sizeof(wchar_t));
     // A store that is encoded with a key that a power cut takes away would be lost with it.
     return set == ERROR_SUCCESS ? RegFlushKey(key.get()) : set;
 }
@@ -55,49 +58,56 @@ LSTATUS writeValue(const std::string& base64) {
 // Held by the one process that makes the key, so that two don't make two.
 class KeyMaker {
 public:
-    KeyMaker() {
+    explicit KeyMaker(DWORD patienceMs) {
         // Without rights of its own a mutex of the system's is closed to administrators.
         PrivateAccess access(PrivateAccess::Kind::mutex);
         mutex_.reset(CreateMutexW(access.attributes(), FALSE, L"Global\\trevold.Dorvo.random"));
-        const DWORD waited = mutex_ ? WaitForSingleObject(mutex_.get(), INFINITE) : WAIT_FAILED;
-        held_ = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
+        const DWORD waited = mutex_ ? WaitForSingleObject(mutex_.get(), patienceMs) : WAIT_FAILED;
+        error_ = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED ? ERROR_SUCCESS
+                 : waited == WAIT_TIMEOUT                            ? ERROR_TIMEOUT
+                                                                     : GetLastError();
     }
     ~KeyMaker() {
-        if (held_) {
+        if (error_ == ERROR_SUCCESS) {
             ReleaseMutex(mutex_.get());
         }
     }
     KeyMaker(const KeyMaker&) = delete;
     KeyMaker& operator=(const KeyMaker&) = delete;
 
-    bool held() const { return held_; }
+    // 0 when it is held; ERROR_TIMEOUT when another process keeps it.
+    LSTATUS error() const { return static_cast<LSTATUS>(error_); }
 
 private:
     KernelHandle mutex_;
-    bool held_ = false;
+    DWORD error_ = ERROR_SUCCESS;
 };
 
-LSTATUS makeValue(std::string& base64) {
-    const KeyMaker maker;
-    if (!maker.held()) {
-        return static_cast<LSTATUS>(GetLastError());
+LSTATUS makeValue(std::string& base64, DWORD patienceMs) {
+    const KeyMaker maker(patienceMs);
+    if (maker.error() != ERROR_SUCCESS) {
+        return maker.error();
     }
     const LSTATUS status = readValue(base64);
     if (status != ERROR_FILE_NOT_FOUND) {
         return status;
     }
-    base64 = encodeBase64(randomBytes(keyBytes));
+    std::string bytes = randomBytes(keyBytes);
+    const WipeAtEnd wiped(bytes);
+    base64 = encodeBase64(bytes);
     return writeValue(base64);
 }
 
 }  // namespace
 
-bool machineKey(std::string& bytes) {
+bool machineKey(std::string& bytes, DWORD patienceMs) {
     std::string base64;
+    base64.reserve(base64Length);
+    const WipeAtEnd wiped(base64);
     LSTATUS status = readValue(base64);
     try {
         if (status == ERROR_FILE_NOT_FOUND) {
-            status = makeValue(base64);
+            status = makeValue(base64, patienceMs);
         }
         if (status == ERROR_SUCCESS) {
             bytes = decodeBase64(base64);

@@ -9,6 +9,7 @@
 #include "base/md5.h"
 #include "json_spirit/json_spirit.h"
 #include "settings/encodedtext.h"
+#include "settings/globalkey.h"
 #include "settings/recoveryfile.h"
 #include "support/fails_with.h"
 #include "support/file_access.h"
@@ -86,6 +87,20 @@ TEST_F(Keys, GlobalKeyIsMadeOnceHoweverManyAsk) {
     }
     EXPECT_NE(records[0], Record{});
     EXPECT_EQ(records, std::vector<Record>(4, records[0]));
+}
+
+TEST_F(Keys, GlobalKeyIsNotWaitedForWithoutEnd) {
+    setMachineKey(nullptr);
+    const KernelHandle makers(CreateMutexW(nullptr, FALSE, L"Global\\trevold.Dorvo.random"));
+    ASSERT_EQ(WaitForSingleObject(makers.get(), INFINITE), WAIT_OBJECT_0);
+    std::jthread([] {
+        std::string bytes;
+        EXPECT_FALSE(machineKey(bytes, 0));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_TIMEOUT});
+    }).join();
+    ReleaseMutex(makers.get());
+    Record record{};
+    EXPECT_TRUE(globalKey(record));
 }
 
 TEST_F(Keys, DamagedGlobalKeyIsNeverReplaced) {
