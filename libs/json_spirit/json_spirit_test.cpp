@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <limits>
+#include <random>
 
 namespace json_spirit {
 namespace {
@@ -57,6 +59,8 @@ TEST(JsonReader, SaysWhereAndWhy) {
         {"a comment", "/**/1", 1, 1},
         {"behind a byte-order mark", "\xEF\xBB\xBFx", 1, 1},
         {"a second byte-order mark", "\xEF\xBB\xBF\xEF\xBB\xBF{}", 1, 1},
+        {"a number too large for a real", "[-1e309]", 1, 8},
+        {"one of very many digits", std::string(400, '9'), 1, 401},
         {"a line end in a string", "\"a\nb\"", 1, 3},
     };
     for (const Row& row : rows) {
@@ -138,6 +142,15 @@ TEST(JsonWriter, RealsComeBackAsTheyWere) {
     for (const double number : {0.1, 1.0, -2.5e300, 5e-324, 123456789012345680.0}) {
         EXPECT_EQ(parse(write(Value(number))), Value(number)) << number;
     }
+    std::mt19937_64 random(20261123);
+    for (int i = 0; i < 10'000; ++i) {
+        const auto number = std::bit_cast<double>(random());
+        if (std::isfinite(number)) {
+            const std::string text = write(Value(number));
+            ASSERT_EQ(write(parse(text)), text);
+        }
+    }
+    EXPECT_EQ(parse("[1e-400,-1e-400,0.5E+1]"), parse("[0.0,-0.0,5.0]"));
     EXPECT_EQ(write(Value(std::numeric_limits<double>::infinity())), "null");
     EXPECT_EQ(write(Value(std::nan(""))), "null");
 }

@@ -1,11 +1,12 @@
 #include "json_spirit/reader.h"
 
 #include <algorithm>
-#include <boost/json/parser.hpp>
-#include <cmath>
+#include <boost/json/basic_parser_impl.hpp>
 #include <istream>
 #include <iterator>
 #include <string_view>
+
+#include "json_spirit/value_builder.h"
 
 namespace json_spirit {
 namespace {
@@ -16,37 +17,6 @@ namespace {
     const size_t start = before.rfind('\n') + 1;  // npos + 1 is 0
     throw Error_position{static_cast<unsigned>(line) + 1, static_cast<unsigned>(offset - start) + 1,
                          std::move(reason)};
-}
-
-template <class Config>
-Value_impl<Config> convert(const boost::json::value& parsed) {
-    using Value_t = Value_impl<Config>;
-    switch (parsed.kind()) {
-        case boost::json::kind::null: break;
-        case boost::json::kind::bool_: return parsed.get_bool();
-        case boost::json::kind::int64: return parsed.get_int64();
-        case boost::json::kind::uint64: return parsed.get_uint64();
-        case boost::json::kind::double_: return parsed.get_double();
-        case boost::json::kind::string: return std::string(parsed.get_string());
-        case boost::json::kind::array: {
-            typename Value_t::Array elements;
-            elements.reserve(parsed.get_array().size());
-            for (const boost::json::value& element : parsed.get_array()) {
-                elements.push_back(convert<Config>(element));
-            }
-            return elements;
-        }
-        case boost::json::kind::object: {
-            typename Value_t::Object members;
-            for (const auto& member : parsed.get_object()) {
-                // The parser has dropped earlier members of the same name.
-                Value_t value = convert<Config>(member.value());
-                members.insert(members.end(), {std::string(member.key()), std::move(value)});
-            }
-            return members;
-        }
-    }
-    return {};
 }
 
 }  // namespace
@@ -60,9 +30,9 @@ void read_or_throw(const std::string& whole, Value_impl<Config>& value) {
     }
     boost::json::parse_options options;
     options.max_depth = maxDepth;
-    boost::json::parser parser({}, options);
-    boost::system::error_code error;
-    const size_t end = parser.write_some(text.data(), text.size(), error);
+    boost::json::basic_parser<Value_builder<Config>> parser(options);
+    boost::json::error_code error;
+    const size_t end = parser.write_some(false, text.data(), text.size(), error);
     if (error) {
         fail(text, end, error.message());
     }
@@ -70,7 +40,7 @@ void read_or_throw(const std::string& whole, Value_impl<Config>& value) {
     if (rest != std::string_view::npos) {
         fail(text, rest, "extra data");
     }
-    value = convert<Config>(parser.release());
+    value = parser.handler().take();
 }
 
 template <class Config>

@@ -2,8 +2,8 @@
 //
 // Text must be UTF-8; a byte-order mark at its start is passed over. Values nest at most maxDepth
 // deep. Of two members with one name the later one counts. Numbers outside uint64_t and int64_t
-// become reals. Whatever is no JSON, bytes after the value included, throws an Error_position and
-// leaves `value` as it was.
+// become reals, the nearest ones; one too large for a real is an error. Whatever is no JSON, bytes
+// after the value included, throws an Error_position and leaves `value` as it was.
 #pragma once
 
 #include <iosfwd>
