@@ -34,6 +34,7 @@ bool BackupTransformation::transform(const wchar_t* source, const wchar_t* targe
                                      const WIN32_FILE_ATTRIBUTE_DATA*, interrupter* stop) {
     return transformFile(source, target, stop,
                          {.sourceNotOpened = "Failed to open source %s, %s\n",
+                          .targetNotOpened = "Failed to open target %s, %s\n",
                           .failed = "Failed to compress and encrypt %s, %s.\n"},
                          [this](std::istream& in, std::ostream& out) { pump(*this, in, out); });
 }

@@ -17,11 +17,31 @@ namespace {
 
 constexpr bool pumpAll = true;
 
+// The target of a package. The decompressor hands on as they are the bytes that stand behind the
+// compressed ones: they are damage, not content.
+class WholeSink : public CryptoPP::FileSink {
+public:
+    using FileSink::FileSink;
+
+    size_t Put2(const CryptoPP::byte* bytes, size_t length, int messageEnd,
+                bool blocking) override {
+        if (ended_ && length != 0) {
+            throw CryptoPP::Exception(CryptoPP::Exception::INVALID_DATA_FORMAT,
+                                      "There are bytes behind the end of the content");
+        }
+        ended_ = ended_ || messageEnd != 0;
+        return FileSink::Put2(bytes, length, messageEnd, blocking);
+    }
+
+private:
+    bool ended_ = false;
+};
+
 // Each link of the chain owns the next.
 void pump(const Transformation& with, std::istream& in, std::ostream& out) {
     CryptoPP::CBC_Mode<CryptoPP::AES>::Decryption cipher(with.key.data(), with.key.size(),
                                                          with.iv.data());
-    CryptoPP::BufferedTransformation* chain = new CryptoPP::FileSink(out);
+    CryptoPP::BufferedTransformation* chain = new WholeSink(out);
     if (with.compress != 0) {
         chain = new CryptoPP::ZlibDecompressor(chain);
     }
@@ -54,6 +74,7 @@ bool RestoreTransformation::transform(const wchar_t* source, const wchar_t* targ
     return transformFile(
         source, target, stop,
         {.sourceNotOpened = "Failed to target file %s, %s.\n",
+         .targetNotOpened = "Failed to open target %s, %s.\n",
          .failed = "Failed to decrypt and decompress %s, %s.\n"},
         [this](std::istream& in, std::ostream& out) { pump(*this, in, out); },
         [&](HANDLE written) {

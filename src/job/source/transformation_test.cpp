@@ -8,6 +8,8 @@
 #include <random>
 #include <thread>
 
+#include "base/error_text.h"
+#include "base/text.h"
 #include "job/source/backuptransformation.h"
 #include "job/source/handlestreams.h"
 #include "job/source/restoretransformation.h"
@@ -96,6 +98,40 @@ TEST_F(Transform, PackagesAreAsDocumented) {
         ASSERT_TRUE(backup(compress));
         EXPECT_EQ(hex(fileContent(package_)), package);
     }
+}
+
+TEST_F(Transform, BytesBehindTheContentAreDamage) {
+    storeFile(source_, randomBytes(20'000));
+    for (const char* behind :
+         {"", "x", "sixteen bytes ..", "78 9c and many more bytes than a block"}) {
+        ASSERT_TRUE(backup(true));
+        // The compressed content with more behind it, packed again as it is.
+        ASSERT_TRUE(restore(false));
+        const std::string content = fileContent(source_);
+        storeFile(source_, fileContent(target_) + behind);
+        ASSERT_TRUE(backup(false));
+        storeFile(source_, content);
+        EXPECT_EQ(restore(true), *behind == '\0') << behind;
+        if (*behind == '\0') {
+            EXPECT_EQ(fileContent(target_), content);
+        } else {
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        }
+    }
+}
+
+TEST_F(Transform, EachSideHasItsWordsForATargetThatCannotBe) {
+    storeFile(source_, "content");
+    ASSERT_TRUE(backup(true));
+    const test::LogCapture log;
+    package_ = folder_ + L"\\no\\package";
+    EXPECT_FALSE(backup(true));
+    const std::string reason = errorText(ERROR_PATH_NOT_FOUND);
+    EXPECT_TRUE(log.has("Failed to open target " + toUtf8(package_) + ", " + reason + "\n"));
+    package_ = folder_ + L"\\package";
+    target_ = folder_ + L"\\no\\target";
+    EXPECT_FALSE(restore(true));
+    EXPECT_TRUE(log.has("Failed to open target " + toUtf8(target_) + ", " + reason + ".\n"));
 }
 
 TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {

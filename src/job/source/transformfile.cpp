@@ -27,7 +27,7 @@ bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* st
     }
     WriteHandleStream out(target);
     if (!out) {
-        return notOpened("Failed to open target %s, %s.\n", target, out.buffer().error());
+        return notOpened(words.targetNotOpened, target, out.buffer().error());
     }
     try {
         pump(in, out);

@@ -10,6 +10,7 @@ namespace dorvo {
 // Log formats, each of a path and a reason.
 struct TransformWords {
     const char* sourceNotOpened;
+    const char* targetNotOpened;
     const char* failed;
 };
 
