@@ -145,11 +145,15 @@ bool datahead::set_encrypt(uint16_t algo, uint16_t extra_length, const uint8_t* 
     if (algo > last_encryption) {
         return false;
     }
+    if (algo != 0 && extra_length > package_extra_max) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
     change_head(head_, [=](data_package_head& head) { head.encryption = algo; });
     const uint16_t length = algo == 0 ? uint16_t{0} : extra_length;
     address_.set_address_head(head_size, length);
     if (length != 0) {
-        std::copy_n(extra, std::min<size_t>(length, package_extra_max), extra_.get());
+        std::copy_n(extra, length, extra_.get());
     }
     return true;
 }

@@ -47,8 +47,8 @@ public:
     bool set_data_check_algo(uint32_t algo);
     // 0 to 4, else false; 2 is zlib, 1, 3 and 4 do nothing.
     bool set_compress(uint16_t algo, uint16_t level);
-    // 0 to 3, else false; all but 0 are AES. `extra` is the initialisation vector; its length is
-    // not checked, but no receiver takes more than 16 bytes.
+    // 0 to 3, else false; all but 0 are AES. `extra` is the initialisation vector: false, with
+    // error 87 and nothing changed, for more than the 16 bytes that receivers take.
     bool set_encrypt(uint16_t algo, uint16_t extra_length, const uint8_t* extra);
     // Copies the content in. False, with error 87, for 2 GiB and more.
     bool set_data_content(const uint8_t* data, uint64_t length);

@@ -98,6 +98,24 @@ TEST_F(DataHead, SendsAndReceivesTheExamples) {
     }
 }
 
+TEST_F(DataHead, TakesNoVectorThatNoReceiverTakes) {
+    set_key(test::golden_key);
+    const std::string longer(20, 'i');
+    auto packages = test::sent_packages([&](HTTP_Invoker_T& invoker) {
+        datahead head;
+        head.init();
+        EXPECT_TRUE(head.set_encrypt(1, 16, bytes_of(iv)));
+        EXPECT_FALSE(head.set_encrypt(2, 17, bytes_of(longer)));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        head.set_data_content(bytes_of(iv), 4);
+        EXPECT_TRUE(head.send_package(invoker));
+        head.uninit();
+    });
+    ASSERT_EQ(packages.size(), 1u);
+    EXPECT_EQ(packages[0].size(), 36u + 16 + 16);
+    EXPECT_EQ(+head_of(packages[0]).encryption, 1);
+}
+
 TEST_F(DataHead, EncodesAsItsRulesSay) {
     struct Row {
         const char* what;
