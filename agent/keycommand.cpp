@@ -8,6 +8,7 @@
 #include "engine/engine.h"
 #include "keyfailure.h"
 #include "printable.h"
+#include "secretinput.h"
 #include "singletons.h"
 #include "sourcepath.h"
 #include "users.h"
@@ -92,13 +93,10 @@ void KeyCommand::importKey(Terminal& terminal) const {
 }
 
 Secret KeyCommand::readPassphrase(Terminal& terminal, bool twice) const {
-    Secret passphrase;
     if (passphraseFromInput_) {
-        if (!terminal.readLine(passphrase.text) || passphrase.text.empty()) {
-            throw AgentError("No passphrase came from standard input", exitUsage);
-        }
-        return passphrase;
+        return readSecretLine(terminal, "passphrase");
     }
+    Secret passphrase;
     if (!terminal.readSecret("Passphrase of the recovery file: ", passphrase.text)) {
         throw AgentError(
             "No passphrase was entered: type it on a terminal, or use --passphrase-stdin",

@@ -3,6 +3,7 @@
 #include "agenterror.h"
 #include "base/machine_name.h"
 #include "engine/engine.h"
+#include "secretinput.h"
 #include "users.h"
 
 namespace dorvo::agent {
@@ -29,13 +30,10 @@ int LoginCommand::run(Terminal& terminal) {
 }
 
 Secret LoginCommand::readPassword(Terminal& terminal) const {
-    Secret password;
     if (passwordFromInput_) {
-        if (!terminal.readLine(password.text) || password.text.empty()) {
-            throw AgentError("No password came from standard input", exitUsage);
-        }
-        return password;
+        return readSecretLine(terminal, "password");
     }
+    Secret password;
     if (!terminal.readSecret("Password for " + user_ + ": ", password.text)) {
         throw AgentError("No password was entered: type it on a terminal, or use --password-stdin",
                          exitUsage);

@@ -8,6 +8,7 @@ namespace dorvo {
 
 std::wstring toWide(std::string_view utf8);
 std::string toUtf8(std::wstring_view wide);
+bool isUtf8(std::string_view text);
 
 // False for a text that does not survive UTF-8, in which half of a surrogate pair stands alone: two
 // such texts may come out the same.
