@@ -23,6 +23,7 @@ void ModuleHost::open(DueTimes dueTimes) {
     std::wstring directory;
     if (dataDirectory(directory)) {
         openLogFile(directory + L"\\log");
+        logProgress(options().logProgress());
     }
     if (!openJobModule(dueTimes)) {
         const DWORD error = GetLastError();

@@ -8,19 +8,38 @@
 #include <mutex>
 #include <string>
 
+#include "base/error_text.h"
 #include "base/last_error.h"
 
 namespace dorvo {
 namespace {
 
+// The format with "%m" put in. ACE takes small codes for those of the C library, where 5 is
+// another error than Windows'.
+std::string withErrorText(const char* format, DWORD error) {
+    std::string result("@%t@");
+    for (const char* at = format; *at != '\0'; ++at) {
+        if (at[0] == '%' && at[1] == 'm') {
+            for (const char c : errorText(error)) {
+                result += c == '%' ? "%%" : std::string(1, c);
+            }
+            ++at;
+            continue;
+        }
+        result += *at;
+        if (at[0] == '%' && at[1] == '%') {
+            result += *++at;
+        }
+    }
+    return result;
+}
+
 void write(LogLevel level, const char* format, va_list arguments) {
     LastErrorGuard keep;
     startAce();
-    const std::string prefixed = std::string("@%t@") + format;
-    SetLastError(keep.error());
+    const std::string prefixed = withErrorText(format, keep.error());
     ACE_Log_Msg* record = ACE_Log_Msg::instance();
-    SetLastError(keep.error());
-    record->conditional_set(nullptr, 0, 0, static_cast<int>(keep.error()));
+    record->conditional_set(nullptr, 0, 0, 0);
     record->log(prefixed.c_str(), static_cast<ACE_Log_Priority>(level), arguments);
 }
 

@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "base/error_text.h"
 #include "support/log_capture.h"
 
 namespace dorvo {
@@ -26,10 +27,14 @@ TEST(Log, WritesTheTextOfTheLastErrorForM) {
     log(LogLevel::error, "%m|\n");
     SetLastError(ERROR_ACCESS_DENIED);
     log(LogLevel::error, "%m|\n");
+    SetLastError(ERROR_ACCESS_DENIED);
+    log(LogLevel::error, "{%s} 100%% %m, %d.\n", "%m", 7);
     const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_GT(lines[0].text.size(), 3U);
-    EXPECT_NE(lines[0].text, lines[1].text);
+    ASSERT_EQ(lines.size(), 3U);
+    // Windows' own, for codes that the C library has too.
+    EXPECT_EQ(lines[0].text, errorText(ERROR_FILE_NOT_FOUND) + "|\n");
+    EXPECT_EQ(lines[1].text, errorText(ERROR_ACCESS_DENIED) + "|\n");
+    EXPECT_EQ(lines[2].text, "{%m} 100% " + errorText(ERROR_ACCESS_DENIED) + ", 7.\n");
 }
 
 }  // namespace

@@ -74,8 +74,8 @@ Backend& backend() {
     return *made;
 }
 
-constexpr u_long loggedLevels = LM_DEBUG | LM_INFO | LM_NOTICE | LM_WARNING | LM_STARTUP |
-                                LM_ERROR | LM_CRITICAL | LM_ALERT | LM_EMERGENCY;
+constexpr u_long loggedLevels = LM_INFO | LM_NOTICE | LM_WARNING | LM_STARTUP | LM_ERROR |
+                                LM_CRITICAL | LM_ALERT | LM_EMERGENCY;
 
 }  // namespace
 
@@ -126,10 +126,16 @@ bool openLogFile(const std::wstring& path) {
     }
     ACE_Log_Msg* const log = ACE_Log_Msg::instance();
     ACE_Log_Msg::msg_backend(&backend());
-    log->priority_mask(loggedLevels, ACE_Log_Msg::PROCESS);
+    logProgress(false);
     log->clr_flags(ACE_Log_Msg::STDERR);
     log->set_flags(ACE_Log_Msg::CUSTOM);
     return true;
+}
+
+void logProgress(bool on) {
+    startAce();
+    ACE_Log_Msg::instance()->priority_mask(loggedLevels | (on ? u_long{LM_DEBUG} : 0),
+                                           ACE_Log_Msg::PROCESS);
 }
 
 void logLine(LogLevel level, const std::string& text) {

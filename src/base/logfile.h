@@ -38,9 +38,13 @@ private:
     uint64_t size_ = 0;  // of the file as far as this process knows
 };
 
-// Sends what the process's module logs to this file instead of standard error, without traces.
-// False, and nothing changed, when the file cannot be opened.
+// Sends what the process's module logs to this file instead of standard error: information and
+// above, since the progress of large backups would soon push the errors out. False, and nothing
+// changed, when the file cannot be opened.
 DORVO_JOB_API bool openLogFile(const std::wstring& path);
+
+// Whether an open log file gets debug messages too, which tell of progress. Never traces.
+DORVO_JOB_API void logProgress(bool on);
 
 // A line of the host's own in the module's log; its end is added. Any thread.
 DORVO_JOB_API void logLine(LogLevel level, const std::string& text);

@@ -67,10 +67,14 @@ TEST_F(LogFileTest, RefusesAPathThatCannotBe) {
     file_.write(LogLevel::error, "@1@lost\n");
 }
 
-TEST_F(LogFileTest, TakesTheModulesLogWithoutTraces) {
+TEST_F(LogFileTest, TakesTheModulesLogAndProgressWhenAsked) {
     const u_long mask = ACE_Log_Msg::instance()->priority_mask(ACE_Log_Msg::PROCESS);
     ASSERT_TRUE(openLogFile(path_));
     log(LogLevel::information, "Remove job %C.\n", "a");
+    { FunctionTrace trace("Thing::run", "thing.cpp"); }
+    log(LogLevel::debug, "no progress\n");
+    logProgress(true);
+    log(LogLevel::debug, "progress\n");
     { FunctionTrace trace("Thing::run", "thing.cpp"); }
     closeLogFile();
     log(LogLevel::information, "after\n");
@@ -79,6 +83,8 @@ TEST_F(LogFileTest, TakesTheModulesLogWithoutTraces) {
     const std::string all = fileContent(path_);
     EXPECT_NE(all.find(" info Remove job a.\n"), std::string::npos) << all;
     EXPECT_EQ(all.find("Thing::run"), std::string::npos);
+    EXPECT_EQ(all.find("no progress"), std::string::npos);
+    EXPECT_NE(all.find(" debug progress\n"), std::string::npos);
     EXPECT_EQ(all.find("after"), std::string::npos);
 }
 

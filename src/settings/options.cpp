@@ -17,6 +17,7 @@ constexpr const char* portKey = "webServerPort";
 constexpr const char* nameKey = "webServerName";
 constexpr const char* snapshotKey = "enableSnapshot";
 constexpr const char* waitKey = "waitForServer";
+constexpr const char* progressKey = "logProgress";
 
 constexpr int defaultPort = 80;
 constexpr int largestPort = 65535;
@@ -171,6 +172,11 @@ bool OptionsImpl::enableSnapshot() const {
 bool OptionsImpl::waitForServer() const {
     const std::lock_guard guard(lock_);
     return truth(waitKey);
+}
+
+bool OptionsImpl::logProgress() const {
+    const std::lock_guard guard(lock_);
+    return truth(progressKey);
 }
 
 int OptionsImpl::loginRetrytimes() const {

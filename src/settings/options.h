@@ -30,6 +30,8 @@ public:
     // A server that refuses connections, or whose name is not found, counts as a network failure
     // that passes: the job waits and retries.
     bool waitForServer() const;
+    // The host's log file tells of progress too.
+    bool logProgress() const;
     int loginRetrytimes() const;
     int loginAgainAfter() const;
     // Milliseconds.
