@@ -26,7 +26,7 @@ public:
     }
     void submit(const JobDefinition& job) override { submitted.push_back(job.id()); }
     void tell(JobVerb verb, const std::string& id) override { told.emplace_back(verb, id); }
-    void setServer(const std::string&, uint16_t, const std::string&) override {}
+    void setServer(const std::string&, uint16_t, const std::string&, bool) override {}
     void setSnapshots(bool) override {}
     void login(const std::string&, const std::string&) override {}
     void logout(const std::string&) override {}

@@ -15,6 +15,7 @@ public:
 private:
     std::string address_;
     std::string name_;
+    bool keepLogin_ = false;
 };
 
 }  // namespace dorvo::agent

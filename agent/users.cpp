@@ -15,7 +15,7 @@
 namespace dorvo::agent {
 
 std::string chooseUser(const std::string& asked) {
-    const std::vector<std::string> loggedIn = cookies().users();
+    const std::vector<std::string> loggedIn = cookies().users(serverOfOptions());
     if (!asked.empty()) {
         if (std::find(loggedIn.begin(), loggedIn.end(), asked) == loggedIn.end()) {
             throw AgentError("'" + asked + "' has not logged in: run 'agent login " + asked +

@@ -124,7 +124,10 @@ Object tell(Engine& engine, const Object& body) {
 }
 
 Object setServer(Engine& engine, const Object& body) {
-    engine.setServer(text(body, "host"), portOf(body), text(body, "name"));
+    const bool keepLogin =
+        body.contains("keeplogin") &&
+        member(body, "keeplogin", [](const Value& value) { return value.get_bool(); });
+    engine.setServer(text(body, "host"), portOf(body), text(body, "name"), keepLogin);
     return {};
 }
 

@@ -19,8 +19,10 @@ public:
     void tell(JobVerb verb, const std::string& id) override {
         note("tell " + std::to_string(static_cast<int>(verb)) + " " + id, id);
     }
-    void setServer(const std::string& host, uint16_t port, const std::string& name) override {
-        note("server " + host + " " + std::to_string(port) + " " + name);
+    void setServer(const std::string& host, uint16_t port, const std::string& name,
+                   bool keepLogin) override {
+        note("server " + host + " " + std::to_string(port) + " " + name +
+             (keepLogin ? " with its logins" : ""));
     }
     void setSnapshots(bool on) override { note(on ? "snapshots on" : "snapshots off"); }
     void login(const std::string& user, const std::string& password) override {

@@ -135,8 +135,9 @@ void RemoteEngine::tell(JobVerb verb, const std::string& id) {
     call(nameOf(verb), {{"id", id}});
 }
 
-void RemoteEngine::setServer(const std::string& host, uint16_t port, const std::string& name) {
-    call("server", {{"host", host}, {"port", port}, {"name", name}});
+void RemoteEngine::setServer(const std::string& host, uint16_t port, const std::string& name,
+                             bool keepLogin) {
+    call("server", {{"host", host}, {"port", port}, {"name", name}, {"keeplogin", keepLogin}});
 }
 
 void RemoteEngine::setSnapshots(bool on) {

@@ -24,7 +24,8 @@ public:
     std::unique_ptr<Subscription> subscribe(EventSink sink) override;
     void submit(const JobDefinition& job) override;
     void tell(JobVerb verb, const std::string& id) override;
-    void setServer(const std::string& host, uint16_t port, const std::string& name) override;
+    void setServer(const std::string& host, uint16_t port, const std::string& name,
+                   bool keepLogin) override;
     void setSnapshots(bool on) override;
     void login(const std::string& user, const std::string& password) override;
     void logout(const std::string& user) override;

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 #include "agenterror.h"
 #include "base/machine_name.h"
 #include "failuretext.h"
@@ -14,16 +16,10 @@
 namespace dorvo::agent {
 namespace {
 
-// The new session takes the place of the older ones.
-void forgetSessions(const std::string& user) {
-    std::string cookie;
-    while (cookies().findCookie(user.c_str(), cookie) && cookies().removeCookie(cookie.c_str())) {
-    }
-}
-
 // Ends the session at the server; its error code, 0 when there is no such session any more.
-DWORD endSession(const std::string& user, const std::string& cookie, HANDLE stop) {
-    if (WebAccount::logout(user, cookie, stop)) {
+DWORD endSession(const std::string& server, const std::string& user, const std::string& cookie,
+                 HANDLE stop) {
+    if (WebAccount::logout(server, user, cookie, stop)) {
         return 0;
     }
     const DWORD error = GetLastError();
@@ -41,15 +37,19 @@ void Accounts::login(const std::string& user, const std::string& password) {
         throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
     }
     std::lock_guard guard(lock_);
+    const std::string server = serverOfOptions();
     std::string cookie;
-    if (!WebAccount::login(user, password, machine, cookie, stop_.get())) {
+    if (!WebAccount::login(server, user, password, machine, cookie, stop_.get())) {
         const DWORD error = GetLastError();
         throw AgentError(error == errorUnauthorized ? "Wrong user or password"
-                                                    : requestFailure(error, user));
+                         : error == ERROR_OPERATION_ABORTED
+                             ? "Another server has been set meanwhile: log in again"
+                             : requestFailure(error, user));
     }
-    forgetSessions(user);
-    const bool kept = cookies().saveCookie(user.c_str(), cookie.c_str()) &&
-                      passwords().savePassword(user.c_str(), password.c_str());
+    // The new session takes the place of the older ones.
+    const bool kept = cookies().removeUser(user.c_str()) &&
+                      cookies().saveCookie(user.c_str(), cookie.c_str(), server) &&
+                      passwords().savePassword(user.c_str(), password.c_str(), server);
     if (!kept) {
         throw AgentError("The session could not be saved in the data directory");
     }
@@ -57,23 +57,26 @@ void Accounts::login(const std::string& user, const std::string& password) {
 
 void Accounts::logout(const std::string& user) {
     std::lock_guard guard(lock_);
-    Secret password;
-    std::string cookie;
+    const std::vector<std::string> users = cookies().users();
+    const bool hasPassword = passwords().hasPassword(user.c_str());
     bool forgotten = true;
     DWORD failed = 0;
-    const bool hasPassword = passwords().findPassword(user.c_str(), password.text);
-    if (!hasPassword && !cookies().findCookie(user.c_str(), cookie)) {
+    if (!hasPassword && std::find(users.begin(), users.end(), user) == users.end()) {
         throw AgentError("'" + user + "' has not logged in");
     }
     if (hasPassword) {
         forgotten = passwords().removePassword(user.c_str());
     }
-    while (cookies().findCookie(user.c_str(), cookie)) {
-        const DWORD error = endSession(user, cookie, stop_.get());
+    const std::string server = serverOfOptions();
+    std::string cookie;
+    while (cookies().findCookie(user.c_str(), cookie, server)) {
+        const DWORD error = endSession(server, user, cookie, stop_.get());
         failed = error != 0 ? error : failed;
         // The cookie is gone from memory even when the file could not be written.
         forgotten = cookies().removeCookie(cookie.c_str()) && forgotten;
     }
+    // Sessions with other servers are forgotten; this one has no business with them.
+    forgotten = cookies().removeUser(user.c_str()) && forgotten;
     if (!forgotten) {
         throw AgentError("The session and the password of '" + user +
                          "' could not be taken out of the data directory");
@@ -103,10 +106,13 @@ uint32_t Accounts::renew(const std::string& user) {
         return 0;
     }
     Secret password;
-    passwords().findPassword(user.c_str(), password.text);
+    const std::string server = serverOfOptions();
+    if (!passwords().findPassword(user.c_str(), password.text, server)) {
+        return 0;
+    }
     std::string cookie;
-    if (!WebAccount::login(user, password.text, machine, cookie, stop_.get()) ||
-        !cookies().saveCookie(user.c_str(), cookie.c_str())) {
+    if (!WebAccount::login(server, user, password.text, machine, cookie, stop_.get()) ||
+        !cookies().saveCookie(user.c_str(), cookie.c_str(), server)) {
         return GetLastError();
     }
     return 0;

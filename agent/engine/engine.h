@@ -55,7 +55,10 @@ public:
     // Tells a job; what comes of it shows in its record and its events.
     virtual void tell(JobVerb verb, const std::string& id) = 0;
 
-    virtual void setServer(const std::string& host, uint16_t port, const std::string& name) = 0;
+    // Sessions and passwords stay with the server that they were made for; `keepLogin` gives all
+    // of them to this one.
+    virtual void setServer(const std::string& host, uint16_t port, const std::string& name,
+                           bool keepLogin) = 0;
     virtual void setSnapshots(bool on) = 0;
     virtual void login(const std::string& user, const std::string& password) = 0;
     virtual void logout(const std::string& user) = 0;

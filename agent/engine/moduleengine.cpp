@@ -114,9 +114,18 @@ void ModuleEngine::tell(JobVerb verb, const std::string& id) {
     }
 }
 
-void ModuleEngine::setServer(const std::string& host, uint16_t port, const std::string& name) {
+void ModuleEngine::setServer(const std::string& host, uint16_t port, const std::string& name,
+                             bool keepLogin) {
     if (host.empty() || port == 0) {
         throw AgentError("A server is given as HOST:PORT");
+    }
+    // What an older version has kept tells of no server: it is the one that has been set so far.
+    const std::string owner = keepLogin ? serverName(host, port) : serverOfOptions();
+    const Bind which = keepLogin ? Bind::all : Bind::unbound;
+    if (!owner.empty() && !(cookies().bindTo(owner, which) && passwords().bindTo(owner, which))) {
+        throw AgentError(
+            "The sessions and passwords could not be written: see to the room on the disk and the "
+            "rights in the data directory");
     }
     if (!options().setServerInfo(name.c_str(), host.c_str(), port)) {
         refuseUnwrittenOptions();

@@ -17,7 +17,8 @@ public:
     void submit(const JobDefinition& job) override;
     // Does not wait for what it has asked for.
     void tell(JobVerb verb, const std::string& id) override;
-    void setServer(const std::string& host, uint16_t port, const std::string& name) override;
+    void setServer(const std::string& host, uint16_t port, const std::string& name,
+                   bool keepLogin) override;
     void setSnapshots(bool on) override;
     void login(const std::string& user, const std::string& password) override;
     void logout(const std::string& user) override;

@@ -83,7 +83,8 @@ template <class Target>
 void fillServer(const JobDefinition& definition, Target& target) {
     target.user = definition.user();
     singleton<OptionsImpl>().getServerInfo(target.host, target.port);
-    singleton<CookieManagerImpl>().findCookie(definition.user().c_str(), target.cookie);
+    singleton<CookieManagerImpl>().findCookie(definition.user().c_str(), target.cookie,
+                                              serverName(target.host, target.port));
 }
 
 template <class Target>

@@ -39,15 +39,22 @@ bool CookieManagerImpl::save() const {
 }
 
 bool CookieManagerImpl::saveCookie(const char* user, const char* cookie) {
+    return saveCookie(user, cookie, serverOfOptions());
+}
+
+bool CookieManagerImpl::saveCookie(const char* user, const char* cookie,
+                                   const std::string& server) {
     if (isEmpty(user) || isEmpty(cookie)) {
         return false;
     }
     const std::lock_guard guard(lock_);
     const auto held = cookies_.find(cookie);
-    if (held != cookies_.end() && held->second == json_spirit::Value(user)) {
+    if (held != cookies_.end() && held->second == json_spirit::Value(user) &&
+        belongsTo(cookies_, cookie, server)) {
         return true;
     }
     cookies_[cookie] = user;
+    bindToServer(cookies_, cookie, server);
     return save();
 }
 
@@ -56,6 +63,7 @@ bool CookieManagerImpl::removeCookie(const char* cookie) {
         return false;
     }
     const std::lock_guard guard(lock_);
+    bindToServer(cookies_, cookie, {});
     return cookies_.erase(cookie) != 0 && save();
 }
 
@@ -63,6 +71,29 @@ bool CookieManagerImpl::removeAllCookie() {
     const std::lock_guard guard(lock_);
     cookies_.clear();
     return save();
+}
+
+bool CookieManagerImpl::removeUser(const char* user) {
+    if (isEmpty(user)) {
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    std::vector<std::string> own;
+    for (const auto& [cookie, owner] : cookies_) {
+        if (owner == json_spirit::Value(user)) {
+            own.push_back(cookie);
+        }
+    }
+    for (const std::string& cookie : own) {
+        bindToServer(cookies_, cookie, {});
+        cookies_.erase(cookie);
+    }
+    return own.empty() || save();
+}
+
+bool CookieManagerImpl::bindTo(const std::string& server, Bind which) {
+    const std::lock_guard guard(lock_);
+    return !bindToServer(cookies_, which, server) || save();
 }
 
 bool CookieManagerImpl::findUser(const char* cookie, std::string& user) const {
@@ -79,12 +110,17 @@ bool CookieManagerImpl::findUser(const char* cookie, std::string& user) const {
 }
 
 bool CookieManagerImpl::findCookie(const char* user, std::string& cookie) const {
+    return findCookie(user, cookie, serverOfOptions());
+}
+
+bool CookieManagerImpl::findCookie(const char* user, std::string& cookie,
+                                   const std::string& server) const {
     if (isEmpty(user)) {
         return false;
     }
     const std::lock_guard guard(lock_);
     const auto held = std::find_if(cookies_.begin(), cookies_.end(), [&](const auto& entry) {
-        return entry.second == json_spirit::Value(user);
+        return entry.second == json_spirit::Value(user) && belongsTo(cookies_, entry.first, server);
     });
     if (held == cookies_.end()) {
         return false;
@@ -102,10 +138,14 @@ bool CookieManagerImpl::isCookieValid(const char* cookie) const {
 }
 
 std::vector<std::string> CookieManagerImpl::users() const {
+    return users({});
+}
+
+std::vector<std::string> CookieManagerImpl::users(const std::string& server) const {
     std::set<std::string> users;
     const std::lock_guard guard(lock_);
     for (const auto& [cookie, user] : cookies_) {
-        if (user.type() == json_spirit::str_type) {
+        if (user.type() == json_spirit::str_type && belongsTo(cookies_, cookie, server)) {
             users.insert(user.get_str());
         }
     }

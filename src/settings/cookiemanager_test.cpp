@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "settings/keymanager.h"
+#include "settings/options.h"
 #include "settings/passwordmanager.h"
 #include "support/store_test.h"
 
@@ -56,6 +57,54 @@ TEST_F(Cookies, RemovingWritesOnlyWhenSomethingGoes) {
     EXPECT_FALSE(CookieManagerImpl().isCookieValid("S2"));
 }
 
+TEST_F(Cookies, BelongToTheServerThatGaveThem) {
+    CookieManagerImpl cookies;
+    EXPECT_TRUE(cookies.saveCookie("alice", "S1", "a:1"));
+    EXPECT_TRUE(cookies.saveCookie("alice", "S0", "b:2"));
+    EXPECT_TRUE(cookies.saveCookie("bob", "S2", "b:2"));
+    std::string text;
+    ASSERT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    EXPECT_NE(text.find(R"("S1" : "a:1")"), std::string::npos) << text;
+    EXPECT_NE(text.find(R"("S1" : "alice")"), std::string::npos) << text;
+    {
+        const CookieManagerImpl again;
+        EXPECT_TRUE(again.findCookie("alice", found_, "a:1") && found_ == "S1");
+        EXPECT_TRUE(again.findCookie("alice", found_, "b:2") && found_ == "S0");
+        EXPECT_FALSE(again.findCookie("alice", found_, "c:3"));
+        EXPECT_EQ(again.users("a:1"), std::vector<std::string>{"alice"});
+        EXPECT_EQ(again.users().size(), 2U);
+    }
+    // A cookie that comes again from another server is that one's.
+    EXPECT_TRUE(cookies.saveCookie("alice", "S1", "b:2"));
+    EXPECT_FALSE(CookieManagerImpl().findCookie("alice", found_, "a:1"));
+    EXPECT_TRUE(cookies.removeUser("alice"));
+    EXPECT_EQ(CookieManagerImpl().users(), std::vector<std::string>{"bob"});
+    EXPECT_TRUE(cookies.removeCookie("S2"));
+    ASSERT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    EXPECT_EQ(text.find("b:2"), std::string::npos) << text;
+}
+
+// Without a server it is that of the options, and the store of an older version is anyone's until
+// it is bound.
+TEST_F(Cookies, OfAnOlderVersionGoOnWithTheServerThatIsSet) {
+    test::singleton<OptionsImpl>().setServerInfo("", "Backup.Example", 80);
+    KeyManagerImpl::encryptStringToTextFile(path_.c_str(), R"({"S1":"alice"})");
+    CookieManagerImpl cookies;
+    EXPECT_TRUE(cookies.findCookie("alice", found_));
+    EXPECT_TRUE(cookies.bindTo("backup.example:80", Bind::unbound));
+    EXPECT_TRUE(cookies.saveCookie("alice", "S2", "c:3"));
+    EXPECT_TRUE(cookies.bindTo("b:2", Bind::unbound)) << "there is nothing to bind";
+    EXPECT_TRUE(CookieManagerImpl().findCookie("alice", found_) && found_ == "S1");
+    test::singleton<OptionsImpl>().setServerInfo("", "backup.example", 81);
+    EXPECT_FALSE(CookieManagerImpl().findCookie("alice", found_)) << "another port";
+    EXPECT_TRUE(cookies.bindTo("backup.example:81", Bind::all));
+    EXPECT_TRUE(CookieManagerImpl().findCookie("alice", found_) && found_ == "S1");
+    EXPECT_FALSE(CookieManagerImpl().findCookie("alice", found_, "c:3"));
+    DeleteFileW(besideProgram(L"options").c_str());
+    DeleteFileW(dataPath(L"\\options").c_str());
+    test::singleton<OptionsImpl>() = OptionsImpl();
+}
+
 TEST_F(Cookies, OutliveAFileThatIsNoUse) {
     KeyManagerImpl::encryptStringToTextFile(path_.c_str(), R"({"S1":7,"S2":"alice"})");
     const CookieManagerImpl odd;
@@ -89,6 +138,19 @@ TEST_F(Passwords, EverySaveAndRemovalWritesTheFile) {
     DeleteFileW(path_.c_str());
     createDirectories(path_);
     EXPECT_FALSE(passwords.savePassword("alice", "p"));
+}
+
+TEST_F(Passwords, BelongToTheServerThatTheyWereGivenFor) {
+    PasswordManagerImpl passwords;
+    EXPECT_TRUE(passwords.savePassword("alice", "p", "a:1"));
+    EXPECT_TRUE(PasswordManagerImpl().findPassword("alice", found_, "a:1"));
+    EXPECT_FALSE(PasswordManagerImpl().findPassword("alice", found_, "b:2"));
+    EXPECT_TRUE(PasswordManagerImpl().hasPassword("alice"));
+    EXPECT_TRUE(passwords.bindTo("b:2", Bind::all));
+    EXPECT_TRUE(PasswordManagerImpl().findPassword("alice", found_, "b:2"));
+    EXPECT_TRUE(passwords.removePassword("alice"));
+    EXPECT_TRUE(passwords.savePassword("alice", "q", {}));
+    EXPECT_TRUE(PasswordManagerImpl().findPassword("alice", found_, "a:1")) << "nobody's now";
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "settings/passwordmanager.h"
 
+#include <windows.h>
+
 #include <mutex>
 
 #include "base/text.h"
@@ -37,11 +39,17 @@ bool PasswordManagerImpl::save() const {
 }
 
 bool PasswordManagerImpl::savePassword(const char* user, const char* password) {
+    return savePassword(user, password, serverOfOptions());
+}
+
+bool PasswordManagerImpl::savePassword(const char* user, const char* password,
+                                       const std::string& server) {
     if (isEmpty(user) || isEmpty(password)) {
         return false;
     }
     const std::lock_guard guard(lock_);
     passwords_[user] = password;
+    bindToServer(passwords_, user, server);
     return save();
 }
 
@@ -51,21 +59,40 @@ bool PasswordManagerImpl::removePassword(const char* user) {
     }
     const std::lock_guard guard(lock_);
     passwords_.erase(user);
+    bindToServer(passwords_, user, {});
     return save();
+}
+
+bool PasswordManagerImpl::bindTo(const std::string& server, Bind which) {
+    const std::lock_guard guard(lock_);
+    return !bindToServer(passwords_, which, server) || save();
 }
 
 bool PasswordManagerImpl::isPasswordValid(const char* user, const char* password) const {
     std::string stored;
-    return !isEmpty(password) && findPassword(user, stored) && stored == password;
+    return !isEmpty(password) && findPassword(user, stored, {}) && stored == password;
+}
+
+bool PasswordManagerImpl::hasPassword(const char* user) const {
+    std::string stored;
+    const bool found = findPassword(user, stored, {});
+    SecureZeroMemory(stored.data(), stored.size());
+    return found;
 }
 
 bool PasswordManagerImpl::findPassword(const char* user, std::string& password) const {
+    return findPassword(user, password, serverOfOptions());
+}
+
+bool PasswordManagerImpl::findPassword(const char* user, std::string& password,
+                                       const std::string& server) const {
     if (isEmpty(user)) {
         return false;
     }
     const std::lock_guard guard(lock_);
     const auto held = passwords_.find(user);
-    if (held == passwords_.end() || held->second.type() != json_spirit::str_type) {
+    if (held == passwords_.end() || held->second.type() != json_spirit::str_type ||
+        !belongsTo(passwords_, user, server)) {
         return false;
     }
     password = held->second.get_str();

@@ -24,7 +24,7 @@ bool WebAuthHandler::onAuthRequired(std::string& user, std::string& password,
                                     const std::string& cookie) {
     const FunctionTrace trace("WebAuthHandler::onAuthRequired", "webauthhandler.cpp");
     return store<CookieManagerImpl>().findUser(cookie.c_str(), user) &&
-           store<PasswordManagerImpl>().findPassword(user.c_str(), password);
+           store<PasswordManagerImpl>().findPassword(user.c_str(), password, serverNow());
 }
 
 void WebAuthHandler::onSetCookie(const char* user, const char* newCookie, const char* oldCookie) {
@@ -33,10 +33,14 @@ void WebAuthHandler::onSetCookie(const char* user, const char* newCookie, const 
     if (oldCookie != nullptr) {
         cookies.removeCookie(oldCookie);
     }
-    cookies.saveCookie(user, newCookie);
+    cookies.saveCookie(user, newCookie, serverNow());
     if (!isEmpty(newCookie)) {
         newCookie_ = newCookie;
     }
+}
+
+std::string WebAuthHandler::serverNow() const {
+    return server_.empty() ? serverOfOptions() : server_;
 }
 
 void WebAuthHandler::onError(unsigned long error) {

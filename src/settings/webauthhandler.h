@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "base/api.h"
 #include "http_util/web_client_event_handler.h"
@@ -18,6 +19,10 @@ public:
     WebAuthHandler(const WebAuthHandler& other);
     WebAuthHandler& operator=(const WebAuthHandler& other);
     ~WebAuthHandler() override;
+
+    // The server that it logs in to, as serverName() has it; without one that which is set. Cookies
+    // and passwords of others are none to it.
+    void server(std::string name) { server_ = std::move(name); }
 
     // The cookie's owner and that user's stored password. False when either is unknown; `user` is
     // filled as soon as the owner is known.
@@ -35,6 +40,9 @@ public:
     void reSet();
 
 private:
+    std::string serverNow() const;
+
+    std::string server_;
     uint32_t error_ = 0;
     std::string newCookie_;
 };

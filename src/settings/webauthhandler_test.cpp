@@ -1,6 +1,7 @@
 #include "settings/webauthhandler.h"
 
 #include "settings/cookiemanager.h"
+#include "settings/passwordmanager.h"
 #include "support/store_test.h"
 
 namespace dorvo {
@@ -42,6 +43,23 @@ TEST_F(WebAuth, PutsTheNewCookieInThePlaceOfTheOld) {
         EXPECT_EQ(stored, row.stored);
         EXPECT_EQ(handler_.newCookie(), row.newCookie);
     }
+}
+
+TEST_F(WebAuth, GivesAPasswordToItsServerOnly) {
+    auto& passwords = test::singleton<PasswordManagerImpl>();
+    passwords.savePassword("alice", "p", "a:1");
+    cookies_.saveCookie("alice", "S1", "a:1");
+    std::string user;
+    std::string password;
+    handler_.server("b:2");
+    EXPECT_FALSE(handler_.onAuthRequired(user, password, "S1"));
+    EXPECT_EQ(password, "");
+    handler_.server("a:1");
+    EXPECT_TRUE(handler_.onAuthRequired(user, password, "S1"));
+    handler_.onSetCookie("alice", "S2", "S1");
+    EXPECT_TRUE(cookies_.findCookie("alice", user, "a:1"));
+    EXPECT_FALSE(cookies_.findCookie("alice", user, "b:2"));
+    passwords.removePassword("alice");
 }
 
 }  // namespace

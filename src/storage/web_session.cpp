@@ -31,10 +31,11 @@ Logins& logins() {
 }
 
 // Tells a login again without keeping its password.
-std::string traceOf(const std::string& cookie, const std::string& password) {
-    std::string both = cookie + '\n' + password;
-    std::string trace = Md5::of(std::as_bytes(std::span(both)));
-    SecureZeroMemory(both.data(), both.size());
+std::string traceOf(const std::string& server, const std::string& cookie,
+                    const std::string& password) {
+    std::string all = server + '\n' + cookie + '\n' + password;
+    std::string trace = Md5::of(std::as_bytes(std::span(all)));
+    SecureZeroMemory(all.data(), all.size());
     return trace;
 }
 
@@ -43,15 +44,22 @@ bool isRefusal(HTTP_Command& command) {
     return status == 401 || status == 406;
 }
 
-bool findStored(const std::string& user, std::string& cookie) {
-    return ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()
-        ->findCookie(user.c_str(), cookie);
-}
-
 }  // namespace
 
 Web_Session::Web_Session(std::string user, std::string cookie)
     : user_(std::move(user)), cookie_(std::move(cookie)) {}
+
+// Before it is aimed, the one that it will be aimed at as far as is known.
+std::string Web_Session::server() const {
+    const HTTP_Invoker_T* const target = invoker_.invoker();
+    return target == nullptr ? serverOfOptions() : serverName(target->host(), target->port());
+}
+
+bool Web_Session::find_stored(std::string& cookie) {
+    found_for_ = server();
+    return ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()
+        ->findCookie(user_.c_str(), cookie, found_for_);
+}
 
 void Web_Session::set_interrupter(const interrupter* interrupter) {
     interrupter_ = interrupter;
@@ -70,15 +78,18 @@ bool Web_Session::wait_for_logins() const {
 
 // A login that is under way takes the old cookie out of the store before the new one is in it.
 const std::string& Web_Session::cookie() {
-    if (cookie_.empty() && !user_.empty() && !findStored(user_, cookie_) && wait_for_logins()) {
+    if (cookie_.empty() && !user_.empty() && !find_stored(cookie_) && wait_for_logins()) {
         const std::lock_guard guard(logins().lock, std::adopt_lock);
-        findStored(user_, cookie_);
+        find_stored(cookie_);
     }
     return cookie_;
 }
 
 int Web_Session::run(HTTP_Command& command, uint64_t* sent) {
     stores_.reSet();
+    if (!found_for_.empty() && found_for_ != server()) {
+        cookie_.clear();  // another server was set before this one was aimed at
+    }
     cookie();
     if (run_once(command, sent) != 0) {
         return -1;
@@ -125,7 +136,7 @@ Web_Session::Renewal Web_Session::renew() {
     }
     const std::lock_guard guard(logins().lock, std::adopt_lock);
     std::string stored;
-    if (findStored(user_, stored) && stored != cookie_) {
+    if (find_stored(stored) && stored != cookie_) {
         cookie_ = stored;
         return Renewal::stored;
     }
@@ -137,11 +148,12 @@ Web_Session::Renewal Web_Session::log_in() {
     std::string user;
     std::string password;
     std::string machine;
+    stores_.server(server());
     if (!handler_->onAuthRequired(user, password, cookie_) || user != user_ ||
         !machineName(machine)) {
         return Renewal::none;
     }
-    const std::string trace = traceOf(cookie_, password);
+    const std::string trace = traceOf(server(), cookie_, password);
     if (logins().refused[user] == trace) {
         SecureZeroMemory(password.data(), password.size());
         return Renewal::none;

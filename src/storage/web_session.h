@@ -3,7 +3,8 @@
 //
 // A command that ends with status 401 or 406 is run again with the cookie that the user has in the
 // store, when that is another one (another job has logged in), and else with that of a new login:
-// the handler is asked for user and password, and handed the new cookie. Commands that follow use
+// the handler is asked for user and password, and handed the new cookie. Cookies and passwords of
+// other servers than the one that the invoker is aimed at are none. Commands that follow use
 // the new cookie. Logins of one process happen one after the other, so that of several sessions
 // that are refused at once only one logs in. A password that was refused with a session is not
 // tried with it again: the server counts failed logins. A session without a cookie tries no login:
@@ -49,6 +50,9 @@ public:
     int run(HTTP_Command& command, uint64_t* sent = nullptr);
 
 private:
+    std::string server() const;
+    bool find_stored(std::string& cookie);
+
     enum class Renewal { none, stored, login, stopped };
 
     int run_once(HTTP_Command& command, uint64_t* sent);
@@ -58,6 +62,7 @@ private:
 
     std::string user_;
     std::string cookie_;
+    std::string found_for_;                     // the server whose cookies were last looked for
     const interrupter* interrupter_ = nullptr;  // borrowed
     Web_Server_Invoker invoker_;
     WebAuthHandler stores_;

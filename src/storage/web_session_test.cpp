@@ -14,6 +14,7 @@
 #include "base/http_error.h"
 #include "http_util/command_to_server.h"
 #include "settings/cookiemanager.h"
+#include "settings/options.h"
 #include "settings/passwordmanager.h"
 #include "storage/web_exchange.h"
 #include "support/log_capture.h"
@@ -31,7 +32,10 @@ using Do_Command = Command_To_Server<Request_T<std::string>, Response_T<std::str
 // Plays the service: knows valid cookies and alice's password; a login makes the cookies N1, N2.
 class WebSessionTest : public test::StoreTest {
 protected:
-    WebSessionTest() : service_([this](const Seen& seen) { return reply(seen); }) { logOut(); }
+    WebSessionTest() : service_([this](const Seen& seen) { return reply(seen); }) {
+        logOut();
+        singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
+    }
     ~WebSessionTest() override { logOut(); }
 
     static void logOut() {
@@ -178,6 +182,16 @@ TEST_F(WebSessionTest, ACookieOfAnotherUserIsNotLoggedIn) {
     singleton<PasswordManagerImpl>().savePassword("bob", "secret");
     EXPECT_EQ(run("C1"), 401);
     EXPECT_EQ(seen_, "C1 body; ");
+}
+
+TEST_F(WebSessionTest, WhatAnotherServerHasGivenStaysThere) {
+    singleton<CookieManagerImpl>().saveCookie("alice", "A1", "another.example:80");
+    singleton<PasswordManagerImpl>().savePassword("alice", "secret", "another.example:80");
+    Web_Session session("alice");
+    EXPECT_EQ(run(session), 401);
+    EXPECT_EQ(run("C1"), 401) << "and its password is none";
+    EXPECT_EQ(seen_, " body; C1 body; ");
+    EXPECT_TRUE(singleton<CookieManagerImpl>().isCookieValid("A1"));
 }
 
 // The server counts failed logins: a job that retries must not lock its user out.

@@ -33,6 +33,19 @@ std::string ownerOf(const std::string& cookie) {
     return user;
 }
 
+// At the server of the options, unless that is not the one that the secrets belong to.
+bool aimAtOwner(Web_Server_Invoker& invoker, const std::string& server) {
+    if (!aimAtServerOfOptions(invoker)) {
+        return false;
+    }
+    const HTTP_Invoker_T& target = *invoker.invoker();
+    if (serverName(target.host(), target.port()) == server) {
+        return true;
+    }
+    SetLastError(ERROR_OPERATION_ABORTED);
+    return false;
+}
+
 WebInstance readInstance(const json_spirit::Object& members) {
     const auto number = [&](const char* name) { return members.at(name).get_uint64(); };
     const auto text = [&](const char* name) {
@@ -53,22 +66,24 @@ WebInstance readInstance(const json_spirit::Object& members) {
 
 }  // namespace
 
-bool WebAccount::login(const std::string& user, const std::string& password,
-                       const std::string& machine, std::string& cookie, HANDLE stop) {
+bool WebAccount::login(const std::string& server, const std::string& user,
+                       const std::string& password, const std::string& machine, std::string& cookie,
+                       HANDLE stop) {
     const interrupter stopped(stop);
     Web_Server_Invoker invoker;
     invoker.set_interrupter(&stopped);
-    return aimAtServerOfOptions(invoker) && logIn(invoker, user, password, machine, cookie);
+    return aimAtOwner(invoker, server) && logIn(invoker, user, password, machine, cookie);
 }
 
-bool WebAccount::logout(const std::string& user, const std::string& cookie, HANDLE stop) {
+bool WebAccount::logout(const std::string& server, const std::string& user,
+                        const std::string& cookie, HANDLE stop) {
     Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
     command.request().cookie(cookie.c_str());
     command.request().body(json_spirit::Object());
     const interrupter stopped(stop);
     Web_Server_Invoker invoker;
     invoker.set_interrupter(&stopped);
-    return aimAtServerOfOptions(invoker) && exchange(invoker, command, "log out user", user);
+    return aimAtOwner(invoker, server) && exchange(invoker, command, "log out user", user);
 }
 
 bool WebAccount::listInstances(const std::string& cookie, const std::string& machine,

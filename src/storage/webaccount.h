@@ -3,8 +3,10 @@
 // Talks to the server that the options name. Every operation blocks until the server has answered
 // or the connection has failed. False leaves the thread's last error: ERROR_INVALID_PARAMETER when
 // no server is set, a marked HTTP status, a socket error, or ERROR_INVALID_DATA for an answer that
-// is none. One thread at a time. Neither passwords nor cookies are logged. `stop`, borrowed and of
-// manual reset, breaks the wait for an answer off with ERROR_CANCELLED; null never does.
+// is none. `server` is whose the secrets are, a serverName(): where the options name another by
+// now, nothing is sent and the last error is ERROR_OPERATION_ABORTED. One thread at a time. Neither
+// passwords nor cookies are logged. `stop`, borrowed and of manual reset, breaks the wait for an
+// answer off with ERROR_CANCELLED; null never does.
 #pragma once
 
 #include <windows.h>
@@ -39,11 +41,13 @@ class DORVO_JOB_API WebAccount {
 public:
     // Gives the text of the new session's cookie, as it is to be sent back. 401: the user or the
     // password is wrong; 429: too many failed tries.
-    static bool login(const std::string& user, const std::string& password,
-                      const std::string& machine, std::string& cookie, HANDLE stop = nullptr);
+    static bool login(const std::string& server, const std::string& user,
+                      const std::string& password, const std::string& machine, std::string& cookie,
+                      HANDLE stop = nullptr);
 
     // Ends the session at the service. 401: there is none of that cookie.
-    static bool logout(const std::string& user, const std::string& cookie, HANDLE stop = nullptr);
+    static bool logout(const std::string& server, const std::string& user,
+                       const std::string& cookie, HANDLE stop = nullptr);
 
     // The runs of one machine (empty: all) and one job (empty: all), as the service orders them. A
     // refused session is renewed where the stores know its user.

@@ -35,7 +35,8 @@ public:
     explicit WebBackEnd(Server server) : server_(std::move(server)) {
         singleton<OptionsImpl>().setServerInfo("server", server_.host.c_str(), server_.port);
         if (!singleton<CookieManagerImpl>().findCookie(server_.user.c_str(), cookie_)) {
-            EXPECT_TRUE(WebAccount::login(server_.user, server_.password, machine, cookie_));
+            EXPECT_TRUE(WebAccount::login(serverOfOptions(), server_.user, server_.password,
+                                          machine, cookie_));
             singleton<CookieManagerImpl>().saveCookie(server_.user.c_str(), cookie_.c_str());
         }
     }

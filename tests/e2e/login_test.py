@@ -74,6 +74,35 @@ class LoginTest(SystemTest):
                     shutil.rmtree(system.tree)
         self.assertRestored(system, expected, system.tree)
 
+    def test_another_address_gets_neither_session_nor_password(self):
+        system = System(self, "address")
+        make_tree(system.tree)
+        system.backup("--name", "docs")
+        first = "%s:%d" % system.proxy.address
+        with proxy.Proxy(system.server.address) as other:
+            second = "%s:%d" % other.address
+            self.assertIn("--keep-login", system.machine.agent("server", "set", second).out)
+            run = system.machine.start("start", "docs")
+            run.until_said("paused")
+            self.assertIn(f"agent login {USER}", run.out)
+            run.signal(signal.SIGINT)
+            self.assertEqual(run.wait(60), PAUSED, run.out + run.err)
+            self.assertIn("login", system.machine.agent("instances", code=FAILED).err)
+            self.assertEqual(other.requests(), [])
+            # Back where it was made for it goes on, and where the user says so.
+            system.machine.agent("server", "set", first)
+            self.assertIn("docs", system.machine.agent("instances").out)
+            system.machine.agent("server", "set", second, "--keep-login")
+            system.machine.agent("resume", "docs")
+            self.assertNotEqual(other.requests(), [])
+            self.assertEqual(other.requests("Login"), [])
+            # The password has come along too.
+            system.server.change_catalog("DELETE FROM sessions")
+            system.machine.agent("start", "docs")
+            self.assertEqual([r.status for r in other.requests("Login")], [200])
+        system.machine.agent("server", "set", first)
+        self.assertIn("login", system.machine.agent("instances", code=FAILED).err)
+
     def test_after_a_logout_nothing_runs(self):
         system = System(self, "logout")
         make_tree(system.tree)
