@@ -5,6 +5,7 @@
 //         Greet_Request() : Request_T("/greet") {}
 //         bool prepare();                                    // optional, see prepare_request
 //         void handle(Response_T<json_spirit::Value>&);      // optional, see handle_response
+//         static constexpr uint64_t answer_timeout = 5'000;  // optional, see HTTP_Command
 //     };
 //     Command_To_Server<Greet_Request, Response_T<json_spirit::Value>> greet("Greet");
 //     greet.request().cookie(cookie);
@@ -33,6 +34,12 @@ public:
             return this->request().prepare();
         }
         return true;
+    }
+    uint64_t answer_timeout() const override {
+        if constexpr (requires { Request::answer_timeout; }) {
+            return Request::answer_timeout;
+        }
+        return HTTP_Command::DEFAULT_ANSWER_TIMEOUT;
     }
 };
 

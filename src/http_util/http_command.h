@@ -49,6 +49,15 @@ public:
     // Where the body of any other answer goes.
     virtual std::string& error_text() = 0;
 
+    // How many milliseconds the server may be silent before its answer, and within it: then the
+    // exchange fails with 10060.
+    virtual uint64_t answer_timeout() const { return DEFAULT_ANSWER_TIMEOUT; }
+
+    // What a request waits for that the server works on: a backup that is checked and made safe, a
+    // catalog that is gone through.
+    static constexpr uint64_t LONG_ANSWER_TIMEOUT = uint64_t{30} * 60'000;
+    static constexpr uint64_t DEFAULT_ANSWER_TIMEOUT = 180'000;
+
     // Prefix of every log line.
     const std::string& name() const { return name_; }
     int state() const { return state_; }

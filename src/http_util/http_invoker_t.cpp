@@ -94,6 +94,7 @@ int HTTP_Invoker_T::connect(HTTP_Connector& connector) {
     }
     socket_ = std::make_unique<HTTP_Socket>(handler_->peer());
     socket_->set_interrupter(interrupter_);
+    socket_->set_patience(answer_timeout_ms_);
     state_ = CONNECTED;
     return 0;
 }
@@ -102,6 +103,13 @@ void HTTP_Invoker_T::set_interrupter(const interrupter* interrupter) {
     interrupter_ = interrupter;
     if (socket_ != nullptr) {
         socket_->set_interrupter(interrupter);
+    }
+}
+
+void HTTP_Invoker_T::set_answer_timeout(uint64_t ms) {
+    answer_timeout_ms_ = ms;
+    if (socket_ != nullptr) {
+        socket_->set_patience(ms);
     }
 }
 

@@ -92,6 +92,9 @@ public:
     // exchanges; does not block.
     bool quiet() const;
 
+    // How long the server may be silent while an answer is waited for; 0, as at first, for ever.
+    void set_answer_timeout(uint64_t ms);
+
     int state() const { return state_; }
     uint32_t last_error() const { return last_error_; }
     bool chunked() const { return chunked_; }
@@ -131,6 +134,7 @@ private:
     std::unique_ptr<ACE_Message_Block> buffer_;  // received, not yet used
     std::unique_ptr<HTTP_Chunked_Decoder> decoder_;
     const interrupter* interrupter_ = nullptr;  // borrowed
+    uint64_t answer_timeout_ms_ = 0;
 };
 
 }  // namespace dorvo

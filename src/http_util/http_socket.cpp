@@ -43,6 +43,15 @@ int HTTP_Socket::wait_slice() {
     return must_stop() ? -1 : 0;
 }
 
+DWORD HTTP_Socket::slice(uint64_t began) const {
+    if (patience_ms_ == 0) {
+        return sliceMs;
+    }
+    const uint64_t end = began + patience_ms_;
+    const uint64_t now = GetTickCount64();
+    return now < end ? static_cast<DWORD>(std::min<uint64_t>(end - now, sliceMs)) : 0;
+}
+
 int64_t HTTP_Socket::wait_and_recv(void* buffer, size_t size) {
     if (GetTickCount64() - asked_ >= sliceMs && must_stop()) {
         return -1;
@@ -59,17 +68,22 @@ int64_t HTTP_Socket::wait_and_recv(void* buffer, size_t size) {
     if (WSAGetLastError() != WSA_IO_PENDING) {
         return -1;
     }
-    bool stopped = false;
-    while (!stopped && WaitForSingleObject(received_.get(), sliceMs) == WAIT_TIMEOUT) {
-        stopped = must_stop();
+    const uint64_t began = GetTickCount64();
+    DWORD stopped = 0;
+    while (stopped == 0 && WaitForSingleObject(received_.get(), slice(began)) == WAIT_TIMEOUT) {
+        if (must_stop()) {
+            stopped = ERROR_CANCELLED;
+        } else if (patience_ms_ != 0 && GetTickCount64() - began >= patience_ms_) {
+            stopped = WSAETIMEDOUT;
+        }
     }
-    if (stopped) {
+    if (stopped != 0) {
         CancelIoEx(stream_.get_handle(), &pending);
     }
     // Bytes that came at the same moment are not lost: the buffer is in use until this returns.
     if (WSAGetOverlappedResult(socket, &pending, &got, TRUE, &flags) == 0) {
-        if (stopped) {
-            SetLastError(ERROR_CANCELLED);
+        if (stopped != 0) {
+            SetLastError(stopped);
         }
         return -1;
     }

@@ -24,9 +24,13 @@ public:
     // Borrowed, may be null.
     void set_interrupter(const interrupter* interrupter) { interrupter_ = interrupter; }
 
-    // Waits until something is there, without a limit of time, and takes up to `size` bytes of it;
-    // 0 when the peer has closed; -1 for a failure. One receive stays pending all the while: a
-    // slice that ends loses nothing, and no call is spent on asking whether the socket is readable.
+    // How long the peer may be silent while it is received from; 0, as at first, for ever.
+    void set_patience(uint64_t ms) { patience_ms_ = ms; }
+
+    // Waits until something is there and takes up to `size` bytes of it; 0 when the peer has
+    // closed; -1 for a failure, that of a patience that is over with 10060. One receive stays
+    // pending all the while: a slice that ends loses nothing, and no call is spent on asking
+    // whether the socket is readable.
     int64_t wait_and_recv(void* buffer, size_t size);
 
     // Sends all pieces, as one gathered write as long as the system takes it, and changes them on
@@ -40,10 +44,13 @@ private:
     // One slice of waiting for room to send: 1 there is, 0 not yet, -1 failed or interrupted.
     int wait_slice();
     bool must_stop();
+    // Until the interrupter is asked, or the patience with a receive that began then is over.
+    DWORD slice(uint64_t began) const;
 
     ACE_SOCK_Stream& stream_;  // borrowed
     KernelHandle received_;    // set when the pending receive is complete
     const interrupter* interrupter_ = nullptr;
+    uint64_t patience_ms_ = 0;
     uint64_t asked_;  // when the interrupter was, in milliseconds since the system's start
 };
 

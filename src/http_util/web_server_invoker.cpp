@@ -236,6 +236,7 @@ int Web_Server_Invoker::send(HTTP_Command& command) {
 int Web_Server_Invoker::receive(HTTP_Command& command) {
     command.state(HTTP_Command::RECEIVING);
     command.http_response().reset();
+    invoker_->set_answer_timeout(command.answer_timeout());
     if (invoker_->recv_response(command.http_response()) != 0) {
         error_ = invoker_->last_error();
         invoker_->close();

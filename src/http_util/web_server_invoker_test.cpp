@@ -34,6 +34,12 @@ public:
 };
 using Greet_Command = Command_To_Server<Greet_Request, Response_T<Value>>;
 
+// Of which no answer is waited for that takes its time.
+class Impatient_Request : public Greet_Request {
+public:
+    static constexpr uint64_t answer_timeout = 20;
+};
+
 class WebServerInvoker : public testing::Test {
 protected:
     ~WebServerInvoker() override {
@@ -263,6 +269,23 @@ TEST_F(WebServerInvoker, FollowsRedirectsOfOneExchangeEverMoreSlowly) {
         EXPECT_EQ(stop.waited, (std::vector<DWORD>{0, 100, 200, 400, 800, 1600, 3200, 6400, 12800,
                                                    25600, 30000, 30000}));
         EXPECT_EQ(command.request().prepared, 12);
+    }
+}
+
+// It has the connection, and the request: without a limit it would be waited for as long as it
+// runs.
+TEST_F(WebServerInvoker, GivesUpAServerThatFallsSilent) {
+    for (const char* const said : {"", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{"}) {
+        serve([&](ScriptedPeer& peer, int) {
+            peer.request();
+            peer.send(said);
+            peer.drain();
+        });
+        Command_To_Server<Impatient_Request, Response_T<Value>> command("Greet");
+        EXPECT_EQ(invoker.run(command), -1) << said;
+        EXPECT_EQ(GetLastError(), 10060u) << said;
+        EXPECT_EQ(server->connections(), 2) << said;
+        EXPECT_EQ(invoker.invoker()->state(), 1) << said;
     }
 }
 

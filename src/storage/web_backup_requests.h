@@ -17,6 +17,8 @@ namespace dorvo {
 // Opens the run at the service. Without a cookie the last error is that of a refused session.
 class Start_Job_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     Start_Job_Request() : Request_T("/dorvo/WebServer/jobs/StartJob.php") {}
     Start_Job_Request(const std::string& cookie, const std::string& definition_id,
                       const std::string& instance_id, const SourceTotals& totals,
@@ -66,6 +68,8 @@ public:
 
 class End_Job_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     End_Job_Request() : Request_T("/dorvo/Storage%20Server/backupServer/endjob.php") {}
     End_Job_Request(const std::string& cookie, const std::string& instance_id,
                     const std::string& end_time);
@@ -73,6 +77,8 @@ public:
 
 class Stop_Job_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     Stop_Job_Request() : Request_T("/dorvo/WebServer/jobs/CancelJob.php") {}
     Stop_Job_Request(const std::string& cookie, const std::string& instance_id);
 };
@@ -80,6 +86,8 @@ public:
 // Asks which files of a batch need sending.
 class Increament_Check_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     Increament_Check_Request() : Request_T("/dorvo/WebServer/catalog/FilesToBackup.php") {}
     Increament_Check_Request(const std::string& cookie, const std::string& definition_id,
                              const std::string& instance_id, bool compress, bool first,

@@ -12,6 +12,8 @@ namespace {
 
 class Login_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = 60'000;  // somebody waits at a terminal
+
     Login_Request() : Request_T("/dorvo/WebServer/user/Login.php") {}
 };
 

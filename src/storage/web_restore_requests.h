@@ -17,6 +17,8 @@ namespace dorvo {
 // Opens the restore of one run of a backup job.
 class Start_Restore_Job_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     Start_Restore_Job_Request() : Request_T("/dorvo/WebServer/jobs/StartRestoreJob.php") {}
     Start_Restore_Job_Request(const std::string& cookie, const std::string& definition_id,
                               const std::string& instance_id);
@@ -61,6 +63,8 @@ public:
 // Asks for a page of the items of a backup.
 class List_Files_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     List_Files_Request() : Request_T("/dorvo/WebServer/catalog/ListFiles.php") {}
     List_Files_Request(const std::string& cookie, const std::string& machine,
                        const std::string& instance_id, const std::string& path,
