@@ -28,8 +28,8 @@ public:
     void tell(JobVerb verb, const std::string& id) override { told.emplace_back(verb, id); }
     void setServer(const std::string&, uint16_t, const std::string&, bool) override {}
     void setSnapshots(bool) override {}
-    void login(const std::string&, const std::string&) override {}
-    void logout(const std::string&) override {}
+    void login(const std::string&, const std::string&, const GiveUp&) override {}
+    void logout(const std::string&, const GiveUp&) override {}
     ImportedKeys importKeys(const std::wstring&, const std::string&, const std::string&) override {
         return {};
     }

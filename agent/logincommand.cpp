@@ -22,7 +22,7 @@ CLI::App* LoginCommand::describe(CLI::App& parent) {
 int LoginCommand::run(Terminal& terminal) {
     requireServer();
     const Secret password = readPassword(terminal);
-    openEngine()->login(user_, password.text);
+    openEngine()->login(user_, password.text, {});
     std::string machine;
     machineName(machine);  // the login has found it
     terminal.out("'" + user_ + "' is logged in as the user of machine '" + machine + "'.");

@@ -16,7 +16,7 @@ CLI::App* LogoutCommand::describe(CLI::App& parent) {
 }
 
 int LogoutCommand::run(Terminal& terminal) {
-    openEngine()->logout(user_);
+    openEngine()->logout(user_, {});
     terminal.out("'" + user_ + "' is logged out.");
     return exitDone;
 }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+
 #include "base/job_state.h"
 #include "control/notingengine.h"
 #include "httpd/testing/client.h"
@@ -124,6 +126,37 @@ TEST_F(ControlPort, OneThatStallsHoldsNobodyUp) {
         stalled.back()->send(whole.substr(0, i % 16 * whole.size() / 16));
     }
     EXPECT_EQ(command("pause", job).status, 200);
+}
+
+TEST_F(ControlPort, CallsThatWaitForTheServerLeaveRoomAndEndWithTheirClient) {
+    constexpr int slow = 4;
+    std::atomic<int> waiting = 0;
+    Signal all;
+    Signal none;
+    engine.onLogin = [&](const GiveUp& giveUp) {
+        if (++waiting == slow) {
+            all.set();
+        }
+        while (!giveUp()) {
+            Sleep(1);
+        }
+        if (--waiting == 0) {
+            none.set();
+        }
+    };
+    const std::string login =
+        request("POST /control/login", host + token, R"({"user":"alice","password":"p"})");
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < slow; ++i) {
+        clients.push_back(std::make_unique<Client>(server.address().port));
+        clients.back()->send(login);
+    }
+    ASSERT_TRUE(all.wait());
+    EXPECT_EQ(ask("POST /control/login", host + token, R"({"user":"bob","password":"p"})").status,
+              503);
+    EXPECT_EQ(command("pause", job).status, 200);
+    clients.clear();
+    EXPECT_TRUE(none.wait());
 }
 
 // Asks again in each answer, as a window that shows the states does, until "last" is among them.

@@ -24,9 +24,26 @@ namespace {
 constexpr size_t definitionBytes = size_t{1} << 20U;
 constexpr size_t smallBytes = size_t{16} << 10U;
 constexpr std::chrono::seconds pollPatience(25);
+// Calls that wait for the storage server at a time: the other half of the workers stays free.
+constexpr int slowCalls = 4;
 constexpr std::string_view statePath = "/jobnotify/";
 constexpr std::string_view eventsPath = "/control/events";
 constexpr std::string_view statusPath = "/control/status";
+
+// Counts what is under way while it lives.
+class Counted {
+public:
+    explicit Counted(std::atomic<int>& count) : count_(count), before_(count++) {}
+    ~Counted() { --count_; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+
+    int before() const { return before_; }
+
+private:
+    std::atomic<int>& count_;  // borrowed
+    const int before_;
+};
 
 // The body is not what the request takes.
 struct Malformed : std::runtime_error {
@@ -106,7 +123,7 @@ bool underWay(JobState state) {
            state == JobState::canceling;
 }
 
-Object submit(Engine& engine, const Object& body) {
+Object submit(Engine& engine, const Object& body, const GiveUp&) {
     const Object members =
         member(body, "definition", [](const Value& value) { return value.get_obj(); });
     const auto job = JobDefinitionFactory::createFromText(json_spirit::write(Value(members)));
@@ -118,12 +135,12 @@ Object submit(Engine& engine, const Object& body) {
 }
 
 template <JobVerb verb>
-Object tell(Engine& engine, const Object& body) {
+Object tell(Engine& engine, const Object& body, const GiveUp&) {
     engine.tell(verb, text(body, "id"));
     return {};
 }
 
-Object setServer(Engine& engine, const Object& body) {
+Object setServer(Engine& engine, const Object& body, const GiveUp&) {
     const bool keepLogin =
         body.contains("keeplogin") &&
         member(body, "keeplogin", [](const Value& value) { return value.get_bool(); });
@@ -131,23 +148,23 @@ Object setServer(Engine& engine, const Object& body) {
     return {};
 }
 
-Object setSnapshots(Engine& engine, const Object& body) {
+Object setSnapshots(Engine& engine, const Object& body, const GiveUp&) {
     engine.setSnapshots(
         member(body, "enabled", [](const Value& value) { return value.get_bool(); }));
     return {};
 }
 
-Object login(Engine& engine, const Object& body) {
-    engine.login(text(body, "user"), text(body, "password"));
+Object login(Engine& engine, const Object& body, const GiveUp& giveUp) {
+    engine.login(text(body, "user"), text(body, "password"), giveUp);
     return {};
 }
 
-Object logout(Engine& engine, const Object& body) {
-    engine.logout(text(body, "user"));
+Object logout(Engine& engine, const Object& body, const GiveUp& giveUp) {
+    engine.logout(text(body, "user"), giveUp);
     return {};
 }
 
-Object importKeys(Engine& engine, const Object& body) {
+Object importKeys(Engine& engine, const Object& body, const GiveUp&) {
     const ImportedKeys keys =
         engine.importKeys(toWide(text(body, "file")), text(body, "passphrase"), text(body, "user"));
     return {{"user", keys.user}, {"beside", keys.beside}};
@@ -175,7 +192,9 @@ Object status(const std::string& proof) {
 struct ControlService::Endpoint {
     std::string_view path;
     size_t bodyLimit;
-    Object (*call)(Engine& engine, const Object& body);  // null: not of the engine's
+    // Null: not of the engine's.
+    Object (*call)(Engine& engine, const Object& body, const GiveUp& giveUp);
+    bool slow = false;  // waits for the storage server
 };
 
 const ControlService::Endpoint* ControlService::find(std::string_view path) {
@@ -188,8 +207,8 @@ const ControlService::Endpoint* ControlService::find(std::string_view path) {
         {"/control/remove", smallBytes, &tell<JobVerb::remove>},
         {"/control/server", smallBytes, &setServer},
         {"/control/snapshots", smallBytes, &setSnapshots},
-        {"/control/login", smallBytes, &login},
-        {"/control/logout", smallBytes, &logout},
+        {"/control/login", smallBytes, &login, true},
+        {"/control/logout", smallBytes, &logout, true},
         {"/control/importkeys", smallBytes, &importKeys},
         {eventsPath, smallBytes, nullptr},
         {statusPath, smallBytes, nullptr},
@@ -218,6 +237,7 @@ Admission ControlService::admit(const WebRequest& head) {
         admission.refusal->allow = "POST";
     } else {
         admission.bodyLimit = endpoint->bodyLimit;
+        admission.watched = endpoint->slow;
     }
     return admission;
 }
@@ -236,7 +256,7 @@ std::optional<LongPoll> ControlService::handle(const WebRequest& request, Respon
             return pollEvents(after, respond);
         }
         reply =
-            jsonReply(endpoint.path == statusPath ? status(proof_) : endpoint.call(engine_, body));
+            endpoint.path == statusPath ? jsonReply(status(proof_)) : call(endpoint, request, body);
     } catch (const AgentError& error) {
         reply = errorReply(409, error.what(), error.code());
     } catch (const Malformed& error) {
@@ -246,6 +266,19 @@ std::optional<LongPoll> ControlService::handle(const WebRequest& request, Respon
     }
     respond(std::move(reply));
     return {};
+}
+
+WebReply ControlService::call(const Endpoint& endpoint, const WebRequest& request,
+                              const Object& body) {
+    const GiveUp gone = [&request] { return request.gone && *request.gone; };
+    if (!endpoint.slow) {
+        return jsonReply(endpoint.call(engine_, body, gone));
+    }
+    const Counted counted(slow_);
+    if (counted.before() >= slowCalls) {
+        return refuse(503, "The agent waits for the storage server with other commands");
+    }
+    return jsonReply(endpoint.call(engine_, body, gone));
 }
 
 std::optional<LongPoll> ControlService::pollEvents(int64_t after, const Respond& respond) {

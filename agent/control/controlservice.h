@@ -4,6 +4,7 @@
 
 #include <json_spirit/json_spirit.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -27,11 +28,14 @@ private:
     struct Endpoint;
     static const Endpoint* find(std::string_view path);
 
+    WebReply call(const Endpoint& endpoint, const WebRequest& request,
+                  const json_spirit::Object& body);
     std::optional<LongPoll> pollEvents(int64_t after, const Respond& respond);
     std::optional<LongPoll> pollState(int64_t mark, const Respond& respond);
 
     Engine& engine_;
     EventLog& events_;
+    std::atomic<int> slow_ = 0;  // calls under way that wait for the storage server
     const std::string token_;
     const std::string proof_;  // what shows who knows the token that this is the resident
 };

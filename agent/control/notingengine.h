@@ -1,6 +1,7 @@
 // An engine of the tests that writes down what it is told. What concerns "bad" is refused.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -25,15 +26,22 @@ public:
              (keepLogin ? " with its logins" : ""));
     }
     void setSnapshots(bool on) override { note(on ? "snapshots on" : "snapshots off"); }
-    void login(const std::string& user, const std::string& password) override {
+    void login(const std::string& user, const std::string& password,
+               const GiveUp& giveUp) override {
+        if (onLogin) {
+            onLogin(giveUp);
+        }
         note("login " + user + " " + password, user);
     }
-    void logout(const std::string& user) override { note("logout " + user); }
+    void logout(const std::string& user, const GiveUp&) override { note("logout " + user); }
     ImportedKeys importKeys(const std::wstring& file, const std::string& passphrase,
                             const std::string& user) override {
         note("import " + toUtf8(file) + " " + passphrase + " " + user);
         return {"alice", 3};
     }
+
+    // Called within each login, several at once.
+    std::function<void(const GiveUp& giveUp)> onLogin;
 
     std::string takeNote() {
         const std::lock_guard guard(lock_);

@@ -53,6 +53,19 @@ int64_t numberFrom(const Object& answer, const char* name) {
     return from(answer, name, [](const json_spirit::Value& value) { return value.get_int64(); });
 }
 
+// The process that answers there with its proof; whoever else answers is no resident of ours.
+std::optional<uint32_t> processAt(const ControlAddress& address) {
+    try {
+        const Object status = ControlClient(address).call("status", {}, statusPatience);
+        if (textFrom(status, "proof") == address.proof) {
+            return static_cast<uint32_t>(numberFrom(status, "pid"));
+        }
+    } catch (const AgentError&) {
+        // Nobody, or somebody else.
+    }
+    return {};
+}
+
 class RemoteSubscription : public Engine::Subscription {
 public:
     RemoteSubscription(const ControlAddress& address, Engine::EventSink sink)
@@ -107,18 +120,12 @@ private:
 
 std::unique_ptr<RemoteEngine> RemoteEngine::connect() {
     const auto address = ControlFile::read();
-    if (!address) {
-        return nullptr;
-    }
-    try {
-        const Object status = ControlClient(*address).call("status", {}, statusPatience);
-        if (textFrom(status, "proof") == address->proof) {
-            return std::make_unique<RemoteEngine>(*address);
-        }
-    } catch (const AgentError&) {
-        // Whoever answers there is no resident of ours.
-    }
-    return nullptr;
+    return address && processAt(*address) ? std::make_unique<RemoteEngine>(*address) : nullptr;
+}
+
+std::optional<uint32_t> RemoteEngine::residentProcess() {
+    const auto address = ControlFile::read();
+    return address ? processAt(*address) : std::nullopt;
 }
 
 std::unique_ptr<Engine::Subscription> RemoteEngine::subscribe(EventSink sink) {
@@ -144,11 +151,11 @@ void RemoteEngine::setSnapshots(bool on) {
     call("snapshots", {{"enabled", on}});
 }
 
-void RemoteEngine::login(const std::string& user, const std::string& password) {
+void RemoteEngine::login(const std::string& user, const std::string& password, const GiveUp&) {
     call("login", {{"user", user}, {"password", password}});
 }
 
-void RemoteEngine::logout(const std::string& user) {
+void RemoteEngine::logout(const std::string& user, const GiveUp&) {
     call("logout", {{"user", user}});
 }
 

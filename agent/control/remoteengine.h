@@ -5,6 +5,8 @@
 
 #include <json_spirit/json_spirit.h>
 
+#include <optional>
+
 #include "control/controlfile.h"
 #include "engine/engine.h"
 
@@ -15,6 +17,9 @@ public:
     // The resident that the control file names; null when nobody answers there with its proof, who
     // then has been asked for that alone. Throws AgentError when this user may not read the file.
     static std::unique_ptr<RemoteEngine> connect();
+
+    // The process id of that resident; nothing when none answers.
+    static std::optional<uint32_t> residentProcess();
 
     // Connects with each call.
     explicit RemoteEngine(ControlAddress address) : address_(std::move(address)) {}
@@ -27,8 +32,8 @@ public:
     void setServer(const std::string& host, uint16_t port, const std::string& name,
                    bool keepLogin) override;
     void setSnapshots(bool on) override;
-    void login(const std::string& user, const std::string& password) override;
-    void logout(const std::string& user) override;
+    void login(const std::string& user, const std::string& password, const GiveUp& giveUp) override;
+    void logout(const std::string& user, const GiveUp& giveUp) override;
     ImportedKeys importKeys(const std::wstring& file, const std::string& passphrase,
                             const std::string& user) override;
 

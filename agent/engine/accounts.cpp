@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "agenterror.h"
+#include "base/interrupter.h"
 #include "base/machine_name.h"
 #include "failuretext.h"
 #include "job/transferfailure.h"
@@ -16,10 +17,23 @@
 namespace dorvo::agent {
 namespace {
 
+// What breaks a wait for the server off: the end of this process, or nobody being left to be told.
+class EitherStop : public interrupter {
+public:
+    EitherStop(HANDLE stop, const GiveUp& giveUp) : interrupter(stop), giveUp_(giveUp) {}
+
+    bool interrupted() const override {
+        return interrupter::interrupted() || (giveUp_ && giveUp_());
+    }
+
+private:
+    const GiveUp& giveUp_;  // borrowed
+};
+
 // Ends the session at the server; its error code, 0 when there is no such session any more.
 DWORD endSession(const std::string& server, const std::string& user, const std::string& cookie,
-                 HANDLE stop) {
-    if (WebAccount::logout(server, user, cookie, stop)) {
+                 const interrupter& stop) {
+    if (WebAccount::logout(server, user, cookie, &stop)) {
         return 0;
     }
     const DWORD error = GetLastError();
@@ -30,16 +44,16 @@ DWORD endSession(const std::string& server, const std::string& user, const std::
 
 Accounts::Accounts() : stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
 
-void Accounts::login(const std::string& user, const std::string& password) {
+void Accounts::login(const std::string& user, const std::string& password, const GiveUp& giveUp) {
     requireServer();
     std::string machine;
     if (!machineName(machine)) {
         throw AgentError("The machine's name cannot be found out: " + failureText(GetLastError()));
     }
-    std::lock_guard guard(lock_);
     const std::string server = serverOfOptions();
     std::string cookie;
-    if (!WebAccount::login(server, user, password, machine, cookie, stop_.get())) {
+    const EitherStop stop(stop_.get(), giveUp);
+    if (!WebAccount::login(server, user, password, machine, cookie, &stop)) {
         const DWORD error = GetLastError();
         throw AgentError(error == errorUnauthorized ? "Wrong user or password"
                          : error == ERROR_OPERATION_ABORTED
@@ -47,6 +61,7 @@ void Accounts::login(const std::string& user, const std::string& password) {
                              : requestFailure(error, user));
     }
     // The new session takes the place of the older ones.
+    std::lock_guard guard(lock_);
     const bool kept = cookies().removeUser(user.c_str()) &&
                       cookies().saveCookie(user.c_str(), cookie.c_str(), server) &&
                       passwords().savePassword(user.c_str(), password.c_str(), server);
@@ -55,28 +70,38 @@ void Accounts::login(const std::string& user, const std::string& password) {
     }
 }
 
-void Accounts::logout(const std::string& user) {
+bool Accounts::forget(const std::string& user, const std::string& server,
+                      std::vector<std::string>& sessions) {
     std::lock_guard guard(lock_);
     const std::vector<std::string> users = cookies().users();
     const bool hasPassword = passwords().hasPassword(user.c_str());
     bool forgotten = true;
-    DWORD failed = 0;
     if (!hasPassword && std::find(users.begin(), users.end(), user) == users.end()) {
         throw AgentError("'" + user + "' has not logged in");
     }
     if (hasPassword) {
         forgotten = passwords().removePassword(user.c_str());
     }
-    const std::string server = serverOfOptions();
     std::string cookie;
     while (cookies().findCookie(user.c_str(), cookie, server)) {
-        const DWORD error = endSession(server, user, cookie, stop_.get());
-        failed = error != 0 ? error : failed;
+        sessions.push_back(cookie);
         // The cookie is gone from memory even when the file could not be written.
         forgotten = cookies().removeCookie(cookie.c_str()) && forgotten;
     }
     // Sessions with other servers are forgotten; this one has no business with them.
-    forgotten = cookies().removeUser(user.c_str()) && forgotten;
+    return cookies().removeUser(user.c_str()) && forgotten;
+}
+
+void Accounts::logout(const std::string& user, const GiveUp& giveUp) {
+    const std::string server = serverOfOptions();
+    std::vector<std::string> sessions;
+    const bool forgotten = forget(user, server, sessions);
+    const EitherStop stop(stop_.get(), giveUp);
+    DWORD failed = 0;
+    for (const std::string& cookie : sessions) {
+        const DWORD error = endSession(server, user, cookie, stop);
+        failed = error != 0 ? error : failed;
+    }
     if (!forgotten) {
         throw AgentError("The session and the password of '" + user +
                          "' could not be taken out of the data directory");
@@ -101,21 +126,24 @@ uint32_t Accounts::renew(const std::string& user) {
     if (!machineName(machine)) {
         return GetLastError();
     }
-    std::lock_guard guard(lock_);
-    if (!needsSession(user)) {
-        return 0;
-    }
     Secret password;
     const std::string server = serverOfOptions();
-    if (!passwords().findPassword(user.c_str(), password.text, server)) {
-        return 0;
+    {
+        std::lock_guard guard(lock_);
+        if (!needsSession(user) || !passwords().findPassword(user.c_str(), password.text, server)) {
+            return 0;
+        }
     }
+    const interrupter stop(stop_.get());
     std::string cookie;
-    if (!WebAccount::login(server, user, password.text, machine, cookie, stop_.get()) ||
-        !cookies().saveCookie(user.c_str(), cookie.c_str(), server)) {
+    if (!WebAccount::login(server, user, password.text, machine, cookie, &stop)) {
         return GetLastError();
     }
-    return 0;
+    std::lock_guard guard(lock_);
+    if (!needsSession(user) || !passwords().isPasswordValid(user.c_str(), password.text.c_str())) {
+        return 0;  // somebody has logged in or out meanwhile: that counts
+    }
+    return cookies().saveCookie(user.c_str(), cookie.c_str(), server) ? 0 : GetLastError();
 }
 
 void Accounts::stop() {

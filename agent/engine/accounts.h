@@ -1,14 +1,17 @@
 // The users' sessions with the storage server, in the stores of this process.
 //
-// Any thread; one logs in or out at a time, so that nobody sees a user between two sessions. Every
-// operation waits for the server's answer; login() and logout() throw AgentError.
+// Any thread, several at once: the stores change under a lock, so that nobody sees a user between
+// two sessions, but the server's answer is waited for without it: one that does not answer holds
+// nobody else up. login() and logout() throw AgentError.
 #pragma once
 
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "base/handle.h"
+#include "engine/engine.h"
 
 namespace dorvo::agent {
 
@@ -17,10 +20,10 @@ public:
     Accounts();
 
     // Gets a session and keeps it with the password, in place of the user's older ones.
-    void login(const std::string& user, const std::string& password);
+    void login(const std::string& user, const std::string& password, const GiveUp& giveUp = {});
     // Ends the user's sessions at the server and forgets them with the password; forgets them also
     // where the server cannot be told, and then throws.
-    void logout(const std::string& user);
+    void logout(const std::string& user, const GiveUp& giveUp = {});
 
     // Gets a session with the stored password unless the user has a session or no password. 0, or
     // the error code of a try that failed.
@@ -32,6 +35,11 @@ public:
     void stop();
 
 private:
+    // Takes the user's password and sessions out of the stores, and gives those with `server`;
+    // false when not all could be taken out. Throws when there are none.
+    bool forget(const std::string& user, const std::string& server,
+                std::vector<std::string>& sessions);
+
     KernelHandle stop_;  // manual reset
     std::mutex lock_;    // orders the changes of the stores that belong together
 };

@@ -24,6 +24,9 @@ struct ImportedKeys {
     size_t beside = 0;  // how many stand beside the machine's own
 };
 
+// Asked about once a second by what waits for the storage server: true ends the wait. Any thread.
+using GiveUp = std::function<bool()>;
+
 class Engine {
 public:
     // Events come for as long as it lives. Its destructor waits for a call in progress.
@@ -60,8 +63,10 @@ public:
     virtual void setServer(const std::string& host, uint16_t port, const std::string& name,
                            bool keepLogin) = 0;
     virtual void setSnapshots(bool on) = 0;
-    virtual void login(const std::string& user, const std::string& password) = 0;
-    virtual void logout(const std::string& user) = 0;
+    // Both wait for the server's answer unless they are told to give up.
+    virtual void login(const std::string& user, const std::string& password,
+                       const GiveUp& giveUp) = 0;
+    virtual void logout(const std::string& user, const GiveUp& giveUp) = 0;
     // `file` is absolute; `user` is empty when whosever keys they are may be taken.
     virtual ImportedKeys importKeys(const std::wstring& file, const std::string& passphrase,
                                     const std::string& user) = 0;

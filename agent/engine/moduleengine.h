@@ -20,8 +20,8 @@ public:
     void setServer(const std::string& host, uint16_t port, const std::string& name,
                    bool keepLogin) override;
     void setSnapshots(bool on) override;
-    void login(const std::string& user, const std::string& password) override;
-    void logout(const std::string& user) override;
+    void login(const std::string& user, const std::string& password, const GiveUp& giveUp) override;
+    void logout(const std::string& user, const GiveUp& giveUp) override;
     ImportedKeys importKeys(const std::wstring& file, const std::string& passphrase,
                             const std::string& user) override;
 

@@ -247,6 +247,11 @@ void HttpConnection::dispatch() {
     }
     awaited_ = true;
     const uint64_t turn = ++turn_;
+    if (admission_.watched) {
+        gone_ = std::make_shared<std::atomic<bool>>(false);
+        request_.gone = gone_;
+        watch();
+    }
     asio::post(shared_.workers, [self = shared_from_this(), turn, request = std::move(request_)] {
         auto poll = self->shared_.service.handle(request, [self, turn](WebReply reply) {
             asio::post(self->stream_.get_executor(),
@@ -281,7 +286,9 @@ void HttpConnection::onPoll(uint64_t turn, const LongPoll& poll) {
             }
         });
     }
-    watch();
+    if (!watching_) {
+        watch();
+    }
 }
 
 void HttpConnection::onReply(uint64_t turn, WebReply reply) {
@@ -289,6 +296,7 @@ void HttpConnection::onReply(uint64_t turn, WebReply reply) {
         return;
     }
     poll_.reset();
+    gone_.reset();
     patience_.cancel();
     if (watching_) {
         reply_ = std::move(reply);
@@ -410,6 +418,9 @@ void HttpConnection::linger() {
 void HttpConnection::close() {
     withdraw();
     awaited_ = false;
+    if (gone_) {
+        *gone_ = true;
+    }
     patience_.cancel();
     beast::error_code ignored;
     stream_.socket().close(ignored);

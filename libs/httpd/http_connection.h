@@ -1,8 +1,9 @@
 // One client's connection: request after request until either side has enough.
 //
 // It lives as long as an operation of it is under way. Everything runs on the connection's strand
-// but the service's calls, during which the connection waits. While a long poll waits, it reads on,
-// to notice that the client has gone; what it reads is the beginning of the next request.
+// but the service's calls, during which the connection waits. While a long poll waits, or a watched
+// call runs, it reads on, to notice that the client has gone; what it reads is the beginning of the
+// next request.
 #pragma once
 
 #include <array>
@@ -86,10 +87,11 @@ private:
     WebRequest request_;
     std::optional<WebReply> refusal_;  // decided before the body is read; the body is dropped
     Admission admission_;
-    std::optional<LongPoll> poll_;        // while it waits for its answer
-    boost::asio::steady_timer patience_;  // of poll_
-    bool watching_ = false;               // a read is under way beside the poll
-    std::optional<WebReply> reply_;       // of a poll, until that read has ended
+    std::optional<LongPoll> poll_;             // while it waits for its answer
+    boost::asio::steady_timer patience_;       // of poll_
+    bool watching_ = false;                    // a read is under way beside the poll
+    std::optional<WebReply> reply_;            // of a poll, until that read has ended
+    std::shared_ptr<std::atomic<bool>> gone_;  // of a watched request that is awaited
     bool awaited_ = false;  // the service has the request and its answer isn't there yet
     uint64_t turn_ = 0;     // counts the requests that went to the service
     int64_t mark_ = -1;

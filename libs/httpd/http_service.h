@@ -17,6 +17,7 @@ struct Admission {
     size_t judgedBytes = SIZE_MAX;
     std::optional<WebReply> refusal;  // the answer, after the body was read and dropped
     bool known = false;               // see HttpLimits::makeRoom
+    bool watched = false;             // WebRequest::gone tells when the client goes meanwhile
 };
 
 // A request that is answered later: it holds no thread meanwhile.

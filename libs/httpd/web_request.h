@@ -1,7 +1,9 @@
 // A request and its answer between the HTTP server and the service, free of HTTP's machinery.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace dorvo {
@@ -17,6 +19,8 @@ struct WebRequest {
     std::string peer;       // the client's address, without its port
     int64_t mark = -1;      // of the last answer on this connection; -1 before the first
     std::string body;
+    // True as soon as the client has gone, for an Admission::watched request; else null.
+    std::shared_ptr<const std::atomic<bool>> gone;
 };
 
 struct WebReply {

@@ -17,11 +17,15 @@ namespace {
 
 class Logout_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = 60'000;  // somebody waits at a terminal
+
     Logout_Request() : Request_T("/dorvo/WebServer/user/Logout.php") {}
 };
 
 class List_Instances_Request : public Request_T<json_spirit::Value> {
 public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
     List_Instances_Request() : Request_T("/dorvo/WebServer/catalog/ListInstances.php") {}
 };
 
@@ -68,21 +72,19 @@ WebInstance readInstance(const json_spirit::Object& members) {
 
 bool WebAccount::login(const std::string& server, const std::string& user,
                        const std::string& password, const std::string& machine, std::string& cookie,
-                       HANDLE stop) {
-    const interrupter stopped(stop);
+                       const interrupter* stop) {
     Web_Server_Invoker invoker;
-    invoker.set_interrupter(&stopped);
+    invoker.set_interrupter(stop);
     return aimAtOwner(invoker, server) && logIn(invoker, user, password, machine, cookie);
 }
 
 bool WebAccount::logout(const std::string& server, const std::string& user,
-                        const std::string& cookie, HANDLE stop) {
+                        const std::string& cookie, const interrupter* stop) {
     Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
     command.request().cookie(cookie.c_str());
     command.request().body(json_spirit::Object());
-    const interrupter stopped(stop);
     Web_Server_Invoker invoker;
-    invoker.set_interrupter(&stopped);
+    invoker.set_interrupter(stop);
     return aimAtOwner(invoker, server) && exchange(invoker, command, "log out user", user);
 }
 

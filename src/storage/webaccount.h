@@ -5,17 +5,16 @@
 // no server is set, a marked HTTP status, a socket error, or ERROR_INVALID_DATA for an answer that
 // is none. `server` is whose the secrets are, a serverName(): where the options name another by
 // now, nothing is sent and the last error is ERROR_OPERATION_ABORTED. One thread at a time. Neither
-// passwords nor cookies are logged. `stop`, borrowed and of manual reset, breaks the wait for an
-// answer off with ERROR_CANCELLED; null never does.
+// passwords nor cookies are logged. `stop`, borrowed, breaks the wait for an answer off with
+// ERROR_CANCELLED; null never does.
 #pragma once
-
-#include <windows.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "base/api.h"
+#include "base/interrupter.h"
 #include "json_spirit/json_spirit.h"
 
 namespace dorvo {
@@ -43,11 +42,11 @@ public:
     // password is wrong; 429: too many failed tries.
     static bool login(const std::string& server, const std::string& user,
                       const std::string& password, const std::string& machine, std::string& cookie,
-                      HANDLE stop = nullptr);
+                      const interrupter* stop = nullptr);
 
     // Ends the session at the service. 401: there is none of that cookie.
     static bool logout(const std::string& server, const std::string& user,
-                       const std::string& cookie, HANDLE stop = nullptr);
+                       const std::string& cookie, const interrupter* stop = nullptr);
 
     // The runs of one machine (empty: all) and one job (empty: all), as the service orders them. A
     // refused session is renewed where the stores know its user.
