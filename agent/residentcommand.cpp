@@ -23,9 +23,14 @@ int ResidentCommand::run(Terminal& terminal) {
     const Interrupt interrupt(Interrupt::Reset::manual);
     Resident(interrupt.event())
         .run({.waiting =
-                  [&] {
-                      terminal.out(
-                          "Another command of the agent is running jobs: waiting for its end.");
+                  [&](const std::optional<Holder>& holder) {
+                      if (holder && holder->resident) {
+                          throw AgentError("The resident agent is running already: " +
+                                           holderText(*holder));
+                      }
+                      terminal.out("Another command of the agent" +
+                                   (holder ? ", " + holderText(*holder) + "," : std::string()) +
+                                   " is running jobs: waiting for its end.");
                   },
               .ready = [&] { terminal.out("The resident agent is ready."); }});
     return exitDone;

@@ -1,19 +1,32 @@
 #include "servicecommand.h"
 
+#include "agenterror.h"
 #include "exitcode.h"
+#include "resident/residenthealth.h"
 #include "resident/service.h"
 #include "resident/serviceprocess.h"
 
 namespace dorvo::agent {
 namespace {
 
+// Whether the agent that Windows calls running does run jobs, which only they may ask who may
+// command it.
+std::string troubleOf(const Service::Status& status) {
+    try {
+        return residentTrouble(status.process, residentSigns());
+    } catch (const AgentError&) {
+        return {};
+    }
+}
+
 int showStatus(Terminal& terminal) {
     const Service::Status status = Service::status();
+    const std::string trouble = status.running ? troubleOf(status) : std::string();
     terminal.out("The service is " + status.text +
                  (status.process == 0 ? std::string()
                                       : " (process " + std::to_string(status.process) + ")") +
-                 ".");
-    return status.running ? exitDone : exitFailed;
+                 trouble + ".");
+    return status.running && trouble.empty() ? exitDone : exitFailed;
 }
 
 }  // namespace
@@ -28,8 +41,8 @@ CLI::App* ServiceCommand::describe(CLI::App& parent) {
     start_ = service->add_subcommand("start", "Start it and wait until it runs");
     stop_ = service->add_subcommand(
         "stop", "Stop it and wait for its end; runs go on when it is started again");
-    CLI::App* const status =
-        service->add_subcommand("status", "Say whether it runs; ends with 1 when it does not");
+    CLI::App* const status = service->add_subcommand(
+        "status", "Say whether it runs and answers; ends with 1 when it does not");
     run_ = service->add_subcommand("run")->group("");  // for the service manager
     install_->footer("Example:\n  agent service install\n  agent service start");
     uninstall_->footer("Example:\n  agent service uninstall");
@@ -49,7 +62,7 @@ int ServiceCommand::run(Terminal& terminal) {
         terminal.out("The service is removed.");
     } else if (start_->parsed()) {
         Service::start();
-        terminal.out("The service is running.");
+        return showStatus(terminal);
     } else if (stop_->parsed()) {
         Service::stop();
         terminal.out("The service is stopped.");

@@ -1,9 +1,15 @@
 // The right to run jobs on this machine: one process at a time owns the data directory.
 //
-// Held while the object lives; the system takes it back from a process that dies. Made and
-// destroyed on one thread.
+// What is held is the file "owner" of the directory, open without sharing it for writing, so that
+// only who may write there can hold it; a name that any program can make would let any program keep
+// the agent out. The file says who holds it and goes with its handle: the system closes that of a
+// process that dies, and one that a power cut has left is opened anew. Held while the object lives.
+// Any thread.
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "agenterror.h"
@@ -11,27 +17,55 @@
 
 namespace dorvo::agent {
 
+// What the file says of the process that has it open.
+struct Holder {
+    uint32_t process = 0;
+    bool resident = false;
+    std::string command;  // its command line, UTF-8
+
+    bool operator==(const Holder&) const = default;
+};
+
+// "process 4711 (agent backup C:\data)".
+std::string holderText(const Holder& holder);
+
 // Another process runs jobs.
 class DataOwned : public AgentError {
 public:
-    using AgentError::AgentError;
+    explicit DataOwned(std::optional<Holder> holder);
+
+    // Nothing when the file does not say it yet.
+    const std::optional<Holder>& holder() const { return holder_; }
+
+private:
+    std::optional<Holder> holder_;
 };
 
 class DataOwner {
 public:
-    // Waits for that long until no other process has it. Throws DataOwned when one still does, and
-    // as soon as `giveUp` is signalled (borrowed; null for never), whose signal an event of auto
-    // reset loses; another AgentError when the directory or its lock cannot be made.
-    explicit DataOwner(HANDLE giveUp = nullptr, DWORD patienceMs = 0);
-    ~DataOwner();
+    enum class Role { command, resident };
+
+    // How long, and for whom, another process is waited for.
+    struct Patience {
+        HANDLE giveUp =
+            nullptr;   // borrowed; its signal, which an event of auto reset loses, ends it
+        DWORD ms = 0;  // INFINITE for as long as it takes
+        // Called at the beginning and whenever another process has it; what it throws ends the
+        // wait.
+        std::function<void(const std::optional<Holder>& holder)> waits;
+    };
+
+    // Throws DataOwned when another process still has it at the end of the patience; another
+    // AgentError when the directory or its file cannot be made.
+    explicit DataOwner(Role role, const Patience& patience);
     DataOwner(const DataOwner&) = delete;
     DataOwner& operator=(const DataOwner&) = delete;
 
-    // The name of the mutex: made of the directory's path, whatever its case.
-    static std::wstring mutexName(const std::wstring& dataDirectory);
+    // Who has it; nothing when nobody has, or the file cannot be read or does not say it.
+    static std::optional<Holder> holder();
 
 private:
-    KernelHandle mutex_;
+    FileHandle file_;
 };
 
 }  // namespace dorvo::agent

@@ -13,8 +13,8 @@ namespace dorvo::agent {
 class InProcessEngine : public ModuleEngine {
 public:
     // Throws AgentError when another process keeps the data directory, see DataOwner.
-    explicit InProcessEngine(HANDLE giveUp = nullptr, DWORD patienceMs = 0)
-        : host_(giveUp, patienceMs) {}
+    explicit InProcessEngine(const DataOwner::Patience& patience)
+        : host_(DataOwner::Role::command, patience) {}
 
     void submit(const JobDefinition& job) override;
     // Nobody else would see them through: a stop and a removal are waited for.

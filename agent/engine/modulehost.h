@@ -17,8 +17,8 @@ class ModuleHost {
 public:
     // Owns the data directory from now on (see DataOwner); nothing is opened yet, so that a command
     // can look at the jobs while nobody changes them. Throws AgentError.
-    explicit ModuleHost(HANDLE giveUp = nullptr, DWORD patienceMs = 0)
-        : owner_(giveUp, patienceMs) {}
+    ModuleHost(DataOwner::Role role, const DataOwner::Patience& patience)
+        : owner_(role, patience) {}
     ~ModuleHost();
     ModuleHost(const ModuleHost&) = delete;
     ModuleHost& operator=(const ModuleHost&) = delete;

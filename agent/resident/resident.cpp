@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "agenterror.h"
+#include "agentlog.h"
 #include "base/log.h"
 #include "base/logfile.h"
 #include "control/controlfile.h"
@@ -17,20 +17,25 @@
 namespace dorvo::agent {
 namespace {
 
+void logWaiting(const std::optional<Holder>& holder) {
+    noteInLog(LogLevel::warning,
+              "The resident agent waits and runs nothing: " +
+                  (holder ? holderText(*holder) : std::string("another process")) +
+                  " has the data directory.");
+}
+
 // Nothing when the stop came first.
-std::unique_ptr<ModuleHost> makeHost(HANDLE stop, const std::function<void()>& waiting) {
+std::unique_ptr<ModuleHost> makeHost(HANDLE stop, const Resident::Listener& listener) {
     try {
-        return std::make_unique<ModuleHost>();
+        const auto waits = [&](const std::optional<Holder>& holder) {
+            listener.waiting(holder);
+            logWaiting(holder);
+        };
+        return std::make_unique<ModuleHost>(
+            DataOwner::Role::resident,
+            DataOwner::Patience{.giveUp = stop, .ms = INFINITE, .waits = waits});
     } catch (const DataOwned&) {
-        waiting();
-    }
-    try {
-        return std::make_unique<ModuleHost>(stop, INFINITE);
-    } catch (const DataOwned&) {
-        if (WaitForSingleObject(stop, 0) == WAIT_OBJECT_0) {
-            return nullptr;
-        }
-        throw;
+        return nullptr;
     }
 }
 
@@ -39,7 +44,7 @@ std::unique_ptr<ModuleHost> makeHost(HANDLE stop, const std::function<void()>& w
 void Resident::run(const Listener& listener) {
     // What stands further down goes first at the end.
     const SystemWatch watch(stop_);
-    const std::unique_ptr<ModuleHost> host = makeHost(stop_, listener.waiting);
+    const std::unique_ptr<ModuleHost> host = makeHost(stop_, listener);
     if (!host) {
         return;
     }

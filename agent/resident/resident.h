@@ -9,14 +9,19 @@
 #include <windows.h>
 
 #include <functional>
+#include <optional>
+
+#include "engine/dataowner.h"
 
 namespace dorvo::agent {
 
 class Resident {
 public:
     struct Listener {
-        std::function<void()> waiting;  // another process owns the data directory: it is waited for
-        std::function<void()> ready;    // commands can reach it
+        // Another process has the data directory and is waited for; called again when it is another
+        // one. What it throws ends the resident.
+        std::function<void(const std::optional<Holder>& holder)> waiting;
+        std::function<void()> ready;  // commands can reach it
     };
 
     // `stop` is borrowed, of manual reset: its signal ends the resident.

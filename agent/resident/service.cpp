@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "agenterror.h"
+#include "agentlog.h"
 #include "base/handle.h"
 #include "base/paths.h"
 #include "base/private_access.h"
@@ -224,7 +225,8 @@ void Service::start() {
         awaitRest(service.get(), false);
     }
     if (!awaitRest(service.get(), true)) {
-        throw AgentError("The service has stopped again: the log file says why");
+        throw AgentError("The service has stopped again: " + logSaysWhy() +
+                         ", and where it could not be written, 'agent run' in this console does");
     }
 }
 

@@ -1,9 +1,8 @@
 #include "resident/serviceprocess.h"
 
 #include "agenterror.h"
+#include "agentlog.h"
 #include "base/log.h"
-#include "base/logfile.h"
-#include "base/paths.h"
 #include "failuretext.h"
 #include "resident/resident.h"
 #include "resident/service.h"
@@ -13,11 +12,7 @@ namespace dorvo::agent {
 namespace {
 
 void logFailure(const std::string& reason) {
-    std::wstring directory;
-    if (dataDirectory(directory) && openLogFile(directory + L"\\log")) {
-        logLine(LogLevel::error, "The service ends: " + reason + ".");
-        closeLogFile();
-    }
+    noteInLog(LogLevel::error, "The service ends: " + reason + ".");
 }
 
 }  // namespace
@@ -74,9 +69,10 @@ void ServiceProcess::serve() {
     status_.starting(handle);
     bool failed = true;
     try {
-        const auto running = [this] { status_.running(); };
         // A command may own the data directory for hours: no start takes that long.
-        Resident(stop_.get()).run({.waiting = running, .ready = running});
+        Resident(stop_.get())
+            .run({.waiting = [this](const std::optional<Holder>&) { status_.running(); },
+                  .ready = [this] { status_.running(); }});
         failed = false;
     } catch (const std::exception& problem) {
         logFailure(problem.what());

@@ -90,13 +90,21 @@ class ResidentTest(SystemTest):
         system = System(self, "owner")
         make_tree(system.tree)
         fault, run = self.held_backup(system)
-        waiting = [Resident(system.machine, wait=False) for _ in range(2)]
+        waiting = [Resident(system.machine, wait=False) for _ in range(4)]
         for resident in waiting:
             resident.process.until_said("waiting")
+            self.assertIn(" backup ", resident.process.out)
         waiting.pop().stop()
+        self.log_says(system.machine, "waits and runs nothing", run)
         fault.release()
         self.assertEqual(run.wait(60), 0, run.out + run.err)
-        resident = waiting.pop()
+        # One of them runs the jobs, the others end.
+        until(lambda: len([r for r in waiting if r.process.ended]) == 2, waiting[0].process if not waiting[0].process.ended else run)
+        ended = [r for r in waiting if r.process.ended]
+        for resident in ended:
+            self.assertEqual(resident.process.wait(0), FAILED)
+            self.assertIn("running already", resident.process.err)
+        [resident] = [r for r in waiting if r not in ended]
         resident.process.until_said("ready")
         self.assertIn("already", system.machine.agent("run", code=FAILED).err)
         system.backup()

@@ -51,6 +51,26 @@ class ServiceTest(SystemTest):
         self.assertIn("not installed", status())
         self.assertFalse((machine.data / "control").exists())
 
+    def test_one_that_waits_for_the_data_directory_says_so(self):
+        system = System(self, "waits")
+        make_tree(system.tree)
+        machine = system.machine
+        fault = system.proxy.add("uploadblock", proxy.HOLD_REQUEST)
+        run = system.start_backup()
+        system.await_fault(fault, run)
+        machine.agent("service", "install")
+        for verb in ("start", "status"):
+            said = machine.agent("service", verb, code=FAILED).out
+            self.assertIn("runs no jobs: it waits until process", said)
+            self.assertIn(" backup ", said)
+        self.assertIn("waits and runs nothing", (machine.data / "log").read_text(errors="replace"))
+        fault.release()
+        self.assertEqual(run.wait(60), 0, run.out + run.err)
+        watch = machine.start("watch")
+        until(lambda: machine.agent("service", "status", code=None).wait(0) == 0, watch)
+        watch.kill()
+        machine.agent("service", "uninstall")
+
 
 if __name__ == "__main__":
     unittest.main()
