@@ -11,16 +11,12 @@
 #include "storage/local/localerror.h"
 
 namespace dorvo::agent {
-namespace {
-
 std::string serverText() {
     std::string host;
     unsigned short port = 0;
     options().getServerInfo(host, port);
-    return host + ":" + std::to_string(port);
+    return host.empty() ? host : host + ":" + std::to_string(port);
 }
-
-}  // namespace
 
 std::string failureText(uint32_t code) {
     if (isHttpStatus(code)) {
@@ -35,6 +31,9 @@ std::string failureText(uint32_t code) {
                "full "
                "(error " +
                std::to_string(code) + ")";
+    }
+    if (code == ERROR_CANNOT_MAKE) {
+        return "A folder stands where the file should go (error " + std::to_string(code) + ")";
     }
     std::string text = errorText(code);
     while (!text.empty() && text.back() == '.') {

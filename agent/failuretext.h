@@ -6,6 +6,9 @@
 
 namespace dorvo::agent {
 
+// The storage server's address, "host:port"; empty where none is set.
+std::string serverText();
+
 // "HTTP status 403, Forbidden" for a marked status, the words for an error of a key, else "<the
 // system's text> (error 5)".
 std::string failureText(uint32_t code);

@@ -33,6 +33,9 @@ int JobsCommand::run(Terminal& terminal) {
         }
         rows.push_back({toUtf8(job->name()), state, localTimeText(view.lastCompleted),
                         localTimeText(view.nextRun), job->user(), job->id()});
+        if (const std::string waits = waitText(view); !waits.empty()) {
+            warnings.push_back(waits);
+        }
         if (view.overdue) {
             warnings.push_back(overdueText(view));
         }

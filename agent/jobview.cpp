@@ -1,8 +1,13 @@
 #include "jobview.h"
 
+#include <algorithm>
+
 #include "base/local_time.h"
 #include "base/text.h"
+#include "base/uuid.h"
+#include "failuretext.h"
 #include "job/activity/jobactivityhandle.h"
+#include "job/activity/jobwait.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "overdue.h"
@@ -104,6 +109,43 @@ std::string restoreText(const RestoreJobDefinition& job) {
            "\nConflict " + conflictText(job.conflict()) + "\n";
 }
 
+// What the record and the run's history say of a run that does not go on.
+RunWait waitOf(const JobView& view) {
+    RunWait wait;
+    const auto state = static_cast<JobState>(view.record.state);
+    if (!view.recorded || !unfinished(view.record) || (state != JobState::paused && view.live)) {
+        return wait;
+    }
+    const std::string id = view.job->id();
+    if (state != JobState::paused) {
+        wait.reason = "its process has ended: a resident agent goes on with it, or 'agent resume'";
+        return wait;
+    }
+    if (view.record.hasInstance()) {
+        const auto& bytes = view.record.instanceId;
+        GUID instance{};
+        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<uint8_t*>(&instance));
+        const PastRun run = loadRun(id, uuidText(instance));
+        wait.since = ticksOfText(run.endTime);
+    }
+    if (view.record.pausedManually != 0) {
+        wait.reason = "paused by the user: go on with it with 'agent resume'";
+        wait.until = view.nextRun;
+        return wait;
+    }
+    wait.reason = view.record.endError == 0 ? "interrupted when its agent ended"
+                                            : runFailure(view.record.endError, view.job->user());
+    wait.until = view.live ? loadWait(id) : 0;  // nobody resumes it where no process has it
+    return wait;
+}
+
+std::string waitWords(const RunWait& wait) {
+    return (wait.since == 0 ? std::string() : "since " + localTimeText(wait.since) + ": ") +
+           wait.reason +
+           (wait.until == 0 ? std::string()
+                            : "; it goes on by itself at " + localTimeText(wait.until));
+}
+
 }  // namespace
 
 JobView viewOf(const JobDefinition& job) {
@@ -165,21 +207,29 @@ Ordered_object summaryJson(const JobView& view) {
                         {"overdue", view.overdue}};
     if (view.recorded && unfinished(view.record)) {
         const Progress progress = progressOf(view.record);
-        const Ordered_object more{
-            {"progress", progress.percent},       {"files", progress.files},
-            {"fileCount", progress.fileCount},    {"bytes", progress.bytes},
-            {"totalBytes", progress.totalBytes},  {"speed", progress.bytesPerSecond},
-            {"remainTime", progress.secondsLeft}, {"file", progress.file}};
+        const Ordered_object more{{"progress", progress.percent},
+                                  {"files", progress.files},
+                                  {"fileCount", progress.fileCount},
+                                  {"bytes", progress.bytes},
+                                  {"totalBytes", progress.totalBytes},
+                                  {"speed", progress.bytesPerSecond},
+                                  {"remainTime", secondsLeftJson(progress)},
+                                  {"file", progress.file}};
         json.insert(json.end(), more.begin(), more.end());
+        if (!view.wait.reason.empty()) {
+            json.push_back({"reason", view.wait.reason});
+            json.push_back({"since", wire_time(view.wait.since)});
+            json.push_back({"until", wire_time(view.wait.until)});
+        }
     }
     return json;
 }
 
 Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs) {
     Ordered_object json = summaryJson(view);
-    if (view.job->storage() == StorageKind::local) {
-        json.push_back({"location", toUtf8(view.job->location())});
-    }
+    json.push_back({"location", view.job->storage() == StorageKind::local
+                                    ? toUtf8(view.job->location())
+                                    : serverText()});
     if (const auto* const backup = dynamic_cast<const BackupJobDefinition*>(view.job)) {
         const Ordered_object more{{"source", textsJson(backup->source())},
                                   {"filter", filterText(backup->filterType())},
@@ -231,6 +281,9 @@ std::string detailText(const JobView& view, const std::vector<PastRun>& runs) {
     if (view.recorded && unfinished(view.record)) {
         constexpr size_t wide = 160;
         text += "Run     " + progressLine(progressOf(view.record), wide) + "\n";
+        if (!view.wait.reason.empty()) {
+            text += "Waits    " + waitWords(view.wait) + "\n";
+        }
     }
     text += runs.empty() ? "No finished runs\n" : "Last runs\n";
     for (const PastRun& run : runs) {

@@ -11,6 +11,13 @@
 
 namespace dorvo::agent {
 
+// Why a run does not go on, since when and until when; times are ticks of UTC, 0 for not known.
+struct RunWait {
+    std::string reason;
+    uint64_t since = 0;
+    uint64_t until = 0;
+};
+
 struct JobView {
     const JobDefinition* job = nullptr;  // borrowed
     bool recorded = false;               // false: the job has no record that can be read
@@ -18,6 +25,7 @@ struct JobView {
     JobActivity record{};
     uint64_t nextRun = 0;        // ticks of UTC, 0 for none
     uint64_t lastCompleted = 0;  // the same
+    RunWait wait;                // of a paused or interrupted run; without a reason else
     bool overdue = false;        // it has not completed for longer than its schedule promises
 };
 
@@ -29,14 +37,18 @@ std::string stateText(const JobView& view);
 // "Job 'docs' is overdue: ...", empty when it is not.
 std::string overdueText(const JobView& view);
 
+// "Job 'docs' waits since ...: ...; it goes on at ...", empty for one that does not wait by itself.
+std::string waitText(const JobView& view);
+
 // {"id", "name", "user", "type", "storage", "state", "nextRun", "lastCompleted", "overdue"}, and of
 // an unfinished run "progress", "files",
-// "fileCount", "bytes", "totalBytes", "speed", "remainTime", "file".
+// "fileCount", "bytes", "totalBytes", "speed", "remainTime", "file", and of one that waits
+// "reason", "since", "until".
 json_spirit::Ordered_object summaryJson(const JobView& view);
 
-// The same and "location" of local storage; of a backup "source", "filter", "extensions",
-// "compress", "schedule"; of a restore "source", "machine", "jobdefinitionid", "jobinstanceid",
-// "target", "prefix", "conflict"; and "runs".
+// The same and "location", the folder or the server's address; of a backup "source", "filter",
+// "extensions", "compress", "schedule"; of a restore "source", "machine", "jobdefinitionid",
+// "jobinstanceid", "target", "prefix", "conflict"; and "runs".
 json_spirit::Ordered_object detailJson(const JobView& view, const std::vector<PastRun>& runs);
 
 // The same for people, several lines.

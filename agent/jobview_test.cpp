@@ -5,6 +5,7 @@
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "table.h"
+#include "timetext.h"
 
 namespace dorvo::agent {
 namespace {
@@ -37,6 +38,11 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
                       R"("state":"interrupted","nextRun":"","lastCompleted":"",)"
                       R"("overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
                       R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
+    view_.wait = {.reason = "no way", .since = ticksOfText("2026-01-02 03:04:05"), .until = 0};
+    EXPECT_THAT(text(), EndsWith(R"("reason":"no way","since":"2026-01-02 03:04:05","until":""})"));
+    EXPECT_THAT(waitText(view_), EndsWith(": no way."));
+    view_.record.pausedManually = 1;
+    EXPECT_EQ(waitText(view_), "");
     set(JobState::completed);
     EXPECT_THAT(text(), EndsWith(R"("overdue":false})"));
 }

@@ -38,7 +38,7 @@ void JsonRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     json.push_back({"files", progress.files});
     json.push_back({"fileCount", progress.fileCount});
     json.push_back({"speed", progress.bytesPerSecond});
-    json.push_back({"remainTime", progress.secondsLeft});
+    json.push_back({"remainTime", secondsLeftJson(progress)});
     json.push_back({"file", progress.file});
     if (waits && !reason_.empty()) {
         json.push_back({"reason", reason_});

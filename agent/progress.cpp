@@ -9,14 +9,20 @@
 namespace dorvo::agent {
 
 Progress progressOf(const JobActivity& record) {
+    const bool moves = record.AverageSpeed() != 0 || record.progress() == 100;
     return {.percent = record.progress(),
             .files = std::min(record.fileIndex, record.fileCount),
             .fileCount = record.fileCount,
             .bytes = std::min(record.doneSize + record.fileOffset, record.totalSize),
             .totalBytes = record.totalSize,
             .bytesPerSecond = record.speed(),
-            .secondsLeft = record.remainTime(),
+            .secondsLeft = moves ? std::optional(record.remainTime()) : std::nullopt,
             .file = toUtf8(record.currentFilePath())};
+}
+
+json_spirit::Ordered_value secondsLeftJson(const Progress& progress) {
+    return progress.secondsLeft ? json_spirit::Ordered_value(*progress.secondsLeft)
+                                : json_spirit::Ordered_value();
 }
 
 std::string progressLine(const Progress& progress, size_t width) {
@@ -26,8 +32,8 @@ std::string progressLine(const Progress& progress, size_t width) {
                        countText(progress.fileCount, "file") + "  " + bytesText(progress.bytes) +
                        " of " + bytesText(progress.totalBytes) + "  " +
                        bytesText(progress.bytesPerSecond) + "/s";
-    if (progress.secondsLeft > 0) {
-        line += "  " + durationText(progress.secondsLeft) + " left";
+    if (progress.secondsLeft.value_or(0) > 0) {
+        line += "  " + durationText(*progress.secondsLeft) + " left";
     }
     constexpr size_t gap = 2;
     constexpr size_t leastOfFile = 12;

@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "job/activity/jobactivity.h"
+#include "json_spirit/json_spirit.h"
 
 namespace dorvo::agent {
 
@@ -16,13 +18,16 @@ struct Progress {
     uint64_t bytes = 0;  // finished, what is done of the current file included
     uint64_t totalBytes = 0;
     uint64_t bytesPerSecond = 0;
-    uint64_t secondsLeft = 0;
-    std::string file;  // the current one, UTF-8
+    std::optional<uint64_t> secondsLeft;  // not known before anything has moved
+    std::string file;                     // the current one, UTF-8
 
     bool operator==(const Progress&) const = default;
 };
 
 Progress progressOf(const JobActivity& record);
+
+// A number, or null where it is not known.
+json_spirit::Ordered_value secondsLeftJson(const Progress& progress);
 
 // " 42%  12/120 files  1.2 MiB of 3.4 GiB  12.3 MiB/s  0:42 left  C:\data\...\name.txt", at most
 // `width` columns, of which the current file gets what is left over.

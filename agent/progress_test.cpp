@@ -35,6 +35,9 @@ TEST(Progress, ComesFromTheRecordAndSurvivesADamagedOne) {
     record.fileOffset = 100;
     record.fileCount = 3;
     EXPECT_EQ(progressOf(record).bytes, 500U);
+    EXPECT_EQ(progressOf(record).secondsLeft, std::nullopt);  // nothing says how fast it is
+    record.usedTime = 40'000'000;
+    EXPECT_EQ(progressOf(record).secondsLeft, 5U);
     record.doneSize = 5000;
     record.fileIndex = 9;
     EXPECT_EQ(progressOf(record).percent, 100);

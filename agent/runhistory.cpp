@@ -93,15 +93,18 @@ std::vector<FailedItem> readFailedItems(const std::wstring& directory,
 }  // namespace
 
 std::string FailedItem::text() const {
-    return printable(path + ": " +
-                     (reason.empty() || isHttpStatus(code) ? failureText(code) : reason));
+    return printable(path + ": " + why());
+}
+
+std::string FailedItem::why() const {
+    return reason.empty() || isHttpStatus(code) ? failureText(code) : reason;
 }
 
 json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items) {
     json_spirit::Ordered_array array;
     for (const FailedItem& item : items) {
         array.emplace_back(json_spirit::Ordered_object{
-            {"path", item.path}, {"code", item.code}, {"reason", item.reason}});
+            {"path", item.path}, {"code", item.code}, {"reason", item.why()}});
     }
     return array;
 }

@@ -17,6 +17,8 @@ struct FailedItem {
 
     // "C:\data\a.txt: Access denied (error 5)"
     std::string text() const;
+    // "Access denied (error 5)"
+    std::string why() const;
 };
 
 struct PastRun {

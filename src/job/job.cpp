@@ -11,6 +11,7 @@
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "base/thread.h"
+#include "job/activity/jobwait.h"
 #include "job/jobmanager.h"
 
 namespace dorvo {
@@ -303,7 +304,12 @@ bool Job::armResume(uint64_t delayMs) {
         resumeTimer_ = std::make_unique<ErrorResumeTimer>(definition_->id());
     }
     resumeTimer_->delay(delayMs);
-    return resumeTimer_->arm();
+    if (!resumeTimer_->arm()) {
+        return false;
+    }
+    // For those who show the job; the resume comes without it too.
+    saveWait(definition_->id(), utcTimeNow() + delayMs * ticksPerMillisecond);
+    return true;
 }
 
 void Job::disarmResume() {

@@ -7,7 +7,7 @@ import unittest
 
 import proxy
 from resident import Resident
-from system import System, SystemTest, make_tree, write
+from system import System, SystemTest, make_tree, until, write
 
 FAILED, PAUSED = 1, 4
 DAY = 24 * 3600 * 10**7
@@ -117,6 +117,27 @@ class RunsTest(SystemTest):
         system.backup("--name", "docs", "--no-schedule")
         self.assertEqual(machine.listing("jobs")[0]["nextRun"], "")
         self.assertEqual(len(system.proxy.requests("StartJob")), 1)
+
+    def test_why_a_run_waits_and_until_when(self):
+        system = System(self, "waits")
+        machine = system.machine
+        make_tree(system.tree)
+        resident = Resident(machine)
+        system.proxy.add("uploadblock", proxy.ANSWER, nth=3, times=1000)
+        system.backup("--name", "docs", "--no-wait")
+        shown = lambda: machine.listing("show", "docs")
+        until(lambda: shown().get("until"), resident.process)
+        job = shown()
+        self.assertEqual((job["state"], job["location"]), ("paused", "127.0.0.1:%d" % system.proxy.address[1]))
+        self.assertIn("503", job["reason"])
+        self.assertLess(job["since"], job["until"])
+        self.assertIn(job["reason"], machine.agent("jobs").out)
+        self.assertIn(job["reason"], machine.agent("show", "docs").out)
+        machine.agent("pause", "docs")
+        job = shown()
+        self.assertIn("by the user", job["reason"])
+        self.assertEqual(job["until"], "")
+        resident.stop()
 
 
 if __name__ == "__main__":
