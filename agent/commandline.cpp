@@ -5,19 +5,11 @@
 
 #include "agenterror.h"
 #include "printable.h"
+#include "usageerror.h"
 #include "version.h"
 
 namespace dorvo::agent {
 namespace {
-
-// "agent backup" for the command that the arguments had reached.
-std::string reached(const CLI::App& app) {
-    std::string name = app.get_name();
-    for (const CLI::App* chosen : app.get_subcommands()) {
-        name += " " + reached(*chosen);
-    }
-    return name;
-}
 
 const CLI::App& deepest(const CLI::App& app) {
     const auto chosen = app.get_subcommands();
@@ -40,8 +32,6 @@ void refuseEmptyValues(const CLI::App& app) {
 }
 
 std::string sentence(std::string text) {
-    // Only the parser's first line says what is wrong.
-    text.resize(std::min(text.size(), text.find('\n')));
     return text.empty() || text.back() == '.' ? text : text + ".";
 }
 
@@ -80,7 +70,7 @@ int runCommandLine(const std::vector<std::string>& arguments,
         return exitUsage;
     } catch (const CLI::CallForHelp&) {
         const CLI::App& asked = deepest(app);
-        const std::string above = reached(app);
+        const std::string above = reachedCommand(app);
         terminal.out(
             asked.help(&asked == &app ? std::string() : above.substr(0, above.rfind(' '))));
         return exitDone;
@@ -88,12 +78,10 @@ int runCommandLine(const std::vector<std::string>& arguments,
         terminal.out(answer.what());
         return exitDone;
     } catch (const CLI::ParseError& problem) {
-        // The parser itself only says that a command is missing.
-        const bool unknown = app.get_subcommands().empty() && !arguments.empty() &&
-                             !arguments.front().empty() && arguments.front().front() != '-';
-        const std::string what =
-            unknown ? "'" + arguments.front() + "' is no command" : problem.what();
-        return refuse(terminal, sentence(what) + " See '" + reached(app) + " --help'.", exitUsage);
+        return refuse(terminal,
+                      sentence(usageError(app, problem, arguments)) + " See '" +
+                          reachedCommand(app) + " --help'.",
+                      exitUsage);
     } catch (const AgentError& problem) {
         return refuse(terminal, problem.what(), problem.code());
     } catch (const std::exception& problem) {

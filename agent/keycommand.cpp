@@ -1,5 +1,7 @@
 #include "keycommand.h"
 
+#include <algorithm>
+
 #include <windows.h>
 
 #include "agenterror.h"
@@ -15,6 +17,15 @@
 
 namespace dorvo::agent {
 namespace {
+
+// Fewer can be tried in time by who finds the file.
+constexpr size_t shortPassphrase = 12;
+
+size_t codePoints(const std::string& utf8) {
+    return static_cast<size_t>(std::count_if(utf8.begin(), utf8.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+    }));
+}
 
 std::wstring filePath(const std::string& given) {
     std::wstring path = absolutePath(toWide(given));
@@ -69,6 +80,12 @@ void KeyCommand::exportKey(Terminal& terminal) const {
     const Secret passphrase = readPassphrase(terminal, true);
     if (!keys().exportKey(user.c_str(), passphrase.text.c_str(), file.c_str())) {
         refuse(file, user);
+    }
+    if (codePoints(passphrase.text) < shortPassphrase) {
+        terminal.warn(
+            "Warning: The passphrase is short: whoever finds the file can try them all. "
+            "Export again, with " +
+            std::to_string(shortPassphrase) + " characters or more.");
     }
     const size_t imported = keys().importedKeys(user.c_str());
     terminal.out((imported == 0 ? "The key" : "All " + std::to_string(imported + 1) + " keys") +

@@ -17,7 +17,11 @@ std::string keyFailure(const std::wstring& file, const std::string& user, uint32
                    "' has no key on this machine: the first backup makes one, 'agent key import "
                    "FILE' brings one";
         case ERROR_DECRYPTION_FAILED:
-            return "The keys of this machine cannot be read: the log file says why";
+            return "The keys of this machine cannot be read: the file 'keys' of the data directory "
+                   "is "
+                   "damaged, or the machine key in the registry is not the one that it was "
+                   "written with; bring back the one or the other, or move the file away and "
+                   "import a recovery file";
         case ERROR_FILE_EXISTS:
             return name + " is there already and was left as it is: name another file";
         case ERROR_TOO_MANY_SECRETS:

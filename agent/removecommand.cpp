@@ -1,6 +1,7 @@
 #include "removecommand.h"
 
 #include "agenterror.h"
+#include "agentlog.h"
 #include "base/text.h"
 #include "engine/engine.h"
 #include "interrupt.h"
@@ -47,8 +48,7 @@ int RemoveCommand::run(Terminal& terminal) {
     }
     if (hasJob(job.id())) {
         throw AgentError(events.removed(job.id())
-                             ? "The job '" + name +
-                                   "' could not be deleted whole: the log file says why"
+                             ? "The job '" + name + "' could not be deleted whole: " + logSaysWhy()
                              : "The agent has ended before the job '" + name + "' was removed");
     }
     terminal.out("The job '" + name + "' (" + job.id() + ") is removed with its history. " +

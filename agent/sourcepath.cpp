@@ -47,7 +47,7 @@ std::wstring spelling(const std::wstring& path) {
     return search ? entry.cFileName : std::wstring();
 }
 
-[[noreturn]] void refuse(const std::wstring& path, const char* why) {
+[[noreturn]] void refuse(const std::wstring& path, const std::string& why) {
     throw AgentError("'" + toUtf8(path) + "' " + why, exitUsage);
 }
 
@@ -82,8 +82,10 @@ std::wstring onDiskPath(const std::wstring& path, bool mustExist) {
     }
     if (mustExist && GetFileAttributesW(longPath(full).c_str()) == INVALID_FILE_ATTRIBUTES) {
         const DWORD error = GetLastError();
-        refuse(path, error == ERROR_ACCESS_DENIED ? "cannot be read: access is denied"
-                                                  : "does not exist");
+        refuse(
+            path,
+            (error == ERROR_ACCESS_DENIED ? "cannot be read: access is denied" : "does not exist") +
+                (samePath(path, full) ? std::string() : "; looked for '" + toUtf8(full) + "'"));
     }
     const size_t root = rootLength(full);
     std::wstring result = full.substr(0, root);

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "agenterror.h"
+#include "agentlog.h"
 #include "base/job_state.h"
 #include "base/paths.h"
 
@@ -55,7 +56,7 @@ void InProcessEngine::tell(JobVerb verb, const std::string& id) {
         WaitForSingleObject(changed.get(), INFINITE);
     }
     if (verb == JobVerb::remove && isThere(id)) {
-        throw AgentError("The job's folder could not be deleted whole: the log file says why");
+        throw AgentError("The job's folder could not be deleted whole: " + logSaysWhy());
     }
 }
 

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "agenterror.h"
+#include "agentlog.h"
 #include "base/log.h"
 #include "base/logfile.h"
 #include "base/text.h"
@@ -93,7 +94,7 @@ void ModuleEngine::submit(const JobDefinition& job) {
         }
     }
     if (!manager.submitJob(job.clone().release())) {
-        throw AgentError(theJob(job) + "could not be saved: the log file says why");
+        throw AgentError(theJob(job) + "could not be saved: " + logSaysWhy());
     }
 }
 
@@ -103,14 +104,14 @@ void ModuleEngine::tell(JobVerb verb, const std::string& id) {
     const Job* const job = manager.job(id.c_str());
     if (job == nullptr) {
         throw AgentError("There is no job of the id '" + id +
-                         "', or it could not be loaded: the log file says why");
+                         "', or it could not be loaded: " + logSaysWhy());
     }
     const std::string name = theJob(job->definition());
     if (const std::string refusal = refusalOf(verb, job->state()); !refusal.empty()) {
         throw AgentError(name + refusal);
     }
     if (!carryOut(manager, verb, id.c_str())) {
-        throw AgentError(name + "could not be " + participle(verb) + ": the log file says why");
+        throw AgentError(name + "could not be " + participle(verb) + ": " + logSaysWhy());
     }
 }
 
@@ -140,12 +141,13 @@ void ModuleEngine::setSnapshots(bool on) {
     }
 }
 
-void ModuleEngine::login(const std::string& user, const std::string& password) {
-    accounts_.login(user, password);
+void ModuleEngine::login(const std::string& user, const std::string& password,
+                         const GiveUp& giveUp) {
+    accounts_.login(user, password, giveUp);
 }
 
-void ModuleEngine::logout(const std::string& user) {
-    accounts_.logout(user);
+void ModuleEngine::logout(const std::string& user, const GiveUp& giveUp) {
+    accounts_.logout(user, giveUp);
 }
 
 ImportedKeys ModuleEngine::importKeys(const std::wstring& file, const std::string& passphrase,
