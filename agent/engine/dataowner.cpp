@@ -110,7 +110,8 @@ DataOwner::DataOwner(Role role, const Patience& patience) {
     DirectoryWatch watch;
     const ULONGLONG begin = GetTickCount64();
     ULONGLONG lastHeld = begin;
-    std::optional<std::optional<Holder>> told;
+    bool waits = false;
+    std::optional<Holder> told;
     for (;;) {
         file_ = openFile(path);
         const DWORD error = GetLastError();
@@ -124,7 +125,8 @@ DataOwner::DataOwner(Role role, const Patience& patience) {
             lastHeld = now;
             left = leftOf(patience.ms, now - begin);
             const auto by = holder();
-            if (patience.waits && told != by) {
+            if (patience.waits && (!waits || told != by)) {
+                waits = true;
                 told = by;
                 patience.waits(by);
             }
