@@ -25,7 +25,7 @@ struct JobView {
     JobActivity record{};
     uint64_t nextRun = 0;        // ticks of UTC, 0 for none
     uint64_t lastCompleted = 0;  // the same
-    RunWait wait;                // of a paused or interrupted run; without a reason else
+    RunWait wait{};              // of a paused or interrupted run; without a reason else
     bool overdue = false;        // it has not completed for longer than its schedule promises
 };
 
