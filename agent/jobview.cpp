@@ -169,7 +169,15 @@ JobView viewOf(const JobDefinition& job) {
                                               : std::optional(instantOfTicks(view.lastCompleted)),
                       clock);
     }
+    view.wait = waitOf(view);
     return view;
+}
+
+std::string waitText(const JobView& view) {
+    const bool waits = !view.wait.reason.empty() && view.record.pausedManually == 0;
+    return waits ? "Job '" + printable(toUtf8(view.job->name())) + "' waits " +
+                       waitWords(view.wait) + "."
+                 : std::string();
 }
 
 std::string overdueText(const JobView& view) {
