@@ -247,7 +247,13 @@ bool BackupRun::makeList() {
     if (!check_ && !makeCheck()) {
         return false;
     }
-    if (!generateList()) {
+    const bool made = generateList();
+    {
+        // It may hold files that the storage needs for itself.
+        const LastErrorGuard keep;
+        check_.reset();
+    }
+    if (!made) {
         return snapshotLost_ ? pause(GetLastError()) : listFailed();
     }
     log(LogLevel::debug, "Source list generated.\n");

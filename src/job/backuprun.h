@@ -38,7 +38,7 @@ private:
 
     BackupJob& job_;
     std::unique_ptr<BackupNotes> notes_;     // from the loading of the volumes on
-    std::unique_ptr<IncrementCheck> check_;  // once there is one
+    std::unique_ptr<IncrementCheck> check_;  // until the list is made
     bool snapshotLost_ = false;              // while the list was being made
 };
 
