@@ -37,7 +37,7 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
                       R"("state":"interrupted","nextRun":"","lastCompleted":"",)"
                       R"("overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
-                      R"("totalBytes":10,"speed":0,"remainTime":1,"file":""})");
+                      R"("totalBytes":10,"speed":0,"remainTime":null,"file":""})");
     view_.wait = {.reason = "no way", .since = ticksOfText("2026-01-02 03:04:05"), .until = 0};
     EXPECT_THAT(text(), EndsWith(R"("reason":"no way","since":"2026-01-02 03:04:05","until":""})"));
     EXPECT_THAT(waitText(view_), EndsWith(": no way."));

@@ -9,14 +9,15 @@
 namespace dorvo::agent {
 
 Progress progressOf(const JobActivity& record) {
-    const bool moves = record.AverageSpeed() != 0 || record.progress() == 100;
+    const bool measured = record.usedTime != 0 && record.AverageSpeed() != 0;
+    const bool known = measured || record.progress() == 100;
     return {.percent = record.progress(),
             .files = std::min(record.fileIndex, record.fileCount),
             .fileCount = record.fileCount,
             .bytes = std::min(record.doneSize + record.fileOffset, record.totalSize),
             .totalBytes = record.totalSize,
             .bytesPerSecond = record.speed(),
-            .secondsLeft = moves ? std::optional(record.remainTime()) : std::nullopt,
+            .secondsLeft = known ? std::optional(record.remainTime()) : std::nullopt,
             .file = toUtf8(record.currentFilePath())};
 }
 

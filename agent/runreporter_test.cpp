@@ -67,9 +67,10 @@ TEST_F(RunReporters, SayEachChangeOnceAndTheProgressNowAndThen) {
     };
     EXPECT_THAT(json_.lines, ElementsAre(state("starting"), state("running"), state("running"),
                                          state("running"), state("completing")));
-    EXPECT_EQ(json_.lines[1],
-              R"({"id":"id","name":"docs","state":"running","percent":50,"bytes":1024,)"
-              R"("totalBytes":2048,"files":0,"fileCount":2,"speed":0,"remainTime":1,"file":""})");
+    EXPECT_EQ(
+        json_.lines[1],
+        R"({"id":"id","name":"docs","state":"running","percent":50,"bytes":1024,)"
+        R"("totalBytes":2048,"files":0,"fileCount":2,"speed":0,"remainTime":null,"file":""})");
 }
 
 TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {

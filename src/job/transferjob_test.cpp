@@ -46,12 +46,12 @@ TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
 
 TYPED_TEST(TransferJobTest, AFailedItemThatCannotBeRecordedEndsTheRun) {
     this->script_.items["b"] = {ERROR_SHARING_VIOLATION};
-    this->script_.record = {ERROR_DISK_FULL};
+    this->script_.record = {ERROR_WRITE_FAULT};
     const auto job = this->makeJob();
     const LogCapture quiet;
     this->run(*job);
     EXPECT_EQ(job->state(), failed);
-    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_DISK_FULL));
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_WRITE_FAULT));
     EXPECT_EQ(this->script_.calls.back(), "cancel");
     EXPECT_EQ(this->script_.stored(), (Names{"sources", "a", "b"}));
 }
