@@ -50,10 +50,13 @@ constexpr bool isDiskFull(uint32_t code) {
     return code == errorDiskFull || code == errorHandleDiskFull || code == errorQuotaExceeded;
 }
 
-// The service has understood, and says no: another try would be answered alike.
+// What a folder says of a run that it can never complete.
+constexpr uint32_t errorInvalidState = 5023;
+
+// The storage has understood, and says no: another try would be answered alike.
 constexpr bool isRefusal(uint32_t code) {
     return code == withHttpMark(400) || code == withHttpMark(403) || code == withHttpMark(404) ||
-           code == withHttpMark(409);
+           code == withHttpMark(409) || code == errorInvalidState;
 }
 
 // Whatever fails while the job is being stopped fails because of that.

@@ -23,6 +23,7 @@ TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
         {"409", {.code = 0x20010199}, record, fail, fail},
         {"400", {.code = 0x20010190}, record, fail, fail},
         {"404", {.code = 0x20010194}, record, fail, fail},
+        {"a folder that has lost items", {.code = 5023}, record, fail, fail},
         {"500", {.code = 0x200101F4}, record, fail, pause},
         {"502", {.code = 0x200101F6}, record, fail, pause},
         {"disk full", {.code = 112}, record, pause, pause},

@@ -101,8 +101,14 @@ bool LocalBackupStorage::open() {
         dropAwaited(place_, instanceId_);
         return true;
     }
-    return writer_->load() && (document_.id.empty() ? openNew(newest) : goOn()) && keepItems() &&
-           writer_->verify(*this);
+    if (writer_->load() && (document_.id.empty() ? openNew(newest) : goOn()) && keepItems() &&
+        writer_->verify(*this)) {
+        return true;
+    }
+    if (isDamage(GetLastError())) {
+        SetLastError(errorInstanceState);  // it will never be whole
+    }
+    return false;
 }
 
 // The item at which the run stands may have been stored without its being said, and those behind it

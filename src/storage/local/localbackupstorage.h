@@ -13,8 +13,8 @@
 // Besides the errors of BackupStorage: 10070 for any failure while the folder is gone or its disk
 // is full, because both are over when the user has seen to it; errorKeyForeign from start() when
 // the job's last completed backup was made with another key; 5023 for what the state of the
-// instance forbids: changing a completed one, completing one that lacks files; 13 when what is
-// there of an interrupted run is damaged.
+// instance forbids: changing a completed one, completing one that lacks files, going on with one of
+// which something is damaged or lost; 13 when a document is damaged.
 #pragma once
 
 #include <windows.h>

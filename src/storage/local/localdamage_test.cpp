@@ -103,7 +103,7 @@ TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
             flip(packages, 4096);
         }
         const auto made = storage();
-        EXPECT_FAILS(ERROR_INVALID_DATA, made->start());
+        EXPECT_FAILS(ERROR_INVALID_STATE, made->start());
         EXPECT_TRUE(made->cancel());
     }
 }
@@ -155,7 +155,7 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
         record_.sourcePosition += row.next == 6 ? 3 : 0;
         const auto made = storage();
         if (!row.goesOn) {
-            EXPECT_FAILS(ERROR_INVALID_DATA, made->start());
+            EXPECT_FAILS(ERROR_INVALID_STATE, made->start());
             continue;
         }
         ASSERT_TRUE(made->start()) << GetLastError();
@@ -196,11 +196,11 @@ TEST_F(LocalStorageTest, WhatWasCarriedOverMustBeThereWhenTheRunGoesOn) {
     EXPECT_FALSE(send);
     started();
     cut(place().index(instance()), LocalIndexReader::begin());
-    EXPECT_FAILS(ERROR_INVALID_DATA, storage()->start());
+    EXPECT_FAILS(ERROR_INVALID_STATE, storage()->start());
     // Nor does it go on when all of its folder was deleted.
     record_.unchangedSize = 47;
     ASSERT_TRUE(rm_rf(place().instance(instance()), true));
-    EXPECT_FAILS(ERROR_INVALID_DATA, storage()->start());
+    EXPECT_FAILS(ERROR_INVALID_STATE, storage()->start());
 }
 
 TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
