@@ -175,6 +175,21 @@ class ResidentTest(SystemTest):
         self.assertEqual(logins()[before:], [401, 200], "a refused password was tried again")
         resident.stop()
 
+    def test_a_login_without_an_answer_holds_nobody_up(self):
+        system = System(self, "silent")
+        system.server.add_user("other", "another password")
+        machine = system.machine
+        resident = Resident(machine)
+        fault = system.proxy.add("Login", proxy.HOLD_REQUEST)
+        stuck = machine.start("login", USER, "--password-stdin", stdin=PASSWORD + "\n")
+        system.await_fault(fault, stuck)
+        machine.agent("login", "other", "--password-stdin", stdin="another password\n", seconds=100)
+        machine.agent("logout", "other", seconds=100)
+        # Nobody waits for it any more, and the resident has no reason to.
+        stuck.kill()
+        fault.abandon()
+        resident.stop()
+
     def test_a_new_time_zone_is_noticed(self):
         world = World(self, "zone")
         machine = world.add_machine("machine")
