@@ -57,11 +57,12 @@ TEST(JobChanges, AreSaidALineEach) {
     changed.useLocalStorage(L"E:\\safe");
     EXPECT_THAT(
         changesOf(known, changed),
-        ElementsAre(
-            "The job 'docs' no longer backs up C:\\a.", "The job 'docs' now backs up D:\\c.",
-            "The job 'docs' now takes only files with the extensions txt, doc, no longer all files.",
-            "The job 'docs' no longer compresses files.",
-            "The job 'docs' now keeps its backups in E:\\safe, no longer at the server."));
+        ElementsAre("The job 'docs' no longer backs up C:\\a.",
+                    "The job 'docs' now backs up D:\\c.",
+                    "The job 'docs' now takes only files with the extensions txt, doc, no longer "
+                    "all files.",
+                    "The job 'docs' no longer compresses files.",
+                    "The job 'docs' now keeps its backups in E:\\safe, no longer at the server."));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The folder "hist" of a job directory: two documents a run, or three, and beside that of the failed
-// items what has still to go into it.
+// The folder "hist" of a job directory: two documents a run, or three, and beside that of the
+// failed items what has still to go into it.
 //
 // Paths are UTF-16 without a trailing backslash.
 #pragma once
