@@ -55,7 +55,7 @@ class DayTest(SystemTest):
 
     def directly(self, day):
         """It hangs and dies, and comes back on the same port: resets and refused connections."""
-        day.machine.agent("server", "set", "%s:%d" % day.server.address)
+        day.machine.agent("server", "set", "%s:%d" % day.server.address, "--keep-login")
         stalled = [day.backup(f"stalled {n}", once=True) for n in range(4)]
         refused = day.backup("refused", once=True)
         day.server.process.signal(19)
@@ -80,7 +80,7 @@ class DayTest(SystemTest):
         running[0].until("running")
         with day.outage():
             pass
-        day.machine.agent("server", "set", "%s:%d" % day.proxy.address)
+        day.machine.agent("server", "set", "%s:%d" % day.proxy.address, "--keep-login")
 
     def in_folders(self, day):
         for n in range(3):
