@@ -59,6 +59,8 @@ public:
     virtual uint64_t kept() = 0;
     // The error for what the state of an instance forbids.
     virtual DWORD wrongState() const = 0;
+    // Whether the end of a run says which items are missing, and goes on without them.
+    virtual bool namesWhatIsMissing() const = 0;
 };
 
 // The back ends of this run by name: the service that DORVO_CONTRACT_SERVER names, else a folder.

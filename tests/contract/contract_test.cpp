@@ -147,11 +147,18 @@ TEST_P(StorageContract, AnItemThatIsWholeAndThenFailsIsSentByTheNextRun) {
     EXPECT_THAT(sent(), ElementsAre(L"a"));
 }
 
-TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsList) {
+// A place that can name what it lacks ends with that as failed, so that the next run sends it.
+TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsListUnnoticed) {
     put(L"a", "1");
     put(L"b", "2");
     const auto storage = begun();
     ASSERT_TRUE(backup(*storage, L"a"));
+    if (backEnd_->namesWhatIsMissing()) {
+        EXPECT_TRUE(storage->end()) << GetLastError();
+        complete();
+        EXPECT_THAT(sent(), ElementsAre(L"b"));
+        return;
+    }
     EXPECT_FAILS(backEnd_->wrongState(), storage->end());
     EXPECT_FAILS(backEnd_->wrongState(), restoring(instance())->start());
     ASSERT_TRUE(backup(*storage, L"b"));

@@ -49,6 +49,7 @@ public:
     }
     uint64_t kept() override { return packageBytes(packageFiles(folder_.path(), L"packages")); }
     DWORD wrongState() const override { return ERROR_INVALID_STATE; }
+    bool namesWhatIsMissing() const override { return false; }
 
 private:
     TemporaryFolder folder_{L"contract backups"};

@@ -74,6 +74,7 @@ public:
     }
     uint64_t kept() override { return packageBytes(packages()); }
     DWORD wrongState() const override { return withHttpMark(409); }
+    bool namesWhatIsMissing() const override { return true; }
 
 private:
     // With what backups and restores have in common.

@@ -99,7 +99,7 @@ class ResidentTest(SystemTest):
         fault.release()
         self.assertEqual(run.wait(60), 0, run.out + run.err)
         # One of them runs the jobs, the others end.
-        until(lambda: len([r for r in waiting if r.process.ended]) == 2, waiting[0].process if not waiting[0].process.ended else run)
+        until(lambda: len([r for r in waiting if r.process.ended]) == 2)
         ended = [r for r in waiting if r.process.ended]
         for resident in ended:
             self.assertEqual(resident.process.wait(0), FAILED)

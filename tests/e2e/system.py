@@ -52,12 +52,12 @@ def work_folder(test, name="x"):
     return pathlib.Path(folder)
 
 
-def until(condition, run):
+def until(condition, run=None):
     """Looks again and again, for what only the disk shows of a command that runs."""
     deadline = time.monotonic() + 300
     while not condition():
-        if run.ended or time.monotonic() > deadline:
-            raise AssertionError(f"waited in vain\n{run.out}\n{run.err}")
+        if run is not None and run.ended or time.monotonic() > deadline:
+            raise AssertionError("waited in vain" + (f"\n{run.out}\n{run.err}" if run else ""))
         time.sleep(0.002)
 
 
