@@ -1,5 +1,7 @@
 #include "textrunreporter.h"
 
+#include "base/local_time.h"
+#include "job/activity/jobwait.h"
 #include "progress.h"
 #include "runoutcome.h"
 #include "runsummary.h"
@@ -9,7 +11,7 @@ namespace dorvo::agent {
 namespace {
 
 constexpr uint64_t progressPeriodMs = 10'000;
-constexpr uint64_t retryDelayMs = 30'000;  // after which a job that paused itself resumes
+constexpr uint64_t firstDelayMs = 30'000;  // where nothing tells how long a run waits
 constexpr uint64_t second = 1000;
 constexpr size_t mostNotes = 20;  // of a kind
 
@@ -104,9 +106,17 @@ std::string TextRunReporter::beginning(const JobActivity& record) const {
     return words_.verb + " " + (record.resuming != 0 ? "goes on where it stopped" : words_.looking);
 }
 
-std::string TextRunReporter::waiting(uint64_t nowMs) const {
+uint64_t TextRunReporter::leftOfWait(uint64_t nowMs) const {
+    if (const uint64_t until = loadWait(job_.id()); until != 0) {
+        const uint64_t now = utcTimeNow();
+        return until > now ? (until - now) / ticksPerMillisecond : 0;
+    }
     const uint64_t passed = nowMs - pausedAt_;
-    const uint64_t left = passed < retryDelayMs ? retryDelayMs - passed : 0;
+    return passed < firstDelayMs ? firstDelayMs - passed : 0;
+}
+
+std::string TextRunReporter::waiting(uint64_t nowMs) const {
+    const uint64_t left = leftOfWait(nowMs);
     std::string text = words_.verb + " is paused, waiting for " + words_.place + ", next try in " +
                        std::to_string((left + second - 1) / second) + " s";
     return reason_.empty() ? text : text + " (" + reason_ + ")";

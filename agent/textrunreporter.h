@@ -24,6 +24,7 @@ private:
     void showLive(const JobActivity& record, uint64_t nowMs);
     std::string beginning(const JobActivity& record) const;
     std::string waiting(uint64_t nowMs) const;
+    uint64_t leftOfWait(uint64_t nowMs) const;  // milliseconds
 
     Terminal& terminal_;
     const JobDefinition& job_;

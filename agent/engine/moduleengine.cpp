@@ -76,6 +76,15 @@ std::string theJob(const JobDefinition& job) {
     return "The job '" + toUtf8(job.name()) + "' ";
 }
 
+void bindSecrets(const std::string& server, Bind which) {
+    if (!server.empty() &&
+        !(cookies().bindTo(server, which) && passwords().bindTo(server, which))) {
+        throw AgentError(
+            "The sessions and passwords could not be written: see to the room on the disk and the "
+            "rights in the data directory");
+    }
+}
+
 }  // namespace
 
 std::unique_ptr<Engine::Subscription> ModuleEngine::subscribe(EventSink sink) {
@@ -103,6 +112,10 @@ void ModuleEngine::tell(JobVerb verb, const std::string& id) {
     std::lock_guard guard(manager.locker());
     const Job* const job = manager.job(id.c_str());
     if (job == nullptr) {
+        // The module may have left a folder out that it could not load; that one can go, too.
+        if (verb == JobVerb::remove && manager.removeJob(id.c_str())) {
+            return;
+        }
         throw AgentError("There is no job of the id '" + id +
                          "', or it could not be loaded: " + logSaysWhy());
     }
@@ -120,16 +133,15 @@ void ModuleEngine::setServer(const std::string& host, uint16_t port, const std::
     if (host.empty() || port == 0) {
         throw AgentError("A server is given as HOST:PORT");
     }
-    // What an older version has kept tells of no server: it is the one that has been set so far.
-    const std::string owner = keepLogin ? serverName(host, port) : serverOfOptions();
-    const Bind which = keepLogin ? Bind::all : Bind::unbound;
-    if (!owner.empty() && !(cookies().bindTo(owner, which) && passwords().bindTo(owner, which))) {
-        throw AgentError(
-            "The sessions and passwords could not be written: see to the room on the disk and the "
-            "rights in the data directory");
+    if (!keepLogin) {
+        // What an older version has kept tells of no server: it is the one set so far.
+        bindSecrets(serverOfOptions(), Bind::unbound);
     }
     if (!options().setServerInfo(name.c_str(), host.c_str(), port)) {
         refuseUnwrittenOptions();
+    }
+    if (keepLogin) {
+        bindSecrets(serverName(host, port), Bind::all);
     }
     // A backup had better wait for a server that is being restarted than fail its files.
     options().waitForServer(true);

@@ -243,6 +243,24 @@ TEST_F(BackupJobTest, ABusySnapshotServiceIsAskedAgainForAWhile) {
     }
 }
 
+// The requester was told to give up: the run has lost its snapshot, and nothing that was sent.
+TEST_F(BackupJobTest, APauseThatIsTakenBackWhileSnapshotsAreMadeParksTheRun) {
+    snapshots_ = true;
+    script_.snapshot = {0x8004230C};
+    const auto job = makeBackup();
+    const LogCapture quiet;
+    script_.onSnapshot = [&] {
+        EXPECT_TRUE(job->pause(true));
+        EXPECT_TRUE(job->resume());
+    };
+    run(*job);
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_EQ(script_.count("cancel"), 0u);
+    script_.onSnapshot = nullptr;
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+}
+
 TEST_F(BackupJobTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
     const std::wstring shadow = dataPath(L"\\shadow");
     const auto fill = [&] {

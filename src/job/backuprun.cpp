@@ -196,7 +196,8 @@ bool BackupRun::takeSnapshots() {
     if (!startSnapshots(paths)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to start snapshot, %d, %m.\n", static_cast<int>(keep.error()));
-        return carryOn() && fail(keep.error());
+        // What a pause has told the requester stays told, even when the pause is taken back.
+        return carryOn() && !parkIfPauseIsTakenBack() && fail(keep.error());
     }
     return true;
 }

@@ -7,6 +7,7 @@
 // timer handler takes.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -31,7 +32,7 @@ public:
 
 private:
     std::string jobId_;
-    uint64_t delayMs_ = firstDelayMs;
+    std::atomic<uint64_t> delayMs_ = firstDelayMs;
 };
 
 }  // namespace dorvo

@@ -6,32 +6,16 @@
 #include <vector>
 
 #include "base/handle.h"
-#include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/uuid.h"
+#include "job/transferfailure.h"
 #include "settings/storefile.h"
-#include "storage/local/localerror.h"
 
 namespace dorvo {
 namespace {
-
-// The storage has understood, and will never do it: the run was completed, or it is not known
-// there.
-bool isRefused(unsigned long error) {
-    switch (error) {
-        case withHttpMark(400):
-        case withHttpMark(403):
-        case withHttpMark(404):
-        case withHttpMark(409):
-        case errorInstanceState:
-        case ERROR_INVALID_DATA:
-        case ERROR_INVALID_PARAMETER: return true;
-        default: return false;
-    }
-}
 
 // The names in a folder that are those of instances.
 std::vector<std::string> instancesIn(const std::wstring& folder) {
@@ -66,7 +50,7 @@ std::wstring PendingDrops::folder() const {
 }
 
 void PendingDrops::failed(const PendingDrop& drop, unsigned long error) const {
-    if (!isRefused(error)) {
+    if (!isRefusal(error)) {
         add(drop);
     }
 }
@@ -99,8 +83,8 @@ void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) con
         if (drop({id, toWide(location)})) {
             log(LogLevel::information, "The storage of job {%s} has dropped run {%s} now.\n",
                 jobId_.c_str(), id.c_str());
-        } else if (!isRefused(GetLastError())) {
-            return;
+        } else if (!isRefusal(GetLastError())) {
+            continue;
         }
         DeleteFileW(longPath(file).c_str());
     }

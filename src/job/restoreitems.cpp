@@ -158,8 +158,7 @@ bool RestoreItems::passes(const Item& item, DWORD code) {
     const uint64_t package =
         record_.packageSize - std::min(record_.packageSize, record_.fileOffset);
     const std::wstring temporary = itemTempFolder(job_.definition().id());
-    if (job_.roomAt(target).value_or(0) >= size + spareRoom &&
-        job_.roomAt(temporary).value_or(0) >= package + spareRoom) {
+    if (job_.fits({temporary, package + spareRoom}, {target, size + spareRoom})) {
         return false;
     }
     log(LogLevel::error, "The disk of {%s} or of {%s} is full, job {%s} waits for room.\n",

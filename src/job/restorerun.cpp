@@ -58,7 +58,8 @@ bool RestoreRun::findRoot() {
     log(LogLevel::error, "The place to restore to {%s} is not there, error-code = %d, %s.\n",
         toUtf8(root).c_str(), static_cast<int>(keep.error()),
         job_.reasonText(keep.error()).c_str());
-    return refuse(keep.error());
+    // What has brought items there waits for it, as for its server.
+    return resumed_ ? pause(keep.error()) : refuse(keep.error());
 }
 
 bool RestoreRun::makeList() {

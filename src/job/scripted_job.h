@@ -322,6 +322,9 @@ protected:
         return Job::cleanup(endCode);
     }
     std::optional<uint64_t> roomAt(const std::wstring&) const override { return script_.room; }
+    bool fits(const DiskNeed& one, const DiskNeed& other) const override {
+        return one.bytes + other.bytes <= script_.room;
+    }
 
     template <class Storage, class Interface>
     std::unique_ptr<Interface> make() {

@@ -245,6 +245,10 @@ std::optional<uint64_t> TransferJob::roomAt(const std::wstring& folder) const {
     return diskRoom(folder);
 }
 
+bool TransferJob::fits(const DiskNeed& one, const DiskNeed& other) const {
+    return fitsOnDisk(one, other);
+}
+
 int TransferJob::cleanup(int endCode) {
     if (endCode == number(JobState::completed)) {
         endCode = complete();

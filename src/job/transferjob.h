@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "base/disk_room.h"
 #include "job/activity/jobhistoryinfo.h"
 #include "job/job.h"
 #include "job/resumebackoff.h"
@@ -61,6 +62,8 @@ protected:
 
     // Bytes that still fit where the folder is; nothing when the system does not say.
     virtual std::optional<uint64_t> roomAt(const std::wstring& folder) const;
+    // Whether both still fit, which may lie on one disk.
+    virtual bool fits(const DiskNeed& one, const DiskNeed& other) const;
 
     // The run's storage. Each is false with the last error. Opening makes it; dropping makes it
     // where there is none yet.

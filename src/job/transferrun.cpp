@@ -136,14 +136,21 @@ bool TransferRun::refuse(unsigned long code) {
         if (!carryOn()) {
             return false;
         }
-        if (transferJob_.pausesTakenBack() != pausesTakenBack_) {
-            transferJob_.park();  // too late: the pause has broken the step off
+        if (parkIfPauseIsTakenBack()) {
             return false;
         }
     }
     transferJob_.notify_error(code);
     transferJob_.errorNotified_ = true;
     return fail(code);
+}
+
+bool TransferRun::parkIfPauseIsTakenBack() {
+    if (transferJob_.pausesTakenBack() == pausesTakenBack_) {
+        return false;
+    }
+    transferJob_.park();
+    return true;
 }
 
 bool TransferRun::failOrPause(unsigned long code) {

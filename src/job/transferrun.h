@@ -42,6 +42,8 @@ protected:
     bool failOrPause(unsigned long code);
     // The same, but ends the run in error unless the host would rather wait for its server.
     bool failOrWait(unsigned long code);
+    // Parks the run if a pause has broken its step off and was taken back since; else false.
+    bool parkIfPauseIsTakenBack();
     // Parks the run, whatever the error is.
     bool pause(unsigned long code);
     bool carryOn();
