@@ -191,22 +191,36 @@ Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
     std::wstring directory;
     // A directory that cannot be looked at is there: it is not this submission's to take back.
     const bool known = jobDirectory(id, directory) && !isMissing(directory);
-    if (!saveDefinition(*definition)) {
-        return nullptr;
-    }
-    std::unique_ptr<Job> job = makeJob(definition, id);
+    std::unique_ptr<Job> job = makeSaved(definition, directory);
     if (!job) {
-        log(LogLevel::error, "Submit job failed, no job is made of job {%s}.\n", id.c_str());
+        const LastErrorGuard keep;
         if (!known && !directory.empty()) {
             rm_rf(directory, true);
         }
-        SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     std::erase_if(leftOut_, [&](const LeftOut& other) { return equalsIgnoreCase(other.id, id); });
     // A place first: the job is not lost when there is none.
     jobs_.push_back(nullptr);
     return jobs_.back() = job.release();
+}
+
+// A definition that could not be read makes place for a job's only.
+std::unique_ptr<Job> JobManagerImpl::makeSaved(std::unique_ptr<JobDefinition>& definition,
+                                               const std::wstring& directory) {
+    const std::string id = definition->id();
+    createDirectories(directory);  // for the job's record; without it saving fails, too
+    std::unique_ptr<Job> job = makeJob(definition, id);
+    if (!job) {
+        log(LogLevel::error, "Submit job failed, no job is made of job {%s}.\n", id.c_str());
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (!saveDefinition(job->definition())) {
+        const LastErrorGuard keep;
+        job.reset();
+    }
+    return job;
 }
 
 bool JobManagerImpl::startJob(const char* id) {

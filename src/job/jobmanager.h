@@ -98,6 +98,8 @@ private:
     bool removeLeftOut(const char* id);
     bool updateJob(Job& job, std::unique_ptr<JobDefinition>& definition);
     Job* addJob(std::unique_ptr<JobDefinition>& definition);
+    std::unique_ptr<Job> makeSaved(std::unique_ptr<JobDefinition>& definition,
+                                   const std::wstring& directory);
     void forAllJobs(bool wait, const char* failed, const char* waitFailed,
                     const std::function<bool(Job&)>& operation);
 

@@ -123,8 +123,10 @@ TEST_F(JobManager, RefusesWhatCannotBeAJob) {
     EXPECT_FALSE(exists(JobGround::directory("unknown"))) << "nothing is left behind";
     // What was there before is not this submission's to take back.
     writeFile(JobGround::directory("unknown") + L"\\hist\\old", "x");
+    writeFile(JobGround::directory("unknown") + L"\\def", "of another version");
     EXPECT_FALSE(manager_->submitJob(unknown->clone().release()));
     EXPECT_TRUE(exists(JobGround::directory("unknown") + L"\\hist\\old"));
+    EXPECT_EQ(fileContent(JobGround::directory("unknown") + L"\\def"), "of another version");
     // A file where the job's folder should be: the definition can't be saved.
     writeFile(JobGround::directory("file"), "in the way");
     EXPECT_FALSE(submit("file"));

@@ -380,6 +380,19 @@ TYPED_TEST(TransferJobTest, AListWithoutItsEndNeverCompletes) {
     EXPECT_EQ(this->script_.count("end"), 0u);
 }
 
+TYPED_TEST(TransferJobTest, AListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
+    Script& script = this->script_;
+    script.items["b"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    ASSERT_EQ(job->state(), paused);
+    ASSERT_NE(DeleteFileW(this->list().c_str()), 0);
+    script.calls.clear();
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));
+}
+
 TYPED_TEST(TransferJobTest, TakesUpWhatACrashLeft) {
     struct Row {
         JobState left;
