@@ -54,14 +54,15 @@ TEST_F(Placing, KnowsItsOwnFileAgain) {
     EXPECT_FALSE(PlacingRecord("j2").isPlaced(run, 17));
     ASSERT_TRUE(first.announce(run, 18, sibling_));
     EXPECT_FALSE(PlacingRecord("j1").isPlaced(run, 17));
+    EXPECT_FALSE(PlacingRecord("j1").isPlaced(run, 18)) << "that is the former item's file";
 }
 
 TEST_F(Placing, RemovesSiblingsOfItsRunAndNothingElse) {
     const auto name = [&](const wchar_t* text) { return folder_ + L"\\" + text; };
     const std::wstring ours[] = {sibling_, siblingPath(target_, run, 4)};
     const std::wstring others[] = {siblingPath(target_, {9}, 17), name(L"~ab0102030405-17.tmp.x"),
-                                   name(L"~ab0102030405-.tmp"), name(L"~ab0102030405-1a.tmp"),
-                                   name(L"ab0102030405-17.tmp")};
+                                   name(L"~ab0102030405-.tmp"),   name(L"~ab0102030405-1a.tmp"),
+                                   name(L"ab0102030405-17.tmp"),  name(L"~ab0102030405-17.txt")};
     const std::wstring directory = siblingPath(target_, run, 5);
     for (const auto& path : ours) {
         storeFile(path, "half a fi");
@@ -117,6 +118,7 @@ TEST_F(Placing, WhatCannotGoNowGoesAtALaterRestore) {
     PlacingRecord away("j3");
     ASSERT_TRUE(away.announce(run, 1, L"Q:\\a\\~ab0102030405-1.tmp"));
     EXPECT_FALSE(away.removeSibling());
+    EXPECT_FALSE(away.removeSibling()) << "nor is it forgotten";
 }
 
 }  // namespace

@@ -95,7 +95,7 @@ bool RestoreTarget::decode(const std::wstring& package, RestoreTransformation& w
 
 // What replaces a file is nobody else's to read before it has that one's access list.
 bool RestoreTarget::makeSibling() {
-    removeSibling();  // a leftover's attributes could forbid to write over it
+    deleteSibling();  // a leftover's attributes could forbid to write over it
     made_ = true;
     if (old_.look() && (!old_.found() || old_.makeSuccessor(sibling_))) {
         return true;
@@ -201,12 +201,17 @@ bool RestoreTarget::moveOver() {
 void RestoreTarget::removeSibling() {
     LastErrorGuard keep;
     made_ = false;
-    file_.reset();
-    const bool removed = setAttributesOf(sibling_, 0) ? DeleteFileW(longPath(sibling_).c_str()) != 0
-                                                      : GetLastError() == ERROR_FILE_NOT_FOUND;
-    if (removed && placing_ != nullptr) {
+    if (deleteSibling() && placing_ != nullptr) {
         placing_->settle();
     }
+}
+
+// The record is told by removeSibling() alone: one that is about to be made has to stay there.
+bool RestoreTarget::deleteSibling() {
+    LastErrorGuard keep;
+    file_.reset();
+    return setAttributesOf(sibling_, 0) ? DeleteFileW(longPath(sibling_).c_str()) != 0
+                                        : GetLastError() == ERROR_FILE_NOT_FOUND;
 }
 
 bool makeRestoredDirectory(const std::wstring& target, bool& existed) {

@@ -71,6 +71,7 @@ private:
     bool moveTo();
     bool moveOver();
     void removeSibling();
+    bool deleteSibling();
 
     std::wstring target_;
     std::array<uint8_t, 16> run_;

@@ -112,6 +112,7 @@ TEST_F(Target, TakesOverTheAccessListOfTheFileThatItReplaces) {
         }
         const std::wstring before = accessOf(path());
         EXPECT_EQ(before == usual, !shut);
+        storeFile(target_->sibling(), "anybody's to read");  // of a run that was killed
         ASSERT_TRUE(ready());
         EXPECT_NE(accessOf(target_->sibling()), usual) << "nobody reads it meanwhile";
         ASSERT_TRUE(target_->place(true));
@@ -128,6 +129,21 @@ TEST_F(Target, TakesOverTheAccessListOfTheFileThatItReplaces) {
     const std::wstring before = accessOf(path());
     ASSERT_TRUE(ready() && DeleteFileW(path().c_str()) && target_->place(false));
     EXPECT_EQ(accessOf(path()), before);
+    // So is what has become private, or has come, since the file was decoded.
+    for (const bool there : {true, false}) {
+        SCOPED_TRACE(there);
+        ASSERT_TRUE(DeleteFileW(path().c_str()));
+        target_.emplace(folder_ + L"\\sub\\a.txt", run, 17);
+        if (there) {
+            storeFile(path(), "old");
+        }
+        ASSERT_TRUE(ready());
+        storeFile(path(), "old");
+        ASSERT_TRUE(SetFileSecurityW(path().c_str(), DACL_SECURITY_INFORMATION,
+                                     own.attributes()->lpSecurityDescriptor));
+        ASSERT_TRUE(target_->place(true));
+        EXPECT_EQ(accessOf(path()), before);
+    }
 }
 
 class WatchedTarget : public RestoreTarget {
@@ -173,11 +189,45 @@ TEST_F(Target, IsOnTheDiskAndOnRecordBeforeItIsInItsPlace) {
         EXPECT_TRUE(PlacingRecord("placing test").isPlaced(run, 5));
         ASSERT_TRUE(DeleteFileW(target.path().c_str()));
     }
-    // Without a word on record nothing readable is made.
+    // Without a word on record nothing readable is made, nor is what was there touched.
     PlacingRecord none("no|job");
     RestoreTarget target(folder_ + L"\\c.txt", run, 6, &none);
-    EXPECT_FALSE(target.decode(package_, restore_, nullptr));
-    EXPECT_FALSE(exists(target.sibling()));
+    for (const bool left : {false, true}) {
+        if (left) {
+            storeFile(target.sibling(), "left");
+        }
+        EXPECT_FALSE(target.decode(package_, restore_, nullptr));
+        EXPECT_EQ(exists(target.sibling()), left);
+    }
+    record.finish();
+}
+
+// The record lets go of a sibling when it is gone, and not before.
+TEST_F(Target, StaysOnRecordAsLongAsItsSiblingMayBeThere) {
+    PlacingRecord record("placing test");
+    const std::wstring sibling = target_->sibling();
+    for (const char* end : {"placed", "given up", "held"}) {
+        SCOPED_TRACE(end);
+        const bool held = std::string(end) == "held";
+        FileHandle reader;
+        target_.emplace(folder_ + L"\\sub\\a.txt", run, 17, &record);
+        ASSERT_TRUE(ready());
+        if (std::string(end) == "placed") {
+            ASSERT_TRUE(target_->place(true));
+        } else if (held) {
+            target_->setAttributes(0);
+            reader.reset(CreateFileW(sibling.c_str(), GENERIC_READ,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                                     nullptr));
+            ASSERT_TRUE(reader);
+        }
+        target_.reset();
+        EXPECT_EQ(exists(sibling), held);
+        reader.reset();
+        storeFile(sibling, "there");
+        EXPECT_TRUE(record.removeSibling());
+        EXPECT_EQ(exists(sibling), !held) << "what was let go is nobody's to delete";
+    }
     record.finish();
 }
 

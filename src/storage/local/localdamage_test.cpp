@@ -1,4 +1,5 @@
 // What local storage does about files that were cut off, changed or lost.
+#include "settings/storefile.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localindexreader.h"
 #include "storage/local/localinstances.h"
@@ -35,6 +36,14 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
         ASSERT_TRUE(backup(*made, b, 2));
         EXPECT_EQ(record_.transferred, 0u);
         EXPECT_EQ(sizeOfFile(index), whole);
+    }
+    // A block that a power cut has spoilt is written anew.
+    cut(index, before);
+    flip(place().packages(instance()), 48 + 5000);
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, b, 2));
+        EXPECT_NE(record_.transferred, 0u);
     }
     standAt(3);
     EXPECT_TRUE(started()->end());
@@ -166,6 +175,50 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
         ASSERT_TRUE(list(page_));
         EXPECT_EQ(page_.items.size(), row.next == 5 || row.kept < 3 ? 3u : 4u);
     }
+}
+
+TEST_F(LocalStorageTest, ARunWhoseIndexIsOfOtherItemsDoesNotGoOn) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    const std::vector<std::wstring> paths = {L"C:\\a", L"C:\\b"};
+    for (const bool renamed : {true, false}) {
+        SCOPED_TRACE(renamed);
+        begin(renamed ? 7 : 8);
+        writeList(paths, FILE_ATTRIBUTE_DIRECTORY);
+        {
+            const auto made = started();
+            for (uint32_t i = 0; i < 2; ++i) {
+                ASSERT_TRUE(made->backup(paths[i].c_str(), data, i + 1, nullptr));
+            }
+        }
+        writeList(renamed ? std::vector<std::wstring>{L"C:\\a", L"C:\\x"} : paths,
+                  renamed ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL);
+        standAt(3);
+        EXPECT_FAILS(ERROR_INVALID_STATE, storage()->start());
+    }
+}
+
+TEST_F(LocalStorageTest, WhatIsAwaitedMustHaveComeBeforeTheEnd) {
+    const std::wstring path = makeFile(L"a file with a long, long name", 48);
+    const std::wstring other = makeFile(L"b", 48);
+    bool send = false;
+    ASSERT_TRUE(check(path, send));
+    started();
+    // A new list: nothing stays of the old one.
+    ASSERT_TRUE(check(other, send));
+    EXPECT_FALSE(fileExists(place().document(instance())));
+    {
+        const auto made = started();
+        EXPECT_FAILS(ERROR_INVALID_STATE, made->end());
+        ASSERT_TRUE(backup(*made, other));
+        EXPECT_TRUE(made->end()) << GetLastError();
+    }
+    EXPECT_FALSE(fileExists(place().awaited(instance())));
+    begin(2);
+    ASSERT_TRUE(check(path, send));
+    started();
+    ASSERT_TRUE(DeleteFileW(place().awaited(instance()).c_str()));
+    EXPECT_FAILS(ERROR_INVALID_STATE, storage()->start());
 }
 
 // The activity record may be older than the index after a power cut.

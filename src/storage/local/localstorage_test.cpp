@@ -78,6 +78,42 @@ TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
     EXPECT_TRUE(check(path, send));
 }
 
+// A job must not wait for a mark that was never made; what it cannot read speaks for the place.
+TEST_F(LocalStorageTest, APlaceIsRememberedWhenItIsMarked) {
+    const std::wstring mark = location_ + L"\\dorvo-backups.txt";
+    const std::wstring fresh = mark + L".new";
+    createDirectories(fresh);
+    started();
+    ASSERT_FALSE(fileExists(mark));
+    ASSERT_TRUE(rm_rf(place().instance(instance()), true));
+    started();
+    ASSERT_TRUE(RemoveDirectoryW(fresh.c_str()));
+    started();
+    ASSERT_TRUE(rm_rf(place().instance(instance()), true) && DeleteFileW(mark.c_str()));
+    std::wstring note;
+    jobDirectory(job, note);
+    const FileHandle held(CreateFileW((note + L"\\place").c_str(), GENERIC_READ, 0, nullptr,
+                                      OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(held);
+    EXPECT_FAILS(WSAESTALE, storage()->start());
+}
+
+// What is dropped by halves is no instance any more.
+TEST_F(LocalStorageTest, ADropBeginsWithTheDocument) {
+    started();
+    {
+        const FileHandle held(CreateFileW(place().packages(instance()).c_str(), GENERIC_READ,
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(held);
+        EXPECT_FALSE(storage()->cancel());
+        EXPECT_TRUE(fileExists(place().packages(instance())));
+        EXPECT_FALSE(fileExists(place().document(instance())));
+    }
+    EXPECT_TRUE(storage()->cancel()) << GetLastError();
+    EXPECT_FALSE(fileExists(place().instance(instance())));
+}
+
 TEST_F(LocalStorageTest, WhatRunsHaveLeftGoesWithTheNextOne) {
     complete();
     const LocalPlace where = place();
