@@ -208,10 +208,13 @@ bool Job::join() {
 bool Job::emit(JobCommand command) {
     std::lock_guard guard(commandLock_);
     command_ = command;
+    // The command first: a step that the stop breaks off looks for the reason at once.
+    const bool told = SetEvent(commandEvent_.get()) != 0;
+    const LastErrorGuard keep;
     if (command == JobCommand::stop || command == JobCommand::pause) {
         SetEvent(stopEvent_.get());
     }
-    return SetEvent(commandEvent_.get()) != 0;
+    return told;
 }
 
 bool Job::pollEvent(unsigned long timeoutMs) {
