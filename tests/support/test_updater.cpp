@@ -14,8 +14,6 @@ int main() {
     char path[MAX_PATH];
     const std::string self(path, GetModuleFileNameA(nullptr, path, sizeof(path)));
     const std::string sign = self.substr(0, self.rfind('\\') + 1) + "updated";
-    return CreateFileA(sign.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr) !=
-                   INVALID_HANDLE_VALUE
-               ? 0
-               : 1;
+    HANDLE file = CreateFileA(sign.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    return file != INVALID_HANDLE_VALUE && CloseHandle(file) != 0 ? 0 : 1;
 }
