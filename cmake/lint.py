@@ -132,12 +132,14 @@ def tidy(names, everything):
         results = [(path, key, pool.submit(build.check, path)) for build, path, key in todo]
         for count, (path, key, result) in enumerate(results, 1):
             result = result.result()
+            if sys.stderr.isatty():
+                print(f"\r\033[K[{count}/{len(todo)}] {path}", end="", file=sys.stderr, flush=True)
             if result.returncode == 0:
                 if key:
                     (CACHE / key).touch()
                 continue
             clean = False
-            print(f"[{count}/{len(todo)}] {path}\n{result.stdout}", flush=True)
+            print(f"\n{path}\n{result.stdout}", flush=True)
     return clean
 
 
