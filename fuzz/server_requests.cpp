@@ -8,6 +8,7 @@
 #include <boost/asio/strand.hpp>
 #include <cstdlib>
 #include <ctime>
+#include <thread>
 
 #include "digest.h"
 #include "dispatcher.h"
@@ -61,19 +62,22 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
                   static_cast<ssize_t>(input.size()));
     ::shutdown(client.get(), SHUT_WR);
 
+    OpenConnections open(1, false);
     asio::io_context io;
     auto work = asio::make_work_guard(io);
     asio::thread_pool workers(1);
-    const HttpConnection::Shared shared{dispatcher,
-                                        {},
-                                        [](const std::string&) {},
-                                        workers,
-                                        [](uint64_t, bool) {},
-                                        [&](uint64_t) { io.stop(); }};
+    const HttpConnection::Shared shared{dispatcher, {}, [](const std::string&) {}, workers, open};
     asio::ip::tcp::socket socket(asio::make_strand(io));
     socket.assign(asio::ip::tcp::v4(), ends[1]);
-    std::make_shared<HttpConnection>(std::move(socket), shared, 1)->start();
-    io.run();
+    {
+        const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared, 1);
+        fuzz::require(open.enter(1, connection));
+        connection->start();
+    }
+    std::thread serving([&] { io.run(); });
+    open.waitUntilEmpty();
+    work.reset();
+    serving.join();
     workers.join();
     return readAll(client.get());
 }

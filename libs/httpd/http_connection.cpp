@@ -46,11 +46,24 @@ HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& share
 }
 
 HttpConnection::~HttpConnection() {
-    shared_.ended(number_);
+    shared_.open.leave(number_);
 }
 
 void HttpConnection::start() {
     asio::dispatch(stream_.get_executor(), [self = shared_from_this()] { self->waitForRequest(); });
+}
+
+void HttpConnection::turnAway() {
+    const WebReply reply = shared_.service.refuse(503, "too many connections");
+    const std::string text =
+        "HTTP/1.1 503 Service Unavailable\r\nContent-Type: " + reply.contentType +
+        "\r\nConnection: close\r\nContent-Length: " + std::to_string(reply.body.size()) +
+        "\r\n\r\n" + reply.body;
+    auto& socket = stream_.socket();
+    beast::error_code ignored;
+    socket.non_blocking(true, ignored);
+    socket.write_some(asio::buffer(text), ignored);
+    socket.shutdown(asio::socket_base::shutdown_both, ignored);
 }
 
 void HttpConnection::finish() {
@@ -165,7 +178,7 @@ void HttpConnection::admit() {
     }
     if (admission_.known != known_) {
         known_ = admission_.known;
-        shared_.known(number_, known_);
+        shared_.open.setKnown(number_, known_);
     }
 }
 

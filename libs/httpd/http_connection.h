@@ -23,6 +23,7 @@
 
 #include "httpd/http_server.h"
 #include "httpd/http_service.h"
+#include "httpd/open_connections.h"
 
 namespace dorvo {
 
@@ -34,9 +35,7 @@ public:
         HttpLimits limits;
         HttpServer::Log log;
         boost::asio::thread_pool& workers;
-        // These take the connection's number.
-        std::function<void(uint64_t, bool)> known;  // as the last request's Admission says
-        std::function<void(uint64_t)> ended;
+        OpenConnections& open;
     };
 
     HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared, uint64_t number);
@@ -45,6 +44,8 @@ public:
     HttpConnection& operator=(const HttpConnection&) = delete;
 
     void start();
+    // Instead of start(): says that there are too many, and ends.
+    void turnAway();
     // Ends the connection after the request in progress, at once when there is none. Any thread.
     void finish();
     // Ends it at once. Any thread.

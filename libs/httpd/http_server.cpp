@@ -1,16 +1,15 @@
 #include "httpd/http_server.h"
 
-#include <algorithm>
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
-#include <condition_variable>
-#include <map>
-#include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "httpd/http_connection.h"
-#include "httpd/http_service.h"
+#include "httpd/open_connections.h"
 
 namespace dorvo {
 
@@ -39,15 +38,11 @@ void claimAddress(tcp::acceptor& acceptor) {
 struct HttpServer::Impl {
     Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
          const HttpThreads& counts, Log log)
-        : workers(counts.workers),
+        : connections(limits.connections, limits.makeRoom),
+          shared{service, limits, std::move(log), workers, connections},
+          workers(counts.workers),
           acceptor(asio::make_strand(io)),
-          retry(acceptor.get_executor()),
-          shared{service,
-                 limits,
-                 std::move(log),
-                 workers,
-                 [this](uint64_t number, bool known) { knows(number, known); },
-                 [this](uint64_t number) { ended(number); }} {
+          retry(acceptor.get_executor()) {
         const tcp::endpoint endpoint(asio::ip::make_address(address), port);
         acceptor.open(endpoint.protocol());
         claimAddress(acceptor);
@@ -87,94 +82,35 @@ struct HttpServer::Impl {
     }
 
     void admit(tcp::socket socket) {
-        std::shared_ptr<HttpConnection> ending;  // goes after the lock
-        std::unique_lock lock(mutex);
-        if (stopping) {
-            return;
-        }
-        if (connections.size() >= shared.limits.connections) {
-            const auto stranger =
-                std::find_if(connections.begin(), connections.end(),
-                             [](const auto& entry) { return !entry.second.known; });
-            if (!shared.limits.makeRoom || stranger == connections.end()) {
-                lock.unlock();
-                turnAway(std::move(socket));
-                return;
-            }
-            ending = stranger->second.connection.lock();
-            connections.erase(stranger);
-        }
         const uint64_t number = ++lastNumber;
         const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared, number);
-        connections[number].connection = connection;
-        lock.unlock();
-        if (ending) {
-            ending->abort();
+        if (connections.enter(number, connection)) {
+            connection->start();
+        } else {
+            connection->turnAway();
         }
-        connection->start();
-    }
-
-    void turnAway(tcp::socket socket) const {
-        const WebReply reply = shared.service.refuse(503, "too many connections");
-        const std::string text =
-            "HTTP/1.1 503 Service Unavailable\r\nContent-Type: " + reply.contentType +
-            "\r\nConnection: close\r\nContent-Length: " + std::to_string(reply.body.size()) +
-            "\r\n\r\n" + reply.body;
-        boost::system::error_code ignored;
-        socket.non_blocking(true, ignored);
-        socket.write_some(asio::buffer(text), ignored);
-        socket.shutdown(asio::socket_base::shutdown_both, ignored);
-    }
-
-    void knows(uint64_t number, bool known) {
-        const std::lock_guard lock(mutex);
-        if (const auto entry = connections.find(number); entry != connections.end()) {
-            entry->second.known = known;
-        }
-    }
-
-    void ended(uint64_t number) {
-        const std::lock_guard lock(mutex);
-        connections.erase(number);
-        allEnded.notify_all();
-    }
-
-    std::vector<std::shared_ptr<HttpConnection>> live() {
-        std::vector<std::shared_ptr<HttpConnection>> list;
-        const std::lock_guard lock(mutex);
-        for (const auto& [number, entry] : connections) {
-            if (auto alive = entry.connection.lock()) {
-                list.push_back(std::move(alive));
-            }
-        }
-        return list;
     }
 
     void stop() {
-        {
-            const std::lock_guard lock(mutex);
-            if (stopping) {
-                return;
-            }
-            stopping = true;
+        if (stopped.exchange(true)) {
+            return;
         }
+        connections.shut();
         asio::post(acceptor.get_executor(), [this] {
             boost::system::error_code ignored;
             acceptor.close(ignored);
             retry.cancel();
         });
-        for (const auto& connection : live()) {
+        for (const auto& connection : connections.all()) {
             connection->finish();
         }
-        {
-            std::unique_lock lock(mutex);
-            allEnded.wait_for(lock, shared.limits.stopPatience,
-                              [this] { return connections.empty(); });
-        }
-        for (const auto& connection : live()) {
+        connections.waitUntilEmpty(shared.limits.stopPatience);
+        for (const auto& connection : connections.all()) {
             connection->abort();
         }
-        // A call of the service is finished even so: what it does must not be torn.
+        // A call of the service is finished even so: what it does must not be torn. While a
+        // connection lives it may hand on work, which nobody would take from a pool that has ended.
+        connections.waitUntilEmpty();
         workers.join();
         work.reset();
         for (std::thread& thread : threads) {
@@ -182,23 +118,19 @@ struct HttpServer::Impl {
         }
     }
 
+    // In this order: queues of handlers own connections, which tell `connections` that they go, and
+    // whose sockets are of `io`.
+    OpenConnections connections;
+    HttpConnection::Shared shared;
     asio::io_context io;
     asio::executor_work_guard<asio::io_context::executor_type> work{io.get_executor()};
     asio::thread_pool workers;
-    tcp::acceptor acceptor;
+    tcp::acceptor acceptor;  // this and the next two: used on the acceptor's strand
     asio::steady_timer retry;
-    tcp::endpoint local;
-    HttpConnection::Shared shared;
-    struct Entry {
-        std::weak_ptr<HttpConnection> connection;
-        bool known = false;
-    };
-    std::mutex mutex;  // guards connections, lastNumber and stopping
-    std::condition_variable allEnded;
-    std::map<uint64_t, Entry> connections;  // the oldest first
     uint64_t lastNumber = 0;
-    bool stopping = false;
+    tcp::endpoint local;
     std::vector<std::thread> threads;
+    std::atomic<bool> stopped = false;
 };
 
 HttpServer::HttpServer(HttpService& service, const std::string& address, uint16_t port,

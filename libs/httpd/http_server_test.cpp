@@ -31,6 +31,9 @@ public:
             admission.refusal->allow = "POST";
         } else if (head.path == "/nowhere") {
             admission.refusal = refuse(404, "no such path");
+        } else if (head.path == "/held") {
+            held.set_value();
+            letGo.get_future().wait();
         }
         return admission;
     }
@@ -89,6 +92,9 @@ public:
     }
 
     std::optional<std::chrono::milliseconds> patience;
+    // The first tells that a request to /held is judged, which ends with the second.
+    std::promise<void> held;
+    std::promise<void> letGo;
 
 private:
     std::mutex lock_;  // guards what follows
@@ -322,6 +328,20 @@ TEST_F(Http, StoppingDoesNotWaitForeverForAStalledClient) {
     EXPECT_EQ(stalled.receive().status, 100);
     server->stop();
     stalled.waitForClose();
+}
+
+TEST_F(Http, ARequestThatIsWholeOnlyAfterThePatienceGoesWithItsConnection) {
+    limits.stopPatience = std::chrono::milliseconds(0);
+    restart();
+    Client late(server->port());
+    late.send(sized("/held", ""));
+    service.held.get_future().wait();
+    auto stopped = std::async(std::launch::async, [this] { server->stop(); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    service.letGo.set_value();
+    stopped.get();
+    server.reset();
+    EXPECT_EQ(late.receive().status, 0);
 }
 
 TEST(HttpTarget, IsDecodedAndLosesItsQuery) {
