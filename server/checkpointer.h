@@ -3,9 +3,13 @@
 // SQLite would do it inside whichever commit fills the log, and that request would wait for the
 // disk. Here the bulk is moved while writers go on; only the tail that they wrote meanwhile is
 // moved under their lock, so that the log starts anew and stays small.
+//
+// What a reader of another process still needs cannot be moved. Nobody waits for that reader: the
+// log grows, is tried again ever more seldom, and is cut to nothing once the reader has gone.
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -14,6 +18,9 @@ namespace dorvo {
 
 class Checkpointer {
 public:
+    // A log longer than this many pages is given back to the file system once it has been moved.
+    static constexpr int64_t keptPages = 16384;
+
     // Borrows the mutex that serialises the writers; it must outlive this object.
     Checkpointer(std::string path, std::mutex& writers);
     // Stops and joins; a checkpoint in progress is finished.
@@ -24,9 +31,13 @@ public:
     // Says that the log has grown. Does not block.
     void poke();
 
+    // One try. Whether all of the log has been moved; false when a reader, or a writer of another
+    // process, is in the way. Waits for the disk only.
+    static bool moveLog(const std::string& path, std::mutex& writers, int64_t kept = keptPages);
+
 private:
     void work();
-    void checkpoint();
+    bool checkpoint();
 
     std::string path_;
     std::mutex& writers_;

@@ -8,15 +8,13 @@ namespace dorvo {
 
 namespace {
 
-constexpr int busyMs = 10000;
-
 [[noreturn]] void fail(sqlite3* db) {
     throw std::runtime_error(std::string("database: ") + sqlite3_errmsg(db));
 }
 
 }  // namespace
 
-Database::Database(const std::string& path) {
+Database::Database(const std::string& path, std::chrono::milliseconds patience) {
     const int result =
         sqlite3_open_v2(path.c_str(), &db_,
                         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -25,7 +23,7 @@ Database::Database(const std::string& path) {
         sqlite3_close(db_);
         throw std::runtime_error("cannot open " + path + ": " + why);
     }
-    sqlite3_busy_timeout(db_, busyMs);
+    sqlite3_busy_timeout(db_, static_cast<int>(patience.count()));
 }
 
 Database::~Database() {

@@ -4,6 +4,7 @@
 // belong to one thread at a time; the caller serialises.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,8 +21,9 @@ struct Blob {
 
 class Database {
 public:
-    // Opens or creates the file. Waits up to 10 s for another process that holds the lock.
-    explicit Database(const std::string& path);
+    // Opens or creates the file. What another process holds is waited for that long.
+    explicit Database(const std::string& path,
+                      std::chrono::milliseconds patience = std::chrono::seconds(10));
     ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
