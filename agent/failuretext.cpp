@@ -45,6 +45,9 @@ std::string failureText(uint32_t code) {
 std::string runFailure(uint32_t code, const std::string& user) {
     constexpr uint32_t unavailable = withHttpMark(503);
     const std::string text = failureText(code);
+    if (isDiskFull(code)) {
+        return text + ": make room on the disk of the data directory";
+    }
     switch (code) {
         case errorUnauthorized:
         case errorNotAcceptable:
@@ -59,8 +62,6 @@ std::string runFailure(uint32_t code, const std::string& user) {
             return "no machine is found by the name in " + serverText() + " (error " +
                    std::to_string(code) +
                    "): see to the network, or run 'agent server set HOST:PORT'";
-        case ERROR_DISK_FULL:
-        case ERROR_HANDLE_DISK_FULL: return text + ": make room on the disk of the data directory";
         default: break;
     }
     return isKeyError(code) ? keyErrorText(code, user) : text;

@@ -31,12 +31,6 @@ std::vector<std::string> instancesIn(const std::wstring& folder) {
     return names;
 }
 
-bool write(const std::wstring& path, const std::string& text) {
-    const std::wstring fresh = path + L".new";
-    FileHandle file = openStoreForWriting(fresh, 0);
-    return file && writeStore(std::move(file), text) && replaceFlushed(fresh, path);
-}
-
 bool read(const std::wstring& path, std::string& text) {
     FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
     return file && readStore(std::move(file), text);
@@ -61,7 +55,8 @@ void PendingDrops::add(const PendingDrop& drop) const {
     if (drop.instanceId.empty() || path.empty()) {
         return;
     }
-    if (!write(path + L"\\" + toWide(drop.instanceId), toUtf8(drop.location))) {
+    if (!createDirectories(path) ||
+        !replaceStore(path + L"\\" + toWide(drop.instanceId), toUtf8(drop.location))) {
         log(LogLevel::error,
             "Failed to keep in mind that run {%s} of job {%s} is to be dropped, error-code = %d, "
             "%m.\n",

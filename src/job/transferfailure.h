@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "base/disk_room.h"
 #include "base/http_error.h"
 
 namespace dorvo {
@@ -24,10 +25,6 @@ struct Failure {
     bool waitForServer = false;  // the option: a server that is not to be found may appear yet
 };
 
-constexpr uint32_t errorDiskFull = 112;
-constexpr uint32_t errorHandleDiskFull = 39;
-constexpr uint32_t errorQuotaExceeded = 1295;
-
 enum class FailureAction {
     leave,   // the job was asked to stop: neither recorded nor retried
     pause,   // park the run and resume it later
@@ -44,10 +41,6 @@ constexpr bool isTransient(const Failure& failure) {
     return failure.networkError || failure.code == errorUnauthorized ||
            failure.code == errorNotAcceptable ||
            (failure.waitForServer && isServerMissing(failure.code));
-}
-
-constexpr bool isDiskFull(uint32_t code) {
-    return code == errorDiskFull || code == errorHandleDiskFull || code == errorQuotaExceeded;
 }
 
 // What a folder says of a run that it can never complete.

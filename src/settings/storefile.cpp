@@ -2,9 +2,11 @@
 
 #include <iterator>
 
+#include "base/last_error.h"
 #include "base/paths.h"
 #include "base/private_access.h"
 #include "base/read_handle_streambuf.h"
+#include "base/sharing_retry.h"
 #include "base/write_handle_streambuf.h"
 
 namespace dorvo {
@@ -67,8 +69,24 @@ bool replaceFile(const std::wstring& from, const std::wstring& to) {
                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
 }
 
-bool replaceFlushed(const std::wstring& from, const std::wstring& to) {
-    return flushFile(from) && replaceFile(from, to);
+bool replaceStore(const std::wstring& path, const std::string& text) {
+    const std::wstring fresh = path + L".new";
+    FileHandle file = open(fresh, GENERIC_WRITE, 0, CREATE_ALWAYS);
+    if (!file) {
+        return false;
+    }
+    bool replaced = false;
+    if (writeStore(std::move(file), text)) {
+        SharingRetry retry;
+        do {
+            replaced = flushFile(fresh) && replaceFile(fresh, path);
+        } while (!replaced && retry.again(ERROR_ACCESS_DENIED));
+    }
+    if (!replaced) {
+        const LastErrorGuard keep;
+        DeleteFileW(longPath(fresh).c_str());
+    }
+    return replaced;
 }
 
 bool placeFile(const std::wstring& from, const std::wstring& to) {

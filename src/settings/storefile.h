@@ -30,9 +30,10 @@ FileHandle createPrivateFile(const std::wstring& path);
 bool flushFile(const std::wstring& path);
 // Puts the file `from` in the place of `to`.
 bool replaceFile(const std::wstring& from, const std::wstring& to);
-// The same of a file that was just written, which is on the disk before it takes the place: a power
-// cut leaves either file whole.
-bool replaceFlushed(const std::wstring& from, const std::wstring& to);
+// Writes the text to `path` + ".new", which takes the path's place when it is on the disk: a power
+// cut leaves the old file or the new one, whole. A file that another program has open is tried
+// again for a second; on failure the old one is as it was. Makes no folders.
+bool replaceStore(const std::wstring& path, const std::string& text);
 // Puts the file where nothing is; ERROR_FILE_EXISTS when something is.
 bool placeFile(const std::wstring& from, const std::wstring& to);
 

@@ -23,10 +23,8 @@ DORVO_JOB_API std::wstring jobHistoryErrorPath(const std::wstring& jobDirectory,
 DORVO_JOB_API std::wstring jobHistoryNotesPath(const std::wstring& jobDirectory,
                                                const std::string& instanceId);
 
-// What is appended to the path of the failed items' document: for the journal of what it lacks, and
-// while it is written anew.
+// What is appended to the path of the failed items' document for the journal of what it lacks.
 constexpr std::wstring_view journalSuffix = L".journal";
-constexpr std::wstring_view newDocumentSuffix = L".new";
 
 // Removes the oldest runs, all documents of each, so that at most `keep` are left. A run is as old
 // as the newest of its documents' write times; the `current` one is never removed, whatever the

@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include "base/last_error.h"
 #include "base/paths.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
@@ -91,22 +90,9 @@ bool JobHistoryError::save() {
 
 bool JobHistoryError::replaceDocument() {
     const std::wstring path = toWide(path_);
-    const std::wstring fresh = path + std::wstring(newDocumentSuffix);
-    const std::string text = json_spirit::write_formatted(json_spirit::Value(values_));
-    FileHandle file = openStoreForWriting(fresh, FILE_SHARE_READ);
-    if (!file) {
-        return false;
-    }
-    bool replaced = writeStore(std::move(file), text) && flushFile(fresh);
-    SharingRetry retry;
-    while (replaced && !replaceFile(fresh, path)) {
-        replaced = retry.again(ERROR_ACCESS_DENIED);
-    }
-    if (!replaced) {
-        const LastErrorGuard keep;
-        DeleteFileW(longPath(fresh).c_str());
-    }
-    return replaced;
+    const size_t folder = path.find_last_of(L"\\/");
+    return (folder == std::wstring::npos || createDirectories(path.substr(0, folder))) &&
+           replaceStore(path, json_spirit::write_formatted(json_spirit::Value(values_)));
 }
 
 bool JobHistoryError::clear() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "base/disk_room.h"
 #include "base/key_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
@@ -12,11 +13,7 @@
 namespace dorvo {
 namespace {
 
-// Names that not every platform header has.
-constexpr DWORD noSuchDevice = 433;
-constexpr DWORD quotaExceeded = 1295;
-
-constexpr DWORD fullDisk[] = {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL, quotaExceeded};
+constexpr DWORD noSuchDevice = 433;  // not every platform header has the name
 
 // A handle that has met one of these is of no use any more, even if its share is back.
 constexpr DWORD lostDevice[] = {
@@ -70,7 +67,7 @@ bool failedNear(const std::wstring& location) {
 
 bool failedIn(const std::wstring& location) {
     const DWORD error = GetLastError();
-    if (isOneOf(error, fullDisk)) {
+    if (isDiskFull(error)) {
         becomeGone(location, "lies on a disk that is full", error);
     } else if (isOneOf(error, lostDevice)) {
         becomeGone(location, "was lost", error);

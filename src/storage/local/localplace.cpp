@@ -109,13 +109,8 @@ bool LocalPlace::loadCompleted(const std::string& id, LocalInstanceDocument& doc
 }
 
 bool LocalPlace::save(const LocalInstanceDocument& document) const {
-    const std::wstring path = this->document(document.id);
-    const std::wstring fresh = path + L".new";
     // Makes no folders: a location that is gone must not come to be on another disk.
-    FileHandle file(CreateFileW(longPath(fresh).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
-    return file && writeStore(std::move(file), formatLocalInstance(document)) &&
-           replaceFlushed(fresh, path);
+    return replaceStore(this->document(document.id), formatLocalInstance(document));
 }
 
 bool LocalPlace::each(const std::function<void(const LocalInstanceDocument&)>& visit,

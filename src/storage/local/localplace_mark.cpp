@@ -21,14 +21,6 @@ std::wstring notePath(const std::string& jobId) {
     return jobDirectory(jobId, path) ? path + L"\\place" : std::wstring();
 }
 
-// A new file that is on the disk when true comes back, or an old one that is whole.
-bool putFile(const std::wstring& path, const std::string& text) {
-    const std::wstring fresh = path + L".new";
-    FileHandle file(CreateFileW(longPath(fresh).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
-    return file && writeStore(std::move(file), text) && replaceFlushed(fresh, path);
-}
-
 }  // namespace
 
 bool LocalPlace::checkToWrite() const {
@@ -78,13 +70,13 @@ bool LocalPlace::isRemembered() const {
 // Without a note or a mark the place is as good as before, only not told from an empty folder.
 void LocalPlace::remember() const {
     const std::wstring note = notePath(jobId_);
-    if (note.empty() || !putFile(note, toUtf8(location_))) {
+    if (note.empty() || !replaceStore(note, toUtf8(location_))) {
         logFailure("remember the folder of backups", toUtf8(location_));
     }
 }
 
 void LocalPlace::mark() const {
-    if (!putFile(location_ + markName, markText)) {
+    if (!replaceStore(location_ + markName, markText)) {
         logFailure("mark the folder of backups", toUtf8(location_));
     }
 }

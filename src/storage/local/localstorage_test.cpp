@@ -2,8 +2,10 @@
 #include "storage/local/localstoragetest.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/key_error.h"
+#include "base/sharing_retry.h"
 #include "settings/storefile.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localinstances.h"
@@ -227,7 +229,9 @@ TEST_F(LocalStorageTest, ADocumentThatIsInUsePausesTheEnd) {
         const FileHandle reader(CreateFileW(place().document(instance()).c_str(), GENERIC_READ,
                                             FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
         ASSERT_TRUE(reader);
+        const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {});
         EXPECT_FAILS(WSAESTALE, made->end());
+        SharingRetry::pause = pause;
     }
     standAt(2);
     EXPECT_TRUE(started()->end()) << GetLastError();
