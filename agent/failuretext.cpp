@@ -49,6 +49,7 @@ std::string runFailure(uint32_t code, const std::string& user) {
         return text + ": make room on the disk of the data directory";
     }
     switch (code) {
+        case ERROR_NOT_FOUND: return "the backup is not where it is looked for (" + text + ")";
         case errorUnauthorized:
         case errorNotAcceptable:
             return "the server refused the session of '" + user + "' (" + text +

@@ -76,6 +76,14 @@ RestoreTarget::~RestoreTarget() {
     }
 }
 
+DiskNeed RestoreTarget::need(uint64_t bytes) const {
+    const std::wstring folder = folderOf(target_);
+    const DWORD found = attributesOf(folder);
+    const bool compressing =
+        found != INVALID_FILE_ATTRIBUTES && (found & FILE_ATTRIBUTE_COMPRESSED) != 0;
+    return {folder, compressing ? 0 : bytes};
+}
+
 bool RestoreTarget::makeParents() {
     bool existed = false;
     return makeFolder(folderOf(target_), existed);

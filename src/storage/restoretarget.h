@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/disk_room.h"
 #include "base/handle.h"
 #include "base/interrupter.h"
 #include "job/source/restoretransformation.h"
@@ -40,6 +41,10 @@ public:
 
     const std::wstring& path() const { return target_; }
     const std::wstring& sibling() const { return sibling_; }
+
+    // What a content of so many bytes takes of the target's disk, as far as can be told: a folder
+    // that compresses may take in more than its disk has room for.
+    DiskNeed need(uint64_t bytes) const;
 
     // Makes the folders above the target. ERROR_DIRECTORY when the last of them is a file.
     bool makeParents();

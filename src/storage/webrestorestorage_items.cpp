@@ -124,16 +124,11 @@ bool WebRestoreStorage::askForFile(File& file) {
     return true;
 }
 
-// Asked before anything is received: it would all be fetched for nothing. A folder that compresses
-// may take more than its disk has room for.
+// Asked before anything is received: it would all be fetched for nothing.
 bool WebRestoreStorage::hasRoom(const File& file) const {
-    const std::wstring folder = file.target.path().substr(0, file.target.path().rfind(L'\\'));
-    const DWORD found = GetFileAttributesW(longPath(folder).c_str());
-    const bool compressing =
-        found != INVALID_FILE_ATTRIBUTES && (found & FILE_ATTRIBUTE_COMPRESSED) != 0;
     const uint64_t package = activity_->packageSize - activity_->fileOffset;
-    const uint64_t content = compressing ? 0 : sizeOf(fileAttributes(file.info.attributes));
-    if (fitsOnDisk({temporary_, package}, {folder, content})) {
+    const uint64_t content = sizeOf(fileAttributes(file.info.attributes));
+    if (fitsOnDisk({temporary_, package}, file.target.need(content))) {
         return true;
     }
     SetLastError(ERROR_DISK_FULL);

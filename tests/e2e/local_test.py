@@ -1,5 +1,7 @@
 """Backups in a folder: no server, no login, the same outcome whatever happens on the way."""
 
+import base64
+import json
 import pathlib
 import shutil
 import signal
@@ -135,6 +137,14 @@ class LocalTest(SystemTest):
                                   input=passphrase, capture_output=True, text=True, timeout=300)
 
         self.assertIn("passphrase", read("refused", "shut\n").stderr)
+        sealed = json.loads(file.read_text("utf-8"))
+        secrets = bytearray(base64.b64decode(sealed["sealed"]))
+        secrets[-17] ^= 1  # of the user's name, which opens nothing
+        whole = file.read_text("utf-8")
+        file.write_text(json.dumps(sealed | {"sealed": base64.b64encode(secrets).decode()}), "utf-8")
+        self.assertIn("damaged", read("refused", "open\n").stderr)
+        self.assertFalse((system.folder / "refused").exists())
+        file.write_text(whole, "utf-8")
         result = read("read", "open\n")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         restored = system.folder / "read" / windows_path(system.tree).replace(":", "").replace("\\", "/")

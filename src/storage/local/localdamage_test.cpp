@@ -96,6 +96,24 @@ TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
     }
 }
 
+TEST_F(LocalStorageTest, AFileIsNotFetchedWithoutRoomForIt) {
+    const std::wstring path = makeFile(L"file", uploadBlockSize);
+    WIN32_FILE_ATTRIBUTE_DATA data = attributes(path);
+    data.nFileSizeHigh = 1'000'000'000;
+    {
+        const auto made = started();
+        ASSERT_TRUE(made->backup(path.c_str(), data, 1, nullptr) && made->end());
+    }
+    createDirectories(itemTempFolder("r"));
+    const std::wstring target = folder_.path() + L"\\target";
+    const auto reading = restore();
+    ASSERT_TRUE(reading->start());
+    EXPECT_FAILS(ERROR_DISK_FULL, reading->restoreFile(path.c_str(), target.c_str(), 1, true));
+    EXPECT_EQ(restored_.transferred, 0u);
+    EXPECT_EQ(restored_.packageSize, uploadBlockSize);
+    EXPECT_FALSE(fileExists(target) || fileExists(itemTempPath(itemTempFolder("r"), 1)));
+}
+
 // A power cut may take bytes that were not on the disk yet.
 TEST_F(LocalStorageTest, ARunWhosePackagesWereLostDoesNotGoOn) {
     const std::wstring path = makeFile(L"file", uploadBlockSize);

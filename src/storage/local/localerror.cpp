@@ -95,6 +95,14 @@ bool failedEmpty(const std::wstring& location, const std::string& mark) {
     return false;
 }
 
+bool failedAway(const std::wstring& location) {
+    log(LogLevel::error,
+        "The folder of backups {%s} holds none any more, as if its disk were not mounted.\n",
+        toUtf8(location).c_str());
+    SetLastError(errorLocationGone);
+    return false;
+}
+
 bool isDamage(DWORD error) {
     return error == ERROR_INVALID_DATA || error == ERROR_CRC || error == ERROR_FILE_CORRUPT;
 }

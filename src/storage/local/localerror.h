@@ -29,6 +29,9 @@ bool failedToReplace(const std::wstring& location);
 // says how to begin anew in it, by a file of that name. Always false.
 bool failedEmpty(const std::wstring& location, const std::string& mark);
 
+// The same for who only reads there.
+bool failedAway(const std::wstring& location);
+
 // What was to be read is damaged, and will stay so.
 bool isDamage(DWORD error);
 

@@ -118,7 +118,7 @@ bool LocalInstances::list(const std::wstring& location, const std::string& machi
         return false;
     }
     if (listAll(place.location(), machine, jobDefinitionId, instances)) {
-        return true;
+        return !instances.empty() || !place.isAway() || failedAway(place.location());
     }
     instances.clear();
     failedIn(place.location());

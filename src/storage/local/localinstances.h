@@ -18,7 +18,8 @@ public:
     // the shape in which the web service lists them: the state is "running" or "completed". Last
     // come those whose document cannot be read, which is logged: in state "damaged", with the time
     // when the document was written for their end. False is logged: 10070 when the folder is not
-    // there, 87 for a machine or job that is no name for a folder.
+    // there, or is empty where a job of this machine remembers backups, because its disk is not
+    // mounted; 87 for a machine or job that is no name for a folder.
     static bool list(const std::wstring& location, const std::string& machine,
                      const std::string& jobDefinitionId, std::vector<WebInstance>& instances);
 };

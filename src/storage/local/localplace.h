@@ -30,8 +30,14 @@ public:
     // that holds a document of the job, get their mark when they are to be written to.
     bool checkToWrite() const;
     bool checkToDrop() const;
-    // For who has not written there: a place that has neither a mark nor the job's folder is away.
+    // For who reads the job's backups: 10070 when the place is away, 1168 for a folder that never
+    // held any of them.
     bool checkToRead() const;
+    // Has the folder of the job of that id remember the location, from which it reads.
+    void remember(const std::string& jobId) const;
+    // The location has neither a mark nor the job's folder, and some job of this machine remembers
+    // backups there.
+    bool isAway() const;
 
     const std::wstring& location() const { return location_; }
     const std::string& jobId() const { return jobId_; }
@@ -72,8 +78,7 @@ public:
 
 private:
     bool holdsDocument() const;
-    bool isRemembered() const;
-    void remember() const;
+    bool isRemembered(const std::string& jobId) const;
     void mark() const;
 
     std::wstring location_;

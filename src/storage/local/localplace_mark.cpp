@@ -31,20 +31,40 @@ bool LocalPlace::checkToWrite() const {
         mark();
     }
     // The mark comes first: a job that remembers one which was never made would wait for it.
-    if (fileExists(location_ + markName) && !isRemembered()) {
-        remember();
+    if (fileExists(location_ + markName)) {
+        remember(jobId_);
     }
     return true;
 }
 
 bool LocalPlace::checkToDrop() const {
-    return check() && (!isMissing(location_ + markName) || !isRemembered() || holdsDocument() ||
-                       failedEmpty(location_, toUtf8(markName + 1)));
+    return check() && (!isMissing(location_ + markName) || !isRemembered(jobId_) ||
+                       holdsDocument() || failedEmpty(location_, toUtf8(markName + 1)));
 }
 
 bool LocalPlace::checkToRead() const {
-    return check() && (!isMissing(location_ + markName) || !isMissing(folder_) ||
-                       failedEmpty(location_, toUtf8(markName + 1)));
+    if (!check()) {
+        return false;
+    }
+    if (isAway()) {
+        return failedAway(location_);
+    }
+    if (isMissing(location_ + markName) && isMissing(folder_)) {
+        // A folder that was mistyped holds nothing, however long one waits.
+        SetLastError(ERROR_NOT_FOUND);
+        return logFailure("find any backup of the job in folder", toUtf8(location_));
+    }
+    return true;
+}
+
+bool LocalPlace::isAway() const {
+    std::wstring jobs;
+    if (!isMissing(location_ + markName) || !isMissing(folder_) || !jobRoot(jobs)) {
+        return false;
+    }
+    bool known = false;
+    eachFolder(jobs, [&](const std::wstring& id) { known = known || isRemembered(toUtf8(id)); });
+    return known;
 }
 
 // Also one that cannot be read.
@@ -57,8 +77,8 @@ bool LocalPlace::holdsDocument() const {
 }
 
 // A note that cannot be read speaks for the place: the job waits rather than begin in a wrong one.
-bool LocalPlace::isRemembered() const {
-    const std::wstring note = notePath(jobId_);
+bool LocalPlace::isRemembered(const std::string& jobId) const {
+    const std::wstring note = notePath(jobId);
     if (note.empty() || isMissing(note)) {
         return false;
     }
@@ -68,8 +88,11 @@ bool LocalPlace::isRemembered() const {
 }
 
 // Without a note or a mark the place is as good as before, only not told from an empty folder.
-void LocalPlace::remember() const {
-    const std::wstring note = notePath(jobId_);
+void LocalPlace::remember(const std::string& jobId) const {
+    if (isRemembered(jobId)) {
+        return;
+    }
+    const std::wstring note = notePath(jobId);
     if (note.empty() || !replaceStore(note, toUtf8(location_))) {
         logFailure("remember the folder of backups", toUtf8(location_));
     }

@@ -4,6 +4,7 @@
 #include <span>
 #include <vector>
 
+#include "base/disk_room.h"
 #include "base/handle.h"
 #include "base/key_error.h"
 #include "base/last_error.h"
@@ -60,6 +61,8 @@ bool LocalRestoreStorage::start() {
         return false;
     }
     if (open()) {
+        // A run that goes on waits for this disk, also on a machine that never wrote to it.
+        place_.remember(run_.jobId);
         return true;
     }
     failedIn(place_.location());
@@ -155,7 +158,8 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     claimItem(*activity_, number);
     LocalRecord record;
     RestoreTarget file(target, activity_->instanceId, number, run_.placing);
-    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents()) {
+    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents() ||
+        !hasRoom(record, package, file)) {
         return failed("restore file", toUtf8(original));
     }
     if (!fetch(record, package) || !put(record, package, file, replace)) {
@@ -168,16 +172,33 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     return true;
 }
 
+// Asked before anything is copied: it would all be for nothing.
+bool LocalRestoreStorage::hasRoom(const LocalRecord& record, const std::wstring& package,
+                                  const RestoreTarget& file) {
+    WIN32_FILE_ATTRIBUTE_DATA there{};
+    const uint64_t copied =
+        readAttributes(package, there) ? std::min(sizeOf(there), record.size) : 0;
+    claimPackage(record.size);
+    activity_->fileOffset = copied;
+    SetLastError(ERROR_DISK_FULL);
+    return fitsOnDisk({temporary_, record.size - copied},
+                      file.need(sizeOf(fileAttributes(record.attributes))));
+}
+
+// What is on record of blocks belongs to a package of the size on record.
+void LocalRestoreStorage::claimPackage(uint64_t size) {
+    if (activity_->packageSize != size) {
+        activity_->acceptedBlocks = 0;
+        storeOrder();
+        activity_->packageSize = size;
+    }
+    activity_->fileSize = size;
+    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+}
+
 // Brings the package here. What an earlier run has copied is here already, unless a power cut took
 // it: then the check sum tells, and all is copied again.
 bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& package) {
-    if (activity_->packageSize != record.size) {
-        activity_->acceptedBlocks = 0;
-        storeOrder();
-        activity_->packageSize = record.size;
-    }
-    activity_->fileSize = record.size;
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
     HANDLE from = packages_->open(record);
     if (from == INVALID_HANDLE_VALUE) {
         return failedIn(place_.location());

@@ -63,6 +63,8 @@ TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
         unmounted("restore", [&] { return restore()->start(); });
         unmounted("key of restore", [&] { return findRestoreKey(place(), instance(), "a", key); });
         unmounted("list", [&] { return list(page_); });
+        std::vector<WebInstance> instances;
+        unmounted("all", [&] { return LocalInstances::list(location_, {}, {}, instances); });
         EXPECT_TRUE(RemoveDirectoryW(location_.c_str())) << "something was put there";
         ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
     }
@@ -78,6 +80,37 @@ TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
     location_ = folder_.path() + L"\\other";
     createDirectories(location_);
     EXPECT_TRUE(check(path, send));
+}
+
+// What was mistyped holds nothing, however long one waits; a disk that was read from comes back.
+TEST_F(LocalStorageTest, ARestoreWaitsOnlyForAPlaceThatItKnows) {
+    complete();
+    const std::wstring away = folder_.path() + L"\\away";
+    std::wstring writer;
+    std::wstring reader;
+    ASSERT_TRUE(jobDirectory(job, writer) && jobDirectory("r", reader));
+    createDirectories(reader);
+    ASSERT_TRUE(DeleteFileW((writer + L"\\place").c_str()));  // of another machine
+    for (const bool known : {false, true}) {
+        SCOPED_TRACE(known);
+        if (known) {
+            ASSERT_TRUE(restore()->start());
+        }
+        ASSERT_TRUE(MoveFileW(location_.c_str(), away.c_str()));
+        createDirectories(location_);
+        const DWORD error = known ? DWORD{WSAESTALE} : DWORD{ERROR_NOT_FOUND};
+        UserKey key;
+        std::vector<WebInstance> instances;
+        EXPECT_FAILS(error, restore()->start());
+        EXPECT_FAILS(error, list(page_));
+        EXPECT_FAILS(error, findRestoreKey(place(), instance(), "a", key));
+        EXPECT_EQ(LocalInstances::list(location_, {}, {}, instances), !known);
+        ASSERT_TRUE(RemoveDirectoryW(location_.c_str()));
+        ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
+    }
+    location_ = folder_.path() + L"\\mistyped";
+    createDirectories(location_);
+    EXPECT_FAILS(ERROR_NOT_FOUND, restore()->start());
 }
 
 // A job must not wait for a mark that was never made; what it cannot read speaks for the place.
