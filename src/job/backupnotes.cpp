@@ -27,7 +27,7 @@ BackupNotes::BackupNotes(const std::wstring& document, bool keep) : notes_(toUtf
     }
 }
 
-bool BackupNotes::leavesOut(const std::wstring& path) {
+bool BackupNotes::leavesOut(const ComparablePath& path) {
     if (!own_.leavesOut(path)) {
         return false;
     }

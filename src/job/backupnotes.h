@@ -22,7 +22,7 @@ public:
 
     // Of the walk, each with a live path: whether an entry is left out as the agent's own; an entry
     // that is found; a folder that stands for another place and is not entered.
-    bool leavesOut(const std::wstring& path);
+    bool leavesOut(const ComparablePath& path);
     void found(const std::wstring& path);
     void notEntered(const std::wstring& path, DWORD reparseTag);
 

@@ -298,7 +298,7 @@ bool BackupRun::generateList() {
         const char* const reason = error == ERROR_NO_UNICODE_TRANSLATION ? brokenNameText : "";
         recorded = addFailed(path, error, reason) && recorded;
     };
-    options.leavesOut = [&](const std::wstring& path) { return notes_->leavesOut(path); };
+    options.leavesOut = [&](const ComparablePath& path) { return notes_->leavesOut(path); };
     options.found = [&](const std::wstring& path) { notes_->found(path); };
     options.leftOut = [&](const std::wstring& path, DWORD tag) { notes_->notEntered(path, tag); };
     for (const std::wstring& source : job_.backup().source()) {

@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <array>
+#include <span>
 
+#include "base/file_bytes.h"
 #include "base/paths.h"
 
 namespace dorvo {
@@ -21,45 +23,30 @@ bool MadeFolders::forget(const std::wstring& path) {
            GetLastError() == ERROR_PATH_NOT_FOUND;
 }
 
-// At the end of the last whole number.
+// Of a number that a full disk or a power cut has torn nothing counts.
 bool MadeFolders::open() {
-    if (!createDirectories(path_.substr(0, path_.rfind(L'\\')))) {
-        return false;
+    uint64_t size = 0;
+    file_ = openToChange(path_);
+    if (file_ && fileSize(file_.get(), size)) {
+        end_ = size - size % sizeof(last_);
+        if (end_ == 0 || readFileAt(file_.get(), end_ - sizeof(last_),
+                                    std::as_writable_bytes(std::span(&last_, 1)))) {
+            return true;
+        }
     }
-    file_.reset(CreateFileW(longPath(path_).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    LARGE_INTEGER size{};
-    if (!file_ || GetFileSizeEx(file_.get(), &size) == 0) {
-        file_.reset();
-        return false;
-    }
-    constexpr LONGLONG width = sizeof(last_);
-    LARGE_INTEGER at{};
-    at.QuadPart = size.QuadPart - size.QuadPart % width;
-    DWORD read = 0;
-    if (at.QuadPart != 0) {
-        at.QuadPart -= width;
-        SetFilePointerEx(file_.get(), at, nullptr, FILE_BEGIN);
-        ReadFile(file_.get(), &last_, sizeof(last_), &read, nullptr);
-    }
-    return true;
+    file_.reset();
+    return false;
 }
 
 bool MadeFolders::add(uint32_t number) {
     if (number == last_) {
         return true;
     }
-    if (!file_ && !open()) {
+    if ((!file_ && !open()) ||
+        !writeFileAt(file_.get(), end_, std::as_bytes(std::span(&number, 1)))) {
         return false;
     }
-    DWORD written = 0;
-    if (WriteFile(file_.get(), &number, sizeof(number), &written, nullptr) == 0) {
-        return false;
-    }
-    if (written != sizeof(number)) {
-        SetLastError(ERROR_DISK_FULL);
-        return false;
-    }
+    end_ += sizeof(number);
     last_ = number;
     return true;
 }

@@ -36,6 +36,7 @@ private:
 
     std::wstring path_;
     FileHandle file_;
+    uint64_t end_ = 0;  // of the whole numbers
     uint32_t last_ = 0;
 };
 

@@ -4,7 +4,9 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <span>
 
+#include "base/file_bytes.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
@@ -105,17 +107,12 @@ bool PlacingRecord::openFile() {
         SetLastError(ERROR_INVALID_NAME);
         return false;
     }
-    if (!createDirectories(path_.substr(0, path_.rfind(L'\\')))) {
-        return false;
+    file_ = openToChange(path_);
+    if (file_ && fileSize(file_.get(), length_)) {
+        return true;
     }
-    file_.reset(CreateFileW(longPath(path_).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    LARGE_INTEGER size{};
-    if (!file_ || GetFileSizeEx(file_.get(), &size) == 0) {
-        return false;
-    }
-    length_ = static_cast<size_t>(size.QuadPart);
-    return true;
+    file_.reset();
+    return false;
 }
 
 // In one write, and filled up with blanks to what was there: a process that is killed leaves the
@@ -132,15 +129,8 @@ bool PlacingRecord::write() {
         object[writtenKey] = content_.identity.written;
     }
     std::string text = json_spirit::write(json_spirit::Value(object)) + "\n";
-    text.resize(std::max(text.size(), length_), ' ');
-    OVERLAPPED begin{};
-    DWORD written = 0;
-    if (WriteFile(file_.get(), text.data(), static_cast<DWORD>(text.size()), &written, &begin) ==
-        0) {
-        return false;
-    }
-    if (written != text.size()) {
-        SetLastError(ERROR_DISK_FULL);
+    text.resize(std::max<size_t>(text.size(), length_), ' ');
+    if (!writeFileAt(file_.get(), 0, std::as_bytes(std::span(text)))) {
         return false;
     }
     length_ = text.size();

@@ -75,7 +75,7 @@ private:
     std::wstring path_;
     FileHandle file_;  // from the first announce() on
     Content content_;
-    size_t length_ = 0;           // of the file
+    uint64_t length_ = 0;         // of the file
     std::wstring flushedFolder_;  // that the disk knows to hold siblings of this run
     bool unsettled_ = false;      // a sibling may be there
 };

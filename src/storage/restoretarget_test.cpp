@@ -254,6 +254,29 @@ TEST_F(Target, LeavesTheGoodFileWhenItFails) {
     expectOld();
 }
 
+TEST_F(Target, LeavesNothingOfAPackageThatCannotBeDecoded) {
+    const std::string package = fileContent(package_);
+    storeFile(package_, package.substr(0, package.size() - 16));
+    PlacingRecord record("placing test");
+    target_.emplace(folder_ + L"\\sub\\a.txt", run, 17, &record);
+    EXPECT_FALSE(ready());
+    expectNoSibling();
+    EXPECT_FALSE(exists(path()));
+    storeFile(target_->sibling(), "somebody's");
+    EXPECT_TRUE(record.removeSibling() && exists(target_->sibling())) << "it was let go";
+    record.finish();
+}
+
+TEST_F(Target, IsNeverPutInTheFoldersPlace) {
+    ASSERT_TRUE(createDirectories(path() + L"\\kept"));
+    for (const bool replace : {true, false}) {
+        ASSERT_TRUE(ready());
+        EXPECT_FAILS(replace ? ERROR_CANNOT_MAKE : ERROR_FILE_EXISTS, target_->place(replace));
+        expectNoSibling();
+        EXPECT_TRUE(exists(path() + L"\\kept"));
+    }
+}
+
 TEST_F(Target, WritesOverWhatAKilledRunHasLeft) {
     ASSERT_TRUE(target_->makeParents());
     storeFile(target_->sibling(), "half a fi");

@@ -98,6 +98,24 @@ class LocalTest(SystemTest):
         self.assertIn(f"The job 'both' no longer backs up {windows_path(link)}.", run.out)
         self.assertIn("The job 'both' no longer compresses files.", run.out)
 
+    def test_no_link_in_a_jobs_folder_costs_what_it_leads_to(self):
+        """Only Windows takes the link itself away."""
+        system = LocalSystem(self, "own link")
+        machine, kept = system.machine, system.folder / "elsewhere" / "sub" / "kept.txt"
+        write(system.tree / "a.txt", b"a")
+        write(kept, b"somebody's")
+        machine.agent("backup", windows_path(system.tree), *system.local)
+        packages = machine.job_folder(system.job()) / "tmp"
+        shutil.rmtree(packages, ignore_errors=True)
+        packages.symlink_to(kept.parent.parent)
+        machine.agent("start", system.job())
+        self.assertTrue(kept.exists(), "a run makes room for its packages")
+        (packages.parent / "deeper").mkdir()
+        (packages.parent / "deeper" / "link").symlink_to(kept.parent)
+        machine.start("remove", system.job()).wait(60)
+        self.assertTrue(kept.exists(), "the job is removed")
+        self.assertFalse((packages.parent / "def").exists())
+
     def test_the_agents_own_folder_is_backed_up_in_part_and_never_restored_into(self):
         system = LocalSystem(self, "own")
         machine = system.machine

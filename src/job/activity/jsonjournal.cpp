@@ -2,8 +2,10 @@
 
 #include <windows.h>
 
+#include <span>
 #include <utility>
 
+#include "base/file_bytes.h"
 #include "base/paths.h"
 #include "base/sharing_retry.h"
 #include "json_spirit/json_spirit.h"
@@ -95,25 +97,13 @@ bool JsonJournal::openForAppending() {
 }
 
 bool JsonJournal::append(size_t place, const Value& element) {
-    LARGE_INTEGER end;
-    end.QuadPart = static_cast<LONGLONG>(end_);
-    if ((!file_ && !openForAppending()) ||
-        SetFilePointerEx(file_.get(), end, nullptr, FILE_BEGIN) == 0 ||
-        SetEndOfFile(file_.get()) == 0) {
+    if ((!file_ && !openForAppending()) || !resizeFile(file_.get(), end_)) {
         return false;
     }
     const std::string line =
         json_spirit::write(Value(Array{static_cast<uint64_t>(place), element})) + "\n";
-    DWORD written = 0;
-    if (WriteFile(file_.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr) ==
-        0) {
-        return false;
-    }
-    if (written != line.size()) {
-        SetLastError(ERROR_DISK_FULL);
-        return false;
-    }
-    if (FlushFileBuffers(file_.get()) == 0) {
+    if (!writeFileAt(file_.get(), end_, std::as_bytes(std::span(line))) ||
+        FlushFileBuffers(file_.get()) == 0) {
         return false;
     }
     end_ += line.size();

@@ -1,25 +1,8 @@
 #include "job/source/excludedpaths.h"
 
-#include <algorithm>
-
 #include "base/text.h"
 
 namespace dorvo {
-
-std::wstring ExcludedPaths::comparable(std::wstring_view path) {
-    std::wstring result(path);
-    std::replace(result.begin(), result.end(), L'/', L'\\');
-    if (result.starts_with(L"\\\\?\\UNC\\")) {
-        result.erase(2, 6);
-    } else if (result.starts_with(L"\\\\?\\")) {
-        result.erase(0, 4);
-    }
-    while (!result.empty() && result.back() == L'\\') {
-        result.pop_back();
-    }
-    foldCase(result);
-    return result;
-}
 
 ExcludedPaths::ExcludedPaths(const ExclusionList& exclusions, const std::string& jobId) {
     for (const char* list : {everyJobList, jobId.c_str()}) {
@@ -35,19 +18,17 @@ ExcludedPaths::ExcludedPaths(const ExclusionList& exclusions, const std::string&
     }
 }
 
-void ExcludedPaths::add(std::wstring_view path) {
-    std::wstring entry = comparable(path);
-    if (!entry.empty()) {
-        paths_.insert(std::move(entry));
+void ExcludedPaths::add(const ComparablePath& path) {
+    if (!path.text().empty()) {
+        paths_.insert(path.text());
     }
 }
 
-bool ExcludedPaths::contains(std::wstring_view path) const {
+bool ExcludedPaths::contains(const ComparablePath& path) const {
     if (paths_.empty()) {
         return false;
     }
-    const std::wstring whole = comparable(path);
-    std::wstring_view above = whole;
+    std::wstring_view above = path.text();
     while (!above.empty()) {
         if (paths_.contains(above)) {
             return true;

@@ -7,8 +7,8 @@
 
 #include <set>
 #include <string>
-#include <string_view>
 
+#include "job/source/comparablepath.h"
 #include "job/source/exclusionlist.h"
 
 namespace dorvo {
@@ -19,11 +19,8 @@ public:
     // The paths that count for a job.
     ExcludedPaths(const ExclusionList& exclusions, const std::string& jobId);
 
-    void add(std::wstring_view path);
-    bool contains(std::wstring_view path) const;
-
-    // The form in which paths are compared: backslashes, no \\?\, no trailing one, upper case.
-    static std::wstring comparable(std::wstring_view path);
+    void add(const ComparablePath& path);
+    bool contains(const ComparablePath& path) const;
 
 private:
     std::set<std::wstring, std::less<>> paths_;  // in comparable form

@@ -5,17 +5,17 @@
 
 #include "base/log.h"
 #include "base/text.h"
-#include "job/source/excludedpaths.h"
+#include "job/source/comparablepath.h"
 #include "settings/storefile.h"
 
 namespace dorvo {
 namespace {
 
 json_spirit::Array::iterator findPath(json_spirit::Array& paths, const std::string& path) {
-    const std::wstring wanted = ExcludedPaths::comparable(toWide(path));
+    const ComparablePath wanted(toWide(path));
     return std::find_if(paths.begin(), paths.end(), [&](const json_spirit::Value& entry) {
         return entry.type() == json_spirit::str_type &&
-               ExcludedPaths::comparable(toWide(entry.get_str())) == wanted;
+               ComparablePath(toWide(entry.get_str())).text() == wanted.text();
     });
 }
 

@@ -50,8 +50,9 @@ SourceWalk::Rules JobActivitySourceGenerator::walkRules() {
     rules.followSources = true;
     rules.excluded = [this](const std::wstring& path) {
         const std::wstring live = toLivePath(path, walked_, source_);
-        return options_.excluded.contains(live) || isOtherSource(live) ||
-               (options_.leavesOut && options_.leavesOut(live));
+        const ComparablePath compared(live);
+        return options_.excluded.contains(compared) || isOtherSource(live, compared) ||
+               (options_.leavesOut && options_.leavesOut(compared));
     };
     rules.refused = [this](const std::wstring& path) {
         const std::wstring live = toLivePath(path, walked_, source_);
@@ -79,15 +80,15 @@ SourceWalk::Rules JobActivitySourceGenerator::walkRules() {
     return rules;
 }
 
-bool JobActivitySourceGenerator::isOtherSource(const std::wstring& live) const {
-    return sources_.size() > 1 && live != source_ &&
-           sources_.contains(ExcludedPaths::comparable(live));
+bool JobActivitySourceGenerator::isOtherSource(const std::wstring& live,
+                                               const ComparablePath& compared) const {
+    return sources_.size() > 1 && live != source_ && sources_.contains(compared.text());
 }
 
 bool JobActivitySourceGenerator::write(const VolumeMap& volumes) {
     for (const auto& [path, volume] : volumes) {
         for (const std::wstring& source : volume->sources) {
-            sources_.insert(ExcludedPaths::comparable(source));
+            sources_.insert(ComparablePath(source).text());
         }
     }
     const SourceWalk::Rules rules = walkRules();

@@ -37,7 +37,7 @@ public:
         FilterPolicy* filter = nullptr;  // borrowed, null lets everything pass
         ExcludedPaths excluded;          // live paths left out with all that lies below them
         // True leaves out an entry, by its live path, and all below it. Null leaves out nothing.
-        std::function<bool(const std::wstring& path)> leavesOut;
+        std::function<bool(const ComparablePath& path)> leavesOut;
         IncrementCheck* check = nullptr;    // borrowed, null sends every file
         const interrupter* stop = nullptr;  // borrowed, asked between batches
         // Told of what a backup would lack, with its live path and an error code: an entry that no
@@ -75,7 +75,7 @@ private:
 
     void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override;
     SourceWalk::Rules walkRules();
-    bool isOtherSource(const std::wstring& live) const;
+    bool isOtherSource(const std::wstring& live, const ComparablePath& compared) const;
     bool write(const VolumeMap& volumes);
     bool writeVolume(const JobVolume& volume, const SourceWalk::Rules& rules);
     bool writeBatch();

@@ -7,7 +7,6 @@
 
 #include "base/handle.h"
 #include "base/paths.h"
-#include "job/source/excludedpaths.h"
 
 namespace dorvo {
 namespace {
@@ -50,16 +49,17 @@ OwnData::OwnData() : OwnData(dataPath()) {}
 
 OwnData::OwnData(std::wstring directory) : directory_(std::move(directory)) {
     if (!directory_.empty()) {
-        names_.insert(ExcludedPaths::comparable(directory_));
-        tail_ = lastTwoNames(ExcludedPaths::comparable(directory_));
+        const ComparablePath own(directory_);
+        names_.insert(own.text());
+        tail_ = lastTwoNames(own.text());
     }
 }
 
-std::optional<std::wstring> OwnData::partOf(std::wstring_view path) {
+std::optional<std::wstring> OwnData::partOf(const ComparablePath& path) {
     if (tail_.empty()) {
         return std::nullopt;
     }
-    const std::wstring whole = ExcludedPaths::comparable(path);
+    const std::wstring& whole = path.text();
     for (size_t at = whole.find(tail_); at != std::wstring::npos; at = whole.find(tail_, at + 1)) {
         const size_t end = at + tail_.size();
         if ((end == whole.size() || whole[end] == L'\\') && isDirectory(whole.substr(0, end))) {
@@ -69,7 +69,7 @@ std::optional<std::wstring> OwnData::partOf(std::wstring_view path) {
     return std::nullopt;
 }
 
-bool OwnData::leavesOut(std::wstring_view path) {
+bool OwnData::leavesOut(const ComparablePath& path) {
     static constexpr std::array<std::wstring_view, 4> kept = {L"", L"OPTIONS", L"EXCLUSIONS",
                                                               L"JOB"};
     const std::optional<std::wstring> part = partOf(path);

@@ -12,7 +12,8 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
+
+#include "job/source/comparablepath.h"
 
 namespace dorvo {
 
@@ -24,10 +25,10 @@ public:
 
     // What of the path lies in the directory, in upper case: L"JOB\\1\\INFO", empty for the
     // directory itself; nothing for a path elsewhere.
-    std::optional<std::wstring> partOf(std::wstring_view path);
+    std::optional<std::wstring> partOf(const ComparablePath& path);
 
     // Whether a backup leaves out the path and all below it.
-    bool leavesOut(std::wstring_view path);
+    bool leavesOut(const ComparablePath& path);
 
     const std::wstring& directory() const { return directory_; }
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <span>
 
+#include "base/file_bytes.h"
 #include "base/handle.h"
 #include "base/last_error.h"
 #include "base/log.h"
@@ -13,7 +14,6 @@
 #include "storage/itemtemppath.h"
 #include "storage/local/localbackupstorage.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localfile.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localpath.h"
 #include "storage/record_order.h"
@@ -122,7 +122,7 @@ bool LocalBackupStorage::copy(const Item& item, uint64_t size, std::string& md5)
         }
         const auto block = std::span(block_).first(
             static_cast<size_t>(std::min<uint64_t>(uploadBlockSize, size - offset)));
-        if (!readLocalFile(package.get(), offset, block)) {
+        if (!readFileAt(package.get(), offset, block)) {
             return false;
         }
         digest.update(block);

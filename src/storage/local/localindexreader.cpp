@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/file_bytes.h"
 #include "base/paths.h"
-#include "storage/local/localfile.h"
 
 namespace dorvo {
 namespace {
@@ -29,7 +29,7 @@ bool LocalIndexReader::open(HANDLE file, uint64_t size) {
     file_ = file;
     offset_ = 0;
     buffer_.clear();
-    if (!localFileSize(file, size_)) {
+    if (!fileSize(file, size_)) {
         return false;
     }
     if (size != wholeFile && size > size_) {
@@ -79,7 +79,7 @@ bool LocalIndexReader::have(size_t count, std::span<const std::byte>& bytes) {
         const uint64_t left = size_ - offset_;
         buffer_.resize(static_cast<size_t>(std::min<uint64_t>(std::max(count, windowSize), left)));
         bufferAt_ = offset_;
-        if (!readLocalFile(file_, offset_, buffer_)) {
+        if (!readFileAt(file_, offset_, buffer_)) {
             buffer_.clear();
             return false;
         }

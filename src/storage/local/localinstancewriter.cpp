@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "base/file_bytes.h"
 #include "base/md5.h"
 #include "base/paths.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localfile.h"
 #include "storage/local/localindexreader.h"
 
 namespace dorvo {
@@ -67,7 +67,7 @@ std::unique_ptr<LocalInstanceWriter> LocalInstanceWriter::open(const LocalPlace&
 
 bool LocalInstanceWriter::reset() {
     awaited_.reset();
-    if (!resizeLocalFile(index_.get(), 0) || !resizeLocalFile(packages_.get(), 0) ||
+    if (!resizeFile(index_.get(), 0) || !resizeFile(packages_.get(), 0) ||
         (DeleteFileW(longPath(place_.awaited(id_)).c_str()) == 0 &&
          GetLastError() != ERROR_FILE_NOT_FOUND)) {
         return false;
@@ -78,11 +78,11 @@ bool LocalInstanceWriter::reset() {
 bool LocalInstanceWriter::load() {
     indexEnd_ = packagesEnd_ = checkedTo_ = sinceCheckpoint_ = carried_ = items_ = records_ = 0;
     uint64_t size = 0;
-    if (!localFileSize(index_.get(), size)) {
+    if (!fileSize(index_.get(), size)) {
         return false;
     }
     if (size < magic().size()) {
-        if (!resizeLocalFile(index_.get(), 0) || !write(magic())) {
+        if (!resizeFile(index_.get(), 0) || !write(magic())) {
             return false;
         }
         checkedTo_ = itemsEnd_ = indexEnd_;
@@ -103,7 +103,7 @@ bool LocalInstanceWriter::load() {
                        ended == ERROR_INVALID_DATA;
     itemsEnd_ = indexEnd_;
     SetLastError(ended);
-    return whole && resizeLocalFile(index_.get(), indexEnd_);
+    return whole && resizeFile(index_.get(), indexEnd_);
 }
 
 // Folders are never carried over.
@@ -161,7 +161,7 @@ bool LocalInstanceWriter::verify(const interrupter& stop) {
                 return false;
             }
             piece.resize(static_cast<size_t>(std::min<uint64_t>(pieceSize, record.size - done)));
-            if (!readLocalFile(packages_.get(), record.offset + done, piece)) {
+            if (!readFileAt(packages_.get(), record.offset + done, piece)) {
                 if (GetLastError() == ERROR_HANDLE_EOF) {
                     SetLastError(ERROR_INVALID_DATA);
                 }
@@ -191,11 +191,11 @@ bool LocalInstanceWriter::plan(std::span<const LocalRecord> carried,
     if (!awaited_) {
         awaited_ = openForWriting(place_.awaited(id_));
         awaitedEnd_ = magic().size();
-        if (!awaited_ || !writeLocalFile(awaited_.get(), 0, magic())) {
+        if (!awaited_ || !writeFileAt(awaited_.get(), 0, magic())) {
             return false;
         }
     }
-    if (!encode(awaited, bytes_) || !writeLocalFile(awaited_.get(), awaitedEnd_, bytes_)) {
+    if (!encode(awaited, bytes_) || !writeFileAt(awaited_.get(), awaitedEnd_, bytes_)) {
         return false;
     }
     awaitedEnd_ += bytes_.size();
@@ -203,10 +203,10 @@ bool LocalInstanceWriter::plan(std::span<const LocalRecord> carried,
 }
 
 bool LocalInstanceWriter::write(std::span<const std::byte> records) {
-    if (torn_ && !resizeLocalFile(index_.get(), indexEnd_)) {
+    if (torn_ && !resizeFile(index_.get(), indexEnd_)) {
         return false;
     }
-    torn_ = !writeLocalFile(index_.get(), indexEnd_, records);
+    torn_ = !writeFileAt(index_.get(), indexEnd_, records);
     if (!torn_) {
         indexEnd_ += records.size();
     }
@@ -242,17 +242,17 @@ bool LocalInstanceWriter::checkpoint() {
 }
 
 bool LocalInstanceWriter::readPackage(uint64_t offset, std::span<std::byte> bytes) const {
-    return readLocalFile(packages_.get(), packagesEnd_ + offset, bytes);
+    return readFileAt(packages_.get(), packagesEnd_ + offset, bytes);
 }
 
 bool LocalInstanceWriter::writePackage(uint64_t offset, std::span<const std::byte> bytes) {
-    return writeLocalFile(packages_.get(), packagesEnd_ + offset, bytes);
+    return writeFileAt(packages_.get(), packagesEnd_ + offset, bytes);
 }
 
 bool LocalInstanceWriter::finish(std::span<const LocalRecord> failed) {
     // An end that failed half-way may be tried again.
     if (indexEnd_ != itemsEnd_) {
-        if (!resizeLocalFile(index_.get(), itemsEnd_)) {
+        if (!resizeFile(index_.get(), itemsEnd_)) {
             return false;
         }
         indexEnd_ = itemsEnd_;
@@ -265,14 +265,14 @@ bool LocalInstanceWriter::finish(std::span<const LocalRecord> failed) {
     failedRecords_ = failed.size();
     records_ += failedRecords_;
     uint64_t size = 0;
-    if (!localFileSize(packages_.get(), size)) {
+    if (!fileSize(packages_.get(), size)) {
         return false;
     }
     if (size < packagesEnd_) {
         SetLastError(ERROR_INVALID_DATA);
         return false;
     }
-    return resizeLocalFile(packages_.get(), packagesEnd_) && flushed(packages_.get()) &&
+    return resizeFile(packages_.get(), packagesEnd_) && flushed(packages_.get()) &&
            flushed(index_.get());
 }
 

@@ -1,10 +1,10 @@
 // What a run that goes on has in its index of the items of its source list.
 #include <functional>
 
+#include "base/file_bytes.h"
 #include "base/text.h"
 #include "job/activity/jobactsrcreader.h"
 #include "job/activity/sourcerecord.h"
-#include "storage/local/localfile.h"
 #include "storage/local/localindexreader.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localpath.h"
@@ -96,7 +96,7 @@ bool LocalInstanceWriter::keepItems(const Expected& expected, const interrupter&
     if (!nextStored() || !eachListed(expected, stop, isThere)) {
         return false;
     }
-    return begin == indexEnd_ || (resizeLocalFile(index_.get(), begin) && load());
+    return begin == indexEnd_ || (resizeFile(index_.get(), begin) && load());
 }
 
 }  // namespace dorvo

@@ -3,12 +3,12 @@
 #include <span>
 #include <vector>
 
+#include "base/file_bytes.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localfile.h"
 #include "storage/local/localindexreader.h"
 #include "storage/local/localpath.h"
 
@@ -37,7 +37,7 @@ const LocalPackages::Container& LocalPackages::container(const LocalInstanceId& 
     if (isNew) {
         const FileHandle file = openPackages(place_, id);
         if (file) {
-            localFileSize(file.get(), found->second.size);
+            fileSize(file.get(), found->second.size);
         }
         // As far as the notes are whole.
         LocalIndexReader notes;
@@ -84,11 +84,11 @@ bool LocalPackages::append(const LocalRecord& record) {
         while (notes.next(note)) {
         }
         end = notes.offset();
-    } else if (!writeLocalFile(file.get(), 0, magic)) {
+    } else if (!writeFileAt(file.get(), 0, magic)) {
         return false;
     }
-    return writeLocalFile(file.get(), end, bytes) &&
-           resizeLocalFile(file.get(), end + bytes.size()) && FlushFileBuffers(file.get()) != 0;
+    return writeFileAt(file.get(), end, bytes) && resizeFile(file.get(), end + bytes.size()) &&
+           FlushFileBuffers(file.get()) != 0;
 }
 
 HANDLE LocalPackages::open(const LocalRecord& record) {
@@ -97,7 +97,7 @@ HANDLE LocalPackages::open(const LocalRecord& record) {
         opened_ = record.container;
     }
     uint64_t size = 0;
-    if (!file_ || !localFileSize(file_.get(), size)) {
+    if (!file_ || !fileSize(file_.get(), size)) {
         return INVALID_HANDLE_VALUE;
     }
     if (!liesIn(record, size)) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/file_bytes.h"
 #include "base/handle.h"
 #include "base/last_error.h"
 #include "base/log.h"
@@ -13,7 +14,6 @@
 #include "base/uuid.h"
 #include "settings/storefile.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localfile.h"
 
 namespace dorvo {
 namespace {
@@ -79,7 +79,7 @@ bool LocalPlace::load(const std::string& id, LocalInstanceDocument& document) co
                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     uint64_t size = 0;
     std::string text;
-    if (!file || !localFileSize(file.get(), size) ||
+    if (!file || !fileSize(file.get(), size) ||
         (size <= longestDocument && !readStore(std::move(file), text))) {
         return false;
     }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/disk_room.h"
+#include "base/file_bytes.h"
 #include "base/handle.h"
 #include "base/key_error.h"
 #include "base/last_error.h"
@@ -17,7 +18,6 @@
 #include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localfile.h"
 #include "storage/local/localindexcursor.h"
 #include "storage/local/localpackages.h"
 #include "storage/local/localpath.h"
@@ -207,8 +207,8 @@ bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& p
                                     FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                                     nullptr));
     uint64_t there = 0;
-    if (!to || !localFileSize(to.get(), there) ||
-        (there > record.size && !resizeLocalFile(to.get(), record.size))) {
+    if (!to || !fileSize(to.get(), there) ||
+        (there > record.size && !resizeFile(to.get(), record.size))) {
         return false;
     }
     const uint64_t copied =
@@ -238,14 +238,14 @@ bool LocalRestoreStorage::copy(const LocalRecord& record, HANDLE from, HANDLE to
         }
         block.resize(static_cast<size_t>(std::min<uint64_t>(uploadBlockSize, record.size - done)));
         if (done < kept) {
-            if (!readLocalFile(to, done, block)) {
+            if (!readFileAt(to, done, block)) {
                 return false;
             }
         } else {
-            if (!readLocalFile(from, record.offset + done, block)) {
+            if (!readFileAt(from, record.offset + done, block)) {
                 return failedIn(place_.location());
             }
-            if (!writeLocalFile(to, done, block)) {
+            if (!writeFileAt(to, done, block)) {
                 return false;
             }
             storeOrder();

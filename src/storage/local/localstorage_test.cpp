@@ -45,6 +45,7 @@ TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
     const std::wstring mark = location_ + L"\\dorvo-backups.txt";
     const std::wstring away = folder_.path() + L"\\away";
     ASSERT_TRUE(DeleteFileW(mark.c_str()));
+    EXPECT_TRUE(restore()->start() && list(page_)) << "the job's folder tells as well";
     begin(2);
     started();
     EXPECT_TRUE(fileExists(mark)) << "a place of an older version has got none";

@@ -10,12 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "base/file_bytes.h"
 #include "base/handle.h"
 #include "base/local_time.h"
 #include "job/activity/jobactsrcreader.h"
 #include "job/activity/jobactsrcwriter.h"
 #include "storage/local/localbackupstorage.h"
-#include "storage/local/localfile.h"
 #include "storage/local/localincrementcheck.h"
 #include "storage/local/localplace.h"
 #include "storage/local/localrestorecatalog.h"
@@ -135,14 +135,14 @@ protected:
         change(file.get());
     }
     static void cut(const std::wstring& path, uint64_t size) {
-        change(path, [&](HANDLE file) { ASSERT_TRUE(resizeLocalFile(file, size)); });
+        change(path, [&](HANDLE file) { ASSERT_TRUE(resizeFile(file, size)); });
     }
     static void flip(const std::wstring& path, uint64_t offset) {
         change(path, [&](HANDLE file) {
             std::byte byte{};
-            ASSERT_TRUE(readLocalFile(file, offset, std::span(&byte, 1)));
+            ASSERT_TRUE(readFileAt(file, offset, std::span(&byte, 1)));
             byte ^= std::byte{4};
-            ASSERT_TRUE(writeLocalFile(file, offset, std::span(&byte, 1)));
+            ASSERT_TRUE(writeFileAt(file, offset, std::span(&byte, 1)));
         });
     }
     static uint64_t sizeOfFile(const std::wstring& path) {

@@ -1,4 +1,6 @@
-#include "storage/local/localfile.h"
+#include "base/file_bytes.h"
+
+#include "base/paths.h"
 
 namespace dorvo {
 namespace {
@@ -11,7 +13,16 @@ bool seek(HANDLE file, uint64_t offset) {
 
 }  // namespace
 
-bool localFileSize(HANDLE file, uint64_t& size) {
+FileHandle openToChange(const std::wstring& path) {
+    if (!createDirectories(path.substr(0, path.rfind(L'\\')))) {
+        return {};
+    }
+    return FileHandle(CreateFileW(longPath(path).c_str(), GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                                  nullptr));
+}
+
+bool fileSize(HANDLE file, uint64_t& size) {
     LARGE_INTEGER value;
     if (GetFileSizeEx(file, &value) == 0) {
         return false;
@@ -20,7 +31,7 @@ bool localFileSize(HANDLE file, uint64_t& size) {
     return true;
 }
 
-bool readLocalFile(HANDLE file, uint64_t offset, std::span<std::byte> bytes) {
+bool readFileAt(HANDLE file, uint64_t offset, std::span<std::byte> bytes) {
     if (!seek(file, offset)) {
         return false;
     }
@@ -38,7 +49,7 @@ bool readLocalFile(HANDLE file, uint64_t offset, std::span<std::byte> bytes) {
     return true;
 }
 
-bool writeLocalFile(HANDLE file, uint64_t offset, std::span<const std::byte> bytes) {
+bool writeFileAt(HANDLE file, uint64_t offset, std::span<const std::byte> bytes) {
     DWORD count = 0;
     if (!seek(file, offset) ||
         WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr) == 0) {
@@ -48,7 +59,7 @@ bool writeLocalFile(HANDLE file, uint64_t offset, std::span<const std::byte> byt
     return count == bytes.size();
 }
 
-bool resizeLocalFile(HANDLE file, uint64_t size) {
+bool resizeFile(HANDLE file, uint64_t size) {
     return seek(file, size) && SetEndOfFile(file) != 0;
 }
 
