@@ -37,6 +37,11 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::string& path() const { return path_; }
+    void clear() const {
+        for (const auto& entry : std::filesystem::directory_iterator(path_)) {
+            std::filesystem::remove_all(entry);
+        }
+    }
 
 private:
     std::string path_ = std::filesystem::temp_directory_path() / "dorvo-fuzz-XXXXXX";
@@ -86,9 +91,9 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const TemporaryFolder folder;
+    folder.clear();
     SqliteCatalog catalog(":memory:");
     FileBlockStore blocks(folder.path());
-    blocks.sweep([](int64_t) { return false; });
     catalog.addUser("alice", "");
     catalog.addSession(sha256(std::string(64, 'a')), "alice", "pc", std::time(nullptr),
                        sessionLifetime);

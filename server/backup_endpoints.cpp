@@ -4,6 +4,7 @@
 #include <boost/json.hpp>
 #include <utility>
 
+#include "given_up.h"
 #include "instance_access.h"
 #include "json_body.h"
 #include "service_error.h"
@@ -78,6 +79,9 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     const Instance instance = openOrFind(session, name, definition, compress);
     requireOpen(instance);
     const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
+    if (first) {
+        freeGivenUp(catalog_, blocks_);
+    }
     json::array wanted;
     for (size_t i = 0; i < files.size(); ++i) {
         if (send[i]) {
@@ -150,9 +154,11 @@ json::object BackupEndpoints::endJob(const Session& session, const json::object&
         throw IncompleteBackup(std::move(paths));
     }
     // The order makes "completed" a promise: bytes and their names first, then the state.
-    if (!blocks_.sync(instance.id, catalog_.packedLength(instance.id))) {
-        catalog_.damageInstance(instance.id);
-        throw ServiceError(409, "the backup has lost data at the server");
+    for (const PackedContainer& container : catalog_.listPacked(instance.id)) {
+        if (!blocks_.sync(container.id, container.length)) {
+            catalog_.damageInstance(instance.id);
+            throw ServiceError(409, "the backup has lost data at the server");
+        }
     }
     catalog_.completeInstance(instance.id, endTime);
     return {};
@@ -166,10 +172,9 @@ json::object BackupEndpoints::cancelJob(const Session& session, const json::obje
         refuseState(instance);
     }
     if (instance.state != InstanceState::cancelled) {
-        // Should the process die in between, the next start of the service frees the bytes.
         catalog_.cancelInstance(instance.id);
-        blocks_.remove(instance.id);
     }
+    freeGivenUp(catalog_, blocks_);
     return {};
 }
 

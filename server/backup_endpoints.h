@@ -36,6 +36,8 @@ private:
     // The user's own instance, made pending when it does not exist; the definition must be its own.
     Instance openOrFind(const Session& session, std::string_view name, std::string_view definition,
                         bool compress);
+    // The data is what is stored as block k of the file.
+    bool holds(const StoredFile& file, int64_t k, std::string_view data);
 
     Catalog& catalog_;
     BlockStore& blocks_;

@@ -67,7 +67,7 @@ void checkBlock(const StoredFile& file, int64_t instance, int64_t k, std::string
     if (static_cast<int64_t>(data.size()) != std::min(blockBytes, file.size - begin)) {
         throw ServiceError(400, "the block has not the size it must have");
     }
-    if (file.container != instance) {
+    if (file.owner != instance) {
         throw ServiceError(409, "the file is carried over from an earlier backup");
     }
     if (k > file.blocks + 1) {
@@ -87,23 +87,33 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
         refuseState(instance);
     }
     const auto known = catalog_.findFile(instance.id, path);
-    const bool ownPackage =
-        known && known->kind == FileKind::file && known->container == instance.id;
+    const bool hasPlace = known && known->owner == instance.id;
     file.compress = known ? known->compress : instance.compress;
-    file.container = instance.id;
-    int64_t reserved = instance.reserved;
-    if (ownPackage && file.kind == FileKind::file && known->size == file.size) {
+    const bool keepsPlace = hasPlace && known->size == file.size;
+    if (keepsPlace) {
+        file.container = known->container;
         file.offset = known->offset;
         file.blocks = known->blocks;
-    } else {
-        file.offset = reserved;
-        reserved += file.size;
     }
-    catalog_.putFile(instance.id, path, file, reserved);
-    if (ownPackage && file.offset != known->offset) {
-        blocks_.discard(instance.id, known->offset, known->size);
+    if (keepsPlace || file.size == 0) {
+        catalog_.putFile(instance.id, path, file);
+    } else {
+        catalog_.placeFile(instance.id, path, file, blocks_.limit());
+    }
+    if (hasPlace && !keepsPlace) {
+        blocks_.discard(known->container, known->offset, known->size);
     }
     return {};
+}
+
+bool BackupEndpoints::holds(const StoredFile& file, int64_t k, std::string_view data) {
+    std::string stored(data.size(), '\0');
+    try {
+        blocks_.read(file.container, file.offset + (k - 1) * blockBytes, stored);
+    } catch (const std::exception&) {
+        return false;  // it takes the place of what cannot be read
+    }
+    return stored == data;
 }
 
 json::object BackupEndpoints::uploadBlock(const Session& session, std::string_view contentType,
@@ -127,10 +137,13 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
     }
     checkBlock(*file, instance.id, k, block.content);
     if (k <= file->blocks) {
+        if (holds(*file, k, block.content)) {
+            return {};  // a repeat, perhaps a late one: the blocks above stay
+        }
         // Its old bytes are no longer to be counted on once new ones are being written over them.
         catalog_.setBlocks(instance.id, path, k - 1);
     }
-    blocks_.write(instance.id, file->offset + (k - 1) * blockBytes, block.content);
+    blocks_.write(file->container, file->offset + (k - 1) * blockBytes, block.content);
     catalog_.setBlocks(instance.id, path, k);
     return {};
 }

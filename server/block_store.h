@@ -1,4 +1,4 @@
-// Where package bytes are kept: containers, one a backup instance, that packages are laid into.
+// Where package bytes are kept: containers, one or more a backup, that packages are laid into.
 //
 // A container is named by a number and is made by its first write. The catalog says which stretch
 // of which container a package has; the store knows bytes only. Calls block, may come from any
@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string_view>
 
@@ -17,6 +16,9 @@ namespace dorvo {
 class BlockStore {
 public:
     virtual ~BlockStore() = default;
+
+    // Of a container, in bytes: what begins a new one. A single package may be longer.
+    [[nodiscard]] virtual int64_t limit() const = 0;
 
     virtual void write(int64_t container, int64_t offset, std::string_view bytes) = 0;
     // Fills the buffer from there. Throws when the container has lost what stood there.
@@ -28,8 +30,6 @@ public:
     [[nodiscard]] virtual bool sync(int64_t container, int64_t length) = 0;
     // Frees the container; one that is not there is no error.
     virtual void remove(int64_t container) = 0;
-    // Frees every container that the caller does not want kept.
-    virtual void sweep(const std::function<bool(int64_t)>& keep) = 0;
 };
 
 }  // namespace dorvo

@@ -36,14 +36,13 @@ struct InstanceTotals {
 };
 
 struct Instance {
-    int64_t id = 0;  // never used twice; also the id of the container that holds its packages
+    int64_t id = 0;  // never used twice
     std::string name;
     int64_t userId = 0;
     std::string machine;
     std::string definition;
     InstanceState state = InstanceState::pending;
     bool damaged = false;   // it may have lost data, to a power cut or its disk: it never completes
-    int64_t reserved = 0;   // bytes of its container that are given to packages
     bool compress = false;  // what its files are unless they say otherwise
     InstanceTotals totals;  // as the client announced them
 };
@@ -78,8 +77,15 @@ struct StoredFile {
     bool compress = false;
     int64_t size = 0;       // bytes of the package
     int64_t blocks = 0;     // blocks stored, without gaps from the first
-    int64_t container = 0;  // where the package lies in the block store
+    int64_t container = 0;  // where the package lies in the block store; 0 when it has no bytes
     int64_t offset = 0;
+    int64_t owner = 0;  // the instance whose container that is
+};
+
+// A container of an instance, and how long it must be to hold the packages that count.
+struct PackedContainer {
+    int64_t id = 0;
+    int64_t length = 0;
 };
 
 struct FailedFile {
@@ -137,14 +143,17 @@ public:
                                const InstanceTotals& totals) = 0;
     // Carries over from the base what is whole, did not fail there and has the same time, awaits
     // the rest; either replaces what the instance had under that path. Says for each whether it is
-    // to be sent. `first`: what the instance had is forgotten before.
+    // to be sent. `first`: what the instance had is forgotten before, and its containers given up.
     virtual std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
                                          bool compress, bool first) = 0;
 
     virtual std::optional<StoredFile> findFile(int64_t instance, std::string_view path) = 0;
-    // Adds or replaces a file, and sets how much of the instance's container is given away.
-    virtual void putFile(int64_t instance, std::string_view path, const StoredFile& file,
-                         int64_t reserved) = 0;
+    // Adds or replaces a file; its owner follows from its container.
+    virtual void putFile(int64_t instance, std::string_view path, const StoredFile& file) = 0;
+    // The same, and gives its package a place: behind what the instance's newest container has
+    // given away, or in a new one where that would come to more than the limit.
+    virtual void placeFile(int64_t instance, std::string_view path, StoredFile file,
+                           int64_t limit) = 0;
     virtual void setBlocks(int64_t instance, std::string_view path, int64_t blocks) = 0;
     // The paths that are awaited or lack blocks, and are not on the error list: at most `limit`,
     // and no more than the one that brings their bytes to `bytes`.
@@ -153,8 +162,13 @@ public:
 
     virtual void damageInstance(int64_t instance) = 0;
 
-    // How long the instance's own container must be to hold every package of it.
-    virtual int64_t packedLength(int64_t instance) = 0;
+    // The instance's own containers that hold whole packages.
+    virtual std::vector<PackedContainer> listPacked(int64_t instance) = 0;
+
+    // The containers that no instance has any more; each is on record until it is forgotten, and
+    // its number never comes again.
+    virtual std::vector<int64_t> listGivenUp() = 0;
+    virtual void forgetGivenUp(int64_t container) = 0;
 
     // A second error of the same path replaces the first.
     virtual void addErrors(int64_t instance, const std::vector<FailedFile>& errors) = 0;
@@ -163,7 +177,7 @@ public:
     // Durable, with everything that was changed before. Files that lack blocks leave the instance;
     // the error list has them.
     virtual void completeInstance(int64_t instance, std::string_view endTime) = 0;
-    // Forgets its files; it and its errors stay in the lists.
+    // Forgets its files and gives up its containers; it and its errors stay in the lists.
     virtual void cancelInstance(int64_t instance) = 0;
 
     // Oldest first. Empty machine or definition: all.

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <charconv>
 #include <stdexcept>
 #include <system_error>
 
@@ -29,7 +28,8 @@ FileDescriptor open(const fs::path& path, int flags) {
 
 }  // namespace
 
-FileBlockStore::FileBlockStore(fs::path folder) : folder_(std::move(folder)) {
+FileBlockStore::FileBlockStore(fs::path folder, int64_t limit)
+    : folder_(std::move(folder)), limit_(limit) {
     fs::create_directories(folder_);
 }
 
@@ -116,24 +116,6 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
 
 void FileBlockStore::remove(int64_t container) {
     fs::remove(path(container));
-}
-
-void FileBlockStore::sweep(const std::function<bool(int64_t)>& keep) {
-    for (const auto& folder : fs::directory_iterator(folder_)) {
-        if (!folder.is_directory()) {
-            continue;
-        }
-        for (const auto& file : fs::directory_iterator(folder)) {
-            const std::string name = file.path().stem().string();
-            int64_t number = 0;
-            const auto [end, error] =
-                std::from_chars(name.data(), name.data() + name.size(), number);
-            if (error == std::errc() && end == name.data() + name.size() &&
-                file.path().extension() == ".pkg" && !keep(number)) {
-                fs::remove(file.path());
-            }
-        }
-    }
 }
 
 void syncFolder(const fs::path& folder) {

@@ -1,8 +1,8 @@
 // Containers as plain files: <folder>/<two hexadecimal digits>/<number>.pkg
 //
-// One file a backup instance, not one a package: the end of a backup waits for the disk once,
-// however many small files it has, and a cancelled backup is freed with one call. The digits are
-// the low byte of the number.
+// A few files a backup, not one a package: the end of a backup waits for the disk once or a few
+// times, however many small files it has, and a cancelled backup is freed with as many calls. The
+// digits are the low byte of the number.
 #pragma once
 
 #include <filesystem>
@@ -14,20 +14,24 @@ namespace dorvo {
 
 class FileBlockStore : public BlockStore {
 public:
-    // Makes the folder when it is not there.
-    explicit FileBlockStore(std::filesystem::path folder);
+    // Well below what any file system takes in one file, and few files for even a large backup.
+    static constexpr int64_t usualLimit = int64_t{64} << 30U;
 
+    // Makes the folder when it is not there.
+    explicit FileBlockStore(std::filesystem::path folder, int64_t limit = usualLimit);
+
+    [[nodiscard]] int64_t limit() const override { return limit_; }
     void write(int64_t container, int64_t offset, std::string_view bytes) override;
     void read(int64_t container, int64_t offset, std::span<char> bytes) override;
     void discard(int64_t container, int64_t offset, int64_t length) override;
     bool sync(int64_t container, int64_t length) override;
     void remove(int64_t container) override;
-    void sweep(const std::function<bool(int64_t)>& keep) override;
 
 private:
     [[nodiscard]] std::filesystem::path path(int64_t container) const;
 
     std::filesystem::path folder_;
+    int64_t limit_;
 };
 
 // Makes names that were made or removed in the folder survive a power cut.

@@ -57,12 +57,15 @@ public:
                                  bool compress, bool first) override;
 
     std::optional<StoredFile> findFile(int64_t instance, std::string_view path) override;
-    void putFile(int64_t instance, std::string_view path, const StoredFile& file,
-                 int64_t reserved) override;
+    void putFile(int64_t instance, std::string_view path, const StoredFile& file) override;
+    void placeFile(int64_t instance, std::string_view path, StoredFile file,
+                   int64_t limit) override;
     void setBlocks(int64_t instance, std::string_view path, int64_t blocks) override;
     std::vector<std::string> listIncomplete(int64_t instance, size_t limit, size_t bytes) override;
     void damageInstance(int64_t instance) override;
-    int64_t packedLength(int64_t instance) override;
+    std::vector<PackedContainer> listPacked(int64_t instance) override;
+    std::vector<int64_t> listGivenUp() override;
+    void forgetGivenUp(int64_t container) override;
 
     void addErrors(int64_t instance, const std::vector<FailedFile>& errors) override;
     std::optional<FailedFile> findError(int64_t instance, std::string_view path) override;
@@ -86,6 +89,9 @@ private:
     // Runs the change in one transaction that a power cut cannot take. The caller holds mutex_.
     template <class Change>
     void durably(const Change& change);
+    // These belong into a transaction of the caller's, who holds mutex_.
+    void storeFile(int64_t instance, std::string_view path, const StoredFile& file);
+    void giveUpContainers(int64_t instance);
 
     std::mutex mutex_;  // guards the connection and its statements
     Database database_;

@@ -21,9 +21,8 @@ std::optional<Instance> readInstance(Rows rows) {
     instance.definition = rows.text(4);
     instance.state = static_cast<InstanceState>(rows.integer(5));
     instance.damaged = rows.integer(6) != 0;
-    instance.reserved = rows.integer(7);
-    instance.compress = rows.integer(8) != 0;
-    instance.totals = {rows.integer(9), rows.integer(10), rows.integer(11)};
+    instance.compress = rows.integer(7) != 0;
+    instance.totals = {rows.integer(8), rows.integer(9), rows.integer(10)};
     return instance;
 }
 
@@ -68,6 +67,7 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
     }
     if (first) {
         statements_->dropFiles.run(instance);
+        giveUpContainers(instance);
     }
     statements_->setCompress.run(instance, int64_t{compress});
     std::vector<bool> send;
@@ -102,19 +102,43 @@ std::optional<StoredFile> SqliteCatalog::findFile(int64_t instance, std::string_
     file.blocks = rows.integer(5);
     file.container = rows.integer(6);
     file.offset = rows.integer(7);
+    file.owner = rows.integer(8);
     return file;
 }
 
-void SqliteCatalog::putFile(int64_t instance, std::string_view path, const StoredFile& file,
-                            int64_t reserved) {
+void SqliteCatalog::storeFile(int64_t instance, std::string_view path, const StoredFile& file) {
     const std::string_view attributes(reinterpret_cast<const char*>(file.attributes.data()),
                                       sizeof file.attributes);
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
     statements_->putFile.run(instance, Blob{path}, static_cast<int64_t>(file.kind),
                              Blob{attributes}, file.mtime, int64_t{file.compress}, file.size,
                              file.blocks, file.container, file.offset);
-    statements_->setReserved.run(instance, reserved);
+}
+
+void SqliteCatalog::putFile(int64_t instance, std::string_view path, const StoredFile& file) {
+    const std::lock_guard lock(mutex_);
+    storeFile(instance, path, file);
+}
+
+void SqliteCatalog::placeFile(int64_t instance, std::string_view path, StoredFile file,
+                              int64_t limit) {
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    file.container = 0;
+    file.offset = 0;
+    {
+        auto rows = statements_->newestContainer.query(instance);
+        if (rows.next() && file.size <= limit - rows.integer(1)) {
+            file.container = rows.integer(0);
+            file.offset = rows.integer(1);
+        }
+    }
+    if (file.container != 0) {
+        statements_->setGiven.run(file.container, file.offset + file.size);
+    } else {
+        statements_->addContainer.run(instance, file.size);
+        file.container = database_.lastRowId();
+    }
+    storeFile(instance, path, file);
     transaction.commit();
 }
 
@@ -139,10 +163,32 @@ void SqliteCatalog::damageInstance(int64_t instance) {
     statements_->damageInstance.run(instance);
 }
 
-int64_t SqliteCatalog::packedLength(int64_t instance) {
+std::vector<PackedContainer> SqliteCatalog::listPacked(int64_t instance) {
     const std::lock_guard lock(mutex_);
-    auto rows = statements_->packedLength.query(instance);
-    return rows.next() ? rows.integer(0) : 0;
+    std::vector<PackedContainer> list;
+    for (auto rows = statements_->listPacked.query(instance); rows.next();) {
+        list.push_back({rows.integer(0), rows.integer(1)});
+    }
+    return list;
+}
+
+void SqliteCatalog::giveUpContainers(int64_t instance) {
+    statements_->giveUp.run(instance);
+    statements_->dropContainers.run(instance);
+}
+
+std::vector<int64_t> SqliteCatalog::listGivenUp() {
+    const std::lock_guard lock(mutex_);
+    std::vector<int64_t> list;
+    for (auto rows = statements_->listGivenUp.query(); rows.next();) {
+        list.push_back(rows.integer(0));
+    }
+    return list;
+}
+
+void SqliteCatalog::forgetGivenUp(int64_t container) {
+    const std::lock_guard lock(mutex_);
+    statements_->forgetGivenUp.run(container);
 }
 
 void SqliteCatalog::addErrors(int64_t instance, const std::vector<FailedFile>& errors) {
@@ -175,6 +221,7 @@ void SqliteCatalog::cancelInstance(int64_t instance) {
     const std::lock_guard lock(mutex_);
     Transaction transaction(database_);
     statements_->dropFiles.run(instance);
+    giveUpContainers(instance);
     statements_->cancelInstance.run(instance);
     transaction.commit();
 }

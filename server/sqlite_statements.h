@@ -24,7 +24,7 @@ struct SqliteCatalog::Statements {
 
     // Pieces that several statements share.
     const std::string selectInstance =
-        "SELECT i.id, i.name, m.user, m.name, i.definition, i.state, i.damaged, i.reserved,"
+        "SELECT i.id, i.name, m.user, m.name, i.definition, i.state, i.damaged,"
         " i.compress, i.totalfiles, i.totaldirectories, i.totalsize FROM instances i"
         " JOIN machines m ON m.id = i.machine ";
     const std::string incomplete = "(kind = 0 OR blocks * 131072 < size)";
@@ -72,10 +72,14 @@ struct SqliteCatalog::Statements {
     Statement await{db, "INSERT OR REPLACE INTO files VALUES(?1, ?2, 0, x'', ?3, ?4, 0, 0, 0, 0)"};
 
     Statement findFile{db,
-                       "SELECT kind, attributes, mtime, compress, size, blocks, container, offset"
-                       " FROM files WHERE instance = ?1 AND path = ?2"};
+                       "SELECT kind, attributes, mtime, compress, size, blocks, container, offset,"
+                       " coalesce(c.instance, 0) FROM files f LEFT JOIN containers c"
+                       " ON c.id = f.container WHERE f.instance = ?1 AND path = ?2"};
     Statement putFile{db, "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10)"};
-    Statement setReserved{db, "UPDATE instances SET reserved = ?2 WHERE id = ?1"};
+    Statement newestContainer{
+        db, "SELECT id, given FROM containers WHERE instance = ?1 ORDER BY id DESC LIMIT 1"};
+    Statement addContainer{db, "INSERT INTO containers(instance, given) VALUES(?1, ?2)"};
+    Statement setGiven{db, "UPDATE containers SET given = ?2 WHERE id = ?1"};
     Statement setBlocks{db, "UPDATE files SET blocks = ?3 WHERE instance = ?1 AND path = ?2"};
     Statement listIncomplete{
         db,
@@ -83,10 +87,20 @@ struct SqliteCatalog::Statements {
         " AND NOT EXISTS"
         " (SELECT 1 FROM errors e WHERE e.instance = ?1 AND e.path = f.path) AND " +
             incomplete + " LIMIT ?2"};
-    Statement packedLength{db,
-                           "SELECT coalesce(max(offset + size), 0) FROM files WHERE instance = ?1"
-                           " AND container = ?1 AND size > 0 AND NOT " +
-                               incomplete};
+    Statement listPacked{
+        db,
+        "SELECT container, max(offset + size) FROM files WHERE instance = ?1 AND size > 0"
+        " AND container IN (SELECT id FROM containers WHERE instance = ?1) AND NOT " +
+            incomplete + " GROUP BY container"};
+
+    // The row of the one table goes as that of the other comes: a container that both have, or
+    // neither, is on no record as given up.
+    Statement giveUp{
+        db, "INSERT OR IGNORE INTO given_up SELECT id FROM containers WHERE instance = ?1"};
+    Statement dropContainers{db, "DELETE FROM containers WHERE instance = ?1"};
+    Statement listGivenUp{
+        db, "SELECT container FROM given_up WHERE container NOT IN (SELECT id FROM containers)"};
+    Statement forgetGivenUp{db, "DELETE FROM given_up WHERE container = ?1"};
 
     Statement damageInstance{db, "UPDATE instances SET damaged = 1 WHERE id = ?1"};
 
@@ -100,7 +114,7 @@ struct SqliteCatalog::Statements {
         " max(completion) FROM instances j WHERE j.machine = i.machine"
         " AND j.definition = i.definition) WHERE id = ?1"};
     Statement dropFiles{db, "DELETE FROM files WHERE instance = ?1"};
-    Statement cancelInstance{db, "UPDATE instances SET state = 3, reserved = 0 WHERE id = ?1"};
+    Statement cancelInstance{db, "UPDATE instances SET state = 3 WHERE id = ?1"};
     Statement listInstances{
         db,
         "SELECT m.name, i.definition, i.name, i.starttime, i.endtime, i.state, i.totalfiles,"

@@ -45,7 +45,22 @@ CREATE TABLE restore_errors(
   PRIMARY KEY(restore, path)) WITHOUT ROWID;
 )";
 
+// Until then an instance had one container, with its own number.
+inline constexpr char sqliteVersion3[] = R"(
+CREATE TABLE containers(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, instance INTEGER NOT NULL, given INTEGER NOT NULL);
+CREATE INDEX containers_instance ON containers(instance);
+CREATE TABLE given_up(container INTEGER PRIMARY KEY);
+INSERT INTO containers(id, instance, given)
+  SELECT id, id, reserved FROM instances WHERE state <> 3 AND reserved > 0;
+INSERT INTO given_up SELECT id FROM instances WHERE state = 3;
+DELETE FROM sqlite_sequence WHERE name = 'containers';
+INSERT INTO sqlite_sequence(name, seq)
+  SELECT 'containers', seq FROM sqlite_sequence WHERE name = 'instances';
+ALTER TABLE instances DROP COLUMN reserved;
+)";
+
 // Each makes its version, from 1 on, out of the one before.
-inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2};
+inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2, sqliteVersion3};
 
 }  // namespace dorvo

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <thread>
 
+#include "given_up.h"
 #include "password_hash.h"
 
 namespace dorvo {
@@ -69,14 +70,10 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     : data_(options.data),
       lock_(lockData(data_)),
       catalog_(prepareDataFolder(data_)),
-      blocks_(data_ / "packages"),
+      blocks_(data_ / "packages", options.containerBytes),
       dispatcher_(catalog_, blocks_, options.sessionLifetime) {
     catalog_.beginService(options.boot.empty() ? bootIdentity() : options.boot);
-    // What a crash left between the catalog's change and the freeing of the bytes.
-    blocks_.sweep([this](int64_t container) {
-        const auto instance = catalog_.findInstance(container);
-        return instance && instance->state != InstanceState::cancelled;
-    });
+    freeGivenUp(catalog_, blocks_);
     syncFolder(data_);
     http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port, options.limits,
                                          threadCounts(), std::move(log));

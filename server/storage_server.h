@@ -23,6 +23,7 @@ struct ServerOptions {
     uint16_t port = 8080;
     int64_t sessionLifetime = int64_t{30} * 24 * 3600;  // seconds of idleness
     HttpLimits limits{};
+    int64_t containerBytes = FileBlockStore::usualLimit;
     std::string boot;  // identity of the machine's boot; empty: ask the system
 };
 

@@ -1,0 +1,27 @@
+#include "given_up.h"
+
+#include <exception>
+#include <iostream>
+#include <string>
+
+namespace dorvo {
+
+void freeGivenUp(Catalog& catalog, BlockStore& blocks) {
+    const auto complain = [](const std::exception& error) {
+        std::cerr << std::string("cannot free what a backup gave up: ") + error.what() + "\n";
+    };
+    try {
+        for (const int64_t container : catalog.listGivenUp()) {
+            try {
+                blocks.remove(container);
+                catalog.forgetGivenUp(container);
+            } catch (const std::exception& error) {
+                complain(error);
+            }
+        }
+    } catch (const std::exception& error) {
+        complain(error);
+    }
+}
+
+}  // namespace dorvo
