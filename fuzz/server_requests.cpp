@@ -16,6 +16,7 @@
 #include "file_descriptor.h"
 #include "httpd/http_connection.h"
 #include "input.h"
+#include "package_marker.h"
 #include "sqlite_catalog.h"
 
 using namespace dorvo;
@@ -28,7 +29,10 @@ constexpr int64_t sessionLifetime = 3600;
 // Goes with the process.
 class TemporaryFolder {
 public:
-    TemporaryFolder() { fuzz::require(::mkdtemp(path_.data()) != nullptr); }
+    TemporaryFolder() {
+        fuzz::require(::mkdtemp(path_.data()) != nullptr);
+        writeMarker(path_, {});
+    }
     ~TemporaryFolder() {
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
@@ -37,9 +41,12 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::string& path() const { return path_; }
+    // Leaves the marker.
     void clear() const {
         for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-            std::filesystem::remove_all(entry);
+            if (entry.is_directory()) {
+                std::filesystem::remove_all(entry);
+            }
         }
     }
 

@@ -4,7 +4,8 @@
 // of which container a package has; the store knows bytes only. Calls block, may come from any
 // thread, and throw std::exception when the storage is down; the caller sees to it that one
 // container is written by one thread at a time. Bytes written survive the death of the process, and
-// a power cut once they are synced.
+// a power cut once they are synced. A store that is away for a time, as a disk that is not mounted,
+// throws too: nothing is made, taken for lost or forgotten meanwhile.
 #pragma once
 
 #include <cstdint>

@@ -101,6 +101,7 @@ TEST_F(Containers, OnRecordAsGivenUpGoAtTheStart) {
 // A data folder in which every backup had one container with its own number.
 TEST_F(Containers, OfEarlierDataFoldersGoOn) {
     server.reset();
+    fs::remove(data / "packages" / "marker");
     const std::string half = pattern(blockBytes);
     {
         Database database((data / "catalog.db").string());
@@ -111,7 +112,8 @@ TEST_F(Containers, OfEarlierDataFoldersGoOn) {
         database.exec(tables.c_str());
         database.exec(
             "DROP TABLE instances; DROP TABLE files; DROP TABLE errors; DROP TABLE restores;"
-            "DROP TABLE restore_errors; DROP TABLE containers; DROP TABLE given_up;");
+            "DROP TABLE restore_errors; DROP TABLE containers; DROP TABLE given_up;"
+            "DROP TABLE service");
         database.exec(sqliteVersion1);
         database.exec(sqliteVersion2);
         for (const char* table : {"users", "machines", "sessions"}) {

@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <charconv>
+#include <cstdio>
 #include <stdexcept>
 #include <system_error>
 
 #include "file_descriptor.h"
+#include "package_marker.h"
 
 namespace dorvo {
 
@@ -29,9 +32,7 @@ FileDescriptor open(const fs::path& path, int flags) {
 }  // namespace
 
 FileBlockStore::FileBlockStore(fs::path folder, int64_t limit)
-    : folder_(std::move(folder)), limit_(limit) {
-    fs::create_directories(folder_);
-}
+    : folder_(std::move(folder)), limit_(limit) {}
 
 fs::path FileBlockStore::path(int64_t container) const {
     static constexpr char digits[] = "0123456789abcdef";
@@ -41,10 +42,12 @@ fs::path FileBlockStore::path(int64_t container) const {
 }
 
 void FileBlockStore::write(int64_t container, int64_t offset, std::string_view bytes) {
+    requireMarker(folder_);
     const fs::path file = path(container);
     FileDescriptor fd = open(file, O_WRONLY | O_CREAT);
     if (!fd && errno == ENOENT) {
-        fs::create_directories(file.parent_path());
+        // Only this one: the folder above has gone, if it is not there now.
+        fs::create_directory(file.parent_path());
         fd = open(file, O_WRONLY | O_CREAT);
     }
     if (!fd) {
@@ -67,6 +70,9 @@ void FileBlockStore::read(int64_t container, int64_t offset, std::span<char> byt
     const fs::path file = path(container);
     const FileDescriptor fd = open(file, O_RDONLY);
     if (!fd) {
+        const int error = errno;
+        requireMarker(folder_);
+        errno = error;
         fail("cannot open", file);
     }
     while (!bytes.empty()) {
@@ -98,6 +104,7 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
     const FileDescriptor fd = open(file, O_RDONLY);
     if (!fd) {
         if (errno == ENOENT) {
+            requireMarker(folder_);
             return length == 0;
         }
         fail("cannot open", file);
@@ -115,7 +122,51 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
 }
 
 void FileBlockStore::remove(int64_t container) {
+    requireMarker(folder_);
     fs::remove(path(container));
+}
+
+std::vector<FileBlockStore::Found> FileBlockStore::list() const {
+    std::vector<Found> found;
+    if (!fs::exists(folder_)) {
+        return found;
+    }
+    for (const auto& folder : fs::directory_iterator(folder_)) {
+        if (!folder.is_directory()) {
+            continue;
+        }
+        for (const auto& file : fs::directory_iterator(folder)) {
+            const std::string name = file.path().stem().string();
+            int64_t number = 0;
+            std::from_chars(name.data(), name.data() + name.size(), number);
+            if (number > 0 && file.path() == path(number) && file.is_regular_file()) {
+                found.push_back({number, static_cast<int64_t>(file.file_size())});
+            }
+        }
+    }
+    return found;
+}
+
+fs::path FileBlockStore::setAside(int64_t container) {
+    const fs::path from = path(container);
+    for (const fs::path& orphans : {folder_.parent_path() / "orphans", folder_ / "orphans"}) {
+        if (fs::create_directory(orphans)) {
+            syncFolder(orphans.parent_path());
+        }
+        fs::path to = orphans / from.filename();
+        for (int copy = 2; fs::exists(to); ++copy) {
+            to = orphans / (from.stem().string() + "-" + std::to_string(copy) + ".pkg");
+        }
+        if (::rename(from.c_str(), to.c_str()) == 0) {
+            syncFolder(orphans);
+            syncFolder(from.parent_path());
+            return to;
+        }
+        if (errno != EXDEV) {
+            break;
+        }
+    }
+    fail("cannot move aside", from);
 }
 
 void syncFolder(const fs::path& folder) {

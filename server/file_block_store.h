@@ -2,11 +2,12 @@
 //
 // A few files a backup, not one a package: the end of a backup waits for the disk once or a few
 // times, however many small files it has, and a cancelled backup is freed with as many calls. The
-// digits are the low byte of the number.
+// digits are the low byte of the number. A file "marker" stands in the folder: while it does not,
+// the packages are away.
 #pragma once
 
 #include <filesystem>
-#include <string>
+#include <vector>
 
 #include "block_store.h"
 
@@ -17,15 +18,27 @@ public:
     // Well below what any file system takes in one file, and few files for even a large backup.
     static constexpr int64_t usualLimit = int64_t{64} << 30U;
 
-    // Makes the folder when it is not there.
+    // Touches nothing; reconcile() has seen to the folder.
     explicit FileBlockStore(std::filesystem::path folder, int64_t limit = usualLimit);
 
+    [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
     [[nodiscard]] int64_t limit() const override { return limit_; }
     void write(int64_t container, int64_t offset, std::string_view bytes) override;
     void read(int64_t container, int64_t offset, std::span<char> bytes) override;
     void discard(int64_t container, int64_t offset, int64_t length) override;
     bool sync(int64_t container, int64_t length) override;
     void remove(int64_t container) override;
+
+    struct Found {
+        int64_t container = 0;
+        int64_t length = 0;
+    };
+    // What is in the folder, whoever it belongs to; nothing when there is no folder.
+    [[nodiscard]] std::vector<Found> list() const;
+    // Takes a container that nobody knows out of the folder, with all its bytes, and gives the path
+    // where it is now: a folder "orphans" beside this one, or in it where that would be another
+    // file system. Survives a power cut.
+    std::filesystem::path setAside(int64_t container);
 
 private:
     [[nodiscard]] std::filesystem::path path(int64_t container) const;

@@ -57,20 +57,25 @@ SqliteCatalog::~SqliteCatalog() {
     sqlite3_wal_hook(database_.handle(), nullptr, nullptr);
 }
 
-void SqliteCatalog::beginService(std::string_view boot) {
+void SqliteCatalog::beginService(std::string_view boot, std::string_view identity,
+                                 int64_t generation) {
     const std::lock_guard lock(mutex_);
     durably([&] {
         Statement damage(database_,
                          "UPDATE instances SET damaged = 1 WHERE state < 2 AND EXISTS"
                          " (SELECT 1 FROM service WHERE boot <> '' AND boot <> ?1)");
         damage.run(boot);
-        Statement(database_, "INSERT OR REPLACE INTO service VALUES(1, ?1)").run(boot);
+        Statement(database_,
+                  "INSERT INTO service(one, boot, identity, generation) VALUES(1, ?1, ?2, ?3 + 1)"
+                  " ON CONFLICT DO UPDATE SET boot = ?1, generation = max(generation, ?3) + 1,"
+                  " identity = CASE ?2 WHEN '' THEN identity ELSE ?2 END")
+            .run(boot, identity, generation);
     });
 }
 
 void SqliteCatalog::endService() {
     const std::lock_guard lock(mutex_);
-    durably([&] { database_.exec("UPDATE service SET boot = ''"); });
+    durably([&] { database_.exec("UPDATE service SET boot = '', generation = generation + 1"); });
 }
 
 bool SqliteCatalog::addUser(std::string_view name, std::string_view passwordHash) {

@@ -30,10 +30,34 @@ public:
     explicit SqliteCatalog(const std::string& path);
     ~SqliteCatalog() override;
 
-    // Begins service under this boot of the machine, see above. Durable.
-    void beginService(std::string_view boot);
+    // What ties the catalog to its packages.
+    struct Service {
+        std::string identity;  // the same text in the packages' marker; empty before the first one
+        int64_t generation = 0;  // how often service was begun or ended; the marker's follows it
+        bool empty = true;       // there has never been a backup
+    };
+    Service service();
+    // Begins service under this boot of the machine, see above; takes an identity if one is given,
+    // and a generation above the packages'. Durable.
+    void beginService(std::string_view boot, std::string_view identity = {},
+                      int64_t generation = 0);
     // Ends service in order. Durable. The caller has made the package bytes durable before.
     void endService();
+
+    // Which containers are some instance's, and how much of each has been given away.
+    struct Container {
+        int64_t id = 0;
+        int64_t given = 0;
+    };
+    std::vector<Container> listContainers();
+    // Makes up for a container that is longer than was given away: what was behind stays as it is,
+    // and the container is not given up any more but forgotten. Durable, as the next two.
+    void keepTail(int64_t container, int64_t length);
+    // New containers get higher numbers than this one.
+    void skipNumbers(int64_t container);
+    // Cancels all instances that are under way and have bytes; these are not given up but
+    // forgotten. The instances' names.
+    std::vector<std::string> abandonOpen();
 
     bool addUser(std::string_view name, std::string_view passwordHash) override;
     std::optional<std::string> findPassword(std::string_view user) override;

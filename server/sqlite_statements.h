@@ -95,8 +95,9 @@ struct SqliteCatalog::Statements {
 
     // The row of the one table goes as that of the other comes: a container that both have, or
     // neither, is on no record as given up.
-    Statement giveUp{
-        db, "INSERT OR IGNORE INTO given_up SELECT id FROM containers WHERE instance = ?1"};
+    Statement giveUp{db,
+                     "INSERT OR IGNORE INTO given_up SELECT id FROM containers"
+                     " WHERE instance = ?1 AND NOT keep"};
     Statement dropContainers{db, "DELETE FROM containers WHERE instance = ?1"};
     Statement listGivenUp{
         db, "SELECT container FROM given_up WHERE container NOT IN (SELECT id FROM containers)"};

@@ -60,7 +60,14 @@ INSERT INTO sqlite_sequence(name, seq)
 ALTER TABLE instances DROP COLUMN reserved;
 )";
 
+inline constexpr char sqliteVersion4[] = R"(
+ALTER TABLE service ADD COLUMN identity TEXT NOT NULL DEFAULT '';
+ALTER TABLE service ADD COLUMN generation INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE containers ADD COLUMN keep INTEGER NOT NULL DEFAULT 0;
+)";
+
 // Each makes its version, from 1 on, out of the one before.
-inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2, sqliteVersion3};
+inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2, sqliteVersion3,
+                                                 sqliteVersion4};
 
 }  // namespace dorvo

@@ -11,8 +11,8 @@
 #include <system_error>
 #include <thread>
 
-#include "given_up.h"
 #include "password_hash.h"
+#include "reconcile.h"
 
 namespace dorvo {
 
@@ -51,6 +51,11 @@ void syncFileSystem(const fs::path& data) {
     }
 }
 
+std::string soundCatalog(const fs::path& data, const FileBlockStore& blocks) {
+    requireSoundCatalog(data / "catalog.db", blocks);
+    return prepareDataFolder(data);
+}
+
 // Calls of endpoints wait for locks and, at the end of a backup, for the disk.
 HttpThreads threadCounts() {
     const size_t cores = std::max(1U, std::thread::hardware_concurrency());
@@ -69,14 +74,14 @@ std::string prepareDataFolder(const fs::path& data) {
 StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     : data_(options.data),
       lock_(lockData(data_)),
-      catalog_(prepareDataFolder(data_)),
       blocks_(data_ / "packages", options.containerBytes),
+      log_(std::move(log)),
+      catalog_(soundCatalog(data_, blocks_)),
       dispatcher_(catalog_, blocks_, options.sessionLifetime) {
-    catalog_.beginService(options.boot.empty() ? bootIdentity() : options.boot);
-    freeGivenUp(catalog_, blocks_);
+    reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, log_);
     syncFolder(data_);
     http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port, options.limits,
-                                         threadCounts(), std::move(log));
+                                         threadCounts(), log_);
 }
 
 StorageServer::~StorageServer() {
@@ -95,7 +100,7 @@ void StorageServer::stop() {
     stopped_ = true;
     http_->stop();
     syncFileSystem(data_);
-    catalog_.endService();
+    endService(catalog_, blocks_, log_);
 }
 
 void addUser(const fs::path& data, const std::string& name, const std::string& password) {

@@ -1,7 +1,8 @@
 // The whole service over one data folder: catalog, packages, endpoints and the HTTP server.
 //
-// Data folder: "catalog.db" (with "-wal" and "-shm" beside it), "packages/", and "lock", which is
-// held by the one process that serves it. Accounts may be added by another process meanwhile.
+// Data folder: "catalog.db" (with "-wal" and "-shm" beside it), "packages/", "orphans/" for
+// packages that the catalog did not know, and "lock", which is held by the one process that serves
+// it. Accounts may be added by another process meanwhile.
 #pragma once
 
 #include <cstdint>
@@ -45,8 +46,9 @@ public:
 private:
     std::filesystem::path data_;
     FileDescriptor lock_;
-    SqliteCatalog catalog_;
     FileBlockStore blocks_;
+    HttpServer::Log log_;
+    SqliteCatalog catalog_;
     Dispatcher dispatcher_;
     std::unique_ptr<HttpServer> http_;
     bool stopped_ = false;

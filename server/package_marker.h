@@ -1,0 +1,31 @@
+// The marker in the folder of packages: without it the folder counts as not there.
+//
+// A folder whose disk is not mounted looks like an empty one. Whoever made packages anew in its
+// place would hide the old ones, and take them for lost. The marker also says whose packages these
+// are, and how often they have been in service: a catalog that has been less often is an older
+// copy, which does not know all of them.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace dorvo {
+
+struct PackageMarker {
+    std::string identity;  // of the catalog and its packages; empty when the marker is unreadable
+    int64_t generation = 0;
+};
+
+// None when it is not there. Throws std::exception when that cannot be told.
+std::optional<PackageMarker> readMarker(const std::filesystem::path& folder);
+
+// Makes it, or writes over the one that is there, which takes no room on the disk. Survives a power
+// cut. Throws std::exception.
+void writeMarker(const std::filesystem::path& folder, const PackageMarker& marker);
+
+// Throws std::exception with a sentence unless the folder has one.
+void requireMarker(const std::filesystem::path& folder);
+
+}  // namespace dorvo

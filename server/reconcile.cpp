@@ -1,0 +1,156 @@
+#include "reconcile.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "digest.h"
+#include "given_up.h"
+#include "package_marker.h"
+
+namespace dorvo {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Log = std::function<void(const std::string&)>;
+
+std::string newIdentity() {
+    return hexText(randomBytes(16));
+}
+
+[[noreturn]] void refuseEmptyCatalog(const FileBlockStore& blocks) {
+    throw std::runtime_error("the catalog knows no backup, but there are packages in " +
+                             blocks.folder().string() +
+                             ": put catalog.db back, or move the packages away to begin anew");
+}
+
+// What sqlite finds wrong, empty when nothing.
+std::string damageOf(const fs::path& catalog) {
+    try {
+        const Database database(catalog.string());
+        Statement check(database, "PRAGMA quick_check(1)");
+        auto rows = check.query();
+        const std::string verdict = rows.next() ? std::string(rows.text(0)) : "no answer";
+        return verdict == "ok" ? "" : verdict;
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+// Throws unless these packages are the catalog's, as far as the marker tells.
+void requireOwnPackages(const SqliteCatalog::Service& service,
+                        const std::optional<PackageMarker>& marker, const FileBlockStore& blocks,
+                        bool anyPackage, bool anyContainer) {
+    if (service.empty && anyPackage) {
+        refuseEmptyCatalog(blocks);
+    }
+    // Folders of earlier versions have no marker, and get theirs now.
+    const bool first = service.generation == 0;
+    if (!marker && (first ? anyContainer && !anyPackage : true)) {
+        throw std::runtime_error("the packages of the catalog are not in " +
+                                 blocks.folder().string() +
+                                 " (no file 'marker' there): mount their disk or put them back");
+    }
+    if (marker && !first && !marker->identity.empty() && marker->identity != service.identity) {
+        throw std::runtime_error("the packages in " + blocks.folder().string() +
+                                 " belong to another catalog than catalog.db: put back the one "
+                                 "that goes with them");
+    }
+}
+
+void moveStrangersAside(SqliteCatalog& catalog, FileBlockStore& blocks,
+                        const std::vector<FileBlockStore::Found>& found, const Log& log) {
+    std::unordered_map<int64_t, int64_t> given;
+    for (const auto& container : catalog.listContainers()) {
+        given[container.id] = container.given;
+    }
+    const std::vector<int64_t> list = catalog.listGivenUp();
+    const std::unordered_set<int64_t> givenUp(list.begin(), list.end());
+    std::vector<int64_t> strangers;
+    for (const auto& file : found) {
+        const auto known = given.find(file.container);
+        if (known == given.end()) {
+            if (!givenUp.contains(file.container)) {
+                strangers.push_back(file.container);
+            }
+        } else if (file.length > known->second) {
+            catalog.keepTail(file.container, file.length);
+            log("start: package file " + std::to_string(file.container) + " is longer by " +
+                std::to_string(file.length - known->second) +
+                " bytes than the catalog knows; they are kept");
+        }
+    }
+    if (!strangers.empty()) {
+        // Whoever finds them later must not find another file under their number.
+        catalog.skipNumbers(*std::max_element(strangers.begin(), strangers.end()));
+    }
+    for (const int64_t container : strangers) {
+        log("start: package file " + std::to_string(container) +
+            " is in no backup of the catalog; it is now " + blocks.setAside(container).string());
+    }
+}
+
+void followWithMarker(SqliteCatalog& catalog, const FileBlockStore& blocks, const Log& log) {
+    const SqliteCatalog::Service service = catalog.service();
+    try {
+        requireMarker(blocks.folder());
+        writeMarker(blocks.folder(), {service.identity, service.generation});
+    } catch (const std::exception& error) {
+        // It then stays behind, and is taken for what it is: as old as the catalog or older.
+        log(std::string("the packages' marker stays as it was: ") + error.what());
+    }
+}
+
+}  // namespace
+
+void requireSoundCatalog(const fs::path& catalog, const FileBlockStore& blocks) {
+    if (!fs::exists(catalog) || fs::file_size(catalog) == 0) {
+        if (!blocks.list().empty()) {
+            refuseEmptyCatalog(blocks);
+        }
+        return;
+    }
+    if (const std::string damage = damageOf(catalog); !damage.empty()) {
+        throw std::runtime_error(catalog.string() + " is damaged (" + damage +
+                                 "): nothing was changed, put a copy of it back");
+    }
+}
+
+void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view boot,
+               const Log& log) {
+    const SqliteCatalog::Service service = catalog.service();
+    auto marker = readMarker(blocks.folder());
+    const auto found = blocks.list();
+    requireOwnPackages(service, marker, blocks, !found.empty(), !catalog.listContainers().empty());
+    if (!marker) {
+        marker = PackageMarker{newIdentity(), 0};
+        if (fs::create_directory(blocks.folder())) {
+            syncFolder(blocks.folder().parent_path());
+        }
+        writeMarker(blocks.folder(), *marker);
+    }
+    if (marker->generation > service.generation) {
+        log("start: catalog.db is older than the packages");
+        for (const std::string& name : catalog.abandonOpen()) {
+            log("start: backup " + name +
+                " went on under a later catalog: it is cancelled, its packages are moved aside");
+        }
+    }
+    moveStrangersAside(catalog, blocks, found, log);
+    if (marker->identity.empty() && service.identity.empty()) {
+        marker->identity = newIdentity();
+    }
+    catalog.beginService(boot, marker->identity, marker->generation);
+    followWithMarker(catalog, blocks, log);
+    freeGivenUp(catalog, blocks);
+}
+
+void endService(SqliteCatalog& catalog, const FileBlockStore& blocks, const Log& log) {
+    catalog.endService();
+    followWithMarker(catalog, blocks, log);
+}
+
+}  // namespace dorvo

@@ -1,0 +1,256 @@
+// What a start makes of a catalog and packages that do not go together, and what becomes of
+// requests while the packages are away.
+#include "reconcile.h"
+
+#include <fstream>
+#include <map>
+#include <regex>
+
+#include "package_marker.h"
+#include "sqlite.h"
+#include "testing/service_fixture.h"
+
+namespace dorvo {
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace json = boost::json;
+
+std::string contentOf(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+class Reconcile : public ServiceFixture {
+protected:
+    fs::path package(const std::string& number) const {
+        return data / "packages" / ("0" + number) / (number + ".pkg");
+    }
+    fs::path orphan(const std::string& number) const {
+        return data / "orphans" / (number + ".pkg");
+    }
+
+    // The catalog's files, to be put back later; another process' copy would be no other.
+    void keepCatalog(const fs::path& to, bool withLog = true) {
+        fs::create_directory(to);
+        for (const char* suffix : {"", "-wal"}) {
+            const fs::path file = data / (std::string("catalog.db") + suffix);
+            if (fs::exists(file) && (withLog || *suffix == '\0')) {
+                fs::copy_file(file, to / file.filename());
+            }
+        }
+    }
+    void putCatalogBack(const fs::path& from) {
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            fs::remove(data / (std::string("catalog.db") + suffix));
+        }
+        fs::copy(from, data);
+    }
+
+    // Why the server does not start.
+    std::string refusal() {
+        server.reset();
+        try {
+            server = std::make_unique<StorageServer>(
+                options, [this](const std::string& line) { lines += line + "\n"; });
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    std::map<fs::path, std::string> packages() const {
+        std::map<fs::path, std::string> all;
+        for (const auto& entry : fs::recursive_directory_iterator(data)) {
+            if (entry.path().extension() == ".pkg") {
+                all[entry.path()] = contentOf(entry.path());
+            }
+        }
+        return all;
+    }
+
+    std::string lines;  // of the last start's log
+};
+
+TEST_F(Reconcile, MovesAsideWhatTheCatalogDoesNotKnow) {
+    backup("i1", {{"a"}});
+    server.reset();
+    for (const char* number : {"2", "7"}) {
+        fs::create_directories(package(number).parent_path());
+        std::ofstream(package(number)) << "stranger " << number;
+    }
+    fs::create_directory(data / "orphans");
+    std::ofstream(orphan("7")) << "older";
+    ASSERT_EQ(refusal(), "");
+    EXPECT_EQ(contentOf(orphan("2")), "stranger 2");
+    EXPECT_EQ(contentOf(orphan("7")), "older");
+    EXPECT_EQ(contentOf(data / "orphans" / "7-2.pkg"), "stranger 7");
+    EXPECT_NE(lines.find(orphan("2").string()), std::string::npos) << lines;
+    EXPECT_FALSE(fs::exists(package("2")));
+    EXPECT_EQ(stored("i1", "a"), "a");
+    backup("i2", {{"b"}});
+    EXPECT_EQ(contentOf(package("8")), "b");
+    lines.clear();
+    EXPECT_EQ(refusal(), "");
+    EXPECT_EQ(lines, "");
+}
+
+TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
+    backup("i1", {{"a"}});
+    start("i2");
+    put("i2", "b", "known to both");
+    server.reset();
+    keepCatalog(data / "older");
+    restart();
+    put("i2", "c", "known to the later one");
+    ASSERT_EQ(end("i2"), 200);
+    backup("i3", {{"d"}});
+    server.reset();
+    keepCatalog(data / "later");
+    const auto before = packages();
+    putCatalogBack(data / "older");
+
+    ASSERT_EQ(refusal(), "");
+    EXPECT_EQ(stored("i1", "a"), "a");
+    EXPECT_EQ(state("i2"), "cancelled");
+    EXPECT_EQ(contentOf(orphan("2")), before.at(package("2")));
+    EXPECT_EQ(contentOf(orphan("3")), before.at(package("3")));
+    EXPECT_NE(lines.find("i2"), std::string::npos) << lines;
+    backup("i4", {{"e"}});
+    cancel("i2");
+
+    // And the later one again, as the operator's page has it.
+    server.reset();
+    putCatalogBack(data / "later");
+    for (const char* number : {"2", "3"}) {
+        fs::rename(orphan(number), package(number));
+    }
+    ASSERT_EQ(refusal(), "");
+    EXPECT_EQ(stored("i1", "a") + stored("i2", "b") + stored("i2", "c") + stored("i3", "d"),
+              "aknown to bothknown to the later oned");
+    EXPECT_EQ(contentOf(orphan("4")), "e");
+}
+
+TEST_F(Reconcile, KeepsTheTailThatACopyWithoutItsLogDoesNotKnow) {
+    start("i1");
+    put("i1", "a", "known");
+    server.reset();
+    keepCatalog(data / "copy");
+    const auto marker = readMarker(data / "packages");
+    restart();
+    put("i1", "b", " and acknowledged");
+    server.reset();
+    putCatalogBack(data / "copy");
+    ASSERT_TRUE(marker);
+    writeMarker(data / "packages", *marker);  // as if the copy were of the last service
+    ASSERT_EQ(refusal(), "");
+    put("i1", "c", " new");
+    EXPECT_EQ(contentOf(package("1")), "known and acknowledged new");
+    EXPECT_EQ(stored("i1", "c"), " new");
+    EXPECT_EQ(cancel("i1"), 200);
+    restart();
+    EXPECT_EQ(contentOf(orphan("1")), "known and acknowledged new");
+}
+
+TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
+    backup("i1", {{"a"}});
+    server.reset();
+    fs::create_directories(package("9").parent_path());
+    std::ofstream(package("9")) << "stranger";
+    keepCatalog(data / "whole");
+    const auto whole = packages();
+    const fs::path catalog = data / "catalog.db";
+    struct Row {
+        const char* name;
+        std::function<void()> happens;
+        const char* says;
+    };
+    const Row rows[] = {
+        {"no catalog", [&] { fs::remove(catalog); }, "knows no backup"},
+        {"an empty one", [&] { fs::resize_file(catalog, 0); }, "knows no backup"},
+        {"a new one",
+         [&] {
+             fs::remove(catalog);
+             SqliteCatalog(catalog.string()).addUser("u", "p");
+         },
+         "knows no backup"},
+        {"a damaged page",
+         [&] {
+             const int64_t page =
+                 std::stoll(column("SELECT rootpage FROM sqlite_master WHERE name = 'containers'"));
+             std::fstream file(catalog, std::ios::in | std::ios::out | std::ios::binary);
+             file.seekp((page - 1) * 4096 + 3);
+             file.put('\1');  // the number of its cells
+         },
+         "is damaged"},
+        {"no database", [&] { std::ofstream(catalog) << std::string(9000, 'x'); }, "is damaged"},
+        {"no packages", [&] { fs::rename(data / "packages", data / "away"); }, "are not in"},
+        {"an empty folder",
+         [&] {
+             fs::rename(data / "packages", data / "away");
+             fs::create_directory(data / "packages");
+         },
+         "are not in"},
+        {"another's packages",
+         [&] {
+             writeMarker(data / "packages", {"other", 1});
+         },
+         "another catalog"},
+    };
+    const auto marker = readMarker(data / "packages");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.happens();
+        const std::string says = refusal();
+        EXPECT_NE(says.find(row.says), std::string::npos) << says;
+        if (fs::exists(data / "away")) {
+            EXPECT_TRUE(!fs::exists(data / "packages") || fs::remove(data / "packages"));
+            fs::rename(data / "away", data / "packages");
+        }
+        EXPECT_EQ(packages(), whole);
+        writeMarker(data / "packages", *marker);
+        putCatalogBack(data / "whole");
+    }
+    EXPECT_EQ(refusal(), "");
+    EXPECT_EQ(stored("i1", "a"), "a");
+}
+
+TEST_F(Reconcile, PackagesThatGoAwayMeanwhileAreWaitedFor) {
+    backup("i1", {{"a"}});
+    start("i2");
+    put("i2", "b", "b");
+    start("i3");
+    put("i3", "c", "c");
+    const auto read = [&] {
+        return post(downloadPath, R"({"machine":"pc","jobinstanceid":"i1","path":"",)"
+                                  R"("filename":"a","blockindex":"1"})")
+            .status;
+    };
+    EXPECT_EQ(read(), 200);
+    for (const bool emptyFolder : {false, true}) {
+        fs::rename(data / "packages", data / "away");
+        if (emptyFolder) {
+            fs::create_directory(data / "packages");
+        }
+        EXPECT_EQ(putInfo("i2", "d", 1), 200);
+        EXPECT_EQ(putBlock("i2", "d", 1, "d"), 503);
+        EXPECT_EQ(read(), 503);
+        EXPECT_EQ(addError("i2", "d"), 200);
+        EXPECT_EQ(end("i2"), 503);
+        EXPECT_EQ(cancel("i3"), 200);
+        EXPECT_EQ(fs::exists(data / "packages"), emptyFolder);
+        EXPECT_TRUE(!emptyFolder || fs::is_empty(data / "packages"));
+        fs::remove(data / "packages");
+        fs::rename(data / "away", data / "packages");
+    }
+    EXPECT_EQ(read(), 200);
+    EXPECT_TRUE(fs::exists(package("3")));
+    EXPECT_EQ(end("i2"), 200);
+    EXPECT_EQ(cancel("i3"), 200);  // frees what could not be freed then
+    EXPECT_FALSE(fs::exists(package("3")));
+}
+
+}  // namespace
+
+}  // namespace dorvo
