@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "base/local_time.h"
 #include "base/paths.h"
@@ -37,10 +36,7 @@ Number without(Number sum, Number part) {
 }  // namespace
 
 std::string instanceOf(const JobActivity& record) {
-    GUID id;
-    static_assert(sizeof(id) == sizeof(record.instanceId));
-    std::memcpy(&id, record.instanceId.data(), sizeof(id));
-    return uuidText(id);
+    return uuidText(record.instanceId);
 }
 
 RunResult resultOf(const JobActivity& record, ExitCode outcome, const RunCounts& counts,

@@ -2,6 +2,8 @@
 
 #include <rpc.h>
 
+#include <cstring>
+
 namespace dorvo {
 
 long createUuid(GUID& id) {
@@ -17,6 +19,13 @@ std::string uuidText(const GUID& id) {
     std::string result(reinterpret_cast<const char*>(text));
     RpcStringFreeA(&text);
     return result;
+}
+
+std::string uuidText(const std::array<uint8_t, 16>& bytes) {
+    GUID id;
+    static_assert(sizeof(id) == sizeof(bytes));
+    std::memcpy(&id, bytes.data(), sizeof(id));
+    return uuidText(id);
 }
 
 bool uuidFromText(const std::string& text, GUID& id) {

@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <array>
+#include <cstdint>
 #include <string>
 
 namespace dorvo {
@@ -12,6 +14,8 @@ long createUuid(GUID& id);
 
 // Empty when the system cannot convert.
 std::string uuidText(const GUID& id);
+// Of the 16 bytes that a record keeps.
+std::string uuidText(const std::array<uint8_t, 16>& bytes);
 
 // False when the text is no UUID; `id` is then unchanged.
 bool uuidFromText(const std::string& text, GUID& id);

@@ -22,13 +22,6 @@
 namespace dorvo {
 namespace {
 
-GUID instanceOf(const JobActivity& record) {
-    GUID id{};
-    static_assert(sizeof(id) == sizeof(record.instanceId));
-    std::memcpy(&id, record.instanceId.data(), sizeof(id));
-    return id;
-}
-
 const BackupJobDefinition* backupOf(const JobDefinition& definition) {
     return definition.type() == JobDefinition::backupType
                ? dynamic_cast<const BackupJobDefinition*>(&definition)
@@ -136,7 +129,7 @@ void Job::dumpState(std::ostream& os, int32_t state) const {
     }
     const bool resumed = state == static_cast<int32_t>(JobState::running) && record->resuming != 0;
     os << "Job {" << definition_->id() << ", " << toUtf8(definition_->name()) << "} instance {"
-       << uuidText(instanceOf(*record)) << "} is "
+       << uuidText(record->instanceId) << "} is "
        << (resumed ? "resuming" : jobStateToString(state));
     if (state == static_cast<int32_t>(JobState::completing)) {
         os << "used time: " << record->usedTime / ticksPerSecond;

@@ -8,6 +8,7 @@
 
 #include "base/disk_room.h"
 #include "base/http_error.h"
+#include "storage/local/localerror.h"
 
 namespace dorvo {
 
@@ -43,13 +44,10 @@ constexpr bool isTransient(const Failure& failure) {
            (failure.waitForServer && isServerMissing(failure.code));
 }
 
-// What a folder says of a run that it can never complete.
-constexpr uint32_t errorInvalidState = 5023;
-
 // The storage has understood, and says no: another try would be answered alike.
 constexpr bool isRefusal(uint32_t code) {
     return code == withHttpMark(400) || code == withHttpMark(403) || code == withHttpMark(404) ||
-           code == withHttpMark(409) || code == errorInvalidState;
+           code == withHttpMark(409) || code == errorInstanceState;
 }
 
 // Whatever fails while the job is being stopped fails because of that.

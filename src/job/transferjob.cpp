@@ -387,10 +387,7 @@ bool TransferJob::stopping() const {
 
 std::string TransferJob::instanceText() const {
     const JobActivity& record = *activity().get();
-    GUID id{};
-    static_assert(sizeof(id) == sizeof(record.instanceId));
-    std::copy(record.instanceId.begin(), record.instanceId.end(), reinterpret_cast<uint8_t*>(&id));
-    return record.hasInstance() ? uuidText(id) : std::string();
+    return record.hasInstance() ? uuidText(record.instanceId) : std::string();
 }
 
 }  // namespace dorvo

@@ -45,13 +45,6 @@ std::wstring recordPath(const std::string& jobId) {
     return folder.empty() || !isJobId(jobId) ? std::wstring() : folder + L"\\" + toWide(jobId);
 }
 
-GUID guidOf(const PlacingRecord::Run& run) {
-    GUID id{};
-    static_assert(sizeof(id) == std::tuple_size_v<PlacingRecord::Run>);
-    std::memcpy(&id, run.data(), run.size());
-    return id;
-}
-
 std::string textOf(const Values& values, const char* key) {
     const auto found = values.find(key);
     return found == values.end() || found->second.type() != json_spirit::str_type
@@ -118,7 +111,7 @@ bool PlacingRecord::openFile() {
 // In one write, and filled up with blanks to what was there: a process that is killed leaves the
 // old text or the new one.
 bool PlacingRecord::write() {
-    json_spirit::Object object{{runKey, uuidText(guidOf(content_.run))},
+    json_spirit::Object object{{runKey, uuidText(content_.run)},
                                {itemKey, content_.item},
                                {siblingKey, toUtf8(content_.sibling)}};
     if (!content_.target.empty()) {
@@ -210,7 +203,7 @@ void PlacingRecord::finish() {
     } else {
         // Aside, where the job's next run does not write over it; no job has such an id.
         MoveFileExW(longPath(path_).c_str(),
-                    longPath(path_ + L"~" + toWide(uuidText(guidOf(content_.run)))).c_str(),
+                    longPath(path_ + L"~" + toWide(uuidText(content_.run))).c_str(),
                     MOVEFILE_REPLACE_EXISTING);
     }
     content_ = {};

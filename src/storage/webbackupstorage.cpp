@@ -26,14 +26,8 @@ constexpr DWORD conflict = withHttpMark(409);
 constexpr int maxEndRounds = 100;
 
 std::string instanceText(const JobActivity* activity) {
-    if (activity == nullptr || !activity->hasInstance()) {
-        return {};
-    }
-    GUID id{};
-    static_assert(sizeof(id) == sizeof(activity->instanceId));
-    std::copy(activity->instanceId.begin(), activity->instanceId.end(),
-              reinterpret_cast<uint8_t*>(&id));
-    return uuidText(id);
+    return activity != nullptr && activity->hasInstance() ? uuidText(activity->instanceId)
+                                                          : std::string();
 }
 
 std::wstring directoryOf(const std::string& jobId) {
