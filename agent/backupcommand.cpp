@@ -97,7 +97,11 @@ int BackupCommand::run(Terminal& terminal) {
     const std::string user = place.local() ? chooseKeyOwner(user_) : place.user();
     const auto engine = openEngine();
     flags_.check(*engine);
-    const JobList jobs = loadJobs();
+    std::vector<UnreadJob> unread;
+    const JobList jobs = loadJobs(&unread);
+    for (const UnreadJob& other : unread) {  // it may be the one that is meant
+        terminal.warn("Warning: " + unreadText(other));
+    }
     const std::unique_ptr<BackupJobDefinition> job = define(jobs, user, place);
     refuseToBackUpItself(*job);
     const std::string& id = job->id();

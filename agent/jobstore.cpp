@@ -7,9 +7,11 @@
 #include "agenterror.h"
 #include "base/handle.h"
 #include "base/paths.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "dataaccess.h"
+#include "failuretext.h"
 #include "job/activity/jobactivityhandle.h"
 #include "jobdef/jobdefinitionfactory.h"
 #include "runoutcome.h"
@@ -30,6 +32,22 @@ std::vector<std::wstring> comparable(std::vector<std::wstring> paths) {
     }
     std::sort(paths.begin(), paths.end());
     return paths;
+}
+
+// Why no definition was loaded, by the last error; nothing where there is none to load, as in a
+// directory that is just being made or removed.
+std::optional<std::string> whyUnread(DWORD error) {
+    switch (error) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND: return std::nullopt;
+        case ERROR_NOT_SUPPORTED:
+            return "its definition is of a later version; this one leaves it as it is";
+        case ERROR_INVALID_DATA:
+            return "its definition is damaged, and the next start of the agent deletes it: put it "
+                   "back from a copy";
+        case ERROR_DUP_NAME: return "its definition is that of a job with another id";
+        default: return "its definition cannot be read: " + failureText(error);
+    }
 }
 
 }  // namespace
@@ -61,8 +79,32 @@ std::vector<std::string> jobIds() {
 
 std::unique_ptr<JobDefinition> loadJob(const std::string& id) {
     std::wstring directory;
-    return jobDirectory(id, directory) ? JobDefinitionFactory::create(directory + L"\\def")
-                                       : nullptr;
+    if (!jobDirectory(id, directory)) {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return nullptr;
+    }
+    std::unique_ptr<JobDefinition> job;
+    SharingRetry retry;
+    do {
+        job = JobDefinitionFactory::create(directory + L"\\def");
+    } while (!job && retry.again());
+    // Everything of a job is found by its id: a copied directory is none of its.
+    if (job && !equalsIgnoreCase(job->id(), id)) {
+        job.reset();
+        SetLastError(ERROR_DUP_NAME);
+    }
+    return job;
+}
+
+std::optional<UnreadJob> findUnread(const std::string& id) {
+    for (const std::string& known : jobIds()) {
+        if (equalsIgnoreCase(known, id) && !loadJob(known)) {
+            if (const auto why = whyUnread(GetLastError())) {
+                return UnreadJob{known, *why};
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 bool hasJob(const std::string& id) {
@@ -71,11 +113,13 @@ bool hasJob(const std::string& id) {
            GetFileAttributesW(longPath(directory + L"\\def").c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-JobList loadJobs() {
+JobList loadJobs(std::vector<UnreadJob>* unread) {
     JobList jobs;
     for (const std::string& id : jobIds()) {
         if (auto job = loadJob(id)) {
             jobs.push_back(std::move(job));
+        } else if (const auto why = whyUnread(GetLastError()); why && unread != nullptr) {
+            unread->push_back({id, *why});
         }
     }
     std::sort(jobs.begin(), jobs.end(), [](const auto& a, const auto& b) {
@@ -106,6 +150,9 @@ const JobDefinition& findJob(const JobList& jobs, const std::string& idOrName) {
         found = job.get();
     }
     if (found == nullptr) {
+        if (const auto unread = findUnread(idOrName)) {
+            throw AgentError("The job '" + unread->id + "' cannot be used: " + unread->why);
+        }
         throw AgentError("There is no job '" + idOrName + "': 'agent jobs' shows those there are");
     }
     return *found;

@@ -1,13 +1,9 @@
 #include "jobview.h"
 
-#include <algorithm>
-
 #include "base/local_time.h"
 #include "base/text.h"
-#include "base/uuid.h"
 #include "failuretext.h"
 #include "job/activity/jobactivityhandle.h"
-#include "job/activity/jobwait.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "overdue.h"
@@ -109,43 +105,6 @@ std::string restoreText(const RestoreJobDefinition& job) {
            "\nConflict " + conflictText(job.conflict()) + "\n";
 }
 
-// What the record and the run's history say of a run that does not go on.
-RunWait waitOf(const JobView& view) {
-    RunWait wait;
-    const auto state = static_cast<JobState>(view.record.state);
-    if (!view.recorded || !unfinished(view.record) || (state != JobState::paused && view.live)) {
-        return wait;
-    }
-    const std::string id = view.job->id();
-    if (state != JobState::paused) {
-        wait.reason = "its process has ended: a resident agent goes on with it, or 'agent resume'";
-        return wait;
-    }
-    if (view.record.hasInstance()) {
-        const auto& bytes = view.record.instanceId;
-        GUID instance{};
-        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<uint8_t*>(&instance));
-        const PastRun run = loadRun(id, uuidText(instance));
-        wait.since = ticksOfText(run.endTime);
-    }
-    if (view.record.pausedManually != 0) {
-        wait.reason = "paused by the user: go on with it with 'agent resume'";
-        wait.until = view.nextRun;
-        return wait;
-    }
-    wait.reason = view.record.endError == 0 ? "interrupted when its agent ended"
-                                            : runFailure(view.record.endError, view.job->user());
-    wait.until = view.live ? loadWait(id) : 0;  // nobody resumes it where no process has it
-    return wait;
-}
-
-std::string waitWords(const RunWait& wait) {
-    return (wait.since == 0 ? std::string() : "since " + localTimeText(wait.since) + ": ") +
-           wait.reason +
-           (wait.until == 0 ? std::string()
-                            : "; it goes on by itself at " + localTimeText(wait.until));
-}
-
 }  // namespace
 
 JobView viewOf(const JobDefinition& job) {
@@ -169,15 +128,32 @@ JobView viewOf(const JobDefinition& job) {
                                               : std::optional(instantOfTicks(view.lastCompleted)),
                       clock);
     }
-    view.wait = waitOf(view);
+    if (view.recorded) {
+        view.wait = waitOf(job, record, view.live);
+        view.wait.until = record.pausedManually != 0 ? view.nextRun : view.wait.until;
+    }
     return view;
 }
 
 std::string waitText(const JobView& view) {
-    const bool waits = !view.wait.reason.empty() && view.record.pausedManually == 0;
+    const bool waits =
+        !view.wait.reason.empty() && view.record.pausedManually == 0 && !awaitsAnswer(view.record);
     return waits ? "Job '" + printable(toUtf8(view.job->name())) + "' waits " +
                        waitWords(view.wait) + "."
                  : std::string();
+}
+
+std::string unreadText(const UnreadJob& job) {
+    return "Job '" + job.id + "' does not run: " + job.why + ". 'agent remove " + job.id +
+           "' deletes it with its history.";
+}
+
+Ordered_object unreadJson(const UnreadJob& job) {
+    return {{"id", job.id},     {"name", ""},
+            {"user", ""},       {"type", "unknown"},
+            {"storage", ""},    {"state", unreadState},
+            {"nextRun", ""},    {"lastCompleted", wire_time(lastCompletion(job.id))},
+            {"overdue", false}, {"reason", job.why}};
 }
 
 std::string overdueText(const JobView& view) {
@@ -225,9 +201,7 @@ Ordered_object summaryJson(const JobView& view) {
                                   {"file", progress.file}};
         json.insert(json.end(), more.begin(), more.end());
         if (!view.wait.reason.empty()) {
-            json.push_back({"reason", view.wait.reason});
-            json.push_back({"since", wire_time(view.wait.since)});
-            json.push_back({"until", wire_time(view.wait.until)});
+            appendWait(json, view.wait);
         }
     }
     return json;

@@ -6,17 +6,14 @@
 
 #include "job/activity/jobactivity.h"
 #include "jobdef/jobdefinition.h"
+#include "jobstore.h"
 #include "json_spirit/json_spirit.h"
 #include "runhistory.h"
+#include "runwait.h"
 
 namespace dorvo::agent {
 
-// Why a run does not go on, since when and until when; times are ticks of UTC, 0 for not known.
-struct RunWait {
-    std::string reason;
-    uint64_t since = 0;
-    uint64_t until = 0;
-};
+constexpr const char* unreadState = "unreadable";  // of an UnreadJob
 
 struct JobView {
     const JobDefinition* job = nullptr;  // borrowed
@@ -25,7 +22,7 @@ struct JobView {
     JobActivity record{};
     uint64_t nextRun = 0;        // ticks of UTC, 0 for none
     uint64_t lastCompleted = 0;  // the same
-    RunWait wait{};              // of a paused or interrupted run; without a reason else
+    RunWait wait{};              // of a run that does not go on; without a reason else
     bool overdue = false;        // it has not completed for longer than its schedule promises
 };
 
@@ -39,6 +36,12 @@ std::string overdueText(const JobView& view);
 
 // "Job 'docs' waits since ...: ...; it goes on at ...", empty for one that does not wait by itself.
 std::string waitText(const JobView& view);
+
+// "Job '<id>' does not run: its definition ...".
+std::string unreadText(const UnreadJob& job);
+
+// As of a job, with what is known: state "unreadable", and "reason".
+json_spirit::Ordered_object unreadJson(const UnreadJob& job);
 
 // {"id", "name", "user", "type", "storage", "state", "nextRun", "lastCompleted", "overdue"}, and of
 // an unfinished run "progress", "files",

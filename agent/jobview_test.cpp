@@ -47,6 +47,17 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     EXPECT_THAT(text(), EndsWith(R"("overdue":false})"));
 }
 
+TEST_F(JobViewTest, ARunThatWaitsForAnAnswerSaysSo) {
+    view_.record.currentFileState = static_cast<uint32_t>(CurrentFileState::awaited);
+    EXPECT_THAT(waitOf(job_, view_.record, false).reason, HasSubstr("its process has ended"));
+    view_.live = true;
+    view_.wait = waitOf(job_, view_.record, view_.live);
+    EXPECT_THAT(detailText(view_, {}), HasSubstr("Waits    the server works on the run"));
+    EXPECT_EQ(waitText(view_), "") << "a warning for what is in order";
+    view_.record.currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    EXPECT_EQ(waitOf(job_, view_.record, true).reason, "");
+}
+
 TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
     set(JobState::completed);
     std::vector<PastRun> runs(1);

@@ -4,6 +4,7 @@
 #include "failuretext.h"
 #include "progress.h"
 #include "runoutcome.h"
+#include "runwait.h"
 
 namespace dorvo::agent {
 namespace {
@@ -24,10 +25,12 @@ void JsonRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     const auto state = static_cast<JobState>(record.state);
     const bool waits = waitsForServer(record);
     const bool due = state != JobState::paused && nowMs >= nextProgress_;
-    if (state == shown_ && !due && !(waits && reasonUnsaid_)) {
+    const uint64_t until = waits ? waitsUntil(job_.id()) : 0;
+    if (state == shown_ && !due && !(waits && (reasonUnsaid_ || until > until_))) {
         return;
     }
     shown_ = state;
+    until_ = until;
     nextProgress_ = nowMs + periodMs;
     json_spirit::Ordered_object json = beginning(job_);
     json.push_back({"state", jobStateToString(state)});
@@ -40,8 +43,11 @@ void JsonRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     json.push_back({"speed", progress.bytesPerSecond});
     json.push_back({"remainTime", secondsLeftJson(progress)});
     json.push_back({"file", progress.file});
-    if (waits && !reason_.empty()) {
-        json.push_back({"reason", reason_});
+    if (waits) {
+        RunWait wait = waitOf(job_, record, true);
+        // What was announced is newer than the record; of neither, it is not known.
+        wait.reason = reason_.empty() && record.endError != 0 ? wait.reason : reason_;
+        appendWait(json, wait);
         reasonUnsaid_ = false;
     }
     terminal_.out(line(json));

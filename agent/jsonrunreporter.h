@@ -1,8 +1,9 @@
 // Tells scripts how a run goes on: one JSON object a line.
 //
 // While it runs, {"id", "name", "state", "percent", "bytes", "totalBytes", "files", "fileCount",
-// "speed", "remainTime", "file"} at each change of state and at most twice a second, with "reason"
-// where it waits and that is known; at the end {"id", "name", "summary": {...}}.
+// "speed", "remainTime", "file"} at each change of state and at most twice a second, with "reason",
+// "since" and "until" where it waits, empty where they are not known, and again when they become
+// known; at the end {"id", "name", "summary": {...}}.
 #pragma once
 
 #include "runreporter.h"
@@ -26,6 +27,7 @@ private:
     bool reasonUnsaid_ = false;
     JobState shown_ = JobState::none;  // the state of the last show()
     uint64_t nextProgress_ = 0;
+    uint64_t until_ = 0;  // as it was said last
 };
 
 }  // namespace dorvo::agent

@@ -20,6 +20,22 @@ std::string whatStays(const JobDefinition& job) {
                : "Its backups stay in '" + toUtf8(job.location()) + "'.";
 }
 
+struct Target {
+    std::string id;
+    std::string name;
+    std::string stays;  // a sentence on what is not removed
+};
+
+// By its id a job can be removed whose definition nobody can read.
+Target targetOf(const std::string& idOrName) {
+    if (const auto unread = findUnread(idOrName)) {
+        return {unread->id, unread->id, "Its backups stay where they are."};
+    }
+    const JobList jobs = loadJobs();
+    const JobDefinition& job = findJob(jobs, idOrName);
+    return {job.id(), toUtf8(job.name()), whatStays(job)};
+}
+
 }  // namespace
 
 CLI::App* RemoveCommand::describe(CLI::App& parent) {
@@ -34,25 +50,24 @@ CLI::App* RemoveCommand::describe(CLI::App& parent) {
 
 int RemoveCommand::run(Terminal& terminal) {
     const auto engine = openEngine();
-    const JobList jobs = loadJobs();
-    const JobDefinition& job = findJob(jobs, job_);
+    const Target job = targetOf(job_);
     RunEvents events(engine.get());
-    engine->tell(JobVerb::remove, job.id());
-    const std::string name = toUtf8(job.name());
+    engine->tell(JobVerb::remove, job.id);
     const Interrupt interrupt;
-    while (!events.removed(job.id()) && !events.ended()) {
+    while (!events.removed(job.id) && !events.ended()) {
         if (!events.wait(interrupt.event())) {
-            throw AgentError("The job '" + name + "' was told to go, but not waited for",
+            throw AgentError("The job '" + job.name + "' was told to go, but not waited for",
                              exitStopped);
         }
     }
-    if (hasJob(job.id())) {
-        throw AgentError(events.removed(job.id())
-                             ? "The job '" + name + "' could not be deleted whole: " + logSaysWhy()
-                             : "The agent has ended before the job '" + name + "' was removed");
+    if (hasJob(job.id)) {
+        throw AgentError(events.removed(job.id)
+                             ? "The job '" + job.name +
+                                   "' could not be deleted whole: " + logSaysWhy()
+                             : "The agent has ended before the job '" + job.name + "' was removed");
     }
-    terminal.out("The job '" + name + "' (" + job.id() + ") is removed with its history. " +
-                 whatStays(job));
+    terminal.out("The job '" + job.name + "' (" + job.id + ") is removed with its history. " +
+                 job.stays);
     return exitDone;
 }
 

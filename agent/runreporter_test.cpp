@@ -3,13 +3,19 @@
 
 #include <gmock/gmock.h>
 
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
 #include "faketerminal.h"
+#include "job/activity/jobwait.h"
 #include "jobdef/backupjobdefinition.h"
+#include "storage/wire_time.h"
 #include "units.h"
 
 namespace dorvo::agent {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -99,8 +105,26 @@ TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     EXPECT_THAT(live_.lines, IsEmpty());
     // A line for the wait, and one more for its reason.
     ASSERT_THAT(json_.lines, SizeIs(6));
-    EXPECT_THAT(json_.lines[2], EndsWith(R"("file":""})"));
-    EXPECT_THAT(json_.lines[3], EndsWith(R"("reason":"connection refused"})"));
+    EXPECT_THAT(json_.lines[2], EndsWith(R"("reason":"","since":"","until":""})"));
+    EXPECT_THAT(json_.lines[3], HasSubstr(R"("reason":"connection refused")"));
+}
+
+TEST_F(RunReporters, TellScriptsUntilWhenARunWaits) {
+    std::wstring directory;
+    ASSERT_TRUE(jobDirectory(job_.id(), directory));
+    record_.endError = ERROR_DISK_FULL;
+    const uint64_t now = utcTimeNow();
+    // It is written down when the run has paused already; what lies behind was of another pause.
+    saveWait(job_.id(), now - ticksPerSecond);
+    show(JobState::paused, 0);
+    const uint64_t until = now + 3600 * ticksPerSecond;
+    saveWait(job_.id(), until);
+    show(JobState::paused, 1);
+    show(JobState::paused, 2);
+    rm_rf(directory, true);
+    ASSERT_THAT(json_.lines, SizeIs(2));
+    EXPECT_THAT(json_.lines[0], AllOf(HasSubstr("make room"), EndsWith(R"("until":""})")));
+    EXPECT_THAT(json_.lines[1], EndsWith(R"("until":")" + wire_time(until) + "\"}"));
 }
 
 TEST_F(RunReporters, APauseOfTheUserIsNoWait) {

@@ -36,7 +36,7 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services service
     }
     if (!services_.incrementCheck) {
         services_.incrementCheck = [this] {
-            return makeIncrementCheck(backup(), instanceText(), stopEvent());
+            return makeIncrementCheck(backup(), instanceText(), *activity().get(), stopEvent());
         };
     }
     if (!services_.dropRun) {

@@ -32,6 +32,7 @@ const char* fileStateText(uint32_t state) {
     switch (static_cast<CurrentFileState>(state)) {
         case CurrentFileState::encoding: return "encoding";
         case CurrentFileState::transfer: return "transfer";
+        case CurrentFileState::awaited:
         case CurrentFileState::none: break;
     }
     return "none";

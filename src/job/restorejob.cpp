@@ -83,7 +83,7 @@ std::unique_ptr<RestoreStorage> RestoreJob::createStorage(StorageUse use) {
 }
 
 std::unique_ptr<RestoreCatalog> RestoreJob::createCatalog() {
-    return makeRestoreCatalog(restore(), stopEvent());
+    return makeRestoreCatalog(restore(), *activity().get(), stopEvent());
 }
 
 }  // namespace dorvo

@@ -175,14 +175,16 @@ std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& d
 }
 
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,
-                                                   const std::string& instanceId, HANDLE stop) {
+                                                   const std::string& instanceId,
+                                                   JobActivity& activity, HANDLE stop) {
     if (isWeb(definition)) {
         // A machine with the wrong key hears of it before it walks its disks, and opens no run.
         if (UserKey key; !agreeOnKey(definition.user(), KeyUse::backup, stop, key)) {
             return nullptr;
         }
-        return std::make_unique<Web_Increment_Check>(Web_Increment_Check::Run{
-            definition.id(), definition.user(), instanceId, definition.compress(), stop});
+        return std::make_unique<Web_Increment_Check>(
+            Web_Increment_Check::Run{definition.id(), definition.user(), instanceId,
+                                     definition.compress(), stop, &activity});
     }
     LocalIncrementCheck::Run local;
     local.location = definition.location();
@@ -197,10 +199,10 @@ std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& de
 }
 
 std::unique_ptr<RestoreCatalog> makeRestoreCatalog(const RestoreJobDefinition& definition,
-                                                   HANDLE stop) {
+                                                   JobActivity& activity, HANDLE stop) {
     if (isWeb(definition)) {
         return std::make_unique<WebRestoreCatalog>(WebRestoreCatalog::Run{
-            definition.machine(), definition.jobInstanceId(), definition.user(), stop});
+            definition.machine(), definition.jobInstanceId(), definition.user(), stop, &activity});
     }
     LocalRestoreCatalog::Run local;
     local.location = definition.location();

@@ -45,10 +45,11 @@ std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& d
 // logged.
 bool dropBackupRun(const BackupJobDefinition& definition, const PendingDrop& drop, HANDLE stop);
 
-// `instanceId` is that of the run.
+// `instanceId` is that of the run; its record is told while an answer is awaited.
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,
-                                                   const std::string& instanceId, HANDLE stop);
+                                                   const std::string& instanceId,
+                                                   JobActivity& activity, HANDLE stop);
 std::unique_ptr<RestoreCatalog> makeRestoreCatalog(const RestoreJobDefinition& definition,
-                                                   HANDLE stop);
+                                                   JobActivity& activity, HANDLE stop);
 
 }  // namespace dorvo

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "http_util/command_to_server.h"
+#include "storage/answer_wait.h"
 #include "storage/web_backup_requests.h"
 #include "storage/web_exchange.h"
 
@@ -41,6 +42,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
     }
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
         "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, first_, items});
+    const AnswerWait waits(command, run_.activity);
     if (!exchange(session_, command, "do increment check of job", run_.jobId)) {
         return false;
     }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/interrupter.h"
+#include "job/activity/jobactivity.h"
 #include "job/source/incrementcheck.h"
 #include "storage/web_session.h"
 
@@ -23,6 +24,7 @@ public:
         std::string instanceId;
         bool compress = true;
         HANDLE stop = nullptr;
+        JobActivity* activity = nullptr;  // borrowed; told that an answer is awaited
     };
 
     explicit Web_Increment_Check(Run run);

@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "base/uuid.h"
 #include "http_util/command_to_server.h"
+#include "storage/answer_wait.h"
 #include "storage/itemtemppath.h"
 #include "storage/web_backup_requests.h"
 #include "storage/web_exchange.h"
@@ -67,6 +68,7 @@ bool WebBackupStorage::aimAtServer() {
 
 bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
                                 const std::string& subject) {
+    const AnswerWait waits(command, activity_);
     return dorvo::exchange(session_, command, action, subject, &activity_->wireSize);
 }
 

@@ -3,6 +3,7 @@
 #include "base/http_error.h"
 #include "base/text.h"
 #include "http_util/command_to_server.h"
+#include "storage/answer_wait.h"
 #include "storage/item_attributes.h"
 #include "storage/request_refusal.h"
 #include "storage/web_exchange.h"
@@ -30,6 +31,7 @@ bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after,
     Command_To_Server<List_Files_Request, Response_T<json_spirit::Value>> command(
         "List Files", {cookie, run_.machine, run_.jobInstanceId,
                        withoutTrailingBackslash(toUtf8(path)), after, pageLimit});
+    const AnswerWait waits(command, run_.activity);
     if (!exchange(*session_, command, "list the files of backup", run_.jobInstanceId)) {
         return false;
     }

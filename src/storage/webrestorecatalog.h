@@ -10,6 +10,7 @@
 
 #include "base/api.h"
 #include "base/interrupter.h"
+#include "job/activity/jobactivity.h"
 #include "storage/restorecatalog.h"
 
 namespace dorvo {
@@ -23,6 +24,7 @@ public:
         std::string jobInstanceId;  // of the backup
         std::string user;
         HANDLE stop = nullptr;  // manual-reset event, borrowed; null: nothing breaks a listing off
+        JobActivity* activity = nullptr;  // borrowed; told that an answer is awaited
     };
 
     explicit WebRestoreCatalog(Run run);

@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "base/uuid.h"
 #include "httpmsg/http_names.h"
+#include "storage/answer_wait.h"
 #include "storage/downloadedblock.h"
 #include "storage/item_attributes.h"
 #include "storage/itemtemppath.h"
@@ -47,6 +48,7 @@ bool WebRestoreStorage::aimAtServer() {
 }
 
 Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
+    const AnswerWait waits(command, activity_);
     return runExchange(session_, command, activity_ == nullptr ? nullptr : &activity_->wireSize);
 }
 

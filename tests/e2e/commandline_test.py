@@ -62,6 +62,19 @@ class CommandLineTest(SystemTest):
                 self.assertEqual(len(run.err.strip().splitlines()), 1, run.err)
                 self.assertIn("127.0.0.1:%d" % system.proxy.address[1], run.err)
 
+    def test_a_job_that_nobody_can_read(self):
+        system = System(self, "unread")
+        write(system.tree / "a.txt", b"a")
+        system.backup("--name", "docs")
+        job = system.job()
+        definition = system.machine.job_folder(job) / "def"
+        definition.write_text(definition.read_text().replace('"web"', '"tape"'))
+        self.assertIn("later version", system.machine.agent("show", job, code=FAILED).err)
+        self.assertEqual([(j["id"], j["state"]) for j in system.machine.listing("jobs")], [(job, "unreadable")])
+        system.machine.agent("remove", job)
+        self.assertEqual(system.machine.listing("jobs"), [])
+        self.assertFalse(system.machine.job_folder(job).exists())
+
     def test_two_users_never_see_each_other(self):
         system = System(self, "users")
         write(system.tree / "a.txt", b"a")

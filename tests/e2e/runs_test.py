@@ -125,6 +125,7 @@ class RunsTest(SystemTest):
         resident = Resident(machine)
         system.proxy.add("uploadblock", proxy.ANSWER, nth=3, times=1000)
         system.backup("--name", "docs", "--no-wait")
+        watch = machine.start("watch", "docs", "--json")
         shown = lambda: machine.listing("show", "docs")
         until(lambda: shown().get("until"), resident.process)
         job = shown()
@@ -133,10 +134,23 @@ class RunsTest(SystemTest):
         self.assertLess(job["since"], job["until"])
         self.assertIn(job["reason"], machine.agent("jobs").out)
         self.assertIn(job["reason"], machine.agent("show", "docs").out)
+        watch.until_said(job["until"])
+        waits = [o for o in objects(watch) if o.get("until")][0]
+        self.assertEqual([waits[k] for k in ("reason", "since", "until")], [job[k] for k in ("reason", "since", "until")])
         machine.agent("pause", "docs")
         job = shown()
         self.assertIn("by the user", job["reason"])
         self.assertEqual(job["until"], "")
+
+        # A server that works long on the end of a run.
+        system.proxy.clear()
+        fault = system.proxy.add("endjob", proxy.HOLD_REQUEST)
+        resumed = machine.start("resume", "docs", "--json")
+        system.await_fault(fault, resumed)
+        self.assertIn("has not answered", shown()["reason"])
+        fault.release()
+        self.assertEqual(resumed.wait(60), 0, resumed.out + resumed.err)
+        self.assertNotIn("reason", shown())
         resident.stop()
 
 

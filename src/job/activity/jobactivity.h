@@ -20,7 +20,8 @@
 
 namespace dorvo {
 
-enum class CurrentFileState : uint32_t { none = 0, encoding = 1, transfer = 2 };
+// `awaited`: no file's state; the service works on the run itself.
+enum class CurrentFileState : uint32_t { none = 0, encoding = 1, transfer = 2, awaited = 3 };
 
 struct DORVO_JOB_API JobActivity {
     static constexpr size_t recordSize = 4096;

@@ -13,7 +13,7 @@
 namespace dorvo {
 
 // False with the last error.
-bool saveWait(const std::string& jobId, uint64_t until);
+DORVO_JOB_API bool saveWait(const std::string& jobId, uint64_t until);
 
 // 0 when it is not known.
 DORVO_JOB_API uint64_t loadWait(const std::string& jobId);
