@@ -4,6 +4,7 @@
 #include <map>
 
 #include "job/scripted_job.h"
+#include "support/signal.h"
 
 namespace dorvo {
 namespace {
@@ -108,6 +109,10 @@ TEST_F(BackupJobTest, APackageGoesWithItsItem) {
     run(*job);
     EXPECT_EQ(job->state(), paused);
     EXPECT_FALSE(exists(package));
+    write(package, "of a process that was killed");
+    script_.onItem = [&](const std::string&) { EXPECT_FALSE(exists(package)); };
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
 }
 
 TEST_F(BackupJobTest, ARunThatNeverBeganTakesUpNothingOfTheOneBefore) {
@@ -240,7 +245,19 @@ TEST_F(BackupJobTest, ABusySnapshotServiceIsAskedAgainForAWhile) {
         script_.onSnapshot = [&] { EXPECT_TRUE(stop ? job->stop() : job->pause(true)); };
         run(*job);
         EXPECT_EQ(job->state(), stop ? cancelled : paused);
+        EXPECT_TRUE(script_.snapshotTold) << "what makes it has to give up, too";
     }
+    SCOPED_TRACE("stopped between two tries");
+    rm_rf(dataPath(L"\\job"), true);
+    script_ = {};
+    script_.snapshot = std::deque<DWORD>(1000, busy);
+    snapshotRetryMs_ = INFINITE;
+    const auto job = makeBackup();
+    Signal asked;
+    script_.onSnapshot = [&] { asked.set(); };
+    ASSERT_TRUE(job->start() && asked.wait() && job->stop() && job->wait(60'000));
+    EXPECT_EQ(job->state(), cancelled);
+    EXPECT_EQ(script_.count("snapshot"), 1u);
 }
 
 // The requester was told to give up: the run has lost its snapshot, and nothing that was sent.

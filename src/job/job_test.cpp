@@ -4,10 +4,12 @@
 
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "base/error_text.h"
 #include "base/key_error.h"
 #include "base/local_time.h"
+#include "job/activity/jobwait.h"
 #include "job/jobcmdqueue.h"
 #include "scheduler/iocp_dispatcher.h"
 #include "support/log_capture.h"
@@ -225,6 +227,39 @@ TEST_F(JobLifecycle, AUsersPauseOfAPausedJobIsNotResumedAfterAnError) {
     job->activity()->pausedManually = 0;
     EXPECT_TRUE(job->pause(true));
     EXPECT_EQ(job->activity()->pausedManually, 0U) << "nothing to pause";
+}
+
+// A step that the stop breaks off asks at once why.
+TEST_F(JobLifecycle, WhoeverSeesTheStopSeesItsCommand) {
+    const auto job = make("a");
+    for (int round = 0; round < 500; ++round) {
+        job->activity()->state = value(JobState::running);
+        Signal waits;
+        bool carriesOn = true;
+        std::thread step([&] {
+            SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
+            waits.set();
+            WaitForSingleObject(job->stopEvent(), INFINITE);
+            carriesOn = job->pollEvent(0);
+        });
+        EXPECT_TRUE(waits.wait());
+        EXPECT_TRUE(job->stop());
+        step.join();
+        ASSERT_FALSE(carriesOn) << round;
+        job->activity()->state = value(JobState::completing);
+        ASSERT_TRUE(job->emit(JobCommand::pause) && job->pollEvent(0)) << "for the next round";
+    }
+}
+
+TEST_F(JobLifecycle, AResumeIsOnRecordForWhenItIsArmed) {
+    constexpr uint64_t hour = 3'600'000;
+    const auto job = make("a");
+    for (const uint64_t delayMs : {hour, 2 * hour}) {
+        const uint64_t before = utcTimeNow();
+        ASSERT_TRUE(job->armResume(delayMs));
+        EXPECT_GE(loadWait("a"), before + delayMs * ticksPerMillisecond);
+        EXPECT_LE(loadWait("a"), utcTimeNow() + delayMs * ticksPerMillisecond);
+    }
 }
 
 TEST_F(JobLifecycle, TheResumeTimerPutsACommandIntoTheQueue) {

@@ -264,6 +264,29 @@ TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
     }
 }
 
+TEST_F(RestoreJobTest, AFullDiskIsOneWithoutRoomForWhatIsLeftOfTheFile) {
+    constexpr uint64_t spare = uint64_t{16} << 20;  // of each disk
+    constexpr uint64_t left = 60;                   // to be received
+    for (const uint64_t missing : {0u, 1u}) {
+        SCOPED_TRACE(missing);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        script_.room = 2 * spare + left + 7 - missing;
+        script_.items["b"] = {ERROR_DISK_FULL};
+        const auto job = makeRestore();
+        script_.onItem = [&](const std::string& name) {
+            job->record().packageSize = name == "b" ? 100 : 0;
+            job->record().fileOffset = name == "b" ? 100 - left : 0;
+        };
+        const LogCapture quiet;
+        run(*job);
+        EXPECT_EQ(job->state(), missing == 0 ? completed : paused);
+        ASSERT_EQ(script_.needs.size(), 2u);
+        EXPECT_EQ(script_.needs[0].folder, itemTempFolder("j1"));
+        EXPECT_EQ(script_.needs[1].folder, target() + L"\\b");
+    }
+}
+
 TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
     for (const wchar_t* prefix : {L"", L"C:\\"}) {
         SCOPED_TRACE(toUtf8(prefix));

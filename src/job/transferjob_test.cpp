@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "job/activity/jobwait.h"
 #include "job/scripted_job.h"
 
 namespace dorvo {
@@ -38,7 +39,12 @@ TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
     script.items["b"] = {ERROR_SHARING_VIOLATION};
     script.items["c"] = {ERROR_CANCELLED};
     const auto job = this->makeJob();
+    script.onItem = [&](const std::string& name) {
+        EXPECT_EQ(job->record().fileOffset, 0u) << name << " begins where the one before stood";
+        job->record().fileOffset = name == "sources" ? 0 : 5;
+    };
     this->run(*job);
+    EXPECT_EQ(job->record().fileOffset, 0u);
     EXPECT_EQ(job->state(), completed);
     EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden", "b 32 "}));
     EXPECT_EQ(job->record().failedItems, 2u);
@@ -56,7 +62,7 @@ TYPED_TEST(TransferJobTest, AFailedItemThatCannotBeRecordedEndsTheRun) {
     EXPECT_EQ(this->script_.stored(), (Names{"sources", "a", "b"}));
 }
 
-// The process dies before a failed item is recorded, or after.
+// The process dies before a failed item is recorded, before its position moves, or after.
 TYPED_TEST(TransferJobTest, ADeathLosesNoFailedItem) {
     Script& script = this->script_;
     const std::wstring folder = this->dataPath(L"\\job\\j1");
@@ -65,31 +71,58 @@ TYPED_TEST(TransferJobTest, ADeathLosesNoFailedItem) {
         rm_rf(left, true);
         std::filesystem::copy(folder, left, std::filesystem::copy_options::recursive);
     };
-    for (const bool recorded : {false, true}) {
-        SCOPED_TRACE(recorded);
+    enum class Dies { before, between, after };
+    for (const Dies dies : {Dies::before, Dies::between, Dies::after}) {
+        SCOPED_TRACE(static_cast<int>(dies));
         rm_rf(folder, true);
         script = {};
         script.items["b"] = {ERROR_SHARING_VIOLATION};
-        script.onRecord = [&] { recorded ? void() : die(); };
-        script.onItem = [&](const std::string& name) { recorded&& name == "c" ? die() : void(); };
+        (dies == Dies::before ? script.onRecord : script.onRecorded) = [&] {
+            dies != Dies::after ? die() : void();
+        };
+        script.onItem = [&](const std::string& name) {
+            dies == Dies::after&& name == "c" ? die() : void();
+        };
         auto job = this->makeJob();
         this->run(*job);
         EXPECT_EQ(job->state(), completed);
         job.reset();
         ASSERT_TRUE(rm_rf(folder, true));
         std::filesystem::rename(left, folder);
-        script.onRecord = nullptr;
-        script.onItem = nullptr;
-        script.calls.clear();
+        script = {};
+        // What was written down fails once more where the position stands on it.
+        script.items["b"] = {dies == Dies::between ? DWORD{ERROR_SHARING_VIOLATION} : 0};
         job = this->makeJob();
         ASSERT_TRUE(job->init());
         ASSERT_EQ(job->state(), paused);
         this->run(*job);
         EXPECT_EQ(job->state(), completed);
-        EXPECT_EQ(script.stored(), recorded ? Names{"c"} : (Names{"b", "c"}));
-        EXPECT_EQ(job->errors(), recorded ? Names{"b 32 "} : Names{});
-        EXPECT_EQ(job->record().failedItems, recorded ? 1u : 0u);
+        EXPECT_EQ(script.stored(), dies == Dies::after ? Names{"c"} : (Names{"b", "c"}));
+        EXPECT_EQ(job->errors(), dies == Dies::before ? Names{} : Names{"b 32 "});
+        EXPECT_EQ(job->record().failedItems, dies == Dies::before ? 0u : 1u);
     }
+}
+
+TYPED_TEST(TransferJobTest, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
+    Script& script = this->script_;
+    std::unique_ptr<TypeParam> job;
+    // A folder stands where the failed items go.
+    const auto block = [&] {
+        EXPECT_TRUE(createDirectories(this->dataPath(L"\\job\\j1\\hist\\") +
+                                      toWide(job->instanceText()) + L".errors.journal"));
+    };
+    if constexpr (std::is_same_v<TypeParam, ScriptedBackup>) {
+        job = this->makeBackup({this->sources() + L"\\x"});
+        script.onCheck = block;
+    } else {
+        job = this->makeRestore(2, {L"C:\\x"});
+        script.onList = block;
+    }
+    const LogCapture quiet;
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, DWORD{ERROR_WRITE_FAULT});
+    EXPECT_EQ(script.count("start"), 0u);
 }
 
 TYPED_TEST(TransferJobTest, FailedItemsThatCannotBeReadFailTheRun) {
@@ -314,6 +347,36 @@ TYPED_TEST(TransferJobTest, WaitsLongerWhileItComesNoFurther) {
     }
     this->run(*job);
     EXPECT_EQ(job->state(), completed);
+}
+
+TYPED_TEST(TransferJobTest, AnyProgressShortensTheWait) {
+    struct Row {
+        const char* name;
+        void (*comesFurther)(JobActivity& record);
+        const char* seconds;
+    };
+    const Row rows[] = {
+        {"none", [](JobActivity&) {}, "60"},
+        {"blocks", [](JobActivity& record) { ++record.acceptedBlocks; }, "30"},
+        {"bytes", [](JobActivity& record) { ++record.fileOffset; }, "30"},
+        {"another list", [](JobActivity& record) { ++record.totalSize; }, "30"},
+    };
+    Script& script = this->script_;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.items["b"] = {WSAECONNRESET, WSAECONNRESET};
+        const auto job = this->makeJob();
+        this->run(*job);
+        ASSERT_EQ(job->state(), paused);
+        script.onItem = [&](const std::string&) { row.comesFurther(job->record()); };
+        const uint64_t before = utcTimeNow();
+        this->run(*job);
+        ASSERT_EQ(job->state(), paused);
+        EXPECT_GE(loadWait("j1"), before + std::stoull(row.seconds) * ticksPerSecond);
+        EXPECT_LE(loadWait("j1"), utcTimeNow() + std::stoull(row.seconds) * ticksPerSecond);
+    }
 }
 
 TYPED_TEST(TransferJobTest, AFullDiskParksTheRunUntilThereIsRoom) {

@@ -279,7 +279,16 @@ TEST_F(WebBackupStorageTest, WhatTheServiceLacksAtTheEndBecomesFailedItems) {
     };
     const std::string a = R"({"error":"","incomplete":["C:\\a"]})";
     const std::string more = R"({"incomplete":["C:\\a","C:\\b\u00e4",7,""]})";
+    std::vector<std::string> forEver;
+    Names named;
+    for (int i = 0; i < 150; ++i) {
+        forEver.push_back(R"({"incomplete":["C:\\a)" + std::to_string(i) + "\"]}");
+        if (i < 99) {
+            named.push_back("C:\\a" + std::to_string(i));
+        }
+    }
     const Row rows[] = {
+        {"another one every time", forEver, 0x20010199, named, 100},
         {"named at once", {more, ""}, 0, {"C:\\a", "C:\\b\u00e4"}, 2},
         {"named one after the other", {a, more, ""}, 0, {"C:\\a", "C:\\b\u00e4"}, 3},
         {"named in spite of being on the list", {a}, 0x20010199, {"C:\\a"}, 2},

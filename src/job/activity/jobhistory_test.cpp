@@ -198,6 +198,12 @@ TEST_F(JobHistory, ErrorsWaitForWhoHoldsTheirFiles) {
     JobHistoryError errors(errorPath("e1"));
     ASSERT_TRUE(errors.add(L"a", 1, "") && errors.save());
     ASSERT_TRUE(errors.add(L"b", 1, "") && errors.saveNew());
+    const auto letGo = std::exchange(SharingRetry::pause, [](DWORD) {});
+    hold(document);
+    EXPECT_FALSE(errors.save());
+    held.reset();
+    EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), (Names{"a", "b"})) << "in the journal";
+    SharingRetry::pause = letGo;
     hold(document);
     EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SUCCESS});
     hold(document);
