@@ -1,6 +1,7 @@
 #include "jobrun.h"
 
 #include "agenterror.h"
+#include "agentlog.h"
 #include "base/text.h"
 #include "interrupt.h"
 #include "jobdef/backupjobdefinition.h"
@@ -68,7 +69,9 @@ int runJob(Engine& engine, Terminal& terminal, const JobDefinition& job,
     }
     if (end.code == exitDone && end.record.startTime == 0) {
         // The system made no thread: the record still says how the former run ended.
-        throw AgentError("The job '" + toUtf8(job.name()) + "' did not run: the log file says why");
+        const std::string name = toUtf8(job.name());
+        throw AgentError("The job '" + name + "' did not run, and " + logSaysWhy() +
+                         ": start it again with 'agent start \"" + name + "\"'");
     }
     return end.code;
 }

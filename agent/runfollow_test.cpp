@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "agenterror.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "base/text.h"
@@ -69,6 +70,21 @@ TEST_F(RunFollow, EndsWithARunThatWasOverBeforeTheResidentAgent) {
                             },
                             {});
     EXPECT_EQ(code, exitDone);
+}
+
+TEST_F(RunFollow, ARunThatNeverBeganIsNoSuccess) {
+    try {
+        runJob(engine_, terminal_, job_,
+               [&] {
+                   set(JobState::completed);  // as the run before ended
+                   record_->startTime = 0;
+               },
+               {});
+        ADD_FAILURE();
+    } catch (const AgentError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("did not run"));
+        EXPECT_THAT(error.what(), HasSubstr("agent start \"docs\""));
+    }
 }
 
 TEST_F(RunFollow, ARecordThatNobodyHasIsWaitedForWhileTheAgentLives) {

@@ -1,5 +1,6 @@
 #include "engine/verbrefusal.h"
 
+#include "agentlog.h"
 #include "base/job_state.h"
 
 namespace dorvo::agent {
@@ -23,7 +24,10 @@ Phase phaseOf(int32_t state) {
     }
 }
 
-constexpr const char* unreadable = "has no readable record: the log file says why";
+std::string unreadable() {
+    return "has no record that can be read, and " + logSaysWhy() +
+           ": remove the job with 'agent remove' and define it anew; its backups stay";
+}
 
 std::string lacksRun(const char* what, int32_t state) {
     return std::string("has no run to ") + what + ": its state is " + jobStateToString(state);
@@ -43,7 +47,7 @@ std::string refusalOf(JobVerb verb, int32_t state) {
         return {};
     }
     if (phase == Phase::none) {
-        return unreadable;
+        return unreadable();
     }
     const bool without = phase == Phase::ended || phase == Phase::idle;
     switch (verb) {
@@ -63,7 +67,7 @@ std::string refusalOf(JobVerb verb, int32_t state) {
 
 std::string refusalOfDefinition(int32_t state) {
     switch (phaseOf(state)) {
-        case Phase::none: return unreadable;
+        case Phase::none: return unreadable();
         case Phase::idle:
         case Phase::ended: return {};
         case Phase::paused:

@@ -1,4 +1,4 @@
-// Why a job in a state does not do what it is told. Pure.
+// Why a job in a state does not do what it is told.
 #pragma once
 
 #include <cstdint>
