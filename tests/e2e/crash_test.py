@@ -1,10 +1,14 @@
 """The agent dies at the worst moments; "agent resume" goes on with the same run each time."""
 
+import json
 import unittest
 
 import proxy
 from system import BLOCK, System, SystemTest, make_tree, noise, until, write
-from machine import windows_path
+from machine import unix_path, windows_path
+
+SOME_FAILED = 3
+FORBIDDEN = 0x20010193  # HTTP status 403
 
 # Where the agent is killed: the endpoint, before or after the server has seen the request, and the
 # number of the request since the agent was started.
@@ -28,6 +32,24 @@ class CrashTest(SystemTest):
         self.assertEqual(len(instances | {system.instance()}), 1, "the run lost its instance")
         self.assertBackedUp(system)
         self.assertEqual(system.proxy.blocks_sent_again(), [])
+
+    def test_killed_with_failed_items(self):
+        """What an earlier part of the run had to leave out stays on its list, once, to its end."""
+        system = System(self, "failed")
+        make_tree(system.tree)
+        system.proxy.add("uploadblock", proxy.ANSWER, nth=2, times=2, status=403)
+        system.kill_at(system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 5)
+        job = system.job()
+        for kill in (("uploadblock", proxy.HOLD_ANSWER, 1), ("AddErrorFiles", proxy.HOLD_ANSWER, 1)):
+            system.kill_at(lambda: system.machine.start("resume", job), *kill)
+        run = system.machine.agent("resume", job, "--json", code=SOME_FAILED)
+        summary = json.loads(run.out.splitlines()[-1])["summary"]
+        refused = [r.source for r in system.proxy.requests("uploadblock") if r.status == 403]
+        self.assertEqual(len(refused), 2)
+        self.assertEqual([(f["path"], f["code"]) for f in summary["failed"]], [(path, FORBIDDEN) for path in refused])
+        self.assertBackedUp(system, failed=[unix_path(path) for path in refused])
+        system.machine.agent("start", job)
+        self.assertBackedUp(system)
 
     def test_killed_while_it_encodes(self):
         system = System(self, "encode")
