@@ -100,7 +100,8 @@ int BackupCommand::run(Terminal& terminal) {
     std::vector<UnreadJob> unread;
     const JobList jobs = loadJobs(&unread);
     for (const UnreadJob& other : unread) {  // it may be the one that is meant
-        terminal.warn("Warning: " + unreadText(other));
+        const std::string warning = "Warning: " + unreadText(other);
+        flags_.json ? terminal.error(warning) : terminal.warn(warning);
     }
     const std::unique_ptr<BackupJobDefinition> job = define(jobs, user, place);
     refuseToBackUpItself(*job);

@@ -1,6 +1,7 @@
 """What a user does wrong gets one sentence on standard error and the right exit code; what was done
 can be listed."""
 
+import json
 import unittest
 
 from machine import windows_path
@@ -71,8 +72,12 @@ class CommandLineTest(SystemTest):
         definition.write_text(definition.read_text().replace('"web"', '"tape"'))
         self.assertIn("later version", system.machine.agent("show", job, code=FAILED).err)
         self.assertEqual([(j["id"], j["state"]) for j in system.machine.listing("jobs")], [(job, "unreadable")])
+        # It may be the one that is meant.
+        run = system.backup("--name", "docs", "--json")
+        self.assertIn("later version", run.err)
+        self.assertTrue(all(json.loads(line) for line in run.out.splitlines()))
         system.machine.agent("remove", job)
-        self.assertEqual(system.machine.listing("jobs"), [])
+        self.assertNotIn(job, [j["id"] for j in system.machine.listing("jobs")])
         self.assertFalse(system.machine.job_folder(job).exists())
 
     def test_two_users_never_see_each_other(self):
