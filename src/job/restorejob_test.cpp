@@ -261,6 +261,12 @@ TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
         EXPECT_EQ(written(L"\\z"), backedUp);
         EXPECT_EQ(written(L"\\there") == backedUp, conflict != 1);
         EXPECT_EQ(script_.count("C:\\sources\\there"), conflict == 1 ? 0u : 1u);
+        EXPECT_EQ(script_.count("C:\\sources\\made"), 2u);
+        // To another run, what this one has made was there.
+        write(target() + L"\\made\\mine", "");
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(written(L"\\made") == backedUp, conflict != 1);
     }
 }
 

@@ -39,9 +39,31 @@ protected:
     }
 };
 
+TEST_F(LocalWriterTest, ACheckPointIsMadeWhenOneIsDue) {
+    const auto made = writer();
+    LocalRecord record;
+    record.path = u"a";
+    record.size = LocalInstanceWriter::checkpointInterval - 16;
+    EXPECT_TRUE(made->append(record));
+    record.size = 16;
+    EXPECT_TRUE(made->append(record) && made->append(record));
+    EXPECT_EQ(stored(), "1a 1a 5 1a ");
+}
+
+TEST_F(LocalWriterTest, AnEndKeepsWhatIsCarriedOver) {
+    const auto made = writer();
+    LocalRecord record;
+    record.container.fill(9);
+    record.size = 16;
+    record.path = u"c";
+    ASSERT_TRUE(made->plan(std::span(&record, 1), {}) && made->finish({}) && made->finish({}));
+    EXPECT_EQ(stored(), "1c ");
+    EXPECT_EQ(made->records(), 1u);
+}
+
 TEST_F(LocalWriterTest, AnEndThatWasBrokenOffIsMadeAnew) {
     auto made = writer();
-    ASSERT_TRUE(append(*made, u"a") && append(*made, u"b"));
+    ASSERT_TRUE(append(*made, u"a") && append(*made, u"b") && made->checkpoint());
     LocalRecord failed;
     failed.kind = LocalRecord::Kind::failed;
     const std::u16string paths[] = {u"x", u"y", u"z"};
@@ -56,19 +78,19 @@ TEST_F(LocalWriterTest, AnEndThatWasBrokenOffIsMadeAnew) {
     for (const size_t count : {size_t{3}, size_t{1}, size_t{0}, size_t{2}}) {
         SCOPED_TRACE(count);
         ASSERT_TRUE(made->finish(std::span(errors).first(count)));
-        EXPECT_EQ(made->records(), 2 + count);
+        EXPECT_EQ(made->records(), 3 + count);
         EXPECT_EQ(made->indexSize(), sizeOfFile(place().index(instance())));
-        EXPECT_EQ(stored(), std::string("1a 1b 3x 3y 3z ").substr(0, 6 + 3 * count));
+        EXPECT_EQ(stored(), std::string("1a 1b 5 3x 3y 3z ").substr(0, 8 + 3 * count));
         EXPECT_EQ(sizeOfFile(place().packages(instance())), 64u);
     }
     // Killed before the document said so: the run goes on, and ends again.
     made.reset();
     made = writer();
-    EXPECT_EQ(stored(), "1a 1b ");
-    EXPECT_EQ(made->records(), 2u);
-    ASSERT_TRUE(made->finish(std::span(errors).first(1)));
-    EXPECT_EQ(stored(), "1a 1b 3x ");
+    EXPECT_EQ(stored(), "1a 1b 5 ");
     EXPECT_EQ(made->records(), 3u);
+    ASSERT_TRUE(made->finish(std::span(errors).first(1)));
+    EXPECT_EQ(stored(), "1a 1b 5 3x ");
+    EXPECT_EQ(made->records(), 4u);
     made.reset();
     cut(place().packages(instance()), 63);
     EXPECT_FAILS(ERROR_INVALID_DATA, writer()->finish(errors));

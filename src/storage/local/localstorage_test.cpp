@@ -138,6 +138,13 @@ TEST_F(LocalStorageTest, APlaceIsRememberedWhenItIsMarked) {
 TEST_F(LocalStorageTest, ADropBeginsWithTheDocument) {
     started();
     {
+        const FileHandle held(CreateFileW(place().document(instance()).c_str(), GENERIC_READ,
+                                          FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(held);
+        EXPECT_FALSE(storage()->cancel());
+        EXPECT_TRUE(fileExists(place().packages(instance())));
+    }
+    {
         const FileHandle held(CreateFileW(place().packages(instance()).c_str(), GENERIC_READ,
                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                           OPEN_EXISTING, 0, nullptr));
