@@ -112,7 +112,7 @@ class Durability(unittest.TestCase):
     def test_endjob_syncs_everything_before_its_answer(self):
         trace = self.data / "trace"
         server = Server(self.data, ["strace", "-f", "-y", "-qq", "-s", "60", "-o", str(trace), "-e",
-                                    "trace=openat,pwrite64,fallocate,fsync,fdatasync,sync_file_range,sendmsg"])
+                                    "trace=openat,pwrite64,fallocate,fsync,fdatasync,sync_file_range,syncfs,sendmsg"])
         try:
             with Session(server.port) as session:
                 for instance in ("first", "second"):
@@ -147,6 +147,9 @@ class Durability(unittest.TestCase):
             state = between[between.index("sync packages") + 1:]
             self.assertEqual(set(state[:-1]), {"write catalog.db-wal"}, "the state is not committed after the bytes")
             self.assertEqual(state[-1], "sync catalog.db-wal")
+        # What was found at the start, and what is left at a stop: both disks, should there be two.
+        for where in (calls[:answers[0]], calls[answers[-1]:]):
+            self.assertEqual([call for call in where if call.startswith("syncfs ")], ["syncfs .", "syncfs packages"])
 
     def calls(self, lines):
         """The trace as "write FILE", "sync FILE" and "answer 200"; a call stands where it ended, but
@@ -157,9 +160,9 @@ class Durability(unittest.TestCase):
             if line.startswith("sendmsg(") and "HTTP/1.1 200" in line:
                 calls.append("answer 200")
                 continue
-            found = re.match(r"(fsync|fdatasync|pwrite64)\(\d+<([^>]*)>", line)
+            found = re.match(r"(fsync|fdatasync|syncfs|pwrite64)\(\d+<([^>]*)>", line)
             if found and found[2].startswith(str(self.data)):
-                what = "write " if found[1] == "pwrite64" else "sync "
+                what = {"pwrite64": "write ", "syncfs": "syncfs "}.get(found[1], "sync ")
                 begun[pid] = what + os.path.relpath(found[2], self.data)
             if pid in begun and "<unfinished" not in line:
                 call = begun.pop(pid)

@@ -79,9 +79,18 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
       catalog_(soundCatalog(data_, blocks_)),
       dispatcher_(catalog_, blocks_, options.sessionLifetime) {
     reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, log_);
-    syncFolder(data_);
+    // A copy that was put back may not be on the disk yet, and all promises stand on it.
+    syncFileSystems();
     http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port, options.limits,
                                          threadCounts(), log_);
+}
+
+// The packages may lie on a disk of their own; one that is away was synced as it went.
+void StorageServer::syncFileSystems() const {
+    syncFileSystem(data_);
+    if (fs::exists(blocks_.folder())) {
+        syncFileSystem(blocks_.folder());
+    }
 }
 
 StorageServer::~StorageServer() {
@@ -99,7 +108,7 @@ void StorageServer::stop() {
     }
     stopped_ = true;
     http_->stop();
-    syncFileSystem(data_);
+    syncFileSystems();
     endService(catalog_, blocks_, log_);
 }
 

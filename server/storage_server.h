@@ -44,6 +44,8 @@ public:
     void stop();
 
 private:
+    void syncFileSystems() const;
+
     std::filesystem::path data_;
     FileDescriptor lock_;
     FileBlockStore blocks_;
