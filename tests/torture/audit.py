@@ -9,14 +9,15 @@ from reader import Reader, require
 from session import Broken
 
 MACHINE = "auditor"
+SOME = 20  # completed backups of a user that are read after an ordinary start
 
 
 class Audit:
     def __init__(self, world, seed):
         self.world, self.model, self.rng = world, world.model, random.Random(seed)
 
-    def run(self, most=1 << 30):
-        """Reads `most` of the completed instances, the newest and some of the others."""
+    def run(self, most):
+        """Reads `most` of each user's completed instances, the newest and some others; None: all."""
         for user in self.world.users:
             session = self.world.session(user, MACHINE)
             try:
@@ -32,9 +33,10 @@ class Audit:
         reader = Reader(self.model, lambda verb, *arguments: getattr(session, verb)(*arguments), self.rng)
         done = sorted((i for i in self.model.all() if i.user == user and i.is_only(COMPLETED)),
                       key=lambda i: i.completion)
-        newest, others = done[-most // 2:], done[:-most // 2]
+        if most and len(done) > most:
+            done = self.rng.sample(done[:-most // 2], most // 2) + done[-most // 2:]
         read = set()
-        for instance in self.rng.sample(others, min(len(others), most // 2)) + newest:
+        for instance in done:
             reader.listing(instance)
             for path, entry in instance.entries.items():
                 # A package that several instances carry is read once in full.

@@ -3,6 +3,9 @@
 import pathlib
 import shutil
 import sqlite3
+import subprocess
+
+from journal import Wrong
 
 CATALOG = ("catalog.db", "catalog.db-wal", "catalog.db-shm")
 
@@ -29,30 +32,53 @@ class DataFolder:
                           int(package.stem), end, begin)
         return [(name, path) for name, path in rows]
 
-    def save(self, name, catalog_only=False):
-        """Keeps a copy of the folder, or of the catalog's files."""
-        self.forget(name)
-        target = self.copies / name
-        if not catalog_only:
-            shutil.copytree(self.path, target)
-            return
-        target.mkdir(parents=True)
-        for file in CATALOG:
-            if (self.path / file).exists():
-                shutil.copy2(self.path / file, target / file)
+    def stretches(self):
+        """(file, begin, end) of each package with bytes."""
+        rows = self.query("SELECT DISTINCT container, offset, size FROM files WHERE kind = 1 AND blocks > 0"
+                          " ORDER BY container, offset")
+        files = {int(file.stem): file for file in self.packages()}
+        return [(files[c], offset, offset + size) for c, offset, size in rows if c in files]
+
+    def completed_packages(self):
+        """Of all package files that completed backups need, and that are there: file number -> bytes."""
+        needed = {int(n) for n, in self.query(
+            "SELECT DISTINCT f.container FROM files f JOIN instances i ON i.id = f.instance"
+            " WHERE i.state = 2 AND f.kind = 1 AND f.size > 0")}
+        there = (p.stat() for p in self.packages() if int(p.stem) in needed)
+        return {status.st_ino: status.st_size for status in there}
+
+    def require(self, packages):
+        """Those still are somewhere in the folder, whatever they are called now."""
+        there = {p.stat().st_ino: p.stat().st_size for p in self.path.rglob("*") if p.is_file()}
+        gone = [size for number, size in packages.items() if there.get(number) != size]
+        if gone:
+            raise Wrong(f"{len(gone)} of {len(packages)} package files of completed backups are gone")
+
+    def settle_log(self):
+        """Moves the log into the database."""
+        self.query("PRAGMA wal_checkpoint(TRUNCATE)")
+
+    def save(self, name):
+        """Keeps a copy of the folder."""
+        shutil.rmtree(self.copies / name, ignore_errors=True)
+        self._copy(self.path, self.copies / name)
 
     def put_back(self, name, catalog_only=False):
-        if not catalog_only:
+        if catalog_only:
+            self.remove_catalog()
+            for file in CATALOG:
+                if (self.copies / name / file).exists():
+                    shutil.copy2(self.copies / name / file, self.path / file)
+        else:
             shutil.rmtree(self.path)
-            shutil.copytree(self.copies / name, self.path)
-            return
-        self.remove_catalog()
-        for file in (self.copies / name).iterdir():
-            shutil.copy2(file, self.path / file.name)
+            self._copy(self.copies / name, self.path)
+
+    @staticmethod
+    def _copy(source, target):
+        """Holes stay holes: package files may be far longer than what is in them."""
+        target.parent.mkdir(exist_ok=True)
+        subprocess.run(["cp", "-a", source, target], check=True)
 
     def remove_catalog(self):
         for file in CATALOG:
             (self.path / file).unlink(missing_ok=True)
-
-    def forget(self, name):
-        shutil.rmtree(self.copies / name, ignore_errors=True)

@@ -16,9 +16,9 @@ class Liar(Connection):
         super().__init__(address)
         self.lie = lie
 
-    def exchange(self, path, body, headers, listen=True):
+    def exchange(self, path, body, headers):
         endpoint = path.rsplit("/", 1)[1].removesuffix(".php")
-        return self.lie(endpoint, body, lambda: super(Liar, self).exchange(path, body, headers, listen))
+        return self.lie(endpoint, body, lambda: super(Liar, self).exchange(path, body, headers))
 
 
 def flip_a_bit(endpoint, body, forward):

@@ -245,13 +245,18 @@ class Model:
                 instance.foggy = True
                 instance.states |= {ABSENT, PENDING, RUNNING}
 
+    def catalog_rewound(self):
+        """The catalog is that of this model, the packages are of later: what was not completed then may
+        have been overwritten since, and may be given up by the service."""
+        for instance in self.all():
+            if not instance.is_only(COMPLETED):
+                instance.foggy = True
+                instance.states.add(CANCELLED)
+                self.spoil((instance.name, path) for path, entry in instance.entries.items() if entry.own)
+
     def spoil(self, packages):
-        """(instance, path) pairs whose bytes were spoilt; gives how many of them are owed."""
-        hit = set()
+        """The bytes of these (instance, path) pairs have been struck."""
         for name, path in packages:
             instance = self.instances.get(name)
-            entry = instance and instance.entries.get(path)
-            if entry:
-                entry.package.doubtful = True
-                hit.add(id(entry.package))
-        return len(hit)
+            if instance and path in instance.entries:
+                instance.entries[path].package.doubtful = True

@@ -34,6 +34,7 @@ class Folder:
     """Of a file system that others use too."""
 
     own = False
+    boots = 0  # of the machine, as the service sees it
 
     def __init__(self, root):
         self.root = pathlib.Path(root)
@@ -68,6 +69,7 @@ class Image(Folder):
         run("mount", "-o", "loop", self.image, self.mount)
 
     def _next_boot(self):
+        self.boots += 1
         self.boot.write_text(f"{uuid.uuid4()}\n")
 
     def cut_power(self):

@@ -27,13 +27,10 @@ class Connection:
     def __init__(self, address):
         self._http = http.client.HTTPConnection(*address, timeout=PATIENCE)
 
-    def exchange(self, path, body, headers, listen=True):
-        """(status, cookie, body). Unless it is to listen, it breaks off once the request is sent."""
+    def exchange(self, path, body, headers):
+        """(status, cookie, body)"""
         try:
             self._http.request("POST", path, body, headers)
-            if not listen:
-                self.close()
-                raise Broken("broken off")
             response = self._http.getresponse()
             return response.status, response.getheader("Set-Cookie"), response.read()
         except TimeoutError:
@@ -67,7 +64,6 @@ class Session:
 
     def __init__(self, connection, user, machine):
         self.connection, self.user, self.machine, self.cookie = connection, user, machine, ""
-        self.listen = True  # False for one request whose answer is not waited for
 
     def close(self):
         self.connection.close()
@@ -75,9 +71,8 @@ class Session:
     def post(self, path, body, content_type="application/json"):
         if isinstance(body, dict):
             body = json.dumps(body)
-        listen, self.listen = self.listen, True
         status, cookie, answer = self.connection.exchange(
-            path, body, {"Cookie": self.cookie, "Content-Type": content_type}, listen)
+            path, body, {"Cookie": self.cookie, "Content-Type": content_type})
         self.cookie = cookie or self.cookie
         return Answer(status, answer)
 

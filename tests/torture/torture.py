@@ -5,15 +5,20 @@ usage: torture.py [SECONDS]
 
 Clients back up and restore without end while the service is killed, stopped, robbed of power and
 room, and its files are damaged; after every start all that was ever acknowledged is read again. See
-model.py for what is owed. DORVO_TORTURE_SEED=N repeats the choices of an earlier run; what runs
-side by side falls as it falls. On a failure the last events are printed, and the data folder is
-kept below build/torture.
+model.py for what is owed. On a failure the last events are printed, and the data folder is kept
+below build/torture.
+
+DORVO_TORTURE_SEED=N     repeats the choices of an earlier run; what runs side by side falls as it falls
+DORVO_TORTURE_STRIKES=P  only the strikes whose names match the pattern
 """
 
 import os
 import pathlib
 import random
+import re
 import shutil
+import signal
+import subprocess
 import sys
 import time
 import traceback
@@ -21,6 +26,7 @@ import traceback
 sys.dont_write_bytecode = True
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 
+import damage  # noqa: E402
 import place  # noqa: E402
 import strikes  # noqa: E402
 from journal import Journal  # noqa: E402
@@ -37,10 +43,7 @@ def keep(world, where, journal, seed, error):
     where.mkdir(parents=True)
     (where / "events").write_text("\n".join(journal.lines()) + "\n")
     (where / "log").write_text(world.service.log() if world.service.process else "")
-    try:
-        shutil.copytree(world.place.data, where / "data")
-    except (OSError, shutil.Error) as failure:
-        print(f"the data folder could not be kept whole: {failure}", file=sys.stderr)
+    subprocess.run(["cp", "-a", world.place.data, where / "data"])
     traceback.print_exception(error)
     print("\n".join(journal.lines()[-SHOWN:]), file=sys.stderr)
     print(f"torture: {error}\nseed {seed}; everything is in {where}", file=sys.stderr)
@@ -51,7 +54,9 @@ def torment(seed, enough):
     home = BUILD / "torture"
     ground, why_not = place.make(home / str(os.getpid()), MEGABYTES)
     rng, journal, began = random.Random(f"{seed}/strikes"), Journal(), time.monotonic()
-    chosen = list((strikes.STRIKES | (strikes.OWN_FILE_SYSTEM if ground.own else {})).items()) * 2
+    possible = strikes.STRIKES | damage.STRIKES | (strikes.OWN_FILE_SYSTEM if ground.own else {})
+    pattern = os.environ.get("DORVO_TORTURE_STRIKES", "")
+    chosen = [item for item in possible.items() if re.search(pattern, item[0])]
     rng.shuffle(chosen)
     if not ground.own:
         print(f"skipped: {', '.join(strikes.OWN_FILE_SYSTEM)} ({why_not})")
@@ -75,6 +80,7 @@ def main():
         return 2
     end = time.monotonic() + int(seconds)
     seed = int(os.environ.get("DORVO_TORTURE_SEED") or random.randrange(1 << 32))
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # what was started and mounted goes too
     torments = 0
     while torments == 0 or time.monotonic() < end:
         # The first world sees every strike, however long that takes.
