@@ -49,7 +49,8 @@ class Answer:
 
     @property
     def json(self):
-        return json.loads(self.body)
+        """A path that was flipped in the catalog may be no text any more."""
+        return json.loads(self.body.decode(errors="replace"))
 
     def __str__(self):
         return str(self.status) if self.status == 200 else f"{self.status} {self.body[:200]!r}"
