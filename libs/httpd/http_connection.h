@@ -3,7 +3,7 @@
 // It lives as long as an operation of it is under way. Everything runs on the connection's strand
 // but the service's calls, during which the connection waits. While a long poll waits, or a watched
 // call runs, it reads on, to notice that the client has gone; what it reads is the beginning of the
-// next request.
+// next request. What a handler throws ends the connection and nothing else.
 #pragma once
 
 #include <array>
@@ -12,15 +12,14 @@
 #include <boost/asio/thread_pool.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
-#include <boost/beast/http/buffer_body.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/serializer.hpp>
-#include <boost/beast/http/string_body.hpp>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <utility>
 
+#include "httpd/http_body.h"
+#include "httpd/http_head.h"
 #include "httpd/http_server.h"
 #include "httpd/http_service.h"
 #include "httpd/open_connections.h"
@@ -52,15 +51,46 @@ public:
     void abort();
 
 private:
+    // An operation's handler: keeps the connection, and ends it when something is thrown.
+    template <class Call>
+    auto guarded(Call call) {
+        return [self = shared_from_this(), call = std::move(call)](auto&&... results) mutable {
+            try {
+                call(std::forward<decltype(results)>(results)...);
+            } catch (const std::exception& error) {
+                self->failed(error.what());
+            }
+        };
+    }
+    void failed(const char* why) noexcept;
+    // The same for what runs on a worker.
+    template <class Call>
+    auto guardedWork(Call call) {
+        return [self = shared_from_this(), call = std::move(call)]() mutable {
+            try {
+                call();
+            } catch (const std::exception& error) {
+                self->failedAtWork(error.what());
+            }
+        };
+    }
+    void failedAtWork(const char* why) noexcept;
+    void logFailure(const char* why) const noexcept;
+    // Reads what has come, then goes on there.
+    void receive(void (HttpConnection::*then)());
+    [[nodiscard]] std::string_view received() const;
+
     void waitForRequest();
+    void beginRequest();
     void readHead();
-    void onHead();
-    void admit();
+    void onHead(const HttpHead& head);
     void judgeLargeBody();
     void takeBody();
     void readBody();
-    void onBodyPart(size_t room);
+    void onPiece(std::string_view piece);
+
     void dispatch();
+    void callService(const WebRequest& request, uint64_t turn);
     void onPoll(uint64_t turn, const LongPoll& poll);
     void onReply(uint64_t turn, WebReply reply);
     void watch();
@@ -68,10 +98,9 @@ private:
     void withdraw();
     void answer(WebReply reply);
     void answerAndEnd(int status, const char* why);
-    void onHeadError(boost::beast::error_code error);
-    void write(bool keepAlive);
-    void writeSome(bool keepAlive);
-    void onWritten(bool keepAlive);
+    void write(WebReply reply);
+    void writeSome();
+    void onWritten();
     void linger();
     void close();
     void logRequest(const WebReply& reply) const;
@@ -80,14 +109,25 @@ private:
     const uint64_t number_;
     boost::beast::tcp_stream stream_;
     boost::beast::flat_buffer buffer_;
-    std::optional<boost::beast::http::request_parser<boost::beast::http::buffer_body>> parser_;
-    std::optional<boost::beast::http::response<boost::beast::http::string_body>> response_;
-    std::optional<boost::beast::http::response_serializer<boost::beast::http::string_body>>
-        serializer_;
-    std::vector<char> part_;
     WebRequest request_;
     std::optional<WebReply> refusal_;  // decided before the body is read; the body is dropped
     Admission admission_;
+    // Of the request in progress.
+    std::string method_;
+    std::string target_;
+    unsigned minor_ = 1;
+    bool keepAlive_ = true;
+    bool expectsContinue_ = false;
+    std::chrono::steady_clock::time_point begin_;
+    HttpBody body_;
+    uint64_t bodyBytes_ = 0;
+    uint64_t timedBytes_ = 0;  // of them, when the time for the next part began
+    // The answer on its way out.
+    std::string replyHead_;
+    std::string replyBody_;
+    size_t written_ = 0;
+    bool endsAfterReply_ = false;
+
     std::optional<LongPoll> poll_;             // while it waits for its answer
     boost::asio::steady_timer patience_;       // of poll_
     bool watching_ = false;                    // a read is under way beside the poll
@@ -96,15 +136,12 @@ private:
     bool awaited_ = false;  // the service has the request and its answer isn't there yet
     uint64_t turn_ = 0;     // counts the requests that went to the service
     int64_t mark_ = -1;
-    size_t bodyBytes_ = 0;
     size_t lingered_ = 0;
-    std::chrono::steady_clock::time_point begin_;
     std::string peer_;
-    std::string target_;
-    std::string method_;
     bool idle_ = true;
     bool known_ = false;
     bool finishing_ = false;
+    bool closed_ = false;
 };
 
 }  // namespace dorvo

@@ -51,7 +51,27 @@ struct HttpServer::Impl {
         local = acceptor.local_endpoint();
         accept();
         for (size_t i = 0; i < counts.io; ++i) {
-            threads.emplace_back([this] { io.run(); });
+            threads.emplace_back([this] { serve(); });
+        }
+    }
+
+    // Nothing that a handler throws may take the thread, and with it the process.
+    void serve() {
+        for (;;) {
+            try {
+                io.run();
+                return;
+            } catch (const std::exception& error) {
+                complain(error);
+            }
+        }
+    }
+
+    void complain(const std::exception& error) const noexcept {
+        try {
+            shared.log(std::string("a connection was lost: ") + error.what());
+        } catch (const std::exception&) {
+            // Memory is short, most likely.
         }
     }
 
@@ -77,8 +97,12 @@ struct HttpServer::Impl {
             });
             return;
         }
-        admit(std::move(socket));
-        accept();
+        accept();  // first: whatever becomes of this one, others come
+        try {
+            admit(std::move(socket));
+        } catch (const std::exception& failure) {
+            complain(failure);
+        }
     }
 
     void admit(tcp::socket socket) {

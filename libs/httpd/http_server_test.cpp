@@ -3,135 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <future>
-#include <map>
-#include <mutex>
 
-#include "httpd/http_service.h"
 #include "httpd/http_target.h"
-#include "httpd/testing/client.h"
+#include "httpd/testing/echo_service.h"
 
 namespace dorvo {
 
 namespace {
-
-constexpr size_t bodyLimit = size_t{1} << 20U;
-
-// POST /echo answers with the body, POST /poll when somebody calls answerPolls().
-class Service : public HttpService {
-public:
-    Admission admit(const WebRequest& head) override {
-        Admission admission;
-        admission.bodyLimit = head.path == "/large" ? 4 * bodyLimit : bodyLimit;
-        admission.judgedBytes = bodyLimit;
-        admission.known = head.cookie == "good";
-        if (head.method != "POST") {
-            admission.refusal = refuse(405, "only POST");
-            admission.refusal->allow = "POST";
-        } else if (head.path == "/nowhere") {
-            admission.refusal = refuse(404, "no such path");
-        } else if (head.path == "/held") {
-            held.set_value();
-            letGo.get_future().wait();
-        }
-        return admission;
-    }
-
-    std::optional<WebReply> judgeLargeBody(const WebRequest& head) override {
-        return head.cookie == "good" ? std::optional<WebReply>() : refuse(401, "no cookie");
-    }
-
-    std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override {
-        WebReply reply;
-        reply.body = request.body;
-        if (request.path != "/poll") {
-            respond(reply);
-            return {};
-        }
-        const std::lock_guard guard(lock_);
-        const int poll = ++polls_;
-        waiting_.emplace(poll, std::move(respond));
-        changed_.notify_all();
-        LongPoll wait;
-        wait.withdraw = [this, poll] {
-            const std::lock_guard inner(lock_);
-            withdrawn_ += waiting_.erase(poll);
-            changed_.notify_all();
-        };
-        wait.patience = patience;
-        wait.late.body = "late";
-        return wait;
-    }
-
-    WebReply refuse(int status, const char* why) override {
-        WebReply reply;
-        reply.status = status;
-        reply.body = why;
-        return reply;
-    }
-
-    void awaitPolls(size_t count) {
-        std::unique_lock lock(lock_);
-        changed_.wait(lock, [&] { return waiting_.size() == count; });
-    }
-
-    void awaitWithdrawn(size_t count) {
-        std::unique_lock lock(lock_);
-        changed_.wait(lock, [&] { return withdrawn_ == count; });
-    }
-
-    void answerPolls(const std::string& body) {
-        const std::lock_guard guard(lock_);
-        for (const auto& [poll, respond] : waiting_) {
-            WebReply reply;
-            reply.body = body;
-            respond(reply);
-        }
-        waiting_.clear();
-    }
-
-    std::optional<std::chrono::milliseconds> patience;
-    // The first tells that a request to /held is judged, which ends with the second.
-    std::promise<void> held;
-    std::promise<void> letGo;
-
-private:
-    std::mutex lock_;  // guards what follows
-    std::condition_variable changed_;
-    int polls_ = 0;
-    size_t withdrawn_ = 0;
-    std::map<int, Respond> waiting_;
-};
-
-std::string head(const std::string& path, const std::string& fields) {
-    return "POST " + path + " HTTP/1.1\r\nHost: x\r\n" + fields + "\r\n";
-}
-
-std::string sized(const std::string& path, const std::string& body) {
-    return head(path, "Content-Length: " + std::to_string(body.size()) + "\r\n") + body;
-}
-
-class Http : public testing::Test {
-protected:
-    void SetUp() override { restart(); }
-
-    void restart() {
-        server.reset();
-        server = std::make_unique<HttpServer>(service, "127.0.0.1", uint16_t{0}, limits,
-                                              HttpThreads{1, 2}, [](const std::string&) {});
-    }
-
-    Answer ask(const std::string& body) {
-        Client client(server->port());
-        client.send(sized("/echo", body));
-        return client.receive();
-    }
-
-    Service service;
-    HttpLimits limits;
-    std::unique_ptr<HttpServer> server;
-};
 
 TEST_F(Http, AConnectionServesManyRequestsHoweverTheyAreCut) {
     Client client(server->port());
@@ -151,7 +30,7 @@ TEST_F(Http, TakesChunkedAndLargeBodies) {
     client.send(head("/echo", "Transfer-Encoding: chunked\r\n") + "3\r\nabc\r\n");
     client.send("4\r\ndefg\r\n0\r\n\r\n");
     EXPECT_EQ(client.receive().body, "abcdefg");
-    const std::string large(2 * bodyLimit, 'x');
+    const std::string large(2 * echoLimit, 'x');
     client.send(head("/large", "Cookie: good\r\nExpect: 100-continue\r\nContent-Length: " +
                                    std::to_string(large.size()) + "\r\n"));
     EXPECT_EQ(client.receive().status, 100);
@@ -159,28 +38,18 @@ TEST_F(Http, TakesChunkedAndLargeBodies) {
     EXPECT_EQ(client.receive().body, large);
 }
 
-TEST_F(Http, RefusesMalformedRequestsAndGoesOnServing) {
+TEST_F(Http, RefusesWhatItDoesNotServeAndGoesOn) {
     struct Row {
         std::string request;
         int status;
     };
     const std::string tooLarge(2'000'000, ' ');
     const Row rows[] = {
-        {"nonsense\r\n\r\n", 400},
         {"GET /echo HTTP/1.1\r\nHost: x\r\n\r\n", 405},
-        {"POST /echo HTTP/9.9\r\n\r\n", 400},
-        {head("/echo", "Content-Length: x\r\n"), 400},
-        {head("/echo", "Content-Length: -1\r\n"), 400},
-        {head("/echo", "Content-Length: 35\r\nContent-Length: 36\r\n"), 400},
-        {head("/echo", "Content-Length: 35\r\nTransfer-Encoding: chunked\r\n"), 400},
-        {head("/echo", "Transfer-Encoding: chunked\r\n") + "zz\r\n", 400},
-        {head("/echo", "Transfer-Encoding: chunked\r\n") + "1;" + tooLarge, 400},
-        {head("/echo", "Transfer-Encoding: chunked\r\n") + "0\r\nX: " + tooLarge, 400},
-        {head("/echo%00", "Content-Length: 0\r\n"), 400},
-        {head("/echo", "Host: y\r\n"), 400},
         {head("/echo", "X: " + std::string(9000, 'x') + "\r\n"), 413},
         {head(std::string(9000, '/'), ""), 413},
         {head("/echo", "Content-Length: 99999999999\r\n"), 413},
+        {head("/echo", "Content-Length: 99999999999999999999999\r\n"), 413},
         {sized("/echo", tooLarge), 413},
         {head("/echo", "Transfer-Encoding: chunked\r\n") + "1E8480\r\n" + tooLarge +
              "\r\n0\r\n\r\n",
@@ -346,8 +215,8 @@ TEST_F(Http, ARequestThatIsWholeOnlyAfterThePatienceGoesWithItsConnection) {
 
 TEST(HttpTarget, IsDecodedAndLosesItsQuery) {
     EXPECT_EQ(decodedPath("/dorvo/Storage%20Server/x"), "/dorvo/Storage Server/x");
-    EXPECT_EQ(decodedPath("/a%2Fb%c3%A4?q=%zz"), "/a/b\u00e4");
-    for (const char* wrong : {"/%", "/%2", "/%zz", "/%+1", "/%-1", "/a%00"}) {
+    EXPECT_EQ(decodedPath("/a%2Eb%c3%A4?q=%zz"), "/a.b\u00e4");
+    for (const char* wrong : {"/%", "/%2", "/%zz", "/%+1", "/%-1", "/a%00", "/a%0a", "/a%2Fb", "/a%5cb"}) {
         EXPECT_EQ(decodedPath(wrong), std::nullopt) << wrong;
     }
 }

@@ -17,7 +17,10 @@ std::optional<std::string> decodedPath(std::string_view target) {
         unsigned value = 0;
         const auto [end, error] =
             std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-        if (digits.size() != 2 || error != std::errc() || end != digits.data() + 2 || value == 0) {
+        if (digits.size() != 2 || error != std::errc() || end != digits.data() + 2) {
+            return std::nullopt;
+        }
+        if (value < 0x20 || value == 0x7F || value == '/' || value == '\\') {
             return std::nullopt;
         }
         path += static_cast<char>(value);

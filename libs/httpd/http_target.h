@@ -7,7 +7,8 @@
 
 namespace dorvo {
 
-// Percent-decoded and without its query; nothing when an escape is malformed or stands for NUL.
+// Percent-decoded and without its query; nothing when an escape is malformed, or stands for a slash
+// or a control character: who stands before the server may have taken the path for another.
 std::optional<std::string> decodedPath(std::string_view target);
 
 }  // namespace dorvo

@@ -19,12 +19,12 @@ bool OpenConnections::enter(uint64_t number, const std::shared_ptr<HttpConnectio
         if (!makeRoom_ || stranger == entries_.end()) {
             return false;
         }
-        stranger->second.ending = true;
-        ++ending_;
         ending = stranger->second.connection.lock();
         if (ending) {
             ending->abort();
         }
+        stranger->second.ending = true;
+        ++ending_;
     }
     entries_[number].connection = connection;
     return true;

@@ -49,7 +49,7 @@ bool Client::receiveMore() {
     return !error;
 }
 
-Answer Client::receive() {
+Answer Client::receiveHead() {
     Answer answer;
     size_t end = 0;
     while ((end = received_.find("\r\n\r\n")) == std::string::npos) {
@@ -60,6 +60,11 @@ Answer Client::receive() {
     answer.head = received_.substr(0, end + 2);
     received_.erase(0, end + 4);
     answer.status = std::stoi(answer.head.substr(9, 3));
+    return answer;
+}
+
+Answer Client::receive() {
+    Answer answer = receiveHead();
     const std::string length = answer.header("Content-Length");
     const size_t bytes = length.empty() ? 0 : std::stoul(length);
     while (received_.size() < bytes) {

@@ -32,6 +32,8 @@ public:
     // No more bytes will come from this side.
     void shutdownSend();
     Answer receive();
+    // Without a body, whatever length the head names.
+    Answer receiveHead();
     // Waits until the server closes; what it sent before is dropped.
     void waitForClose();
 
