@@ -74,16 +74,18 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
                   static_cast<ssize_t>(input.size()));
     ::shutdown(client.get(), SHUT_WR);
 
-    OpenConnections open(1, false);
+    OpenConnections open(HttpLimits{});
+    MemoryBudget memory(size_t{1} << 20U);
     asio::io_context io;
     auto work = asio::make_work_guard(io);
     asio::thread_pool workers(1);
-    const HttpConnection::Shared shared{dispatcher, {}, [](const std::string&) {}, workers, open};
+    const HttpConnection::Shared shared{dispatcher, {},   [](const std::string&) {},
+                                        workers,    open, memory};
     asio::ip::tcp::socket socket(asio::make_strand(io));
     socket.assign(asio::ip::tcp::v4(), ends[1]);
     {
         const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared, 1);
-        fuzz::require(open.enter(1, connection));
+        fuzz::require(open.enter(1, "", connection));
         connection->start();
     }
     std::thread serving([&] { io.run(); });

@@ -82,6 +82,7 @@ WebReply AccountEndpoints::login(const WebRequest& request) {
     WebReply reply;
     reply.setCookie = std::string(cookieName) + token;
     reply.user = user;
+    reply.known = true;
     return reply;
 }
 

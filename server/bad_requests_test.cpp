@@ -75,7 +75,7 @@ TEST_F(BadRequests, MalformedJsonOfEveryEndpoint) {
     for (const auto& [path, body] : goodBodies()) {
         for (const std::string& wrong :
              {std::string(), std::string("x"), std::string("[]"), body + "x",
-              body.substr(0, body.size() - 1), std::string(100000, '['), "\xff" + body,
+              body.substr(0, body.size() - 1), std::string(10000, '['), "\xff" + body,
               std::string("{\"a\":\"\xc3\"}")}) {
             refuse(path, wrong, 400);
         }
@@ -138,9 +138,29 @@ TEST_F(BadRequests, ValuesOutOfRange) {
     refuse("/dorvo/WebServer/jobs/StartJob.php%00", goodBodies().at(startJobPath), 400);
 }
 
+TEST_F(BadRequests, MoreThanAnyRequestHasUseFor) {
+    const auto many = [](size_t count, const std::string& text) {
+        std::string all;
+        for (size_t i = 0; i < count; ++i) {
+            all += (i == 0 ? "" : ",") + text;
+        }
+        return all;
+    };
+    const std::string rest = R"({"id":"job","jobinstanceid":"run","compress":true,"source":[)";
+    refuse(filesToBackupPath, rest + many(16'000'000, "0") + "]}", 413);
+    refuse(filesToBackupPath, rest + many(9, "[" + many(60'000, "0") + "]") + "]}", 413);
+    refuse(addErrorsPath, "{\"errors\":[" + many(1, "{" + many(1001, "\"a\":0") + "}") + "]}", 413);
+    refuse(startJobPath, "{\"a\":[" + many(20'000, "0") + "]}", 413);
+    refuse(startJobPath, "{\"" + std::string(300, 'a') + "\":0}", 413);
+    refuse(addErrorsPath, "{\"a\":\"" + std::string(2'000'000, 'a') + "\"}", 413);
+    refuse(startJobPath, "{\"a\":[" + many(19'990, "0") + "]}", 400);
+}
+
 TEST_F(BadRequests, HeadsThatAreNotServed) {
     const std::string large(2'000'000, ' ');
     EXPECT_EQ(postAs({}, filesToBackupPath, large).status, 401);  // for those who are logged in
+    EXPECT_EQ(postAs({}, startJobPath, std::string(17'000, ' ')).status, 401);
+    EXPECT_EQ(post(loginPath, std::string(17'000, ' ')).status, 413);
     EXPECT_EQ(post(startJobPath, large).status, 413);
     Client client(server->port());
     client.send("GET " + std::string(listInstancesPath) + " HTTP/1.1\r\nHost: x\r\n\r\n");
@@ -152,7 +172,7 @@ TEST_F(BadRequests, HeadsThatAreNotServed) {
 TEST_F(BadRequests, ABodyThatEndsEarly) {
     const std::string& body = goodBodies().at(uploadFilePath);
     Client client(server->port());
-    client.send("POST " + std::string(uploadFilePath) + " HTTP/1.1\r\nCookie: " + alice +
+    client.send("POST " + std::string(uploadFilePath) + " HTTP/1.1\r\nHost: x\r\nCookie: " + alice +
                 "\r\nContent-Length: " + std::to_string(body.size() + 1) + "\r\n\r\n" + body);
     client.shutdownSend();
     client.waitForClose();

@@ -47,6 +47,14 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_option("--session-lifetime", result.options.sessionLifetime,
                    "seconds of idleness after which a session ends")
         ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
+    app.add_option("--connections", result.options.limits.connections,
+                   "connections at a time, as far as the limit of open files allows")
+        ->check(CLI::Range(16, 100000))
+        ->capture_default_str();
+    app.add_option("--connections-per-address", result.options.limits.connectionsOfAddress,
+                   "of them, from one address other than this machine's")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
     CLI::App* user = app.add_subcommand("user", "accounts");
     user->require_subcommand(1);
     CLI::App* add =

@@ -29,6 +29,10 @@ TEST(CommandLine, ServesOrAddsAUser) {
         EXPECT_EQ(add.user + add.options.data.string(), "eved");
     }
     EXPECT_EQ(parse({}).options.port, 8080);
+    const HttpLimits limits =
+        parse({"--connections", "20", "--connections-per-address", "3"}).options.limits;
+    EXPECT_EQ(limits.connections, 20U);
+    EXPECT_EQ(limits.connectionsOfAddress, 3U);
     EXPECT_EQ(parse({"--help"}).verb, CommandLine::Verb::help);
 }
 
@@ -37,7 +41,7 @@ TEST(CommandLine, WrongUsageIsOneSentence) {
          {Words{"--bogus"}, Words{"--listen"}, Words{"--listen", "8080"}, Words{"--listen", ":80"},
           Words{"--listen", "::1"}, Words{"--listen", "a:65536"}, Words{"--listen", "a:80x"},
           Words{"serve"}, Words{"user"}, Words{"user", "add"}, Words{"user", "add", "a", "b"},
-          Words{"--session-lifetime", "0"}}) {
+          Words{"--session-lifetime", "0"}, Words{"--connections", "0"}}) {
         try {
             parse(words);
             ADD_FAILURE() << words.back();

@@ -17,6 +17,14 @@ constexpr size_t smallBody = size_t{1} << 20U;
 // A thousand paths of ordinary length take a few hundred kilobytes; lists of failed files, and
 // paths of extraordinary length, take more.
 constexpr size_t listBody = size_t{32} << 20U;
+// Of a list's elements and their members.
+constexpr size_t listValues = 500000;
+// The body itself, and what its values and texts take at most.
+constexpr size_t listWeight = 4;
+// Names and a password, each byte of them escaped.
+constexpr size_t loginBody = size_t{16} << 10U;
+// What is taken in from anybody.
+constexpr size_t strangersBody = size_t{16} << 10U;
 
 // {"error": why}
 WebReply errorReply(int status, const std::string& why) {
@@ -69,20 +77,24 @@ struct Dispatcher::Endpoint {
             reply = errorReply(error.status(), error.what());
         }
         reply.user = session->user;
+        reply.known = true;
         return reply;
     }
 
     static WebReply logout(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request, [&](const Session&, WebReply& reply) {
+        WebReply answer = inSession(dispatcher, request, [&](const Session&, WebReply& reply) {
             reply = dispatcher.accounts_.logout(request);
         });
+        answer.known = false;
+        return answer;
     }
 
     // JSON in, JSON out.
     template <auto endpoints, auto method>
     static WebReply call(Dispatcher& dispatcher, const WebRequest& request) {
         return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
-            const json::object body = parseBody(request.body);
+            const bool list = find(request.path)->bodyLimit == listBody;
+            const json::object body = parseBody(request.body, list ? listValues : fewValues);
             reply.body = json::serialize(((dispatcher.*endpoints).*method)(session, body));
         });
     }
@@ -115,7 +127,7 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     using R = RestoreEndpoints;
     using K = KeyEndpoints;
     static constexpr Endpoint table[] = {
-        {"/dorvo/WebServer/user/Login.php", smallBody, &Endpoint::open<&AccountEndpoints::login>},
+        {"/dorvo/WebServer/user/Login.php", loginBody, &Endpoint::open<&AccountEndpoints::login>},
         {"/dorvo/WebServer/user/Logout.php", smallBody, &Endpoint::logout},
         {"/dorvo/WebServer/catalog/FilesToBackup.php", listBody,
          Endpoint::backup<&B::filesToBackup>},
@@ -148,12 +160,14 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
 
 Admission Dispatcher::admit(const WebRequest& head) {
     Admission admission;
-    admission.judgedBytes = smallBody;
+    admission.known = head.known;
+    admission.judgedBytes = head.known ? SIZE_MAX : strangersBody;
     if (head.method != "POST") {
         admission.refusal = errorReply(405, "only POST is served");
         admission.refusal->allow = "POST";
     } else if (const Endpoint* endpoint = find(head.path)) {
         admission.bodyLimit = endpoint->bodyLimit;
+        admission.weight = endpoint->bodyLimit == listBody ? listWeight : 1;
     } else {
         admission.refusal = errorReply(404, "no such path");
     }
@@ -188,7 +202,11 @@ WebReply Dispatcher::answer(const WebRequest& request) {
         }
         return endpoint->handle(*this, request);
     } catch (const ServiceError& error) {
-        return errorReply(error.status(), error.what());
+        WebReply reply = errorReply(error.status(), error.what());
+        if (error.status() == 401) {
+            reply.known = false;
+        }
+        return reply;
     } catch (const std::exception& error) {
         return faultReply(request, error);
     }

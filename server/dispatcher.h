@@ -21,7 +21,7 @@ public:
           keys_(catalog) {}
 
     Admission admit(const WebRequest& head) override;
-    // Large bodies are taken in only from those who are logged in.
+    // All but small bodies are taken in only from those who are logged in.
     std::optional<WebReply> judgeLargeBody(const WebRequest& head) override;
     // Has always answered when it returns.
     std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override;

@@ -4,6 +4,7 @@
 #include <boost/json/src.hpp>
 #include <limits>
 
+#include "json_reader.h"
 #include "service_error.h"
 
 namespace dorvo {
@@ -11,8 +12,6 @@ namespace dorvo {
 namespace json = boost::json;
 
 namespace {
-
-constexpr size_t maxDepth = 16;
 
 [[noreturn]] void refuse(std::string_view key, std::string_view expected) {
     throw ServiceError(400, "\"" + std::string(key) + "\" must be " + std::string(expected));
@@ -42,14 +41,8 @@ bool unsignedNumber(const json::value& value, uint64_t& number) {
 
 }  // namespace
 
-json::object parseBody(std::string_view body) {
-    json::error_code error;
-    json::parse_options options;
-    options.max_depth = maxDepth;
-    json::value value = json::parse(body, error, {}, options);
-    if (error) {
-        throw ServiceError(400, "the body is not JSON: " + error.message());
-    }
+json::object parseBody(std::string_view body, size_t values) {
+    json::value value = readJson(body, values);
     if (!value.is_object()) {
         throw ServiceError(400, "the body must be a JSON object");
     }

@@ -11,8 +11,11 @@ namespace dorvo {
 // The longest path that is accepted, in bytes.
 inline constexpr size_t maxPathBytes = size_t{128} * 1024;
 
-// The body must be one JSON object in UTF-8.
-boost::json::object parseBody(std::string_view body);
+// More than any request but those with lists has use for.
+inline constexpr size_t fewValues = 20000;
+
+// The body must be one JSON object in UTF-8, with at most that many values in all.
+boost::json::object parseBody(std::string_view body, size_t values = fewValues);
 
 const boost::json::array& arrayMember(const boost::json::object& object, std::string_view key);
 const boost::json::object& objectMember(const boost::json::object& object, std::string_view key);

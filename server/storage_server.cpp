@@ -11,6 +11,7 @@
 #include <system_error>
 #include <thread>
 
+#include "descriptor_limit.h"
 #include "password_hash.h"
 #include "reconcile.h"
 
@@ -56,6 +57,18 @@ std::string soundCatalog(const fs::path& data, const FileBlockStore& blocks) {
     return prepareDataFolder(data);
 }
 
+// Connections give way to files: who is in must be able to store.
+HttpLimits fitted(HttpLimits limits, const HttpServer::Log& log) {
+    const size_t descriptors = raiseDescriptorLimit();
+    const size_t connections = fittingConnections(limits.connections, descriptors);
+    if (connections < limits.connections) {
+        log("at most " + std::to_string(connections) + " connections, for at most " +
+            std::to_string(descriptors) + " files may be open");
+        limits.connections = connections;
+    }
+    return limits;
+}
+
 // Calls of endpoints wait for locks and, at the end of a backup, for the disk.
 HttpThreads threadCounts() {
     const size_t cores = std::max(1U, std::thread::hardware_concurrency());
@@ -63,6 +76,14 @@ HttpThreads threadCounts() {
 }
 
 }  // namespace
+
+HttpLimits serviceLimits() {
+    HttpLimits limits;
+    limits.stranger = std::chrono::seconds(10);
+    limits.connectionsOfAddress = 256;
+    limits.manyBehind = {"127.0.0.1", "::1"};
+    return limits;
+}
 
 std::string prepareDataFolder(const fs::path& data) {
     if (fs::create_directories(data)) {
@@ -81,8 +102,8 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, log_);
     // A copy that was put back may not be on the disk yet, and all promises stand on it.
     syncFileSystems();
-    http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port, options.limits,
-                                         threadCounts(), log_);
+    http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port,
+                                         fitted(options.limits, log_), threadCounts(), log_);
 }
 
 // The packages may lie on a disk of their own; one that is away was synced as it went.

@@ -18,12 +18,16 @@
 
 namespace dorvo {
 
+// Strangers get little time, and those of one address not every place. The machine itself is
+// exempt: whatever makes a tunnel to the server is on it.
+HttpLimits serviceLimits();
+
 struct ServerOptions {
     std::filesystem::path data = "dorvo-data";
     std::string address = "127.0.0.1";
     uint16_t port = 8080;
     int64_t sessionLifetime = int64_t{30} * 24 * 3600;  // seconds of idleness
-    HttpLimits limits{};
+    HttpLimits limits = serviceLimits();
     int64_t containerBytes = FileBlockStore::usualLimit;
     std::string boot;  // identity of the machine's boot; empty: ask the system
 };

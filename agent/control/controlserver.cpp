@@ -20,8 +20,8 @@ constexpr HttpThreads threads{1, 8};
 HttpLimits limits() {
     HttpLimits limits;
     limits.connections = 64;
-    limits.makeRoom = true;
     limits.discardedBytes = size_t{4} << 20U;
+    limits.memoryBytes = size_t{16} << 20U;
     // The end of the system leaves seconds for the runs to pause: no client may use them up.
     limits.stopPatience = std::chrono::seconds(2);
     return limits;

@@ -53,36 +53,29 @@ std::string_view HttpBody::take(std::string_view& bytes) {
 }
 
 HttpBody::State HttpBody::next(char c) {
-    const auto only = [c](char wanted, State then) { return c == wanted ? then : State::malformed; };
+    const auto only = [c](char wanted, State then) {
+        return c == wanted ? then : State::malformed;
+    };
     switch (state_) {
         case State::firstDigit:
             left_ = 0;
             digits_ = 0;
             return onDigit(c);
-        case State::digits:
-            return hexValue(c) < 16 ? onDigit(c) : onSizeEnd(c);
-        case State::extension:
-            return onSizeEnd(c);
-        case State::sizeLf:
-            return only('\n', left_ == 0 ? State::trailerLine : State::content);
-        case State::contentCr:
-            return only('\r', State::contentLf);
-        case State::contentLf:
-            return only('\n', State::firstDigit);
-        case State::trailerLine:
-            return c == '\r' ? State::endLf : onTrailer(c, State::trailerName);
+        case State::digits: return hexValue(c) < 16 ? onDigit(c) : onSizeEnd(c);
+        case State::extension: return onSizeEnd(c);
+        case State::sizeLf: return only('\n', left_ == 0 ? State::trailerLine : State::content);
+        case State::contentCr: return only('\r', State::contentLf);
+        case State::contentLf: return only('\n', State::firstDigit);
+        case State::trailerLine: return c == '\r' ? State::endLf : onTrailer(c, State::trailerName);
         case State::trailerName:
             return c == ':' ? State::trailerValue : onTrailer(c, State::trailerName);
         case State::trailerValue:
             return c == '\r' ? State::trailerLf : onTrailer(c, State::trailerValue);
-        case State::trailerLf:
-            return only('\n', State::trailerLine);
-        case State::endLf:
-            return only('\n', State::done);
+        case State::trailerLf: return only('\n', State::trailerLine);
+        case State::endLf: return only('\n', State::done);
         case State::content:
         case State::done:
-        case State::malformed:
-            break;
+        case State::malformed: break;
     }
     return state_;
 }

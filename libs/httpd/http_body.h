@@ -19,10 +19,14 @@ public:
     // again until the bytes are used up or the body is over.
     std::string_view take(std::string_view& bytes);
 
-    // How much to read of it at a time, `most` at most: nothing of what follows it, where that shows.
+    // How much to read of it at a time, `most` at most: nothing of what follows it, where that
+    // shows.
     [[nodiscard]] size_t wanted(size_t most) const {
         return chunked_ || left_ > most ? most : static_cast<size_t>(left_);
     }
+
+    // Bytes of content that are known to come.
+    [[nodiscard]] uint64_t announced() const { return left_; }
 
     // All of it has been taken: the bytes that follow are not its own.
     [[nodiscard]] bool done() const { return state_ == State::done; }

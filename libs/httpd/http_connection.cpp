@@ -16,6 +16,7 @@ namespace {
 
 // What one read of a body may bring, and what must come within HttpLimits::stall.
 constexpr size_t partBytes = size_t{32} * 1024;
+constexpr int busySeconds = 5;
 constexpr std::string_view continueText = "HTTP/1.1 100 Continue\r\n\r\n";
 
 }  // namespace
@@ -25,10 +26,18 @@ HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& share
       number_(number),
       stream_(std::move(socket)),
       buffer_(2 * shared.limits.headBytes + partBytes),
-      patience_(stream_.get_executor()) {
+      memory_(shared.memory),
+      patience_(stream_.get_executor()),
+      strangerUntil_(std::chrono::steady_clock::now() + shared.limits.stranger) {
     beast::error_code error;
     const auto endpoint = stream_.socket().remote_endpoint(error);
-    peer_ = error ? "-" : endpoint.address().to_string();
+    if (!error) {
+        // Whoever comes over IPv4 has one name, also where the server listens for both.
+        const auto address = endpoint.address();
+        peer_ = address.is_v6() && address.to_v6().is_v4_mapped()
+                    ? asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string()
+                    : address.to_string();
+    }
     stream_.socket().set_option(asio::ip::tcp::no_delay(true), error);
 }
 
@@ -64,30 +73,26 @@ void HttpConnection::abort() {
 }
 
 void HttpConnection::failed(const char* why) noexcept {
-    logFailure(why);
+    try {
+        shared_.log(peer_ + " " + method_ + " " + target_ + " failed: " + why);
+    } catch (const std::exception&) {
+        // Memory is short, most likely: the connection ends without a word.
+    }
     close();
 }
 
 void HttpConnection::failedAtWork(const char* why) noexcept {
-    logFailure(why);
     try {
-        abort();
+        asio::post(stream_.get_executor(),
+                   guarded([this, text = std::string(why)] { failed(text.c_str()); }));
     } catch (const std::exception&) {
         // Nothing of it is under way then, and it ends with this call.
     }
 }
 
-void HttpConnection::logFailure(const char* why) const noexcept {
-    try {
-        shared_.log(peer_ + " a request failed: " + why);
-    } catch (const std::exception&) {
-        // Memory is short, most likely: the connection ends without a word.
-    }
-}
-
 void HttpConnection::receive(void (HttpConnection::*then)()) {
-    const size_t room = then == &HttpConnection::readBody ? body_.wanted(partBytes)
-                                                          : shared_.limits.headBytes;
+    const size_t room =
+        then == &HttpConnection::readBody ? body_.wanted(partBytes) : shared_.limits.headBytes;
     stream_.async_read_some(buffer_.prepare(room),
                             guarded([this, then](beast::error_code error, size_t bytes) {
                                 if (error) {
@@ -113,7 +118,7 @@ void HttpConnection::waitForRequest() {
         beginRequest();
         return;
     }
-    stream_.expires_after(shared_.limits.idle);
+    waitAtMost(shared_.limits.idle);
     receive(&HttpConnection::beginRequest);
 }
 
@@ -128,7 +133,7 @@ void HttpConnection::beginRequest() {
     target_ = "-";
     method_ = "-";
     minor_ = 1;
-    stream_.expires_after(shared_.limits.head);
+    waitAtMost(shared_.limits.head);
     readHead();
 }
 
@@ -154,7 +159,8 @@ void HttpConnection::readHead() {
     const uint64_t most = head.chunked ? SIZE_MAX : head.length;
     if (!head.chunked && head.length > shared_.limits.discardedBytes) {
         answerAndEnd(413, "the request's body is too large");
-    } else if (!refusal_ && std::min<uint64_t>(most, admission_.bodyLimit) > admission_.judgedBytes) {
+    } else if (!refusal_ &&
+               std::min<uint64_t>(most, admission_.bodyLimit) > admission_.judgedBytes) {
         judgeLargeBody();
     } else {
         takeBody();
@@ -177,17 +183,40 @@ void HttpConnection::onHead(const HttpHead& head) {
     request_.fromPage = head.find("Origin") != nullptr || head.find("Sec-Fetch-Site") != nullptr;
     request_.peer = peer_;
     request_.mark = mark_;
+    request_.known = known_ && !request_.cookie.empty() && request_.cookie == knownCookie_;
+    cookie_ = request_.cookie;
     admission_ = shared_.service.admit(request_);
     refusal_ = std::move(admission_.refusal);
-    if (admission_.known != known_) {
-        known_ = admission_.known;
-        shared_.open.setKnown(number_, known_);
-    }
+    setKnown(admission_.known);
     if (!head.chunked && head.length > admission_.bodyLimit && !refusal_) {
         refusal_ = shared_.service.refuse(413, "the request's body is too large");
-    } else if (!head.chunked && !refusal_) {
-        request_.body.reserve(head.length);
     }
+}
+
+void HttpConnection::setKnown(bool known) {
+    if (known_ && !known) {
+        strangerUntil_ = std::chrono::steady_clock::now() + shared_.limits.stranger;
+    }
+    known_ = known;
+    if (known) {
+        knownCookie_ = cookie_;
+    }
+    using Standing = OpenConnections::Standing;
+    setStanding(known ? Standing::known : awaited_ ? Standing::served : Standing::stranger);
+}
+
+void HttpConnection::setStanding(OpenConnections::Standing standing) {
+    if (std::exchange(standing_, standing) != standing) {
+        shared_.open.setStanding(number_, standing);
+    }
+}
+
+void HttpConnection::waitAtMost(std::chrono::milliseconds time) {
+    auto end = std::chrono::steady_clock::now() + time;
+    if (!known_ && shared_.limits.stranger.count() != 0) {
+        end = std::min(end, strangerUntil_);
+    }
+    stream_.expires_at(end);
 }
 
 void HttpConnection::judgeLargeBody() {
@@ -197,6 +226,7 @@ void HttpConnection::judgeLargeBody() {
                    asio::post(stream_.get_executor(),
                               guarded([this, refusal = std::move(refusal)]() mutable {
                                   refusal_ = std::move(refusal);
+                                  setKnown(!refusal_);
                                   takeBody();
                               }));
                }));
@@ -204,6 +234,9 @@ void HttpConnection::judgeLargeBody() {
 
 void HttpConnection::takeBody() {
     stream_.expires_after(shared_.limits.stall);
+    if (!refusal_ && hasRoomFor(body_.announced())) {
+        request_.body.reserve(body_.announced());
+    }
     if (!expectsContinue_ || body_.done()) {
         readBody();
         return;
@@ -245,9 +278,20 @@ void HttpConnection::onPiece(std::string_view piece) {
         refusal_ = shared_.service.refuse(413, "the request's body is too large");
         request_.body = {};
     }
-    if (!refusal_) {
+    if (!refusal_ && hasRoomFor(request_.body.size() + piece.size())) {
         request_.body.append(piece);
     }
+}
+
+bool HttpConnection::hasRoomFor(uint64_t bodyBytes) {
+    if (bodyBytes <= shared_.limits.smallBytes || memory_.raise(bodyBytes * admission_.weight)) {
+        return true;
+    }
+    request_.body = {};
+    memory_.giveBack();
+    refusal_ = shared_.service.refuse(503, "too many requests at once");
+    refusal_->retryAfter = busySeconds;
+    return false;
 }
 
 }  // namespace dorvo

@@ -22,6 +22,7 @@
 #include "httpd/http_head.h"
 #include "httpd/http_server.h"
 #include "httpd/http_service.h"
+#include "httpd/memory_budget.h"
 #include "httpd/open_connections.h"
 
 namespace dorvo {
@@ -35,12 +36,16 @@ public:
         HttpServer::Log log;
         boost::asio::thread_pool& workers;
         OpenConnections& open;
+        MemoryBudget& memory;
     };
 
     HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared, uint64_t number);
     ~HttpConnection();
     HttpConnection(const HttpConnection&) = delete;
     HttpConnection& operator=(const HttpConnection&) = delete;
+
+    // The client's address, without its port.
+    [[nodiscard]] const std::string& peer() const { return peer_; }
 
     void start();
     // Instead of start(): says that there are too many, and ends.
@@ -53,14 +58,30 @@ public:
 private:
     // An operation's handler: keeps the connection, and ends it when something is thrown.
     template <class Call>
-    auto guarded(Call call) {
-        return [self = shared_from_this(), call = std::move(call)](auto&&... results) mutable {
+    class Guarded {
+    public:
+        Guarded(std::shared_ptr<HttpConnection> self, Call call)
+            : self_(std::move(self)), call_(std::move(call)) {}
+        void operator()() { run(); }
+        void operator()(boost::beast::error_code error) { run(error); }
+        void operator()(boost::beast::error_code error, size_t bytes) { run(error, bytes); }
+
+    private:
+        template <class... Results>
+        void run(Results... results) {
             try {
-                call(std::forward<decltype(results)>(results)...);
+                call_(results...);
             } catch (const std::exception& error) {
-                self->failed(error.what());
+                self_->failed(error.what());
             }
-        };
+        }
+
+        std::shared_ptr<HttpConnection> self_;
+        Call call_;
+    };
+    template <class Call>
+    Guarded<Call> guarded(Call call) {
+        return {shared_from_this(), std::move(call)};
     }
     void failed(const char* why) noexcept;
     // The same for what runs on a worker.
@@ -75,7 +96,6 @@ private:
         };
     }
     void failedAtWork(const char* why) noexcept;
-    void logFailure(const char* why) const noexcept;
     // Reads what has come, then goes on there.
     void receive(void (HttpConnection::*then)());
     [[nodiscard]] std::string_view received() const;
@@ -88,6 +108,12 @@ private:
     void takeBody();
     void readBody();
     void onPiece(std::string_view piece);
+    bool hasRoomFor(uint64_t bodyBytes);
+
+    void setKnown(bool known);
+    void setStanding(OpenConnections::Standing standing);
+    // The next operations, together, have that long, and a stranger no longer than he has.
+    void waitAtMost(std::chrono::milliseconds time);
 
     void dispatch();
     void callService(const WebRequest& request, uint64_t turn);
@@ -121,7 +147,9 @@ private:
     std::chrono::steady_clock::time_point begin_;
     HttpBody body_;
     uint64_t bodyBytes_ = 0;
-    uint64_t timedBytes_ = 0;  // of them, when the time for the next part began
+    uint64_t timedBytes_ = 0;     // of them, when the time for the next part began
+    MemoryBudget::Share memory_;  // of body and answer
+    std::string cookie_;
     // The answer on its way out.
     std::string replyHead_;
     std::string replyBody_;
@@ -137,9 +165,12 @@ private:
     uint64_t turn_ = 0;     // counts the requests that went to the service
     int64_t mark_ = -1;
     size_t lingered_ = 0;
-    std::string peer_;
+    std::string peer_ = "-";
     bool idle_ = true;
     bool known_ = false;
+    std::string knownCookie_;  // which made it known
+    std::chrono::steady_clock::time_point strangerUntil_;
+    OpenConnections::Standing standing_ = OpenConnections::Standing::stranger;
     bool finishing_ = false;
     bool closed_ = false;
 };

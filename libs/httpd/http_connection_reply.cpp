@@ -29,6 +29,7 @@ void HttpConnection::dispatch() {
         return;
     }
     awaited_ = true;
+    setKnown(known_);
     const uint64_t turn = ++turn_;
     if (admission_.watched) {
         gone_ = std::make_shared<std::atomic<bool>>(false);
@@ -126,6 +127,7 @@ void HttpConnection::withdraw() {
 }
 
 void HttpConnection::answer(WebReply reply) {
+    setKnown(reply.known.value_or(known_));
     endsAfterReply_ = !keepAlive_ || finishing_;
     mark_ = reply.mark;
     write(std::move(reply));
@@ -145,6 +147,8 @@ void HttpConnection::write(WebReply reply) {
         replyBody_.clear();
     }
     request_.body = {};
+    memory_.giveBack();
+    memory_.count(replyBody_.size());
     written_ = 0;
     writeSome();
 }
@@ -152,8 +156,8 @@ void HttpConnection::write(WebReply reply) {
 // A large answer may take a slow client any time, as long as it takes something.
 void HttpConnection::writeSome() {
     const size_t ofHead = std::min(written_, replyHead_.size());
-    const std::array<asio::const_buffer, 2> rest{
-        asio::buffer(replyHead_) + ofHead, asio::buffer(replyBody_) + (written_ - ofHead)};
+    const std::array<asio::const_buffer, 2> rest{asio::buffer(replyHead_) + ofHead,
+                                                 asio::buffer(replyBody_) + (written_ - ofHead)};
     stream_.expires_after(shared_.limits.stall);
     stream_.async_write_some(rest, guarded([this](beast::error_code error, size_t bytes) {
                                  written_ += bytes;
@@ -169,6 +173,7 @@ void HttpConnection::writeSome() {
 
 void HttpConnection::onWritten() {
     replyBody_ = {};
+    memory_.giveBack();
     if (!endsAfterReply_) {
         waitForRequest();
     } else if (body_.done() && buffer_.size() == 0) {

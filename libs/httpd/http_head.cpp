@@ -103,9 +103,8 @@ const char* readField(std::string_view line, HttpHead& head) {
     if (!std::all_of(field.value.begin(), field.value.end(), isFieldChar)) {
         return "a header field's value is malformed";
     }
-    for (const std::string_view single :
-         {"Host", "Content-Length", "Transfer-Encoding", "Content-Type", "Authorization", "Cookie",
-          "Expect"}) {
+    for (const std::string_view single : {"Host", "Content-Length", "Transfer-Encoding",
+                                          "Content-Type", "Authorization", "Cookie", "Expect"}) {
         if (equalNoCase(field.name, single) && head.find(single) != nullptr) {
             return "a header field is there twice";
         }

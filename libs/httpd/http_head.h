@@ -21,9 +21,9 @@ struct HttpHead {
     std::string_view target;  // as it came
     std::string path;         // of the target: percent-decoded, without its query
     std::string_view host;
-    unsigned minor = 1;           // of HTTP/1.x
+    unsigned minor = 1;  // of HTTP/1.x
     std::vector<HttpField> fields;
-    bool keepAlive = true;        // as far as the client is concerned
+    bool keepAlive = true;  // as far as the client is concerned
     bool expectsContinue = false;
     bool chunked = false;
     uint64_t length = 0;  // of the body where it isn't chunked; the largest number for larger ones
@@ -34,8 +34,8 @@ struct HttpHead {
     [[nodiscard]] std::string_view field(std::string_view name) const;
 };
 
-// How many bytes at the front are a head, with its empty line; 0 when it isn't all there yet. A line
-// that ends otherwise than with CR LF ends it too: parseHead refuses it.
+// How many bytes at the front are a head, with its empty line; 0 when it isn't all there yet. A
+// line that ends otherwise than with CR LF ends it too: parseHead refuses it.
 size_t headLength(std::string_view bytes);
 
 // Parses a whole head. Gives why it is refused, in plain ASCII, or null when it is taken.

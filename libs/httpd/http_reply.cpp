@@ -5,9 +5,8 @@
 namespace dorvo {
 
 std::string replyHead(const WebReply& reply, unsigned minor, bool keepAlive) {
-    const auto reason =
-        boost::beast::http::obsolete_reason(boost::beast::http::int_to_status(
-            static_cast<unsigned>(reply.status)));
+    const auto reason = boost::beast::http::obsolete_reason(
+        boost::beast::http::int_to_status(static_cast<unsigned>(reply.status)));
     std::string head = minor == 0 ? "HTTP/1.0 " : "HTTP/1.1 ";
     head += std::to_string(reply.status) + " ";
     head.append(reason.data(), reason.size());
@@ -20,6 +19,9 @@ std::string replyHead(const WebReply& reply, unsigned minor, bool keepAlive) {
     }
     if (!reply.allow.empty()) {
         field("Allow", reply.allow);
+    }
+    if (reply.retryAfter != 0) {
+        field("Retry-After", std::to_string(reply.retryAfter));
     }
     if (!keepAlive) {
         field("Connection", "close");

@@ -38,8 +38,9 @@ void claimAddress(tcp::acceptor& acceptor) {
 struct HttpServer::Impl {
     Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
          const HttpThreads& counts, Log log)
-        : connections(limits.connections, limits.makeRoom),
-          shared{service, limits, std::move(log), workers, connections},
+        : connections(limits),
+          memory(limits.memoryBytes),
+          shared{service, limits, std::move(log), workers, connections, memory},
           workers(counts.workers),
           acceptor(asio::make_strand(io)),
           retry(acceptor.get_executor()) {
@@ -88,13 +89,7 @@ struct HttpServer::Impl {
             return;
         }
         if (error) {
-            // Out of descriptors, most likely: connections that end will give some back.
-            retry.expires_after(std::chrono::milliseconds(100));
-            retry.async_wait([this](boost::system::error_code stopped) {
-                if (!stopped) {
-                    accept();
-                }
-            });
+            onShortage();
             return;
         }
         accept();  // first: whatever becomes of this one, others come
@@ -105,10 +100,27 @@ struct HttpServer::Impl {
         }
     }
 
+    // Out of descriptors, most likely, which shows also when nobody waits: only for somebody who
+    // does another one gives way, and with it its descriptor.
+    void onShortage() {
+        acceptor.async_wait(tcp::acceptor::wait_read, [this](boost::system::error_code stopped) {
+            if (stopped) {
+                return;
+            }
+            connections.giveWay();
+            retry.expires_after(std::chrono::milliseconds(20));
+            retry.async_wait([this](boost::system::error_code cancelled) {
+                if (!cancelled) {
+                    accept();
+                }
+            });
+        });
+    }
+
     void admit(tcp::socket socket) {
         const uint64_t number = ++lastNumber;
         const auto connection = std::make_shared<HttpConnection>(std::move(socket), shared, number);
-        if (connections.enter(number, connection)) {
+        if (connections.enter(number, connection->peer(), connection)) {
             connection->start();
         } else {
             connection->turnAway();
@@ -145,6 +157,7 @@ struct HttpServer::Impl {
     // In this order: queues of handlers own connections, which tell `connections` that they go, and
     // whose sockets are of `io`.
     OpenConnections connections;
+    MemoryBudget memory;
     HttpConnection::Shared shared;
     asio::io_context io;
     asio::executor_work_guard<asio::io_context::executor_type> work{io.get_executor()};

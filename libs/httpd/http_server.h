@@ -6,28 +6,16 @@
 // up to a bound.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "httpd/http_limits.h"
+
 namespace dorvo {
 
 class HttpService;
-
-struct HttpLimits {
-    size_t connections = 1024;
-    // At that number the oldest connection whose last request was not Admission::known ends for a
-    // new one. Else, and where all are known, the new one is answered with 503.
-    bool makeRoom = false;
-    size_t headBytes = 8192;
-    size_t discardedBytes = size_t{64} << 20U;  // of a refused body, before the connection ends
-    std::chrono::milliseconds idle{300'000};    // between two requests of a connection
-    std::chrono::milliseconds head{20'000};     // from a request's first byte to its head's last
-    std::chrono::milliseconds stall{30'000};    // for 32 KiB of a body, any of an answer
-    std::chrono::milliseconds stopPatience{10'000};  // for requests in progress at stop()
-};
 
 struct HttpThreads {
     size_t io = 1;

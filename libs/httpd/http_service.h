@@ -15,8 +15,9 @@ struct Admission {
     size_t bodyLimit = 0;  // bytes; a larger body is refused with 413
     // Bodies above this are taken in only when judgeLargeBody() has nothing against it.
     size_t judgedBytes = SIZE_MAX;
+    size_t weight = 1;  // bytes of memory that a byte of the body comes to while it is handled
     std::optional<WebReply> refusal;  // the answer, after the body was read and dropped
-    bool known = false;               // see HttpLimits::makeRoom
+    bool known = false;               // from somebody known; see HttpLimits
     bool watched = false;             // WebRequest::gone tells when the client goes meanwhile
 };
 
@@ -44,7 +45,8 @@ public:
 
     // On a thread that serves connections: does not block. The body is not there yet.
     virtual Admission admit(const WebRequest& head) = 0;
-    // On a worker: why the body of this request is not taken in.
+    // On a worker: why the body of this request is not taken in. If it is, the request is from
+    // somebody known.
     virtual std::optional<WebReply> judgeLargeBody(const WebRequest& /*head*/) { return {}; }
     // On a worker, may block. Answers before it returns, or gives what is needed to wait.
     virtual std::optional<LongPoll> handle(const WebRequest& request, Respond respond) = 0;

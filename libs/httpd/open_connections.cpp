@@ -6,34 +6,64 @@
 
 namespace dorvo {
 
-bool OpenConnections::enter(uint64_t number, const std::shared_ptr<HttpConnection>& connection) {
-    std::shared_ptr<HttpConnection> ending;  // let go of after the lock: it may be the last owner
-    const std::unique_lock lock(mutex_);
+OpenConnections::OpenConnections(const HttpLimits& limits)
+    : most_(limits.connections),
+      mostOfAddress_(limits.connectionsOfAddress),
+      manyBehind_(limits.manyBehind) {}
+
+bool OpenConnections::enter(uint64_t number, const std::string& address,
+                            const std::shared_ptr<HttpConnection>& connection) {
+    std::shared_ptr<HttpConnection> ended;
+    const std::lock_guard lock(mutex_);
     if (shut_) {
         return false;
     }
-    if (entries_.size() - ending_ >= most_) {
-        const auto stranger = std::find_if(entries_.begin(), entries_.end(), [](const auto& item) {
-            return !item.second.known && !item.second.ending;
-        });
-        if (!makeRoom_ || stranger == entries_.end()) {
+    const auto same = ofAddress_.find(address);
+    if (same != ofAddress_.end() && same->second >= mostOfAddress_ &&
+        std::find(manyBehind_.begin(), manyBehind_.end(), address) == manyBehind_.end()) {
+        if (!endOne(&address, ended)) {
             return false;
         }
-        ending = stranger->second.connection.lock();
-        if (ending) {
-            ending->abort();
-        }
-        stranger->second.ending = true;
-        ++ending_;
+    } else if (staying_ >= most_ && !endOne(nullptr, ended)) {
+        return false;
     }
-    entries_[number].connection = connection;
+    size_t& count = ofAddress_[address];
+    entries_.emplace(number, Entry{connection, address});
+    ++count;
+    ++staying_;
     return true;
 }
 
-void OpenConnections::setKnown(uint64_t number, bool known) {
+bool OpenConnections::endOne(const std::string* address, std::shared_ptr<HttpConnection>& ended) {
+    for (const Standing standing : {Standing::stranger, Standing::served}) {
+        const auto oldest = std::find_if(entries_.begin(), entries_.end(), [&](const auto& item) {
+            const Entry& entry = item.second;
+            return entry.standing == standing && !entry.ending &&
+                   (address == nullptr || entry.address == *address);
+        });
+        if (oldest != entries_.end()) {
+            ended = oldest->second.connection.lock();
+            if (ended) {
+                ended->abort();
+            }
+            oldest->second.ending = true;
+            forget(oldest->second);
+            return true;
+        }
+    }
+    return false;
+}
+
+void OpenConnections::giveWay() {
+    std::shared_ptr<HttpConnection> ended;
+    const std::lock_guard lock(mutex_);
+    endOne(nullptr, ended);
+}
+
+void OpenConnections::setStanding(uint64_t number, Standing standing) {
     const std::lock_guard lock(mutex_);
     if (const auto entry = entries_.find(number); entry != entries_.end()) {
-        entry->second.known = known;
+        entry->second.standing = standing;
     }
 }
 
@@ -43,10 +73,20 @@ void OpenConnections::leave(uint64_t number) {
     if (entry == entries_.end()) {
         return;
     }
-    ending_ -= entry->second.ending ? 1 : 0;
+    if (!entry->second.ending) {
+        forget(entry->second);
+    }
     entries_.erase(entry);
     // Under the lock: who waits for the last one may destroy this as soon as it is free.
     left_.notify_all();
+}
+
+void OpenConnections::forget(const Entry& entry) {
+    --staying_;
+    const auto same = ofAddress_.find(entry.address);
+    if (--same->second == 0) {
+        ofAddress_.erase(same);
+    }
 }
 
 void OpenConnections::shut() {

@@ -1,4 +1,5 @@
-// The connections of a server that are open, and which of them gives way to a new one.
+// The connections of a server that are open, and which of them gives way to a new one: the oldest
+// of those from whom no valid session, or token, has been seen yet.
 //
 // A connection enters once and leaves when it is destroyed, so this outlives whatever may own
 // connections: queues of handlers included. Owns none of them. Any thread.
@@ -10,7 +11,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
+
+#include "httpd/http_limits.h"
 
 namespace dorvo {
 
@@ -18,16 +22,24 @@ class HttpConnection;
 
 class OpenConnections {
 public:
-    // As HttpLimits says of both.
-    OpenConnections(size_t most, bool makeRoom) : most_(most), makeRoom_(makeRoom) {}
+    enum class Standing : uint8_t {
+        stranger,
+        served,  // a stranger whose request the service has: gives way after all others
+        known,   // its last request was from somebody known
+    };
+
+    explicit OpenConnections(const HttpLimits& limits);
     OpenConnections(const OpenConnections&) = delete;
     OpenConnections& operator=(const OpenConnections&) = delete;
 
-    // False when there is no room for it. May end another one for its sake.
-    bool enter(uint64_t number, const std::shared_ptr<HttpConnection>& connection);
-    // Whether the last request of the connection was Admission::known.
-    void setKnown(uint64_t number, bool known);
+    // False when there is no room for it: all there are known. May end another one for its sake,
+    // one of the same address where there are too many of that.
+    bool enter(uint64_t number, const std::string& address,
+               const std::shared_ptr<HttpConnection>& connection);
+    void setStanding(uint64_t number, Standing standing);
     void leave(uint64_t number);
+    // Ends one that gives way, if there is any.
+    void giveWay();
 
     // No connection enters any more.
     void shut();
@@ -39,16 +51,24 @@ public:
 private:
     struct Entry {
         std::weak_ptr<HttpConnection> connection;
-        bool known = false;
+        std::string address;
+        Standing standing = Standing::stranger;
         bool ending = false;  // told to end, for another one's sake
     };
 
+    // Under the lock. Null: of any address. Gives the connection that it has told to end, for its
+    // caller to let go of after the lock, as it may be the last owner.
+    bool endOne(const std::string* address, std::shared_ptr<HttpConnection>& ended);
+    void forget(const Entry& entry);
+
     const size_t most_;
-    const bool makeRoom_;
+    const size_t mostOfAddress_;
+    const std::vector<std::string> manyBehind_;
     mutable std::mutex mutex_;  // guards what follows
     std::condition_variable left_;
-    std::map<uint64_t, Entry> entries_;  // the oldest first
-    size_t ending_ = 0;                  // of the entries
+    std::map<uint64_t, Entry> entries_;        // the oldest first
+    size_t staying_ = 0;                       // of the entries: those that aren't ending
+    std::map<std::string, size_t> ofAddress_;  // of those
     bool shut_ = false;
 };
 

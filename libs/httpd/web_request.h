@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace dorvo {
@@ -18,6 +19,8 @@ struct WebRequest {
     bool fromPage = false;  // a page in a browser asks: there is an Origin or a Sec-Fetch-Site
     std::string peer;       // the client's address, without its port
     int64_t mark = -1;      // of the last answer on this connection; -1 before the first
+    // This cookie has come on this connection before, and WebReply::known was true then.
+    bool known = false;
     std::string body;
     // True as soon as the client has gone, for an Admission::watched request; else null.
     std::shared_ptr<const std::atomic<bool>> gone;
@@ -29,8 +32,11 @@ struct WebReply {
     std::string contentType = "application/json";
     std::string setCookie;  // empty: none
     std::string allow;      // the methods that a 405 names
+    int retryAfter = 0;     // seconds; 0: not said
     std::string user;       // for the log, empty when nobody is logged in
-    int64_t mark = -1;      // what the connection's next request brings back
+    // Whether the request was from somebody known; none: as its Admission said.
+    std::optional<bool> known;
+    int64_t mark = -1;  // what the connection's next request brings back
 };
 
 }  // namespace dorvo

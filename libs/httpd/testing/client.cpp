@@ -16,7 +16,11 @@ std::string Answer::header(std::string_view name) const {
     return head.substr(begin, head.find("\r\n", begin) - begin);
 }
 
-Client::Client(uint16_t port) {
+Client::Client(uint16_t port, const char* from) {
+    if (from != nullptr) {
+        socket_.open(asio::ip::tcp::v4());
+        socket_.bind({asio::ip::make_address(from), 0});
+    }
     socket_.connect({asio::ip::address_v4::loopback(), port});
 }
 

@@ -22,7 +22,8 @@ struct Answer {
 
 class Client {
 public:
-    explicit Client(uint16_t port);
+    // From that address, where one is given.
+    explicit Client(uint16_t port, const char* from = nullptr);
 
     Answer post(std::string_view path, std::string_view body, std::string_view cookie = {},
                 std::string_view contentType = "application/json");

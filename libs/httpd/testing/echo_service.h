@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <future>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include "httpd/http_server.h"
 #include "httpd/http_service.h"
@@ -22,13 +25,15 @@ public:
     Admission admit(const WebRequest& head) override {
         Admission admission;
         admission.bodyLimit = head.path == "/large" ? 4 * echoLimit : echoLimit;
-        admission.judgedBytes = echoLimit;
-        admission.known = head.cookie == "good";
+        admission.judgedBytes = head.known ? SIZE_MAX : echoLimit;
+        admission.known = head.known || head.cookie == "good";
         if (head.method != "POST") {
             admission.refusal = refuse(405, "only POST");
             admission.refusal->allow = "POST";
         } else if (head.path == "/nowhere") {
             admission.refusal = refuse(404, "no such path");
+        } else if (head.path == "/unjudgeable") {
+            throw std::bad_alloc();
         } else if (head.path == "/held") {
             held.set_value();
             letGo.get_future().wait();
@@ -41,8 +46,15 @@ public:
     }
 
     std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override {
+        ++handled;
         WebReply reply;
         reply.body = request.body;
+        if (request.cookie == "late") {
+            reply.known = true;
+        }
+        if (request.path == "/unanswerable") {
+            throw std::bad_alloc();
+        }
         if (request.path != "/poll") {
             respond(reply);
             return {};
@@ -93,6 +105,7 @@ public:
     // The first tells that a request to /held is judged, which ends with the second.
     std::promise<void> held;
     std::promise<void> letGo;
+    std::atomic<int> handled = 0;  // requests
 
 private:
     std::mutex lock_;  // guards what follows
@@ -117,7 +130,18 @@ protected:
     void restart() {
         server.reset();
         server = std::make_unique<HttpServer>(service, "127.0.0.1", uint16_t{0}, limits,
-                                              HttpThreads{1, 2}, [](const std::string&) {});
+                                              HttpThreads{1, 2}, [this](const std::string& line) {
+                                                  const std::lock_guard guard(lock_);
+                                                  lines_.push_back(line);
+                                              });
+    }
+
+    // Whether a line of the log holds the text.
+    bool hasLogged(std::string_view text) {
+        const std::lock_guard guard(lock_);
+        return std::any_of(lines_.begin(), lines_.end(), [text](const std::string& line) {
+            return line.find(text) != std::string::npos;
+        });
     }
 
     Answer ask(const std::string& body) {
@@ -129,6 +153,10 @@ protected:
     EchoService service;
     HttpLimits limits;
     std::unique_ptr<HttpServer> server;
+
+private:
+    std::mutex lock_;  // guards what follows
+    std::vector<std::string> lines_;
 };
 
 }  // namespace dorvo
