@@ -43,10 +43,15 @@ public:
     }
 
 protected:
+    // Another piece of work begins: what was said before has nothing to do with its errors. On the
+    // thread that works.
+    void beginWork() const { said_ = false; }
+
     HANDLE stop_;  // borrowed, may be null
 
 private:
-    mutable std::atomic<bool> said_{false};  // interrupted() has said so, be it over since
+    // interrupted() has said so in this piece of work, be it over since.
+    mutable std::atomic<bool> said_{false};
 };
 
 }  // namespace dorvo

@@ -40,17 +40,12 @@ int TransferItems::process() {
 }
 
 // An item that a stop has broken off is the next run's first, and this one's next where the pause
-// was taken back meanwhile.
+// was taken back meanwhile: nothing says that it is stored.
 bool TransferItems::advance(Step last, bool carryOn) {
     if (last != Step::brokenOff) {
         return takePosition();
     }
-    if (!carryOn) {
-        return true;
-    }
-    return job_.pausesTakenBack() == pausesTakenBack_
-               ? takePosition()
-               : reader_.seek(static_cast<int64_t>(record_.sourcePosition));
+    return !carryOn || reader_.seek(static_cast<int64_t>(record_.sourcePosition));
 }
 
 bool TransferItems::takePosition() {
@@ -127,7 +122,12 @@ TransferItems::Step TransferItems::item(bool directory) {
 }
 
 TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long code) {
-    switch (itemFailure(job_.failureOf(code))) {
+    const Failure failure = job_.failureOf(code);
+    if (code == ERROR_CANCELLED && !failure.stopping &&
+        job_.pausesTakenBack() == pausesTakenBack_) {
+        return itemFailed(item, ERROR_OPERATION_ABORTED);  // by nobody here: no stop will repeat it
+    }
+    switch (itemFailure(failure)) {
         case FailureAction::leave: return Step::brokenOff;
         case FailureAction::pause: return pause(code);
         case FailureAction::record:

@@ -90,6 +90,7 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
                     readFrom == nullptr ? path : readFrom,
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up file {%s}.\n", item.name.c_str());
+    beginWork();
     claimItem(*activity_, number);
     if (store(item)) {
         return true;

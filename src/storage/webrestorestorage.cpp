@@ -203,6 +203,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     const std::wstring folder = target == nullptr ? std::wstring() : target;
     const std::string place = toUtf8(folder);
     log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name.c_str(), place.c_str());
+    beginWork();
     if (!valid(name, place)) {
         return false;
     }

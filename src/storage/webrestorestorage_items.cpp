@@ -55,6 +55,7 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
               {}};
     log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), run_.jobId.c_str(),
         run_.jobName.c_str());
+    beginWork();
     claimItem(*activity_, number);
     return restore(file, replace);
 }

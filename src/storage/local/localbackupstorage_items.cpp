@@ -42,6 +42,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
                     readFrom == nullptr ? path : readFrom,
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up {%s}.\n", item.name.c_str());
+    beginWork();
     claimItem(*activity_, number);
     const bool done = store(item);
     if (!done) {

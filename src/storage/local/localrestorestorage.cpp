@@ -138,6 +138,7 @@ bool LocalRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_
     }
     log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", toUtf8(original).c_str(),
         toUtf8(target).c_str());
+    beginWork();
     LocalRecord record;
     bool existed = false;
     return (find(original, LocalRecord::Kind::folder, record) &&
@@ -155,6 +156,7 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", toUtf8(original).c_str(),
         toUtf8(target).c_str());
     const std::wstring package = itemTempPath(temporary_, number);
+    beginWork();
     claimItem(*activity_, number);
     LocalRecord record;
     RestoreTarget file(target, activity_->instanceId, number, run_.placing);
