@@ -76,6 +76,10 @@ private:
     void tellDrops();
     PendingDrop drop() const;
     void closeStorage() override { storage_.reset(); }
+    FailureAction endAction(const Failure& failure, unsigned tries) const override {
+        return endFailure(failure, tries);
+    }
+    bool opensToEnd() const override { return true; }
 
     Services services_;
     JobPlanner planner_;

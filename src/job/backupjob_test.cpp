@@ -336,6 +336,79 @@ TEST_F(BackupJobTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
     }
 }
 
+TEST_F(BackupJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
+    const DWORD refusals[] = {0x20010190, 0x20010193, 0x20010194};
+    const DWORD mishaps[] = {0x200101F4,
+                             0x200101F6,
+                             0x20010199,
+                             WSAECONNREFUSED,
+                             WSAECONNRESET,
+                             ERROR_DISK_FULL,
+                             ERROR_SHARING_VIOLATION,
+                             ERROR_CANCELLED,
+                             ERROR_CRC};
+    for (const DWORD error : refusals) {
+        SCOPED_TRACE(error);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        script_.end = {error};
+        const auto job = makeBackup();
+        const LogCapture quiet;
+        run(*job);
+        EXPECT_EQ(job->state(), failed);
+        EXPECT_EQ(script_.calls.back(), "cancel");
+        EXPECT_EQ(job->record().endError, error);
+    }
+    for (const DWORD error : mishaps) {
+        SCOPED_TRACE(error);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        script_.end = {error};
+        const auto job = makeBackup();
+        const LogCapture quiet;
+        run(*job);
+        EXPECT_EQ(job->state(), paused);
+        EXPECT_EQ(script_.count("cancel"), 0u);
+        script_.calls.clear();
+        script_.start = {WSAECONNREFUSED};
+        run(*job);
+        EXPECT_EQ(job->state(), paused) << "nor is it dropped before it comes to its end again";
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script_.calls, (Names{"start", "start", "end"})) << "nothing is sent again";
+    }
+}
+
+// A service that lacks something without naming it may still be made to take the run, which is days
+// of upload. One that does not let it start again has given it up.
+TEST_F(BackupJobTest, AConflictAtTheEndIsBelievedWhenItLastsOrMeetsTheStartToo) {
+    constexpr DWORD conflict = 0x20010199;
+    for (const bool lasts : {true, false}) {
+        SCOPED_TRACE(lasts);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        script_.end.assign(endTries, conflict);
+        if (!lasts) {
+            script_.start = {0, conflict};
+        }
+        const auto job = makeBackup();
+        const LogCapture quiet;
+        for (unsigned i = 1; i < (lasts ? endTries : 2); ++i) {
+            run(*job);
+            ASSERT_EQ(job->state(), paused) << i;
+        }
+        EXPECT_EQ(script_.count("cancel"), 0u);
+        run(*job);
+        EXPECT_EQ(job->state(), failed);
+        EXPECT_EQ(job->record().endError, conflict);
+        EXPECT_EQ(script_.calls.back(), "cancel");
+        // Another run begins with all its tries.
+        script_.end = {conflict};
+        run(*job);
+        EXPECT_EQ(job->state(), paused);
+    }
+}
+
 // A run that nobody dropped would be listed as running, and keep its packages, for ever.
 TEST_F(BackupJobTest, ACancelThatCouldNotBeToldIsToldLater) {
     struct Row {

@@ -66,10 +66,14 @@ bool RestoreJob::recordError(const wchar_t* path, DWORD code, const std::string&
 }
 
 bool RestoreJob::completeAtStorage() {
-    return storage_->end(historyAt(static_cast<int>(JobState::completed)));
+    return endAtStorage(static_cast<int>(JobState::completed));
 }
 
 bool RestoreJob::dropAtStorage(int endCode) {
+    return endAtStorage(endCode);
+}
+
+bool RestoreJob::endAtStorage(int endCode) {
     if (!storage_) {
         storage_ = createStorage(StorageUse::end);
     }

@@ -49,6 +49,12 @@ private:
     bool completeAtStorage() override;
     bool dropAtStorage(int endCode) override;
     void closeStorage() override { storage_.reset(); }
+    // Its items are in their places: that the service has not heard of it makes no failure of it.
+    FailureAction endAction(const Failure& failure, unsigned tries) const override {
+        return restoreEndFailure(failure, tries);
+    }
+    bool opensToEnd() const override { return false; }
+    bool endAtStorage(int endCode);
 
     // The work thread's, and init()'s while there is none.
     PlacingRecord placing_;

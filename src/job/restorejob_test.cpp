@@ -19,6 +19,39 @@ TEST_F(RestoreJobTest, ComposesItsTargetsAndTellsTheStorageHowItWent) {
     EXPECT_EQ(script_.history.at("filescount").get_int64(), 3);
 }
 
+// Its files are in their places, whatever the service makes of the history.
+TEST_F(RestoreJobTest, AnEndThatCannotBeToldHoldsUpNoRestoreForEver) {
+    struct Row {
+        DWORD error;
+        bool refusal;
+    };
+    const Row rows[] = {{0x20010190, true},     {0x20010194, true},      {0x20010199, true},
+                        {0x200101F4, false},    {0x200101F7, false},     {0x20010191, false},
+                        {WSAECONNRESET, false}, {WSAECONNREFUSED, false}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        script_.end.assign(endTries, row.error);
+        const auto job = makeRestore();
+        const LogCapture log;
+        for (unsigned i = 1; i < (row.refusal ? 1 : endTries); ++i) {
+            run(*job);
+            ASSERT_EQ(job->state(), paused) << i;
+            EXPECT_EQ(job->record().endError, row.error);
+            script_.start = {0x20010194};  // the backup is gone: nothing of it is needed any more
+        }
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(job->lastRunState(), completed);
+        EXPECT_EQ(job->record().endError, 0u);
+        EXPECT_EQ(script_.count("start"), 1u);
+        EXPECT_EQ(script_.count("cancel"), 0u);
+        EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
+        EXPECT_TRUE(log.begins("Job {j1, job} is completed, but its storage does not take"));
+    }
+}
+
 TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
     struct Row {
         const char* name;

@@ -31,6 +31,7 @@ enum class FailureAction {
     pause,   // park the run and resume it later
     record,  // write the item down as failed and go on
     fail,    // the run ends in error
+    settle,  // the run is completed all the same
 };
 
 // There is nobody at the server's address, or no address to its name.
@@ -73,13 +74,30 @@ constexpr FailureAction runFailure(const Failure& failure) {
                                                             : FailureAction::fail;
 }
 
-// The storage could not complete the run. All that was stored is dropped with a run that fails
-// here, so it takes a clear no.
-constexpr FailureAction endFailure(const Failure& failure) {
+// How often the end of a run is tried, an hour with the usual time between the tries, before an
+// answer that might change is believed.
+constexpr unsigned endTries = 15;
+
+// The storage could not complete the run, for the time that `tries` says. All that was stored is
+// dropped with a run that fails here, so it takes a clear no. A conflict says that the run is not
+// whole, or not in the state for it: who no longer knows the run refuses its next start.
+constexpr FailureAction endFailure(const Failure& failure, unsigned tries = endTries) {
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
-    return isRefusal(failure.code) ? FailureAction::fail : FailureAction::pause;
+    const bool believed =
+        isRefusal(failure.code) && (failure.code != withHttpMark(409) || tries >= endTries);
+    return believed ? FailureAction::fail : FailureAction::pause;
+}
+
+// The service has not heard of the end of a restore, all of whose items are in their places: that
+// is worth some tries, and no more.
+constexpr FailureAction restoreEndFailure(const Failure& failure, unsigned tries) {
+    if (isCancelled(failure)) {
+        return FailureAction::leave;
+    }
+    return isRefusal(failure.code) || tries >= endTries ? FailureAction::settle
+                                                        : FailureAction::pause;
 }
 
 }  // namespace dorvo

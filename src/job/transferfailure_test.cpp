@@ -63,5 +63,32 @@ TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
     }
 }
 
+TEST(TransferFailure, AnEndIsTriedUntilItsFailureIsBelieved) {
+    struct Row {
+        const char* name;
+        Failure failure;
+        FailureAction backup;  // before the last try, and at it
+        FailureAction backupLast;
+        FailureAction restore;
+        FailureAction restoreLast;
+    };
+    using enum FailureAction;
+    const Row rows[] = {
+        {"409", {.code = 0x20010199}, pause, fail, settle, settle},
+        {"404", {.code = 0x20010194}, fail, fail, settle, settle},
+        {"500", {.code = 0x200101F4}, pause, pause, pause, settle},
+        {"network", {.code = 10054, .networkError = true}, pause, pause, pause, settle},
+        {"409 while stopping", {.code = 0x20010199, .stopping = true}, leave, leave, leave, leave},
+        {"cancelled", {.code = 1223}, leave, leave, leave, leave},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(endFailure(row.failure, endTries - 1), row.backup);
+        EXPECT_EQ(endFailure(row.failure, endTries), row.backupLast);
+        EXPECT_EQ(restoreEndFailure(row.failure, endTries - 1), row.restore);
+        EXPECT_EQ(restoreEndFailure(row.failure, endTries), row.restoreLast);
+    }
+}
+
 }  // namespace
 }  // namespace dorvo

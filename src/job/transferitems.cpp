@@ -131,7 +131,8 @@ TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long co
         case FailureAction::leave: return Step::brokenOff;
         case FailureAction::pause: return pause(code);
         case FailureAction::record:
-        case FailureAction::fail: break;
+        case FailureAction::fail:
+        case FailureAction::settle: break;
     }
     if (passes(item, code)) {
         return pause(code);

@@ -166,6 +166,7 @@ unsigned long TransferJob::carryOut() {
     forgetRun();
     if (activity()->resuming == 0) {
         backoff_.reset();
+        endTries_ = 0;
     }
     const bool cancelOnly = cancelOnly_.exchange(false);
     activity()->state = number(cancelOnly ? JobState::canceling : JobState::starting);
@@ -261,18 +262,29 @@ int TransferJob::cleanup(int endCode) {
 }
 
 int TransferJob::complete() {
-    if (completeAtStorage()) {
-        return number(JobState::completed);
-    }
-    const DWORD code = GetLastError();
-    logRetry("end", code);
-    runError_ = code;
+    return completeAtStorage() ? number(JobState::completed) : endFailed(GetLastError());
+}
+
+int TransferJob::endFailed(unsigned long code) {
     Failure failure = failureOf(code);
     failure.stopping = false;  // a pending stop is seen to afterwards
+    endTries_ += isCancelled(failure) ? 0 : 1;
+    const FailureAction action = endAction(failure, endTries_);
+    if (action == FailureAction::settle) {
+        log(LogLevel::warning,
+            "Job {%s, %s} is completed, but its storage does not take the history of the run, "
+            "error-code = %d, %s.\n",
+            definition().id().c_str(), toUtf8(definition().name()).c_str(),
+            static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code))),
+            reasonText(code).c_str());
+        return number(JobState::completed);
+    }
+    logRetry("end", code);
+    runError_ = code;
     notify_error(code);
     errorNotified_ = true;
     // What was broken off or went wrong has not been refused: the resumed run ends again.
-    if (endFailure(failure) != FailureAction::fail) {
+    if (action != FailureAction::fail) {
         retry_ = true;
         return number(JobState::paused);
     }

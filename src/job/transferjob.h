@@ -72,6 +72,10 @@ protected:
     virtual bool completeAtStorage() = 0;
     virtual bool dropAtStorage(int endCode) = 0;
     virtual void closeStorage() = 0;
+    // What a failure to complete the run means, the `tries`th in a row.
+    virtual FailureAction endAction(const Failure& failure, unsigned tries) const = 0;
+    // Whether a run that has nothing left but its end opens its storage before.
+    virtual bool opensToEnd() const = 0;
 
     // Of the run under way; for the storages of the final classes.
     FailedItems& failedItems() { return *failed_; }
@@ -102,6 +106,7 @@ private:
     void writeHistory(int endCode);
     void finish(int endCode);
     int complete();
+    int endFailed(unsigned long code);
     void drop(int endCode);
     void resumeLater();
     void logRetry(const char* verb, unsigned long code) const;
@@ -119,6 +124,7 @@ private:
     std::unique_ptr<JobHistoryInfo> history_;
     std::unique_ptr<FailedItems> failed_;
     ResumeBackoff backoff_;
+    unsigned endTries_ = 0;       // how often the run could not be completed
     bool retry_ = false;          // the run ends because of something that passes
     bool errorNotified_ = false;  // observers know of runError_
 };

@@ -296,44 +296,6 @@ TYPED_TEST(TransferJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
     EXPECT_EQ(job->state(), completed);
 }
 
-TYPED_TEST(TransferJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
-    Script& script = this->script_;
-    const DWORD refusals[] = {0x20010190, 0x20010193, 0x20010194, 0x20010199};
-    const DWORD mishaps[] = {0x200101F4,      0x200101F6,      WSAECONNREFUSED,
-                             WSAECONNRESET,   ERROR_DISK_FULL, ERROR_SHARING_VIOLATION,
-                             ERROR_CANCELLED, ERROR_CRC};
-    for (const DWORD error : refusals) {
-        SCOPED_TRACE(error);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
-        script.end = {error};
-        const auto job = this->makeJob();
-        const LogCapture quiet;
-        this->run(*job);
-        EXPECT_EQ(job->state(), failed);
-        EXPECT_EQ(script.calls.back(), "cancel");
-        EXPECT_EQ(job->record().endError, error);
-    }
-    for (const DWORD error : mishaps) {
-        SCOPED_TRACE(error);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
-        script.end = {error};
-        const auto job = this->makeJob();
-        const LogCapture quiet;
-        this->run(*job);
-        EXPECT_EQ(job->state(), paused);
-        EXPECT_EQ(script.count("cancel"), 0u);
-        script.calls.clear();
-        script.start = {WSAECONNREFUSED};
-        this->run(*job);
-        EXPECT_EQ(job->state(), paused) << "nor is it dropped before it comes to its end again";
-        this->run(*job);
-        EXPECT_EQ(job->state(), completed);
-        EXPECT_EQ(script.calls, (Names{"start", "start", "end"})) << "nothing is sent again";
-    }
-}
-
 TYPED_TEST(TransferJobTest, WaitsLongerWhileItComesNoFurther) {
     Script& script = this->script_;
     script.start = {0, WSAECONNRESET, WSAECONNRESET, 0, 0, 0};

@@ -89,6 +89,9 @@ bool TransferRun::openStorage() {
             transferJob_.reasonText(unread).c_str());
         return fail(unread);
     }
+    if (!transferJob_.opensToEnd() && isAtEndOfList()) {
+        return storageOpen_ = true;
+    }
     const std::wstring temporary = itemTempFolder(transferJob_.definition().id());
     if (!createDirectories(temporary)) {
         LastErrorGuard keep;
@@ -156,6 +159,7 @@ bool TransferRun::parkIfPauseIsTakenBack() {
 bool TransferRun::failOrPause(unsigned long code) {
     const Failure failure = transferJob_.failureOf(code);
     // Everything is stored of a run that only has to end: it is not lost for less than at its end.
+    // A storage that refuses to take it up again does not know it any more.
     const FailureAction action = isAtEndOfList() ? endFailure(failure) : runFailure(failure);
     if (action != FailureAction::pause) {
         return refuse(code);
