@@ -72,7 +72,6 @@ int BackupRun::carryOut() {
     }
     const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registerred.\n");
-    job_.tellDrops();
     loadVolumes();
     if (!carryOn()) {
         return endCode();
@@ -154,7 +153,11 @@ bool BackupRun::prepare() {
     }
     // Packages are encoded anew.
     rm_rf(itemTempFolder(job_.definition().id()), false);
-    return startStorage("Start to backing up files.\n");
+    if (!startStorage("Start to backing up files.\n")) {
+        return false;
+    }
+    job_.tellDrops();  // which come after what the run has to say itself
+    return true;
 }
 
 // A run that goes on makes sure of its storage before it takes snapshots: it may have failed for
