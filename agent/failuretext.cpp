@@ -28,8 +28,7 @@ std::string failureText(uint32_t code) {
     }
     if (code == errorLocationGone) {
         return "The folder of the backups is not there, or empty without its disk, or the disk is "
-               "full "
-               "(error " +
+               "full (error " +
                std::to_string(code) + ")";
     }
     if (code == ERROR_CANNOT_MAKE) {

@@ -18,8 +18,7 @@ std::string keyFailure(const std::wstring& file, const std::string& user, uint32
                    "FILE' brings one";
         case ERROR_DECRYPTION_FAILED:
             return "The keys of this machine cannot be read: the file 'keys' of the data directory "
-                   "is "
-                   "damaged, or the machine key in the registry is not the one that it was "
+                   "is damaged, or the machine key in the registry is not the one that it was "
                    "written with; bring back the one or the other, or move the file away and "
                    "import a recovery file";
         case ERROR_FILE_EXISTS:

@@ -129,8 +129,12 @@ public:
         std::wstring name = volume;  // the interface takes no constant
         WINBOOL answer = FALSE;
         step_ = "IsVolumeSupported";
+        volume_ = volume;
         const HRESULT result = components_->IsVolumeSupported(GUID_NULL, name.data(), &answer);
         supported = SUCCEEDED(result) && answer != FALSE;
+        if (SUCCEEDED(result)) {
+            volume_.clear();
+        }
         return result;
     }
 
@@ -173,9 +177,11 @@ public:
     }
 
     const char* step() const override { return step_; }
+    std::wstring volume() const override { return volume_; }
 
 private:
     HRESULT create(int backupType, HANDLE end) {
+        volume_.clear();
         step_ = "load vssapi.dll";
         const Api& api = Api::instance();
         if (FAILED(api.result) || api.create == nullptr) {
@@ -205,6 +211,7 @@ private:
     }
 
     HRESULT addVolumes(const std::vector<std::wstring>& volumes) {
+        volume_.clear();
         step_ = "StartSnapshotSet";
         HRESULT result = components_->StartSnapshotSet(&set_);
         for (const std::wstring& volume : volumes) {
@@ -215,14 +222,19 @@ private:
             member.volumePath = volume;
             std::wstring name = volume;
             step_ = "AddToSnapshotSet";
+            volume_ = volume;
             result = components_->AddToSnapshotSet(name.data(), GUID_NULL, &member.snapshotId);
             members_.push_back(std::move(member));
+        }
+        if (SUCCEEDED(result)) {
+            volume_.clear();
         }
         return result;
     }
 
     HRESULT describe(SnapshotVolume& member) {
         step_ = "GetSnapshotProperties";
+        volume_ = member.volumePath;
         VSS_SNAPSHOT_PROP properties{};
         const HRESULT result = components_->GetSnapshotProperties(member.snapshotId, &properties);
         if (FAILED(result)) {
@@ -235,6 +247,7 @@ private:
         if (const Api::Free release = Api::instance().freeProperties) {
             release(&properties);
         }
+        volume_.clear();
         return S_OK;
     }
 
@@ -260,6 +273,7 @@ private:
     std::vector<SnapshotVolume> members_;  // of the set
     bool made_ = false;                    // the set's snapshots exist
     const char* step_ = "";
+    std::wstring volume_;  // that a failed call was about; empty: all of them
 };
 
 }  // namespace

@@ -39,8 +39,10 @@ public:
     virtual HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE end) = 0;
     // Tells the service that the backup is over and deletes the snapshots.
     virtual HRESULT complete() = 0;
-    // The call that failed last, for a log line.
+    // The call that failed last, for a log line, and the volume that it was about; empty when it
+    // was about all of them.
     virtual const char* step() const = 0;
+    virtual std::wstring volume() const { return {}; }
 };
 
 }  // namespace dorvo

@@ -114,6 +114,7 @@ const char* VSSRequester::step() const {
 // Ends what was begun and leaves the reason as the last error. Always false.
 bool VSSRequester::fail(HRESULT result) {
     step_ = provider_->step();
+    failedVolume_ = provider_->volume();
     endBackup();
     SetLastError(toLastError(result));
     return false;

@@ -73,6 +73,8 @@ public:
     }
     // The service's call that failed last, for a log line; empty before.
     const char* step() const;
+    // The volume that it was about; empty when it was about all of them.
+    const std::wstring& failedVolume() const { return failedVolume_; }
 
 private:
     HRESULT prepare(const std::vector<std::wstring>& volumes, int backupType);
@@ -84,6 +86,7 @@ private:
     bool begun_ = false;     // the provider has to be told of an end
     bool prepared_ = false;  // there is a set to make
     const char* step_ = "";
+    std::wstring failedVolume_;
 };
 
 }  // namespace dorvo

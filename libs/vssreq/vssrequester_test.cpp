@@ -39,11 +39,13 @@ public:
     }
     HRESULT supports(const std::wstring& volume, bool& supported) override {
         supported = volume != script_.unsupported;
+        about_ = volume;
         return script_.supports;
     }
     HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE) override {
         script_.calls.emplace_back("prepare");
         volumes_ = volumes;
+        about_.clear();
         return script_.prepare;
     }
     HRESULT snapshot(std::vector<SnapshotVolume>& made, HANDLE) override {
@@ -61,10 +63,12 @@ public:
         return script_.complete;
     }
     const char* step() const override { return "Step"; }
+    std::wstring volume() const override { return about_; }
 
 private:
     Script& script_;
     std::vector<std::wstring> volumes_;
+    std::wstring about_;
 };
 
 class Requester : public testing::Test {
@@ -125,6 +129,7 @@ TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
         EXPECT_EQ(GetLastError(), row.error);
         EXPECT_EQ(requester_.volumeCount(), 0);
         EXPECT_EQ(script_.calls, row.calls);
+        EXPECT_EQ(requester_.failedVolume(), row.supports != 0 ? L"C:\\" : L"");
     }
 }
 

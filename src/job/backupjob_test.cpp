@@ -96,6 +96,21 @@ TEST_F(TwoVolumes, OneWithoutASnapshotIsSaidOnce) {
     EXPECT_TRUE(log.begins("No snapshot of volume {Z:\\}, "));
 }
 
+TEST_F(BackupJobTest, SaysWhenItsFilterHasKeptAllFilesOut) {
+    createDirectories(ground() + L"\\empty");
+    for (const bool empty : {false, true}) {
+        SCOPED_TRACE(empty);
+        const auto job = makeBackup();
+        auto filtered = std::make_unique<BackupJobDefinition>("j1", L"job", "alice");
+        filtered->setSource({empty ? ground() + L"\\empty" : sources()});
+        filtered->setFilter(1, {L"doc"});
+        job->definition(std::move(filtered));
+        run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(job->notes().size(), empty ? 0u : 1u);
+    }
+}
+
 TEST_F(BackupJobTest, APackageGoesWithItsItem) {
     const auto job = makeBackup();
     const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
@@ -228,10 +243,13 @@ TEST_F(BackupJobTest, ABusySnapshotServiceIsAskedAgainForAWhile) {
         rm_rf(dataPath(L"\\job"), true);
         script_ = {};
         script_.snapshot = row.answers;
+        script_.failedVolume = L"C:\\";
         const auto job = makeBackup();
-        const LogCapture quiet;
+        const LogCapture log;
         run(*job);
         EXPECT_EQ(job->state(), row.state);
+        EXPECT_EQ(log.has("The snapshot service fails at volume {C:\\} in AddToSnapshotSet.\n"),
+                  row.state == failed);
         EXPECT_EQ(script_.count("snapshot"), row.tries);
         EXPECT_EQ(job->record().endError, row.state == completed ? 0 : row.answers.at(1));
     }

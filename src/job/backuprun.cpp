@@ -10,6 +10,7 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/rm_rf.h"
+#include "base/text.h"
 #include "job/activity/jobhistory.h"
 #include "job/backupitems.h"
 #include "job/source/exclusionlist.h"
@@ -199,6 +200,10 @@ bool BackupRun::takeSnapshots() {
     if (!startSnapshots(paths)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to start snapshot, %d, %m.\n", static_cast<int>(keep.error()));
+        if (const std::wstring& volume = job_.snapshots_->failedVolume(); !volume.empty()) {
+            log(LogLevel::error, "The snapshot service fails at volume {%s} in %s.\n",
+                toUtf8(volume).c_str(), job_.snapshots_->step());
+        }
         // What a pause has told the requester stays told, even when the pause is taken back.
         return carryOn() && !parkIfPauseIsTakenBack() && fail(keep.error());
     }
@@ -324,7 +329,7 @@ bool BackupRun::generateList() {
         return false;
     }
     const SourceCalculator& walked = generator.walked();
-    if (filter && walked.fileCount() == 0) {
+    if (generator.filteredOut() && walked.fileCount() == 0) {
         notes_->nothingPassed(job_.definition().id());
     }
     notes_->save();

@@ -31,7 +31,7 @@ enum class PlanReason {
     loaded,   // it was loaded or submitted
     asked,    // by the command "do_schedule"
     started,  // it was started, or cannot be
-    refused,  // it was not started because it is locked: what was due stays on record
+    refused,  // nothing came of its start: what was due stays on record
     ended,    // a run has ended
 };
 

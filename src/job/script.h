@@ -49,6 +49,7 @@ struct Script {
     std::function<void()> onCheck;
     std::deque<DWORD> snapshot;  // to a snapshot of all volumes, which is a call, too
     std::function<void()> onSnapshot;
+    std::wstring failedVolume;  // that the failure is about
     bool snapshotTold = false;  // after onSnapshot: that the run is to stop
     // Where the snapshots of volumes are; others can have none. Empty: each where the volume is.
     std::map<std::wstring, std::wstring> shadows;
@@ -252,7 +253,8 @@ public:
         return S_OK;
     }
     HRESULT complete() override { return S_OK; }
-    const char* step() const override { return ""; }
+    const char* step() const override { return "AddToSnapshotSet"; }
+    std::wstring volume() const override { return script_.failedVolume; }
 
     std::wstring unsupported;
 

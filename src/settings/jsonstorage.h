@@ -23,9 +23,8 @@ public:
     virtual ~JSONStorage();
 
     // Reads the file; a path (UTF-8) replaces the stored one first, null keeps it. False with the
-    // last error when there
-    // is no path, or the file cannot be read or holds another kind of document
-    // (ERROR_INVALID_DATA); the values then stay as they were.
+    // last error when there is no path, or the file cannot be read or holds another kind of
+    // document (ERROR_INVALID_DATA); the values then stay as they were.
     bool load(const char* path = nullptr);
 
     // Writes the values; makes missing folders. False when there is no path or the file cannot be

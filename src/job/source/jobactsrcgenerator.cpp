@@ -110,6 +110,7 @@ bool JobActivitySourceGenerator::writeVolume(const JobVolume& volume,
         source_ = recordedSource(source, volume.path);
         walked_ = toShadowPath(source_, volume.path, volume.shadowPath);
         walk.walk({walked_});
+        filteredOut_ = filteredOut_ || walk.filteredOut();
         if (error_ != ERROR_SUCCESS) {
             return false;
         }

@@ -66,6 +66,8 @@ public:
     uint32_t fileCount() const { return files_; }
     uint64_t fileSize() const { return size_; }            // bytes of the files to send
     uint64_t unchangedSize() const { return unchanged_; }  // bytes of those left out
+    // Whether the filter alone has kept a file out.
+    bool filteredOut() const { return filteredOut_; }
 
 private:
     struct Entry {
@@ -97,6 +99,7 @@ private:
     uint32_t files_ = 0;
     uint64_t size_ = 0;
     uint64_t unchanged_ = 0;
+    bool filteredOut_ = false;
     DWORD error_ = ERROR_SUCCESS;  // what ended the generation
 };
 

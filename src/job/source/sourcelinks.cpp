@@ -16,7 +16,8 @@ bool leadsElsewhere(DWORD tag) {
 
 bool isVolumeMountedAt(const std::wstring& path) {
     wchar_t volume[MAX_PATH];
-    return GetVolumeNameForVolumeMountPointW((path + L"\\").c_str(), volume, MAX_PATH) != 0;
+    return GetVolumeNameForVolumeMountPointW((longPath(path) + L"\\").c_str(), volume, MAX_PATH) !=
+           0;
 }
 
 bool isLink(const std::wstring& path) {

@@ -68,8 +68,11 @@ void SourceWalk::walkSource(const std::wstring& source) {
         return;
     }
     const bool directory = isDirectory(data.dwFileAttributes);
-    if ((!included(path_.c_str()) && !directory) || !report(data) || !directory ||
-        isLink(data.dwFileAttributes) || !enter()) {
+    if (!included(path_.c_str()) && !directory) {
+        noteFilteredOut();
+        return;
+    }
+    if (!report(data) || !directory || isLink(data.dwFileAttributes) || !enter()) {
         return;
     }
     while (!levels_.empty()) {
@@ -102,6 +105,9 @@ bool SourceWalk::visit() {
         tellNotEntered();
     }
     if (!included(entry_.cFileName) && !enterable) {
+        if (!directory) {
+            noteFilteredOut();
+        }
         return false;
     }
     const WIN32_FILE_ATTRIBUTE_DATA data = {entry_.dwFileAttributes, entry_.ftCreationTime,
@@ -139,6 +145,10 @@ void SourceWalk::leave() {
 
 bool SourceWalk::included(const wchar_t* name) const {
     return rules_.filter == nullptr || rules_.filter->isInclude(name);
+}
+
+void SourceWalk::noteFilteredOut() {
+    filteredOut_ = filteredOut_ || !excluded();
 }
 
 bool SourceWalk::report(const WIN32_FILE_ATTRIBUTE_DATA& data) {

@@ -48,6 +48,9 @@ public:
 
     void walk(const std::vector<std::wstring>& sources);
 
+    // Whether the filter has kept out a file that is not excluded anyway.
+    bool filteredOut() const { return filteredOut_; }
+
 private:
     struct Level {
         HANDLE search;
@@ -65,6 +68,7 @@ private:
     void listFailed(DWORD error) const;
     void tellFailure(DWORD error) const;
     void tellNotEntered() const;
+    void noteFilteredOut();
     bool excluded() const { return rules_.excluded && rules_.excluded(path_); }
     bool stopped() const { return rules_.stopped && rules_.stopped(); }
 
@@ -75,6 +79,7 @@ private:
     std::wstring path_;       // of the entry under way
     WIN32_FIND_DATAW entry_;  // of the innermost level, not yet visited
     std::vector<Level> levels_;
+    bool filteredOut_ = false;
 };
 
 }  // namespace dorvo

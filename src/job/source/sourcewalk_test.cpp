@@ -55,6 +55,35 @@ TEST_F(Walk, AFilterRemovesFilesButNoDirectories) {
     EXPECT_THAT(walk({L"C:\\d"}), ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e"));
 }
 
+// What is left out anyway, and folders, say nothing of the filter.
+TEST_F(Walk, KnowsWhetherTheFilterHasKeptAFileOut) {
+    files_.addFolder(L"C:\\", L"empty");
+    files_.add(L"C:\\empty", {L"junction", folderLink, 0});
+    struct Row {
+        const wchar_t* source;
+        std::vector<std::wstring> names;
+        const wchar_t* excluded;
+        bool filteredOut;
+    };
+    const Row rows[] = {
+        {L"C:\\d", {}, L"", true},
+        {L"C:\\d", {L"b.txt", L"c.tmp"}, L"", true},
+        {L"C:\\d", {L"b.txt", L"c.tmp"}, L"C:\\d\\a.tmp", false},
+        {L"C:\\d", {L"a.tmp", L"b.txt", L"c.tmp"}, L"", false},
+        {L"C:\\d\\b.txt", {}, L"", true},
+        {L"C:\\empty", {}, L"", false},
+    };
+    for (const Row& row : rows) {
+        NameFilter names(row.names);
+        rules_.filter = &names;
+        rules_.excluded = [&](const std::wstring& path) { return path == row.excluded; };
+        Recorder recorder;
+        SourceWalk walk(recorder, rules_);
+        walk.walk({row.source});
+        EXPECT_EQ(walk.filteredOut(), row.filteredOut) << &row - rows;
+    }
+}
+
 TEST_F(Walk, ReportsLinksWithoutEnteringThem) {
     files_.add(L"C:\\d\\e", {L"junction", folderLink, 0});
     files_.addFile(L"C:\\d\\e\\junction", L"hidden.txt");
