@@ -49,6 +49,17 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services service
 BackupJob::~BackupJob() {
     shutdown();
     planner_.stop();
+    if (removing()) {
+        handOnDrops();
+    }
+}
+
+// A storage that is not told of what becomes of a run would keep it for ever.
+void BackupJob::handOnDrops() {
+    if (state() == static_cast<int32_t>(JobState::paused) && !instanceText().empty()) {
+        drops_.add(drop());
+    }
+    drops_.handOn(definition());
 }
 
 bool BackupJob::init() {

@@ -74,6 +74,7 @@ private:
     // storage has dropped another one.
     bool dropAtStorage(int endCode) override;
     void tellDrops();
+    void handOnDrops();
     PendingDrop drop() const;
     void closeStorage() override { storage_.reset(); }
     FailureAction endAction(const Failure& failure, unsigned tries) const override {

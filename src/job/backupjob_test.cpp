@@ -469,6 +469,41 @@ TEST_F(BackupJobTest, ACancelThatCouldNotBeToldIsToldLater) {
     }
 }
 
+// Whose directory goes with all that is noted there.
+TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
+    struct Row {
+        const char* name;
+        bool stopped;
+        DWORD cancel;
+        bool kept;
+    };
+    const Row rows[] = {{"told", true, 0, false},
+                        {"not told", true, WSAECONNRESET, true},
+                        {"paused all the while", false, 0, true}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        script_ = {};
+        script_.cancel = {row.cancel};
+        script_.items["b"] = {WSAECONNRESET};
+        auto job = makeBackup();
+        const LogCapture quiet;
+        run(*job);
+        ASSERT_EQ(job->state(), paused);
+        const std::wstring folder = dataPath(L"\\drops\\j1");
+        const std::wstring drop = folder + L"\\" + toWide(job->instanceText());
+        if (row.stopped) {
+            EXPECT_TRUE(job->stop());
+            ASSERT_TRUE(job->wait(60'000));
+        }
+        EXPECT_TRUE(job->remove());
+        job.reset();
+        EXPECT_FALSE(exists(dataPath(L"\\job\\j1")));
+        EXPECT_EQ(exists(drop), row.kept);
+        EXPECT_EQ(exists(folder + L"\\def"), row.kept);
+        rm_rf(folder, true);
+    }
+}
+
 TEST_F(BackupJobTest, ARunThatDiedWhileItWasCancelledIsDroppedAndLeavesNoPackage) {
     const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
     const auto job = makeBackup();

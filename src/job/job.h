@@ -121,6 +121,8 @@ protected:
     bool notify_error(unsigned long code);
     // The words for an error code of whatever kind.
     std::string reasonText(unsigned long code) const;
+    // Whether the job goes for good, with its directory.
+    bool removing() const { return removing_; }
     // How often a pause was taken back: what one has broken off meanwhile is to be done again.
     unsigned pausesTakenBack() const { return pausesTakenBack_; }
     // Writes one line about the job, as if its state were the given one.

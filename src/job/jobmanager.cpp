@@ -54,6 +54,7 @@ bool JobManagerImpl::open() {
     for (const std::wstring& directory : jobDirectories()) {
         loadJob(directory, toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
     }
+    teller_.wake();
     return true;
 }
 
@@ -106,6 +107,7 @@ void JobManagerImpl::close() {
     joinRemoveThreads();
     {
         std::lock_guard guard(lock_);
+        teller_.stop();
         for (Job* job : jobs_) {
             if (job->running()) {
                 job->pause(false);  // all at once, before each is waited for
@@ -323,6 +325,7 @@ bool JobManagerImpl::deleteJob(const char* id) {
     }
     jobs_.erase(std::find(jobs_.begin(), jobs_.end(), job));
     delete job;
+    teller_.wake();
     return true;
 }
 

@@ -22,6 +22,7 @@
 #include "base/api.h"
 #include "base/critical_section.h"
 #include "base/singleton.h"
+#include "job/dropteller.h"
 #include "job/job.h"
 
 namespace dorvo {
@@ -106,6 +107,7 @@ private:
     mutable CriticalSection lock_;  // guards jobs_ and every change of a job
     std::vector<Job*> jobs_;        // owned
     std::vector<LeftOut> leftOut_;  // under lock_ too
+    DropTeller teller_;             // under lock_ too, but for its end
     std::mutex removersLock_;       // guards removers_
     std::vector<HANDLE> removers_;  // remove threads to be joined
 };

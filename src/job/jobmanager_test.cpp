@@ -7,10 +7,12 @@
 #include <utility>
 
 #include "base/handle.h"
+#include "base/machine_name.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "support/files.h"
 #include "support/log_capture.h"
+#include "support/temporary_folder.h"
 #include "support/test_job.h"
 
 namespace dorvo {
@@ -216,6 +218,47 @@ TEST_F(JobManager, RemovesARunningJobOnAThreadOfItsOwn) {
     EXPECT_TRUE(exists(JobGround::directory("b")));
     EXPECT_EQ(ground_.events().back(), JobGround::event("a", "deleted"));
     EXPECT_FALSE(manager_->removeJob("a"));
+}
+
+// By whom they are told is the teller's own test: here it is when.
+TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
+    const TemporaryFolder place(L"dorvo dropped");
+    std::string machine;
+    ASSERT_TRUE(machineName(machine));
+    // What a run has left in a folder of backups, and the folder of its drop.
+    const auto leave = [&](const std::string& job) {
+        const char* const id = "00000000-0000-0000-0000-000000000001";
+        const std::wstring instance =
+            place.path() + L"\\" + toWide(machine) + L"\\" + toWide(job) + L"\\" + toWide(id);
+        createDirectories(instance);
+        PendingDrops(job).add({id, place.path()});
+        return instance;
+    };
+    const auto untilGone = [](const std::wstring& folder) {
+        const std::wstring above = folder.substr(0, folder.rfind(L'\\'));
+        HANDLE change =
+            FindFirstChangeNotificationW(above.c_str(), FALSE, FILE_NOTIFY_CHANGE_DIR_NAME);
+        for (int seconds = 0; exists(folder) && seconds < 60; ++seconds) {
+            WaitForSingleObject(change, 1000);
+            FindNextChangeNotification(change);
+        }
+        FindCloseChangeNotification(change);
+        return !exists(folder);
+    };
+    EXPECT_TRUE(submit("live"));
+    const std::wstring ofLive = leave("live");
+    restart();
+    EXPECT_TRUE(untilGone(ofLive));
+
+    manager_->close();
+    EXPECT_TRUE(manager_->open());
+    const std::wstring ofGone = leave("gone");
+    PendingDrops("gone").handOn(*backupDefinition("gone"));
+    EXPECT_TRUE(submit("other"));
+    EXPECT_TRUE(manager_->removeJob("other"));
+    EXPECT_TRUE(untilGone(ofGone));
+    manager_->close();
+    EXPECT_FALSE(exists(JobGround::directory("live") + L"\\drops"));
 }
 
 TEST_F(JobManager, ALateRemovalLeavesASuccessorAlone) {

@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
+#include <mutex>
 #include <utility>
-#include <vector>
 
 #include "base/handle.h"
 #include "base/last_error.h"
@@ -16,6 +16,17 @@
 
 namespace dorvo {
 namespace {
+
+constexpr wchar_t definitionName[] = L"\\def";
+
+// Keeps the definition beside the drops of removed jobs from going while others come.
+std::mutex definitionLock;
+
+// Where the drops of removed jobs are.
+std::wstring handedOnRoot() {
+    std::wstring path;
+    return dataDirectory(path) ? path + L"\\drops" : std::wstring();
+}
 
 // The names in a folder that are those of instances.
 std::vector<std::string> instancesIn(const std::wstring& folder) {
@@ -32,15 +43,33 @@ std::vector<std::string> instancesIn(const std::wstring& folder) {
 }
 
 bool read(const std::wstring& path, std::string& text) {
-    FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
+    // Whoever removes the job must not be kept from it.
+    FileHandle file =
+        openStoreForReading(path, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     return file && readStore(std::move(file), text);
 }
 
 }  // namespace
 
-std::wstring PendingDrops::folder() const {
+PendingDrops::PendingDrops(std::string jobId) : jobId_(std::move(jobId)) {
     std::wstring path;
-    return jobDirectory(jobId_, path) ? path + L"\\drops" : std::wstring();
+    folder_ = jobDirectory(jobId_, path) ? path + L"\\drops" : std::wstring();
+}
+
+PendingDrops::PendingDrops(const std::wstring& folder)
+    : jobId_(toUtf8(folder.substr(folder.rfind(L'\\') + 1))), folder_(folder) {}
+
+std::vector<std::wstring> PendingDrops::handedOn() {
+    std::vector<std::wstring> folders;
+    const std::wstring root = handedOnRoot();
+    WIN32_FIND_DATAW entry;
+    const FindHandle find(FindFirstFileW((longPath(root) + L"\\*").c_str(), &entry));
+    for (bool more = static_cast<bool>(find); more; more = FindNextFileW(find.get(), &entry) != 0) {
+        if (isJobId(toUtf8(entry.cFileName))) {
+            folders.push_back(root + L"\\" + entry.cFileName);
+        }
+    }
+    return folders;
 }
 
 void PendingDrops::failed(const PendingDrop& drop, unsigned long error) const {
@@ -51,12 +80,11 @@ void PendingDrops::failed(const PendingDrop& drop, unsigned long error) const {
 
 void PendingDrops::add(const PendingDrop& drop) const {
     const LastErrorGuard keep;
-    const std::wstring path = folder();
-    if (drop.instanceId.empty() || path.empty()) {
+    if (drop.instanceId.empty() || folder_.empty()) {
         return;
     }
-    if (!createDirectories(path) ||
-        !replaceStore(path + L"\\" + toWide(drop.instanceId), toUtf8(drop.location))) {
+    if (!createDirectories(folder_) ||
+        !replaceStore(folder_ + L"\\" + toWide(drop.instanceId), toUtf8(drop.location))) {
         log(LogLevel::error,
             "Failed to keep in mind that run {%s} of job {%s} is to be dropped, error-code = %d, "
             "%m.\n",
@@ -65,12 +93,13 @@ void PendingDrops::add(const PendingDrop& drop) const {
 }
 
 void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) const {
-    const std::wstring path = folder();
-    if (path.empty() || !fileExists(path)) {
+    static std::mutex telling;
+    const std::unique_lock guard(telling, std::try_to_lock);
+    if (!guard || !any()) {
         return;
     }
-    for (const std::string& id : instancesIn(path)) {
-        const std::wstring file = path + L"\\" + toWide(id);
+    for (const std::string& id : instancesIn(folder_)) {
+        const std::wstring file = folder_ + L"\\" + toWide(id);
         std::string location;
         if (!read(file, location)) {
             continue;
@@ -83,8 +112,37 @@ void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) con
         }
         DeleteFileW(longPath(file).c_str());
     }
+    const std::lock_guard ending(definitionLock);
+    if (!any()) {
+        DeleteFileW(longPath(folder_ + definitionName).c_str());
+    }
     // Goes when it is empty.
-    RemoveDirectoryW(longPath(path).c_str());
+    RemoveDirectoryW(longPath(folder_).c_str());
+}
+
+void PendingDrops::handOn(const JobDefinition& definition) const {
+    if (!any()) {
+        return;
+    }
+    const std::wstring to = handedOnRoot() + L"\\" + toWide(jobId_);
+    const std::lock_guard guard(definitionLock);
+    // The definition comes first: without it nobody would know whose runs they are.
+    bool kept = createDirectories(to) && definition.save(to + definitionName);
+    for (const std::string& id : instancesIn(folder_)) {
+        const std::wstring name = L"\\" + toWide(id);
+        kept = kept && MoveFileExW(longPath(folder_ + name).c_str(), longPath(to + name).c_str(),
+                                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    }
+    if (!kept) {
+        log(LogLevel::error,
+            "Failed to keep in mind which runs of job {%s} are to be dropped, error-code = %d, "
+            "%m.\n",
+            jobId_.c_str(), static_cast<int>(GetLastError()));
+    }
+}
+
+bool PendingDrops::any() const {
+    return !folder_.empty() && !instancesIn(folder_).empty();
 }
 
 }  // namespace dorvo

@@ -2,12 +2,16 @@
 // told to drop them: they are told later.
 //
 // Each is a file in the job's folder "drops", named as the run's instance. Its text is the folder
-// of the backups, empty for the web service, since the definition may change meanwhile. Work
-// thread, or while no run is under way. Failures are logged.
+// of the backups, empty for the web service, since the definition may change meanwhile. When the
+// job is removed they move to a folder of its id in the data directory's "drops", where its
+// definition says whose they were. Any thread. Failures are logged.
 #pragma once
+
+#include <jobdef/jobdefinition.h>
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace dorvo {
 
@@ -18,21 +22,28 @@ struct PendingDrop {
 
 class PendingDrops {
 public:
-    explicit PendingDrops(std::string jobId) : jobId_(std::move(jobId)) {}
+    explicit PendingDrops(std::string jobId);
+    // Those that removed jobs have handed on, in one of the folders that handedOn() gives.
+    explicit PendingDrops(const std::wstring& folder);
+    static std::vector<std::wstring> handedOn();
 
     // After a storage has failed to drop the run with that error: keeps it, unless trying again is
     // of no use. On the disk when it returns.
     void failed(const PendingDrop& drop, unsigned long error) const;
     void add(const PendingDrop& drop) const;
 
-    // Has them dropped, one after the other, up to the first that still cannot be: `drop` answers
-    // false with the last error.
+    // Has each of them dropped: `drop` answers false with the last error where it still cannot be.
+    // Whoever comes while another thread of the process tells leaves it to that one.
     void tell(const std::function<bool(const PendingDrop&)>& drop) const;
 
-private:
-    std::wstring folder() const;
+    // The job goes, with its folder.
+    void handOn(const JobDefinition& definition) const;
 
+    bool any() const;
+
+private:
     std::string jobId_;
+    std::wstring folder_;  // empty when there is none
 };
 
 }  // namespace dorvo

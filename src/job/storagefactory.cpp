@@ -124,7 +124,8 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
     return std::make_unique<LocalBackupStorage>(std::move(local));
 }
 
-bool dropBackupRun(const BackupJobDefinition& definition, const PendingDrop& drop, HANDLE stop) {
+bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop,
+                   DWORD patienceMs) {
     const auto record = std::make_unique<JobActivity>();
     record->instanceId = localInstanceId(drop.instanceId);
     const auto fill = [&](StorageJob& target) {
@@ -137,6 +138,7 @@ bool dropBackupRun(const BackupJobDefinition& definition, const PendingDrop& dro
         WebBackupStorage::Run web;
         fill(web);
         fillServer(definition, web);
+        web.finishPatienceMs = patienceMs;
         return WebBackupStorage(std::move(web)).cancel();
     }
     LocalBackupStorage::Run local;

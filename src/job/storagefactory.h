@@ -18,6 +18,7 @@
 #include "jobdef/restorejobdefinition.h"
 #include "storage/backupstorage.h"
 #include "storage/faileditems.h"
+#include "storage/patient_interrupter.h"
 #include "storage/placingrecord.h"
 #include "storage/request_bodies.h"
 #include "storage/restorecatalog.h"
@@ -41,9 +42,10 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
 std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
                                                    const StorageRun& run);
 
-// Has a run that ended earlier dropped where it was stored. False leaves the last error, and is
-// logged.
-bool dropBackupRun(const BackupJobDefinition& definition, const PendingDrop& drop, HANDLE stop);
+// Has a run of the job that ended earlier dropped where it was stored, which heeds the stop after
+// `patienceMs`. False leaves the last error, and is logged.
+bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop,
+                   DWORD patienceMs = patient_interrupter::defaultPatienceMs);
 
 // `instanceId` is that of the run; its record is told while an answer is awaited.
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,

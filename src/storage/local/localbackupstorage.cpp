@@ -255,7 +255,7 @@ bool LocalBackupStorage::cancel() {
         SetLastError(ERROR_INVALID_PARAMETER);
         return logFailure("cancel job", job());
     }
-    if (!place_.checkToDrop()) {
+    if (!place_.checkToDrop(instanceId_)) {
         return false;
     }
     // What may be completed is not dropped: that of which nobody can tell stays as well.

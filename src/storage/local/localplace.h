@@ -29,7 +29,9 @@ public:
     // and the job's own folder remembers that it has one. A new place, and one of an older version
     // that holds a document of the job, get their mark when they are to be written to.
     bool checkToWrite() const;
-    bool checkToDrop() const;
+    // For a run's instance that is to be dropped, whether it is there or not: the location has a
+    // mark, the instance or a document of the job, else it is away.
+    bool checkToDrop(const std::string& id) const;
     // For who reads the job's backups: 10070 when the place is away, 1168 for a folder that never
     // held any of them.
     bool checkToRead() const;

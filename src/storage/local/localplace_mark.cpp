@@ -24,7 +24,8 @@ std::wstring notePath(const std::string& jobId) {
 }  // namespace
 
 bool LocalPlace::checkToWrite() const {
-    if (!checkToDrop()) {
+    if (!check() || (isMissing(location_ + markName) && isRemembered(jobId_) && !holdsDocument() &&
+                     !failedEmpty(location_, toUtf8(markName + 1)))) {
         return false;
     }
     if (isMissing(location_ + markName)) {
@@ -37,8 +38,8 @@ bool LocalPlace::checkToWrite() const {
     return true;
 }
 
-bool LocalPlace::checkToDrop() const {
-    return check() && (!isMissing(location_ + markName) || !isRemembered(jobId_) ||
+bool LocalPlace::checkToDrop(const std::string& id) const {
+    return check() && (!isMissing(location_ + markName) || !isMissing(instance(id)) ||
                        holdsDocument() || failedEmpty(location_, toUtf8(markName + 1)));
 }
 

@@ -134,6 +134,31 @@ TEST_F(LocalStorageTest, APlaceIsRememberedWhenItIsMarked) {
     EXPECT_FAILS(WSAESTALE, storage()->start());
 }
 
+// The job may have gone elsewhere since: an empty folder is no proof that a run is not there.
+TEST_F(LocalStorageTest, ADropIsToldToThePlaceOnlyWhereItIsThere) {
+    struct Row {
+        const char* name;
+        bool mark;
+        bool instance;
+        bool told;
+    };
+    const Row rows[] = {{"empty", false, false, false},
+                        {"marked", true, false, true},
+                        {"of an older version", false, true, true}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (row.mark) {
+            write(location_ + L"\\dorvo-backups.txt", "");
+        }
+        if (row.instance) {
+            createDirectories(place().instance(instance()));
+        }
+        EXPECT_EQ(storage()->cancel(), row.told);
+        EXPECT_EQ(GetLastError() == WSAESTALE, !row.told);
+        DeleteFileW((location_ + L"\\dorvo-backups.txt").c_str());
+    }
+}
+
 // What is dropped by halves is no instance any more.
 TEST_F(LocalStorageTest, ADropBeginsWithTheDocument) {
     started();
