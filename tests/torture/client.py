@@ -83,7 +83,7 @@ class Client:
             answer = self.attempt(verb, arguments)
             struck = self.gate.shut
             if answer and (answer.status == 200 or not struck):
-                if answer.status < 500 or verb in ("download", "file_info"):
+                if answer.status < 500:
                     return answer
                 if not self.gate.scarce:
                     raise Wrong(f"{verb} {arguments[:2]}: {answer}")
@@ -157,14 +157,20 @@ class Client:
             instance.compress = False
         for at in range(0, len(files), BATCH):
             batch = files[at:at + BATCH]
+
+            def before(first=at == 0):
+                self.model.open(instance)
+                instance.relisting = instance.relisting or first
             answer = self.ask("offer", instance.name, instance.job, batch, instance.compress, at == 0,
-                              before=lambda: self.model.open(instance), may_leave=True)
+                              before=before, may_leave=True)
             if self.refused(instance, answer):
                 return
+            instance.relisting = False
             if ABSENT in instance.states:
                 self.model.became(instance, PENDING)
             self.model.offered(instance, batch, at == 0, [item["path"] for item in answer.json["source"]])
         if self.start(instance):
+            self.settle_errors(instance)
             for path in [p for p, mtime in tree.items() if not mtime]:
                 self.info(instance, path, FOLDER, self.mtime(), 0)
             self.send_all(instance)
@@ -239,7 +245,7 @@ class Client:
         answer = self.ask("info", instance.name, path, kind, numbers, size, may_leave=True,
                           before=lambda: self.model.info_sent(instance, path, kind, numbers, mtime, size))
         self.taken(instance, answer, path)
-        self.model.info_stored(instance, path)
+        self.model.info_stored(instance, path, answer.json.get("blocks"))
 
     def send_blocks(self, instance, path):
         package = instance.entries[path].package
@@ -287,9 +293,14 @@ class Client:
         errors = {path: (self.rng.randrange(100), "cannot be read") for path in paths}
 
         def before():
-            instance.unsure_errors = errors
+            instance.unsure_errors |= errors
         require(self.ask("errors", instance.name, errors, before=before), f"errors of {instance.name}")
         self.model.errors_stored(instance, errors)
+
+    def settle_errors(self, instance):
+        """Those that the service may have or not, it has then."""
+        if instance.unsure_errors:
+            self.fail(instance, sorted(instance.unsure_errors))
 
     # Its end
 
@@ -332,11 +343,10 @@ class Client:
         self.note(f"goes on with {instance.name}, {instance.states}")
         if CANCELLED in instance.states:
             self.cancel(instance)
-        elif PENDING in instance.states or self.rng.random() < 0.3:
+        elif PENDING in instance.states or instance.relisting or self.rng.random() < 0.3:
             self.fill(instance)
         elif self.start(instance):
-            if instance.unsure_errors:
-                self.fail(instance, list(instance.unsure_errors))
+            self.settle_errors(instance)
             self.send_all(instance)
             self.end(instance)
 

@@ -83,7 +83,7 @@ def be_down(endpoint, body, forward):
 def find_damage(endpoint, body, forward):
     status, cookie, answer = forward()
     if endpoint == "DownloadFileBlock" and status == 200:
-        status, answer = DAMAGED[0], b"{}"
+        status, answer = DAMAGED, b"{}"
     return status, cookie, answer
 
 

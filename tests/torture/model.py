@@ -58,6 +58,7 @@ class Instance:
         self.starttime, self.endtime = "start of " + name[:30], ""
         self.states, self.foggy, self.completion = {ABSENT}, False, 0
         self.base = None
+        self.relisting = False  # a new list has been begun, and it is not known how far it came
         self.entries, self.errors, self.unsure_errors = {}, {}, {}
 
     def is_only(self, state):
@@ -116,6 +117,7 @@ class Model:
     def became(self, instance, state):
         instance.states = {state}
         if state == COMPLETED and not instance.completion:
+            instance.errors |= instance.unsure_errors  # all had been answered before it was ended
             short = instance.incomplete()
             if short:
                 raise Wrong(f"{instance.name} was completed without {sorted(short)[:5]}")
@@ -156,8 +158,17 @@ class Model:
         entry.kind, entry.numbers, entry.mtime, entry.unsure = kind, numbers, mtime, True
 
     @staticmethod
-    def info_stored(instance, path):
-        instance.entries[path].unsure = False
+    def info_stored(instance, path, blocks):
+        """uploadfile was answered with how many blocks of the file are stored."""
+        entry = instance.entries[path]
+        known = entry.package.blocks
+        if blocks is None:  # only later services say so
+            blocks = len(known)
+        if blocks < len(known) and not instance.excused(path):
+            raise Wrong(f"{instance.name}: {blocks} blocks of {path} are stored, not {len(known)}")
+        # More than known are those whose answers were lost; they are sent again.
+        del known[blocks:]
+        entry.unsure = False
 
     @staticmethod
     def block_sent(instance, path, number, name):
@@ -238,11 +249,13 @@ class Model:
     # What strikes do.
 
     def power_cut(self):
-        """Whatever was not completed may have lost what was acknowledged of it."""
+        """Whatever was not completed may have lost what was acknowledged of it, errors too."""
         self.restores.clear()
         for instance in self.all():
             if not instance.is_only(COMPLETED):
                 instance.foggy = True
+                instance.unsure_errors |= instance.errors
+                instance.errors = {}
                 instance.states |= {ABSENT, PENDING, RUNNING}
 
     def catalog_rewound(self):

@@ -6,7 +6,7 @@ from content import block_size, content
 from journal import Wrong
 from model import FILE
 
-DAMAGED = (503,)  # what the service answers for bytes that are gone or spoilt
+DAMAGED = 410  # what the service answers for bytes that are gone or not those that were stored
 
 
 def require(answer, what, *statuses):
@@ -32,6 +32,8 @@ class Reader:
             found += answer["source"]
             after = answer["next"]
             if not after:
+                if answer.get("missing"):
+                    raise Wrong(f"the list of {instance.name} is said to miss {answer['missing']}")
                 break
             if len(found) > len(expected):
                 raise Wrong(f"the list of {instance.name} goes on after all its {len(expected)} items")
@@ -73,7 +75,7 @@ class Reader:
                 raise Wrong(f"block {number} of {what} comes with another's digest")
 
     def _damaged(self, answer, instance, path):
-        if answer.status in DAMAGED:
+        if answer.status == DAMAGED:
             self.model.damage_reported(instance, path)
             return True
         return False
