@@ -5,8 +5,8 @@
 // id that no job has gives false. Starting a job waits until its run is under way, the bulk
 // operations with `wait` until the runs have ended, all under the lock.
 //
-// The host opens it once, after the timer dispatcher, and closes it before. Nothing is joined in
-// the destructor: a job that is left at the end of the process is left alone.
+// The host opens it once, after the timer dispatcher, and closes it before. Nothing of a job is
+// joined in the destructor: one that is left at the end of the process is left alone.
 #pragma once
 
 #include <windows.h>
