@@ -4,7 +4,9 @@
 #include <boost/json.hpp>
 #include <chrono>
 
+#include "client_network.h"
 #include "digest.h"
+#include "event_log.h"
 #include "json_body.h"
 #include "password_hash.h"
 #include "service_error.h"
@@ -18,23 +20,11 @@ constexpr size_t tokenDigits = 64;
 constexpr size_t maxName = 255;
 constexpr size_t maxPassword = 1024;
 
-int64_t now() {
+int64_t uptime() {
     return std::chrono::duration_cast<std::chrono::seconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+               std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
-
-template <class Semaphore>
-class Release {
-public:
-    explicit Release(Semaphore& semaphore) : semaphore_(semaphore) {}
-    ~Release() { semaphore_.release(); }
-    Release(const Release&) = delete;
-    Release& operator=(const Release&) = delete;
-
-private:
-    Semaphore& semaphore_;
-};
 
 // The token in a cookie header, which may carry other cookies too; empty when there is none.
 std::string_view tokenOf(std::string_view cookie) {
@@ -50,7 +40,17 @@ std::string_view tokenOf(std::string_view cookie) {
     return {};
 }
 
+[[noreturn]] void refuseLogin(const std::string& peer, const std::string& user) {
+    logEvent("refused login, after too many failures, from " + peer + " as " + user);
+    throw ServiceError(429, "too many failed logins, try again later");
+}
+
 }  // namespace
+
+AccountEndpoints::AccountEndpoints(Catalog& catalog, int64_t sessionLifetime)
+    : catalog_(catalog),
+      sessionLifetime_(sessionLifetime),
+      clock_(catalog.lastUse(), sessionLifetime) {}
 
 std::string_view checkName(std::string_view name, std::string_view what) {
     checkId(name, what);
@@ -65,23 +65,41 @@ std::optional<Session> AccountEndpoints::session(std::string_view cookie) {
     if (token.empty()) {
         return std::nullopt;
     }
-    return catalog_.findSession(sha256(token), now(), sessionLifetime_);
+    return catalog_.findSession(sha256(token), clock_.now(), sessionLifetime_);
 }
 
-WebReply AccountEndpoints::login(const WebRequest& request) {
+AccountEndpoints::Login AccountEndpoints::login(const WebRequest& request) {
     const auto body = parseBody(request.body);
-    const std::string user(checkName(textMember(body, "user", maxName), "user"));
-    const std::string_view password = textMember(body, "password", maxPassword);
-    const std::string_view machine = checkName(textMember(body, "machine", maxName), "machine");
-    if (!checkPassword(user, password, request.peer)) {
+    Login login;
+    login.user = checkName(textMember(body, "user", maxName), "user");
+    login.network = clientNetwork(request.peer);
+    const std::string password(textMember(body, "password", maxPassword));
+    const std::string machine(checkName(textMember(body, "machine", maxName), "machine"));
+    // What will be refused takes nobody's place among those who wait.
+    if (limiter_.closed(login.user, login.network, uptime())) {
+        refuseLogin(request.peer, login.user);
+    }
+    login.check = [this, asked = login, peer = request.peer, password, machine] {
+        return finish(asked, peer, password, machine);
+    };
+    return login;
+}
+
+WebReply AccountEndpoints::finish(const Login& login, const std::string& peer,
+                                  const std::string& password, const std::string& machine) {
+    if (!limiter_.begin(login.user, login.network, uptime())) {
+        refuseLogin(peer, login.user);
+    }
+    if (!passwordMatches(password, catalog_.findPassword(login.user).value_or(""))) {
+        logEvent("failed login from " + peer + " as " + login.user);
         throw ServiceError(401, "wrong user or password");
     }
-    limiter_.succeeded(user, request.peer);
+    limiter_.succeeded(login.user, login.network);
     const std::string token = hexText(randomBytes(tokenDigits / 2));
-    catalog_.addSession(sha256(token), user, machine, now(), sessionLifetime_);
+    catalog_.addSession(sha256(token), login.user, machine, clock_.now(), sessionLifetime_);
     WebReply reply;
     reply.setCookie = std::string(cookieName) + token;
-    reply.user = user;
+    reply.user = login.user;
     reply.known = true;
     return reply;
 }
@@ -90,20 +108,6 @@ WebReply AccountEndpoints::logout(const WebRequest& request) {
     parseBody(request.body);
     catalog_.removeSession(sha256(tokenOf(request.cookie)));
     return {};
-}
-
-bool AccountEndpoints::checkPassword(const std::string& user, std::string_view password,
-                                     const std::string& address) {
-    if (!admitted_.try_acquire()) {
-        throw ServiceError(503, "too many logins at once");
-    }
-    const Release leave(admitted_);
-    hashing_.acquire();
-    const Release done(hashing_);
-    if (!limiter_.begin(user, address, now())) {
-        throw ServiceError(429, "too many failed logins, try again later");
-    }
-    return passwordMatches(password, catalog_.findPassword(user).value_or(""));
 }
 
 }  // namespace dorvo

@@ -1,40 +1,47 @@
 // Login and logout, and the session that a request's cookie stands for.
 //
 // A session is 256 random bits, sent as 64 hexadecimal digits; the catalog keeps their hash. It
-// ends after being idle for its lifetime. Any thread; a login costs a password hash on purpose, so
-// only a few run at once, and few wait: the threads that they hold are wanted for other requests.
+// ends after being idle for its lifetime. Any thread; a login costs a password hash on purpose,
+// which is the caller's to put where it holds up nobody.
 #pragma once
 
-#include <semaphore>
+#include <functional>
+#include <string>
 #include <string_view>
 
 #include "catalog.h"
 #include "httpd/web_request.h"
 #include "login_limiter.h"
+#include "session_clock.h"
 
 namespace dorvo {
 
 class AccountEndpoints {
 public:
+    // A login that makes sense, and what is left of it: the hash, to be called once.
+    struct Login {
+        std::string network;  // where it comes from
+        std::string user;
+        std::function<WebReply()> check;
+    };
+
     // Borrows the catalog. The lifetime is in seconds.
-    AccountEndpoints(Catalog& catalog, int64_t sessionLifetime)
-        : catalog_(catalog), sessionLifetime_(sessionLifetime) {}
+    AccountEndpoints(Catalog& catalog, int64_t sessionLifetime);
 
     // The session of the cookie, if it is a valid one.
     std::optional<Session> session(std::string_view cookie);
 
-    WebReply login(const WebRequest& request);
+    Login login(const WebRequest& request);
     WebReply logout(const WebRequest& request);
 
 private:
-    bool checkPassword(const std::string& user, std::string_view password,
-                       const std::string& address);
+    WebReply finish(const Login& login, const std::string& peer, const std::string& password,
+                    const std::string& machine);
 
     Catalog& catalog_;
     int64_t sessionLifetime_;
+    SessionClock clock_;
     LoginLimiter limiter_;
-    std::counting_semaphore<8> admitted_{8};
-    std::counting_semaphore<2> hashing_{2};
 };
 
 // Names of users and machines go into answers and logs as they are: not empty, at most 255 bytes,

@@ -6,8 +6,10 @@
 #include <thread>
 #include <vector>
 
+#include "client_network.h"
 #include "digest.h"
 #include "password_hash.h"
+#include "sqlite.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {
@@ -90,6 +92,72 @@ TEST(Sessions, EndAfterBeingIdleForTheirLifetime) {
     EXPECT_FALSE(catalog.findSession("", 5000, lifetime));
 }
 
+TEST_F(Accounts, AreLockedForTheClientBehindATrustedProxyAlone) {
+    const auto from = [&](const char* client, const std::string& password) {
+        const std::string body =
+            R"({"user":"carol","machine":"pc","password":")" + password + "\"}";
+        Client proxy(server->port());
+        proxy.send("POST " + std::string(loginPath) +
+                   " HTTP/1.1\r\nHost: x\r\nX-Forwarded-For: " + client +
+                   "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        return proxy.receive().status;
+    };
+    options.limits.trustedProxies = {"127.0.0.1"};
+    restart();
+    for (int i = 0; i < LoginLimiter::maxTries; ++i) {
+        EXPECT_EQ(from("192.0.2.1", "wrong"), 401);
+    }
+    EXPECT_EQ(from("192.0.2.1", "s\u00e9cret"), 429);
+    EXPECT_EQ(from("192.0.2.2", "s\u00e9cret"), 200);
+    EXPECT_EQ(from("192.0.2.2, 192.0.2.1", "s\u00e9cret"), 429);
+    options.limits.trustedProxies.clear();
+    restart();
+    for (int i = 0; i < LoginLimiter::maxTries; ++i) {
+        from("192.0.2.1", "wrong");
+    }
+    EXPECT_EQ(from("192.0.2.2", "s\u00e9cret"), 429);
+}
+
+TEST_F(Accounts, KeepTheirSessionsWhenTheClockOfTheWallJumps) {
+    constexpr int64_t year = int64_t{365} * 24 * 3600;
+    for (const int64_t ahead : {int64_t{10} * year, -10 * year}) {
+        server.reset();
+        {
+            Database database((data / "catalog.db").string());
+            database.exec(("UPDATE sessions SET used = used - " + std::to_string(ahead)).c_str());
+        }
+        restart();
+        EXPECT_EQ(login("carol", "s\u00e9cret").status, 200);
+        EXPECT_EQ(offer("i1", {{"a"}}), "a") << ahead;
+    }
+}
+
+TEST(SessionClock, BelievesTheWallWithinBounds) {
+    constexpr int64_t lifetime = 400;
+    struct Row {
+        int64_t lastUse;
+        int64_t wall;
+        int64_t start;
+    };
+    const Row rows[] = {{0, 5000, 5000},    {5000, 5000, 5000}, {5000, 5100, 5100},
+                        {5000, 5101, 5100}, {5000, 4999, 5000}, {5000, 0, 5000}};
+    for (const Row& row : rows) {
+        EXPECT_EQ(SessionClock::start(row.lastUse, lifetime, row.wall), row.start) << row.wall;
+    }
+}
+
+TEST(ClientNetwork, IsHalfOfALongAddress) {
+    const std::pair<const char*, const char*> rows[] = {{"192.0.2.7", "192.0.2.7"},
+                                                        {"2001:db8:1:2:3:4:5:6", "2001:db8:1:2::"},
+                                                        {"::1", "::"},
+                                                        {"::ffff:192.0.2.7", "::ffff:192.0.2.7"},
+                                                        {"fe80::1%eth0", "fe80::1%eth0"},
+                                                        {"-", "-"}};
+    for (const auto& [address, network] : rows) {
+        EXPECT_EQ(clientNetwork(address), network);
+    }
+}
+
 TEST(Password, MatchesOnlyItself) {
     const std::string hash = hashPassword("secret");
     EXPECT_NE(hash, hashPassword("secret"));
@@ -116,8 +184,15 @@ TEST(LoginLimiter, ForgetsAfterItsWindowAndAfterASuccess) {
         return count;
     };
     constexpr int most = LoginLimiter::maxTries;
+    // A machine that has just been started: the window begins with the first try even so.
+    EXPECT_EQ(allowed(most + 1, 10, "w"), most);
+    EXPECT_EQ(allowed(1, LoginLimiter::windowSeconds + 9, "w"), 0);
     EXPECT_EQ(allowed(most - 1, 1000), most - 1);
+    EXPECT_FALSE(limiter.closed("u", "a", 1000));
     EXPECT_EQ(allowed(2, 1500), 1);
+    EXPECT_TRUE(limiter.closed("u", "a", 1500));
+    EXPECT_FALSE(limiter.closed("u", "b", 1500));
+    EXPECT_FALSE(limiter.closed("u", "a", 1000 + LoginLimiter::windowSeconds));
     EXPECT_EQ(allowed(1, 1500, "u", "b"), 1);
     EXPECT_EQ(allowed(1, 1500, "v", "a"), 1);
     EXPECT_EQ(allowed(1, 1000 + LoginLimiter::windowSeconds - 1), 0);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
+#include <memory>
 #include <utility>
 
 #include "given_up.h"
@@ -17,6 +18,11 @@ namespace {
 
 constexpr size_t maxTime = 64;
 constexpr size_t maxOffered = 100000;
+constexpr size_t pageInstances = 1000;
+// Of a backup; with more the client would never come to its end, so it is told to give up.
+constexpr int64_t maxErrors = 1'000'000;
+// Of a restore, for those who ask later; the client has all of them in its own record.
+constexpr size_t maxRestoreErrors = 100'000;
 // Of the files that keep a backup from being completed, as many as one answer names.
 constexpr size_t maxNamed = 1000;
 constexpr size_t maxNamedBytes = size_t{128} << 10U;
@@ -30,6 +36,14 @@ std::string_view stateText(InstanceState state) {
         case InstanceState::cancelled: return "cancelled";
     }
     return "";
+}
+
+json::object listed(const InstanceSummary& item) {
+    return {{"machine", item.machine},         {"jobdefinitionid", item.definition},
+            {"jobinstanceid", item.name},      {"starttime", item.startTime},
+            {"endtime", item.endTime},         {"state", stateText(item.state)},
+            {"totalfiles", item.totals.files}, {"totaldirectories", item.totals.directories},
+            {"totalsize", item.totals.size},   {"errors", item.errors}};
 }
 
 void requireOpen(const Instance& instance) {
@@ -51,7 +65,7 @@ Instance BackupEndpoints::openOrFind(const Session& session, std::string_view na
     if (!catalog_.findInstance(name)) {
         return catalog_.openInstance(session, name, definition, compress);
     }
-    Instance instance = ownInstance(catalog_, session, name);
+    Instance instance = namedInstance(catalog_, session, name);
     if (instance.definition != definition) {
         throw ServiceError(409, "the backup belongs to another job");
     }
@@ -68,12 +82,17 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
         throw ServiceError(413, "too many files in one request");
     }
     std::vector<OfferedFile> files;
+    std::vector<bool> usable;  // of each that was asked about
     files.reserve(source.size());
     for (const json::value& element : source) {
         const json::object& file = objectElement(element, "source");
-        files.push_back({checkPath(textMember(file, "path", maxPathBytes)),
-                         static_cast<int64_t>(joinHalves(u32Member(file, "mtimeHigh"),
-                                                         u32Member(file, "mtimeLow")))});
+        const OfferedFile offered{anyTextMember(file, "path"),
+                                  static_cast<int64_t>(joinHalves(u32Member(file, "mtimeHigh"),
+                                                                  u32Member(file, "mtimeLow")))};
+        usable.push_back(isPath(offered.path));
+        if (usable.back()) {
+            files.push_back(offered);
+        }
     }
     const InstanceLocks::Guard guard(locks_, name);
     const Instance instance = openOrFind(session, name, definition, compress);
@@ -82,10 +101,13 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     if (first) {
         freeGivenUp(catalog_, blocks_);
     }
+    // A path that no file can have here is asked for and not awaited: its uploadfile is refused,
+    // alone, and the client knows which file it is.
     json::array wanted;
-    for (size_t i = 0; i < files.size(); ++i) {
-        if (send[i]) {
-            wanted.push_back(json::object{{"path", files[i].path}});
+    size_t next = 0;
+    for (size_t i = 0; i < source.size(); ++i) {
+        if (!usable[i] || send[next++]) {
+            wanted.push_back(json::object{{"path", source[i].at("path")}});
         }
     }
     return {{"source", std::move(wanted)}};
@@ -111,11 +133,9 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
 json::object BackupEndpoints::addErrorFiles(const Session& session, const json::object& body) {
     const std::string name(idMember(body, "jobinstanceid"));
     const std::vector<FailedFile> errors = errorsMember(body);
-    if (const auto restore = catalog_.findRestore(name)) {
-        if (restore->userId != session.userId) {
-            throw ServiceError(403, "another user's restore");
-        }
-        catalog_.addRestoreErrors(restore->id, errors);
+    if (const auto restore = catalog_.findRestore(name);
+        restore && restore->userId == session.userId) {
+        catalog_.addRestoreErrors(restore->id, errors, maxRestoreErrors);
         return {};
     }
     const InstanceLocks::Guard guard(locks_, name);
@@ -131,14 +151,18 @@ json::object BackupEndpoints::addErrorFiles(const Session& session, const json::
         }
         return {};
     }
+    if (catalog_.countErrors(instance.id) + static_cast<int64_t>(errors.size()) > maxErrors) {
+        throw ServiceError(409, "too many files of the backup have failed");
+    }
     catalog_.addErrors(instance.id, errors);
     return {};
 }
 
-json::object BackupEndpoints::endJob(const Session& session, const json::object& body) {
+BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json::object& body) {
     const std::string name(idMember(body, "jobinstanceid"));
-    const std::string_view endTime = textMember(body, "endtime", maxTime);
-    const InstanceLocks::Guard guard(locks_, name);
+    const std::string endTime(textMember(body, "endtime", maxTime));
+    const auto guard =
+        std::make_shared<InstanceLocks::Guard>(locks_, name, InstanceLocks::Hold::ending);
     const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state == InstanceState::completed) {
         return {};
@@ -146,6 +170,13 @@ json::object BackupEndpoints::endJob(const Session& session, const json::object&
     if (instance.state != InstanceState::running) {
         refuseState(instance);
     }
+    return [this, guard, instance, endTime] {
+        complete(instance, endTime);
+        return json::object();
+    };
+}
+
+void BackupEndpoints::complete(const Instance& instance, std::string_view endTime) {
     if (instance.damaged) {
         throw ServiceError(409, "the backup may have lost data at the server");
     }
@@ -161,39 +192,55 @@ json::object BackupEndpoints::endJob(const Session& session, const json::object&
         }
     }
     catalog_.completeInstance(instance.id, endTime);
-    return {};
 }
 
-json::object BackupEndpoints::cancelJob(const Session& session, const json::object& body) {
+BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const json::object& body) {
     const std::string name(idMember(body, "id"));
-    const InstanceLocks::Guard guard(locks_, name);
+    const auto guard =
+        std::make_shared<InstanceLocks::Guard>(locks_, name, InstanceLocks::Hold::ending);
     const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state == InstanceState::completed) {
         refuseState(instance);
     }
-    if (instance.state != InstanceState::cancelled) {
+    return [this, guard, instance] {
+        // Should the process die in between, the next start of the service goes on with it.
         catalog_.cancelInstance(instance.id);
-    }
-    freeGivenUp(catalog_, blocks_);
-    return {};
+        freeGivenUp(catalog_, blocks_);
+        return json::object();
+    };
 }
 
 json::object BackupEndpoints::listInstances(const Session& session, const json::object& body) {
     const std::string_view machine = textMember(body, "machine", maxIdBytes);
     const std::string_view definition = textMember(body, "jobdefinitionid", maxIdBytes);
+    // A client that knows of no pages wants all of them.
+    const bool paged = body.contains("limit");
+    size_t limit = pageInstances;
+    int64_t after = 0;
+    if (paged) {
+        limit = std::min(limit, static_cast<size_t>(countMember(body, "limit")));
+        if (limit == 0) {
+            throw ServiceError(400, "\"limit\" must not be 0");
+        }
+        if (const auto name = textMember(body, "after", maxIdBytes); !name.empty()) {
+            after = ownInstance(catalog_, session, name).id;
+        }
+    }
     json::array list;
-    for (const InstanceSummary& item :
-         catalog_.listInstances(session.userId, machine, definition)) {
-        list.push_back(json::object{{"machine", item.machine},
-                                    {"jobdefinitionid", item.definition},
-                                    {"jobinstanceid", item.name},
-                                    {"starttime", item.startTime},
-                                    {"endtime", item.endTime},
-                                    {"state", stateText(item.state)},
-                                    {"totalfiles", item.totals.files},
-                                    {"totaldirectories", item.totals.directories},
-                                    {"totalsize", item.totals.size},
-                                    {"errors", item.errors}});
+    std::string next;
+    bool more = true;
+    while (more) {
+        const auto page =
+            catalog_.listInstances(session.userId, machine, definition, after, limit + 1);
+        more = page.size() > limit;
+        for (size_t i = 0; i < std::min(page.size(), limit); ++i) {
+            list.push_back(listed(page[i]));
+            after = page[i].id;
+            next = page[i].name;
+        }
+        if (paged) {
+            return {{"instances", std::move(list)}, {"next", more ? next : ""}};
+        }
     }
     return {{"instances", std::move(list)}};
 }

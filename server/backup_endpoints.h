@@ -7,6 +7,7 @@
 #pragma once
 
 #include <boost/json/fwd.hpp>
+#include <functional>
 #include <string_view>
 
 #include "block_store.h"
@@ -17,6 +18,10 @@ namespace dorvo {
 
 class BackupEndpoints {
 public:
+    // What is left of a request that may take long, to be called once, by any thread; empty: the
+    // answer is {} already. It holds the backup's lock until it is destroyed.
+    using Rest = std::function<boost::json::object()>;
+
     // Borrows both.
     BackupEndpoints(Catalog& catalog, BlockStore& blocks) : catalog_(catalog), blocks_(blocks) {}
 
@@ -28,8 +33,8 @@ public:
                                     std::string_view form);
     // Also for a restore, by the restore's own id.
     boost::json::object addErrorFiles(const Session& session, const boost::json::object& body);
-    boost::json::object endJob(const Session& session, const boost::json::object& body);
-    boost::json::object cancelJob(const Session& session, const boost::json::object& body);
+    Rest endJob(const Session& session, const boost::json::object& body);
+    Rest cancelJob(const Session& session, const boost::json::object& body);
     boost::json::object listInstances(const Session& session, const boost::json::object& body);
 
 private:
@@ -38,6 +43,8 @@ private:
                         bool compress);
     // The data is what is stored as block k of the file.
     bool holds(const StoredFile& file, int64_t k, std::string_view data);
+    // Completes a backup that may be completed.
+    void complete(const Instance& instance, std::string_view endTime);
 
     Catalog& catalog_;
     BlockStore& blocks_;

@@ -1,4 +1,5 @@
 // What a backup is from its first request to its last, over HTTP.
+#include "sqlite.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {
@@ -32,6 +33,76 @@ TEST_F(Backup, ListsOnlyTheUsersOwn) {
         R"({"instances":[{"machine":"pc","jobdefinitionid":"job","jobinstanceid":"i1",)"
         R"("starttime":"2011-3-4 05:06:07","endtime":"2011-3-4 06:06:07",)"
         R"("state":"completed","totalfiles":1,"totaldirectories":2,"totalsize":3,"errors":0}]})");
+}
+
+TEST_F(Backup, ListsInPagesForThoseWhoKnowOfThem) {
+    for (const char* name : {"i1", "i2", "i3"}) {
+        offer(name, {{"a"}});
+        offer(std::string("bobs ") + name, {{"a"}}, "job", bob);
+    }
+    offer("other", {{"a"}}, "other job");
+    const auto page = [&](const std::string& after, int limit) {
+        const json::object answer =
+            post(listInstancesPath, json::serialize(json::object{{"machine", "pc"},
+                                                                 {"jobdefinitionid", "job"},
+                                                                 {"after", after},
+                                                                 {"limit", limit}}))
+                .json();
+        std::string list;
+        for (const json::value& item : answer.at("instances").as_array()) {
+            list += json::value_to<std::string>(item.at("jobinstanceid")) + " ";
+        }
+        return list + "then " + json::value_to<std::string>(answer.at("next"));
+    };
+    EXPECT_EQ(page("", 2), "i1 i2 then i2");
+    EXPECT_EQ(page("i2", 2), "i3 then ");
+    EXPECT_EQ(page("", 3), "i1 i2 i3 then ");
+    EXPECT_EQ(page("i3", 5), "then ");
+    // More than a page holds: without pages it is still all.
+    Database((data / "catalog.db").string())
+        .exec(
+            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000)"
+            "INSERT INTO instances(name, machine, definition, base, state, compress)"
+            " SELECT 'n' || i, 1, 'job', 0, 3, 0 FROM n");
+    EXPECT_TRUE(page("", 100000).ends_with(" n997 then n997"));
+    EXPECT_EQ(post(listInstancesPath, R"({"machine":"pc","jobdefinitionid":"job"})")
+                  .json()
+                  .at("instances")
+                  .as_array()
+                  .size(),
+              2003U);
+}
+
+TEST_F(Backup, OneBadNameIsRefusedAlone) {
+    const std::string nul("n\0l", 3);
+    const std::string longest(131072, 'x');
+    const std::string longer = longest.substr(1) + "\u00e9";
+    EXPECT_EQ(offer("i1", {{"a"}, {""}, {nul}, {longer}, {longest}, {"b"}}),
+              "a,," + nul + "," + longer + "," + longest + ",b");
+    start("i1");
+    for (const std::string& bad : {std::string(), nul, longer}) {
+        EXPECT_EQ(putInfo("i1", bad, 1), 400);
+        EXPECT_EQ(addError("i1", bad), 200);
+    }
+    EXPECT_EQ(column("SELECT group_concat(substr(path, 1, 3) || length(path)) FROM errors"),
+              "?1,n?l3,xxx131071");
+    put("i1", "a", "a");
+    put("i1", longest, "x");
+    EXPECT_EQ(end("i1"), 409);
+    put("i1", "b", "b");
+    EXPECT_EQ(end("i1"), 200);
+    EXPECT_EQ(offer("i2", {{"a"}, {nul}, {"b"}}), nul);
+}
+
+TEST_F(Backup, TakesErrorsUpToAMillion) {
+    start("i1");
+    Database((data / "catalog.db").string())
+        .exec(
+            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 999999)"
+            "INSERT INTO errors SELECT 1, CAST(printf('%07d', i) AS BLOB), 5, '' FROM n");
+    EXPECT_EQ(addError("i1", "x"), 200);
+    EXPECT_EQ(addError("i1", "y"), 409);
+    EXPECT_EQ(column("SELECT max(path) FROM errors"), "x");
 }
 
 TEST_F(Backup, CarriesOverOnlyFromACompletedBackupOfTheSameJob) {

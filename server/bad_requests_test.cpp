@@ -102,7 +102,7 @@ TEST_F(BadRequests, ValuesOutOfRange) {
         int status = 400;
     };
     const Row rows[] = {
-        {filesToBackupPath, "/source/0/path", {nul, longPath}},
+        {filesToBackupPath, "/source/0/path", {"1"}},
         {filesToBackupPath, "/source/0/mtimeLow", {"-1", wide, "1.5"}},
         {filesToBackupPath, "/source", {R"([{"path":"x","mtimeHigh":0,"mtimeLow":1},"x"])"}},
         {filesToBackupPath, "/compress", {"2"}},
@@ -113,7 +113,8 @@ TEST_F(BadRequests, ValuesOutOfRange) {
         {uploadFilePath, "/totalsizeHigh", {"4294967295"}, 413},
         {startJobPath, "/totalsize", {"-1"}},
         {startJobPath, "/starttime", {longId}},
-        {addErrorsPath, "/errors/0/path", {R"("")"}},
+        {addErrorsPath, "/errors/0/path", {"1"}},
+        {uploadFilePath, "/sourcename", {nul, longPath, R"("")"}},
         {addErrorsPath, "/errors", {R"([{"path":"x","code":5,"reason":""},1])"}},
         {loginPath, "/machine", {R"("")"}},
         {fileInfoPath, "/machine", {R"("")"}},
@@ -134,6 +135,15 @@ TEST_F(BadRequests, ValuesOutOfRange) {
             refuse(row.path, json::serialize(body), row.status);
         }
     }
+    const auto page = [&](const char* rest, int status) {
+        refuse(listInstancesPath, R"({"machine":"","jobdefinitionid":"",)" + std::string(rest),
+               status);
+    };
+    page(R"("limit":0,"after":""})", 400);
+    page(R"("limit":-1,"after":""})", 400);
+    page(R"("limit":1})", 400);
+    page(R"("limit":1,"after":"unknown"})", 404);
+    page(R"("limit":1,"after":"bobs"})", 404);
     refuse("/dorvo/WebServer/nothing", "{}", 404);
     refuse("/dorvo/WebServer/jobs/StartJob.php%00", goodBodies().at(startJobPath), 400);
 }
@@ -189,14 +199,14 @@ TEST_F(BadRequests, WrongStateOrOwner) {
     const Column columns[] = {
         {filesToBackupPath, "/jobinstanceid", {0, 403, 409, 409, 0, 0}},
         {startJobPath, "/jobinstanceid", {0, 403, 0, 409, 0, 0}},
-        {uploadFilePath, "/jobinstanceid", {404, 403, 409, 409, 409, 0}},
-        {addErrorsPath, "/jobinstanceid", {404, 403, 409, 409, 0, 0}},
-        {endJobPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},  // run is incomplete
-        {cancelJobPath, "/id", {404, 403, 409, 0, 0, 0}},
-        {startRestorePath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
-        {fileInfoPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
-        {downloadPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
-        {listFilesPath, "/jobinstanceid", {404, 403, 0, 409, 409, 409}},
+        {uploadFilePath, "/jobinstanceid", {404, 404, 409, 409, 409, 0}},
+        {addErrorsPath, "/jobinstanceid", {404, 404, 409, 409, 0, 0}},
+        {endJobPath, "/jobinstanceid", {404, 404, 0, 409, 409, 409}},  // run is incomplete
+        {cancelJobPath, "/id", {404, 404, 409, 0, 0, 0}},
+        {startRestorePath, "/jobinstanceid", {404, 404, 0, 409, 409, 409}},
+        {fileInfoPath, "/jobinstanceid", {404, 404, 0, 409, 409, 409}},
+        {downloadPath, "/jobinstanceid", {404, 404, 0, 409, 409, 409}},
+        {listFilesPath, "/jobinstanceid", {404, 404, 0, 409, 409, 409}},
         {historyPath, "/instanceId", {404, 404, 404, 404, 404, 404}},  // no restores
         {filesToBackupPath, "/id", {409, 409, 409, 409, 409, 409}},    // no name of the job
         {startJobPath, "/jobdefinitionid", {409, 409, 409, 409, 409, 409}},
@@ -243,7 +253,7 @@ TEST_F(BadRequests, Blocks) {
     refuseBlock("1.jpg", "tail", 404, "run", "nothing");
     refuseBlock("1.jpg", "x", 409, "pending", "x");
     for (const auto& [instance, status] :
-         {std::pair{"done", 409}, {"cancelled", 409}, {"bobs", 403}, {"unknown", 404}}) {
+         {std::pair{"done", 409}, {"cancelled", 409}, {"bobs", 404}, {"unknown", 404}}) {
         refuseBlock("1.jpg", "file", status, instance);
     }
     const std::string good = blockForm("run", "file", "2.jpg", "tail", md5Text("tail"));

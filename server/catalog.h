@@ -3,7 +3,9 @@
 // The interface is narrow so that the same service can stand on another database. Calls block, may
 // come from any thread, and throw std::exception when the storage is down. A call that changes
 // something has changed all of it or nothing when it returns or throws, and what it changed
-// survives the death of the process. Calls that also survive a power cut say "durable".
+// survives the death of the process. Calls that also survive a power cut say "durable". Calls that
+// go over many files work piece by piece: what they had done when they threw, or the process died,
+// stays, and the same call sets it right. Of one backup the caller makes one of them at a time.
 //
 // Who may touch what, and which call suits which state, is the callers' business.
 #pragma once
@@ -48,6 +50,7 @@ struct Instance {
 };
 
 struct InstanceSummary {
+    int64_t id = 0;
     std::string machine;
     std::string definition;
     std::string name;
@@ -132,6 +135,8 @@ public:
     // The session unless it has been idle for the lifetime; finding it counts as use.
     virtual std::optional<Session> findSession(std::string_view tokenHash, int64_t now,
                                                int64_t lifetime) = 0;
+    // When a session was last used, 0 when there is none.
+    virtual int64_t lastUse() = 0;
     virtual void removeSession(std::string_view tokenHash) = 0;
 
     virtual std::optional<Instance> findInstance(std::string_view name) = 0;
@@ -144,6 +149,7 @@ public:
     // Carries over from the base what is whole, did not fail there and has the same time, awaits
     // the rest; either replaces what the instance had under that path. Says for each whether it is
     // to be sent. `first`: what the instance had is forgotten before, and its containers given up.
+    // Piece by piece.
     virtual std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
                                          bool compress, bool first) = 0;
 
@@ -170,31 +176,36 @@ public:
     virtual std::vector<int64_t> listGivenUp() = 0;
     virtual void forgetGivenUp(int64_t container) = 0;
 
-    // A second error of the same path replaces the first.
+    // A second error of the same path replaces the first. Piece by piece.
     virtual void addErrors(int64_t instance, const std::vector<FailedFile>& errors) = 0;
+    virtual int64_t countErrors(int64_t instance) = 0;
     virtual std::optional<FailedFile> findError(int64_t instance, std::string_view path) = 0;
 
     // Durable, with everything that was changed before. Files that lack blocks leave the instance;
-    // the error list has them.
+    // the error list has them. They go piece by piece, the state is changed last.
     virtual void completeInstance(int64_t instance, std::string_view endTime) = 0;
-    // Forgets its files and gives up its containers; it and its errors stay in the lists.
+    // Gives up its containers and forgets its files, these piece by piece; it and its errors stay
+    // in the lists. The state is changed first.
     virtual void cancelInstance(int64_t instance) = 0;
 
-    // Oldest first. Empty machine or definition: all.
+    // Oldest first, those behind the instance of that id, at most `limit`. Empty machine or
+    // definition: all.
     virtual std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
-                                                       std::string_view definition) = 0;
+                                                       std::string_view definition, int64_t after,
+                                                       size_t limit) = 0;
 
     // The instance's files with from <= path < until, in the order of the paths' bytes: at most
     // `limit`, and none behind the one that brings the paths to `bytes`.
     virtual FilePage listFiles(int64_t instance, std::string_view from, std::string_view until,
                                size_t limit, size_t bytes) = 0;
 
-    // The name must be new.
+    // The name must be new. The user's oldest restores are forgotten beyond so many.
     virtual void openRestore(const Session& session, std::string_view name,
-                             std::string_view definition, int64_t instance) = 0;
+                             std::string_view definition, int64_t instance, size_t kept) = 0;
     virtual std::optional<Restore> findRestore(std::string_view name) = 0;
-    // As addErrors.
-    virtual void addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors) = 0;
+    // As addErrors; beyond so many errors of the restore they are not kept.
+    virtual void addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors,
+                                  size_t kept) = 0;
     // Replaces the one before.
     virtual void putHistory(int64_t restore, std::string_view history) = 0;
 };

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
-#include <iostream>
 
+#include "event_log.h"
 #include "sqlite.h"
 
 namespace dorvo {
@@ -79,7 +79,7 @@ bool Checkpointer::checkpoint() {
         return moveLog(path_, writers_);
     } catch (const std::exception& error) {
         // Nothing is lost: the log keeps all of it.
-        std::cerr << std::string("checkpoint: ") + error.what() + "\n";
+        logEvent(std::string("fault in a checkpoint: ") + error.what());
         return false;
     }
 }

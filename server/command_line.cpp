@@ -4,6 +4,9 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "httpd/forwarded_client.h"
+#include "version.h"
+
 namespace dorvo {
 
 namespace {
@@ -32,6 +35,17 @@ void readListen(const std::string& text, ServerOptions& options) {
     options.port = static_cast<uint16_t>(port);
 }
 
+void readProxies(const std::vector<std::string>& proxies, HttpLimits& limits) {
+    for (const std::string& proxy : proxies) {
+        const auto address = plainAddress(proxy);
+        if (!address) {
+            throw std::runtime_error("--trusted-proxy must be an address, not '" + proxy + "'");
+        }
+        limits.trustedProxies.push_back(*address);
+        limits.manyBehind.push_back(*address);
+    }
+}
+
 }  // namespace
 
 CommandLine parseCommandLine(int argc, const char* const* argv) {
@@ -40,10 +54,13 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     std::string data = result.options.data.string();
     CLI::App app("The storage service that backups go to.", "storage-server");
     app.fallthrough();
+    app.set_version_flag("--version", std::string("storage-server ") + serverVersion + "\n",
+                         "print the version");
     app.add_option("--listen", listen, "address and port to serve at; port 0 takes a free one")
         ->capture_default_str();
     app.add_option("--data", data, "folder of the service's data")->capture_default_str();
-    app.add_option("--log", result.logFile, "file for the requests' lines, not standard error");
+    app.add_option("--log", result.logFile,
+                   "file for the log, not standard error; SIGHUP opens it again");
     app.add_option("--session-lifetime", result.options.sessionLifetime,
                    "seconds of idleness after which a session ends")
         ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
@@ -55,6 +72,11 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
                    "of them, from one address other than this machine's")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
+    std::vector<std::string> proxies;
+    app.add_option("--trusted-proxy", proxies,
+                   "address of a proxy that says in Forwarded or X-Forwarded-For whom it has a"
+                   " request from; may be given several times")
+        ->allow_extra_args(false);
     CLI::App* user = app.add_subcommand("user", "accounts");
     user->require_subcommand(1);
     CLI::App* add =
@@ -63,13 +85,18 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
-        result.verb = CommandLine::Verb::help;
+        result.verb = CommandLine::Verb::print;
         result.text = app.help();
+        return result;
+    } catch (const CLI::CallForVersion& version) {
+        result.verb = CommandLine::Verb::print;
+        result.text = version.what();
         return result;
     } catch (const CLI::ParseError& error) {
         throw std::runtime_error(error.what());
     }
     readListen(listen, result.options);
+    readProxies(proxies, result.options.limits);
     result.options.data = data;
     if (add->parsed()) {
         result.verb = CommandLine::Verb::addUser;

@@ -9,13 +9,13 @@
 namespace dorvo {
 
 struct CommandLine {
-    enum class Verb { serve, addUser, help };
+    enum class Verb { serve, addUser, print };
 
     Verb verb = Verb::serve;
     ServerOptions options;
     std::string logFile;  // empty: standard error
     std::string user;     // for addUser
-    std::string text;     // for help
+    std::string text;     // for print: help, or the version
 };
 
 // Throws std::runtime_error with one sentence when the arguments make no sense.

@@ -33,7 +33,11 @@ TEST(CommandLine, ServesOrAddsAUser) {
         parse({"--connections", "20", "--connections-per-address", "3"}).options.limits;
     EXPECT_EQ(limits.connections, 20U);
     EXPECT_EQ(limits.connectionsOfAddress, 3U);
-    EXPECT_EQ(parse({"--help"}).verb, CommandLine::Verb::help);
+    const CommandLine behind =
+        parse({"--trusted-proxy", "127.0.0.1", "--trusted-proxy", "0:0::1", "--data", "d"});
+    EXPECT_EQ(behind.options.limits.trustedProxies, (std::vector<std::string>{"127.0.0.1", "::1"}));
+    EXPECT_EQ(parse({"--help"}).verb, CommandLine::Verb::print);
+    EXPECT_TRUE(parse({"--version"}).text.starts_with("storage-server "));
 }
 
 TEST(CommandLine, WrongUsageIsOneSentence) {
@@ -41,7 +45,8 @@ TEST(CommandLine, WrongUsageIsOneSentence) {
          {Words{"--bogus"}, Words{"--listen"}, Words{"--listen", "8080"}, Words{"--listen", ":80"},
           Words{"--listen", "::1"}, Words{"--listen", "a:65536"}, Words{"--listen", "a:80x"},
           Words{"serve"}, Words{"user"}, Words{"user", "add"}, Words{"user", "add", "a", "b"},
-          Words{"--session-lifetime", "0"}, Words{"--connections", "0"}}) {
+          Words{"--session-lifetime", "0"}, Words{"--connections", "0"},
+          Words{"--trusted-proxy", "localhost"}, Words{"--trusted-proxy"}}) {
         try {
             parse(words);
             ADD_FAILURE() << words.back();

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
-#include <iostream>
 
+#include "client_network.h"
+#include "event_log.h"
 #include "json_body.h"
 #include "service_error.h"
 
@@ -26,10 +27,14 @@ constexpr size_t loginBody = size_t{16} << 10U;
 // What is taken in from anybody.
 constexpr size_t strangersBody = size_t{16} << 10U;
 
+// What is busy now may not be so soon; clients that know of it wait that long.
+constexpr int busySeconds = 5;
+
 // {"error": why}
 WebReply errorReply(int status, const std::string& why) {
     WebReply reply;
     reply.status = status;
+    reply.retryAfter = status == 503 ? busySeconds : 0;
     reply.body = json::serialize(json::object{{"error", why}});
     return reply;
 }
@@ -44,9 +49,40 @@ WebReply incompleteReply(const IncompleteBackup& error) {
     return reply;
 }
 
-WebReply faultReply(const WebRequest& request, const std::exception& error) {
-    std::cerr << request.path + ": " + error.what() + "\n";
+WebReply faultReply(const std::string& path, const std::exception& error) {
+    logEvent("fault in " + path + ": " + error.what());
     return errorReply(503, "the storage is not available");
+}
+
+// What the call gives, or the answer to its refusal or fault. The path is for the log.
+template <class Call>
+WebReply judged(const std::string& path, const Call& call) {
+    try {
+        return call();
+    } catch (const IncompleteBackup& error) {
+        return incompleteReply(error);
+    } catch (const ServiceError& error) {
+        WebReply reply = errorReply(error.status(), error.what());
+        if (error.status() == 401) {
+            reply.known = false;
+        }
+        return reply;
+    } catch (const std::exception& error) {
+        return faultReply(path, error);
+    }
+}
+
+// One thread, which gives way: who tries out passwords must not take the processors from others.
+LateWork::Options loginOptions() {
+    return {.threads = 1, .waiting = 64, .nice = 10, .full = errorReply(503, "too many logins")};
+}
+
+// There is room for all connections.
+LateWork::Options endingOptions() {
+    return {.threads = endingThreads,
+            .waiting = SIZE_MAX,
+            .nice = 0,
+            .full = errorReply(503, "too many backups are being ended")};
 }
 
 }  // namespace
@@ -55,10 +91,24 @@ struct Dispatcher::Endpoint {
     std::string_view path;
     size_t bodyLimit;
     WebReply (*handle)(Dispatcher&, const WebRequest&);
+    // In place of it for what is finished later.
+    std::optional<LongPoll> (*begin)(Dispatcher&, const WebRequest&, Respond) = nullptr;
 
-    template <WebReply (AccountEndpoints::*method)(const WebRequest&)>
-    static WebReply open(Dispatcher& dispatcher, const WebRequest& request) {
-        return (dispatcher.accounts_.*method)(request);
+    static std::optional<LongPoll> login(Dispatcher& dispatcher, const WebRequest& request,
+                                         Respond respond) {
+        AccountEndpoints::Login login;
+        WebReply refusal = judged(request.path, [&] {
+            login = dispatcher.accounts_.login(request);
+            return WebReply();
+        });
+        if (!login.check) {
+            respond(std::move(refusal));
+            return {};
+        }
+        return dispatcher.logins_.run(
+            login.network, login.user,
+            [path = request.path, check = std::move(login.check)] { return judged(path, check); },
+            std::move(respond));
     }
 
     // What needs a session; the user is in the log even when the request is refused.
@@ -68,14 +118,11 @@ struct Dispatcher::Endpoint {
         if (!session) {
             throw ServiceError(401, "no valid session");
         }
-        WebReply reply;
-        try {
-            call(*session, reply);
-        } catch (const IncompleteBackup& error) {
-            reply = incompleteReply(error);
-        } catch (const ServiceError& error) {
-            reply = errorReply(error.status(), error.what());
-        }
+        WebReply reply = judged(request.path, [&] {
+            WebReply answer;
+            call(*session, answer);
+            return answer;
+        });
         reply.user = session->user;
         reply.known = true;
         return reply;
@@ -114,6 +161,35 @@ struct Dispatcher::Endpoint {
         });
     }
 
+    // What a backup's end needs is judged at once; what takes long comes when its turn has come.
+    template <BackupEndpoints::Rest (BackupEndpoints::*method)(const Session&, const json::object&)>
+    static std::optional<LongPoll> ending(Dispatcher& dispatcher, const WebRequest& request,
+                                          Respond respond) {
+        BackupEndpoints::Rest rest;
+        WebReply reply = judged(request.path, [&] {
+            return inSession(dispatcher, request, [&](const Session& session, WebReply&) {
+                rest = (dispatcher.backups_.*method)(session, parseBody(request.body));
+            });
+        });
+        if (!rest) {
+            respond(std::move(reply));
+            return {};
+        }
+        return dispatcher.endings_.run(
+            clientNetwork(request.peer), reply.user,
+            [path = request.path, user = reply.user, rest = std::move(rest)] {
+                WebReply done = judged(path, [&rest] {
+                    WebReply answer;
+                    answer.body = json::serialize(rest());
+                    return answer;
+                });
+                done.user = user;
+                done.known = true;
+                return done;
+            },
+            std::move(respond));
+    }
+
     template <auto method>
     static constexpr auto backup = &call<&Dispatcher::backups_, method>;
     template <auto method>
@@ -127,7 +203,7 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     using R = RestoreEndpoints;
     using K = KeyEndpoints;
     static constexpr Endpoint table[] = {
-        {"/dorvo/WebServer/user/Login.php", loginBody, &Endpoint::open<&AccountEndpoints::login>},
+        {"/dorvo/WebServer/user/Login.php", loginBody, nullptr, &Endpoint::login},
         {"/dorvo/WebServer/user/Logout.php", smallBody, &Endpoint::logout},
         {"/dorvo/WebServer/catalog/FilesToBackup.php", listBody,
          Endpoint::backup<&B::filesToBackup>},
@@ -138,8 +214,10 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
          Endpoint::backup<&B::uploadFile>},
         {"/dorvo/Storage Server/backupServer/uploadblock.php", smallBody, &Endpoint::uploadBlock},
         {"/dorvo/WebServer/jobs/AddErrorFiles.php", listBody, Endpoint::backup<&B::addErrorFiles>},
-        {"/dorvo/Storage Server/backupServer/endjob.php", smallBody, Endpoint::backup<&B::endJob>},
-        {"/dorvo/WebServer/jobs/CancelJob.php", smallBody, Endpoint::backup<&B::cancelJob>},
+        {"/dorvo/Storage Server/backupServer/endjob.php", smallBody, nullptr,
+         &Endpoint::ending<&B::endJob>},
+        {"/dorvo/WebServer/jobs/CancelJob.php", smallBody, nullptr,
+         &Endpoint::ending<&B::cancelJob>},
         {"/dorvo/WebServer/jobs/StartRestoreJob.php", smallBody,
          Endpoint::restore<&R::startRestoreJob>},
         {"/dorvo/Storage Server/RestoreServer/GetFileInfo.php", smallBody,
@@ -156,6 +234,19 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     const auto* const found = std::find_if(std::begin(table), std::end(table),
                                            [path](const Endpoint& e) { return e.path == path; });
     return found == std::end(table) ? nullptr : found;
+}
+
+Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime)
+    : accounts_(catalog, sessionLifetime),
+      backups_(catalog, blocks),
+      restores_(catalog, blocks),
+      keys_(catalog),
+      logins_(loginOptions()),
+      endings_(endingOptions()) {}
+
+void Dispatcher::stop() {
+    logins_.stop();
+    endings_.stop();
 }
 
 Admission Dispatcher::admit(const WebRequest& head) {
@@ -175,14 +266,14 @@ Admission Dispatcher::admit(const WebRequest& head) {
 }
 
 std::optional<WebReply> Dispatcher::judgeLargeBody(const WebRequest& head) {
-    try {
-        if (accounts_.session(head.cookie)) {
-            return {};
-        }
-    } catch (const std::exception& error) {
-        return faultReply(head, error);
+    std::optional<WebReply> refusal;
+    WebReply reply = judged(head.path, [&] {
+        return accounts_.session(head.cookie) ? WebReply() : errorReply(401, "no valid session");
+    });
+    if (reply.status != 200) {
+        refusal = std::move(reply);
     }
-    return errorReply(401, "no valid session");
+    return refusal;
 }
 
 WebReply Dispatcher::refuse(int status, const char* why) {
@@ -190,26 +281,15 @@ WebReply Dispatcher::refuse(int status, const char* why) {
 }
 
 std::optional<LongPoll> Dispatcher::handle(const WebRequest& request, Respond respond) {
-    respond(answer(request));
-    return {};
-}
-
-WebReply Dispatcher::answer(const WebRequest& request) {
-    try {
-        const Endpoint* endpoint = find(request.path);
-        if (endpoint == nullptr) {
-            return errorReply(404, "no such path");
-        }
-        return endpoint->handle(*this, request);
-    } catch (const ServiceError& error) {
-        WebReply reply = errorReply(error.status(), error.what());
-        if (error.status() == 401) {
-            reply.known = false;
-        }
-        return reply;
-    } catch (const std::exception& error) {
-        return faultReply(request, error);
+    const Endpoint* endpoint = find(request.path);
+    if (endpoint != nullptr && endpoint->begin != nullptr) {
+        return endpoint->begin(*this, request, std::move(respond));
     }
+    respond(judged(request.path, [&] {
+        return endpoint == nullptr ? errorReply(404, "no such path")
+                                   : endpoint->handle(*this, request);
+    }));
+    return {};
 }
 
 }  // namespace dorvo

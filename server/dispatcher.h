@@ -7,35 +7,41 @@
 #include "backup_endpoints.h"
 #include "httpd/http_service.h"
 #include "key_endpoints.h"
+#include "late_work.h"
 #include "restore_endpoints.h"
 
 namespace dorvo {
 
+// Backups of different users share a disk: more would only make each of them slower.
+inline constexpr size_t endingThreads = 4;
+
 class Dispatcher : public HttpService {
 public:
     // Borrows both. The lifetime of sessions is in seconds.
-    Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime)
-        : accounts_(catalog, sessionLifetime),
-          backups_(catalog, blocks),
-          restores_(catalog, blocks),
-          keys_(catalog) {}
+    Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime);
 
     Admission admit(const WebRequest& head) override;
     // All but small bodies are taken in only from those who are logged in.
     std::optional<WebReply> judgeLargeBody(const WebRequest& head) override;
-    // Has always answered when it returns.
+    // Has answered when it returns, but to logins and to what ends a backup.
     std::optional<LongPoll> handle(const WebRequest& request, Respond respond) override;
     WebReply refuse(int status, const char* why) override;
+
+    // Finishes the logins and the ends of backups that have begun. The HTTP server has been
+    // stopped.
+    void stop();
 
 private:
     struct Endpoint;
     static const Endpoint* find(std::string_view path);
-    WebReply answer(const WebRequest& request);
 
     AccountEndpoints accounts_;
     BackupEndpoints backups_;
     RestoreEndpoints restores_;
     KeyEndpoints keys_;
+    // Their threads call the endpoints.
+    LateWork logins_;
+    LateWork endings_;
 };
 
 }  // namespace dorvo

@@ -1,14 +1,15 @@
 #include "given_up.h"
 
 #include <exception>
-#include <iostream>
 #include <string>
+
+#include "event_log.h"
 
 namespace dorvo {
 
 void freeGivenUp(Catalog& catalog, BlockStore& blocks) {
     const auto complain = [](const std::exception& error) {
-        std::cerr << std::string("cannot free what a backup gave up: ") + error.what() + "\n";
+        logEvent(std::string("cannot free what a backup gave up: ") + error.what());
     };
     try {
         for (const int64_t container : catalog.listGivenUp()) {

@@ -1,5 +1,6 @@
 #include "instance_access.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
 
 #include "json_body.h"
@@ -13,6 +14,21 @@ namespace {
 
 constexpr size_t maxReason = 4096;
 
+std::string reportedPath(std::string_view path) {
+    if (isPath(path)) {
+        return std::string(path);
+    }
+    // Cut before a character, not within one.
+    size_t length = std::min(path.size(), maxPathBytes);
+    while (length < path.size() && length > 0 &&
+           (static_cast<unsigned char>(path[length]) & 0xC0U) == 0x80U) {
+        --length;
+    }
+    std::string usable(path.substr(0, length));
+    std::replace(usable.begin(), usable.end(), '\0', '?');
+    return usable.empty() ? "?" : usable;
+}
+
 }  // namespace
 
 std::string_view idMember(const json::object& body, std::string_view key) {
@@ -21,10 +37,15 @@ std::string_view idMember(const json::object& body, std::string_view key) {
 
 Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name) {
     auto instance = catalog.findInstance(name);
-    if (!instance) {
+    if (!instance || instance->userId != session.userId) {
         throw ServiceError(404, "no such backup");
     }
-    if (instance->userId != session.userId) {
+    return *std::move(instance);
+}
+
+Instance namedInstance(Catalog& catalog, const Session& session, std::string_view name) {
+    auto instance = catalog.findInstance(name);
+    if (!instance || instance->userId != session.userId) {
         throw ServiceError(403, "another user's backup");
     }
     return *std::move(instance);
@@ -44,8 +65,7 @@ std::vector<FailedFile> errorsMember(const json::object& body) {
     std::vector<FailedFile> errors;
     for (const json::value& element : arrayMember(body, "errors")) {
         const json::object& error = objectElement(element, "errors");
-        errors.push_back({std::string(checkPath(textMember(error, "path", maxPathBytes))),
-                          u32Member(error, "code"),
+        errors.push_back({reportedPath(anyTextMember(error, "path")), u32Member(error, "code"),
                           std::string(textMember(error, "reason", maxReason))});
     }
     return errors;

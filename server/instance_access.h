@@ -14,13 +14,18 @@ inline constexpr size_t maxIdBytes = 255;
 // The id under that key: not empty, short and printable. It lives as long as the body.
 std::string_view idMember(const boost::json::object& body, std::string_view key);
 
-// The instance, which must exist (else ServiceError 404) and be the session's user's (else 403).
+// The instance of the session's user. ServiceError 404 where there is none, whether nobody has one
+// of that name or another user has.
 Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name);
+
+// An instance that exists, for a request that would make it else: 403 when it is another user's.
+Instance namedInstance(Catalog& catalog, const Session& session, std::string_view name);
 
 // Throws the 409 that says which state the backup is in.
 [[noreturn]] void refuseState(const Instance& instance);
 
-// The "errors" of a request that reports failed files.
+// The "errors" of a request that reports failed files. A path that no file can have here is made
+// into one: the report is about it, and the others' must not be lost for it.
 std::vector<FailedFile> errorsMember(const boost::json::object& body);
 
 }  // namespace dorvo

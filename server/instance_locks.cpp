@@ -4,11 +4,17 @@
 
 namespace dorvo {
 
-InstanceLocks::Guard::Guard(InstanceLocks& locks, std::string name)
+InstanceLocks::Guard::Guard(InstanceLocks& locks, std::string name, Hold hold)
     : locks_(locks), name_(std::move(name)) {
     std::unique_lock lock(locks_.mutex_);
-    if (!locks_.released_.wait_for(lock, locks_.patience_,
-                                   [this] { return locks_.held_.insert(name_).second; })) {
+    const auto taken = [&] {
+        const auto [holder, mine] = locks_.held_.try_emplace(name_, hold);
+        if (!mine && holder->second == Hold::ending) {
+            throw ServiceError(503, "the backup is being ended");
+        }
+        return mine;
+    };
+    if (!locks_.released_.wait_for(lock, locks_.patience_, taken)) {
         throw ServiceError(503, "another request of this backup is in progress");
     }
 }

@@ -1,24 +1,28 @@
 // One lock for each backup instance in use, so that requests about one backup come one at a time.
 //
 // A client that gave up on an answer may repeat its request while the first is still worked on;
-// whole bodies of different backups must not wait for each other. Locks come and go with their
-// users. Any thread.
+// whole bodies of different backups must not wait for each other. Who comes to a backup that is
+// being ended is sent away at once: its end may take as long as the disk does. Locks come and go
+// with their users. Any thread.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
-#include <set>
 #include <string>
 
 namespace dorvo {
 
 class InstanceLocks {
 public:
-    // Held by one thread until it goes out of scope.
+    enum class Hold { brief, ending };
+
+    // Holds the lock until it goes out of scope, on whatever thread.
     class Guard {
     public:
-        Guard(InstanceLocks& locks, std::string name);
+        // Throws ServiceError 503 when the backup is being ended, or the patience is over.
+        Guard(InstanceLocks& locks, std::string name, Hold hold = Hold::brief);
         ~Guard();
         Guard(const Guard&) = delete;
         Guard& operator=(const Guard&) = delete;
@@ -28,7 +32,7 @@ public:
         std::string name_;
     };
 
-    // Waiting longer than this ends in ServiceError 503.
+    // How long a brief hold is waited for.
     explicit InstanceLocks(std::chrono::milliseconds patience = std::chrono::seconds(30))
         : patience_(patience) {}
 
@@ -36,7 +40,7 @@ private:
     std::chrono::milliseconds patience_;
     std::mutex mutex_;  // guards held_
     std::condition_variable released_;
-    std::set<std::string> held_;
+    std::map<std::string, Hold> held_;
 };
 
 }  // namespace dorvo

@@ -65,19 +65,23 @@ const json::object& objectMember(const json::object& object, std::string_view ke
     return *inner;
 }
 
-std::string_view textMember(const json::object& object, std::string_view key, size_t limit) {
+std::string_view anyTextMember(const json::object& object, std::string_view key) {
     const json::string* text = member(object, key).if_string();
     if (text == nullptr) {
         refuse(key, "a string");
     }
-    if (text->size() > limit) {
+    return {text->data(), text->size()};
+}
+
+std::string_view textMember(const json::object& object, std::string_view key, size_t limit) {
+    const std::string_view text = anyTextMember(object, key);
+    if (text.size() > limit) {
         refuse(key, "at most " + std::to_string(limit) + " bytes long");
     }
-    const std::string_view view(text->data(), text->size());
-    if (view.find('\0') != std::string_view::npos) {
+    if (text.find('\0') != std::string_view::npos) {
         refuse(key, "without NUL");
     }
-    return view;
+    return text;
 }
 
 uint32_t u32Member(const json::object& object, std::string_view key) {
@@ -120,6 +124,11 @@ const json::object& objectElement(const json::value& value, std::string_view wha
         refuse(what, "an array of objects");
     }
     return *object;
+}
+
+bool isPath(std::string_view path) {
+    return !path.empty() && path.size() <= maxPathBytes &&
+           path.find('\0') == std::string_view::npos;
 }
 
 std::string_view checkPath(std::string_view path) {

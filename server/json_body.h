@@ -23,6 +23,9 @@ const boost::json::object& objectMember(const boost::json::object& object, std::
 // Text of at most `limit` bytes without NUL; the result lives as long as the object.
 std::string_view textMember(const boost::json::object& object, std::string_view key, size_t limit);
 
+// Any text.
+std::string_view anyTextMember(const boost::json::object& object, std::string_view key);
+
 uint32_t u32Member(const boost::json::object& object, std::string_view key);
 // A number from 0 to 2^63-1.
 int64_t countMember(const boost::json::object& object, std::string_view key);
@@ -36,6 +39,7 @@ uint64_t joinHalves(uint32_t high, uint32_t low);
 const boost::json::object& objectElement(const boost::json::value& value, std::string_view what);
 
 // A source path: not empty, not too long, without NUL.
+bool isPath(std::string_view path);
 std::string_view checkPath(std::string_view path);
 // Ids are short and printable: they go into logs and answers as they are.
 std::string_view checkId(std::string_view id, std::string_view what);

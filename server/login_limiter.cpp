@@ -4,12 +4,20 @@
 
 namespace dorvo {
 
+bool LoginLimiter::closed(const std::string& user, const std::string& address, int64_t now) {
+    const std::lock_guard lock(mutex_);
+    const auto found = tries_.find({user, address});
+    return found != tries_.end() && found->second.count == maxTries &&
+           now < found->second.since + windowSeconds;
+}
+
 bool LoginLimiter::begin(const std::string& user, const std::string& address, int64_t now) {
     const std::lock_guard lock(mutex_);
     if (tries_.size() >= maxPairs && !tries_.contains({user, address})) {
         makeRoom(now);
     }
-    Tries& tries = tries_[{user, address}];
+    // The clock may have begun less than a window ago.
+    Tries& tries = tries_.try_emplace({user, address}, Tries{now, 0}).first->second;
     if (tries.since + windowSeconds <= now) {
         tries = {now, 0};
     }

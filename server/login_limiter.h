@@ -3,7 +3,7 @@
 // A try counts when it begins, so that many at once are no more than as many one after the other.
 // After ten within fifteen minutes further ones are refused until the first of them is fifteen
 // minutes old; a success forgets them. Kept in memory, for a bounded number of pairs: when
-// it is full, the oldest is forgotten. Any thread.
+// it is full, the oldest is forgotten. Times are of a clock that nobody sets. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +20,8 @@ public:
     static constexpr int64_t windowSeconds = int64_t{15} * 60;
     static constexpr size_t maxPairs = 10000;
 
+    // Whether the next try would be refused.
+    bool closed(const std::string& user, const std::string& address, int64_t now);
     // Counts a try. False: it is refused.
     bool begin(const std::string& user, const std::string& address, int64_t now);
     void succeeded(const std::string& user, const std::string& address);

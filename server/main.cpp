@@ -33,19 +33,25 @@ int addUser(const dorvo::CommandLine& command) {
 
 int serve(const dorvo::CommandLine& command) {
     // Blocked before any thread starts, so that only the wait below takes them.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&signals, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
 
     const dorvo::RequestLog log(command.logFile);
     dorvo::StorageServer server(command.options,
                                 [&log](const std::string& line) { log.write(line); });
     std::cout << "listening on " << server.endpoint() << std::endl;
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
+    int signal = SIGHUP;
+    while (signal == SIGHUP) {
+        sigwait(&signals, &signal);
+        if (signal == SIGHUP) {
+            log.reopen();
+        }
+    }
     server.stop();
     return 0;
 }
@@ -63,7 +69,7 @@ int main(int argc, char** argv) {
     }
     try {
         switch (command.verb) {
-            case dorvo::CommandLine::Verb::help: std::cout << command.text; return 0;
+            case dorvo::CommandLine::Verb::print: std::cout << command.text; return 0;
             case dorvo::CommandLine::Verb::addUser: return addUser(command);
             case dorvo::CommandLine::Verb::serve: return serve(command);
         }

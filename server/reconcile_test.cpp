@@ -52,8 +52,10 @@ protected:
     std::string refusal() {
         server.reset();
         try {
-            server = std::make_unique<StorageServer>(
-                options, [this](const std::string& line) { lines += line + "\n"; });
+            server = std::make_unique<StorageServer>(options, [this](const std::string& line) {
+                // Not that it starts, but what it finds.
+                lines += line.starts_with("service: start: ") ? line + "\n" : "";
+            });
         } catch (const std::exception& error) {
             return error.what();
         }

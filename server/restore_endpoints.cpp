@@ -17,6 +17,8 @@ namespace json = boost::json;
 namespace {
 
 constexpr size_t md5Digits = 32;
+// Of a user. The oldest is forgotten for a new one: restores stand in no list.
+constexpr size_t maxRestores = 1000;
 constexpr size_t maxHistory = size_t{64} * 1024;
 constexpr size_t pageFiles = 1000;
 // Of paths: what ordinary ones never come to in a page, and extraordinary ones soon would.
@@ -67,7 +69,7 @@ json::object RestoreEndpoints::startRestoreJob(const Session& session, const jso
     const std::string_view definition = idMember(body, "jobdefinitionid");
     const Instance backup = completedBackup(catalog_, session, body);
     const std::string name = newRestoreId();
-    catalog_.openRestore(session, name, definition, backup.id);
+    catalog_.openRestore(session, name, definition, backup.id, maxRestores);
     return {{"jobinstanceid", name},
             {"totalfiles", backup.totals.files},
             {"totaldirectories", backup.totals.directories},
@@ -168,11 +170,8 @@ json::object RestoreEndpoints::listFiles(const Session& session, const json::obj
 
 json::object RestoreEndpoints::restoreJobHistory(const Session& session, const json::object& body) {
     const auto restore = catalog_.findRestore(idMember(body, "instanceId"));
-    if (!restore) {
+    if (!restore || restore->userId != session.userId) {
         throw ServiceError(404, "no such restore");
-    }
-    if (restore->userId != session.userId) {
-        throw ServiceError(403, "another user's restore");
     }
     const std::string history = json::serialize(body);
     if (history.size() > maxHistory) {

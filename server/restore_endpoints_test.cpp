@@ -116,7 +116,7 @@ TEST_F(Restores, AskForAFileByFolderAndName) {
         {"C:\\dir", "a\\..\\a", 404},
     };
     EXPECT_EQ(ask(fileInfoPath, file("i1", "C:", "dir"), laptop).status, 200);
-    EXPECT_EQ(ask(fileInfoPath, file("i1", "C:", "dir"), bob).status, 403);
+    EXPECT_EQ(ask(fileInfoPath, file("i1", "C:", "dir"), bob).status, 404);
     for (const auto& [folder, name, status] : rows) {
         const json::object request = file("i1", folder, name);
         EXPECT_EQ(ask(fileInfoPath, request).status, status) << request;
@@ -237,11 +237,11 @@ TEST_F(Restores, LeaveTheirOwnRecordAndTheBackupAsItWas) {
     EXPECT_EQ(history(id, "Completed", alice), 200);
     EXPECT_EQ(addError(id, "b"), 200);
     const std::string before = everything();
-    EXPECT_EQ(history(id, "x", bob), 403);
+    EXPECT_EQ(history(id, "x", bob), 404);
     EXPECT_EQ(history("i1", "x", alice), 404);
     EXPECT_EQ(history(id, std::string(65536, 'x'), alice), 413);
     const json::array errors{json::object{{"path", "c"}, {"code", 5}, {"reason", ""}}};
-    EXPECT_EQ(ask(addErrorsPath, {{"jobinstanceid", id}, {"errors", errors}}, bob).status, 403);
+    EXPECT_EQ(ask(addErrorsPath, {{"jobinstanceid", id}, {"errors", errors}}, bob).status, 404);
     EXPECT_EQ(end(id), 404);
     EXPECT_EQ(everything(), before);
 
@@ -254,6 +254,45 @@ TEST_F(Restores, LeaveTheirOwnRecordAndTheBackupAsItWas) {
     EXPECT_EQ(state(id), "");
     EXPECT_EQ(offer("i2", {{"a"}}), "");
     EXPECT_EQ(offer("i3", {{"a"}}, "r"), "a");  // the restore's job has no backup to build on
+}
+
+TEST_F(Restores, AreBoundedInNumberAndErrors) {
+    offer("i1", {{"a"}});
+    start("i1");
+    put("i1", "a", "a");
+    ASSERT_EQ(end("i1"), 200);
+    const auto open = [&](const std::string& cookie) {
+        return json::value_to<std::string>(
+            ask(startRestorePath, {{"jobdefinitionid", "r"}, {"jobinstanceid", "i1"}}, cookie)
+                .json()
+                .at("jobinstanceid"));
+    };
+    const auto knows = [&](const std::string& id) {
+        return ask(historyPath, {{"instanceId", id}}).status == 200;
+    };
+    const std::string first = open(alice);
+    const std::string second = open(laptop);
+    addError(first, "x");
+    const auto insert = [&](const char* sql) {
+        Database((data / "catalog.db").string()).exec(sql);
+    };
+    insert(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 998)"
+        "INSERT INTO restores(name, machine, definition, instance) SELECT 'r' || i, 1, 'r', 1 FROM "
+        "n");
+    EXPECT_TRUE(knows(first));
+    const std::string last = open(alice);
+    EXPECT_FALSE(knows(first));
+    EXPECT_TRUE(knows(second) && knows(last));
+    EXPECT_EQ(column("SELECT count(*) FROM restore_errors"), "0");
+
+    insert(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 99999)"
+        "INSERT INTO restore_errors SELECT id, CAST(i AS BLOB), 5, '' FROM n, restores"
+        " WHERE id = (SELECT max(id) FROM restores)");
+    EXPECT_EQ(addError(last, "kept"), 200);
+    EXPECT_EQ(addError(last, "not kept"), 200);
+    EXPECT_EQ(column("SELECT count(*) || max(path) FROM restore_errors"), "100000kept");
 }
 
 TEST_F(Restores, OfBytesThatAreGoneSaySo) {

@@ -140,6 +140,12 @@ std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, in
     return session;
 }
 
+int64_t SqliteCatalog::lastUse() {
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->lastUse.query();
+    return rows.next() ? rows.integer(0) : 0;
+}
+
 void SqliteCatalog::removeSession(std::string_view tokenHash) {
     const std::lock_guard lock(mutex_);
     statements_->removeSession.run(Blob{tokenHash});

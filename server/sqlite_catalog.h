@@ -10,8 +10,12 @@
 // remembers. The database keeps the identity of the machine's boot that wrote to it; when it is
 // opened for service under another one without having been closed in order, such backups are
 // marked damaged.
+//
+// There is one connection and one lock. What concerns all files of a backup is done in pieces, each
+// a transaction of its own, and other calls get the lock between them.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -43,6 +47,8 @@ public:
                       int64_t generation = 0);
     // Ends service in order. Durable. The caller has made the package bytes durable before.
     void endService();
+    // Goes on with cancelling where the last process died at it.
+    void finishCancelling();
 
     // Which containers are some instance's, and how much of each has been given away.
     struct Container {
@@ -56,7 +62,7 @@ public:
     // New containers get higher numbers than this one.
     void skipNumbers(int64_t container);
     // Cancels all instances that are under way and have bytes; these are not given up but
-    // forgotten. The instances' names.
+    // forgotten. Their files go with finishCancelling(). The instances' names.
     std::vector<std::string> abandonOpen();
 
     bool addUser(std::string_view name, std::string_view passwordHash) override;
@@ -69,6 +75,7 @@ public:
                     int64_t now, int64_t lifetime) override;
     std::optional<Session> findSession(std::string_view tokenHash, int64_t now,
                                        int64_t lifetime) override;
+    int64_t lastUse() override;
     void removeSession(std::string_view tokenHash) override;
 
     std::optional<Instance> findInstance(std::string_view name) override;
@@ -92,23 +99,45 @@ public:
     void forgetGivenUp(int64_t container) override;
 
     void addErrors(int64_t instance, const std::vector<FailedFile>& errors) override;
+    int64_t countErrors(int64_t instance) override;
     std::optional<FailedFile> findError(int64_t instance, std::string_view path) override;
 
     void completeInstance(int64_t instance, std::string_view endTime) override;
     void cancelInstance(int64_t instance) override;
     std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
-                                               std::string_view definition) override;
+                                               std::string_view definition, int64_t after,
+                                               size_t limit) override;
 
     FilePage listFiles(int64_t instance, std::string_view from, std::string_view until,
                        size_t limit, size_t bytes) override;
     void openRestore(const Session& session, std::string_view name, std::string_view definition,
-                     int64_t instance) override;
+                     int64_t instance, size_t kept) override;
     std::optional<Restore> findRestore(std::string_view name) override;
-    void addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors) override;
+    void addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors,
+                          size_t kept) override;
     void putHistory(int64_t restore, std::string_view history) override;
 
 private:
     struct Statements;
+
+    // A stretch of a backup's files: those with after < path <= last.
+    struct Stretch {
+        std::string after;
+        std::string last;
+    };
+
+    // Takes the lock for each step, and leaves it to others for as long between two steps. A step
+    // says whether another one follows.
+    void inPieces(const std::function<bool()>& step);
+    // Calls the step, which says whether to go on, for one stretch after the other. Nobody else
+    // changes which files there are meanwhile.
+    void eachStretch(int64_t instance, const std::function<bool(const Stretch&)>& step);
+    void dropFiles(int64_t instance);
+    void dropRestore(int64_t restore);
+    // Calls `add` for each, in transactions.
+    void eachPiece(const std::vector<FailedFile>& errors,
+                   const std::function<void(const FailedFile&)>& add);
+    bool offerFile(int64_t instance, int64_t base, const OfferedFile& file, bool compress);
 
     // Runs the change in one transaction that a power cut cannot take. The caller holds mutex_.
     template <class Change>

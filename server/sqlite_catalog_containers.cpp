@@ -62,7 +62,6 @@ std::vector<std::string> SqliteCatalog::abandonOpen() {
             }
         }
         for (const int64_t instance : open) {
-            statements_->dropFiles.run(instance);
             statements_->dropContainers.run(instance);
             statements_->cancelInstance.run(instance);
         }

@@ -1,8 +1,8 @@
-// Backups in the catalog: instances, their files and errors.
+// Backups in the catalog: instances, their files and errors, one at a time. What concerns all files
+// of a backup is in sqlite_catalog_pieces.cpp.
 #include <stdexcept>
 
 #include "sqlite_catalog.h"
-#include "sqlite_durably.h"
 #include "sqlite_statements.h"
 
 namespace dorvo {
@@ -54,37 +54,6 @@ void SqliteCatalog::startInstance(int64_t instance, std::string_view startTime,
     const std::lock_guard lock(mutex_);
     statements_->startInstance.run(instance, startTime, totals.files, totals.directories,
                                    totals.size);
-}
-
-std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
-                                            bool compress, bool first) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    int64_t base = 0;
-    {
-        auto rows = statements_->findBase.query(instance);
-        base = rows.next() ? rows.integer(0) : 0;
-    }
-    if (first) {
-        statements_->dropFiles.run(instance);
-        giveUpContainers(instance);
-    }
-    statements_->setCompress.run(instance, int64_t{compress});
-    std::vector<bool> send;
-    send.reserve(files.size());
-    for (const OfferedFile& file : files) {
-        bool carried = false;
-        if (base != 0) {
-            statements_->carryOver.run(instance, base, Blob{file.path}, file.mtime);
-            carried = database_.changes() == 1;
-        }
-        if (!carried) {
-            statements_->await.run(instance, Blob{file.path}, file.mtime, int64_t{compress});
-        }
-        send.push_back(!carried);
-    }
-    transaction.commit();
-    return send;
 }
 
 std::optional<StoredFile> SqliteCatalog::findFile(int64_t instance, std::string_view path) {
@@ -147,29 +116,9 @@ void SqliteCatalog::setBlocks(int64_t instance, std::string_view path, int64_t b
     statements_->setBlocks.run(instance, Blob{path}, blocks);
 }
 
-std::vector<std::string> SqliteCatalog::listIncomplete(int64_t instance, size_t limit,
-                                                       size_t bytes) {
-    const std::lock_guard lock(mutex_);
-    auto rows = statements_->listIncomplete.query(instance, static_cast<int64_t>(limit));
-    std::vector<std::string> paths;
-    for (size_t listed = 0; listed < bytes && rows.next(); listed += paths.back().size()) {
-        paths.emplace_back(rows.text(0));
-    }
-    return paths;
-}
-
 void SqliteCatalog::damageInstance(int64_t instance) {
     const std::lock_guard lock(mutex_);
     statements_->damageInstance.run(instance);
-}
-
-std::vector<PackedContainer> SqliteCatalog::listPacked(int64_t instance) {
-    const std::lock_guard lock(mutex_);
-    std::vector<PackedContainer> list;
-    for (auto rows = statements_->listPacked.query(instance); rows.next();) {
-        list.push_back({rows.integer(0), rows.integer(1)});
-    }
-    return list;
 }
 
 void SqliteCatalog::giveUpContainers(int64_t instance) {
@@ -191,15 +140,6 @@ void SqliteCatalog::forgetGivenUp(int64_t container) {
     statements_->forgetGivenUp.run(container);
 }
 
-void SqliteCatalog::addErrors(int64_t instance, const std::vector<FailedFile>& errors) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    for (const FailedFile& error : errors) {
-        statements_->addError.run(instance, Blob{error.path}, error.code, error.reason);
-    }
-    transaction.commit();
-}
-
 std::optional<FailedFile> SqliteCatalog::findError(int64_t instance, std::string_view path) {
     const std::lock_guard lock(mutex_);
     auto rows = statements_->findError.query(instance, Blob{path});
@@ -209,30 +149,16 @@ std::optional<FailedFile> SqliteCatalog::findError(int64_t instance, std::string
     return FailedFile{std::string(path), rows.integer(0), std::string(rows.text(1))};
 }
 
-void SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime) {
-    const std::lock_guard lock(mutex_);
-    durably([&] {
-        statements_->dropIncomplete.run(instance);
-        statements_->completeInstance.run(instance, endTime);
-    });
-}
-
-void SqliteCatalog::cancelInstance(int64_t instance) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    statements_->dropFiles.run(instance);
-    giveUpContainers(instance);
-    statements_->cancelInstance.run(instance);
-    transaction.commit();
-}
-
 std::vector<InstanceSummary> SqliteCatalog::listInstances(int64_t user, std::string_view machine,
-                                                          std::string_view definition) {
+                                                          std::string_view definition,
+                                                          int64_t after, size_t limit) {
     const std::lock_guard lock(mutex_);
     std::vector<InstanceSummary> list;
-    auto rows = statements_->listInstances.query(user, machine, definition);
+    auto rows = statements_->listInstances.query(user, machine, definition, after,
+                                                 static_cast<int64_t>(limit));
     while (rows.next()) {
-        list.push_back({std::string(rows.text(0)),
+        list.push_back({rows.integer(10),
+                        std::string(rows.text(0)),
                         std::string(rows.text(1)),
                         std::string(rows.text(2)),
                         std::string(rows.text(3)),
@@ -242,6 +168,12 @@ std::vector<InstanceSummary> SqliteCatalog::listInstances(int64_t user, std::str
                         rows.integer(9)});
     }
     return list;
+}
+
+int64_t SqliteCatalog::countErrors(int64_t instance) {
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->countErrors.query(instance);
+    return rows.next() ? rows.integer(0) : 0;
 }
 
 }  // namespace dorvo

@@ -25,24 +25,37 @@ FilePage SqliteCatalog::listFiles(int64_t instance, std::string_view from, std::
 }
 
 void SqliteCatalog::openRestore(const Session& session, std::string_view name,
-                                std::string_view definition, int64_t instance) {
-    const std::lock_guard lock(mutex_);
-    statements_->openRestore.run(name, session.machineId, definition, instance);
+                                std::string_view definition, int64_t instance, size_t kept) {
+    std::vector<int64_t> old;
+    {
+        const std::lock_guard lock(mutex_);
+        statements_->openRestore.run(name, session.machineId, definition, instance);
+        auto rows = statements_->listOldRestores.query(session.userId, static_cast<int64_t>(kept));
+        while (rows.next()) {
+            old.push_back(rows.integer(0));
+        }
+    }
+    for (const int64_t restore : old) {
+        dropRestore(restore);
+    }
+}
+
+// The restore itself last: what a death in between leaves is dropped by the next.
+void SqliteCatalog::dropRestore(int64_t restore) {
+    inPieces([&] {
+        statements_->dropRestoreErrors.run(restore);
+        if (database_.changes() != 0) {
+            return true;
+        }
+        statements_->dropRestore.run(restore);
+        return false;
+    });
 }
 
 std::optional<Restore> SqliteCatalog::findRestore(std::string_view name) {
     const std::lock_guard lock(mutex_);
     auto rows = statements_->findRestore.query(name);
     return rows.next() ? std::optional(Restore{rows.integer(0), rows.integer(1)}) : std::nullopt;
-}
-
-void SqliteCatalog::addRestoreErrors(int64_t restore, const std::vector<FailedFile>& errors) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    for (const FailedFile& error : errors) {
-        statements_->addRestoreError.run(restore, Blob{error.path}, error.code, error.reason);
-    }
-    transaction.commit();
 }
 
 void SqliteCatalog::putHistory(int64_t restore, std::string_view history) {

@@ -48,6 +48,7 @@ struct SqliteCatalog::Statements {
                           " JOIN machines m ON m.id = s.machine JOIN users u ON u.id = m.user"
                           " WHERE s.token = ?1"};
     Statement useSession{db, "UPDATE sessions SET used = ?2 WHERE token = ?1"};
+    Statement lastUse{db, "SELECT coalesce(max(used), 0) FROM sessions"};
     Statement removeSession{db, "DELETE FROM sessions WHERE token = ?1"};
 
     Statement findInstanceByName{db, selectInstance + "WHERE i.name = ?1"};
@@ -81,17 +82,26 @@ struct SqliteCatalog::Statements {
     Statement addContainer{db, "INSERT INTO containers(instance, given) VALUES(?1, ?2)"};
     Statement setGiven{db, "UPDATE containers SET given = ?2 WHERE id = ?1"};
     Statement setBlocks{db, "UPDATE files SET blocks = ?3 WHERE instance = ?1 AND path = ?2"};
+    // The next four: of a stretch.
     Statement listIncomplete{
         db,
-        "SELECT path FROM files f WHERE instance = ?1"
+        "SELECT path FROM files f WHERE instance = ?1 AND path > ?2 AND path <= ?3"
         " AND NOT EXISTS"
         " (SELECT 1 FROM errors e WHERE e.instance = ?1 AND e.path = f.path) AND " +
-            incomplete + " LIMIT ?2"};
+            incomplete + " LIMIT ?4"};
     Statement listPacked{
         db,
-        "SELECT container, max(offset + size) FROM files WHERE instance = ?1 AND size > 0"
+        "SELECT container, max(offset + size) FROM files WHERE instance = ?1 AND path > ?2"
+        " AND path <= ?3 AND size > 0"
         " AND container IN (SELECT id FROM containers WHERE instance = ?1) AND NOT " +
             incomplete + " GROUP BY container"};
+    Statement dropIncomplete{
+        db, "DELETE FROM files WHERE instance = ?1 AND path > ?2 AND path <= ?3 AND " + incomplete};
+    Statement dropFiles{db, "DELETE FROM files WHERE instance = ?1 AND path > ?2 AND path <= ?3"};
+    // The path of the file that is so many behind that path.
+    Statement skipFiles{db,
+                        "SELECT path FROM files WHERE instance = ?1 AND path > ?2 ORDER BY path"
+                        " LIMIT 1 OFFSET ?3"};
 
     // The row of the one table goes as that of the other comes: a container that both have, or
     // neither, is on no record as given up.
@@ -106,23 +116,27 @@ struct SqliteCatalog::Statements {
     Statement damageInstance{db, "UPDATE instances SET damaged = 1 WHERE id = ?1"};
 
     Statement addError{db, "INSERT OR REPLACE INTO errors VALUES(?1, ?2, ?3, ?4)"};
+    Statement countErrors{db, "SELECT count(*) FROM errors WHERE instance = ?1"};
     Statement findError{db, "SELECT code, reason FROM errors WHERE instance = ?1 AND path = ?2"};
 
-    Statement dropIncomplete{db, "DELETE FROM files WHERE instance = ?1 AND " + incomplete};
     Statement completeInstance{
         db,
         "UPDATE instances AS i SET state = 2, endtime = ?2, completion = 1 + (SELECT"
         " max(completion) FROM instances j WHERE j.machine = i.machine"
         " AND j.definition = i.definition) WHERE id = ?1"};
-    Statement dropFiles{db, "DELETE FROM files WHERE instance = ?1"};
     Statement cancelInstance{db, "UPDATE instances SET state = 3 WHERE id = ?1"};
+    Statement listHalfCancelled{db,
+                                "SELECT id FROM instances i WHERE state = 3 AND EXISTS"
+                                " (SELECT 1 FROM files f WHERE f.instance = i.id)"};
     Statement listInstances{
         db,
         "SELECT m.name, i.definition, i.name, i.starttime, i.endtime, i.state, i.totalfiles,"
         " i.totaldirectories, i.totalsize,"
-        " (SELECT count(*) FROM errors e WHERE e.instance = i.id)"
-        " FROM instances i JOIN machines m ON m.id = i.machine WHERE m.user = ?1"
-        " AND (?2 = '' OR m.name = ?2) AND (?3 = '' OR i.definition = ?3) ORDER BY i.id"};
+        " (SELECT count(*) FROM errors e WHERE e.instance = i.id), i.id"
+        " FROM instances i JOIN machines m ON m.id = i.machine WHERE i.id IN"
+        " (SELECT j.id FROM instances j JOIN machines n ON n.id = j.machine WHERE n.user = ?1"
+        " AND (?2 = '' OR n.name = ?2) AND (?3 = '' OR j.definition = ?3) AND j.id > ?4"
+        " ORDER BY j.id LIMIT ?5) ORDER BY i.id"};
 
     Statement listFiles{db,
                         "SELECT path, kind, attributes FROM files WHERE instance = ?1"
@@ -132,6 +146,14 @@ struct SqliteCatalog::Statements {
     Statement findRestore{db,
                           "SELECT r.id, m.user FROM restores r JOIN machines m ON m.id = r.machine"
                           " WHERE r.name = ?1"};
+    Statement listOldRestores{db,
+                              "SELECT r.id FROM restores r JOIN machines m ON m.id = r.machine"
+                              " WHERE m.user = ?1 ORDER BY r.id DESC LIMIT -1 OFFSET ?2"};
+    Statement dropRestore{db, "DELETE FROM restores WHERE id = ?1"};
+    Statement dropRestoreErrors{db,
+                                "DELETE FROM restore_errors WHERE restore = ?1 AND path IN"
+                                " (SELECT path FROM restore_errors WHERE restore = ?1 LIMIT 1000)"};
+    Statement countRestoreErrors{db, "SELECT count(*) FROM restore_errors WHERE restore = ?1"};
     Statement addRestoreError{db, "INSERT OR REPLACE INTO restore_errors VALUES(?1, ?2, ?3, ?4)"};
     Statement putHistory{db, "UPDATE restores SET history = ?2 WHERE id = ?1"};
 };

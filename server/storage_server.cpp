@@ -12,8 +12,10 @@
 #include <thread>
 
 #include "descriptor_limit.h"
+#include "listen_address.h"
 #include "password_hash.h"
 #include "reconcile.h"
+#include "version.h"
 
 namespace dorvo {
 
@@ -95,15 +97,29 @@ std::string prepareDataFolder(const fs::path& data) {
 StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     : data_(options.data),
       lock_(lockData(data_)),
+      events_(log),
       blocks_(data_ / "packages", options.containerBytes),
-      log_(std::move(log)),
       catalog_(soundCatalog(data_, blocks_)),
       dispatcher_(catalog_, blocks_, options.sessionLifetime) {
-    reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, log_);
+    reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, logEvent);
+    catalog_.finishCancelling();
     // A copy that was put back may not be on the disk yet, and all promises stand on it.
     syncFileSystems();
-    http_ = std::make_unique<HttpServer>(dispatcher_, options.address, options.port,
-                                         fitted(options.limits, log_), threadCounts(), log_);
+    listen(options, std::move(log));
+    logEvent("started, version " + std::string(serverVersion) + ", on " + endpoint() + ", data " +
+             data_.string());
+}
+
+void StorageServer::listen(const ServerOptions& options, HttpServer::Log log) {
+    const std::string address = listenAddress(options.address);
+    try {
+        http_ = std::make_unique<HttpServer>(dispatcher_, address, options.port,
+                                             fitted(options.limits, logEvent), threadCounts(),
+                                             std::move(log));
+    } catch (const std::exception& error) {
+        throw std::runtime_error("cannot serve at " + address + ", port " +
+                                 std::to_string(options.port) + ": " + error.what());
+    }
 }
 
 // The packages may lie on a disk of their own; one that is away was synced as it went.
@@ -128,9 +144,12 @@ void StorageServer::stop() {
         return;
     }
     stopped_ = true;
+    logEvent("stopping");
     http_->stop();
+    dispatcher_.stop();
     syncFileSystems();
-    endService(catalog_, blocks_, log_);
+    endService(catalog_, blocks_, logEvent);
+    logEvent("stopped");
 }
 
 void addUser(const fs::path& data, const std::string& name, const std::string& password) {

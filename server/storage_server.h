@@ -11,6 +11,7 @@
 #include <string>
 
 #include "dispatcher.h"
+#include "event_log.h"
 #include "file_block_store.h"
 #include "file_descriptor.h"
 #include "httpd/http_server.h"
@@ -49,11 +50,12 @@ public:
 
 private:
     void syncFileSystems() const;
+    void listen(const ServerOptions& options, HttpServer::Log log);
 
     std::filesystem::path data_;
     FileDescriptor lock_;
+    EventLog events_;
     FileBlockStore blocks_;
-    HttpServer::Log log_;
     SqliteCatalog catalog_;
     Dispatcher dispatcher_;
     std::unique_ptr<HttpServer> http_;

@@ -5,7 +5,9 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 
+#include "httpd/forwarded_client.h"
 #include "httpd/http_reply.h"
+#include "httpd/http_text.h"
 
 namespace dorvo {
 
@@ -32,11 +34,7 @@ HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& share
     beast::error_code error;
     const auto endpoint = stream_.socket().remote_endpoint(error);
     if (!error) {
-        // Whoever comes over IPv4 has one name, also where the server listens for both.
-        const auto address = endpoint.address();
-        peer_ = address.is_v6() && address.to_v6().is_v4_mapped()
-                    ? asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string()
-                    : address.to_string();
+        peer_ = plainAddress(endpoint.address());
     }
     stream_.socket().set_option(asio::ip::tcp::no_delay(true), error);
 }
@@ -62,7 +60,7 @@ void HttpConnection::turnAway() {
 void HttpConnection::finish() {
     asio::post(stream_.get_executor(), guarded([this] {
                    finishing_ = true;
-                   if (idle_ || poll_) {
+                   if (idle_ || (poll_ && !poll_->work)) {
                        close();
                    }
                }));
@@ -74,7 +72,7 @@ void HttpConnection::abort() {
 
 void HttpConnection::failed(const char* why) noexcept {
     try {
-        shared_.log(peer_ + " " + method_ + " " + target_ + " failed: " + why);
+        shared_.log(client_ + " " + method_ + " " + target_ + " failed: " + why);
     } catch (const std::exception&) {
         // Memory is short, most likely: the connection ends without a word.
     }
@@ -130,6 +128,7 @@ void HttpConnection::beginRequest() {
     body_ = HttpBody();
     bodyBytes_ = 0;
     timedBytes_ = 0;
+    client_ = peer_;
     target_ = "-";
     method_ = "-";
     minor_ = 1;
@@ -181,7 +180,8 @@ void HttpConnection::onHead(const HttpHead& head) {
     request_.cookie = head.field("Cookie");
     request_.contentType = head.field("Content-Type");
     request_.fromPage = head.find("Origin") != nullptr || head.find("Sec-Fetch-Site") != nullptr;
-    request_.peer = peer_;
+    findClient(head);
+    request_.peer = client_;
     request_.mark = mark_;
     request_.known = known_ && !request_.cookie.empty() && request_.cookie == knownCookie_;
     cookie_ = request_.cookie;
@@ -191,6 +191,23 @@ void HttpConnection::onHead(const HttpHead& head) {
     if (!head.chunked && head.length > admission_.bodyLimit && !refusal_) {
         refusal_ = shared_.service.refuse(413, "the request's body is too large");
     }
+}
+
+void HttpConnection::findClient(const HttpHead& head) {
+    if (shared_.limits.trustedProxies.empty()) {
+        return;
+    }
+    const auto joined = [&head](std::string_view name) {
+        std::string values;
+        for (const HttpField& field : head.fields) {
+            if (equalNoCase(field.name, name)) {
+                values.append(values.empty() ? "" : ",").append(field.value);
+            }
+        }
+        return values;
+    };
+    client_ = forwardedClient(peer_, shared_.limits.trustedProxies, joined("Forwarded"),
+                              joined("X-Forwarded-For"));
 }
 
 void HttpConnection::setKnown(bool known) {

@@ -104,6 +104,7 @@ private:
     void beginRequest();
     void readHead();
     void onHead(const HttpHead& head);
+    void findClient(const HttpHead& head);
     void judgeLargeBody();
     void takeBody();
     void readBody();
@@ -166,6 +167,7 @@ private:
     int64_t mark_ = -1;
     size_t lingered_ = 0;
     std::string peer_ = "-";
+    std::string client_ = "-";  // who asks, by the request's head
     bool idle_ = true;
     bool known_ = false;
     std::string knownCookie_;  // which made it known

@@ -62,6 +62,9 @@ void HttpConnection::onPoll(uint64_t turn, const LongPoll& poll) {
         return;
     }
     poll_ = poll;
+    if (poll.work) {
+        return;
+    }
     if (finishing_) {
         close();
         return;
@@ -219,7 +222,7 @@ void HttpConnection::logRequest(const WebReply& reply) const {
     static_cast<void>(std::snprintf(numbers.data(), numbers.size(), "%d %llu %.1f", reply.status,
                                     static_cast<unsigned long long>(bodyBytes_),
                                     std::chrono::duration<double, std::milli>(took).count()));
-    shared_.log(peer_ + " " + method_ + " " + target_ + " " + numbers.data() + " " +
+    shared_.log(client_ + " " + method_ + " " + target_ + " " + numbers.data() + " " +
                 (reply.user.empty() ? "-" : reply.user));
 }
 

@@ -29,6 +29,9 @@ struct HttpLimits {
     std::chrono::milliseconds head{20'000};   // from a request's first byte to its head's last
     std::chrono::milliseconds stall{30'000};  // for 32 KiB of a body, any of an answer
     std::chrono::milliseconds stopPatience{10'000};  // for requests in progress at stop()
+    // Plain addresses of those whose word counts for where a request comes from, see
+    // forwarded_client.h.
+    std::vector<std::string> trustedProxies;
 };
 
 }  // namespace dorvo

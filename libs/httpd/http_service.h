@@ -29,6 +29,9 @@ struct LongPoll {
     std::function<void()> withdraw;
     std::optional<std::chrono::milliseconds> patience;  // none: as long as the client waits
     WebReply late;                                      // the answer when the patience is over
+    // Worked on, not waited for: as with a call that runs, nobody notices a client that goes, and a
+    // stop lets it finish.
+    bool work = false;
 };
 
 class HttpService {

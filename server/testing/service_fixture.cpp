@@ -100,7 +100,7 @@ void ServiceFixture::restart(const std::string& boot) {
 
 Answer ServiceFixture::postAs(const std::string& cookie, std::string_view path,
                               std::string_view body, std::string_view contentType) const {
-    return Client(server->port()).post(path, body, cookie, contentType);
+    return Client(port()).post(path, body, cookie, contentType);
 }
 
 std::string ServiceFixture::offer(const std::string& instance, const std::vector<Offer>& files,

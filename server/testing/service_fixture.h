@@ -52,6 +52,8 @@ protected:
     // Stops the server and starts one on the same data; an empty boot means the same boot.
     void restart(const std::string& boot = {});
 
+    // Where requests go.
+    [[nodiscard]] virtual uint16_t port() const { return server->port(); }
     // Each on a connection of its own, as the user whose cookie it is.
     Answer post(std::string_view path, std::string_view body) { return postAs(alice, path, body); }
     Answer postAs(const std::string& cookie, std::string_view path, std::string_view body,

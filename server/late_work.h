@@ -1,0 +1,66 @@
+// Threads for what takes long: the ends of backups, which wait for the disk, and passwords, which
+// cost a hash on purpose.
+//
+// A request that leads to it holds no worker meanwhile, so however many wait, all others are
+// served. Those that wait take turns, see FairQueue. Any thread.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fair_queue.h"
+#include "httpd/http_service.h"
+
+namespace dorvo {
+
+class LateWork {
+public:
+    struct Options {
+        size_t threads = 1;
+        size_t waiting = 64;  // beyond those that are worked on
+        int nice = 0;         // how much less of the processors they get than others
+        WebReply full;        // the answer to those for whom there is no room
+    };
+    using Work = std::function<WebReply()>;
+
+    explicit LateWork(Options options);
+    // stop()
+    ~LateWork();
+    LateWork(const LateWork&) = delete;
+    LateWork& operator=(const LateWork&) = delete;
+
+    // Answers with what the work gives, in its turn among all of that address and of that user. The
+    // work, and what it holds, is gone by then: the client's next request must not meet it. It
+    // throws nothing. None: it has been answered already.
+    std::optional<LongPoll> run(const std::string& address, const std::string& user, Work work,
+                                HttpService::Respond respond);
+
+    // Finishes what has begun, drops what has not, and joins. The HTTP server has been stopped.
+    // Idempotent.
+    void stop();
+
+private:
+    struct Task {
+        Work work;
+        HttpService::Respond respond;  // empty: nobody waits for the answer any more
+    };
+
+    void serve();
+    // With the lock held, so that no answer comes after a withdrawal.
+    static void answer(Task& task, WebReply reply);
+
+    const Options options_;
+    std::mutex mutex_;  // guards what follows, and the tasks' respond
+    std::condition_variable changed_;
+    FairQueue<std::shared_ptr<Task>> waiting_;
+    bool stop_ = false;
+    std::vector<std::thread> threads_;
+};
+
+}  // namespace dorvo
