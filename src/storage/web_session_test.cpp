@@ -190,7 +190,13 @@ TEST_F(WebSessionTest, WhatAnotherServerHasGivenStaysThere) {
     Web_Session session("alice");
     EXPECT_EQ(run(session), 401);
     EXPECT_EQ(run("C1"), 401) << "and its password is none";
-    EXPECT_EQ(seen_, " body; C1 body; ");
+    // Nor where the other server is the one that is set, and was when the session began.
+    singleton<OptionsImpl>().setServerInfo("s", "another.example", 80);
+    Web_Session early("alice");
+    EXPECT_EQ(early.cookie(), "A1");
+    EXPECT_EQ(run(early), 401);
+    EXPECT_EQ(run("C1"), 401);
+    EXPECT_EQ(seen_, " body; C1 body;  body; C1 body; ");
     EXPECT_TRUE(singleton<CookieManagerImpl>().isCookieValid("A1"));
 }
 
