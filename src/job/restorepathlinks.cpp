@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-#include "base/handle.h"
 #include "base/paths.h"
+#include "base/reparse_point.h"
 
 namespace dorvo {
 namespace {
@@ -11,21 +11,6 @@ namespace {
 bool sameWindowsName(std::wstring_view a, std::wstring_view b) {
     return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(),
                                 static_cast<int>(b.size()), TRUE) == CSTR_EQUAL;
-}
-
-// Files that a cloud provider keeps are reparse points too, and at home where they are. A tag that
-// the system does not tell is taken for a link's.
-bool leadsElsewhere(const RestoreFolder& folder) {
-    return (folder.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && !folder.mountedVolume &&
-           (folder.reparseTag == 0 || IsReparseTagNameSurrogate(folder.reparseTag));
-}
-
-// A junction has the same tag, and names a folder.
-bool isMountedVolume(const std::wstring& path) {
-    constexpr DWORD longestName = 50;  // "\\\\?\\Volume{...}\\"
-    wchar_t name[longestName + 1] = {};
-    return GetVolumeNameForVolumeMountPointW((longPath(path) + L"\\").c_str(), name, longestName) !=
-           0;
 }
 
 }  // namespace
@@ -37,11 +22,9 @@ RestoreFolder lookAtFolder(const std::wstring& path) {
     }
     RestoreFolder folder{.attributes = attributes};
     if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-        WIN32_FIND_DATAW entry{};
-        const FindHandle find(FindFirstFileW(longPath(path).c_str(), &entry));
-        folder.reparseTag = find ? entry.dwReserved0 : 0;
+        folder.reparseTag = reparseTag(path).value_or(0);
         folder.mountedVolume =
-            folder.reparseTag == IO_REPARSE_TAG_MOUNT_POINT && isMountedVolume(path);
+            folder.reparseTag == IO_REPARSE_TAG_MOUNT_POINT && isVolumeMountedAt(path);
     }
     return folder;
 }
@@ -64,7 +47,8 @@ RestorePathFault findRestoreLink(std::wstring_view target, std::wstring_view roo
         if (folder.error != ERROR_SUCCESS) {
             return RestorePathFault::unknownParent;
         }
-        if (leadsElsewhere(folder)) {
+        if ((folder.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && !folder.mountedVolume &&
+            leadsElsewhere(folder.reparseTag)) {
             return RestorePathFault::link;
         }
     }
