@@ -94,7 +94,7 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
             files.push_back(offered);
         }
     }
-    const InstanceLocks::Guard guard(locks_, name);
+    const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = openOrFind(session, name, definition, compress);
     requireOpen(instance);
     const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
@@ -120,7 +120,7 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
                                 countMember(body, "totaldirectories"),
                                 countMember(body, "totalsize")};
     const std::string_view startTime = textMember(body, "starttime", maxTime);
-    const InstanceLocks::Guard guard(locks_, name);
+    const InstanceLocks::Guard guard(locks_, session.userId, name);
     // A backup without any file asked for no increment check and is new here.
     const Instance instance = openOrFind(session, name, definition, false);
     requireNotCancelled(instance);
@@ -138,7 +138,7 @@ json::object BackupEndpoints::addErrorFiles(const Session& session, const json::
         catalog_.addRestoreErrors(restore->id, errors, maxRestoreErrors);
         return {};
     }
-    const InstanceLocks::Guard guard(locks_, name);
+    const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = ownInstance(catalog_, session, name);
     requireNotCancelled(instance);
     if (instance.state == InstanceState::completed) {
@@ -161,8 +161,8 @@ json::object BackupEndpoints::addErrorFiles(const Session& session, const json::
 BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json::object& body) {
     const std::string name(idMember(body, "jobinstanceid"));
     const std::string endTime(textMember(body, "endtime", maxTime));
-    const auto guard =
-        std::make_shared<InstanceLocks::Guard>(locks_, name, InstanceLocks::Hold::ending);
+    const auto guard = std::make_shared<InstanceLocks::Guard>(locks_, session.userId, name,
+                                                              InstanceLocks::Hold::ending);
     const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state == InstanceState::completed) {
         return {};
@@ -196,8 +196,8 @@ void BackupEndpoints::complete(const Instance& instance, std::string_view endTim
 
 BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const json::object& body) {
     const std::string name(idMember(body, "id"));
-    const auto guard =
-        std::make_shared<InstanceLocks::Guard>(locks_, name, InstanceLocks::Hold::ending);
+    const auto guard = std::make_shared<InstanceLocks::Guard>(locks_, session.userId, name,
+                                                              InstanceLocks::Hold::ending);
     const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state == InstanceState::completed) {
         refuseState(instance);

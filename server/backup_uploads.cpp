@@ -81,7 +81,7 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     const std::string name(idMember(body, "jobinstanceid"));
     const std::string_view path = checkPath(textMember(body, "sourcename", maxPathBytes));
     StoredFile file = readFile(body);
-    const InstanceLocks::Guard guard(locks_, name);
+    const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state != InstanceState::running) {
         refuseState(instance);
@@ -126,7 +126,7 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
     if (md5Text(block.content) != formPart(parts, "md5").content) {
         throw ServiceError(400, "the block's MD5 is wrong");
     }
-    const InstanceLocks::Guard guard(locks_, name);
+    const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = ownInstance(catalog_, session, name);
     if (instance.state != InstanceState::running) {
         refuseState(instance);

@@ -247,11 +247,12 @@ TEST(InstanceLocks, SendAwayAtOnceWhoComesToAnEnding) {
     InstanceLocks locks(std::chrono::hours(1));
     using Hold = InstanceLocks::Hold;
     for (const Hold hold : {Hold::brief, Hold::ending}) {
-        const InstanceLocks::Guard ending(locks, "i", Hold::ending);
-        EXPECT_THROW(InstanceLocks::Guard(locks, "i", hold), ServiceError);
-        const InstanceLocks::Guard other(locks, "j", hold);
+        const InstanceLocks::Guard ending(locks, 1, "i", Hold::ending);
+        EXPECT_THROW(InstanceLocks::Guard(locks, 1, "i", hold), ServiceError);
+        const InstanceLocks::Guard other(locks, 1, "j", hold);
+        const InstanceLocks::Guard stranger(locks, 2, "i", hold);
     }
-    const InstanceLocks::Guard free(locks, "i");
+    const InstanceLocks::Guard free(locks, 1, "i");
 }
 
 }  // namespace

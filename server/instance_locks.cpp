@@ -4,11 +4,11 @@
 
 namespace dorvo {
 
-InstanceLocks::Guard::Guard(InstanceLocks& locks, std::string name, Hold hold)
-    : locks_(locks), name_(std::move(name)) {
+InstanceLocks::Guard::Guard(InstanceLocks& locks, int64_t user, std::string name, Hold hold)
+    : locks_(locks), key_(user, std::move(name)) {
     std::unique_lock lock(locks_.mutex_);
     const auto taken = [&] {
-        const auto [holder, mine] = locks_.held_.try_emplace(name_, hold);
+        const auto [holder, mine] = locks_.held_.try_emplace(key_, hold);
         if (!mine && holder->second == Hold::ending) {
             throw ServiceError(503, "the backup is being ended");
         }
@@ -22,7 +22,7 @@ InstanceLocks::Guard::Guard(InstanceLocks& locks, std::string name, Hold hold)
 InstanceLocks::Guard::~Guard() {
     {
         const std::lock_guard lock(locks_.mutex_);
-        locks_.held_.erase(name_);
+        locks_.held_.erase(key_);
     }
     locks_.released_.notify_all();
 }

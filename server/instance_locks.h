@@ -2,34 +2,38 @@
 //
 // A client that gave up on an answer may repeat its request while the first is still worked on;
 // whole bodies of different backups must not wait for each other. Who comes to a backup that is
-// being ended is sent away at once: its end may take as long as the disk does. Locks come and go
-// with their users. Any thread.
+// being ended is sent away at once: its end may take as long as the disk does. Each user has names
+// of their own, so that nobody can hold up a stranger's backup, or learn that it is there. Locks
+// come and go with their users. Any thread.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace dorvo {
 
 class InstanceLocks {
 public:
     enum class Hold { brief, ending };
+    using Key = std::pair<int64_t, std::string>;  // the user's id, the backup's name
 
     // Holds the lock until it goes out of scope, on whatever thread.
     class Guard {
     public:
         // Throws ServiceError 503 when the backup is being ended, or the patience is over.
-        Guard(InstanceLocks& locks, std::string name, Hold hold = Hold::brief);
+        Guard(InstanceLocks& locks, int64_t user, std::string name, Hold hold = Hold::brief);
         ~Guard();
         Guard(const Guard&) = delete;
         Guard& operator=(const Guard&) = delete;
 
     private:
         InstanceLocks& locks_;
-        std::string name_;
+        Key key_;
     };
 
     // How long a brief hold is waited for.
@@ -40,7 +44,7 @@ private:
     std::chrono::milliseconds patience_;
     std::mutex mutex_;  // guards held_
     std::condition_variable released_;
-    std::map<std::string, Hold> held_;
+    std::map<Key, Hold> held_;
 };
 
 }  // namespace dorvo
