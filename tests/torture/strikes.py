@@ -88,5 +88,5 @@ def cancel_one(world):
     world.gate.rewind()  # somebody may have been about to go on with it
 
 
-STRIKES = {"kill": kill, "stop": stop, "take packages away": take_packages_away}
+STRIKES = {"kill": kill, "stop": stop, "hang up": hang_up, "take packages away": take_packages_away}
 OWN_FILE_SYSTEM = {"cut power": cut_power}
