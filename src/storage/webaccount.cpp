@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <iterator>
 #include <stdexcept>
 
 #include "base/interrupter.h"
@@ -14,6 +15,9 @@
 
 namespace dorvo {
 namespace {
+
+// As many as the service gives at once.
+constexpr int instancesPerPage = 1000;
 
 class Logout_Request : public Request_T<json_spirit::Value> {
 public:
@@ -91,30 +95,48 @@ bool WebAccount::logout(const std::string& server, const std::string& user,
 bool WebAccount::listInstances(const std::string& cookie, const std::string& machine,
                                const std::string& jobDefinitionId,
                                std::vector<WebInstance>& instances) {
-    Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
-        "List Instances");
-    command.request().body(
-        json_spirit::Object{{"machine", machine}, {"jobdefinitionid", jobDefinitionId}});
     Web_Session session(ownerOf(cookie), cookie);
-    if (!aimAtServerOfOptions(session.invoker()) ||
-        !exchange(session, command, "list the runs of machine", machine)) {
+    if (!aimAtServerOfOptions(session.invoker())) {
         return false;
     }
-    if (!readInstances(command.response().body(), instances)) {
-        log(LogLevel::error, "List Instances: the answer is not of its shape.\n");
-        SetLastError(ERROR_INVALID_DATA);
-        return false;
-    }
+    std::vector<WebInstance> all;
+    std::string next;
+    do {
+        const std::string after = next;
+        Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
+            "List Instances");
+        command.request().body(json_spirit::Object{{"machine", machine},
+                                                   {"jobdefinitionid", jobDefinitionId},
+                                                   {"after", after},
+                                                   {"limit", instancesPerPage}});
+        if (!exchange(session, command, "list the runs of machine", machine)) {
+            return false;
+        }
+        std::vector<WebInstance> page;
+        // A page that leads to itself, or holds nothing, would never end.
+        if (!readInstances(command.response().body(), page, next) ||
+            (!next.empty() && (next == after || page.empty()))) {
+            log(LogLevel::error, "List Instances: the answer is not of its shape.\n");
+            SetLastError(ERROR_INVALID_DATA);
+            return false;
+        }
+        all.insert(all.end(), std::make_move_iterator(page.begin()),
+                   std::make_move_iterator(page.end()));
+    } while (!next.empty());
+    instances = std::move(all);
     return true;
 }
 
 bool WebAccount::readInstances(const json_spirit::Value& answer,
-                               std::vector<WebInstance>& instances) {
+                               std::vector<WebInstance>& instances, std::string& next) {
     try {
+        const json_spirit::Object& members = answer.get_obj();
         std::vector<WebInstance> read;
-        for (const json_spirit::Value& entry : answer.get_obj().at("instances").get_array()) {
+        for (const json_spirit::Value& entry : members.at("instances").get_array()) {
             read.push_back(readInstance(entry.get_obj()));
         }
+        const auto more = members.find("next");
+        next = more == members.end() ? std::string() : more->second.get_str();
         instances = std::move(read);
         return true;
     } catch (const std::logic_error&) {  // a member is missing

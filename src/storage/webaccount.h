@@ -48,16 +48,17 @@ public:
     static bool logout(const std::string& server, const std::string& user,
                        const std::string& cookie, const interrupter* stop = nullptr);
 
-    // The runs of one machine (empty: all) and one job (empty: all), as the service orders them. A
-    // refused session is renewed where the stores know its user.
+    // The runs of one machine (empty: all) and one job (empty: all), as the service orders them,
+    // asked for page by page. A refused session is renewed where the stores know its user.
     static bool listInstances(const std::string& cookie, const std::string& machine,
                               const std::string& jobDefinitionId,
                               std::vector<WebInstance>& instances);
 
-    // Reads the list's JSON. False, with `instances` unchanged, when a member is missing or of
-    // another type.
-    static bool readInstances(const json_spirit::Value& answer,
-                              std::vector<WebInstance>& instances);
+    // Reads a page of the list, and behind which run the next one begins: empty at the end, and
+    // from a service that gives all at once. False, with both unchanged, when a member is missing
+    // or of another type.
+    static bool readInstances(const json_spirit::Value& answer, std::vector<WebInstance>& instances,
+                              std::string& next);
 };
 
 }  // namespace dorvo
