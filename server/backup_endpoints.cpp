@@ -5,9 +5,11 @@
 #include <memory>
 #include <utility>
 
+#include "event_log.h"
 #include "given_up.h"
 #include "instance_access.h"
 #include "json_body.h"
+#include "package_check.h"
 #include "service_error.h"
 
 namespace dorvo {
@@ -50,6 +52,7 @@ void requireOpen(const Instance& instance) {
     if (instance.state != InstanceState::pending && instance.state != InstanceState::running) {
         refuseState(instance);
     }
+    requireUndamaged(instance);
 }
 
 void requireNotCancelled(const Instance& instance) {
@@ -124,6 +127,7 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
     // A backup without any file asked for no increment check and is new here.
     const Instance instance = openOrFind(session, name, definition, false);
     requireNotCancelled(instance);
+    requireUndamaged(instance);
     if (instance.state == InstanceState::pending) {
         catalog_.startInstance(instance.id, startTime, totals);
     }
@@ -167,9 +171,7 @@ BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json
     if (instance.state == InstanceState::completed) {
         return {};
     }
-    if (instance.state != InstanceState::running) {
-        refuseState(instance);
-    }
+    requireRunning(instance);
     return [this, guard, instance, endTime] {
         complete(instance, endTime);
         return json::object();
@@ -177,9 +179,8 @@ BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json
 }
 
 void BackupEndpoints::complete(const Instance& instance, std::string_view endTime) {
-    if (instance.damaged) {
-        throw ServiceError(409, "the backup may have lost data at the server");
-    }
+    // Carried-over packages lie where earlier backups have left them.
+    const int64_t items = checkPackages(catalog_, blocks_, instance.id);
     if (auto paths = catalog_.listIncomplete(instance.id, maxNamed, maxNamedBytes);
         !paths.empty()) {
         throw IncompleteBackup(std::move(paths));
@@ -191,7 +192,7 @@ void BackupEndpoints::complete(const Instance& instance, std::string_view endTim
             throw ServiceError(409, "the backup has lost data at the server");
         }
     }
-    catalog_.completeInstance(instance.id, endTime);
+    catalog_.completeInstance(instance.id, endTime, items);
 }
 
 BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const json::object& body) {
@@ -208,6 +209,24 @@ BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const j
         freeGivenUp(catalog_, blocks_);
         return json::object();
     };
+}
+
+void BackupEndpoints::giveUp(const std::string& name, int64_t idle) {
+    const auto found = catalog_.findInstance(name);
+    if (!found) {
+        return;
+    }
+    const InstanceLocks::Guard guard(locks_, found->userId, name, InstanceLocks::Hold::ending);
+    const auto instance = catalog_.findInstance(name);  // as it is now that nobody else is at it
+    if (!instance || instance->idle < idle ||
+        (instance->state != InstanceState::pending && instance->state != InstanceState::running)) {
+        return;
+    }
+    catalog_.cancelInstance(instance->id);
+    logEvent("backup " + name + " of machine " + instance->machine +
+             " is cancelled: no request has come about it in " + std::to_string(instance->idle) +
+             " seconds of service");
+    freeGivenUp(catalog_, blocks_);
 }
 
 json::object BackupEndpoints::listInstances(const Session& session, const json::object& body) {

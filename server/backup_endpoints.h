@@ -35,6 +35,8 @@ public:
     boost::json::object addErrorFiles(const Session& session, const boost::json::object& body);
     Rest endJob(const Session& session, const boost::json::object& body);
     Rest cancelJob(const Session& session, const boost::json::object& body);
+    // No request: cancels a backup that is under way and has been idle for so many seconds.
+    void giveUp(const std::string& name, int64_t idle);
     boost::json::object listInstances(const Session& session, const boost::json::object& body);
 
 private:

@@ -274,29 +274,6 @@ TEST_F(Backup, TheEndNamesWhatIsIncompleteAsFarAsOneAnswerGoes) {
     }
 }
 
-TEST_F(Backup, UnderWayDuringAPowerCutNeverCompletes) {
-    start("i1");
-    put("i1", "a", "a");
-    restart("boot 1a");  // in order: nothing is lost
-    EXPECT_EQ(end("i1"), 200);
-    offer("i2", {{"a"}, {"b"}});
-    start("i2");
-    put("i2", "b", "b");
-    offer("i3", {{"a"}});
-    // What a power cut leaves: no orderly end of service, and then another boot.
-    server.reset();
-    {
-        SqliteCatalog catalog((data / "catalog.db").string());
-        catalog.beginService("boot 1a");
-    }
-    restart("boot 2");
-    EXPECT_EQ(end("i2"), 409);
-    EXPECT_EQ(start("i3"), 200);
-    EXPECT_EQ(end("i3"), 409);
-    backup("i4", {{"a"}, {"b"}});
-    EXPECT_EQ(stored("i4", "a"), "a");
-}
-
 TEST_F(Backup, IsNotCompletedWhenItsPackagesLostBytes) {
     start("i1");
     put("i1", "a", "abc");

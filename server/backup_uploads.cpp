@@ -57,7 +57,7 @@ int64_t blockNumber(std::string_view fileName) {
 
 // Checks that block k of the file may come now and that the data has its size.
 void checkBlock(const StoredFile& file, int64_t instance, int64_t k, std::string_view data) {
-    if (file.kind == FileKind::awaited) {
+    if (file.kind == FileKind::awaited || !file.sound) {
         throw ServiceError(409, "the file's information has not been uploaded");
     }
     const int64_t begin = (k - 1) * blockBytes;
@@ -83,17 +83,18 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     StoredFile file = readFile(body);
     const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = ownInstance(catalog_, session, name);
-    if (instance.state != InstanceState::running) {
-        refuseState(instance);
-    }
+    requireRunning(instance);
     const auto known = catalog_.findFile(instance.id, path);
-    const bool hasPlace = known && known->owner == instance.id;
+    const bool hasPlace = known && known->sound && known->owner == instance.id;
     file.compress = known ? known->compress : instance.compress;
     const bool keepsPlace = hasPlace && known->size == file.size;
     if (keepsPlace) {
         file.container = known->container;
         file.offset = known->offset;
         file.blocks = known->blocks;
+    }
+    if (hasPlace && !keepsPlace && known->blocks > 0) {
+        catalog_.dropBlocks(instance.id, {{std::string(path), 0}});
     }
     if (keepsPlace || file.size == 0) {
         catalog_.putFile(instance.id, path, file);
@@ -103,7 +104,8 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     if (hasPlace && !keepsPlace) {
         blocks_.discard(known->container, known->offset, known->size);
     }
-    return {};
+    // A client that has stored more of it goes back to this.
+    return {{"blocks", file.blocks}};
 }
 
 bool BackupEndpoints::holds(const StoredFile& file, int64_t k, std::string_view data) {
@@ -123,14 +125,13 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
     const std::string_view path = checkPath(formPart(parts, "sourcename").content);
     const FormPart& block = formPart(parts, "file");
     const int64_t k = blockNumber(block.fileName);
-    if (md5Text(block.content) != formPart(parts, "md5").content) {
+    const std::string digest = md5(block.content);
+    if (hexText(digest) != formPart(parts, "md5").content) {
         throw ServiceError(400, "the block's MD5 is wrong");
     }
     const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = ownInstance(catalog_, session, name);
-    if (instance.state != InstanceState::running) {
-        refuseState(instance);
-    }
+    requireRunning(instance);
     const auto file = catalog_.findFile(instance.id, path);
     if (!file) {
         throw ServiceError(404, "the backup has no such file");
@@ -141,10 +142,10 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
             return {};  // a repeat, perhaps a late one: the blocks above stay
         }
         // Its old bytes are no longer to be counted on once new ones are being written over them.
-        catalog_.setBlocks(instance.id, path, k - 1);
+        catalog_.dropBlocks(instance.id, {{std::string(path), k - 1}});
     }
     blocks_.write(file->container, file->offset + (k - 1) * blockBytes, block.content);
-    catalog_.setBlocks(instance.id, path, k);
+    catalog_.putBlock(instance.id, path, *file, k, digest);
     return {};
 }
 

@@ -9,10 +9,18 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <stdexcept>
 #include <string_view>
 
 namespace dorvo {
+
+// A container has lost what it was given. Other exceptions are of a storage that may come back.
+class LostBytes : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 class BlockStore {
 public:
@@ -22,8 +30,10 @@ public:
     [[nodiscard]] virtual int64_t limit() const = 0;
 
     virtual void write(int64_t container, int64_t offset, std::string_view bytes) = 0;
-    // Fills the buffer from there. Throws when the container has lost what stood there.
+    // Fills the buffer from there. Throws LostBytes when the container has lost what stood there.
     virtual void read(int64_t container, int64_t offset, std::span<char> bytes) = 0;
+    // How long the container is; nothing when there is none.
+    [[nodiscard]] virtual std::optional<int64_t> length(int64_t container) = 0;
     // Gives up a stretch whose package is no longer wanted; what it reads as later is undefined.
     virtual void discard(int64_t container, int64_t offset, int64_t length) = 0;
     // Makes the whole container survive a power cut. False when it has lost bytes: it is shorter

@@ -47,6 +47,8 @@ struct Instance {
     bool damaged = false;   // it may have lost data, to a power cut or its disk: it never completes
     bool compress = false;  // what its files are unless they say otherwise
     InstanceTotals totals;  // as the client announced them
+    int64_t idle = 0;       // seconds of service without a request about it, more or less
+    int64_t items = -1;     // that it was completed with; -1 when nobody has counted
 };
 
 struct InstanceSummary {
@@ -83,12 +85,26 @@ struct StoredFile {
     int64_t container = 0;  // where the package lies in the block store; 0 when it has no bytes
     int64_t offset = 0;
     int64_t owner = 0;  // the instance whose container that is
+    bool sound = true;  // what stands here is what was written
+};
+
+// An item of a backup, for those who look at all of them.
+struct CatalogItem {
+    std::string path;
+    StoredFile file;
+    bool damaged = false;  // its package is known to have lost bytes
 };
 
 // A container of an instance, and how long it must be to hold the packages that count.
 struct PackedContainer {
     int64_t id = 0;
     int64_t length = 0;
+};
+
+// How many blocks of a file are left.
+struct KeptBlocks {
+    std::string path;
+    int64_t blocks = 0;
 };
 
 struct FailedFile {
@@ -105,7 +121,8 @@ struct ListedFile {
 
 struct FilePage {
     std::vector<ListedFile> files;
-    bool more = false;  // the range holds files behind these
+    std::string last;   // the path of the last one that was looked at
+    bool more = false;  // the range holds files behind it
 };
 
 // One restore of a backup, by one of its user's machines.
@@ -141,15 +158,22 @@ public:
 
     virtual std::optional<Instance> findInstance(std::string_view name) = 0;
     virtual std::optional<Instance> findInstance(int64_t id) = 0;
-    // Makes a pending instance, whose base is the job's last completed one. The name must be new.
+    // Lets so many seconds pass for the instances that are under way, and names those for which
+    // `limit` have passed without a request.
+    virtual std::vector<std::string> listIdle(int64_t passed, int64_t limit) = 0;
+    // There is a request about it.
+    virtual void useInstance(int64_t instance) = 0;
+    // Durable. Makes a pending instance, whose base is the job's last completed one. The name must
+    // be new.
     virtual Instance openInstance(const Session& session, std::string_view name,
                                   std::string_view definition, bool compress) = 0;
+    // Durable, with what was offered before: from now on nobody would miss what is lost of that.
     virtual void startInstance(int64_t instance, std::string_view startTime,
                                const InstanceTotals& totals) = 0;
     // Carries over from the base what is whole, did not fail there and has the same time, awaits
     // the rest; either replaces what the instance had under that path. Says for each whether it is
-    // to be sent. `first`: what the instance had is forgotten before, and its containers given up.
-    // Piece by piece.
+    // to be sent. Durable once the instance is running. `first`: what the instance had is forgotten
+    // before, and its containers given up. Piece by piece.
     virtual std::vector<bool> offerFiles(int64_t instance, const std::vector<OfferedFile>& files,
                                          bool compress, bool first) = 0;
 
@@ -160,13 +184,44 @@ public:
     // given away, or in a new one where that would come to more than the limit.
     virtual void placeFile(int64_t instance, std::string_view path, StoredFile file,
                            int64_t limit) = 0;
-    virtual void setBlocks(int64_t instance, std::string_view path, int64_t blocks) = 0;
+    // Block k of the file is stored, those above are not any more. The MD5 is of its bytes, 16
+    // bytes.
+    virtual void putBlock(int64_t instance, std::string_view path, const StoredFile& file,
+                          int64_t k, std::string_view md5) = 0;
+    // Durable: of these files no more is stored. Comes before their bytes are overwritten or freed:
+    // after a power cut nobody looks at what a sync point covers.
+    virtual void dropBlocks(int64_t instance, const std::vector<KeptBlocks>& files) = 0;
+    // The MD5 of the package's block k; nothing when none was kept in the days of its container,
+    // and no MD5 at all when it has been lost.
+    virtual std::optional<std::string> findDigest(const StoredFile& file, int64_t k) = 0;
+
+    // The blocks that are counted up to here, the others come later. One sync point at a time.
+    virtual int64_t beginSyncPoint() = 0;
+    // The bytes of those blocks survive a power cut. With it, as a rule, everything that was
+    // changed before this call.
+    virtual void endSyncPoint(int64_t stamp) = 0;
+    // The first of the file's blocks that no sync point covers.
+    virtual std::optional<int64_t> findUnsynced(const StoredFile& file) = 0;
+    // Instances that are running and not damaged.
+    virtual std::vector<int64_t> listRunning() = 0;
+
+    // Of a complete package, whoever refers to it: it is carried over no more. Whether that is
+    // news.
+    virtual bool damagePackage(const StoredFile& file) = 0;
+    // The instance's items behind `after`, in the order of their paths' bytes, at most `limit`.
+    virtual std::vector<CatalogItem> listItems(int64_t instance, std::string_view after,
+                                               size_t limit) = 0;
+    // The instance has these items no more and awaits them; their packages are damaged.
+    virtual void awaitAgain(int64_t instance, const std::vector<CatalogItem>& items) = 0;
+
     // The paths that are awaited or lack blocks, and are not on the error list: at most `limit`,
     // and no more than the one that brings their bytes to `bytes`.
     virtual std::vector<std::string> listIncomplete(int64_t instance, size_t limit,
                                                     size_t bytes) = 0;
 
     virtual void damageInstance(int64_t instance) = 0;
+    // The instance that the container is of, while it is under way.
+    virtual void damageContainer(int64_t container) = 0;
 
     // The instance's own containers that hold whole packages.
     virtual std::vector<PackedContainer> listPacked(int64_t instance) = 0;
@@ -182,8 +237,8 @@ public:
     virtual std::optional<FailedFile> findError(int64_t instance, std::string_view path) = 0;
 
     // Durable, with everything that was changed before. Files that lack blocks leave the instance;
-    // the error list has them. They go piece by piece, the state is changed last.
-    virtual void completeInstance(int64_t instance, std::string_view endTime) = 0;
+    // the error list has them, and `items` stay. They go piece by piece, the state is changed last.
+    virtual void completeInstance(int64_t instance, std::string_view endTime, int64_t items) = 0;
     // Gives up its containers and forgets its files, these piece by piece; it and its errors stay
     // in the lists. The state is changed first.
     virtual void cancelInstance(int64_t instance) = 0;
@@ -194,8 +249,8 @@ public:
                                                        std::string_view definition, int64_t after,
                                                        size_t limit) = 0;
 
-    // The instance's files with from <= path < until, in the order of the paths' bytes: at most
-    // `limit`, and none behind the one that brings the paths to `bytes`.
+    // The instance's sound files with from <= path < until, in the order of the paths' bytes: of
+    // at most `limit` files, and none behind the one that brings the paths to `bytes`.
     virtual FilePage listFiles(int64_t instance, std::string_view from, std::string_view until,
                                size_t limit, size_t bytes) = 0;
 

@@ -77,6 +77,12 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
                    "address of a proxy that says in Forwarded or X-Forwarded-For whom it has a"
                    " request from; may be given several times")
         ->allow_extra_args(false);
+    int64_t runLifetime = result.options.runLifetime.count();
+    app.add_option("--run-lifetime", runLifetime,
+                   "seconds of service without a request after which an unfinished backup is "
+                   "cancelled")
+        ->capture_default_str()
+        ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
     CLI::App* user = app.add_subcommand("user", "accounts");
     user->require_subcommand(1);
     CLI::App* add =
@@ -98,6 +104,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     readListen(listen, result.options);
     readProxies(proxies, result.options.limits);
     result.options.data = data;
+    result.options.runLifetime = std::chrono::seconds(runLifetime);
     if (add->parsed()) {
         result.verb = CommandLine::Verb::addUser;
     }

@@ -16,12 +16,13 @@ CommandLine parse(Words words) {
 }
 
 TEST(CommandLine, ServesOrAddsAUser) {
-    const CommandLine serve =
-        parse({"--listen", "[::1]:0", "--data", "d", "--session-lifetime", "5"});
+    const CommandLine serve = parse(
+        {"--listen", "[::1]:0", "--data", "d", "--session-lifetime", "5", "--run-lifetime", "6"});
     EXPECT_EQ(serve.verb, CommandLine::Verb::serve);
     EXPECT_EQ(serve.options.address + serve.options.data.string(), "::1d");
     EXPECT_EQ(serve.options.port, 0);
     EXPECT_EQ(serve.options.sessionLifetime, 5);
+    EXPECT_EQ(serve.options.runLifetime, std::chrono::seconds(6));
     for (const Words& words :
          {Words{"user", "add", "eve", "--data", "d"}, Words{"--data", "d", "user", "add", "eve"}}) {
         const CommandLine add = parse(words);
@@ -45,8 +46,9 @@ TEST(CommandLine, WrongUsageIsOneSentence) {
          {Words{"--bogus"}, Words{"--listen"}, Words{"--listen", "8080"}, Words{"--listen", ":80"},
           Words{"--listen", "::1"}, Words{"--listen", "a:65536"}, Words{"--listen", "a:80x"},
           Words{"serve"}, Words{"user"}, Words{"user", "add"}, Words{"user", "add", "a", "b"},
-          Words{"--session-lifetime", "0"}, Words{"--connections", "0"},
-          Words{"--trusted-proxy", "localhost"}, Words{"--trusted-proxy"}}) {
+          Words{"--session-lifetime", "0"}, Words{"--run-lifetime", "0"},
+          Words{"--connections", "0"}, Words{"--trusted-proxy", "localhost"},
+          Words{"--trusted-proxy"}}) {
         try {
             parse(words);
             ADD_FAILURE() << words.back();

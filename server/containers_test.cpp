@@ -113,7 +113,7 @@ TEST_F(Containers, OfEarlierDataFoldersGoOn) {
         database.exec(
             "DROP TABLE instances; DROP TABLE files; DROP TABLE errors; DROP TABLE restores;"
             "DROP TABLE restore_errors; DROP TABLE containers; DROP TABLE given_up;"
-            "DROP TABLE service");
+            "DROP TABLE service; DROP TABLE digests; DROP TABLE damaged");
         database.exec(sqliteVersion1);
         database.exec(sqliteVersion2);
         for (const char* table : {"users", "machines", "sessions"}) {
@@ -144,10 +144,18 @@ PRAGMA user_version=2;)");
     put("i2", "c", "c");
     EXPECT_EQ(end("i2"), 200);
     EXPECT_EQ(stored("i2", "b"), half + "hello");
-    EXPECT_EQ(there(), "12");
+    EXPECT_EQ(there(), "125");  // what has no digests takes no more packages
+    for (const char* block : {"1", "2"}) {
+        const boost::json::object request{{"machine", "pc"},
+                                          {"jobinstanceid", "i2"},
+                                          {"path", ""},
+                                          {"filename", "b"},
+                                          {"blockindex", block}};
+        EXPECT_EQ(post(downloadPath, boost::json::serialize(request)).status, 200) << block;
+    }
     put("i4", "empty", "no more");
     EXPECT_EQ(end("i4"), 200);
-    EXPECT_EQ(there(), "125");
+    EXPECT_EQ(there(), "1256");
     EXPECT_EQ(stored("i4", "empty"), "no more");
 }
 

@@ -34,8 +34,12 @@ std::string hexText(std::string_view bytes) {
     return text;
 }
 
+std::string md5(std::string_view bytes) {
+    return digest(bytes, EVP_md5());
+}
+
 std::string md5Text(std::string_view bytes) {
-    return hexText(digest(bytes, EVP_md5()));
+    return hexText(md5(bytes));
 }
 
 std::string sha256(std::string_view bytes) {

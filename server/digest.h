@@ -10,6 +10,9 @@ namespace dorvo {
 // Lower-case hexadecimal text, two digits a byte.
 std::string hexText(std::string_view bytes);
 
+// The MD5 of the bytes, 16 raw bytes.
+std::string md5(std::string_view bytes);
+
 // The MD5 of the bytes as 32 lower-case hexadecimal digits.
 std::string md5Text(std::string_view bytes);
 

@@ -30,6 +30,8 @@ public:
     // Finishes the logins and the ends of backups that have begun. The HTTP server has been
     // stopped.
     void stop();
+    // As BackupEndpoints.
+    void giveUp(const std::string& name, int64_t idle) { backups_.giveUp(name, idle); }
 
 private:
     struct Endpoint;

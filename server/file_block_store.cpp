@@ -31,8 +31,8 @@ FileDescriptor open(const fs::path& path, int flags) {
 
 }  // namespace
 
-FileBlockStore::FileBlockStore(fs::path folder, int64_t limit)
-    : folder_(std::move(folder)), limit_(limit) {}
+FileBlockStore::FileBlockStore(fs::path folder, int64_t limit, Written written)
+    : folder_(std::move(folder)), limit_(limit), written_(std::move(written)) {}
 
 fs::path FileBlockStore::path(int64_t container) const {
     static constexpr char digits[] = "0123456789abcdef";
@@ -43,6 +43,7 @@ fs::path FileBlockStore::path(int64_t container) const {
 
 void FileBlockStore::write(int64_t container, int64_t offset, std::string_view bytes) {
     requireMarker(folder_);
+    const size_t size = bytes.size();
     const fs::path file = path(container);
     FileDescriptor fd = open(file, O_WRONLY | O_CREAT);
     if (!fd && errno == ENOENT) {
@@ -64,15 +65,19 @@ void FileBlockStore::write(int64_t container, int64_t offset, std::string_view b
         bytes.remove_prefix(static_cast<size_t>(written));
         offset += written;
     }
+    if (written_) {
+        written_(container, size);
+    }
 }
 
 void FileBlockStore::read(int64_t container, int64_t offset, std::span<char> bytes) {
     const fs::path file = path(container);
     const FileDescriptor fd = open(file, O_RDONLY);
-    if (!fd) {
-        const int error = errno;
+    if (!fd && errno == ENOENT) {
         requireMarker(folder_);
-        errno = error;
+        throw LostBytes(file.string() + " is gone");
+    }
+    if (!fd) {
         fail("cannot open", file);
     }
     while (!bytes.empty()) {
@@ -80,15 +85,28 @@ void FileBlockStore::read(int64_t container, int64_t offset, std::span<char> byt
         if (count < 0 && errno == EINTR) {
             continue;
         }
+        if (count == 0 || (count < 0 && errno == EIO)) {
+            throw LostBytes(file.string() + " has lost bytes");
+        }
         if (count < 0) {
             fail("cannot read", file);
-        }
-        if (count == 0) {
-            throw std::runtime_error(file.string() + " has lost bytes");
         }
         bytes = bytes.subspan(static_cast<size_t>(count));
         offset += count;
     }
+}
+
+std::optional<int64_t> FileBlockStore::length(int64_t container) {
+    const fs::path file = path(container);
+    struct stat status {};
+    if (::stat(file.c_str(), &status) == 0) {
+        return status.st_size;
+    }
+    if (errno == ENOENT) {
+        requireMarker(folder_);
+        return std::nullopt;
+    }
+    fail("cannot stat", file);
 }
 
 void FileBlockStore::discard(int64_t container, int64_t offset, int64_t length) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 #include "block_store.h"
@@ -15,16 +16,21 @@ namespace dorvo {
 
 class FileBlockStore : public BlockStore {
 public:
+    // Hears of each write to a container once it is done, on the writer's thread.
+    using Written = std::function<void(int64_t container, size_t bytes)>;
+
     // Well below what any file system takes in one file, and few files for even a large backup.
     static constexpr int64_t usualLimit = int64_t{64} << 30U;
 
     // Touches nothing; reconcile() has seen to the folder.
-    explicit FileBlockStore(std::filesystem::path folder, int64_t limit = usualLimit);
+    explicit FileBlockStore(std::filesystem::path folder, int64_t limit = usualLimit,
+                            Written written = {});
 
     [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
     [[nodiscard]] int64_t limit() const override { return limit_; }
     void write(int64_t container, int64_t offset, std::string_view bytes) override;
     void read(int64_t container, int64_t offset, std::span<char> bytes) override;
+    [[nodiscard]] std::optional<int64_t> length(int64_t container) override;
     void discard(int64_t container, int64_t offset, int64_t length) override;
     bool sync(int64_t container, int64_t length) override;
     void remove(int64_t container) override;
@@ -45,6 +51,7 @@ private:
 
     std::filesystem::path folder_;
     int64_t limit_;
+    Written written_;
 };
 
 // Makes names that were made or removed in the folder survive a power cut.

@@ -40,6 +40,9 @@ Instance ownInstance(Catalog& catalog, const Session& session, std::string_view 
     if (!instance || instance->userId != session.userId) {
         throw ServiceError(404, "no such backup");
     }
+    if (instance->idle > 0) {
+        catalog.useInstance(instance->id);
+    }
     return *std::move(instance);
 }
 
@@ -48,7 +51,23 @@ Instance namedInstance(Catalog& catalog, const Session& session, std::string_vie
     if (!instance || instance->userId != session.userId) {
         throw ServiceError(403, "another user's backup");
     }
+    if (instance->idle > 0) {
+        catalog.useInstance(instance->id);
+    }
     return *std::move(instance);
+}
+
+void requireRunning(const Instance& instance) {
+    if (instance.state != InstanceState::running) {
+        refuseState(instance);
+    }
+    requireUndamaged(instance);
+}
+
+void requireUndamaged(const Instance& instance) {
+    if (instance.damaged) {
+        throw ServiceError(409, "the backup may have lost data at the server");
+    }
 }
 
 void refuseState(const Instance& instance) {

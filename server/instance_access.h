@@ -14,12 +14,16 @@ inline constexpr size_t maxIdBytes = 255;
 // The id under that key: not empty, short and printable. It lives as long as the body.
 std::string_view idMember(const boost::json::object& body, std::string_view key);
 
-// The instance of the session's user. ServiceError 404 where there is none, whether nobody has one
-// of that name or another user has.
+// The instance of the session's user, which is in use with that. ServiceError 404 where there is
+// none, whether nobody has one of that name or another user has.
 Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name);
 
 // An instance that exists, for a request that would make it else: 403 when it is another user's.
 Instance namedInstance(Catalog& catalog, const Session& session, std::string_view name);
+
+// Both throw ServiceError 409 otherwise; the first wants the second too.
+void requireRunning(const Instance& instance);
+void requireUndamaged(const Instance& instance);
 
 // Throws the 409 that says which state the backup is in.
 [[noreturn]] void refuseState(const Instance& instance);

@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "after_power_cut.h"
 #include "digest.h"
 #include "given_up.h"
 #include "package_marker.h"
@@ -142,6 +143,12 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
     moveStrangersAside(catalog, blocks, found, log);
     if (marker->identity.empty() && service.identity.empty()) {
         marker->identity = newIdentity();
+    }
+    if (catalog.lostPower(boot)) {
+        const KeptAfterPowerCut kept = keepWhatIsWhole(catalog, blocks);
+        log("start: the machine went down while serving; of " + std::to_string(kept.packages) +
+            " packages of unfinished backups that no sync point covers " +
+            std::to_string(kept.shortened) + " have lost bytes");
     }
     catalog.beginService(boot, marker->identity, marker->generation);
     followWithMarker(catalog, blocks, log);

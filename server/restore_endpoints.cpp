@@ -5,9 +5,11 @@
 #include <charconv>
 
 #include "digest.h"
+#include "event_log.h"
 #include "file_attributes.h"
 #include "instance_access.h"
 #include "json_body.h"
+#include "package_check.h"
 #include "service_error.h"
 
 namespace dorvo {
@@ -19,6 +21,7 @@ namespace {
 constexpr size_t md5Digits = 32;
 // Of a user. The oldest is forgotten for a new one: restores stand in no list.
 constexpr size_t maxRestores = 1000;
+constexpr int gone = 410;
 constexpr size_t maxHistory = size_t{64} * 1024;
 constexpr size_t pageFiles = 1000;
 // Of paths: what ordinary ones never come to in a page, and extraordinary ones soon would.
@@ -85,6 +88,30 @@ Instance RestoreEndpoints::machinesBackup(const Session& session, const json::ob
     return backup;
 }
 
+// Says so in an answer of its own: waiting brings nothing back. The next backup sends the file.
+void RestoreEndpoints::refuseDamaged(const StoredFile& file, uint64_t block) {
+    if (catalog_.damagePackage(file)) {
+        logEvent("damaged: block " + std::to_string(block) + " of the package at " +
+                 std::to_string(file.offset) + " of container " + std::to_string(file.container));
+    }
+    throw ServiceError(gone, "the bytes of the file are lost or damaged at the server");
+}
+
+std::string RestoreEndpoints::readBlock(const StoredFile& file, uint64_t number,
+                                        std::span<char> bytes) {
+    const auto k = static_cast<int64_t>(number);
+    try {
+        blocks_.read(file.container, file.offset + (k - 1) * blockBytes, bytes);
+    } catch (const LostBytes&) {
+        refuseDamaged(file, number);
+    }
+    std::string digest = md5({bytes.data(), bytes.size()});
+    if (catalog_.findDigest(file, k).value_or(digest) != digest) {
+        refuseDamaged(file, number);
+    }
+    return digest;
+}
+
 StoredFile RestoreEndpoints::storedFile(const Session& session, const json::object& body) {
     const std::string_view folder = textMember(body, "path", maxPathBytes);
     std::string path(folder);
@@ -96,6 +123,9 @@ StoredFile RestoreEndpoints::storedFile(const Session& session, const json::obje
     const auto file = catalog_.findFile(backup.id, path);
     if (!file) {
         throw ServiceError(404, "the backup has no such file");
+    }
+    if (!file->sound) {
+        throw ServiceError(gone, "what the server knows of the file is damaged");
     }
     return *file;
 }
@@ -123,10 +153,8 @@ std::string RestoreEndpoints::downloadFileBlock(const Session& session, const js
     // One buffer from the disk to the socket.
     std::string answer(md5Digits + static_cast<size_t>(length), '\0');
     const std::span<char> bytes = std::span(answer).subspan(md5Digits);
-    if (!bytes.empty()) {
-        blocks_.read(file.container, file.offset + begin, bytes);
-    }
-    md5Text({bytes.data(), bytes.size()}).copy(answer.data(), md5Digits);
+    hexText(bytes.empty() ? md5({}) : readBlock(file, number, bytes))
+        .copy(answer.data(), md5Digits);
     return answer;
 }
 
@@ -149,7 +177,7 @@ json::object RestoreEndpoints::listFiles(const Session& session, const json::obj
         // "a\c".
         std::vector<ListedFile> first;
         if (after < path) {
-            if (const auto item = catalog_.findFile(backup.id, path)) {
+            if (const auto item = catalog_.findFile(backup.id, path); item && item->sound) {
                 first.push_back({std::string(path), item->kind, item->attributes});
             }
         }
@@ -157,6 +185,7 @@ json::object RestoreEndpoints::listFiles(const Session& session, const json::obj
         page =
             catalog_.listFiles(backup.id, from, endOfFolder(path), limit - first.size(), pageBytes);
         page.files.insert(page.files.begin(), first.begin(), first.end());
+        page.last = std::max(page.last, std::string(path));
     }
     json::array source;
     source.reserve(page.files.size());
@@ -165,7 +194,11 @@ json::object RestoreEndpoints::listFiles(const Session& session, const json::obj
                                       {"type", typeText(file.kind)},
                                       {"attri", writeAttributes(file.attributes)}});
     }
-    return {{"source", std::move(source)}, {"next", page.more ? page.files.back().path : ""}};
+    if (page.more) {
+        return {{"source", std::move(source)}, {"next", page.last}};
+    }
+    // A list that has lost items must not pass for a whole one.
+    return {{"source", std::move(source)}, {"next", ""}, {"missing", countLost(catalog_, backup)}};
 }
 
 json::object RestoreEndpoints::restoreJobHistory(const Session& session, const json::object& body) {

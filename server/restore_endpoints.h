@@ -6,6 +6,7 @@
 #pragma once
 
 #include <boost/json/fwd.hpp>
+#include <span>
 #include <string>
 
 #include "block_store.h"
@@ -30,6 +31,11 @@ private:
     Instance machinesBackup(const Session& session, const boost::json::object& body);
     // The file of it that the request names.
     StoredFile storedFile(const Session& session, const boost::json::object& body);
+    // Fills the buffer with the file's block of that number, and gives its MD5. Throws when these
+    // are not the bytes that were stored.
+    std::string readBlock(const StoredFile& file, uint64_t number, std::span<char> bytes);
+    // Remembers that the package is damaged, and throws.
+    [[noreturn]] void refuseDamaged(const StoredFile& file, uint64_t block);
 
     Catalog& catalog_;
     BlockStore& blocks_;

@@ -57,6 +57,10 @@ bool Rows::next() {
     return result == SQLITE_ROW;
 }
 
+bool Rows::isNull(int column) const {
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
 int64_t Rows::integer(int column) const {
     return sqlite3_column_int64(statement_, column);
 }

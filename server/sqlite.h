@@ -47,6 +47,7 @@ public:
     Rows& operator=(const Rows&) = delete;
 
     bool next();
+    [[nodiscard]] bool isNull(int column) const;
     [[nodiscard]] int64_t integer(int column) const;
     [[nodiscard]] std::string_view text(int column) const;
 

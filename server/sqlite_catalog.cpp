@@ -43,7 +43,7 @@ void bringUpToDate(Database& database) {
 
 }  // namespace
 
-SqliteCatalog::SqliteCatalog(const std::string& path) : database_(path) {
+SqliteCatalog::SqliteCatalog(const std::string& path) : path_(path), database_(path) {
     database_.exec(
         "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; PRAGMA synchronous=NORMAL;"
         "PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;");
@@ -62,7 +62,7 @@ void SqliteCatalog::beginService(std::string_view boot, std::string_view identit
     const std::lock_guard lock(mutex_);
     durably([&] {
         Statement damage(database_,
-                         "UPDATE instances SET damaged = 1 WHERE state < 2 AND EXISTS"
+                         "UPDATE instances SET damaged = 1 WHERE state = 0 AND EXISTS"
                          " (SELECT 1 FROM service WHERE boot <> '' AND boot <> ?1)");
         damage.run(boot);
         Statement(database_,
@@ -71,6 +71,28 @@ void SqliteCatalog::beginService(std::string_view boot, std::string_view identit
                   " identity = CASE ?2 WHEN '' THEN identity ELSE ?2 END")
             .run(boot, identity, generation);
     });
+    readSynced();
+}
+
+void SqliteCatalog::everythingIsSynced() {
+    const std::lock_guard lock(mutex_);
+    // Stamps are two ahead at most.
+    database_.exec("UPDATE service SET synced = synced + 2");
+    readSynced();
+}
+
+bool SqliteCatalog::lostPower(std::string_view boot) {
+    const std::lock_guard lock(mutex_);
+    readSynced();
+    Statement cut(database_, "SELECT 1 FROM service WHERE boot <> '' AND boot <> ?1");
+    return cut.query(boot).next();
+}
+
+void SqliteCatalog::readSynced() {
+    Statement statement(database_, "SELECT synced FROM service");
+    auto rows = statement.query();
+    synced_ = rows.next() ? rows.integer(0) : 0;
+    stamp_ = synced_ + 1;
 }
 
 void SqliteCatalog::endService() {

@@ -9,7 +9,8 @@
 // A backup that was under way during a power cut may have lost package bytes that the database
 // remembers. The database keeps the identity of the machine's boot that wrote to it; when it is
 // opened for service under another one without having been closed in order, such backups are
-// marked damaged.
+// looked at: its blocks carry the number of the sync point that covers them. One that was not even
+// started is marked damaged, for what was offered may be lost.
 //
 // There is one connection and one lock. What concerns all files of a backup is done in pieces, each
 // a transaction of its own, and other calls get the lock between them.
@@ -41,10 +42,15 @@ public:
         bool empty = true;       // there has never been a backup
     };
     Service service();
+    // Whether the machine has been started anew without an end of service before.
+    bool lostPower(std::string_view boot);
     // Begins service under this boot of the machine, see above; takes an identity if one is given,
-    // and a generation above the packages'. Durable.
+    // and a generation above the packages'. Durable. The caller has seen to the running backups if
+    // power was lost.
     void beginService(std::string_view boot, std::string_view identity = {},
                       int64_t generation = 0);
+    // A sync point that covers whatever an earlier service has stored. Before blocks are stored.
+    void everythingIsSynced();
     // Ends service in order. Durable. The caller has made the package bytes durable before.
     void endService();
     // Goes on with cancelling where the last process died at it.
@@ -80,6 +86,8 @@ public:
 
     std::optional<Instance> findInstance(std::string_view name) override;
     std::optional<Instance> findInstance(int64_t id) override;
+    std::vector<std::string> listIdle(int64_t passed, int64_t limit) override;
+    void useInstance(int64_t instance) override;
     Instance openInstance(const Session& session, std::string_view name,
                           std::string_view definition, bool compress) override;
     void startInstance(int64_t instance, std::string_view startTime,
@@ -91,9 +99,21 @@ public:
     void putFile(int64_t instance, std::string_view path, const StoredFile& file) override;
     void placeFile(int64_t instance, std::string_view path, StoredFile file,
                    int64_t limit) override;
-    void setBlocks(int64_t instance, std::string_view path, int64_t blocks) override;
+    void putBlock(int64_t instance, std::string_view path, const StoredFile& file, int64_t k,
+                  std::string_view md5) override;
+    void dropBlocks(int64_t instance, const std::vector<KeptBlocks>& files) override;
+    std::optional<std::string> findDigest(const StoredFile& file, int64_t k) override;
+    int64_t beginSyncPoint() override;
+    void endSyncPoint(int64_t stamp) override;
+    std::optional<int64_t> findUnsynced(const StoredFile& file) override;
+    std::vector<int64_t> listRunning() override;
+    bool damagePackage(const StoredFile& file) override;
+    std::vector<CatalogItem> listItems(int64_t instance, std::string_view after,
+                                       size_t limit) override;
+    void awaitAgain(int64_t instance, const std::vector<CatalogItem>& items) override;
     std::vector<std::string> listIncomplete(int64_t instance, size_t limit, size_t bytes) override;
     void damageInstance(int64_t instance) override;
+    void damageContainer(int64_t container) override;
     std::vector<PackedContainer> listPacked(int64_t instance) override;
     std::vector<int64_t> listGivenUp() override;
     void forgetGivenUp(int64_t container) override;
@@ -102,7 +122,7 @@ public:
     int64_t countErrors(int64_t instance) override;
     std::optional<FailedFile> findError(int64_t instance, std::string_view path) override;
 
-    void completeInstance(int64_t instance, std::string_view endTime) override;
+    void completeInstance(int64_t instance, std::string_view endTime, int64_t items) override;
     void cancelInstance(int64_t instance) override;
     std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
                                                std::string_view definition, int64_t after,
@@ -142,14 +162,20 @@ private:
     // Runs the change in one transaction that a power cut cannot take. The caller holds mutex_.
     template <class Change>
     void durably(const Change& change);
+    // What the database says of sync points. The caller holds mutex_.
+    void readSynced();
     // These belong into a transaction of the caller's, who holds mutex_.
     void storeFile(int64_t instance, std::string_view path, const StoredFile& file);
     void giveUpContainers(int64_t instance);
 
-    std::mutex mutex_;  // guards the connection and its statements
+    const std::string path_;
+    std::mutex mutex_;  // guards the connection and its statements, and the stamps
     Database database_;
     std::unique_ptr<Statements> statements_;
     std::unique_ptr<Checkpointer> checkpointer_;
+    // Of sync points: blocks are stamped with this number, and those up to the other are synced.
+    int64_t stamp_ = 1;
+    int64_t synced_ = 0;
 };
 
 }  // namespace dorvo

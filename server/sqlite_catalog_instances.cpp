@@ -3,6 +3,8 @@
 #include <stdexcept>
 
 #include "sqlite_catalog.h"
+#include "sqlite_durably.h"
+#include "sqlite_file.h"
 #include "sqlite_statements.h"
 
 namespace dorvo {
@@ -23,6 +25,8 @@ std::optional<Instance> readInstance(Rows rows) {
     instance.damaged = rows.integer(6) != 0;
     instance.compress = rows.integer(7) != 0;
     instance.totals = {rows.integer(8), rows.integer(9), rows.integer(10)};
+    instance.items = rows.integer(11);
+    instance.idle = rows.integer(12);
     return instance;
 }
 
@@ -38,10 +42,27 @@ std::optional<Instance> SqliteCatalog::findInstance(int64_t id) {
     return readInstance(statements_->findInstanceById.query(id));
 }
 
+std::vector<std::string> SqliteCatalog::listIdle(int64_t passed, int64_t limit) {
+    const std::lock_guard lock(mutex_);
+    statements_->passTime.run(passed);
+    std::vector<std::string> names;
+    for (auto rows = statements_->listIdle.query(limit); rows.next();) {
+        names.emplace_back(rows.text(0));
+    }
+    return names;
+}
+
+void SqliteCatalog::useInstance(int64_t instance) {
+    const std::lock_guard lock(mutex_);
+    statements_->useInstance.run(instance);
+}
+
 Instance SqliteCatalog::openInstance(const Session& session, std::string_view name,
                                      std::string_view definition, bool compress) {
     const std::lock_guard lock(mutex_);
-    statements_->openInstance.run(name, session.machineId, definition, int64_t{compress});
+    durably([&] {
+        statements_->openInstance.run(name, session.machineId, definition, int64_t{compress});
+    });
     const auto instance = readInstance(statements_->findInstanceByName.query(name));
     if (!instance) {
         throw std::runtime_error("database: a new backup is not there");
@@ -52,8 +73,10 @@ Instance SqliteCatalog::openInstance(const Session& session, std::string_view na
 void SqliteCatalog::startInstance(int64_t instance, std::string_view startTime,
                                   const InstanceTotals& totals) {
     const std::lock_guard lock(mutex_);
-    statements_->startInstance.run(instance, startTime, totals.files, totals.directories,
-                                   totals.size);
+    durably([&] {
+        statements_->startInstance.run(instance, startTime, totals.files, totals.directories,
+                                       totals.size);
+    });
 }
 
 std::optional<StoredFile> SqliteCatalog::findFile(int64_t instance, std::string_view path) {
@@ -62,17 +85,7 @@ std::optional<StoredFile> SqliteCatalog::findFile(int64_t instance, std::string_
     if (!rows.next()) {
         return std::nullopt;
     }
-    StoredFile file;
-    file.kind = static_cast<FileKind>(rows.integer(0));
-    file.attributes = sqliteAttributes(rows.text(1));
-    file.mtime = rows.integer(2);
-    file.compress = rows.integer(3) != 0;
-    file.size = rows.integer(4);
-    file.blocks = rows.integer(5);
-    file.container = rows.integer(6);
-    file.offset = rows.integer(7);
-    file.owner = rows.integer(8);
-    return file;
+    return sqliteFile(rows);
 }
 
 void SqliteCatalog::storeFile(int64_t instance, std::string_view path, const StoredFile& file) {
@@ -80,7 +93,7 @@ void SqliteCatalog::storeFile(int64_t instance, std::string_view path, const Sto
                                       sizeof file.attributes);
     statements_->putFile.run(instance, Blob{path}, static_cast<int64_t>(file.kind),
                              Blob{attributes}, file.mtime, int64_t{file.compress}, file.size,
-                             file.blocks, file.container, file.offset);
+                             file.blocks, file.container, file.offset, sqliteSeal(path, file));
 }
 
 void SqliteCatalog::putFile(int64_t instance, std::string_view path, const StoredFile& file) {
@@ -111,14 +124,14 @@ void SqliteCatalog::placeFile(int64_t instance, std::string_view path, StoredFil
     transaction.commit();
 }
 
-void SqliteCatalog::setBlocks(int64_t instance, std::string_view path, int64_t blocks) {
-    const std::lock_guard lock(mutex_);
-    statements_->setBlocks.run(instance, Blob{path}, blocks);
-}
-
 void SqliteCatalog::damageInstance(int64_t instance) {
     const std::lock_guard lock(mutex_);
     statements_->damageInstance.run(instance);
+}
+
+void SqliteCatalog::damageContainer(int64_t container) {
+    const std::lock_guard lock(mutex_);
+    statements_->damageContainer.run(container);
 }
 
 void SqliteCatalog::giveUpContainers(int64_t instance) {
@@ -133,11 +146,6 @@ std::vector<int64_t> SqliteCatalog::listGivenUp() {
         list.push_back(rows.integer(0));
     }
     return list;
-}
-
-void SqliteCatalog::forgetGivenUp(int64_t container) {
-    const std::lock_guard lock(mutex_);
-    statements_->forgetGivenUp.run(container);
 }
 
 std::optional<FailedFile> SqliteCatalog::findError(int64_t instance, std::string_view path) {

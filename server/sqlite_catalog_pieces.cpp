@@ -67,6 +67,7 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
     }
     std::vector<bool> send;
     send.reserve(files.size());
+    bool running = false;
     inPieces([&] {
         const auto end = std::min(files.size(), send.size() + pieceFiles);
         Transaction transaction(database_);
@@ -78,7 +79,10 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
         int64_t base = 0;
         {
             auto rows = statements_->findBase.query(instance);
-            base = rows.next() ? rows.integer(0) : 0;
+            if (rows.next()) {
+                base = rows.integer(0);
+                running = static_cast<InstanceState>(rows.integer(1)) == InstanceState::running;
+            }
         }
         while (send.size() < end) {
             send.push_back(!offerFile(instance, base, files[send.size()], compress));
@@ -86,6 +90,10 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
         transaction.commit();
         return end < files.size();
     });
+    if (running) {
+        const std::lock_guard lock(mutex_);
+        durably([&] { statements_->setCompress.run(instance, int64_t{compress}); });
+    }
     return send;
 }
 
@@ -171,7 +179,7 @@ void SqliteCatalog::eachPiece(const std::vector<FailedFile>& errors,
     });
 }
 
-void SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime) {
+void SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime, int64_t items) {
     // What a death in between leaves is a running backup without some of the files that its error
     // list has: it ends as it would have.
     eachStretch(instance, [&](const Stretch& stretch) {
@@ -179,7 +187,7 @@ void SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime)
         return true;
     });
     const std::lock_guard lock(mutex_);
-    durably([&] { statements_->completeInstance.run(instance, endTime); });
+    durably([&] { statements_->completeInstance.run(instance, endTime, items); });
 }
 
 void SqliteCatalog::cancelInstance(int64_t instance) {

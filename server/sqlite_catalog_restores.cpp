@@ -1,5 +1,6 @@
 // What a restore needs of the catalog: a backup's files in order, and the restores themselves.
 #include "sqlite_catalog.h"
+#include "sqlite_file.h"
 #include "sqlite_statements.h"
 
 namespace dorvo {
@@ -12,14 +13,17 @@ FilePage SqliteCatalog::listFiles(int64_t instance, std::string_view from, std::
     // One row more than wanted tells whether there is more.
     auto rows = statements_->listFiles.query(instance, Blob{from}, Blob{until},
                                              static_cast<int64_t>(limit) + 1);
-    while (rows.next()) {
-        if (page.files.size() == limit || taken >= bytes) {
+    for (size_t count = 0; rows.next(); ++count) {
+        if (count == limit || taken >= bytes) {
             page.more = true;
             break;
         }
-        page.files.push_back({std::string(rows.text(0)), static_cast<FileKind>(rows.integer(1)),
-                              sqliteAttributes(rows.text(2))});
-        taken += page.files.back().path.size();
+        page.last = rows.text(0);
+        taken += page.last.size();
+        const StoredFile file = sqliteFile(rows);
+        if (file.sound) {
+            page.files.push_back({page.last, file.kind, file.attributes});
+        }
     }
     return page;
 }

@@ -1,21 +1,10 @@
 // The catalog's prepared statements, one place for all SQL that requests run.
 #pragma once
 
-#include <cstring>
-
 #include "sqlite.h"
 #include "sqlite_catalog.h"
 
 namespace dorvo {
-
-// A file's attributes out of their column; zeros when it holds none.
-inline FileAttributes sqliteAttributes(std::string_view column) {
-    FileAttributes attributes{};
-    if (column.size() == sizeof attributes) {
-        std::memcpy(attributes.data(), column.data(), column.size());
-    }
-    return attributes;
-}
 
 struct SqliteCatalog::Statements {
     explicit Statements(const Database& database) : db(database) {}
@@ -25,9 +14,15 @@ struct SqliteCatalog::Statements {
     // Pieces that several statements share.
     const std::string selectInstance =
         "SELECT i.id, i.name, m.user, m.name, i.definition, i.state, i.damaged,"
-        " i.compress, i.totalfiles, i.totaldirectories, i.totalsize FROM instances i"
+        " i.compress, i.totalfiles, i.totaldirectories, i.totalsize, i.items, i.idle FROM"
+        " instances i"
         " JOIN machines m ON m.id = i.machine ";
     const std::string incomplete = "(kind = 0 OR blocks * 131072 < size)";
+    // As sqliteFile() reads them.
+    const std::string selectFile =
+        "SELECT path, kind, attributes, mtime, compress, size, blocks, f.container, f.offset,"
+        " seal, coalesce(c.instance, 0)";
+    const std::string fromFiles = " FROM files f LEFT JOIN containers c ON c.id = f.container ";
 
     Statement addUser{db, "INSERT OR IGNORE INTO users(name, password) VALUES(?1, ?2)"};
     Statement findPassword{db, "SELECT password FROM users WHERE name = ?1"};
@@ -53,6 +48,9 @@ struct SqliteCatalog::Statements {
 
     Statement findInstanceByName{db, selectInstance + "WHERE i.name = ?1"};
     Statement findInstanceById{db, selectInstance + "WHERE i.id = ?1"};
+    Statement passTime{db, "UPDATE instances SET idle = idle + ?1 WHERE state < 2"};
+    Statement listIdle{db, "SELECT name FROM instances WHERE state < 2 AND idle >= ?1"};
+    Statement useInstance{db, "UPDATE instances SET idle = 0 WHERE id = ?1"};
     Statement openInstance{
         db,
         "INSERT INTO instances(name, machine, definition, base, state, compress)"
@@ -61,27 +59,64 @@ struct SqliteCatalog::Statements {
     Statement startInstance{db,
                             "UPDATE instances SET state = 1, starttime = ?2, totalfiles = ?3,"
                             " totaldirectories = ?4, totalsize = ?5 WHERE id = ?1"};
-    Statement findBase{db, "SELECT base FROM instances WHERE id = ?1"};
+    Statement findBase{db, "SELECT base, state FROM instances WHERE id = ?1"};
     Statement setCompress{db, "UPDATE instances SET compress = ?2 WHERE id = ?1"};
     Statement carryOver{
         db,
         "INSERT OR REPLACE INTO files SELECT ?1, path, kind, attributes, mtime, compress, size,"
-        " blocks, container, offset FROM files f WHERE instance = ?2 AND path = ?3 AND kind = 1"
-        " AND mtime = ?4 AND NOT EXISTS"
-        " (SELECT 1 FROM errors e WHERE e.instance = ?2 AND e.path = f.path) AND NOT " +
+        " blocks, container, offset, seal FROM files f WHERE instance = ?2 AND path = ?3"
+        " AND kind = 1 AND mtime = ?4 AND NOT EXISTS"
+        " (SELECT 1 FROM errors e WHERE e.instance = ?2 AND e.path = f.path) AND NOT EXISTS"
+        " (SELECT 1 FROM damaged d WHERE d.container = f.container AND d.offset = f.offset"
+        " AND f.size > 0) AND NOT " +
             incomplete};
-    Statement await{db, "INSERT OR REPLACE INTO files VALUES(?1, ?2, 0, x'', ?3, ?4, 0, 0, 0, 0)"};
+    Statement await{
+        db, "INSERT OR REPLACE INTO files VALUES(?1, ?2, 0, x'', ?3, ?4, 0, 0, 0, 0, NULL)"};
 
-    Statement findFile{db,
-                       "SELECT kind, attributes, mtime, compress, size, blocks, container, offset,"
-                       " coalesce(c.instance, 0) FROM files f LEFT JOIN containers c"
-                       " ON c.id = f.container WHERE f.instance = ?1 AND path = ?2"};
-    Statement putFile{db, "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10)"};
-    Statement newestContainer{
-        db, "SELECT id, given FROM containers WHERE instance = ?1 ORDER BY id DESC LIMIT 1"};
-    Statement addContainer{db, "INSERT INTO containers(instance, given) VALUES(?1, ?2)"};
+    Statement findFile{db, selectFile + fromFiles + "WHERE f.instance = ?1 AND path = ?2"};
+    Statement putFile{db,
+                      "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11)"};
+    // What a container without digests has room for is left to itself.
+    Statement newestContainer{db,
+                              "SELECT id, given FROM containers WHERE instance = ?1"
+                              " AND digests = 1 ORDER BY id DESC LIMIT 1"};
+    Statement addContainer{db,
+                           "INSERT INTO containers(instance, given, digests) VALUES(?1, ?2, 1)"};
     Statement setGiven{db, "UPDATE containers SET given = ?2 WHERE id = ?1"};
+
     Statement setBlocks{db, "UPDATE files SET blocks = ?3 WHERE instance = ?1 AND path = ?2"};
+    // The MD5 of one more block, behind those of the blocks before it; containers of earlier
+    // versions have none from the first block on. Two blobs joined are a text.
+    Statement putDigest{db,
+                        "INSERT INTO digests SELECT ?1, ?2, ?3, ?4 WHERE"
+                        " (SELECT digests FROM containers WHERE id = ?1) = 1"
+                        " ON CONFLICT DO UPDATE SET stamp = excluded.stamp,"
+                        " md5s = CAST(substr(md5s, 1, ?5) || excluded.md5s AS BLOB)"};
+    Statement findDigest{
+        db,
+        "SELECT (SELECT substr(md5s, ?3, 16) FROM digests WHERE container = ?1 AND position = ?2),"
+        " (SELECT digests FROM containers WHERE id = ?1)"};
+    Statement dropDigests{
+        db,
+        "DELETE FROM digests WHERE container = ?1 AND position IN (SELECT"
+        " position FROM digests WHERE container = ?1 ORDER BY position LIMIT ?2)"};
+    Statement setSynced{db, "UPDATE service SET synced = ?1"};
+    // All of a package without digests.
+    Statement findUnsynced{
+        db,
+        "SELECT CASE WHEN (SELECT digests FROM containers WHERE id = ?1) = 1 THEN (SELECT"
+        " min(position) FROM digests WHERE container = ?1 AND position >= ?2 AND position < ?3"
+        " AND stamp > ?4) ELSE ?2 END"};
+    Statement listRunning{db, "SELECT id FROM instances WHERE state = 1 AND damaged = 0"};
+    Statement damagePackage{db, "INSERT OR IGNORE INTO damaged VALUES(?1, ?2)"};
+    Statement forgetDamage{db, "DELETE FROM damaged WHERE container = ?1"};
+    Statement listItems{db, selectFile + ", f.size > 0 AND d.container IS NOT NULL" + fromFiles +
+                                "LEFT JOIN damaged d ON d.container = f.container AND d.offset ="
+                                " f.offset WHERE f.instance = ?1 AND path > ?2 ORDER BY path"
+                                " LIMIT ?3"};
+    Statement awaitAgain{db,
+                         "UPDATE files SET kind = 0, size = 0, blocks = 0, container = 0,"
+                         " offset = 0, seal = NULL WHERE instance = ?1 AND path = ?2"};
     // The next four: of a stretch.
     Statement listIncomplete{
         db,
@@ -114,6 +149,9 @@ struct SqliteCatalog::Statements {
     Statement forgetGivenUp{db, "DELETE FROM given_up WHERE container = ?1"};
 
     Statement damageInstance{db, "UPDATE instances SET damaged = 1 WHERE id = ?1"};
+    Statement damageContainer{db,
+                              "UPDATE instances SET damaged = 1 WHERE state < 2 AND id = (SELECT"
+                              " instance FROM containers WHERE id = ?1)"};
 
     Statement addError{db, "INSERT OR REPLACE INTO errors VALUES(?1, ?2, ?3, ?4)"};
     Statement countErrors{db, "SELECT count(*) FROM errors WHERE instance = ?1"};
@@ -121,7 +159,7 @@ struct SqliteCatalog::Statements {
 
     Statement completeInstance{
         db,
-        "UPDATE instances AS i SET state = 2, endtime = ?2, completion = 1 + (SELECT"
+        "UPDATE instances AS i SET state = 2, endtime = ?2, items = ?3, completion = 1 + (SELECT"
         " max(completion) FROM instances j WHERE j.machine = i.machine"
         " AND j.definition = i.definition) WHERE id = ?1"};
     Statement cancelInstance{db, "UPDATE instances SET state = 3 WHERE id = ?1"};
@@ -138,9 +176,9 @@ struct SqliteCatalog::Statements {
         " AND (?2 = '' OR n.name = ?2) AND (?3 = '' OR j.definition = ?3) AND j.id > ?4"
         " ORDER BY j.id LIMIT ?5) ORDER BY i.id"};
 
-    Statement listFiles{db,
-                        "SELECT path, kind, attributes FROM files WHERE instance = ?1"
-                        " AND path >= ?2 AND path < ?3 ORDER BY path LIMIT ?4"};
+    Statement listFiles{db, selectFile + fromFiles +
+                                "WHERE f.instance = ?1 AND path >= ?2 AND path < ?3 ORDER BY path"
+                                " LIMIT ?4"};
     Statement openRestore{
         db, "INSERT INTO restores(name, machine, definition, instance) VALUES(?1, ?2, ?3, ?4)"};
     Statement findRestore{db,

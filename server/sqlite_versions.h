@@ -66,8 +66,22 @@ ALTER TABLE service ADD COLUMN generation INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE containers ADD COLUMN keep INTEGER NOT NULL DEFAULT 0;
 )";
 
+// What came before has no digests, seals or counts; what is not there is not compared.
+inline constexpr char sqliteVersion5[] = R"(
+ALTER TABLE containers ADD COLUMN digests INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE instances ADD COLUMN items INTEGER NOT NULL DEFAULT -1;
+ALTER TABLE instances ADD COLUMN idle INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE files ADD COLUMN seal INTEGER;
+ALTER TABLE service ADD COLUMN synced INTEGER NOT NULL DEFAULT 0;
+CREATE TABLE digests(
+  container INTEGER NOT NULL, position INTEGER NOT NULL, stamp INTEGER NOT NULL, md5s BLOB NOT NULL,
+  PRIMARY KEY(container, position)) WITHOUT ROWID;
+CREATE TABLE damaged(
+  container INTEGER NOT NULL, offset INTEGER NOT NULL, PRIMARY KEY(container, offset)) WITHOUT ROWID;
+)";
+
 // Each makes its version, from 1 on, out of the one before.
 inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2, sqliteVersion3,
-                                                 sqliteVersion4};
+                                                 sqliteVersion4, sqliteVersion5};
 
 }  // namespace dorvo

@@ -98,13 +98,21 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     : data_(options.data),
       lock_(lockData(data_)),
       events_(log),
-      blocks_(data_ / "packages", options.containerBytes),
+      blocks_(data_ / "packages", options.containerBytes,
+              [this](int64_t container, size_t bytes) { syncPoints_->wrote(container, bytes); }),
       catalog_(soundCatalog(data_, blocks_)),
       dispatcher_(catalog_, blocks_, options.sessionLifetime) {
     reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, logEvent);
     catalog_.finishCancelling();
     // A copy that was put back may not be on the disk yet, and all promises stand on it.
     syncFileSystems();
+    catalog_.everythingIsSynced();
+    syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
+    abandonedRuns_ = std::make_unique<AbandonedRuns>(
+        catalog_, options.runLifetime,
+        [this](const std::string& name, std::chrono::seconds lifetime) {
+            dispatcher_.giveUp(name, lifetime.count());
+        });
     listen(options, std::move(log));
     logEvent("started, version " + std::string(serverVersion) + ", on " + endpoint() + ", data " +
              data_.string());
@@ -146,6 +154,7 @@ void StorageServer::stop() {
     stopped_ = true;
     logEvent("stopping");
     http_->stop();
+    abandonedRuns_.reset();
     dispatcher_.stop();
     syncFileSystems();
     endService(catalog_, blocks_, logEvent);

@@ -10,12 +10,14 @@
 #include <memory>
 #include <string>
 
+#include "abandoned_runs.h"
 #include "dispatcher.h"
 #include "event_log.h"
 #include "file_block_store.h"
 #include "file_descriptor.h"
 #include "httpd/http_server.h"
 #include "sqlite_catalog.h"
+#include "sync_points.h"
 
 namespace dorvo {
 
@@ -30,6 +32,8 @@ struct ServerOptions {
     int64_t sessionLifetime = int64_t{30} * 24 * 3600;  // seconds of idleness
     HttpLimits limits = serviceLimits();
     int64_t containerBytes = FileBlockStore::usualLimit;
+    SyncPoints::Pace syncPace{};
+    std::chrono::seconds runLifetime = std::chrono::hours(30 * 24);  // of a run without requests
     std::string boot;  // identity of the machine's boot; empty: ask the system
 };
 
@@ -57,7 +61,9 @@ private:
     EventLog events_;
     FileBlockStore blocks_;
     SqliteCatalog catalog_;
+    std::unique_ptr<SyncPoints> syncPoints_;
     Dispatcher dispatcher_;
+    std::unique_ptr<AbandonedRuns> abandonedRuns_;
     std::unique_ptr<HttpServer> http_;
     bool stopped_ = false;
 };

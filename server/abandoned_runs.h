@@ -1,0 +1,46 @@
+// Ends the backups that nobody goes on with: whose machine is no more, or whose client has given
+// them up after damage without saying so. Their bytes are freed.
+//
+// What counts is the time that the service has been there and no request has come about the backup,
+// by a clock that nobody sets: neither a wrong date nor a server that was off for a month ends
+// anything. A thread of its own counts, a part of the lifetime at a time.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "catalog.h"
+
+namespace dorvo {
+
+class AbandonedRuns {
+public:
+    // Ends the backup of that name, which has been idle for so long, unless somebody has come back
+    // to it.
+    using GiveUp = std::function<void(const std::string& name, std::chrono::seconds lifetime)>;
+
+    // Borrows the catalog.
+    AbandonedRuns(Catalog& catalog, std::chrono::seconds lifetime, GiveUp giveUp);
+    // Stops and joins; a backup that is being ended is ended.
+    ~AbandonedRuns();
+    AbandonedRuns(const AbandonedRuns&) = delete;
+    AbandonedRuns& operator=(const AbandonedRuns&) = delete;
+
+private:
+    void work();
+    void look(std::chrono::seconds passed);
+
+    Catalog& catalog_;
+    const std::chrono::seconds lifetime_;
+    const GiveUp giveUp_;
+    std::mutex mutex_;  // guards stop_
+    std::condition_variable changed_;
+    bool stop_ = false;
+    std::thread thread_;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,37 @@
+// Goes through all items of a backup in pieces, so that others get their turn at the catalog
+// between them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "catalog.h"
+
+namespace dorvo {
+
+// Gives `look` the items piece by piece, in the order of their paths. Ends early where that order
+// is broken: the rest could be gone through for ever. The caller sees to it that nobody adds items
+// meanwhile.
+template <class Look>
+void forEachPiece(Catalog& catalog, int64_t instance, const Look& look) {
+    constexpr size_t piece = 1000;
+    std::string after;
+    while (true) {
+        std::vector<CatalogItem> items = catalog.listItems(instance, after, piece);
+        bool last = items.size() < piece;
+        for (size_t i = 0; i < items.size(); ++i) {
+            if (items[i].path <= after) {
+                items.resize(i);
+                last = true;
+                break;
+            }
+            after = items[i].path;
+        }
+        look(items);
+        if (last) {
+            return;
+        }
+    }
+}
+
+}  // namespace dorvo

@@ -1,0 +1,83 @@
+#include "sync_points.h"
+
+#include <exception>
+#include <string>
+
+#include "event_log.h"
+
+namespace dorvo {
+
+SyncPoints::SyncPoints(Catalog& catalog, BlockStore& blocks, Pace pace)
+    : catalog_(catalog), blocks_(blocks), pace_(pace), thread_([this] { work(); }) {}
+
+SyncPoints::~SyncPoints() {
+    {
+        const std::lock_guard lock(mutex_);
+        stop_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+}
+
+void SyncPoints::wrote(int64_t container, size_t bytes) {
+    bool wake = false;
+    {
+        const std::lock_guard lock(mutex_);
+        wake = written_.empty();
+        written_.insert(container);
+        const bool below = bytes_ < pace_.bytes;
+        bytes_ += static_cast<int64_t>(bytes);
+        wake = wake || (below && bytes_ >= pace_.bytes);
+    }
+    if (wake) {
+        changed_.notify_one();
+    }
+}
+
+void SyncPoints::work() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return stop_ || !written_.empty(); });
+        changed_.wait_for(lock, pace_.time, [this] { return stop_ || bytes_ >= pace_.bytes; });
+        if (stop_) {
+            return;
+        }
+        lock.unlock();
+        const bool done = sync();
+        lock.lock();
+        if (!done) {
+            changed_.wait_for(lock, pace_.time, [this] { return stop_; });
+        }
+    }
+}
+
+bool SyncPoints::sync() {
+    std::set<int64_t> containers;
+    try {
+        // Everything that the catalog counts up to here was written before, and is in the set.
+        const int64_t stamp = catalog_.beginSyncPoint();
+        {
+            const std::lock_guard lock(mutex_);
+            containers.swap(written_);
+            bytes_ = 0;
+        }
+        while (!containers.empty()) {
+            const int64_t container = *containers.begin();
+            if (!blocks_.sync(container, 0)) {
+                logEvent("damaged: the disk has refused bytes of container " +
+                         std::to_string(container));
+                catalog_.damageContainer(container);
+            }
+            containers.erase(container);
+        }
+        catalog_.endSyncPoint(stamp);
+        return true;
+    } catch (const std::exception& error) {
+        logEvent(std::string("sync point: ") + error.what());
+    }
+    const std::lock_guard lock(mutex_);
+    written_.merge(containers);
+    return false;
+}
+
+}  // namespace dorvo
