@@ -106,7 +106,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     catalog.addUser("alice", "");
     catalog.addSession(sha256(std::string(64, 'a')), "alice", "pc", std::time(nullptr),
                        sessionLifetime);
-    Dispatcher dispatcher(catalog, blocks, sessionLifetime);
+    DiskRoom room(folder.path(), 0, {});
+    Dispatcher dispatcher(catalog, blocks, room, sessionLifetime);
     const std::string answers = answersTo(fuzz::text(data, size), dispatcher);
     fuzz::require(answers.empty() || answers.starts_with("HTTP/1."));
     for (const char* fault : {"HTTP/1.0 50", "HTTP/1.1 50"}) {

@@ -66,6 +66,7 @@ void requireNotCancelled(const Instance& instance) {
 Instance BackupEndpoints::openOrFind(const Session& session, std::string_view name,
                                      std::string_view definition, bool compress) {
     if (!catalog_.findInstance(name)) {
+        room_.requireForUpload();
         return catalog_.openInstance(session, name, definition, compress);
     }
     Instance instance = namedInstance(catalog_, session, name);
@@ -100,6 +101,7 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = openOrFind(session, name, definition, compress);
     requireOpen(instance);
+    room_.requireForUpload();
     const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
     if (first) {
         freeGivenUp(catalog_, blocks_);

@@ -12,18 +12,20 @@
 
 #include "block_store.h"
 #include "catalog.h"
+#include "disk_room.h"
 #include "instance_locks.h"
 
 namespace dorvo {
 
 class BackupEndpoints {
 public:
-    // What is left of a request that may take long, to be called once, by any thread; empty: the
-    // answer is {} already. It holds the backup's lock until it is destroyed.
+    // What is left of a request that may take long, to be called by any thread, again if it throws;
+    // empty: the answer is {} already. It holds the backup's lock until it is destroyed.
     using Rest = std::function<boost::json::object()>;
 
-    // Borrows both.
-    BackupEndpoints(Catalog& catalog, BlockStore& blocks) : catalog_(catalog), blocks_(blocks) {}
+    // Borrows all.
+    BackupEndpoints(Catalog& catalog, BlockStore& blocks, DiskRoom& room)
+        : catalog_(catalog), blocks_(blocks), room_(room) {}
 
     boost::json::object filesToBackup(const Session& session, const boost::json::object& body);
     boost::json::object startJob(const Session& session, const boost::json::object& body);
@@ -50,6 +52,7 @@ private:
 
     Catalog& catalog_;
     BlockStore& blocks_;
+    DiskRoom& room_;
     InstanceLocks locks_;
 };
 

@@ -84,6 +84,7 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = ownInstance(catalog_, session, name);
     requireRunning(instance);
+    room_.requireForUpload();
     const auto known = catalog_.findFile(instance.id, path);
     const bool hasPlace = known && known->sound && known->owner == instance.id;
     file.compress = known ? known->compress : instance.compress;
@@ -137,10 +138,11 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
         throw ServiceError(404, "the backup has no such file");
     }
     checkBlock(*file, instance.id, k, block.content);
+    if (k <= file->blocks && holds(*file, k, block.content)) {
+        return {};  // a repeat, perhaps a late one: the blocks above stay
+    }
+    room_.requireForUpload();
     if (k <= file->blocks) {
-        if (holds(*file, k, block.content)) {
-            return {};  // a repeat, perhaps a late one: the blocks above stay
-        }
         // Its old bytes are no longer to be counted on once new ones are being written over them.
         catalog_.dropBlocks(instance.id, {{std::string(path), k - 1}});
     }

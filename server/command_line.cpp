@@ -83,6 +83,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
                    "cancelled")
         ->capture_default_str()
         ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
+    app.add_option("--reserve", result.options.reserve,
+                   "MiB of the disk that uploads leave free; 1 % when left out, at most 1024")
+        ->check(CLI::Range(int64_t{0}, int64_t{1} << 30U));
     CLI::App* user = app.add_subcommand("user", "accounts");
     user->require_subcommand(1);
     CLI::App* add =
@@ -103,6 +106,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     }
     readListen(listen, result.options);
     readProxies(proxies, result.options.limits);
+    if (result.options.reserve) {
+        *result.options.reserve <<= 20U;
+    }
     result.options.data = data;
     result.options.runLifetime = std::chrono::seconds(runLifetime);
     if (add->parsed()) {

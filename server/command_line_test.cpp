@@ -16,13 +16,15 @@ CommandLine parse(Words words) {
 }
 
 TEST(CommandLine, ServesOrAddsAUser) {
-    const CommandLine serve = parse(
-        {"--listen", "[::1]:0", "--data", "d", "--session-lifetime", "5", "--run-lifetime", "6"});
+    const CommandLine serve = parse({"--listen", "[::1]:0", "--data", "d", "--session-lifetime",
+                                     "5", "--run-lifetime", "6", "--reserve", "3"});
     EXPECT_EQ(serve.verb, CommandLine::Verb::serve);
     EXPECT_EQ(serve.options.address + serve.options.data.string(), "::1d");
     EXPECT_EQ(serve.options.port, 0);
     EXPECT_EQ(serve.options.sessionLifetime, 5);
     EXPECT_EQ(serve.options.runLifetime, std::chrono::seconds(6));
+    EXPECT_EQ(serve.options.reserve, 3 << 20U);
+    EXPECT_FALSE(parse({}).options.reserve);
     for (const Words& words :
          {Words{"user", "add", "eve", "--data", "d"}, Words{"--data", "d", "user", "add", "eve"}}) {
         const CommandLine add = parse(words);
@@ -48,7 +50,7 @@ TEST(CommandLine, WrongUsageIsOneSentence) {
           Words{"serve"}, Words{"user"}, Words{"user", "add"}, Words{"user", "add", "a", "b"},
           Words{"--session-lifetime", "0"}, Words{"--run-lifetime", "0"},
           Words{"--connections", "0"}, Words{"--trusted-proxy", "localhost"},
-          Words{"--trusted-proxy"}}) {
+          Words{"--trusted-proxy"}, Words{"--reserve", "-1"}, Words{"--reserve", "x"}}) {
         try {
             parse(words);
             ADD_FAILURE() << words.back();

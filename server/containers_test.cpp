@@ -94,6 +94,7 @@ TEST_F(Containers, OnRecordAsGivenUpGoAtTheStart) {
         database.exec("DELETE FROM containers WHERE id = 3; INSERT INTO given_up VALUES(3), (1)");
     }
     restart();
+    EXPECT_FALSE(fs::exists(data / "orphans"));
     EXPECT_EQ(there(), "12");  // one that a backup has is never freed, whatever the record says
     EXPECT_EQ(column("SELECT group_concat(container) FROM given_up"), "1");
 }
@@ -130,6 +131,7 @@ INSERT INTO files VALUES(1, CAST('a' AS BLOB), 1, x'', 1, 0, 1, 1, 1, 0),
   (4, CAST('empty' AS BLOB), 1, x'', 1, 0, 0, 0, 4, 0);
 PRAGMA user_version=2;)");
     }
+    EXPECT_THROW(restart(), std::exception);  // without its packages it is a mistake
     const std::string contents[] = {"a", half, "cancelled"};
     for (int number = 1; number <= 3; ++number) {
         fs::create_directories(package(number).parent_path());
@@ -138,6 +140,7 @@ PRAGMA user_version=2;)");
     }
     restart();
     EXPECT_EQ(there(), "12");
+    EXPECT_FALSE(fs::exists(data / "orphans"));
     EXPECT_EQ(stored("i1", "a"), "a");
     EXPECT_EQ(putBlock("i2", "a", 1, "x"), 409);
     EXPECT_EQ(putBlock("i2", "b", 2, "hello"), 200);

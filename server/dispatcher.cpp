@@ -4,6 +4,7 @@
 #include <boost/json.hpp>
 
 #include "client_network.h"
+#include "disk_full.h"
 #include "event_log.h"
 #include "json_body.h"
 #include "service_error.h"
@@ -51,14 +52,25 @@ WebReply incompleteReply(const IncompleteBackup& error) {
 
 WebReply faultReply(const std::string& path, const std::exception& error) {
     logEvent("fault in " + path + ": " + error.what());
-    return errorReply(503, "the storage is not available");
+    const bool full = dynamic_cast<const DiskFull*>(&error) != nullptr;
+    return errorReply(503, full ? "the server's disk is full" : "the storage is not available");
 }
 
-// What the call gives, or the answer to its refusal or fault. The path is for the log.
+// What the call gives, or the answer to its refusal or fault. The path is for the log. A call that
+// finds no room on the disk is made again if some can be given; it has changed nothing.
 template <class Call>
-WebReply judged(const std::string& path, const Call& call) {
+WebReply judged(DiskRoom& room, const std::string& path, const Call& call) {
     try {
-        return call();
+        try {
+            return call();
+        } catch (const DiskFull&) {
+            if (!room.giveWay()) {
+                throw;
+            }
+        }
+        WebReply reply = call();
+        room.hold();  // a part of what was given, for the next one
+        return reply;
     } catch (const IncompleteBackup& error) {
         return incompleteReply(error);
     } catch (const ServiceError& error) {
@@ -97,7 +109,7 @@ struct Dispatcher::Endpoint {
     static std::optional<LongPoll> login(Dispatcher& dispatcher, const WebRequest& request,
                                          Respond respond) {
         AccountEndpoints::Login login;
-        WebReply refusal = judged(request.path, [&] {
+        WebReply refusal = judged(dispatcher.room_, request.path, [&] {
             login = dispatcher.accounts_.login(request);
             return WebReply();
         });
@@ -107,7 +119,9 @@ struct Dispatcher::Endpoint {
         }
         return dispatcher.logins_.run(
             login.network, login.user,
-            [path = request.path, check = std::move(login.check)] { return judged(path, check); },
+            [&dispatcher, path = request.path, check = std::move(login.check)] {
+                return judged(dispatcher.room_, path, check);
+            },
             std::move(respond));
     }
 
@@ -118,7 +132,7 @@ struct Dispatcher::Endpoint {
         if (!session) {
             throw ServiceError(401, "no valid session");
         }
-        WebReply reply = judged(request.path, [&] {
+        WebReply reply = judged(dispatcher.room_, request.path, [&] {
             WebReply answer;
             call(*session, answer);
             return answer;
@@ -166,7 +180,7 @@ struct Dispatcher::Endpoint {
     static std::optional<LongPoll> ending(Dispatcher& dispatcher, const WebRequest& request,
                                           Respond respond) {
         BackupEndpoints::Rest rest;
-        WebReply reply = judged(request.path, [&] {
+        WebReply reply = judged(dispatcher.room_, request.path, [&] {
             return inSession(dispatcher, request, [&](const Session& session, WebReply&) {
                 rest = (dispatcher.backups_.*method)(session, parseBody(request.body));
             });
@@ -177,8 +191,8 @@ struct Dispatcher::Endpoint {
         }
         return dispatcher.endings_.run(
             clientNetwork(request.peer), reply.user,
-            [path = request.path, user = reply.user, rest = std::move(rest)] {
-                WebReply done = judged(path, [&rest] {
+            [&dispatcher, path = request.path, user = reply.user, rest = std::move(rest)] {
+                WebReply done = judged(dispatcher.room_, path, [&rest] {
                     WebReply answer;
                     answer.body = json::serialize(rest());
                     return answer;
@@ -236,9 +250,11 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     return found == std::end(table) ? nullptr : found;
 }
 
-Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime)
-    : accounts_(catalog, sessionLifetime),
-      backups_(catalog, blocks),
+Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, DiskRoom& room,
+                       int64_t sessionLifetime)
+    : room_(room),
+      accounts_(catalog, sessionLifetime),
+      backups_(catalog, blocks, room),
       restores_(catalog, blocks),
       keys_(catalog),
       logins_(loginOptions()),
@@ -267,7 +283,7 @@ Admission Dispatcher::admit(const WebRequest& head) {
 
 std::optional<WebReply> Dispatcher::judgeLargeBody(const WebRequest& head) {
     std::optional<WebReply> refusal;
-    WebReply reply = judged(head.path, [&] {
+    WebReply reply = judged(room_, head.path, [&] {
         return accounts_.session(head.cookie) ? WebReply() : errorReply(401, "no valid session");
     });
     if (reply.status != 200) {
@@ -285,7 +301,7 @@ std::optional<LongPoll> Dispatcher::handle(const WebRequest& request, Respond re
     if (endpoint != nullptr && endpoint->begin != nullptr) {
         return endpoint->begin(*this, request, std::move(respond));
     }
-    respond(judged(request.path, [&] {
+    respond(judged(room_, request.path, [&] {
         return endpoint == nullptr ? errorReply(404, "no such path")
                                    : endpoint->handle(*this, request);
     }));

@@ -17,8 +17,8 @@ inline constexpr size_t endingThreads = 4;
 
 class Dispatcher : public HttpService {
 public:
-    // Borrows both. The lifetime of sessions is in seconds.
-    Dispatcher(Catalog& catalog, BlockStore& blocks, int64_t sessionLifetime);
+    // Borrows all. The lifetime of sessions is in seconds.
+    Dispatcher(Catalog& catalog, BlockStore& blocks, DiskRoom& room, int64_t sessionLifetime);
 
     Admission admit(const WebRequest& head) override;
     // All but small bodies are taken in only from those who are logged in.
@@ -37,6 +37,7 @@ private:
     struct Endpoint;
     static const Endpoint* find(std::string_view path);
 
+    DiskRoom& room_;
     AccountEndpoints accounts_;
     BackupEndpoints backups_;
     RestoreEndpoints restores_;

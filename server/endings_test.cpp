@@ -66,7 +66,8 @@ protected:
         server.reset();
         catalog_.emplace((data / "catalog.db").string());
         blocks_.emplace(data / "packages");
-        dispatcher_.emplace(*catalog_, *blocks_, 1000);
+        room_.emplace(data, 0, DiskRoom::Source());
+        dispatcher_.emplace(*catalog_, *blocks_, *room_, 1000);
         http_.emplace(*dispatcher_, "127.0.0.1", 0, HttpLimits{}, HttpThreads{1, 2},
                       [](const std::string&) {});
     }
@@ -91,6 +92,7 @@ protected:
 
     std::optional<SqliteCatalog> catalog_;
     std::optional<SlowBlocks> blocks_;
+    std::optional<DiskRoom> room_;
     std::optional<Dispatcher> dispatcher_;
     std::optional<HttpServer> http_;
 };

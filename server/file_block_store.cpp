@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "disk_full.h"
 #include "file_descriptor.h"
 #include "package_marker.h"
 
@@ -21,6 +22,9 @@ namespace {
 constexpr mode_t fileMode = 0600;
 
 [[noreturn]] void fail(const char* what, const fs::path& path) {
+    if (errno == ENOSPC || errno == EDQUOT) {
+        throw DiskFull(std::string(what) + " " + path.string() + ": the disk is full");
+    }
     throw std::system_error(errno, std::generic_category(),
                             std::string(what) + " " + path.string());
 }

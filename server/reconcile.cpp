@@ -42,15 +42,15 @@ std::string damageOf(const fs::path& catalog) {
 }
 
 // Throws unless these packages are the catalog's, as far as the marker tells.
-void requireOwnPackages(const SqliteCatalog::Service& service,
+void requireOwnPackages(SqliteCatalog& catalog, const SqliteCatalog::Service& service,
                         const std::optional<PackageMarker>& marker, const FileBlockStore& blocks,
-                        bool anyPackage, bool anyContainer) {
+                        bool anyPackage) {
     if (service.empty && anyPackage) {
         refuseEmptyCatalog(blocks);
     }
     // Folders of earlier versions have no marker, and get theirs now.
     const bool first = service.generation == 0;
-    if (!marker && (first ? anyContainer && !anyPackage : true)) {
+    if (!marker && (!first || (!anyPackage && catalog.hasBlocks()))) {
         throw std::runtime_error("the packages of the catalog are not in " +
                                  blocks.folder().string() +
                                  " (no file 'marker' there): mount their disk or put them back");
@@ -125,7 +125,7 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
     const SqliteCatalog::Service service = catalog.service();
     auto marker = readMarker(blocks.folder());
     const auto found = blocks.list();
-    requireOwnPackages(service, marker, blocks, !found.empty(), !catalog.listContainers().empty());
+    requireOwnPackages(catalog, service, marker, blocks, !found.empty());
     if (!marker) {
         marker = PackageMarker{newIdentity(), 0};
         if (fs::create_directory(blocks.folder())) {

@@ -102,12 +102,13 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     backup("i1", {{"a"}});
     start("i2");
     put("i2", "b", "known to both");
-    server.reset();
-    keepCatalog(data / "older");
-    restart();
+    keepCatalog(data / "older");  // of this service; its end makes it an older one
     put("i2", "c", "known to the later one");
     ASSERT_EQ(end("i2"), 200);
     backup("i3", {{"d"}});
+    start("open");
+    put("open", "o", "under way");
+    restart();
     server.reset();
     keepCatalog(data / "later");
     const auto before = packages();
@@ -131,7 +132,10 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     ASSERT_EQ(refusal(), "");
     EXPECT_EQ(stored("i1", "a") + stored("i2", "b") + stored("i2", "c") + stored("i3", "d"),
               "aknown to bothknown to the later oned");
-    EXPECT_EQ(contentOf(orphan("4")), "e");
+    EXPECT_EQ(contentOf(data / "orphans" / "5.pkg"), "e");
+    // The packages have been in service without it.
+    EXPECT_EQ(state("open"), "cancelled");
+    EXPECT_EQ(contentOf(orphan("4")), "under way");
 }
 
 TEST_F(Reconcile, KeepsTheTailThatACopyWithoutItsLogDoesNotKnow) {
@@ -211,6 +215,7 @@ TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
             fs::rename(data / "away", data / "packages");
         }
         EXPECT_EQ(packages(), whole);
+        EXPECT_NE(fs::exists(catalog), row.name == std::string("no catalog"));
         writeMarker(data / "packages", *marker);
         putCatalogBack(data / "whole");
     }

@@ -4,12 +4,20 @@
 
 #include <stdexcept>
 
+#include "disk_full.h"
+
 namespace dorvo {
 
 namespace {
 
 [[noreturn]] void fail(sqlite3* db) {
-    throw std::runtime_error(std::string("database: ") + sqlite3_errmsg(db));
+    const std::string why = std::string("database: ") + sqlite3_errmsg(db);
+    // The second is what the log's index says of a full disk.
+    if (sqlite3_errcode(db) == SQLITE_FULL ||
+        sqlite3_extended_errcode(db) == SQLITE_IOERR_SHMSIZE) {
+        throw DiskFull(why);
+    }
+    throw std::runtime_error(why);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // A thin owner of an SQLite connection, its prepared statements and its transactions.
 //
-// Every failure throws std::runtime_error with SQLite's own text. A connection and its statements
-// belong to one thread at a time; the caller serialises.
+// Every failure throws std::runtime_error with SQLite's own text, DiskFull for want of room. A
+// connection and its statements belong to one thread at a time; the caller serialises.
 #pragma once
 
 #include <chrono>

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "checkpointer.h"
+#include "disk_full.h"
 #include "sqlite_durably.h"
 #include "sqlite_statements.h"
 #include "sqlite_versions.h"
@@ -34,6 +35,9 @@ void bringUpToDate(Database& database) {
     }
     if (version > newest) {
         throw std::runtime_error("the database is of a later version of this program");
+    }
+    if (version == newest) {
+        return;  // without a write, for which there may be no room
     }
     for (; version < newest; ++version) {
         database.exec(sqliteVersions[version]);
@@ -157,7 +161,11 @@ std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, in
     }
     // Not at every request: a write costs more than all the rest of the look-up.
     if (now - used > lifetime / 64) {
-        statements_->useSession.run(Blob{tokenHash}, now);
+        try {
+            statements_->useSession.run(Blob{tokenHash}, now);
+        } catch (const DiskFull&) {
+            // It ends earlier then; what the session is for may be what makes room.
+        }
     }
     return session;
 }

@@ -42,6 +42,8 @@ public:
         bool empty = true;       // there has never been a backup
     };
     Service service();
+    // Any file of any backup has bytes in some container.
+    bool hasBlocks();
     // Whether the machine has been started anew without an end of service before.
     bool lostPower(std::string_view boot);
     // Begins service under this boot of the machine, see above; takes an identity if one is given,

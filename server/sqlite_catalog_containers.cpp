@@ -18,6 +18,12 @@ SqliteCatalog::Service SqliteCatalog::service() {
     return service;
 }
 
+bool SqliteCatalog::hasBlocks() {
+    const std::lock_guard lock(mutex_);
+    Statement first(database_, "SELECT 1 FROM files WHERE blocks > 0 LIMIT 1");
+    return first.query().next();
+}
+
 std::vector<SqliteCatalog::Container> SqliteCatalog::listContainers() {
     const std::lock_guard lock(mutex_);
     std::vector<Container> list;

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "descriptor_limit.h"
+#include "disk_full.h"
 #include "listen_address.h"
 #include "password_hash.h"
 #include "reconcile.h"
@@ -54,7 +55,8 @@ void syncFileSystem(const fs::path& data) {
     }
 }
 
-std::string soundCatalog(const fs::path& data, const FileBlockStore& blocks) {
+std::string soundCatalog(const fs::path& data, const FileBlockStore& blocks, DiskRoom& room) {
+    room.begin();
     requireSoundCatalog(data / "catalog.db", blocks);
     return prepareDataFolder(data);
 }
@@ -69,6 +71,16 @@ HttpLimits fitted(HttpLimits limits, const HttpServer::Log& log) {
         limits.connections = connections;
     }
     return limits;
+}
+
+// What a start can do without: the next one makes up for it.
+template <class Call>
+void whileThereIsRoom(const Call& call) {
+    try {
+        call();
+    } catch (const DiskFull& full) {
+        logEvent(std::string("left for the next start: ") + full.what());
+    }
 }
 
 // Calls of endpoints wait for locks and, at the end of a backup, for the disk.
@@ -100,13 +112,15 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
       events_(log),
       blocks_(data_ / "packages", options.containerBytes,
               [this](int64_t container, size_t bytes) { syncPoints_->wrote(container, bytes); }),
-      catalog_(soundCatalog(data_, blocks_)),
-      dispatcher_(catalog_, blocks_, options.sessionLifetime) {
+      room_(data_, options.reserve, options.space),
+      catalog_(soundCatalog(data_, blocks_, room_)),
+      dispatcher_(catalog_, blocks_, room_, options.sessionLifetime) {
     reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, logEvent);
-    catalog_.finishCancelling();
+    whileThereIsRoom([this] { catalog_.finishCancelling(); });
+    room_.hold();
     // A copy that was put back may not be on the disk yet, and all promises stand on it.
     syncFileSystems();
-    catalog_.everythingIsSynced();
+    whileThereIsRoom([this] { catalog_.everythingIsSynced(); });
     syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
     abandonedRuns_ = std::make_unique<AbandonedRuns>(
         catalog_, options.runLifetime,
@@ -157,8 +171,25 @@ void StorageServer::stop() {
     abandonedRuns_.reset();
     dispatcher_.stop();
     syncFileSystems();
-    endService(catalog_, blocks_, logEvent);
+    recordEnd();
     logEvent("stopped");
+}
+
+void StorageServer::recordEnd() {
+    try {
+        try {
+            endService(catalog_, blocks_, logEvent);
+        } catch (const DiskFull&) {
+            if (!room_.giveWay()) {
+                throw;
+            }
+            endService(catalog_, blocks_, logEvent);
+        }
+    } catch (const DiskFull& full) {
+        // Everything is on the disk but this: the next start takes it for a crash, which costs
+        // nothing.
+        logEvent(std::string("the end is not on record: ") + full.what());
+    }
 }
 
 void addUser(const fs::path& data, const std::string& name, const std::string& password) {

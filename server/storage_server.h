@@ -8,9 +8,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "abandoned_runs.h"
+#include "disk_room.h"
 #include "dispatcher.h"
 #include "event_log.h"
 #include "file_block_store.h"
@@ -34,6 +36,8 @@ struct ServerOptions {
     int64_t containerBytes = FileBlockStore::usualLimit;
     SyncPoints::Pace syncPace{};
     std::chrono::seconds runLifetime = std::chrono::hours(30 * 24);  // of a run without requests
+    std::optional<int64_t> reserve;  // bytes that uploads leave free, see DiskRoom
+    DiskRoom::Source space;
     std::string boot;  // identity of the machine's boot; empty: ask the system
 };
 
@@ -55,11 +59,13 @@ public:
 private:
     void syncFileSystems() const;
     void listen(const ServerOptions& options, HttpServer::Log log);
+    void recordEnd();
 
     std::filesystem::path data_;
     FileDescriptor lock_;
     EventLog events_;
     FileBlockStore blocks_;
+    DiskRoom room_;
     SqliteCatalog catalog_;
     std::unique_ptr<SyncPoints> syncPoints_;
     Dispatcher dispatcher_;
