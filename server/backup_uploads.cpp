@@ -97,6 +97,7 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     if (hasPlace && !keepsPlace && known->blocks > 0) {
         catalog_.dropBlocks(instance.id, {{std::string(path), 0}});
     }
+    const bool missed = known && known->kind == FileKind::awaited;
     if (keepsPlace || file.size == 0) {
         catalog_.putFile(instance.id, path, file);
     } else {
@@ -104,6 +105,11 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     }
     if (hasPlace && !keepsPlace) {
         blocks_.discard(known->container, known->offset, known->size);
+    }
+    if (!missed) {
+        // After a power cut endjob asks for what is awaited again, and for nothing else: a folder
+        // would be missing from a completed backup.
+        catalog_.syncChanges();
     }
     // A client that has stored more of it goes back to this.
     return {{"blocks", file.blocks}};

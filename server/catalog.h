@@ -200,6 +200,8 @@ public:
     // The bytes of those blocks survive a power cut. With it, as a rule, everything that was
     // changed before this call.
     virtual void endSyncPoint(int64_t stamp) = 0;
+    // Everything that was changed before this call survives a power cut.
+    virtual void syncChanges() = 0;
     // The first of the file's blocks that no sync point covers.
     virtual std::optional<int64_t> findUnsynced(const StoredFile& file) = 0;
     // Instances that are running and not damaged.

@@ -107,6 +107,7 @@ public:
     std::optional<std::string> findDigest(const StoredFile& file, int64_t k) override;
     int64_t beginSyncPoint() override;
     void endSyncPoint(int64_t stamp) override;
+    void syncChanges() override;
     std::optional<int64_t> findUnsynced(const StoredFile& file) override;
     std::vector<int64_t> listRunning() override;
     bool damagePackage(const StoredFile& file) override;

@@ -66,8 +66,13 @@ void SqliteCatalog::endSyncPoint(int64_t stamp) {
         statements_->setSynced.run(stamp);
         synced_ = stamp;
     }
-    // Not under the lock, and not as a durable commit would: that the log keeps its order is all
-    // that this mark depends on.
+    // That the log keeps its order is all that this mark depends on.
+    syncChanges();
+}
+
+void SqliteCatalog::syncChanges() {
+    // Not under the lock, and not as a durable commit would: others go on meanwhile. What is not in
+    // the log any more was synced when it was moved.
     const FileDescriptor log(::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC));
     if (log && ::fdatasync(log.get()) != 0) {
         throw std::system_error(errno, std::generic_category(), "cannot sync " + path_ + "-wal");
