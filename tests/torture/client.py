@@ -245,7 +245,7 @@ class Client:
         answer = self.ask("info", instance.name, path, kind, numbers, size, may_leave=True,
                           before=lambda: self.model.info_sent(instance, path, kind, numbers, mtime, size))
         self.taken(instance, answer, path)
-        self.model.info_stored(instance, path, answer.json.get("blocks"))
+        self.model.info_stored(instance, path, answer.json["blocks"])
 
     def send_blocks(self, instance, path):
         package = instance.entries[path].package

@@ -135,6 +135,8 @@ def older_folder(world):
     return True
 
 
-STRIKES = {"lose the catalog": lose_catalog, "flip bits of the catalog": flip_catalog,
+STRIKES = {"flip bits of packages": flip_bits, "lose pages of packages": lose_pages,
+           "truncate packages": truncate_packages, "remove packages": remove_packages,
+           "lose the catalog": lose_catalog, "flip bits of the catalog": flip_catalog,
            "lose the catalog's log": lose_log, "put back an older catalog": older_catalog,
            "put back an older folder": older_folder}

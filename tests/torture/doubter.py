@@ -41,8 +41,6 @@ class Doubter:
             if page["next"] <= after:
                 break
             after = page["next"]
-        if "missing" not in page:
-            return
         for item in found:
             entry = instance.entries.get(item["path"])
             if not entry or (item["type"], tuple(item["attri"].values())) != (entry.kind, entry.numbers):

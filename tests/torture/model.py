@@ -162,8 +162,6 @@ class Model:
         """uploadfile was answered with how many blocks of the file are stored."""
         entry = instance.entries[path]
         known = entry.package.blocks
-        if blocks is None:  # only later services say so
-            blocks = len(known)
         if blocks < len(known) and not instance.excused(path):
             raise Wrong(f"{instance.name}: {blocks} blocks of {path} are stored, not {len(known)}")
         # More than known are those whose answers were lost; they are sent again.
@@ -249,14 +247,16 @@ class Model:
     # What strikes do.
 
     def power_cut(self):
-        """Whatever was not completed may have lost what was acknowledged of it, errors too."""
+        """Whatever was not completed may have lost uploads, errors and a cancellation.
+        That it was opened and started was not to be lost."""
         self.restores.clear()
         for instance in self.all():
             if not instance.is_only(COMPLETED):
                 instance.foggy = True
                 instance.unsure_errors |= instance.errors
                 instance.errors = {}
-                instance.states |= {ABSENT, PENDING, RUNNING}
+                if CANCELLED in instance.states:
+                    instance.states |= {PENDING, RUNNING}
 
     def catalog_rewound(self):
         """The catalog is that of this model, the packages are of later: what was not completed then may

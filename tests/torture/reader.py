@@ -32,7 +32,7 @@ class Reader:
             found += answer["source"]
             after = answer["next"]
             if not after:
-                if answer.get("missing"):
+                if answer["missing"]:
                     raise Wrong(f"the list of {instance.name} is said to miss {answer['missing']}")
                 break
             if len(found) > len(expected):

@@ -19,7 +19,7 @@ from place import Folder  # noqa: E402
 from strikes import kill  # noqa: E402
 from world import World  # noqa: E402
 
-FOUND = "nothing was done to it|is not what was stored|503"  # damage, by the service or by the reader
+FOUND = "nothing was done to it"  # by the service itself
 LIVES = 20  # by then every client has long asked everything there is to ask
 
 
