@@ -56,6 +56,10 @@ HRESULT VSSRequester::prepare(const std::vector<std::wstring>& volumes, int back
     HRESULT result = provider_->begin(backupType, end_);
     std::vector<std::wstring> supported;
     for (const std::wstring& volume : volumes) {
+        // What is not there must not cost the others their backup.
+        if (isAway(volume)) {
+            continue;
+        }
         bool can = false;
         if (FAILED(result) || FAILED(result = provider_->supports(volume, can))) {
             return result;
@@ -66,6 +70,12 @@ HRESULT VSSRequester::prepare(const std::vector<std::wstring>& volumes, int back
     }
     prepared_ = !supported.empty();
     return prepared_ ? provider_->prepare(supported, end_) : result;
+}
+
+bool VSSRequester::isAway(const std::wstring& volume) {
+    // A root that may not be looked at is one all the same.
+    return GetFileAttributesW(volume.c_str()) == INVALID_FILE_ATTRIBUTES &&
+           GetLastError() != ERROR_ACCESS_DENIED;
 }
 
 bool VSSRequester::makeSnapshot() {

@@ -53,11 +53,14 @@ public:
     // has begun, the next one. The one after that starts afresh. Any thread; does not wait.
     void setEndEvent();
 
-    // The snapshots that were made; fewer than the volumes asked for when the service has said of
-    // some that they can have none. An answer that fails is a failure of the start.
+    // The snapshots that were made; fewer than the volumes asked for when some are away, or the
+    // service has said of some that they can have none. An answer that fails is a failure of the
+    // start.
     int volumeCount() const;
     // Index below volumeCount(); the reference lasts until the next start or end.
     const SnapshotVolume& volume(int index) const;
+    // Whether there is nothing at the volume's path: a disk that was unplugged, an empty drive.
+    static bool isAway(const std::wstring& volume);
     // Whether an error of startBackup or makeSnapshot says that the service is busy, with another
     // snapshot or with holding writes: another try may succeed.
     static constexpr bool isBusy(DWORD error) {

@@ -17,6 +17,7 @@ struct Script {
     HRESULT begin = S_OK;
     HRESULT supports = S_OK;
     std::wstring unsupported;
+    std::wstring unknown;
     HRESULT prepare = S_OK;
     HRESULT snapshot = S_OK;
     HRESULT complete = S_OK;
@@ -40,7 +41,7 @@ public:
     HRESULT supports(const std::wstring& volume, bool& supported) override {
         supported = volume != script_.unsupported;
         about_ = volume;
-        return script_.supports;
+        return volume == script_.unknown ? static_cast<HRESULT>(0x80042308) : script_.supports;
     }
     HRESULT prepare(const std::vector<std::wstring>& volumes, HANDLE) override {
         script_.calls.emplace_back("prepare");
@@ -74,7 +75,8 @@ private:
 class Requester : public testing::Test {
 protected:
     Script script_;
-    const std::vector<std::wstring> volumes_ = {L"C:\\", L"D:\\"};
+    // The second stands for a volume that is mounted there.
+    const std::vector<std::wstring> volumes_ = {L"C:\\", L"C:\\windows\\"};
     VSSRequester requester_{std::make_unique<ScriptedProvider>(script_)};
 };
 
@@ -85,7 +87,7 @@ TEST_F(Requester, SnapshotsLastFromStartToEnd) {
         EXPECT_EQ(requester_.volumeCount(), atOnce ? 2 : 0);
         ASSERT_TRUE(atOnce || requester_.makeSnapshot());
         ASSERT_EQ(requester_.volumeCount(), 2);
-        EXPECT_EQ(requester_.volume(1).volumePath, L"D:\\");
+        EXPECT_EQ(requester_.volume(1).volumePath, volumes_[1]);
         EXPECT_EQ(requester_.volume(1).shadowPath, L"\\\\?\\GLOBALROOT\\Device\\Copy1");
         EXPECT_TRUE(requester_.endBackup());
         EXPECT_EQ(requester_.volumeCount(), 0);
@@ -137,13 +139,28 @@ TEST_F(Requester, VolumesThatCanHaveNoneAreLeftOut) {
     script_.unsupported = L"C:\\";
     ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
     ASSERT_EQ(requester_.volumeCount(), 1);
-    EXPECT_EQ(requester_.volume(0).volumePath, L"D:\\");
+    EXPECT_EQ(requester_.volume(0).volumePath, volumes_[1]);
     script_.calls.clear();
     const std::vector<std::wstring> one = {L"C:\\"};
     ASSERT_TRUE(requester_.startBackup(&one, VSSRequester::full, true));
     EXPECT_EQ(requester_.volumeCount(), 0);
     EXPECT_TRUE(requester_.endBackup());
     EXPECT_THAT(script_.calls, ElementsAre("complete", "begin 1", "complete"));
+}
+
+// The service has no answer for them.
+TEST_F(Requester, VolumesThatAreAwayCostTheOthersNothing) {
+    const std::wstring away = L"C:\\no such volume\\";
+    script_.unknown = away;
+    const std::vector<std::wstring> two = {away, L"C:\\"};
+    ASSERT_TRUE(requester_.startBackup(&two, VSSRequester::full, true));
+    ASSERT_EQ(requester_.volumeCount(), 1);
+    EXPECT_EQ(requester_.volume(0).volumePath, L"C:\\");
+    const std::vector<std::wstring> one = {away};
+    EXPECT_TRUE(requester_.startBackup(&one, VSSRequester::full, true));
+    EXPECT_EQ(requester_.volumeCount(), 0);
+    script_.begin = E_FAIL;
+    EXPECT_FALSE(requester_.startBackup(&one, VSSRequester::full, true));
 }
 
 TEST_F(Requester, EndsTheOlderBackupBeforeANewOneAndTheLastWithItself) {

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "job/restorepath.h"
 #include "job/source/sourcelinks.h"
+#include "vssreq/vssrequester.h"
 
 namespace dorvo {
 namespace {
@@ -14,6 +15,10 @@ constexpr const char* ownDataText =
     "of the agent's own folder, backups hold settings, exclusions and definitions of jobs only";
 constexpr const char* noSnapshotText =
     "there can be no snapshot of this volume, so its files were read while they could change";
+constexpr const char* awayText =
+    "this volume did not answer, so it has no snapshot: what is there by now was read while it "
+    "could "
+    "change";
 constexpr const char* nothingPassedText =
     "the job's filter by extension lets no file through: the backup holds folders only";
 constexpr const char* behindLinkText =
@@ -63,7 +68,8 @@ void BackupNotes::nothingPassed(const std::string& jobId) {
 void BackupNotes::readLive(const VolumeMap& volumes) {
     for (const auto& [path, volume] : volumes) {
         if (volume->shadowPath.empty()) {
-            if (notes_.addOnce(Kind::warning, path, noSnapshotText)) {
+            const char* const reason = VSSRequester::isAway(path) ? awayText : noSnapshotText;
+            if (notes_.addOnce(Kind::warning, path, reason)) {
                 log(LogLevel::warning,
                     "No snapshot of volume {%s}, its files are read as they are.\n",
                     toUtf8(path).c_str());
