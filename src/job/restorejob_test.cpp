@@ -143,6 +143,23 @@ TEST_F(RestoreJobTest, AFileThatIsInItsPlaceIsNotPlacedAgain) {
     }
 }
 
+// The service may list in another order, and the record goes by numbers.
+TEST_F(RestoreJobTest, AListThatIsMadeAnewForgetsWhatTheLostOneHasPlaced) {
+    script_.cutOff = "b";
+    {
+        const auto job = makeRestore(1);
+        run(*job);
+        EXPECT_EQ(job->state(), paused);
+    }
+    ASSERT_NE(DeleteFileW(list().c_str()), 0);
+    std::swap(script_.catalog[2], script_.catalog[3]);
+    const auto job = makeRestore(1);
+    ASSERT_TRUE(job->init());
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(contentOf(target() + L"\\c"), "C:\\sources\\c");
+}
+
 TEST_F(RestoreJobTest, WhatAKilledRunLeftBesideItsTargetGoes) {
     const std::wstring left = target() + L"\\~111111111111-3.tmp";
     const auto leave = [&](const char* job) {

@@ -66,8 +66,11 @@ bool RestoreRun::makeList() {
     if (listed_) {
         return true;
     }
-    // Item numbers begin anew, and packages are known by them.
+    // Item numbers begin anew, and packages and files in their places are known by them.
     rm_rf(itemTempFolder(job_.definition().id()), false);
+    if (resumed_) {
+        job_.placing_.finish();
+    }
     if (!beginList() || !forgetMadeFolders()) {
         return false;
     }

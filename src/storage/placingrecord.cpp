@@ -31,6 +31,10 @@ constexpr char indexKey[] = "index";
 constexpr char sizeKey[] = "size";
 constexpr char writtenKey[] = "written";
 
+// What some servers and drivers give as the index of every file, and what stands for one that does
+// not fit into 64 bits.
+constexpr uint64_t noIndexes[] = {0, ~uint64_t{0}};
+
 // Keeps a sweep away from records that are being opened: what it deletes is nobody's.
 std::mutex openLock;
 
@@ -71,7 +75,8 @@ std::wstring folderOf(const std::wstring& path) {
 
 }  // namespace
 
-PlacingRecord::PlacingRecord(const std::string& jobId) : path_(recordPath(jobId)) {
+PlacingRecord::PlacingRecord(const std::string& jobId, Look look)
+    : path_(recordPath(jobId)), look_(look) {
     content_ = read(path_);
     unsettled_ = !content_.sibling.empty();
 }
@@ -157,15 +162,16 @@ bool PlacingRecord::choose(const std::wstring& target, HANDLE sibling) {
     return write();
 }
 
-bool PlacingRecord::identify(HANDLE file, Identity& identity) {
+bool PlacingRecord::identify(HANDLE file, Identity& identity) const {
     BY_HANDLE_FILE_INFORMATION found{};
-    if (GetFileInformationByHandle(file, &found) == 0) {
+    if (look_(file, &found) == 0) {
         return false;
     }
     identity = {
         found.dwVolumeSerialNumber, uint64_t{found.nFileIndexHigh} << 32 | found.nFileIndexLow,
         uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow, toTicks(found.ftLastWriteTime)};
-    return true;
+    return std::find(std::begin(noIndexes), std::end(noIndexes), identity.index) ==
+           std::end(noIndexes);
 }
 
 bool PlacingRecord::isPlaced(const Run& run, uint32_t item) const {

@@ -26,8 +26,11 @@ class PlacingRecord {
 public:
     using Run = std::array<uint8_t, 16>;
 
+    // What tells of a file: GetFileInformationByHandle, or a test's own.
+    using Look = BOOL(WINAPI*)(HANDLE, BY_HANDLE_FILE_INFORMATION*);
+
     // Reads what an earlier process has left. The id is that of a job.
-    explicit PlacingRecord(const std::string& jobId);
+    explicit PlacingRecord(const std::string& jobId, Look look = GetFileInformationByHandle);
 
     // The item's sibling is about to be made. False with the last error: then it must not be.
     bool announce(const Run& run, uint32_t item, const std::wstring& sibling);
@@ -67,12 +70,13 @@ private:
         Identity identity;
     };
 
-    static bool identify(HANDLE file, Identity& identity);
+    bool identify(HANDLE file, Identity& identity) const;
     static Content read(const std::wstring& path);
     bool openFile();
     bool write();
 
     std::wstring path_;
+    Look look_;
     FileHandle file_;  // from the first announce() on
     Content content_;
     uint64_t length_ = 0;         // of the file

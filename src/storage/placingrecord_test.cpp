@@ -57,6 +57,27 @@ TEST_F(Placing, KnowsItsOwnFileAgain) {
     EXPECT_FALSE(PlacingRecord("j1").isPlaced(run, 18)) << "that is the former item's file";
 }
 
+// Any file of the same size and time would pass for the run's own.
+TEST_F(Placing, NotesNothingWhereTheDiskDoesNotTellFilesApart) {
+    static DWORD half;
+    for (const auto& [index, placed] :
+         {std::pair{DWORD{0}, false}, {~DWORD{0}, false}, {DWORD{1}, true}}) {
+        SCOPED_TRACE(index);
+        half = index;
+        const PlacingRecord::Look look = [](HANDLE file, BY_HANDLE_FILE_INFORMATION* found) {
+            const BOOL looked = GetFileInformationByHandle(file, found);
+            found->nFileIndexHigh = found->nFileIndexLow = half;
+            return looked;
+        };
+        PlacingRecord record("j1", look);
+        ASSERT_TRUE(record.announce(run, 17, sibling_));
+        storeFile(sibling_, "new");
+        ASSERT_TRUE(record.choose(target_, opened(sibling_).get()));
+        ASSERT_TRUE(MoveFileExW(sibling_.c_str(), target_.c_str(), MOVEFILE_REPLACE_EXISTING));
+        EXPECT_EQ(PlacingRecord("j1", look).isPlaced(run, 17), placed);
+    }
+}
+
 TEST_F(Placing, RemovesSiblingsOfItsRunAndNothingElse) {
     const auto name = [&](const wchar_t* text) { return folder_ + L"\\" + text; };
     const std::wstring ours[] = {sibling_, siblingPath(target_, run, 4)};
