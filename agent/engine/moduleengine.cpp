@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "engine/modulehost.h"
 #include "engine/verbrefusal.h"
+#include "job/pendingdrops.h"
 #include "keyfailure.h"
 #include "notify/jobnotifymanager.h"
 #include "singletons.h"
@@ -76,9 +77,13 @@ std::string theJob(const JobDefinition& job) {
     return "The job '" + toUtf8(job.name()) + "' ";
 }
 
-void bindSecrets(const std::string& server, Bind which) {
-    if (!server.empty() &&
-        !(cookies().bindTo(server, which) && passwords().bindTo(server, which))) {
+// The sessions, the passwords, and the runs to be dropped.
+void bindStores(const std::string& server, Bind which) {
+    if (server.empty()) {
+        return;
+    }
+    PendingDrops::bindTo(server, which);
+    if (!(cookies().bindTo(server, which) && passwords().bindTo(server, which))) {
         throw AgentError(
             "The sessions and passwords could not be written: see to the room on the disk and the "
             "rights in the data directory");
@@ -135,13 +140,13 @@ void ModuleEngine::setServer(const std::string& host, uint16_t port, const std::
     }
     if (!keepLogin) {
         // What an older version has kept tells of no server: it is the one set so far.
-        bindSecrets(serverOfOptions(), Bind::unbound);
+        bindStores(serverOfOptions(), Bind::unbound);
     }
     if (!options().setServerInfo(name.c_str(), host.c_str(), port)) {
         refuseUnwrittenOptions();
     }
     if (keepLogin) {
-        bindSecrets(serverName(host, port), Bind::all);
+        bindStores(serverName(host, port), Bind::all);
     }
     // A backup had better wait for a server that is being restarted than fail its files.
     options().waitForServer(true);

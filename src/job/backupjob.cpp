@@ -8,6 +8,7 @@
 #include "job/backuprun.h"
 #include "job/source/volumemap.h"
 #include "settings/options.h"
+#include "settings/serverbinding.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {
@@ -133,6 +134,7 @@ void BackupJob::tidyUp(int endCode) {
 }
 
 bool BackupJob::openStorage() {
+    server_ = serverOfOptions();
     storage_ = createStorage(StorageUse::items);
     return storage_ && storage_->start();
 }
@@ -147,6 +149,7 @@ bool BackupJob::completeAtStorage() {
 
 bool BackupJob::dropAtStorage(int) {
     if (!storage_) {
+        server_ = serverOfOptions();
         storage_ = createStorage(StorageUse::end);
     }
     if (!storage_ || !storage_->cancel()) {
@@ -163,8 +166,10 @@ void BackupJob::tellDrops() {
 }
 
 PendingDrop BackupJob::drop() const {
-    return {instanceText(),
-            backup().storage() == StorageKind::local ? backup().location() : std::wstring()};
+    if (backup().storage() == StorageKind::local) {
+        return {instanceText(), backup().location()};
+    }
+    return {instanceText(), {}, storage_ ? server_ : serverOfOptions()};
 }
 
 std::unique_ptr<BackupStorage> BackupJob::createStorage(StorageUse use) {

@@ -92,6 +92,7 @@ private:
     // The work thread's.
     VolumeMap volumes_;
     std::unique_ptr<BackupStorage> storage_;
+    std::string server_;  // which was set when the storage was made
 };
 
 }  // namespace dorvo

@@ -11,6 +11,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/uuid.h"
+#include "job/jobdirectories.h"
 #include "job/transferfailure.h"
 #include "settings/storefile.h"
 
@@ -18,9 +19,10 @@ namespace dorvo {
 namespace {
 
 constexpr wchar_t definitionName[] = L"\\def";
+constexpr std::string_view serverPrefix = "http://";  // begins no absolute path
 
-// Keeps the definition beside the drops of removed jobs from going while others come.
-std::mutex definitionLock;
+// Keeps folders, and the definition beside the drops of removed jobs, from going while others come.
+std::mutex folderLock;
 
 // Where the drops of removed jobs are.
 std::wstring handedOnRoot() {
@@ -49,6 +51,24 @@ bool read(const std::wstring& path, std::string& text) {
     return file && readStore(std::move(file), text);
 }
 
+std::string textOf(const PendingDrop& drop) {
+    if (!drop.location.empty()) {
+        return toUtf8(drop.location);
+    }
+    return drop.server.empty() ? std::string() : std::string(serverPrefix) + drop.server;
+}
+
+bool read(const std::wstring& folder, const std::string& id, PendingDrop& drop) {
+    std::string text;
+    if (!read(folder + L"\\" + toWide(id), text)) {
+        return false;
+    }
+    const bool web = text.starts_with(serverPrefix);
+    drop = {id, web ? std::wstring() : toWide(text),
+            web ? text.substr(serverPrefix.size()) : std::string()};
+    return true;
+}
+
 }  // namespace
 
 PendingDrops::PendingDrops(std::string jobId) : jobId_(std::move(jobId)) {
@@ -72,6 +92,26 @@ std::vector<std::wstring> PendingDrops::handedOn() {
     return folders;
 }
 
+void PendingDrops::bindTo(const std::string& server, Bind which) {
+    std::vector<PendingDrops> all;
+    for (const std::wstring& directory : jobDirectories()) {
+        all.emplace_back(toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
+    }
+    for (const std::wstring& folder : handedOn()) {
+        all.emplace_back(folder);
+    }
+    for (const PendingDrops& drops : all) {
+        for (const std::string& id : instancesIn(drops.folder_)) {
+            PendingDrop drop;
+            if (read(drops.folder_, id, drop) && drop.location.empty() && drop.server != server &&
+                (which == Bind::all || drop.server.empty())) {
+                drop.server = server;
+                drops.add(drop);
+            }
+        }
+    }
+}
+
 void PendingDrops::failed(const PendingDrop& drop, unsigned long error) const {
     if (!isRefusal(error)) {
         add(drop);
@@ -83,8 +123,9 @@ void PendingDrops::add(const PendingDrop& drop) const {
     if (drop.instanceId.empty() || folder_.empty()) {
         return;
     }
+    const std::lock_guard guard(folderLock);
     if (!createDirectories(folder_) ||
-        !replaceStore(folder_ + L"\\" + toWide(drop.instanceId), toUtf8(drop.location))) {
+        !replaceStore(folder_ + L"\\" + toWide(drop.instanceId), textOf(drop))) {
         log(LogLevel::error,
             "Failed to keep in mind that run {%s} of job {%s} is to be dropped, error-code = %d, "
             "%m.\n",
@@ -99,20 +140,19 @@ void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) con
         return;
     }
     for (const std::string& id : instancesIn(folder_)) {
-        const std::wstring file = folder_ + L"\\" + toWide(id);
-        std::string location;
-        if (!read(file, location)) {
+        PendingDrop pending;
+        if (!read(folder_, id, pending)) {
             continue;
         }
-        if (drop({id, toWide(location)})) {
+        if (drop(pending)) {
             log(LogLevel::information, "The storage of job {%s} has dropped run {%s} now.\n",
                 jobId_.c_str(), id.c_str());
         } else if (!isRefusal(GetLastError())) {
             continue;
         }
-        DeleteFileW(longPath(file).c_str());
+        DeleteFileW(longPath(folder_ + L"\\" + toWide(id)).c_str());
     }
-    const std::lock_guard ending(definitionLock);
+    const std::lock_guard ending(folderLock);
     if (!any()) {
         DeleteFileW(longPath(folder_ + definitionName).c_str());
     }
@@ -125,7 +165,7 @@ void PendingDrops::handOn(const JobDefinition& definition) const {
         return;
     }
     const std::wstring to = handedOnRoot() + L"\\" + toWide(jobId_);
-    const std::lock_guard guard(definitionLock);
+    const std::lock_guard guard(folderLock);
     // The definition comes first: without it nobody would know whose runs they are.
     bool kept = createDirectories(to) && definition.save(to + definitionName);
     for (const std::string& id : instancesIn(folder_)) {

@@ -1,8 +1,9 @@
 // Runs of a backup job that have ended without being completed, while their storage could not be
 // told to drop them: they are told later.
 //
-// Each is a file in the job's folder "drops", named as the run's instance. Its text is the folder
-// of the backups, empty for the web service, since the definition may change meanwhile. When the
+// Each is a file in the job's folder "drops", named as the run's instance. Its text is where the
+// run was stored, since definition and options may change meanwhile: the folder of the backups, or
+// "http://" and the name of the server; empty, of an older version, for whichever is set. When the
 // job is removed they move to a folder of its id in the data directory's "drops", where its
 // definition says whose they were. Any thread. Failures are logged.
 #pragma once
@@ -13,11 +14,15 @@
 #include <string>
 #include <vector>
 
+#include "base/api.h"
+#include "settings/serverbinding.h"
+
 namespace dorvo {
 
 struct PendingDrop {
     std::string instanceId;
-    std::wstring location;  // of local backups; empty: the web service
+    std::wstring location;    // of local backups; empty: the web service
+    std::string server = {};  // of the web service, a serverName(); empty: whichever is set
 };
 
 class PendingDrops {
@@ -26,6 +31,9 @@ public:
     // Those that removed jobs have handed on, in one of the folders that handedOn() gives.
     explicit PendingDrops(const std::wstring& folder);
     static std::vector<std::wstring> handedOn();
+    // Has the web service's drops of all jobs told to that server from now on: all of them, or
+    // those that name none.
+    static DORVO_JOB_API void bindTo(const std::string& server, Bind which);
 
     // After a storage has failed to drop the run with that error: keeps it, unless trying again is
     // of no use. On the disk when it returns.

@@ -138,6 +138,13 @@ bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HAN
         WebBackupStorage::Run web;
         fill(web);
         fillServer(definition, web);
+        if (!drop.server.empty() && drop.server != serverName(web.host, web.port)) {
+            log(LogLevel::information,
+                "Run {%s} of job {%s} is dropped when its server {%s} is set again.\n",
+                drop.instanceId.c_str(), definition.id().c_str(), drop.server.c_str());
+            SetLastError(ERROR_OPERATION_ABORTED);
+            return false;
+        }
         web.finishPatienceMs = patienceMs;
         return WebBackupStorage(std::move(web)).cancel();
     }

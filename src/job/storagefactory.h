@@ -43,7 +43,8 @@ std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& d
                                                    const StorageRun& run);
 
 // Has a run of the job that ended earlier dropped where it was stored, which heeds the stop after
-// `patienceMs`. False leaves the last error, and is logged.
+// `patienceMs`. False leaves the last error, and is logged: ERROR_OPERATION_ABORTED when another
+// server is set than the one that has the run, which is not asked then.
 bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop,
                    DWORD patienceMs = patient_interrupter::defaultPatienceMs);
 

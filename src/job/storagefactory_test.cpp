@@ -5,6 +5,7 @@
 #include "base/machine_name.h"
 #include "job/scripted_job.h"
 #include "settings/keymanager.h"
+#include "settings/options.h"
 #include "settings/recoveryfile.h"
 #include "storage/userkey.h"
 
@@ -80,6 +81,21 @@ TEST_F(StorageFactoryTest, EachBackupGetsTheKeyThatItWasMadeWith) {
     run(*backup);
     EXPECT_EQ(backup->state(), completed);
     EXPECT_EQ(backup->record().fileCount, 1u) << "one was carried over, and can be read with it";
+}
+
+// Another server does not know the run, and its no would be the last word.
+TEST_F(StorageFactoryTest, ARunIsDroppedByNoServerButItsOwn) {
+    ASSERT_TRUE(singleton<OptionsImpl>().setServerInfo("", "127.0.0.1", 1));  // nobody is there
+    const KernelHandle stop(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const BackupJobDefinition job("b", L"backup", "alice");
+    for (const auto& [server, asked] :
+         {std::pair{"", true}, {"127.0.0.1:1", true}, {"127.0.0.1:2", false}}) {
+        SCOPED_TRACE(server);
+        const LogCapture quiet;
+        const PendingDrop drop{"11111111-1111-1111-1111-111111111111", L"", server};
+        EXPECT_FALSE(dropBackupRun(job, drop, stop.get(), 0));
+        EXPECT_EQ(GetLastError() != ERROR_OPERATION_ABORTED, asked);
+    }
 }
 
 }  // namespace
