@@ -90,6 +90,8 @@ class Process:
 
     def until_said(self, text, seconds=120):
         self.until(lambda: text in self.out or text in self.err or self._code is not None, repr(text), seconds)
+        if self.ended:
+            self.wait(0)  # for what it said last
         if text not in self.out + self.err:
             raise AssertionError(f"ended with {self._code} without saying {text!r}\n{self.out}\n{self.err}")
 
