@@ -64,8 +64,6 @@ void BackupJob::handOnDrops() {
 }
 
 bool BackupJob::init() {
-    constexpr auto cancelled = static_cast<int>(JobState::cancelled);
-    const bool ended = state() == cancelled;
     if (!TransferJob::init()) {
         return false;
     }
@@ -74,11 +72,19 @@ bool BackupJob::init() {
             "The schedule of job {%s} is not valid: the job starts by hand only.\n",
             definition().id().c_str());
     }
-    if (!ended && state() == cancelled) {
-        drops_.add(drop());  // the process died before the storage was told, or its record
-    }
     plan(PlanReason::loaded);
     return true;
+}
+
+void BackupJob::crashLeft(JobState next) {
+    if (next == JobState::cancelled) {
+        // The process died before the storage was told, or its record. Once the record says so
+        // nobody would look for it any more.
+        drops_.add(drop());
+    } else {
+        // It had failed, and the storage could not be told: now it would lose the run that goes on.
+        drops_.forget(instanceText());
+    }
 }
 
 unsigned long BackupJob::run() {

@@ -49,6 +49,7 @@ protected:
     bool commandimpl(const char* text) override;
     void startAsked(bool refused) override;
     void runEnds() override;
+    void crashLeft(JobState next) override;
     int cleanup(int endCode) override;
 
     // A new back end for the run, null with the last error when there can be none. Work thread.
@@ -77,6 +78,9 @@ private:
     void handOnDrops();
     PendingDrop drop() const;
     void closeStorage() override { storage_.reset(); }
+    unsigned countEndTry(const Failure& failure, unsigned before) const override {
+        return conflictsInARow(failure, before);
+    }
     FailureAction endAction(const Failure& failure, unsigned tries) const override {
         return endFailure(failure, tries);
     }

@@ -401,17 +401,30 @@ TEST_F(BackupJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
 // of upload. One that does not let it start again has given it up.
 TEST_F(BackupJobTest, AConflictAtTheEndIsBelievedWhenItLastsOrMeetsTheStartToo) {
     constexpr DWORD conflict = 0x20010199;
-    for (const bool lasts : {true, false}) {
-        SCOPED_TRACE(lasts);
+    const std::deque<DWORD> conflicts(endTries, conflict);
+    std::deque<DWORD> broken(endTries - 1, conflict);
+    broken.push_back(0x200101F4);
+    broken.insert(broken.end(), conflicts.begin(), conflicts.end());
+    struct Row {
+        const char* name;
+        std::deque<DWORD> start;
+        std::deque<DWORD> end;
+        size_t last;  // the run that is dropped
+    };
+    const Row rows[] = {
+        {"it lasts", {}, conflicts, endTries},
+        {"it meets the start", {0, conflict}, conflicts, 2},
+        {"another failure comes in between", {}, broken, broken.size()},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
         rm_rf(dataPath(L"\\job"), true);
         script_ = {};
-        script_.end.assign(endTries, conflict);
-        if (!lasts) {
-            script_.start = {0, conflict};
-        }
+        script_.start = row.start;
+        script_.end = row.end;
         const auto job = makeBackup();
         const LogCapture quiet;
-        for (unsigned i = 1; i < (lasts ? endTries : 2); ++i) {
+        for (size_t i = 1; i < row.last; ++i) {
             run(*job);
             ASSERT_EQ(job->state(), paused) << i;
         }
@@ -504,6 +517,23 @@ TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
     }
 }
 
+// It had failed, and was about to say so: dropped while it goes on, nothing of it would be taken.
+TEST_F(BackupJobTest, ARunThatGoesOnAfterItsDropWasKeptIsNotDropped) {
+    script_.items["b"] = {WSAECONNRESET};
+    const auto job = makeBackup();
+    run(*job);
+    ASSERT_EQ(job->state(), paused);
+    job->record().state = static_cast<int32_t>(JobState::running);
+    PendingDrops("j1").add({job->instanceText(), L""});
+    EXPECT_TRUE(job->init());
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_FALSE(PendingDrops("j1").any()) << "also for those who tell without the job";
+    script_.calls.clear();
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script_.count("drop " + job->instanceText() + " "), 0u);
+}
+
 TEST_F(BackupJobTest, ARunThatDiedWhileItWasCancelledIsDroppedAndLeavesNoPackage) {
     const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
     const auto job = makeBackup();
@@ -511,7 +541,14 @@ TEST_F(BackupJobTest, ARunThatDiedWhileItWasCancelledIsDroppedAndLeavesNoPackage
     job->record().instanceId.fill(7);
     const std::string expected = "drop " + job->instanceText() + " ";
     write(package, "half a package");
+    unsigned before = 0;
+    script_.onCrashLeft = [&] {
+        ++before;
+        EXPECT_EQ(job->state(), static_cast<int32_t>(JobState::canceling));
+        EXPECT_TRUE(PendingDrops("j1").any()) << "or a crash right after would lose it";
+    };
     EXPECT_TRUE(job->init());
+    EXPECT_EQ(before, 1u);
     EXPECT_EQ(job->state(), cancelled);
     EXPECT_FALSE(exists(package));
     run(*job);

@@ -73,8 +73,7 @@ int BackupRun::carryOut() {
     }
     const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registerred.\n");
-    loadVolumes();
-    if (!carryOn()) {
+    if (!loadVolumes() || !carryOn()) {
         return endCode();
     }
     const ComApartment com;
@@ -91,11 +90,14 @@ int BackupRun::carryOut() {
     return end;
 }
 
-void BackupRun::loadVolumes() {
-    takeUp();
+bool BackupRun::loadVolumes() {
+    const bool takenUp = takeUp();
+    job_.atStorage_ = resumed_;
+    if (!takenUp) {
+        return false;
+    }
     notes_ = std::make_unique<BackupNotes>(jobHistoryNotesPath(directory_, job_.instanceText()),
                                            listed_);
-    job_.atStorage_ = resumed_;
     if (resumed_) {
         dorvo::loadVolumes(job_.definition().id().c_str(), job_.volumes_);
     }
@@ -112,6 +114,7 @@ void BackupRun::loadVolumes() {
         volume->creationTimestamp = -1;
     }
     log(LogLevel::debug, "Volumes loaded.\n");
+    return true;
 }
 
 // A volume whose record is lost would be read without its snapshot. Those that are on record keep
@@ -150,7 +153,7 @@ bool BackupRun::prepare() {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to open job activity source file, %d, %m.\n",
             static_cast<int>(keep.error()));
-        return fail(keep.error());
+        return failUnlessHeld(keep.error());
     }
     // Packages are encoded anew.
     rm_rf(itemTempFolder(job_.definition().id()), false);
@@ -296,7 +299,6 @@ bool BackupRun::generateList() {
         return false;
     }
     const interrupter stop(job_.stopEvent());
-    bool recorded = true;
     JobActivitySourceGenerator::Options options;
     options.filter = filter.get();
     options.excluded = ExcludedPaths(ExclusionList(), job_.definition().id());
@@ -304,7 +306,7 @@ bool BackupRun::generateList() {
     options.stop = &stop;
     options.failedItem = [&](const std::wstring& path, DWORD error) {
         const char* const reason = error == ERROR_NO_UNICODE_TRANSLATION ? brokenNameText : "";
-        recorded = addFailed(path, error, reason) && recorded;
+        addFailed(path, error, reason);
     };
     options.leavesOut = [&](const ComparablePath& path) { return notes_->leavesOut(path); };
     options.found = [&](const std::wstring& path) { notes_->found(path); };
@@ -318,8 +320,7 @@ bool BackupRun::generateList() {
     if (!generator.generate(list_, job_.volumes_)) {
         return false;
     }
-    if (!recorded) {
-        SetLastError(ERROR_WRITE_FAULT);
+    if (!allRecorded()) {
         return false;
     }
     // What could not be walked for want of a snapshot is not missing in the source.

@@ -21,7 +21,7 @@ public:
 private:
     class SnapshotsOf;
 
-    void loadVolumes();
+    bool loadVolumes();
     bool prepare();
     bool speakFirst();
     bool makeSnapshots();

@@ -42,6 +42,7 @@ DropTeller::DropTeller(Drop drop)
       wakeEvent_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
 
 void DropTeller::wake() {
+    const std::lock_guard guard(lock_);
     if (thread_ != nullptr) {
         SetEvent(wakeEvent_.get());
         return;
@@ -57,8 +58,13 @@ void DropTeller::wake() {
     }
 }
 
-void DropTeller::stop() {
+void DropTeller::signalStop() {
     SetEvent(stopEvent_.get());
+}
+
+void DropTeller::stop() {
+    const std::lock_guard guard(lock_);
+    signalStop();
     joinThread(thread_);
 }
 

@@ -1,13 +1,13 @@
 // Has runs dropped that a storage could not be told of: when the process starts, when a job has
 // been removed, and every hour while some are left. A job's own run tells, too.
 //
-// Its thread is there from the first call with something to tell until stop(). wake() and stop()
-// are for any thread, one at a time.
+// Its thread is there from the first call with something to tell until stop(). Any thread.
 #pragma once
 
 #include <windows.h>
 
 #include <functional>
+#include <mutex>
 
 #include "base/api.h"
 #include "base/handle.h"
@@ -29,7 +29,10 @@ public:
 
     // Begins to tell what there is; does not wait for it.
     void wake();
-    // Returns once nothing is told any more.
+    // Breaks off what can be broken off, and tells nothing more; does not wait for it.
+    void signalStop();
+    // The same, and returns once nothing is told any more, which takes as long as a server that is
+    // not there.
     void stop();
 
 private:
@@ -41,6 +44,7 @@ private:
     const Drop drop_;
     const KernelHandle stopEvent_;  // manual reset
     const KernelHandle wakeEvent_;  // auto reset
+    std::mutex lock_;               // guards what follows
     HANDLE thread_ = nullptr;
 };
 

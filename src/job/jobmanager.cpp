@@ -107,7 +107,7 @@ void JobManagerImpl::close() {
     joinRemoveThreads();
     {
         std::lock_guard guard(lock_);
-        teller_.stop();
+        teller_.signalStop();
         for (Job* job : jobs_) {
             if (job->running()) {
                 job->pause(false);  // all at once, before each is waited for
@@ -120,6 +120,7 @@ void JobManagerImpl::close() {
         consistentcheckfreeall();
     }
     joinRemoveThreads();  // a removal that came in between finds no job
+    teller_.stop();       // last, and without the lock: it may wait for a server that is not there
 }
 
 Job* JobManagerImpl::find(const char* id) const {

@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/api.h"
@@ -30,6 +31,8 @@ namespace dorvo {
 class DORVO_JOB_API JobManagerImpl {
 public:
     JobManagerImpl() = default;
+    // With another way to have runs dropped.
+    explicit JobManagerImpl(DropTeller::Drop drop) : teller_(std::move(drop)) {}
     JobManagerImpl(const JobManagerImpl&) = delete;
     JobManagerImpl& operator=(const JobManagerImpl&) = delete;
 
@@ -107,7 +110,7 @@ private:
     mutable CriticalSection lock_;  // guards jobs_ and every change of a job
     std::vector<Job*> jobs_;        // owned
     std::vector<LeftOut> leftOut_;  // under lock_ too
-    DropTeller teller_;             // under lock_ too, but for its end
+    DropTeller teller_;             // locks itself
     std::mutex removersLock_;       // guards removers_
     std::vector<HANDLE> removers_;  // remove threads to be joined
 };

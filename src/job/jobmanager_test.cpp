@@ -261,6 +261,32 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
     EXPECT_FALSE(exists(JobGround::directory("live") + L"\\drops"));
 }
 
+// A server that is not there holds up no run that is to pause.
+TEST_F(JobManager, PausesItsRunsBeforeItWaitsForThoseWhoTellOfDrops) {
+    EXPECT_TRUE(submit("a"));
+    manager_->close();
+    PendingDrops("a").add({"00000000-0000-0000-0000-000000000001", L""});
+    Signal telling;
+    Signal ended;
+    bool paused = false;
+    TestJob::plans["a"].run = [&](TestJob& job) {
+        const unsigned long result = job.untilAsked();
+        ended.set();
+        return result;
+    };
+    JobManagerImpl other([&](const JobDefinition&, const PendingDrop&, HANDLE) {
+        telling.set();
+        paused = ended.wait();
+        SetLastError(WSAECONNRESET);
+        return false;
+    });
+    EXPECT_TRUE(other.open());
+    EXPECT_TRUE(telling.wait());
+    EXPECT_TRUE(other.startJob("a"));
+    other.close();
+    EXPECT_TRUE(paused);
+}
+
 TEST_F(JobManager, ALateRemovalLeavesASuccessorAlone) {
     EXPECT_TRUE(submit("a"));
     {

@@ -9,6 +9,7 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "job/jobdirectories.h"
@@ -130,6 +131,23 @@ void PendingDrops::add(const PendingDrop& drop) const {
             "Failed to keep in mind that run {%s} of job {%s} is to be dropped, error-code = %d, "
             "%m.\n",
             drop.instanceId.c_str(), jobId_.c_str(), static_cast<int>(GetLastError()));
+    }
+}
+
+void PendingDrops::forget(const std::string& instanceId) const {
+    if (instanceId.empty() || folder_.empty()) {
+        return;
+    }
+    const std::wstring file = folder_ + L"\\" + toWide(instanceId);
+    SharingRetry retry;
+    bool gone = false;
+    do {
+        gone = DeleteFileW(longPath(file).c_str()) != 0 || isMissing(file);
+    } while (!gone && retry.again(ERROR_ACCESS_DENIED));
+    if (!gone) {
+        log(LogLevel::error,
+            "Failed to forget that run {%s} of job {%s} was to be dropped, error-code = %d, %m.\n",
+            instanceId.c_str(), jobId_.c_str(), static_cast<int>(GetLastError()));
     }
 }
 

@@ -39,6 +39,8 @@ public:
     // of no use. On the disk when it returns.
     void failed(const PendingDrop& drop, unsigned long error) const;
     void add(const PendingDrop& drop) const;
+    // The run goes on after all.
+    void forget(const std::string& instanceId) const;
 
     // Has each of them dropped: `drop` answers false with the last error where it still cannot be.
     // Whoever comes while another thread of the process tells leaves it to that one.

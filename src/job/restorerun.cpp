@@ -20,7 +20,9 @@ int RestoreRun::carryOut() {
     }
     const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
     log(LogLevel::debug, "Speed calculater registered.\n");
-    takeUp();
+    if (!takeUp()) {
+        return endCode();
+    }
     // The item is decoded anew, or somebody has gone on with what this run does not know of.
     job_.placing_.removeSibling();
     PlacingRecord::sweep();
@@ -38,7 +40,7 @@ bool RestoreRun::prepare() {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to open job activity source file to read, error = %d, %s.\n",
             static_cast<int>(keep.error()), job_.reasonText(keep.error()).c_str());
-        return fail(keep.error());
+        return failUnlessHeld(keep.error());
     }
     log(LogLevel::debug, "Job source reader ready.\n");
     return startStorage("Start to restore files/directories.\n");
@@ -97,17 +99,14 @@ bool RestoreRun::generateList() {
         return false;
     }
     const interrupter stop(job_.stopEvent());
-    bool recorded = true;
-    RestoreListGenerator generator({.catalog = catalog.get(),
-                                    .stop = &stop,
-                                    .failedItem = [&](const std::wstring& path, DWORD error) {
-                                        recorded = addFailed(path, error) && recorded;
-                                    }});
+    RestoreListGenerator generator(
+        {.catalog = catalog.get(),
+         .stop = &stop,
+         .failedItem = [&](const std::wstring& path, DWORD error) { addFailed(path, error); }});
     if (!generator.generate(list_, job_.restore().source())) {
         return false;
     }
-    if (!recorded) {
-        SetLastError(ERROR_WRITE_FAULT);
+    if (!allRecorded()) {
         return false;
     }
     const SourceCalculator& found = generator.totals();

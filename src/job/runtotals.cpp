@@ -102,7 +102,14 @@ bool saveRunTotals(const std::wstring& jobDirectory, const SourceTotals& totals)
 
 bool loadRunTotals(const std::wstring& jobDirectory, SourceTotals& totals) {
     RunTotals file(jobDirectory, totalsFile);
-    return file.load() && file.get(totals);
+    if (!file.load()) {
+        return false;
+    }
+    if (!file.get(totals)) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
+    return true;
 }
 
 bool removeRunTotals(const std::wstring& jobDirectory) {

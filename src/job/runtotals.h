@@ -16,7 +16,7 @@
 namespace dorvo {
 
 bool saveRunTotals(const std::wstring& jobDirectory, const SourceTotals& totals);
-// False when there is none or it makes no sense.
+// False with the last error when there is none or it makes no sense (ERROR_INVALID_DATA).
 DORVO_JOB_API bool loadRunTotals(const std::wstring& jobDirectory, SourceTotals& totals);
 // True when there is none afterwards.
 bool removeRunTotals(const std::wstring& jobDirectory);

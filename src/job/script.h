@@ -53,6 +53,7 @@ struct Script {
     bool snapshotTold = false;  // after onSnapshot: that the run is to stop
     // Where the snapshots of volumes are; others can have none. Empty: each where the volume is.
     std::map<std::wstring, std::wstring> shadows;
+    std::function<void()> onCrashLeft;       // before it is recorded what becomes of a run
     std::function<void()> onRun;             // before anything else of a run
     std::function<void(int end)> onCleanup;  // at its end
     uint64_t room = uint64_t{1} << 40;       // on every disk, bytes

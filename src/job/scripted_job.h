@@ -5,10 +5,13 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "base/handle.h"
 #include "base/local_time.h"
 #include "base/paths.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "job/activity/jobhistory.h"
@@ -119,6 +122,12 @@ public:
     using Scripted::Scripted;
 
 protected:
+    void crashLeft(JobState next) override {
+        BackupJob::crashLeft(next);
+        if (script_.onCrashLeft) {
+            script_.onCrashLeft();
+        }
+    }
     std::unique_ptr<BackupStorage> createStorage(StorageUse) override {
         return make<FakeBackupStorage, BackupStorage>();
     }
@@ -226,6 +235,23 @@ protected:
     }
 
     Script script_;
+    // Opened as by a program that shares it with nobody; nobody waits until it is let go of.
+    class Held {
+    public:
+        explicit Held(const std::wstring& path)
+            : file_(
+                  CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
+            EXPECT_TRUE(file_);
+        }
+        ~Held() { SharingRetry::pause = pause_; }
+        Held(const Held&) = delete;
+        Held& operator=(const Held&) = delete;
+
+    private:
+        const FileHandle file_;
+        const SharingRetry::Pause pause_ = std::exchange(SharingRetry::pause, [](DWORD) {});
+    };
+
     std::wstring prefix_ = L"C:\\sources\\";  // of restores
     bool snapshots_ = false;
     std::wstring unsupported_;  // the volume that can have no snapshot

@@ -78,6 +78,19 @@ constexpr FailureAction runFailure(const Failure& failure) {
 // answer that might change is believed.
 constexpr unsigned endTries = 15;
 
+// What a failure at the end makes of the number of those before it. A broken off try says nothing.
+constexpr unsigned failuresInARow(const Failure& failure, unsigned before) {
+    return isCancelled(failure) ? before : before + 1;
+}
+
+// The same, for conflicts: another failure in between has confirmed none of them.
+constexpr unsigned conflictsInARow(const Failure& failure, unsigned before) {
+    if (isCancelled(failure)) {
+        return before;
+    }
+    return failure.code == withHttpMark(409) ? before + 1 : 0;
+}
+
 // The storage could not complete the run, for the time that `tries` says. All that was stored is
 // dropped with a run that fails here, so it takes a clear no. A conflict says that the run is not
 // whole, or not in the state for it: who no longer knows the run refuses its next start.

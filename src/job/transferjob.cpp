@@ -64,6 +64,7 @@ bool TransferJob::init() {
     const bool underWay = state >= number(JobState::starting) && state <= number(JobState::pausing);
     if (state == number(JobState::canceling) || (underWay && stopAsked)) {
         // The storage drops what was never ended; here the run ends now.
+        crashLeft(JobState::cancelled);
         runError_ = ERROR_CANCELLED;
         openHistory();
         writeHistory(number(JobState::cancelled));
@@ -76,6 +77,7 @@ bool TransferJob::init() {
         record->state = number(JobState::cancelled);
         activity().sync();
     } else if (underWay) {
+        crashLeft(JobState::paused);
         // A pause that its user has seen begin stays the user's.
         const bool pausing =
             state == number(JobState::pausing) || record->pendingState == number(JobState::pausing);
@@ -268,7 +270,7 @@ int TransferJob::complete() {
 int TransferJob::endFailed(unsigned long code) {
     Failure failure = failureOf(code);
     failure.stopping = false;  // a pending stop is seen to afterwards
-    endTries_ += isCancelled(failure) ? 0 : 1;
+    endTries_ = countEndTry(failure, endTries_);
     const FailureAction action = endAction(failure, endTries_);
     if (action == FailureAction::settle) {
         log(LogLevel::warning,

@@ -44,6 +44,8 @@ protected:
     // is paused, or has failed.
     virtual int cleanup(int endCode);
 
+    // A crash has left a run, which is about to be recorded as cancelled, or as paused to go on.
+    virtual void crashLeft(JobState) {}
     // The run ends for good; its final state is about to be recorded. Work thread.
     virtual void runEnds() {}
 
@@ -72,7 +74,9 @@ protected:
     virtual bool completeAtStorage() = 0;
     virtual bool dropAtStorage(int endCode) = 0;
     virtual void closeStorage() = 0;
-    // What a failure to complete the run means, the `tries`th in a row.
+    // How many failures to complete the run count, one after the other, with this one.
+    virtual unsigned countEndTry(const Failure& failure, unsigned before) const = 0;
+    // What a failure to complete the run means, when so many count.
     virtual FailureAction endAction(const Failure& failure, unsigned tries) const = 0;
     // Whether a run that has nothing left but its end opens its storage before.
     virtual bool opensToEnd() const = 0;
@@ -124,7 +128,7 @@ private:
     std::unique_ptr<JobHistoryInfo> history_;
     std::unique_ptr<FailedItems> failed_;
     ResumeBackoff backoff_;
-    unsigned endTries_ = 0;       // how often the run could not be completed
+    unsigned endTries_ = 0;       // failures to complete the run that count
     bool retry_ = false;          // the run ends because of something that passes
     bool errorNotified_ = false;  // observers know of runError_
 };

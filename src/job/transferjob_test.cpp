@@ -122,7 +122,8 @@ TYPED_TEST(TransferJobTest, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
     const LogCapture quiet;
     this->run(*job);
     EXPECT_EQ(job->state(), failed);
-    EXPECT_EQ(job->record().endError, DWORD{ERROR_WRITE_FAULT});
+    EXPECT_EQ(job->record().endError, DWORD{ERROR_ACCESS_DENIED})
+        << "its own error: a full disk parks";
     EXPECT_EQ(script.count("start"), 0u);
 }
 
@@ -135,6 +136,14 @@ TYPED_TEST(TransferJobTest, FailedItemsThatCannotBeReadFailTheRun) {
     ASSERT_EQ(job->state(), paused);
     const std::wstring document =
         this->dataPath(L"\\job\\j1\\hist\\") + toWide(job->instanceText()) + L".errors";
+    {
+        const ScriptedJobTest::Held held(document);
+        const LogCapture quiet;
+        this->run(*job);
+        EXPECT_EQ(job->state(), paused) << "until it can be read again";
+        EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
+    }
+    EXPECT_EQ(job->errors(), Names{"b 32 "});
     this->write(document, "[");
     const LogCapture quiet;
     this->run(*job);
@@ -407,17 +416,46 @@ TYPED_TEST(TransferJobTest, AListWithoutItsEndNeverCompletes) {
     EXPECT_EQ(this->script_.count("end"), 0u);
 }
 
-TYPED_TEST(TransferJobTest, AListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
+TYPED_TEST(TransferJobTest, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
+    const std::wstring totals = this->dataPath(L"\\job\\j1\\act\\totals");
+    struct Row {
+        const char* name;
+        std::wstring file;
+        enum { deleted, damaged, held } how;
+    };
+    const Row rows[] = {
+        {"no list", this->list(), Row::deleted},
+        {"no totals", totals, Row::deleted},
+        {"totals without sense", totals, Row::damaged},
+        {"another program reads the list", this->list(), Row::held},
+        {"another program reads the totals", totals, Row::held},
+    };
     Script& script = this->script_;
-    script.items["b"] = {WSAECONNRESET};
-    const auto job = this->makeJob();
-    this->run(*job);
-    ASSERT_EQ(job->state(), paused);
-    ASSERT_NE(DeleteFileW(this->list().c_str()), 0);
-    script.calls.clear();
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.items["b"] = {WSAECONNRESET};
+        const auto job = this->makeJob();
+        this->run(*job);
+        ASSERT_EQ(job->state(), paused);
+        script.calls.clear();
+        const LogCapture quiet;
+        if (row.how == Row::held) {
+            const ScriptedJobTest::Held held(row.file);
+            this->run(*job);
+            EXPECT_EQ(job->state(), paused);
+            EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
+        } else if (row.how == Row::damaged) {
+            this->write(row.file, "{}");
+        } else {
+            ASSERT_NE(DeleteFileW(row.file.c_str()), 0);
+        }
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(),
+                  row.how == Row::held ? (Names{"b", "c"}) : (Names{"sources", "a", "b", "c"}));
+    }
 }
 
 TYPED_TEST(TransferJobTest, TakesUpWhatACrashLeft) {

@@ -4,6 +4,7 @@
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "job/runtotals.h"
 #include "storage/itemtemppath.h"
@@ -29,15 +30,32 @@ bool TransferRun::begin(const char* released) {
     return carryOn();
 }
 
-void TransferRun::takeUp() {
+bool TransferRun::takeUp() {
     // Without a start time nothing of the run was ever recorded, whatever lies in the folder.
     resumed_ = record_.resuming != 0 && record_.startTime != 0;
-    listed_ = resumed_ && loadRunTotals(directory_, transferJob_.totals_) &&
-              GetFileAttributesW(longPath(list_).c_str()) != INVALID_FILE_ATTRIBUTES;
-    if (!resumed_) {
-        forgetList();
-        record_.startTime = localTimeNow();
+    if (resumed_) {
+        return findList();
     }
+    forgetList();
+    record_.startTime = localTimeNow();
+    return true;
+}
+
+// A list that cannot be looked at for now is not lost: to make it anew is to send everything again.
+bool TransferRun::findList() {
+    SharingRetry retry;
+    do {
+        listed_ = loadRunTotals(directory_, transferJob_.totals_) &&
+                  GetFileAttributesW(longPath(list_).c_str()) != INVALID_FILE_ATTRIBUTES;
+    } while (!listed_ && retry.again());
+    const LastErrorGuard keep;
+    if (listed_ || keep.error() == ERROR_FILE_NOT_FOUND || keep.error() == ERROR_PATH_NOT_FOUND ||
+        keep.error() == ERROR_INVALID_DATA) {
+        return true;
+    }
+    log(LogLevel::error, "Failed to read the source list of job {%s}, error-code = %d, %m.\n",
+        transferJob_.definition().id().c_str(), static_cast<int>(keep.error()));
+    return pause(keep.error());
 }
 
 bool TransferRun::beginList() {
@@ -46,7 +64,7 @@ bool TransferRun::beginList() {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to clear the failed items of job {%s}, error-code = %d, %m.\n",
             transferJob_.definition().id().c_str(), static_cast<int>(keep.error()));
-        return fail(keep.error());
+        return failUnlessHeld(keep.error());
     }
     return true;
 }
@@ -59,9 +77,16 @@ bool TransferRun::endList(const SourceTotals& listed, const SourceTotals& walked
     return saveRunTotals(directory_, walked);
 }
 
-bool TransferRun::addFailed(const std::wstring& path, unsigned long code,
+void TransferRun::addFailed(const std::wstring& path, unsigned long code,
                             const std::string& reason) {
-    return transferJob_.failed_->add(path.c_str(), code, reason);
+    if (!transferJob_.failed_->add(path.c_str(), code, reason) && unrecorded_ == ERROR_SUCCESS) {
+        unrecorded_ = GetLastError();
+    }
+}
+
+bool TransferRun::allRecorded() const {
+    SetLastError(unrecorded_);
+    return unrecorded_ == ERROR_SUCCESS;
 }
 
 // What is on record of a list goes with it.
@@ -87,7 +112,7 @@ bool TransferRun::openStorage() {
         log(LogLevel::error, "Failed to read the failed items of job {%s}, error-code = %d, %s.\n",
             transferJob_.definition().id().c_str(), static_cast<int>(unread),
             transferJob_.reasonText(unread).c_str());
-        return fail(unread);
+        return failUnlessHeld(unread);
     }
     if (!transferJob_.opensToEnd() && isAtEndOfList()) {
         return storageOpen_ = true;
@@ -132,6 +157,11 @@ bool TransferRun::isAtEndOfList() const {
 bool TransferRun::fail(unsigned long code) {
     transferJob_.runError_ = code;
     return false;
+}
+
+bool TransferRun::failUnlessHeld(unsigned long code) {
+    return code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION ? pause(code)
+                                                                           : fail(code);
 }
 
 bool TransferRun::refuse(unsigned long code) {

@@ -19,14 +19,17 @@ protected:
 
     // Releases the starter; `released` is the line to log then.
     bool begin(const char* released);
-    // Takes up what is on record of the run.
-    void takeUp();
+    // Takes up what is on record of the run. Parks it when that cannot be read for now.
+    bool takeUp();
     // Makes room for a new list. Only the making of a list that was never finished can have left
     // failed items, which go too.
     bool beginList();
     // Tells the record what the list holds. The totals go to disk: the list is whole with them.
     bool endList(const SourceTotals& listed, const SourceTotals& walked);
-    bool addFailed(const std::wstring& path, unsigned long code, const std::string& reason = {});
+    // Writes down what of the list has failed.
+    void addFailed(const std::wstring& path, unsigned long code, const std::string& reason = {});
+    // Whether that could be kept of each; false with the last error of the first.
+    bool allRecorded() const;
     // Opens the run at its storage, once.
     bool openStorage();
     // The same, and begins to run; `begun` is the line to log then.
@@ -36,6 +39,8 @@ protected:
     bool isAtEndOfList() const;
 
     bool fail(unsigned long code);
+    // A file of the run's own could not be read: parks the run while another program holds it.
+    bool failUnlessHeld(unsigned long code);
     // Ends the run in error, unless it was a stop that caused the failure.
     bool refuse(unsigned long code);
     // The same, but parks the run because of something that passes.
@@ -58,10 +63,12 @@ protected:
     JobActivitySourceReader reader_;
 
 private:
+    bool findList();
     void forgetList();
 
     const unsigned pausesTakenBack_;  // when the run began
     bool storageOpen_ = false;
+    unsigned long unrecorded_ = 0;  // why a failed item of the list could not be kept
 };
 
 }  // namespace dorvo
