@@ -22,4 +22,7 @@ constexpr bool isHttpStatus(uint32_t code) {
     return (code & httpMark) == httpMark;
 }
 
+// The storage had the bytes and has lost them: waiting brings nothing back.
+constexpr uint32_t errorLostBytes = withHttpMark(410);
+
 }  // namespace dorvo

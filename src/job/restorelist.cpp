@@ -4,6 +4,7 @@
 #include <set>
 #include <string_view>
 
+#include "base/http_error.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "job/activity/sourcelistfile.h"
@@ -102,6 +103,10 @@ bool RestoreListGenerator::writeSource(JobHistorySourceWriter& writer, const std
                                   source);
         }
     } while (!page.next.empty());
+    if (page.missing != 0) {
+        log(LogLevel::error, "The backup's list has lost %Q items.\n", page.missing);
+        reportFailed(source.empty() ? L"\\" : source, errorLostBytes);
+    }
     if (!found && !source.empty()) {
         reportFailed(source, ERROR_FILE_NOT_FOUND);
     }

@@ -30,7 +30,8 @@ public:
         RestoreCatalog* catalog = nullptr;  // borrowed
         const interrupter* stop = nullptr;  // borrowed, asked between pages; may be null
         // Told of what the restore would lack: a wanted source that the backup does not hold
-        // (ERROR_FILE_NOT_FOUND), an item that no record can hold (206). On the calling thread.
+        // (ERROR_FILE_NOT_FOUND), an item that no record can hold (206), a source of whose list the
+        // storage has lost something, "\\" for everything (410 marked). On the calling thread.
         std::function<void(const std::wstring& path, DWORD error)> failedItem = {};
     };
 

@@ -5,6 +5,7 @@
 
 #include <map>
 
+#include "base/http_error.h"
 #include "job/activity/sourcerecord.h"
 #include "support/fails_with.h"
 #include "support/list_records.h"
@@ -71,6 +72,17 @@ TEST_F(RestoreList, AsksForEverySourceOnceAndReportsWhatIsNotHeld) {
     EXPECT_THAT(records(), ElementsAre(L"SS", L"FI 1 C:\\ab", L"DI 2 C:\\a", L"FI 3 C:\\a\\x",
                                        L"DI 4 D:", L"FI 5 D:\\y", L"ES"));
     EXPECT_THAT(failed_, ElementsAre(Pair(L"C:\\no", DWORD{ERROR_FILE_NOT_FOUND})));
+}
+
+TEST_F(RestoreList, ReportsWhatTheStorageHasLostOfItsList) {
+    catalog_.pages[{L"", ""}] = {{file(L"C:\\x")}, "", 2};
+    ASSERT_TRUE(generate({}));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"FI 1 C:\\x", L"ES"));
+    EXPECT_THAT(failed_, ElementsAre(Pair(L"\\", errorLostBytes)));
+    failed_.clear();
+    catalog_.pages[{L"C:\\a", ""}] = {{file(L"C:\\a")}, "", 1};
+    ASSERT_TRUE(generate({L"C:\\a"}));
+    EXPECT_THAT(failed_, ElementsAre(Pair(L"C:\\a", errorLostBytes)));
 }
 
 TEST_F(RestoreList, ReportsAnItemThatNoRecordHolds) {

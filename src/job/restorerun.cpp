@@ -1,5 +1,6 @@
 #include "job/restorerun.h"
 
+#include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -13,6 +14,11 @@
 #include "storage/itemtemppath.h"
 
 namespace dorvo {
+namespace {
+
+constexpr const char* lostItemsText = "the storage has lost items of the backup's list";
+
+}  // namespace
 
 int RestoreRun::carryOut() {
     if (!begin("Start event set.\n")) {
@@ -99,10 +105,12 @@ bool RestoreRun::generateList() {
         return false;
     }
     const interrupter stop(job_.stopEvent());
-    RestoreListGenerator generator(
-        {.catalog = catalog.get(),
-         .stop = &stop,
-         .failedItem = [&](const std::wstring& path, DWORD error) { addFailed(path, error); }});
+    RestoreListGenerator generator({.catalog = catalog.get(),
+                                    .stop = &stop,
+                                    .failedItem = [&](const std::wstring& path, DWORD error) {
+                                        addFailed(path, error,
+                                                  error == errorLostBytes ? lostItemsText : "");
+                                    }});
     if (!generator.generate(list_, job_.restore().source())) {
         return false;
     }

@@ -138,7 +138,9 @@ TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long co
         return pause(code);
     }
     const auto marked = static_cast<uint32_t>(code);
-    if (reason_.empty() && isHttpStatus(marked)) {
+    if (reason_.empty() && marked == errorLostBytes) {
+        reason_ = "the storage has lost bytes of it, or they are damaged there";
+    } else if (reason_.empty() && isHttpStatus(marked)) {
         reason_ = http_status_string(static_cast<int>(withoutHttpMark(marked)));
     }
     if (!job_.recordError(item.path.c_str(), code, reason_)) {

@@ -36,7 +36,7 @@ TYPED_TEST_SUITE(TransferJobTest, Kinds, KindNames);
 TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
     Script& script = this->script_;
     script.items["a"] = {0x20010193};
-    script.items["b"] = {ERROR_SHARING_VIOLATION};
+    script.items["b"] = {0x2001019A};
     script.items["c"] = {ERROR_CANCELLED};
     const auto job = this->makeJob();
     script.onItem = [&](const std::string& name) {
@@ -46,7 +46,10 @@ TYPED_TEST(TransferJobTest, RecordsItemsThatFailAndGoesOn) {
     this->run(*job);
     EXPECT_EQ(job->record().fileOffset, 0u);
     EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden", "b 32 ", "c 995 "}))
+    EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden",
+                                    "b 536936858 the storage has lost bytes of it, or they are "
+                                    "damaged there",
+                                    "c 995 "}))
         << "one that nobody broke off is no interruption";
     EXPECT_EQ(job->record().failedItems, 3u);
 }

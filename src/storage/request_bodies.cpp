@@ -1,5 +1,6 @@
 #include "storage/request_bodies.h"
 
+#include <stdexcept>
 #include <utility>
 
 namespace dorvo {
@@ -113,6 +114,20 @@ bool readIncrementAnswer(const Value& answer, std::vector<std::string>& paths) {
         paths.push_back(path->second.get_str());
     }
     return true;
+}
+
+std::optional<uint64_t> readHeldBlocks(const std::string& body) {
+    Value answer;
+    try {
+        json_spirit::read_or_throw(body, answer);
+        return answer.get_obj().at("blocks").get_uint64();
+    } catch (const json_spirit::Error_position&) {
+        return std::nullopt;
+    } catch (const std::logic_error&) {  // it is missing or out of range
+        return std::nullopt;
+    } catch (const std::runtime_error&) {  // it is of another type
+        return std::nullopt;
+    }
 }
 
 std::vector<std::string> readIncomplete(const std::string& body) {

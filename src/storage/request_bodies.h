@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -73,6 +74,9 @@ json_spirit::Value incrementCheckBody(const std::string& definitionId,
 
 // The paths that the service wants. False when the answer is not of its shape.
 bool readIncrementAnswer(const json_spirit::Value& answer, std::vector<std::string>& paths);
+
+// How many blocks of an announced file the service holds; none when it does not say.
+std::optional<uint64_t> readHeldBlocks(const std::string& body);
 
 // The paths that keep the service from ending a run, as far as its refusal names any.
 std::vector<std::string> readIncomplete(const std::string& body);

@@ -63,6 +63,9 @@ StoredPage pageOf(const Object& answer) {
         page.items.push_back({text(item, "path"), attributes(item)});
     }
     page.next = text(answer, "next");
+    if (answer.count("missing") != 0) {
+        page.missing = number(answer, "missing");
+    }
     return page;
 }
 

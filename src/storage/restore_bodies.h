@@ -44,7 +44,8 @@ struct StoredPage {
         ItemAttributes attributes;
     };
     std::vector<Item> items;
-    std::string next;  // the path after which the next page begins; empty after the last one
+    std::string next;      // the path after which the next page begins; empty after the last one
+    uint64_t missing = 0;  // of a last page: items that the service has lost of the whole list
 };
 
 // Splits a path at its last backslash, after a trailing one has been taken off.

@@ -93,6 +93,11 @@ TEST(RestoreBodies, ReadsWholeAnswers) {
     ASSERT_EQ(page.items.size(), 1u);
     EXPECT_EQ(page.items[0].path, "C:\\a");
     EXPECT_EQ(page.next, "C:\\a");
+    EXPECT_EQ(page.missing, 0u);
+    Value last = pageAnswer();
+    last.get_obj()["missing"] = 7;
+    ASSERT_TRUE(readStoredPage(last, "", 1, page));
+    EXPECT_EQ(page.missing, 7u);
 }
 
 TEST(RestoreBodies, RefusesAnswersOfAnotherShape) {
@@ -121,6 +126,10 @@ TEST(RestoreBodies, RefusesAnswersOfAnotherShape) {
     for (const Value& entry : spoilt(pageAnswer().get_obj().at("source").get_array()[0])) {
         pages.push_back(pageAnswer());
         pages.back().get_obj()["source"] = Array{entry};
+    }
+    for (const Value& missing : {Value(-1), Value("1"), Value(true)}) {
+        pages.push_back(pageAnswer());
+        pages.back().get_obj()["missing"] = missing;
     }
     for (const Value& answer : pages) {
         EXPECT_FALSE(readStoredPage(answer, "", 1, page)) << json_spirit::write(answer);

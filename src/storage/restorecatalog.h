@@ -22,7 +22,8 @@ public:
 
     struct Page {
         std::vector<Item> items;
-        std::string next;  // where the next page begins; empty after the last one
+        std::string next;      // where the next page begins; empty after the last one
+        uint64_t missing = 0;  // of a last page: items of the whole run that the catalog has lost
     };
 
     // Entries a page at most.

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,7 @@ public:
 private:
     struct Item;
 
-    bool upload_file_info(const Item& item);
+    bool upload_file_info(const Item& item, std::optional<uint64_t>& held);
     bool upload_file_data(const Item& item, const std::byte* data, DWORD length);
     bool submit_errors();
     bool recordIncomplete(const std::string& answer);
@@ -61,6 +62,9 @@ private:
     bool encode(const Item& item);
     bool claimPackage(const Item& item, uint64_t size);
     bool countAccepted(const Item& item, bool& same);
+    // What is accepted of a package of which nothing is.
+    AcceptedBlocks noneAccepted(const std::string& name, uint64_t size) const;
+    bool goBack(const Item& item, uint64_t blocks);
     bool send(const Item& item);
     bool sendBlocks(const Item& item, HANDLE package);
     template <class LogFailure>

@@ -33,12 +33,16 @@ struct WebBackupStorage::Item {
     std::wstring target;  // its package; empty for a directory
 };
 
-bool WebBackupStorage::upload_file_info(const Item& item) {
+bool WebBackupStorage::upload_file_info(const Item& item, std::optional<uint64_t>& held) {
     FunctionTrace trace("WebBackupStorage::upload_file_info", "webbackupstorage.cpp");
     Command_To_Server<Upload_File_Request, Response_T<std::string>> command(
         "Upload File", {session_.cookie(), instanceId_, item.name, itemAttributes(item.data),
                         activity_->packageSize});
-    return exchange(command, "upload file information", item.name);
+    if (!exchange(command, "upload file information", item.name)) {
+        return false;
+    }
+    held = readHeldBlocks(command.response().body());
+    return true;
 }
 
 bool WebBackupStorage::upload_file_data(const Item& item, const std::byte* data, DWORD length) {
@@ -108,7 +112,8 @@ bool WebBackupStorage::store(const Item& item) {
         "File {%} is ecrypted/compressed, start to upload file information.\n");
     // A failed exchange has been logged already.
     const auto logged = [](int) {};
-    if (!upload_file_info(item)) {
+    std::optional<uint64_t> held;
+    if (!upload_file_info(item, held)) {
         return stepFailed(item,
                           "File {%s} backing up is cancelled when upload file information at "
                           "offset {%Q}, error-code = %d, %m.\n",
@@ -122,6 +127,12 @@ bool WebBackupStorage::store(const Item& item) {
                           false, logged);
     }
     log(LogLevel::debug, "%s", "File {%} information uploaded, start to upload file data.\n");
+    if (held && *held < accepted_.count() && !goBack(item, *held)) {
+        return stepFailed(item,
+                          "File {%s} backing up is cancelled when upload file data, offset {%Q}, "
+                          "error-code = %d, %m.\n",
+                          false, logged);
+    }
     if (!send(item)) {
         return false;
     }
@@ -132,6 +143,10 @@ bool WebBackupStorage::store(const Item& item) {
     }
     log(LogLevel::debug, "%s", "Remove temporary file and return. File {%}.\n");
     return true;
+}
+
+AcceptedBlocks WebBackupStorage::noneAccepted(const std::string& name, uint64_t size) const {
+    return AcceptedBlocks(instanceId_ + '\n' + name + '\n' + std::to_string(size));
 }
 
 bool WebBackupStorage::encode(const Item& item) {
@@ -171,7 +186,7 @@ bool WebBackupStorage::encode(const Item& item) {
 // is no longer of the file that was listed, is sent from its first block. False when the job must
 // stop; what is on record then stays.
 bool WebBackupStorage::claimPackage(const Item& item, uint64_t size) {
-    accepted_ = AcceptedBlocks(instanceId_ + '\n' + item.name + '\n' + std::to_string(size));
+    accepted_ = noneAccepted(item.name, size);
     if (activity_->acceptedBlocks != 0) {
         bool same = false;
         if (activity_->packageSize == size && isAsListed(item.source, item.data) &&
@@ -222,6 +237,39 @@ bool WebBackupStorage::countAccepted(const Item& item, bool& same) {
     if (same) {
         accepted_ = accepted;
     }
+    return true;
+}
+
+// The service has lost blocks that it had accepted, to a power cut, and says how many it still
+// holds. The record goes back before the file does, as in claimPackage(). False when the job must
+// stop.
+bool WebBackupStorage::goBack(const Item& item, uint64_t blocks) {
+    log(LogLevel::warning,
+        "The service has lost a part of file {%s}, it is sent again from {%Q}.\n",
+        item.name.c_str(), blocks * uploadBlockSize);
+    const FileHandle package(CreateFileW(longPath(item.target).c_str(), GENERIC_READ,
+                                         FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const AcceptedBlocks none = noneAccepted(item.name, activity_->packageSize);
+    accepted_ = none;
+    DWORD length = 0;
+    while (accepted_.count() < blocks) {
+        if (interrupted()) {
+            SetLastError(ERROR_CANCELLED);
+            return false;
+        }
+        if (!package ||
+            ReadFile(package.get(), block_.data(), uploadBlockSize, &length, nullptr) == 0 ||
+            length != uploadBlockSize) {
+            accepted_ = none;
+            break;
+        }
+        accepted_.add(Md5::of(block_));
+    }
+    activity_->acceptedBlocks = accepted_.count();
+    activity_->fileOffset = uint64_t{accepted_.count()} * uploadBlockSize;
+    storeOrder();
+    acceptedFile_.save(accepted_);
     return true;
 }
 

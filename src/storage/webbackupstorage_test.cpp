@@ -221,6 +221,46 @@ TEST_F(WebBackupStorageTest, AResumedFileGoesOnBehindItsAcceptedBlocksWhenItBegi
     }
 }
 
+// Two of four blocks are accepted; then a power cut takes of them what the service had not synced.
+TEST_F(WebBackupStorageTest, AResumedFileGoesBackToWhatTheServiceStillHolds) {
+    const size_t size = size_t{3} * uploadBlockSize + 16;
+    struct Row {
+        const char* answer;
+        Names blocks;
+    };
+    const Row rows[] = {
+        {R"({"blocks":0})", {"1", "2", "3", "4"}},
+        {R"({"blocks":1})", {"2", "3", "4"}},
+        {R"({"blocks":2})", {"3", "4"}},
+        {R"({"blocks":4})", {"3", "4"}},
+        {R"({"blocks":-1})", {"3", "4"}},
+        {R"({"blocks":"1"})", {"3", "4"}},
+        {"{}", {"3", "4"}},
+        {"[]", {"3", "4"}},
+        {"<html>", {"3", "4"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.answer);
+        const std::wstring path = makeSource(size);
+        sendInPart(path, 2);
+        reply_ = [&](const Seen& seen) {
+            return seen.endpoint == "uploadfile" ? Answer{"200 OK", row.answer} : Answer{"200 OK"};
+        };
+        service_.forget();
+        const test::LogCapture quiet;
+        EXPECT_TRUE(backup(*makeStorage(), path));
+        EXPECT_EQ(blocks(), row.blocks);
+        EXPECT_EQ(record_.acceptedBlocks, 4u);
+        EXPECT_EQ(record_.fileOffset, size);
+        // What is on record of it is right, too.
+        reply_ = nullptr;
+        record_.acceptedBlocks = 3;
+        service_.forget();
+        EXPECT_TRUE(backup(*makeStorage(), path));
+        EXPECT_EQ(blocks(), Names{"4"});
+    }
+}
+
 // The content comes back as it was, and with it the record, whose pages a power cut has undone. The
 // service has a block of the content between.
 TEST_F(WebBackupStorageTest, BlocksOfAContentThatWasGivenUpAreNeverTakenForAcceptedAgain) {

@@ -41,6 +41,7 @@ bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after,
     }
     Page found;  // `after` may be the former page's own
     found.next = std::move(stored.next);
+    found.missing = stored.missing;
     found.items.reserve(stored.items.size());
     for (const StoredPage::Item& item : stored.items) {
         found.items.push_back({toWide(item.path), fileAttributes(item.attributes)});
