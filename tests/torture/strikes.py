@@ -89,4 +89,4 @@ def cancel_one(world):
 
 
 STRIKES = {"kill": kill, "stop": stop, "hang up": hang_up, "take packages away": take_packages_away}
-OWN_FILE_SYSTEM = {"cut power": cut_power}
+OWN_FILE_SYSTEM = {"cut power": cut_power, "fill the disk": fill_disk}
