@@ -187,7 +187,9 @@ TEST_F(Backup, DropsTheBlocksAboveOneThatIsReplaced) {
     EXPECT_EQ(putBlock("i1", "a", 3, bytes.substr(2 * blockBytes)), 200);
     const std::string before = everything();
     for (const int64_t k : {3, 1}) {  // as an answer that was lost, and a request that came late
-        EXPECT_EQ(putBlock("i1", "a", k, bytes.substr((k - 1) * blockBytes, blockBytes)), 200);
+        EXPECT_EQ(putBlock("i1", "a", k,
+                           bytes.substr(static_cast<size_t>(k - 1) * blockBytes, blockBytes)),
+                  200);
         EXPECT_EQ(everything(), before);
     }
     EXPECT_EQ(end("i1"), 200);

@@ -298,7 +298,9 @@ TEST_F(Damage, OfAPowerCutIsWhatIsNotOnTheDisk) {
             put("i1", "first", "x");
         }
         for (int64_t k = row.blocks + 1; k <= 67; ++k) {
-            ASSERT_EQ(putBlock("i1", "a", k, bytes.substr((k - 1) * blockBytes, blockBytes)), 200);
+            ASSERT_EQ(putBlock("i1", "a", k,
+                               bytes.substr(static_cast<size_t>(k - 1) * blockBytes, blockBytes)),
+                      200);
         }
         EXPECT_EQ(end("i1"), 200);
         EXPECT_EQ(stored("i1", "a") == bytes, !row.unseen);

@@ -19,7 +19,7 @@ LateWork::~LateWork() {
 
 std::optional<LongPoll> LateWork::run(const std::string& address, const std::string& user,
                                       Work work, HttpService::Respond respond) {
-    const auto task = std::make_shared<Task>(std::move(work), std::move(respond));
+    const auto task = std::make_shared<Task>(Task{std::move(work), std::move(respond)});
     std::optional<std::shared_ptr<Task>> refused;
     {
         const std::lock_guard lock(mutex_);
