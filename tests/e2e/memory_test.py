@@ -32,7 +32,7 @@ class MemoryTest(SystemTest):
                 os.link(model, path)
 
     def teach_server(self, system, first, last):
-        """Adds the files to the last backup, as if they had been sent with it."""
+        """Adds the files to the last backup, without seals and counts, as servers once kept them."""
         database = sqlite3.connect(system.server.data / "catalog.db")
         instance = database.execute("SELECT id FROM instances WHERE name = ?", (system.instance(),)).fetchone()[0]
         known = windows_path(system.tree / "00000" / "file number 000000.txt").encode()
@@ -40,8 +40,9 @@ class MemoryTest(SystemTest):
                                " WHERE instance = ? AND path = ?", (instance, known)).fetchone()
         paths = (windows_path(system.tree / f"{n // FOLDER:05}" / f"file number {n:06}.txt").encode()
                  for n in range(first, last))
-        database.executemany("INSERT INTO files VALUES(?, ?, 1, ?, ?, ?, ?, ?, ?, ?)",
+        database.executemany("INSERT INTO files VALUES(?, ?, 1, ?, ?, ?, ?, ?, ?, ?, NULL)",
                              ((instance, path, *row) for path in paths))
+        database.execute("UPDATE instances SET items = -1 WHERE id = ?", (instance,))
         database.commit()
         database.close()
 

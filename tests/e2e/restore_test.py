@@ -180,7 +180,7 @@ class RestoreTest(SystemTest):
         write(system.tree / "good", b"good")
         system.backup()
         for name, lie in lies.items():
-            changed = system.server.change_catalog("UPDATE files SET path = ? WHERE path = ?", lie.encode(),
+            changed = system.server.change_catalog("UPDATE files SET path = ?, seal = NULL WHERE path = ?", lie.encode(),
                                                    windows_path(system.tree / name).encode())
             self.assertEqual(changed, 1)
         outside = system.folder / "outside"
