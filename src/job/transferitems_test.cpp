@@ -1,0 +1,305 @@
+// How backup and restore jobs go through their items, and what they do about those that fail.
+#include "job/transferitems.h"
+
+#include <filesystem>
+#include <utility>
+
+#include "job/each_job.h"
+
+namespace dorvo {
+namespace {
+
+using namespace test;
+
+template <class Kind>
+class TransferItemsTest : public EachJob<Kind> {};
+TYPED_TEST_SUITE(TransferItemsTest, JobKinds, JobKindNames);
+
+TYPED_TEST(TransferItemsTest, RecordsItemsThatFailAndGoesOn) {
+    Script& script = this->script_;
+    script.items["a"] = {0x20010193};
+    script.items["b"] = {0x2001019A};
+    script.items["c"] = {ERROR_CANCELLED};
+    const auto job = this->makeJob();
+    script.onItem = [&](const std::string& name) {
+        EXPECT_EQ(job->record().fileOffset, 0u) << name << " begins where the one before stood";
+        job->record().fileOffset = name == "sources" ? 0 : 5;
+    };
+    this->run(*job);
+    EXPECT_EQ(job->record().fileOffset, 0u);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(job->errors(), (Names{"a 536936851 Forbidden",
+                                    "b 536936858 the storage has lost bytes of it, or they are "
+                                    "damaged there",
+                                    "c 995 "}))
+        << "one that nobody broke off is no interruption";
+    EXPECT_EQ(job->record().failedItems, 3u);
+}
+
+TYPED_TEST(TransferItemsTest, AFailedItemThatCannotBeRecordedEndsTheRun) {
+    this->script_.items["b"] = {ERROR_SHARING_VIOLATION};
+    this->script_.record = {ERROR_WRITE_FAULT};
+    const auto job = this->makeJob();
+    const LogCapture quiet;
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_WRITE_FAULT));
+    EXPECT_EQ(this->script_.calls.back(), "cancel");
+    EXPECT_EQ(this->script_.stored(), (Names{"sources", "a", "b"}));
+}
+
+// The process dies before a failed item is recorded, before its position moves, or after.
+TYPED_TEST(TransferItemsTest, ADeathLosesNoFailedItem) {
+    Script& script = this->script_;
+    const std::wstring folder = this->dataPath(L"\\job\\j1");
+    const std::wstring left = this->dataPath(L"\\left");
+    const auto die = [&] {
+        rm_rf(left, true);
+        std::filesystem::copy(folder, left, std::filesystem::copy_options::recursive);
+    };
+    enum class Dies { before, between, after };
+    for (const Dies dies : {Dies::before, Dies::between, Dies::after}) {
+        SCOPED_TRACE(static_cast<int>(dies));
+        rm_rf(folder, true);
+        script = {};
+        script.items["b"] = {ERROR_SHARING_VIOLATION};
+        if (dies == Dies::before) {
+            script.onRecord = die;
+        } else if (dies == Dies::between) {
+            script.onRecorded = die;
+        } else {
+            script.onItem = [&](const std::string& name) {
+                if (name == "c") {
+                    die();
+                }
+            };
+        }
+        auto job = this->makeJob();
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        job.reset();
+        ASSERT_TRUE(rm_rf(folder, true));
+        std::filesystem::rename(left, folder);
+        script = {};
+        // What was written down fails once more where the position stands on it.
+        script.items["b"] = {dies == Dies::between ? DWORD{ERROR_SHARING_VIOLATION} : 0};
+        job = this->makeJob();
+        ASSERT_TRUE(job->init());
+        ASSERT_EQ(job->state(), paused);
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(), dies == Dies::after ? Names{"c"} : (Names{"b", "c"}));
+        EXPECT_EQ(job->errors(), dies == Dies::before ? Names{} : Names{"b 32 "});
+        EXPECT_EQ(job->record().failedItems, dies == Dies::before ? 0u : 1u);
+    }
+}
+
+TYPED_TEST(TransferItemsTest, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
+    Script& script = this->script_;
+    std::unique_ptr<TypeParam> job;
+    // A folder stands where the failed items go.
+    const auto block = [&] {
+        EXPECT_TRUE(createDirectories(this->dataPath(L"\\job\\j1\\hist\\") +
+                                      toWide(job->instanceText()) + L".errors.journal"));
+    };
+    if constexpr (std::is_same_v<TypeParam, ScriptedBackup>) {
+        job = this->makeBackup({this->sources() + L"\\x"});
+        script.onCheck = block;
+    } else {
+        job = this->makeRestore(2, {L"C:\\x"});
+        script.onList = block;
+    }
+    const LogCapture quiet;
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, DWORD{ERROR_ACCESS_DENIED})
+        << "its own error: a full disk parks";
+    EXPECT_EQ(script.count("start"), 0u);
+}
+
+TYPED_TEST(TransferItemsTest, FailedItemsThatCannotBeReadFailTheRun) {
+    Script& script = this->script_;
+    script.items["b"] = {ERROR_SHARING_VIOLATION};
+    script.items["c"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    ASSERT_EQ(job->state(), paused);
+    const std::wstring document =
+        this->dataPath(L"\\job\\j1\\hist\\") + toWide(job->instanceText()) + L".errors";
+    {
+        const ScriptedJobTest::Held held(document);
+        const LogCapture quiet;
+        this->run(*job);
+        EXPECT_EQ(job->state(), paused) << "until it can be read again";
+        EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
+    }
+    EXPECT_EQ(job->errors(), Names{"b 32 "});
+    this->write(document, "[");
+    const LogCapture quiet;
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_INVALID_DATA));
+    EXPECT_EQ(script.calls.back(), "cancel");
+    EXPECT_EQ(this->contentOf(document), "[");
+}
+
+TYPED_TEST(TransferItemsTest, APauseInAnItemRepeatsItUnlessItGotThrough) {
+    Script& script = this->script_;
+    for (const DWORD answer : {ERROR_CANCELLED, ERROR_SUCCESS}) {
+        SCOPED_TRACE(answer);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.items["b"] = {answer};
+        const auto job = this->makeJob();
+        bool asked = false;
+        script.onItem = [&](const std::string& name) {
+            if (name == "b" && !std::exchange(asked, true)) {
+                EXPECT_TRUE(job->pause(true));
+            }
+        };
+        this->run(*job);
+        EXPECT_EQ(job->state(), paused);
+        EXPECT_EQ(job->record().pausedManually, 1u);
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(), answer == ERROR_SUCCESS
+                                       ? (Names{"sources", "a", "b", "c"})
+                                       : (Names{"sources", "a", "b", "b", "c"}));
+        EXPECT_EQ(job->record().pausedManually, 0u);
+        EXPECT_EQ(job->record().doneSize, 21u);
+    }
+}
+
+TYPED_TEST(TransferItemsTest, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
+    Script& script = this->script_;
+    for (const bool list : {false, true}) {
+        SCOPED_TRACE(list);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        const auto job = this->makeJob();
+        bool asked = false;
+        const auto pauseAndResume = [&] {
+            if (!std::exchange(asked, true)) {
+                EXPECT_TRUE(job->pause(true) && job->resume());
+            }
+        };
+        if (list) {
+            script.onList = pauseAndResume;
+            script.list = {ERROR_CANCELLED};
+        } else {
+            script.onItem = [&](const std::string& name) {
+                if (name == "b") {
+                    pauseAndResume();
+                }
+            };
+            // The second time it is Windows that says so.
+            script.items["b"] = {ERROR_CANCELLED, ERROR_CANCELLED};
+        }
+        this->run(*job);
+        if (list) {
+            EXPECT_EQ(job->state(), paused) << "to be resumed by itself";
+            EXPECT_EQ(job->record().pausedManually, 0u);
+            this->run(*job);
+        }
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(), list ? (Names{"sources", "a", "b", "c"})
+                                        : (Names{"sources", "a", "b", "b", "c"}));
+        EXPECT_EQ(job->record().doneSize, 21u);
+        EXPECT_EQ(job->errors(), list ? Names{} : Names{"b 995 "});
+    }
+}
+
+TYPED_TEST(TransferItemsTest, AFullDiskParksTheRunUntilThereIsRoom) {
+    struct Row {
+        const char* name;
+        DWORD item;
+        DWORD record;  // what recording the failed item ends in
+        uint64_t room;
+        int32_t state;
+    };
+    const Row rows[] = {
+        {"full", ERROR_DISK_FULL, 0, 1000, paused},
+        {"full, as a handle says", ERROR_HANDLE_DISK_FULL, 0, 1000, paused},
+        {"the item alone does not fit", ERROR_DISK_FULL, 0, uint64_t{1} << 40, completed},
+        {"another error", ERROR_ACCESS_DENIED, 0, 1000, completed},
+        {"no room for the failed item", ERROR_ACCESS_DENIED, ERROR_DISK_FULL, 1000, paused},
+        {"the failed item cannot be kept", ERROR_ACCESS_DENIED, ERROR_CRC, 1000, failed},
+    };
+    Script& script = this->script_;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.room = row.room;
+        script.items["b"] = {row.item};
+        script.record = {row.record};
+        const auto job = this->makeJob();
+        const LogCapture quiet;
+        this->run(*job);
+        EXPECT_EQ(job->state(), row.state);
+        if (row.state == paused) {
+            EXPECT_EQ(job->record().endError, row.record != 0 ? row.record : row.item);
+            this->run(*job);
+            EXPECT_EQ(job->state(), completed);
+            EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "b", "c"}));
+        }
+        EXPECT_EQ(job->errors().size(), row.state == completed ? 1u : 0u);
+    }
+}
+
+TYPED_TEST(TransferItemsTest, AListWithoutItsEndNeverCompletes) {
+    this->script_.items["b"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    const std::string content = this->contentOf(this->list());
+    this->write(this->list(), content.substr(0, content.size() - 6));
+    this->run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_FILE_CORRUPT));
+    EXPECT_EQ(this->script_.count("end"), 0u);
+}
+
+TYPED_TEST(TransferItemsTest, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
+    const std::wstring totals = this->dataPath(L"\\job\\j1\\act\\totals");
+    struct Row {
+        const char* name;
+        std::wstring file;
+        enum { deleted, damaged, held } how;
+    };
+    const Row rows[] = {
+        {"no list", this->list(), Row::deleted},
+        {"no totals", totals, Row::deleted},
+        {"totals without sense", totals, Row::damaged},
+        {"another program reads the list", this->list(), Row::held},
+        {"another program reads the totals", totals, Row::held},
+    };
+    Script& script = this->script_;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(this->dataPath(L"\\job"), true);
+        script = {};
+        script.items["b"] = {WSAECONNRESET};
+        const auto job = this->makeJob();
+        this->run(*job);
+        ASSERT_EQ(job->state(), paused);
+        script.calls.clear();
+        const LogCapture quiet;
+        if (row.how == Row::held) {
+            const ScriptedJobTest::Held held(row.file);
+            this->run(*job);
+            EXPECT_EQ(job->state(), paused);
+            EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
+        } else if (row.how == Row::damaged) {
+            this->write(row.file, "{}");
+        } else {
+            ASSERT_NE(DeleteFileW(row.file.c_str()), 0);
+        }
+        this->run(*job);
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(script.stored(),
+                  row.how == Row::held ? (Names{"b", "c"}) : (Names{"sources", "a", "b", "c"}));
+    }
+}
+
+}  // namespace
+}  // namespace dorvo
