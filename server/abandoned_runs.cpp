@@ -1,7 +1,9 @@
 #include "abandoned_runs.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <exception>
+#include <mutex>
 
 #include "event_log.h"
 
@@ -13,26 +15,20 @@ AbandonedRuns::AbandonedRuns(Catalog& catalog, seconds lifetime, GiveUp giveUp)
     : catalog_(catalog),
       lifetime_(lifetime),
       giveUp_(std::move(giveUp)),
-      thread_([this] { work(); }) {}
+      thread_([this](const std::stop_token& stop) { work(stop); }) {}
 
-AbandonedRuns::~AbandonedRuns() {
-    {
-        const std::lock_guard lock(mutex_);
-        stop_ = true;
-    }
-    changed_.notify_one();
-    thread_.join();
-}
-
-void AbandonedRuns::work() {
+void AbandonedRuns::work(const std::stop_token& stop) {
     const seconds step = std::clamp(lifetime_ / 16, seconds(1), seconds(3600));
     // What has become due while the service was busy with its end.
     look(seconds(0));
-    std::unique_lock lock(mutex_);
-    while (!changed_.wait_for(lock, step, [this] { return stop_; })) {
-        lock.unlock();
-        look(step);
-        lock.lock();
+    std::mutex mutex;  // the wait for the stop wants one; it guards nothing
+    std::condition_variable_any stopped;
+    std::unique_lock lock(mutex);
+    while (!stop.stop_requested()) {
+        stopped.wait_for(lock, stop, step, [] { return false; });
+        if (!stop.stop_requested()) {
+            look(step);
+        }
     }
 }
 

@@ -7,9 +7,8 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -26,21 +25,18 @@ public:
     // Borrows the catalog.
     AbandonedRuns(Catalog& catalog, std::chrono::seconds lifetime, GiveUp giveUp);
     // Stops and joins; a backup that is being ended is ended.
-    ~AbandonedRuns();
+    ~AbandonedRuns() = default;
     AbandonedRuns(const AbandonedRuns&) = delete;
     AbandonedRuns& operator=(const AbandonedRuns&) = delete;
 
 private:
-    void work();
+    void work(const std::stop_token& stop);
     void look(std::chrono::seconds passed);
 
     Catalog& catalog_;
     const std::chrono::seconds lifetime_;
     const GiveUp giveUp_;
-    std::mutex mutex_;  // guards stop_
-    std::condition_variable changed_;
-    bool stop_ = false;
-    std::thread thread_;
+    std::jthread thread_;  // the last: it uses all of the others
 };
 
 }  // namespace dorvo

@@ -33,16 +33,9 @@ Moved run(Database& database, const char* pragma) {
 }  // namespace
 
 Checkpointer::Checkpointer(std::string path, std::mutex& writers)
-    : path_(std::move(path)), writers_(writers), thread_([this] { work(); }) {}
-
-Checkpointer::~Checkpointer() {
-    {
-        const std::lock_guard lock(mutex_);
-        stop_ = true;
-    }
-    changed_.notify_one();
-    thread_.join();
-}
+    : path_(std::move(path)),
+      writers_(writers),
+      thread_([this](const std::stop_token& stop) { work(stop); }) {}
 
 void Checkpointer::poke() {
     {
@@ -56,12 +49,13 @@ void Checkpointer::poke() {
     changed_.notify_one();
 }
 
-void Checkpointer::work() {
+void Checkpointer::work(const std::stop_token& stop) {
     std::unique_lock lock(mutex_);
     milliseconds pause{0};
     while (true) {
-        changed_.wait(lock, [this] { return due_ || stop_; });
-        if (changed_.wait_for(lock, pause, [this] { return stop_; })) {
+        changed_.wait(lock, stop, [this] { return due_; });
+        changed_.wait_for(lock, stop, pause, [] { return false; });
+        if (stop.stop_requested()) {
             return;
         }
         due_ = false;

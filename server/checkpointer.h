@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -24,7 +25,7 @@ public:
     // Borrows the mutex that serialises the writers; it must outlive this object.
     Checkpointer(std::string path, std::mutex& writers);
     // Stops and joins; a checkpoint in progress is finished.
-    ~Checkpointer();
+    ~Checkpointer() = default;
     Checkpointer(const Checkpointer&) = delete;
     Checkpointer& operator=(const Checkpointer&) = delete;
 
@@ -36,16 +37,15 @@ public:
     static bool moveLog(const std::string& path, std::mutex& writers, int64_t kept = keptPages);
 
 private:
-    void work();
+    void work(const std::stop_token& stop);
     bool checkpoint();
 
     std::string path_;
     std::mutex& writers_;
-    std::mutex mutex_;  // guards due_ and stop_
-    std::condition_variable changed_;
+    std::mutex mutex_;  // guards due_
+    std::condition_variable_any changed_;
     bool due_ = false;
-    bool stop_ = false;
-    std::thread thread_;
+    std::jthread thread_;  // the last: it uses all of the others
 };
 
 }  // namespace dorvo

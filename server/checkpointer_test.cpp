@@ -4,13 +4,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <mutex>
 #include <optional>
 #include <thread>
 
 #include "sqlite.h"
+#include "testing/temp_folder.h"
 
 namespace dorvo {
 
@@ -42,19 +42,10 @@ private:
 
 class Checkpoints : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "dorvo-log-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        folder_ = name;
-        path_ = folder_ / "db";
-        writer_.emplace(path_.string());
+    Checkpoints() {
         writer_->exec(
             "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;"
             "CREATE TABLE t(x); INSERT INTO t VALUES(1)");
-    }
-    void TearDown() override {
-        writer_.reset();
-        fs::remove_all(folder_);
     }
 
     void write() { writer_->exec("INSERT INTO t VALUES(zeroblob(100000))"); }
@@ -63,10 +54,10 @@ protected:
     bool move() { return Checkpointer::moveLog(path_.string(), writers_, 4); }
 
     WithoutSleep shim_;
-    fs::path folder_;
-    fs::path path_;
+    const TempFolder folder_;
+    const fs::path path_ = folder_.path() / "db";
     std::mutex writers_;
-    std::optional<Database> writer_;
+    std::optional<Database> writer_{path_.string()};
 };
 
 TEST_F(Checkpoints, WaitForNobodyAndCutTheLogWhenTheyAreGone) {

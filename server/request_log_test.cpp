@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
+
+#include "testing/temp_folder.h"
 
 namespace dorvo {
 
@@ -15,13 +16,6 @@ namespace fs = std::filesystem;
 
 class Log : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "dorvo-log-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        folder_ = name;
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
     // Without the times, which must be there.
     static std::string lines(const fs::path& file) {
         std::ifstream stream(file);
@@ -30,11 +24,11 @@ protected:
                                   "@");
     }
 
-    fs::path folder_;
+    const TempFolder folder_;
 };
 
 TEST_F(Log, LinesAreOneLineWhateverIsInThem) {
-    const fs::path file = folder_ / "log";
+    const fs::path file = folder_.path() / "log";
     const RequestLog log(file.string());
     const std::pair<std::string, std::string> rows[] = {
         {"plain \"text\" s\u00e9cret", "plain \"text\" s\u00e9cret"},
@@ -54,22 +48,22 @@ TEST_F(Log, LinesAreOneLineWhateverIsInThem) {
 }
 
 TEST_F(Log, GoesOnInAFileOfItsNameWhenToldTo) {
-    const fs::path file = folder_ / "log";
+    const fs::path file = folder_.path() / "log";
     const RequestLog log(file.string());
     log.write("one");
-    fs::rename(file, folder_ / "old");
+    fs::rename(file, folder_.path() / "old");
     log.write("two");
     log.reopen();
     log.write("three");
-    EXPECT_EQ(lines(folder_ / "old"), "@one\n@two\n");
+    EXPECT_EQ(lines(folder_.path() / "old"), "@one\n@two\n");
     EXPECT_EQ(lines(file), "@three\n");
 
     // It cannot be opened: the one that there is stays in use.
-    fs::rename(file, folder_ / "older");
+    fs::rename(file, folder_.path() / "older");
     fs::create_directory(file);
     log.reopen();
     log.write("four");
-    const std::string rest = lines(folder_ / "older");
+    const std::string rest = lines(folder_.path() / "older");
     EXPECT_TRUE(rest.starts_with("@three\n@service: cannot open ")) << rest;
     EXPECT_TRUE(rest.ends_with("\n@four\n")) << rest;
 }

@@ -8,16 +8,10 @@
 namespace dorvo {
 
 SyncPoints::SyncPoints(Catalog& catalog, BlockStore& blocks, Pace pace)
-    : catalog_(catalog), blocks_(blocks), pace_(pace), thread_([this] { work(); }) {}
-
-SyncPoints::~SyncPoints() {
-    {
-        const std::lock_guard lock(mutex_);
-        stop_ = true;
-    }
-    changed_.notify_one();
-    thread_.join();
-}
+    : catalog_(catalog),
+      blocks_(blocks),
+      pace_(pace),
+      thread_([this](const std::stop_token& stop) { work(stop); }) {}
 
 void SyncPoints::wrote(int64_t container, size_t bytes) {
     bool wake = false;
@@ -34,19 +28,19 @@ void SyncPoints::wrote(int64_t container, size_t bytes) {
     }
 }
 
-void SyncPoints::work() {
+void SyncPoints::work(const std::stop_token& stop) {
     std::unique_lock lock(mutex_);
     while (true) {
-        changed_.wait(lock, [this] { return stop_ || !written_.empty(); });
-        changed_.wait_for(lock, pace_.time, [this] { return stop_ || bytes_ >= pace_.bytes; });
-        if (stop_) {
+        changed_.wait(lock, stop, [this] { return !written_.empty(); });
+        changed_.wait_for(lock, stop, pace_.time, [this] { return bytes_ >= pace_.bytes; });
+        if (stop.stop_requested()) {
             return;
         }
         lock.unlock();
         const bool done = sync();
         lock.lock();
         if (!done) {
-            changed_.wait_for(lock, pace_.time, [this] { return stop_; });
+            changed_.wait_for(lock, stop, pace_.time, [] { return false; });
         }
     }
 }

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <mutex>
 #include <set>
+#include <stop_token>
 #include <thread>
 
 #include "block_store.h"
@@ -29,7 +30,7 @@ public:
     // Borrows both.
     SyncPoints(Catalog& catalog, BlockStore& blocks, Pace pace);
     // Stops and joins; a sync in progress is finished.
-    ~SyncPoints();
+    ~SyncPoints() = default;
     SyncPoints(const SyncPoints&) = delete;
     SyncPoints& operator=(const SyncPoints&) = delete;
 
@@ -38,7 +39,7 @@ public:
     void wrote(int64_t container, size_t bytes);
 
 private:
-    void work();
+    void work(const std::stop_token& stop);
     // Whether all of it has been done; what has not is to be synced the next time.
     bool sync();
 
@@ -46,11 +47,10 @@ private:
     BlockStore& blocks_;
     const Pace pace_;
     std::mutex mutex_;  // guards what follows up to the thread
-    std::condition_variable changed_;
+    std::condition_variable_any changed_;
     std::set<int64_t> written_;  // since the last sync point began
     int64_t bytes_ = 0;          // how many
-    bool stop_ = false;
-    std::thread thread_;
+    std::jthread thread_;        // the last: it uses all of the others
 };
 
 }  // namespace dorvo

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -11,6 +10,7 @@
 
 #include "sqlite.h"
 #include "sqlite_catalog.h"
+#include "testing/temp_folder.h"
 
 namespace dorvo {
 
@@ -41,10 +41,7 @@ public:
 
 class SyncPointsTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "dorvo-sync-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        data = name;
+    SyncPointsTest() {
         catalog = std::make_unique<SqliteCatalog>((data / "catalog.db").string());
         catalog->beginService("boot");
         catalog->addUser("u", "-");
@@ -55,11 +52,6 @@ protected:
             database.exec("INSERT INTO containers(instance, given, digests) VALUES(1, 9, 1)");
         }
     }
-    void TearDown() override {
-        catalog.reset();
-        fs::remove_all(data);
-    }
-
     static StoredFile file(int64_t container) {
         StoredFile file;
         file.container = container;
@@ -73,7 +65,8 @@ protected:
     }
     bool isSynced(int64_t container) { return !catalog->findUnsynced(file(container)); }
 
-    fs::path data;
+    const TempFolder folder;
+    const fs::path data = folder.path();
     std::unique_ptr<SqliteCatalog> catalog;
     ScriptedStore blocks;
 };

@@ -67,9 +67,7 @@ std::string blockForm(const std::string& instance, const std::string& path,
 }
 
 void ServiceFixture::SetUp() {
-    std::string name = (fs::temp_directory_path() / "dorvo-server-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    data = name;
+    data = folder.emplace().path();
     options.data = data;
     options.port = 0;
     options.boot = "boot 1";
@@ -87,7 +85,7 @@ void ServiceFixture::SetUp() {
 
 void ServiceFixture::TearDown() {
     server.reset();
-    fs::remove_all(data);
+    folder.reset();
 }
 
 void ServiceFixture::restart(const std::string& boot) {

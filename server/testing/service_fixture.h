@@ -6,12 +6,14 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "httpd/testing/client.h"
 #include "storage_server.h"
+#include "testing/temp_folder.h"
 
 namespace dorvo {
 
@@ -92,6 +94,7 @@ protected:
 
     ServerOptions options;
     std::unique_ptr<StorageServer> server;
+    std::optional<TempFolder> folder;
     std::filesystem::path data;
 };
 
