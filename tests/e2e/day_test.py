@@ -146,6 +146,8 @@ class DayTest(SystemTest):
         names = ("paused", "paused by agent", "paused twice", "stopped", "stopped while paused", "removed",
                  "removed by agent", "submitted again", "submitted by agent")
         jobs = {name: day.backup(name) for name in names}
+        # What it is submitted as again is another definition, whatever chance says: the same is not submitted.
+        jobs["submitted by agent"].definition |= {"filterType": 1, "extensions": ["txt"]}
         faults = {name: job.hold() for name, job in jobs.items()}
         for name in day.random.sample(names, len(names)):
             jobs[name].submit()
