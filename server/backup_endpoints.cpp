@@ -55,6 +55,10 @@ void requireOpen(const Instance& instance) {
     requireUndamaged(instance);
 }
 
+[[noreturn]] void refuseLost() {
+    throw ServiceError(409, "the backup has lost data at the server");
+}
+
 void requireNotCancelled(const Instance& instance) {
     if (instance.state == InstanceState::cancelled) {
         refuseState(instance);
@@ -191,10 +195,13 @@ void BackupEndpoints::complete(const Instance& instance, std::string_view endTim
     for (const PackedContainer& container : catalog_.listPacked(instance.id)) {
         if (!blocks_.sync(container.id, container.length)) {
             catalog_.damageInstance(instance.id);
-            throw ServiceError(409, "the backup has lost data at the server");
+            refuseLost();
         }
     }
-    catalog_.completeInstance(instance.id, endTime, items);
+    // A sync point may have learnt meanwhile what no later sync is told.
+    if (!catalog_.completeInstance(instance.id, endTime, items)) {
+        refuseLost();
+    }
 }
 
 BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const json::object& body) {

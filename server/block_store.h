@@ -37,7 +37,8 @@ public:
     // Gives up a stretch whose package is no longer wanted; what it reads as later is undefined.
     virtual void discard(int64_t container, int64_t offset, int64_t length) = 0;
     // Makes the whole container survive a power cut. False when it has lost bytes: it is shorter
-    // than it must be, or the disk failed to take what was written, which no second try would tell.
+    // than it must be, or the disk once failed to take what was written, which no second try would
+    // tell: the store remembers it.
     [[nodiscard]] virtual bool sync(int64_t container, int64_t length) = 0;
     // Frees the container; one that is not there is no error.
     virtual void remove(int64_t container) = 0;

@@ -240,7 +240,9 @@ public:
 
     // Durable, with everything that was changed before. Files that lack blocks leave the instance;
     // the error list has them, and `items` stay. They go piece by piece, the state is changed last.
-    virtual void completeInstance(int64_t instance, std::string_view endTime, int64_t items) = 0;
+    // False when the instance turns out to be damaged: it stays under way.
+    [[nodiscard]] virtual bool completeInstance(int64_t instance, std::string_view endTime,
+                                                int64_t items) = 0;
     // Gives up its containers and forgets its files, these piece by piece; it and its errors stay
     // in the lists. The state is changed first.
     virtual void cancelInstance(int64_t instance) = 0;

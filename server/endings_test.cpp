@@ -124,6 +124,16 @@ TEST_F(SlowEnds, HoldUpNobodyAndSendTheirRepeatsAway) {
     EXPECT_EQ(column("SELECT count(*) FROM instances WHERE state = 2"), std::to_string(backups));
 }
 
+TEST_F(SlowEnds, CompleteNothingThatIsFoundDamagedMeanwhile) {
+    Client client(port());
+    client.send(endRequest("i1"));
+    blocks_->waitFor(1);
+    catalog_->damageContainer(1);  // as a sync point does
+    blocks_->open();
+    EXPECT_EQ(client.receive().status, 409);
+    EXPECT_EQ(state("i1"), "running");
+}
+
 TEST_F(SlowEnds, AreFinishedAtAStop) {
     Client client(port());
     client.send(endRequest("i1"));

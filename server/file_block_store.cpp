@@ -121,6 +121,10 @@ void FileBlockStore::discard(int64_t container, int64_t offset, int64_t length) 
     }
 }
 
+FileBlockStore::SyncGroup& FileBlockStore::groupOf(int64_t container) {
+    return groups_[static_cast<size_t>(container) % groups_.size()];
+}
+
 bool FileBlockStore::sync(int64_t container, int64_t length) {
     const fs::path file = path(container);
     const FileDescriptor fd = open(file, O_RDONLY);
@@ -135,8 +139,18 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
     if (::fstat(fd.get(), &status) != 0) {
         fail("cannot stat", file);
     }
-    if (status.st_size < length || ::fsync(fd.get()) != 0) {
+    if (status.st_size < length) {
         return false;
+    }
+    {
+        SyncGroup& group = groupOf(container);
+        const std::lock_guard lock(group.mutex);
+        if (::fsync(fd.get()) != 0) {
+            group.refused.insert(container);
+        }
+        if (group.refused.contains(container)) {
+            return false;
+        }
     }
     syncFolder(file.parent_path());
     syncFolder(folder_);

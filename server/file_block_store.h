@@ -6,8 +6,11 @@
 // the packages are away.
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <functional>
+#include <mutex>
+#include <set>
 #include <vector>
 
 #include "block_store.h"
@@ -47,11 +50,21 @@ public:
     std::filesystem::path setAside(int64_t container);
 
 private:
+    // The kernel tells one of those who sync a file that it could not be written, and the others,
+    // who come later, that all is well. So containers of one group are synced one at a time, and
+    // what was refused stays so until the process ends.
+    struct SyncGroup {
+        std::mutex mutex;  // held over a sync; guards the set
+        std::set<int64_t> refused;
+    };
+
     [[nodiscard]] std::filesystem::path path(int64_t container) const;
+    SyncGroup& groupOf(int64_t container);
 
     std::filesystem::path folder_;
     int64_t limit_;
     Written written_;
+    std::array<SyncGroup, 64> groups_;
 };
 
 // Makes names that were made or removed in the folder survive a power cut.

@@ -125,7 +125,7 @@ public:
     int64_t countErrors(int64_t instance) override;
     std::optional<FailedFile> findError(int64_t instance, std::string_view path) override;
 
-    void completeInstance(int64_t instance, std::string_view endTime, int64_t items) override;
+    bool completeInstance(int64_t instance, std::string_view endTime, int64_t items) override;
     void cancelInstance(int64_t instance) override;
     std::vector<InstanceSummary> listInstances(int64_t user, std::string_view machine,
                                                std::string_view definition, int64_t after,

@@ -179,7 +179,7 @@ void SqliteCatalog::eachPiece(const std::vector<FailedFile>& errors,
     });
 }
 
-void SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime, int64_t items) {
+bool SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime, int64_t items) {
     // What a death in between leaves is a running backup without some of the files that its error
     // list has: it ends as it would have.
     eachStretch(instance, [&](const Stretch& stretch) {
@@ -187,7 +187,12 @@ void SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime,
         return true;
     });
     const std::lock_guard lock(mutex_);
-    durably([&] { statements_->completeInstance.run(instance, endTime, items); });
+    bool completed = false;
+    durably([&] {
+        statements_->completeInstance.run(instance, endTime, items);
+        completed = database_.changes() == 1;
+    });
+    return completed;
 }
 
 void SqliteCatalog::cancelInstance(int64_t instance) {
