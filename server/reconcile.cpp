@@ -137,7 +137,8 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
         log("start: catalog.db is older than the packages");
         for (const std::string& name : catalog.abandonOpen()) {
             log("start: backup " + name +
-                " went on under a later catalog: it is cancelled, its packages are moved aside");
+                " may have gone on under a later catalog: it is cancelled, its packages are moved "
+                "aside");
         }
     }
     moveStrangersAside(catalog, blocks, found, log);

@@ -102,6 +102,9 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     backup("i1", {{"a"}});
     start("i2");
     put("i2", "b", "known to both");
+    offer("offered", {{"a"}});  // which is carried over
+    offer("started", {{"a"}});
+    start("started");
     keepCatalog(data / "older");  // of this service; its end makes it an older one
     put("i2", "c", "known to the later one");
     ASSERT_EQ(end("i2"), 200);
@@ -117,6 +120,7 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     ASSERT_EQ(refusal(), "");
     EXPECT_EQ(stored("i1", "a"), "a");
     EXPECT_EQ(state("i2"), "cancelled");
+    EXPECT_EQ(state("offered") + state("started"), "cancelledcancelled");
     EXPECT_EQ(contentOf(orphan("2")), before.at(package("2")));
     EXPECT_EQ(contentOf(orphan("3")), before.at(package("3")));
     EXPECT_NE(lines.find("i2"), std::string::npos) << lines;

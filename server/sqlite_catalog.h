@@ -69,8 +69,9 @@ public:
     void keepTail(int64_t container, int64_t length);
     // New containers get higher numbers than this one.
     void skipNumbers(int64_t container);
-    // Cancels all instances that are under way and have bytes; these are not given up but
-    // forgotten. Their files go with finishCancelling(). The instances' names.
+    // Cancels all instances that are under way, those without bytes too: what they were offered
+    // later is nowhere. Their bytes are not given up but forgotten. Their files go with
+    // finishCancelling(). The instances' names.
     std::vector<std::string> abandonOpen();
 
     bool addUser(std::string_view name, std::string_view passwordHash) override;

@@ -59,9 +59,7 @@ std::vector<std::string> SqliteCatalog::abandonOpen() {
     durably([&] {
         std::vector<int64_t> open;
         {
-            Statement select(database_,
-                             "SELECT id, name FROM instances WHERE state < 2"
-                             " AND id IN (SELECT instance FROM containers)");
+            Statement select(database_, "SELECT id, name FROM instances WHERE state < 2");
             for (auto rows = select.query(); rows.next();) {
                 open.push_back(rows.integer(0));
                 names.emplace_back(rows.text(1));
