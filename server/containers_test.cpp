@@ -26,6 +26,53 @@ protected:
         }
         return list;
     }
+
+    // A data folder in which every backup had one container with its own number. It was served
+    // under that boot of the machine, when it was not left in order.
+    void makeEarlierFolder(const std::string& boot = {}) {
+        makeEarlierCatalog();
+        if (!boot.empty()) {
+            Database((data / "catalog.db").string())
+                .exec(("INSERT INTO service VALUES(1, '" + boot + "')").c_str());
+        }
+        const std::string contents[] = {"a", half, "cancelled"};
+        for (int number = 1; number <= 3; ++number) {
+            fs::create_directories(package(number).parent_path());
+            std::ofstream(package(number), std::ios::binary)
+                << contents[static_cast<size_t>(number) - 1];
+        }
+    }
+    void makeEarlierCatalog() {
+        server.reset();
+        fs::remove(data / "packages" / "marker");
+        Database database((data / "catalog.db").string());
+        std::string tables;
+        for (const char* table : {"users", "machines", "sessions"}) {
+            tables += std::string("ALTER TABLE ") + table + " RENAME TO old_" + table + ";";
+        }
+        database.exec(tables.c_str());
+        database.exec(
+            "DROP TABLE instances; DROP TABLE files; DROP TABLE errors; DROP TABLE restores;"
+            "DROP TABLE restore_errors; DROP TABLE containers; DROP TABLE given_up;"
+            "DROP TABLE service; DROP TABLE digests; DROP TABLE damaged");
+        database.exec(sqliteVersion1);
+        database.exec(sqliteVersion2);
+        for (const char* table : {"users", "machines", "sessions"}) {
+            database.exec(
+                (std::string("INSERT INTO ") + table + " SELECT * FROM old_" + table).c_str());
+        }
+        database.exec(R"(
+INSERT INTO instances(name, machine, definition, base, state, completion, compress, reserved)
+  VALUES('i1', 1, 'job', 0, 2, 1, 0, 1), ('i2', 1, 'job', 1, 1, 0, 0, 131077),
+        ('i3', 1, 'job', 1, 3, 0, 0, 0), ('i4', 1, 'job', 1, 1, 0, 0, 0);
+INSERT INTO files VALUES(1, CAST('a' AS BLOB), 1, x'', 1, 0, 1, 1, 1, 0),
+  (2, CAST('b' AS BLOB), 1, x'', 1, 0, 131077, 1, 2, 0),
+  (2, CAST('a' AS BLOB), 1, x'', 1, 0, 1, 1, 1, 0),
+  (4, CAST('empty' AS BLOB), 1, x'', 1, 0, 0, 0, 4, 0);
+PRAGMA user_version=2;)");
+    }
+
+    const std::string half = pattern(blockBytes);
 };
 
 TEST_F(Containers, BeginANewOneAtTheirLimit) {
@@ -99,45 +146,11 @@ TEST_F(Containers, OnRecordAsGivenUpGoAtTheStart) {
     EXPECT_EQ(column("SELECT group_concat(container) FROM given_up"), "1");
 }
 
-// A data folder in which every backup had one container with its own number.
 TEST_F(Containers, OfEarlierDataFoldersGoOn) {
-    server.reset();
-    fs::remove(data / "packages" / "marker");
-    const std::string half = pattern(blockBytes);
-    {
-        Database database((data / "catalog.db").string());
-        std::string tables;
-        for (const char* table : {"users", "machines", "sessions"}) {
-            tables += std::string("ALTER TABLE ") + table + " RENAME TO old_" + table + ";";
-        }
-        database.exec(tables.c_str());
-        database.exec(
-            "DROP TABLE instances; DROP TABLE files; DROP TABLE errors; DROP TABLE restores;"
-            "DROP TABLE restore_errors; DROP TABLE containers; DROP TABLE given_up;"
-            "DROP TABLE service; DROP TABLE digests; DROP TABLE damaged");
-        database.exec(sqliteVersion1);
-        database.exec(sqliteVersion2);
-        for (const char* table : {"users", "machines", "sessions"}) {
-            database.exec(
-                (std::string("INSERT INTO ") + table + " SELECT * FROM old_" + table).c_str());
-        }
-        database.exec(R"(
-INSERT INTO instances(name, machine, definition, base, state, completion, compress, reserved)
-  VALUES('i1', 1, 'job', 0, 2, 1, 0, 1), ('i2', 1, 'job', 1, 1, 0, 0, 131077),
-        ('i3', 1, 'job', 1, 3, 0, 0, 0), ('i4', 1, 'job', 1, 1, 0, 0, 0);
-INSERT INTO files VALUES(1, CAST('a' AS BLOB), 1, x'', 1, 0, 1, 1, 1, 0),
-  (2, CAST('b' AS BLOB), 1, x'', 1, 0, 131077, 1, 2, 0),
-  (2, CAST('a' AS BLOB), 1, x'', 1, 0, 1, 1, 1, 0),
-  (4, CAST('empty' AS BLOB), 1, x'', 1, 0, 0, 0, 4, 0);
-PRAGMA user_version=2;)");
-    }
+    makeEarlierFolder();
+    fs::rename(data / "packages", data / "away");
     EXPECT_THROW(restart(), std::exception);  // without its packages it is a mistake
-    const std::string contents[] = {"a", half, "cancelled"};
-    for (int number = 1; number <= 3; ++number) {
-        fs::create_directories(package(number).parent_path());
-        std::ofstream(package(number), std::ios::binary)
-            << contents[static_cast<size_t>(number) - 1];
-    }
+    fs::rename(data / "away", data / "packages");
     restart();
     EXPECT_EQ(there(), "12");
     EXPECT_FALSE(fs::exists(data / "orphans"));
@@ -160,6 +173,15 @@ PRAGMA user_version=2;)");
     EXPECT_EQ(end("i4"), 200);
     EXPECT_EQ(there(), "1256");
     EXPECT_EQ(stored("i4", "empty"), "no more");
+}
+
+TEST_F(Containers, OfEarlierDataFoldersThatAPowerCutStruckHaveLostTheirRuns) {
+    makeEarlierFolder("an earlier boot");
+    restart();
+    EXPECT_EQ(putInfo("i2", "new", 1), 409);
+    EXPECT_EQ(end("i4"), 409);
+    EXPECT_EQ(stored("i1", "a"), "a");
+    EXPECT_EQ(offer("i5", {{"a"}}), "");
 }
 
 }  // namespace

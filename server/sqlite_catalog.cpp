@@ -65,8 +65,11 @@ void SqliteCatalog::beginService(std::string_view boot, std::string_view identit
                                  int64_t generation) {
     const std::lock_guard lock(mutex_);
     durably([&] {
+        // Versions without sync points left it to the disk when it kept what was offered and
+        // announced, also of a run that was going on.
         Statement damage(database_,
-                         "UPDATE instances SET damaged = 1 WHERE state = 0 AND EXISTS"
+                         "UPDATE instances SET damaged = 1 WHERE (state = 0 OR (state = 1 AND"
+                         " (SELECT synced FROM service) = 0)) AND EXISTS"
                          " (SELECT 1 FROM service WHERE boot <> '' AND boot <> ?1)");
         damage.run(boot);
         Statement(database_,
