@@ -11,23 +11,15 @@ namespace asio = boost::asio;
 
 namespace {
 
-std::string_view trimmed(std::string_view text) {
-    const size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
-
-// The parts between the separators that stand outside of quotes.
-std::vector<std::string_view> split(std::string_view text, char separator) {
+// The parts between the separators; where quotes count, those that stand outside of them.
+std::vector<std::string_view> split(std::string_view text, char separator, bool quotes) {
     std::vector<std::string_view> parts;
     size_t begin = 0;
     bool quoted = false;
     for (size_t i = 0; i < text.size(); ++i) {
         if (quoted && text[i] == '\\') {
             ++i;
-        } else if (text[i] == '"') {
+        } else if (quotes && text[i] == '"') {
             quoted = !quoted;
         } else if (text[i] == separator && !quoted) {
             parts.push_back(trimmed(text.substr(begin, i - begin)));
@@ -38,9 +30,28 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
     return parts;
 }
 
+// Whether each quote is one around a whole value, and closed. Otherwise who wrote the beginning may
+// have opened one for what the next hand adds to vanish in.
+bool isQuotedWell(std::string_view text) {
+    bool quoted = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (quoted && text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '"') {
+            const std::string_view next = trimmed(text.substr(i + 1));
+            const bool inPlace = quoted ? next.empty() || next.front() == ',' || next.front() == ';'
+                                        : i > 0 && text[i - 1] == '=';
+            if (!inPlace) {
+                return false;
+            }
+            quoted = !quoted;
+        }
+    }
+    return !quoted;
+}
 // The "for" of an element of Forwarded; empty when it has none.
 std::string_view forOf(std::string_view element) {
-    for (const std::string_view pair : split(element, ';')) {
+    for (const std::string_view pair : split(element, ';', true)) {
         if (pair.size() > 4 && equalNoCase(pair.substr(0, 4), "for=")) {
             std::string_view value = pair.substr(4);
             if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
@@ -72,10 +83,20 @@ std::string behind(const std::string& peer, const std::vector<std::string>& trus
 }  // namespace
 
 std::optional<std::string> plainAddress(std::string_view text) {
+    std::string_view port;
     if (text.starts_with('[')) {
-        text = text.substr(1, text.find(']') - 1);
+        const size_t end = text.find(']');
+        if (end == std::string_view::npos) {
+            return std::nullopt;
+        }
+        port = text.substr(end + 1);
+        text = text.substr(1, end - 1);
     } else if (std::count(text.begin(), text.end(), ':') == 1) {
+        port = text.substr(text.find(':'));
         text = text.substr(0, text.find(':'));
+    }
+    if (!port.empty() && (port.front() != ':' || !isToken(port.substr(1)))) {
+        return std::nullopt;
     }
     boost::system::error_code error;
     const auto address = asio::ip::make_address(std::string(text), error);
@@ -96,12 +117,15 @@ std::string forwardedClient(const std::string& peer, const std::vector<std::stri
                             std::string_view forwarded, std::string_view forwardedFor) {
     std::vector<std::string> found;
     if (!forwarded.empty()) {
-        std::vector<std::string_view> hops = split(forwarded, ',');
-        std::transform(hops.begin(), hops.end(), hops.begin(), forOf);
+        std::vector<std::string_view> hops;
+        if (isQuotedWell(forwarded)) {
+            hops = split(forwarded, ',', true);
+            std::transform(hops.begin(), hops.end(), hops.begin(), forOf);
+        }
         found.push_back(behind(peer, trusted, hops));
     }
     if (!forwardedFor.empty()) {
-        found.push_back(behind(peer, trusted, split(forwardedFor, ',')));
+        found.push_back(behind(peer, trusted, split(forwardedFor, ',', false)));
     }
     const bool agreed = !found.empty() && found.front() == found.back();
     return agreed ? found.front() : peer;

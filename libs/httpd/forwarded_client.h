@@ -20,7 +20,8 @@ std::string plainAddress(const boost::asio::ip::address& address);
 // The client behind the peer. The trusted are plain addresses; `forwarded` and `forwardedFor` are
 // the values of all fields of that name, joined with commas in their order, empty when there are
 // none. From the last hop backwards the first that is not trusted; where a hop does not say who was
-// before it, or the two fields do not agree, that hop's own address.
+// before it, or the two fields do not agree, that hop's own address; the peer's where the quotes of
+// `forwarded` are not right.
 std::string forwardedClient(const std::string& peer, const std::vector<std::string>& trusted,
                             std::string_view forwarded, std::string_view forwardedFor);
 

@@ -39,7 +39,15 @@ TEST(ForwardedClient, IsWhomTheLastTrustedHopHasItFrom) {
          "192.0.2.1"},
         {"an open quote", own, "for=\"192.0.2.1, for=6.6.6.6", "", own},
         {"an empty element", own, "", "192.0.2.1,", own},
-        {"an open bracket", own, "", "[::1", "::1"},
+        {"an open bracket", own, "", "[::1", own},
+        {"an own quote that swallows what follows", own, "for=6.6.6.6;by=\", for=192.0.2.1", "",
+         own},
+        {"an own quote that the next hand's closes", own,
+         "for=6.6.6.6;by=\", for=\"[2001:db8::1]:1\"", "", own},
+        {"a quote within a value", own, "for=6.6.6.6;by=a\"b\", for=192.0.2.1", "", own},
+        {"no quotes in the other field", own, "", "6.6.6.6:\", 192.0.2.1", "192.0.2.1"},
+        {"something behind the bracket", own, "", "[6.6.6.6]x", own},
+        {"a port that is none", own, "", "6.6.6.6:a b", own},
         {"garbage", own, ";;==,,\"\\", ",:,[,]", own},
     };
     for (const Row& row : rows) {

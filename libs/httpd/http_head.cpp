@@ -20,16 +20,6 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // Whether one of the field's comma-separated words, in all its lines, is this one.
 bool hasWord(const HttpHead& head, std::string_view name, std::string_view word) {
     return std::any_of(head.fields.begin(), head.fields.end(), [&](const HttpField& field) {

@@ -26,6 +26,15 @@ inline bool isToken(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar);
 }
 
+// Without the blanks around it.
+inline std::string_view trimmed(std::string_view text) {
+    const size_t begin = text.find_first_not_of(" \t");
+    if (begin == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
 // Of a field's value: what can be seen, blanks, and the bytes beyond ASCII.
 inline bool isFieldChar(char c) {
     return c == '\t' || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F);
