@@ -4,9 +4,9 @@
 #include <boost/json.hpp>
 #include <chrono>
 
-#include "client_network.h"
 #include "digest.h"
 #include "event_log.h"
+#include "httpd/client_network.h"
 #include "json_body.h"
 #include "password_hash.h"
 #include "service_error.h"

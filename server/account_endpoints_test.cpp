@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "client_network.h"
 #include "digest.h"
+#include "httpd/client_network.h"
 #include "password_hash.h"
 #include "sqlite.h"
 #include "testing/service_fixture.h"
@@ -90,6 +90,30 @@ TEST(Sessions, EndAfterBeingIdleForTheirLifetime) {
     EXPECT_FALSE(catalog.findSession("token", 6998 + lifetime, lifetime));
     EXPECT_FALSE(catalog.findSession("other", 5000, lifetime));
     EXPECT_FALSE(catalog.findSession("", 5000, lifetime));
+}
+
+TEST_F(Accounts, KeepAConnectionFromGivingWayForTheirSession) {
+    options.limits.connections = 1;
+    restart();
+    const std::string body = R"({"machine":"","jobdefinitionid":""})";
+    Client first(port());
+    const auto ask = [&](const std::string& cookie) {
+        return first.post(listInstancesPath, body, cookie).status;
+    };
+    EXPECT_EQ(ask(alice), 200);
+    EXPECT_EQ(Client(port()).receive().status, 503);
+    // Also while the next request is on its way.
+    first.send(
+        "POST " + std::string(listInstancesPath) + " HTTP/1.1\r\nHost: x\r\nCookie: " + alice +
+        "\r\nExpect: 100-continue\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n");
+    EXPECT_EQ(first.receive().status, 100);
+    EXPECT_EQ(Client(port()).receive().status, 503);
+    first.send(body);
+    EXPECT_EQ(first.receive().status, 200);
+    column("DELETE FROM sessions WHERE machine = 1");
+    EXPECT_EQ(ask(alice), 401);
+    EXPECT_EQ(Client(port()).post(listInstancesPath, body, bob).status, 200);
+    first.waitForClose();
 }
 
 TEST_F(Accounts, AreLockedForTheClientBehindATrustedProxyAlone) {

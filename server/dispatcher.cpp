@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <boost/json.hpp>
 
-#include "client_network.h"
 #include "disk_full.h"
 #include "event_log.h"
+#include "httpd/client_network.h"
 #include "json_body.h"
 #include "service_error.h"
 

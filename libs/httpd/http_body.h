@@ -25,6 +25,7 @@ public:
         return chunked_ || left_ > most ? most : static_cast<size_t>(left_);
     }
 
+    [[nodiscard]] bool isChunked() const { return chunked_; }
     // Bytes of content that are known to come.
     [[nodiscard]] uint64_t announced() const { return left_; }
 

@@ -5,6 +5,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 
+#include "httpd/client_network.h"
 #include "httpd/forwarded_client.h"
 #include "httpd/http_reply.h"
 #include "httpd/http_text.h"
@@ -18,14 +19,15 @@ namespace {
 
 // What one read of a body may bring, and what must come within HttpLimits::stall.
 constexpr size_t partBytes = size_t{32} * 1024;
-constexpr int busySeconds = 5;
+// How far the memory for a body goes ahead of what has come.
+constexpr uint64_t aheadBytes = uint64_t{1} << 20U;
 constexpr std::string_view continueText = "HTTP/1.1 100 Continue\r\n\r\n";
 
 }  // namespace
 
 HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& shared, uint64_t number)
-    : shared_(shared),
-      number_(number),
+    : place_{shared.open, number},
+      shared_(shared),
       stream_(std::move(socket)),
       buffer_(2 * shared.limits.headBytes + partBytes),
       memory_(shared.memory),
@@ -37,10 +39,6 @@ HttpConnection::HttpConnection(asio::ip::tcp::socket socket, const Shared& share
         peer_ = plainAddress(endpoint.address());
     }
     stream_.socket().set_option(asio::ip::tcp::no_delay(true), error);
-}
-
-HttpConnection::~HttpConnection() {
-    shared_.open.leave(number_);
 }
 
 void HttpConnection::start() {
@@ -194,9 +192,15 @@ void HttpConnection::onHead(const HttpHead& head) {
 }
 
 void HttpConnection::findClient(const HttpHead& head) {
-    if (shared_.limits.trustedProxies.empty()) {
-        return;
+    if (!shared_.limits.trustedProxies.empty()) {
+        findForwarded(head);
     }
+    const auto& many = shared_.limits.manyBehind;
+    const bool isMany = std::find(many.begin(), many.end(), client_) != many.end();
+    memory_.setClient(isMany ? std::string() : clientNetwork(client_));
+}
+
+void HttpConnection::findForwarded(const HttpHead& head) {
     const auto joined = [&head](std::string_view name) {
         std::string values;
         for (const HttpField& field : head.fields) {
@@ -224,7 +228,7 @@ void HttpConnection::setKnown(bool known) {
 
 void HttpConnection::setStanding(OpenConnections::Standing standing) {
     if (std::exchange(standing_, standing) != standing) {
-        shared_.open.setStanding(number_, standing);
+        shared_.open.setStanding(place_.number, standing);
     }
 }
 
@@ -251,9 +255,6 @@ void HttpConnection::judgeLargeBody() {
 
 void HttpConnection::takeBody() {
     stream_.expires_after(shared_.limits.stall);
-    if (!refusal_ && hasRoomFor(body_.announced())) {
-        request_.body.reserve(body_.announced());
-    }
     if (!expectsContinue_ || body_.done()) {
         readBody();
         return;
@@ -295,20 +296,31 @@ void HttpConnection::onPiece(std::string_view piece) {
         refusal_ = shared_.service.refuse(413, "the request's body is too large");
         request_.body = {};
     }
-    if (!refusal_ && hasRoomFor(request_.body.size() + piece.size())) {
+    if (!refusal_ && growBody(request_.body.size() + piece.size())) {
         request_.body.append(piece);
     }
 }
 
-bool HttpConnection::hasRoomFor(uint64_t bodyBytes) {
-    if (bodyBytes <= shared_.limits.smallBytes || memory_.raise(bodyBytes * admission_.weight)) {
-        return true;
+// In steps: what is announced and does not come takes nothing from others.
+bool HttpConnection::growBody(uint64_t bytes) {
+    if (bytes > shared_.limits.smallBytes && bytes > memory_.taken()) {
+        const uint64_t step = std::max(bytes, 2 * uint64_t{memory_.taken()});
+        const uint64_t whole = bytes + body_.announced();
+        const uint64_t room =
+            body_.isChunked() ? step : std::min(whole, std::max(step, aheadBytes));
+        if (!memory_.raise(room)) {
+            refuseForMemory();
+            return false;
+        }
+        request_.body.reserve(room);
     }
+    return true;
+}
+
+void HttpConnection::refuseForMemory() {
     request_.body = {};
     memory_.giveBack();
     refusal_ = shared_.service.refuse(503, "too many requests at once");
-    refusal_->retryAfter = busySeconds;
-    return false;
 }
 
 }  // namespace dorvo

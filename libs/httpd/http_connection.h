@@ -6,7 +6,6 @@
 // next request. What a handler throws ends the connection and nothing else.
 #pragma once
 
-#include <array>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
@@ -40,7 +39,7 @@ public:
     };
 
     HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared, uint64_t number);
-    ~HttpConnection();
+    ~HttpConnection() = default;
     HttpConnection(const HttpConnection&) = delete;
     HttpConnection& operator=(const HttpConnection&) = delete;
 
@@ -105,11 +104,14 @@ private:
     void readHead();
     void onHead(const HttpHead& head);
     void findClient(const HttpHead& head);
+    void findForwarded(const HttpHead& head);
     void judgeLargeBody();
     void takeBody();
     void readBody();
     void onPiece(std::string_view piece);
-    bool hasRoomFor(uint64_t bodyBytes);
+    // Whether there is memory for that much of the body; else it is refused.
+    bool growBody(uint64_t bytes);
+    void refuseForMemory();
 
     void setKnown(bool known);
     void setStanding(OpenConnections::Standing standing);
@@ -132,8 +134,16 @@ private:
     void close();
     void logRequest(const WebReply& reply) const;
 
+    // Left last: who waits until all have left may destroy what the other members are made of,
+    // while the last owner of the connection is a thread of the service's.
+    struct Place {
+        OpenConnections& open;
+        const uint64_t number;
+        ~Place() { open.leave(number); }
+    };
+
+    const Place place_;
     const Shared& shared_;
-    const uint64_t number_;
     boost::beast::tcp_stream stream_;
     boost::beast::flat_buffer buffer_;
     WebRequest request_;

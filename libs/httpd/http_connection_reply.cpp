@@ -24,6 +24,13 @@ void HttpConnection::dispatch() {
         return;
     }
     stream_.expires_never();
+    // What it comes to while it is handled is taken only now: for as long as that, and no client's
+    // slowness, lasts.
+    const size_t size = request_.body.size();
+    const bool fits = size <= shared_.limits.smallBytes || memory_.raise(size * admission_.weight);
+    if (!refusal_ && (!fits || memory_.clientHasTooMuch())) {
+        refuseForMemory();
+    }
     if (refusal_) {
         answer(std::move(*std::exchange(refusal_, {})));
         return;
@@ -151,7 +158,9 @@ void HttpConnection::write(WebReply reply) {
     }
     request_.body = {};
     memory_.giveBack();
-    memory_.count(replyBody_.size());
+    if (replyBody_.size() > shared_.limits.smallBytes) {
+        memory_.count(replyBody_.size());
+    }
     written_ = 0;
     writeSome();
 }

@@ -15,10 +15,15 @@
 #endif
 
 #include <array>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 
+#include "httpd/http_connection.h"
 #include "httpd/testing/echo_service.h"
 
 namespace dorvo {
+
+namespace asio = boost::asio;
 
 namespace {
 
@@ -102,30 +107,125 @@ TEST_F(HttpCrowd, AStrangerHasLittleTimeAndNobodyKnown) {
     EXPECT_EQ(good->receive().status, 200);
 }
 
+std::string bodyOf(size_t size) {
+    return std::string(size, 'x');
+}
+
 TEST_F(HttpCrowd, BodiesTogetherHaveABudget) {
     limits.memoryBytes = 100'000;
     restart();
-    const std::string body(60'000, 'x');
-    const std::string length = "Content-Length: 60000\r\n";
-    Client first(server->port());
-    first.send(head("/echo", length + "Expect: 100-continue\r\n"));
-    EXPECT_EQ(first.receive().status, 100);
+    const std::string body = bodyOf(60'000);
+    Client announced(server->port());
+    announced.send(head("/echo", "Content-Length: 60000\r\nExpect: 100-continue\r\n"));
+    EXPECT_EQ(announced.receive().status, 100);
     Client second(server->port());
+    second.send(sized("/echo", body));
+    ASSERT_EQ(second.receive().status, 200);  // for what has not come, nothing was taken
+    Client first(server->port());
+    first.send(sized("/poll", body));
+    service.awaitPolls(1);
     for (const std::string& request :
-         {head("/echo", length) + body,
+         {sized("/echo", body), sized("/heavy", bodyOf(20'000)),
           head("/echo", "Transfer-Encoding: chunked\r\n") + "ea60\r\n" + body + "\r\n0\r\n\r\n"}) {
         second.send(request);
         const Answer answer = second.receive();
         EXPECT_EQ(answer.status, 503);
         EXPECT_NE(answer.header("Retry-After"), "");
-        second.send(sized("/echo", "small"));
-        EXPECT_EQ(second.receive().body, "small");
+        second.send(sized("/heavy", bodyOf(16'000)));
+        EXPECT_EQ(second.receive().status, 200);  // small ones always are
     }
-    first.send(body + sized("/echo", ""));
-    EXPECT_EQ(first.receive().body, body);
-    EXPECT_EQ(first.receive().status, 200);  // what the first took has come back
-    second.send(head("/echo", length) + body);
-    EXPECT_EQ(second.receive().body, body);
+    service.answerPolls("");
+    EXPECT_EQ(first.receive().status, 200);
+    first.send(sized("/echo", ""));
+    EXPECT_EQ(first.receive().status, 200);  // what it took has come back
+    for (const std::string& request : {sized("/echo", body), sized("/heavy", bodyOf(20'000))}) {
+        second.send(request);
+        EXPECT_EQ(second.receive().status, 200);
+    }
+}
+
+TEST_F(HttpCrowd, AClientHasItsShareOfTheMemoryUnlessManyAreBehindIt) {
+    limits.memoryOfClientBytes = 50'000;
+    for (const bool many : {false, true}) {
+        limits.manyBehind.assign(many ? 1 : 0, "127.0.0.1");
+        restart();
+        Client poll(server->port());
+        poll.send(sized("/poll", bodyOf(40'000)));
+        service.awaitPolls(1);
+        Client same(server->port());
+        Client other(server->port(), "127.0.0.2");
+        for (Client* client : {&same, &other}) {
+            client->send(sized("/echo", bodyOf(40'000)));
+            EXPECT_EQ(client->receive().status, client == &other || many ? 200 : 503);
+        }
+        service.answerPolls(bodyOf(size_t{32} << 20U));  // more than goes unread
+        poll.receiveHead();
+        for (Client* client : {&same, &other}) {
+            client->send(sized("/echo", ""));
+            EXPECT_EQ(client->receive().status, client == &other || many ? 200 : 503);
+        }
+    }
+}
+
+TEST(OpenConnections, CountsThoseOfOneNetworkTogether) {
+    HttpLimits limits;
+    limits.connectionsOfAddress = 1;
+    limits.manyBehind = {"::1"};
+    OpenConnections open(limits);
+    struct Row {
+        const char* address;
+        bool enters;
+    };
+    const Row rows[] = {{"2001:db8::1", true}, {"2001:db8::2", false}, {"2001:db8:0:1::1", true},
+                        {"192.0.2.1", true},   {"192.0.2.2", true},    {"192.0.2.1", false},
+                        {"::1", true},         {"::1", true}};
+    uint64_t number = 0;
+    for (const Row& row : rows) {
+        EXPECT_EQ(open.enter(++number, row.address, nullptr), row.enters) << row.address;
+        open.setStanding(number, OpenConnections::Standing::known);
+    }
+}
+
+// An executor that says when its last copy goes.
+class Witness {
+public:
+    Witness(asio::io_context& io, std::function<void()> gone)
+        : io_(&io), last_(nullptr, [gone = std::move(gone)](void*) { gone(); }) {}
+
+    [[nodiscard]] asio::execution_context& query(asio::execution::context_t) const noexcept {
+        return *io_;
+    }
+    static constexpr asio::execution::blocking_t query(asio::execution::blocking_t) noexcept {
+        return asio::execution::blocking.never;
+    }
+    template <class Call>
+    void execute(Call call) const {
+        asio::post(*io_, std::move(call));
+    }
+    bool operator==(const Witness& other) const noexcept { return last_ == other.last_; }
+    bool operator!=(const Witness& other) const noexcept { return last_ != other.last_; }
+
+private:
+    asio::io_context* io_;
+    std::shared_ptr<void> last_;
+};
+
+// Who waits until all have left destroys the sockets' context next.
+TEST(HttpConnection, LeavesWhenAllOfItHasGone) {
+    EchoService service;
+    asio::thread_pool workers(1);
+    OpenConnections open((HttpLimits()));
+    MemoryBudget memory(1, 1);
+    const HttpConnection::Shared shared{service, {}, {}, workers, open, memory};
+    asio::io_context io;
+    bool wasThere = false;
+    auto connection = std::make_shared<HttpConnection>(
+        asio::ip::tcp::socket(Witness(io, [&] { wasThere = !open.waitUntilEmpty({}); })), shared,
+        1);
+    ASSERT_TRUE(open.enter(1, "-", connection));
+    connection.reset();
+    EXPECT_TRUE(wasThere);
+    EXPECT_TRUE(open.waitUntilEmpty({}));
 }
 
 TEST_F(HttpCrowd, WhatIsThrownEndsOneConnectionOnly) {

@@ -13,7 +13,8 @@ struct HttpLimits {
     // At that number the oldest connection whose last request was not from somebody known ends for
     // a new one; where all are known, the new one is answered with 503.
     size_t connections = 1024;
-    // The same for those of one address, but for addresses behind which there are many clients.
+    // The same for those of one network, see client_network.h, but for addresses behind which there
+    // are many clients.
     size_t connectionsOfAddress = SIZE_MAX;
     std::vector<std::string> manyBehind;
     size_t headBytes = 8192;
@@ -21,6 +22,9 @@ struct HttpLimits {
     // What the bodies and answers of all requests may take together; a body that would take more is
     // refused with 503. Small ones are always taken.
     size_t memoryBytes = size_t{256} << 20U;
+    // The same for those of one client, but for `manyBehind`. One whose answers take more, because
+    // it does not read them, has its further requests refused.
+    size_t memoryOfClientBytes = size_t{128} << 20U;
     size_t smallBytes = size_t{16} << 10U;
     std::chrono::milliseconds idle{300'000};  // between two requests of a connection
     // Where there is any: how long a connection may wait for requests before one is from somebody

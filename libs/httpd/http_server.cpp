@@ -39,7 +39,7 @@ struct HttpServer::Impl {
     Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
          const HttpThreads& counts, Log log)
         : connections(limits),
-          memory(limits.memoryBytes),
+          memory(limits.memoryBytes, limits.memoryOfClientBytes),
           shared{service, limits, std::move(log), workers, connections, memory},
           workers(counts.workers),
           acceptor(asio::make_strand(io)),

@@ -1,14 +1,17 @@
-// The memory that the requests of a server may take together. Any thread.
+// The memory that the requests of a server may take together, and those of one client. Any thread.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
+#include <map>
+#include <mutex>
+#include <string>
 
 namespace dorvo {
 
 class MemoryBudget {
 public:
-    explicit MemoryBudget(size_t bytes) : bytes_(bytes) {}
+    MemoryBudget(size_t bytes, size_t bytesOfClient)
+        : bytes_(bytes), bytesOfClient_(bytesOfClient) {}
     MemoryBudget(const MemoryBudget&) = delete;
     MemoryBudget& operator=(const MemoryBudget&) = delete;
 
@@ -21,39 +24,33 @@ public:
         Share(const Share&) = delete;
         Share& operator=(const Share&) = delete;
 
+        // Gives back, and is that client's from now on. Empty: of many, who have no bound.
+        void setClient(std::string client);
         // Makes it that large, if it isn't. False, and as it was, when there is not so much left.
-        bool raise(size_t bytes) {
-            if (bytes <= taken_) {
-                return true;
-            }
-            const size_t more = bytes - taken_;
-            size_t used = budget_.used_;
-            do {
-                if (used > budget_.bytes_ || more > budget_.bytes_ - used) {
-                    return false;
-                }
-            } while (!budget_.used_.compare_exchange_weak(used, used + more));
-            taken_ = bytes;
-            return true;
-        }
+        bool raise(size_t bytes);
         // What is there already, whether or not the budget has it: others have less then.
-        void count(size_t bytes) {
-            budget_.used_ += bytes;
-            taken_ += bytes;
-        }
-        void giveBack() {
-            budget_.used_ -= taken_;
-            taken_ = 0;
-        }
+        void count(size_t bytes);
+        void giveBack();
+        [[nodiscard]] size_t taken() const { return taken_; }
+        // The client has more than may be its own.
+        [[nodiscard]] bool clientHasTooMuch() const;
 
     private:
         MemoryBudget& budget_;  // outlives it
+        std::string client_;
         size_t taken_ = 0;
     };
 
 private:
+    // Under the lock.
+    [[nodiscard]] size_t takenBy(const std::string& client) const;
+    void add(const std::string& client, size_t bytes);
+
     const size_t bytes_;
-    std::atomic<size_t> used_ = 0;
+    const size_t bytesOfClient_;
+    mutable std::mutex mutex_;  // guards what follows
+    size_t used_ = 0;
+    std::map<std::string, size_t> ofClient_;  // of those who have any
 };
 
 }  // namespace dorvo

@@ -2,44 +2,46 @@
 
 #include <algorithm>
 
+#include "httpd/client_network.h"
 #include "httpd/http_connection.h"
 
 namespace dorvo {
 
 OpenConnections::OpenConnections(const HttpLimits& limits)
     : most_(limits.connections),
-      mostOfAddress_(limits.connectionsOfAddress),
+      mostOfNetwork_(limits.connectionsOfAddress),
       manyBehind_(limits.manyBehind) {}
 
 bool OpenConnections::enter(uint64_t number, const std::string& address,
                             const std::shared_ptr<HttpConnection>& connection) {
+    const std::string network = clientNetwork(address);
     std::shared_ptr<HttpConnection> ended;
     const std::lock_guard lock(mutex_);
     if (shut_) {
         return false;
     }
-    const auto same = ofAddress_.find(address);
-    if (same != ofAddress_.end() && same->second >= mostOfAddress_ &&
+    const auto same = ofNetwork_.find(network);
+    if (same != ofNetwork_.end() && same->second >= mostOfNetwork_ &&
         std::find(manyBehind_.begin(), manyBehind_.end(), address) == manyBehind_.end()) {
-        if (!endOne(&address, ended)) {
+        if (!endOne(&network, ended)) {
             return false;
         }
     } else if (staying_ >= most_ && !endOne(nullptr, ended)) {
         return false;
     }
-    size_t& count = ofAddress_[address];
-    entries_.emplace(number, Entry{connection, address});
+    size_t& count = ofNetwork_[network];
+    entries_.emplace(number, Entry{connection, network});
     ++count;
     ++staying_;
     return true;
 }
 
-bool OpenConnections::endOne(const std::string* address, std::shared_ptr<HttpConnection>& ended) {
+bool OpenConnections::endOne(const std::string* network, std::shared_ptr<HttpConnection>& ended) {
     for (const Standing standing : {Standing::stranger, Standing::served}) {
         const auto oldest = std::find_if(entries_.begin(), entries_.end(), [&](const auto& item) {
             const Entry& entry = item.second;
             return entry.standing == standing && !entry.ending &&
-                   (address == nullptr || entry.address == *address);
+                   (network == nullptr || entry.network == *network);
         });
         if (oldest != entries_.end()) {
             ended = oldest->second.connection.lock();
@@ -83,9 +85,9 @@ void OpenConnections::leave(uint64_t number) {
 
 void OpenConnections::forget(const Entry& entry) {
     --staying_;
-    const auto same = ofAddress_.find(entry.address);
+    const auto same = ofNetwork_.find(entry.network);
     if (--same->second == 0) {
-        ofAddress_.erase(same);
+        ofNetwork_.erase(same);
     }
 }
 

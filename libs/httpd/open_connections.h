@@ -33,7 +33,7 @@ public:
     OpenConnections& operator=(const OpenConnections&) = delete;
 
     // False when there is no room for it: all there are known. May end another one for its sake,
-    // one of the same address where there are too many of that.
+    // one of the same network where there are too many of that.
     bool enter(uint64_t number, const std::string& address,
                const std::shared_ptr<HttpConnection>& connection);
     void setStanding(uint64_t number, Standing standing);
@@ -51,24 +51,24 @@ public:
 private:
     struct Entry {
         std::weak_ptr<HttpConnection> connection;
-        std::string address;
+        std::string network;
         Standing standing = Standing::stranger;
         bool ending = false;  // told to end, for another one's sake
     };
 
-    // Under the lock. Null: of any address. Gives the connection that it has told to end, for its
+    // Under the lock. Null: of any network. Gives the connection that it has told to end, for its
     // caller to let go of after the lock, as it may be the last owner.
-    bool endOne(const std::string* address, std::shared_ptr<HttpConnection>& ended);
+    bool endOne(const std::string* network, std::shared_ptr<HttpConnection>& ended);
     void forget(const Entry& entry);
 
     const size_t most_;
-    const size_t mostOfAddress_;
+    const size_t mostOfNetwork_;
     const std::vector<std::string> manyBehind_;
     mutable std::mutex mutex_;  // guards what follows
     std::condition_variable left_;
     std::map<uint64_t, Entry> entries_;        // the oldest first
     size_t staying_ = 0;                       // of the entries: those that aren't ending
-    std::map<std::string, size_t> ofAddress_;  // of those
+    std::map<std::string, size_t> ofNetwork_;  // of those
     bool shut_ = false;
 };
 

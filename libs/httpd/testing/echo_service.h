@@ -27,6 +27,7 @@ public:
         admission.bodyLimit = head.path == "/large" ? 4 * echoLimit : echoLimit;
         admission.judgedBytes = head.known ? SIZE_MAX : echoLimit;
         admission.known = head.known || head.cookie == "good";
+        admission.weight = head.path == "/heavy" ? 4 : 1;
         if (head.method != "POST") {
             admission.refusal = refuse(405, "only POST");
             admission.refusal->allow = "POST";
@@ -78,6 +79,7 @@ public:
         WebReply reply;
         reply.status = status;
         reply.body = why;
+        reply.retryAfter = status == 503 ? 5 : 0;
         return reply;
     }
 
