@@ -166,6 +166,26 @@ TEST_F(BadRequests, MoreThanAnyRequestHasUseFor) {
     refuse(startJobPath, "{\"a\":[" + many(19'990, "0") + "]}", 400);
 }
 
+TEST_F(BadRequests, MoreThanThereIsMemoryFor) {
+    options.limits.memoryBytes = 1'000'000;
+    restart();
+    struct Row {
+        std::string_view path;
+        size_t size;
+        bool taken;
+    };
+    // What a list comes to while it is handled is several times its size.
+    const Row rows[] = {{filesToBackupPath, 300'000, false},
+                        {filesToBackupPath, 200'000, true},
+                        {addErrorsPath, 300'000, false},
+                        {addErrorsPath, 200'000, true},
+                        {endJobPath, 900'000, true}};
+    for (const Row& row : rows) {
+        const int status = post(row.path, "{}" + std::string(row.size, ' ')).status;
+        EXPECT_EQ(status, row.taken ? 400 : 503) << row.path << row.size;
+    }
+}
+
 TEST_F(BadRequests, HeadsThatAreNotServed) {
     const std::string large(2'000'000, ' ');
     EXPECT_EQ(postAs({}, filesToBackupPath, large).status, 401);  // for those who are logged in

@@ -23,12 +23,16 @@ EventLog::~EventLog() {
     current = nullptr;
 }
 
-void logEvent(const std::string& line) {
-    const std::lock_guard lock(mutex);
-    if (current) {
-        current("service: " + line);
-    } else {
-        std::cerr << "storage-server: " + line + "\n";
+void logEvent(const std::string& line) noexcept {
+    try {
+        const std::lock_guard lock(mutex);
+        if (current) {
+            current("service: " + line);
+        } else {
+            std::cerr << "storage-server: " + line + "\n";
+        }
+    } catch (const std::exception&) {
+        // Memory is short, most likely: nothing goes wrong for want of a line.
     }
 }
 

@@ -21,6 +21,6 @@ public:
 };
 
 // One line, without time and end. Does not throw.
-void logEvent(const std::string& line);
+void logEvent(const std::string& line) noexcept;
 
 }  // namespace dorvo

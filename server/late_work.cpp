@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "event_log.h"
+
 namespace dorvo {
 
 LateWork::LateWork(Options options) : options_(std::move(options)), waiting_(options_.waiting) {
@@ -66,11 +68,30 @@ void LateWork::serve() {
         }
         const std::shared_ptr<Task> task = *waiting_.pop();
         lock.unlock();
-        WebReply reply = task->work();
-        task->work = nullptr;
+        std::optional<WebReply> reply = done(*task);
         lock.lock();
-        answer(*task, std::move(reply));
+        try {
+            if (reply) {
+                answer(*task, *std::move(reply));
+            }
+        } catch (const std::exception& error) {
+            logEvent(std::string("lost an answer: ") + error.what());
+        }
+        // One that is not answered ends its connection so.
+        task->respond = nullptr;
     }
+}
+
+std::optional<WebReply> LateWork::done(Task& task) {
+    std::optional<WebReply> reply;
+    try {
+        reply = task.work();
+    } catch (const std::exception& error) {
+        // Memory is short, most likely, and whoever asked for the work has judged all else.
+        logEvent(std::string("lost an answer: ") + error.what());
+    }
+    task.work = nullptr;
+    return reply;
 }
 
 void LateWork::answer(Task& task, WebReply reply) {

@@ -36,8 +36,8 @@ public:
     LateWork& operator=(const LateWork&) = delete;
 
     // Answers with what the work gives, in its turn among all of that address and of that user. The
-    // work, and what it holds, is gone by then: the client's next request must not meet it. It
-    // throws nothing. None: it has been answered already.
+    // work, and what it holds, is gone by then: the client's next request must not meet it. Where
+    // it throws, the callback goes uncalled. None: it has been answered already.
     std::optional<LongPoll> run(const std::string& address, const std::string& user, Work work,
                                 HttpService::Respond respond);
 
@@ -52,6 +52,8 @@ private:
     };
 
     void serve();
+    // What the work gives, none when it throws; then it is gone.
+    static std::optional<WebReply> done(Task& task);
     // With the lock held, so that no answer comes after a withdrawal.
     static void answer(Task& task, WebReply reply);
 

@@ -80,6 +80,24 @@ TEST_F(Late, IsDoneInTurnAndForThoseWhoStillWait) {
         "stranger 200, ");
 }
 
+TEST_F(Late, GoesOnAfterOneThatCannotBeAnswered) {
+    const auto bad = []() -> WebReply { throw std::bad_alloc(); };
+    const auto good = [] { return WebReply(); };
+    int answers = 1;
+    for (const LateWork::Work& work : {LateWork::Work(bad), LateWork::Work(good)}) {
+        auto connection = std::make_shared<int>();
+        const std::weak_ptr<int> there = connection;
+        work_.run("b", "user", work, [connection = std::move(connection)](const WebReply&) {
+            throw std::bad_alloc();
+        });
+        ask("next", "c");
+        open();
+        log(++answers);
+        EXPECT_TRUE(there.expired());
+    }
+    EXPECT_EQ(log(answers), "first done, first 200, next done, next 200, next done, next 200, ");
+}
+
 TEST_F(Late, AnswersNobodyWhoHasGone) {
     const auto second = ask("second", "b");
     ask("third", "c");

@@ -4,6 +4,7 @@
 usage: process_test.py STORAGE-SERVER
 """
 
+import contextlib
 import http.client
 import os
 import pathlib
@@ -35,6 +36,13 @@ class Process(unittest.TestCase):
         self.addCleanup(process.kill)
         return process, process.stdout.readline().strip().removeprefix("listening on ")
 
+    def open_files(self, process):
+        found = set()
+        for number in pathlib.Path(f"/proc/{process.pid}/fd").iterdir():
+            with contextlib.suppress(FileNotFoundError):
+                found.add(os.readlink(number))
+        return found
+
     def log_in(self, address, body):
         connection = http.client.HTTPConnection(address)
         connection.request("POST", LOGIN, body)
@@ -61,7 +69,7 @@ class Process(unittest.TestCase):
         self.assertEqual(self.log_in(address, '{"user":"al\u009bice","password":"x","machine":"pc"}'.encode()), 401)
         log.rename(old)
         process.send_signal(signal.SIGHUP)
-        while not log.exists():
+        while str(old) in self.open_files(process):
             time.sleep(0)  # until the signal has been taken
         self.assertEqual(self.log_in(address, "x\n"), 400)
         process.terminate()
