@@ -34,6 +34,18 @@ fs::path markerPath(const fs::path& folder) {
                             std::string(what) + " " + path.string());
 }
 
+void write(const fs::path& folder, int flags, const PackageMarker& marker) {
+    const fs::path path = markerPath(folder);
+    std::array<char, most> text{};
+    const int length = std::snprintf(text.data(), text.size(), form, marker.identity.c_str(),
+                                     static_cast<long long>(marker.generation));
+    const FileDescriptor fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0600));
+    if (!fd || ::pwrite(fd.get(), text.data(), static_cast<size_t>(length), 0) != length ||
+        ::fsync(fd.get()) != 0) {
+        fail("cannot write", path);
+    }
+}
+
 }  // namespace
 
 std::optional<PackageMarker> readMarker(const fs::path& folder) {
@@ -61,16 +73,13 @@ std::optional<PackageMarker> readMarker(const fs::path& folder) {
 }
 
 void writeMarker(const fs::path& folder, const PackageMarker& marker) {
-    const fs::path path = markerPath(folder);
-    std::array<char, most> text{};
-    const int length = std::snprintf(text.data(), text.size(), form, marker.identity.c_str(),
-                                     static_cast<long long>(marker.generation));
-    const FileDescriptor fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-    if (!fd || ::pwrite(fd.get(), text.data(), static_cast<size_t>(length), 0) != length ||
-        ::fsync(fd.get()) != 0) {
-        fail("cannot write", path);
-    }
+    write(folder, O_CREAT, marker);
     syncFolder(folder);
+}
+
+void updateMarker(const fs::path& folder, const PackageMarker& marker) {
+    requireMarker(folder);
+    write(folder, 0, marker);
 }
 
 void requireMarker(const fs::path& folder) {

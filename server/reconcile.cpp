@@ -62,8 +62,13 @@ void requireOwnPackages(SqliteCatalog& catalog, const SqliteCatalog::Service& se
     }
 }
 
+// Whose the bytes are that stand behind what the catalog has given away of a container: its own,
+// lost with their last commits to a power cut, or those of a later catalog.
+enum class Tails { ours, unknown };
+
 void moveStrangersAside(SqliteCatalog& catalog, FileBlockStore& blocks,
-                        const std::vector<FileBlockStore::Found>& found, const Log& log) {
+                        const std::vector<FileBlockStore::Found>& found, Tails tails,
+                        const Log& log) {
     std::unordered_map<int64_t, int64_t> given;
     for (const auto& container : catalog.listContainers()) {
         given[container.id] = container.given;
@@ -78,10 +83,10 @@ void moveStrangersAside(SqliteCatalog& catalog, FileBlockStore& blocks,
                 strangers.push_back(file.container);
             }
         } else if (file.length > known->second) {
-            catalog.keepTail(file.container, file.length);
+            catalog.takeInTail(file.container, file.length, tails == Tails::unknown);
             log("start: package file " + std::to_string(file.container) + " is longer by " +
-                std::to_string(file.length - known->second) +
-                " bytes than the catalog knows; they are kept");
+                std::to_string(file.length - known->second) + " bytes than the catalog knows" +
+                (tails == Tails::ours ? ", as a power cut leaves it" : "; they are kept"));
         }
     }
     if (!strangers.empty()) {
@@ -91,17 +96,6 @@ void moveStrangersAside(SqliteCatalog& catalog, FileBlockStore& blocks,
     for (const int64_t container : strangers) {
         log("start: package file " + std::to_string(container) +
             " is in no backup of the catalog; it is now " + blocks.setAside(container).string());
-    }
-}
-
-void followWithMarker(SqliteCatalog& catalog, const FileBlockStore& blocks, const Log& log) {
-    const SqliteCatalog::Service service = catalog.service();
-    try {
-        requireMarker(blocks.folder());
-        writeMarker(blocks.folder(), {service.identity, service.generation});
-    } catch (const std::exception& error) {
-        // It then stays behind, and is taken for what it is: as old as the catalog or older.
-        log(std::string("the packages' marker stays as it was: ") + error.what());
     }
 }
 
@@ -133,7 +127,9 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
         }
         writeMarker(blocks.folder(), *marker);
     }
-    if (marker->generation > service.generation) {
+    const bool older = marker->generation > service.generation;
+    const bool lostPower = catalog.lostPower(boot);
+    if (older) {
         log("start: catalog.db is older than the packages");
         for (const std::string& name : catalog.abandonOpen()) {
             log("start: backup " + name +
@@ -141,24 +137,20 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
                 "aside");
         }
     }
-    moveStrangersAside(catalog, blocks, found, log);
+    // No backup that is completed has bytes there unless the catalog is an older one.
+    moveStrangersAside(catalog, blocks, found, lostPower && !older ? Tails::ours : Tails::unknown,
+                       log);
     if (marker->identity.empty() && service.identity.empty()) {
         marker->identity = newIdentity();
     }
-    if (catalog.lostPower(boot)) {
+    if (lostPower) {
         const KeptAfterPowerCut kept = keepWhatIsWhole(catalog, blocks);
         log("start: the machine went down while serving; of " + std::to_string(kept.packages) +
             " packages of unfinished backups that no sync point covers " +
             std::to_string(kept.shortened) + " have lost bytes");
     }
     catalog.beginService(boot, marker->identity, marker->generation);
-    followWithMarker(catalog, blocks, log);
     freeGivenUp(catalog, blocks);
-}
-
-void endService(SqliteCatalog& catalog, const FileBlockStore& blocks, const Log& log) {
-    catalog.endService();
-    followWithMarker(catalog, blocks, log);
 }
 
 }  // namespace dorvo

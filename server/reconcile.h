@@ -27,8 +27,4 @@ void requireSoundCatalog(const std::filesystem::path& catalog, const FileBlockSt
 void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view boot,
                const std::function<void(const std::string&)>& log);
 
-// Ends service in order, for the marker too.
-void endService(SqliteCatalog& catalog, const FileBlockStore& blocks,
-                const std::function<void(const std::string&)>& log);
-
 }  // namespace dorvo

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <map>
 #include <regex>
+#include <thread>
 
 #include "package_marker.h"
 #include "sqlite.h"
@@ -140,6 +141,66 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     // The packages have been in service without it.
     EXPECT_EQ(state("open"), "cancelled");
     EXPECT_EQ(contentOf(orphan("4")), "under way");
+}
+
+// Without an end of service in between.
+TEST_F(Reconcile, KnowsACopyOfACatalogThatIsBeingServed) {
+    const auto generation = [this] { return readMarker(data / "packages")->generation; };
+    struct Row {
+        const char* name;
+        bool paced;
+        std::function<void()> later;
+    };
+    const Row rows[] = {
+        {"a backup has been completed", false,
+         [this] {
+             put("run", "b", "behind");
+             EXPECT_EQ(end("run"), 200);
+         }},
+        {"a file has been carried over", true, [this] { offer("run", {{"a"}}); }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        TearDown();
+        SetUp();
+        backup("base", {{"a"}});
+        start("run");
+        put("run", "c", "known ");
+        options.generationPace = std::chrono::milliseconds(row.paced ? 1 : 3'600'000);
+        restart();
+        keepCatalog(data / "copy");
+        // Of the copy, which may have caught a commit that nobody could see yet.
+        fs::copy(data / "copy", data / "looked at");
+        const int64_t copied =
+            SqliteCatalog((data / "looked at" / "catalog.db").string()).service().generation;
+        row.later();
+        for (int i = 0; row.paced && generation() <= copied && i < 10000; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        const auto killed = readMarker(data / "packages");
+        server.reset();
+        const auto whole = packages().at(package("2"));
+        putCatalogBack(data / "copy");
+        writeMarker(data / "packages", *killed);
+        ASSERT_EQ(refusal(), "");
+        EXPECT_EQ(state("run"), "cancelled");
+        EXPECT_EQ(contentOf(orphan("2")), whole);
+    }
+}
+
+TEST_F(Reconcile, TakesTheTailThatAPowerCutLeavesForItsOwn) {
+    start("i1");
+    put("i1", "a", "known");
+    server.reset();
+    column("UPDATE service SET boot = 'boot 1'");
+    std::ofstream(package("1"), std::ios::app) << " and lost";
+    restart("boot 2");
+    put("i1", "b", " new");
+    EXPECT_EQ(contentOf(package("1")), "known and lost new");
+    EXPECT_EQ(cancel("i1"), 200);
+    restart();
+    EXPECT_FALSE(fs::exists(package("1")));
+    EXPECT_FALSE(fs::exists(data / "orphans"));
 }
 
 TEST_F(Reconcile, KeepsTheTailThatACopyWithoutItsLogDoesNotKnow) {

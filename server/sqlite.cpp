@@ -52,6 +52,10 @@ int64_t Database::changes() const {
     return sqlite3_changes64(db_);
 }
 
+int64_t Database::allChanges() const {
+    return sqlite3_total_changes64(db_);
+}
+
 Rows::~Rows() {
     sqlite3_reset(statement_);
     sqlite3_clear_bindings(statement_);

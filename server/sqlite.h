@@ -30,7 +30,9 @@ public:
 
     void exec(const char* sql);
     [[nodiscard]] int64_t lastRowId() const;
+    // Rows that the last statement has changed, and all statements until now.
     [[nodiscard]] int64_t changes() const;
+    [[nodiscard]] int64_t allChanges() const;
     [[nodiscard]] sqlite3* handle() const { return db_; }
 
 private:

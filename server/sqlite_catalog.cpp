@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "checkpointer.h"
 #include "disk_full.h"
@@ -47,7 +48,8 @@ void bringUpToDate(Database& database) {
 
 }  // namespace
 
-SqliteCatalog::SqliteCatalog(const std::string& path) : path_(path), database_(path) {
+SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed)
+    : path_(path), database_(path), completed_(std::move(completed)) {
     database_.exec(
         "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; PRAGMA synchronous=NORMAL;"
         "PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;");
@@ -79,6 +81,15 @@ void SqliteCatalog::beginService(std::string_view boot, std::string_view identit
             .run(boot, identity, generation);
     });
     readSynced();
+}
+
+void SqliteCatalog::nextGeneration() {
+    const std::lock_guard lock(mutex_);
+    if (database_.allChanges() == changesBefore_) {
+        return;
+    }
+    durably([&] { statements_->nextGeneration.run(); });
+    changesBefore_ = database_.allChanges();
 }
 
 void SqliteCatalog::everythingIsSynced() {

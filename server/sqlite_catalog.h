@@ -30,15 +30,19 @@ class Checkpointer;
 
 class SqliteCatalog : public Catalog {
 public:
+    // Hears of each backup that has been completed, on its thread and before its caller does.
+    // Throws nothing.
+    using Completed = std::function<void()>;
+
     // Opens or creates the database, and brings one of an earlier version up to date. Throws when
     // it is of a later one.
-    explicit SqliteCatalog(const std::string& path);
+    explicit SqliteCatalog(const std::string& path, Completed completed = {});
     ~SqliteCatalog() override;
 
     // What ties the catalog to its packages.
     struct Service {
         std::string identity;  // the same text in the packages' marker; empty before the first one
-        int64_t generation = 0;  // how often service was begun or ended; the marker's follows it
+        int64_t generation = 0;  // see Generations; a power cut does not take it back
         bool empty = true;       // there has never been a backup
     };
     Service service();
@@ -51,6 +55,8 @@ public:
     // power was lost.
     void beginService(std::string_view boot, std::string_view identity = {},
                       int64_t generation = 0);
+    // Begins a new generation if anything has changed since the last one. Durable.
+    void nextGeneration();
     // A sync point that covers whatever an earlier service has stored. Before blocks are stored.
     void everythingIsSynced();
     // Ends service in order. Durable. The caller has made the package bytes durable before.
@@ -64,9 +70,10 @@ public:
         int64_t given = 0;
     };
     std::vector<Container> listContainers();
-    // Makes up for a container that is longer than was given away: what was behind stays as it is,
-    // and the container is not given up any more but forgotten. Durable, as the next two.
-    void keepTail(int64_t container, int64_t length);
+    // Makes up for a container that is longer than was given away: what was behind stays as it is.
+    // `keep`: it may be of a later catalog, so the container is not given up any more but
+    // forgotten. Durable, as the next two.
+    void takeInTail(int64_t container, int64_t length, bool keep);
     // New containers get higher numbers than this one.
     void skipNumbers(int64_t container);
     // Cancels all instances that are under way, those without bytes too: what they were offered
@@ -180,6 +187,9 @@ private:
     // Of sync points: blocks are stamped with this number, and those up to the other are synced.
     int64_t stamp_ = 1;
     int64_t synced_ = 0;
+    // Rows that this connection had changed when the generation began; guarded by mutex_ as well.
+    int64_t changesBefore_ = 0;
+    const Completed completed_;
 };
 
 }  // namespace dorvo

@@ -34,11 +34,11 @@ std::vector<SqliteCatalog::Container> SqliteCatalog::listContainers() {
     return list;
 }
 
-void SqliteCatalog::keepTail(int64_t container, int64_t length) {
+void SqliteCatalog::takeInTail(int64_t container, int64_t length, bool keep) {
     const std::lock_guard lock(mutex_);
     durably([&] {
-        Statement(database_, "UPDATE containers SET given = ?2, keep = 1 WHERE id = ?1")
-            .run(container, length);
+        Statement(database_, "UPDATE containers SET given = ?2, keep = keep OR ?3 WHERE id = ?1")
+            .run(container, length, int64_t{keep});
     });
 }
 

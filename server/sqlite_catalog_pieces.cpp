@@ -186,12 +186,18 @@ bool SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime,
         statements_->dropIncomplete.run(instance, Blob{stretch.after}, Blob{stretch.last});
         return true;
     });
-    const std::lock_guard lock(mutex_);
     bool completed = false;
-    durably([&] {
-        statements_->completeInstance.run(instance, endTime, items);
-        completed = database_.changes() == 1;
-    });
+    {
+        const std::lock_guard lock(mutex_);
+        durably([&] {
+            statements_->completeInstance.run(instance, endTime, items);
+            completed = database_.changes() == 1;
+            statements_->nextGeneration.run();
+        });
+    }
+    if (completed && completed_) {
+        completed_();
+    }
     return completed;
 }
 

@@ -162,6 +162,7 @@ struct SqliteCatalog::Statements {
         "UPDATE instances AS i SET state = 2, endtime = ?2, items = ?3, completion = 1 + (SELECT"
         " max(completion) FROM instances j WHERE j.machine = i.machine"
         " AND j.definition = i.definition) WHERE id = ?1 AND damaged = 0"};
+    Statement nextGeneration{db, "UPDATE service SET generation = generation + 1"};
     Statement cancelInstance{db, "UPDATE instances SET state = 3 WHERE id = ?1"};
     Statement listHalfCancelled{db,
                                 "SELECT id FROM instances i WHERE state = 3 AND EXISTS"

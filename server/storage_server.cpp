@@ -113,9 +113,10 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
       blocks_(data_ / "packages", options.containerBytes,
               [this](int64_t container, size_t bytes) { syncPoints_->wrote(container, bytes); }),
       room_(data_, options.reserve, options.space),
-      catalog_(soundCatalog(data_, blocks_, room_)),
+      catalog_(soundCatalog(data_, blocks_, room_), [this] { generations_->follow(); }),
       dispatcher_(catalog_, blocks_, room_, options.sessionLifetime) {
     reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, logEvent);
+    generations_ = std::make_unique<Generations>(catalog_, blocks_, options.generationPace);
     whileThereIsRoom([this] { catalog_.finishCancelling(); });
     room_.hold();
     // A copy that was put back may not be on the disk yet, and all promises stand on it.
@@ -170,6 +171,7 @@ void StorageServer::stop() {
     http_->stop();
     abandonedRuns_.reset();
     dispatcher_.stop();
+    generations_->stop();
     syncFileSystems();
     recordEnd();
     logEvent("stopped");
@@ -178,13 +180,14 @@ void StorageServer::stop() {
 void StorageServer::recordEnd() {
     try {
         try {
-            endService(catalog_, blocks_, logEvent);
+            catalog_.endService();
         } catch (const DiskFull&) {
             if (!room_.giveWay()) {
                 throw;
             }
-            endService(catalog_, blocks_, logEvent);
+            catalog_.endService();
         }
+        generations_->follow();
     } catch (const DiskFull& full) {
         // Everything is on the disk but this: the next start takes it for a crash, which costs
         // nothing.

@@ -17,6 +17,7 @@
 #include "event_log.h"
 #include "file_block_store.h"
 #include "file_descriptor.h"
+#include "generations.h"
 #include "httpd/http_server.h"
 #include "sqlite_catalog.h"
 #include "sync_points.h"
@@ -35,6 +36,7 @@ struct ServerOptions {
     HttpLimits limits = serviceLimits();
     int64_t containerBytes = FileBlockStore::usualLimit;
     SyncPoints::Pace syncPace{};
+    std::chrono::milliseconds generationPace = std::chrono::seconds(30);
     std::chrono::seconds runLifetime = std::chrono::hours(30 * 24);  // of a run without requests
     std::optional<int64_t> reserve;  // bytes that uploads leave free, see DiskRoom
     DiskRoom::Source space;
@@ -68,6 +70,7 @@ private:
     DiskRoom room_;
     SqliteCatalog catalog_;
     std::unique_ptr<SyncPoints> syncPoints_;
+    std::unique_ptr<Generations> generations_;
     Dispatcher dispatcher_;
     std::unique_ptr<AbandonedRuns> abandonedRuns_;
     std::unique_ptr<HttpServer> http_;

@@ -1,0 +1,59 @@
+#include "generations.h"
+
+#include <condition_variable>
+#include <exception>
+#include <functional>
+#include <string>
+
+#include "event_log.h"
+#include "package_marker.h"
+
+namespace dorvo {
+
+Generations::Generations(SqliteCatalog& catalog, const FileBlockStore& blocks,
+                         std::chrono::milliseconds pace)
+    : catalog_(catalog), blocks_(blocks), pace_(pace) {
+    follow();
+    thread_ = std::jthread([this](const std::stop_token& stop) { work(stop); });
+}
+
+void Generations::follow() {
+    follow([] {});
+}
+
+void Generations::follow(const std::function<void()>& before) {
+    const std::lock_guard lock(mutex_);
+    try {
+        before();
+        const SqliteCatalog::Service service = catalog_.service();
+        if (service.generation > written_) {
+            updateMarker(blocks_.folder(), {service.identity, service.generation});
+            written_ = service.generation;
+        }
+        complained_ = false;
+    } catch (const std::exception& error) {
+        if (!complained_) {
+            logEvent(std::string("the packages' marker stays as it was: ") + error.what());
+        }
+        complained_ = true;
+    }
+}
+
+void Generations::stop() {
+    thread_ = std::jthread();
+}
+
+void Generations::work(const std::stop_token& stop) {
+    std::mutex mutex;  // the wait for the stop wants one; it guards nothing
+    std::condition_variable_any stopped;
+    std::unique_lock lock(mutex);
+    while (!stop.stop_requested()) {
+        stopped.wait_for(lock, stop, pace_, [] { return false; });
+        if (stop.stop_requested()) {
+            return;
+        }
+        follow([this] { catalog_.nextGeneration(); });
+    }
+}
+
+}  // namespace dorvo
