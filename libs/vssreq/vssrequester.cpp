@@ -11,6 +11,14 @@ DWORD toLastError(HRESULT result) {
                                                       : static_cast<DWORD>(result);
 }
 
+bool isAway(const std::wstring& volume) {
+    // A disk may be mounted at a path that only its long form holds.
+    const std::wstring path = volume.starts_with(L"\\\\") ? volume : L"\\\\?\\" + volume;
+    // A root that may not be looked at is one all the same.
+    return GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES &&
+           GetLastError() != ERROR_ACCESS_DENIED;
+}
+
 }  // namespace
 
 VSSRequester::VSSRequester() : VSSRequester(makeShadowCopyProvider()) {}
@@ -45,6 +53,7 @@ bool VSSRequester::startBackup(const std::vector<std::wstring>* volumes, int bac
         return false;
     }
     begun_ = true;
+    away_.clear();
     const HRESULT result = prepare(*volumes, backupType);
     if (FAILED(result)) {
         return fail(result);
@@ -58,6 +67,7 @@ HRESULT VSSRequester::prepare(const std::vector<std::wstring>& volumes, int back
     for (const std::wstring& volume : volumes) {
         // What is not there must not cost the others their backup.
         if (isAway(volume)) {
+            away_.push_back(volume);
             continue;
         }
         bool can = false;
@@ -72,10 +82,8 @@ HRESULT VSSRequester::prepare(const std::vector<std::wstring>& volumes, int back
     return prepared_ ? provider_->prepare(supported, end_) : result;
 }
 
-bool VSSRequester::isAway(const std::wstring& volume) {
-    // A root that may not be looked at is one all the same.
-    return GetFileAttributesW(volume.c_str()) == INVALID_FILE_ATTRIBUTES &&
-           GetLastError() != ERROR_ACCESS_DENIED;
+bool VSSRequester::wasAway(const std::wstring& volume) const {
+    return std::find(away_.begin(), away_.end(), volume) != away_.end();
 }
 
 bool VSSRequester::makeSnapshot() {

@@ -59,8 +59,9 @@ public:
     int volumeCount() const;
     // Index below volumeCount(); the reference lasts until the next start or end.
     const SnapshotVolume& volume(int index) const;
-    // Whether there is nothing at the volume's path: a disk that was unplugged, an empty drive.
-    static bool isAway(const std::wstring& volume);
+    // Whether the last startBackup has left the volume out because there was nothing at its path: a
+    // disk that was unplugged, an empty drive.
+    bool wasAway(const std::wstring& volume) const;
     // Whether an error of startBackup or makeSnapshot says that the service is busy, with another
     // snapshot or with holding writes: another try may succeed.
     static constexpr bool isBusy(DWORD error) {
@@ -85,6 +86,7 @@ private:
 
     std::unique_ptr<SnapshotProvider> provider_;
     std::vector<SnapshotVolume> volumes_;
+    std::vector<std::wstring> away_;
     HANDLE end_;             // manual-reset event, owned
     bool begun_ = false;     // the provider has to be told of an end
     bool prepared_ = false;  // there is a set to make

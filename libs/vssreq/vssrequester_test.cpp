@@ -156,6 +156,8 @@ TEST_F(Requester, VolumesThatAreAwayCostTheOthersNothing) {
     ASSERT_TRUE(requester_.startBackup(&two, VSSRequester::full, true));
     ASSERT_EQ(requester_.volumeCount(), 1);
     EXPECT_EQ(requester_.volume(0).volumePath, L"C:\\");
+    EXPECT_TRUE(requester_.wasAway(away));
+    EXPECT_FALSE(requester_.wasAway(L"C:\\"));
     const std::vector<std::wstring> one = {away};
     EXPECT_TRUE(requester_.startBackup(&one, VSSRequester::full, true));
     EXPECT_EQ(requester_.volumeCount(), 0);

@@ -4,7 +4,6 @@
 #include "base/text.h"
 #include "job/restorepath.h"
 #include "job/source/sourcelinks.h"
-#include "vssreq/vssrequester.h"
 
 namespace dorvo {
 namespace {
@@ -17,8 +16,7 @@ constexpr const char* noSnapshotText =
     "there can be no snapshot of this volume, so its files were read while they could change";
 constexpr const char* awayText =
     "this volume did not answer, so it has no snapshot: what is there by now was read while it "
-    "could "
-    "change";
+    "could change";
 constexpr const char* nothingPassedText =
     "the job's filter by extension lets no file through: the backup holds folders only";
 constexpr const char* behindLinkText =
@@ -65,10 +63,10 @@ void BackupNotes::nothingPassed(const std::string& jobId) {
     log(LogLevel::warning, "The filter of job {%s} lets no file through.\n", jobId.c_str());
 }
 
-void BackupNotes::readLive(const VolumeMap& volumes) {
+void BackupNotes::readLive(const VolumeMap& volumes, const VSSRequester& snapshots) {
     for (const auto& [path, volume] : volumes) {
         if (volume->shadowPath.empty()) {
-            const char* const reason = VSSRequester::isAway(path) ? awayText : noSnapshotText;
+            const char* const reason = snapshots.wasAway(path) ? awayText : noSnapshotText;
             if (notes_.addOnce(Kind::warning, path, reason)) {
                 log(LogLevel::warning,
                     "No snapshot of volume {%s}, its files are read as they are.\n",

@@ -11,6 +11,7 @@
 #include "job/activity/jobhistorynotes.h"
 #include "job/source/jobvolume.h"
 #include "job/source/owndata.h"
+#include "vssreq/vssrequester.h"
 
 namespace dorvo {
 
@@ -27,7 +28,7 @@ public:
     void notEntered(const std::wstring& path, DWORD reparseTag);
 
     // Snapshots have been made: what is read without one all the same.
-    void readLive(const VolumeMap& volumes);
+    void readLive(const VolumeMap& volumes, const VSSRequester& snapshots);
 
     // The walk is over, and a filter has kept all of its files out.
     void nothingPassed(const std::string& jobId);

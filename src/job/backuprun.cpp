@@ -178,7 +178,7 @@ bool BackupRun::makeSnapshots() {
     log(LogLevel::debug, "Volume snapshot created.\n");
     copySnapshots();
     if (job_.snapshots_) {
-        notes_->readLive(job_.volumes_);
+        notes_->readLive(job_.volumes_, *job_.snapshots_);
     }
     job_.activity().sync();
     for (const auto& [path, volume] : job_.volumes_) {

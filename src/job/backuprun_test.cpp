@@ -97,6 +97,24 @@ TEST_F(TwoVolumes, OneWithoutASnapshotIsSaidOnce) {
     EXPECT_TRUE(log.begins("No snapshot of volume {Z:\\}, "));
 }
 
+// A disk that is unplugged before the run goes on: it has no snapshot any more, and its files fail.
+// The run is completed, because the other volumes would wait for it as well.
+TEST_F(TwoVolumes, OneThatIsGoneAfterAResumeCostsTheOthersNothing) {
+    script_.items["b"] = {WSAECONNRESET};
+    script_.items["z"] = {ERROR_PATH_NOT_FOUND};
+    const auto job = makeBackup({sources(), second_});
+    run(*job);
+    ASSERT_EQ(job->state(), paused);
+    unsupported_ = L"Z:\\";
+    script_.readFrom.clear();
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    const std::wstring shadow = L"\\\\?\\" + sources();
+    EXPECT_EQ(script_.readFrom,
+              (std::vector<std::wstring>{shadow + L"\\b", shadow + L"\\c", L"", L""}));
+    EXPECT_EQ(job->errors(), Names{"z 3 "});
+}
+
 TEST_F(BackupRunTest, SaysWhenItsFilterHasKeptAllFilesOut) {
     createDirectories(ground() + L"\\empty");
     for (const bool empty : {false, true}) {
