@@ -105,10 +105,7 @@ bool LocalBackupStorage::open() {
         writer_->verify(*this)) {
         return true;
     }
-    if (isDamage(GetLastError())) {
-        SetLastError(errorInstanceState);  // it will never be whole
-    }
-    return false;
+    return failedUnfinished();
 }
 
 // The item at which the run stands may have been stored without its being said, and those behind it
@@ -173,9 +170,7 @@ bool LocalBackupStorage::end() {
         return false;
     }
     if (!isWhole() || !complete()) {
-        if (isDamage(GetLastError())) {
-            SetLastError(errorInstanceState);  // it will never be whole
-        }
+        failedUnfinished();
         failedIn(place_.location());
         return logFailure("end job", job());
     }

@@ -86,19 +86,19 @@ bool failedToReplace(const std::wstring& location) {
     return failedIn(location);
 }
 
-bool failedEmpty(const std::wstring& location, const std::string& mark) {
-    log(LogLevel::error,
-        "The folder of backups {%s} holds none any more, as if its disk were not mounted. To begin "
-        "anew in it, create an empty file \"%s\" there.\n",
-        toUtf8(location).c_str(), mark.c_str());
-    SetLastError(errorLocationGone);
+bool failedUnfinished() {
+    if (const DWORD error = GetLastError(); isDamage(error) && error != ERROR_CRC) {
+        SetLastError(errorInstanceState);
+    }
     return false;
 }
 
-bool failedAway(const std::wstring& location) {
+bool failedAway(const std::wstring& location, const std::string& mark) {
+    const std::string advice =
+        mark.empty() ? mark : " To begin anew in it, create an empty file \"" + mark + "\" there.";
     log(LogLevel::error,
-        "The folder of backups {%s} holds none any more, as if its disk were not mounted.\n",
-        toUtf8(location).c_str());
+        "The folder of backups {%s} holds none any more, as if its disk were not mounted.%s\n",
+        toUtf8(location).c_str(), advice.c_str());
     SetLastError(errorLocationGone);
     return false;
 }

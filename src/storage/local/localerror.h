@@ -25,12 +25,15 @@ bool failedIn(const std::wstring& location);
 // a copier, who lets go of it again.
 bool failedToReplace(const std::wstring& location);
 
-// The location is an empty folder in which backups lay: 10070, for its disk may come back. The log
-// says how to begin anew in it, by a file of that name. Always false.
-bool failedEmpty(const std::wstring& location, const std::string& mark);
+// After a failed call on a run that is not completed: 5023 when the bytes themselves are wrong, for
+// it will never be whole. What the disk could not read now (ERROR_CRC) it may read another time.
+// Always false.
+bool failedUnfinished();
 
-// The same for who only reads there.
-bool failedAway(const std::wstring& location);
+// The location is an empty folder in which backups lay: 10070, for its disk may come back. To who
+// wants to write there the log says how to begin anew in it, by a file of the name `mark`. Always
+// false.
+bool failedAway(const std::wstring& location, const std::string& mark = {});
 
 // What was to be read is damaged, and will stay so.
 bool isDamage(DWORD error);

@@ -80,6 +80,9 @@ public:
 
 private:
     bool holdsDocument() const;
+    // What the job's note says of the place.
+    enum class Remembered { no, yes, unread };
+    Remembered remembered(const std::string& jobId) const;
     bool isRemembered(const std::string& jobId) const;
     void mark() const;
 

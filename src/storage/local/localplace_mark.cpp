@@ -25,7 +25,7 @@ std::wstring notePath(const std::string& jobId) {
 
 bool LocalPlace::checkToWrite() const {
     if (!check() || (isMissing(location_ + markName) && isRemembered(jobId_) && !holdsDocument() &&
-                     !failedEmpty(location_, toUtf8(markName + 1)))) {
+                     !failedAway(location_, toUtf8(markName + 1)))) {
         return false;
     }
     if (isMissing(location_ + markName)) {
@@ -40,7 +40,7 @@ bool LocalPlace::checkToWrite() const {
 
 bool LocalPlace::checkToDrop(const std::string& id) const {
     return check() && (!isMissing(location_ + markName) || !isMissing(instance(id)) ||
-                       holdsDocument() || failedEmpty(location_, toUtf8(markName + 1)));
+                       holdsDocument() || failedAway(location_));
 }
 
 bool LocalPlace::checkToRead() const {
@@ -63,8 +63,11 @@ bool LocalPlace::isAway() const {
     if (!isMissing(location_ + markName) || !isMissing(folder_) || !jobRoot(jobs)) {
         return false;
     }
-    bool known = false;
-    eachFolder(jobs, [&](const std::wstring& id) { known = known || isRemembered(toUtf8(id)); });
+    // What cannot be read of another job says nothing: a restore would wait in any empty folder.
+    bool known = isRemembered(jobId_);
+    eachFolder(jobs, [&](const std::wstring& id) {
+        known = known || remembered(toUtf8(id)) == Remembered::yes;
+    });
     return known;
 }
 
@@ -79,13 +82,20 @@ bool LocalPlace::holdsDocument() const {
 
 // A note that cannot be read speaks for the place: the job waits rather than begin in a wrong one.
 bool LocalPlace::isRemembered(const std::string& jobId) const {
+    return remembered(jobId) != Remembered::no;
+}
+
+LocalPlace::Remembered LocalPlace::remembered(const std::string& jobId) const {
     const std::wstring note = notePath(jobId);
     if (note.empty() || isMissing(note)) {
-        return false;
+        return Remembered::no;
     }
     std::string text;
     FileHandle file = openStoreForReading(note, FILE_SHARE_READ);
-    return !file || !readStore(std::move(file), text) || equalsIgnoreCase(text, toUtf8(location_));
+    if (!file || !readStore(std::move(file), text)) {
+        return Remembered::unread;
+    }
+    return equalsIgnoreCase(text, toUtf8(location_)) ? Remembered::yes : Remembered::no;
 }
 
 // Without a note or a mark the place is as good as before, only not told from an empty folder.

@@ -160,8 +160,11 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     claimItem(*activity_, number);
     LocalRecord record;
     RestoreTarget file(target, activity_->instanceId, number, run_.placing);
-    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents() ||
-        !hasRoom(record, package, file)) {
+    if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents()) {
+        return failed("restore file", toUtf8(original));
+    }
+    claimPackage(record.size, package);
+    if (!hasRoom(record, file)) {
         return failed("restore file", toUtf8(original));
     }
     if (!fetch(record, package) || !put(record, package, file, replace)) {
@@ -175,25 +178,25 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
 }
 
 // Asked before anything is copied: it would all be for nothing.
-bool LocalRestoreStorage::hasRoom(const LocalRecord& record, const std::wstring& package,
-                                  const RestoreTarget& file) {
-    WIN32_FILE_ATTRIBUTE_DATA there{};
-    const uint64_t copied =
-        readAttributes(package, there) ? std::min(sizeOf(there), record.size) : 0;
-    claimPackage(record.size);
-    activity_->fileOffset = copied;
+bool LocalRestoreStorage::hasRoom(const LocalRecord& record, const RestoreTarget& file) const {
+    if (fitsOnDisk({temporary_, record.size - activity_->fileOffset},
+                   file.need(sizeOf(fileAttributes(record.attributes))))) {
+        return true;
+    }
     SetLastError(ERROR_DISK_FULL);
-    return fitsOnDisk({temporary_, record.size - copied},
-                      file.need(sizeOf(fileAttributes(record.attributes))));
+    return false;
 }
 
-// What is on record of blocks belongs to a package of the size on record.
-void LocalRestoreStorage::claimPackage(uint64_t size) {
+// What is on record of blocks belongs to a package of the size on record. The offset is that of
+// what has been copied.
+void LocalRestoreStorage::claimPackage(uint64_t size, const std::wstring& package) {
     if (activity_->packageSize != size) {
         activity_->acceptedBlocks = 0;
         storeOrder();
         activity_->packageSize = size;
     }
+    WIN32_FILE_ATTRIBUTE_DATA there{};
+    activity_->fileOffset = readAttributes(package, there) ? std::min(sizeOf(there), size) : 0;
     activity_->fileSize = size;
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
 }

@@ -60,8 +60,8 @@ private:
     bool valid(const wchar_t* original, const wchar_t* target) const;
     bool find(const std::wstring& original, LocalRecord::Kind kind, LocalRecord& record);
     bool failed(const char* action, const std::string& name) const;
-    bool hasRoom(const LocalRecord& record, const std::wstring& package, const RestoreTarget& file);
-    void claimPackage(uint64_t size);
+    bool hasRoom(const LocalRecord& record, const RestoreTarget& file) const;
+    void claimPackage(uint64_t size, const std::wstring& package);
     bool fetch(const LocalRecord& record, const std::wstring& package);
     bool copy(const LocalRecord& record, HANDLE from, HANDLE to, uint64_t kept, bool& whole);
     bool put(const LocalRecord& record, const std::wstring& package, RestoreTarget& file,

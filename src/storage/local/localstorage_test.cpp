@@ -111,6 +111,14 @@ TEST_F(LocalStorageTest, ARestoreWaitsOnlyForAPlaceThatItKnows) {
     }
     location_ = folder_.path() + L"\\mistyped";
     createDirectories(location_);
+    // Nobody can tell which place this job means.
+    std::wstring note;
+    ASSERT_TRUE(jobDirectory("other", note));
+    createDirectories(note);
+    note += L"\\place";
+    write(note, "D:\\other");
+    const FileHandle held(
+        CreateFileW(note.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     EXPECT_FAILS(ERROR_NOT_FOUND, restore()->start());
 }
 
@@ -246,6 +254,12 @@ TEST_F(LocalStorageTest, AFullDiskAndALostShareCountAsGone) {
     for (const auto& [error, becomes] : rows) {
         SetLastError(error);
         EXPECT_FAILS(becomes, failedIn(location_));
+    }
+    // The run is dropped for the one, and waits for the other.
+    for (const auto& [error, becomes] : {std::pair<DWORD, DWORD>{ERROR_CRC, ERROR_CRC},
+                                         {ERROR_INVALID_DATA, ERROR_INVALID_STATE}}) {
+        SetLastError(error);
+        EXPECT_FAILS(becomes, failedUnfinished());
     }
     // A full disk elsewhere is none of the folder's.
     SetLastError(ERROR_DISK_FULL);
