@@ -44,6 +44,7 @@ void fillRun(const JobDefinition& definition, const StorageRun& run, StorageJob&
     target.activity = &run.activity;
     target.failed = &run.failed;
     target.stop = run.stop;
+    target.changed = run.changed;
 }
 
 // `find` gives a UserKey; the end of a run needs none.

@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -34,6 +35,7 @@ struct StorageRun {
     JobActivity& activity;
     FailedItems& failed;
     HANDLE stop;                       // manual-reset event
+    std::function<void()> changed;     // see StorageJob
     PlacingRecord* placing = nullptr;  // of a restore
 };
 

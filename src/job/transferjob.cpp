@@ -384,7 +384,7 @@ void TransferJob::park() {
 }
 
 StorageRun TransferJob::storageRun(StorageUse use) {
-    return {use, *activity().get(), failedItems(), stopEvent()};
+    return {use, *activity().get(), failedItems(), stopEvent(), [this] { activity().publish(); }};
 }
 
 int TransferJob::brokenOffCode() const {

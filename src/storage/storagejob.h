@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "job/activity/jobactivity.h"
@@ -21,6 +22,9 @@ struct StorageJob {
     JobActivity* activity = nullptr;  // borrowed; null: start() fails, or everything
     FailedItems* failed = nullptr;    // borrowed
     HANDLE stop = nullptr;            // manual-reset event, borrowed
+    // Called when the record has changed in a way that whoever shows the job wants to see; may be
+    // empty.
+    std::function<void()> changed = {};
 };
 
 }  // namespace dorvo

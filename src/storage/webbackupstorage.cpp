@@ -68,7 +68,7 @@ bool WebBackupStorage::aimAtServer() {
 
 bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
                                 const std::string& subject) {
-    const AnswerWait waits(command, activity_);
+    const AnswerWait waits(command, activity_, run_.changed);
     return dorvo::exchange(session_, command, action, subject, &activity_->wireSize);
 }
 

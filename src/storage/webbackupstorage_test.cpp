@@ -68,6 +68,17 @@ TEST_F(WebBackupStorageTest, WhatTheServiceLacksAtTheEndBecomesFailedItems) {
     }
 }
 
+TEST_F(WebBackupStorageTest, ShowsThatTheServiceWorksOnTheEnd) {
+    WebBackupStorage::Run run = makeRun();
+    std::vector<CurrentFileState> shown;
+    run.changed = [&] { shown.push_back(CurrentFileState{record_.currentFileState}); };
+    WebBackupStorage storage(std::move(run));
+    ASSERT_TRUE(storage.start());
+    shown.clear();
+    EXPECT_TRUE(storage.end());
+    EXPECT_EQ(shown, (std::vector{CurrentFileState::awaited, CurrentFileState::none}));
+}
+
 TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {
     Signal answer;
     status_ = [&](const Seen& seen) {

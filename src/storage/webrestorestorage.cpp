@@ -48,7 +48,7 @@ bool WebRestoreStorage::aimAtServer() {
 }
 
 Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
-    const AnswerWait waits(command, activity_);
+    const AnswerWait waits(command, activity_, run_.changed);
     return runExchange(session_, command, activity_ == nullptr ? nullptr : &activity_->wireSize);
 }
 
