@@ -55,8 +55,11 @@ bool writeFileAt(HANDLE file, uint64_t offset, std::span<const std::byte> bytes)
         WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr) == 0) {
         return false;
     }
+    if (count == bytes.size()) {
+        return true;
+    }
     SetLastError(ERROR_DISK_FULL);
-    return count == bytes.size();
+    return false;
 }
 
 bool resizeFile(HANDLE file, uint64_t size) {

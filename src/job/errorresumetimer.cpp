@@ -14,9 +14,8 @@ ErrorResumeTimer::~ErrorResumeTimer() {
 bool ErrorResumeTimer::arm() {
     Iocp_Dispatcher* dispatcher = Iocp_Dispatcher::instance();
     dispatcher->cancel_timer(this);
-    const uint64_t delay = delayMs_ * ticksPerMillisecond;
-    until_ = utcTimeNow() + delay;
-    if (dispatcher->schedule_timer(this, localTimeNow() + delay) == -1) {
+    const uint64_t due = localTimeNow() + delayMs_ * ticksPerMillisecond;
+    if (dispatcher->schedule_timer(this, due) == -1) {
         log(LogLevel::error, "Failed to schedule the resume of job {%s}, error-code = %d, %m.\n",
             jobId_.c_str(), GetLastError());
         return false;

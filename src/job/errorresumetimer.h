@@ -27,15 +27,12 @@ public:
     // Starts the delay. False, with a log line and the thread's last error, when the dispatcher
     // could not be told; the timer then fires when something else wakes it.
     bool arm();
-    // When the delay that was started last is over, in UTC.
-    uint64_t until() const { return until_; }
 
     void handle_timeout(uint64_t arg) override;
 
 private:
     std::string jobId_;
     std::atomic<uint64_t> delayMs_ = firstDelayMs;
-    std::atomic<uint64_t> until_ = 0;
 };
 
 }  // namespace dorvo

@@ -311,7 +311,7 @@ bool Job::armResume(uint64_t delayMs) {
         return false;
     }
     // For those who show the job; the resume comes without it too.
-    saveWait(definition_->id(), resumeTimer_->until());
+    saveWait(definition_->id(), utcTimeNow() + delayMs * ticksPerMillisecond);
     return true;
 }
 

@@ -208,7 +208,8 @@ Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
     return jobs_.back() = job.release();
 }
 
-// A definition that could not be read makes place for a job's only.
+// A directory whose definition could not be read is taken over only when there is a job to put
+// there.
 std::unique_ptr<Job> JobManagerImpl::makeSaved(std::unique_ptr<JobDefinition>& definition,
                                                const std::wstring& directory) {
     const std::string id = definition->id();

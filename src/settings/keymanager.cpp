@@ -153,8 +153,7 @@ bool KeyManagerImpl::save(const std::map<std::string, json_spirit::Value>& keys)
     const std::wstring fresh = path.empty() ? path : path + L".new";
     std::map<std::string, json_spirit::Value> readBack;
     const bool written = saveEncodedStore(fresh, texts, keys) &&
-                         loadEncodedStore(fresh, texts, readBack) && readBack == keys &&
-                         flushFile(fresh);
+                         loadEncodedStore(fresh, texts, readBack) && readBack == keys;
     if (written && replaceFile(fresh, path)) {
         return true;
     }

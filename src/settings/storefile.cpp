@@ -65,28 +65,36 @@ bool flushFile(const std::wstring& path) {
 }
 
 bool replaceFile(const std::wstring& from, const std::wstring& to) {
-    return MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
-                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    bool replaced = false;
+    SharingRetry retry;
+    do {
+        replaced =
+            flushFile(from) && MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
+                                           MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    } while (!replaced && retry.again(ERROR_ACCESS_DENIED));
+    if (!replaced) {
+        const LastErrorGuard keep;
+        DeleteFileW(longPath(from).c_str());
+    }
+    return replaced;
 }
 
 bool replaceStore(const std::wstring& path, const std::string& text) {
     const std::wstring fresh = path + L".new";
-    FileHandle file = open(fresh, GENERIC_WRITE, 0, CREATE_ALWAYS);
+    FileHandle file;
+    SharingRetry retry;
+    do {
+        file = open(fresh, GENERIC_WRITE, 0, CREATE_ALWAYS);
+    } while (!file && retry.again());
     if (!file) {
         return false;
     }
-    bool replaced = false;
     if (writeStore(std::move(file), text)) {
-        SharingRetry retry;
-        do {
-            replaced = flushFile(fresh) && replaceFile(fresh, path);
-        } while (!replaced && retry.again(ERROR_ACCESS_DENIED));
+        return replaceFile(fresh, path);
     }
-    if (!replaced) {
-        const LastErrorGuard keep;
-        DeleteFileW(longPath(fresh).c_str());
-    }
-    return replaced;
+    const LastErrorGuard keep;
+    DeleteFileW(longPath(fresh).c_str());
+    return false;
 }
 
 bool placeFile(const std::wstring& from, const std::wstring& to) {

@@ -28,11 +28,11 @@ FileHandle createPrivateFile(const std::wstring& path);
 
 // Waits until the file is on the disk.
 bool flushFile(const std::wstring& path);
-// Puts the file `from` in the place of `to`.
+// Puts the file `from` in the place of `to` when it is on the disk: a power cut leaves the old file
+// or the new one, whole. A file that another program has open is tried again for a second; on
+// failure the old one is as it was, and the new one gone.
 bool replaceFile(const std::wstring& from, const std::wstring& to);
-// Writes the text to `path` + ".new", which takes the path's place when it is on the disk: a power
-// cut leaves the old file or the new one, whole. A file that another program has open is tried
-// again for a second; on failure the old one is as it was. Makes no folders.
+// The same with the text, which is written to `path` + ".new". Makes no folders.
 bool replaceStore(const std::wstring& path, const std::string& text);
 // Puts the file where nothing is; ERROR_FILE_EXISTS when something is.
 bool placeFile(const std::wstring& from, const std::wstring& to);

@@ -43,6 +43,10 @@ TEST_F(StoreFileTest, WhatIsReplacedIsWholeAtEveryMoment) {
     EXPECT_TRUE(replaceStore(path, "new")) << GetLastError();
     EXPECT_EQ(contentOf(path), "new");
     EXPECT_EQ(pauses, 2);
+    write(fresh, "half a te");
+    held.reset(CreateFileW(fresh.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    SharingRetry::pause = [](DWORD) { held.reset(); };
+    EXPECT_TRUE(replaceStore(path, "newer")) << "who looks at what was left is waited for";
     SharingRetry::pause = pause;
 }
 

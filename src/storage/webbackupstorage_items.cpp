@@ -241,8 +241,7 @@ bool WebBackupStorage::countAccepted(const Item& item, bool& same) {
 }
 
 // The service has lost blocks that it had accepted, to a power cut, and says how many it still
-// holds. The record goes back before the file does, as in claimPackage(). False when the job must
-// stop.
+// holds. False when the job must stop.
 bool WebBackupStorage::goBack(const Item& item, uint64_t blocks) {
     log(LogLevel::warning,
         "The service has lost a part of file {%s}, it is sent again from {%Q}.\n",
