@@ -153,7 +153,8 @@ Ordered_object unreadJson(const UnreadJob& job) {
             {"user", ""},       {"type", "unknown"},
             {"storage", ""},    {"state", unreadState},
             {"nextRun", ""},    {"lastCompleted", wire_time(lastCompletion(job.id))},
-            {"overdue", false}, {"reason", job.why}};
+            {"overdue", false}, {"live", false},
+            {"reason", job.why}};
 }
 
 std::string overdueText(const JobView& view) {
@@ -188,7 +189,8 @@ Ordered_object summaryJson(const JobView& view) {
                         {"state", stateText(view)},
                         {"nextRun", wire_time(view.nextRun)},
                         {"lastCompleted", wire_time(view.lastCompleted)},
-                        {"overdue", view.overdue}};
+                        {"overdue", view.overdue},
+                        {"live", view.live}};
     if (view.recorded && unfinished(view.record)) {
         const Progress progress = progressOf(view.record);
         const Ordered_object more{{"progress", progress.percent},

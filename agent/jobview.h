@@ -43,10 +43,9 @@ std::string unreadText(const UnreadJob& job);
 // As of a job, with what is known: state "unreadable", and "reason".
 json_spirit::Ordered_object unreadJson(const UnreadJob& job);
 
-// {"id", "name", "user", "type", "storage", "state", "nextRun", "lastCompleted", "overdue"}, and of
-// an unfinished run "progress", "files",
-// "fileCount", "bytes", "totalBytes", "speed", "remainTime", "file", and of one that waits
-// "reason", "since", "until".
+// {"id", "name", "user", "type", "storage", "state", "nextRun", "lastCompleted", "overdue",
+// "live"}, of an unfinished run also "progress", "files", "fileCount", "bytes", "totalBytes",
+// "speed", "remainTime", "file", and of one that waits "reason", "since", "until".
 json_spirit::Ordered_object summaryJson(const JobView& view);
 
 // The same and "location", the folder or the server's address; of a backup "source", "filter",

@@ -34,17 +34,19 @@ TEST_F(JobViewTest, JsonHasProgressOfUnfinishedRunsOnly) {
     };
     view_.record.totalSize = 10;
     view_.record.doneSize = 5;
-    EXPECT_EQ(text(), R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
-                      R"("state":"interrupted","nextRun":"","lastCompleted":"",)"
-                      R"("overdue":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
-                      R"("totalBytes":10,"speed":0,"remainTime":null,"file":""})");
+    EXPECT_EQ(text(),
+              R"({"id":"id","name":"docs","user":"alice","type":"backup","storage":"web",)"
+              R"("state":"interrupted","nextRun":"","lastCompleted":"",)"
+              R"("overdue":false,"live":false,"progress":50,"files":0,"fileCount":0,"bytes":5,)"
+              R"("totalBytes":10,"speed":0,"remainTime":null,"file":""})");
     view_.wait = {.reason = "no way", .since = ticksOfText("2026-01-02 03:04:05"), .until = 0};
     EXPECT_THAT(text(), EndsWith(R"("reason":"no way","since":"2026-01-02 03:04:05","until":""})"));
     EXPECT_THAT(waitText(view_), EndsWith(": no way."));
     view_.record.pausedManually = 1;
     EXPECT_EQ(waitText(view_), "");
     set(JobState::completed);
-    EXPECT_THAT(text(), EndsWith(R"("overdue":false})"));
+    view_.live = true;
+    EXPECT_THAT(text(), EndsWith(R"("overdue":false,"live":true})"));
 }
 
 TEST_F(JobViewTest, ARunThatWaitsForAnAnswerSaysSo) {
@@ -85,7 +87,7 @@ TEST(JobView, OfARestoreSaysWhatComesBackAndWhereTo) {
     EXPECT_EQ(json_spirit::write(json_spirit::Ordered_value(detailJson(view, {}))),
               R"({"id":"id","name":"restore docs","user":"alice","type":"restore",)"
               R"("storage":"local","state":"none","nextRun":"","lastCompleted":"",)"
-              R"("overdue":false,"location":"E:\\safe","source":[],"machine":"PC",)"
+              R"("overdue":false,"live":false,"location":"E:\\safe","source":[],"machine":"PC",)"
               R"("jobdefinitionid":"j","jobinstanceid":"i","target":"","prefix":"",)"
               R"("conflict":"overwrite","runs":[]})");
     job.setSource({L"C:\\a", L"C:\\b"});

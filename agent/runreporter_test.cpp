@@ -15,6 +15,7 @@
 namespace dorvo::agent {
 namespace {
 
+using testing::_;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -109,7 +110,7 @@ TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     EXPECT_THAT(json_.lines[3], HasSubstr(R"("reason":"connection refused")"));
 }
 
-TEST_F(RunReporters, TellScriptsUntilWhenARunWaits) {
+TEST_F(RunReporters, TellUntilWhenARunWaits) {
     std::wstring directory;
     ASSERT_TRUE(jobDirectory(job_.id(), directory));
     record_.endError = ERROR_DISK_FULL;
@@ -122,6 +123,7 @@ TEST_F(RunReporters, TellScriptsUntilWhenARunWaits) {
     show(JobState::paused, 1);
     show(JobState::paused, 2);
     rm_rf(directory, true);
+    EXPECT_THAT(live_.statuses, ElementsAre(HasSubstr(" 30 s"), _, _));
     ASSERT_THAT(json_.lines, SizeIs(2));
     EXPECT_THAT(json_.lines[0], AllOf(HasSubstr("make room"), EndsWith(R"("until":""})")));
     EXPECT_THAT(json_.lines[1], EndsWith(R"("until":")" + wire_time(until) + "\"}"));

@@ -1,10 +1,10 @@
 #include "textrunreporter.h"
 
 #include "base/local_time.h"
-#include "job/activity/jobwait.h"
 #include "progress.h"
 #include "runoutcome.h"
 #include "runsummary.h"
+#include "runwait.h"
 #include "units.h"
 
 namespace dorvo::agent {
@@ -107,7 +107,7 @@ std::string TextRunReporter::beginning(const JobActivity& record) const {
 }
 
 uint64_t TextRunReporter::leftOfWait(uint64_t nowMs) const {
-    if (const uint64_t until = loadWait(job_.id()); until != 0) {
+    if (const uint64_t until = waitsUntil(job_.id()); until != 0) {
         const uint64_t now = utcTimeNow();
         return until > now ? (until - now) / ticksPerMillisecond : 0;
     }
