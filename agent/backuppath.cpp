@@ -26,10 +26,12 @@ bool look(RestoreCatalog& catalog, const std::wstring& path, HeldPath& held) {
     if (!catalog.list(path, {}, page)) {
         return false;
     }
+    held.missing = std::max(held.missing, page.missing);
     if (!page.items.empty()) {
         // A folder above what was backed up is no item of its own.
         const RestoreCatalog::Item& first = page.items.front();
-        held = {path, first.path != path || first.directory()};
+        held.path = path;
+        held.folder = first.path != path || first.directory();
     }
     return true;
 }

@@ -1,6 +1,7 @@
 // Paths inside a backup, as the user gives them.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "storage/restorecatalog.h"
@@ -15,6 +16,7 @@ std::wstring backupPath(const std::string& given);
 struct HeldPath {
     std::wstring path;
     bool folder = true;
+    uint64_t missing = 0;  // items of the whole backup that the catalog has lost
 };
 
 // What the backup holds at the path that the user gives, tried as it was given and then, since

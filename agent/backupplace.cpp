@@ -12,6 +12,7 @@
 #include "storage/local/localinstances.h"
 #include "storage/local/localrestorecatalog.h"
 #include "storage/webrestorecatalog.h"
+#include "units.h"
 #include "users.h"
 
 namespace dorvo::agent {
@@ -82,10 +83,18 @@ HeldPath BackupPlace::find(RestoreCatalog& catalog, const WebInstance& run,
         throw AgentError(failure(GetLastError()));
     }
     if (held.path.empty()) {
-        throw AgentError("The run " + run.jobInstanceId + " holds nothing at '" + given + "': '" +
-                         command("files " + run.jobInstanceId) + "' shows what it holds");
+        const std::string lost =
+            held.missing == 0 ? std::string() : ", and " + lostWords(held.missing);
+        throw AgentError("The run " + run.jobInstanceId + " holds nothing at '" + given + "'" +
+                         lost + ": '" + command("files " + run.jobInstanceId) +
+                         "' shows what it holds");
     }
     return held;
+}
+
+std::string BackupPlace::lostWords(uint64_t missing) {
+    return countText(missing, "item") + " of its list " + (missing == 1 ? "is" : "are") +
+           " lost at the storage";
 }
 
 std::string BackupPlace::failure(uint32_t error) const {

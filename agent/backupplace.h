@@ -37,6 +37,8 @@ public:
     // What `given` stands for in the run, which must hold something there.
     HeldPath find(RestoreCatalog& catalog, const WebInstance& run, const std::string& given) const;
 
+    // A clause about a list that has lost so many items.
+    static std::string lostWords(uint64_t missing);
     // A sentence for a listing that failed with this error.
     std::string failure(uint32_t error) const;
     // The command that lists the runs, for sentences that send the user there.

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "agenterror.h"
@@ -65,6 +66,7 @@ int FilesCommand::run(Terminal& terminal) {
         path_.empty() ? std::wstring() : place.find(*catalog, run, path_).path;
     RestoreCatalog::Page page;
     std::string after;
+    uint64_t missing = 0;
     std::optional<ItemWriter> writer;
     do {
         if (!catalog->list(path, after, page)) {
@@ -75,9 +77,15 @@ int FilesCommand::run(Terminal& terminal) {
         }
         writer->write(page);
         after = page.next;
+        missing = std::max(missing, page.missing);
     } while (!after.empty());
     writer->end();
-    return exitDone;
+    if (missing == 0) {
+        return exitDone;
+    }
+    terminal.error("agent: The run " + run.jobInstanceId +
+                   " is not whole: " + BackupPlace::lostWords(missing) + ".");
+    return exitSomeFailed;
 }
 
 }  // namespace dorvo::agent

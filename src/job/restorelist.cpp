@@ -1,5 +1,6 @@
 #include "job/restorelist.h"
 
+#include <algorithm>
 #include <limits>
 #include <set>
 #include <string_view>
@@ -8,32 +9,10 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "job/activity/sourcelistfile.h"
+#include "storage/token_loop.h"
 
 namespace dorvo {
 namespace {
-
-// Finds out that a chain of tokens has come back to where it was, however long the way round is,
-// and remembers one token at a time.
-class TokenLoop {
-public:
-    // True when the chain is known to go round.
-    bool closedBy(const std::string& token) {
-        if (token == remembered_) {
-            return true;
-        }
-        if (++steps_ == stride_) {
-            remembered_ = token;
-            steps_ = 0;
-            stride_ *= 2;
-        }
-        return false;
-    }
-
-private:
-    std::string remembered_;
-    uint64_t steps_ = 0;  // since one was remembered
-    uint64_t stride_ = 1;
-};
 
 // Paths are compared as they stand, like those of a backup.
 bool liesIn(std::wstring_view path, std::wstring_view source) {
@@ -85,6 +64,10 @@ bool RestoreListGenerator::generate(const std::wstring& path,
                 return false;
             }
         }
+        if (missing_ != 0) {
+            log(LogLevel::error, "The backup's list has lost %Q items.\n", missing_);
+            reportFailed(L"\\", errorLostBytes);
+        }
         return true;
     });
 }
@@ -103,10 +86,7 @@ bool RestoreListGenerator::writeSource(JobHistorySourceWriter& writer, const std
                                   source);
         }
     } while (!page.next.empty());
-    if (page.missing != 0) {
-        log(LogLevel::error, "The backup's list has lost %Q items.\n", page.missing);
-        reportFailed(source.empty() ? L"\\" : source, errorLostBytes);
-    }
+    missing_ = std::max(missing_, page.missing);
     if (!found && !source.empty()) {
         reportFailed(source, ERROR_FILE_NOT_FOUND);
     }

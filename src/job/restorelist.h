@@ -30,8 +30,9 @@ public:
         RestoreCatalog* catalog = nullptr;  // borrowed
         const interrupter* stop = nullptr;  // borrowed, asked between pages; may be null
         // Told of what the restore would lack: a wanted source that the backup does not hold
-        // (ERROR_FILE_NOT_FOUND), an item that no record can hold (206), a source of whose list the
-        // storage has lost something, "\\" for everything (410 marked). On the calling thread.
+        // (ERROR_FILE_NOT_FOUND), an item that no record can hold (206), and once "\\" where the
+        // storage has lost items of the backup's list (410 marked): nobody knows which. On the
+        // calling thread.
         std::function<void(const std::wstring& path, DWORD error)> failedItem = {};
     };
 
@@ -55,6 +56,7 @@ private:
 
     Options options_;
     uint32_t itemNumber_ = 0;  // of the last record
+    uint64_t missing_ = 0;     // of the backup's list, as far as the storage has said
 };
 
 }  // namespace dorvo

@@ -75,14 +75,15 @@ TEST_F(RestoreList, AsksForEverySourceOnceAndReportsWhatIsNotHeld) {
 }
 
 TEST_F(RestoreList, ReportsWhatTheStorageHasLostOfItsList) {
-    catalog_.pages[{L"", ""}] = {{file(L"C:\\x")}, "", 2};
-    ASSERT_TRUE(generate({}));
-    EXPECT_THAT(records(), ElementsAre(L"SS", L"FI 1 C:\\x", L"ES"));
-    EXPECT_THAT(failed_, ElementsAre(Pair(L"\\", errorLostBytes)));
-    failed_.clear();
-    catalog_.pages[{L"C:\\a", ""}] = {{file(L"C:\\a")}, "", 1};
-    ASSERT_TRUE(generate({L"C:\\a"}));
-    EXPECT_THAT(failed_, ElementsAre(Pair(L"C:\\a", errorLostBytes)));
+    // Each last page tells of the whole list.
+    catalog_.pages[{L"C:\\a", ""}] = {{file(L"C:\\a")}, "", 2};
+    catalog_.pages[{L"C:\\no", ""}] = {{}, "", 2};
+    catalog_.pages[{L"D:", ""}] = {{folder(L"D:")}, "1"};
+    catalog_.pages[{L"D:", "1"}] = {{file(L"D:\\x")}, "", 2};
+    ASSERT_TRUE(generate({L"C:\\a", L"C:\\no", L"D:"}));
+    EXPECT_THAT(records(), ElementsAre(L"SS", L"FI 1 C:\\a", L"DI 2 D:", L"FI 3 D:\\x", L"ES"));
+    EXPECT_THAT(failed_, ElementsAre(Pair(L"C:\\no", DWORD{ERROR_FILE_NOT_FOUND}),
+                                     Pair(L"\\", errorLostBytes)));
 }
 
 TEST_F(RestoreList, ReportsAnItemThatNoRecordHolds) {

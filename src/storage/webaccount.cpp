@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "http_util/command_to_server.h"
 #include "settings/cookiemanager.h"
+#include "storage/token_loop.h"
 #include "storage/web_exchange.h"
 #include "storage/web_login.h"
 #include "storage/web_session.h"
@@ -101,21 +102,21 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
     }
     std::vector<WebInstance> all;
     std::string next;
+    TokenLoop loop;
     do {
-        const std::string after = next;
         Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
             "List Instances");
         command.request().body(json_spirit::Object{{"machine", machine},
                                                    {"jobdefinitionid", jobDefinitionId},
-                                                   {"after", after},
+                                                   {"after", next},
                                                    {"limit", instancesPerPage}});
         if (!exchange(session, command, "list the runs of machine", machine)) {
             return false;
         }
         std::vector<WebInstance> page;
-        // A page that leads to itself, or holds nothing, would never end.
+        // Pages that go round, or hold nothing, would never end.
         if (!readInstances(command.response().body(), page, next) ||
-            (!next.empty() && (next == after || page.empty()))) {
+            (!next.empty() && (page.empty() || loop.closedBy(next)))) {
             log(LogLevel::error, "List Instances: the answer is not of its shape.\n");
             SetLastError(ERROR_INVALID_DATA);
             return false;

@@ -6,6 +6,7 @@ import sqlite3
 import unittest
 
 import proxy
+from machine import windows_path
 from system import BLOCK, System, SystemTest, noise, write
 
 LOST = 0x2001019A
@@ -66,7 +67,16 @@ class DamageTest(SystemTest):
         system.restore(*system.to(target), code=3)
         self.assertEqual([p.name for p in target.iterdir()], ["here.txt"])
         self.assertEqual(self.failed(system, "restore"),
-                         [("source", LOST, "the storage has lost items of the backup's list")])
+                         [("", LOST, "the storage has lost items of the backup's list")])
+
+        lost = "1 item of its list is lost at the storage"
+        for options in ([], ["--json"]):
+            listed = system.machine.agent("files", system.instance(), *options, code=3)
+            self.assertIn("here.txt", listed.out)
+            self.assertIn(lost, listed.err)
+        for command in ("files", "restore"):
+            gone = system.machine.agent(command, system.instance(), windows_path(system.tree / "lost.txt"), code=1)
+            self.assertIn(lost, gone.err)
 
     def test_a_power_cut_of_the_server_takes_the_last_blocks_only(self):
         system = System(self)
