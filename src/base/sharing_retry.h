@@ -11,6 +11,11 @@
 
 namespace dorvo {
 
+// Whether the error says that another program has the file, or a part of it, for now.
+constexpr bool isHeld(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION;
+}
+
 class SharingRetry {
 public:
     // How the time between two tries goes by.
@@ -21,9 +26,7 @@ public:
     // last error stays.
     bool again(DWORD also = ERROR_SHARING_VIOLATION) {
         const LastErrorGuard keep;
-        const bool inUse = keep.error() == ERROR_SHARING_VIOLATION ||
-                           keep.error() == ERROR_LOCK_VIOLATION || keep.error() == also;
-        if (!inUse || tries_ == mostTries) {
+        if ((!isHeld(keep.error()) && keep.error() != also) || tries_ == mostTries) {
             return false;
         }
         ++tries_;

@@ -78,11 +78,8 @@ private:
     void handOnDrops();
     PendingDrop drop() const;
     void closeStorage() override { storage_.reset(); }
-    unsigned countEndTry(const Failure& failure, unsigned before) const override {
-        return conflictsInARow(failure, before);
-    }
-    FailureAction endAction(const Failure& failure, unsigned tries) const override {
-        return endFailure(failure, tries);
+    FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {
+        return endFailure(failure, failures);
     }
     bool opensToEnd() const override { return true; }
 

@@ -50,11 +50,8 @@ private:
     bool dropAtStorage(int endCode) override;
     void closeStorage() override { storage_.reset(); }
     // Its items are in their places: that the service has not heard of it makes no failure of it.
-    unsigned countEndTry(const Failure& failure, unsigned before) const override {
-        return failuresInARow(failure, before);
-    }
-    FailureAction endAction(const Failure& failure, unsigned tries) const override {
-        return restoreEndFailure(failure, tries);
+    FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {
+        return restoreEndFailure(failure, failures);
     }
     bool opensToEnd() const override { return false; }
     bool endAtStorage(int endCode);

@@ -76,9 +76,7 @@ bool RestoreRun::makeList() {
     }
     // Item numbers begin anew, and packages and files in their places are known by them.
     rm_rf(itemTempFolder(job_.definition().id()), false);
-    if (resumed_) {
-        job_.placing_.finish();
-    }
+    job_.placing_.finish();
     if (!beginList() || !forgetMadeFolders()) {
         return false;
     }
@@ -96,7 +94,7 @@ bool RestoreRun::makeList() {
 }
 
 bool RestoreRun::forgetMadeFolders() {
-    return MadeFolders::forget(madeFoldersPath(list_)) || fail(GetLastError());
+    return MadeFolders::forget(madeFoldersPath(list_)) || failUnlessHeld(GetLastError());
 }
 
 bool RestoreRun::generateList() {

@@ -8,6 +8,7 @@
 
 #include "base/disk_room.h"
 #include "base/http_error.h"
+#include "base/sharing_retry.h"
 #include "storage/local/localerror.h"
 
 namespace dorvo {
@@ -64,53 +65,73 @@ constexpr FailureAction itemFailure(const Failure& failure) {
     return isTransient(failure) ? FailureAction::pause : FailureAction::record;
 }
 
-// The run's list could not be made, or the storage could not be started. There is room again on a
-// full disk some day.
+// Passes without anybody's doing or with the user's: there is room again on a full disk some day,
+// and a scanner lets go of a file.
+constexpr bool isPassing(uint32_t code) {
+    return isDiskFull(code) || isHeld(code);
+}
+
+// The run's list could not be made, the storage could not be started, or a file of the run's own
+// could not be used.
 constexpr FailureAction runFailure(const Failure& failure) {
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
-    return isTransient(failure) || isDiskFull(failure.code) ? FailureAction::pause
-                                                            : FailureAction::fail;
+    return isTransient(failure) || isPassing(failure.code) ? FailureAction::pause
+                                                           : FailureAction::fail;
 }
 
 // How often the end of a run is tried, an hour with the usual time between the tries, before an
 // answer that might change is believed.
 constexpr unsigned endTries = 15;
+// The same of a no, which a gate between here and the service may give once.
+constexpr unsigned refusalTries = 2;
 
-// What a failure at the end makes of the number of those before it. A broken off try says nothing.
-constexpr unsigned failuresInARow(const Failure& failure, unsigned before) {
-    return isCancelled(failure) ? before : before + 1;
-}
+// What has kept a run from its end, one time after the other.
+struct EndFailures {
+    uint32_t code = 0;   // of the last
+    unsigned alike = 0;  // in a row with the last one's code: no other has confirmed it
+    unsigned all = 0;
+};
 
-// The same, for conflicts: another failure in between has confirmed none of them.
-constexpr unsigned conflictsInARow(const Failure& failure, unsigned before) {
+// A try that was broken off says nothing.
+constexpr EndFailures withOneMore(const EndFailures& before, const Failure& failure) {
     if (isCancelled(failure)) {
         return before;
     }
-    return failure.code == withHttpMark(409) ? before + 1 : 0;
+    return {failure.code, before.code == failure.code ? before.alike + 1 : 1, before.all + 1};
 }
 
-// The storage could not complete the run, for the time that `tries` says. All that was stored is
-// dropped with a run that fails here, so it takes a clear no. A conflict says that the run is not
-// whole, or not in the state for it: who no longer knows the run refuses its next start.
-constexpr FailureAction endFailure(const Failure& failure, unsigned tries = endTries) {
+// The storage could not complete the run. All that was stored is dropped with a run that fails
+// here, so it takes a clear no. A conflict says that the run is not whole, or not in the state for
+// it: who no longer knows the run refuses its next start.
+constexpr FailureAction endFailure(const Failure& failure, const EndFailures& failures) {
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
-    const bool believed =
-        isRefusal(failure.code) && (failure.code != withHttpMark(409) || tries >= endTries);
-    return believed ? FailureAction::fail : FailureAction::pause;
+    const unsigned tries = failure.code == withHttpMark(409) ? endTries
+                           : isHttpStatus(failure.code)      ? refusalTries
+                                                             : 1;
+    return isRefusal(failure.code) && failures.alike >= tries ? FailureAction::fail
+                                                              : FailureAction::pause;
+}
+
+// The storage could not be started for a run that only has to end, which is lost for no less than
+// at its end. A conflict here says that the storage has given the run up.
+constexpr FailureAction startToEndFailure(const Failure& failure, const EndFailures& failures) {
+    return !isCancelled(failure) && failure.code == withHttpMark(409)
+               ? FailureAction::fail
+               : endFailure(failure, failures);
 }
 
 // The service has not heard of the end of a restore, all of whose items are in their places: that
 // is worth some tries, and no more.
-constexpr FailureAction restoreEndFailure(const Failure& failure, unsigned tries) {
+constexpr FailureAction restoreEndFailure(const Failure& failure, const EndFailures& failures) {
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
-    return isRefusal(failure.code) || tries >= endTries ? FailureAction::settle
-                                                        : FailureAction::pause;
+    return isRefusal(failure.code) || failures.all >= endTries ? FailureAction::settle
+                                                               : FailureAction::pause;
 }
 
 }  // namespace dorvo

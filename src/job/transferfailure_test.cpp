@@ -29,6 +29,8 @@ TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
         {"disk full", {.code = 112}, record, pause, pause},
         {"handle disk full", {.code = 39}, record, pause, pause},
         {"quota exceeded", {.code = 1295}, record, pause, pause},
+        {"in use", {.code = 32}, record, pause, pause},
+        {"a part of it in use", {.code = 33}, record, pause, pause},
         {"disk full while stopping", {.code = 112, .stopping = true}, leave, leave, leave},
         {"bare 401 is no status", {.code = 401}, record, fail, pause},
         {"access denied", {.code = 5}, record, fail, pause},
@@ -59,7 +61,7 @@ TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(itemFailure(row.failure), row.item);
         EXPECT_EQ(runFailure(row.failure), row.run);
-        EXPECT_EQ(endFailure(row.failure), row.end);
+        EXPECT_EQ(endFailure(row.failure, {row.failure.code, endTries, endTries}), row.end);
     }
 }
 
@@ -67,26 +69,34 @@ TEST(TransferFailure, AnEndIsTriedUntilItsFailureIsBelieved) {
     struct Row {
         const char* name;
         Failure failure;
-        FailureAction backup;  // before the last try, and at it
-        FailureAction backupLast;
-        FailureAction restore;
-        FailureAction restoreLast;
+        unsigned backup;  // the try at which it is believed; 0: never
+        unsigned start;   // the same of a start to end
+        unsigned restore;
+    };
+    const Row rows[] = {
+        {"409", {.code = 0x20010199}, endTries, 1, 1},
+        {"404", {.code = 0x20010194}, 2, 2, 1},
+        {"403", {.code = 0x20010193}, 2, 2, 1},
+        {"a folder that has lost items", {.code = 5023}, 1, 1, 1},
+        {"500", {.code = 0x200101F4}, 0, 0, endTries},
+        {"network", {.code = 10054, .networkError = true}, 0, 0, endTries},
+        {"409 while stopping", {.code = 0x20010199, .stopping = true}, 0, 0, 0},
+        {"cancelled", {.code = 1223}, 0, 0, 0},
     };
     using enum FailureAction;
-    const Row rows[] = {
-        {"409", {.code = 0x20010199}, pause, fail, settle, settle},
-        {"404", {.code = 0x20010194}, fail, fail, settle, settle},
-        {"500", {.code = 0x200101F4}, pause, pause, pause, settle},
-        {"network", {.code = 10054, .networkError = true}, pause, pause, pause, settle},
-        {"409 while stopping", {.code = 0x20010199, .stopping = true}, leave, leave, leave, leave},
-        {"cancelled", {.code = 1223}, leave, leave, leave, leave},
-    };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(endFailure(row.failure, endTries - 1), row.backup);
-        EXPECT_EQ(endFailure(row.failure, endTries), row.backupLast);
-        EXPECT_EQ(restoreEndFailure(row.failure, endTries - 1), row.restore);
-        EXPECT_EQ(restoreEndFailure(row.failure, endTries), row.restoreLast);
+        const FailureAction waits = isCancelled(row.failure) ? leave : pause;
+        EndFailures failures;
+        for (unsigned i = 1; i <= endTries; ++i) {
+            SCOPED_TRACE(testing::Message() << row.name << ", try " << i);
+            failures = withOneMore(failures, row.failure);
+            const auto is = [&](unsigned believed, FailureAction then) {
+                return believed != 0 && i >= believed ? then : waits;
+            };
+            EXPECT_EQ(endFailure(row.failure, failures), is(row.backup, fail));
+            EXPECT_EQ(startToEndFailure(row.failure, failures), is(row.start, fail));
+            EXPECT_EQ(restoreEndFailure(row.failure, failures), is(row.restore, settle));
+        }
     }
 }
 

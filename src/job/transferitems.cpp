@@ -147,7 +147,7 @@ TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long co
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to record the failed item {%s}, error-code = %d, %m.\n",
             toUtf8(item.path).c_str(), static_cast<int>(keep.error()));
-        return isDiskFull(keep.error()) ? pause(keep.error()) : fail(keep.error());
+        return isPassing(keep.error()) ? pause(keep.error()) : fail(keep.error());
     }
     return Step::next;
 }

@@ -209,7 +209,7 @@ TYPED_TEST(TransferItemsTest, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
     }
 }
 
-TYPED_TEST(TransferItemsTest, AFullDiskParksTheRunUntilThereIsRoom) {
+TYPED_TEST(TransferItemsTest, WhatPassesParksTheRunUntilItHasPassed) {
     struct Row {
         const char* name;
         DWORD item;
@@ -223,6 +223,8 @@ TYPED_TEST(TransferItemsTest, AFullDiskParksTheRunUntilThereIsRoom) {
         {"the item alone does not fit", ERROR_DISK_FULL, 0, uint64_t{1} << 40, completed},
         {"another error", ERROR_ACCESS_DENIED, 0, 1000, completed},
         {"no room for the failed item", ERROR_ACCESS_DENIED, ERROR_DISK_FULL, 1000, paused},
+        {"its document is in use", ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, 1000, paused},
+        {"a part of it is", ERROR_ACCESS_DENIED, ERROR_LOCK_VIOLATION, 1000, paused},
         {"the failed item cannot be kept", ERROR_ACCESS_DENIED, ERROR_CRC, 1000, failed},
     };
     Script& script = this->script_;
@@ -289,6 +291,7 @@ TYPED_TEST(TransferItemsTest, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromIts
             this->run(*job);
             EXPECT_EQ(job->state(), paused);
             EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
+            EXPECT_EQ(script.calls, Names{}) << "nothing can be said of its end either";
         } else if (row.how == Row::damaged) {
             this->write(row.file, "{}");
         } else {

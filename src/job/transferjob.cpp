@@ -168,7 +168,7 @@ unsigned long TransferJob::carryOut() {
     forgetRun();
     if (activity()->resuming == 0) {
         backoff_.reset();
-        endTries_ = 0;
+        endFailures_ = {};
     }
     const bool cancelOnly = cancelOnly_.exchange(false);
     activity()->state = number(cancelOnly ? JobState::canceling : JobState::starting);
@@ -270,8 +270,8 @@ int TransferJob::complete() {
 int TransferJob::endFailed(unsigned long code) {
     Failure failure = failureOf(code);
     failure.stopping = false;  // a pending stop is seen to afterwards
-    endTries_ = countEndTry(failure, endTries_);
-    const FailureAction action = endAction(failure, endTries_);
+    endFailures_ = withOneMore(endFailures_, failure);
+    const FailureAction action = endAction(failure, endFailures_);
     if (action == FailureAction::settle) {
         log(LogLevel::warning,
             "Job {%s, %s} is completed, but its storage does not take the history of the run, "

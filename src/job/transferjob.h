@@ -74,10 +74,8 @@ protected:
     virtual bool completeAtStorage() = 0;
     virtual bool dropAtStorage(int endCode) = 0;
     virtual void closeStorage() = 0;
-    // How many failures to complete the run count, one after the other, with this one.
-    virtual unsigned countEndTry(const Failure& failure, unsigned before) const = 0;
-    // What a failure to complete the run means, when so many count.
-    virtual FailureAction endAction(const Failure& failure, unsigned tries) const = 0;
+    // What a failure to complete the run means, the last of these.
+    virtual FailureAction endAction(const Failure& failure, const EndFailures& failures) const = 0;
     // Whether a run that has nothing left but its end opens its storage before.
     virtual bool opensToEnd() const = 0;
 
@@ -128,7 +126,7 @@ private:
     std::unique_ptr<JobHistoryInfo> history_;
     std::unique_ptr<FailedItems> failed_;
     ResumeBackoff backoff_;
-    unsigned endTries_ = 0;       // failures to complete the run that count
+    EndFailures endFailures_;     // to complete the run, or to start it for that
     bool retry_ = false;          // the run ends because of something that passes
     bool errorNotified_ = false;  // observers know of runError_
 };

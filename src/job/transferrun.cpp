@@ -45,8 +45,7 @@ bool TransferRun::takeUp() {
 bool TransferRun::findList() {
     SharingRetry retry;
     do {
-        listed_ = loadRunTotals(directory_, transferJob_.totals_) &&
-                  GetFileAttributesW(longPath(list_).c_str()) != INVALID_FILE_ATTRIBUTES;
+        listed_ = loadRunTotals(directory_, transferJob_.totals_) && findPlace();
     } while (!listed_ && retry.again());
     const LastErrorGuard keep;
     if (listed_ || keep.error() == ERROR_FILE_NOT_FOUND || keep.error() == ERROR_PATH_NOT_FOUND ||
@@ -56,6 +55,16 @@ bool TransferRun::findList() {
     log(LogLevel::error, "Failed to read the source list of job {%s}, error-code = %d, %m.\n",
         transferJob_.definition().id().c_str(), static_cast<int>(keep.error()));
     return pause(keep.error());
+}
+
+// Once: the place does not move before the items begin.
+bool TransferRun::findPlace() {
+    JobActivitySourceReader reader;
+    if (!reader.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
+        return false;
+    }
+    atEnd_ = reader.next() == tagSetEnd && reader.next() == 0;
+    return true;
 }
 
 bool TransferRun::beginList() {
@@ -102,6 +111,7 @@ void TransferRun::forgetList() {
     record_.doneSize = 0;
     record_.unchangedSize = 0;
     listed_ = false;
+    atEnd_ = false;
 }
 
 bool TransferRun::openStorage() {
@@ -148,20 +158,13 @@ bool TransferRun::startStorage(const char* begun) {
     return true;
 }
 
-bool TransferRun::isAtEndOfList() const {
-    JobActivitySourceReader reader;
-    return listed_ && reader.open(list_, static_cast<int64_t>(record_.sourcePosition)) &&
-           reader.next() == tagSetEnd && reader.next() == 0;
-}
-
 bool TransferRun::fail(unsigned long code) {
     transferJob_.runError_ = code;
     return false;
 }
 
 bool TransferRun::failUnlessHeld(unsigned long code) {
-    return code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION ? pause(code)
-                                                                           : fail(code);
+    return isHeld(code) ? pause(code) : fail(code);
 }
 
 bool TransferRun::refuse(unsigned long code) {
@@ -188,9 +191,14 @@ bool TransferRun::parkIfPauseIsTakenBack() {
 
 bool TransferRun::failOrPause(unsigned long code) {
     const Failure failure = transferJob_.failureOf(code);
-    // Everything is stored of a run that only has to end: it is not lost for less than at its end.
-    // A storage that refuses to take it up again does not know it any more.
-    const FailureAction action = isAtEndOfList() ? endFailure(failure) : runFailure(failure);
+    FailureAction action = runFailure(failure);
+    if (isAtEndOfList()) {
+        EndFailures& failures = transferJob_.endFailures_;
+        if (isRefusal(failure.code)) {  // a service that is away has refused nothing
+            failures = withOneMore(failures, failure);
+        }
+        action = startToEndFailure(failure, failures);
+    }
     if (action != FailureAction::pause) {
         return refuse(code);
     }

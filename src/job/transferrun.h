@@ -36,7 +36,7 @@ protected:
     bool startStorage(const char* begun);
 
     // Whether nothing is left of a resumed run but its end.
-    bool isAtEndOfList() const;
+    bool isAtEndOfList() const { return atEnd_; }
 
     bool fail(unsigned long code);
     // A file of the run's own could not be read: parks the run while another program holds it.
@@ -64,10 +64,12 @@ protected:
 
 private:
     bool findList();
+    bool findPlace();
     void forgetList();
 
     const unsigned pausesTakenBack_;  // when the run began
     bool storageOpen_ = false;
+    bool atEnd_ = false;            // of the list, when the run began
     unsigned long unrecorded_ = 0;  // why a failed item of the list could not be kept
 };
 

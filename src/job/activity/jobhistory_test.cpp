@@ -211,12 +211,15 @@ TEST_F(JobHistory, ErrorsWaitForWhoHoldsTheirFiles) {
     write(document + L".journal", "[2,{\"path\":\"c\"}]\n");
     hold(document + L".journal");
     EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SUCCESS});
+    JobHistoryError goesOn(errorPath("e1"));
+    hold(document + L".journal");
+    EXPECT_TRUE(goesOn.add(L"d", 1, "") && goesOn.saveNew());
     SharingRetry::pause = [](DWORD) {};
     hold(document);
     EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SHARING_VIOLATION});
     held.reset();
     SharingRetry::pause = pause;
-    EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), (Names{"a", "b", "c"}));
+    EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), (Names{"a", "b", "c", "d"}));
 }
 
 TEST_F(JobHistory, ErrorsAreWrittenWhenThereAreNewOnes) {

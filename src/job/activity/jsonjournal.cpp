@@ -85,9 +85,12 @@ bool JsonJournal::take(std::string_view text, Array& elements) {
 
 bool JsonJournal::openForAppending() {
     for (const bool again : {false, true}) {
-        file_.reset(CreateFileW(longPath(path_).c_str(), GENERIC_WRITE,
-                                FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
+        SharingRetry retry;
+        do {
+            file_.reset(CreateFileW(longPath(path_).c_str(), GENERIC_WRITE,
+                                    FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+        } while (!file_ && retry.again());
         if (file_ || again || GetLastError() != ERROR_PATH_NOT_FOUND ||
             !createDirectories(path_.substr(0, path_.find_last_of(L"\\/")))) {
             break;
