@@ -161,8 +161,14 @@ TEST_F(Backup, KeepsBlocksWhenInformationComesAgainWithTheSameSize) {
     put("i1", "before", "before");
     putInfo("i1", "a", bytes.size());
     putBlock("i1", "a", 1, bytes.substr(0, blockBytes));
-    EXPECT_EQ(putInfo("i1", "a", bytes.size(), 7), 200);
+    EXPECT_EQ(putInfo("i1", "a", bytes.size()), 200);
     EXPECT_EQ(putBlock("i1", "a", 2, bytes.substr(blockBytes)), 200);
+    EXPECT_EQ(stored("i1", "a"), bytes);
+    // Blocks of another time must not become a part of what the file is now.
+    EXPECT_EQ(putInfo("i1", "a", bytes.size(), 7), 200);
+    EXPECT_EQ(stored("i1", "a"), "");
+    EXPECT_EQ(putBlock("i1", "a", 2, bytes.substr(blockBytes)), 409);
+    put("i1", "a", bytes, 7);
     EXPECT_EQ(stored("i1", "a"), bytes);
     EXPECT_EQ(putInfo("i1", "a", bytes.size() - 1), 200);
     EXPECT_EQ(stored("i1", "a"), "");

@@ -89,12 +89,14 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     const bool hasPlace = known && known->sound && known->owner == instance.id;
     file.compress = known ? known->compress : instance.compress;
     const bool keepsPlace = hasPlace && known->size == file.size;
+    // Blocks of what the file was at another time must not become a part of what it is now.
+    const bool keepsBlocks = keepsPlace && known->mtime == file.mtime;
     if (keepsPlace) {
         file.container = known->container;
         file.offset = known->offset;
-        file.blocks = known->blocks;
+        file.blocks = keepsBlocks ? known->blocks : 0;
     }
-    if (hasPlace && !keepsPlace && known->blocks > 0) {
+    if (hasPlace && !keepsBlocks && known->blocks > 0) {
         catalog_.dropBlocks(instance.id, {{std::string(path), 0}});
     }
     const bool missed = known && known->kind == FileKind::awaited;
@@ -119,8 +121,8 @@ bool BackupEndpoints::holds(const StoredFile& file, int64_t k, std::string_view 
     std::string stored(data.size(), '\0');
     try {
         blocks_.read(file.container, file.offset + (k - 1) * blockBytes, stored);
-    } catch (const std::exception&) {
-        return false;  // it takes the place of what cannot be read
+    } catch (const LostBytes&) {
+        return false;  // it takes the place of what is gone
     }
     return stored == data;
 }

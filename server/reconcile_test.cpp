@@ -307,6 +307,7 @@ TEST_F(Reconcile, PackagesThatGoAwayMeanwhileAreWaitedFor) {
         }
         EXPECT_EQ(putInfo("i2", "d", 1), 200);
         EXPECT_EQ(putBlock("i2", "d", 1, "d"), 503);
+        EXPECT_EQ(putBlock("i2", "b", 1, "b"), 503);  // a repeat: what is there is not forgotten
         EXPECT_EQ(read(), 503);
         EXPECT_EQ(addError("i2", "d"), 200);
         EXPECT_EQ(end("i2"), 503);
