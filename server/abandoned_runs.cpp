@@ -11,8 +11,23 @@ namespace dorvo {
 
 using std::chrono::seconds;
 
-AbandonedRuns::AbandonedRuns(Catalog& catalog, seconds lifetime, GiveUp giveUp)
+namespace {
+
+// One that is busy, or a catalog that is down, holds up none of the others: there is another time.
+template <class Call>
+void attempt(const Call& call) {
+    try {
+        call();
+    } catch (const std::exception& error) {
+        logEvent(std::string("abandoned backups: ") + error.what());
+    }
+}
+
+}  // namespace
+
+AbandonedRuns::AbandonedRuns(Catalog& catalog, DiskRoom& room, seconds lifetime, GiveUp giveUp)
     : catalog_(catalog),
+      room_(room),
       lifetime_(lifetime),
       giveUp_(std::move(giveUp)),
       thread_([this](const std::stop_token& stop) { work(stop); }) {}
@@ -33,13 +48,13 @@ void AbandonedRuns::work(const std::stop_token& stop) {
 }
 
 void AbandonedRuns::look(seconds passed) {
-    try {
-        for (const std::string& name : catalog_.listIdle(passed.count(), lifetime_.count())) {
-            giveUp_(name, lifetime_);
-        }
-    } catch (const std::exception& error) {
-        // Busy, or down: there is another time.
-        logEvent(std::string("abandoned backups: ") + error.what());
+    std::vector<std::string> names;
+    attempt([&] {
+        names =
+            room_.givingWay([&] { return catalog_.listIdle(passed.count(), lifetime_.count()); });
+    });
+    for (const std::string& name : names) {
+        attempt([&] { giveUp_(name, lifetime_); });
     }
 }
 

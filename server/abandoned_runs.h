@@ -13,17 +13,18 @@
 #include <thread>
 
 #include "catalog.h"
+#include "disk_room.h"
 
 namespace dorvo {
 
 class AbandonedRuns {
 public:
     // Ends the backup of that name, which has been idle for so long, unless somebody has come back
-    // to it.
+    // to it. One of which it throws is another time's.
     using GiveUp = std::function<void(const std::string& name, std::chrono::seconds lifetime)>;
 
-    // Borrows the catalog.
-    AbandonedRuns(Catalog& catalog, std::chrono::seconds lifetime, GiveUp giveUp);
+    // Borrows the catalog and the room.
+    AbandonedRuns(Catalog& catalog, DiskRoom& room, std::chrono::seconds lifetime, GiveUp giveUp);
     // Stops and joins; a backup that is being ended is ended.
     ~AbandonedRuns() = default;
     AbandonedRuns(const AbandonedRuns&) = delete;
@@ -34,6 +35,7 @@ private:
     void look(std::chrono::seconds passed);
 
     Catalog& catalog_;
+    DiskRoom& room_;
     const std::chrono::seconds lifetime_;
     const GiveUp giveUp_;
     std::jthread thread_;  // the last: it uses all of the others

@@ -68,9 +68,12 @@ void requireNotCancelled(const Instance& instance) {
 }  // namespace
 
 Instance BackupEndpoints::openOrFind(const Session& session, std::string_view name,
-                                     std::string_view definition, bool compress) {
-    if (!catalog_.findInstance(name)) {
+                                     std::string_view definition, bool compress, bool stores) {
+    const bool isNew = !catalog_.findInstance(name);
+    if (isNew || stores) {
         room_.requireForUpload();
+    }
+    if (isNew) {
         return catalog_.openInstance(session, name, definition, compress);
     }
     Instance instance = namedInstance(catalog_, session, name);
@@ -103,9 +106,8 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
         }
     }
     const InstanceLocks::Guard guard(locks_, session.userId, name);
-    const Instance instance = openOrFind(session, name, definition, compress);
+    const Instance instance = openOrFind(session, name, definition, compress, true);
     requireOpen(instance);
-    room_.requireForUpload();
     const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
     if (first) {
         freeGivenUp(catalog_, blocks_);
@@ -131,7 +133,7 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
     const std::string_view startTime = textMember(body, "starttime", maxTime);
     const InstanceLocks::Guard guard(locks_, session.userId, name);
     // A backup without any file asked for no increment check and is new here.
-    const Instance instance = openOrFind(session, name, definition, false);
+    const Instance instance = openOrFind(session, name, definition, false, false);
     requireNotCancelled(instance);
     requireUndamaged(instance);
     if (instance.state == InstanceState::pending) {
@@ -212,12 +214,16 @@ BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const j
     if (instance.state == InstanceState::completed) {
         refuseState(instance);
     }
-    return [this, guard, instance] {
-        // Should the process die in between, the next start of the service goes on with it.
-        catalog_.cancelInstance(instance.id);
-        freeGivenUp(catalog_, blocks_);
+    return [this, guard, id = instance.id] {
+        cancel(id);
         return json::object();
     };
+}
+
+void BackupEndpoints::cancel(int64_t instance) {
+    // Should the process die in between, the next start of the service goes on with it.
+    room_.givingWay([&] { catalog_.cancelInstance(instance); });
+    freeGivenUp(catalog_, blocks_);
 }
 
 void BackupEndpoints::giveUp(const std::string& name, int64_t idle) {
@@ -231,11 +237,10 @@ void BackupEndpoints::giveUp(const std::string& name, int64_t idle) {
         (instance->state != InstanceState::pending && instance->state != InstanceState::running)) {
         return;
     }
-    catalog_.cancelInstance(instance->id);
+    cancel(instance->id);
     logEvent("backup " + name + " of machine " + instance->machine +
              " is cancelled: no request has come about it in " + std::to_string(instance->idle) +
              " seconds of service");
-    freeGivenUp(catalog_, blocks_);
 }
 
 json::object BackupEndpoints::listInstances(const Session& session, const json::object& body) {

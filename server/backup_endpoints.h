@@ -43,10 +43,13 @@ public:
 
 private:
     // The user's own instance, made pending when it does not exist; the definition must be its own.
+    // `stores`: more is to be stored in it.
     Instance openOrFind(const Session& session, std::string_view name, std::string_view definition,
-                        bool compress);
+                        bool compress, bool stores);
     // The data is what is stored as block k of the file.
     bool holds(const StoredFile& file, int64_t k, std::string_view data);
+    // Ends the backup and frees what it has; called again it goes on.
+    void cancel(int64_t instance);
     // Completes a backup that may be completed.
     void complete(const Instance& instance, std::string_view endTime);
 

@@ -19,6 +19,9 @@
 
 namespace dorvo {
 
+// Behind every path: they are UTF-8, which has no such byte.
+inline constexpr std::string_view afterAllPaths = "\xff";
+
 // Packages are stored in blocks of this size; the last one may be smaller.
 inline constexpr int64_t blockBytes = 131072;
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -72,7 +73,7 @@ void DiskRoom::requireForUpload() {
     if (full_.exchange(false)) {
         logEvent("uploads are taken again");
     }
-    if (held_ == 0) {
+    if (held_ == 0 && holds_) {
         hold();
     }
 }
@@ -94,6 +95,7 @@ bool DiskRoom::giveWay() {
 void DiskRoom::hold() {
     const std::lock_guard lock(mutex_);
     const auto space = source_(data_);
+    holds_ = !space || reserveOf(*space) / 4 >= leastHeld;
     // Half of little is still something when all of the rest has gone, too.
     const int64_t size =
         space ? std::min({reserveOf(*space) / 4, mostHeld, held_ + space->available / 2}) : 0;
@@ -104,7 +106,7 @@ void DiskRoom::hold() {
     const FileDescriptor fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     if (fd && ::posix_fallocate(fd.get(), 0, size) == 0) {
         held_ = size;
-    } else {
+    } else if (held_ == 0 || (fd && ::ftruncate(fd.get(), held_) != 0)) {
         held_ = 0;
         ::unlink(file.c_str());
     }

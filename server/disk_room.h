@@ -12,6 +12,8 @@
 #include <mutex>
 #include <optional>
 
+#include "disk_full.h"
+
 namespace dorvo {
 
 // Of a disk, in bytes.
@@ -42,15 +44,37 @@ public:
     bool giveWay();
     // Makes the file, or makes it larger, as far as there is room. Never throws.
     void hold();
+    // What the call gives. One that throws DiskFull has changed nothing that it would not do again,
+    // and is made again if some room can be given.
+    template <class Call>
+    auto givingWay(const Call& call) {
+        try {
+            return call();
+        } catch (const DiskFull&) {
+            if (!giveWay()) {
+                throw;
+            }
+        }
+        const Holding rest{*this};
+        return call();
+    }
 
 private:
+    // A part of what was given is for the next one.
+    struct Holding {
+        DiskRoom& room;
+        ~Holding() { room.hold(); }
+    };
+
     [[nodiscard]] int64_t reserveOf(const DiskSpace& space) const;
 
     std::filesystem::path data_;
     std::optional<int64_t> reserve_;
     Source source_;
-    std::mutex mutex_;                // guards the file
-    std::atomic<int64_t> held_ = 0;   // bytes of the file
+    std::mutex mutex_;               // guards the file
+    std::atomic<int64_t> held_ = 0;  // bytes of the file
+    // There is a reserve of which a part could be held.
+    std::atomic<bool> holds_ = true;
     std::atomic<bool> full_ = false;  // uploads were refused last
 };
 

@@ -1,7 +1,10 @@
 // What a disk with little room lets through.
 #include "disk_room.h"
 
+#include <sys/resource.h>
+
 #include <atomic>
+#include <csignal>
 
 #include "testing/service_fixture.h"
 
@@ -26,6 +29,40 @@ TEST(DiskRoom, KeepsAHundredthFreeWithinBounds) {
         --space.available;
         EXPECT_THROW(room.requireForUpload(), std::exception) << total;
     }
+}
+
+TEST(DiskRoom, LooksForRoomToHoldOnlyWhereThereIsAReserve) {
+    int looks = 0;
+    DiskRoom room("/nowhere", 0, [&](const auto&) {
+        ++looks;
+        return DiskSpace{1000 * mib, 1000 * mib};
+    });
+    room.requireForUpload();
+    looks = 0;
+    room.requireForUpload();
+    EXPECT_EQ(looks, 2);  // the two disks
+}
+
+TEST(DiskRoom, KeepsWhatItHoldsWhereThereIsNoMore) {
+    const TempFolder folder;
+    int64_t available = 2 * mib;
+    DiskRoom room(folder.path(), 64 * mib, [&](const auto&) {
+        return DiskSpace{available, 1000 * mib};
+    });
+    room.hold();
+    const auto held = [&] { return std::filesystem::file_size(folder.path() / "reserve"); };
+    ASSERT_EQ(held(), 1 * mib);
+    available = 100 * mib;
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit low{3 * mib, before.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &low);
+    room.hold();
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(held(), 1 * mib);
+    room.hold();
+    EXPECT_EQ(held(), 16 * mib);
 }
 
 class LowDisk : public ServiceFixture {

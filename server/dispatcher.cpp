@@ -56,21 +56,12 @@ WebReply faultReply(const std::string& path, const std::exception& error) {
     return errorReply(503, full ? "the server's disk is full" : "the storage is not available");
 }
 
-// What the call gives, or the answer to its refusal or fault. The path is for the log. A call that
-// finds no room on the disk is made again if some can be given; it has changed nothing.
+// What the call gives, or the answer to its refusal or fault. The path is for the log. With a room
+// the call is one of those for which it gives way.
 template <class Call>
-WebReply judged(DiskRoom& room, const std::string& path, const Call& call) {
+WebReply judged(DiskRoom* room, const std::string& path, const Call& call) {
     try {
-        try {
-            return call();
-        } catch (const DiskFull&) {
-            if (!room.giveWay()) {
-                throw;
-            }
-        }
-        WebReply reply = call();
-        room.hold();  // a part of what was given, for the next one
-        return reply;
+        return room == nullptr ? call() : room->givingWay(call);
     } catch (const IncompleteBackup& error) {
         return incompleteReply(error);
     } catch (const ServiceError& error) {
@@ -89,27 +80,21 @@ LateWork::Options loginOptions() {
     return {.threads = 1, .waiting = 64, .nice = 10, .full = errorReply(503, "too many logins")};
 }
 
-// There is room for all connections.
-LateWork::Options endingOptions() {
-    return {.threads = endingThreads,
-            .waiting = SIZE_MAX,
-            .nice = 0,
-            .full = errorReply(503, "too many backups are being ended")};
-}
-
 }  // namespace
 
 struct Dispatcher::Endpoint {
     std::string_view path;
     size_t bodyLimit;
-    WebReply (*handle)(Dispatcher&, const WebRequest&);
+    WebReply (*handle)(Dispatcher&, const Endpoint&, const WebRequest&);
     // In place of it for what is finished later.
     std::optional<LongPoll> (*begin)(Dispatcher&, const WebRequest&, Respond) = nullptr;
+    // It stores more: the room that is held is not for it.
+    bool stores = false;
 
     static std::optional<LongPoll> login(Dispatcher& dispatcher, const WebRequest& request,
                                          Respond respond) {
         AccountEndpoints::Login login;
-        WebReply refusal = judged(dispatcher.room_, request.path, [&] {
+        WebReply refusal = judged(&dispatcher.room_, request.path, [&] {
             login = dispatcher.accounts_.login(request);
             return WebReply();
         });
@@ -120,19 +105,20 @@ struct Dispatcher::Endpoint {
         return dispatcher.logins_.run(
             login.network, login.user,
             [&dispatcher, path = request.path, check = std::move(login.check)] {
-                return judged(dispatcher.room_, path, check);
+                return judged(&dispatcher.room_, path, check);
             },
             std::move(respond));
     }
 
     // What needs a session; the user is in the log even when the request is refused.
     template <class Call>
-    static WebReply inSession(Dispatcher& dispatcher, const WebRequest& request, const Call& call) {
+    static WebReply inSession(Dispatcher& dispatcher, const WebRequest& request, DiskRoom* room,
+                              const Call& call) {
         const auto session = dispatcher.accounts_.session(request.cookie);
         if (!session) {
             throw ServiceError(401, "no valid session");
         }
-        WebReply reply = judged(dispatcher.room_, request.path, [&] {
+        WebReply reply = judged(room, request.path, [&] {
             WebReply answer;
             call(*session, answer);
             return answer;
@@ -142,37 +128,46 @@ struct Dispatcher::Endpoint {
         return reply;
     }
 
-    static WebReply logout(Dispatcher& dispatcher, const WebRequest& request) {
-        WebReply answer = inSession(dispatcher, request, [&](const Session&, WebReply& reply) {
-            reply = dispatcher.accounts_.logout(request);
-        });
+    DiskRoom* room(Dispatcher& dispatcher) const { return stores ? nullptr : &dispatcher.room_; }
+
+    static WebReply logout(Dispatcher& dispatcher, const Endpoint& self,
+                           const WebRequest& request) {
+        WebReply answer = inSession(
+            dispatcher, request, self.room(dispatcher),
+            [&](const Session&, WebReply& reply) { reply = dispatcher.accounts_.logout(request); });
         answer.known = false;
         return answer;
     }
 
     // JSON in, JSON out.
     template <auto endpoints, auto method>
-    static WebReply call(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
-            const bool list = find(request.path)->bodyLimit == listBody;
-            const json::object body = parseBody(request.body, list ? listValues : fewValues);
-            reply.body = json::serialize(((dispatcher.*endpoints).*method)(session, body));
-        });
+    static WebReply call(Dispatcher& dispatcher, const Endpoint& self, const WebRequest& request) {
+        return inSession(
+            dispatcher, request, self.room(dispatcher),
+            [&](const Session& session, WebReply& reply) {
+                const bool list = self.bodyLimit == listBody;
+                const json::object body = parseBody(request.body, list ? listValues : fewValues);
+                reply.body = json::serialize(((dispatcher.*endpoints).*method)(session, body));
+            });
     }
 
-    static WebReply uploadBlock(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
-            reply.body = json::serialize(
-                dispatcher.backups_.uploadBlock(session, request.contentType, request.body));
-        });
+    static WebReply uploadBlock(Dispatcher& dispatcher, const Endpoint& self,
+                                const WebRequest& request) {
+        return inSession(dispatcher, request, self.room(dispatcher),
+                         [&](const Session& session, WebReply& reply) {
+                             reply.body = json::serialize(dispatcher.backups_.uploadBlock(
+                                 session, request.contentType, request.body));
+                         });
     }
 
-    static WebReply downloadBlock(Dispatcher& dispatcher, const WebRequest& request) {
-        return inSession(dispatcher, request, [&](const Session& session, WebReply& reply) {
-            const json::object body = parseBody(request.body);
-            reply.body = dispatcher.restores_.downloadFileBlock(session, body);
-            reply.contentType = "application/octet-stream";
-        });
+    static WebReply downloadBlock(Dispatcher& dispatcher, const Endpoint& self,
+                                  const WebRequest& request) {
+        return inSession(dispatcher, request, self.room(dispatcher),
+                         [&](const Session& session, WebReply& reply) {
+                             const json::object body = parseBody(request.body);
+                             reply.body = dispatcher.restores_.downloadFileBlock(session, body);
+                             reply.contentType = "application/octet-stream";
+                         });
     }
 
     // What a backup's end needs is judged at once; what takes long comes when its turn has come.
@@ -180,10 +175,11 @@ struct Dispatcher::Endpoint {
     static std::optional<LongPoll> ending(Dispatcher& dispatcher, const WebRequest& request,
                                           Respond respond) {
         BackupEndpoints::Rest rest;
-        WebReply reply = judged(dispatcher.room_, request.path, [&] {
-            return inSession(dispatcher, request, [&](const Session& session, WebReply&) {
-                rest = (dispatcher.backups_.*method)(session, parseBody(request.body));
-            });
+        WebReply reply = judged(&dispatcher.room_, request.path, [&] {
+            return inSession(
+                dispatcher, request, &dispatcher.room_, [&](const Session& session, WebReply&) {
+                    rest = (dispatcher.backups_.*method)(session, parseBody(request.body));
+                });
         });
         if (!rest) {
             respond(std::move(reply));
@@ -192,7 +188,7 @@ struct Dispatcher::Endpoint {
         return dispatcher.endings_.run(
             clientNetwork(request.peer), reply.user,
             [&dispatcher, path = request.path, user = reply.user, rest = std::move(rest)] {
-                WebReply done = judged(dispatcher.room_, path, [&rest] {
+                WebReply done = judged(&dispatcher.room_, path, [&rest] {
                     WebReply answer;
                     answer.body = json::serialize(rest());
                     return answer;
@@ -220,13 +216,14 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
         {"/dorvo/WebServer/user/Login.php", loginBody, nullptr, &Endpoint::login},
         {"/dorvo/WebServer/user/Logout.php", smallBody, &Endpoint::logout},
         {"/dorvo/WebServer/catalog/FilesToBackup.php", listBody,
-         Endpoint::backup<&B::filesToBackup>},
+         Endpoint::backup<&B::filesToBackup>, nullptr, true},
         {"/dorvo/WebServer/catalog/ListInstances.php", smallBody,
          Endpoint::backup<&B::listInstances>},
         {"/dorvo/WebServer/jobs/StartJob.php", smallBody, Endpoint::backup<&B::startJob>},
         {"/dorvo/Storage Server/backupServer/uploadfile.php", smallBody,
-         Endpoint::backup<&B::uploadFile>},
-        {"/dorvo/Storage Server/backupServer/uploadblock.php", smallBody, &Endpoint::uploadBlock},
+         Endpoint::backup<&B::uploadFile>, nullptr, true},
+        {"/dorvo/Storage Server/backupServer/uploadblock.php", smallBody, &Endpoint::uploadBlock,
+         nullptr, true},
         {"/dorvo/WebServer/jobs/AddErrorFiles.php", listBody, Endpoint::backup<&B::addErrorFiles>},
         {"/dorvo/Storage Server/backupServer/endjob.php", smallBody, nullptr,
          &Endpoint::ending<&B::endJob>},
@@ -255,10 +252,11 @@ Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, DiskRoom& room,
     : room_(room),
       accounts_(catalog, sessionLifetime),
       backups_(catalog, blocks, room),
-      restores_(catalog, blocks),
+      restores_(catalog, blocks, room),
       keys_(catalog),
       logins_(loginOptions()),
-      endings_(endingOptions()) {}
+      // Of these no more wait than there are connections.
+      endings_({.threads = endingThreads}) {}
 
 void Dispatcher::stop() {
     logins_.stop();
@@ -283,7 +281,7 @@ Admission Dispatcher::admit(const WebRequest& head) {
 
 std::optional<WebReply> Dispatcher::judgeLargeBody(const WebRequest& head) {
     std::optional<WebReply> refusal;
-    WebReply reply = judged(room_, head.path, [&] {
+    WebReply reply = judged(&room_, head.path, [&] {
         return accounts_.session(head.cookie) ? WebReply() : errorReply(401, "no valid session");
     });
     if (reply.status != 200) {
@@ -301,9 +299,9 @@ std::optional<LongPoll> Dispatcher::handle(const WebRequest& request, Respond re
     if (endpoint != nullptr && endpoint->begin != nullptr) {
         return endpoint->begin(*this, request, std::move(respond));
     }
-    respond(judged(room_, request.path, [&] {
+    respond(judged(&room_, request.path, [&] {
         return endpoint == nullptr ? errorReply(404, "no such path")
-                                   : endpoint->handle(*this, request);
+                                   : endpoint->handle(*this, *endpoint, request);
     }));
     return {};
 }

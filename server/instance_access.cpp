@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 
+#include "disk_full.h"
 #include "json_body.h"
 #include "service_error.h"
 
@@ -29,6 +30,25 @@ std::string reportedPath(std::string_view path) {
     return usable.empty() ? "?" : usable;
 }
 
+// The user's instance, which is in use with that, or the refusal.
+Instance usedInstance(Catalog& catalog, const Session& session, std::string_view name,
+                      const ServiceError& refusal) {
+    auto instance = catalog.findInstance(name);
+    if (!instance || instance->userId != session.userId) {
+        throw refusal;
+    }
+    const bool underWay =
+        instance->state == InstanceState::pending || instance->state == InstanceState::running;
+    if (underWay && instance->idle > 0) {
+        try {
+            catalog.useInstance(instance->id);
+        } catch (const DiskFull&) {
+            // What frees the disk must go on; the next request says so again.
+        }
+    }
+    return *std::move(instance);
+}
+
 }  // namespace
 
 std::string_view idMember(const json::object& body, std::string_view key) {
@@ -36,25 +56,11 @@ std::string_view idMember(const json::object& body, std::string_view key) {
 }
 
 Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name) {
-    auto instance = catalog.findInstance(name);
-    if (!instance || instance->userId != session.userId) {
-        throw ServiceError(404, "no such backup");
-    }
-    if (instance->idle > 0) {
-        catalog.useInstance(instance->id);
-    }
-    return *std::move(instance);
+    return usedInstance(catalog, session, name, ServiceError(404, "no such backup"));
 }
 
 Instance namedInstance(Catalog& catalog, const Session& session, std::string_view name) {
-    auto instance = catalog.findInstance(name);
-    if (!instance || instance->userId != session.userId) {
-        throw ServiceError(403, "another user's backup");
-    }
-    if (instance->idle > 0) {
-        catalog.useInstance(instance->id);
-    }
-    return *std::move(instance);
+    return usedInstance(catalog, session, name, ServiceError(403, "another user's backup"));
 }
 
 void requireRunning(const Instance& instance) {

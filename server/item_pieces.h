@@ -2,7 +2,9 @@
 // between them.
 #pragma once
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "catalog.h"
@@ -17,7 +19,9 @@ void forEachPiece(Catalog& catalog, int64_t instance, const Look& look) {
     constexpr size_t piece = 1000;
     std::string after;
     while (true) {
+        const auto begin = std::chrono::steady_clock::now();
         std::vector<CatalogItem> items = catalog.listItems(instance, after, piece);
+        const auto took = std::chrono::steady_clock::now() - begin;
         bool last = items.size() < piece;
         for (size_t i = 0; i < items.size(); ++i) {
             if (items[i].path <= after) {
@@ -31,6 +35,8 @@ void forEachPiece(Catalog& catalog, int64_t instance, const Look& look) {
         if (last) {
             return;
         }
+        // Who lets the catalog go and comes again at once has it before those who wait for it.
+        std::this_thread::sleep_for(took);
     }
 }
 

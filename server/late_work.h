@@ -6,6 +6,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -23,9 +24,9 @@ class LateWork {
 public:
     struct Options {
         size_t threads = 1;
-        size_t waiting = 64;  // beyond those that are worked on
-        int nice = 0;         // how much less of the processors they get than others
-        WebReply full;        // the answer to those for whom there is no room
+        size_t waiting = SIZE_MAX;  // beyond those that are worked on
+        int nice = 0;               // how much less of the processors they get than others
+        WebReply full{};  // where that is bounded: the answer to those for whom there is no room
     };
     using Work = std::function<WebReply()>;
 

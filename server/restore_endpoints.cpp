@@ -27,8 +27,8 @@ constexpr size_t pageFiles = 1000;
 // Of paths: what ordinary ones never come to in a page, and extraordinary ones soon would.
 constexpr size_t pageBytes = size_t{1} << 20U;
 
-// Behind every path: they are UTF-8, which has no such byte.
-constexpr std::string_view afterAllPaths = "\xff";
+// How long a count of lost items stands. The catalog's rows can be spoilt at any time.
+constexpr std::chrono::minutes lostKept(10);
 
 // Clients keep it where they keep the ids of backups, which are UUIDs.
 std::string newRestoreId() {
@@ -90,7 +90,13 @@ Instance RestoreEndpoints::machinesBackup(const Session& session, const json::ob
 
 // Says so in an answer of its own: waiting brings nothing back. The next backup sends the file.
 void RestoreEndpoints::refuseDamaged(const StoredFile& file, uint64_t block) {
-    if (catalog_.damagePackage(file)) {
+    bool isNews = true;
+    try {
+        isNews = room_.givingWay([&] { return catalog_.damagePackage(file); });
+    } catch (const DiskFull&) {
+        // The next restore of it, or the check when a backup ends, finds it again.
+    }
+    if (isNews) {
         logEvent("damaged: block " + std::to_string(block) + " of the package at " +
                  std::to_string(file.offset) + " of container " + std::to_string(file.container));
     }
@@ -198,7 +204,23 @@ json::object RestoreEndpoints::listFiles(const Session& session, const json::obj
         return {{"source", std::move(source)}, {"next", page.last}};
     }
     // A list that has lost items must not pass for a whole one.
-    return {{"source", std::move(source)}, {"next", ""}, {"missing", countLost(catalog_, backup)}};
+    return {{"source", std::move(source)}, {"next", ""}, {"missing", lostOf(backup)}};
+}
+
+int64_t RestoreEndpoints::lostOf(const Instance& backup) {
+    const auto now = std::chrono::steady_clock::now();
+    {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(lost_,
+                      [now](const auto& item) { return item.second.since + lostKept < now; });
+        if (const auto known = lost_.find(backup.id); known != lost_.end()) {
+            return known->second.items;
+        }
+    }
+    const int64_t items = countLost(catalog_, backup);
+    const std::lock_guard lock(mutex_);
+    lost_[backup.id] = {items, now};
+    return items;
 }
 
 json::object RestoreEndpoints::restoreJobHistory(const Session& session, const json::object& body) {

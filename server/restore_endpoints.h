@@ -6,18 +6,23 @@
 #pragma once
 
 #include <boost/json/fwd.hpp>
+#include <chrono>
+#include <map>
+#include <mutex>
 #include <span>
 #include <string>
 
 #include "block_store.h"
 #include "catalog.h"
+#include "disk_room.h"
 
 namespace dorvo {
 
 class RestoreEndpoints {
 public:
-    // Borrows both.
-    RestoreEndpoints(Catalog& catalog, BlockStore& blocks) : catalog_(catalog), blocks_(blocks) {}
+    // Borrows all.
+    RestoreEndpoints(Catalog& catalog, BlockStore& blocks, DiskRoom& room)
+        : catalog_(catalog), blocks_(blocks), room_(room) {}
 
     boost::json::object startRestoreJob(const Session& session, const boost::json::object& body);
     boost::json::object getFileInfo(const Session& session, const boost::json::object& body);
@@ -36,9 +41,19 @@ private:
     std::string readBlock(const StoredFile& file, uint64_t number, std::span<char> bytes);
     // Remembers that the package is damaged, and throws.
     [[noreturn]] void refuseDamaged(const StoredFile& file, uint64_t block);
+    // countLost() of what was asked about lately as it was then: a client asks at the end of each
+    // of its lists, of which a restore can have thousands.
+    int64_t lostOf(const Instance& backup);
 
     Catalog& catalog_;
     BlockStore& blocks_;
+    DiskRoom& room_;
+    struct Lost {
+        int64_t items = 0;
+        std::chrono::steady_clock::time_point since;
+    };
+    std::mutex mutex_;  // guards lost_
+    std::map<int64_t, Lost> lost_;
 };
 
 }  // namespace dorvo

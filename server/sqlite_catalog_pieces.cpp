@@ -17,9 +17,6 @@ using Clock = std::chrono::steady_clock;
 // A few milliseconds of work.
 constexpr size_t pieceFiles = 1000;
 
-// Behind every path: they are UTF-8, which has no such byte.
-constexpr const char* afterAllPaths = "\xff";
-
 }  // namespace
 
 void SqliteCatalog::inPieces(const std::function<bool()>& step) {

@@ -17,7 +17,8 @@ struct SqliteCatalog::Statements {
         " i.compress, i.totalfiles, i.totaldirectories, i.totalsize, i.items, i.idle FROM"
         " instances i"
         " JOIN machines m ON m.id = i.machine ";
-    const std::string incomplete = "(kind = 0 OR blocks * 131072 < size)";
+    const std::string incomplete =
+        "(kind = 0 OR blocks * " + std::to_string(blockBytes) + " < size)";
     // As sqliteFile() reads them.
     const std::string selectFile =
         "SELECT path, kind, attributes, mtime, compress, size, blocks, f.container, f.offset,"

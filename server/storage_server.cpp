@@ -124,7 +124,7 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     whileThereIsRoom([this] { catalog_.everythingIsSynced(); });
     syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
     abandonedRuns_ = std::make_unique<AbandonedRuns>(
-        catalog_, options.runLifetime,
+        catalog_, room_, options.runLifetime,
         [this](const std::string& name, std::chrono::seconds lifetime) {
             dispatcher_.giveUp(name, lifetime.count());
         });
@@ -179,14 +179,7 @@ void StorageServer::stop() {
 
 void StorageServer::recordEnd() {
     try {
-        try {
-            catalog_.endService();
-        } catch (const DiskFull&) {
-            if (!room_.giveWay()) {
-                throw;
-            }
-            catalog_.endService();
-        }
+        room_.givingWay([this] { catalog_.endService(); });
         generations_->follow();
     } catch (const DiskFull& full) {
         // Everything is on the disk but this: the next start takes it for a crash, which costs
