@@ -62,6 +62,9 @@ std::string runFailure(uint32_t code, const std::string& user) {
             return "no machine is found by the name in " + serverText() + " (error " +
                    std::to_string(code) +
                    "): see to the network, or run 'agent server set HOST:PORT'";
+        case errorOtherServer:
+            return "it has begun at another server than " + serverText() +
+                   ", which has nothing of it: the next run begins there";
         default: break;
     }
     return isKeyError(code) ? keyErrorText(code, user) : text;

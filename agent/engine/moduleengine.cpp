@@ -77,16 +77,16 @@ std::string theJob(const JobDefinition& job) {
     return "The job '" + toUtf8(job.name()) + "' ";
 }
 
-// The sessions, the passwords, and the runs to be dropped.
+// The sessions, the passwords, and the runs that are at the server.
 void bindStores(const std::string& server, Bind which) {
     if (server.empty()) {
         return;
     }
-    PendingDrops::bindTo(server, which);
-    if (!(cookies().bindTo(server, which) && passwords().bindTo(server, which))) {
+    if (!(PendingDrops::bindTo(server, which) && cookies().bindTo(server, which) &&
+          passwords().bindTo(server, which))) {
         throw AgentError(
-            "The sessions and passwords could not be written: see to the room on the disk and the "
-            "rights in the data directory");
+            "The sessions, the passwords or what is known of unfinished runs could not be written: "
+            "see to the room on the disk and the rights in the data directory");
     }
 }
 

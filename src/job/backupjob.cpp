@@ -5,7 +5,9 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/rm_rf.h"
+#include "base/singleton.h"
 #include "job/backuprun.h"
+#include "job/jobmanager.h"
 #include "job/source/volumemap.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
@@ -40,9 +42,10 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services service
             return makeIncrementCheck(backup(), instanceText(), *activity().get(), stopEvent());
         };
     }
-    if (!services_.dropRun) {
-        services_.dropRun = [this](const PendingDrop& drop) {
-            return dropBackupRun(backup(), drop, stopEvent());
+    if (!services_.tellDrops) {
+        services_.tellDrops = [] {
+            ATL::CComSingleton<JobManagerImpl, ATL::CComAutoCriticalSection>::instance()
+                ->tellDrops();
         };
     }
 }
@@ -51,19 +54,15 @@ BackupJob::~BackupJob() {
     shutdown();
     planner_.stop();
     if (removing()) {
-        handOnDrops();
+        drops_.handOn(definition());
     }
-}
-
-// A storage that is not told of what becomes of a run would keep it for ever.
-void BackupJob::handOnDrops() {
-    if (state() == static_cast<int32_t>(JobState::paused) && !instanceText().empty()) {
-        drops_.add(drop());
-    }
-    drops_.handOn(definition());
 }
 
 bool BackupJob::init() {
+    if (!running() && activity().get() != nullptr && !restartable(state()) &&
+        !instanceText().empty()) {
+        drops_.note(placeOfRun());  // that of an older version, before it may be recorded as ended
+    }
     if (!TransferJob::init()) {
         return false;
     }
@@ -74,17 +73,6 @@ bool BackupJob::init() {
     }
     plan(PlanReason::loaded);
     return true;
-}
-
-void BackupJob::crashLeft(JobState next) {
-    if (next == JobState::cancelled) {
-        // The process died before the storage was told, or its record. Once the record says so
-        // nobody would look for it any more.
-        drops_.add(drop());
-    } else {
-        // It had failed, and the storage could not be told: now it would lose the run that goes on.
-        drops_.forget(instanceText());
-    }
 }
 
 unsigned long BackupJob::run() {
@@ -140,7 +128,6 @@ void BackupJob::tidyUp(int endCode) {
 }
 
 bool BackupJob::openStorage() {
-    server_ = serverOfOptions();
     storage_ = createStorage(StorageUse::items);
     return storage_ && storage_->start();
 }
@@ -149,33 +136,46 @@ bool BackupJob::recordError(const wchar_t* path, DWORD code, const std::string& 
     return storage_->recordError(path, code, reason);
 }
 
+// A completed run is never dropped: it is recorded as such when its note is gone.
 bool BackupJob::completeAtStorage() {
-    return storage_->end();
+    return storage_->end() && drops_.forget(instanceText());
 }
 
 bool BackupJob::dropAtStorage(int) {
-    if (!storage_) {
-        server_ = serverOfOptions();
+    if (!storage_ && noteRun()) {
         storage_ = createStorage(StorageUse::end);
     }
-    if (!storage_ || !storage_->cancel()) {
-        const LastErrorGuard keep;
-        drops_.failed(drop(), keep.error());
-        return false;
+    const bool dropped = storage_ && storage_->cancel();
+    const LastErrorGuard keep;
+    if (dropped || isRefusal(keep.error())) {
+        drops_.forget(instanceText());
     }
-    tellDrops();
-    return true;
+    if (dropped) {
+        services_.tellDrops();  // the storage is there: it hears of the others, too
+    }
+    return dropped;
 }
 
-void BackupJob::tellDrops() {
-    drops_.tell(services_.dropRun);
+bool BackupJob::noteRun() {
+    const PendingDrop place = placeOfRun();
+    const std::optional<PendingDrop> noted = drops_.note(place);
+    if (!noted || noted->server.empty() || noted->server == place.server) {
+        return noted.has_value();
+    }
+    log(LogLevel::error,
+        "Run {%s} of job {%s} has begun at the server {%s}, and {%s} is set: the next run begins "
+        "there.\n",
+        noted->instanceId.c_str(), definition().id().c_str(), noted->server.c_str(),
+        place.server.c_str());
+    SetLastError(errorOtherServer);
+    return false;
 }
 
-PendingDrop BackupJob::drop() const {
+PendingDrop BackupJob::placeOfRun() const {
     if (backup().storage() == StorageKind::local) {
         return {instanceText(), backup().location()};
     }
-    return {instanceText(), {}, storage_ ? server_ : serverOfOptions()};
+    return {instanceText(), {}, serverOfOptions()};
 }
 
 std::unique_ptr<BackupStorage> BackupJob::createStorage(StorageUse use) {

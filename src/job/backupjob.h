@@ -29,8 +29,8 @@ public:
         DWORD snapshotRetryMs = 10'000;  // from one try at a busy snapshot service to the next
         // Null, with the last error, when there can be none.
         std::function<std::unique_ptr<IncrementCheck>()> incrementCheck;
-        // Has an earlier run dropped. False leaves the last error.
-        std::function<bool(const PendingDrop&)> dropRun;
+        // Has the runs told that storages are to drop; does not wait for it.
+        std::function<void()> tellDrops;
         // Both borrowed; null for those of the process.
         ScheduleManagerImpl* schedules = nullptr;
         const ScheduleClock* clock = nullptr;
@@ -49,7 +49,6 @@ protected:
     bool commandimpl(const char* text) override;
     void startAsked(bool refused) override;
     void runEnds() override;
-    void crashLeft(JobState next) override;
     int cleanup(int endCode) override;
 
     // A new back end for the run, null with the last error when there can be none. Work thread.
@@ -71,12 +70,11 @@ private:
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
-    // A run that the storage could not be told of is dropped later: with the next run, or when the
-    // storage has dropped another one.
     bool dropAtStorage(int endCode) override;
-    void tellDrops();
-    void handOnDrops();
-    PendingDrop drop() const;
+    // Notes where the run is, before its storage hears of it. False with the last error:
+    // errorOtherServer when the run has begun at another one than is set now.
+    bool noteRun();
+    PendingDrop placeOfRun() const;
     void closeStorage() override { storage_.reset(); }
     FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {
         return endFailure(failure, failures);
@@ -93,7 +91,6 @@ private:
     // The work thread's.
     VolumeMap volumes_;
     std::unique_ptr<BackupStorage> storage_;
-    std::string server_;  // which was set when the storage was made
 };
 
 }  // namespace dorvo

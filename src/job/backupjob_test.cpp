@@ -1,16 +1,59 @@
-// How backup runs end, and what becomes of those that their storage could not be told to drop.
+// How backup runs end, and what becomes of those that their storage is to drop.
 #include "job/backupjob.h"
 
 #include <deque>
 
 #include "job/scripted_job.h"
+#include "settings/options.h"
 
 namespace dorvo {
 namespace {
 
 using namespace test;
 
-class BackupJobTest : public ScriptedJobTest {};
+class BackupJobTest : public ScriptedJobTest {
+protected:
+    // The runs of the job that its storage would be told to drop now.
+    static Names toldOf(const std::string& id = "j1") {
+        Names told;
+        PendingDrops(id).tell([&](const PendingDrop& drop) {
+            told.push_back(drop.instanceId + "@" + drop.server);
+            SetLastError(WSAECONNRESET);
+            return false;
+        });
+        return told;
+    }
+    static void setServer(unsigned short port) {
+        ASSERT_TRUE(singleton<OptionsImpl>().setServerInfo("", "127.0.0.1", port));
+    }
+
+    // What the next process makes of what this one would leave if it died now.
+    struct Found {
+        int32_t state = 0;
+        uint32_t error = 0;
+        bool told = false;  // that the run is to be dropped
+    };
+    Found cutOff() {
+        const std::wstring left = dataPath(L"\\job\\j1");
+        const std::wstring found = dataPath(L"\\job\\k");
+        JobActivity record{};
+        EXPECT_TRUE(JobActivityHandle::read("j1", record));
+        write(found + L"\\info",
+              std::string(reinterpret_cast<const char*>(&record), sizeof(record)));
+        if (const std::wstring note = L"\\drops\\" + toWide(uuidText(record.instanceId));
+            exists(left + note)) {
+            write(found + note, contentOf(left + note));
+        }
+        Found what;
+        {
+            const auto next = makeBackup({sources()}, "k");
+            EXPECT_TRUE(next->init());
+            what = {next->state(), next->record().endError, !toldOf("k").empty()};
+        }
+        rm_rf(found, true);
+        return what;
+    }
+};
 
 TEST_F(BackupJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
     struct Row {
@@ -101,46 +144,198 @@ TEST_F(BackupJobTest, AnAnswerToTheEndIsBelievedWhenItLastsOrMeetsTheStartToo) {
     }
 }
 
-// A run that nobody dropped would be listed as running, and keep its packages, for ever.
-TEST_F(BackupJobTest, ACancelThatCouldNotBeToldIsToldLater) {
+// Told to drop a run that goes on, a storage would take nothing more of it; told nothing of one
+// that does not, it would list it as running, and keep its packages, for ever.
+TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth) {
     struct Row {
         const char* name;
-        DWORD error;  // of the cancel
-        DWORD again;  // of what comes with the next run
-        unsigned told;
+        void (*script)(Script& script);
+        bool stopped;
+        int32_t ends;
+        bool told;  // afterwards, and not by the run itself
     };
-    const Row rows[] = {{"told", 0, 0, 0},
-                        {"no network", WSAECONNRESET, 0, 1},
-                        {"no session", 0x20010191, 0, 1},
-                        {"twice without network", WSAECONNRESET, WSAECONNRESET, 2},
-                        {"a place that is away, then completed", WSAESTALE, ERROR_INVALID_STATE, 1},
-                        {"refused", 0x20010199, 0, 0}};
+    const auto lost = [](Script& script) { script.items["b"] = {WSAECONNRESET}; };
+    const auto lostTwice = [](Script& script) {
+        script.items["b"] = {WSAECONNRESET};
+        script.cancel = {WSAECONNRESET};
+    };
+    const auto refused = [](Script& script) { script.cancel = {0x20010199}; };
+    const auto unrecorded = [](Script& script) {
+        script.items["b"] = {ERROR_ACCESS_DENIED};
+        script.record = {ERROR_WRITE_FAULT};
+    };
+    const auto unrecordedLost = [](Script& script) {
+        script.items["b"] = {ERROR_ACCESS_DENIED};
+        script.record = {ERROR_WRITE_FAULT};
+        script.cancel = {0x20010191};
+    };
+    const Row rows[] = {
+        {"it completes", [](Script&) {}, false, completed, false},
+        {"its end is refused", [](Script& script) { script.end = {ERROR_INVALID_STATE}; }, false,
+         failed, false},
+        {"nobody hears of that",
+         [](Script& script) {
+             script.end = {ERROR_INVALID_STATE};
+             script.cancel = {WSAECONNRESET};
+         },
+         false, failed, true},
+        {"it fails", unrecorded, false, failed, false},
+        {"it fails, and has no session any more", unrecordedLost, false, failed, true},
+        {"it is stopped", [](Script&) {}, true, cancelled, false},
+        {"nobody hears of the stop", lostTwice, true, cancelled, true},
+        {"the stop is refused", refused, true, cancelled, false},
+        {"it pauses, and is stopped then", lost, true, cancelled, false},
+    };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         rm_rf(dataPath(L"\\job"), true);
         script_ = {};
-        script_.cancel = {row.error};
+        row.script(script_);
+        const bool pauses = !script_.items.empty();
+        const auto job = makeBackup();
+        const LogCapture quiet;
+        size_t cuts = 0;
+        std::string before;
+        const auto look = [&] {
+            const auto heard = [&](const char* call) { return script_.count(call) != 0; };
+            const bool noted =
+                exists(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
+            std::string now = std::to_string(job->state()) + "/" +
+                              std::to_string(job->record().pendingState) + "/";
+            for (const bool thing :
+                 {noted, script_.listed != 0, heard("start"), heard("end"), heard("cancel")}) {
+                now += thing ? "1" : "0";
+            }
+            if (std::exchange(before, now) == now) {
+                return;
+            }
+            SCOPED_TRACE(now);
+            const Found found = cutOff();
+            const bool goesOn = found.state == paused;
+            ++cuts;
+            EXPECT_FALSE(goesOn && (found.told || heard("cancel")));
+            EXPECT_TRUE(goesOn || found.told || heard("cancel") || found.state == completed);
+            EXPECT_FALSE(found.told && row.ends == completed);
+            EXPECT_EQ(found.error != 0, found.state == failed || found.state == cancelled);
+            EXPECT_TRUE(noted || script_.listed == 0 || heard("end") || heard("cancel"));
+        };
+        script_.onCheck = script_.onList = script_.onEnds = look;
+        script_.onCall = [&] {
+            if (script_.count("cancel") != 0) {
+                job->pause(true);  // comes too late
+            }
+            look();
+        };
+        script_.onCleanup = [&](int) { look(); };
+        script_.onItem = [&](const std::string& name) {
+            if (name == "b" && row.stopped && !pauses) {
+                EXPECT_TRUE(job->stop());
+            }
+        };
+        run(*job);
+        if (job->state() == paused) {
+            EXPECT_TRUE(job->stop());
+            ASSERT_TRUE(job->wait(60'000));
+        }
+        EXPECT_EQ(job->state(), row.ends);
+        EXPECT_GE(cuts, 5u);
+        look();
+        EXPECT_EQ(toldOf().size(), row.told ? 1u : 0u);
+        EXPECT_EQ(exists(dataPath(L"\\job\\j1\\drops")), row.told);
+        const bool heard = !row.told && script_.count("cancel") != 0 && row.name != rows[7].name;
+        EXPECT_EQ(script_.wakes, (script_.count("start") != 0 ? 1u : 0u) + (heard ? 1u : 0u));
+    }
+}
+
+// What one server has of the run would be missing at another, which would call it completed.
+TEST_F(BackupJobTest, ARunGoesOnAndIsDroppedAtTheServerThatHasIt) {
+    struct Row {
+        const char* name;
+        bool sameServer;  // under its new address
+        bool stopped;
+        int32_t ends;
+    };
+    const Row rows[] = {{"resumed", false, false, failed},
+                        {"stopped", false, true, cancelled},
+                        {"resumed where it has moved to", true, false, completed},
+                        {"stopped where it has moved to", true, true, cancelled}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
         script_.items["b"] = {WSAECONNRESET};
+        setServer(1);
         const auto job = makeBackup();
         const LogCapture quiet;
         run(*job);
         ASSERT_EQ(job->state(), paused);
-        const std::string expected = "drop " + job->instanceText() + " ";
-        EXPECT_TRUE(job->stop());
-        ASSERT_TRUE(job->wait(60'000));
-        EXPECT_EQ(job->state(), cancelled);
-        EXPECT_TRUE(job->init()) << "which does not make it one that nobody was told of";
-        script_.calls.clear();
-        script_.drop = {row.again};
-        for (unsigned again = 0; again < 3; ++again) {
-            run(*job);
-            EXPECT_EQ(job->state(), completed);
+        const std::string instance = job->instanceText();
+        setServer(2);
+        if (row.sameServer) {
+            EXPECT_TRUE(PendingDrops::bindTo("127.0.0.1:2", Bind::all));
         }
-        EXPECT_EQ(script_.count(expected), row.told);
-        // The run comes first.
-        EXPECT_EQ(script_.calls[0], "start");
-        EXPECT_EQ(script_.calls[1] == expected, row.told != 0);
+        script_.calls.clear();
+        if (row.stopped) {
+            EXPECT_TRUE(job->stop());
+            ASSERT_TRUE(job->wait(60'000));
+        } else {
+            run(*job);
+        }
+        EXPECT_EQ(job->state(), row.ends);
+        EXPECT_EQ(script_.calls.empty(), !row.sameServer);
+        EXPECT_EQ(toldOf(), row.sameServer ? Names{} : Names{instance + "@127.0.0.1:1"});
+        if (row.ends == failed) {
+            EXPECT_EQ(job->record().endError, errorOtherServer);
+            run(*job);
+            EXPECT_EQ(job->state(), completed) << "the next one begins at the other";
+        }
     }
+    // One that is set while the list is made.
+    setServer(1);
+    script_ = {};
+    script_.onList = [] { setServer(2); };
+    const auto job = makeBackup();
+    const LogCapture quiet;
+    run(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_TRUE(script_.calls.empty());
+}
+
+// Nothing is asked of a storage before it is on record where, and nothing is lost while somebody
+// has the note open.
+TEST_F(BackupJobTest, ARunWaitsForItsNote) {
+    const std::wstring folder = dataPath(L"\\job\\j1\\drops");
+    const auto job = makeBackup();
+    const LogCapture quiet;
+    script_.items["b"] = {WSAECONNRESET};
+    write(folder, "in the way");
+    run(*job);
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_TRUE(script_.calls.empty());
+    DeleteFileW(folder.c_str());
+    run(*job);
+    ASSERT_EQ(job->state(), paused);
+    EXPECT_FALSE(script_.calls.empty());
+
+    const std::wstring note = folder + L"\\" + toWide(job->instanceText());
+    std::optional<Held> held(std::in_place, note);
+    script_.calls.clear();
+    run(*job);
+    EXPECT_EQ(job->state(), paused);
+    EXPECT_TRUE(script_.calls.empty());
+    held.reset();
+    script_.onCall = [&] {
+        if (!script_.calls.empty() && script_.calls.back() == "end") {
+            held.emplace(note);
+        }
+    };
+    run(*job);
+    EXPECT_EQ(job->state(), paused) << "completed, it could be told to be dropped";
+    held.reset();
+    script_.onCall = nullptr;
+    run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_FALSE(exists(note));
 }
 
 // Whose directory goes with all that is noted there.
@@ -150,10 +345,12 @@ TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
         bool stopped;
         DWORD cancel;
         bool kept;
+        bool older;  // the run was begun by a version that noted none
     };
-    const Row rows[] = {{"told", true, 0, false},
-                        {"not told", true, WSAECONNRESET, true},
-                        {"paused all the while", false, 0, true}};
+    const Row rows[] = {{"told", true, 0, false, false},
+                        {"not told", true, WSAECONNRESET, true, false},
+                        {"paused all the while", false, 0, true, false},
+                        {"paused by an older version", false, 0, true, true}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         script_ = {};
@@ -169,52 +366,33 @@ TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
             EXPECT_TRUE(job->stop());
             ASSERT_TRUE(job->wait(60'000));
         }
+        if (row.older) {
+            EXPECT_TRUE(PendingDrops("j1").forget(job->instanceText()));
+            EXPECT_TRUE(job->init());
+        }
         EXPECT_TRUE(job->remove());
-        job.reset();
+        {
+            // Whatever of the job stays, its run is not taken for one that goes on.
+            static FileHandle held;
+            held.reset(CreateFileW(
+                (dataPath(L"\\job\\j1\\drops\\") + drop.substr(folder.size() + 1)).c_str(),
+                GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+            const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {
+                JobActivity record{};
+                EXPECT_TRUE(JobActivityHandle::read("j1", record));
+                EXPECT_FALSE(record.hasInstance());
+                held.reset();
+            });
+            EXPECT_EQ(static_cast<bool>(held), row.kept);
+            job.reset();
+            EXPECT_FALSE(held) << "it was waited for";
+            SharingRetry::pause = pause;
+        }
         EXPECT_FALSE(exists(dataPath(L"\\job\\j1")));
         EXPECT_EQ(exists(drop), row.kept);
         EXPECT_EQ(exists(folder + L"\\def"), row.kept);
         rm_rf(folder, true);
     }
-}
-
-// It had failed, and was about to say so: dropped while it goes on, nothing of it would be taken.
-TEST_F(BackupJobTest, ARunThatGoesOnAfterItsDropWasKeptIsNotDropped) {
-    script_.items["b"] = {WSAECONNRESET};
-    const auto job = makeBackup();
-    run(*job);
-    ASSERT_EQ(job->state(), paused);
-    job->record().state = static_cast<int32_t>(JobState::running);
-    PendingDrops("j1").add({job->instanceText(), L""});
-    EXPECT_TRUE(job->init());
-    EXPECT_EQ(job->state(), paused);
-    EXPECT_FALSE(PendingDrops("j1").any()) << "also for those who tell without the job";
-    script_.calls.clear();
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(script_.count("drop " + job->instanceText() + " "), 0u);
-}
-
-TEST_F(BackupJobTest, ARunThatDiedWhileItWasCancelledIsDroppedAndLeavesNoPackage) {
-    const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
-    const auto job = makeBackup();
-    job->record().state = static_cast<int32_t>(JobState::canceling);
-    job->record().instanceId.fill(7);
-    const std::string expected = "drop " + job->instanceText() + " ";
-    write(package, "half a package");
-    unsigned before = 0;
-    script_.onCrashLeft = [&] {
-        ++before;
-        EXPECT_EQ(job->state(), static_cast<int32_t>(JobState::canceling));
-        EXPECT_TRUE(PendingDrops("j1").any()) << "or a crash right after would lose it";
-    };
-    EXPECT_TRUE(job->init());
-    EXPECT_EQ(before, 1u);
-    EXPECT_EQ(job->state(), cancelled);
-    EXPECT_FALSE(exists(package));
-    run(*job);
-    EXPECT_EQ(script_.calls[1], expected);
-    EXPECT_EQ(script_.count(expected), 1u);
 }
 
 }  // namespace

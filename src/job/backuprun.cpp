@@ -146,7 +146,7 @@ void BackupRun::findLostVolumes() {
 }
 
 bool BackupRun::prepare() {
-    if ((resumed_ && !speakFirst()) || !makeSnapshots() || !makeList()) {
+    if ((resumed_ && !(noteRun() && speakFirst())) || !makeSnapshots() || !makeList()) {
         return false;
     }
     if (!reader_.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
@@ -157,11 +157,21 @@ bool BackupRun::prepare() {
     }
     // Packages are encoded anew.
     rm_rf(itemTempFolder(job_.definition().id()), false);
-    if (!startStorage("Start to backing up files.\n")) {
+    if (!noteRun() || !startStorage("Start to backing up files.\n")) {
         return false;
     }
-    job_.tellDrops();  // which come after what the run has to say itself
+    job_.services_.tellDrops();  // the storage is there
     return true;
+}
+
+// Before the storage hears of the run, and once more when another server may have been set while
+// the list was made: what this one has would be missing there.
+bool BackupRun::noteRun() {
+    if (job_.noteRun()) {
+        return true;
+    }
+    const LastErrorGuard keep;
+    return keep.error() == errorOtherServer ? refuse(keep.error()) : pause(keep.error());
 }
 
 // A run that goes on makes sure of its storage before it takes snapshots: it may have failed for
@@ -251,7 +261,7 @@ bool BackupRun::makeList() {
     if (listed_) {
         return true;
     }
-    if (!beginList()) {
+    if (!beginList() || !noteRun()) {
         return false;
     }
     job_.atStorage_ = true;

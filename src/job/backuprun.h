@@ -23,6 +23,7 @@ private:
 
     bool loadVolumes();
     bool prepare();
+    bool noteRun();
     bool speakFirst();
     bool makeSnapshots();
     bool takeSnapshots();

@@ -1,10 +1,5 @@
 #include "job/dropteller.h"
 
-#include <jobdef/jobdefinitionfactory.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "base/error_text.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -13,31 +8,10 @@
 #include "job/storagefactory.h"
 
 namespace dorvo {
-namespace {
 
-constexpr DWORD againMs = 60 * 60 * 1000;
-
-// Each with the folder of its definition.
-template <class Visit>
-bool anyDrops(const Visit& visit) {
-    bool any = false;
-    for (const std::wstring& directory : jobDirectories()) {
-        const PendingDrops drops(toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
-        any = (drops.any() && visit(directory, drops)) || any;
-    }
-    for (const std::wstring& folder : PendingDrops::handedOn()) {
-        const PendingDrops drops(folder);
-        any = (drops.any() && visit(folder, drops)) || any;
-    }
-    return any;
-}
-
-}  // namespace
-
-DropTeller::DropTeller(Drop drop)
-    : drop_(drop ? std::move(drop)
-                 : [](const JobDefinition& definition, const PendingDrop& pending,
-                      HANDLE stop) { return dropBackupRun(definition, pending, stop, 0); }),
+DropTeller::DropTeller(Drop drop, DWORD againMs)
+    : drop_(drop ? std::move(drop) : Drop(dropBackupRun)),
+      againMs_(againMs),
       stopEvent_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       wakeEvent_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
 
@@ -45,9 +19,6 @@ void DropTeller::wake() {
     const std::lock_guard guard(lock_);
     if (thread_ != nullptr) {
         SetEvent(wakeEvent_.get());
-        return;
-    }
-    if (!anyDrops([](const std::wstring&, const PendingDrops&) { return true; })) {
         return;
     }
     ResetEvent(stopEvent_.get());
@@ -74,39 +45,60 @@ DWORD WINAPI DropTeller::body(void* self) {
 }
 
 void DropTeller::run() {
-    for (;;) {
-        const DWORD timeout = tellAll() ? againMs : INFINITE;
-        const HANDLE either[] = {stopEvent_.get(), wakeEvent_.get()};
-        if (WaitForMultipleObjects(2, either, FALSE, timeout) == WAIT_OBJECT_0) {
-            return;
+    const HANDLE either[] = {stopEvent_.get(), wakeEvent_.get()};
+    do {
+        for (const PendingDrops& drops : PendingDrops::all()) {
+            tell(drops);
         }
-    }
+    } while (WaitForMultipleObjects(2, either, FALSE, againMs_) != WAIT_OBJECT_0);
 }
 
-// Whether some are left.
-bool DropTeller::tellAll() {
-    return anyDrops([this](const std::wstring& folder, const PendingDrops& drops) {
-        return tell(folder + L"\\def", drops);
+bool DropTeller::stopping() const {
+    return WaitForSingleObject(stopEvent_.get(), 0) == WAIT_OBJECT_0;
+}
+
+void DropTeller::tell(const PendingDrops& drops) {
+    std::unique_ptr<JobDefinition> of;
+    if (drops.any() && !(of = definitionOf(drops))) {
+        return;
+    }
+    drops.tell([&](const PendingDrop& run) {
+        const std::wstring note = drops.home() + L"\\" + toWide(run.instanceId);
+        if (stopping()) {
+            SetLastError(ERROR_CANCELLED);
+            return false;
+        }
+        if (damaged_.contains(note)) {
+            SetLastError(ERROR_INVALID_DATA);
+            return false;
+        }
+        const bool dropped = drop_(*of, run, stopEvent_.get());
+        if (!dropped && GetLastError() == ERROR_INVALID_DATA) {
+            damaged_.insert(note);
+            SetLastError(ERROR_INVALID_DATA);
+        }
+        return dropped;
     });
 }
 
-bool DropTeller::tell(const std::wstring& definition, const PendingDrops& drops) {
-    const std::unique_ptr<JobDefinition> of = JobDefinitionFactory::create(definition);
+// Null when nobody can tell whose runs they are.
+std::unique_ptr<JobDefinition> DropTeller::definitionOf(const PendingDrops& drops) {
+    if (stopping() || damaged_.contains(drops.home())) {
+        return nullptr;
+    }
+    std::unique_ptr<JobDefinition> of = readDefinition(drops.home());
     if (!of) {
         const DWORD error = GetLastError();
         log(LogLevel::error,
             "Failed to read whose runs are to be dropped {%s}, error-code = %d, %s.\n",
-            toUtf8(definition).c_str(), static_cast<int>(error), errorText(error).c_str());
-        return true;
-    }
-    drops.tell([&](const PendingDrop& pending) {
-        if (WaitForSingleObject(stopEvent_.get(), 0) == WAIT_OBJECT_0) {
-            SetLastError(ERROR_CANCELLED);
-            return false;
+            toUtf8(drops.home()).c_str(), static_cast<int>(error), errorText(error).c_str());
+        if (isNoDefinition(error)) {
+            damaged_.insert(drops.home());
         }
-        return drop_(*of, pending, stopEvent_.get());
-    });
-    return drops.any();
+        return nullptr;
+    }
+    // In a copied or renamed directory they are those of another job, which may go on with one.
+    return equalsIgnoreCase(of->id(), drops.jobId()) ? std::move(of) : nullptr;
 }
 
 }  // namespace dorvo

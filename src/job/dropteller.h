@@ -1,13 +1,17 @@
-// Has runs dropped that a storage could not be told of: when the process starts, when a job has
-// been removed, and every hour while some are left. A job's own run tells, too.
+// Has runs dropped that a storage could not be told of when they ended: when it is woken, and every
+// hour. It alone does; a run that ends tells its own storage.
 //
-// Its thread is there from the first call with something to tell until stop(). Any thread.
+// What is damaged is told once: its note lies there for people to see to. The thread is there from
+// the first call of wake() until stop(). Any thread.
 #pragma once
 
 #include <windows.h>
 
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <set>
+#include <string>
 
 #include "base/api.h"
 #include "base/handle.h"
@@ -21,8 +25,10 @@ public:
     // last error.
     using Drop = std::function<bool(const JobDefinition&, const PendingDrop&, HANDLE stop)>;
 
+    static constexpr DWORD hourMs = 60 * 60 * 1000;
+
     // An empty function asks the storages.
-    explicit DropTeller(Drop drop = {});
+    explicit DropTeller(Drop drop = {}, DWORD againMs = hourMs);
     ~DropTeller() { stop(); }
     DropTeller(const DropTeller&) = delete;
     DropTeller& operator=(const DropTeller&) = delete;
@@ -38,14 +44,17 @@ public:
 private:
     static DWORD WINAPI body(void* self);
     void run();
-    bool tellAll();
-    bool tell(const std::wstring& definition, const PendingDrops& drops);
+    void tell(const PendingDrops& drops);
+    std::unique_ptr<JobDefinition> definitionOf(const PendingDrops& drops);
+    bool stopping() const;
 
     const Drop drop_;
+    const DWORD againMs_;
     const KernelHandle stopEvent_;  // manual reset
     const KernelHandle wakeEvent_;  // auto reset
     std::mutex lock_;               // guards what follows
     HANDLE thread_ = nullptr;
+    std::set<std::wstring> damaged_;  // the thread's: homes, and each note's with its name
 };
 
 }  // namespace dorvo

@@ -61,6 +61,11 @@ void Job::shutdown() {
         pause(false);
     }
     join();
+    if (removing_ && activity_.get() != nullptr) {
+        // What of its folder stays must not be taken for a run that goes on.
+        activity_.reset(static_cast<int32_t>(JobState::idle), true);
+        activity_.sync();
+    }
 }
 
 void Job::definition(std::unique_ptr<JobDefinition> definition) {
@@ -273,8 +278,9 @@ bool Job::pause(bool manual) {
 bool Job::requestPause(bool manual) {
     constexpr auto pausing = static_cast<int32_t>(JobState::pausing);
     constexpr auto canceling = static_cast<int32_t>(JobState::canceling);
+    constexpr auto ending = static_cast<int32_t>(JobState::error);
     const int32_t pending = activity_->pendingState;
-    if (pending == pausing || pending == canceling) {
+    if (pending == pausing || pending == canceling || pending == ending) {
         if (manual && pending == pausing) {
             keepPaused();
         }
@@ -362,10 +368,6 @@ DWORD WINAPI Job::remove_thread(void* argument) {
 }
 
 bool Job::remove_impl() {
-    if (activity_.get() != nullptr) {
-        // The file stays when somebody has it open: a later job of the id must not find a run.
-        activity_.reset(static_cast<int32_t>(JobState::idle), true);
-    }
     activity_.close();
     std::wstring directory;
     if (jobDirectory(definition_->id(), directory) && !rm_rf(directory, true)) {

@@ -113,7 +113,8 @@ protected:
     bool emit(JobCommand command);
     // Waits for the end of the run and lets go of its thread. Not on the work thread.
     bool join();
-    // Ends the run and disarms the timer for good. Idempotent; for destructors.
+    // Ends the run and disarms the timer for good; the record of a removed job forgets its run.
+    // Idempotent; for destructors.
     void shutdown();
 
     bool notify_state();

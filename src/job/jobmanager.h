@@ -77,6 +77,9 @@ public:
     void pauseAllJobs(bool wait);
     void resumeAllJobs(bool wait);
 
+    // Has the runs told that storages are to drop; waits for nothing, not even for the lock.
+    void tellDrops() { teller_.wake(); }
+
 protected:
     // Takes the job out and destroys it; called by the job's remove thread.
     bool deleteJob(const char* id);

@@ -10,6 +10,7 @@
 #include "base/machine_name.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
+#include "storage/local/localplace.h"
 #include "support/files.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
@@ -231,7 +232,7 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
         const std::wstring instance =
             place.path() + L"\\" + toWide(machine) + L"\\" + toWide(job) + L"\\" + toWide(id);
         createDirectories(instance);
-        PendingDrops(job).add({id, place.path()});
+        PendingDrops(job).note({id, place.path()});
         return instance;
     };
     const auto untilGone = [](const std::wstring& folder) {
@@ -257,6 +258,21 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
     EXPECT_TRUE(submit("other"));
     EXPECT_TRUE(manager_->removeJob("other"));
     EXPECT_TRUE(untilGone(ofGone));
+
+    // Also one of which no job could be made.
+    EXPECT_TRUE(submit("stubborn"));
+    const std::wstring ofLeftOut = leave("stubborn");
+    TestJob::plans["stubborn"].initialises = false;
+    {
+        JobActivityHandle& record = JobGround::job("stubborn")->activity();
+        record->state = value(JobState::paused);
+        record->instanceId = localInstanceId("00000000-0000-0000-0000-000000000001");
+    }
+    const LogCapture quiet;
+    restart();
+    EXPECT_TRUE(exists(ofLeftOut)) << "which goes on when it is loaded again";
+    EXPECT_TRUE(manager_->removeJob("stubborn"));
+    EXPECT_TRUE(untilGone(ofLeftOut));
     manager_->close();
     EXPECT_FALSE(exists(JobGround::directory("live") + L"\\drops"));
 }
@@ -265,7 +281,7 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
 TEST_F(JobManager, PausesItsRunsBeforeItWaitsForThoseWhoTellOfDrops) {
     EXPECT_TRUE(submit("a"));
     manager_->close();
-    PendingDrops("a").add({"00000000-0000-0000-0000-000000000001", L""});
+    PendingDrops("a").note({"00000000-0000-0000-0000-000000000001", L""});
     Signal telling;
     Signal ended;
     bool paused = false;

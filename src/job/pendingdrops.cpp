@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -12,6 +13,8 @@
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
+#include "job/activity/jobactivityhandle.h"
+#include "job/job_states.h"
 #include "job/jobdirectories.h"
 #include "job/transferfailure.h"
 #include "settings/storefile.h"
@@ -22,185 +25,250 @@ namespace {
 constexpr wchar_t definitionName[] = L"\\def";
 constexpr std::string_view serverPrefix = "http://";  // begins no absolute path
 
-// Keeps folders, and the definition beside the drops of removed jobs, from going while others come.
-std::mutex folderLock;
+// Keeps one change of the notes, of their folders, and of the definition beside those of removed
+// jobs apart from another.
+std::mutex changing;
 
-// Where the drops of removed jobs are.
+// Where the notes of removed jobs are; empty when the folder query fails.
 std::wstring handedOnRoot() {
     std::wstring path;
     return dataDirectory(path) ? path + L"\\drops" : std::wstring();
 }
 
-// The names in a folder that are those of instances.
-std::vector<std::string> instancesIn(const std::wstring& folder) {
-    std::vector<std::string> names;
+std::vector<std::wstring> namesIn(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    if (folder.empty()) {
+        return names;
+    }
     WIN32_FIND_DATAW entry;
     const FindHandle find(FindFirstFileW((longPath(folder) + L"\\*").c_str(), &entry));
     for (bool more = static_cast<bool>(find); more; more = FindNextFileW(find.get(), &entry) != 0) {
-        GUID id{};
-        if (std::string name = toUtf8(entry.cFileName); uuidFromText(name, id)) {
-            names.push_back(std::move(name));
-        }
+        names.emplace_back(entry.cFileName);
     }
     return names;
 }
 
-bool read(const std::wstring& path, std::string& text) {
-    // Whoever removes the job must not be kept from it.
-    FileHandle file =
-        openStoreForReading(path, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    return file && readStore(std::move(file), text);
-}
-
-std::string textOf(const PendingDrop& drop) {
-    if (!drop.location.empty()) {
-        return toUtf8(drop.location);
+// The names in a folder that are those of instances.
+std::vector<std::string> instancesIn(const std::wstring& folder) {
+    std::vector<std::string> instances;
+    for (const std::wstring& name : namesIn(folder)) {
+        GUID id{};
+        if (std::string text = toUtf8(name); uuidFromText(text, id)) {
+            instances.push_back(std::move(text));
+        }
     }
-    return drop.server.empty() ? std::string() : std::string(serverPrefix) + drop.server;
+    return instances;
 }
 
-bool read(const std::wstring& folder, const std::string& id, PendingDrop& drop) {
+std::string textOf(const PendingDrop& run) {
+    if (!run.location.empty()) {
+        return toUtf8(run.location);
+    }
+    return run.server.empty() ? std::string() : std::string(serverPrefix) + run.server;
+}
+
+bool read(const std::wstring& folder, const std::string& id, PendingDrop& run) {
     std::string text;
-    if (!read(folder + L"\\" + toWide(id), text)) {
+    bool whole = false;
+    SharingRetry retry;
+    do {
+        // Whoever removes the job must not be kept from it.
+        FileHandle file = openStoreForReading(
+            folder + L"\\" + toWide(id), FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+        whole = file && readStore(std::move(file), text);
+    } while (!whole && retry.again());
+    if (!whole) {
         return false;
     }
     const bool web = text.starts_with(serverPrefix);
-    drop = {id, web ? std::wstring() : toWide(text),
-            web ? text.substr(serverPrefix.size()) : std::string()};
+    run = {id, web ? std::wstring() : toWide(text),
+           web ? text.substr(serverPrefix.size()) : std::string()};
     return true;
+}
+
+bool isNotThere(DWORD error) {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+// Logs what could not be done with a note for the sake of the last error, and keeps that.
+bool failed(const char* action, const std::string& instanceId, const std::string& jobId) {
+    const LastErrorGuard keep;
+    log(LogLevel::error,
+        "Failed to %s run {%s} of job {%s} for its storage, error-code = %d, %m.\n", action,
+        instanceId.c_str(), jobId.c_str(), static_cast<int>(keep.error()));
+    return false;
 }
 
 }  // namespace
 
 PendingDrops::PendingDrops(std::string jobId) : jobId_(std::move(jobId)) {
-    std::wstring path;
-    folder_ = jobDirectory(jobId_, path) ? path + L"\\drops" : std::wstring();
-}
-
-PendingDrops::PendingDrops(const std::wstring& folder)
-    : jobId_(toUtf8(folder.substr(folder.rfind(L'\\') + 1))), folder_(folder) {}
-
-std::vector<std::wstring> PendingDrops::handedOn() {
-    std::vector<std::wstring> folders;
-    const std::wstring root = handedOnRoot();
-    WIN32_FIND_DATAW entry;
-    const FindHandle find(FindFirstFileW((longPath(root) + L"\\*").c_str(), &entry));
-    for (bool more = static_cast<bool>(find); more; more = FindNextFileW(find.get(), &entry) != 0) {
-        if (isJobId(toUtf8(entry.cFileName))) {
-            folders.push_back(root + L"\\" + entry.cFileName);
-        }
+    if (jobDirectory(jobId_, home_)) {
+        folder_ = home_ + L"\\drops";
     }
-    return folders;
 }
 
-void PendingDrops::bindTo(const std::string& server, Bind which) {
+PendingDrops::PendingDrops(std::string jobId, std::wstring home, std::wstring folder)
+    : jobId_(std::move(jobId)), home_(std::move(home)), folder_(std::move(folder)) {}
+
+std::vector<PendingDrops> PendingDrops::all() {
     std::vector<PendingDrops> all;
     for (const std::wstring& directory : jobDirectories()) {
         all.emplace_back(toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
     }
-    for (const std::wstring& folder : handedOn()) {
-        all.emplace_back(folder);
+    const std::wstring root = handedOnRoot();
+    for (const std::wstring& name : namesIn(root)) {
+        if (isJobId(toUtf8(name))) {
+            const std::wstring folder = root + L"\\" + name;
+            all.push_back(PendingDrops(toUtf8(name), folder, folder));
+        }
     }
-    for (const PendingDrops& drops : all) {
+    return all;
+}
+
+bool PendingDrops::bindTo(const std::string& server, Bind which) {
+    bool bound = true;
+    for (const PendingDrops& drops : all()) {
+        const std::lock_guard guard(changing);
         for (const std::string& id : instancesIn(drops.folder_)) {
-            PendingDrop drop;
-            if (read(drops.folder_, id, drop) && drop.location.empty() && drop.server != server &&
-                (which == Bind::all || drop.server.empty())) {
-                drop.server = server;
-                drops.add(drop);
+            PendingDrop run;
+            if (!read(drops.folder_, id, run)) {
+                bound = failed("read the note of", id, drops.jobId_) && bound;
+            } else if (run.location.empty() && run.server != server &&
+                       (which == Bind::all || run.server.empty())) {
+                run.server = server;
+                bound = drops.write(run) && bound;
             }
         }
     }
+    return bound;
 }
 
-void PendingDrops::failed(const PendingDrop& drop, unsigned long error) const {
-    if (!isRefusal(error)) {
-        add(drop);
+std::optional<PendingDrop> PendingDrops::note(const PendingDrop& run) const {
+    const std::lock_guard guard(changing);
+    PendingDrop known;
+    if (read(folder_, run.instanceId, known)) {
+        return known;
     }
+    if (!isNotThere(GetLastError())) {
+        failed("read the note of", run.instanceId, jobId_);
+        return std::nullopt;
+    }
+    return write(run) ? std::optional(run) : std::nullopt;
 }
 
-void PendingDrops::add(const PendingDrop& drop) const {
-    const LastErrorGuard keep;
-    if (drop.instanceId.empty() || folder_.empty()) {
-        return;
+bool PendingDrops::write(const PendingDrop& run) const {
+    if (run.instanceId.empty() || folder_.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return failed("note", run.instanceId, jobId_);
     }
-    const std::lock_guard guard(folderLock);
-    if (!createDirectories(folder_) ||
-        !replaceStore(folder_ + L"\\" + toWide(drop.instanceId), textOf(drop))) {
-        log(LogLevel::error,
-            "Failed to keep in mind that run {%s} of job {%s} is to be dropped, error-code = %d, "
-            "%m.\n",
-            drop.instanceId.c_str(), jobId_.c_str(), static_cast<int>(GetLastError()));
-    }
+    return (createDirectories(folder_) &&
+            replaceStore(folder_ + L"\\" + toWide(run.instanceId), textOf(run))) ||
+           failed("note", run.instanceId, jobId_);
 }
 
-void PendingDrops::forget(const std::string& instanceId) const {
+bool PendingDrops::forget(const std::string& instanceId) const {
     if (instanceId.empty() || folder_.empty()) {
-        return;
+        return true;
     }
+    const std::lock_guard guard(changing);
     const std::wstring file = folder_ + L"\\" + toWide(instanceId);
     SharingRetry retry;
-    bool gone = false;
     do {
-        gone = DeleteFileW(longPath(file).c_str()) != 0 || isMissing(file);
-    } while (!gone && retry.again(ERROR_ACCESS_DENIED));
-    if (!gone) {
-        log(LogLevel::error,
-            "Failed to forget that run {%s} of job {%s} was to be dropped, error-code = %d, %m.\n",
-            instanceId.c_str(), jobId_.c_str(), static_cast<int>(GetLastError()));
+        if (DeleteFileW(longPath(file).c_str()) != 0 || isNotThere(GetLastError())) {
+            return true;
+        }
+    } while (retry.again(ERROR_ACCESS_DENIED));
+    return failed("delete the note of", instanceId, jobId_);
+}
+
+// A record that cannot be read says nothing about the run, and that of a job which is there no more
+// has none. A process that died before its note was gone has left a completed run.
+PendingDrops::Stand PendingDrops::standOf(const std::string& instanceId) const {
+    JobActivity record{};
+    if (!JobActivityHandle::read(jobId_.c_str(), record)) {
+        return isNotThere(GetLastError()) ? Stand::toDrop : Stand::unfinished;
     }
+    if (!equalsIgnoreCase(uuidText(record.instanceId), instanceId)) {
+        return Stand::toDrop;
+    }
+    if (!restartable(record.state)) {
+        return Stand::unfinished;
+    }
+    return record.state == static_cast<int32_t>(JobState::completed) ? Stand::completed
+                                                                     : Stand::toDrop;
 }
 
 void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) const {
-    static std::mutex telling;
-    const std::unique_lock guard(telling, std::try_to_lock);
-    if (!guard || !any()) {
-        return;
-    }
+    // The note first, then the record: a run that begins is on record before it is noted.
     for (const std::string& id : instancesIn(folder_)) {
-        PendingDrop pending;
-        if (!read(folder_, id, pending)) {
+        const Stand stand = standOf(id);
+        PendingDrop run;
+        if (stand == Stand::unfinished || (stand == Stand::toDrop && !read(folder_, id, run))) {
             continue;
         }
-        if (drop(pending)) {
+        if (stand == Stand::toDrop && drop(run)) {
             log(LogLevel::information, "The storage of job {%s} has dropped run {%s} now.\n",
                 jobId_.c_str(), id.c_str());
-        } else if (!isRefusal(GetLastError())) {
+        } else if (stand == Stand::toDrop && !isRefusal(GetLastError())) {
             continue;
         }
-        DeleteFileW(longPath(folder_ + L"\\" + toWide(id)).c_str());
+        forget(id);
     }
-    const std::lock_guard ending(folderLock);
+    tidyUp();
+}
+
+// What a kill has left of a note half written goes, and the folder when it is empty then.
+void PendingDrops::tidyUp() const {
+    const std::lock_guard guard(changing);
+    for (const std::wstring& name : namesIn(folder_)) {
+        if (name.ends_with(L".new")) {
+            DeleteFileW(longPath(folder_ + L"\\" + name).c_str());
+        }
+    }
     if (!any()) {
         DeleteFileW(longPath(folder_ + definitionName).c_str());
     }
-    // Goes when it is empty.
     RemoveDirectoryW(longPath(folder_).c_str());
 }
 
-void PendingDrops::handOn(const JobDefinition& definition) const {
-    if (!any()) {
-        return;
+bool PendingDrops::handOn(const JobDefinition& definition) const {
+    const std::lock_guard guard(changing);
+    const std::vector<std::string> ids = instancesIn(folder_);
+    const std::wstring root = handedOnRoot();
+    if (ids.empty() || root.empty()) {
+        return ids.empty();
     }
-    const std::wstring to = handedOnRoot() + L"\\" + toWide(jobId_);
-    const std::lock_guard guard(folderLock);
+    const std::wstring to = root + L"\\" + toWide(jobId_);
     // The definition comes first: without it nobody would know whose runs they are.
-    bool kept = createDirectories(to) && definition.save(to + definitionName);
-    for (const std::string& id : instancesIn(folder_)) {
+    if (!createDirectories(to) || !definition.save(to + definitionName)) {
+        return failed("hand on the definition and", ids.front(), jobId_);
+    }
+    bool kept = true;
+    for (const std::string& id : ids) {
         const std::wstring name = L"\\" + toWide(id);
-        kept = kept && MoveFileExW(longPath(folder_ + name).c_str(), longPath(to + name).c_str(),
-                                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+        SharingRetry retry;
+        bool moved = false;
+        do {
+            moved = replaceFile(folder_ + name, to + name) || isNotThere(GetLastError());
+        } while (!moved && retry.again(ERROR_ACCESS_DENIED));
+        kept = (moved || failed("hand on the note of", id, jobId_)) && kept;
     }
-    if (!kept) {
-        log(LogLevel::error,
-            "Failed to keep in mind which runs of job {%s} are to be dropped, error-code = %d, "
-            "%m.\n",
-            jobId_.c_str(), static_cast<int>(GetLastError()));
+    return kept;
+}
+
+bool PendingDrops::handOn() const {
+    if (!any()) {
+        return true;
     }
+    const std::unique_ptr<JobDefinition> definition = readDefinition(home_);
+    if (!definition) {
+        return failed("hand on without a definition", instancesIn(folder_).front(), jobId_);
+    }
+    return !equalsIgnoreCase(definition->id(), jobId_) || handOn(*definition);
 }
 
 bool PendingDrops::any() const {
-    return !folder_.empty() && !instancesIn(folder_).empty();
+    return !instancesIn(folder_).empty();
 }
 
 }  // namespace dorvo

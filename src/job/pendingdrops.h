@@ -1,16 +1,20 @@
-// Runs of a backup job that have ended without being completed, while their storage could not be
-// told to drop them: they are told later.
+// The runs of a backup job that their storage is to drop unless they are completed.
 //
-// Each is a file in the job's folder "drops", named as the run's instance. Its text is where the
-// run was stored, since definition and options may change meanwhile: the folder of the backups, or
+// A run is noted before its storage hears of it, and forgotten when it is completed, dropped, or
+// refused: whenever the process dies, what lies at a storage is on record. So each note is told but
+// that of the run which the job's own record has as unfinished.
+//
+// A note is a file in the job's folder "drops", named as the run's instance. Its text is where the
+// run is stored, since definition and options may change meanwhile: the folder of the backups, or
 // "http://" and the name of the server; empty, of an older version, for whichever is set. When the
 // job is removed they move to a folder of its id in the data directory's "drops", where its
-// definition says whose they were. Any thread. Failures are logged.
+// definition says whose they were. Any thread. Failures are logged and leave the last error.
 #pragma once
 
 #include <jobdef/jobdefinition.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,31 +32,41 @@ struct PendingDrop {
 class PendingDrops {
 public:
     explicit PendingDrops(std::string jobId);
-    // Those that removed jobs have handed on, in one of the folders that handedOn() gives.
-    explicit PendingDrops(const std::wstring& folder);
-    static std::vector<std::wstring> handedOn();
-    // Has the web service's drops of all jobs told to that server from now on: all of them, or
+    // Of all job directories, then those that removed jobs have handed on.
+    static std::vector<PendingDrops> all();
+    // Has the web service's runs of all jobs belong to that server from now on: all of them, or
     // those that name none.
-    static DORVO_JOB_API void bindTo(const std::string& server, Bind which);
+    static DORVO_JOB_API bool bindTo(const std::string& server, Bind which);
 
-    // After a storage has failed to drop the run with that error: keeps it, unless trying again is
-    // of no use. On the disk when it returns.
-    void failed(const PendingDrop& drop, unsigned long error) const;
-    void add(const PendingDrop& drop) const;
-    // The run goes on after all.
-    void forget(const std::string& instanceId) const;
+    // Notes a run, on the disk when it returns, and gives what is on record of it: an earlier note
+    // stays. Nothing when it can be neither written nor read.
+    std::optional<PendingDrop> note(const PendingDrop& run) const;
+    bool forget(const std::string& instanceId) const;
 
-    // Has each of them dropped: `drop` answers false with the last error where it still cannot be.
-    // Whoever comes while another thread of the process tells leaves it to that one.
+    // Has each run dropped that has ended: `drop` answers false with the last error where it still
+    // cannot be. One thread at a time.
     void tell(const std::function<bool(const PendingDrop&)>& drop) const;
 
-    // The job goes, with its folder.
-    void handOn(const JobDefinition& definition) const;
+    // The job goes, with its folder, and its record has forgotten its run.
+    bool handOn(const JobDefinition& definition) const;
+    // The same for a directory of which no job was made, unless its definition is another job's.
+    bool handOn() const;
 
     bool any() const;
+    const std::string& jobId() const { return jobId_; }
+    // Where the definition is that says whose runs they are.
+    const std::wstring& home() const { return home_; }
 
 private:
+    enum class Stand { unfinished, completed, toDrop };
+
+    PendingDrops(std::string jobId, std::wstring home, std::wstring folder);
+    Stand standOf(const std::string& instanceId) const;
+    bool write(const PendingDrop& run) const;
+    void tidyUp() const;
+
     std::string jobId_;
+    std::wstring home_;
     std::wstring folder_;  // empty when there is none
 };
 

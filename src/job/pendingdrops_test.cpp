@@ -4,7 +4,13 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
+#include <functional>
+#include <utility>
+
 #include "base/handle.h"
+#include "base/sharing_retry.h"
+#include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
 #include "settings/storefile.h"
 #include "support/log_capture.h"
@@ -15,6 +21,7 @@ namespace {
 
 constexpr char first[] = "11111111-1111-1111-1111-111111111111";
 constexpr char second[] = "22222222-2222-2222-2222-222222222222";
+constexpr char third[] = "33333333-3333-3333-3333-333333333333";
 
 class PendingDropsTest : public test::StoreTest {
 protected:
@@ -23,13 +30,35 @@ protected:
     static std::string told(const PendingDrops& drops, DWORD error) {
         std::string text;
         const test::LogCapture quiet;
-        drops.tell([&](const PendingDrop& drop) {
-            text += drop.instanceId.substr(0, 1) + "@" + toUtf8(drop.location) + drop.server + " ";
+        drops.tell([&](const PendingDrop& run) {
+            text += run.instanceId.substr(0, 1) + "@" + toUtf8(run.location) + run.server + " ";
             SetLastError(error);
             return error == ERROR_SUCCESS;
         });
         return text;
     }
+    std::wstring noteOf(const char* id) const { return folder_ + L"\\" + toWide(id); }
+    static FileHandle hold(const std::wstring& path) {
+        FileHandle held(
+            CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        EXPECT_TRUE(held);
+        return held;
+    }
+    // Whoever waits for a file in use does that meanwhile.
+    class Meanwhile {
+    public:
+        explicit Meanwhile(std::function<void()> act) {
+            act_ = std::move(act);
+            pause_ = std::exchange(SharingRetry::pause, [](DWORD) { act_(); });
+        }
+        ~Meanwhile() { SharingRetry::pause = pause_; }
+        Meanwhile(const Meanwhile&) = delete;
+        Meanwhile& operator=(const Meanwhile&) = delete;
+
+    private:
+        static inline std::function<void()> act_;
+        SharingRetry::Pause pause_;
+    };
 
     const PendingDrops drops_{"j1"};
     const std::wstring folder_ = dataPath(L"\\job\\j1\\drops");
@@ -38,26 +67,70 @@ protected:
 TEST_F(PendingDropsTest, AreToldToTheirPlaceUntilItAnswers) {
     for (const DWORD error : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_INVALID_STATE}}) {
         SCOPED_TRACE(error);
-        drops_.failed({first, L"E:\\b\u00fc"}, WSAESTALE);
-        drops_.failed({second, L"", "server:80"}, WSAECONNRESET);
-        drops_.failed({"33333333-3333-3333-3333-333333333333", L""}, ERROR_INVALID_STATE);
+        EXPECT_TRUE(drops_.note({first, L"E:\\b\u00fc"}));
+        EXPECT_TRUE(drops_.note({second, L"", "server:80"}));
+        EXPECT_EQ(drops_.note({second, L"", "other:80"})->server, "server:80");
+        write(folder_ + L"\\" + toWide(third) + L".new", "half of");
         const std::string both = "1@E:\\b\u00fc 2@server:80 ";
         EXPECT_EQ(told(WSAESTALE), both) << "still away";
         EXPECT_EQ(told(error), both);
         EXPECT_EQ(told(ERROR_SUCCESS), "");
-        EXPECT_TRUE(isMissing(folder_));
+        EXPECT_TRUE(isMissing(folder_)) << "with what a kill has left";
     }
+}
+
+// Whose note is there from before its storage hears of it.
+TEST_F(PendingDropsTest, TheRunThatGoesOnIsNotTold) {
+    struct Row {
+        JobState state;
+        const char* told;  // where the second is the run on record
+        bool kept;
+    };
+    using enum JobState;
+    const Row rows[] = {
+        {idle, "1@ 2@ ", true},    {starting, "1@ ", true},     {running, "1@ ", true},
+        {completing, "1@ ", true}, {pausing, "1@ ", true},      {paused, "1@ ", true},
+        {completed, "1@ ", false}, {canceling, "1@ ", true},    {cancelled, "1@ 2@ ", true},
+        {error, "1@ 2@ ", true},   {JobState{77}, "1@ ", true},
+    };
+    createDirectories(dataPath(L"\\job\\j1"));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(static_cast<int>(row.state));
+        drops_.note({first, L""});
+        drops_.note({second, L""});
+        {
+            JobActivityHandle record;
+            ASSERT_TRUE(record.open("j1", true));
+            record->state = static_cast<int32_t>(row.state);
+            record->instanceId.fill(0x22);
+            EXPECT_EQ(told(WSAECONNRESET), row.told) << "while the job has it open";
+            EXPECT_EQ(fileExists(noteOf(second)), row.kept);
+        }
+    }
+    // Nobody knows then.
+    drops_.note({second, L""});
+    {
+        const FileHandle held = hold(dataPath(L"\\job\\j1\\info"));
+        EXPECT_EQ(told(ERROR_SUCCESS), "");
+    }
+    write(dataPath(L"\\job\\j1\\info"), "damaged");
+    EXPECT_EQ(told(ERROR_SUCCESS), "");
+    DeleteFileW(dataPath(L"\\job\\j1\\info").c_str());
+    EXPECT_EQ(told(ERROR_SUCCESS), "1@ 2@ ");
 }
 
 // Told to the web service, a run of a folder would be forgotten, and its data stay there for good.
 TEST_F(PendingDropsTest, OneThatCannotBeReadIsToldLater) {
-    drops_.add({first, L"E:\\b"});
+    drops_.note({first, L"E:\\b"});
     write(folder_ + L"\\no instance", "E:\\b");
+    const Meanwhile nothing([] {});
     {
-        const FileHandle held(CreateFileW((folder_ + L"\\" + toWide(first)).c_str(), GENERIC_READ,
-                                          0, nullptr, OPEN_EXISTING, 0, nullptr));
-        ASSERT_TRUE(held);
+        const FileHandle held = hold(noteOf(first));
         EXPECT_EQ(told(ERROR_SUCCESS), "");
+        const test::LogCapture quiet;
+        EXPECT_FALSE(drops_.note({first, L"F:\\b"}));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+        EXPECT_FALSE(drops_.forget(first));
     }
     EXPECT_EQ(told(ERROR_SUCCESS), "1@E:\\b ");
     EXPECT_TRUE(fileExists(folder_ + L"\\no instance"));
@@ -65,18 +138,68 @@ TEST_F(PendingDropsTest, OneThatCannotBeReadIsToldLater) {
 
 // Of an older version, and on the way to an address at which the server is not any more.
 TEST_F(PendingDropsTest, AreBoundToAServerAsLoginsAre) {
-    drops_.add({first, L"", "old:80"});
-    drops_.add({second, L""});
-    drops_.add({"33333333-3333-3333-3333-333333333333", L"E:\\b"});
+    drops_.note({first, L"", "old:80"});
+    drops_.note({second, L""});
+    drops_.note({third, L"E:\\b"});
     EXPECT_EQ(told(WSAESTALE), "1@old:80 2@ 3@E:\\b ");
-    PendingDrops::bindTo("set:80", Bind::unbound);
+    EXPECT_TRUE(PendingDrops::bindTo("set:80", Bind::unbound));
     EXPECT_EQ(told(WSAESTALE), "1@old:80 2@set:80 3@E:\\b ");
-    createDirectories(dataPath(L"\\job\\j1"));
-    drops_.handOn(BackupJobDefinition("j1", L"name", "alice"));
-    PendingDrops::bindTo("new:80", Bind::all);
-    const auto handedOn = PendingDrops::handedOn();
-    ASSERT_EQ(handedOn.size(), 1u);
-    EXPECT_EQ(told(PendingDrops(handedOn[0]), WSAESTALE), "1@new:80 2@new:80 3@E:\\b ");
+    {
+        const Meanwhile nothing([] {});
+        const FileHandle held = hold(noteOf(first));
+        const test::LogCapture quiet;
+        EXPECT_FALSE(PendingDrops::bindTo("new:80", Bind::all)) << "and the others are";
+    }
+    EXPECT_EQ(told(WSAESTALE), "1@old:80 2@new:80 3@E:\\b ");
+    EXPECT_TRUE(drops_.handOn(BackupJobDefinition("j1", L"name", "alice")));
+    EXPECT_TRUE(PendingDrops::bindTo("newer:80", Bind::all));
+    rm_rf(dataPath(L"\\job\\j1"), true);
+    const auto left = PendingDrops::all();
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(told(left[0], WSAESTALE), "1@newer:80 2@newer:80 3@E:\\b ");
+}
+
+TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
+    const BackupJobDefinition job("j1", L"name", "alice");
+    const std::wstring to = dataPath(L"\\drops\\j1");
+    const auto handOn = [&](bool letGo) {
+        rm_rf(to, true);
+        for (const char* id : {first, second, third}) {
+            drops_.note({id, L""});
+        }
+        FileHandle held = hold(noteOf(first));
+        // The second was told and forgotten when its turn comes.
+        const Meanwhile told([&] {
+            DeleteFileW(noteOf(second).c_str());
+            if (letGo) {
+                held.reset();
+            }
+        });
+        const test::LogCapture quiet;
+        return drops_.handOn(job);
+    };
+    for (const bool letGo : {true, false}) {
+        EXPECT_EQ(handOn(letGo), letGo);
+        EXPECT_EQ(fileExists(to + L"\\" + toWide(first)), letGo);
+        EXPECT_FALSE(fileExists(to + L"\\" + toWide(second)));
+        EXPECT_TRUE(fileExists(to + L"\\" + toWide(third)));
+        EXPECT_TRUE(fileExists(to + L"\\def"));
+    }
+}
+
+TEST_F(PendingDropsTest, OfNoJobAreHandedOnByItsOwnDefinitionOnly) {
+    const std::wstring definition = dataPath(L"\\job\\j1\\def");
+    const std::wstring to = dataPath(L"\\drops\\j1\\") + toWide(first);
+    EXPECT_TRUE(drops_.handOn());
+    drops_.note({first, L""});
+    const test::LogCapture quiet;
+    EXPECT_FALSE(drops_.handOn());
+    ASSERT_TRUE(BackupJobDefinition("copied", L"name", "alice").save(definition));
+    EXPECT_TRUE(drops_.handOn());
+    EXPECT_FALSE(fileExists(to)) << "it may be the run that goes on of another";
+    ASSERT_TRUE(BackupJobDefinition("J1", L"name", "alice").save(definition));
+    EXPECT_TRUE(drops_.handOn());
+    EXPECT_TRUE(fileExists(to));
 }
 
 }  // namespace

@@ -38,7 +38,6 @@ struct Script {
     std::deque<DWORD> end;
     std::deque<DWORD> record;  // each failed item that is to be recorded
     std::deque<DWORD> cancel;  // of a backup
-    std::deque<DWORD> drop;    // of earlier runs: "drop <instance> <location>"
     std::deque<DWORD> list;    // each page of a catalog, each batch of an increment check
     std::function<void(const std::string& name)> onItem;
     std::function<void()> onRecord;    // before it is
@@ -53,7 +52,9 @@ struct Script {
     bool snapshotTold = false;  // after onSnapshot: that the run is to stop
     // Where the snapshots of volumes are; others can have none. Empty: each where the volume is.
     std::map<std::wstring, std::wstring> shadows;
-    std::function<void()> onCrashLeft;       // before it is recorded what becomes of a run
+    std::function<void()> onCall;            // before each, and before it is answered
+    std::function<void()> onEnds;            // before the final state of a backup is recorded
+    size_t wakes = 0;                        // of those who tell storages which runs to drop
     std::function<void()> onRun;             // before anything else of a run
     std::function<void(int end)> onCleanup;  // at its end
     uint64_t room = uint64_t{1} << 40;       // on every disk, bytes
@@ -73,7 +74,14 @@ struct Script {
         return error == 0;
     }
     bool note(const std::string& call, std::deque<DWORD>& errors) {
+        const auto look = [this] {
+            if (onCall) {
+                onCall();
+            }
+        };
+        look();
         calls.push_back(call);
+        look();
         return answer(errors);
     }
     bool item(const wchar_t* path) {

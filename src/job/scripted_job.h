@@ -122,11 +122,11 @@ public:
     using Scripted::Scripted;
 
 protected:
-    void crashLeft(JobState next) override {
-        BackupJob::crashLeft(next);
-        if (script_.onCrashLeft) {
-            script_.onCrashLeft();
+    void runEnds() override {
+        if (script_.onEnds) {
+            script_.onEnds();
         }
+        BackupJob::runEnds();
     }
     std::unique_ptr<BackupStorage> createStorage(StorageUse) override {
         return make<FakeBackupStorage, BackupStorage>();
@@ -180,12 +180,13 @@ protected:
         return made;
     }
 
-    std::unique_ptr<ScriptedBackup> makeBackup(std::vector<std::wstring> paths = {sources()}) {
-        createDirectories(dataPath(L"\\job\\j1"));
+    std::unique_ptr<ScriptedBackup> makeBackup(std::vector<std::wstring> paths = {sources()},
+                                               const std::string& id = "j1") {
+        createDirectories(dataPath(L"\\job\\") + toWide(id));
         for (const wchar_t* name : {L"a", L"b", L"c"}) {
             write(sources() + L"\\" + name, "content");
         }
-        auto definition = std::make_unique<BackupJobDefinition>("j1", L"job", "alice");
+        auto definition = std::make_unique<BackupJobDefinition>(id, L"job", "alice");
         definition->setSource(std::move(paths));
         BackupJob::Services services;
         services.snapshotsEnabled = [this] { return snapshots_; };
@@ -205,10 +206,7 @@ protected:
             }
             return std::make_unique<ScriptedCheck>(script_);
         };
-        services.dropRun = [this](const PendingDrop& drop) {
-            return script_.note("drop " + drop.instanceId + " " + toUtf8(drop.location),
-                                script_.drop);
-        };
+        services.tellDrops = [this] { ++script_.wakes; };
         return std::make_unique<ScriptedBackup>(script_, std::move(definition),
                                                 std::move(services));
     }

@@ -4,6 +4,7 @@
 #include "base/machine_name.h"
 #include "base/singleton.h"
 #include "base/text.h"
+#include "job/transferfailure.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "storage/local/localbackupstorage.h"
@@ -125,8 +126,7 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
     return std::make_unique<LocalBackupStorage>(std::move(local));
 }
 
-bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop,
-                   DWORD patienceMs) {
+bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop) {
     const auto record = std::make_unique<JobActivity>();
     record->instanceId = localInstanceId(drop.instanceId);
     const auto fill = [&](StorageJob& target) {
@@ -143,10 +143,10 @@ bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HAN
             log(LogLevel::information,
                 "Run {%s} of job {%s} is dropped when its server {%s} is set again.\n",
                 drop.instanceId.c_str(), definition.id().c_str(), drop.server.c_str());
-            SetLastError(ERROR_OPERATION_ABORTED);
+            SetLastError(errorOtherServer);
             return false;
         }
-        web.finishPatienceMs = patienceMs;
+        web.finishPatienceMs = 0;
         return WebBackupStorage(std::move(web)).cancel();
     }
     LocalBackupStorage::Run local;

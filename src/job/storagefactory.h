@@ -19,7 +19,6 @@
 #include "jobdef/restorejobdefinition.h"
 #include "storage/backupstorage.h"
 #include "storage/faileditems.h"
-#include "storage/patient_interrupter.h"
 #include "storage/placingrecord.h"
 #include "storage/request_bodies.h"
 #include "storage/restorecatalog.h"
@@ -44,11 +43,10 @@ std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& defi
 std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
                                                    const StorageRun& run);
 
-// Has a run of the job that ended earlier dropped where it was stored, which heeds the stop after
-// `patienceMs`. False leaves the last error, and is logged: ERROR_OPERATION_ABORTED when another
-// server is set than the one that has the run, which is not asked then.
-bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop,
-                   DWORD patienceMs = patient_interrupter::defaultPatienceMs);
+// Has a run of the job that ended earlier dropped where it was stored, unless it is stopped. False
+// leaves the last error, and is logged: errorOtherServer when another server is set than the one
+// that has the run, which is not asked then.
+bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop);
 
 // `instanceId` is that of the run; its record is told while an answer is awaited.
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,

@@ -37,6 +37,7 @@ protected:
         BackupJob::Services services;
         services.snapshotsEnabled = [] { return false; };
         services.waitForServer = [] { return false; };
+        services.tellDrops = [] {};
         return std::make_unique<Scripted<BackupJob>>(script, std::move(definition),
                                                      std::move(services));
     }
@@ -93,8 +94,8 @@ TEST_F(StorageFactoryTest, ARunIsDroppedByNoServerButItsOwn) {
         SCOPED_TRACE(server);
         const LogCapture quiet;
         const PendingDrop drop{"11111111-1111-1111-1111-111111111111", L"", server};
-        EXPECT_FALSE(dropBackupRun(job, drop, stop.get(), 0));
-        EXPECT_EQ(GetLastError() != ERROR_OPERATION_ABORTED, asked);
+        EXPECT_FALSE(dropBackupRun(job, drop, stop.get()));
+        EXPECT_EQ(GetLastError() != errorOtherServer, asked);
     }
 }
 

@@ -55,43 +55,49 @@ bool TransferJob::init() {
         log(LogLevel::error, "The record of job {%s} has no state of a job, but %d.\n",
             definition().id().c_str(), state);
         state = number(JobState::error);
-        record->pendingState = 0;
         record->endError = ERROR_FILE_CORRUPT;
         record->state = state;
         activity().sync();
     }
-    const bool stopAsked = record->pendingState == number(JobState::canceling);
     const bool underWay = state >= number(JobState::starting) && state <= number(JobState::pausing);
-    if (state == number(JobState::canceling) || (underWay && stopAsked)) {
-        // The storage drops what was never ended; here the run ends now.
-        crashLeft(JobState::cancelled);
-        runError_ = ERROR_CANCELLED;
-        openHistory();
-        writeHistory(number(JobState::cancelled));
-        closeHistory();
-        tidyUp(number(JobState::cancelled));
-        record->lastRunState = number(JobState::cancelled);
-        record->lastRunTime = localTimeNow();
-        record->endError = ERROR_CANCELLED;
-        record->pendingState = 0;
-        record->state = number(JobState::cancelled);
-        activity().sync();
+    if (state == number(JobState::canceling) ||
+        (underWay && record->pendingState == number(JobState::canceling))) {
+        endLeft(JobState::cancelled);
+    } else if (underWay && record->pendingState == number(JobState::error)) {
+        endLeft(JobState::error);
     } else if (underWay) {
-        crashLeft(JobState::paused);
         // A pause that its user has seen begin stays the user's.
         const bool pausing =
             state == number(JobState::pausing) || record->pendingState == number(JobState::pausing);
         if (!pausing) {
             record->pausedManually = 0;
         }
-        record->pendingState = 0;
         record->state = number(JobState::paused);
         activity().sync();
     }
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    record->pendingState = 0;
     if (record->state == number(JobState::paused) && record->hasInstance()) {
         armResume();
     }
     return true;
+}
+
+// The storage may have dropped the run that a crash has left: here it ends now.
+void TransferJob::endLeft(JobState end) {
+    JobActivity& record = *activity().get();
+    if (end == JobState::cancelled) {
+        record.endError = ERROR_CANCELLED;
+    }
+    runError_ = record.endError;
+    openHistory();
+    writeHistory(number(end));
+    closeHistory();
+    tidyUp(number(end));
+    record.lastRunState = number(end);
+    record.lastRunTime = localTimeNow();
+    record.state = number(end);
+    activity().sync();
 }
 
 bool TransferJob::stop() {
@@ -211,7 +217,6 @@ void TransferJob::finish(int endCode) {
         }
         record.endError = static_cast<uint32_t>(runError_);
         record.currentFileState = static_cast<uint32_t>(CurrentFileState::none);
-        record.pendingState = 0;
         if (isFinal(endCode)) {
             record.resuming = 0;
             record.lastRunState = endCode;
@@ -220,6 +225,8 @@ void TransferJob::finish(int endCode) {
         }
         std::atomic_signal_fence(std::memory_order_seq_cst);
         record.state = endCode;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        record.pendingState = 0;
         activity().sync();
         break;
     }
@@ -294,7 +301,14 @@ int TransferJob::endFailed(unsigned long code) {
     return number(JobState::error);
 }
 
+// Whatever a crash leaves then, the run does not go on: the storage may have dropped it.
 void TransferJob::drop(int endCode) {
+    if (atStorage_ && endCode == number(JobState::error)) {
+        activity()->endError = static_cast<uint32_t>(runError_);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        activity()->pendingState = endCode;
+        activity().sync();
+    }
     if (atStorage_ && !dropAtStorage(endCode)) {
         logRetry("cancel", GetLastError());
     }

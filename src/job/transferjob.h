@@ -44,8 +44,6 @@ protected:
     // is paused, or has failed.
     virtual int cleanup(int endCode);
 
-    // A crash has left a run, which is about to be recorded as cancelled, or as paused to go on.
-    virtual void crashLeft(JobState) {}
     // The run ends for good; its final state is about to be recorded. Work thread.
     virtual void runEnds() {}
 
@@ -114,6 +112,7 @@ private:
     void logRetry(const char* verb, unsigned long code) const;
     bool requestStop();
     bool cancelPausedRun();
+    void endLeft(JobState end);
 
     WaitForServer waitForServer_;
 

@@ -37,7 +37,7 @@ struct DORVO_JOB_API JobActivity {
     uint64_t lastRunTime;
     uint64_t nextRunTime;
     int32_t state;         // a JobState, or what a damaged file holds
-    int32_t pendingState;  // 5: a pause is pending, 8: a stop is, 0: neither
+    int32_t pendingState;  // 5: a pause is pending, 8: a stop, 10: the end in error, 0: none
     uint32_t pausedManually;
     uint32_t resuming;  // the run continues a paused one
     std::array<uint8_t, 16> instanceId;
