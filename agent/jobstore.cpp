@@ -7,13 +7,12 @@
 #include "agenterror.h"
 #include "base/handle.h"
 #include "base/paths.h"
-#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "dataaccess.h"
 #include "failuretext.h"
 #include "job/activity/jobactivityhandle.h"
-#include "jobdef/jobdefinitionfactory.h"
+#include "job/jobdirectories.h"
 #include "runoutcome.h"
 #include "sourcepath.h"
 
@@ -83,11 +82,7 @@ std::unique_ptr<JobDefinition> loadJob(const std::string& id) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
     }
-    std::unique_ptr<JobDefinition> job;
-    SharingRetry retry;
-    do {
-        job = JobDefinitionFactory::create(directory + L"\\def");
-    } while (!job && retry.again());
+    std::unique_ptr<JobDefinition> job = readDefinition(directory);
     // Everything of a job is found by its id: a copied directory is none of its.
     if (job && !equalsIgnoreCase(job->id(), id)) {
         job.reset();

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "base/api.h"
+
 namespace dorvo {
 
 // The paths of all folders below the job root.
@@ -16,7 +18,7 @@ std::vector<std::wstring> jobDirectories();
 
 // The directory's definition, waited for as long as another program holds it for a moment. Null
 // with the last error.
-std::unique_ptr<JobDefinition> readDefinition(const std::wstring& directory);
+DORVO_JOB_API std::unique_ptr<JobDefinition> readDefinition(const std::wstring& directory);
 
 // Whether that error means that there is no definition, or that the file is none. Any other, of a
 // disk or of somebody who has the file open, says nothing about what is in it.
