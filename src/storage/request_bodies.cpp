@@ -1,7 +1,8 @@
 #include "storage/request_bodies.h"
 
-#include <stdexcept>
 #include <utility>
+
+#include "storage/answer_shape.h"
 
 namespace dorvo {
 namespace {
@@ -117,17 +118,13 @@ bool readIncrementAnswer(const Value& answer, std::vector<std::string>& paths) {
 }
 
 std::optional<uint64_t> readHeldBlocks(const std::string& body) {
-    Value answer;
-    try {
+    std::optional<uint64_t> blocks;
+    hasShape([&] {
+        Value answer;
         json_spirit::read_or_throw(body, answer);
-        return answer.get_obj().at("blocks").get_uint64();
-    } catch (const json_spirit::Error_position&) {
-        return std::nullopt;
-    } catch (const std::logic_error&) {  // it is missing or out of range
-        return std::nullopt;
-    } catch (const std::runtime_error&) {  // it is of another type
-        return std::nullopt;
-    }
+        blocks = answer.get_obj().at("blocks").get_uint64();
+    });
+    return blocks;
 }
 
 std::vector<std::string> readIncomplete(const std::string& body) {

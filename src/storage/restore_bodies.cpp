@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "storage/answer_shape.h"
+
 namespace dorvo {
 namespace {
 
@@ -72,14 +74,7 @@ StoredPage pageOf(const Object& answer) {
 // False, with `to` unchanged, when the answer is not of the shape that `readWhole` wants.
 template <class Read, class To>
 bool read(const Value& answer, Read readWhole, To& to) {
-    try {
-        to = readWhole(answer.get_obj());
-        return true;
-    } catch (const std::logic_error&) {  // a member is missing or out of range
-        return false;
-    } catch (const std::runtime_error&) {  // a member is of another type
-        return false;
-    }
+    return hasShape([&] { to = readWhole(answer.get_obj()); });
 }
 
 Object placeOf(const StoredPath& path) {

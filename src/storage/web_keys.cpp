@@ -1,12 +1,11 @@
 #include "storage/web_keys.h"
 
-#include <stdexcept>
-
 #include "base/http_error.h"
 #include "base/interrupter.h"
 #include "base/key_error.h"
 #include "base/log.h"
 #include "settings/keymanager.h"
+#include "storage/answer_shape.h"
 #include "storage/request_refusal.h"
 #include "storage/web_exchange.h"
 #include "storage/web_session.h"
@@ -47,16 +46,10 @@ bool askService(Web_Session& session, std::string& md5) {
     if (!exchange(session, command, "ask for the key of user", session.user())) {
         return false;
     }
-    try {
-        md5 = command.response().body().get_obj().at("md5").get_str();
-        if (md5.empty() || (md5.size() == md5Digits &&
-                            md5.find_first_not_of("0123456789abcdef") == std::string::npos)) {
-            return true;
-        }
-    } catch (const std::logic_error&) {
-        md5.clear();
-    } catch (const std::runtime_error&) {
-        md5.clear();
+    if (hasShape([&] { md5 = command.response().body().get_obj().at("md5").get_str(); }) &&
+        (md5.empty() || (md5.size() == md5Digits &&
+                         md5.find_first_not_of("0123456789abcdef") == std::string::npos))) {
+        return true;
     }
     return fail(session.user(), ERROR_INVALID_DATA);
 }

@@ -3,12 +3,12 @@
 #include <windows.h>
 
 #include <iterator>
-#include <stdexcept>
 
 #include "base/interrupter.h"
 #include "base/log.h"
 #include "http_util/command_to_server.h"
 #include "settings/cookiemanager.h"
+#include "storage/answer_shape.h"
 #include "storage/token_loop.h"
 #include "storage/web_exchange.h"
 #include "storage/web_login.h"
@@ -130,7 +130,7 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
 
 bool WebAccount::readInstances(const json_spirit::Value& answer,
                                std::vector<WebInstance>& instances, std::string& next) {
-    try {
+    return hasShape([&] {
         const json_spirit::Object& members = answer.get_obj();
         std::vector<WebInstance> read;
         for (const json_spirit::Value& entry : members.at("instances").get_array()) {
@@ -139,12 +139,7 @@ bool WebAccount::readInstances(const json_spirit::Value& answer,
         const auto more = members.find("next");
         next = more == members.end() ? std::string() : more->second.get_str();
         instances = std::move(read);
-        return true;
-    } catch (const std::logic_error&) {  // a member is missing
-        return false;
-    } catch (const std::runtime_error&) {  // a member is of another type
-        return false;
-    }
+    });
 }
 
 }  // namespace dorvo
