@@ -6,7 +6,7 @@ import unittest
 
 import proxy
 import trees
-from system import PASSWORD, USER, System, SystemTest, make_tree
+from system import PASSWORD, USER, System, SystemTest, make_tree, until
 
 PAUSED, FAILED = 4, 1
 
@@ -98,6 +98,41 @@ class LoginTest(SystemTest):
             self.assertEqual([r.status for r in other.requests("Login")], [200])
         system.machine.agent("server", "set", first)
         self.assertIn("login", system.machine.agent("instances", code=FAILED).err)
+
+    def test_an_unfinished_backup_goes_on_at_no_other_server(self):
+        """What the one has of it would be missing at the other, in a backup that says it is complete."""
+        system = System(self, "unfinished")
+        make_tree(system.tree)
+        states = lambda: {i["jobinstanceid"]: i["state"] for i in system.machine.listing("instances")}
+
+        def move_to(address):
+            system.machine.agent("server", "set", address)
+            system.machine.agent("login", USER, "--password-stdin", stdin=PASSWORD + "\n")
+
+        first = "%s:%d" % system.proxy.address
+        system.kill_at(system.start_backup, "uploadblock", proxy.HOLD_REQUEST, 4)
+        job, begun = system.job(), system.instance()
+        with proxy.Proxy(system.server.address) as other:
+            second = "%s:%d" % other.address
+            move_to(second)
+            run = system.machine.agent("resume", job, code=FAILED)
+            self.assertIn("another server", run.out + run.err)
+            self.assertEqual(states()[begun], "running")
+            self.assertEqual(other.requests("StartJob") + other.requests("CancelJob"), [])
+            # Its own hears of it as soon as it is set again, and the next run goes along to a new address.
+            move_to(first)
+            fault = system.proxy.add("uploadblock", proxy.HOLD_REQUEST, nth=4)
+            run = system.machine.start("start", job)
+            system.await_fault(fault, run)
+            until(lambda: states()[begun] == "cancelled", run)
+            run.kill()
+            fault.abandon()
+            system.proxy.clear()
+            gone_on = system.instance()
+            system.machine.agent("server", "set", second, "--keep-login")
+            system.machine.agent("resume", job)
+            self.assertEqual(states()[gone_on], "completed")
+        self.assertBackedUp(system)
 
     def test_after_a_logout_nothing_runs(self):
         system = System(self, "logout")
