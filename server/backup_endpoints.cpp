@@ -156,7 +156,7 @@ json::object BackupEndpoints::addErrorFiles(const Session& session, const json::
     if (instance.state == InstanceState::completed) {
         // A client whose answer got lost ends its run once more; nothing else may change the list.
         const bool known = std::all_of(errors.begin(), errors.end(), [&](const FailedFile& error) {
-            return catalog_.findError(instance.id, error.path).has_value();
+            return catalog_.hasError(instance.id, error.path);
         });
         if (!known) {
             refuseState(instance);
@@ -167,6 +167,8 @@ json::object BackupEndpoints::addErrorFiles(const Session& session, const json::
         throw ServiceError(409, "too many files of the backup have failed");
     }
     catalog_.addErrors(instance.id, errors);
+    // Of what is complete nobody would miss the error, and the next backup would carry it over.
+    catalog_.syncChanges();
     return {};
 }
 

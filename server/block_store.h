@@ -40,7 +40,8 @@ public:
     // than it must be, or the disk once failed to take what was written, which no second try would
     // tell: the store remembers it.
     [[nodiscard]] virtual bool sync(int64_t container, int64_t length) = 0;
-    // Frees the container; one that is not there is no error.
+    // Frees the container, and a power cut does not bring it back. One that is not there is no
+    // error.
     virtual void remove(int64_t container) = 0;
 };
 

@@ -145,7 +145,7 @@ public:
 
     // The MD5 of the user's keys, empty when there is none.
     virtual std::string findKeys(int64_t user) = 0;
-    // Keeps the MD5 unless there is another one. Whether it is kept now.
+    // Durable. Keeps the MD5 unless there is another one. Whether it is kept now.
     virtual bool putKeys(int64_t user, std::string_view md5) = 0;
 
     // Sessions are kept under a hash of their token. Times are seconds. Adding one also forgets
@@ -157,10 +157,10 @@ public:
                                                int64_t lifetime) = 0;
     // When a session was last used, 0 when there is none.
     virtual int64_t lastUse() = 0;
+    // Durable.
     virtual void removeSession(std::string_view tokenHash) = 0;
 
     virtual std::optional<Instance> findInstance(std::string_view name) = 0;
-    virtual std::optional<Instance> findInstance(int64_t id) = 0;
     // Lets so many seconds pass for the instances that are under way, and names those for which
     // `limit` have passed without a request.
     virtual std::vector<std::string> listIdle(int64_t passed, int64_t limit) = 0;
@@ -239,7 +239,7 @@ public:
     // A second error of the same path replaces the first. Piece by piece.
     virtual void addErrors(int64_t instance, const std::vector<FailedFile>& errors) = 0;
     virtual int64_t countErrors(int64_t instance) = 0;
-    virtual std::optional<FailedFile> findError(int64_t instance, std::string_view path) = 0;
+    virtual bool hasError(int64_t instance, std::string_view path) = 0;
 
     // Durable, with everything that was changed before. Files that lack blocks leave the instance;
     // the error list has them, and `items` stay. They go piece by piece, the state is changed last.
@@ -247,7 +247,7 @@ public:
     [[nodiscard]] virtual bool completeInstance(int64_t instance, std::string_view endTime,
                                                 int64_t items) = 0;
     // Gives up its containers and forgets its files, these piece by piece; it and its errors stay
-    // in the lists. The state is changed first.
+    // in the lists. The state is changed first, which is durable: the bytes may go after it.
     virtual void cancelInstance(int64_t instance) = 0;
 
     // Oldest first, those behind the instance of that id, at most `limit`. Empty machine or

@@ -113,7 +113,8 @@ class Durability(unittest.TestCase):
         """What the server calls while it serves work(session), see calls()."""
         trace = self.data / "trace"
         server = Server(self.data, ["strace", "-f", "-y", "-qq", "-s", "60", "-o", str(trace), "-e",
-                                    "trace=openat,pwrite64,fallocate,fsync,fdatasync,sync_file_range,syncfs,sendmsg"])
+                                    "trace=openat,pwrite64,fallocate,fsync,fdatasync,sync_file_range,syncfs,unlink,"
+                                    "sendmsg"])
         try:
             with Session(server.port) as session:
                 work(session)
@@ -135,6 +136,7 @@ class Durability(unittest.TestCase):
             session.block("i", "a", 2, b"end")
             session.block("i", "a", 1, b"y" * BLOCK)
             session.info("i", "a", BLOCK + 4)
+            session.post(WEB + "jobs/CancelJob.php", {"id": "i"})
 
         calls = self.traced(work)
         answers = [i for i, call in enumerate(calls) if call == "answer 200"]
@@ -145,6 +147,11 @@ class Durability(unittest.TestCase):
             before = between[:between.index(changed)]
             self.assertEqual([call for call in between if call.startswith("sync ")], ["sync catalog.db-wal"] * syncs)
             self.assertIn("sync catalog.db-wal", before)
+        # Nor does a cancel come undone whose bytes have gone, or a file come back that nobody knows.
+        cancel = calls[answers[7] + 1:answers[8]]
+        cancel = [call for call, last in zip(cancel, [""] + cancel) if call != last]
+        self.assertEqual(cancel, ["write catalog.db-wal", "sync catalog.db-wal", "write catalog.db-wal",
+                                  "remove packages/01/1.pkg", "sync packages/01", "write catalog.db-wal"])
 
     def test_endjob_syncs_everything_before_its_answer(self):
         def work(session):
@@ -185,17 +192,19 @@ class Durability(unittest.TestCase):
             self.assertEqual([call for call in where if call.startswith("syncfs ")], ["syncfs .", "syncfs packages"])
 
     def calls(self, lines):
-        """The trace as "write FILE", "punch FILE", "sync FILE" and "answer 200"; a call stands where it ended, but
-        an answer where it began."""
+        """The trace as "write FILE", "punch FILE", "sync FILE", "remove FILE" and "answer 200"; a call stands where it
+        ended, but an answer where it began."""
         calls, begun = [], {}
         for line in lines:
             pid, line = line.split(maxsplit=1)
             if line.startswith("sendmsg(") and "HTTP/1.1 200" in line:
                 calls.append("answer 200")
                 continue
-            found = re.match(r"(fsync|fdatasync|syncfs|pwrite64|fallocate)\(\d+<([^>]*)>", line)
+            found = (re.match(r"(fsync|fdatasync|syncfs|pwrite64|fallocate)\(\d+<([^>]*)>", line)
+                     or re.match(r'(unlink)\("([^"]*)"', line))
             if found and found[2].startswith(str(self.data)):
-                what = {"pwrite64": "write ", "fallocate": "punch ", "syncfs": "syncfs "}.get(found[1], "sync ")
+                what = {"pwrite64": "write ", "fallocate": "punch ", "syncfs": "syncfs ",
+                        "unlink": "remove "}.get(found[1], "sync ")
                 begun[pid] = what + os.path.relpath(found[2], self.data)
             if pid in begun and "<unfinished" not in line:
                 call = begun.pop(pid)

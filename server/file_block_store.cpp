@@ -159,7 +159,18 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
 
 void FileBlockStore::remove(int64_t container) {
     requireMarker(folder_);
-    fs::remove(path(container));
+    const fs::path file = path(container);
+    // Where it is gone already, the last call may have failed to sync its folder.
+    if (::unlink(file.c_str()) != 0 && errno != ENOENT) {
+        fail("cannot remove", file);
+    }
+    const FileDescriptor parent = open(file.parent_path(), O_RDONLY | O_DIRECTORY);
+    if (!parent && errno == ENOENT) {
+        return;
+    }
+    if (!parent || ::fsync(parent.get()) != 0) {
+        fail("cannot sync", file.parent_path());
+    }
 }
 
 std::vector<FileBlockStore::Found> FileBlockStore::list() const {

@@ -1,9 +1,8 @@
-// What the store makes of a disk that refuses bytes. The disk is a false fsync() of this program.
+// What the store asks of the disk, and what it makes of a disk that refuses bytes.
 #include "file_block_store.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,23 +12,14 @@
 #include <future>
 
 #include "package_marker.h"
+#include "testing/false_disk.h"
 #include "testing/temp_folder.h"
-
-namespace {
-
-// What fsync() does meanwhile, on the caller's thread.
-std::function<int()> disk;
-
-}  // namespace
-
-// Stands in for the system's in all of the program, the database's calls included.
-extern "C" int fsync(int fd) {
-    return disk ? disk() : static_cast<int>(::syscall(SYS_fsync, fd));
-}
 
 namespace dorvo {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // Whether the thread sleeps, as it does while it waits for a lock.
 bool sleeps(pid_t thread) {
@@ -39,12 +29,19 @@ bool sleeps(pid_t thread) {
     return text.find(") S ") != std::string::npos;
 }
 
-TEST(FileBlockStore, KeepsInMindWhatTheDiskHasRefused) {
+class FileBlockStoreTest : public testing::Test {
+protected:
+    FileBlockStoreTest() {
+        fs::create_directory(packages);
+        writeMarker(packages, {"identity", 1});
+    }
+
     const TempFolder folder;
-    const auto packages = folder.path() / "packages";
-    std::filesystem::create_directory(packages);
-    writeMarker(packages, {"identity", 1});
-    FileBlockStore blocks(packages);
+    const fs::path packages = folder.path() / "packages";
+    FileBlockStore blocks{packages};
+};
+
+TEST_F(FileBlockStoreTest, KeepsInMindWhatTheDiskHasRefused) {
     blocks.write(1, 0, "bytes");
     blocks.write(2, 0, "bytes");
     blocks.write(65, 0, "of the same group");
@@ -53,7 +50,10 @@ TEST(FileBlockStore, KeepsInMindWhatTheDiskHasRefused) {
     std::atomic<bool> told = false;
     std::future<bool> other;
     std::atomic<int> calls = 0;
-    disk = [&] {
+    const FalseDisk disk([&](int fd) {
+        if (FalseDisk::name(fd) != "1.pkg") {
+            return 0;
+        }
         if (calls++ > 0) {
             told = true;
             return 0;
@@ -68,13 +68,38 @@ TEST(FileBlockStore, KeepsInMindWhatTheDiskHasRefused) {
         }
         errno = EIO;
         return -1;
-    };
+    });
     EXPECT_FALSE(blocks.sync(1, 5));
     EXPECT_FALSE(other.get());
     EXPECT_FALSE(blocks.sync(1, 0));
     EXPECT_TRUE(blocks.sync(2, 5));
     EXPECT_TRUE(blocks.sync(65, 5));
-    disk = nullptr;
+}
+
+TEST_F(FileBlockStoreTest, SyncsTheFoldersOfWhatItMovesAndRemoves) {
+    blocks.write(1, 0, "bytes");
+    blocks.write(2, 0, "bytes");
+    std::string synced;
+    const FalseDisk disk([&](int fd) {
+        const std::string name = FalseDisk::name(fd);
+        synced += name + (fs::exists(packages / "02" / "2.pkg") ? " before " : " ");
+        return 0;
+    });
+    EXPECT_EQ(blocks.setAside(2), folder.path() / "orphans" / "2.pkg");
+    const std::string made = folder.path().filename().string() + " before ";
+    EXPECT_EQ(synced, made + "orphans 02 ");
+    synced.clear();
+    blocks.remove(1);
+    EXPECT_EQ(synced, "01 ");
+    EXPECT_FALSE(fs::exists(packages / "01" / "1.pkg"));
+    synced.clear();
+    blocks.remove(1);  // as after a first time that was not synced
+    blocks.remove(3);  // has no folder
+    EXPECT_EQ(synced, "01 ");
+    synced.clear();
+    writeMarker(packages, {"identity", 2});
+    updateMarker(packages, {"identity", 3});
+    EXPECT_EQ(synced, "marker packages marker ");
 }
 
 }  // namespace

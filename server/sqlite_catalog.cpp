@@ -142,8 +142,12 @@ std::string SqliteCatalog::findKeys(int64_t user) {
 
 bool SqliteCatalog::putKeys(int64_t user, std::string_view md5) {
     const std::lock_guard lock(mutex_);
-    statements_->putKeys.run(user, md5);
-    return database_.changes() == 1;
+    bool kept = false;
+    durably([&] {
+        statements_->putKeys.run(user, md5);
+        kept = database_.changes() == 1;
+    });
+    return kept;
 }
 
 void SqliteCatalog::addSession(std::string_view tokenHash, std::string_view user,
@@ -192,7 +196,7 @@ int64_t SqliteCatalog::lastUse() {
 
 void SqliteCatalog::removeSession(std::string_view tokenHash) {
     const std::lock_guard lock(mutex_);
-    statements_->removeSession.run(Blob{tokenHash});
+    durably([&] { statements_->removeSession.run(Blob{tokenHash}); });
 }
 
 }  // namespace dorvo

@@ -95,7 +95,6 @@ public:
     void removeSession(std::string_view tokenHash) override;
 
     std::optional<Instance> findInstance(std::string_view name) override;
-    std::optional<Instance> findInstance(int64_t id) override;
     std::vector<std::string> listIdle(int64_t passed, int64_t limit) override;
     void useInstance(int64_t instance) override;
     Instance openInstance(const Session& session, std::string_view name,
@@ -131,7 +130,7 @@ public:
 
     void addErrors(int64_t instance, const std::vector<FailedFile>& errors) override;
     int64_t countErrors(int64_t instance) override;
-    std::optional<FailedFile> findError(int64_t instance, std::string_view path) override;
+    bool hasError(int64_t instance, std::string_view path) override;
 
     bool completeInstance(int64_t instance, std::string_view endTime, int64_t items) override;
     void cancelInstance(int64_t instance) override;

@@ -37,11 +37,6 @@ std::optional<Instance> SqliteCatalog::findInstance(std::string_view name) {
     return readInstance(statements_->findInstanceByName.query(name));
 }
 
-std::optional<Instance> SqliteCatalog::findInstance(int64_t id) {
-    const std::lock_guard lock(mutex_);
-    return readInstance(statements_->findInstanceById.query(id));
-}
-
 std::vector<std::string> SqliteCatalog::listIdle(int64_t passed, int64_t limit) {
     const std::lock_guard lock(mutex_);
     statements_->passTime.run(passed);
@@ -148,13 +143,9 @@ std::vector<int64_t> SqliteCatalog::listGivenUp() {
     return list;
 }
 
-std::optional<FailedFile> SqliteCatalog::findError(int64_t instance, std::string_view path) {
+bool SqliteCatalog::hasError(int64_t instance, std::string_view path) {
     const std::lock_guard lock(mutex_);
-    auto rows = statements_->findError.query(instance, Blob{path});
-    if (!rows.next()) {
-        return std::nullopt;
-    }
-    return FailedFile{std::string(path), rows.integer(0), std::string(rows.text(1))};
+    return statements_->hasError.query(instance, Blob{path}).next();
 }
 
 std::vector<InstanceSummary> SqliteCatalog::listInstances(int64_t user, std::string_view machine,

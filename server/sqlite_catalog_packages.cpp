@@ -73,9 +73,13 @@ void SqliteCatalog::endSyncPoint(int64_t stamp) {
 void SqliteCatalog::syncChanges() {
     // Not under the lock, and not as a durable commit would: others go on meanwhile. What is not in
     // the log any more was synced when it was moved.
-    const FileDescriptor log(::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC));
-    if (log && ::fdatasync(log.get()) != 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot sync " + path_ + "-wal");
+    const std::string path = path_ + "-wal";
+    const FileDescriptor log(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!log && errno == ENOENT) {
+        return;
+    }
+    if (!log || ::fdatasync(log.get()) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot sync " + path);
     }
 }
 

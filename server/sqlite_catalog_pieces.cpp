@@ -88,8 +88,7 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
         return end < files.size();
     });
     if (running) {
-        const std::lock_guard lock(mutex_);
-        durably([&] { statements_->setCompress.run(instance, int64_t{compress}); });
+        syncChanges();
     }
     return send;
 }
@@ -202,10 +201,10 @@ void SqliteCatalog::cancelInstance(int64_t instance) {
     // The state first: nothing of a cancelled backup is ever read again.
     {
         const std::lock_guard lock(mutex_);
-        Transaction transaction(database_);
-        giveUpContainers(instance);
-        statements_->cancelInstance.run(instance);
-        transaction.commit();
+        durably([&] {
+            giveUpContainers(instance);
+            statements_->cancelInstance.run(instance);
+        });
     }
     dropFiles(instance);
 }

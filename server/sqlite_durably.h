@@ -9,7 +9,8 @@ namespace dorvo {
 
 template <class Change>
 void SqliteCatalog::durably(const Change& change) {
-    // FULL makes this commit sync the log, which holds all earlier commits too.
+    // FULL makes this commit sync the log, which holds all earlier commits too. One that leaves
+    // every row as it was commits nothing, and syncs nothing.
     struct FullSync {
         explicit FullSync(Database& opened) : database(opened) {
             database.exec("PRAGMA synchronous=FULL");

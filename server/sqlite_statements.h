@@ -48,7 +48,6 @@ struct SqliteCatalog::Statements {
     Statement removeSession{db, "DELETE FROM sessions WHERE token = ?1"};
 
     Statement findInstanceByName{db, selectInstance + "WHERE i.name = ?1"};
-    Statement findInstanceById{db, selectInstance + "WHERE i.id = ?1"};
     Statement passTime{db, "UPDATE instances SET idle = idle + ?1 WHERE state < 2"};
     Statement listIdle{db, "SELECT name FROM instances WHERE state < 2 AND idle >= ?1"};
     Statement useInstance{db, "UPDATE instances SET idle = 0 WHERE id = ?1"};
@@ -156,7 +155,7 @@ struct SqliteCatalog::Statements {
 
     Statement addError{db, "INSERT OR REPLACE INTO errors VALUES(?1, ?2, ?3, ?4)"};
     Statement countErrors{db, "SELECT count(*) FROM errors WHERE instance = ?1"};
-    Statement findError{db, "SELECT code, reason FROM errors WHERE instance = ?1 AND path = ?2"};
+    Statement hasError{db, "SELECT 1 FROM errors WHERE instance = ?1 AND path = ?2"};
 
     Statement completeInstance{
         db,

@@ -247,16 +247,12 @@ class Model:
     # What strikes do.
 
     def power_cut(self):
-        """Whatever was not completed may have lost uploads, errors and a cancellation.
-        That it was opened and started was not to be lost."""
+        """Whatever was not completed may have lost uploads. That it was opened, started and cancelled, and
+        what had failed of it, was not to be lost."""
         self.restores.clear()
         for instance in self.all():
             if not instance.is_only(COMPLETED):
                 instance.foggy = True
-                instance.unsure_errors |= instance.errors
-                instance.errors = {}
-                if CANCELLED in instance.states:
-                    instance.states |= {PENDING, RUNNING}
 
     def catalog_rewound(self):
         """The catalog is that of this model, the packages are of later: what was not completed then may

@@ -1,0 +1,108 @@
+// Which changes wait for the disk, so that a power cut does not take them.
+#include <sys/resource.h>
+
+#include <functional>
+
+#include "sqlite_catalog.h"
+#include "testing/false_disk.h"
+#include "testing/service_fixture.h"
+
+namespace dorvo {
+
+namespace {
+
+TEST(SqliteCatalog, SyncsItsLogForWhatIsDurable) {
+    const TempFolder folder;
+    SqliteCatalog catalog((folder.path() / "catalog.db").string());
+    catalog.beginService("boot");
+    catalog.addUser("u", "-");
+    catalog.addSession("token", "u", "pc", 0, 1000);
+    const Session session = *catalog.findSession("token", 0, 1000);
+    StoredFile file;
+    file.size = 5;
+    file.container = 1;
+    const auto open = [&](const char* name) {
+        return catalog.openInstance(session, name, "job", false).id;
+    };
+    const int64_t run = open("run");
+    const int64_t other = open("other");
+    struct Row {
+        const char* name;
+        std::function<void()> change;
+        bool durable = true;
+    };
+    const Row rows[] = {
+        {"offered to a pending one",
+         [&] {
+             catalog.offerFiles(run, {{"a", 1}}, false, false);
+         },
+         false},
+        {"started", [&] { catalog.startInstance(run, "", {}); }},
+        {"offered to a running one",
+         [&] {
+             catalog.offerFiles(run, {{"b", 1}}, false, false);
+         }},
+        {"placed", [&] { catalog.placeFile(run, "a", file, 9); }, false},
+        {"stored", [&] { catalog.putBlock(run, "a", file, 1, std::string(16, 'x')); }, false},
+        {"failed",
+         [&] {
+             catalog.addErrors(run, {{"b", 5, ""}});
+         },
+         false},
+        {"all that was changed", [&] { catalog.syncChanges(); }},
+        {"a sync point", [&] { catalog.endSyncPoint(catalog.beginSyncPoint()); }},
+        {"dropped",
+         [&] {
+             catalog.dropBlocks(run, {{"a", 0}});
+         }},
+        {"used", [&] { catalog.useInstance(run); }, false},
+        {"a generation", [&] { catalog.nextGeneration(); }},
+        {"the same generation", [&] { catalog.nextGeneration(); }, false},
+        {"completed", [&] { EXPECT_TRUE(catalog.completeInstance(run, "", 1)); }},
+        {"cancelled", [&] { catalog.cancelInstance(other); }},
+        {"opened", [&] { open("third"); }},
+        {"a user", [&] { catalog.addUser("v", "-"); }},
+        {"keys", [&] { EXPECT_TRUE(catalog.putKeys(session.userId, "md5")); }},
+        {"a session", [&] { catalog.addSession("second", "u", "pc", 0, 1000); }, false},
+        {"a session's end", [&] { catalog.removeSession("second"); }},
+        {"a tail", [&] { catalog.takeInTail(1, 9, true); }},
+        {"skipped numbers", [&] { catalog.skipNumbers(9); }},
+        {"abandoned", [&] { EXPECT_EQ(catalog.abandonOpen().size(), 1U); }},
+        {"the end of service", [&] { catalog.endService(); }},
+        {"service", [&] { catalog.beginService("boot"); }},
+    };
+    for (const Row& row : rows) {
+        const SyncCount log("catalog.db-wal");
+        row.change();
+        EXPECT_EQ(log.count() > 0, row.durable) << row.name;
+    }
+}
+
+TEST(SqliteCatalog, TakesALogThatItCannotSyncForNoneThatIsSynced) {
+    const TempFolder folder;
+    SqliteCatalog catalog((folder.path() / "catalog.db").string());
+    catalog.addUser("u", "-");
+    rlimit usual{};
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none{3, usual.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_THROW(catalog.syncChanges(), std::exception);
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    const FalseDisk refuses([](int) { return -1; });
+    EXPECT_THROW(catalog.syncChanges(), std::exception);
+}
+
+using Durability = ServiceFixture;
+
+// Of a complete file nobody would ask for the error.
+TEST_F(Durability, OfErrorsIsThatOfTheFilesTheyAreOf) {
+    start("i1");
+    put("i1", "a", "complete");
+    const SyncCount log("catalog.db-wal");
+    EXPECT_EQ(addError("i1", "a"), 200);
+    EXPECT_GT(log.count(), 0);
+}
+
+}  // namespace
+
+}  // namespace dorvo
