@@ -1,5 +1,6 @@
 #include "job/storagefactory.h"
 
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/machine_name.h"
 #include "base/singleton.h"
@@ -96,6 +97,14 @@ void fillOrigin(const RestoreJobDefinition& definition, Target& target) {
     target.jobInstanceId = definition.jobInstanceId();
 }
 
+// What comes of a drop is decided by the error of the cancel, not by what closing leaves.
+bool cancelIn(std::unique_ptr<BackupStorage> storage) {
+    const bool cancelled = storage->cancel();
+    const LastErrorGuard keep;
+    storage.reset();
+    return cancelled;
+}
+
 }  // namespace
 
 std::unique_ptr<BackupStorage> makeBackupStorage(const BackupJobDefinition& definition,
@@ -147,12 +156,13 @@ bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HAN
             return false;
         }
         web.finishPatienceMs = 0;
-        return WebBackupStorage(std::move(web)).cancel();
+        return cancelIn(std::make_unique<WebBackupStorage>(std::move(web)));
     }
     LocalBackupStorage::Run local;
     fill(local);
     local.location = drop.location;
-    return findMachine(local.machine) && LocalBackupStorage(std::move(local)).cancel();
+    return findMachine(local.machine) &&
+           cancelIn(std::make_unique<LocalBackupStorage>(std::move(local)));
 }
 
 std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& definition,
