@@ -53,7 +53,8 @@ std::string runFailure(uint32_t code, const std::string& user) {
         case errorNotAcceptable:
             return "the server refused the session of '" + user + "' (" + text +
                    "): run 'agent login " + user + "'";
-        case unavailable: return "the server is busy, or its storage is down (" + text + ")";
+        case unavailable:
+            return "the server is busy, its disk is full, or its storage is down (" + text + ")";
         case errorRefused:
             return "nobody answers at " + serverText() + " (error " + std::to_string(code) +
                    "): see that the server runs, or run 'agent server set HOST:PORT'";
