@@ -39,7 +39,7 @@ bool isHost(std::string_view host) {
     size_t end = 0;
     if (host.starts_with('[')) {
         end = host.find(']');
-        if (end == std::string_view::npos ||
+        if (end == std::string_view::npos || end == 1 ||
             host.substr(1, end - 1).find_first_not_of("0123456789abcdefABCDEF:.") !=
                 std::string_view::npos) {
             return false;

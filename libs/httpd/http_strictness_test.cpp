@@ -59,6 +59,7 @@ std::vector<Row> refusedHeads() {
         {"no Host", hosts("")},
         {"two Hosts", hosts("Host: x\r\nHost: x\r\n")},
         {"an empty Host", hosts("Host: \r\n")},
+        {"a Host of brackets alone", hosts("Host: []\r\n")},
         {"a list of Hosts", hosts("Host: x, y\r\n")},
         {"a path in the Host", hosts("Host: x/y\r\n")},
         {"a port that is none", hosts("Host: x:8a\r\n")},
