@@ -48,13 +48,13 @@ void AbandonedRuns::work(const std::stop_token& stop) {
 }
 
 void AbandonedRuns::look(seconds passed) {
-    std::vector<std::string> names;
+    std::vector<int64_t> list;
     attempt([&] {
-        names =
+        list =
             room_.givingWay([&] { return catalog_.listIdle(passed.count(), lifetime_.count()); });
     });
-    for (const std::string& name : names) {
-        attempt([&] { giveUp_(name, lifetime_); });
+    for (const int64_t instance : list) {
+        attempt([&] { giveUp_(instance, lifetime_); });
     }
 }
 

@@ -19,9 +19,9 @@ namespace dorvo {
 
 class AbandonedRuns {
 public:
-    // Ends the backup of that name, which has been idle for so long, unless somebody has come back
+    // Ends that backup, which has been idle for so long, unless somebody has come back
     // to it. One of which it throws is another time's.
-    using GiveUp = std::function<void(const std::string& name, std::chrono::seconds lifetime)>;
+    using GiveUp = std::function<void(int64_t instance, std::chrono::seconds lifetime)>;
 
     // Borrows the catalog and the room.
     AbandonedRuns(Catalog& catalog, DiskRoom& room, std::chrono::seconds lifetime, GiveUp giveUp);

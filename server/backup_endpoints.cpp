@@ -69,18 +69,17 @@ void requireNotCancelled(const Instance& instance) {
 
 Instance BackupEndpoints::openOrFind(const Session& session, std::string_view name,
                                      std::string_view definition, bool compress, bool stores) {
-    const bool isNew = !catalog_.findInstance(name);
-    if (isNew || stores) {
+    const auto instance = findOwnInstance(catalog_, session, name);
+    if (!instance || stores) {
         room_.requireForUpload();
     }
-    if (isNew) {
+    if (!instance) {
         return catalog_.openInstance(session, name, definition, compress);
     }
-    Instance instance = namedInstance(catalog_, session, name);
-    if (instance.definition != definition) {
+    if (instance->definition != definition) {
         throw ServiceError(409, "the backup belongs to another job");
     }
-    return instance;
+    return *instance;
 }
 
 json::object BackupEndpoints::filesToBackup(const Session& session, const json::object& body) {
@@ -110,7 +109,7 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     requireOpen(instance);
     const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
     if (first) {
-        freeGivenUp(catalog_, blocks_);
+        freeSoon_();
     }
     // A path that no file can have here is asked for and not awaited: its uploadfile is refused,
     // alone, and the client knows which file it is.
@@ -228,19 +227,20 @@ void BackupEndpoints::cancel(int64_t instance) {
     freeGivenUp(catalog_, blocks_);
 }
 
-void BackupEndpoints::giveUp(const std::string& name, int64_t idle) {
-    const auto found = catalog_.findInstance(name);
+void BackupEndpoints::giveUp(int64_t id, int64_t idle) {
+    const auto found = catalog_.findInstance(id);
     if (!found) {
         return;
     }
-    const InstanceLocks::Guard guard(locks_, found->userId, name, InstanceLocks::Hold::ending);
-    const auto instance = catalog_.findInstance(name);  // as it is now that nobody else is at it
+    const InstanceLocks::Guard guard(locks_, found->userId, found->name,
+                                     InstanceLocks::Hold::ending);
+    const auto instance = catalog_.findInstance(id);  // as it is now that nobody else is at it
     if (!instance || instance->idle < idle ||
         (instance->state != InstanceState::pending && instance->state != InstanceState::running)) {
         return;
     }
     cancel(instance->id);
-    logEvent("backup " + name + " of machine " + instance->machine +
+    logEvent("backup " + found->name + " of machine " + instance->machine +
              " is cancelled: no request has come about it in " + std::to_string(instance->idle) +
              " seconds of service");
 }

@@ -9,6 +9,7 @@
 #include <boost/json/fwd.hpp>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "block_store.h"
 #include "catalog.h"
@@ -23,9 +24,12 @@ public:
     // empty: the answer is {} already. It holds the backup's lock until it is destroyed.
     using Rest = std::function<boost::json::object()>;
 
+    // Has freeGivenUp() called soon, by somebody who has the time: a container can be large.
+    using FreeSoon = std::function<void()>;
+
     // Borrows all.
-    BackupEndpoints(Catalog& catalog, BlockStore& blocks, DiskRoom& room)
-        : catalog_(catalog), blocks_(blocks), room_(room) {}
+    BackupEndpoints(Catalog& catalog, BlockStore& blocks, DiskRoom& room, FreeSoon freeSoon)
+        : catalog_(catalog), blocks_(blocks), room_(room), freeSoon_(std::move(freeSoon)) {}
 
     boost::json::object filesToBackup(const Session& session, const boost::json::object& body);
     boost::json::object startJob(const Session& session, const boost::json::object& body);
@@ -38,7 +42,7 @@ public:
     Rest endJob(const Session& session, const boost::json::object& body);
     Rest cancelJob(const Session& session, const boost::json::object& body);
     // No request: cancels a backup that is under way and has been idle for so many seconds.
-    void giveUp(const std::string& name, int64_t idle);
+    void giveUp(int64_t instance, int64_t idle);
     boost::json::object listInstances(const Session& session, const boost::json::object& body);
 
 private:
@@ -56,6 +60,7 @@ private:
     Catalog& catalog_;
     BlockStore& blocks_;
     DiskRoom& room_;
+    const FreeSoon freeSoon_;
     InstanceLocks locks_;
 };
 

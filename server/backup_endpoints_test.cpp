@@ -35,6 +35,16 @@ TEST_F(Backup, ListsOnlyTheUsersOwn) {
         R"("state":"completed","totalfiles":1,"totaldirectories":2,"totalsize":3,"errors":0}]})");
 }
 
+TEST_F(Backup, HasAnIdOfItsUsersOwn) {
+    backup("i1", {{"a"}});
+    const std::string before = column("SELECT group_concat(path) FROM files WHERE instance = 1");
+    EXPECT_EQ(offer("i1", {{"a"}, {"b"}}, "another job", bob, true), "a,b");
+    EXPECT_EQ(postAs(bob, cancelJobPath, R"({"id":"i1"})").status, 200);
+    EXPECT_EQ(state("i1"), "completed");
+    EXPECT_EQ(column("SELECT group_concat(path) FROM files WHERE instance = 1"), before);
+    EXPECT_EQ(start("i1"), 200);
+}
+
 TEST_F(Backup, ListsInPagesForThoseWhoKnowOfThem) {
     for (const char* name : {"i1", "i2", "i3"}) {
         offer(name, {{"a"}});
@@ -62,8 +72,8 @@ TEST_F(Backup, ListsInPagesForThoseWhoKnowOfThem) {
     Database((data / "catalog.db").string())
         .exec(
             "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000)"
-            "INSERT INTO instances(name, machine, definition, base, state, compress)"
-            " SELECT 'n' || i, 1, 'job', 0, 3, 0 FROM n");
+            "INSERT INTO instances(user, name, machine, definition, base, state, compress)"
+            " SELECT 1, 'n' || i, 1, 'job', 0, 3, 0 FROM n");
     EXPECT_TRUE(page("", 100000).ends_with(" n997 then n997"));
     EXPECT_EQ(post(listInstancesPath, R"({"machine":"pc","jobdefinitionid":"job"})")
                   .json()

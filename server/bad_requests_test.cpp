@@ -160,10 +160,14 @@ TEST_F(BadRequests, MoreThanAnyRequestHasUseFor) {
     refuse(filesToBackupPath, rest + many(16'000'000, "0") + "]}", 413);
     refuse(filesToBackupPath, rest + many(9, "[" + many(60'000, "0") + "]") + "]}", 413);
     refuse(addErrorsPath, "{\"errors\":[" + many(1, "{" + many(1001, "\"a\":0") + "}") + "]}", 413);
+    refuse(addErrorsPath, "{\"a\":[" + many(100'001, "0") + "]}", 413);
     refuse(startJobPath, "{\"a\":[" + many(20'000, "0") + "]}", 413);
     refuse(startJobPath, "{\"" + std::string(300, 'a') + "\":0}", 413);
     refuse(addErrorsPath, "{\"a\":\"" + std::string(2'000'000, 'a') + "\"}", 413);
     refuse(startJobPath, "{\"a\":[" + many(19'990, "0") + "]}", 400);
+    std::string deep = goodBodies().at(startJobPath);
+    refuse(startJobPath,
+           deep.insert(1, "\"a\":" + std::string(16, '[') + std::string(16, ']') + ","), 400);
 }
 
 TEST_F(BadRequests, MoreThanThereIsMemoryFor) {
@@ -217,8 +221,8 @@ TEST_F(BadRequests, WrongStateOrOwner) {
         std::array<int, 6> statuses;
     };
     const Column columns[] = {
-        {filesToBackupPath, "/jobinstanceid", {0, 403, 409, 409, 0, 0}},
-        {startJobPath, "/jobinstanceid", {0, 403, 0, 409, 0, 0}},
+        {filesToBackupPath, "/jobinstanceid", {0, 0, 409, 409, 0, 0}},
+        {startJobPath, "/jobinstanceid", {0, 0, 0, 409, 0, 0}},
         {uploadFilePath, "/jobinstanceid", {404, 404, 409, 409, 409, 0}},
         {addErrorsPath, "/jobinstanceid", {404, 404, 409, 409, 0, 0}},
         {endJobPath, "/jobinstanceid", {404, 404, 0, 409, 409, 409}},  // run is incomplete

@@ -160,14 +160,16 @@ public:
     // Durable.
     virtual void removeSession(std::string_view tokenHash) = 0;
 
-    virtual std::optional<Instance> findInstance(std::string_view name) = 0;
-    // Lets so many seconds pass for the instances that are under way, and names those for which
+    // The user's of that name.
+    virtual std::optional<Instance> findInstance(int64_t user, std::string_view name) = 0;
+    virtual std::optional<Instance> findInstance(int64_t id) = 0;
+    // Lets so many seconds pass for the instances that are under way, and gives those for which
     // `limit` have passed without a request.
-    virtual std::vector<std::string> listIdle(int64_t passed, int64_t limit) = 0;
+    virtual std::vector<int64_t> listIdle(int64_t passed, int64_t limit) = 0;
     // There is a request about it.
     virtual void useInstance(int64_t instance) = 0;
     // Durable. Makes a pending instance, whose base is the job's last completed one. The name must
-    // be new.
+    // be new to the user.
     virtual Instance openInstance(const Session& session, std::string_view name,
                                   std::string_view definition, bool compress) = 0;
     // Durable, with what was offered before: from now on nobody would miss what is lost of that.

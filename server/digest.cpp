@@ -38,10 +38,6 @@ std::string md5(std::string_view bytes) {
     return digest(bytes, EVP_md5());
 }
 
-std::string md5Text(std::string_view bytes) {
-    return hexText(md5(bytes));
-}
-
 std::string sha256(std::string_view bytes) {
     return digest(bytes, EVP_sha256());
 }

@@ -13,9 +13,6 @@ std::string hexText(std::string_view bytes);
 // The MD5 of the bytes, 16 raw bytes.
 std::string md5(std::string_view bytes);
 
-// The MD5 of the bytes as 32 lower-case hexadecimal digits.
-std::string md5Text(std::string_view bytes);
-
 // The SHA-256 of the bytes, 32 raw bytes.
 std::string sha256(std::string_view bytes);
 

@@ -5,6 +5,7 @@
 
 #include "disk_full.h"
 #include "event_log.h"
+#include "given_up.h"
 #include "httpd/client_network.h"
 #include "json_body.h"
 #include "service_error.h"
@@ -251,7 +252,14 @@ Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, DiskRoom& room,
                        int64_t sessionLifetime)
     : room_(room),
       accounts_(catalog, sessionLifetime),
-      backups_(catalog, blocks, room),
+      backups_(catalog, blocks, room,
+               [this, &catalog, &blocks] {
+                   const auto work = [&catalog, &blocks] {
+                       freeGivenUp(catalog, blocks);
+                       return WebReply();
+                   };
+                   endings_.run({}, {}, work, {});
+               }),
       restores_(catalog, blocks, room),
       keys_(catalog),
       logins_(loginOptions()),

@@ -31,7 +31,7 @@ public:
     // stopped.
     void stop();
     // As BackupEndpoints.
-    void giveUp(const std::string& name, int64_t idle) { backups_.giveUp(name, idle); }
+    void giveUp(int64_t instance, int64_t idle) { backups_.giveUp(instance, idle); }
 
 private:
     struct Endpoint;

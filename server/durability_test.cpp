@@ -14,7 +14,7 @@ namespace {
 TEST(SqliteCatalog, SyncsItsLogForWhatIsDurable) {
     const TempFolder folder;
     SqliteCatalog catalog((folder.path() / "catalog.db").string());
-    catalog.beginService("boot");
+    catalog.beginService("boot", {}, 0);
     catalog.addUser("u", "-");
     catalog.addSession("token", "u", "pc", 0, 1000);
     const Session session = *catalog.findSession("token", 0, 1000);
@@ -69,7 +69,7 @@ TEST(SqliteCatalog, SyncsItsLogForWhatIsDurable) {
         {"skipped numbers", [&] { catalog.skipNumbers(9); }},
         {"abandoned", [&] { EXPECT_EQ(catalog.abandonOpen().size(), 1U); }},
         {"the end of service", [&] { catalog.endService(); }},
-        {"service", [&] { catalog.beginService("boot"); }},
+        {"service", [&] { catalog.beginService("boot", {}, 0); }},
     };
     for (const Row& row : rows) {
         const SyncCount log("catalog.db-wal");

@@ -22,7 +22,7 @@ public:
     explicit FullCatalog(const fs::path& data)
         : SqliteCatalog((data / "catalog.db").string()), reserve_(data / "reserve") {}
 
-    std::vector<std::string> listIdle(int64_t passed, int64_t limit) override {
+    std::vector<int64_t> listIdle(int64_t passed, int64_t limit) override {
         requireRoom();
         return SqliteCatalog::listIdle(passed, limit);
     }
@@ -104,19 +104,19 @@ protected:
 };
 
 TEST_F(FullDisk, AbandonedRunsAreGivenUpForAllThat) {
-    BackupEndpoints backups(*catalog, *blocks, *room);
+    BackupEndpoints backups(*catalog, *blocks, *room, [] {});
     column(
-        "INSERT INTO instances(name, machine, definition, base, state, compress, idle)"
-        " VALUES('first', 1, 'job', 0, 1, 0, 1000), ('last', 1, 'job', 0, 1, 0, 1000)");
+        "INSERT INTO instances(id, user, name, machine, definition, base, state, compress, idle)"
+        " VALUES(7, 1, 'first', 1, 'job', 0, 1, 0, 1000), (8, 1, 'last', 1, 'job', 0, 1, 0, 1000)");
     std::promise<void> done;
     const AbandonedRuns runs(*catalog, *room, std::chrono::seconds(1000),
-                             [&](const std::string& name, std::chrono::seconds lifetime) {
+                             [&](int64_t instance, std::chrono::seconds lifetime) {
                                  holdRoom();
-                                 if (name == "first") {
+                                 if (instance == 7) {
                                      throw ServiceError(503, "the backup is being ended");
                                  }
-                                 backups.giveUp(name, lifetime.count());
-                                 if (name == "last") {
+                                 backups.giveUp(instance, lifetime.count());
+                                 if (instance == 8) {
                                      done.set_value();
                                  }
                              });

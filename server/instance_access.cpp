@@ -30,15 +30,17 @@ std::string reportedPath(std::string_view path) {
     return usable.empty() ? "?" : usable;
 }
 
-// The user's instance, which is in use with that, or the refusal.
-Instance usedInstance(Catalog& catalog, const Session& session, std::string_view name,
-                      const ServiceError& refusal) {
-    auto instance = catalog.findInstance(name);
-    if (!instance || instance->userId != session.userId) {
-        throw refusal;
-    }
-    const bool underWay =
-        instance->state == InstanceState::pending || instance->state == InstanceState::running;
+}  // namespace
+
+std::string_view idMember(const json::object& body, std::string_view key) {
+    return checkId(textMember(body, key, maxIdBytes), key);
+}
+
+std::optional<Instance> findOwnInstance(Catalog& catalog, const Session& session,
+                                        std::string_view name) {
+    auto instance = catalog.findInstance(session.userId, name);
+    const bool underWay = instance && (instance->state == InstanceState::pending ||
+                                       instance->state == InstanceState::running);
     if (underWay && instance->idle > 0) {
         try {
             catalog.useInstance(instance->id);
@@ -46,21 +48,15 @@ Instance usedInstance(Catalog& catalog, const Session& session, std::string_view
             // What frees the disk must go on; the next request says so again.
         }
     }
-    return *std::move(instance);
-}
-
-}  // namespace
-
-std::string_view idMember(const json::object& body, std::string_view key) {
-    return checkId(textMember(body, key, maxIdBytes), key);
+    return instance;
 }
 
 Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name) {
-    return usedInstance(catalog, session, name, ServiceError(404, "no such backup"));
-}
-
-Instance namedInstance(Catalog& catalog, const Session& session, std::string_view name) {
-    return usedInstance(catalog, session, name, ServiceError(403, "another user's backup"));
+    auto instance = findOwnInstance(catalog, session, name);
+    if (!instance) {
+        throw ServiceError(404, "no such backup");
+    }
+    return *std::move(instance);
 }
 
 void requireRunning(const Instance& instance) {

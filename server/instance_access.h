@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/json/fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,8 +19,9 @@ std::string_view idMember(const boost::json::object& body, std::string_view key)
 // none, whether nobody has one of that name or another user has.
 Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name);
 
-// An instance that exists, for a request that would make it else: 403 when it is another user's.
-Instance namedInstance(Catalog& catalog, const Session& session, std::string_view name);
+// The same, for a request that would make it else.
+std::optional<Instance> findOwnInstance(Catalog& catalog, const Session& session,
+                                        std::string_view name);
 
 // Both throw ServiceError 409 otherwise; the first wants the second too.
 void requireRunning(const Instance& instance);

@@ -38,7 +38,8 @@ public:
 
     // Answers with what the work gives, in its turn among all of that address and of that user. The
     // work, and what it holds, is gone by then: the client's next request must not meet it. Where
-    // it throws, the callback goes uncalled. None: it has been answered already.
+    // it throws, the callback goes uncalled; an empty one wants no answer. None: it has been
+    // answered already.
     std::optional<LongPoll> run(const std::string& address, const std::string& user, Work work,
                                 HttpService::Respond respond);
 

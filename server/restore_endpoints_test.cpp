@@ -290,6 +290,15 @@ TEST_F(Restores, OfManySourcesCountWhatIsLostOnce) {
     EXPECT_EQ(catalog.looks, 2);
 }
 
+TEST_F(Restores, CountARepeatedErrorOnce) {
+    server.reset();
+    SqliteCatalog catalog((data / "catalog.db").string());
+    catalog.addRestoreErrors(1, {{"a", 1, ""}, {"b", 1, ""}}, 3);
+    catalog.addRestoreErrors(1, {{"a", 2, ""}, {"b", 2, ""}, {"c", 2, ""}, {"d", 2, ""}}, 3);
+    catalog.addRestoreErrors(1, {{"b", 3, ""}}, 3);
+    EXPECT_EQ(column("SELECT group_concat(path || code, ' ') FROM restore_errors"), "a2 b3 c2");
+}
+
 TEST_F(Restores, AreBoundedInNumberAndErrors) {
     offer("i1", {{"a"}});
     start("i1");

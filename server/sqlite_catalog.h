@@ -53,8 +53,7 @@ public:
     // Begins service under this boot of the machine, see above; takes an identity if one is given,
     // and a generation above the packages'. Durable. The caller has seen to the running backups if
     // power was lost.
-    void beginService(std::string_view boot, std::string_view identity = {},
-                      int64_t generation = 0);
+    void beginService(std::string_view boot, std::string_view identity, int64_t generation);
     // Begins a new generation if anything has changed since the last one. Durable.
     void nextGeneration();
     // A sync point that covers whatever an earlier service has stored. Before blocks are stored.
@@ -94,8 +93,9 @@ public:
     int64_t lastUse() override;
     void removeSession(std::string_view tokenHash) override;
 
-    std::optional<Instance> findInstance(std::string_view name) override;
-    std::vector<std::string> listIdle(int64_t passed, int64_t limit) override;
+    std::optional<Instance> findInstance(int64_t user, std::string_view name) override;
+    std::optional<Instance> findInstance(int64_t id) override;
+    std::vector<int64_t> listIdle(int64_t passed, int64_t limit) override;
     void useInstance(int64_t instance) override;
     Instance openInstance(const Session& session, std::string_view name,
                           std::string_view definition, bool compress) override;

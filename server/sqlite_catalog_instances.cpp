@@ -32,19 +32,24 @@ std::optional<Instance> readInstance(Rows rows) {
 
 }  // namespace
 
-std::optional<Instance> SqliteCatalog::findInstance(std::string_view name) {
+std::optional<Instance> SqliteCatalog::findInstance(int64_t user, std::string_view name) {
     const std::lock_guard lock(mutex_);
-    return readInstance(statements_->findInstanceByName.query(name));
+    return readInstance(statements_->findInstanceByName.query(user, name));
 }
 
-std::vector<std::string> SqliteCatalog::listIdle(int64_t passed, int64_t limit) {
+std::optional<Instance> SqliteCatalog::findInstance(int64_t id) {
+    const std::lock_guard lock(mutex_);
+    return readInstance(statements_->findInstanceById.query(id));
+}
+
+std::vector<int64_t> SqliteCatalog::listIdle(int64_t passed, int64_t limit) {
     const std::lock_guard lock(mutex_);
     statements_->passTime.run(passed);
-    std::vector<std::string> names;
+    std::vector<int64_t> list;
     for (auto rows = statements_->listIdle.query(limit); rows.next();) {
-        names.emplace_back(rows.text(0));
+        list.push_back(rows.integer(0));
     }
-    return names;
+    return list;
 }
 
 void SqliteCatalog::useInstance(int64_t instance) {
@@ -56,9 +61,10 @@ Instance SqliteCatalog::openInstance(const Session& session, std::string_view na
                                      std::string_view definition, bool compress) {
     const std::lock_guard lock(mutex_);
     durably([&] {
-        statements_->openInstance.run(name, session.machineId, definition, int64_t{compress});
+        statements_->openInstance.run(name, session.machineId, definition, int64_t{compress},
+                                      session.userId);
     });
-    const auto instance = readInstance(statements_->findInstanceByName.query(name));
+    const auto instance = readInstance(statements_->findInstanceByName.query(session.userId, name));
     if (!instance) {
         throw std::runtime_error("database: a new backup is not there");
     }

@@ -155,7 +155,10 @@ void SqliteCatalog::addRestoreErrors(int64_t restore, const std::vector<FailedFi
         count = rows.next() ? rows.integer(0) : 0;
     }
     eachPiece(errors, [&](const FailedFile& error) {
-        if (count++ < static_cast<int64_t>(kept)) {
+        // One that is repeated takes the place of itself.
+        const bool known = statements_->findRestoreError.query(restore, Blob{error.path}).next();
+        if (known || count < static_cast<int64_t>(kept)) {
+            count += known ? 0 : 1;
             statements_->addRestoreError.run(restore, Blob{error.path}, error.code, error.reason);
         }
     });

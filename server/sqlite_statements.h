@@ -47,14 +47,15 @@ struct SqliteCatalog::Statements {
     Statement lastUse{db, "SELECT coalesce(max(used), 0) FROM sessions"};
     Statement removeSession{db, "DELETE FROM sessions WHERE token = ?1"};
 
-    Statement findInstanceByName{db, selectInstance + "WHERE i.name = ?1"};
+    Statement findInstanceByName{db, selectInstance + "WHERE i.user = ?1 AND i.name = ?2"};
+    Statement findInstanceById{db, selectInstance + "WHERE i.id = ?1"};
     Statement passTime{db, "UPDATE instances SET idle = idle + ?1 WHERE state < 2"};
-    Statement listIdle{db, "SELECT name FROM instances WHERE state < 2 AND idle >= ?1"};
+    Statement listIdle{db, "SELECT id FROM instances WHERE state < 2 AND idle >= ?1"};
     Statement useInstance{db, "UPDATE instances SET idle = 0 WHERE id = ?1"};
     Statement openInstance{
         db,
-        "INSERT INTO instances(name, machine, definition, base, state, compress)"
-        " VALUES(?1, ?2, ?3, coalesce((SELECT id FROM instances WHERE machine = ?2"
+        "INSERT INTO instances(user, name, machine, definition, base, state, compress)"
+        " VALUES(?5, ?1, ?2, ?3, coalesce((SELECT id FROM instances WHERE machine = ?2"
         " AND definition = ?3 AND completion > 0 ORDER BY completion DESC LIMIT 1), 0), 0, ?4)"};
     Statement startInstance{db,
                             "UPDATE instances SET state = 1, starttime = ?2, totalfiles = ?3,"
@@ -192,6 +193,7 @@ struct SqliteCatalog::Statements {
     Statement dropRestoreErrors{db,
                                 "DELETE FROM restore_errors WHERE restore = ?1 AND path IN"
                                 " (SELECT path FROM restore_errors WHERE restore = ?1 LIMIT 1000)"};
+    Statement findRestoreError{db, "SELECT 1 FROM restore_errors WHERE restore = ?1 AND path = ?2"};
     Statement countRestoreErrors{db, "SELECT count(*) FROM restore_errors WHERE restore = ?1"};
     Statement addRestoreError{db, "INSERT OR REPLACE INTO restore_errors VALUES(?1, ?2, ?3, ?4)"};
     Statement putHistory{db, "UPDATE restores SET history = ?2 WHERE id = ?1"};

@@ -80,8 +80,32 @@ CREATE TABLE damaged(
   container INTEGER NOT NULL, offset INTEGER NOT NULL, PRIMARY KEY(container, offset)) WITHOUT ROWID;
 )";
 
+// Ids of backups are each user's own: whoever makes one learns of nobody else's.
+inline constexpr char sqliteVersion6[] = R"(
+CREATE TABLE of_users(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, user INTEGER NOT NULL, name TEXT NOT NULL,
+  machine INTEGER NOT NULL, definition TEXT NOT NULL, base INTEGER NOT NULL,
+  state INTEGER NOT NULL, damaged INTEGER NOT NULL DEFAULT 0,
+  completion INTEGER NOT NULL DEFAULT 0, compress INTEGER NOT NULL,
+  starttime TEXT NOT NULL DEFAULT '', endtime TEXT NOT NULL DEFAULT '',
+  totalfiles INTEGER NOT NULL DEFAULT 0, totaldirectories INTEGER NOT NULL DEFAULT 0,
+  totalsize INTEGER NOT NULL DEFAULT 0, items INTEGER NOT NULL DEFAULT -1,
+  idle INTEGER NOT NULL DEFAULT 0, UNIQUE(user, name));
+INSERT INTO of_users
+  SELECT i.id, coalesce(m.user, 0), i.name, i.machine, i.definition, i.base, i.state, i.damaged,
+    i.completion, i.compress, i.starttime, i.endtime, i.totalfiles, i.totaldirectories,
+    i.totalsize, i.items, i.idle
+  FROM instances i LEFT JOIN machines m ON m.id = i.machine;
+DELETE FROM sqlite_sequence WHERE name = 'of_users';
+INSERT INTO sqlite_sequence(name, seq)
+  SELECT 'of_users', seq FROM sqlite_sequence WHERE name = 'instances';
+DROP TABLE instances;
+ALTER TABLE of_users RENAME TO instances;
+CREATE INDEX instances_job ON instances(machine, definition, completion);
+)";
+
 // Each makes its version, from 1 on, out of the one before.
 inline constexpr const char* sqliteVersions[] = {sqliteVersion1, sqliteVersion2, sqliteVersion3,
-                                                 sqliteVersion4, sqliteVersion5};
+                                                 sqliteVersion4, sqliteVersion5, sqliteVersion6};
 
 }  // namespace dorvo

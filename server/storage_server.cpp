@@ -123,11 +123,11 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
     syncFileSystems();
     whileThereIsRoom([this] { catalog_.everythingIsSynced(); });
     syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
-    abandonedRuns_ = std::make_unique<AbandonedRuns>(
-        catalog_, room_, options.runLifetime,
-        [this](const std::string& name, std::chrono::seconds lifetime) {
-            dispatcher_.giveUp(name, lifetime.count());
-        });
+    abandonedRuns_ =
+        std::make_unique<AbandonedRuns>(catalog_, room_, options.runLifetime,
+                                        [this](int64_t instance, std::chrono::seconds lifetime) {
+                                            dispatcher_.giveUp(instance, lifetime.count());
+                                        });
     listen(options, std::move(log));
     logEvent("started, version " + std::string(serverVersion) + ", on " + endpoint() + ", data " +
              data_.string());

@@ -43,7 +43,7 @@ class SyncPointsTest : public testing::Test {
 protected:
     SyncPointsTest() {
         catalog = std::make_unique<SqliteCatalog>((data / "catalog.db").string());
-        catalog->beginService("boot");
+        catalog->beginService("boot", {}, 0);
         catalog->addUser("u", "-");
         catalog->addSession("token", "u", "pc", 0, 1000);
         catalog->openInstance(*catalog->findSession("token", 0, 1000), "i1", "job", false);
@@ -122,7 +122,7 @@ TEST_F(SyncPointsTest, SpoilTheRunWhoseBytesTheDiskRefuses) {
         store(points, 3);
         refused.get_future().wait();
     }
-    EXPECT_TRUE(catalog->findInstance("i1")->damaged);
+    EXPECT_TRUE(catalog->findInstance(1, "i1")->damaged);
 }
 
 }  // namespace

@@ -23,6 +23,10 @@ std::string contentOf(const fs::path& file) {
 
 }  // namespace
 
+std::string md5Text(std::string_view bytes) {
+    return hexText(md5(bytes));
+}
+
 std::string pattern(size_t size, unsigned seed) {
     std::string bytes(size, '\0');
     for (char& c : bytes) {

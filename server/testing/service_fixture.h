@@ -104,6 +104,9 @@ std::string folderInfo(const std::string& instance, const std::string& path);
 std::string blockForm(const std::string& instance, const std::string& path,
                       const std::string& fileName, std::string_view data, const std::string& md5);
 
+// The MD5 of the bytes as 32 lower-case hexadecimal digits.
+std::string md5Text(std::string_view bytes);
+
 // Bytes that differ from place to place.
 std::string pattern(size_t size, unsigned seed = 1);
 
