@@ -70,7 +70,7 @@ void Checkpointer::work(const std::stop_token& stop) {
 
 bool Checkpointer::checkpoint() {
     try {
-        return moveLog(path_, writers_);
+        return moveLog(path_, writers_, keptPages);
     } catch (const std::exception& error) {
         // Nothing is lost: the log keeps all of it.
         logEvent(std::string("fault in a checkpoint: ") + error.what());

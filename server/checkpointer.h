@@ -34,7 +34,7 @@ public:
 
     // One try. Whether all of the log has been moved; false when a reader, or a writer of another
     // process, is in the way. Waits for the disk only.
-    static bool moveLog(const std::string& path, std::mutex& writers, int64_t kept = keptPages);
+    static bool moveLog(const std::string& path, std::mutex& writers, int64_t kept);
 
 private:
     void work(const std::stop_token& stop);
