@@ -34,7 +34,7 @@ int64_t countWhole(Catalog& catalog, BlockStore& blocks, const StoredFile& file,
 KeptAfterPowerCut keepWhatIsWhole(Catalog& catalog, BlockStore& blocks) {
     KeptAfterPowerCut kept;
     for (const int64_t instance : catalog.listRunning()) {
-        forEachPiece(catalog, instance, [&](const std::vector<CatalogItem>& items) {
+        const auto keepPiece = [&](const std::vector<CatalogItem>& items) {
             std::vector<KeptBlocks> shortened;
             for (const CatalogItem& item : items) {
                 const StoredFile& file = item.file;
@@ -53,7 +53,11 @@ KeptAfterPowerCut keepWhatIsWhole(Catalog& catalog, BlockStore& blocks) {
                 catalog.dropBlocks(instance, shortened);
                 kept.shortened += static_cast<int64_t>(shortened.size());
             }
-        });
+        };
+        if (!forEachPiece(catalog, instance, keepPiece)) {
+            // Blocks that are not on the disk may be among those that could not be looked at.
+            catalog.damageInstance(instance);
+        }
     }
     return kept;
 }

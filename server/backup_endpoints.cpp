@@ -189,7 +189,12 @@ BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json
 
 void BackupEndpoints::complete(const Instance& instance, std::string_view endTime) {
     // Carried-over packages lie where earlier backups have left them.
-    const int64_t items = checkPackages(catalog_, blocks_, instance.id);
+    const std::optional<int64_t> items = checkPackages(catalog_, blocks_, instance.id);
+    if (!items) {
+        logEvent("damaged: the list of backup " + instance.name);
+        catalog_.damageInstance(instance.id);
+        refuseLost();
+    }
     if (auto paths = catalog_.listIncomplete(instance.id, maxNamed, maxNamedBytes);
         !paths.empty()) {
         throw IncompleteBackup(std::move(paths));
@@ -202,7 +207,7 @@ void BackupEndpoints::complete(const Instance& instance, std::string_view endTim
         }
     }
     // A sync point may have learnt meanwhile what no later sync is told.
-    if (!catalog_.completeInstance(instance.id, endTime, items)) {
+    if (!catalog_.completeInstance(instance.id, endTime, *items)) {
         refuseLost();
     }
 }

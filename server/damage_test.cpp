@@ -2,6 +2,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "after_power_cut.h"
+#include "backup_endpoints.h"
+#include "service_error.h"
 #include "sqlite.h"
 #include "testing/service_fixture.h"
 
@@ -306,6 +309,41 @@ TEST_F(Damage, OfAPowerCutIsWhatIsNotOnTheDisk) {
         }
         EXPECT_EQ(end("i1"), 200);
         EXPECT_EQ(stored("i1", "a") == bytes, !row.unseen);
+    }
+}
+
+// As a page of the table that the disk has spoilt may give it.
+TEST_F(Damage, OfTheOrderOfRowsIsNoWholeBackup) {
+    class Disordered : public SqliteCatalog {
+    public:
+        using SqliteCatalog::SqliteCatalog;
+        std::vector<CatalogItem> listItems(int64_t instance, std::string_view after,
+                                           size_t limit) override {
+            auto items = SqliteCatalog::listItems(instance, after, limit);
+            std::swap(items[1], items[2]);
+            return items;
+        }
+    };
+    start("i1");
+    for (const char* path : {"a", "b", "c"}) {
+        put("i1", path, path);
+    }
+    server.reset();
+    FileBlockStore blocks(data / "packages");
+    DiskRoom room(data, 0, {});
+    Disordered catalog((data / "catalog.db").string());
+    BackupEndpoints endpoints(catalog, blocks, room, [] {});
+    const Session session{1, 1, "alice", "pc"};
+    for (const char* state : {"at its end", "after a power cut"}) {
+        SCOPED_TRACE(state);
+        if (state == std::string_view("at its end")) {
+            const auto rest = endpoints.endJob(session, {{"jobinstanceid", "i1"}, {"endtime", ""}});
+            EXPECT_THROW(rest(), ServiceError);
+        } else {
+            change("UPDATE instances SET damaged = 0");
+            keepWhatIsWhole(catalog, blocks);
+        }
+        EXPECT_TRUE(catalog.findInstance(1, "i1")->damaged);
     }
 }
 

@@ -20,14 +20,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr mode_t fileMode = 0600;
-
-[[noreturn]] void fail(const char* what, const fs::path& path) {
-    if (errno == ENOSPC || errno == EDQUOT) {
-        throw DiskFull(std::string(what) + " " + path.string() + ": the disk is full");
-    }
-    throw std::system_error(errno, std::generic_category(),
-                            std::string(what) + " " + path.string());
-}
+// Numbers are counted up from 1: a file with a higher one is nobody's, and counting on from it
+// would soon come to the end.
+constexpr int64_t mostContainers = int64_t{1} << 62U;
 
 FileDescriptor open(const fs::path& path, int flags) {
     return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC, fileMode));
@@ -52,11 +47,11 @@ void FileBlockStore::write(int64_t container, int64_t offset, std::string_view b
     FileDescriptor fd = open(file, O_WRONLY | O_CREAT);
     if (!fd && errno == ENOENT) {
         // Only this one: the folder above has gone, if it is not there now.
-        fs::create_directory(file.parent_path());
+        makeFolder(file.parent_path());
         fd = open(file, O_WRONLY | O_CREAT);
     }
     if (!fd) {
-        fail("cannot open", file);
+        failAt("cannot open", file);
     }
     while (!bytes.empty()) {
         const ssize_t written = ::pwrite(fd.get(), bytes.data(), bytes.size(), offset);
@@ -64,7 +59,7 @@ void FileBlockStore::write(int64_t container, int64_t offset, std::string_view b
             continue;
         }
         if (written <= 0) {
-            fail("cannot write", file);
+            failAt("cannot write", file);
         }
         bytes.remove_prefix(static_cast<size_t>(written));
         offset += written;
@@ -82,7 +77,7 @@ void FileBlockStore::read(int64_t container, int64_t offset, std::span<char> byt
         throw LostBytes(file.string() + " is gone");
     }
     if (!fd) {
-        fail("cannot open", file);
+        failAt("cannot open", file);
     }
     while (!bytes.empty()) {
         const ssize_t count = ::pread(fd.get(), bytes.data(), bytes.size(), offset);
@@ -93,7 +88,7 @@ void FileBlockStore::read(int64_t container, int64_t offset, std::span<char> byt
             throw LostBytes(file.string() + " has lost bytes");
         }
         if (count < 0) {
-            fail("cannot read", file);
+            failAt("cannot read", file);
         }
         bytes = bytes.subspan(static_cast<size_t>(count));
         offset += count;
@@ -110,7 +105,7 @@ std::optional<int64_t> FileBlockStore::length(int64_t container) {
         requireMarker(folder_);
         return std::nullopt;
     }
-    fail("cannot stat", file);
+    failAt("cannot stat", file);
 }
 
 void FileBlockStore::discard(int64_t container, int64_t offset, int64_t length) {
@@ -133,11 +128,11 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
             requireMarker(folder_);
             return length == 0;
         }
-        fail("cannot open", file);
+        failAt("cannot open", file);
     }
     struct stat status {};
     if (::fstat(fd.get(), &status) != 0) {
-        fail("cannot stat", file);
+        failAt("cannot stat", file);
     }
     if (status.st_size < length) {
         return false;
@@ -162,14 +157,14 @@ void FileBlockStore::remove(int64_t container) {
     const fs::path file = path(container);
     // Where it is gone already, the last call may have failed to sync its folder.
     if (::unlink(file.c_str()) != 0 && errno != ENOENT) {
-        fail("cannot remove", file);
+        failAt("cannot remove", file);
     }
     const FileDescriptor parent = open(file.parent_path(), O_RDONLY | O_DIRECTORY);
     if (!parent && errno == ENOENT) {
         return;
     }
     if (!parent || ::fsync(parent.get()) != 0) {
-        fail("cannot sync", file.parent_path());
+        failAt("cannot sync", file.parent_path());
     }
 }
 
@@ -186,7 +181,8 @@ std::vector<FileBlockStore::Found> FileBlockStore::list() const {
             const std::string name = file.path().stem().string();
             int64_t number = 0;
             std::from_chars(name.data(), name.data() + name.size(), number);
-            if (number > 0 && file.path() == path(number) && file.is_regular_file()) {
+            if (number > 0 && number <= mostContainers && file.path() == path(number) &&
+                file.is_regular_file()) {
                 found.push_back({number, static_cast<int64_t>(file.file_size())});
             }
         }
@@ -197,7 +193,7 @@ std::vector<FileBlockStore::Found> FileBlockStore::list() const {
 fs::path FileBlockStore::setAside(int64_t container) {
     const fs::path from = path(container);
     for (const fs::path& orphans : {folder_.parent_path() / "orphans", folder_ / "orphans"}) {
-        if (fs::create_directory(orphans)) {
+        if (makeFolder(orphans)) {
             syncFolder(orphans.parent_path());
         }
         fs::path to = orphans / from.filename();
@@ -213,13 +209,23 @@ fs::path FileBlockStore::setAside(int64_t container) {
             break;
         }
     }
-    fail("cannot move aside", from);
+    failAt("cannot move aside", from);
+}
+
+bool makeFolder(const fs::path& folder) {
+    if (::mkdir(folder.c_str(), 0777) == 0) {
+        return true;
+    }
+    if (errno != EEXIST) {
+        failAt("cannot make", folder);
+    }
+    return false;
 }
 
 void syncFolder(const fs::path& folder) {
     const FileDescriptor fd = open(folder, O_RDONLY | O_DIRECTORY);
     if (!fd || ::fsync(fd.get()) != 0) {
-        fail("cannot sync", folder);
+        failAt("cannot sync", folder);
     }
 }
 

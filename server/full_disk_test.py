@@ -133,6 +133,21 @@ class FullDisk(unittest.TestCase):
             old.connection.port = server.port
             self.read(old)
 
+    def test_can_be_left_where_no_file_can_be_made(self):
+        server = self.serve()
+        with Session(server.port) as session:
+            session.start("done")
+        server.kill()
+        stranger = self.data / "packages" / "77" / "119.pkg"
+        stranger.parent.mkdir()
+        stranger.write_bytes(b"stranger")
+        subprocess.run(["mount", "-o", "remount,nr_inodes=200", self.data], check=True)
+        with self.assertRaises(OSError):
+            for number in range(200):
+                (self.data / f"somebody's {number}").touch()
+        self.serve().kill(signal.SIGTERM)
+        self.assertEqual((self.data / "orphans" / "119.pkg").read_bytes(), b"stranger")
+
 
 if __name__ == "__main__":
     durability_test.PROGRAM = sys.argv.pop(1)

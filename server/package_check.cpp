@@ -35,10 +35,10 @@ private:
 
 }  // namespace
 
-int64_t checkPackages(Catalog& catalog, BlockStore& blocks, int64_t instance) {
+std::optional<int64_t> checkPackages(Catalog& catalog, BlockStore& blocks, int64_t instance) {
     Lengths lengths(blocks);
     int64_t complete = 0;
-    forEachPiece(catalog, instance, [&](const std::vector<CatalogItem>& items) {
+    const bool all = forEachPiece(catalog, instance, [&](const std::vector<CatalogItem>& items) {
         std::vector<CatalogItem> lost;
         for (const CatalogItem& item : items) {
             if (!isComplete(item.file)) {
@@ -55,7 +55,7 @@ int64_t checkPackages(Catalog& catalog, BlockStore& blocks, int64_t instance) {
             catalog.awaitAgain(instance, lost);
         }
     });
-    return complete;
+    return all ? std::optional(complete) : std::nullopt;
 }
 
 int64_t countLost(Catalog& catalog, const Instance& instance) {

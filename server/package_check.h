@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "block_store.h"
 #include "catalog.h"
@@ -14,8 +15,9 @@ namespace dorvo {
 
 // Before a backup is completed: each item whose package is gone, cut short or known as damaged, or
 // whose row is unsound, is awaited again, and such packages are carried over no more. How many
-// items are complete after that.
-int64_t checkPackages(Catalog& catalog, BlockStore& blocks, int64_t instance);
+// items are complete after that; nothing when the order of its rows is broken, so that not all of
+// them could be looked at.
+std::optional<int64_t> checkPackages(Catalog& catalog, BlockStore& blocks, int64_t instance);
 
 // How many of the completed instance's items its list has lost; at least so many where the order of
 // the list is broken as well.

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "disk_full.h"
 #include "file_block_store.h"
 #include "file_descriptor.h"
 
@@ -29,11 +30,6 @@ fs::path markerPath(const fs::path& folder) {
     return folder / "marker";
 }
 
-[[noreturn]] void fail(const char* what, const fs::path& path) {
-    throw std::system_error(errno, std::generic_category(),
-                            std::string(what) + " " + path.string());
-}
-
 void write(const fs::path& folder, int flags, const PackageMarker& marker) {
     const fs::path path = markerPath(folder);
     std::array<char, most> text{};
@@ -42,7 +38,7 @@ void write(const fs::path& folder, int flags, const PackageMarker& marker) {
     const FileDescriptor fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0600));
     if (!fd || ::pwrite(fd.get(), text.data(), static_cast<size_t>(length), 0) != length ||
         ::fsync(fd.get()) != 0) {
-        fail("cannot write", path);
+        failAt("cannot write", path);
     }
 }
 
@@ -57,7 +53,7 @@ std::optional<PackageMarker> readMarker(const fs::path& folder) {
     std::string text(most, '\0');
     const ssize_t length = fd ? ::read(fd.get(), text.data(), text.size()) : -1;
     if (length < 0) {
-        fail("cannot read", path);
+        failAt("cannot read", path);
     }
     text.resize(static_cast<size_t>(length));
     PackageMarker marker;

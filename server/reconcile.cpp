@@ -31,7 +31,9 @@ std::string newIdentity() {
 // What sqlite finds wrong, empty when nothing.
 std::string damageOf(const fs::path& catalog) {
     try {
-        const Database database(catalog.string());
+        Database database(catalog.string());
+        // It may be another catalog's, left beside a copy that was put back, which it would spoil.
+        database.leaveLog();
         Statement check(database, "PRAGMA quick_check(1)");
         auto rows = check.query();
         const std::string verdict = rows.next() ? std::string(rows.text(0)) : "no answer";
@@ -122,7 +124,7 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
     requireOwnPackages(catalog, service, marker, blocks, !found.empty());
     if (!marker) {
         marker = PackageMarker{newIdentity(), 0};
-        if (fs::create_directory(blocks.folder())) {
+        if (makeFolder(blocks.folder())) {
             syncFolder(blocks.folder().parent_path());
         }
         writeMarker(blocks.folder(), *marker);

@@ -23,7 +23,7 @@ void requireSoundCatalog(const std::filesystem::path& catalog, const FileBlockSt
 
 // Begins service with the packages that are there, and makes their folder for a new catalog. A line
 // to the log for everything out of the ordinary. Throws std::exception with a sentence when the
-// packages are not the catalog's.
+// packages are not the catalog's. May be called again after it has thrown DiskFull.
 void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view boot,
                const std::function<void(const std::string&)>& log);
 

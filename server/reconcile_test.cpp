@@ -85,15 +85,19 @@ TEST_F(Reconcile, MovesAsideWhatTheCatalogDoesNotKnow) {
     }
     fs::create_directory(data / "orphans");
     std::ofstream(orphan("7")) << "older";
+    const fs::path endless = data / "packages" / "ff" / "9223372036854775807.pkg";
+    fs::create_directory(endless.parent_path());
+    std::ofstream(endless) << "nobody's";
     ASSERT_EQ(refusal(), "");
     EXPECT_EQ(contentOf(orphan("2")), "stranger 2");
     EXPECT_EQ(contentOf(orphan("7")), "older");
     EXPECT_EQ(contentOf(data / "orphans" / "7-2.pkg"), "stranger 7");
     EXPECT_NE(lines.find(orphan("2").string()), std::string::npos) << lines;
     EXPECT_FALSE(fs::exists(package("2")));
+    EXPECT_TRUE(fs::exists(endless));
     EXPECT_EQ(stored("i1", "a"), "a");
     backup("i2", {{"b"}});
-    EXPECT_EQ(contentOf(package("8")), "b");
+    EXPECT_EQ(contentOf(package("8")), "b");  // and not behind the last number that there is
     lines.clear();
     EXPECT_EQ(refusal(), "");
     EXPECT_EQ(lines, "");
@@ -219,14 +223,21 @@ TEST_F(Reconcile, KeepsTheTailThatACopyWithoutItsLogDoesNotKnow) {
     put("i1", "c", " new");
     EXPECT_EQ(contentOf(package("1")), "known and acknowledged new");
     EXPECT_EQ(stored("i1", "c"), " new");
+    backup("i2", {{"other"}});
     EXPECT_EQ(cancel("i1"), 200);
+    column("INSERT INTO damaged VALUES(1, 0), (2, 9)");
     restart();
     EXPECT_EQ(contentOf(orphan("1")), "known and acknowledged new");
+    // And nothing else is kept of it.
+    EXPECT_EQ(column("SELECT group_concat(container) FROM digests"), "2");
+    EXPECT_EQ(column("SELECT group_concat(container) FROM damaged"), "2");
 }
 
 TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
     backup("i1", {{"a"}});
+    keepCatalog(data / "served");
     server.reset();
+    column("VACUUM");  // so that its pages are others than those of the log that was just kept
     fs::create_directories(package("9").parent_path());
     std::ofstream(package("9")) << "stranger";
     keepCatalog(data / "whole");
@@ -255,6 +266,9 @@ TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
              file.put('\1');  // the number of its cells
          },
          "is damaged"},
+        {"another's log",
+         [&] { fs::copy_file(data / "served" / "catalog.db-wal", data / "catalog.db-wal"); },
+         "is damaged"},
         {"no database", [&] { std::ofstream(catalog) << std::string(9000, 'x'); }, "is damaged"},
         {"no packages", [&] { fs::rename(data / "packages", data / "away"); }, "are not in"},
         {"an empty folder",
@@ -273,7 +287,9 @@ TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         row.happens();
+        const std::string bytes = contentOf(catalog);
         const std::string says = refusal();
+        EXPECT_TRUE(contentOf(catalog) == bytes);
         EXPECT_NE(says.find(row.says), std::string::npos) << says;
         if (fs::exists(data / "away")) {
             EXPECT_TRUE(!fs::exists(data / "packages") || fs::remove(data / "packages"));

@@ -44,6 +44,10 @@ void Database::exec(const char* sql) {
     }
 }
 
+void Database::leaveLog() {
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
 int64_t Database::lastRowId() const {
     return sqlite3_last_insert_rowid(db_);
 }

@@ -29,6 +29,8 @@ public:
     Database& operator=(const Database&) = delete;
 
     void exec(const char* sql);
+    // The log stays as it is when this is closed, though nobody else has the database open.
+    void leaveLog();
     [[nodiscard]] int64_t lastRowId() const;
     // Rows that the last statement has changed, and all statements until now.
     [[nodiscard]] int64_t changes() const;

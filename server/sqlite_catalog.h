@@ -60,7 +60,8 @@ public:
     void everythingIsSynced();
     // Ends service in order. Durable. The caller has made the package bytes durable before.
     void endService();
-    // Goes on with cancelling where the last process died at it.
+    // Goes on with cancelling where the last process died at it, and forgets what is kept of
+    // containers that nobody has any more. Before others use the catalog.
     void finishCancelling();
 
     // Which containers are some instance's, and how much of each has been given away.
@@ -156,14 +157,17 @@ private:
         std::string last;
     };
 
-    // Takes the lock for each step, and leaves it to others for as long between two steps. A step
-    // says whether another one follows.
+    // Takes the lock for each step, and leaves it to others for as long between two steps, once
+    // there are others. A step says whether another one follows.
     void inPieces(const std::function<bool()>& step);
     // Calls the step, which says whether to go on, for one stretch after the other. Nobody else
     // changes which files there are meanwhile.
     void eachStretch(int64_t instance, const std::function<bool(const Stretch&)>& step);
     void dropFiles(int64_t instance);
     void dropRestore(int64_t restore);
+    // Digests and damage of containers that are on no record: forgotten ones.
+    void forgetStrangers();
+    void forgetPackages(int64_t container);
     // Calls `add` for each, in transactions.
     void eachPiece(const std::vector<FailedFile>& errors,
                    const std::function<void(const FailedFile&)>& add);
@@ -186,6 +190,7 @@ private:
     // Of sync points: blocks are stamped with this number, and those up to the other are synced.
     int64_t stamp_ = 1;
     int64_t synced_ = 0;
+    bool shared_ = true;  // others want their turn; not changed while there are any
     // Rows that this connection had changed when the generation began; guarded by mutex_ as well.
     int64_t changesBefore_ = 0;
     const Completed completed_;

@@ -139,7 +139,7 @@ void SqliteCatalog::awaitAgain(int64_t instance, const std::vector<CatalogItem>&
     transaction.commit();
 }
 
-void SqliteCatalog::forgetGivenUp(int64_t container) {
+void SqliteCatalog::forgetPackages(int64_t container) {
     int64_t deleted = deletedAtOnce;
     while (deleted == deletedAtOnce) {
         const std::lock_guard lock(mutex_);
@@ -147,10 +147,26 @@ void SqliteCatalog::forgetGivenUp(int64_t container) {
         deleted = database_.changes();
     }
     const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
     statements_->forgetDamage.run(container);
+}
+
+void SqliteCatalog::forgetGivenUp(int64_t container) {
+    forgetPackages(container);
+    const std::lock_guard lock(mutex_);
     statements_->forgetGivenUp.run(container);
-    transaction.commit();
+}
+
+void SqliteCatalog::forgetStrangers() {
+    std::vector<int64_t> strangers;
+    {
+        const std::lock_guard lock(mutex_);
+        for (auto rows = statements_->listStrangers.query(); rows.next();) {
+            strangers.push_back(rows.integer(0));
+        }
+    }
+    for (const int64_t container : strangers) {
+        forgetPackages(container);
+    }
 }
 
 }  // namespace dorvo

@@ -30,7 +30,9 @@ void SqliteCatalog::inPieces(const std::function<bool()>& step) {
             }
         }
         // Who lets a mutex go and takes it again at once has it before those who wait for it.
-        std::this_thread::sleep_for(Clock::now() - begin);
+        if (shared_) {
+            std::this_thread::sleep_for(Clock::now() - begin);
+        }
     }
 }
 
@@ -221,9 +223,19 @@ void SqliteCatalog::finishCancelling() {
             instances.push_back(rows.integer(0));
         }
     }
+    // Also when it throws: the service goes on without.
+    struct Alone {
+        explicit Alone(bool& shared) : shared_(shared) { shared_ = false; }
+        ~Alone() { shared_ = true; }
+        Alone(const Alone&) = delete;
+        Alone& operator=(const Alone&) = delete;
+        bool& shared_;
+    };
+    const Alone alone(shared_);
     for (const int64_t instance : instances) {
         dropFiles(instance);
     }
+    forgetStrangers();
 }
 
 }  // namespace dorvo

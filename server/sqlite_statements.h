@@ -147,6 +147,14 @@ struct SqliteCatalog::Statements {
     Statement dropContainers{db, "DELETE FROM containers WHERE instance = ?1"};
     Statement listGivenUp{
         db, "SELECT container FROM given_up WHERE container NOT IN (SELECT id FROM containers)"};
+    // From one container that has digests to the next, whatever the number of its rows.
+    Statement listStrangers{
+        db,
+        "WITH RECURSIVE known(id) AS (SELECT min(container) FROM digests UNION ALL SELECT (SELECT"
+        " min(container) FROM digests WHERE container > known.id) FROM known WHERE id IS NOT NULL)"
+        " SELECT id FROM (SELECT id FROM known UNION SELECT container FROM damaged) WHERE id IS NOT"
+        " NULL AND id NOT IN (SELECT id FROM containers)"
+        " AND id NOT IN (SELECT container FROM given_up)"};
     Statement forgetGivenUp{db, "DELETE FROM given_up WHERE container = ?1"};
 
     Statement damageInstance{db, "UPDATE instances SET damaged = 1 WHERE id = ?1"};

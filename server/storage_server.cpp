@@ -115,7 +115,8 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
       room_(data_, options.reserve, options.space),
       catalog_(soundCatalog(data_, blocks_, room_), [this] { generations_->follow(); }),
       dispatcher_(catalog_, blocks_, room_, options.sessionLifetime) {
-    reconcile(catalog_, blocks_, options.boot.empty() ? bootIdentity() : options.boot, logEvent);
+    const std::string boot = options.boot.empty() ? bootIdentity() : options.boot;
+    room_.givingWay([&] { reconcile(catalog_, blocks_, boot, logEvent); });
     generations_ = std::make_unique<Generations>(catalog_, blocks_, options.generationPace);
     whileThereIsRoom([this] { catalog_.finishCancelling(); });
     room_.hold();

@@ -19,6 +19,7 @@ void SyncPoints::wrote(int64_t container, size_t bytes) {
         const std::lock_guard lock(mutex_);
         wake = written_.empty();
         written_.insert(container);
+        ++writes_;
         const bool below = bytes_ < pace_.bytes;
         bytes_ += static_cast<int64_t>(bytes);
         wake = wake || (below && bytes_ >= pace_.bytes);
@@ -47,13 +48,24 @@ void SyncPoints::work(const std::stop_token& stop) {
 
 bool SyncPoints::sync() {
     std::set<int64_t> containers;
+    std::set<int64_t> again;
     try {
+        uint64_t before = 0;
+        {
+            const std::lock_guard lock(mutex_);
+            before = writes_;
+        }
         // Everything that the catalog counts up to here was written before, and is in the set.
         const int64_t stamp = catalog_.beginSyncPoint();
         {
             const std::lock_guard lock(mutex_);
             containers.swap(written_);
             bytes_ = 0;
+            // Blocks that came after the beginning, of this one or of one that failed, are for the
+            // next one to cover.
+            if (behind_ || writes_ != before) {
+                again = containers;
+            }
         }
         while (!containers.empty()) {
             const int64_t container = *containers.begin();
@@ -65,11 +77,15 @@ bool SyncPoints::sync() {
             containers.erase(container);
         }
         catalog_.endSyncPoint(stamp);
+        const std::lock_guard lock(mutex_);
+        behind_ = false;
+        written_.merge(again);
         return true;
     } catch (const std::exception& error) {
         logEvent(std::string("sync point: ") + error.what());
     }
     const std::lock_guard lock(mutex_);
+    behind_ = true;
     written_.merge(containers);
     return false;
 }

@@ -50,6 +50,8 @@ private:
     std::condition_variable_any changed_;
     std::set<int64_t> written_;  // since the last sync point began
     int64_t bytes_ = 0;          // how many
+    uint64_t writes_ = 0;        // ever
+    bool behind_ = false;        // a sync point has failed since the last one that did not
     std::jthread thread_;        // the last: it uses all of the others
 };
 

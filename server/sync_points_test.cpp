@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <utility>
 
 #include "sqlite.h"
 #include "sqlite_catalog.h"
@@ -109,6 +110,56 @@ TEST_F(SyncPointsTest, ThatFailCoverNothingAndAreMadeAgain) {
         again.get_future().wait();
     }
     EXPECT_TRUE(isSynced(1));
+}
+
+TEST_F(SyncPointsTest, AreFollowedByAnotherForWhatCameAsTheyBegan) {
+    // Stores a block once a sync point has begun, before it knows what to sync.
+    class Busy : public SqliteCatalog {
+    public:
+        using SqliteCatalog::SqliteCatalog;
+        std::function<void()> begun;
+        int64_t beginSyncPoint() override {
+            const int64_t stamp = SqliteCatalog::beginSyncPoint();
+            if (begun) {
+                std::exchange(begun, nullptr)();
+            }
+            return stamp;
+        }
+    };
+    for (const bool fails : {false, true}) {
+        SCOPED_TRACE(fails);
+        Busy busy((data / "catalog.db").string());
+        std::promise<void> last;
+        blocks.answers = {[fails](int64_t) -> bool {
+                              if (fails) {
+                                  throw std::runtime_error("not now");
+                              }
+                              return true;
+                          },
+                          [&](int64_t) {
+                              if (!fails) {
+                                  last.set_value();
+                              }
+                              return true;
+                          },
+                          [&](int64_t) {
+                              last.set_value();
+                              return true;
+                          }};
+        StoredFile other = file(fails ? 2 : 1);
+        other.offset = 5;
+        {
+            SyncPoints points(busy, blocks, {1, std::chrono::seconds(0)});
+            busy.begun = [&] {
+                points.wrote(other.container, 0);
+                busy.putBlock(1, "b", other, 1, std::string(16, 'x'));
+            };
+            points.wrote(other.container, 5);
+            last.get_future().wait();
+        }
+        EXPECT_FALSE(busy.findUnsynced(other));
+        blocks.answers.clear();
+    }
 }
 
 TEST_F(SyncPointsTest, SpoilTheRunWhoseBytesTheDiskRefuses) {
