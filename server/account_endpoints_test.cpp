@@ -225,6 +225,23 @@ TEST(LoginLimiter, ForgetsAfterItsWindowAndAfterASuccess) {
     EXPECT_EQ(allowed(1, 1000 + LoginLimiter::windowSeconds), 1);
 }
 
+// As the program of the next version would.
+TEST_F(Accounts, AreAddedToNoCatalogThatIsServedByAnotherVersion) {
+    const std::string version = column("PRAGMA user_version");
+    column("PRAGMA user_version=2");
+    EXPECT_THROW(addUser(data, "dave", "x"), std::exception);
+    EXPECT_EQ(column("PRAGMA user_version"), "2");
+    column("PRAGMA user_version=" + version);
+    addUser(data, "dave", "x");
+    backup("i1", {{"a"}});
+    server.reset();
+    std::filesystem::rename(data / "catalog.db", data / "away");
+    EXPECT_THROW(addUser(data, "eve", "x"), std::exception);
+    EXPECT_FALSE(std::filesystem::exists(data / "catalog.db"));
+    std::filesystem::rename(data / "away", data / "catalog.db");
+    addUser(data, "eve", "x");
+}
+
 }  // namespace
 
 }  // namespace dorvo

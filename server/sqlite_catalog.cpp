@@ -26,14 +26,16 @@ int onCommit(void* checkpointer, sqlite3*, const char*, int pages) {
     return SQLITE_OK;
 }
 
+constexpr auto newest = static_cast<int64_t>(std::size(sqliteVersions));
+
+int64_t versionOf(Database& database) {
+    Statement statement(database, "PRAGMA user_version");
+    auto rows = statement.query();
+    return rows.next() ? rows.integer(0) : 0;
+}
+
 void bringUpToDate(Database& database) {
-    const auto newest = static_cast<int64_t>(std::size(sqliteVersions));
-    int64_t version = 0;
-    {
-        Statement statement(database, "PRAGMA user_version");
-        auto rows = statement.query();
-        version = rows.next() ? rows.integer(0) : 0;
-    }
+    int64_t version = versionOf(database);
     if (version > newest) {
         throw std::runtime_error("the database is of a later version of this program");
     }
@@ -57,6 +59,11 @@ SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed)
     statements_ = std::make_unique<Statements>(database_);
     checkpointer_ = std::make_unique<Checkpointer>(path, mutex_);
     sqlite3_wal_hook(database_.handle(), &onCommit, checkpointer_.get());
+}
+
+bool SqliteCatalog::isUpToDate(const std::string& path) {
+    Database database(path);
+    return versionOf(database) == newest;
 }
 
 SqliteCatalog::~SqliteCatalog() {

@@ -38,6 +38,8 @@ public:
     // it is of a later one.
     explicit SqliteCatalog(const std::string& path, Completed completed = {});
     ~SqliteCatalog() override;
+    // Whether opening the database would leave its tables as they are.
+    static bool isUpToDate(const std::string& path);
 
     // What ties the catalog to its packages.
     struct Service {

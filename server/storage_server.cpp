@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -24,7 +25,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-FileDescriptor lockData(const fs::path& data) {
+// None while another process has it.
+std::optional<FileDescriptor> tryLock(const fs::path& data) {
     prepareDataFolder(data);
     const fs::path path = data / "lock";
     FileDescriptor fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -32,9 +34,17 @@ FileDescriptor lockData(const fs::path& data) {
         throw std::system_error(errno, std::generic_category(), "cannot open " + path.string());
     }
     if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
-        throw std::runtime_error(data.string() + " is served by another process");
+        return std::nullopt;
     }
     return fd;
+}
+
+FileDescriptor lockData(const fs::path& data) {
+    auto lock = tryLock(data);
+    if (!lock) {
+        throw std::runtime_error(data.string() + " is served by another process");
+    }
+    return *std::move(lock);
 }
 
 std::string bootIdentity() {
@@ -194,7 +204,15 @@ void addUser(const fs::path& data, const std::string& name, const std::string& p
     if (password.empty()) {
         throw std::runtime_error("the password is empty");
     }
-    SqliteCatalog catalog(prepareDataFolder(data));
+    const auto lock = tryLock(data);
+    const std::string path = prepareDataFolder(data);
+    if (lock) {
+        requireSoundCatalog(path, FileBlockStore(data / "packages"));
+    } else if (!SqliteCatalog::isUpToDate(path)) {
+        throw std::runtime_error(data.string() +
+                                 " is in use, by a program of another version: stop it first");
+    }
+    SqliteCatalog catalog(path);
     if (!catalog.addUser(name, hashPassword(password))) {
         throw std::runtime_error("there is a user " + name + " already");
     }

@@ -80,8 +80,9 @@ private:
 // Makes the data folder, if it isn't there, for its owner only, and gives the catalog's path in it.
 std::string prepareDataFolder(const std::filesystem::path& data);
 
-// Adds an account to the data folder's catalog. Throws std::exception with one sentence when the
-// name or the password is unusable or the name is taken.
+// Adds an account to the data folder's catalog, which another process may be serving. Throws
+// std::exception with one sentence when the name or the password is unusable, the name is taken,
+// the catalog is damaged or missing, or is served by a program of another version.
 void addUser(const std::filesystem::path& data, const std::string& name,
              const std::string& password);
 
