@@ -135,7 +135,7 @@ std::unique_ptr<RestoreJobDefinition> RestoreCommand::define(const BackupPlace& 
     if (user.empty()) {
         user = run.user.empty() ? chooseKeyOwner({}) : run.user;
     }
-    auto job = std::make_unique<RestoreJobDefinition>(newJobId(), L"", user);
+    auto job = std::make_unique<RestoreJobDefinition>(newJobId(), std::wstring(), user);
     place.assignTo(*job);
     job->setOrigin(run.machine, run.jobDefinitionId, run.jobInstanceId);
     job->setSource(selection.paths);

@@ -33,8 +33,8 @@ std::vector<std::wstring> apart(const std::vector<std::wstring>& sources) {
             named.push_back(std::move(source));
         }
     }
-    if (named.empty() || all.contains(L"")) {
-        return {L""};
+    if (named.empty() || all.contains(std::wstring())) {
+        return {std::wstring()};
     }
     std::erase_if(named, [&](std::wstring_view source) {
         for (size_t end = source.rfind(L'\\'); end != std::wstring_view::npos && end != 0;

@@ -11,7 +11,7 @@ RestoreRoots::RestoreRoots(const std::vector<std::wstring>& sources, std::wstrin
     for (const std::wstring& source : sources) {
         roots_.insert(source.substr(0, source.find_last_not_of(L'\\') + 1));
     }
-    if (roots_.erase(L"") != 0 || roots_.empty()) {
+    if (roots_.erase(std::wstring()) != 0 || roots_.empty()) {
         roots_.clear();
         list_ = std::move(list);
     }

@@ -72,15 +72,15 @@ std::optional<int64_t> wallTime(const ScheduleClock& clock, int64_t instant) {
     return passed.count();
 }
 
-int64_t instantOnWall(const ScheduleClock& clock, int64_t wall, int64_t near) {
+int64_t instantOnWall(const ScheduleClock& clock, int64_t wall, int64_t nearby) {
     // The clocks change at most once in two days, so one of these two tells the time that day.
-    const std::optional<int64_t> dayBefore = wallTime(clock, near - dayLength);
-    const std::optional<int64_t> dayAfter = wallTime(clock, near + dayLength);
+    const std::optional<int64_t> dayBefore = wallTime(clock, nearby - dayLength);
+    const std::optional<int64_t> dayAfter = wallTime(clock, nearby + dayLength);
     if (!dayBefore || !dayAfter) {
         return -1;
     }
-    const int64_t before = *dayBefore - (near - dayLength);  // ahead of UTC
-    const int64_t after = *dayAfter - (near + dayLength);
+    const int64_t before = *dayBefore - (nearby - dayLength);  // ahead of UTC
+    const int64_t after = *dayAfter - (nearby + dayLength);
     const int64_t first = wall - std::max(before, after);
     return wallTime(clock, first) == wall ? first : wall - std::min(before, after);
 }

@@ -26,9 +26,9 @@ uint64_t standardCount(const ScheduleClock& clock, uint64_t count);
 std::optional<int64_t> wallTime(const ScheduleClock& clock, int64_t instant);
 
 // The first instant at which the clock on the wall shows `wall`, -1 for an error. A time that is
-// left out when the clocks are set on comes as much later as they are set on. `near` lies within
+// left out when the clocks are set on comes as much later as they are set on. `nearby` lies within
 // half a day of the result.
-int64_t instantOnWall(const ScheduleClock& clock, int64_t wall, int64_t near);
+int64_t instantOnWall(const ScheduleClock& clock, int64_t wall, int64_t nearby);
 
 // The instant at which the date begins by the rules of the zone; -1 for an error.
 int64_t midnight(const ScheduleClock& clock, std::tm date);

@@ -1,0 +1,1 @@
+// Nothing: a target that only precompiles headers has to have a source.
