@@ -153,7 +153,8 @@ class Model:
 
     def info_sent(self, instance, path, kind, numbers, mtime, size):
         entry = instance.entries.setdefault(path, Entry(mtime, instance.compress))
-        if not (entry.own and entry.kind == FILE == kind and entry.package.size == size):
+        same = entry.mtime == mtime and entry.package.size == size
+        if not (entry.own and entry.kind == FILE == kind and same):
             entry.package, entry.own = Package(size), True
         entry.kind, entry.numbers, entry.mtime, entry.unsure = kind, numbers, mtime, True
 
