@@ -128,8 +128,23 @@ void BackupJob::tidyUp(int endCode) {
 }
 
 bool BackupJob::openStorage() {
-    storage_ = createStorage(StorageUse::items);
-    return storage_ && storage_->start();
+    return makeStorage(StorageUse::items) && storage_->start();
+}
+
+// The server may be set anew while the storage is made, which asks it for the user's key: whose
+// the storage has become is held against the note once more, before it hears of the run.
+bool BackupJob::makeStorage(StorageUse use) {
+    storage_ = createStorage(use);
+    if (!storage_ || noteRun()) {
+        return storage_ != nullptr;
+    }
+    if (GetLastError() != errorOtherServer) {
+        SetLastError(
+            ERROR_LOCK_VIOLATION);  // the note was there a moment ago: the run waits for it
+    }
+    const LastErrorGuard keep;
+    storage_.reset();
+    return false;
 }
 
 bool BackupJob::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
@@ -142,10 +157,7 @@ bool BackupJob::completeAtStorage() {
 }
 
 bool BackupJob::dropAtStorage(int) {
-    if (!storage_ && noteRun()) {
-        storage_ = createStorage(StorageUse::end);
-    }
-    const bool dropped = storage_ && storage_->cancel();
+    const bool dropped = (storage_ || makeStorage(StorageUse::end)) && storage_->cancel();
     const LastErrorGuard keep;
     if (dropped || isRefusal(keep.error())) {
         drops_.forget(instanceText());

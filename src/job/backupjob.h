@@ -74,6 +74,8 @@ private:
     // Notes where the run is, before its storage hears of it. False with the last error:
     // errorOtherServer when the run has begun at another one than is set now.
     bool noteRun();
+    // storage_, of the server that has the run. False with the last error, as of noteRun().
+    bool makeStorage(StorageUse use);
     PendingDrop placeOfRun() const;
     void closeStorage() override { storage_.reset(); }
     FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {

@@ -290,15 +290,46 @@ TEST_F(BackupJobTest, ARunGoesOnAndIsDroppedAtTheServerThatHasIt) {
             EXPECT_EQ(job->state(), completed) << "the next one begins at the other";
         }
     }
-    // One that is set while the list is made.
-    setServer(1);
-    script_ = {};
-    script_.onList = [] { setServer(2); };
-    const auto job = makeBackup();
-    const LogCapture quiet;
-    run(*job);
-    EXPECT_EQ(job->state(), failed);
-    EXPECT_TRUE(script_.calls.empty());
+}
+
+TEST_F(BackupJobTest, ARunBeginsAndEndsAtOneServerWhicheverIsSetMeanwhile) {
+    struct Row {
+        const char* name;
+        std::function<void()> Script::*when;
+        bool paused;
+        bool stopped;
+        int32_t ends;
+    };
+    const Row rows[] = {
+        {"while the list is made", &Script::onList, false, false, failed},
+        {"while the storage is made", &Script::onStorage, false, false, failed},
+        {"while it is made for a run that goes on", &Script::onStorage, true, false, failed},
+        {"while it is made to cancel a run", &Script::onStorage, true, true, cancelled},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        setServer(1);
+        const auto job = makeBackup();
+        const LogCapture quiet;
+        if (row.paused) {
+            script_.items["b"] = {WSAECONNRESET};
+            run(*job);
+            ASSERT_EQ(job->state(), paused);
+            script_.calls.clear();
+        }
+        script_.*row.when = [] { setServer(2); };
+        if (row.stopped) {
+            EXPECT_TRUE(job->stop());
+            ASSERT_TRUE(job->wait(60'000));
+        } else {
+            run(*job);
+        }
+        EXPECT_EQ(job->state(), row.ends);
+        EXPECT_TRUE(script_.calls.empty());
+        EXPECT_EQ(toldOf(), Names{job->instanceText() + "@127.0.0.1:1"});
+    }
 }
 
 // Nothing is asked of a storage before it is on record where, and nothing is lost while somebody

@@ -187,6 +187,15 @@ TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
     }
 }
 
+TEST_F(PendingDropsTest, OneThatCannotBeMovedIsKept) {
+    drops_.note({first, L""});
+    ASSERT_TRUE(createDirectories(dataPath(L"\\drops\\j1\\") + toWide(first)));
+    const Meanwhile brief([] {});
+    const test::LogCapture quiet;
+    EXPECT_FALSE(drops_.handOn(BackupJobDefinition("j1", L"name", "alice")));
+    EXPECT_TRUE(fileExists(noteOf(first)));
+}
+
 TEST_F(PendingDropsTest, OfNoJobAreHandedOnByItsOwnDefinitionOnly) {
     const std::wstring definition = dataPath(L"\\job\\j1\\def");
     const std::wstring to = dataPath(L"\\drops\\j1\\") + toWide(first);

@@ -43,8 +43,9 @@ struct Script {
     std::function<void()> onRecord;    // before it is
     std::function<void()> onRecorded;  // when it was
     std::function<void()> onList;
-    size_t listed = 0;        // how often a list was asked for
-    std::deque<DWORD> check;  // for an increment check
+    std::function<void()> onStorage;  // before one is made
+    size_t listed = 0;                // how often a list was asked for
+    std::deque<DWORD> check;          // for an increment check
     std::function<void()> onCheck;
     std::deque<DWORD> snapshot;  // to a snapshot of all volumes, which is a call, too
     std::function<void()> onSnapshot;

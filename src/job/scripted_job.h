@@ -100,6 +100,9 @@ protected:
 
     template <class Storage, class Interface>
     std::unique_ptr<Interface> make() {
+        if (script_.onStorage) {
+            script_.onStorage();
+        }
         if (script_.noStorage) {
             SetLastError(ERROR_NOT_SUPPORTED);
             return nullptr;

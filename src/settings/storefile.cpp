@@ -72,10 +72,6 @@ bool replaceFile(const std::wstring& from, const std::wstring& to) {
             flushFile(from) && MoveFileExW(longPath(from).c_str(), longPath(to).c_str(),
                                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
     } while (!replaced && retry.again(ERROR_ACCESS_DENIED));
-    if (!replaced) {
-        const LastErrorGuard keep;
-        DeleteFileW(longPath(from).c_str());
-    }
     return replaced;
 }
 
@@ -89,8 +85,8 @@ bool replaceStore(const std::wstring& path, const std::string& text) {
     if (!file) {
         return false;
     }
-    if (writeStore(std::move(file), text)) {
-        return replaceFile(fresh, path);
+    if (writeStore(std::move(file), text) && replaceFile(fresh, path)) {
+        return true;
     }
     const LastErrorGuard keep;
     DeleteFileW(longPath(fresh).c_str());

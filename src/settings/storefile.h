@@ -30,9 +30,10 @@ FileHandle createPrivateFile(const std::wstring& path);
 bool flushFile(const std::wstring& path);
 // Puts the file `from` in the place of `to` when it is on the disk: a power cut leaves the old file
 // or the new one, whole. A file that another program has open is tried again for a second; on
-// failure the old one is as it was, and the new one gone.
+// failure both are as they were.
 bool replaceFile(const std::wstring& from, const std::wstring& to);
-// The same with the text, which is written to `path` + ".new". Makes no folders.
+// The same with the text, which is written to `path` + ".new"; on failure that is gone. Makes no
+// folders.
 bool replaceStore(const std::wstring& path, const std::string& text);
 // Puts the file where nothing is; ERROR_FILE_EXISTS when something is.
 bool placeFile(const std::wstring& from, const std::wstring& to);
