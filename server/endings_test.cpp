@@ -1,10 +1,14 @@
 // The ends of backups: who waits for them, and what a death in the middle leaves.
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <list>
 #include <mutex>
 #include <set>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "instance_locks.h"
 #include "service_error.h"
@@ -265,6 +269,39 @@ TEST(InstanceLocks, SendAwayAtOnceWhoComesToAnEnding) {
         const InstanceLocks::Guard stranger(locks, 2, "i", hold);
     }
     const InstanceLocks::Guard free(locks, 1, "i");
+}
+
+TEST(InstanceLocks, LetOnlyAFewWaitForOneBackup) {
+    constexpr size_t most = InstanceLocks::mostWaiting;
+    InstanceLocks locks(std::chrono::seconds(30));
+    // Twice: who has waited leaves the place to another.
+    for (int round = 0; round < 2; ++round) {
+        std::promise<std::string> refusal;
+        std::atomic<size_t> refused = 0;
+        std::atomic<size_t> served = 0;
+        std::vector<std::jthread> clients;
+        {
+            const InstanceLocks::Guard busy(locks, 1, "i");
+            for (size_t i = 0; i <= most; ++i) {
+                clients.emplace_back([&] {
+                    try {
+                        const InstanceLocks::Guard guard(locks, 1, "i");
+                        ++served;
+                    } catch (const ServiceError& error) {
+                        if (refused++ == 0) {
+                            refusal.set_value(error.what());
+                        }
+                    }
+                });
+            }
+            EXPECT_EQ(refusal.get_future().get(),
+                      "too many requests of this backup are in progress");
+            const InstanceLocks::Guard other(locks, 1, "j");
+        }
+        clients.clear();
+        EXPECT_EQ(refused, 1U);
+        EXPECT_EQ(served, most);
+    }
 }
 
 }  // namespace
