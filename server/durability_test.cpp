@@ -1,6 +1,5 @@
 // Which changes wait for the disk, so that a power cut does not take them.
-#include <sys/resource.h>
-
+#include <filesystem>
 #include <functional>
 
 #include "sqlite_catalog.h"
@@ -8,6 +7,8 @@
 #include "testing/service_fixture.h"
 
 namespace dorvo {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -82,12 +83,13 @@ TEST(SqliteCatalog, TakesALogThatItCannotSyncForNoneThatIsSynced) {
     const TempFolder folder;
     SqliteCatalog catalog((folder.path() / "catalog.db").string());
     catalog.addUser("u", "-");
-    rlimit usual{};
-    ::getrlimit(RLIMIT_NOFILE, &usual);
-    const rlimit none{3, usual.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const fs::path log = folder.path() / "catalog.db-wal";
+    const fs::path away = folder.path() / "away";
+    fs::rename(log, away);
+    fs::create_symlink(log, log);
     EXPECT_THROW(catalog.syncChanges(), std::exception);
-    ::setrlimit(RLIMIT_NOFILE, &usual);
+    fs::remove(log);
+    fs::rename(away, log);
     const FalseDisk refuses([](int) { return -1; });
     EXPECT_THROW(catalog.syncChanges(), std::exception);
 }
