@@ -34,6 +34,7 @@ class Folder:
     """Of a file system that others use too."""
 
     own = False
+    powered = True
     boots = 0  # of the machine, as the service sees it
 
     def __init__(self, root):
@@ -75,6 +76,7 @@ class Image(Folder):
     def cut_power(self):
         """At once, whoever is writing; restore_power() follows when nobody has files open there."""
         folder = os.open(self.mount, os.O_RDONLY)
+        self.powered = False
         try:
             fcntl.ioctl(folder, EXT4_IOC_SHUTDOWN, struct.pack("I", NO_LOG_FLUSH))
         finally:
@@ -84,6 +86,7 @@ class Image(Folder):
         run("umount", self.mount)
         self._mount()
         self._next_boot()
+        self.powered = True
 
     def fill(self, left):
         """Takes all room but so many bytes."""

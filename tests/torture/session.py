@@ -63,8 +63,9 @@ def halves(number):
 class Session:
     """Every verb is one request; each raises Broken, and gives its answer whatever its status."""
 
-    def __init__(self, connection, user, machine):
+    def __init__(self, connection, user, machine, powered=lambda: True):
         self.connection, self.user, self.machine, self.cookie = connection, user, machine, ""
+        self.powered = powered
 
     def close(self):
         self.connection.close()
@@ -74,6 +75,11 @@ class Session:
             body = json.dumps(body)
         status, cookie, answer = self.connection.exchange(
             path, body, {"Cookie": self.cookie, "Content-Type": content_type})
+        if not self.powered():
+            # No machine answers after that. This one does, and the kernel may have told it that a sync was done
+            # that was under way as the file system was shut off.
+            self.connection.close()
+            raise Broken("the power went first")
         self.cookie = cookie or self.cookie
         return Answer(status, answer)
 

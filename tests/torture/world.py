@@ -35,7 +35,7 @@ class World:
         self.clients = [Client(self, f"client{i}", self.users[i % len(self.users)], seed) for i in range(CLIENTS)]
 
     def session(self, user, machine):
-        return Session(self.connection(self.service.address), user, machine)
+        return Session(self.connection(self.service.address), user, machine, lambda: self.place.powered)
 
     def note(self, what):
         self.journal.note("", what)
