@@ -75,7 +75,7 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
     ::shutdown(client.get(), SHUT_WR);
 
     OpenConnections open(HttpLimits{});
-    MemoryBudget memory(size_t{1} << 20U);
+    MemoryBudget memory(size_t{1} << 20U, size_t{1} << 20U);
     asio::io_context io;
     auto work = asio::make_work_guard(io);
     asio::thread_pool workers(1);
