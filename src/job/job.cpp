@@ -9,9 +9,9 @@
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/thread.h"
 #include "job/activity/jobwait.h"
+#include "job/jobdirectories.h"
 #include "job/jobmanager.h"
 
 namespace dorvo {
@@ -369,11 +369,7 @@ DWORD WINAPI Job::remove_thread(void* argument) {
 
 bool Job::remove_impl() {
     activity_.close();
-    std::wstring directory;
-    if (jobDirectory(definition_->id(), directory) && !rm_rf(directory, true)) {
-        log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n",
-            definition_->id().c_str(), GetLastError());
-    }
+    removeJobDirectory(definition_->id());
     notify_state(static_cast<int32_t>(JobState::deleted));
     return true;
 }

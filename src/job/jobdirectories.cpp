@@ -6,6 +6,7 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/rm_rf.h"
 #include "base/sharing_retry.h"
 
 namespace dorvo {
@@ -55,6 +56,19 @@ bool saveDefinition(const JobDefinition& definition) {
     const LastErrorGuard keep;
     log(LogLevel::error, "Failed to save the definition of job {%s}, error-code = %d, %m.\n",
         definition.id().c_str(), GetLastError());
+    return false;
+}
+
+bool removeJobDirectory(const std::string& id) {
+    std::wstring directory;
+    SharingRetry retry;
+    do {
+        if (!jobDirectory(id, directory) || rm_rf(directory, true)) {
+            return true;
+        }
+    } while (retry.again(GetLastError()));
+    log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n",
+        id.c_str(), GetLastError());
     return false;
 }
 

@@ -301,10 +301,7 @@ bool JobManagerImpl::removeLeftOut(const char* id) {
     const LeftOut gone = *found;
     leftOut_.erase(found);
     PendingDrops(gone.id).handOn();
-    if (!rm_rf(directory, true)) {
-        log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n",
-            gone.id.c_str(), GetLastError());
-    }
+    removeJobDirectory(gone.id);
     postEvent(std::make_unique<Event_State>(gone.user.c_str(), gone.id.c_str(), gone.name.c_str(),
                                             static_cast<unsigned>(JobState::deleted)));
     teller_.wake();

@@ -11,6 +11,7 @@
 #include "base/handle.h"
 #include "base/sharing_retry.h"
 #include "job/activity/jobactivityhandle.h"
+#include "job/jobdirectories.h"
 #include "jobdef/backupjobdefinition.h"
 #include "settings/storefile.h"
 #include "support/log_capture.h"
@@ -185,6 +186,14 @@ TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
         EXPECT_TRUE(fileExists(to + L"\\" + toWide(third)));
         EXPECT_TRUE(fileExists(to + L"\\def"));
     }
+}
+
+TEST_F(PendingDropsTest, WhoReadsThemKeepsNoRemovedJobsDirectory) {
+    drops_.note({first, L""});
+    FileHandle held = hold(noteOf(first));
+    const Meanwhile read([&] { held.reset(); });
+    EXPECT_TRUE(removeJobDirectory("j1"));
+    EXPECT_EQ(GetFileAttributesW(dataPath(L"\\job\\j1").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(PendingDropsTest, OneThatCannotBeMovedIsKept) {
