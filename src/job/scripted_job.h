@@ -234,6 +234,10 @@ protected:
         ASSERT_TRUE(job.start());
         ASSERT_TRUE(job.wait(60'000));
     }
+    static void stop(Job& job) {
+        ASSERT_TRUE(job.stop());
+        ASSERT_TRUE(job.wait(60'000));
+    }
 
     Script script_;
     // Opened as by a program that shares it with nobody; nobody waits until it is let go of.

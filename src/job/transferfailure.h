@@ -83,10 +83,8 @@ constexpr FailureAction runFailure(const Failure& failure) {
 }
 
 // How often the end of a run is tried, an hour with the usual time between the tries, before an
-// answer that might change is believed.
+// answer is believed: it might change, or be that of a gate between here and the service.
 constexpr unsigned endTries = 15;
-// The same of a no, which a gate between here and the service may give once.
-constexpr unsigned refusalTries = 2;
 
 // What has kept a run from its end, one time after the other.
 struct EndFailures {
@@ -110,9 +108,7 @@ constexpr FailureAction endFailure(const Failure& failure, const EndFailures& fa
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
-    const unsigned tries = failure.code == withHttpMark(409) ? endTries
-                           : isHttpStatus(failure.code)      ? refusalTries
-                                                             : 1;
+    const unsigned tries = isHttpStatus(failure.code) ? endTries : 1;
     return isRefusal(failure.code) && failures.alike >= tries ? FailureAction::fail
                                                               : FailureAction::pause;
 }

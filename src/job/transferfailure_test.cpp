@@ -75,8 +75,8 @@ TEST(TransferFailure, AnEndIsTriedUntilItsFailureIsBelieved) {
     };
     const Row rows[] = {
         {"409", {.code = 0x20010199}, endTries, 1, 1},
-        {"404", {.code = 0x20010194}, 2, 2, 1},
-        {"403", {.code = 0x20010193}, 2, 2, 1},
+        {"404", {.code = 0x20010194}, endTries, endTries, 1},
+        {"403", {.code = 0x20010193}, endTries, endTries, 1},
         {"a folder that has lost items", {.code = 5023}, 1, 1, 1},
         {"500", {.code = 0x200101F4}, 0, 0, endTries},
         {"network", {.code = 10054, .networkError = true}, 0, 0, endTries},
