@@ -1,11 +1,10 @@
 #include "abandoned_runs.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
-#include <mutex>
 
 #include "event_log.h"
+#include "stop_wait.h"
 
 namespace dorvo {
 
@@ -36,14 +35,8 @@ void AbandonedRuns::work(const std::stop_token& stop) {
     const seconds step = std::clamp(lifetime_ / 16, seconds(1), seconds(3600));
     // What has become due while the service was busy with its end.
     look(seconds(0));
-    std::mutex mutex;  // the wait for the stop wants one; it guards nothing
-    std::condition_variable_any stopped;
-    std::unique_lock lock(mutex);
-    while (!stop.stop_requested()) {
-        stopped.wait_for(lock, stop, step, [] { return false; });
-        if (!stop.stop_requested()) {
-            look(step);
-        }
+    while (!stopsWithin(stop, step)) {
+        look(step);
     }
 }
 

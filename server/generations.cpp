@@ -1,12 +1,12 @@
 #include "generations.h"
 
-#include <condition_variable>
 #include <exception>
 #include <functional>
 #include <string>
 
 #include "event_log.h"
 #include "package_marker.h"
+#include "stop_wait.h"
 
 namespace dorvo {
 
@@ -44,14 +44,7 @@ void Generations::stop() {
 }
 
 void Generations::work(const std::stop_token& stop) {
-    std::mutex mutex;  // the wait for the stop wants one; it guards nothing
-    std::condition_variable_any stopped;
-    std::unique_lock lock(mutex);
-    while (!stop.stop_requested()) {
-        stopped.wait_for(lock, stop, pace_, [] { return false; });
-        if (stop.stop_requested()) {
-            return;
-        }
+    while (!stopsWithin(stop, pace_)) {
         follow([this] { catalog_.nextGeneration(); });
     }
 }

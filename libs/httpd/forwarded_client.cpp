@@ -49,6 +49,7 @@ bool isQuotedWell(std::string_view text) {
     }
     return !quoted;
 }
+
 // The "for" of an element of Forwarded; empty when it has none.
 std::string_view forOf(std::string_view element) {
     for (const std::string_view pair : split(element, ';', true)) {
