@@ -11,7 +11,7 @@
 #include "sourcepath.h"
 #include "storage/local/localinstances.h"
 #include "storage/local/localrestorecatalog.h"
-#include "storage/webrestorecatalog.h"
+#include "storage/web/webrestorecatalog.h"
 #include "units.h"
 #include "users.h"
 
@@ -43,15 +43,15 @@ void BackupPlace::assignTo(JobDefinition& job) const {
     local() ? job.useLocalStorage(location_) : job.useWebStorage();
 }
 
-std::vector<WebInstance> BackupPlace::runs(const std::string& machine,
-                                           const std::string& jobId) const {
-    std::vector<WebInstance> found;
+std::vector<StoredInstance> BackupPlace::runs(const std::string& machine,
+                                              const std::string& jobId) const {
+    std::vector<StoredInstance> found;
     if (local()) {
         if (!LocalInstances::list(location_, machine, jobId, found)) {
             throw AgentError(failure(GetLastError()));
         }
         // Of a damaged run nobody knows whose it is.
-        std::erase_if(found, [&](const WebInstance& run) {
+        std::erase_if(found, [&](const StoredInstance& run) {
             return !user_.empty() && run.user != user_ && run.state != damagedInstance;
         });
         return found;
@@ -64,7 +64,7 @@ std::vector<WebInstance> BackupPlace::runs(const std::string& machine,
     return found;
 }
 
-std::unique_ptr<RestoreCatalog> BackupPlace::catalog(const WebInstance& run) const {
+std::unique_ptr<RestoreCatalog> BackupPlace::catalog(const StoredInstance& run) const {
     if (local()) {
         return std::make_unique<LocalRestoreCatalog>(
             LocalRestoreCatalog::Run{.location = location_,
@@ -76,7 +76,7 @@ std::unique_ptr<RestoreCatalog> BackupPlace::catalog(const WebInstance& run) con
         .machine = run.machine, .jobInstanceId = run.jobInstanceId, .user = user_});
 }
 
-HeldPath BackupPlace::find(RestoreCatalog& catalog, const WebInstance& run,
+HeldPath BackupPlace::find(RestoreCatalog& catalog, const StoredInstance& run,
                            const std::string& given) const {
     HeldPath held;
     if (!findHeldPath(catalog, given, held)) {

@@ -10,7 +10,7 @@
 #include "backuppath.h"
 #include "jobdef/jobdefinition.h"
 #include "storage/restorecatalog.h"
-#include "storage/webaccount.h"
+#include "storage/web/webaccount.h"
 
 namespace dorvo::agent {
 
@@ -31,11 +31,12 @@ public:
 
     // The runs of one machine and one job (each empty: all), the oldest of a job first. In a folder
     // those of every user unless one was asked for.
-    std::vector<WebInstance> runs(const std::string& machine, const std::string& jobId) const;
+    std::vector<StoredInstance> runs(const std::string& machine, const std::string& jobId) const;
 
-    std::unique_ptr<RestoreCatalog> catalog(const WebInstance& run) const;
+    std::unique_ptr<RestoreCatalog> catalog(const StoredInstance& run) const;
     // What `given` stands for in the run, which must hold something there.
-    HeldPath find(RestoreCatalog& catalog, const WebInstance& run, const std::string& given) const;
+    HeldPath find(RestoreCatalog& catalog, const StoredInstance& run,
+                  const std::string& given) const;
 
     // A clause about a list that has lost so many items.
     static std::string lostWords(uint64_t missing);

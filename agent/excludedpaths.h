@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "job/source/exclusionlist.h"
+#include "source/exclusionlist.h"
 
 namespace dorvo::agent {
 

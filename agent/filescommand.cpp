@@ -60,7 +60,7 @@ CLI::App* FilesCommand::describe(CLI::App& parent) {
 
 int FilesCommand::run(Terminal& terminal) {
     const BackupPlace place(query_.local, query_.user);
-    const WebInstance run = query_.choose(place);
+    const StoredInstance run = query_.choose(place);
     const auto catalog = place.catalog(run);
     const std::wstring path =
         path_.empty() ? std::wstring() : place.find(*catalog, run, path_).path;

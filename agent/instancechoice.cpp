@@ -19,14 +19,14 @@ bool beginsWith(const std::string& text, const std::string& beginning) {
            equalsIgnoreCase(std::string_view(text).substr(0, beginning.size()), beginning);
 }
 
-bool sameJob(const WebInstance& a, const WebInstance& b) {
+bool sameJob(const StoredInstance& a, const StoredInstance& b) {
     return a.machine == b.machine && equalsIgnoreCase(a.jobDefinitionId, b.jobDefinitionId);
 }
 
-const WebInstance& latest(const std::vector<WebInstance>& runs, const std::string& thisMachine,
-                          const std::string& listing) {
-    std::vector<const WebInstance*> candidates;
-    for (const WebInstance& run : runs) {
+const StoredInstance& latest(const std::vector<StoredInstance>& runs,
+                             const std::string& thisMachine, const std::string& listing) {
+    std::vector<const StoredInstance*> candidates;
+    for (const StoredInstance& run : runs) {
         if (run.state == completed) {
             candidates.push_back(&run);
         }
@@ -35,11 +35,11 @@ const WebInstance& latest(const std::vector<WebInstance>& runs, const std::strin
         throw AgentError("There is no completed run that 'latest' could mean: '" + listing +
                          "' shows those there are");
     }
-    const auto ours = [&](const WebInstance* run) { return run->machine == thisMachine; };
+    const auto ours = [&](const StoredInstance* run) { return run->machine == thisMachine; };
     if (std::any_of(candidates.begin(), candidates.end(), ours)) {
         std::erase_if(candidates, std::not_fn(ours));
     }
-    for (const WebInstance* run : candidates) {
+    for (const StoredInstance* run : candidates) {
         if (!sameJob(*run, *candidates.back())) {
             throw AgentError(
                 "Several jobs have runs: choose one with --job, as '" + listing + "' shows them",
@@ -47,8 +47,8 @@ const WebInstance& latest(const std::vector<WebInstance>& runs, const std::strin
         }
     }
     // An older run than the user means must not come back without a word.
-    const WebInstance& newest = *candidates.back();
-    for (const WebInstance& run : runs) {
+    const StoredInstance& newest = *candidates.back();
+    for (const StoredInstance& run : runs) {
         if (run.state == damagedInstance && sameJob(run, newest) && run.endTime >= newest.endTime) {
             throw AgentError("The run " + run.jobInstanceId + ", written at " + run.endTime +
                              ", is damaged and may be the latest: give the id of the one before, " +
@@ -58,16 +58,16 @@ const WebInstance& latest(const std::vector<WebInstance>& runs, const std::strin
     return newest;
 }
 
-const WebInstance& byBeginning(const std::vector<WebInstance>& runs, const std::string& asked,
-                               const std::string& listing) {
-    const auto whole = std::find_if(runs.begin(), runs.end(), [&](const WebInstance& run) {
+const StoredInstance& byBeginning(const std::vector<StoredInstance>& runs, const std::string& asked,
+                                  const std::string& listing) {
+    const auto whole = std::find_if(runs.begin(), runs.end(), [&](const StoredInstance& run) {
         return equalsIgnoreCase(run.jobInstanceId, asked);
     });
     if (whole != runs.end()) {
         return *whole;
     }
-    const WebInstance* found = nullptr;
-    for (const WebInstance& run : runs) {
+    const StoredInstance* found = nullptr;
+    for (const StoredInstance& run : runs) {
         if (!beginsWith(run.jobInstanceId, asked)) {
             continue;
         }
@@ -86,12 +86,13 @@ const WebInstance& byBeginning(const std::vector<WebInstance>& runs, const std::
 
 }  // namespace
 
-const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const std::string& asked,
-                                  const std::string& thisMachine, const std::string& listing) {
+const StoredInstance& chooseInstance(const std::vector<StoredInstance>& runs,
+                                     const std::string& asked, const std::string& thisMachine,
+                                     const std::string& listing) {
     if (equalsIgnoreCase(asked, "latest")) {
         return latest(runs, thisMachine, listing);
     }
-    const WebInstance& run = byBeginning(runs, asked, listing);
+    const StoredInstance& run = byBeginning(runs, asked, listing);
     if (run.state != completed) {
         throw AgentError("The run " + run.jobInstanceId + " is not complete: its state is '" +
                          run.state + "'");

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "jobstore.h"
-#include "storage/webaccount.h"
+#include "storage/storedinstance.h"
 
 namespace dorvo::agent {
 
@@ -13,8 +13,9 @@ namespace dorvo::agent {
 // the runs to be those of one job; this machine's come before those of others. A damaged run of
 // that job that may be newer is a refusal. `runs` are the oldest of a job first. `listing` is the
 // command that shows them. Throws AgentError. Pure.
-const WebInstance& chooseInstance(const std::vector<WebInstance>& runs, const std::string& asked,
-                                  const std::string& thisMachine, const std::string& listing);
+const StoredInstance& chooseInstance(const std::vector<StoredInstance>& runs,
+                                     const std::string& asked, const std::string& thisMachine,
+                                     const std::string& listing);
 
 // The id of the backup job that `asked` names: a job of this machine by name or id, or any id, as
 // listings show those of other machines. Throws AgentError; empty for an empty text.

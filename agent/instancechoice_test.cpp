@@ -7,9 +7,9 @@
 namespace dorvo::agent {
 namespace {
 
-WebInstance run(const char* machine, const char* job, const char* id, const char* state,
-                const char* end = "2026-01-02 03:04:05") {
-    WebInstance instance;
+StoredInstance run(const char* machine, const char* job, const char* id, const char* state,
+                   const char* end = "2026-01-02 03:04:05") {
+    StoredInstance instance;
     instance.endTime = end;
     instance.machine = machine;
     instance.jobDefinitionId = job;
@@ -18,19 +18,20 @@ WebInstance run(const char* machine, const char* job, const char* id, const char
     return instance;
 }
 
-const std::vector<WebInstance> oneJob = {run("PC", "j", "aa11", "completed"),
-                                         run("PC", "j", "aa12", "completed"),
-                                         run("PC", "j", "bb13", "running")};
-const std::vector<WebInstance> anotherMachine = {run("OLD", "j", "cc14", "completed"),
-                                                 run("OLD", "j", "aa1", "cancelled")};
-const std::vector<WebInstance> damaged = {run("PC", "j", "ff16", "damaged", "2026-01-02 03:04:05")};
-const std::vector<WebInstance> damagedBefore = {
+const std::vector<StoredInstance> oneJob = {run("PC", "j", "aa11", "completed"),
+                                            run("PC", "j", "aa12", "completed"),
+                                            run("PC", "j", "bb13", "running")};
+const std::vector<StoredInstance> anotherMachine = {run("OLD", "j", "cc14", "completed"),
+                                                    run("OLD", "j", "aa1", "cancelled")};
+const std::vector<StoredInstance> damaged = {
+    run("PC", "j", "ff16", "damaged", "2026-01-02 03:04:05")};
+const std::vector<StoredInstance> damagedBefore = {
     run("PC", "j", "ff17", "damaged", "2026-01-02 03:04:04"), run("OLD", "j", "ff18", "damaged"),
     run("PC", "k", "ff19", "damaged")};
-const std::vector<WebInstance> anotherJob = {run("PC", "k", "dd15", "completed")};
+const std::vector<StoredInstance> anotherJob = {run("PC", "k", "dd15", "completed")};
 
-std::vector<WebInstance> together(std::vector<WebInstance> all,
-                                  const std::vector<WebInstance>& more) {
+std::vector<StoredInstance> together(std::vector<StoredInstance> all,
+                                     const std::vector<StoredInstance>& more) {
     all.insert(all.end(), more.begin(), more.end());
     return all;
 }
@@ -38,7 +39,7 @@ std::vector<WebInstance> together(std::vector<WebInstance> all,
 TEST(ChooseInstance, TakesAnIdItsBeginningOrTheLatest) {
     struct Row {
         const char* name;
-        std::vector<WebInstance> runs;
+        std::vector<StoredInstance> runs;
         const char* asked;
         std::string expected;  // an id, or part of a refusal
     };

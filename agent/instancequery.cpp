@@ -17,7 +17,7 @@ void InstanceQuery::describe(CLI::App& command) {
     command.add_option("--user", user, "The account, when several have logged in");
 }
 
-WebInstance InstanceQuery::choose(const BackupPlace& place) const {
+StoredInstance InstanceQuery::choose(const BackupPlace& place) const {
     std::string here;
     machineName(here);  // without it no machine's runs come first
     return chooseInstance(place.runs(machine, backupJobId(loadJobs(), job)), instance, here,

@@ -21,7 +21,7 @@ struct InstanceQuery {
     void describe(CLI::App& command);
 
     // The completed run that is meant. Throws AgentError.
-    WebInstance choose(const BackupPlace& place) const;
+    StoredInstance choose(const BackupPlace& place) const;
 };
 
 }  // namespace dorvo::agent

@@ -20,7 +20,7 @@ std::string jobName(const JobList& jobs, const std::string& id) {
     return id;
 }
 
-json_spirit::Ordered_object json(const WebInstance& instance) {
+json_spirit::Ordered_object json(const StoredInstance& instance) {
     json_spirit::Ordered_object members = {{"machine", instance.machine},
                                            {"jobdefinitionid", instance.jobDefinitionId},
                                            {"jobinstanceid", instance.jobInstanceId},
@@ -55,10 +55,10 @@ CLI::App* InstancesCommand::describe(CLI::App& parent) {
 int InstancesCommand::run(Terminal& terminal) {
     const BackupPlace place(local_, user_);
     const JobList jobs = loadJobs();
-    const std::vector<WebInstance> instances = place.runs(machine_, backupJobId(jobs, job_));
+    const std::vector<StoredInstance> instances = place.runs(machine_, backupJobId(jobs, job_));
     json_spirit::Ordered_array documents;
     std::vector<std::vector<std::string>> rows;
-    for (const WebInstance& instance : instances) {
+    for (const StoredInstance& instance : instances) {
         documents.emplace_back(json(instance));
         rows.push_back({instance.startTime, instance.state, instance.machine,
                         jobName(jobs, instance.jobDefinitionId),

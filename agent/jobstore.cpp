@@ -11,8 +11,8 @@
 #include "base/uuid.h"
 #include "dataaccess.h"
 #include "failuretext.h"
-#include "job/activity/jobactivityhandle.h"
 #include "job/jobdirectories.h"
+#include "record/jobactivityhandle.h"
 #include "runoutcome.h"
 #include "sourcepath.h"
 

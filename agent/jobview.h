@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "job/activity/jobactivity.h"
 #include "jobdef/jobdefinition.h"
 #include "jobstore.h"
 #include "json_spirit/json_spirit.h"
+#include "record/jobactivity.h"
 #include "runhistory.h"
 #include "runwait.h"
 

@@ -1,6 +1,6 @@
 #include "liverecord.h"
 
-#include "job/activity/jobactivityhandle.h"
+#include "record/jobactivityhandle.h"
 
 namespace dorvo::agent {
 

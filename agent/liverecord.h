@@ -4,7 +4,7 @@
 // from the file, which only the data directory's owner can write.
 #pragma once
 
-#include "job/activity/jobactivity.h"
+#include "record/jobactivity.h"
 
 namespace dorvo::agent {
 

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "job/activity/jobactivity.h"
 #include "json_spirit/json_spirit.h"
+#include "record/jobactivity.h"
 
 namespace dorvo::agent {
 

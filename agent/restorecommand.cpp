@@ -16,7 +16,7 @@
 namespace dorvo::agent {
 namespace {
 
-std::wstring backupName(const JobList& jobs, const WebInstance& run) {
+std::wstring backupName(const JobList& jobs, const StoredInstance& run) {
     for (const auto& job : jobs) {
         if (equalsIgnoreCase(job->id(), run.jobDefinitionId)) {
             return job->name();
@@ -68,7 +68,7 @@ CLI::App* RestoreCommand::describe(CLI::App& parent) {
 int RestoreCommand::run(Terminal& terminal) {
     const std::wstring target = to_.empty() ? std::wstring() : targetFolder(to_);
     const BackupPlace place(query_.local, query_.user);
-    const WebInstance run = query_.choose(place);
+    const StoredInstance run = query_.choose(place);
     const Selection selection = select(place, run);
     const auto engine = openEngine();
     flags_.check(*engine);
@@ -99,7 +99,7 @@ int RestoreCommand::run(Terminal& terminal) {
 }
 
 RestoreCommand::Selection RestoreCommand::select(const BackupPlace& place,
-                                                 const WebInstance& run) const {
+                                                 const StoredInstance& run) const {
     Selection selection;
     const auto catalog = place.catalog(run);
     const auto find = [&](const std::string& given) { return place.find(*catalog, run, given); };
@@ -128,7 +128,7 @@ RestoreCommand::Selection RestoreCommand::select(const BackupPlace& place,
 }
 
 std::unique_ptr<RestoreJobDefinition> RestoreCommand::define(const BackupPlace& place,
-                                                             const WebInstance& run,
+                                                             const StoredInstance& run,
                                                              const Selection& selection,
                                                              const std::wstring& target) const {
     std::string user = place.user();

@@ -28,8 +28,9 @@ private:
         std::wstring prefix;
     };
 
-    Selection select(const BackupPlace& place, const WebInstance& run) const;
-    std::unique_ptr<RestoreJobDefinition> define(const BackupPlace& place, const WebInstance& run,
+    Selection select(const BackupPlace& place, const StoredInstance& run) const;
+    std::unique_ptr<RestoreJobDefinition> define(const BackupPlace& place,
+                                                 const StoredInstance& run,
                                                  const Selection& selection,
                                                  const std::wstring& target) const;
 

@@ -10,11 +10,11 @@
 #include "base/text.h"
 #include "fakeengine.h"
 #include "faketerminal.h"
-#include "job/activity/jobactivityhandle.h"
-#include "job/activity/jobhistory.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "jobrun.h"
+#include "record/jobactivityhandle.h"
+#include "record/jobhistory.h"
 #include "watchedjob.h"
 
 namespace dorvo::agent {

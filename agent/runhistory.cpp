@@ -11,9 +11,9 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "failuretext.h"
-#include "job/activity/jobhistory.h"
-#include "job/activity/jobhistoryerror.h"
 #include "printable.h"
+#include "record/jobhistory.h"
+#include "record/jobhistoryerror.h"
 #include "settings/jsonstorage.h"
 #include "timetext.h"
 

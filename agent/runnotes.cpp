@@ -4,9 +4,9 @@
 
 #include "base/paths.h"
 #include "base/text.h"
-#include "job/activity/jobhistory.h"
-#include "job/activity/jobhistorynotes.h"
 #include "printable.h"
+#include "record/jobhistory.h"
+#include "record/jobhistorynotes.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo::agent {

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "exitcode.h"
-#include "job/activity/jobactivity.h"
+#include "record/jobactivity.h"
 
 namespace dorvo::agent {
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "job/activity/jobactivity.h"
 #include "jobdef/jobdefinition.h"
+#include "record/jobactivity.h"
 #include "runresult.h"
 #include "terminal.h"
 

@@ -7,8 +7,8 @@
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "faketerminal.h"
-#include "job/activity/jobwait.h"
 #include "jobdef/backupjobdefinition.h"
+#include "record/jobwait.h"
 #include "storage/wire_time.h"
 #include "units.h"
 

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "exitcode.h"
-#include "job/activity/jobactivity.h"
 #include "jobdef/jobdefinition.h"
 #include "json_spirit/json_spirit.h"
+#include "record/jobactivity.h"
 #include "runhistory.h"
 #include "storage/request_bodies.h"
 

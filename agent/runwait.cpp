@@ -2,7 +2,7 @@
 
 #include "base/local_time.h"
 #include "failuretext.h"
-#include "job/activity/jobwait.h"
+#include "record/jobwait.h"
 #include "runhistory.h"
 #include "runoutcome.h"
 #include "runresult.h"

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
-#include "job/activity/jobactivity.h"
 #include "jobdef/jobdefinition.h"
 #include "json_spirit/json_spirit.h"
+#include "record/jobactivity.h"
 
 namespace dorvo::agent {
 

@@ -17,8 +17,8 @@ set(pure_sources
     src/base/md5.cpp
     src/http_util/http_chunked_decoder.cpp
     src/http_util/http_location.cpp
-    src/job/activity/jobactivity.cpp
-    src/job/activity/sourcerecord.cpp
+    src/record/jobactivity.cpp
+    src/record/sourcerecord.cpp
     src/job/job_states.cpp
     src/job/joberror.cpp
     src/job/restorepath.cpp
@@ -30,12 +30,12 @@ set(pure_sources
     src/scheduler/weeklyschedulehelper.cpp
     src/settings/encodedtext.cpp
     src/settings/recoveryfile.cpp
-    src/storage/block_form.cpp
+    src/storage/web/block_form.cpp
     src/storage/local/localinstancedocument.cpp
     src/storage/local/localrecord.cpp
     src/storage/package/package_reader.cpp
     src/storage/request_bodies.cpp
-    src/storage/restore_bodies.cpp)
+    src/storage/web/restore_bodies.cpp)
 set(pure_tests
     libs/httpmsg/http_headers_test.cpp
     libs/httpmsg/http_response_parser_test.cpp
@@ -44,20 +44,20 @@ set(pure_tests
     src/base/md5_test.cpp
     src/http_util/http_chunked_decoder_test.cpp
     src/http_util/http_location_test.cpp
-    src/job/activity/jobactivity_test.cpp
-    src/job/activity/sourcerecord_test.cpp
+    src/record/jobactivity_test.cpp
+    src/record/sourcerecord_test.cpp
     src/job/job_states_test.cpp
     src/job/restorepath_test.cpp
     src/scheduler/schedulehelper_test.cpp
     src/scheduler/schedulezones_test.cpp
     src/scheduler/timer_heap_test.cpp
     src/settings/recoveryfile_test.cpp
-    src/storage/block_form_test.cpp
+    src/storage/web/block_form_test.cpp
     src/storage/local/localinstancedocument_test.cpp
     src/storage/local/localrecord_test.cpp
     src/storage/package/package_reader_test.cpp
     src/storage/request_bodies_test.cpp
-    src/storage/restore_bodies_test.cpp)
+    src/storage/web/restore_bodies_test.cpp)
 
 list(TRANSFORM pure_sources PREPEND ${CMAKE_SOURCE_DIR}/)
 list(TRANSFORM pure_tests PREPEND ${CMAKE_SOURCE_DIR}/)

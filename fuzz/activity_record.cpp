@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "input.h"
-#include "job/activity/jobactivity.h"
+#include "record/jobactivity.h"
 
 using namespace dorvo;
 

@@ -1,6 +1,6 @@
 // A source list, record by record: what decodes is the same after it was encoded and decoded again.
 #include "input.h"
-#include "job/activity/sourcerecord.h"
+#include "record/sourcerecord.h"
 
 using namespace dorvo;
 

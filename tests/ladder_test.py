@@ -59,15 +59,15 @@ class LadderTest(unittest.TestCase):
     def test_finds_what_it_looks_for(self):
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
-            files = {"src/CMakeLists.txt": "add_subdirectory(base)\nadd_subdirectory(job/source)\nadd_subdirectory(job)\n",
-                     "src/base/log.h": '#include "job/job.h"\n', "src/job/job.h": '#include "job/source/walk.h"\n',
-                     "src/job/source/walk.h": '#include "base/log.h"\n#  include "job/job.h"\n',
+            files = {"src/CMakeLists.txt": "add_subdirectory(base)\nadd_subdirectory(source)\nadd_subdirectory(job)\n",
+                     "src/base/log.h": '#include "job/job.h"\n', "src/job/job.h": '#include "source/walk.h"\n',
+                     "src/source/walk.h": '#include "base/log.h"\n#  include "job/job.h"\n',
                      "libs/def/def.h": '#include "job/job.h"\n#include "def/other.h"\n', "libs/def/other.h": ""}
             for name, text in files.items():
                 (root / name).parent.mkdir(parents=True, exist_ok=True)
                 (root / name).write_text(text)
             self.assertEqual(climbing_includes(root), [("src/base/log.h", "job/job.h"),
-                                                       ("src/job/source/walk.h", "job/job.h"),
+                                                       ("src/source/walk.h", "job/job.h"),
                                                        ("libs/def/def.h", "job/job.h")])
 
 

@@ -9,9 +9,9 @@
 #include "agenterror.h"
 #include "base/text.h"
 #include "control/controlguard.h"
-#include "job/activity/jobactivityhandle.h"
 #include "jobdef/jobdefinitionfactory.h"
 #include "jobstore.h"
+#include "record/jobactivityhandle.h"
 #include "version.h"
 
 namespace dorvo::agent {

@@ -11,7 +11,7 @@
 #include "job/transferfailure.h"
 #include "secret.h"
 #include "singletons.h"
-#include "storage/webaccount.h"
+#include "storage/web/webaccount.h"
 #include "users.h"
 
 namespace dorvo::agent {

@@ -4,8 +4,8 @@
 #include "base/log.h"
 #include "base/rm_rf.h"
 #include "base/text.h"
-#include "job/source/snapshotroot.h"
-#include "job/source/volumemap.h"
+#include "source/snapshotroot.h"
+#include "source/volumemap.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {

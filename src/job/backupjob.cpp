@@ -8,9 +8,9 @@
 #include "base/singleton.h"
 #include "job/backuprun.h"
 #include "job/jobmanager.h"
-#include "job/source/volumemap.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
+#include "source/volumemap.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {

@@ -9,10 +9,10 @@
 
 #include "job/jobplanner.h"
 #include "job/pendingdrops.h"
-#include "job/source/incrementcheck.h"
-#include "job/source/jobvolume.h"
 #include "job/transferjob.h"
 #include "jobdef/backupjobdefinition.h"
+#include "source/incrementcheck.h"
+#include "source/jobvolume.h"
 #include "storage/backupstorage.h"
 #include "vssreq/vssrequester.h"
 

@@ -3,7 +3,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "job/restorepath.h"
-#include "job/source/sourcelinks.h"
+#include "source/sourcelinks.h"
 
 namespace dorvo {
 namespace {

@@ -8,9 +8,9 @@
 
 #include <string>
 
-#include "job/activity/jobhistorynotes.h"
-#include "job/source/jobvolume.h"
-#include "job/source/owndata.h"
+#include "record/jobhistorynotes.h"
+#include "source/jobvolume.h"
+#include "source/owndata.h"
 #include "vssreq/vssrequester.h"
 
 namespace dorvo {

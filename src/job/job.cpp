@@ -10,9 +10,9 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/thread.h"
-#include "job/activity/jobwait.h"
 #include "job/jobdirectories.h"
 #include "job/jobmanager.h"
+#include "record/jobwait.h"
 
 namespace dorvo {
 namespace {

@@ -25,9 +25,9 @@
 
 #include "base/api.h"
 #include "base/handle.h"
-#include "job/activity/jobactivityhandle.h"
 #include "job/errorresumetimer.h"
 #include "job/job_states.h"
+#include "record/jobactivityhandle.h"
 
 namespace dorvo {
 

@@ -12,8 +12,8 @@
 #include <string>
 
 #include "base/api.h"
-#include "job/activity/jobactivityhandle.h"
 #include "jobdef/backupjobdefinition.h"
+#include "record/jobactivityhandle.h"
 #include "scheduler/schedulehelper.h"
 #include "scheduler/schedulemanager.h"
 

@@ -13,10 +13,10 @@
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
-#include "job/activity/jobactivityhandle.h"
 #include "job/job_states.h"
 #include "job/jobdirectories.h"
 #include "job/transferfailure.h"
+#include "record/jobactivityhandle.h"
 #include "settings/storefile.h"
 
 namespace dorvo {

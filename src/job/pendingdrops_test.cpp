@@ -10,9 +10,9 @@
 
 #include "base/handle.h"
 #include "base/sharing_retry.h"
-#include "job/activity/jobactivityhandle.h"
 #include "job/jobdirectories.h"
 #include "jobdef/backupjobdefinition.h"
+#include "record/jobactivityhandle.h"
 #include "settings/storefile.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"

@@ -7,8 +7,8 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/volume_root.h"
-#include "job/activity/sourcerecord.h"
 #include "job/restorepathlinks.h"
+#include "record/sourcerecord.h"
 #include "storage/itemtemppath.h"
 #include "storage/restoretarget.h"
 

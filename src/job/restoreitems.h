@@ -9,8 +9,8 @@
 #include "job/restorejob.h"
 #include "job/restorelocationpolicy.h"
 #include "job/restoreroots.h"
-#include "job/source/owndata.h"
 #include "job/transferitems.h"
+#include "source/owndata.h"
 
 namespace dorvo {
 

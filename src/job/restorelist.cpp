@@ -8,8 +8,8 @@
 #include "base/http_error.h"
 #include "base/log.h"
 #include "base/text.h"
-#include "job/activity/sourcelistfile.h"
-#include "storage/token_loop.h"
+#include "record/sourcelistfile.h"
+#include "storage/web/token_loop.h"
 
 namespace dorvo {
 namespace {

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "base/interrupter.h"
-#include "job/activity/jobactsrcwriter.h"
-#include "job/source/sourcecalculator.h"
+#include "record/jobactsrcwriter.h"
+#include "source/sourcecalculator.h"
 #include "storage/restorecatalog.h"
 
 namespace dorvo {

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "base/http_error.h"
-#include "job/activity/sourcerecord.h"
+#include "record/sourcerecord.h"
 #include "support/fails_with.h"
 #include "support/list_records.h"
 #include "support/log_capture.h"

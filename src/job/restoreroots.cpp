@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-#include "job/activity/jobactsrcreader.h"
-#include "job/activity/sourcerecord.h"
+#include "record/jobactsrcreader.h"
+#include "record/sourcerecord.h"
 
 namespace dorvo {
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "job/activity/sourcelistfile.h"
+#include "record/sourcelistfile.h"
 #include "support/temporary_folder.h"
 
 namespace dorvo {

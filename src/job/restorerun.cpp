@@ -10,7 +10,7 @@
 #include "job/madefolders.h"
 #include "job/restoreitems.h"
 #include "job/restorelist.h"
-#include "job/source/speedcalc.h"
+#include "source/speedcalc.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {

@@ -8,8 +8,8 @@
 
 #include "base/paths.h"
 #include "base/text.h"
-#include "job/activity/jobactsrcreader.h"
-#include "job/activity/sourcerecord.h"
+#include "record/jobactsrcreader.h"
+#include "record/sourcerecord.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo {

@@ -13,11 +13,11 @@
 #include "storage/local/localkey.h"
 #include "storage/local/localrestorecatalog.h"
 #include "storage/local/localrestorestorage.h"
-#include "storage/web_increment_check.h"
-#include "storage/web_keys.h"
-#include "storage/webbackupstorage.h"
-#include "storage/webrestorecatalog.h"
-#include "storage/webrestorestorage.h"
+#include "storage/web/web_increment_check.h"
+#include "storage/web/web_keys.h"
+#include "storage/web/webbackupstorage.h"
+#include "storage/web/webrestorecatalog.h"
+#include "storage/web/webrestorestorage.h"
 
 namespace dorvo {
 namespace {

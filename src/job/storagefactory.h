@@ -12,11 +12,11 @@
 #include <memory>
 #include <string>
 
-#include "job/activity/jobactivity.h"
 #include "job/pendingdrops.h"
-#include "job/source/incrementcheck.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
+#include "record/jobactivity.h"
+#include "source/incrementcheck.h"
 #include "storage/backupstorage.h"
 #include "storage/faileditems.h"
 #include "storage/placingrecord.h"

@@ -7,7 +7,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "httpmsg/http_names.h"
-#include "job/activity/sourcerecord.h"
+#include "record/sourcerecord.h"
 
 namespace dorvo {
 

@@ -15,11 +15,11 @@
 #include <string>
 
 #include "base/disk_room.h"
-#include "job/activity/jobhistoryinfo.h"
 #include "job/job.h"
 #include "job/resumebackoff.h"
 #include "job/storagefactory.h"
 #include "job/transferfailure.h"
+#include "record/jobhistoryinfo.h"
 #include "storage/faileditems.h"
 
 namespace dorvo {

@@ -6,9 +6,9 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "job/activity/jobhistory.h"
 #include "job/runtotals.h"
 #include "job/transferjob.h"
+#include "record/jobhistory.h"
 
 namespace dorvo {
 

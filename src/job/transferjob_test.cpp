@@ -3,8 +3,8 @@
 
 #include <stdexcept>
 
-#include "job/activity/jobwait.h"
 #include "job/each_job.h"
+#include "record/jobwait.h"
 
 namespace dorvo {
 namespace {

@@ -8,8 +8,8 @@
 
 #include <string>
 
-#include "job/activity/jobactsrcreader.h"
 #include "job/transferjob.h"
+#include "record/jobactsrcreader.h"
 
 namespace dorvo {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "job/activity/jobactivity.h"
-#include "job/activity/jobhistoryerror.h"
+#include "record/jobactivity.h"
+#include "record/jobhistoryerror.h"
 #include "storage/request_bodies.h"
 
 namespace dorvo {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "job/activity/jobactivity.h"
+#include "record/jobactivity.h"
 #include "storage/record_order.h"
 
 namespace dorvo {

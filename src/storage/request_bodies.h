@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "job/activity/sourcerecord.h"
 #include "json_spirit/json_spirit.h"
+#include "record/sourcerecord.h"
 
 namespace dorvo {
 

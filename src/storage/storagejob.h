@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-#include "job/activity/jobactivity.h"
+#include "record/jobactivity.h"
 #include "storage/faileditems.h"
 
 namespace dorvo {

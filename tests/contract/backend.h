@@ -11,8 +11,8 @@
 #include <ostream>
 #include <string>
 
-#include "job/activity/jobactivity.h"
-#include "job/source/incrementcheck.h"
+#include "record/jobactivity.h"
+#include "source/incrementcheck.h"
 #include "storage/backupstorage.h"
 #include "storage/faileditems.h"
 #include "storage/request_bodies.h"

@@ -10,11 +10,11 @@
 #include "http_util/http_connections.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
-#include "storage/web_increment_check.h"
-#include "storage/webaccount.h"
-#include "storage/webbackupstorage.h"
-#include "storage/webrestorecatalog.h"
-#include "storage/webrestorestorage.h"
+#include "storage/web/web_increment_check.h"
+#include "storage/web/webaccount.h"
+#include "storage/web/webbackupstorage.h"
+#include "storage/web/webrestorecatalog.h"
+#include "storage/web/webrestorestorage.h"
 #include "support/store_test.h"
 
 namespace dorvo::test {

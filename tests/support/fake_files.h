@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "job/source/filterpolicy.h"
-#include "job/source/sourcecalculator.h"
-#include "job/source/sourcefilesystem.h"
+#include "source/filterpolicy.h"
+#include "source/sourcecalculator.h"
+#include "source/sourcefilesystem.h"
 
 namespace dorvo::test {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "job/activity/jobactsrcreader.h"
+#include "record/jobactsrcreader.h"
 
 namespace dorvo::test {
 

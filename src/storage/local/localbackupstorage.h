@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "base/interrupter.h"
-#include "job/source/backuptransformation.h"
+#include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
 #include "storage/local/localplace.h"
 #include "storage/request_bodies.h"

@@ -304,7 +304,7 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
     // Without a sensible document it is no base, and listed as what it is.
     write(where.document(base), "{}");
     EXPECT_FAILS(ERROR_INVALID_DATA, restore()->start());
-    std::vector<WebInstance> instances;
+    std::vector<StoredInstance> instances;
     EXPECT_TRUE(LocalInstances::list(location_, {}, {}, instances));
     ASSERT_EQ(instances.size(), 1u);
     EXPECT_EQ(instances[0].state, "damaged");

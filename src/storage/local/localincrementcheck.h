@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "base/interrupter.h"
-#include "job/source/incrementcheck.h"
+#include "source/incrementcheck.h"
 #include "storage/local/localplace.h"
 
 namespace dorvo {

@@ -16,9 +16,9 @@
 namespace dorvo {
 namespace {
 
-WebInstance listed(const LocalInstanceDocument& document, const std::string& machine,
-                   const std::string& job) {
-    WebInstance instance;
+StoredInstance listed(const LocalInstanceDocument& document, const std::string& machine,
+                      const std::string& job) {
+    StoredInstance instance;
     instance.machine = machine;
     instance.jobDefinitionId = job;
     instance.jobInstanceId = document.id;
@@ -34,9 +34,9 @@ WebInstance listed(const LocalInstanceDocument& document, const std::string& mac
 }
 
 // Of such a one nothing is known but when its document was written last.
-WebInstance unreadable(const LocalPlace& place, const std::string& machine, const std::string& job,
-                       const std::string& id) {
-    WebInstance instance;
+StoredInstance unreadable(const LocalPlace& place, const std::string& machine,
+                          const std::string& job, const std::string& id) {
+    StoredInstance instance;
     instance.machine = machine;
     instance.jobDefinitionId = job;
     instance.jobInstanceId = id;
@@ -68,9 +68,9 @@ bool names(const std::wstring& folder, const std::string& only, std::vector<std:
 }
 
 bool listJob(const LocalPlace& place, const std::string& machine, const std::string& job,
-             std::vector<WebInstance>& instances) {
+             std::vector<StoredInstance>& instances) {
     std::vector<LocalInstanceDocument> documents;
-    std::vector<WebInstance> damaged;
+    std::vector<StoredInstance> damaged;
     if (!place.each([&](const LocalInstanceDocument& document) { documents.push_back(document); },
                     [&](const std::string& id) {
                         damaged.push_back(unreadable(place, machine, job, id));
@@ -87,7 +87,7 @@ bool listJob(const LocalPlace& place, const std::string& machine, const std::str
 }
 
 bool listAll(const std::wstring& location, const std::string& machine, const std::string& job,
-             std::vector<WebInstance>& instances) {
+             std::vector<StoredInstance>& instances) {
     std::vector<std::string> machines;
     if (!names(location, machine, machines)) {
         return false;
@@ -109,7 +109,8 @@ bool listAll(const std::wstring& location, const std::string& machine, const std
 }  // namespace
 
 bool LocalInstances::list(const std::wstring& location, const std::string& machine,
-                          const std::string& jobDefinitionId, std::vector<WebInstance>& instances) {
+                          const std::string& jobDefinitionId,
+                          std::vector<StoredInstance>& instances) {
     instances.clear();
     // Any names will do to look at the location itself.
     const LocalPlace place(location, machine.empty() ? "any" : machine,

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/api.h"
-#include "storage/webaccount.h"
+#include "storage/storedinstance.h"
 
 namespace dorvo {
 
@@ -21,7 +21,7 @@ public:
     // there, or is empty where a job of this machine remembers backups, because its disk is not
     // mounted; 87 for a machine or job that is no name for a folder.
     static bool list(const std::wstring& location, const std::string& machine,
-                     const std::string& jobDefinitionId, std::vector<WebInstance>& instances);
+                     const std::string& jobDefinitionId, std::vector<StoredInstance>& instances);
 };
 
 }  // namespace dorvo

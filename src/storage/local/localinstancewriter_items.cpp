@@ -3,8 +3,8 @@
 
 #include "base/file_bytes.h"
 #include "base/text.h"
-#include "job/activity/jobactsrcreader.h"
-#include "job/activity/sourcerecord.h"
+#include "record/jobactsrcreader.h"
+#include "record/sourcerecord.h"
 #include "storage/local/localindexreader.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localpath.h"

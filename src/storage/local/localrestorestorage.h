@@ -19,7 +19,7 @@
 #include <string>
 
 #include "base/interrupter.h"
-#include "job/source/restoretransformation.h"
+#include "source/restoretransformation.h"
 #include "storage/local/localplace.h"
 #include "storage/placingrecord.h"
 #include "storage/restorestorage.h"

@@ -21,7 +21,7 @@ TEST_F(LocalStorageTest, AFolderThatIsGonePausesEveryJob) {
     const auto running = started();
     const auto reading = restore();
     const std::wstring away = folder_.path() + L"\\away";
-    std::vector<WebInstance> instances;
+    std::vector<StoredInstance> instances;
     bool send = false;
     const auto expectGone = [](bool done) { EXPECT_FAILS(WSAESTALE, done); };
     ASSERT_TRUE(MoveFileW(location_.c_str(), away.c_str())) << GetLastError();
@@ -64,7 +64,7 @@ TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
         unmounted("restore", [&] { return restore()->start(); });
         unmounted("key of restore", [&] { return findRestoreKey(place(), instance(), "a", key); });
         unmounted("list", [&] { return list(page_); });
-        std::vector<WebInstance> instances;
+        std::vector<StoredInstance> instances;
         unmounted("all", [&] { return LocalInstances::list(location_, {}, {}, instances); });
         EXPECT_TRUE(RemoveDirectoryW(location_.c_str())) << "something was put there";
         ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
@@ -101,7 +101,7 @@ TEST_F(LocalStorageTest, ARestoreWaitsOnlyForAPlaceThatItKnows) {
         createDirectories(location_);
         const DWORD error = known ? DWORD{WSAESTALE} : DWORD{ERROR_NOT_FOUND};
         UserKey key;
-        std::vector<WebInstance> instances;
+        std::vector<StoredInstance> instances;
         EXPECT_FAILS(error, restore()->start());
         EXPECT_FAILS(error, list(page_));
         EXPECT_FAILS(error, findRestoreKey(place(), instance(), "a", key));
@@ -351,11 +351,11 @@ TEST_F(LocalStorageTest, ListsTheBackupsOfAllMachines) {
     started();
     createDirectories(location_ + L"\\other\\j2\\no instance");
     write(location_ + L"\\a file", "");
-    std::vector<WebInstance> instances;
+    std::vector<StoredInstance> instances;
     const auto ids = [&](const char* machine, const char* jobId) {
         EXPECT_TRUE(LocalInstances::list(location_, machine, jobId, instances));
         std::string text;
-        for (const WebInstance& found : instances) {
+        for (const StoredInstance& found : instances) {
             text += found.jobInstanceId.substr(0, 2) + " " + found.state + " ";
         }
         return text;

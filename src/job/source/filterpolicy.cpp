@@ -1,7 +1,0 @@
-#include "job/source/filterpolicy.h"
-
-namespace dorvo {
-
-FilterPolicy::~FilterPolicy() = default;
-
-}  // namespace dorvo

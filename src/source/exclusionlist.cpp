@@ -1,0 +1,148 @@
+#include "source/exclusionlist.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "base/log.h"
+#include "base/text.h"
+#include "settings/storefile.h"
+#include "source/comparablepath.h"
+
+namespace dorvo {
+namespace {
+
+json_spirit::Array::iterator findPath(json_spirit::Array& paths, const std::string& path) {
+    const ComparablePath wanted(toWide(path));
+    return std::find_if(paths.begin(), paths.end(), [&](const json_spirit::Value& entry) {
+        return entry.type() == json_spirit::str_type &&
+               ComparablePath(toWide(entry.get_str())).text() == wanted.text();
+    });
+}
+
+// Paths in files have forward slashes, device paths stay as they are.
+std::string withForwardSlashes(std::string path) {
+    if (!path.starts_with("\\\\?\\") && !path.starts_with("\\\\.\\")) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+    }
+    return path;
+}
+
+}  // namespace
+
+CriticalSection ExclusionList::s_locker;
+
+ExclusionList::ExclusionList() {
+    const FunctionTrace trace("ExclusionList::ExclusionList", "exclusionlist.cpp");
+    const std::lock_guard guard(s_locker);
+    const std::wstring path = storePath(L"\\exclusions");
+    damaged_ = !load(toUtf8(path).c_str()) && fileExists(path);
+    if (damaged_) {
+        log(LogLevel::error, "Failed to load the exclusion list {%s}; nothing is excluded.\n",
+            path_.c_str());
+    }
+}
+
+ExclusionList::ExclusionList(const ExclusionList& other)
+    : JSONObjectStorage(other.content()), damaged_(other.damaged_) {}
+
+ExclusionList& ExclusionList::operator=(const ExclusionList& other) {
+    if (this != &other) {
+        const std::lock_guard guard(s_locker);
+        JSONObjectStorage::operator=(other);
+        damaged_ = other.damaged_;
+        changed_ = false;  // what `other` has not saved, it saves itself
+    }
+    return *this;
+}
+
+ExclusionList::~ExclusionList() {
+    const std::lock_guard guard(s_locker);
+    if (changed_) {
+        saveLocked();
+    }
+}
+
+JSONObjectStorage ExclusionList::content() const {
+    const std::lock_guard guard(s_locker);
+    return *this;
+}
+
+bool ExclusionList::addPath(const char* list, const char* path) {
+    if (isEmpty(list) || isEmpty(path)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    const std::lock_guard guard(s_locker);
+    if (damaged_) {
+        SetLastError(ERROR_FILE_CORRUPT);
+        return false;
+    }
+    const auto entry = values_.try_emplace(list, json_spirit::Array()).first;
+    if (entry->second.type() != json_spirit::array_type) {
+        SetLastError(ERROR_INVALID_DATA);
+        return false;
+    }
+    json_spirit::Array& paths = entry->second.get_array();
+    if (findPath(paths, path) == paths.end()) {
+        paths.push_back(withForwardSlashes(path));
+        changed_ = true;
+    }
+    return true;
+}
+
+bool ExclusionList::removePath(const char* list, const char* path) {
+    if (isEmpty(list) || isEmpty(path)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    const std::lock_guard guard(s_locker);
+    const auto entry = values_.find(list);
+    if (entry == values_.end() || entry->second.type() != json_spirit::array_type) {
+        return false;
+    }
+    json_spirit::Array& paths = entry->second.get_array();
+    const auto found = findPath(paths, path);
+    if (found == paths.end()) {
+        return false;
+    }
+    paths.erase(found);
+    if (paths.empty()) {
+        values_.erase(entry);
+    }
+    changed_ = true;
+    return true;
+}
+
+bool ExclusionList::getList(const char* list, json_spirit::Value& paths) const {
+    if (isEmpty(list)) {
+        return false;
+    }
+    const std::lock_guard guard(s_locker);
+    const auto entry = values_.find(list);
+    if (entry == values_.end() || entry->second.type() != json_spirit::array_type) {
+        return false;
+    }
+    paths = entry->second;
+    return true;
+}
+
+bool ExclusionList::save() {
+    const FunctionTrace trace("ExclusionList::save", "exclusionlist.cpp");
+    const std::lock_guard guard(s_locker);
+    if (damaged_) {
+        SetLastError(ERROR_FILE_CORRUPT);
+        return false;
+    }
+    return saveLocked();
+}
+
+bool ExclusionList::saveLocked() {
+    if (!JSONObjectStorage::save()) {
+        log(LogLevel::error, "Failed to save the exclusion list {%s}, %m.\n", path_.c_str());
+        return false;
+    }
+    changed_ = false;
+    return true;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,7 @@
+#include "source/filterpolicy.h"
+
+namespace dorvo {
+
+FilterPolicy::~FilterPolicy() = default;
+
+}  // namespace dorvo

@@ -1,0 +1,54 @@
+#include "source/transformfile.h"
+
+#include <exception>
+
+#include "base/error_text.h"
+#include "base/log.h"
+#include "base/text.h"
+
+namespace dorvo {
+namespace {
+
+bool notOpened(const char* words, const wchar_t* path, DWORD error) {
+    log(LogLevel::error, words, toUtf8(path).c_str(), errorText(error).c_str());
+    SetLastError(error);
+    return false;
+}
+
+}  // namespace
+
+bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* stop,
+                   const TransformWords& words,
+                   const std::function<void(std::istream& in, std::ostream& out)>& pump,
+                   const std::function<void(HANDLE target)>& finish) {
+    ReadHandleStream in(source, stop);
+    if (!in) {
+        return notOpened(words.sourceNotOpened, source, in.buffer().error());
+    }
+    WriteHandleStream out(target);
+    if (!out) {
+        return notOpened(words.targetNotOpened, target, out.buffer().error());
+    }
+    try {
+        pump(in, out);
+        throwIfCutOff(in);
+    } catch (const std::exception& failure) {
+        const DWORD error = chainError(in, out);
+        if (error == ERROR_CANCELLED) {
+            // The words are those of a restore for both; readers of the log look for them.
+            log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
+                toUtf8(source).c_str());
+        } else {
+            log(LogLevel::error, words.failed, toUtf8(source).c_str(), failure.what());
+        }
+        SetLastError(error);
+        return false;
+    }
+    if (finish) {
+        finish(out.buffer().handle());
+    }
+    SetLastError(ERROR_SUCCESS);
+    return true;
+}
+
+}  // namespace dorvo

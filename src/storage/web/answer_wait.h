@@ -1,0 +1,47 @@
+// Says in a job's record, for as long as it lives, that the service works on an answer that may
+// take it long.
+//
+// For whoever shows the job, who is told by `changed`; nothing of the run depends on it. The record
+// is borrowed and may be null.
+#pragma once
+
+#include <functional>
+#include <utility>
+
+#include "http_util/http_command.h"
+#include "record/jobactivity.h"
+
+namespace dorvo {
+
+class AnswerWait {
+public:
+    AnswerWait(const HTTP_Command& command, JobActivity* record, std::function<void()> changed = {})
+        : record_(command.answer_timeout() == HTTP_Command::LONG_ANSWER_TIMEOUT ? record : nullptr),
+          changed_(std::move(changed)) {
+        if (record_ != nullptr) {
+            before_ = record_->currentFileState;
+            say(static_cast<uint32_t>(CurrentFileState::awaited));
+        }
+    }
+    ~AnswerWait() {
+        if (record_ != nullptr) {
+            say(before_);
+        }
+    }
+    AnswerWait(const AnswerWait&) = delete;
+    AnswerWait& operator=(const AnswerWait&) = delete;
+
+private:
+    void say(uint32_t state) {
+        record_->currentFileState = state;
+        if (changed_) {
+            changed_();
+        }
+    }
+
+    JobActivity* record_;
+    const std::function<void()> changed_;
+    uint32_t before_ = 0;
+};
+
+}  // namespace dorvo

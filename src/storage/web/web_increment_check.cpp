@@ -1,0 +1,72 @@
+#include "storage/web/web_increment_check.h"
+
+#include "base/http_error.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "http_util/command_to_server.h"
+#include "storage/web/answer_wait.h"
+#include "storage/web/web_backup_requests.h"
+#include "storage/web/web_exchange.h"
+
+namespace dorvo {
+namespace {
+
+bool fail(DWORD error, const char* message) {
+    SetLastError(error);
+    log(LogLevel::error, message);
+    return false;
+}
+
+}  // namespace
+
+Web_Increment_Check::Web_Increment_Check(Run run)
+    : run_(std::move(run)), stop_(run_.stop), session_(run_.user) {
+    session_.set_interrupter(&stop_);
+}
+
+bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool>& send) {
+    FunctionTrace trace("Web_Increment_Check::check", "web_increment_check.cpp");
+    const std::string cookie = session_.cookie();
+    if (cookie.empty()) {
+        return fail(withHttpMark(401), "Failed to find cookie while doing increment check.\n");
+    }
+    if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
+        return fail(ERROR_INVALID_PARAMETER,
+                    "Failed to get the server information while doing increment check.\n");
+    }
+    std::vector<IncrementItem> items;
+    std::vector<std::string> asked;
+    for (const File& file : files) {
+        asked.push_back(withoutTrailingBackslash(toUtf8(file.path)));
+        items.push_back({asked.back(), file.lastWriteTime});
+    }
+    Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
+        "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, first_, items});
+    const AnswerWait waits(command, run_.activity);
+    if (!exchange(session_, command, "do increment check of job", run_.jobId)) {
+        return false;
+    }
+    first_ = false;
+    std::vector<std::string> named;
+    return (readIncrementAnswer(command.response().body(), named) &&
+            markNamed(asked, named, send)) ||
+           fail(ERROR_INVALID_DATA, "The answer to the increment check is not valid.\n");
+}
+
+bool markNamed(const std::vector<std::string>& asked, const std::vector<std::string>& named,
+               std::vector<bool>& marks) {
+    marks.assign(asked.size(), false);
+    size_t next = 0;
+    for (const std::string& path : named) {
+        while (next < asked.size() && asked[next] != path) {
+            ++next;
+        }
+        if (next == asked.size()) {
+            return false;
+        }
+        marks[next++] = true;
+    }
+    return true;
+}
+
+}  // namespace dorvo

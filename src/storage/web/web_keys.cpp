@@ -1,0 +1,113 @@
+#include "storage/web/web_keys.h"
+
+#include "base/http_error.h"
+#include "base/interrupter.h"
+#include "base/key_error.h"
+#include "base/log.h"
+#include "settings/keymanager.h"
+#include "storage/answer_shape.h"
+#include "storage/web/request_refusal.h"
+#include "storage/web/web_exchange.h"
+#include "storage/web/web_session.h"
+
+namespace dorvo {
+namespace {
+
+constexpr size_t md5Digits = 32;
+
+KeyManagerImpl& keys() {
+    return *ATL::CComSingleton<KeyManagerImpl, ATL::CComAutoCriticalSection>::instance();
+}
+
+bool fail(const std::string& user, uint32_t error) {
+    if (isKeyError(error)) {
+        log(LogLevel::error, "Failed to agree on the key of user {%s}, error-code = %d, %s.\n",
+            user.c_str(), static_cast<int>(error), keyErrorText(error, user).c_str());
+        SetLastError(error);
+    } else {
+        SetLastError(error);
+        log(LogLevel::error, "Failed to agree on the key of user {%s}, error-code = %d, %m.\n",
+            user.c_str(), static_cast<int>(error));
+    }
+    return false;
+}
+
+// Empty when the user has none. False when that is not to be found out.
+bool ownChecksum(const std::string& user, std::string& md5) {
+    md5.clear();
+    return keys().keyChecksum(user.c_str(), md5) || GetLastError() == ERROR_NOT_FOUND;
+}
+
+// What the service holds: an MD5, or nothing.
+bool askService(Web_Session& session, std::string& md5) {
+    Command_To_Server<Get_MD5_of_Keys_Reqeust, Response_T<json_spirit::Value>> command(
+        "Get MD5 of Keys");
+    command.request().cookie(session.cookie().c_str());
+    if (!exchange(session, command, "ask for the key of user", session.user())) {
+        return false;
+    }
+    if (hasShape([&] { md5 = command.response().body().get_obj().at("md5").get_str(); }) &&
+        (md5.empty() || (md5.size() == md5Digits &&
+                         md5.find_first_not_of("0123456789abcdef") == std::string::npos))) {
+        return true;
+    }
+    return fail(session.user(), ERROR_INVALID_DATA);
+}
+
+bool tellService(Web_Session& session, const std::string& md5) {
+    Command_To_Server<Export_MD5_of_Keys_Reqeust, Response_T<std::string>> command(
+        "Export MD5 of Keys", Export_MD5_of_Keys_Reqeust(md5));
+    command.request().cookie(session.cookie().c_str());
+    return exchange(session, command, "export the key of user", session.user()) ||
+           (GetLastError() == withHttpMark(409) && fail(session.user(), errorKeyForeign));
+}
+
+}  // namespace
+
+Get_MD5_of_Keys_Reqeust::Get_MD5_of_Keys_Reqeust()
+    : Request_T("/dorvo/WebServer/keys/GetMD5ofKeys.php") {
+    body(json_spirit::Object());
+}
+
+bool Get_MD5_of_Keys_Reqeust::prepare() const {
+    return hasCookie(*this) || refuseSession();
+}
+
+Export_MD5_of_Keys_Reqeust::Export_MD5_of_Keys_Reqeust(const std::string& md5)
+    : Request_T("/dorvo/WebServer/keys/ExportMD5ofKeys.php") {
+    body(json_spirit::Object{{"md5", md5}});
+}
+
+bool Export_MD5_of_Keys_Reqeust::prepare() const {
+    return hasCookie(*this) || refuseSession();
+}
+
+bool agreeOnKey(const std::string& user, KeyUse use, HANDLE stop, UserKey& key) {
+    const FunctionTrace trace("agreeOnKey", "web_keys.cpp");
+    std::string own;
+    if (!ownChecksum(user, own)) {
+        return fail(user, GetLastError());
+    }
+    if (own.empty() && use == KeyUse::restore) {
+        return fail(user, errorKeyMissing);
+    }
+    const interrupter stopSignal(stop);
+    Web_Session session(user);
+    session.set_interrupter(&stopSignal);
+    if (!aimAtServerOfOptions(session.invoker())) {
+        return fail(user, GetLastError());
+    }
+    std::string held;
+    if (!askService(session, held)) {
+        return false;
+    }
+    if (!held.empty()) {
+        return heldKey(user, held, key) || fail(user, GetLastError());
+    }
+    if (own.empty() && !(ownKey(user, key) && ownChecksum(user, own))) {
+        return fail(user, GetLastError());
+    }
+    return tellService(session, own) && (heldKey(user, own, key) || fail(user, GetLastError()));
+}
+
+}  // namespace dorvo

@@ -1,0 +1,303 @@
+#include "support/scripted_service.h"
+// The sockets' header comes before the others.
+#include "storage/web/web_session.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "base/http_error.h"
+#include "http_util/command_to_server.h"
+#include "settings/cookiemanager.h"
+#include "settings/options.h"
+#include "settings/passwordmanager.h"
+#include "storage/web/web_exchange.h"
+#include "support/log_capture.h"
+#include "support/signal.h"
+#include "support/store_test.h"
+
+namespace dorvo {
+namespace {
+
+using test::Answer;
+using test::Seen;
+using test::singleton;
+using Do_Command = Command_To_Server<Request_T<std::string>, Response_T<std::string>>;
+
+// Plays the service: knows valid cookies and alice's password; a login makes the cookies N1, N2.
+class WebSessionTest : public test::StoreTest {
+protected:
+    WebSessionTest() : service_([this](const Seen& seen) { return reply(seen); }) {
+        logOut();
+        singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
+    }
+    ~WebSessionTest() override { logOut(); }
+
+    static void logOut() {
+        singleton<CookieManagerImpl>().removeAllCookie();
+        singleton<PasswordManagerImpl>().removePassword("alice");
+    }
+
+    static void keep(const std::string& cookie, const char* user = "alice") {
+        singleton<CookieManagerImpl>().saveCookie(user, cookie.c_str());
+    }
+    static void keepPassword(const char* password) {
+        singleton<PasswordManagerImpl>().savePassword("alice", password);
+    }
+    static std::string kept() {
+        std::string cookie;
+        singleton<CookieManagerImpl>().findCookie("alice", cookie);
+        return cookie;
+    }
+    // The status of a command of the session; 0 when it was broken off.
+    int run(Web_Session& session) {
+        if (session.invoker().invoker() == nullptr) {
+            session.invoker().set_server("127.0.0.1", service_.port(), 0);
+        }
+        Do_Command command("Do");
+        command.request().body("body");
+        return session.run(command, &sent_) == 0 ? command.response().status() : 0;
+    }
+    int run(const std::string& cookie) {
+        Web_Session session("alice", cookie);
+        return run(session);
+    }
+
+    std::mutex lock_;   // guards seen_, valid_ and logins_
+    std::string seen_;  // "Login; ", or cookie and body of a command: "C1 body; "
+    std::set<std::string> valid_;
+    int logins_ = 0;
+    std::string refusal_ = "401 Unauthorized";
+    std::string loginStatus_ = "200 OK";
+    bool loginsAreGood_ = true;
+    std::function<void(bool login)> before_ = [](bool) {};
+    uint64_t sent_ = 0;
+
+private:
+    Answer reply(const Seen& seen) {
+        const bool login = seen.endpoint == "Login";
+        before_(login);
+        const std::lock_guard guard(lock_);
+        const size_t at = seen.head.find("Cookie: ");
+        if (!login) {
+            const std::string cookie =
+                at == seen.head.npos ? ""
+                                     : seen.head.substr(at + 8, seen.head.find('\r', at) - at - 8);
+            seen_ += cookie + " " + seen.body + "; ";
+            return {valid_.contains(cookie) ? "200 OK" : refusal_};
+        }
+        seen_ += "Login; ";
+        EXPECT_EQ(at, seen.head.npos);
+        if (seen.body.find(R"("password":"secret","user":"alice")") == seen.body.npos) {
+            return {"401 Unauthorized"};
+        }
+        if (loginStatus_ != "200 OK") {
+            return {loginStatus_};
+        }
+        const std::string cookie = "N" + std::to_string(++logins_);
+        if (loginsAreGood_) {
+            valid_.insert(cookie);
+        }
+        return {.fields = "Set-Cookie: " + cookie + "\r\n"};
+    }
+
+    test::ScriptedService service_;
+};
+
+TEST_F(WebSessionTest, ARefusedCommandIsRunAgainWithANewCookie) {
+    struct Row {
+        const char* name;
+        int status;
+        std::string seen;
+        std::string kept;
+        const char* password = "secret";
+        const char* refusal = "401 Unauthorized";
+        const char* stored = "C1";
+        const char* valid = "";
+        const char* login = "200 OK";
+        bool good = true;
+    };
+    const char* const none = nullptr;
+    const char* const right = "secret";
+    const char* const refused = "401 Unauthorized";
+    const char* const unacceptable = "406 Not Acceptable";
+    const Row rows[] = {
+        {"valid", 200, "C1 body; ", "C1", right, refused, "C1", "C1"},
+        {"expired", 200, "C1 body; Login; N1 body; ", "N1"},
+        {"not acceptable", 200, "C1 body; Login; N1 body; ", "N1", right, unacceptable},
+        {"forbidden", 403, "C1 body; ", "C1", right, "403 Forbidden"},
+        {"another job has logged in", 200, "C1 body; C2 body; ", "C2", right, refused, "C2", "C2"},
+        {"and has expired too", 200, "C1 body; C2 body; Login; N1 body; ", "N1", right, refused,
+         "C2"},
+        {"no password", 401, "C1 body; ", "C1", none},
+        {"wrong password", 401, "C1 body; Login; ", "C1", "Secret"},
+        {"too many logins", 406, "C1 body; Login; ", "C1", right, unacceptable, "C1", "",
+         "429 Too Many"},
+        {"logged out", 401, "C1 body; ", "", right, refused, none},
+        {"refused in spite of it", 401, "C1 body; Login; N1 body; ", "N1", right, refused, "C1", "",
+         "200 OK", false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        logOut();
+        if (row.stored != nullptr) {
+            keep(row.stored);
+        }
+        keepPassword(row.password);
+        seen_.clear();
+        logins_ = 0;
+        valid_ = {row.valid};
+        refusal_ = row.refusal;
+        loginStatus_ = row.login;
+        loginsAreGood_ = row.good;
+        test::LogCapture capture;
+        EXPECT_EQ(run("C1"), row.status);
+        EXPECT_EQ(seen_, row.seen);
+        EXPECT_EQ(kept(), row.kept);
+        for (const test::LogLine& line : capture.lines()) {
+            EXPECT_EQ(line.text.find("ecret"), std::string::npos) << line.text;
+            EXPECT_EQ(line.text.find("N1"), std::string::npos) << line.text;
+        }
+    }
+}
+
+// Without a cookie its user has logged out, but may have logged in again meanwhile.
+TEST_F(WebSessionTest, WithoutACookieNoLoginIsTried) {
+    keepPassword("secret");
+    valid_ = {"C2"};
+    Web_Session session("alice");
+    EXPECT_EQ(run(session), 401);
+    keep("C2");
+    EXPECT_EQ(run(session), 200);
+    EXPECT_EQ(seen_, " body; C2 body; ");
+}
+
+TEST_F(WebSessionTest, ACookieOfAnotherUserIsNotLoggedIn) {
+    keep("C1", "bob");
+    singleton<PasswordManagerImpl>().savePassword("bob", "secret");
+    EXPECT_EQ(run("C1"), 401);
+    EXPECT_EQ(seen_, "C1 body; ");
+}
+
+TEST_F(WebSessionTest, WhatAnotherServerHasGivenStaysThere) {
+    singleton<CookieManagerImpl>().saveCookie("alice", "A1", "another.example:80");
+    singleton<PasswordManagerImpl>().savePassword("alice", "secret", "another.example:80");
+    Web_Session session("alice");
+    EXPECT_EQ(run(session), 401);
+    EXPECT_EQ(run("C1"), 401) << "and its password is none";
+    // Nor where the other server is the one that is set, and was when the session began.
+    singleton<OptionsImpl>().setServerInfo("s", "another.example", 80);
+    Web_Session early("alice");
+    EXPECT_EQ(early.cookie(), "A1");
+    EXPECT_EQ(run(early), 401);
+    EXPECT_EQ(run("C1"), 401);
+    EXPECT_EQ(seen_, " body; C1 body;  body; C1 body; ");
+    EXPECT_TRUE(singleton<CookieManagerImpl>().isCookieValid("A1"));
+}
+
+// The server counts failed logins: a job that retries must not lock its user out.
+TEST_F(WebSessionTest, ARefusedPasswordIsTriedOnceASession) {
+    keep("C1");
+    keepPassword("old");
+    EXPECT_EQ(run("C1"), 401);
+    EXPECT_EQ(run("C1"), 401);
+    EXPECT_EQ(seen_, "C1 body; Login; C1 body; ");
+    keepPassword("secret");
+    EXPECT_EQ(run("C1"), 200);
+}
+
+TEST_F(WebSessionTest, TellsItsHandler) {
+    struct Handler : WebAuthHandler {
+        void onError(unsigned long error) override { errors.push_back(error); }
+        std::vector<unsigned long> errors;
+    } handler;
+    keep("C1");
+    keepPassword("secret");
+    const auto runWith = [&](WebClientEventHandler* set) {
+        Web_Session session("alice", "C1");
+        session.set_handler(set);
+        return run(session);
+    };
+    EXPECT_EQ(runWith(nullptr), 401);
+    EXPECT_EQ(seen_, "C1 body; ");
+    loginStatus_ = "503 Service Unavailable";
+    EXPECT_EQ(runWith(&handler), 401);
+    loginStatus_ = "200 OK";
+    loginsAreGood_ = false;
+    EXPECT_EQ(runWith(&handler), 401);
+    EXPECT_EQ(handler.newCookie(), "N1");
+    EXPECT_EQ(handler.errors, (std::vector<unsigned long>{withHttpMark(503), withHttpMark(401)}));
+}
+
+// Several jobs of one user, refused at the same moment: one of them logs in for all.
+TEST_F(WebSessionTest, OfSeveralRefusedAtOnceOneLogsIn) {
+    constexpr int jobs = 3;
+    keep("C1");
+    keepPassword("secret");
+    std::atomic<int> arrived = 0;
+    test::Signal all;
+    before_ = [&](bool login) {
+        if (!login && arrived.fetch_add(1) + 1 == jobs) {
+            all.set();
+        }
+        EXPECT_TRUE(all.wait());
+    };
+    std::vector<int> status(jobs);
+    {
+        std::vector<std::jthread> threads;
+        threads.reserve(jobs);
+        for (int& one : status) {
+            threads.emplace_back([&] { one = run("C1"); });
+        }
+    }
+    EXPECT_EQ(status, std::vector<int>(jobs, 200));
+    EXPECT_EQ(logins_, 1);
+    EXPECT_EQ(std::count(seen_.begin(), seen_.end(), ';'), 2 * jobs + 1);
+    EXPECT_EQ(kept(), "N1");
+}
+
+// A login at a server that stalls: the session that logs in stops, and so does the one that waits.
+TEST_F(WebSessionTest, AStopBreaksOffALoginAndWaitingForOne) {
+    keep("C1");
+    keepPassword("secret");
+    test::Signal stop;
+    test::Signal done;
+    const interrupter asked(stop.handle());
+    std::atomic<int> commands = 0;
+    test::Signal loggingIn;
+    test::Signal otherRefused;
+    before_ = [&](bool login) {
+        if (login) {
+            loggingIn.set();
+            done.wait();
+        } else if (++commands == 2) {
+            otherRefused.set();
+        }
+    };
+    const auto stopped = [&] {
+        Web_Session session("alice", "C1");
+        session.set_interrupter(&asked);
+        return run(session) == 0 && GetLastError() == ERROR_CANCELLED;
+    };
+    bool first = false;
+    bool second = false;
+    {
+        const std::jthread one([&] { first = stopped(); });
+        EXPECT_TRUE(loggingIn.wait());
+        const std::jthread other([&] { second = stopped(); });
+        EXPECT_TRUE(otherRefused.wait());
+        stop.set();
+    }
+    done.set();
+    EXPECT_TRUE(first);
+    EXPECT_TRUE(second);
+    EXPECT_EQ(kept(), "C1");
+}
+
+}  // namespace
+}  // namespace dorvo

@@ -1,0 +1,145 @@
+#include "storage/web/webaccount.h"
+
+#include <windows.h>
+
+#include <iterator>
+
+#include "base/interrupter.h"
+#include "base/log.h"
+#include "http_util/command_to_server.h"
+#include "settings/cookiemanager.h"
+#include "storage/answer_shape.h"
+#include "storage/web/token_loop.h"
+#include "storage/web/web_exchange.h"
+#include "storage/web/web_login.h"
+#include "storage/web/web_session.h"
+
+namespace dorvo {
+namespace {
+
+// As many as the service gives at once.
+constexpr int instancesPerPage = 1000;
+
+class Logout_Request : public Request_T<json_spirit::Value> {
+public:
+    static constexpr uint64_t answer_timeout = 60'000;  // somebody waits at a terminal
+
+    Logout_Request() : Request_T("/dorvo/WebServer/user/Logout.php") {}
+};
+
+class List_Instances_Request : public Request_T<json_spirit::Value> {
+public:
+    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
+
+    List_Instances_Request() : Request_T("/dorvo/WebServer/catalog/ListInstances.php") {}
+};
+
+// Empty when the store does not know the cookie.
+std::string ownerOf(const std::string& cookie) {
+    std::string user;
+    ATL::CComSingleton<CookieManagerImpl, ATL::CComAutoCriticalSection>::instance()->findUser(
+        cookie.c_str(), user);
+    return user;
+}
+
+// At the server of the options, unless that is not the one that the secrets belong to.
+bool aimAtOwner(Web_Server_Invoker& invoker, const std::string& server) {
+    if (!aimAtServerOfOptions(invoker)) {
+        return false;
+    }
+    const HTTP_Invoker_T& target = *invoker.invoker();
+    if (serverName(target.host(), target.port()) == server) {
+        return true;
+    }
+    SetLastError(ERROR_OPERATION_ABORTED);
+    return false;
+}
+
+StoredInstance readInstance(const json_spirit::Object& members) {
+    const auto number = [&](const char* name) { return members.at(name).get_uint64(); };
+    const auto text = [&](const char* name) {
+        return json_spirit::object_get_str_or_throw(members, name);
+    };
+    return {.machine = text("machine"),
+            .jobDefinitionId = text("jobdefinitionid"),
+            .jobInstanceId = text("jobinstanceid"),
+            .startTime = text("starttime"),
+            .endTime = text("endtime"),
+            .state = text("state"),
+            .totalFiles = number("totalfiles"),
+            .totalDirectories = number("totaldirectories"),
+            .totalSize = number("totalsize"),
+            .errors = number("errors"),
+            .user = {}};
+}
+
+}  // namespace
+
+bool WebAccount::login(const std::string& server, const std::string& user,
+                       const std::string& password, const std::string& machine, std::string& cookie,
+                       const interrupter* stop) {
+    Web_Server_Invoker invoker;
+    invoker.set_interrupter(stop);
+    return aimAtOwner(invoker, server) && logIn(invoker, user, password, machine, cookie);
+}
+
+bool WebAccount::logout(const std::string& server, const std::string& user,
+                        const std::string& cookie, const interrupter* stop) {
+    Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
+    command.request().cookie(cookie.c_str());
+    command.request().body(json_spirit::Object());
+    Web_Server_Invoker invoker;
+    invoker.set_interrupter(stop);
+    return aimAtOwner(invoker, server) && exchange(invoker, command, "log out user", user);
+}
+
+bool WebAccount::listInstances(const std::string& cookie, const std::string& machine,
+                               const std::string& jobDefinitionId,
+                               std::vector<StoredInstance>& instances) {
+    Web_Session session(ownerOf(cookie), cookie);
+    if (!aimAtServerOfOptions(session.invoker())) {
+        return false;
+    }
+    std::vector<StoredInstance> all;
+    std::string next;
+    TokenLoop loop;
+    do {
+        Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
+            "List Instances");
+        command.request().body(json_spirit::Object{{"machine", machine},
+                                                   {"jobdefinitionid", jobDefinitionId},
+                                                   {"after", next},
+                                                   {"limit", instancesPerPage}});
+        if (!exchange(session, command, "list the runs of machine", machine)) {
+            return false;
+        }
+        std::vector<StoredInstance> page;
+        // Pages that go round, or hold nothing, would never end.
+        if (!readInstances(command.response().body(), page, next) ||
+            (!next.empty() && (page.empty() || loop.closedBy(next)))) {
+            log(LogLevel::error, "List Instances: the answer is not of its shape.\n");
+            SetLastError(ERROR_INVALID_DATA);
+            return false;
+        }
+        all.insert(all.end(), std::make_move_iterator(page.begin()),
+                   std::make_move_iterator(page.end()));
+    } while (!next.empty());
+    instances = std::move(all);
+    return true;
+}
+
+bool WebAccount::readInstances(const json_spirit::Value& answer,
+                               std::vector<StoredInstance>& instances, std::string& next) {
+    return hasShape([&] {
+        const json_spirit::Object& members = answer.get_obj();
+        std::vector<StoredInstance> read;
+        for (const json_spirit::Value& entry : members.at("instances").get_array()) {
+            read.push_back(readInstance(entry.get_obj()));
+        }
+        const auto more = members.find("next");
+        next = more == members.end() ? std::string() : more->second.get_str();
+        instances = std::move(read);
+    });
+}
+
+}  // namespace dorvo

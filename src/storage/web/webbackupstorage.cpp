@@ -1,0 +1,169 @@
+#include "storage/web/webbackupstorage.h"
+
+#include <algorithm>
+#include <set>
+
+#include "base/http_error.h"
+#include "base/last_error.h"
+#include "base/local_time.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/read_handle_streambuf.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "http_util/command_to_server.h"
+#include "storage/itemtemppath.h"
+#include "storage/web/answer_wait.h"
+#include "storage/web/web_backup_requests.h"
+#include "storage/web/web_exchange.h"
+#include "storage/wire_time.h"
+
+namespace dorvo {
+namespace {
+
+constexpr DWORD conflict = withHttpMark(409);
+// An answer names a thousand files that the service lacks. One that lacks more than this holds no
+// backup any more.
+constexpr int maxEndRounds = 100;
+
+std::string instanceText(const JobActivity* activity) {
+    return activity != nullptr && activity->hasInstance() ? uuidText(activity->instanceId)
+                                                          : std::string();
+}
+
+std::wstring directoryOf(const std::string& jobId) {
+    std::wstring path;
+    jobDirectory(jobId, path);
+    return path;
+}
+
+}  // namespace
+
+WebBackupStorage::WebBackupStorage(Run run)
+    : patient_interrupter(run.stop, run.finishPatienceMs),
+      run_(std::move(run)),
+      activity_(run_.activity),
+      instanceId_(instanceText(activity_)),
+      temporary_(itemTempFolder(run_.jobId)),
+      acceptedFile_(directoryOf(run_.jobId)),
+      session_(run_.user, run_.cookie),
+      transformation_(run_.compress),
+      block_(uploadBlockSize) {
+    transformation_.key = run_.key;
+    transformation_.iv = run_.iv;
+    session_.set_interrupter(this);
+}
+
+bool WebBackupStorage::interrupted() const {
+    if (encoding_) {
+        activity_->fileOffset = std::min<uint64_t>(
+            activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
+    }
+    return patient_interrupter::interrupted();
+}
+
+bool WebBackupStorage::aimAtServer() {
+    return aimAt(session_.invoker(), run_.host, run_.port);
+}
+
+bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
+                                const std::string& subject) {
+    const AnswerWait waits(command, activity_, run_.changed);
+    return dorvo::exchange(session_, command, action, subject, &activity_->wireSize);
+}
+
+bool WebBackupStorage::start() {
+    FunctionTrace trace("WebBackupStorage::start", "webbackupstorage.cpp");
+    if (activity_ == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        log(LogLevel::error, "Failed to start job {%s, %s}, invalid job activity.\n",
+            run_.jobId.c_str(), run_.jobName.c_str());
+        return false;
+    }
+    if (instanceId_.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        log(LogLevel::error,
+            "Failed to start job {%s, %s}, can't convert the instance id to string, "
+            "error-code = %d, %m.\n",
+            run_.jobId.c_str(), run_.jobName.c_str(), ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command;
+    command.request() = {session_.cookie(), run_.jobId, instanceId_, run_.totals,
+                         wire_time(localToUtc(activity_->startTime))};
+    return aimAtServer() && exchange(command, "start job", job());
+}
+
+bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
+    return run_.failed != nullptr && run_.failed->add(path, code, reason);
+}
+
+bool WebBackupStorage::submit_errors() {
+    return run_.failed == nullptr || run_.failed->eachBatch([this](auto batch) {
+        Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
+            "Submit Error", {session_.cookie(), instanceId_, batch});
+        return exchange(command, "submit history errors of job", job());
+    });
+}
+
+bool WebBackupStorage::end() {
+    FunctionTrace trace("WebBackupStorage::end", "webbackupstorage.cpp");
+    beginFinish();
+    for (int round = 1;; ++round) {
+        if (!submit_errors()) {
+            return false;
+        }
+        Command_To_Server<End_Job_Request, Response_T<std::string>> command(
+            "End Job", {session_.cookie(), instanceId_, wire_time(utcTimeNow())});
+        if (exchange(command, "end job", job())) {
+            return true;
+        }
+        if (GetLastError() != conflict || round == maxEndRounds ||
+            !recordIncomplete(command.error_text())) {
+            return false;
+        }
+    }
+}
+
+// Puts the files that the service lacks on the list of failed items: a backup is not dropped for
+// their sake. False, with the last error kept or that of the list, when none of them is new there,
+// so that the service is not asked for ever.
+bool WebBackupStorage::recordIncomplete(const std::string& answer) {
+    LastErrorGuard keep;
+    if (run_.failed == nullptr) {
+        return false;
+    }
+    std::set<std::string> known;
+    for (const FailedItem& item : run_.failed->list()) {
+        known.insert(item.path);
+    }
+    bool more = false;
+    for (const std::string& named : readIncomplete(answer)) {
+        const std::wstring wide = toWide(named);
+        const std::string path = toUtf8(wide);  // as the list keeps it, whatever came
+        if (!known.insert(path).second) {
+            continue;
+        }
+        log(LogLevel::error, "The service does not hold all of file {%s}.\n", path.c_str());
+        if (!recordError(wide.c_str(), conflict, "the service does not hold all of it")) {
+            keep.set(GetLastError());
+            return false;
+        }
+        more = true;
+    }
+    return more;
+}
+
+bool WebBackupStorage::cancel() {
+    FunctionTrace trace("WebBackupStorage::cancel", "webbackupstorage.cpp");
+    beginFinish();
+    if (instanceId_.empty()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
+        "Stop Job", {session_.cookie(), instanceId_});
+    return aimAtServer() && exchange(command, "cancel job", job());
+}
+
+}  // namespace dorvo

@@ -1,0 +1,89 @@
+// Stores a backup on the web storage service, over HTTP with the user's session.
+//
+// Each item is encoded into a temporary package, announced, and sent in blocks of 128 KiB. The
+// activity record says at any time how many blocks of which item the service has accepted, and
+// AcceptedBlocks what they were, so that the next run goes on behind them. Both are written on the
+// job's worker thread only; the stop signal comes from others.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "source/backuptransformation.h"
+#include "storage/backupstorage.h"
+#include "storage/request_bodies.h"
+#include "storage/storagejob.h"
+#include "storage/web/acceptedblocks.h"
+#include "storage/web/patient_interrupter.h"
+#include "storage/web/web_session.h"
+
+namespace dorvo {
+
+class HTTP_Command;
+
+class WebBackupStorage : public BackupStorage, public patient_interrupter {
+public:
+    struct Run : StorageJob {
+        std::string user;
+        std::string cookie;  // empty: the stored one, else start() fails like a refused session
+        std::string host;
+        uint16_t port = 0;
+        bool compress = true;
+        SourceTotals totals;
+        // How long ending or cancelling the run may go on once a stop is asked for, milliseconds.
+        DWORD finishPatienceMs = defaultPatienceMs;
+    };
+
+    explicit WebBackupStorage(Run run);
+
+    bool start() override;
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
+    bool end() override;
+    bool cancel() override;
+    bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
+                const wchar_t* readFrom) override;
+
+    // The stop signal, which has to wait while the run is being ended. Counts what is encoded.
+    bool interrupted() const override;
+
+private:
+    struct Item;
+
+    bool upload_file_info(const Item& item, std::optional<uint64_t>& held);
+    bool upload_file_data(const Item& item, const std::byte* data, DWORD length);
+    bool submit_errors();
+    bool recordIncomplete(const std::string& answer);
+    bool store(const Item& item);
+    bool encode(const Item& item);
+    bool claimPackage(const Item& item, uint64_t size);
+    bool countAccepted(const Item& item, bool& same);
+    // What is accepted of a package of which nothing is.
+    AcceptedBlocks noneAccepted(const std::string& name, uint64_t size) const;
+    bool goBack(const Item& item, uint64_t blocks);
+    bool send(const Item& item);
+    bool sendBlocks(const Item& item, HANDLE package);
+    template <class LogFailure>
+    bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
+                    LogFailure logFailure) const;
+    bool aimAtServer();
+    bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
+    std::string job() const { return run_.jobId + ", " + run_.jobName; }
+
+    Run run_;
+    JobActivity* activity_;   // borrowed
+    std::string instanceId_;  // empty when the record has none
+    std::wstring temporary_;  // the folder of the packages
+    AcceptedBlocksFile acceptedFile_;
+    AcceptedBlocks accepted_;  // of the current item's package
+    Web_Session session_;
+    BackupTransformation transformation_;
+    std::vector<std::byte> block_;
+    bool encoding_ = false;
+};
+
+}  // namespace dorvo

@@ -1,0 +1,135 @@
+#include "storage/web/scripted_backup.h"
+// The sockets' header comes before the others.
+
+#include "support/fails_with.h"
+
+namespace dorvo::test {
+namespace {
+
+class WebBackupStorageTest : public ScriptedBackupService {};
+
+TEST_F(WebBackupStorageTest, WhatTheServiceLacksAtTheEndBecomesFailedItems) {
+    struct Row {
+        const char* name;
+        std::vector<std::string> refusals;  // to one end after the other, the last for ever
+        DWORD error;
+        Names failed;
+        size_t ends;
+    };
+    const std::string a = R"({"error":"","incomplete":["C:\\a"]})";
+    const std::string more = R"({"incomplete":["C:\\a","C:\\b\u00e4",7,""]})";
+    std::vector<std::string> forEver;
+    Names named;
+    for (int i = 0; i < 150; ++i) {
+        forEver.push_back(R"({"incomplete":["C:\\a)" + std::to_string(i) + "\"]}");
+        if (i < 99) {
+            named.push_back("C:\\a" + std::to_string(i));
+        }
+    }
+    const Row rows[] = {
+        {"another one every time", forEver, 0x20010199, named, 100},
+        {"named at once", {more, ""}, 0, {"C:\\a", "C:\\b\u00e4"}, 2},
+        {"named one after the other", {a, more, ""}, 0, {"C:\\a", "C:\\b\u00e4"}, 3},
+        {"named in spite of being on the list", {a}, 0x20010199, {"C:\\a"}, 2},
+        {"names no text at all", {"{\"incomplete\":[\"\xff\"]}"}, 0x20010199, {}, 1},
+        {"nothing named", {"{}"}, 0x20010199, {}, 1},
+        {"no list", {R"({"incomplete":"C:\\a"})"}, 0x20010199, {}, 1},
+        {"no answer of ours", {"<html>"}, 0x20010199, {}, 1},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        failed_->clear();
+        service_.forget();
+        size_t ends = 0;
+        reply_ = [&](const Seen& seen) {
+            if (seen.endpoint != "endjob") {
+                return Answer{"200 OK"};
+            }
+            const std::string& body = row.refusals[std::min(ends, row.refusals.size() - 1)];
+            ++ends;
+            return body.empty() ? Answer{"200 OK"} : Answer{"409 Conflict", body};
+        };
+        const auto storage = makeStorage();
+        const LogCapture quiet;
+        SetLastError(0);
+        EXPECT_EQ(storage->end(), row.error == 0);
+        EXPECT_EQ(row.error == 0 ? 0 : GetLastError(), row.error);
+        EXPECT_EQ(ends, row.ends);
+        Names failed;
+        for (const FailedItem& item : failed_->list()) {
+            failed.push_back(item.path);
+        }
+        EXPECT_EQ(failed, row.failed);
+        for (const Seen& seen : service_.seen()) {
+            if (row.error == 0 && seen.endpoint == "AddErrorFiles") {
+                EXPECT_NE(seen.body.find("C:\\\\a"), std::string::npos);
+            }
+        }
+    }
+}
+
+TEST_F(WebBackupStorageTest, ShowsThatTheServiceWorksOnTheEnd) {
+    WebBackupStorage::Run run = makeRun();
+    std::vector<CurrentFileState> shown;
+    run.changed = [&] { shown.push_back(CurrentFileState{record_.currentFileState}); };
+    WebBackupStorage storage(std::move(run));
+    ASSERT_TRUE(storage.start());
+    shown.clear();
+    EXPECT_TRUE(storage.end());
+    EXPECT_EQ(shown, (std::vector{CurrentFileState::awaited, CurrentFileState::none}));
+}
+
+TEST_F(WebBackupStorageTest, AServerThatStallsAtTheEndHoldsUpAStopForItsPatienceOnly) {
+    Signal answer;
+    status_ = [&](const Seen& seen) {
+        if (seen.endpoint == "endjob") {
+            stop_.set();
+            answer.wait();
+        }
+        return "200 OK";
+    };
+    const auto storage = makeStorage(0);
+    EXPECT_FAILS(ERROR_CANCELLED, storage->end());
+    answer.set();
+}
+
+TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
+    const std::wstring path = makeSource(size_t{2} * uploadBlockSize);
+    status_ = [this](const Seen& seen) {
+        if (seen.endpoint == "uploadblock") {
+            stop_.set();
+            return "503 Service Unavailable";
+        }
+        return "200 OK";
+    };
+    const auto storage = makeStorage();
+    EXPECT_FAILS(ERROR_CANCELLED, backup(*storage, path));
+    EXPECT_EQ(record_.acceptedBlocks, 0u);
+
+    // Ending the run does not heed the signal.
+    EXPECT_TRUE(storage->cancel());
+    EXPECT_EQ(service_.last().endpoint, "CancelJob");
+    EXPECT_EQ(service_.last().body, std::string(R"({"id":")") + instance + "\"}");
+}
+
+TEST_F(WebBackupStorageTest, RefusesToStart) {
+    using Run = WebBackupStorage::Run;
+    const std::pair<void (*)(Run&), DWORD> rows[] = {
+        {[](Run& run) { run.activity = nullptr; }, 87},
+        {[](Run& run) { run.cookie.clear(); }, 0x20010191},
+        {[](Run& run) { run.host.clear(); }, 87},
+        {[](Run& run) { run.activity->instanceId.fill(0); }, 87},
+    };
+    for (const auto& [spoil, error] : rows) {
+        Run run = makeRun();
+        spoil(run);
+        WebBackupStorage storage(std::move(run));
+        LogCapture quiet;
+        SetLastError(0);
+        EXPECT_FAILS(error, storage.start());
+    }
+    EXPECT_TRUE(service_.seen().empty());
+}
+
+}  // namespace
+}  // namespace dorvo::test

@@ -1,0 +1,53 @@
+#include "storage/web/webrestorecatalog.h"
+
+#include "base/http_error.h"
+#include "base/text.h"
+#include "http_util/command_to_server.h"
+#include "storage/item_attributes.h"
+#include "storage/web/answer_wait.h"
+#include "storage/web/request_refusal.h"
+#include "storage/web/web_exchange.h"
+#include "storage/web/web_restore_requests.h"
+#include "storage/web/web_session.h"
+
+namespace dorvo {
+
+WebRestoreCatalog::WebRestoreCatalog(Run run)
+    : run_(std::move(run)), stop_(run_.stop), session_(std::make_unique<Web_Session>(run_.user)) {
+    session_->set_interrupter(&stop_);
+}
+
+WebRestoreCatalog::~WebRestoreCatalog() = default;
+
+bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
+    FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
+    const std::string cookie = session_->cookie();
+    if (cookie.empty()) {
+        return refuse("Failed to find cookie while listing a backup.\n", withHttpMark(401));
+    }
+    if (session_->invoker().invoker() == nullptr && !aimAtServerOfOptions(session_->invoker())) {
+        return refuse("Failed to get the server information while listing a backup.\n");
+    }
+    Command_To_Server<List_Files_Request, Response_T<json_spirit::Value>> command(
+        "List Files", {cookie, run_.machine, run_.jobInstanceId,
+                       withoutTrailingBackslash(toUtf8(path)), after, pageLimit});
+    const AnswerWait waits(command, run_.activity);
+    if (!exchange(*session_, command, "list the files of backup", run_.jobInstanceId)) {
+        return false;
+    }
+    StoredPage stored;
+    if (!readStoredPage(command.response().body(), after, pageLimit, stored)) {
+        return refuse("List Files: the answer is not of its shape.\n", ERROR_INVALID_DATA);
+    }
+    Page found;  // `after` may be the former page's own
+    found.next = std::move(stored.next);
+    found.missing = stored.missing;
+    found.items.reserve(stored.items.size());
+    for (const StoredPage::Item& item : stored.items) {
+        found.items.push_back({toWide(item.path), fileAttributes(item.attributes)});
+    }
+    page = std::move(found);
+    return true;
+}
+
+}  // namespace dorvo

@@ -1,0 +1,255 @@
+#include "storage/web/webrestorestorage.h"
+
+#include "base/http_error.h"
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/uuid.h"
+#include "httpmsg/http_names.h"
+#include "storage/item_attributes.h"
+#include "storage/itemtemppath.h"
+#include "storage/restoretarget.h"
+#include "storage/web/answer_wait.h"
+#include "storage/web/downloadedblock.h"
+#include "storage/web/web_backup_requests.h"
+
+namespace dorvo {
+namespace {
+
+// As the service writes it; empty for a text that is no id.
+std::string instanceText(const std::string& text) {
+    GUID id{};
+    return uuidFromText(text, id) ? uuidText(id) : std::string();
+}
+
+}  // namespace
+
+WebRestoreStorage::WebRestoreStorage(Run run)
+    : patient_interrupter(run.stop, run.finishPatienceMs),
+      run_(std::move(run)),
+      activity_(run_.activity),
+      backupId_(instanceText(run_.jobInstanceId)),
+      temporary_(itemTempFolder(run_.jobId)),
+      session_(run_.user, run_.cookie),
+      plain_(false),
+      compressed_(true) {
+    for (RestoreTransformation* transformation : {&plain_, &compressed_}) {
+        transformation->key = run_.key;
+        transformation->iv = run_.iv;
+    }
+    download_.body_limit(md5TextSize + uploadBlockSize);
+    session_.set_interrupter(this);
+}
+
+bool WebRestoreStorage::aimAtServer() {
+    return session_.invoker().invoker() != nullptr ||
+           aimAt(session_.invoker(), run_.host, run_.port);
+}
+
+Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
+    const AnswerWait waits(command, activity_, run_.changed);
+    return runExchange(session_, command, activity_ == nullptr ? nullptr : &activity_->wireSize);
+}
+
+// An exchange about the job. `broken` takes the job's id and name and the code, `refused` the job's
+// id and name, the status and its text.
+bool WebRestoreStorage::submit(HTTP_Command& command, const char* broken, const char* refused) {
+    switch (exchange(command)) {
+        case Exchanged::done: return true;
+        case Exchanged::broken:
+            log(LogLevel::error, broken, run_.jobId.c_str(), run_.jobName.c_str(),
+                static_cast<int>(GetLastError()));
+            return false;
+        case Exchanged::refused: break;
+    }
+    const int status = command.http_response().status();
+    log(LogLevel::error, refused, run_.jobId.c_str(), run_.jobName.c_str(), status,
+        http_status_string(status));
+    return false;
+}
+
+bool WebRestoreStorage::start() {
+    FunctionTrace trace("WebRestoreStorage::start", "webrestorestorage.cpp");
+    const auto fail = [this](const char* words, DWORD error) {
+        SetLastError(error);
+        log(LogLevel::error, words, run_.jobId.c_str(), run_.jobName.c_str(), run_.user.c_str());
+        return false;
+    };
+    if (!aimAtServer()) {
+        return fail("Failed to start restore job {%s, %s}, invalid host name or port.\n",
+                    ERROR_INVALID_PARAMETER);
+    }
+    if (activity_ == nullptr) {
+        return fail("Failed to start restore job {%s, %s}, invalid job activity.\n",
+                    ERROR_INVALID_PARAMETER);
+    }
+    if (session_.cookie().empty()) {
+        return fail("Failed to start restore job {%s, %s}, can't find the cookie for user {%s}.\n",
+                    withHttpMark(401));
+    }
+    if (backupId_.empty()) {
+        return fail(
+            "Failed to start restore job {%s, %s}, can't convert the instance GUID to string.\n",
+            ERROR_INVALID_PARAMETER);
+    }
+    constexpr const char* broken = "Failed to start restore job {%s, %s}, error-code = %d, %m.\n";
+    Command_To_Server<Start_Restore_Job_Request, Response_T<json_spirit::Value>> command(
+        "Start Restore Job", {session_.cookie(), run_.jobDefinitionId, backupId_});
+    if (!submit(command, broken, "Failed to start restore job {%s, %s}, status-code = %d, %s.\n")) {
+        return false;
+    }
+    RestoreTicket ticket;
+    if (!readRestoreTicket(command.response().body(), ticket)) {
+        SetLastError(ERROR_INVALID_DATA);
+        log(LogLevel::error, broken, run_.jobId.c_str(), run_.jobName.c_str(), ERROR_INVALID_DATA);
+        return false;
+    }
+    restoreId_ = std::move(ticket.jobInstanceId);
+    return true;
+}
+
+bool WebRestoreStorage::get_file_info(const StoredPath& path, bool directory, StoredItem& item) {
+    Command_To_Server<Get_File_Info_Request, Response_T<json_spirit::Value>> command(
+        "name less command", {session_.cookie(), path});
+    if (exchange(command) != Exchanged::done) {
+        return false;
+    }
+    if (readStoredItem(command.response().body(), item) &&
+        item.attributes.directory() == directory) {
+        return true;
+    }
+    SetLastError(ERROR_INVALID_DATA);
+    return false;
+}
+
+bool WebRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
+    if (run_.failed == nullptr || !run_.failed->add(path, code, reason)) {
+        return false;
+    }
+    if (activity_ != nullptr) {
+        DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
+    }
+    return true;
+}
+
+bool WebRestoreStorage::end(const json_spirit::Object& history) {
+    FunctionTrace trace("WebRestoreStorage::end", "webrestorestorage.cpp");
+    beginFinish();
+    log(LogLevel::debug, "End job {%s, %s}.\n", run_.jobId.c_str(), run_.jobName.c_str());
+    if (!aimAtServer()) {
+        log(LogLevel::error, "Failed to submit job historyinvalid host name or port.\n");
+        return false;
+    }
+    // The service takes errors and history of a restore that it knows.
+    if (restoreId_.empty() && !start()) {
+        return false;
+    }
+    const auto submitErrors = [this](std::span<const FailedItem> batch) {
+        Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
+            "Submit Error", {session_.cookie(), restoreId_, batch});
+        return submit(command, "Submit history errors failed, job {%s, %s}, error-code = %d, %m.\n",
+                      "Submit history errors failed, job {%s, %s}, status-code = %d, %s.\n");
+    };
+    if (run_.failed != nullptr && !run_.failed->eachBatch(submitErrors)) {
+        return false;
+    }
+    json_spirit::Object record = history;
+    if (!record.empty()) {
+        record["instanceId"] = restoreId_;
+    }
+    Command_To_Server<Submit_History_Request, Response_T<std::string>> command(
+        "Submit History", {session_.cookie(), record});
+    return submit(command, "Submit history failed, job {%s, %s}, error-code = %d, %m.\n",
+                  "Submit history failed, job {%s, %s}, error-code = %d, %s.\n");
+}
+
+bool WebRestoreStorage::stopped(const char* words, const std::string& name) const {
+    if (!interrupted()) {
+        return false;
+    }
+    log(LogLevel::information, words, name.c_str(), activity_->fileOffset);
+    SetLastError(ERROR_CANCELLED);
+    return true;
+}
+
+bool WebRestoreStorage::stepFailed(const char* cancelled, const std::string& name,
+                                   const std::function<void(int)>& logFailure) const {
+    LastErrorGuard keep;
+    if (stopped(cancelled, name)) {
+        keep.set(ERROR_CANCELLED);
+        return false;
+    }
+    SetLastError(keep.error());
+    logFailure(static_cast<int>(keep.error()));
+    keep.set(errorOf(keep.error()));
+    return false;
+}
+
+bool WebRestoreStorage::valid(const std::string& original, const std::string& target) const {
+    if (activity_ != nullptr && !original.empty() && !target.empty()) {
+        return true;
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    log(LogLevel::error, "Invalid path, orignal {%s}, new {%s}.\n", original.c_str(),
+        target.c_str());
+    return false;
+}
+
+bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t* target) {
+    FunctionTrace trace("WebRestoreStorage::restoreDirectory", "webrestorestorage.cpp");
+    const std::string name =
+        original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
+    const std::wstring folder = target == nullptr ? std::wstring() : target;
+    const std::string place = toUtf8(folder);
+    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name.c_str(), place.c_str());
+    beginWork();
+    if (!valid(name, place)) {
+        return false;
+    }
+    constexpr const char* cancelledBefore = "Restoring directory {%s} is cancelled.\n";
+    if (stopped(cancelledBefore, name)) {
+        return false;
+    }
+    bool existed = false;
+    if (!makeRestoredDirectory(folder, existed)) {
+        return stepFailed(cancelledBefore, name, [&](int code) {
+            log(LogLevel::error, "Create directory {%s} failed, %d, %m.\n", place.c_str(), code);
+        });
+    }
+    if (existed) {
+        log(LogLevel::debug, "Directory {%s} exists.\n", place.c_str());
+    }
+    constexpr const char* cancelledAfter = "Restoring directory {%s} is cancelled,.\n";
+    if (stopped(cancelledAfter, name)) {
+        return false;
+    }
+    log(LogLevel::debug, "Directory {%s} restored to {%s}, start to get the attributes.\n",
+        name.c_str(), place.c_str());
+    // A drive lies in no folder by which it could be asked for, and has no attributes to give back.
+    return storedPath(run_.machine, backupId_, name).folder.empty() ||
+           dressDirectory(name, folder, place);
+}
+
+bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstring& target,
+                                       const std::string& place) {
+    StoredItem item;
+    if (!get_file_info(storedPath(run_.machine, backupId_, name), true, item)) {
+        return stepFailed("Restoring directory {%s} is cancelled when download file information.\n",
+                          name, [&](int) {
+                              log(LogLevel::error, "Download file information failed, file {%s}.\n",
+                                  name.c_str());
+                          });
+    }
+    constexpr const char* cancelled = "Restoring directory {%s} is cancelled,.\n";
+    if (stopped(cancelled, name)) {
+        return false;
+    }
+    return dressRestoredDirectory(target, fileAttributes(item.attributes)) ||
+           stepFailed(cancelled, name, [&](int code) {
+               log(LogLevel::error, "Restoring directory {%s} to {%s} failed, %d, %m.\n",
+                   name.c_str(), place.c_str(), code);
+           });
+}
+
+}  // namespace dorvo

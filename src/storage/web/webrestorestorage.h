@@ -1,0 +1,104 @@
+// Brings a backup back from the web storage service, over HTTP with the user's session.
+//
+// Each file is asked for, its package is received in blocks of 128 KiB into the job's temporary
+// folder, and then decoded into its place. The activity record says at any time how far the current
+// item's package has come, so that the next run goes on there: what is on record of an offset
+// belongs to the item whose number is on record, and to a package of the size on record. The
+// record is written on the job's worker thread only; the stop signal comes from others.
+//
+// A package stays in the temporary folder while its item may be tried again: the job empties that
+// folder only before a new run. recordError() deletes what came of the current item.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <functional>
+#include <string>
+
+#include "base/handle.h"
+#include "source/restoretransformation.h"
+#include "storage/placingrecord.h"
+#include "storage/restorestorage.h"
+#include "storage/storagejob.h"
+#include "storage/web/patient_interrupter.h"
+#include "storage/web/restore_bodies.h"
+#include "storage/web/web_exchange.h"
+#include "storage/web/web_restore_requests.h"
+#include "storage/web/web_session.h"
+
+namespace dorvo {
+
+class WebRestoreStorage : public RestoreStorage, public patient_interrupter {
+public:
+    struct Run : StorageJob {
+        std::string machine;               // whose backup is restored
+        std::string jobDefinitionId;       // of the backup job
+        std::string jobInstanceId;         // of the backup job's run
+        PlacingRecord* placing = nullptr;  // borrowed; null keeps none
+        std::string user;
+        std::string cookie;  // empty: the one that the user has in the store
+        std::string host;
+        uint16_t port = 0;
+        // How long ending the run may go on once a stop is asked for, milliseconds.
+        DWORD finishPatienceMs = defaultPatienceMs;
+    };
+
+    explicit WebRestoreStorage(Run run);
+
+    bool start() override;
+    bool restoreDirectory(const wchar_t* original, const wchar_t* target) override;
+    bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
+                     bool replace) override;
+    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
+    bool end(const json_spirit::Object& history) override;
+
+private:
+    struct File;
+    using Download = Command_To_Server<Download_Data_Request, Response_T<Download_Data_Type>>;
+
+    bool aimAtServer();
+    Exchanged exchange(HTTP_Command& command);
+    bool submit(HTTP_Command& command, const char* broken, const char* refused);
+    // False without a word in the log.
+    bool get_file_info(const StoredPath& path, bool directory, StoredItem& item);
+
+    bool valid(const std::string& original, const std::string& target) const;
+    bool dressDirectory(const std::string& name, const std::wstring& target,
+                        const std::string& place);
+
+    bool restore(File& file, bool replace);
+    bool makeParents(File& file) const;
+    bool askForFile(File& file);
+    bool hasRoom(const File& file) const;
+    bool fetch(File& file);
+    bool receive(const File& file, uint64_t& kept);
+    FileHandle openPackage(const File& file) const;
+    void seekToOffset(HANDLE package);
+    bool downloadBlocks(const File& file, HANDLE package);
+    bool download_block(const File& file, HANDLE package, uint64_t offset);
+    bool decode(File& file);
+    void dress(File& file) const;
+    bool place(File& file, bool replace) const;
+    void claimPackage(uint64_t size);
+
+    // True when the job must stop: the last error is then 1223. `words` take the name and, where
+    // they tell it, the offset.
+    bool stopped(const char* words, const std::string& name) const;
+    // What a failed step leaves behind. While the job must stop it counts as cancelled, whatever
+    // its error is; otherwise `logFailure` gets the error's code. Always false.
+    bool stepFailed(const char* cancelled, const std::string& name,
+                    const std::function<void(int)>& logFailure) const;
+
+    Run run_;
+    JobActivity* activity_;   // borrowed
+    std::string backupId_;    // the run that is restored; empty when its id is none
+    std::string restoreId_;   // the service's name for this restore; empty before start()
+    std::wstring temporary_;  // the folder of the packages
+    Web_Session session_;
+    Download download_{"Download Data"};  // keeps its memory from block to block
+    RestoreTransformation plain_;
+    RestoreTransformation compressed_;
+};
+
+}  // namespace dorvo
