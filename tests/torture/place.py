@@ -10,6 +10,7 @@ loses or reorders what it had confirmed.
 """
 
 import ctypes
+import errno
 import fcntl
 import os
 import pathlib
@@ -89,10 +90,18 @@ class Image(Folder):
         self.powered = True
 
     def fill(self, left):
-        """Takes all room but so many bytes."""
-        free = os.statvfs(self.mount)
+        """Takes all room but so many bytes, of what the server leaves that writes at the same time."""
         with open(self.filler, "wb") as filler:
-            os.posix_fallocate(filler.fileno(), 0, max(1, free.f_bavail * free.f_frsize - left))
+            while (room := self._room() - left) > 0:
+                try:
+                    return os.posix_fallocate(filler.fileno(), os.fstat(filler.fileno()).st_size, room)
+                except OSError as error:
+                    if error.errno != errno.ENOSPC:
+                        raise
+
+    def _room(self):
+        free = os.statvfs(self.mount)
+        return free.f_bavail * free.f_frsize
 
     def empty(self):
         self.filler.unlink(missing_ok=True)
