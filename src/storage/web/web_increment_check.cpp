@@ -5,8 +5,8 @@
 #include "base/text.h"
 #include "http_util/command_to_server.h"
 #include "storage/web/answer_wait.h"
-#include "storage/web/web_backup_requests.h"
 #include "storage/web/web_exchange.h"
+#include "storage/web/web_requests.h"
 
 namespace dorvo {
 namespace {
@@ -26,8 +26,7 @@ Web_Increment_Check::Web_Increment_Check(Run run)
 
 bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool>& send) {
     FunctionTrace trace("Web_Increment_Check::check", "web_increment_check.cpp");
-    const std::string cookie = session_.cookie();
-    if (cookie.empty()) {
+    if (session_.cookie().empty()) {
         return fail(withHttpMark(401), "Failed to find cookie while doing increment check.\n");
     }
     if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
@@ -41,7 +40,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
         items.push_back({asked.back(), file.lastWriteTime});
     }
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
-        "Increment Check", {cookie, run_.jobId, run_.instanceId, run_.compress, first_, items});
+        "Increment Check", {run_.jobId, run_.instanceId, run_.compress, first_, items});
     const AnswerWait waits(command, run_.activity);
     if (!exchange(session_, command, "do increment check of job", run_.jobId)) {
         return false;

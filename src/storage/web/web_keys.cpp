@@ -6,8 +6,8 @@
 #include "base/log.h"
 #include "settings/keymanager.h"
 #include "storage/answer_shape.h"
-#include "storage/web/request_refusal.h"
 #include "storage/web/web_exchange.h"
+#include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
 
 namespace dorvo {
@@ -42,7 +42,6 @@ bool ownChecksum(const std::string& user, std::string& md5) {
 bool askService(Web_Session& session, std::string& md5) {
     Command_To_Server<Get_MD5_of_Keys_Reqeust, Response_T<json_spirit::Value>> command(
         "Get MD5 of Keys");
-    command.request().cookie(session.cookie().c_str());
     if (!exchange(session, command, "ask for the key of user", session.user())) {
         return false;
     }
@@ -57,30 +56,11 @@ bool askService(Web_Session& session, std::string& md5) {
 bool tellService(Web_Session& session, const std::string& md5) {
     Command_To_Server<Export_MD5_of_Keys_Reqeust, Response_T<std::string>> command(
         "Export MD5 of Keys", Export_MD5_of_Keys_Reqeust(md5));
-    command.request().cookie(session.cookie().c_str());
     return exchange(session, command, "export the key of user", session.user()) ||
            (GetLastError() == withHttpMark(409) && fail(session.user(), errorKeyForeign));
 }
 
 }  // namespace
-
-Get_MD5_of_Keys_Reqeust::Get_MD5_of_Keys_Reqeust()
-    : Request_T("/dorvo/WebServer/keys/GetMD5ofKeys.php") {
-    body(json_spirit::Object());
-}
-
-bool Get_MD5_of_Keys_Reqeust::prepare() const {
-    return hasCookie(*this) || refuseSession();
-}
-
-Export_MD5_of_Keys_Reqeust::Export_MD5_of_Keys_Reqeust(const std::string& md5)
-    : Request_T("/dorvo/WebServer/keys/ExportMD5ofKeys.php") {
-    body(json_spirit::Object{{"md5", md5}});
-}
-
-bool Export_MD5_of_Keys_Reqeust::prepare() const {
-    return hasCookie(*this) || refuseSession();
-}
 
 bool agreeOnKey(const std::string& user, KeyUse use, HANDLE stop, UserKey& key) {
     const FunctionTrace trace("agreeOnKey", "web_keys.cpp");

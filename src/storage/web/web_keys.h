@@ -8,25 +8,9 @@
 
 #include <string>
 
-#include "http_util/command_to_server.h"
-#include "json_spirit/json_spirit.h"
 #include "storage/userkey.h"
 
 namespace dorvo {
-
-// Asks for the MD5 that the service holds.
-class Get_MD5_of_Keys_Reqeust : public Request_T<json_spirit::Value> {
-public:
-    Get_MD5_of_Keys_Reqeust();
-    bool prepare() const;
-};
-
-// Hands over the MD5; the service answers 409 when it holds another one.
-class Export_MD5_of_Keys_Reqeust : public Request_T<json_spirit::Value> {
-public:
-    explicit Export_MD5_of_Keys_Reqeust(const std::string& md5 = {});
-    bool prepare() const;
-};
 
 enum class KeyUse { backup, restore };
 

@@ -6,12 +6,12 @@
 
 #include "base/interrupter.h"
 #include "base/log.h"
-#include "http_util/command_to_server.h"
 #include "settings/cookiemanager.h"
 #include "storage/answer_shape.h"
 #include "storage/web/token_loop.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_login.h"
+#include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
 
 namespace dorvo {
@@ -19,20 +19,6 @@ namespace {
 
 // As many as the service gives at once.
 constexpr int instancesPerPage = 1000;
-
-class Logout_Request : public Request_T<json_spirit::Value> {
-public:
-    static constexpr uint64_t answer_timeout = 60'000;  // somebody waits at a terminal
-
-    Logout_Request() : Request_T("/dorvo/WebServer/user/Logout.php") {}
-};
-
-class List_Instances_Request : public Request_T<json_spirit::Value> {
-public:
-    static constexpr uint64_t answer_timeout = HTTP_Command::LONG_ANSWER_TIMEOUT;
-
-    List_Instances_Request() : Request_T("/dorvo/WebServer/catalog/ListInstances.php") {}
-};
 
 // Empty when the store does not know the cookie.
 std::string ownerOf(const std::string& cookie) {
@@ -87,7 +73,6 @@ bool WebAccount::logout(const std::string& server, const std::string& user,
                         const std::string& cookie, const interrupter* stop) {
     Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
     command.request().cookie(cookie.c_str());
-    command.request().body(json_spirit::Object());
     Web_Server_Invoker invoker;
     invoker.set_interrupter(stop);
     return aimAtOwner(invoker, server) && exchange(invoker, command, "log out user", user);
@@ -105,11 +90,7 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
     TokenLoop loop;
     do {
         Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
-            "List Instances");
-        command.request().body(json_spirit::Object{{"machine", machine},
-                                                   {"jobdefinitionid", jobDefinitionId},
-                                                   {"after", next},
-                                                   {"limit", instancesPerPage}});
+            "List Instances", {machine, jobDefinitionId, next, instancesPerPage});
         if (!exchange(session, command, "list the runs of machine", machine)) {
             return false;
         }

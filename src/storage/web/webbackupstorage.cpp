@@ -14,8 +14,8 @@
 #include "http_util/command_to_server.h"
 #include "storage/itemtemppath.h"
 #include "storage/web/answer_wait.h"
-#include "storage/web/web_backup_requests.h"
 #include "storage/web/web_exchange.h"
+#include "storage/web/web_requests.h"
 #include "storage/wire_time.h"
 
 namespace dorvo {
@@ -88,9 +88,9 @@ bool WebBackupStorage::start() {
             run_.jobId.c_str(), run_.jobName.c_str(), ERROR_INVALID_PARAMETER);
         return false;
     }
-    Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command;
-    command.request() = {session_.cookie(), run_.jobId, instanceId_, run_.totals,
-                         wire_time(localToUtc(activity_->startTime))};
+    Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command(
+        "name less command",
+        {run_.jobId, instanceId_, run_.totals, wire_time(localToUtc(activity_->startTime))});
     return aimAtServer() && exchange(command, "start job", job());
 }
 
@@ -101,7 +101,7 @@ bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::s
 bool WebBackupStorage::submit_errors() {
     return run_.failed == nullptr || run_.failed->eachBatch([this](auto batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
-            "Submit Error", {session_.cookie(), instanceId_, batch});
+            "Submit Error", {instanceId_, batch});
         return exchange(command, "submit history errors of job", job());
     });
 }
@@ -114,7 +114,7 @@ bool WebBackupStorage::end() {
             return false;
         }
         Command_To_Server<End_Job_Request, Response_T<std::string>> command(
-            "End Job", {session_.cookie(), instanceId_, wire_time(utcTimeNow())});
+            "End Job", {instanceId_, wire_time(utcTimeNow())});
         if (exchange(command, "end job", job())) {
             return true;
         }
@@ -162,7 +162,7 @@ bool WebBackupStorage::cancel() {
         return false;
     }
     Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
-        "Stop Job", {session_.cookie(), instanceId_});
+        "Stop Job", Stop_Job_Request(instanceId_));
     return aimAtServer() && exchange(command, "cancel job", job());
 }
 

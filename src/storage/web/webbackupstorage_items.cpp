@@ -13,7 +13,7 @@
 #include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/record_order.h"
-#include "storage/web/web_backup_requests.h"
+#include "storage/web/web_requests.h"
 #include "storage/web/webbackupstorage.h"
 
 namespace dorvo {
@@ -36,8 +36,7 @@ struct WebBackupStorage::Item {
 bool WebBackupStorage::upload_file_info(const Item& item, std::optional<uint64_t>& held) {
     FunctionTrace trace("WebBackupStorage::upload_file_info", "webbackupstorage.cpp");
     Command_To_Server<Upload_File_Request, Response_T<std::string>> command(
-        "Upload File", {session_.cookie(), instanceId_, item.name, itemAttributes(item.data),
-                        activity_->packageSize});
+        "Upload File", {instanceId_, item.name, itemAttributes(item.data), activity_->packageSize});
     if (!exchange(command, "upload file information", item.name)) {
         return false;
     }
@@ -51,7 +50,7 @@ bool WebBackupStorage::upload_file_data(const Item& item, const std::byte* data,
     const auto number = static_cast<uint32_t>(activity_->fileOffset / uploadBlockSize) + 1;
     const std::string md5 = Md5::of(block);
     Command_To_Server<Upload_Data_Request, Response_T<std::string>> command(
-        "Upload Data", {session_.cookie(), instanceId_, item.name, md5, number, block});
+        "Upload Data", {instanceId_, item.name, md5, number, block});
     if (!exchange(command, "upload file data", item.name)) {
         return false;
     }

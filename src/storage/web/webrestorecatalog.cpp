@@ -7,7 +7,7 @@
 #include "storage/web/answer_wait.h"
 #include "storage/web/request_refusal.h"
 #include "storage/web/web_exchange.h"
-#include "storage/web/web_restore_requests.h"
+#include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
 
 namespace dorvo {
@@ -21,16 +21,15 @@ WebRestoreCatalog::~WebRestoreCatalog() = default;
 
 bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
     FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
-    const std::string cookie = session_->cookie();
-    if (cookie.empty()) {
+    if (session_->cookie().empty()) {
         return refuse("Failed to find cookie while listing a backup.\n", withHttpMark(401));
     }
     if (session_->invoker().invoker() == nullptr && !aimAtServerOfOptions(session_->invoker())) {
         return refuse("Failed to get the server information while listing a backup.\n");
     }
     Command_To_Server<List_Files_Request, Response_T<json_spirit::Value>> command(
-        "List Files", {cookie, run_.machine, run_.jobInstanceId,
-                       withoutTrailingBackslash(toUtf8(path)), after, pageLimit});
+        "List Files", {run_.machine, run_.jobInstanceId, withoutTrailingBackslash(toUtf8(path)),
+                       after, pageLimit});
     const AnswerWait waits(command, run_.activity);
     if (!exchange(*session_, command, "list the files of backup", run_.jobInstanceId)) {
         return false;

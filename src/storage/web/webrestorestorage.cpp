@@ -12,7 +12,6 @@
 #include "storage/restoretarget.h"
 #include "storage/web/answer_wait.h"
 #include "storage/web/downloadedblock.h"
-#include "storage/web/web_backup_requests.h"
 
 namespace dorvo {
 namespace {
@@ -95,7 +94,7 @@ bool WebRestoreStorage::start() {
     }
     constexpr const char* broken = "Failed to start restore job {%s, %s}, error-code = %d, %m.\n";
     Command_To_Server<Start_Restore_Job_Request, Response_T<json_spirit::Value>> command(
-        "Start Restore Job", {session_.cookie(), run_.jobDefinitionId, backupId_});
+        "Start Restore Job", {run_.jobDefinitionId, backupId_});
     if (!submit(command, broken, "Failed to start restore job {%s, %s}, status-code = %d, %s.\n")) {
         return false;
     }
@@ -111,7 +110,7 @@ bool WebRestoreStorage::start() {
 
 bool WebRestoreStorage::get_file_info(const StoredPath& path, bool directory, StoredItem& item) {
     Command_To_Server<Get_File_Info_Request, Response_T<json_spirit::Value>> command(
-        "name less command", {session_.cookie(), path});
+        "name less command", Get_File_Info_Request(path));
     if (exchange(command) != Exchanged::done) {
         return false;
     }
@@ -147,7 +146,7 @@ bool WebRestoreStorage::end(const json_spirit::Object& history) {
     }
     const auto submitErrors = [this](std::span<const FailedItem> batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
-            "Submit Error", {session_.cookie(), restoreId_, batch});
+            "Submit Error", {restoreId_, batch});
         return submit(command, "Submit history errors failed, job {%s, %s}, error-code = %d, %m.\n",
                       "Submit history errors failed, job {%s, %s}, status-code = %d, %s.\n");
     };
@@ -159,7 +158,7 @@ bool WebRestoreStorage::end(const json_spirit::Object& history) {
         record["instanceId"] = restoreId_;
     }
     Command_To_Server<Submit_History_Request, Response_T<std::string>> command(
-        "Submit History", {session_.cookie(), record});
+        "Submit History", Submit_History_Request(record));
     return submit(command, "Submit history failed, job {%s, %s}, error-code = %d, %m.\n",
                   "Submit history failed, job {%s, %s}, error-code = %d, %s.\n");
 }

@@ -22,9 +22,8 @@
 #include "storage/restorestorage.h"
 #include "storage/storagejob.h"
 #include "storage/web/patient_interrupter.h"
-#include "storage/web/restore_bodies.h"
 #include "storage/web/web_exchange.h"
-#include "storage/web/web_restore_requests.h"
+#include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
 
 namespace dorvo {
@@ -96,7 +95,8 @@ private:
     std::string restoreId_;   // the service's name for this restore; empty before start()
     std::wstring temporary_;  // the folder of the packages
     Web_Session session_;
-    Download download_{"Download Data"};  // keeps its memory from block to block
+    // Keeps its memory from block to block.
+    Download download_{"Download Data", {StoredPath(), 0}};
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
 };

@@ -253,7 +253,7 @@ bool WebRestoreStorage::downloadBlocks(const File& file, HANDLE package) {
 
 bool WebRestoreStorage::download_block(const File& file, HANDLE package, uint64_t offset) {
     FunctionTrace trace("WebRestoreStorage::download_block", "webrestorestorage.cpp");
-    download_.request() = {session_.cookie(), file.stored, offset / uploadBlockSize + 1};
+    download_.request() = {file.stored, offset / uploadBlockSize + 1};
     download_.state(HTTP_Command::READY);
     switch (exchange(download_)) {
         case Exchanged::done: break;
