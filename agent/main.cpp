@@ -4,9 +4,9 @@
 
 #include "base/logfile.h"
 #include "base/text.h"
-#include "commandline.h"
-#include "commands.h"
-#include "consoleterminal.h"
+#include "cli/commandline.h"
+#include "cli/commands.h"
+#include "text/consoleterminal.h"
 
 namespace {
 

@@ -73,9 +73,15 @@ function(dorvo_module name)
   dorvo_tests(${name} dorvo_${name})
 endfunction()
 
-# dorvo_tests(NAME LINK...): one test program of this folder's *_test.cpp, as one ctest entry.
+# dorvo_tests(NAME LINK...): one test program of the *_test.cpp in this folder, and in those below it
+# that the caller has in `folders`, as one ctest entry.
 function(dorvo_tests name)
-  file(GLOB tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cpp)
+  set(patterns *_test.cpp)
+  foreach(folder ${folders})
+    list(APPEND patterns ${folder}/*_test.cpp)
+  endforeach()
+  list(TRANSFORM patterns PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  file(GLOB tests CONFIGURE_DEPENDS ${patterns})
   if(tests)
     add_executable(${name}_test ${tests})
     target_link_libraries(${name}_test PRIVATE ${ARGN} dorvo_test_support)

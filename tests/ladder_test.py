@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """No include runs back up the ladder of folders: a module of src/ uses those that src/CMakeLists.txt
-adds before it, and libs/ use nothing of src/."""
+adds before it, a folder of agent/ those that agent/CMakeLists.txt names before it, and libs/ use
+nothing of src/."""
 
 import pathlib
 import re
@@ -15,6 +16,11 @@ def modules(root):
     return re.findall(r"^add_subdirectory\(([\w/]+)\)", (root / "src/CMakeLists.txt").read_text(), re.M)
 
 
+def agent_folders(root):
+    found = re.search(r"^set\(folders ([\w ]+)\)", (root / "agent/CMakeLists.txt").read_text(), re.M)
+    return found[1].split()
+
+
 def module_of(path, names):
     """The longest module that holds the path, None for a path of no module."""
     holding = [n for n in names if path.startswith(n + "/")]
@@ -25,18 +31,24 @@ def sources(folder):
     return sorted(p for p in folder.rglob("*") if p.suffix in (".h", ".cpp"))
 
 
-def climbing_includes(root):
-    """(file, include) of every include that runs back up."""
-    names, found = modules(root), []
-    for file in sources(root / "src"):
-        own = module_of(str(file.relative_to(root / "src")), names)
+def climbing_between(root, top, names):
+    """The same between the folders of one tree."""
+    found = []
+    for file in sources(root / top):
+        own = module_of(str(file.relative_to(root / top)), names)
         for include in INCLUDE.findall(file.read_text()):
-            # A name without a folder is a neighbour; libs/ and tests/ are below all.
-            if not (root / "src" / include).is_file():
+            # A name without a folder is a neighbour; what is of another tree is below all.
+            if not (root / top / include).is_file():
                 continue
             other = module_of(include, names)
             if own and (other is None or names.index(other) > names.index(own)):
                 found.append((str(file.relative_to(root)), include))
+    return found
+
+
+def climbing_includes(root):
+    """(file, include) of every include that runs back up."""
+    found = climbing_between(root, "src", modules(root)) + climbing_between(root, "agent", agent_folders(root))
     # The libraries are of the agent, not of the module: nothing of src/ is theirs.
     for file in sources(root / "libs"):
         for include in INCLUDE.findall(file.read_text()):
@@ -51,9 +63,9 @@ class LadderTest(unittest.TestCase):
         self.assertEqual(climbing_includes(ROOT), [])
 
     def test_every_source_stands_in_a_module(self):
-        names = modules(ROOT)
-        strays = [str(f) for f in sources(ROOT / "src")
-                  if f.parent != ROOT / "src" and not module_of(str(f.relative_to(ROOT / "src")), names)]
+        strays = [str(f.relative_to(ROOT)) for top, names in (("src", modules(ROOT)), ("agent", agent_folders(ROOT)))
+                  for f in sources(ROOT / top)
+                  if f.parent != ROOT / top and not module_of(str(f.relative_to(ROOT / top)), names)]
         self.assertEqual(strays, [])
 
     def test_finds_what_it_looks_for(self):
@@ -62,12 +74,15 @@ class LadderTest(unittest.TestCase):
             files = {"src/CMakeLists.txt": "add_subdirectory(base)\nadd_subdirectory(source)\nadd_subdirectory(job)\n",
                      "src/base/log.h": '#include "job/job.h"\n', "src/job/job.h": '#include "source/walk.h"\n',
                      "src/source/walk.h": '#include "base/log.h"\n#  include "job/job.h"\n',
+                     "agent/CMakeLists.txt": "set(folders data cli)\n", "agent/cli/show.h": '#include "data/store.h"\n',
+                     "agent/data/store.h": '#include "job/job.h"\n#include "cli/show.h"\n',
                      "libs/def/def.h": '#include "job/job.h"\n#include "def/other.h"\n', "libs/def/other.h": ""}
             for name, text in files.items():
                 (root / name).parent.mkdir(parents=True, exist_ok=True)
                 (root / name).write_text(text)
             self.assertEqual(climbing_includes(root), [("src/base/log.h", "job/job.h"),
                                                        ("src/source/walk.h", "job/job.h"),
+                                                       ("agent/data/store.h", "cli/show.h"),
                                                        ("libs/def/def.h", "job/job.h")])
 
 

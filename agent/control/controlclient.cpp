@@ -12,7 +12,7 @@
 #include <mutex>
 #include <optional>
 
-#include "failuretext.h"
+#include "text/failuretext.h"
 
 namespace dorvo::agent {
 

@@ -9,8 +9,8 @@
 #include <memory>
 #include <string>
 
-#include "agenterror.h"
 #include "control/controlfile.h"
+#include "text/agenterror.h"
 
 namespace dorvo::agent {
 

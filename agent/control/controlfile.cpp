@@ -8,10 +8,10 @@
 #include <array>
 #include <memory>
 
-#include "agenterror.h"
 #include "base/handle.h"
 #include "base/paths.h"
-#include "failuretext.h"
+#include "text/agenterror.h"
+#include "text/failuretext.h"
 
 namespace dorvo::agent {
 namespace {

@@ -6,9 +6,9 @@
 
 #include <array>
 
-#include "agenterror.h"
 #include "control/controlservice.h"
 #include "httpd/http_server.h"
+#include "text/agenterror.h"
 
 namespace dorvo::agent {
 namespace {

@@ -6,13 +6,13 @@
 #include <chrono>
 #include <iterator>
 
-#include "agenterror.h"
 #include "base/text.h"
 #include "control/controlguard.h"
+#include "data/jobstore.h"
 #include "jobdef/jobdefinitionfactory.h"
-#include "jobstore.h"
 #include "record/jobactivityhandle.h"
-#include "version.h"
+#include "text/agenterror.h"
+#include "text/version.h"
 
 namespace dorvo::agent {
 

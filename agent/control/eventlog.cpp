@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "notify/jobnotifymanager.h"
-#include "singletons.h"
+#include "text/singletons.h"
 
 namespace dorvo::agent {
 namespace {

@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "agenterror.h"
 #include "base/text.h"
 #include "engine/engine.h"
+#include "text/agenterror.h"
 
 namespace dorvo::agent {
 

@@ -5,9 +5,9 @@
 #include <atomic>
 #include <thread>
 
-#include "agenterror.h"
 #include "base/text.h"
 #include "control/controlclient.h"
+#include "text/agenterror.h"
 
 namespace dorvo::agent {
 namespace {

@@ -4,15 +4,15 @@
 
 #include <algorithm>
 
-#include "agenterror.h"
 #include "base/interrupter.h"
 #include "base/machine_name.h"
-#include "failuretext.h"
+#include "data/users.h"
 #include "job/transferfailure.h"
-#include "secret.h"
-#include "singletons.h"
 #include "storage/web/webaccount.h"
-#include "users.h"
+#include "text/agenterror.h"
+#include "text/failuretext.h"
+#include "text/secret.h"
+#include "text/singletons.h"
 
 namespace dorvo::agent {
 namespace {

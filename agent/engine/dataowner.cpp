@@ -5,11 +5,11 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "engine/directorywatch.h"
-#include "failuretext.h"
 #include "json_spirit/json_spirit.h"
-#include "printable.h"
-#include "residenthint.h"
-#include "units.h"
+#include "text/failuretext.h"
+#include "text/printable.h"
+#include "text/residenthint.h"
+#include "text/units.h"
 
 namespace dorvo::agent {
 namespace {

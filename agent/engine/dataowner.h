@@ -12,8 +12,8 @@
 #include <optional>
 #include <string>
 
-#include "agenterror.h"
 #include "base/handle.h"
+#include "text/agenterror.h"
 
 namespace dorvo::agent {
 

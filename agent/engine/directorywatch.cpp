@@ -2,9 +2,9 @@
 
 #include <array>
 
-#include "agenterror.h"
 #include "base/paths.h"
-#include "failuretext.h"
+#include "text/agenterror.h"
+#include "text/failuretext.h"
 
 namespace dorvo::agent {
 

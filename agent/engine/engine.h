@@ -72,8 +72,4 @@ public:
                                     const std::string& user) = 0;
 };
 
-// The resident agent of this machine when one runs; else this process, which then owns the data
-// directory for as long as the engine lives. Throws AgentError when another command has it.
-std::unique_ptr<Engine> openEngine();
-
 }  // namespace dorvo::agent

@@ -2,10 +2,10 @@
 
 #include <mutex>
 
-#include "agenterror.h"
-#include "agentlog.h"
 #include "base/job_state.h"
 #include "base/paths.h"
+#include "text/agenterror.h"
+#include "text/agentlog.h"
 
 namespace dorvo::agent {
 namespace {

@@ -2,17 +2,17 @@
 
 #include <mutex>
 
-#include "agenterror.h"
-#include "agentlog.h"
 #include "base/log.h"
 #include "base/logfile.h"
 #include "base/text.h"
 #include "engine/modulehost.h"
 #include "engine/verbrefusal.h"
 #include "job/pendingdrops.h"
-#include "keyfailure.h"
 #include "notify/jobnotifymanager.h"
-#include "singletons.h"
+#include "text/agenterror.h"
+#include "text/agentlog.h"
+#include "text/keyfailure.h"
+#include "text/singletons.h"
 
 namespace dorvo::agent {
 namespace {

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <mutex>
 
-#include "agenterror.h"
 #include "base/logfile.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "failuretext.h"
-#include "singletons.h"
+#include "text/agenterror.h"
+#include "text/failuretext.h"
+#include "text/singletons.h"
 
 namespace dorvo::agent {
 

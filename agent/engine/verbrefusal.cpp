@@ -1,7 +1,7 @@
 #include "engine/verbrefusal.h"
 
-#include "agentlog.h"
 #include "base/job_state.h"
+#include "text/agentlog.h"
 
 namespace dorvo::agent {
 namespace {

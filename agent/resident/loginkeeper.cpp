@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <mutex>
 
-#include "agenterror.h"
 #include "base/log.h"
 #include "base/logfile.h"
 #include "base/thread.h"
 #include "engine/modulehost.h"
-#include "failuretext.h"
 #include "job/transferfailure.h"
-#include "singletons.h"
+#include "text/agenterror.h"
+#include "text/failuretext.h"
+#include "text/singletons.h"
 
 namespace dorvo::agent {
 namespace {

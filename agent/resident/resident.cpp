@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "agentlog.h"
 #include "base/log.h"
 #include "base/logfile.h"
 #include "control/controlfile.h"
@@ -13,6 +12,7 @@
 #include "resident/loginkeeper.h"
 #include "resident/systemwatch.h"
 #include "scheduler/update_scheduler.h"
+#include "text/agentlog.h"
 
 namespace dorvo::agent {
 namespace {

@@ -2,13 +2,13 @@
 
 #include <windows.h>
 
-#include "agenterror.h"
-#include "agentlog.h"
 #include "base/handle.h"
 #include "base/paths.h"
 #include "base/private_access.h"
 #include "base/text.h"
-#include "failuretext.h"
+#include "text/agenterror.h"
+#include "text/agentlog.h"
+#include "text/failuretext.h"
 
 namespace dorvo::agent {
 namespace {

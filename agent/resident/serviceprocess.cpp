@@ -1,12 +1,12 @@
 #include "resident/serviceprocess.h"
 
-#include "agenterror.h"
-#include "agentlog.h"
 #include "base/log.h"
-#include "failuretext.h"
 #include "resident/resident.h"
 #include "resident/service.h"
 #include "resident/systemwatch.h"
+#include "text/agenterror.h"
+#include "text/agentlog.h"
+#include "text/failuretext.h"
 
 namespace dorvo::agent {
 namespace {

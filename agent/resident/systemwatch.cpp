@@ -2,12 +2,12 @@
 
 #include <array>
 
-#include "agenterror.h"
 #include "base/log.h"
 #include "base/logfile.h"
 #include "base/thread.h"
-#include "failuretext.h"
 #include "scheduler/iocpdispatherwrapper.h"
+#include "text/agenterror.h"
+#include "text/failuretext.h"
 
 namespace dorvo::agent {
 namespace {

@@ -1,0 +1,145 @@
+#include "run/runfollow.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "base/text.h"
+#include "engine/fakeengine.h"
+#include "jobdef/backupjobdefinition.h"
+#include "jobdef/restorejobdefinition.h"
+#include "record/jobactivityhandle.h"
+#include "record/jobhistory.h"
+#include "run/jobrun.h"
+#include "run/watchedjob.h"
+#include "text/agenterror.h"
+#include "text/faketerminal.h"
+
+namespace dorvo::agent {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+
+// A job whose record the test writes, as the process that runs it would.
+class RunFollow : public testing::Test {
+protected:
+    RunFollow() {
+        jobDirectory(job_.id(), directory_);
+        EXPECT_TRUE(createDirectories(directory_) && job_.save(directory_ + L"\\def"));
+        EXPECT_TRUE(record_.open(job_.id().c_str(), true));
+    }
+    ~RunFollow() override {
+        record_.close();
+        rm_rf(directory_, true);
+    }
+    void set(JobState state) {
+        record_->state = static_cast<int32_t>(state);
+        record_->startTime = 1;
+    }
+
+    BackupJobDefinition job_{"11111111-2222-3333-4444-555555555555", L"docs", "alice"};
+    std::wstring directory_;
+    JobActivityHandle record_;
+    FakeEngine engine_;
+    FakeTerminal terminal_;
+};
+
+TEST(StartRun, RunsWhatIsNewOnce) {
+    const BackupJobDefinition manual("b", L"docs", "alice");
+    const RestoreJobDefinition restore("r", L"docs", "alice");
+    FakeEngine engine;
+    startRun(engine, manual, true);
+    startRun(engine, restore, true);
+    EXPECT_THAT(engine.submitted, ElementsAre("b", "r"));
+    EXPECT_THAT(engine.told, ElementsAre(Pair(JobVerb::start, "b")));
+    startRun(engine, restore, false);
+    EXPECT_THAT(engine.submitted, ElementsAre("b", "r"));
+    EXPECT_THAT(engine.told.back(), Pair(JobVerb::start, "r"));
+}
+
+TEST_F(RunFollow, EndsWithARunThatWasOverBeforeTheResidentAgent) {
+    const int code = runJob(engine_, terminal_, job_,
+                            [&] {
+                                set(JobState::completed);
+                                record_.close();
+                                engine_.say("");
+                            },
+                            {});
+    EXPECT_EQ(code, exitDone);
+}
+
+TEST_F(RunFollow, ARunThatNeverBeganIsNoSuccess) {
+    try {
+        runJob(engine_, terminal_, job_,
+               [&] {
+                   set(JobState::completed);  // as the run before ended
+                   record_->startTime = 0;
+               },
+               {});
+        ADD_FAILURE();
+    } catch (const AgentError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("did not run"));
+        EXPECT_THAT(error.what(), HasSubstr("agent start \"docs\""));
+    }
+}
+
+TEST_F(RunFollow, ARecordThatNobodyHasIsWaitedForWhileTheAgentLives) {
+    const KernelHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const auto reporter = makeRunReporter(terminal_, job_, false);
+    set(JobState::running);
+    RunEvents heard(&engine_);
+    record_.close();
+    EXPECT_FALSE(RunFollower(job_, heard, *reporter).look(0));
+    RunEvents unheard(nullptr);
+    const RunEnd end = RunFollower(job_, unheard, *reporter).follow(never.get(), [] {});
+    EXPECT_EQ(end.code, exitStopped);
+    EXPECT_THAT(end.lost, HasSubstr("agent resume"));
+}
+
+TEST_F(RunFollow, ARunThatBeginsRightAfterItIsAnother) {
+    const auto reporter = makeRunReporter(terminal_, job_, false);
+    RunEvents events(&engine_);
+    RunFollower follower(job_, events, *reporter);
+    record_->instanceId[0] = 1;
+    set(JobState::running);
+    EXPECT_FALSE(follower.look(0));
+    EXPECT_TRUE(createDirectories(directory_ + L"\\hist"));
+    const std::string summary = toUtf8(jobHistoryInfoPath(directory_, instanceOf(*record_.get())));
+    std::ofstream(summary) << R"({"state":"completed"})";
+    std::ofstream(summary + ".errors") << R"([{"path":"C:/a","code":5,"reason":""}])";
+    record_->instanceId[0] = 2;
+    EXPECT_TRUE(follower.look(0));
+    EXPECT_EQ(follower.end().code, exitSomeFailed);
+}
+
+TEST_F(RunFollow, AWatcherSeesEachRunOnce) {
+    set(JobState::completed);
+    WatchedJob watched(job_.clone(), terminal_, true);
+    RunEvents events(nullptr);
+    EXPECT_FALSE(watched.look(events, 0));
+    EXPECT_FALSE(watched.following());
+    // The record of a run that just begins is empty but for its old state.
+    record_->startTime = 0;
+    EXPECT_FALSE(watched.look(events, 0));
+    set(JobState::running);
+    EXPECT_FALSE(watched.look(events, 0));
+    EXPECT_TRUE(watched.following());
+    record_->lastRunTime = 1;
+    set(JobState::completed);
+    EXPECT_TRUE(watched.look(events, 0));
+    EXPECT_EQ(watched.end().code, exitDone);
+    EXPECT_FALSE(watched.look(events, 0));
+    // One that began and ended between two looks.
+    record_->lastRunTime = 2;
+    set(JobState::cancelled);
+    EXPECT_TRUE(watched.look(events, 0));
+    EXPECT_EQ(watched.end().code, exitStopped);
+    EXPECT_FALSE(watched.look(events, 0));
+}
+
+}  // namespace
+}  // namespace dorvo::agent

@@ -1,0 +1,180 @@
+// What a run says of itself, to each kind of listener.
+#include "run/runreporter.h"
+
+#include <gmock/gmock.h>
+
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
+#include "jobdef/backupjobdefinition.h"
+#include "record/jobwait.h"
+#include "storage/wire_time.h"
+#include "text/faketerminal.h"
+#include "text/units.h"
+
+namespace dorvo::agent {
+namespace {
+
+using testing::_;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+class RunReporters : public testing::Test {
+protected:
+    void show(JobState state, uint64_t nowMs) {
+        record_.state = static_cast<int32_t>(state);
+        for (const auto& reporter : all_) {
+            reporter->show(record_, nowMs);
+        }
+    }
+    void reason(const char* text) {
+        for (const auto& reporter : all_) {
+            reporter->reason(text);
+        }
+    }
+    void finish(JobState state, ExitCode code, std::vector<FailedItem> failed) {
+        record_.state = static_cast<int32_t>(state);
+        all_[2]->finish(resultOf(record_, code, {false, 10, {0, 1, 100}}, std::move(failed)));
+    }
+
+    JobActivity record_{};
+    FakeTerminal plain_;
+    FakeTerminal live_{true};
+    FakeTerminal json_;
+    BackupJobDefinition job_{"id", L"docs", "alice"};
+    const std::unique_ptr<RunReporter> all_[3] = {makeRunReporter(plain_, job_, false),
+                                                  makeRunReporter(live_, job_, false),
+                                                  makeRunReporter(json_, job_, true)};
+};
+
+TEST_F(RunReporters, SayEachChangeOnceAndTheProgressNowAndThen) {
+    record_.fileCount = 2;
+    record_.totalSize = 2048;
+    record_.doneSize = 1024;
+    show(JobState::starting, 0);
+    show(JobState::starting, 100);
+    show(JobState::running, 200);
+    show(JobState::running, 699);
+    show(JobState::running, 700);
+    show(JobState::running, 10'199);
+    show(JobState::running, 10'200);
+    show(JobState::running, 10'300);
+    show(JobState::completing, 10'400);
+    EXPECT_THAT(plain_.lines, ElementsAre("Backup is looking for what has changed.",
+                                          "Backup is running: 2 files, 2.0 KiB to send.",
+                                          StartsWith(" 50%"), "Backup is completing."));
+    EXPECT_THAT(plain_.statuses, IsEmpty());
+    const auto state = [](const char* name) {
+        return HasSubstr(std::string(R"("state":")") + name + "\"");
+    };
+    EXPECT_THAT(json_.lines, ElementsAre(state("starting"), state("running"), state("running"),
+                                         state("running"), state("completing")));
+    EXPECT_EQ(
+        json_.lines[1],
+        R"({"id":"id","name":"docs","state":"running","percent":50,"bytes":1024,)"
+        R"("totalBytes":2048,"files":0,"fileCount":2,"speed":0,"remainTime":null,"file":""})");
+}
+
+TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {
+    const std::string waiting = "Backup is paused, waiting for the server, next try in ";
+    show(JobState::running, 0);
+    show(JobState::pausing, 100);
+    show(JobState::paused, 1000);
+    // The reason comes by another way than the state, and may come later.
+    reason("connection refused");
+    show(JobState::paused, 1000);
+    show(JobState::paused, 11'000);
+    show(JobState::paused, 99'000);
+    record_.resuming = 1;
+    // It may also be there before the beginning of the run is seen.
+    reason("timed out");
+    show(JobState::starting, 99'100);
+    show(JobState::paused, 99'200);
+    EXPECT_THAT(plain_.lines,
+                ElementsAre(StartsWith("Backup is running"), "Backup is pausing.",
+                            waiting + "30 s (connection refused).",
+                            "Backup goes on where it stopped.", waiting + "30 s (timed out)."));
+    ASSERT_THAT(live_.statuses, SizeIs(8));
+    EXPECT_EQ(live_.statuses[2], waiting + "30 s");
+    EXPECT_EQ(live_.statuses[4], shortened(waiting + "20 s (connection refused)", 79));
+    EXPECT_EQ(live_.statuses[5], shortened(waiting + "0 s (connection refused)", 79));
+    EXPECT_THAT(live_.lines, IsEmpty());
+    // A line for the wait, and one more for its reason.
+    ASSERT_THAT(json_.lines, SizeIs(6));
+    EXPECT_THAT(json_.lines[2], EndsWith(R"("reason":"","since":"","until":""})"));
+    EXPECT_THAT(json_.lines[3], HasSubstr(R"("reason":"connection refused")"));
+}
+
+TEST_F(RunReporters, TellUntilWhenARunWaits) {
+    std::wstring directory;
+    ASSERT_TRUE(jobDirectory(job_.id(), directory));
+    record_.endError = ERROR_DISK_FULL;
+    const uint64_t now = utcTimeNow();
+    // It is written down when the run has paused already; what lies behind was of another pause.
+    saveWait(job_.id(), now - ticksPerSecond);
+    show(JobState::paused, 0);
+    const uint64_t until = now + 3600 * ticksPerSecond;
+    saveWait(job_.id(), until);
+    show(JobState::paused, 1);
+    show(JobState::paused, 2);
+    rm_rf(directory, true);
+    EXPECT_THAT(live_.statuses, ElementsAre(HasSubstr(" 30 s"), _, _));
+    ASSERT_THAT(json_.lines, SizeIs(2));
+    EXPECT_THAT(json_.lines[0], AllOf(HasSubstr("make room"), EndsWith(R"("until":""})")));
+    EXPECT_THAT(json_.lines[1], EndsWith(R"("until":")" + wire_time(until) + "\"}"));
+}
+
+TEST_F(RunReporters, APauseOfTheUserIsNoWait) {
+    record_.pausedManually = 1;
+    show(JobState::paused, 0);
+    EXPECT_THAT(plain_.lines, IsEmpty());
+    EXPECT_THAT(live_.statuses, ElementsAre(""));
+}
+
+TEST_F(RunReporters, TheJsonSummaryHasWhatWasDoneAndWhatFailed) {
+    record_.fileCount = 3;
+    record_.totalSize = 300;
+    record_.doneSize = 200;
+    record_.wireSize = 70;
+    record_.usedTime = 2'0000000;
+    record_.failedItems = 1;
+    finish(JobState::completed, exitSomeFailed, {{"C:\\a", 5, "denied"}});
+    EXPECT_THAT(
+        json_.lines,
+        ElementsAre(R"({"id":"id","name":"docs","summary":{"state":"completed","exitCode":3,)"
+                    R"("instanceId":"00000000-0000-0000-0000-000000000000","files":2,"bytes":200,)"
+                    R"("unchangedFiles":7,"unchangedBytes":0,"wireBytes":70,"speed":100,)"
+                    R"("duration":2,"failed":[{"path":"C:\\a","code":5,"reason":"denied"}],)"
+                    R"("leftOut":[],"warnings":[]}})"));
+    EXPECT_THAT(json_.errors, IsEmpty());
+    record_.endError = 0x20010000 | 401;
+    finish(JobState::error, exitFailed, {});
+    EXPECT_THAT(json_.lines.back(), HasSubstr(R"("error":"the server refused the session)"));
+    // Errors stay texts for people too.
+    EXPECT_THAT(json_.errors, ElementsAre(HasSubstr("run 'agent login alice'")));
+}
+
+TEST_F(RunReporters, NotesAreSaidAndFailNothing) {
+    record_.state = static_cast<int32_t>(JobState::completed);
+    RunResult result = resultOf(record_, exitDone, {}, {});
+    result.notes.leftOut = {{"C:\\a\nb", "a link"}};
+    result.notes.warnings.assign(22, {"D:\\", "no snapshot"});
+    all_[0]->finish(result);
+    all_[2]->finish(result);
+    ASSERT_THAT(plain_.lines, SizeIs(2));
+    EXPECT_EQ(plain_.lines[0], "left out: C:\\a?b: a link");
+    EXPECT_THAT(plain_.lines[1], EndsWith(", 1 left out."));
+    ASSERT_THAT(plain_.warnings, SizeIs(21));
+    EXPECT_EQ(plain_.warnings[19], "warning: D:\\: no snapshot");
+    EXPECT_EQ(plain_.warnings[20], "warning: 2 more, which --json lists");
+    EXPECT_THAT(plain_.errors, IsEmpty());
+    EXPECT_THAT(json_.lines[0], HasSubstr(R"("leftOut":[{"path":"C:\\a\nb","reason":"a link"}])"));
+}
+
+}  // namespace
+}  // namespace dorvo::agent

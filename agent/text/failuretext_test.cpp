@@ -1,0 +1,31 @@
+#include "text/failuretext.h"
+
+#include <gmock/gmock.h>
+#include <windows.h>
+
+#include "base/http_error.h"
+#include "base/key_error.h"
+
+namespace dorvo::agent {
+namespace {
+
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(FailureText, SaysWhatHappenedToWhatAndWhatToDo) {
+    EXPECT_EQ(failureText(ERROR_CANNOT_MAKE),
+              "A folder stands where the file should go (error 82)");
+    EXPECT_THAT(failureText(ERROR_FILE_NOT_FOUND),
+                AllOf(EndsWith(" (error 2)"), Not(HasSubstr(". ("))));
+    EXPECT_EQ(failureText(withHttpMark(403)), "HTTP status 403, Forbidden");
+    EXPECT_THAT(runFailure(withHttpMark(401), "alice"), HasSubstr("run 'agent login alice'"));
+    EXPECT_THAT(runFailure(ERROR_DISK_FULL, "alice"), EndsWith("make room on the disk of the data "
+                                                               "directory"));
+    EXPECT_THAT(runFailure(errorKeyMissing, "alice"),
+                AllOf(HasSubstr("alice"), HasSubstr("agent key import")));
+}
+
+}  // namespace
+}  // namespace dorvo::agent

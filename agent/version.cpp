@@ -1,7 +1,0 @@
-#include "version.h"
-
-namespace dorvo::agent {
-
-const char* const agentVersion = DORVO_VERSION;
-
-}  // namespace dorvo::agent
