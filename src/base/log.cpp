@@ -2,6 +2,7 @@
 
 #include <ace/ACE.h>
 #include <ace/Init_ACE.h>
+#include <ace/Log_Msg.h>
 #include <ace/Object_Manager.h>
 
 #include <cstdarg>
@@ -12,6 +13,13 @@
 #include "base/last_error.h"
 
 namespace dorvo {
+
+static_assert(static_cast<int>(LogLevel::trace) == LM_TRACE);
+static_assert(static_cast<int>(LogLevel::debug) == LM_DEBUG);
+static_assert(static_cast<int>(LogLevel::information) == LM_INFO);
+static_assert(static_cast<int>(LogLevel::warning) == LM_WARNING);
+static_assert(static_cast<int>(LogLevel::error) == LM_ERROR);
+
 namespace {
 
 // The format with "%m" put in. ACE takes small codes for those of the C library, where 5 is
@@ -34,22 +42,22 @@ std::string withErrorText(const char* format, DWORD error) {
     return result;
 }
 
-void write(LogLevel level, const char* format, va_list arguments) {
+}  // namespace
+
+void log_detail::write(LogLevel level, const char* format, ...) {
     LastErrorGuard keep;
     startAce();
     const std::string prefixed = withErrorText(format, keep.error());
     ACE_Log_Msg* record = ACE_Log_Msg::instance();
     record->conditional_set(nullptr, 0, 0, 0);
-    record->log(prefixed.c_str(), static_cast<ACE_Log_Priority>(level), arguments);
-}
-
-}  // namespace
-
-void log(LogLevel level, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    write(level, format, arguments);
+    record->log(prefixed.c_str(), static_cast<ACE_Log_Priority>(level), arguments);
     va_end(arguments);
+}
+
+void log_detail::setLastError(unsigned long code) {
+    SetLastError(code);
 }
 
 FunctionTrace::FunctionTrace(const char* function, const char* file) : function_(function) {

@@ -1,5 +1,6 @@
 #include "base/logfile.h"
 
+#include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
 #include <ace/Log_Record.h>
 

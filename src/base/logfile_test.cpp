@@ -1,5 +1,6 @@
 #include "base/logfile.h"
 
+#include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
 
 #include <regex>

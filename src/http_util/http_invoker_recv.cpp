@@ -26,7 +26,7 @@ int HTTP_Invoker_T::recv_response(HTTP_Response& response) {
         if (buffer_ == nullptr || buffer_->size() == 0) {
             buffer_.reset();
             errno = ENOMEM;
-            return fail(ENOMEM, nullptr);
+            return fail(ENOMEM);
         }
     }
     buffer_->reset();
@@ -69,7 +69,7 @@ int HTTP_Invoker_T::read_head(HTTP_Response& response, bool& body) {
             continue;
         }
         if (result != HTTP_Parser::NOT_BEGUN && result != HTTP_Parser::IN_HEAD) {
-            return fail(ERROR_INVALID_DATA, nullptr);
+            return fail(ERROR_INVALID_DATA);
         }
         if (fill_buffer() != 0) {
             return -1;
@@ -86,7 +86,7 @@ int HTTP_Invoker_T::fill_buffer() {
     }
     const size_t room = buffer_->space() - 1;
     if (room == 0) {
-        return fail(ERROR_INVALID_DATA, nullptr);
+        return fail(ERROR_INVALID_DATA);
     }
     const int64_t got = recv_or_fail(buffer_->wr_ptr(), room);
     if (got < 0) {
@@ -98,14 +98,16 @@ int HTTP_Invoker_T::fill_buffer() {
 
 int64_t HTTP_Invoker_T::wait_and_recv(void* buffer, size_t size) {
     if (handler_ == nullptr) {
-        return fail(WSAENOTCONN, nullptr);
+        return fail(WSAENOTCONN);
     }
     const int64_t got = socket_->wait_and_recv(buffer, size);
     if (got < 0) {
         const uint32_t error = GetLastError();
         return fail(error, error == ERROR_CANCELLED
-                               ? "Failed to wait for HTTP ready to read from %s:%u %m\n"
-                               : "Failed to receive HTTP data from %s:%u %m\n");
+                               ? LogText<std::string, unsigned>(
+                                     "Failed to wait for HTTP ready to read from %s:%u %m\n")
+                               : LogText<std::string, unsigned>(
+                                     "Failed to receive HTTP data from %s:%u %m\n"));
     }
     return got;
 }
@@ -113,7 +115,8 @@ int64_t HTTP_Invoker_T::wait_and_recv(void* buffer, size_t size) {
 int64_t HTTP_Invoker_T::recv_or_fail(void* buffer, size_t size) {
     const int64_t got = wait_and_recv(buffer, size);
     if (got == 0) {
-        return fail(WSAEDISCON, "The HTTP connection is closed by %s:%u.\n");
+        return fail(WSAEDISCON,
+                    LogText<std::string, unsigned>("The HTTP connection is closed by %s:%u.\n"));
     }
     return got;
 }
@@ -169,7 +172,7 @@ int64_t HTTP_Invoker_T::recv_chunked(void* buffer, size_t size) {
         buffer_->rd_ptr(consumed);
         transferred_ += produced;
         if (result == HTTP_Chunked_Decoder::BAD) {
-            return fail(ERROR_INVALID_DATA, nullptr);
+            return fail(ERROR_INVALID_DATA);
         }
         if (result == HTTP_Chunked_Decoder::END) {
             finish_response();

@@ -22,8 +22,10 @@
 namespace dorvo {
 namespace {
 
-constexpr const char* cannotSendRequest = "Unable to send HTTP request to %s:%u: %m\n";
-constexpr const char* cannotSendChunk = "Failed to send HTTP request data chunk to %s:%u: %m\n";
+constexpr LogText<std::string, unsigned> cannotSendRequest =
+    "Unable to send HTTP request to %s:%u: %m\n";
+constexpr LogText<std::string, unsigned> cannotSendChunk =
+    "Failed to send HTTP request data chunk to %s:%u: %m\n";
 
 iovec piece(const void* data, size_t length) {
     iovec made{};
@@ -142,16 +144,17 @@ void HTTP_Invoker_T::begin_exchange() {
     transferred_ = 0;
 }
 
-int HTTP_Invoker_T::fail(uint32_t error, const char* message) {
+int HTTP_Invoker_T::fail(uint32_t error, std::optional<LogText<std::string, unsigned>> message) {
     last_error_ = error;
     SetLastError(error);
-    if (message != nullptr) {
-        log(LogLevel::error, message, host_.c_str(), unsigned{port_});
+    if (message) {
+        log(LogLevel::error, *message, host_, port_);
     }
     return -1;
 }
 
-int HTTP_Invoker_T::send_pieces(iovec* pieces, size_t count, const char* message) {
+int HTTP_Invoker_T::send_pieces(iovec* pieces, size_t count,
+                                LogText<std::string, unsigned> message) {
     if (!socket_->send_all(pieces, count, SEND_TIMEOUT_MS)) {
         return fail(GetLastError(), message);
     }
@@ -237,7 +240,9 @@ int64_t HTTP_Invoker_T::send_content(const iovec buffers[], int count) {
     }
     transferred_ += total;
     if (transferred_ > declared_) {
-        fail(E2BIG, "Send too much request content to %s:%u and the connection is corrupted.\n");
+        fail(E2BIG,
+             LogText<std::string, unsigned>(
+                 "Send too much request content to %s:%u and the connection is corrupted.\n"));
         errno = E2BIG;
         return -1;
     }

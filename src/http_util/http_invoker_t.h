@@ -17,9 +17,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/api.h"
+#include "base/log.h"
 
 struct iovec;
 class ACE_Message_Block;
@@ -109,7 +111,7 @@ public:
 private:
     friend class HTTP_Input_Stream;
 
-    int fail(uint32_t error, const char* message);
+    int fail(uint32_t error, std::optional<LogText<std::string, unsigned>> message = {});
     int64_t recv_body(void* buffer, size_t size);
     int64_t recv_plain(void* buffer, size_t size);
     int64_t recv_chunked(void* buffer, size_t size);
@@ -118,7 +120,7 @@ private:
     int read_head(HTTP_Response& response, bool& body);
     void finish_response();
     void begin_exchange();
-    int send_pieces(iovec* pieces, size_t count, const char* message);
+    int send_pieces(iovec* pieces, size_t count, LogText<std::string, unsigned> message);
 
     const std::string host_;
     const uint16_t port_;

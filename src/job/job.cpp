@@ -239,7 +239,7 @@ bool Job::pollEvent(unsigned long timeoutMs) {
         if (event == nullptr) {
             continue;
         }
-        log(LogLevel::debug, event);
+        log(LogLevel::debug, "%s", event);
         activity_->pendingState = 0;
         const PollOutcome outcome = pollCommand(state(), command_);
         activity_->state = outcome.next;

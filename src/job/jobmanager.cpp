@@ -351,7 +351,8 @@ void JobManagerImpl::joinRemoveThreads() {
     }
 }
 
-void JobManagerImpl::forAllJobs(bool wait, const char* failed, const char* waitFailed,
+void JobManagerImpl::forAllJobs(bool wait, LogText<std::string, int> failed,
+                                LogText<std::string, int> waitFailed,
                                 const std::function<bool(Job&)>& operation) {
     std::lock_guard guard(lock_);
     for (Job* job : jobs_) {

@@ -22,6 +22,7 @@
 
 #include "base/api.h"
 #include "base/critical_section.h"
+#include "base/log.h"
 #include "base/singleton.h"
 #include "job/dropteller.h"
 #include "job/job.h"
@@ -107,7 +108,8 @@ private:
     Job* addJob(std::unique_ptr<JobDefinition>& definition);
     std::unique_ptr<Job> makeSaved(std::unique_ptr<JobDefinition>& definition,
                                    const std::wstring& directory);
-    void forAllJobs(bool wait, const char* failed, const char* waitFailed,
+    void forAllJobs(bool wait, LogText<std::string, int> failed,
+                    LogText<std::string, int> waitFailed,
                     const std::function<bool(Job&)>& operation);
 
     mutable CriticalSection lock_;  // guards jobs_ and every change of a job

@@ -48,10 +48,8 @@ std::vector<std::wstring> apart(const std::vector<std::wstring>& sources) {
     return named;
 }
 
-bool damagedCatalog(const char* words, const std::wstring& source) {
-    log(LogLevel::error, words, toUtf8(source).c_str());
-    SetLastError(ERROR_INVALID_DATA);
-    return false;
+bool damagedCatalog(LogText<std::string> words, const std::wstring& source) {
+    return logFailed(ERROR_INVALID_DATA, words, toUtf8(source));
 }
 
 }  // namespace

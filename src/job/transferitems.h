@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "base/log.h"
 #include "job/transferjob.h"
 #include "record/jobactsrcreader.h"
 
@@ -27,9 +28,9 @@ public:
 protected:
     // What is logged of the list's own records.
     struct Lines {
-        const char* setStart;
-        const char* setEnd;
-        const char* volume;
+        LogText<> setStart;
+        LogText<> setEnd;
+        LogText<> volume;
     };
 
     struct Item {

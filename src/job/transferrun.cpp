@@ -14,7 +14,7 @@ namespace dorvo {
 TransferRun::TransferRun(TransferJob& job)
     : transferJob_(job), record_(*job.activity().get()), pausesTakenBack_(job.pausesTakenBack()) {}
 
-bool TransferRun::begin(const char* released) {
+bool TransferRun::begin(LogText<> released) {
     if (!transferJob_.setStartEvent()) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to set start event, %d, %m.\n",
@@ -143,7 +143,7 @@ bool TransferRun::openStorage() {
     return true;
 }
 
-bool TransferRun::startStorage(const char* begun) {
+bool TransferRun::startStorage(LogText<> begun) {
     if (!openStorage()) {
         return false;
     }

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "base/log.h"
 #include "job/transferjob.h"
 #include "record/jobactsrcreader.h"
 
@@ -18,7 +19,7 @@ protected:
     explicit TransferRun(TransferJob& job);
 
     // Releases the starter; `released` is the line to log then.
-    bool begin(const char* released);
+    bool begin(LogText<> released);
     // Takes up what is on record of the run. Parks it when that cannot be read for now.
     bool takeUp();
     // Makes room for a new list. Only the making of a list that was never finished can have left
@@ -33,7 +34,7 @@ protected:
     // Opens the run at its storage, once.
     bool openStorage();
     // The same, and begins to run; `begun` is the line to log then.
-    bool startStorage(const char* begun);
+    bool startStorage(LogText<> begun);
 
     // Whether nothing is left of a resumed run but its end.
     bool isAtEndOfList() const { return atEnd_; }

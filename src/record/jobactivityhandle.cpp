@@ -31,10 +31,9 @@ bool sectionName(const char* id, const wchar_t* space, std::wstring& name) {
 }
 
 // Logs a failure whose reason is the thread's last error, and keeps that.
-bool failed(const char* format, const char* id) {
-    const LastErrorGuard keep;
-    log(LogLevel::error, format, id == nullptr ? "" : id, errorText(keep.error()).c_str());
-    return false;
+bool failed(LogText<std::string, std::string> format, const char* id) {
+    return logFailed<std::string, std::string>(format, id == nullptr ? "" : id,
+                                               errorText(GetLastError()));
 }
 
 // Every account of the machine may open the section.

@@ -62,10 +62,9 @@ bool startUpdater() {
     return true;
 }
 
-// `format` takes the code and its text.
-void logFailure(LogLevel level, const char* format) {
+void logFailure(LogLevel level, LogText<int, std::string> format) {
     const LastErrorGuard keep;
-    log(level, format, static_cast<int>(keep.error()), errorText(keep.error()).c_str());
+    log(level, format, keep.error(), errorText(keep.error()));
 }
 
 }  // namespace

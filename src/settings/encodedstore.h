@@ -13,10 +13,10 @@ namespace dorvo {
 
 struct EncodedStoreTexts {
     LogLevel codecLevel;  // of the decode and encode messages; the others are errors
-    const char* decodeFailed;
-    const char* parseFailed;  // with line, column and reason
-    const char* notAnObject;
-    const char* encodeFailed;
+    LogText<> decodeFailed;
+    LogText<unsigned, unsigned, std::string> parseFailed;  // line, column, reason
+    LogText<> notAnObject;
+    LogText<> encodeFailed;
 };
 
 // False, with a message, when the file does not hold one JSON object; `values` then stays.

@@ -9,7 +9,7 @@
 namespace dorvo {
 namespace {
 
-bool notOpened(const char* words, const wchar_t* path, DWORD error) {
+bool notOpened(TransformWords::Line words, const wchar_t* path, DWORD error) {
     log(LogLevel::error, words, toUtf8(path).c_str(), errorText(error).c_str());
     SetLastError(error);
     return false;

@@ -2,16 +2,19 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
+#include "base/log.h"
 #include "source/handlestreams.h"
 
 namespace dorvo {
 
-// Log formats, each of a path and a reason.
+// Each of a path and a reason.
 struct TransformWords {
-    const char* sourceNotOpened;
-    const char* targetNotOpened;
-    const char* failed;
+    using Line = LogText<std::string, std::string>;
+    Line sourceNotOpened;
+    Line targetNotOpened;
+    Line failed;
 };
 
 // Opens both files and has `pump` carry one into the other; `finish`, where there is one, gets the

@@ -10,10 +10,8 @@
 namespace dorvo {
 
 // Logs and leaves the error. Always false.
-inline bool refuse(const char* message, DWORD error = ERROR_INVALID_PARAMETER) {
-    SetLastError(error);
-    log(LogLevel::error, message);
-    return false;
+inline bool refuse(LogText<> message, DWORD error = ERROR_INVALID_PARAMETER) {
+    return logFailed(error, message);
 }
 
 // A request without a cookie fails like one of a refused session.

@@ -9,15 +9,6 @@
 #include "storage/web/web_requests.h"
 
 namespace dorvo {
-namespace {
-
-bool fail(DWORD error, const char* message) {
-    SetLastError(error);
-    log(LogLevel::error, message);
-    return false;
-}
-
-}  // namespace
 
 Web_Increment_Check::Web_Increment_Check(Run run)
     : run_(std::move(run)), stop_(run_.stop), session_(run_.user) {
@@ -27,11 +18,11 @@ Web_Increment_Check::Web_Increment_Check(Run run)
 bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool>& send) {
     FunctionTrace trace("Web_Increment_Check::check", "web_increment_check.cpp");
     if (session_.cookie().empty()) {
-        return fail(withHttpMark(401), "Failed to find cookie while doing increment check.\n");
+        return logFailed(withHttpMark(401), "Failed to find cookie while doing increment check.\n");
     }
     if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
-        return fail(ERROR_INVALID_PARAMETER,
-                    "Failed to get the server information while doing increment check.\n");
+        return logFailed(ERROR_INVALID_PARAMETER,
+                         "Failed to get the server information while doing increment check.\n");
     }
     std::vector<IncrementItem> items;
     std::vector<std::string> asked;
@@ -49,7 +40,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
     std::vector<std::string> named;
     return (readIncrementAnswer(command.response().body(), named) &&
             markNamed(asked, named, send)) ||
-           fail(ERROR_INVALID_DATA, "The answer to the increment check is not valid.\n");
+           logFailed(ERROR_INVALID_DATA, "The answer to the increment check is not valid.\n");
 }
 
 bool markNamed(const std::vector<std::string>& asked, const std::vector<std::string>& named,

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "http_util/command_to_server.h"
 #include "json_spirit/json_spirit.h"
 #include "storage/request_bodies.h"
@@ -22,7 +23,7 @@ namespace dorvo {
 // What a request must not be sent without: whether it is there, and what the log says if not.
 struct Needed {
     bool there;
-    const char* words;
+    LogText<> words;
 };
 
 // Whether a request without a cookie is refused, and like what.

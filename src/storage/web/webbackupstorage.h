@@ -12,8 +12,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
+#include "base/log.h"
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
 #include "storage/request_bodies.h"
@@ -67,9 +69,12 @@ private:
     bool goBack(const Item& item, uint64_t blocks);
     bool send(const Item& item);
     bool sendBlocks(const Item& item, HANDLE package);
+    // Of a stopped item: name, target when the step is about it, offset and code.
+    using StoppedItem = LogText<std::string, uint64_t, int>;
+    using StoppedTarget = LogText<std::string, std::string, uint64_t, int>;
+    using StoppedLine = std::variant<StoppedItem, StoppedTarget>;
     template <class LogFailure>
-    bool stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
-                    LogFailure logFailure) const;
+    bool stepFailed(const Item& item, StoppedLine cancelled, LogFailure logFailure) const;
     bool aimAtServer();
     bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
     std::string job() const { return run_.jobId + ", " + run_.jobName; }

@@ -59,9 +59,9 @@ bool WebBackupStorage::upload_file_data(const Item& item, const std::byte* data,
 }
 
 // A step of an item has failed. While the job must stop that counts as cancelled, whatever the
-// error is; `cancelled` takes the name, the target when the step is about it, offset and code.
+// error is.
 template <class LogFailure>
-bool WebBackupStorage::stepFailed(const Item& item, const char* cancelled, bool aboutTarget,
+bool WebBackupStorage::stepFailed(const Item& item, StoppedLine cancelled,
                                   LogFailure logFailure) const {
     LastErrorGuard keep;
     const bool stop = interrupted();
@@ -70,12 +70,12 @@ bool WebBackupStorage::stepFailed(const Item& item, const char* cancelled, bool 
         logFailure(code(keep.error()));
         return false;
     }
-    if (aboutTarget) {
-        log(LogLevel::information, cancelled, item.name.c_str(), toUtf8(item.target).c_str(),
-            activity_->fileOffset, code(keep.error()));
+    if (const auto* target = std::get_if<StoppedTarget>(&cancelled)) {
+        log(LogLevel::information, *target, item.name, toUtf8(item.target), activity_->fileOffset,
+            keep.error());
     } else {
-        log(LogLevel::information, cancelled, item.name.c_str(), activity_->fileOffset,
-            code(keep.error()));
+        log(LogLevel::information, std::get<StoppedItem>(cancelled), item.name,
+            activity_->fileOffset, keep.error());
     }
     keep.set(ERROR_CANCELLED);
     return false;
@@ -113,24 +113,28 @@ bool WebBackupStorage::store(const Item& item) {
     const auto logged = [](int) {};
     std::optional<uint64_t> held;
     if (!upload_file_info(item, held)) {
-        return stepFailed(item,
-                          "File {%s} backing up is cancelled when upload file information at "
-                          "offset {%Q}, error-code = %d, %m.\n",
-                          false, logged);
+        return stepFailed(
+            item,
+            StoppedItem("File {%s} backing up is cancelled when upload file information at "
+                        "offset {%Q}, error-code = %d, %m.\n"),
+            logged);
     }
     if (item.directory) {
         return !interrupted() ||
-               stepFailed(item,
-                          "File {%s} backing up is cancelled when upload directory data, offset "
-                          "{%Q}, error-code = %d, %m.\n",
-                          false, logged);
+               stepFailed(
+                   item,
+                   StoppedItem(
+                       "File {%s} backing up is cancelled when upload directory data, offset "
+                       "{%Q}, error-code = %d, %m.\n"),
+                   logged);
     }
     log(LogLevel::debug, "%s", "File {%} information uploaded, start to upload file data.\n");
     if (held && *held < accepted_.count() && !goBack(item, *held)) {
-        return stepFailed(item,
-                          "File {%s} backing up is cancelled when upload file data, offset {%Q}, "
-                          "error-code = %d, %m.\n",
-                          false, logged);
+        return stepFailed(
+            item,
+            StoppedItem("File {%s} backing up is cancelled when upload file data, offset {%Q}, "
+                        "error-code = %d, %m.\n"),
+            logged);
     }
     if (!send(item)) {
         return false;
@@ -156,7 +160,7 @@ bool WebBackupStorage::encode(const Item& item) {
     const bool encoded =
         transformation_.transform(item.source.c_str(), item.target.c_str(), &item.data, this);
     encoding_ = false;
-    constexpr const char* cancelled =
+    constexpr StoppedItem cancelled =
         "File {%s} backing up is cancelled when encrypt/compress at offset {%Q}, error-code = %d, "
         "%m.\n";
     if (!encoded && errorOf(GetLastError()) == ERROR_CANCELLED) {
@@ -166,7 +170,7 @@ bool WebBackupStorage::encode(const Item& item) {
         return false;
     }
     if (!encoded) {
-        return stepFailed(item, cancelled, false, [&](int error) {
+        return stepFailed(item, cancelled, [&](int error) {
             log(LogLevel::error, "Encrypt/compress file {%s} failed, error-code = %d, %m.\n",
                 item.name.c_str(), error);
         });
@@ -178,7 +182,7 @@ bool WebBackupStorage::encode(const Item& item) {
             item.name.c_str(), toUtf8(item.target).c_str(), code(GetLastError()));
         return false;
     }
-    return claimPackage(item, sizeOf(package)) || stepFailed(item, cancelled, false, [](int) {});
+    return claimPackage(item, sizeOf(package)) || stepFailed(item, cancelled, [](int) {});
 }
 
 // The service's blocks are of the package that an earlier run made. One that begins otherwise, or
@@ -275,30 +279,31 @@ bool WebBackupStorage::send(const Item& item) {
     FileHandle package(CreateFileW(longPath(item.target).c_str(), GENERIC_READ, FILE_SHARE_READ,
                                    nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (!package) {
-        return stepFailed(item,
-                          "File {%s, target {%s}} backing up is cancelled when open target file "
-                          "to read, offset {%Q}, error-code = %d, %m.\n",
-                          true, [&](int error) {
-                              log(LogLevel::error,
-                                  "Open file {%s, target {%s}} to read failed, error-code = %d, "
-                                  "%m.\n",
-                                  item.name.c_str(), toUtf8(item.target).c_str(), error);
-                          });
+        return stepFailed(
+            item,
+            StoppedTarget("File {%s, target {%s}} backing up is cancelled when open target file "
+                          "to read, offset {%Q}, error-code = %d, %m.\n"),
+            [&](int error) {
+                log(LogLevel::error,
+                    "Open file {%s, target {%s}} to read failed, error-code = %d, "
+                    "%m.\n",
+                    item.name.c_str(), toUtf8(item.target).c_str(), error);
+            });
     }
     LARGE_INTEGER offset;
     offset.QuadPart = static_cast<LONGLONG>(activity_->fileOffset);
     if (activity_->fileOffset != 0 &&
         SetFilePointerEx(package.get(), offset, nullptr, FILE_BEGIN) == 0) {
-        return stepFailed(item,
-                          "File {%s, target {%s}} backing up is cancelled when seek target file, "
-                          "offset {%Q}, error-code = %d, %m.\n",
-                          true, [&](int error) {
-                              log(LogLevel::error,
-                                  "Seek file {%s, target {%s}} to {%Q} failed, error-code = %d, "
-                                  "%m.\n",
-                                  item.name.c_str(), toUtf8(item.target).c_str(),
-                                  activity_->fileOffset, error);
-                          });
+        return stepFailed(
+            item,
+            StoppedTarget("File {%s, target {%s}} backing up is cancelled when seek target file, "
+                          "offset {%Q}, error-code = %d, %m.\n"),
+            [&](int error) {
+                log(LogLevel::error,
+                    "Seek file {%s, target {%s}} to {%Q} failed, error-code = %d, "
+                    "%m.\n",
+                    item.name.c_str(), toUtf8(item.target).c_str(), activity_->fileOffset, error);
+            });
     }
     return sendBlocks(item, package.get());
 }
@@ -307,16 +312,17 @@ bool WebBackupStorage::sendBlocks(const Item& item, HANDLE package) {
     for (;;) {
         DWORD length = 0;
         if (ReadFile(package, block_.data(), uploadBlockSize, &length, nullptr) == 0) {
-            return stepFailed(item,
-                              "File {%s, target {%s}} backing up is cancelled when read file, "
-                              "offset {%Q}, error-code = %d, %m.\n",
-                              true, [&](int error) {
-                                  log(LogLevel::error,
-                                      "Read file {%s, target {%s}} failed, offset {%Q}, "
-                                      "error-code = %d, %m.\n",
-                                      item.name.c_str(), toUtf8(item.target).c_str(),
-                                      activity_->fileOffset, error);
-                              });
+            return stepFailed(
+                item,
+                StoppedTarget("File {%s, target {%s}} backing up is cancelled when read file, "
+                              "offset {%Q}, error-code = %d, %m.\n"),
+                [&](int error) {
+                    log(LogLevel::error,
+                        "Read file {%s, target {%s}} failed, offset {%Q}, "
+                        "error-code = %d, %m.\n",
+                        item.name.c_str(), toUtf8(item.target).c_str(), activity_->fileOffset,
+                        error);
+                });
         }
         if (length == 0) {
             return true;
@@ -324,10 +330,11 @@ bool WebBackupStorage::sendBlocks(const Item& item, HANDLE package) {
         log(LogLevel::debug, "Uploading data {%Q} to {%Q} of file {%%}.\n", activity_->fileOffset,
             activity_->fileOffset + length);
         if (!upload_file_data(item, block_.data(), length)) {
-            return stepFailed(item,
-                              "File {%s, target {%s}} backing up is cancelled when upload file "
-                              "data, offset {%Q}, error-code = %d, %m.\n",
-                              true, [](int) {});
+            return stepFailed(
+                item,
+                StoppedTarget("File {%s, target {%s}} backing up is cancelled when upload file "
+                              "data, offset {%Q}, error-code = %d, %m.\n"),
+                [](int) {});
         }
         const bool saved = acceptedFile_.save(accepted_);
         storeOrder();

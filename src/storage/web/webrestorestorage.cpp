@@ -51,9 +51,8 @@ Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
     return runExchange(session_, command, activity_ == nullptr ? nullptr : &activity_->wireSize);
 }
 
-// An exchange about the job. `broken` takes the job's id and name and the code, `refused` the job's
-// id and name, the status and its text.
-bool WebRestoreStorage::submit(HTTP_Command& command, const char* broken, const char* refused) {
+// An exchange about the job.
+bool WebRestoreStorage::submit(HTTP_Command& command, BrokenLine broken, RefusedLine refused) {
     switch (exchange(command)) {
         case Exchanged::done: return true;
         case Exchanged::broken:
@@ -70,10 +69,8 @@ bool WebRestoreStorage::submit(HTTP_Command& command, const char* broken, const 
 
 bool WebRestoreStorage::start() {
     FunctionTrace trace("WebRestoreStorage::start", "webrestorestorage.cpp");
-    const auto fail = [this](const char* words, DWORD error) {
-        SetLastError(error);
-        log(LogLevel::error, words, run_.jobId.c_str(), run_.jobName.c_str(), run_.user.c_str());
-        return false;
+    const auto fail = [this](LogText<std::string, std::string> words, DWORD error) {
+        return logFailed(error, words, run_.jobId, run_.jobName);
     };
     if (!aimAtServer()) {
         return fail("Failed to start restore job {%s, %s}, invalid host name or port.\n",
@@ -84,15 +81,17 @@ bool WebRestoreStorage::start() {
                     ERROR_INVALID_PARAMETER);
     }
     if (session_.cookie().empty()) {
-        return fail("Failed to start restore job {%s, %s}, can't find the cookie for user {%s}.\n",
-                    withHttpMark(401));
+        return logFailed(
+            withHttpMark(401),
+            "Failed to start restore job {%s, %s}, can't find the cookie for user {%s}.\n",
+            run_.jobId, run_.jobName, run_.user);
     }
     if (backupId_.empty()) {
         return fail(
             "Failed to start restore job {%s, %s}, can't convert the instance GUID to string.\n",
             ERROR_INVALID_PARAMETER);
     }
-    constexpr const char* broken = "Failed to start restore job {%s, %s}, error-code = %d, %m.\n";
+    constexpr BrokenLine broken = "Failed to start restore job {%s, %s}, error-code = %d, %m.\n";
     Command_To_Server<Start_Restore_Job_Request, Response_T<json_spirit::Value>> command(
         "Start Restore Job", {run_.jobDefinitionId, backupId_});
     if (!submit(command, broken, "Failed to start restore job {%s, %s}, status-code = %d, %s.\n")) {
@@ -163,16 +162,20 @@ bool WebRestoreStorage::end(const json_spirit::Object& history) {
                   "Submit history failed, job {%s, %s}, error-code = %d, %s.\n");
 }
 
-bool WebRestoreStorage::stopped(const char* words, const std::string& name) const {
+bool WebRestoreStorage::stopped(StoppedLine words, const std::string& name) const {
     if (!interrupted()) {
         return false;
     }
-    log(LogLevel::information, words, name.c_str(), activity_->fileOffset);
+    if (const auto* at = std::get_if<StoppedAt>(&words)) {
+        log(LogLevel::information, *at, name, activity_->fileOffset);
+    } else {
+        log(LogLevel::information, std::get<StoppedItem>(words), name);
+    }
     SetLastError(ERROR_CANCELLED);
     return true;
 }
 
-bool WebRestoreStorage::stepFailed(const char* cancelled, const std::string& name,
+bool WebRestoreStorage::stepFailed(StoppedLine cancelled, const std::string& name,
                                    const std::function<void(int)>& logFailure) const {
     LastErrorGuard keep;
     if (stopped(cancelled, name)) {
@@ -206,7 +209,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     if (!valid(name, place)) {
         return false;
     }
-    constexpr const char* cancelledBefore = "Restoring directory {%s} is cancelled.\n";
+    constexpr StoppedItem cancelledBefore = "Restoring directory {%s} is cancelled.\n";
     if (stopped(cancelledBefore, name)) {
         return false;
     }
@@ -219,7 +222,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     if (existed) {
         log(LogLevel::debug, "Directory {%s} exists.\n", place.c_str());
     }
-    constexpr const char* cancelledAfter = "Restoring directory {%s} is cancelled,.\n";
+    constexpr StoppedItem cancelledAfter = "Restoring directory {%s} is cancelled,.\n";
     if (stopped(cancelledAfter, name)) {
         return false;
     }
@@ -234,13 +237,14 @@ bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstri
                                        const std::string& place) {
     StoredItem item;
     if (!get_file_info(storedPath(run_.machine, backupId_, name), true, item)) {
-        return stepFailed("Restoring directory {%s} is cancelled when download file information.\n",
+        return stepFailed(StoppedItem("Restoring directory {%s} is cancelled when download file "
+                                      "information.\n"),
                           name, [&](int) {
                               log(LogLevel::error, "Download file information failed, file {%s}.\n",
                                   name.c_str());
                           });
     }
-    constexpr const char* cancelled = "Restoring directory {%s} is cancelled,.\n";
+    constexpr StoppedItem cancelled = "Restoring directory {%s} is cancelled,.\n";
     if (stopped(cancelled, name)) {
         return false;
     }

@@ -15,8 +15,10 @@
 #include <array>
 #include <functional>
 #include <string>
+#include <variant>
 
 #include "base/handle.h"
+#include "base/log.h"
 #include "source/restoretransformation.h"
 #include "storage/placingrecord.h"
 #include "storage/restorestorage.h"
@@ -56,9 +58,17 @@ private:
     struct File;
     using Download = Command_To_Server<Download_Data_Request, Response_T<Download_Data_Type>>;
 
+    // Of the job: its id and name and the code, or the status and its text.
+    using BrokenLine = LogText<std::string, std::string, int>;
+    using RefusedLine = LogText<std::string, std::string, int, std::string>;
+    // Of a stopped item: its name, and the offset where the text tells it.
+    using StoppedItem = LogText<std::string>;
+    using StoppedAt = LogText<std::string, uint64_t>;
+    using StoppedLine = std::variant<StoppedItem, StoppedAt>;
+
     bool aimAtServer();
     Exchanged exchange(HTTP_Command& command);
-    bool submit(HTTP_Command& command, const char* broken, const char* refused);
+    bool submit(HTTP_Command& command, BrokenLine broken, RefusedLine refused);
     // False without a word in the log.
     bool get_file_info(const StoredPath& path, bool directory, StoredItem& item);
 
@@ -81,12 +91,11 @@ private:
     bool place(File& file, bool replace) const;
     void claimPackage(uint64_t size);
 
-    // True when the job must stop: the last error is then 1223. `words` take the name and, where
-    // they tell it, the offset.
-    bool stopped(const char* words, const std::string& name) const;
+    // True when the job must stop: the last error is then 1223.
+    bool stopped(StoppedLine words, const std::string& name) const;
     // What a failed step leaves behind. While the job must stop it counts as cancelled, whatever
     // its error is; otherwise `logFailure` gets the error's code. Always false.
-    bool stepFailed(const char* cancelled, const std::string& name,
+    bool stepFailed(StoppedLine cancelled, const std::string& name,
                     const std::function<void(int)>& logFailure) const;
 
     Run run_;

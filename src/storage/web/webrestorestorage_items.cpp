@@ -63,7 +63,7 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
 bool WebRestoreStorage::restore(File& file, bool replace) {
     log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", file.name.c_str(), file.place.c_str());
     const auto mustStop = [&] {
-        return stopped("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name);
+        return stopped(StoppedAt("Restoring file {%s} is cancelled, at offset {%Q}.\n"), file.name);
     };
     if (mustStop() || !makeParents(file) || mustStop() || !askForFile(file) || mustStop() ||
         !hasRoom(file) || !fetch(file) || mustStop()) {
@@ -98,7 +98,8 @@ void WebRestoreStorage::claimPackage(uint64_t size) {
 bool WebRestoreStorage::makeParents(File& file) const {
     if (!file.target.makeParents()) {
         return stepFailed(
-            "Restoring file {%s} is cancelled when create parents directories, offset {%Q}}.\n",
+            StoppedAt("Restoring file {%s} is cancelled when create parents directories, offset "
+                      "{%Q}}.\n"),
             file.name, [&](int code) {
                 log(LogLevel::error,
                     "Create parent directories of file {%s, target {%s}} failed, %d, %m.\n",
@@ -112,7 +113,8 @@ bool WebRestoreStorage::makeParents(File& file) const {
 bool WebRestoreStorage::askForFile(File& file) {
     if (!get_file_info(file.stored, false, file.info)) {
         return stepFailed(
-            "Restoring file {%s} is cancelled when download file information, offset {%Q}.\n",
+            StoppedAt(
+                "Restoring file {%s} is cancelled when download file information, offset {%Q}.\n"),
             file.name, [&](int code) {
                 log(LogLevel::error,
                     "Download file information failed, file {%s}, at offset {%Q}, "
@@ -133,7 +135,7 @@ bool WebRestoreStorage::hasRoom(const File& file) const {
         return true;
     }
     SetLastError(ERROR_DISK_FULL);
-    return stepFailed("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name,
+    return stepFailed(StoppedAt("Restoring file {%s} is cancelled, at offset {%Q}.\n"), file.name,
                       [&](int code) {
                           log(LogLevel::error,
                               "There is no room for file {%s}, whose package has %Q bytes and "
@@ -184,13 +186,14 @@ FileHandle WebRestoreStorage::openPackage(const File& file) const {
                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     const std::string name = toUtf8(file.package);
     if (!package) {
-        stepFailed("Restoring file {%s} is cancelled when create file to write, offset {%Q}.\n",
-                   file.name, [&](int code) {
-                       log(LogLevel::error,
-                           "Failed to create file {%s, target {%s}} to write, offset {%Q}, "
-                           "error-code = %d, %m.\n",
-                           file.name.c_str(), name.c_str(), activity_->fileOffset, code);
-                   });
+        stepFailed(
+            StoppedAt("Restoring file {%s} is cancelled when create file to write, offset {%Q}.\n"),
+            file.name, [&](int code) {
+                log(LogLevel::error,
+                    "Failed to create file {%s, target {%s}} to write, offset {%Q}, "
+                    "error-code = %d, %m.\n",
+                    file.name.c_str(), name.c_str(), activity_->fileOffset, code);
+            });
         return package;
     }
     log(LogLevel::debug, "Target file {%s} created.\n", name.c_str());
@@ -220,7 +223,7 @@ void WebRestoreStorage::seekToOffset(HANDLE package) {
 // Counts by itself what has come: neither the number of blocks that the service names nor the
 // answer to one block is believed.
 bool WebRestoreStorage::downloadBlocks(const File& file, HANDLE package) {
-    constexpr const char* cancelled =
+    constexpr StoppedAt cancelled =
         "Restoring file {%s} is cancelled when download file data, offset {%Q}.\n";
     const auto failed = [&] {
         return stepFailed(cancelled, file.name, [&](int code) {
@@ -278,7 +281,7 @@ bool WebRestoreStorage::download_block(const File& file, HANDLE package, uint64_
 }
 
 bool WebRestoreStorage::decode(File& file) {
-    if (stopped("Restoring is cancelled when going to decrypt/decompress file {%s}.\n",
+    if (stopped(StoppedItem("Restoring is cancelled when going to decrypt/decompress file {%s}.\n"),
                 file.name)) {
         return false;
     }
@@ -286,7 +289,7 @@ bool WebRestoreStorage::decode(File& file) {
     activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
     if (!file.target.decode(file.package, file.info.compressed ? compressed_ : plain_, this)) {
         return stepFailed(
-            "Restoring is cancelled when decrypt/decompress file {%s}.\n", file.name,
+            StoppedItem("Restoring is cancelled when decrypt/decompress file {%s}.\n"), file.name,
             [&](int code) {
                 log(LogLevel::error,
                     "Decrypt/Decompress file {original {%s}, target {%s}, new {%s}} failed, "
@@ -301,7 +304,7 @@ bool WebRestoreStorage::decode(File& file) {
 // The content is worth more than what it is dressed with.
 void WebRestoreStorage::dress(File& file) const {
     const WIN32_FILE_ATTRIBUTE_DATA data = fileAttributes(file.info.attributes);
-    const auto failed = [&](const char* words) {
+    const auto failed = [&](LogText<std::string, int> words) {
         log(LogLevel::error, words, file.place.c_str(), static_cast<int>(GetLastError()));
     };
     if (!file.target.setAttributes(data.dwFileAttributes)) {
@@ -318,7 +321,7 @@ bool WebRestoreStorage::place(File& file, bool replace) const {
     if (file.target.place(replace)) {
         return true;
     }
-    return stepFailed("Restoring file {%s} is cancelled, at offset {%Q}.\n", file.name,
+    return stepFailed(StoppedAt("Restoring file {%s} is cancelled, at offset {%Q}.\n"), file.name,
                       [&](int code) {
                           log(LogLevel::error,
                               "Failed to put file {%s} in its place {%s}, error-code = %d, %m.\n",
