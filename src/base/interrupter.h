@@ -1,4 +1,5 @@
-// Tells long operations that the running job has been asked to stop (pause, stop or cancel).
+// Tells long operations that the running job has been asked to stop (pause, stop or cancel), and
+// hears how far they have come.
 //
 // The base asks a manual-reset stop event that the job owns and sets from another thread; the event
 // is borrowed and must outlive the object. Asking never consumes the signal.
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 
 namespace dorvo {
 
@@ -24,6 +26,9 @@ public:
         }
         return stop;
     }
+
+    // A long operation has got so much further, in bytes; before it asks. On its thread.
+    virtual void advanced(uint64_t) {}
 
     // Waits that long, or until the job must stop, which it hears within a second. Any thread.
     virtual void wait(DWORD ms) const {

@@ -1,5 +1,5 @@
-// A stream buffer that reads a file through a handle of its own, 8192 bytes at a time, and asks an
-// interrupter after every 2 MiB read.
+// A stream buffer that reads a file through a handle of its own, 8192 bytes at a time, and tells
+// and asks an interrupter after every 2 MiB read.
 //
 // When the interrupter says stop, reading sets the last error to 1223 and throws. A failed read is
 // an end of file to the stream, like a real one: whoever must tell them apart asks error().
@@ -66,6 +66,9 @@ private:
     void poll() {
         if (sincePoll_ < pollInterval) {
             return;
+        }
+        if (stop_ != nullptr) {
+            stop_->advanced(sincePoll_);
         }
         sincePoll_ = 0;
         if (stop_ != nullptr && stop_->interrupted()) {

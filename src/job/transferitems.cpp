@@ -1,7 +1,5 @@
 #include "job/transferitems.h"
 
-#include <atomic>
-
 #include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
@@ -12,7 +10,11 @@
 namespace dorvo {
 
 TransferItems::TransferItems(TransferJob& job, JobActivitySourceReader& reader, const Lines& lines)
-    : record_(*job.activity().get()), job_(job), reader_(reader), lines_(lines) {}
+    : record_(*job.activity().get()),
+      progress_(&record_),
+      job_(job),
+      reader_(reader),
+      lines_(lines) {}
 
 int TransferItems::process() {
     Step last = Step::next;
@@ -57,18 +59,11 @@ bool TransferItems::takePosition() {
     if (position < 0) {
         return false;
     }
-    record_.sourcePosition = static_cast<uint64_t>(position);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
     if (fileDone_) {
         fileDone_ = false;
-        record_.fileOffset = 0;
-        record_.fileSize = 0;
-        record_.doneSize += doneBytes_;
-        record_.fileIndex += 1;
-        if (keptFile_) {
-            record_.unchangedSize += doneBytes_;
-            record_.keptFiles(record_.keptFiles() + 1);
-        }
+        progress_.through(static_cast<uint64_t>(position), doneBytes_, keptFile_);
+    } else {
+        progress_.at(static_cast<uint64_t>(position));
     }
     return true;
 }
@@ -108,7 +103,7 @@ TransferItems::Step TransferItems::item(bool directory) {
     }
     item.number = static_cast<uint32_t>(value);
     item.directory = directory;
-    record_.currentFilePath(item.path);
+    progress_.show(item.path);
     job_.activity().publish();
     reason_.clear();
     keptFile_ = false;

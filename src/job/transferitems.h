@@ -12,6 +12,7 @@
 
 #include "base/log.h"
 #include "job/transferjob.h"
+#include "record/itemprogress.h"
 #include "record/jobactsrcreader.h"
 
 namespace dorvo {
@@ -53,6 +54,7 @@ protected:
     virtual bool allThrough() { return true; }
 
     JobActivity& record_;
+    ItemProgress progress_;
     std::string reason_;
     bool keptFile_ = false;  // the current file was left as it is: the run counts it as such
 

@@ -102,14 +102,7 @@ bool TransferRun::allRecorded() const {
 void TransferRun::forgetList() {
     removeRunTotals(directory_);
     DeleteFileW(longPath(list_).c_str());
-    record_.sourcePosition = 0;
-    record_.itemNumber = 0;
-    record_.acceptedBlocks = 0;
-    record_.packageSize = 0;
-    record_.volumeIndex = 0;
-    record_.fileIndex = 0;
-    record_.doneSize = 0;
-    record_.unchangedSize = 0;
+    ItemProgress(&record_).restart();
     listed_ = false;
     atEnd_ = false;
 }

@@ -10,6 +10,7 @@
 
 #include "base/log.h"
 #include "job/transferjob.h"
+#include "record/itemprogress.h"
 #include "record/jobactsrcreader.h"
 
 namespace dorvo {

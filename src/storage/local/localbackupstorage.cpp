@@ -8,7 +8,6 @@
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
 #include "base/text.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localdrop.h"
@@ -36,6 +35,7 @@ LocalBackupStorage::LocalBackupStorage(Run run)
     : interrupter(run.stop),
       run_(std::move(run)),
       activity_(run_.activity),
+      progress_(run_.activity),
       instanceId_(instanceText(activity_)),
       place_(run_.location, run_.machine, run_.jobId),
       temporary_(itemTempFolder(run_.jobId)),
@@ -48,14 +48,6 @@ LocalBackupStorage::LocalBackupStorage(Run run)
 }
 
 LocalBackupStorage::~LocalBackupStorage() = default;
-
-bool LocalBackupStorage::interrupted() const {
-    if (encoding_) {
-        activity_->fileOffset = std::min<uint64_t>(
-            activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
-    }
-    return interrupter::interrupted();
-}
 
 bool LocalBackupStorage::start() {
     FunctionTrace trace("LocalBackupStorage::start", "localbackupstorage.cpp");

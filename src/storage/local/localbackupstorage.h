@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "base/interrupter.h"
+#include "record/itemprogress.h"
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
 #include "storage/local/localplace.h"
@@ -57,8 +58,7 @@ public:
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
                 const wchar_t* readFrom) override;
 
-    // Counts what is encoded.
-    bool interrupted() const override;
+    void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
 
 private:
     struct Item;
@@ -78,8 +78,9 @@ private:
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
 
     Run run_;
-    JobActivity* activity_;   // borrowed
-    std::string instanceId_;  // empty when the record has none
+    const JobActivity* activity_;  // borrowed
+    ItemProgress progress_;        // the way to write there
+    std::string instanceId_;       // empty when the record has none
     LocalPlace place_;
     std::wstring temporary_;  // the folder of the packages on their way
     std::wstring list_;       // the path of the run's source list
@@ -87,7 +88,6 @@ private:
     std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
     LocalInstanceDocument document_;               // of the instance, with the writer
     bool completed_ = false;                       // the instance is
-    bool encoding_ = false;
     std::vector<std::byte> block_;
     std::vector<std::byte> stored_;  // of the same size: what lies in the packages
 };

@@ -10,13 +10,11 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "storage/item_attributes.h"
-#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localbackupstorage.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localpath.h"
-#include "storage/record_order.h"
 
 namespace dorvo {
 struct LocalBackupStorage::Item {
@@ -43,7 +41,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up {%s}.\n", item.name.c_str());
     beginWork();
-    claimItem(*activity_, number);
+    progress_.claim(number);
     const bool done = store(item);
     if (!done) {
         SetLastError(errorOf(GetLastError()));
@@ -82,13 +80,9 @@ bool LocalBackupStorage::store(const Item& item) {
 }
 
 bool LocalBackupStorage::encode(const Item& item, uint64_t& size) {
-    activity_->fileOffset = 0;
-    activity_->fileSize = sizeOf(item.data);
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
-    encoding_ = true;
+    progress_.encoding(sizeOf(item.data));
     const bool encoded =
         transformation_.transform(item.source.c_str(), item.package.c_str(), &item.data, this);
-    encoding_ = false;
     WIN32_FILE_ATTRIBUTE_DATA package{};
     if (!encoded || !readAttributes(item.package, package)) {
         return false;
@@ -98,13 +92,9 @@ bool LocalBackupStorage::encode(const Item& item, uint64_t& size) {
     size = sizeOf(package);
     if (activity_->acceptedBlocks != 0 &&
         (activity_->packageSize != size || !isAsListed(item.source, item.data))) {
-        activity_->acceptedBlocks = 0;
+        progress_.backTo(0, 0);
     }
-    storeOrder();
-    activity_->packageSize = size;
-    activity_->fileOffset = 0;
-    activity_->fileSize = size;
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    progress_.transferring(size, 0);
     return true;
 }
 
@@ -130,7 +120,6 @@ bool LocalBackupStorage::copy(const Item& item, uint64_t size, std::string& md5)
         if (!copyBlock(offset, block)) {
             return failedIn(place_.location());
         }
-        activity_->fileOffset += block.size();
     }
     md5 = digest.final();
     return true;
@@ -143,17 +132,15 @@ bool LocalBackupStorage::copyBlock(uint64_t offset, std::span<const std::byte> b
         const auto stored = std::span(stored_).first(block.size());
         if (writer_->readPackage(offset, stored) &&
             std::equal(stored.begin(), stored.end(), block.begin())) {
+            progress_.found(block.size());
             return true;
         }
-        activity_->acceptedBlocks = before;
-        storeOrder();
+        progress_.backTo(before, offset);
     }
     if (!writer_->writePackage(offset, block)) {
         return false;
     }
-    storeOrder();
-    activity_->acceptedBlocks = before + 1;
-    activity_->transferred += block.size();
+    progress_.accepted(before + 1, block.size());
     return true;
 }
 

@@ -12,16 +12,13 @@
 #include "base/log.h"
 #include "base/md5.h"
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
 #include "base/text.h"
 #include "storage/item_attributes.h"
-#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localindexcursor.h"
 #include "storage/local/localpackages.h"
 #include "storage/local/localpath.h"
-#include "storage/record_order.h"
 #include "storage/restoretarget.h"
 
 namespace dorvo {
@@ -30,6 +27,7 @@ LocalRestoreStorage::LocalRestoreStorage(Run run)
     : interrupter(run.stop),
       run_(std::move(run)),
       activity_(run_.activity),
+      progress_(run_.activity),
       place_(run_.location, run_.machine, run_.jobDefinitionId),
       temporary_(itemTempFolder(run_.jobId)),
       plain_(false),
@@ -41,14 +39,6 @@ LocalRestoreStorage::LocalRestoreStorage(Run run)
 }
 
 LocalRestoreStorage::~LocalRestoreStorage() = default;
-
-bool LocalRestoreStorage::interrupted() const {
-    if (decoding_) {
-        activity_->fileOffset = std::min<uint64_t>(
-            activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
-    }
-    return interrupter::interrupted();
-}
 
 bool LocalRestoreStorage::start() {
     FunctionTrace trace("LocalRestoreStorage::start", "localrestorestorage.cpp");
@@ -157,7 +147,7 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
         toUtf8(target).c_str());
     const std::wstring package = itemTempPath(temporary_, number);
     beginWork();
-    claimItem(*activity_, number);
+    progress_.claim(number);
     LocalRecord record;
     RestoreTarget file(target, activity_->instanceId, number, run_.placing);
     if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents()) {
@@ -190,15 +180,9 @@ bool LocalRestoreStorage::hasRoom(const LocalRecord& record, const RestoreTarget
 // What is on record of blocks belongs to a package of the size on record. The offset is that of
 // what has been copied.
 void LocalRestoreStorage::claimPackage(uint64_t size, const std::wstring& package) {
-    if (activity_->packageSize != size) {
-        activity_->acceptedBlocks = 0;
-        storeOrder();
-        activity_->packageSize = size;
-    }
     WIN32_FILE_ATTRIBUTE_DATA there{};
-    activity_->fileOffset = readAttributes(package, there) ? std::min(sizeOf(there), size) : 0;
-    activity_->fileSize = size;
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    progress_.transferring(size,
+                           readAttributes(package, there) ? std::min(sizeOf(there), size) : 0);
 }
 
 // Brings the package here. What an earlier run has copied is here already, unless a power cut took
@@ -231,9 +215,8 @@ bool LocalRestoreStorage::fetch(const LocalRecord& record, const std::wstring& p
 // The first `kept` bytes are not copied but read. `whole`: the check sum is that of the record.
 bool LocalRestoreStorage::copy(const LocalRecord& record, HANDLE from, HANDLE to, uint64_t kept,
                                bool& whole) {
-    activity_->acceptedBlocks =
-        static_cast<uint32_t>(kept / uploadBlockSize + (kept % uploadBlockSize != 0 ? 1 : 0));
-    activity_->fileOffset = 0;
+    progress_.backTo(
+        static_cast<uint32_t>(kept / uploadBlockSize + (kept % uploadBlockSize != 0 ? 1 : 0)), 0);
     Md5 md5;
     std::vector<std::byte> block;
     for (uint64_t done = 0; done < record.size; done += block.size()) {
@@ -246,6 +229,7 @@ bool LocalRestoreStorage::copy(const LocalRecord& record, HANDLE from, HANDLE to
             if (!readFileAt(to, done, block)) {
                 return false;
             }
+            progress_.found(block.size());
         } else {
             if (!readFileAt(from, record.offset + done, block)) {
                 return failedIn(place_.location());
@@ -253,12 +237,9 @@ bool LocalRestoreStorage::copy(const LocalRecord& record, HANDLE from, HANDLE to
             if (!writeFileAt(to, done, block)) {
                 return false;
             }
-            storeOrder();
-            activity_->acceptedBlocks += 1;
-            activity_->transferred += block.size();
+            progress_.accepted(activity_->acceptedBlocks + 1, block.size());
         }
         md5.update(block);
-        activity_->fileOffset += block.size();
     }
     whole = digestBytes(md5.final()) == record.md5;
     return true;
@@ -267,16 +248,12 @@ bool LocalRestoreStorage::copy(const LocalRecord& record, HANDLE from, HANDLE to
 bool LocalRestoreStorage::put(const LocalRecord& record, const std::wstring& package,
                               RestoreTarget& file, bool replace) {
     const WIN32_FILE_ATTRIBUTE_DATA data = fileAttributes(record.attributes);
-    activity_->fileOffset = 0;
-    activity_->fileSize = record.size;
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
-    decoding_ = true;
+    progress_.encoding(record.size);
     const bool decoded = file.decode(package, record.compress ? compressed_ : plain_, this);
-    decoding_ = false;
     if (!decoded) {
         return false;
     }
-    activity_->fileOffset = record.size;
+    progress_.encoded(record.size);
     // The content is worth more than what it is dressed with.
     if (!file.setAttributes(data.dwFileAttributes)) {
         logFailure("set the attributes of file", toUtf8(file.path()));

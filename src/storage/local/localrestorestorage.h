@@ -19,6 +19,7 @@
 #include <string>
 
 #include "base/interrupter.h"
+#include "record/itemprogress.h"
 #include "source/restoretransformation.h"
 #include "storage/local/localplace.h"
 #include "storage/placingrecord.h"
@@ -52,8 +53,7 @@ public:
     // Nothing is kept in the folder: the document lies in the job's directory.
     bool end(const json_spirit::Object& history) override;
 
-    // Counts what is decoded.
-    bool interrupted() const override;
+    void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
 
 private:
     bool open();
@@ -68,14 +68,14 @@ private:
              bool replace);
 
     Run run_;
-    JobActivity* activity_;  // borrowed
+    const JobActivity* activity_;  // borrowed
+    ItemProgress progress_;        // the way to write there
     LocalPlace place_;
     std::wstring temporary_;  // the folder of the packages on their way
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
     std::unique_ptr<LocalIndexCursor> index_;  // from start() on
     std::unique_ptr<LocalPackages> packages_;  // the same
-    bool decoding_ = false;
 };
 
 }  // namespace dorvo

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "http_util/http_command.h"
-#include "record/jobactivity.h"
+#include "record/itemprogress.h"
 
 namespace dorvo {
 
@@ -19,8 +19,7 @@ public:
         : record_(command.answer_timeout() == HTTP_Command::LONG_ANSWER_TIMEOUT ? record : nullptr),
           changed_(std::move(changed)) {
         if (record_ != nullptr) {
-            before_ = record_->currentFileState;
-            say(static_cast<uint32_t>(CurrentFileState::awaited));
+            before_ = say(CurrentFileState::awaited);
         }
     }
     ~AnswerWait() {
@@ -32,16 +31,17 @@ public:
     AnswerWait& operator=(const AnswerWait&) = delete;
 
 private:
-    void say(uint32_t state) {
-        record_->currentFileState = state;
+    CurrentFileState say(CurrentFileState state) {
+        const CurrentFileState before = ItemProgress(record_).state(state);
         if (changed_) {
             changed_();
         }
+        return before;
     }
 
     JobActivity* record_;
     const std::function<void()> changed_;
-    uint32_t before_ = 0;
+    CurrentFileState before_ = CurrentFileState::none;
 };
 
 }  // namespace dorvo

@@ -7,7 +7,7 @@ namespace dorvo {
 static_assert(malformedBlock == 0x20010258);
 
 bool storeDownloadedBlock(HANDLE package, std::span<const char> body, uint64_t announced,
-                          const std::string& name, uint64_t offset, JobActivity& record) {
+                          const std::string& name, uint64_t offset, ItemProgress& progress) {
     const uint64_t size = body.size();
     if (size != announced) {
         SetLastError(malformedBlock);
@@ -38,8 +38,7 @@ bool storeDownloadedBlock(HANDLE package, std::span<const char> body, uint64_t a
         log(LogLevel::error, "Failed to write file, file {%s}, offset {%Q}, error-code = %d, %m.\n",
             name.c_str(), offset, static_cast<int>(error));
     }
-    record.fileOffset += written;
-    record.transferred += written;
+    progress.moved(written);
     return true;
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "base/http_error.h"
-#include "record/jobactivity.h"
+#include "record/itemprogress.h"
 
 namespace dorvo {
 
@@ -24,6 +24,6 @@ constexpr uint32_t malformedBlock = withHttpMark(600);
 // True also when the disk did not take all of the bytes: the record's offset and count move on by
 // what it took, and its error is left as the thread's last error, 0 when it took everything.
 bool storeDownloadedBlock(HANDLE package, std::span<const char> body, uint64_t announced,
-                          const std::string& name, uint64_t offset, JobActivity& record);
+                          const std::string& name, uint64_t offset, ItemProgress& progress);
 
 }  // namespace dorvo

@@ -16,6 +16,7 @@ TEST(DownloadedBlock, CountsAsDoneWhateverTheDiskTakes) {
     const std::wstring package = folder.path() + L"\\package";
     std::ofstream(package.c_str()) << "before";
     JobActivity record{};
+    ItemProgress progress(&record);
     const std::string body = std::string(32, 'f') + "bytes";
     struct Row {
         DWORD access;
@@ -36,7 +37,7 @@ TEST(DownloadedBlock, CountsAsDoneWhateverTheDiskTakes) {
         test::LogCapture capture;
         SetLastError(1);
         EXPECT_TRUE(storeDownloadedBlock(file.get(), {body.data(), row.size}, row.size, "C:\\x",
-                                         131072, record));
+                                         131072, progress));
         EXPECT_EQ(GetLastError(), row.left);
         EXPECT_EQ(record.fileOffset, 131072 + row.written);
         EXPECT_EQ(record.transferred, 10 + row.written);

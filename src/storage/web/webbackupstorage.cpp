@@ -8,7 +8,6 @@
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "http_util/command_to_server.h"
@@ -43,6 +42,7 @@ WebBackupStorage::WebBackupStorage(Run run)
     : patient_interrupter(run.stop, run.finishPatienceMs),
       run_(std::move(run)),
       activity_(run_.activity),
+      progress_(run_.activity),
       instanceId_(instanceText(activity_)),
       temporary_(itemTempFolder(run_.jobId)),
       acceptedFile_(directoryOf(run_.jobId)),
@@ -54,22 +54,14 @@ WebBackupStorage::WebBackupStorage(Run run)
     session_.set_interrupter(this);
 }
 
-bool WebBackupStorage::interrupted() const {
-    if (encoding_) {
-        activity_->fileOffset = std::min<uint64_t>(
-            activity_->fileOffset + read_handle_streambuf::pollInterval, activity_->fileSize);
-    }
-    return patient_interrupter::interrupted();
-}
-
 bool WebBackupStorage::aimAtServer() {
     return aimAt(session_.invoker(), run_.host, run_.port);
 }
 
 bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
                                 const std::string& subject) {
-    const AnswerWait waits(command, activity_, run_.changed);
-    return dorvo::exchange(session_, command, action, subject, &activity_->wireSize);
+    const AnswerWait waits(command, run_.activity, run_.changed);
+    return dorvo::exchange(session_, command, action, subject, progress_.wire());
 }
 
 bool WebBackupStorage::start() {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "base/log.h"
+#include "record/itemprogress.h"
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
 #include "storage/request_bodies.h"
@@ -50,8 +51,7 @@ public:
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
                 const wchar_t* readFrom) override;
 
-    // The stop signal, which has to wait while the run is being ended. Counts what is encoded.
-    bool interrupted() const override;
+    void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
 
 private:
     struct Item;
@@ -80,15 +80,15 @@ private:
     std::string job() const { return run_.jobId + ", " + run_.jobName; }
 
     Run run_;
-    JobActivity* activity_;   // borrowed
-    std::string instanceId_;  // empty when the record has none
-    std::wstring temporary_;  // the folder of the packages
+    const JobActivity* activity_;  // borrowed
+    ItemProgress progress_;        // the way to write there
+    std::string instanceId_;       // empty when the record has none
+    std::wstring temporary_;       // the folder of the packages
     AcceptedBlocksFile acceptedFile_;
     AcceptedBlocks accepted_;  // of the current item's package
     Web_Session session_;
     BackupTransformation transformation_;
     std::vector<std::byte> block_;
-    bool encoding_ = false;
 };
 
 }  // namespace dorvo

@@ -10,9 +10,7 @@
 #include "base/text.h"
 #include "http_util/command_to_server.h"
 #include "storage/item_attributes.h"
-#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
-#include "storage/record_order.h"
 #include "storage/web/web_requests.h"
 #include "storage/web/webbackupstorage.h"
 
@@ -94,7 +92,7 @@ bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DA
                     directory ? std::wstring() : itemTempPath(temporary_, number)};
     log(LogLevel::debug, "Backing up file {%s}.\n", item.name.c_str());
     beginWork();
-    claimItem(*activity_, number);
+    progress_.claim(number);
     if (store(item)) {
         return true;
     }
@@ -153,13 +151,9 @@ AcceptedBlocks WebBackupStorage::noneAccepted(const std::string& name, uint64_t 
 }
 
 bool WebBackupStorage::encode(const Item& item) {
-    activity_->fileOffset = 0;
-    activity_->fileSize = sizeOf(item.data);
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
-    encoding_ = true;
+    progress_.encoding(sizeOf(item.data));
     const bool encoded =
         transformation_.transform(item.source.c_str(), item.target.c_str(), &item.data, this);
-    encoding_ = false;
     constexpr StoppedItem cancelled =
         "File {%s} backing up is cancelled when encrypt/compress at offset {%Q}, error-code = %d, "
         "%m.\n";
@@ -201,14 +195,11 @@ bool WebBackupStorage::claimPackage(const Item& item, uint64_t size) {
                 "File {%s} does not begin as the part that was sent, it is sent from the start.\n",
                 item.name.c_str());
             acceptedFile_.forget();
-            activity_->acceptedBlocks = 0;
-            storeOrder();
+            progress_.backTo(0, 0);
         }
     }
-    activity_->packageSize = size;
-    activity_->fileSize = size;
-    activity_->fileOffset = std::min(uint64_t{activity_->acceptedBlocks} * uploadBlockSize, size);
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    progress_.transferring(size,
+                           std::min(uint64_t{activity_->acceptedBlocks} * uploadBlockSize, size));
     return true;
 }
 
@@ -268,9 +259,7 @@ bool WebBackupStorage::goBack(const Item& item, uint64_t blocks) {
         }
         accepted_.add(Md5::of(block_));
     }
-    activity_->acceptedBlocks = accepted_.count();
-    activity_->fileOffset = uint64_t{accepted_.count()} * uploadBlockSize;
-    storeOrder();
+    progress_.backTo(accepted_.count(), uint64_t{accepted_.count()} * uploadBlockSize);
     acceptedFile_.save(accepted_);
     return true;
 }
@@ -337,11 +326,7 @@ bool WebBackupStorage::sendBlocks(const Item& item, HANDLE package) {
                 [](int) {});
         }
         const bool saved = acceptedFile_.save(accepted_);
-        storeOrder();
-        activity_->acceptedBlocks = saved ? accepted_.count() : 0;
-        storeOrder();
-        activity_->fileOffset += length;
-        activity_->transferred += length;
+        progress_.accepted(saved ? accepted_.count() : 0, length);
     }
 }
 

@@ -28,6 +28,7 @@ WebRestoreStorage::WebRestoreStorage(Run run)
     : patient_interrupter(run.stop, run.finishPatienceMs),
       run_(std::move(run)),
       activity_(run_.activity),
+      progress_(run_.activity),
       backupId_(instanceText(run_.jobInstanceId)),
       temporary_(itemTempFolder(run_.jobId)),
       session_(run_.user, run_.cookie),
@@ -47,8 +48,8 @@ bool WebRestoreStorage::aimAtServer() {
 }
 
 Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
-    const AnswerWait waits(command, activity_, run_.changed);
-    return runExchange(session_, command, activity_ == nullptr ? nullptr : &activity_->wireSize);
+    const AnswerWait waits(command, run_.activity, run_.changed);
+    return runExchange(session_, command, progress_.wire());
 }
 
 // An exchange about the job.

@@ -19,6 +19,7 @@
 
 #include "base/handle.h"
 #include "base/log.h"
+#include "record/itemprogress.h"
 #include "source/restoretransformation.h"
 #include "storage/placingrecord.h"
 #include "storage/restorestorage.h"
@@ -99,10 +100,11 @@ private:
                     const std::function<void(int)>& logFailure) const;
 
     Run run_;
-    JobActivity* activity_;   // borrowed
-    std::string backupId_;    // the run that is restored; empty when its id is none
-    std::string restoreId_;   // the service's name for this restore; empty before start()
-    std::wstring temporary_;  // the folder of the packages
+    const JobActivity* activity_;  // borrowed
+    ItemProgress progress_;        // the way to write there
+    std::string backupId_;         // the run that is restored; empty when its id is none
+    std::string restoreId_;        // the service's name for this restore; empty before start()
+    std::wstring temporary_;       // the folder of the packages
     Web_Session session_;
     // Keeps its memory from block to block.
     Download download_{"Download Data", {StoredPath(), 0}};

@@ -9,9 +9,7 @@
 #include "base/text.h"
 #include "httpmsg/http_names.h"
 #include "storage/item_attributes.h"
-#include "storage/item_claim.h"
 #include "storage/itemtemppath.h"
-#include "storage/record_order.h"
 #include "storage/restoretarget.h"
 #include "storage/web/downloadedblock.h"
 #include "storage/web/webrestorestorage.h"
@@ -56,7 +54,7 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
     log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), run_.jobId.c_str(),
         run_.jobName.c_str());
     beginWork();
-    claimItem(*activity_, number);
+    progress_.claim(number);
     return restore(file, replace);
 }
 
@@ -83,16 +81,13 @@ bool WebRestoreStorage::restore(File& file, bool replace) {
 // What is on record of an offset belongs to a package of the size on record. Blocks come whole:
 // what a run that was killed has received of one is received again.
 void WebRestoreStorage::claimPackage(uint64_t size) {
-    const uint64_t offset = activity_->fileOffset;
+    uint64_t offset = activity_->fileOffset;
     if (activity_->packageSize != size || offset > size) {
-        activity_->fileOffset = 0;
-        storeOrder();
+        offset = 0;
     } else if (offset != size) {
-        activity_->fileOffset = offset - offset % uploadBlockSize;
+        offset -= offset % uploadBlockSize;
     }
-    activity_->packageSize = size;
-    activity_->fileSize = size;
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    progress_.transferring(size, offset);
 }
 
 bool WebRestoreStorage::makeParents(File& file) const {
@@ -160,8 +155,7 @@ bool WebRestoreStorage::fetch(File& file) {
     log(LogLevel::warning,
         "What was received of file {%s} before is damaged, it is fetched again.\n",
         file.name.c_str());
-    activity_->fileOffset = 0;
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
+    progress_.transferring(activity_->packageSize, 0);
     return receive(file, kept) && decode(file);
 }
 
@@ -203,19 +197,19 @@ FileHandle WebRestoreStorage::openPackage(const File& file) const {
 void WebRestoreStorage::seekToOffset(HANDLE package) {
     if (activity_->fileOffset != 0 && !isWrittenSinceBoot(package)) {
         log(LogLevel::information, "Temporary file is of another start of the machine.\n");
-        activity_->fileOffset = 0;
+        progress_.backTo(0, 0);
     }
     LARGE_INTEGER size{};
     if (GetFileSizeEx(package, &size) == 0 ||
         static_cast<uint64_t>(size.QuadPart) < activity_->fileOffset) {
         log(LogLevel::warning, "File size is smaller than file offset recorded by job activity.\n");
-        activity_->fileOffset = 0;
+        progress_.backTo(0, 0);
     }
     LARGE_INTEGER offset{};
     offset.QuadPart = static_cast<LONGLONG>(activity_->fileOffset);
     if (SetFilePointerEx(package, offset, nullptr, FILE_BEGIN) == 0) {
         log(LogLevel::error, "Failed to seek file to {%Q}.\n", activity_->fileOffset);
-        activity_->fileOffset = 0;
+        progress_.backTo(0, 0);
         SetFilePointerEx(package, LARGE_INTEGER{}, nullptr, FILE_BEGIN);
     }
 }
@@ -244,7 +238,7 @@ bool WebRestoreStorage::downloadBlocks(const File& file, HANDLE package) {
         }
         const DWORD left = GetLastError();
         if (left != ERROR_SUCCESS || activity_->fileOffset != end) {
-            activity_->fileOffset = begin;
+            progress_.backTo(0, begin);
             SetLastError(left != ERROR_SUCCESS ? left : DWORD{malformedBlock});
             return failed();
         }
@@ -274,10 +268,10 @@ bool WebRestoreStorage::download_block(const File& file, HANDLE package, uint64_
         }
     }
     const Download_Data_Type& body = download_.response().body();
-    activity_->wireSize += body.size();
+    *progress_.wire() += body.size();
     return storeDownloadedBlock(package, {body.data(), body.size()},
                                 download_.response().content_length(), file.name, offset,
-                                *activity_);
+                                progress_);
 }
 
 bool WebRestoreStorage::decode(File& file) {
@@ -286,7 +280,7 @@ bool WebRestoreStorage::decode(File& file) {
         return false;
     }
     log(LogLevel::debug, "Start to decrypt/decompress file {%s}.\n", file.name.c_str());
-    activity_->currentFileState = static_cast<uint32_t>(CurrentFileState::encoding);
+    progress_.state(CurrentFileState::encoding);
     if (!file.target.decode(file.package, file.info.compressed ? compressed_ : plain_, this)) {
         return stepFailed(
             StoppedItem("Restoring is cancelled when decrypt/decompress file {%s}.\n"), file.name,
