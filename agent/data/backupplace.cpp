@@ -7,12 +7,9 @@
 #include "base/text.h"
 #include "data/sourcepath.h"
 #include "data/users.h"
-#include "storage/local/localinstances.h"
-#include "storage/local/localrestorecatalog.h"
-#include "storage/web/webrestorecatalog.h"
+#include "job/storagefactory.h"
 #include "text/agenterror.h"
 #include "text/failuretext.h"
-#include "text/singletons.h"
 #include "text/units.h"
 
 namespace dorvo::agent {
@@ -37,6 +34,7 @@ BackupPlace::BackupPlace(const std::string& folder, const std::string& user) {
         location_ = existingFolder(folder);
         user_ = user;
     }
+    backend_ = backendAt(location_, user_);
 }
 
 void BackupPlace::assignTo(JobDefinition& job) const {
@@ -46,34 +44,14 @@ void BackupPlace::assignTo(JobDefinition& job) const {
 std::vector<StoredInstance> BackupPlace::runs(const std::string& machine,
                                               const std::string& jobId) const {
     std::vector<StoredInstance> found;
-    if (local()) {
-        if (!LocalInstances::list(location_, machine, jobId, found)) {
-            throw AgentError(failure(GetLastError()));
-        }
-        // Of a damaged run nobody knows whose it is.
-        std::erase_if(found, [&](const StoredInstance& run) {
-            return !user_.empty() && run.user != user_ && run.state != damagedInstance;
-        });
-        return found;
-    }
-    std::string cookie;
-    cookies().findCookie(user_.c_str(), cookie);
-    if (!WebAccount::listInstances(cookie, machine, jobId, found)) {
+    if (!backend_->runs(machine, jobId, found)) {
         throw AgentError(failure(GetLastError()));
     }
     return found;
 }
 
 std::unique_ptr<RestoreCatalog> BackupPlace::catalog(const StoredInstance& run) const {
-    if (local()) {
-        return std::make_unique<LocalRestoreCatalog>(
-            LocalRestoreCatalog::Run{.location = location_,
-                                     .machine = run.machine,
-                                     .jobDefinitionId = run.jobDefinitionId,
-                                     .jobInstanceId = run.jobInstanceId});
-    }
-    return std::make_unique<WebRestoreCatalog>(WebRestoreCatalog::Run{
-        .machine = run.machine, .jobInstanceId = run.jobInstanceId, .user = user_});
+    return backend_->catalog(run.run(), nullptr, nullptr);
 }
 
 HeldPath BackupPlace::find(RestoreCatalog& catalog, const StoredInstance& run,

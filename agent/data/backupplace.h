@@ -9,8 +9,7 @@
 
 #include "data/backuppath.h"
 #include "jobdef/jobdefinition.h"
-#include "storage/restorecatalog.h"
-#include "storage/web/webaccount.h"
+#include "storage/backend.h"
 
 namespace dorvo::agent {
 
@@ -51,6 +50,7 @@ private:
 
     std::wstring location_;
     std::string user_;
+    std::unique_ptr<Backend> backend_;
 };
 
 }  // namespace dorvo::agent

@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "base/uuid.h"
-#include "storage/local/localinstances.h"
+#include "storage/storedinstance.h"
 #include "text/agenterror.h"
 
 namespace dorvo::agent {

@@ -7,6 +7,7 @@
 #include "base/key_error.h"
 #include "httpmsg/http_names.h"
 #include "job/transferfailure.h"
+#include "settings/serverbinding.h"
 #include "storage/local/localerror.h"
 #include "text/singletons.h"
 

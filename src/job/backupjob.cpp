@@ -39,7 +39,7 @@ BackupJob::BackupJob(std::unique_ptr<JobDefinition> definition, Services service
     }
     if (!services_.incrementCheck) {
         services_.incrementCheck = [this] {
-            return makeIncrementCheck(backup(), instanceText(), *activity().get(), stopEvent());
+            return makeIncrementCheck(backup(), *activity().get(), stopEvent());
         };
     }
     if (!services_.tellDrops) {

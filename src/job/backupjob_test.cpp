@@ -5,6 +5,7 @@
 
 #include "job/scripted_job.h"
 #include "settings/options.h"
+#include "settings/serverbinding.h"
 
 namespace dorvo {
 namespace {

@@ -13,6 +13,7 @@
 #include "base/text.h"
 #include "job/backupitems.h"
 #include "record/jobhistory.h"
+#include "settings/serverbinding.h"
 #include "source/exclusionlist.h"
 #include "source/filterpolicyfactory.h"
 #include "source/jobactsrcgenerator.h"

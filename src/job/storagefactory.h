@@ -1,5 +1,5 @@
-// Makes what a run talks to, by the definition's storage: the web service of the options, or a
-// folder.
+// Chooses the place of backups, the web service of the options or a folder, and makes what a run
+// talks to there.
 //
 // Null leaves the last error and is logged. A storage for items and an increment check have the
 // user's key, agreed on with whoever keeps the backups; a refusal of the key is such a failure.
@@ -12,19 +12,17 @@
 #include <memory>
 #include <string>
 
+#include "base/api.h"
 #include "job/pendingdrops.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
-#include "record/jobactivity.h"
-#include "source/incrementcheck.h"
-#include "storage/backupstorage.h"
-#include "storage/faileditems.h"
-#include "storage/placingrecord.h"
-#include "storage/request_bodies.h"
-#include "storage/restorecatalog.h"
-#include "storage/restorestorage.h"
+#include "storage/backend.h"
 
 namespace dorvo {
+
+// The user's backups in that folder; at the web service when it is empty.
+DORVO_JOB_API std::unique_ptr<Backend> backendAt(const std::wstring& location,
+                                                 const std::string& user);
 
 // What a storage is made for: the items of a run, or only the end of one, which needs no key.
 enum class StorageUse { items, end };
@@ -34,7 +32,7 @@ struct StorageRun {
     JobActivity& activity;
     FailedItems& failed;
     HANDLE stop;                       // manual-reset event
-    std::function<void()> changed;     // see StorageJob
+    std::function<void()> changed;     // see StorageTask
     PlacingRecord* placing = nullptr;  // of a restore
 };
 
@@ -48,9 +46,8 @@ std::unique_ptr<RestoreStorage> makeRestoreStorage(const RestoreJobDefinition& d
 // that has the run, which is not asked then.
 bool dropBackupRun(const JobDefinition& definition, const PendingDrop& drop, HANDLE stop);
 
-// `instanceId` is that of the run; its record is told while an answer is awaited.
+// The run's record is told while an answer is awaited.
 std::unique_ptr<IncrementCheck> makeIncrementCheck(const BackupJobDefinition& definition,
-                                                   const std::string& instanceId,
                                                    JobActivity& activity, HANDLE stop);
 std::unique_ptr<RestoreCatalog> makeRestoreCatalog(const RestoreJobDefinition& definition,
                                                    JobActivity& activity, HANDLE stop);

@@ -15,7 +15,6 @@ namespace dorvo {
 
 constexpr uint32_t errorCancelled = 1223;
 constexpr uint32_t errorRefused = 10061;
-constexpr uint32_t errorOtherServer = 1229;    // the run is at another server than the one set
 constexpr uint32_t errorHostNotFound = 11001;  // also a machine without a network looking up a name
 constexpr uint32_t errorNameTryAgain = 11002;
 constexpr uint32_t errorUnauthorized = withHttpMark(401);

@@ -16,6 +16,9 @@
 
 namespace dorvo {
 
+// What was asked for is at another server than the one that is set.
+constexpr uint32_t errorOtherServer = 1229;
+
 using StoreEntries = std::map<std::string, json_spirit::Value>;
 
 // "host:port", of which case counts nothing; empty without a host.

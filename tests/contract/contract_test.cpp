@@ -83,7 +83,7 @@ TEST_P(StorageContract, ALongListComesInPages) {
     }
     EXPECT_EQ(seen.size(), count);
     RestoreCatalog::Page page;
-    EXPECT_TRUE(backEnd_->catalog(backupJob_, instance())->list({}, {}, page));
+    EXPECT_TRUE(backend().catalog(stored(instance()), nullptr, nullptr)->list({}, {}, page));
     EXPECT_EQ(page.items.size(), size_t{RestoreCatalog::pageLimit});
 }
 
@@ -93,7 +93,7 @@ TEST_P(StorageContract, WhatHasNotChangedIsNotKeptTwice) {
     put(L"stays", noise(size_t{3} * uploadBlockSize, 3));
     const std::string first = complete();
     EXPECT_THAT(sent(), ElementsAre(L"changed", L"gone", L"stays"));
-    const uint64_t kept = backEnd_->kept();
+    const uint64_t kept = place_->kept();
 
     put(L"changed", noise(500, 4));
     put(L"new", noise(100, 5));
@@ -103,7 +103,7 @@ TEST_P(StorageContract, WhatHasNotChangedIsNotKeptTwice) {
     compress_ = true;  // does not concern what is carried over
     const std::string second = complete();
     EXPECT_THAT(sent(), ElementsAre(L"changed", L"new"));
-    EXPECT_LT(backEnd_->kept() - kept, 2000u);
+    EXPECT_LT(place_->kept() - kept, 2000u);
     expectComesBack(second);
     // What is carried over once is carried over again.
     const std::string third = complete();
@@ -155,14 +155,14 @@ TEST_P(StorageContract, ARunDoesNotEndWithoutAFileOfItsListUnnoticed) {
     put(L"b", "2");
     const auto storage = begun();
     ASSERT_TRUE(backup(*storage, L"a"));
-    if (backEnd_->namesWhatIsMissing()) {
+    if (place_->namesWhatIsMissing()) {
         EXPECT_TRUE(storage->end()) << GetLastError();
         complete();
         EXPECT_THAT(sent(), ElementsAre(L"b"));
         return;
     }
-    EXPECT_FAILS(backEnd_->wrongState(), storage->end());
-    EXPECT_FAILS(backEnd_->wrongState(), restoring(instance())->start());
+    EXPECT_FAILS(place_->wrongState(), storage->end());
+    EXPECT_FAILS(place_->wrongState(), restoring(instance())->start());
     ASSERT_TRUE(backup(*storage, L"b"));
     EXPECT_TRUE(storage->end()) << GetLastError();
     expectComesBack(instance());
@@ -297,24 +297,24 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     const auto storage = started();
     EXPECT_TRUE(storage->end()) << GetLastError();
     // But it stays what it is.
-    EXPECT_FAILS(backEnd_->wrongState(), backup(*storage, L"a"));
-    EXPECT_FAILS(backEnd_->wrongState(), storage->cancel());
-    EXPECT_FAILS(backEnd_->wrongState(), check());
+    EXPECT_FAILS(place_->wrongState(), backup(*storage, L"a"));
+    EXPECT_FAILS(place_->wrongState(), storage->cancel());
+    EXPECT_FAILS(place_->wrongState(), check());
     contents_.erase(L"c fails");
     expectComesBack(instance());
 }
 
 TEST_P(StorageContract, ACancelledRunLeavesNothing) {
     put(L"a", noise(size_t{3} * uploadBlockSize));
-    const uint64_t kept = backEnd_->kept();
+    const uint64_t kept = place_->kept();
     {
         const auto storage = begun();
         ASSERT_TRUE(backupAll(*storage));
-        EXPECT_GT(backEnd_->kept(), kept);
+        EXPECT_GT(place_->kept(), kept);
         EXPECT_TRUE(storage->cancel()) << GetLastError();
     }
-    EXPECT_EQ(backEnd_->kept(), kept);
-    EXPECT_TRUE(backEnd_->backup(run())->cancel()) << GetLastError();
+    EXPECT_EQ(place_->kept(), kept);
+    EXPECT_TRUE(backend().backup(run())->cancel()) << GetLastError();
     EXPECT_FALSE(restoring(instance())->start());
     complete();
     EXPECT_THAT(sent(), ElementsAre(L"a"));
@@ -342,12 +342,12 @@ TEST_P(StorageContract, WhatCannotBeRestoredLeavesTheTargetAlone) {
     EXPECT_FAILS(ERROR_FILE_EXISTS, restore(false));
     EXPECT_EQ(fileContent(to), "old");
 
-    key_[0] ^= 1;
+    key_.key[0] ^= 1;
     EXPECT_FALSE(restore(true)) << "a wrong key";
     EXPECT_EQ(fileContent(to), "old");
-    key_[0] ^= 1;
+    key_.key[0] ^= 1;
 
-    backEnd_->damage(backupJob_, of);
+    place_->damage(stored(of));
     // A service that keeps digests notices it first.
     EXPECT_FALSE(restore(true)) << "a damaged package";
     EXPECT_THAT(GetLastError(), testing::AnyOf(DWORD{ERROR_INVALID_DATA}, DWORD{errorLostBytes}));
@@ -366,15 +366,15 @@ TEST_P(StorageContract, WhatIsNotThereIsNotRestored) {
     const std::string unknown = uuid();
     EXPECT_FALSE(restoring(unknown)->start());
     RestoreCatalog::Page page;
-    EXPECT_FALSE(backEnd_->catalog(backupJob_, unknown)->list({}, {}, page));
+    EXPECT_FALSE(backend().catalog(stored(unknown), nullptr, nullptr)->list({}, {}, page));
 }
 
-std::vector<NamedBackEnd> backEnds() {
+std::vector<NamedPlace> places() {
     const char* const server = std::getenv("DORVO_CONTRACT_SERVER");
-    return {server == nullptr ? localBackEnd() : webBackEnd(server)};
+    return {server == nullptr ? localPlace() : webPlace(server)};
 }
 
-INSTANTIATE_TEST_SUITE_P(BackEnd, StorageContract, testing::ValuesIn(backEnds()),
+INSTANTIATE_TEST_SUITE_P(BackEnd, StorageContract, testing::ValuesIn(places()),
                          [](const auto& row) { return row.param.name; });
 
 }  // namespace

@@ -19,7 +19,7 @@
 #include "base/local_time.h"
 #include "base/uuid.h"
 #include "base/write_handle_streambuf.h"
-#include "contract/backend.h"
+#include "contract/contractplace.h"
 #include "record/jobactsrcreader.h"
 #include "record/jobactsrcwriter.h"
 #include "support/files.h"
@@ -37,7 +37,7 @@ inline std::string noise(size_t size, unsigned seed = 1) {
     return text;
 }
 
-class StorageContract : public StoreTest, public testing::WithParamInterface<NamedBackEnd> {
+class StorageContract : public StoreTest, public testing::WithParamInterface<NamedPlace> {
 protected:
     struct Item {
         std::wstring path;
@@ -46,7 +46,7 @@ protected:
         bool directory() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
     };
 
-    StorageContract() : backEnd_(GetParam().make()), backupJob_(newJob()), restoreJob_(newJob()) {
+    StorageContract() : place_(GetParam().make()), backupJob_(newJob()), restoreJob_(newJob()) {
         beginRun();
     }
 
@@ -94,13 +94,17 @@ protected:
         send_.clear();
     }
     std::string instance() const { return uuidText(std::bit_cast<GUID>(record_.instanceId)); }
-    BackEnd::Run run() {
-        SourceTotals totals;
+    const Backend& backend() const { return place_->backend(); }
+    BackupTask run() {
+        BackupTask task{{backupJob_, "name", key_, &record_, failed_.get(), stop_.handle()}};
+        task.compress = compress_;
         for (const Item& item : items_) {
-            (item.directory() ? totals.directories : totals.files) += 1;
+            (item.directory() ? task.totals.directories : task.totals.files) += 1;
         }
-        return {backupJob_, instance(), key_,          compress_,
-                totals,     &record_,   failed_.get(), stop_.handle()};
+        return task;
+    }
+    StoredRun stored(const std::string& instance) const {
+        return {place_->machine(), backupJob_, instance};
     }
     // Asks which files are to be sent; folders always are.
     bool check() {
@@ -114,7 +118,7 @@ protected:
             }
         }
         std::vector<bool> send(files.size(), false);
-        if (!files.empty() && !backEnd_->check(run())->check(files, send)) {
+        if (!files.empty() && !backend().incrementCheck(run())->check(files, send)) {
             return false;
         }
         for (size_t i = 0; i < files.size(); ++i) {
@@ -159,7 +163,7 @@ protected:
     }
     // A new storage of the run, started.
     std::unique_ptr<BackupStorage> started() {
-        auto storage = backEnd_->backup(run());
+        auto storage = backend().backup(run());
         EXPECT_TRUE(storage->start()) << GetLastError();
         return storage;
     }
@@ -210,13 +214,14 @@ protected:
 
     std::unique_ptr<RestoreStorage> restoring(const std::string& of) {
         notRestored_ = newRun(restored_, restoreJob_);
-        return backEnd_->restore(
-            {restoreJob_, backupJob_, of, key_, &restored_, notRestored_.get(), stop_.handle()});
+        return backend().restore(
+            {{restoreJob_, "name", key_, &restored_, notRestored_.get(), stop_.handle()},
+             stored(of)});
     }
     // All pages; each item once, folders before what lies in them.
     std::vector<RestoreCatalog::Item> listed(const std::string& of, const std::wstring& path = {}) {
         std::vector<RestoreCatalog::Item> items;
-        const auto catalog = backEnd_->catalog(backupJob_, of);
+        const auto catalog = backend().catalog(stored(of), nullptr, nullptr);
         RestoreCatalog::Page page;
         do {
             EXPECT_TRUE(catalog->list(path, page.next, page)) << GetLastError();
@@ -278,13 +283,13 @@ protected:
         return uuidText(id);
     }
 
-    std::unique_ptr<BackEnd> backEnd_;
+    std::unique_ptr<ContractPlace> place_;
     TemporaryFolder sources_{L"contract source"};
     TemporaryFolder target_{L"contract target"};
     std::map<std::wstring, std::string> contents_;  // of the files of the tree
     std::string backupJob_;
     std::string restoreJob_;
-    UserKey key_{1, 2, 3};
+    UserKey key_{{1, 2, 3}, {}};
     bool compress_ = false;
     Signal stop_;
 

@@ -20,10 +20,6 @@
 namespace dorvo {
 namespace {
 
-std::string instanceText(const JobActivity* activity) {
-    return activity == nullptr ? std::string() : localInstanceText(activity->instanceId);
-}
-
 std::wstring sourceListPath(const std::string& jobId) {
     std::wstring path;
     return jobDirectory(jobId, path) ? path + L"\\src" : std::wstring();
@@ -31,20 +27,21 @@ std::wstring sourceListPath(const std::string& jobId) {
 
 }  // namespace
 
-LocalBackupStorage::LocalBackupStorage(Run run)
-    : interrupter(run.stop),
-      run_(std::move(run)),
-      activity_(run_.activity),
-      progress_(run_.activity),
-      instanceId_(instanceText(activity_)),
-      place_(run_.location, run_.machine, run_.jobId),
-      temporary_(itemTempFolder(run_.jobId)),
-      list_(sourceListPath(run_.jobId)),
-      transformation_(run_.compress),
+LocalBackupStorage::LocalBackupStorage(LocalPlace place, std::string user, BackupTask task)
+    : interrupter(task.stop),
+      place_(std::move(place)),
+      user_(std::move(user)),
+      task_(std::move(task)),
+      activity_(task_.activity),
+      progress_(task_.activity),
+      instanceId_(task_.instanceId()),
+      temporary_(itemTempFolder(task_.jobId)),
+      list_(sourceListPath(task_.jobId)),
+      transformation_(task_.compress),
       block_(uploadBlockSize),
       stored_(uploadBlockSize) {
-    transformation_.key = run_.key;
-    transformation_.iv = run_.iv;
+    transformation_.key = task_.key.key;
+    transformation_.iv = task_.key.iv;
 }
 
 LocalBackupStorage::~LocalBackupStorage() = default;
@@ -74,7 +71,7 @@ bool LocalBackupStorage::open() {
     if (!place_.newest(instanceId_, newest)) {
         return false;
     }
-    if (!newest.completed.id.empty() && newest.completed.keyMd5 != keyMd5(run_.key, run_.iv)) {
+    if (!newest.completed.id.empty() && newest.completed.keyMd5 != keyMd5(task_.key)) {
         SetLastError(errorKeyForeign);
         return false;
     }
@@ -83,7 +80,7 @@ bool LocalBackupStorage::open() {
     if (!writer_ && !completed) {
         return false;
     }
-    if (!document_.id.empty() && document_.keyMd5 != keyMd5(run_.key, run_.iv)) {
+    if (!document_.id.empty() && document_.keyMd5 != keyMd5(task_.key)) {
         SetLastError(errorKeyForeign);
         return false;
     }
@@ -121,15 +118,15 @@ bool LocalBackupStorage::openNew(const LocalPlace::Newest& newest) {
     LocalInstanceDocument made;
     made.sequence = newest.sequence + 1;
     made.id = instanceId_;
-    made.jobId = run_.jobId;
-    made.jobName = run_.jobName;
-    made.machine = run_.machine;
-    made.user = run_.user;
-    made.keyMd5 = keyMd5(run_.key, run_.iv);
+    made.jobId = task_.jobId;
+    made.jobName = task_.jobName;
+    made.machine = place_.machine();
+    made.user = user_;
+    made.keyMd5 = keyMd5(task_.key);
     made.startTime = wire_time(localToUtc(activity_->startTime));
-    made.files = run_.totals.files;
-    made.directories = run_.totals.directories;
-    made.size = run_.totals.size;
+    made.files = task_.totals.files;
+    made.directories = task_.totals.directories;
+    made.size = task_.totals.size;
     made.carried = writer_->carried();
     document_ = made;
     // What the check has carried over went with the instance's folder.
@@ -141,7 +138,7 @@ bool LocalBackupStorage::openNew(const LocalPlace::Newest& newest) {
 }
 
 bool LocalBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return run_.failed != nullptr && run_.failed->add(path, code, reason);
+    return task_.failed != nullptr && task_.failed->add(path, code, reason);
 }
 
 // Items, end and cancel come after a start.
@@ -174,8 +171,8 @@ bool LocalBackupStorage::end() {
 
 std::unordered_set<std::string> LocalBackupStorage::failedPaths() const {
     std::unordered_set<std::string> paths;
-    if (run_.failed != nullptr) {
-        for (FailedItem& item : run_.failed->list()) {
+    if (task_.failed != nullptr) {
+        for (FailedItem& item : task_.failed->list()) {
             paths.insert(withoutTrailingBackslash(std::move(item.path)));
         }
     }
@@ -213,8 +210,8 @@ bool LocalBackupStorage::isWhole() {
 
 bool LocalBackupStorage::complete() {
     std::vector<LocalRecord> failed;
-    if (run_.failed != nullptr) {
-        for (const FailedItem& item : run_.failed->list()) {
+    if (task_.failed != nullptr) {
+        for (const FailedItem& item : task_.failed->list()) {
             LocalRecord record;
             record.kind = LocalRecord::Kind::failed;
             record.size = item.code;

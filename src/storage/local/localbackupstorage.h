@@ -31,8 +31,7 @@
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
 #include "storage/local/localplace.h"
-#include "storage/request_bodies.h"
-#include "storage/storagejob.h"
+#include "storage/storagetask.h"
 
 namespace dorvo {
 
@@ -40,15 +39,8 @@ class LocalInstanceWriter;
 
 class LocalBackupStorage : public BackupStorage, public interrupter {
 public:
-    struct Run : StorageJob {
-        std::wstring location;  // the folder of all local backups
-        std::string machine;
-        std::string user;
-        bool compress = true;
-        SourceTotals totals;
-    };
-
-    explicit LocalBackupStorage(Run run);
+    // The user is whose backup it is to be.
+    LocalBackupStorage(LocalPlace place, std::string user, BackupTask task);
     ~LocalBackupStorage() override;
 
     bool start() override;
@@ -75,13 +67,14 @@ private:
     std::unordered_set<std::string> failedPaths() const;
     bool isWhole();
     bool complete();
-    std::string job() const { return run_.jobId + ", " + run_.jobName; }
+    std::string job() const { return task_.jobId + ", " + task_.jobName; }
 
-    Run run_;
+    const LocalPlace place_;
+    const std::string user_;
+    const BackupTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    std::string instanceId_;       // empty when the record has none
-    LocalPlace place_;
+    std::string instanceId_;  // empty when the record has none
     std::wstring temporary_;  // the folder of the packages on their way
     std::wstring list_;       // the path of the run's source list
     BackupTransformation transformation_;

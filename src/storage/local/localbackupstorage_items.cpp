@@ -73,7 +73,7 @@ bool LocalBackupStorage::store(const Item& item) {
         if (!encode(item, record.size) || !copy(item, record.size, md5)) {
             return false;
         }
-        record.compress = run_.compress;
+        record.compress = task_.compress;
         record.md5 = digestBytes(md5);
     }
     return writer_->append(std::move(record)) || failedIn(place_.location());

@@ -2,7 +2,6 @@
 #include "settings/storefile.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localindexreader.h"
-#include "storage/local/localinstances.h"
 #include "storage/local/localinstancewriter.h"
 #include "storage/local/localstoragetest.h"
 #include "storage/wire_time.h"
@@ -305,7 +304,7 @@ TEST_F(LocalStorageTest, DamageToACompletedBackupIsAClearError) {
     write(where.document(base), "{}");
     EXPECT_FAILS(ERROR_INVALID_DATA, restore()->start());
     std::vector<StoredInstance> instances;
-    EXPECT_TRUE(LocalInstances::list(location_, {}, {}, instances));
+    EXPECT_TRUE(backend({}).runs({}, {}, instances));
     ASSERT_EQ(instances.size(), 1u);
     EXPECT_EQ(instances[0].state, "damaged");
     EXPECT_EQ(instances[0].jobInstanceId, base);

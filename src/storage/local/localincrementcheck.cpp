@@ -20,8 +20,11 @@ bool isLost(DWORD error) {
 
 }  // namespace
 
-LocalIncrementCheck::LocalIncrementCheck(Run run)
-    : run_(std::move(run)), stop_(run_.stop), place_(run_.location, run_.machine, run_.jobId) {}
+LocalIncrementCheck::LocalIncrementCheck(LocalPlace place, const BackupTask& task)
+    : place_(std::move(place)),
+      instanceId_(task.instanceId()),
+      keyMd5_(keyMd5(task.key)),
+      stop_(task.stop) {}
 
 LocalIncrementCheck::~LocalIncrementCheck() = default;
 
@@ -34,21 +37,21 @@ bool LocalIncrementCheck::check(const std::vector<File>& files, std::vector<bool
         return true;
     }
     failedIn(place_.location());
-    return logFailure("do increment check of job", run_.jobId);
+    return logFailure("do increment check of job", place_.jobId());
 }
 
 bool LocalIncrementCheck::begin() {
-    if (localInstanceId(run_.instanceId) == LocalInstanceId{}) {
+    if (instanceId_.empty()) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
     LocalPlace::Newest newest;
-    if (!place_.newest(run_.instanceId, newest)) {
+    if (!place_.newest(instanceId_, newest)) {
         return false;
     }
     std::unique_ptr<LocalBase> base;
     if (!newest.completed.id.empty()) {
-        if (newest.completed.keyMd5 != keyMd5(run_.key, run_.iv)) {
+        if (newest.completed.keyMd5 != keyMd5_) {
             SetLastError(errorKeyForeign);
             return false;
         }
@@ -63,12 +66,12 @@ bool LocalIncrementCheck::begin() {
         }
     }
     LocalInstanceDocument document;
-    auto writer = LocalInstanceWriter::open(place_, run_.instanceId, document);
+    auto writer = LocalInstanceWriter::open(place_, instanceId_, document);
     if (!writer) {
         return false;
     }
     // The instance has to be started again, with what the new list carries over and awaits.
-    if ((DeleteFileW(longPath(place_.document(run_.instanceId)).c_str()) == 0 &&
+    if ((DeleteFileW(longPath(place_.document(instanceId_)).c_str()) == 0 &&
          GetLastError() != ERROR_FILE_NOT_FOUND) ||
         !writer->reset()) {
         return false;

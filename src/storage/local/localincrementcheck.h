@@ -11,9 +11,6 @@
 // the stop signal is borrowed. Holds 16 bytes for each file of the last backup.
 #pragma once
 
-#include <windows.h>
-
-#include <array>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +18,7 @@
 #include "base/interrupter.h"
 #include "source/incrementcheck.h"
 #include "storage/local/localplace.h"
+#include "storage/storagetask.h"
 
 namespace dorvo {
 
@@ -29,17 +27,7 @@ class LocalInstanceWriter;
 
 class LocalIncrementCheck : public IncrementCheck {
 public:
-    struct Run {
-        std::wstring location;  // the folder of all local backups
-        std::string machine;
-        std::string jobId;
-        std::string instanceId;  // a UUID's text
-        std::array<uint8_t, 16> key{};
-        std::array<uint8_t, 16> iv{};
-        HANDLE stop = nullptr;
-    };
-
-    explicit LocalIncrementCheck(Run run);
+    LocalIncrementCheck(LocalPlace place, const BackupTask& task);
     ~LocalIncrementCheck() override;
 
     // False: logged; the errors are those of LocalBackupStorage::start().
@@ -49,9 +37,10 @@ private:
     bool begin();
     bool judge(const std::vector<File>& files, std::vector<bool>& send);
 
-    Run run_;
+    const LocalPlace place_;
+    const std::string instanceId_;  // empty when the record has none
+    const std::string keyMd5_;
     interrupter stop_;
-    LocalPlace place_;
     std::unique_ptr<LocalBase> base_;              // null: no completed backup
     std::unique_ptr<LocalInstanceWriter> writer_;  // from the first check on
 };

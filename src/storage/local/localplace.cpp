@@ -40,7 +40,7 @@ bool isFullPath(const std::wstring& path) {
 }  // namespace
 
 LocalPlace::LocalPlace(std::wstring location, const std::string& machine, const std::string& jobId)
-    : location_(tidy(std::move(location))), jobId_(jobId) {
+    : location_(tidy(std::move(location))), machine_(machine), jobId_(jobId) {
     if (isJobId(machine) && isJobId(jobId) && isFullPath(location_)) {
         folder_ = location_ + L"\\" + toWide(machine) + L"\\" + toWide(jobId);
     }
@@ -193,10 +193,10 @@ bool eachFolder(const std::wstring& folder, const std::function<void(const std::
     return GetLastError() == ERROR_NO_MORE_FILES;
 }
 
-std::string keyMd5(const std::array<uint8_t, 16>& key, const std::array<uint8_t, 16>& iv) {
+std::string keyMd5(const UserKey& key) {
     Md5 md5;
-    md5.update(std::as_bytes(std::span(key)));
-    md5.update(std::as_bytes(std::span(iv)));
+    md5.update(std::as_bytes(std::span(key.key)));
+    md5.update(std::as_bytes(std::span(key.iv)));
     return md5.final();
 }
 

@@ -14,6 +14,7 @@
 
 #include "storage/local/localinstancedocument.h"
 #include "storage/local/localrecord.h"
+#include "storage/userkey.h"
 
 namespace dorvo {
 
@@ -42,6 +43,7 @@ public:
     bool isAway() const;
 
     const std::wstring& location() const { return location_; }
+    const std::string& machine() const { return machine_; }
     const std::string& jobId() const { return jobId_; }
     // The folder of an instance. Of an id that is no UUID's text, a folder that never exists.
     std::wstring instance(const std::string& id) const;
@@ -87,6 +89,7 @@ private:
     void mark() const;
 
     std::wstring location_;
+    std::string machine_;
     std::string jobId_;
     std::wstring folder_;  // of the job's instances; empty when the names are none
 };
@@ -103,6 +106,6 @@ bool eachFolder(const std::wstring& folder, const std::function<void(const std::
 
 // The MD5 by which an instance's document knows the key it was made with, as the key manager gives
 // it.
-std::string keyMd5(const std::array<uint8_t, 16>& key, const std::array<uint8_t, 16>& iv);
+std::string keyMd5(const UserKey& key);
 
 }  // namespace dorvo

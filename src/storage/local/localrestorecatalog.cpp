@@ -46,10 +46,8 @@ bool isBelow(std::u16string_view path, std::u16string_view root) {
 
 }  // namespace
 
-LocalRestoreCatalog::LocalRestoreCatalog(Run run)
-    : run_(std::move(run)),
-      stop_(run_.stop),
-      place_(run_.location, run_.machine, run_.jobDefinitionId) {}
+LocalRestoreCatalog::LocalRestoreCatalog(LocalPlace place, std::string instanceId, HANDLE stop)
+    : place_(std::move(place)), instanceId_(std::move(instanceId)), stop_(stop) {}
 
 LocalRestoreCatalog::~LocalRestoreCatalog() = default;
 
@@ -65,14 +63,14 @@ bool LocalRestoreCatalog::list(const std::wstring& path, const std::string& afte
     }
     failedIn(place_.location());
     page = {};
-    return logFailure("list the items of backup", run_.jobInstanceId);
+    return logFailure("list the items of backup", instanceId_);
 }
 
 bool LocalRestoreCatalog::open() {
     LocalInstanceDocument document;
     auto index = std::make_unique<LocalIndexReader>();
-    if (!place_.loadCompleted(run_.jobInstanceId, document) ||
-        !index->open(place_.index(run_.jobInstanceId), document.indexSize)) {
+    if (!place_.loadCompleted(instanceId_, document) ||
+        !index->open(place_.index(instanceId_), document.indexSize)) {
         return false;
     }
     index_ = std::move(index);

@@ -10,7 +10,6 @@
 #include <memory>
 #include <string>
 
-#include "base/api.h"
 #include "base/interrupter.h"
 #include "storage/local/localplace.h"
 #include "storage/restorecatalog.h"
@@ -19,17 +18,10 @@ namespace dorvo {
 
 class LocalIndexReader;
 
-class DORVO_JOB_API LocalRestoreCatalog : public RestoreCatalog {
+class LocalRestoreCatalog : public RestoreCatalog {
 public:
-    struct Run {
-        std::wstring location;  // the folder of all local backups
-        std::string machine;
-        std::string jobDefinitionId;  // of the backup job
-        std::string jobInstanceId;    // of the backup job's run
-        HANDLE stop = nullptr;  // manual-reset event, borrowed; null: nothing breaks a listing off
-    };
-
-    explicit LocalRestoreCatalog(Run run);
+    // The stop signal is borrowed; null: nothing breaks a listing off.
+    LocalRestoreCatalog(LocalPlace place, std::string instanceId, HANDLE stop);
     ~LocalRestoreCatalog() override;
     LocalRestoreCatalog(const LocalRestoreCatalog&) = delete;
     LocalRestoreCatalog& operator=(const LocalRestoreCatalog&) = delete;
@@ -40,9 +32,9 @@ private:
     bool open();
     bool read(const std::wstring& path, const std::string& after, Page& page);
 
-    Run run_;
+    const LocalPlace place_;
+    const std::string instanceId_;
     interrupter stop_;
-    LocalPlace place_;
     std::unique_ptr<LocalIndexReader> index_;  // from the first page on
 };
 

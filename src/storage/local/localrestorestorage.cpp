@@ -23,18 +23,18 @@
 
 namespace dorvo {
 
-LocalRestoreStorage::LocalRestoreStorage(Run run)
-    : interrupter(run.stop),
-      run_(std::move(run)),
-      activity_(run_.activity),
-      progress_(run_.activity),
-      place_(run_.location, run_.machine, run_.jobDefinitionId),
-      temporary_(itemTempFolder(run_.jobId)),
+LocalRestoreStorage::LocalRestoreStorage(const std::wstring& location, RestoreTask task)
+    : interrupter(task.stop),
+      task_(std::move(task)),
+      activity_(task_.activity),
+      progress_(task_.activity),
+      place_(location, task_.from.machine, task_.from.jobDefinitionId),
+      temporary_(itemTempFolder(task_.jobId)),
       plain_(false),
       compressed_(true) {
     for (RestoreTransformation* transformation : {&plain_, &compressed_}) {
-        transformation->key = run_.key;
-        transformation->iv = run_.iv;
+        transformation->key = task_.key.key;
+        transformation->iv = task_.key.iv;
     }
 }
 
@@ -42,34 +42,29 @@ LocalRestoreStorage::~LocalRestoreStorage() = default;
 
 bool LocalRestoreStorage::start() {
     FunctionTrace trace("LocalRestoreStorage::start", "localrestorestorage.cpp");
-    const std::string job = run_.jobId + ", " + run_.jobName;
-    if (activity_ == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return logFailure("start restore job", job);
-    }
     if (!place_.checkToRead()) {
         return false;
     }
     if (open()) {
         // A run that goes on waits for this disk, also on a machine that never wrote to it.
-        place_.remember(run_.jobId);
+        place_.remember(task_.jobId);
         return true;
     }
     failedIn(place_.location());
-    return logFailure("start restore job", job);
+    return logFailure("start restore job", task_.jobId + ", " + task_.jobName);
 }
 
 bool LocalRestoreStorage::open() {
     LocalInstanceDocument document;
-    if (!place_.loadCompleted(run_.jobInstanceId, document)) {
+    if (!place_.loadCompleted(task_.from.jobInstanceId, document)) {
         return false;
     }
-    if (document.keyMd5 != keyMd5(run_.key, run_.iv)) {
+    if (document.keyMd5 != keyMd5(task_.key)) {
         SetLastError(errorKeyForeign);
         return false;
     }
     auto index = std::make_unique<LocalIndexCursor>(this);
-    if (!index->reader().open(place_.index(run_.jobInstanceId), document.indexSize)) {
+    if (!index->reader().open(place_.index(task_.from.jobInstanceId), document.indexSize)) {
         return false;
     }
     index_ = std::move(index);
@@ -78,12 +73,10 @@ bool LocalRestoreStorage::open() {
 }
 
 bool LocalRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    if (run_.failed == nullptr || !run_.failed->add(path, code, reason)) {
+    if (task_.failed == nullptr || !task_.failed->add(path, code, reason)) {
         return false;
     }
-    if (activity_ != nullptr) {
-        DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
-    }
+    DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
     return true;
 }
 
@@ -149,7 +142,7 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     beginWork();
     progress_.claim(number);
     LocalRecord record;
-    RestoreTarget file(target, activity_->instanceId, number, run_.placing);
+    RestoreTarget file(target, activity_->instanceId, number, task_.placing);
     if (!find(original, LocalRecord::Kind::file, record) || !file.makeParents()) {
         return failed("restore file", toUtf8(original));
     }

@@ -24,7 +24,7 @@
 #include "storage/local/localplace.h"
 #include "storage/placingrecord.h"
 #include "storage/restorestorage.h"
-#include "storage/storagejob.h"
+#include "storage/storagetask.h"
 
 namespace dorvo {
 
@@ -34,15 +34,8 @@ class RestoreTarget;
 
 class LocalRestoreStorage : public RestoreStorage, public interrupter {
 public:
-    struct Run : StorageJob {
-        std::wstring location;             // the folder of all local backups
-        std::string machine;               // whose backup is restored
-        std::string jobDefinitionId;       // of the backup job
-        std::string jobInstanceId;         // of the backup job's run
-        PlacingRecord* placing = nullptr;  // borrowed; null keeps none
-    };
-
-    explicit LocalRestoreStorage(Run run);
+    // The location is the folder of all local backups.
+    LocalRestoreStorage(const std::wstring& location, RestoreTask task);
     ~LocalRestoreStorage() override;
 
     bool start() override;
@@ -67,10 +60,10 @@ private:
     bool put(const LocalRecord& record, const std::wstring& package, RestoreTarget& file,
              bool replace);
 
-    Run run_;
+    const RestoreTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    LocalPlace place_;
+    const LocalPlace place_;
     std::wstring temporary_;  // the folder of the packages on their way
     RestoreTransformation plain_;
     RestoreTransformation compressed_;

@@ -8,8 +8,6 @@
 #include "base/sharing_retry.h"
 #include "settings/storefile.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localinstances.h"
-#include "storage/local/localkey.h"
 #include "support/fails_with.h"
 
 namespace dorvo {
@@ -31,7 +29,7 @@ TEST_F(LocalStorageTest, AFolderThatIsGonePausesEveryJob) {
     expectGone(check(path, send));
     expectGone(reading->start());
     expectGone(list(page_));
-    expectGone(LocalInstances::list(location_, {}, {}, instances));
+    expectGone(backend().runs({}, {}, instances));
     // It never comes to be by itself: it may be a disk's.
     EXPECT_EQ(GetFileAttributesW(location_.c_str()), INVALID_FILE_ATTRIBUTES);
     ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
@@ -60,12 +58,12 @@ TEST_F(LocalStorageTest, AnEmptyFolderInItsPlaceIsAPlaceThatIsAway) {
         unmounted("start", [&] { return storage()->start(); });
         unmounted("cancel", [&] { return storage()->cancel(); });
         unmounted("check", [&] { return check(path, send); });
-        unmounted("key", [&] { return findBackupKey(place(), instance(), "alice", key); });
+        unmounted("key", [&] { return backend().keyForBackup(task(), key); });
         unmounted("restore", [&] { return restore()->start(); });
-        unmounted("key of restore", [&] { return findRestoreKey(place(), instance(), "a", key); });
+        unmounted("key of restore", [&] { return backend("a").keyForRestore(restoreTask(), key); });
         unmounted("list", [&] { return list(page_); });
         std::vector<StoredInstance> instances;
-        unmounted("all", [&] { return LocalInstances::list(location_, {}, {}, instances); });
+        unmounted("all", [&] { return backend({}).runs({}, {}, instances); });
         EXPECT_TRUE(RemoveDirectoryW(location_.c_str())) << "something was put there";
         ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
     }
@@ -104,8 +102,8 @@ TEST_F(LocalStorageTest, ARestoreWaitsOnlyForAPlaceThatItKnows) {
         std::vector<StoredInstance> instances;
         EXPECT_FAILS(error, restore()->start());
         EXPECT_FAILS(error, list(page_));
-        EXPECT_FAILS(error, findRestoreKey(place(), instance(), "a", key));
-        EXPECT_EQ(LocalInstances::list(location_, {}, {}, instances), !known);
+        EXPECT_FAILS(error, backend("a").keyForRestore(restoreTask(), key));
+        EXPECT_EQ(backend({}).runs({}, {}, instances), !known);
         ASSERT_TRUE(RemoveDirectoryW(location_.c_str()));
         ASSERT_TRUE(MoveFileW(away.c_str(), location_.c_str()));
     }
@@ -268,7 +266,8 @@ TEST_F(LocalStorageTest, AFullDiskAndALostShareCountAsGone) {
 
 TEST_F(LocalStorageTest, NamesThatWouldLeaveTheFolderAreRefused) {
     const std::wstring location = location_;
-    for (const char* machine : {"", "..", "a\\b", "a/b", "c:", "con", "dot."}) {
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, LocalPlace(location_, "", job).check());
+    for (const char* machine : {"..", "a\\b", "a/b", "c:", "con", "dot."}) {
         machine_ = machine;
         EXPECT_FAILS(ERROR_INVALID_PARAMETER, storage()->start()) << machine;
     }
@@ -321,7 +320,7 @@ TEST_F(LocalStorageTest, ADocumentThatIsInUsePausesTheEnd) {
 TEST_F(LocalStorageTest, AnotherKeyIsRefusedBeforeAnythingIsMade) {
     const std::wstring path = complete();
     const auto own = restore();
-    key_[5] ^= 1;
+    key_.key[5] ^= 1;
     EXPECT_FAILS(errorKeyForeign, restore()->start());
     begin(2);
     bool send = false;
@@ -353,7 +352,7 @@ TEST_F(LocalStorageTest, ListsTheBackupsOfAllMachines) {
     write(location_ + L"\\a file", "");
     std::vector<StoredInstance> instances;
     const auto ids = [&](const char* machine, const char* jobId) {
-        EXPECT_TRUE(LocalInstances::list(location_, machine, jobId, instances));
+        EXPECT_TRUE(backend({}).runs(machine, jobId, instances));
         std::string text;
         for (const StoredInstance& found : instances) {
             text += found.jobInstanceId.substr(0, 2) + " " + found.state + " ";
@@ -371,7 +370,7 @@ TEST_F(LocalStorageTest, ListsTheBackupsOfAllMachines) {
     EXPECT_EQ(ids("other", ""), "03 running ");
     EXPECT_EQ(ids("", "j2"), "");
     EXPECT_EQ(ids("never", ""), "");
-    EXPECT_FAILS(ERROR_INVALID_PARAMETER, LocalInstances::list(location_, "..", "", instances));
+    EXPECT_FAILS(ERROR_INVALID_PARAMETER, backend({}).runs("..", "", instances));
 }
 
 }  // namespace

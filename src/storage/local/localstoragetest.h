@@ -15,11 +15,8 @@
 #include "base/local_time.h"
 #include "record/jobactsrcreader.h"
 #include "record/jobactsrcwriter.h"
-#include "storage/local/localbackupstorage.h"
-#include "storage/local/localincrementcheck.h"
+#include "storage/local/localbackend.h"
 #include "storage/local/localplace.h"
-#include "storage/local/localrestorecatalog.h"
-#include "storage/local/localrestorestorage.h"
 #include "support/store_test.h"
 #include "support/temporary_folder.h"
 
@@ -74,28 +71,22 @@ protected:
     std::string instance() const { return localInstanceText(record_.instanceId); }
     LocalPlace place() const { return {location_, machine_, job}; }
 
-    std::unique_ptr<LocalBackupStorage> storage() {
-        return std::make_unique<LocalBackupStorage>(
-            LocalBackupStorage::Run{{job, "name", key_, {}, &record_, failed_.get(), nullptr},
-                                    location_,
-                                    machine_,
-                                    "alice",
-                                    false,
-                                    {1, 2, 3}});
+    LocalBackend backend(const std::string& user = "alice") const {
+        return LocalBackend(location_, user, machine_);
     }
-    std::unique_ptr<LocalBackupStorage> started() {
+    BackupTask task() {
+        return {{job, "name", key_, &record_, failed_.get(), nullptr}, false, {1, 2, 3}};
+    }
+    RestoreTask restoreTask() {
+        return {{"r", "name", key_, &restored_}, {machine_, job, instance()}};
+    }
+    std::unique_ptr<BackupStorage> storage() { return backend().backup(task()); }
+    std::unique_ptr<BackupStorage> started() {
         auto made = storage();
         EXPECT_TRUE(made->start()) << GetLastError();
         return made;
     }
-    std::unique_ptr<LocalRestoreStorage> restore() {
-        return std::make_unique<LocalRestoreStorage>(
-            LocalRestoreStorage::Run{{"r", "name", key_, {}, &restored_, nullptr, nullptr},
-                                     location_,
-                                     machine_,
-                                     job,
-                                     instance()});
-    }
+    std::unique_ptr<RestoreStorage> restore() { return backend().restore(restoreTask()); }
     // A file whose package has the wanted size: a multiple of 16 above 0.
     std::wstring makeFile(const std::wstring& name, size_t packageSize, char content = 'x') {
         std::wstring path = folder_.path() + L"\\" + name;
@@ -112,10 +103,9 @@ protected:
     }
     // True in `send`: the file is to be sent.
     bool check(const std::wstring& path, bool& send) {
-        LocalIncrementCheck check({location_, machine_, job, instance(), key_, {}, nullptr});
         std::vector<bool> answer{false};
-        const bool checked =
-            check.check({{path, toTicks(attributes(path).ftLastWriteTime)}}, answer);
+        const bool checked = backend().incrementCheck(task())->check(
+            {{path, toTicks(attributes(path).ftLastWriteTime)}}, answer);
         send = answer[0];
         return checked;
     }
@@ -150,14 +140,13 @@ protected:
         return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
     }
     bool list(RestoreCatalog::Page& page, const std::string& after = {}) {
-        return LocalRestoreCatalog({location_, machine_, job, instance(), nullptr})
-            .list({}, after, page);
+        return backend().catalog(restoreTask().from, nullptr, nullptr)->list({}, after, page);
     }
 
     test::TemporaryFolder folder_{L"local storage"};
     std::wstring location_;
     std::string machine_ = "m\u00e4c";
-    std::array<uint8_t, 16> key_{1, 2, 3};
+    UserKey key_{{1, 2, 3}, {}};
     JobActivity record_{};
     JobActivity restored_{};
     std::unique_ptr<FailedItems> failed_;

@@ -44,26 +44,27 @@ protected:
         failed_ = std::make_unique<FailedItems>(toUtf8(directory + L"\\errors"), record_);
     }
 
-    WebBackupStorage::Run makeRun() {
-        WebBackupStorage::Run run;
-        run.finishPatienceMs = INFINITE;
-        run.jobId = job;
-        run.jobName = "name";
-        run.cookie = "DORVOSESSION=abc";
-        run.host = "127.0.0.1";
-        run.port = service_.port();
-        run.compress = false;
-        run.totals = {1, 2, 3};
-        run.activity = &record_;
-        run.failed = failed_.get();
-        run.stop = stop_.handle();
-        return run;
+    WebPlace place() const {
+        return {
+            .user = {}, .cookie = "DORVOSESSION=abc", .host = "127.0.0.1", .port = service_.port()};
+    }
+    BackupTask makeTask() {
+        BackupTask task;
+        task.finishPatienceMs = INFINITE;
+        task.jobId = job;
+        task.jobName = "name";
+        task.compress = false;
+        task.totals = {1, 2, 3};
+        task.activity = &record_;
+        task.failed = failed_.get();
+        task.stop = stop_.handle();
+        return task;
     }
     // A started one.
     std::unique_ptr<WebBackupStorage> makeStorage(DWORD finishPatienceMs = INFINITE) {
-        WebBackupStorage::Run run = makeRun();
-        run.finishPatienceMs = finishPatienceMs;
-        auto storage = std::make_unique<WebBackupStorage>(std::move(run));
+        BackupTask task = makeTask();
+        task.finishPatienceMs = finishPatienceMs;
+        auto storage = std::make_unique<WebBackupStorage>(place(), std::move(task));
         EXPECT_TRUE(storage->start());
         return storage;
     }

@@ -53,28 +53,28 @@ protected:
         package_ = itemTempPath(itemTempFolder(job), number);
     }
 
-    WebRestoreStorage::Run makeRun() {
-        WebRestoreStorage::Run run;
-        run.jobId = job;
-        run.jobName = "name";
-        run.machine = "PC";
-        run.jobDefinitionId = "def";
-        run.jobInstanceId = backupId;
-        run.user = "nobody";
-        run.cookie = "DORVOSESSION=abc";
-        run.host = "127.0.0.1";
-        run.port = service_.port();
-        run.key.fill(1);
-        run.iv.fill(2);
-        run.activity = &record_;
-        run.failed = failed_.get();
-        run.stop = stop_.handle();
-        run.finishPatienceMs = INFINITE;
-        return run;
+    WebPlace place() const {
+        return {.user = "nobody",
+                .cookie = "DORVOSESSION=abc",
+                .host = "127.0.0.1",
+                .port = service_.port()};
+    }
+    RestoreTask makeTask() {
+        RestoreTask task;
+        task.jobId = job;
+        task.jobName = "name";
+        task.from = {"PC", "def", backupId};
+        task.key.key.fill(1);
+        task.key.iv.fill(2);
+        task.activity = &record_;
+        task.failed = failed_.get();
+        task.stop = stop_.handle();
+        task.finishPatienceMs = INFINITE;
+        return task;
     }
     // A started one.
     std::unique_ptr<WebRestoreStorage> makeStorage() {
-        auto storage = std::make_unique<WebRestoreStorage>(makeRun());
+        auto storage = std::make_unique<WebRestoreStorage>(place(), makeTask());
         EXPECT_TRUE(storage->start());
         service_.forget();
         return storage;

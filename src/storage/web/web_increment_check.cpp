@@ -10,8 +10,8 @@
 
 namespace dorvo {
 
-Web_Increment_Check::Web_Increment_Check(Run run)
-    : run_(std::move(run)), stop_(run_.stop), session_(run_.user) {
+Web_Increment_Check::Web_Increment_Check(std::string user, BackupTask task)
+    : task_(std::move(task)), stop_(task_.stop), session_(std::move(user)) {
     session_.set_interrupter(&stop_);
 }
 
@@ -31,9 +31,9 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
         items.push_back({asked.back(), file.lastWriteTime});
     }
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
-        "Increment Check", {run_.jobId, run_.instanceId, run_.compress, first_, items});
-    const AnswerWait waits(command, run_.activity);
-    if (!exchange(session_, command, "do increment check of job", run_.jobId)) {
+        "Increment Check", {task_.jobId, task_.instanceId(), task_.compress, first_, items});
+    const AnswerWait waits(command, task_.activity);
+    if (!exchange(session_, command, "do increment check of job", task_.jobId)) {
         return false;
     }
     first_ = false;

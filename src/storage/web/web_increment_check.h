@@ -10,31 +10,22 @@
 #include <vector>
 
 #include "base/interrupter.h"
-#include "record/jobactivity.h"
 #include "source/incrementcheck.h"
+#include "storage/storagetask.h"
 #include "storage/web/web_session.h"
 
 namespace dorvo {
 
 class Web_Increment_Check : public IncrementCheck {
 public:
-    struct Run {
-        std::string jobId;
-        std::string user;
-        std::string instanceId;
-        bool compress = true;
-        HANDLE stop = nullptr;
-        JobActivity* activity = nullptr;  // borrowed; told that an answer is awaited
-    };
-
-    explicit Web_Increment_Check(Run run);
+    Web_Increment_Check(std::string user, BackupTask task);
 
     // False: logged; the last error is that of a refused session when there is no cookie, 87 when
     // no server is set, 13 when the answer names files that were not asked for.
     bool check(const std::vector<File>& files, std::vector<bool>& send) override;
 
 private:
-    Run run_;
+    const BackupTask task_;
     interrupter stop_;
     Web_Session session_;
     bool first_ = true;  // nothing was answered yet

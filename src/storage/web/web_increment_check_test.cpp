@@ -13,7 +13,7 @@ class WebIncrementCheck : public ScriptedBackupService {};
 TEST_F(WebIncrementCheck, OneCheckIsOneListToTheService) {
     singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
     singleton<CookieManagerImpl>().saveCookie("alice", "c");
-    Web_Increment_Check check({job, "alice", "i", true, nullptr});
+    Web_Increment_Check check("alice", makeTask());
     const std::vector<IncrementCheck::File> files = {{L"C:\\x", 1}};
     std::vector<bool> send;
     status_ = [this](const Seen&) { return service_.seen().size() == 1 ? "503 Busy" : "200 OK"; };

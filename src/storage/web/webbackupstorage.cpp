@@ -9,7 +9,6 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "base/uuid.h"
 #include "http_util/command_to_server.h"
 #include "storage/itemtemppath.h"
 #include "storage/web/answer_wait.h"
@@ -25,11 +24,6 @@ constexpr DWORD conflict = withHttpMark(409);
 // backup any more.
 constexpr int maxEndRounds = 100;
 
-std::string instanceText(const JobActivity* activity) {
-    return activity != nullptr && activity->hasInstance() ? uuidText(activity->instanceId)
-                                                          : std::string();
-}
-
 std::wstring directoryOf(const std::string& jobId) {
     std::wstring path;
     jobDirectory(jobId, path);
@@ -38,60 +32,55 @@ std::wstring directoryOf(const std::string& jobId) {
 
 }  // namespace
 
-WebBackupStorage::WebBackupStorage(Run run)
-    : patient_interrupter(run.stop, run.finishPatienceMs),
-      run_(std::move(run)),
-      activity_(run_.activity),
-      progress_(run_.activity),
-      instanceId_(instanceText(activity_)),
-      temporary_(itemTempFolder(run_.jobId)),
-      acceptedFile_(directoryOf(run_.jobId)),
-      session_(run_.user, run_.cookie),
-      transformation_(run_.compress),
+WebBackupStorage::WebBackupStorage(WebPlace place, BackupTask task)
+    : patient_interrupter(task.stop, task.finishPatienceMs),
+      place_(std::move(place)),
+      task_(std::move(task)),
+      activity_(task_.activity),
+      progress_(task_.activity),
+      instanceId_(task_.instanceId()),
+      temporary_(itemTempFolder(task_.jobId)),
+      acceptedFile_(directoryOf(task_.jobId)),
+      session_(place_.user, place_.cookie),
+      transformation_(task_.compress),
       block_(uploadBlockSize) {
-    transformation_.key = run_.key;
-    transformation_.iv = run_.iv;
+    transformation_.key = task_.key.key;
+    transformation_.iv = task_.key.iv;
     session_.set_interrupter(this);
 }
 
 bool WebBackupStorage::aimAtServer() {
-    return aimAt(session_.invoker(), run_.host, run_.port);
+    return aimAt(session_.invoker(), place_.host, place_.port);
 }
 
 bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
                                 const std::string& subject) {
-    const AnswerWait waits(command, run_.activity, run_.changed);
+    const AnswerWait waits(command, task_.activity, task_.changed);
     return dorvo::exchange(session_, command, action, subject, progress_.wire());
 }
 
 bool WebBackupStorage::start() {
     FunctionTrace trace("WebBackupStorage::start", "webbackupstorage.cpp");
-    if (activity_ == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        log(LogLevel::error, "Failed to start job {%s, %s}, invalid job activity.\n",
-            run_.jobId.c_str(), run_.jobName.c_str());
-        return false;
-    }
     if (instanceId_.empty()) {
         SetLastError(ERROR_INVALID_PARAMETER);
         log(LogLevel::error,
             "Failed to start job {%s, %s}, can't convert the instance id to string, "
             "error-code = %d, %m.\n",
-            run_.jobId.c_str(), run_.jobName.c_str(), ERROR_INVALID_PARAMETER);
+            task_.jobId.c_str(), task_.jobName.c_str(), ERROR_INVALID_PARAMETER);
         return false;
     }
     Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command(
         "name less command",
-        {run_.jobId, instanceId_, run_.totals, wire_time(localToUtc(activity_->startTime))});
+        {task_.jobId, instanceId_, task_.totals, wire_time(localToUtc(activity_->startTime))});
     return aimAtServer() && exchange(command, "start job", job());
 }
 
 bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return run_.failed != nullptr && run_.failed->add(path, code, reason);
+    return task_.failed != nullptr && task_.failed->add(path, code, reason);
 }
 
 bool WebBackupStorage::submit_errors() {
-    return run_.failed == nullptr || run_.failed->eachBatch([this](auto batch) {
+    return task_.failed == nullptr || task_.failed->eachBatch([this](auto batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
             "Submit Error", {instanceId_, batch});
         return exchange(command, "submit history errors of job", job());
@@ -122,11 +111,11 @@ bool WebBackupStorage::end() {
 // so that the service is not asked for ever.
 bool WebBackupStorage::recordIncomplete(const std::string& answer) {
     LastErrorGuard keep;
-    if (run_.failed == nullptr) {
+    if (task_.failed == nullptr) {
         return false;
     }
     std::set<std::string> known;
-    for (const FailedItem& item : run_.failed->list()) {
+    for (const FailedItem& item : task_.failed->list()) {
         known.insert(item.path);
     }
     bool more = false;

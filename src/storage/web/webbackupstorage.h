@@ -19,11 +19,11 @@
 #include "record/itemprogress.h"
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
-#include "storage/request_bodies.h"
-#include "storage/storagejob.h"
+#include "storage/storagetask.h"
 #include "storage/web/acceptedblocks.h"
 #include "storage/web/patient_interrupter.h"
 #include "storage/web/web_session.h"
+#include "storage/web/webplace.h"
 
 namespace dorvo {
 
@@ -31,18 +31,8 @@ class HTTP_Command;
 
 class WebBackupStorage : public BackupStorage, public patient_interrupter {
 public:
-    struct Run : StorageJob {
-        std::string user;
-        std::string cookie;  // empty: the stored one, else start() fails like a refused session
-        std::string host;
-        uint16_t port = 0;
-        bool compress = true;
-        SourceTotals totals;
-        // How long ending or cancelling the run may go on once a stop is asked for, milliseconds.
-        DWORD finishPatienceMs = defaultPatienceMs;
-    };
-
-    explicit WebBackupStorage(Run run);
+    // Without any cookie of the user's start() fails like a refused session.
+    WebBackupStorage(WebPlace place, BackupTask task);
 
     bool start() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
@@ -77,13 +67,14 @@ private:
     bool stepFailed(const Item& item, StoppedLine cancelled, LogFailure logFailure) const;
     bool aimAtServer();
     bool exchange(HTTP_Command& command, const char* verb, const std::string& subject);
-    std::string job() const { return run_.jobId + ", " + run_.jobName; }
+    std::string job() const { return task_.jobId + ", " + task_.jobName; }
 
-    Run run_;
+    const WebPlace place_;
+    const BackupTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    std::string instanceId_;       // empty when the record has none
-    std::wstring temporary_;       // the folder of the packages
+    std::string instanceId_;  // empty when the record has none
+    std::wstring temporary_;  // the folder of the packages
     AcceptedBlocksFile acceptedFile_;
     AcceptedBlocks accepted_;  // of the current item's package
     Web_Session session_;

@@ -82,10 +82,6 @@ bool WebBackupStorage::stepFailed(const Item& item, StoppedLine cancelled,
 bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data,
                               uint32_t number, const wchar_t* readFrom) {
     FunctionTrace trace("WebBackupStorage::backup", "webbackupstorage.cpp");
-    if (activity_ == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
     const bool directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     const Item item{withoutTrailingBackslash(toUtf8(path)), data, directory,
                     readFrom == nullptr ? path : readFrom,

@@ -203,9 +203,9 @@ TEST_F(SentFile, ABlockIsOnRecordBeforeItShows) {
     StoreWatch watch;
     auto& record = *static_cast<JobActivity*>(watch.page());
     record = record_;
-    WebBackupStorage::Run run = makeRun();
-    run.activity = &record;
-    WebBackupStorage storage(std::move(run));
+    BackupTask task = makeTask();
+    task.activity = &record;
+    WebBackupStorage storage(place(), std::move(task));
     ASSERT_TRUE(storage.start());
     const std::wstring path = makeSource(size_t{3} * uploadBlockSize);
     constexpr size_t accepted = offsetof(JobActivity, acceptedBlocks);

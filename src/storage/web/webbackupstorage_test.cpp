@@ -1,6 +1,7 @@
 #include "storage/web/scripted_backup.h"
 // The sockets' header comes before the others.
 
+#include "storage/web/webbackend.h"
 #include "support/fails_with.h"
 
 namespace dorvo::test {
@@ -69,10 +70,10 @@ TEST_F(WebBackupStorageTest, WhatTheServiceLacksAtTheEndBecomesFailedItems) {
 }
 
 TEST_F(WebBackupStorageTest, ShowsThatTheServiceWorksOnTheEnd) {
-    WebBackupStorage::Run run = makeRun();
+    BackupTask task = makeTask();
     std::vector<CurrentFileState> shown;
-    run.changed = [&] { shown.push_back(CurrentFileState{record_.currentFileState}); };
-    WebBackupStorage storage(std::move(run));
+    task.changed = [&] { shown.push_back(CurrentFileState{record_.currentFileState}); };
+    WebBackupStorage storage(place(), std::move(task));
     ASSERT_TRUE(storage.start());
     shown.clear();
     EXPECT_TRUE(storage.end());
@@ -113,21 +114,22 @@ TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
 }
 
 TEST_F(WebBackupStorageTest, RefusesToStart) {
-    using Run = WebBackupStorage::Run;
-    const std::pair<void (*)(Run&), DWORD> rows[] = {
-        {[](Run& run) { run.activity = nullptr; }, 87},
-        {[](Run& run) { run.cookie.clear(); }, 0x20010191},
-        {[](Run& run) { run.host.clear(); }, 87},
-        {[](Run& run) { run.activity->instanceId.fill(0); }, 87},
+    const std::pair<void (*)(WebPlace&, BackupTask&), DWORD> rows[] = {
+        {[](WebPlace& place, BackupTask&) { place.cookie.clear(); }, 0x20010191},
+        {[](WebPlace& place, BackupTask&) { place.host.clear(); }, 87},
+        {[](WebPlace&, BackupTask& task) { task.activity->instanceId.fill(0); }, 87},
     };
+    LogCapture log;
     for (const auto& [spoil, error] : rows) {
-        Run run = makeRun();
-        spoil(run);
-        WebBackupStorage storage(std::move(run));
-        LogCapture quiet;
+        WebPlace at = place();
+        BackupTask task = makeTask();
+        spoil(at, task);
+        WebBackupStorage storage(std::move(at), std::move(task));
         SetLastError(0);
         EXPECT_FAILS(error, storage.start());
     }
+    EXPECT_FAILS(87, WebBackend("alice").backup({}) != nullptr);
+    EXPECT_TRUE(log.begins("Failed to start job {, }, invalid job activity."));
     EXPECT_TRUE(service_.seen().empty());
 }
 

@@ -12,26 +12,25 @@
 
 namespace dorvo {
 
-WebRestoreCatalog::WebRestoreCatalog(Run run)
-    : run_(std::move(run)), stop_(run_.stop), session_(std::make_unique<Web_Session>(run_.user)) {
-    session_->set_interrupter(&stop_);
+WebRestoreCatalog::WebRestoreCatalog(const std::string& user, StoredRun run, JobActivity* activity,
+                                     HANDLE stop)
+    : run_(std::move(run)), activity_(activity), stop_(stop), session_(user) {
+    session_.set_interrupter(&stop_);
 }
-
-WebRestoreCatalog::~WebRestoreCatalog() = default;
 
 bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
     FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
-    if (session_->cookie().empty()) {
+    if (session_.cookie().empty()) {
         return refuse("Failed to find cookie while listing a backup.\n", withHttpMark(401));
     }
-    if (session_->invoker().invoker() == nullptr && !aimAtServerOfOptions(session_->invoker())) {
+    if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
         return refuse("Failed to get the server information while listing a backup.\n");
     }
     Command_To_Server<List_Files_Request, Response_T<json_spirit::Value>> command(
         "List Files", {run_.machine, run_.jobInstanceId, withoutTrailingBackslash(toUtf8(path)),
                        after, pageLimit});
-    const AnswerWait waits(command, run_.activity);
-    if (!exchange(*session_, command, "list the files of backup", run_.jobInstanceId)) {
+    const AnswerWait waits(command, activity_);
+    if (!exchange(session_, command, "list the files of backup", run_.jobInstanceId)) {
         return false;
     }
     StoredPage stored;

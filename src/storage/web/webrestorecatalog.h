@@ -5,30 +5,21 @@
 
 #include <windows.h>
 
-#include <memory>
 #include <string>
 
-#include "base/api.h"
 #include "base/interrupter.h"
 #include "record/jobactivity.h"
 #include "storage/restorecatalog.h"
+#include "storage/storedinstance.h"
+#include "storage/web/web_session.h"
 
 namespace dorvo {
 
-class Web_Session;
-
-class DORVO_JOB_API WebRestoreCatalog : public RestoreCatalog {
+class WebRestoreCatalog : public RestoreCatalog {
 public:
-    struct Run {
-        std::string machine;
-        std::string jobInstanceId;  // of the backup
-        std::string user;
-        HANDLE stop = nullptr;  // manual-reset event, borrowed; null: nothing breaks a listing off
-        JobActivity* activity = nullptr;  // borrowed; told that an answer is awaited
-    };
-
-    explicit WebRestoreCatalog(Run run);
-    ~WebRestoreCatalog() override;
+    // The record and the stop signal are borrowed, and may be null: nobody is told that an answer
+    // is awaited, nothing breaks a listing off.
+    WebRestoreCatalog(const std::string& user, StoredRun run, JobActivity* activity, HANDLE stop);
     WebRestoreCatalog(const WebRestoreCatalog&) = delete;
     WebRestoreCatalog& operator=(const WebRestoreCatalog&) = delete;
 
@@ -36,9 +27,10 @@ public:
     bool list(const std::wstring& path, const std::string& after, Page& page) override;
 
 private:
-    Run run_;
+    const StoredRun run_;
+    JobActivity* activity_;  // borrowed
     interrupter stop_;
-    std::unique_ptr<Web_Session> session_;
+    Web_Session session_;
 };
 
 }  // namespace dorvo

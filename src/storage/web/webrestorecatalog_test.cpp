@@ -20,7 +20,7 @@ class WebRestoreCatalogTest : public test::StoreTest {
 protected:
     WebRestoreCatalogTest()
         : service_([this](const Seen&) { return answer_; }),
-          catalog_({"PC", "inst", "carol", stop_.handle()}) {
+          catalog_("carol", {"PC", "", "inst"}, nullptr, stop_.handle()) {
         test::singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
         test::singleton<CookieManagerImpl>().saveCookie("carol", "c");
     }
@@ -49,7 +49,7 @@ TEST_F(WebRestoreCatalogTest, FailsWithTheReasonAndKeepsThePage) {
     service_.forget();
     stop_.set();
     EXPECT_FAILS(ERROR_CANCELLED, catalog_.list(L"", "", page_));
-    WebRestoreCatalog nobodys({"PC", "inst", "nobody"});
+    WebRestoreCatalog nobodys("nobody", {"PC", "", "inst"}, nullptr, nullptr);
     EXPECT_FAILS(0x20010191u, nobodys.list(L"", "", page_));
     EXPECT_TRUE(service_.seen().empty());
 }

@@ -24,19 +24,20 @@ std::string instanceText(const std::string& text) {
 
 }  // namespace
 
-WebRestoreStorage::WebRestoreStorage(Run run)
-    : patient_interrupter(run.stop, run.finishPatienceMs),
-      run_(std::move(run)),
-      activity_(run_.activity),
-      progress_(run_.activity),
-      backupId_(instanceText(run_.jobInstanceId)),
-      temporary_(itemTempFolder(run_.jobId)),
-      session_(run_.user, run_.cookie),
+WebRestoreStorage::WebRestoreStorage(WebPlace place, RestoreTask task)
+    : patient_interrupter(task.stop, task.finishPatienceMs),
+      place_(std::move(place)),
+      task_(std::move(task)),
+      activity_(task_.activity),
+      progress_(task_.activity),
+      backupId_(instanceText(task_.from.jobInstanceId)),
+      temporary_(itemTempFolder(task_.jobId)),
+      session_(place_.user, place_.cookie),
       plain_(false),
       compressed_(true) {
     for (RestoreTransformation* transformation : {&plain_, &compressed_}) {
-        transformation->key = run_.key;
-        transformation->iv = run_.iv;
+        transformation->key = task_.key.key;
+        transformation->iv = task_.key.iv;
     }
     download_.body_limit(md5TextSize + uploadBlockSize);
     session_.set_interrupter(this);
@@ -44,11 +45,11 @@ WebRestoreStorage::WebRestoreStorage(Run run)
 
 bool WebRestoreStorage::aimAtServer() {
     return session_.invoker().invoker() != nullptr ||
-           aimAt(session_.invoker(), run_.host, run_.port);
+           aimAt(session_.invoker(), place_.host, place_.port);
 }
 
 Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
-    const AnswerWait waits(command, run_.activity, run_.changed);
+    const AnswerWait waits(command, task_.activity, task_.changed);
     return runExchange(session_, command, progress_.wire());
 }
 
@@ -57,13 +58,13 @@ bool WebRestoreStorage::submit(HTTP_Command& command, BrokenLine broken, Refused
     switch (exchange(command)) {
         case Exchanged::done: return true;
         case Exchanged::broken:
-            log(LogLevel::error, broken, run_.jobId.c_str(), run_.jobName.c_str(),
+            log(LogLevel::error, broken, task_.jobId.c_str(), task_.jobName.c_str(),
                 static_cast<int>(GetLastError()));
             return false;
         case Exchanged::refused: break;
     }
     const int status = command.http_response().status();
-    log(LogLevel::error, refused, run_.jobId.c_str(), run_.jobName.c_str(), status,
+    log(LogLevel::error, refused, task_.jobId.c_str(), task_.jobName.c_str(), status,
         http_status_string(status));
     return false;
 }
@@ -71,21 +72,17 @@ bool WebRestoreStorage::submit(HTTP_Command& command, BrokenLine broken, Refused
 bool WebRestoreStorage::start() {
     FunctionTrace trace("WebRestoreStorage::start", "webrestorestorage.cpp");
     const auto fail = [this](LogText<std::string, std::string> words, DWORD error) {
-        return logFailed(error, words, run_.jobId, run_.jobName);
+        return logFailed(error, words, task_.jobId, task_.jobName);
     };
     if (!aimAtServer()) {
         return fail("Failed to start restore job {%s, %s}, invalid host name or port.\n",
-                    ERROR_INVALID_PARAMETER);
-    }
-    if (activity_ == nullptr) {
-        return fail("Failed to start restore job {%s, %s}, invalid job activity.\n",
                     ERROR_INVALID_PARAMETER);
     }
     if (session_.cookie().empty()) {
         return logFailed(
             withHttpMark(401),
             "Failed to start restore job {%s, %s}, can't find the cookie for user {%s}.\n",
-            run_.jobId, run_.jobName, run_.user);
+            task_.jobId, task_.jobName, place_.user);
     }
     if (backupId_.empty()) {
         return fail(
@@ -94,14 +91,15 @@ bool WebRestoreStorage::start() {
     }
     constexpr BrokenLine broken = "Failed to start restore job {%s, %s}, error-code = %d, %m.\n";
     Command_To_Server<Start_Restore_Job_Request, Response_T<json_spirit::Value>> command(
-        "Start Restore Job", {run_.jobDefinitionId, backupId_});
+        "Start Restore Job", {task_.from.jobDefinitionId, backupId_});
     if (!submit(command, broken, "Failed to start restore job {%s, %s}, status-code = %d, %s.\n")) {
         return false;
     }
     RestoreTicket ticket;
     if (!readRestoreTicket(command.response().body(), ticket)) {
         SetLastError(ERROR_INVALID_DATA);
-        log(LogLevel::error, broken, run_.jobId.c_str(), run_.jobName.c_str(), ERROR_INVALID_DATA);
+        log(LogLevel::error, broken, task_.jobId.c_str(), task_.jobName.c_str(),
+            ERROR_INVALID_DATA);
         return false;
     }
     restoreId_ = std::move(ticket.jobInstanceId);
@@ -123,19 +121,17 @@ bool WebRestoreStorage::get_file_info(const StoredPath& path, bool directory, St
 }
 
 bool WebRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    if (run_.failed == nullptr || !run_.failed->add(path, code, reason)) {
+    if (task_.failed == nullptr || !task_.failed->add(path, code, reason)) {
         return false;
     }
-    if (activity_ != nullptr) {
-        DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
-    }
+    DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
     return true;
 }
 
 bool WebRestoreStorage::end(const json_spirit::Object& history) {
     FunctionTrace trace("WebRestoreStorage::end", "webrestorestorage.cpp");
     beginFinish();
-    log(LogLevel::debug, "End job {%s, %s}.\n", run_.jobId.c_str(), run_.jobName.c_str());
+    log(LogLevel::debug, "End job {%s, %s}.\n", task_.jobId.c_str(), task_.jobName.c_str());
     if (!aimAtServer()) {
         log(LogLevel::error, "Failed to submit job historyinvalid host name or port.\n");
         return false;
@@ -150,7 +146,7 @@ bool WebRestoreStorage::end(const json_spirit::Object& history) {
         return submit(command, "Submit history errors failed, job {%s, %s}, error-code = %d, %m.\n",
                       "Submit history errors failed, job {%s, %s}, status-code = %d, %s.\n");
     };
-    if (run_.failed != nullptr && !run_.failed->eachBatch(submitErrors)) {
+    if (task_.failed != nullptr && !task_.failed->eachBatch(submitErrors)) {
         return false;
     }
     json_spirit::Object record = history;
@@ -190,7 +186,7 @@ bool WebRestoreStorage::stepFailed(StoppedLine cancelled, const std::string& nam
 }
 
 bool WebRestoreStorage::valid(const std::string& original, const std::string& target) const {
-    if (activity_ != nullptr && !original.empty() && !target.empty()) {
+    if (!original.empty() && !target.empty()) {
         return true;
     }
     SetLastError(ERROR_INVALID_PARAMETER);
@@ -230,14 +226,14 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     log(LogLevel::debug, "Directory {%s} restored to {%s}, start to get the attributes.\n",
         name.c_str(), place.c_str());
     // A drive lies in no folder by which it could be asked for, and has no attributes to give back.
-    return storedPath(run_.machine, backupId_, name).folder.empty() ||
+    return storedPath(task_.from.machine, backupId_, name).folder.empty() ||
            dressDirectory(name, folder, place);
 }
 
 bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstring& target,
                                        const std::string& place) {
     StoredItem item;
-    if (!get_file_info(storedPath(run_.machine, backupId_, name), true, item)) {
+    if (!get_file_info(storedPath(task_.from.machine, backupId_, name), true, item)) {
         return stepFailed(StoppedItem("Restoring directory {%s} is cancelled when download file "
                                       "information.\n"),
                           name, [&](int) {

@@ -23,30 +23,18 @@
 #include "source/restoretransformation.h"
 #include "storage/placingrecord.h"
 #include "storage/restorestorage.h"
-#include "storage/storagejob.h"
+#include "storage/storagetask.h"
 #include "storage/web/patient_interrupter.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
+#include "storage/web/webplace.h"
 
 namespace dorvo {
 
 class WebRestoreStorage : public RestoreStorage, public patient_interrupter {
 public:
-    struct Run : StorageJob {
-        std::string machine;               // whose backup is restored
-        std::string jobDefinitionId;       // of the backup job
-        std::string jobInstanceId;         // of the backup job's run
-        PlacingRecord* placing = nullptr;  // borrowed; null keeps none
-        std::string user;
-        std::string cookie;  // empty: the one that the user has in the store
-        std::string host;
-        uint16_t port = 0;
-        // How long ending the run may go on once a stop is asked for, milliseconds.
-        DWORD finishPatienceMs = defaultPatienceMs;
-    };
-
-    explicit WebRestoreStorage(Run run);
+    WebRestoreStorage(WebPlace place, RestoreTask task);
 
     bool start() override;
     bool restoreDirectory(const wchar_t* original, const wchar_t* target) override;
@@ -99,12 +87,13 @@ private:
     bool stepFailed(StoppedLine cancelled, const std::string& name,
                     const std::function<void(int)>& logFailure) const;
 
-    Run run_;
+    const WebPlace place_;
+    const RestoreTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    std::string backupId_;         // the run that is restored; empty when its id is none
-    std::string restoreId_;        // the service's name for this restore; empty before start()
-    std::wstring temporary_;       // the folder of the packages
+    std::string backupId_;    // the run that is restored; empty when its id is none
+    std::string restoreId_;   // the service's name for this restore; empty before start()
+    std::wstring temporary_;  // the folder of the packages
     Web_Session session_;
     // Keeps its memory from block to block.
     Download download_{"Download Data", {StoredPath(), 0}};

@@ -47,12 +47,12 @@ bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* targ
     }
     File file{name,
               place,
-              storedPath(run_.machine, backupId_, name),
+              storedPath(task_.from.machine, backupId_, name),
               itemTempPath(temporary_, number),
-              RestoreTarget(target, activity_->instanceId, number, run_.placing),
+              RestoreTarget(target, activity_->instanceId, number, task_.placing),
               {}};
-    log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), run_.jobId.c_str(),
-        run_.jobName.c_str());
+    log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), task_.jobId.c_str(),
+        task_.jobName.c_str());
     beginWork();
     progress_.claim(number);
     return restore(file, replace);

@@ -171,8 +171,8 @@ class StoppingStorage : public WebRestoreStorage {
 public:
     using When = bool (*)(const JobActivity&);
 
-    StoppingStorage(const Run& run, When when)
-        : WebRestoreStorage(run), record_(*run.activity), when_(when) {}
+    StoppingStorage(const WebPlace& place, const RestoreTask& task, When when)
+        : WebRestoreStorage(place, task), record_(*task.activity), when_(when) {}
     bool interrupted() const override {
         return (armed && when_(record_)) || WebRestoreStorage::interrupted();
     }
@@ -221,7 +221,7 @@ TEST_F(RestoredFile, AStopAtAnyStepIsACancellationFromWhichTheNextRunGoesOn) {
             }
             return answer;
         };
-        StoppingStorage storage(makeRun(), row.when);
+        StoppingStorage storage(place(), makeTask(), row.when);
         ASSERT_TRUE(storage.start());
         storage.armed = true;
         LogCapture quiet;

@@ -1,6 +1,7 @@
 #include "storage/web/scripted_restore.h"
 // The sockets' header comes before the others.
 
+#include "storage/web/webbackend.h"
 #include "support/fails_with.h"
 #include "support/log_capture.h"
 
@@ -43,37 +44,39 @@ TEST_F(WebRestoreStorageTest, DirectoriesComeBackWithTheirAttributes) {
 }
 
 TEST_F(WebRestoreStorageTest, RefusesToStart) {
-    using Run = WebRestoreStorage::Run;
     struct Row {
-        void (*spoil)(Run&);
+        void (*spoil)(WebPlace&, StoredRun&);
         Answer answer;
         DWORD error;
     };
-    const auto asIs = [](Run&) {};
+    const auto asIs = [](WebPlace&, StoredRun&) {};
     const Row rows[] = {
-        {[](Run& run) { run.port = 0; }, {}, 87},
-        {[](Run& run) { run.activity = nullptr; }, {}, 87},
-        {[](Run& run) { run.cookie.clear(); }, {}, 0x20010191},
-        {[](Run& run) { run.jobInstanceId = "x"; }, {}, 87},
-        {[](Run& run) { run.jobDefinitionId.clear(); }, {}, 87},
+        {[](WebPlace& place, StoredRun&) { place.port = 0; }, {}, 87},
+        {[](WebPlace& place, StoredRun&) { place.cookie.clear(); }, {}, 0x20010191},
+        {[](WebPlace&, StoredRun& from) { from.jobInstanceId = "x"; }, {}, 87},
+        {[](WebPlace&, StoredRun& from) { from.jobDefinitionId.clear(); }, {}, 87},
         {asIs, {"409 Conflict"}, 0x20010199},
         {asIs, {}, ERROR_INVALID_DATA},
     };
     for (const Row& row : rows) {
         reply_ = [&](const Seen&) { return row.answer; };
-        Run run = makeRun();
-        row.spoil(run);
-        WebRestoreStorage storage(std::move(run));
+        WebPlace at = place();
+        RestoreTask task = makeTask();
+        row.spoil(at, task.from);
+        WebRestoreStorage storage(std::move(at), std::move(task));
         LogCapture quiet;
         EXPECT_FAILS(row.error, storage.start());
     }
     EXPECT_EQ(service_.endpoints(), (Names{"StartRestoreJob", "StartRestoreJob"}));
+    const LogCapture log;
+    EXPECT_FAILS(87, WebBackend("alice").restore({}) != nullptr);
+    EXPECT_TRUE(log.begins("Failed to start restore job {, }, invalid job activity."));
 }
 
 TEST_F(WebRestoreStorageTest, EndsWithErrorsAndHistoryOfTheRestore) {
     const json_spirit::Object history = {{"instanceId", "mine"}, {"state", "Completed"}};
     ASSERT_TRUE(failed_->add(L"C:\\x", 5, "why"));
-    WebRestoreStorage storage(makeRun());  // not started: a paused run that is cancelled
+    WebRestoreStorage storage(place(), makeTask());  // not started: a paused run that is cancelled
     stop_.set();
     ASSERT_TRUE(storage.end(history));
     ASSERT_EQ(service_.endpoints(),
@@ -91,9 +94,7 @@ TEST_F(WebRestoreStorageTest, EndsWithErrorsAndHistoryOfTheRestore) {
         EXPECT_EQ(service_.last().endpoint, refused);
     }
     EXPECT_FALSE(storage.end({}));
-    WebRestoreStorage::Run run = makeRun();
-    run.host.clear();
-    WebRestoreStorage nowhere(run);
+    WebRestoreStorage nowhere({}, makeTask());
     EXPECT_FAILS(ERROR_INVALID_PARAMETER, nowhere.end(history));
 }
 

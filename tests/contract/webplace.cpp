@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "base/http_error.h"
+#include "base/text.h"
+#include "contract/contractplace.h"
+#include "contract/packagefiles.h"
+#include "http_util/http_connections.h"
+#include "settings/cookiemanager.h"
+#include "settings/options.h"
+#include "storage/web/webaccount.h"
+#include "storage/web/webbackend.h"
+#include "support/store_test.h"
+
+namespace dorvo::test {
+namespace {
+
+struct Server {
+    std::string host;
+    uint16_t port = 0;
+    std::string user;
+    std::string password;
+    std::string data;
+};
+
+class WebContractPlace : public ContractPlace {
+public:
+    explicit WebContractPlace(Server server) : server_(std::move(server)), backend_(server_.user) {
+        singleton<OptionsImpl>().setServerInfo("server", server_.host.c_str(), server_.port);
+        std::string cookie;
+        if (!singleton<CookieManagerImpl>().findCookie(server_.user.c_str(), cookie)) {
+            EXPECT_TRUE(WebAccount::login(serverOfOptions(), server_.user, server_.password,
+                                          machine(), cookie));
+            singleton<CookieManagerImpl>().saveCookie(server_.user.c_str(), cookie.c_str());
+        }
+    }
+    ~WebContractPlace() override { ATL::CComSingleton<HTTP_Connections>::instance()->stop(); }
+
+    const Backend& backend() const override { return backend_; }
+    const char* machine() const override { return "contract-machine"; }
+    // The service numbers the instances, and names their files so.
+    void damage(const StoredRun&) override {
+        const auto files = packages();
+        ASSERT_FALSE(files.empty());
+        flipFirstByte(*std::max_element(files.begin(), files.end(), [](auto& a, auto& b) {
+            return std::stoull(a.stem().string()) < std::stoull(b.stem().string());
+        }));
+    }
+    uint64_t kept() override { return packageBytes(packages()); }
+    DWORD wrongState() const override { return withHttpMark(409); }
+    bool namesWhatIsMissing() const override { return true; }
+
+private:
+    std::vector<std::filesystem::path> packages() const {
+        return packageFiles(toWide(server_.data), L".pkg");
+    }
+
+    Server server_;
+    const WebBackend backend_;
+};
+
+}  // namespace
+
+NamedPlace webPlace(const std::string& text) {
+    Server server;
+    std::istringstream lines(text);
+    std::string port;
+    for (std::string* line : {&server.host, &port, &server.user, &server.password, &server.data}) {
+        std::getline(lines, *line);
+    }
+    server.port = static_cast<uint16_t>(std::stoi(port));
+    return {"Web", [server] { return std::make_unique<WebContractPlace>(server); }};
+}
+
+}  // namespace dorvo::test
