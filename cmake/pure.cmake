@@ -30,12 +30,11 @@ set(pure_sources
     src/scheduler/weeklyschedulehelper.cpp
     src/settings/encodedtext.cpp
     src/settings/recoveryfile.cpp
-    src/storage/web/block_form.cpp
     src/storage/local/localinstancedocument.cpp
     src/storage/local/localrecord.cpp
     src/storage/package/package_reader.cpp
-    src/storage/request_bodies.cpp
-    src/storage/web/restore_bodies.cpp)
+    src/storage/items.cpp
+    src/storage/web/web_bodies.cpp)
 set(pure_tests
     libs/httpmsg/http_headers_test.cpp
     libs/httpmsg/http_response_parser_test.cpp
@@ -52,12 +51,11 @@ set(pure_tests
     src/scheduler/schedulezones_test.cpp
     src/scheduler/timer_heap_test.cpp
     src/settings/recoveryfile_test.cpp
-    src/storage/web/block_form_test.cpp
     src/storage/local/localinstancedocument_test.cpp
     src/storage/local/localrecord_test.cpp
     src/storage/package/package_reader_test.cpp
-    src/storage/request_bodies_test.cpp
-    src/storage/web/restore_bodies_test.cpp)
+    src/storage/items_test.cpp
+    src/storage/web/web_bodies_test.cpp)
 
 list(TRANSFORM pure_sources PREPEND ${CMAKE_SOURCE_DIR}/)
 list(TRANSFORM pure_tests PREPEND ${CMAKE_SOURCE_DIR}/)

@@ -13,6 +13,7 @@
 #include "record/jobhistory.h"
 #include "record/jobhistoryerror.h"
 #include "settings/jsonstorage.h"
+#include "storage/items.h"
 #include "text/failuretext.h"
 #include "text/printable.h"
 #include "text/timetext.h"
@@ -78,14 +79,11 @@ std::vector<FailedItem> readFailedItems(const std::wstring& directory,
     std::vector<FailedItem> items;
     const JobHistoryError document(toUtf8(jobHistoryErrorPath(directory, instanceId)));
     for (const json_spirit::Value& entry : document.values()) {
-        if (entry.type() != json_spirit::obj_type) {
-            continue;
+        auto [path, code, reason] = readFailedItem(entry);
+        if (!path.empty()) {
+            std::replace(path.begin(), path.end(), '/', '\\');
+            items.push_back({std::move(path), code, std::move(reason)});
         }
-        FailedItem item{.path = textOf(entry.get_obj(), "path"),
-                        .code = static_cast<uint32_t>(numberOf(entry.get_obj(), "code")),
-                        .reason = textOf(entry.get_obj(), "reason")};
-        std::replace(item.path.begin(), item.path.end(), '/', '\\');
-        items.push_back(std::move(item));
     }
     return items;
 }

@@ -9,7 +9,7 @@
 #include "jobdef/jobdefinition.h"
 #include "json_spirit/json_spirit.h"
 #include "record/jobactivity.h"
-#include "storage/request_bodies.h"
+#include "storage/items.h"
 #include "text/exitcode.h"
 
 namespace dorvo::agent {

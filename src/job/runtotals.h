@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "base/api.h"
-#include "storage/request_bodies.h"
+#include "storage/items.h"
 
 namespace dorvo {
 

@@ -7,37 +7,7 @@
 namespace dorvo {
 namespace {
 
-using json_spirit::Object;
-using json_spirit::Value;
-
 constexpr size_t itemsPerRequest = 1000;
-
-const Value& member(const Object& object, const char* name) {
-    const auto found = object.find(name);
-    return found == object.end() ? Value::null : found->second;
-}
-
-// What the document holds may have been edited: anything but a record counts as empty.
-FailedItem itemOf(const Value& value) {
-    FailedItem item;
-    if (value.type() != json_spirit::obj_type) {
-        return item;
-    }
-    const Object& object = value.get_obj();
-    const Value& path = member(object, "path");
-    const Value& code = member(object, "code");
-    const Value& reason = member(object, "reason");
-    if (path.type() == json_spirit::str_type) {
-        item.path = path.get_str();
-    }
-    if (code.type() == json_spirit::int_type && !code.is_uint64()) {
-        item.code = static_cast<uint32_t>(code.get_int64());
-    }
-    if (reason.type() == json_spirit::str_type) {
-        item.reason = reason.get_str();
-    }
-    return item;
-}
 
 }  // namespace
 
@@ -55,8 +25,8 @@ bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason
     }
     // A run that was cut off between the journal and its position comes back to the same item.
     const bool repeated = !document_.values().empty() &&
-                          itemOf(document_.values().back()).path == toUtf8(path) &&
-                          itemOf(document_.values().back()).code == code;
+                          readFailedItem(document_.values().back()).path == toUtf8(path) &&
+                          readFailedItem(document_.values().back()).code == code;
     if ((!repeated && !document_.add(path, code, reason.c_str())) || !document_.saveNew()) {
         return false;
     }
@@ -75,8 +45,8 @@ bool FailedItems::clear() {
 std::vector<FailedItem> FailedItems::list() const {
     std::vector<FailedItem> items;
     items.reserve(document_.values().size());
-    for (const Value& value : document_.values()) {
-        if (FailedItem item = itemOf(value); !item.path.empty()) {
+    for (const json_spirit::Value& value : document_.values()) {
+        if (FailedItem item = readFailedItem(value); !item.path.empty()) {
             items.push_back(std::move(item));
         }
     }

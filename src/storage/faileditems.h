@@ -13,7 +13,7 @@
 
 #include "record/jobactivity.h"
 #include "record/jobhistoryerror.h"
-#include "storage/request_bodies.h"
+#include "storage/items.h"
 
 namespace dorvo {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/paths.h"
-#include "storage/request_bodies.h"
+#include "storage/items.h"
 
 namespace dorvo {
 

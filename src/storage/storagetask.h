@@ -10,7 +10,7 @@
 #include "base/uuid.h"
 #include "record/jobactivity.h"
 #include "storage/faileditems.h"
-#include "storage/request_bodies.h"
+#include "storage/items.h"
 #include "storage/storedinstance.h"
 #include "storage/userkey.h"
 

@@ -30,6 +30,7 @@
 #include "record/itemprogress.h"
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
+#include "storage/items.h"
 #include "storage/local/localplace.h"
 #include "storage/storagetask.h"
 
@@ -74,9 +75,9 @@ private:
     const BackupTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    std::string instanceId_;  // empty when the record has none
-    std::wstring temporary_;  // the folder of the packages on their way
-    std::wstring list_;       // the path of the run's source list
+    std::string instanceId_;       // empty when the record has none
+    std::wstring temporary_;       // the folder of the packages on their way
+    std::wstring list_;            // the path of the run's source list
     BackupTransformation transformation_;
     std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
     LocalInstanceDocument document_;               // of the instance, with the writer

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "storage/request_bodies.h"
+#include "storage/items.h"
 
 namespace dorvo {
 

@@ -5,15 +5,13 @@
 #include "base/key_error.h"
 #include "base/log.h"
 #include "settings/keymanager.h"
-#include "storage/answer_shape.h"
+#include "storage/web/web_bodies.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
 
 namespace dorvo {
 namespace {
-
-constexpr size_t md5Digits = 32;
 
 KeyManagerImpl& keys() {
     return *ATL::CComSingleton<KeyManagerImpl, ATL::CComAutoCriticalSection>::instance();
@@ -45,12 +43,7 @@ bool askService(Web_Session& session, std::string& md5) {
     if (!exchange(session, command, "ask for the key of user", session.user())) {
         return false;
     }
-    if (hasShape([&] { md5 = command.response().body().get_obj().at("md5").get_str(); }) &&
-        (md5.empty() || (md5.size() == md5Digits &&
-                         md5.find_first_not_of("0123456789abcdef") == std::string::npos))) {
-        return true;
-    }
-    return fail(session.user(), ERROR_INVALID_DATA);
+    return readKeyMd5(command.response().body(), md5) || fail(session.user(), ERROR_INVALID_DATA);
 }
 
 bool tellService(Web_Session& session, const std::string& md5) {

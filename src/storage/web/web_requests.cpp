@@ -1,7 +1,6 @@
 #include "storage/web/web_requests.h"
 
 #include "base/uuid.h"
-#include "storage/web/block_form.h"
 #include "storage/web/request_refusal.h"
 
 namespace dorvo {
@@ -53,8 +52,7 @@ template class Web_Request<FBuffer>;
 
 Login_Request::Login_Request(const std::string& user, const std::string& password,
                              const std::string& machine)
-    : Web_Request("/dorvo/WebServer/user/Login.php",
-                  Object{{"user", user}, {"password", password}, {"machine", machine}}) {}
+    : Web_Request("/dorvo/WebServer/user/Login.php", loginBody(user, password, machine)) {}
 
 Logout_Request::Logout_Request() : Web_Request("/dorvo/WebServer/user/Logout.php", Object()) {}
 
@@ -62,10 +60,7 @@ List_Instances_Request::List_Instances_Request(const std::string& machine,
                                                const std::string& definition_id,
                                                const std::string& after, int limit)
     : Web_Request("/dorvo/WebServer/catalog/ListInstances.php",
-                  Object{{"machine", machine},
-                         {"jobdefinitionid", definition_id},
-                         {"after", after},
-                         {"limit", limit}}) {}
+                  listInstancesBody(machine, definition_id, after, limit)) {}
 
 Get_MD5_of_Keys_Reqeust::Get_MD5_of_Keys_Reqeust()
     : Web_Request("/dorvo/WebServer/keys/GetMD5ofKeys.php", Object(), is_like_a_401) {}

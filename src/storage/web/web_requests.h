@@ -15,8 +15,7 @@
 #include "base/log.h"
 #include "http_util/command_to_server.h"
 #include "json_spirit/json_spirit.h"
-#include "storage/request_bodies.h"
-#include "storage/web/restore_bodies.h"
+#include "storage/web/web_bodies.h"
 
 namespace dorvo {
 

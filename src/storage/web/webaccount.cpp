@@ -7,8 +7,8 @@
 #include "base/interrupter.h"
 #include "base/log.h"
 #include "settings/cookiemanager.h"
-#include "storage/answer_shape.h"
 #include "storage/web/token_loop.h"
+#include "storage/web/web_bodies.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_login.h"
 #include "storage/web/web_requests.h"
@@ -39,24 +39,6 @@ bool aimAtOwner(Web_Server_Invoker& invoker, const std::string& server) {
     }
     SetLastError(ERROR_OPERATION_ABORTED);
     return false;
-}
-
-StoredInstance readInstance(const json_spirit::Object& members) {
-    const auto number = [&](const char* name) { return members.at(name).get_uint64(); };
-    const auto text = [&](const char* name) {
-        return json_spirit::object_get_str_or_throw(members, name);
-    };
-    return {.machine = text("machine"),
-            .jobDefinitionId = text("jobdefinitionid"),
-            .jobInstanceId = text("jobinstanceid"),
-            .startTime = text("starttime"),
-            .endTime = text("endtime"),
-            .state = text("state"),
-            .totalFiles = number("totalfiles"),
-            .totalDirectories = number("totaldirectories"),
-            .totalSize = number("totalsize"),
-            .errors = number("errors"),
-            .user = {}};
 }
 
 }  // namespace
@@ -107,20 +89,6 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
     } while (!next.empty());
     instances = std::move(all);
     return true;
-}
-
-bool WebAccount::readInstances(const json_spirit::Value& answer,
-                               std::vector<StoredInstance>& instances, std::string& next) {
-    return hasShape([&] {
-        const json_spirit::Object& members = answer.get_obj();
-        std::vector<StoredInstance> read;
-        for (const json_spirit::Value& entry : members.at("instances").get_array()) {
-            read.push_back(readInstance(entry.get_obj()));
-        }
-        const auto more = members.find("next");
-        next = more == members.end() ? std::string() : more->second.get_str();
-        instances = std::move(read);
-    });
 }
 
 }  // namespace dorvo

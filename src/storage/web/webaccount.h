@@ -14,7 +14,6 @@
 
 #include "base/api.h"
 #include "base/interrupter.h"
-#include "json_spirit/json_spirit.h"
 #include "storage/storedinstance.h"
 
 namespace dorvo {
@@ -36,12 +35,6 @@ public:
     static bool listInstances(const std::string& cookie, const std::string& machine,
                               const std::string& jobDefinitionId,
                               std::vector<StoredInstance>& instances);
-
-    // Reads a page of the list, and behind which run the next one begins: empty at the end, and
-    // from a service that gives all at once. False, with both unchanged, when a member is missing
-    // or of another type.
-    static bool readInstances(const json_spirit::Value& answer,
-                              std::vector<StoredInstance>& instances, std::string& next);
 };
 
 }  // namespace dorvo

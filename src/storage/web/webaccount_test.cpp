@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "json_spirit/json_spirit.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "support/store_test.h"
@@ -78,47 +79,6 @@ TEST_F(WebAccountPages, ThatLeadNowhereEndTheListing) {
         std::vector<StoredInstance> instances(7);
         EXPECT_EQ(list(answers, instances), DWORD{ERROR_INVALID_DATA});
         EXPECT_EQ(instances.size(), 7U);
-    }
-}
-
-TEST(WebAccount, ReadsTheListOfRuns) {
-    std::vector<StoredInstance> instances;
-    std::string next = "old";
-    ASSERT_TRUE(WebAccount::readInstances(parsed(oneInstance), instances, next));
-    EXPECT_EQ(next, "");
-    ASSERT_EQ(instances.size(), 1u);
-    EXPECT_EQ(instances[0].jobDefinitionId + instances[0].jobInstanceId, "di");
-    EXPECT_EQ(instances[0].startTime, "2026-01-02 03:04:05");
-    EXPECT_EQ(instances[0].totalSize, 5'000'000'000u);
-    EXPECT_EQ(instances[0].errors, 1u);
-    ASSERT_TRUE(WebAccount::readInstances(parsed(R"({"instances": []})"), instances, next));
-    EXPECT_TRUE(instances.empty());
-}
-
-TEST(WebAccount, RefusesAListOfAnotherShapeAndKeepsWhatItHad) {
-    // Each member of a run is needed, and of its own type.
-    const json_spirit::Value whole = parsed(oneInstance);
-    const json_spirit::Object& run = whole.get_obj().at("instances").get_array().front().get_obj();
-    std::vector<json_spirit::Value> bad = {parsed("[]"), parsed("{}"),
-                                           parsed(R"({"instances": 1})"),
-                                           parsed(R"({"instances": ["x"]})")};
-    for (const auto& [name, value] : run) {
-        for (const json_spirit::Value& other :
-             {json_spirit::Value(), json_spirit::Value(-1), json_spirit::Value(true)}) {
-            json_spirit::Object changed = run;
-            changed[name] = other;
-            bad.emplace_back(json_spirit::Object{{"instances", json_spirit::Array{changed}}});
-        }
-        json_spirit::Object missing = run;
-        missing.erase(name);
-        bad.emplace_back(json_spirit::Object{{"instances", json_spirit::Array{missing}}});
-    }
-    for (const json_spirit::Value& answer : bad) {
-        std::vector<StoredInstance> instances(1);
-        std::string next = "old";
-        EXPECT_FALSE(WebAccount::readInstances(answer, instances, next))
-            << json_spirit::write(answer);
-        EXPECT_EQ(next + std::to_string(instances.size()), "old1");
     }
 }
 

@@ -19,6 +19,7 @@
 #include "record/itemprogress.h"
 #include "source/backuptransformation.h"
 #include "storage/backupstorage.h"
+#include "storage/items.h"
 #include "storage/storagetask.h"
 #include "storage/web/acceptedblocks.h"
 #include "storage/web/patient_interrupter.h"
@@ -73,8 +74,8 @@ private:
     const BackupTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    std::string instanceId_;  // empty when the record has none
-    std::wstring temporary_;  // the folder of the packages
+    std::string instanceId_;       // empty when the record has none
+    std::wstring temporary_;       // the folder of the packages
     AcceptedBlocksFile acceptedFile_;
     AcceptedBlocks accepted_;  // of the current item's package
     Web_Session session_;

@@ -91,9 +91,9 @@ private:
     const RestoreTask task_;
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
-    std::string backupId_;    // the run that is restored; empty when its id is none
-    std::string restoreId_;   // the service's name for this restore; empty before start()
-    std::wstring temporary_;  // the folder of the packages
+    std::string backupId_;         // the run that is restored; empty when its id is none
+    std::string restoreId_;        // the service's name for this restore; empty before start()
+    std::wstring temporary_;       // the folder of the packages
     Web_Session session_;
     // Keeps its memory from block to block.
     Download download_{"Download Data", {StoredPath(), 0}};

@@ -1,5 +1,5 @@
 // The answers of a web storage service to a restore.
-#include "storage/web/restore_bodies.h"
+#include "storage/web/web_bodies.h"
 #include "input.h"
 
 using namespace dorvo;
