@@ -78,7 +78,8 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
     MemoryBudget memory(size_t{1} << 20U, size_t{1} << 20U);
     asio::io_context io;
     auto work = asio::make_work_guard(io);
-    asio::thread_pool workers(1);
+    asio::io_context workers;
+    auto rest = asio::make_work_guard(workers);
     const HttpConnection::Shared shared{dispatcher, {},   [](const std::string&) {},
                                         workers,    open, memory};
     asio::ip::tcp::socket socket(asio::make_strand(io));
@@ -89,10 +90,12 @@ std::string answersTo(std::string_view input, Dispatcher& dispatcher) {
         connection->start();
     }
     std::thread serving([&] { io.run(); });
+    std::thread working([&] { workers.run(); });
     open.waitUntilEmpty();
     work.reset();
+    rest.reset();
     serving.join();
-    workers.join();
+    working.join();
     return readAll(client.get());
 }
 

@@ -96,6 +96,17 @@ TEST(SqliteCatalog, TakesALogThatItCannotSyncForNoneThatIsSynced) {
 
 using Durability = ServiceFixture;
 
+// Nothing has been served.
+TEST_F(Durability, AStartThatFailsIsNoCrash) {
+    offer("i1", {{"a"}});
+    server.reset();
+    options.address = "192.0.2.1";
+    EXPECT_THROW(restart(), std::runtime_error);
+    options.address = "127.0.0.1";
+    restart("boot 2");
+    EXPECT_EQ(start("i1"), 200);
+}
+
 // Of a complete file nobody would ask for the error.
 TEST_F(Durability, OfErrorsIsThatOfTheFilesTheyAreOf) {
     start("i1");

@@ -10,8 +10,13 @@
 namespace dorvo {
 
 LateWork::LateWork(Options options) : options_(std::move(options)), waiting_(options_.waiting) {
-    for (size_t i = 0; i < options_.threads; ++i) {
-        threads_.emplace_back([this] { serve(); });
+    try {
+        for (size_t i = 0; i < options_.threads; ++i) {
+            threads_.emplace_back([this] { serve(); });
+        }
+    } catch (const std::exception&) {
+        stop();
+        throw;
     }
 }
 

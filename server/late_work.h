@@ -30,6 +30,7 @@ public:
     };
     using Work = std::function<WebReply()>;
 
+    // Throws std::system_error when the system refuses a thread.
     explicit LateWork(Options options);
     // stop()
     ~LateWork();

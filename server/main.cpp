@@ -5,6 +5,7 @@
 #include <exception>
 #include <iostream>
 #include <string>
+#include <system_error>
 
 #include "command_line.h"
 #include "request_log.h"
@@ -15,8 +16,8 @@ namespace {
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
 
-int complain(const std::exception& error, int code) {
-    std::cerr << "storage-server: " << error.what() << "\n";
+int complain(const std::string& why, int code) {
+    std::cerr << "storage-server: " << why << "\n";
     return code;
 }
 
@@ -65,7 +66,7 @@ int main(int argc, char** argv) {
     try {
         command = dorvo::parseCommandLine(argc, argv);
     } catch (const std::exception& error) {
-        return complain(error, wrongUsage);
+        return complain(error.what(), wrongUsage);
     }
     try {
         switch (command.verb) {
@@ -73,8 +74,15 @@ int main(int argc, char** argv) {
             case dorvo::CommandLine::Verb::addUser: return addUser(command);
             case dorvo::CommandLine::Verb::serve: return serve(command);
         }
+    } catch (const std::system_error& error) {
+        // As it is, this says nothing of threads.
+        const bool refused = error.code() == std::errc::resource_unavailable_try_again;
+        return complain(refused ? "the system refuses another thread: its limit of processes, or of"
+                                  " memory, is reached"
+                                : error.what(),
+                        failed);
     } catch (const std::exception& error) {
-        return complain(error, failed);
+        return complain(error.what(), failed);
     }
     return 0;
 }

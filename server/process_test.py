@@ -8,6 +8,7 @@ import contextlib
 import http.client
 import os
 import pathlib
+import resource
 import shutil
 import signal
 import subprocess
@@ -62,6 +63,32 @@ class Process(unittest.TestCase):
             done = self.run_program("--data", str(self.data / "other"), "--listen", address, "--log", os.devnull)
             self.assertEqual((done.returncode, done.stdout), (1, ""))
             self.assertRegex(done.stderr, r"^storage-server: cannot serve at [^\n]*" + said + r"[^\n]*\n$")
+
+    def test_a_start_without_enough_threads_changes_nothing_and_says_so(self):
+        process, _ = self.start("--listen", "127.0.0.1:0", "--log", os.devnull)
+        process.terminate()
+        process.wait()
+        said = []
+        for threads in range(64):
+            # Room for the stacks of so many threads beside all else.
+            stack, rest = 512 << 20, 1 << 30
+
+            def bound(room=threads * stack + rest):
+                resource.setrlimit(resource.RLIMIT_STACK, (stack, stack))
+                resource.setrlimit(resource.RLIMIT_AS, (room, room))
+
+            process = subprocess.Popen([PROGRAM, "--data", str(self.data / "data"), "--listen", "127.0.0.1:0",
+                                        "--log", os.devnull], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                       text=True, preexec_fn=bound)
+            if process.stdout.readline():
+                process.terminate()
+            _, errors = process.communicate(timeout=60)
+            if process.returncode == 0:
+                break
+            self.assertEqual(process.returncode, 1, (threads, errors))
+            self.assertRegex(errors, r"^storage-server: [^\n]+\n$")
+            said.append(errors)
+        self.assertGreater(sum("refuses another thread" in line for line in said), 20, said)
 
     def test_the_log_tells_what_happened_and_goes_on_after_a_hangup(self):
         log, old = self.data / "log", self.data / "log.old"

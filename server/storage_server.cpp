@@ -127,33 +127,46 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
       dispatcher_(catalog_, blocks_, room_, options.sessionLifetime) {
     const std::string boot = options.boot.empty() ? bootIdentity() : options.boot;
     room_.givingWay([&] { reconcile(catalog_, blocks_, boot, logEvent); });
-    generations_ = std::make_unique<Generations>(catalog_, blocks_, options.generationPace);
     whileThereIsRoom([this] { catalog_.finishCancelling(); });
     room_.hold();
     // A copy that was put back may not be on the disk yet, and all promises stand on it.
     syncFileSystems();
     whileThereIsRoom([this] { catalog_.everythingIsSynced(); });
-    syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
-    abandonedRuns_ =
-        std::make_unique<AbandonedRuns>(catalog_, room_, options.runLifetime,
-                                        [this](int64_t instance, std::chrono::seconds lifetime) {
-                                            dispatcher_.giveUp(instance, lifetime.count());
-                                        });
-    listen(options, std::move(log));
+    try {
+        beginToServe(options, std::move(log));
+    } catch (const std::exception&) {
+        // The next start is not to take this one for a crash.
+        try {
+            end();
+        } catch (const std::exception& error) {
+            logEvent(std::string("the end is not on record: ") + error.what());
+        }
+        throw;
+    }
     logEvent("started, version " + std::string(serverVersion) + ", on " + endpoint() + ", data " +
              data_.string());
 }
 
-void StorageServer::listen(const ServerOptions& options, HttpServer::Log log) {
+void StorageServer::beginToServe(const ServerOptions& options, HttpServer::Log log) {
+    generations_ = std::make_unique<Generations>(catalog_, blocks_, options.generationPace);
+    syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
     const std::string address = listenAddress(options.address);
     try {
         http_ = std::make_unique<HttpServer>(dispatcher_, address, options.port,
                                              fitted(options.limits, logEvent), threadCounts(),
                                              std::move(log));
+    } catch (const std::system_error&) {
+        throw;  // a thread, and nothing that is about the address
     } catch (const std::exception& error) {
         throw std::runtime_error("cannot serve at " + address + ", port " +
                                  std::to_string(options.port) + ": " + error.what());
     }
+    // The last: it ends backups, and a start that fails leaves everything as it was.
+    abandonedRuns_ =
+        std::make_unique<AbandonedRuns>(catalog_, room_, options.runLifetime,
+                                        [this](int64_t instance, std::chrono::seconds lifetime) {
+                                            dispatcher_.giveUp(instance, lifetime.count());
+                                        });
 }
 
 // The packages may lie on a disk of their own; one that is away was synced as it went.
@@ -179,19 +192,31 @@ void StorageServer::stop() {
     }
     stopped_ = true;
     logEvent("stopping");
-    http_->stop();
+    end();
+    logEvent("stopped");
+}
+
+void StorageServer::end() {
+    if (http_) {
+        http_->stop();
+    }
     abandonedRuns_.reset();
     dispatcher_.stop();
-    generations_->stop();
+    if (generations_) {
+        generations_->stop();
+    }
     syncFileSystems();
     recordEnd();
-    logEvent("stopped");
 }
 
 void StorageServer::recordEnd() {
     try {
-        room_.givingWay([this] { catalog_.endService(); });
-        generations_->follow();
+        room_.givingWay([this] {
+            catalog_.endService();
+        });
+        if (generations_) {
+            generations_->follow();
+        }
     } catch (const DiskFull& full) {
         // Everything is on the disk but this: the next start takes it for a crash, which costs
         // nothing.

@@ -60,7 +60,9 @@ public:
 
 private:
     void syncFileSystems() const;
-    void listen(const ServerOptions& options, HttpServer::Log log);
+    void beginToServe(const ServerOptions& options, HttpServer::Log log);
+    // Of all that is there.
+    void end();
     void recordEnd();
 
     std::filesystem::path data_;

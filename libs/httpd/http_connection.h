@@ -6,9 +6,9 @@
 // next request. What a handler throws ends the connection and nothing else.
 #pragma once
 
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <memory>
@@ -33,7 +33,7 @@ public:
         HttpService& service;
         HttpLimits limits;
         HttpServer::Log log;
-        boost::asio::thread_pool& workers;
+        boost::asio::io_context& workers;
         OpenConnections& open;
         MemoryBudget& memory;
     };

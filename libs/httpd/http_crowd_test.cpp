@@ -213,7 +213,7 @@ private:
 // Who waits until all have left destroys the sockets' context next.
 TEST(HttpConnection, LeavesWhenAllOfItHasGone) {
     EchoService service;
-    asio::thread_pool workers(1);
+    asio::io_context workers;
     OpenConnections open((HttpLimits()));
     MemoryBudget memory(1, 1);
     const HttpConnection::Shared shared{service, {}, {}, workers, open, memory};

@@ -33,34 +33,47 @@ void claimAddress(tcp::acceptor& acceptor) {
 #endif
 }
 
-}  // namespace
+// A queue of handlers and the threads that run them, once there is one.
+class Crew {
+public:
+    explicit Crew(HttpServer::Log log) : log_(std::move(log)) {}
+    ~Crew() {
+        // Not finished: more of the threads were refused.
+        io_.stop();
+        join();
+    }
+    Crew(const Crew&) = delete;
+    Crew& operator=(const Crew&) = delete;
 
-struct HttpServer::Impl {
-    Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
-         const HttpThreads& counts, Log log)
-        : connections(limits),
-          memory(limits.memoryBytes, limits.memoryOfClientBytes),
-          shared{service, limits, std::move(log), workers, connections, memory},
-          workers(counts.workers),
-          acceptor(asio::make_strand(io)),
-          retry(acceptor.get_executor()) {
-        const tcp::endpoint endpoint(asio::ip::make_address(address), port);
-        acceptor.open(endpoint.protocol());
-        claimAddress(acceptor);
-        acceptor.bind(endpoint);
-        acceptor.listen();
-        local = acceptor.local_endpoint();
-        accept();
-        for (size_t i = 0; i < counts.io; ++i) {
-            threads.emplace_back([this] { serve(); });
+    [[nodiscard]] asio::io_context& io() { return io_; }
+
+    // Throws std::system_error when the system refuses a thread; then no handler is to come.
+    void start(size_t threads) {
+        for (size_t i = 0; i < threads; ++i) {
+            threads_.emplace_back([this] { serve(); });
         }
     }
 
+    // Runs what has been handed to it, and what that hands to it, then joins.
+    void finish() {
+        work_.reset();
+        join();
+    }
+
+    void complain(const std::exception& error) const noexcept {
+        try {
+            log_(std::string("a connection was lost: ") + error.what());
+        } catch (const std::exception&) {
+            // Memory is short, most likely.
+        }
+    }
+
+private:
     // Nothing that a handler throws may take the thread, and with it the process.
     void serve() {
         for (;;) {
             try {
-                io.run();
+                io_.run();
                 return;
             } catch (const std::exception& error) {
                 complain(error);
@@ -68,16 +81,44 @@ struct HttpServer::Impl {
         }
     }
 
-    void complain(const std::exception& error) const noexcept {
-        try {
-            shared.log(std::string("a connection was lost: ") + error.what());
-        } catch (const std::exception&) {
-            // Memory is short, most likely.
+    void join() {
+        for (std::thread& thread : std::exchange(threads_, {})) {
+            thread.join();
         }
     }
 
+    const HttpServer::Log log_;
+    asio::io_context io_;
+    asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
+    std::vector<std::thread> threads_;
+};
+
+}  // namespace
+
+struct HttpServer::Impl {
+    Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
+         const HttpThreads& counts, Log log)
+        : connections(limits),
+          memory(limits.memoryBytes, limits.memoryOfClientBytes),
+          serving(log),
+          workers(log),
+          shared{service, limits, std::move(log), workers.io(), connections, memory},
+          acceptor(asio::make_strand(serving.io())),
+          retry(acceptor.get_executor()) {
+        const tcp::endpoint endpoint(asio::ip::make_address(address), port);
+        acceptor.open(endpoint.protocol());
+        claimAddress(acceptor);
+        acceptor.bind(endpoint);
+        acceptor.listen();
+        local = acceptor.local_endpoint();
+        workers.start(counts.workers);
+        serving.start(counts.io);
+        // Now that there is nobody missing: from here on there are connections.
+        accept();
+    }
+
     void accept() {
-        acceptor.async_accept(asio::make_strand(io),
+        acceptor.async_accept(asio::make_strand(serving.io()),
                               [this](boost::system::error_code error, tcp::socket socket) {
                                   onAccept(error, std::move(socket));
                               });
@@ -96,7 +137,7 @@ struct HttpServer::Impl {
         try {
             admit(std::move(socket));
         } catch (const std::exception& failure) {
-            complain(failure);
+            serving.complain(failure);
         }
     }
 
@@ -147,26 +188,21 @@ struct HttpServer::Impl {
         // A call of the service is finished even so: what it does must not be torn. While a
         // connection lives it may hand on work, which nobody would take from a pool that has ended.
         connections.waitUntilEmpty();
-        workers.join();
-        work.reset();
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        workers.finish();
+        serving.finish();
     }
 
     // In this order: queues of handlers own connections, which tell `connections` that they go, and
-    // whose sockets are of `io`.
+    // whose sockets are of `serving`.
     OpenConnections connections;
     MemoryBudget memory;
+    Crew serving;
+    Crew workers;
     HttpConnection::Shared shared;
-    asio::io_context io;
-    asio::executor_work_guard<asio::io_context::executor_type> work{io.get_executor()};
-    asio::thread_pool workers;
     tcp::acceptor acceptor;  // this and the next two: used on the acceptor's strand
     asio::steady_timer retry;
     uint64_t lastNumber = 0;
     tcp::endpoint local;
-    std::vector<std::thread> threads;
     std::atomic<bool> stopped = false;
 };
 

@@ -27,8 +27,8 @@ public:
     // What is written for each request: one line without its end.
     using Log = std::function<void(const std::string&)>;
 
-    // Begins to serve; throws std::exception when it cannot listen there. Port 0: any free one.
-    // Borrows the service. The log is called from any thread.
+    // Begins to serve; throws std::exception when it cannot listen there, or the system refuses it
+    // a thread. Port 0: any free one. Borrows the service. The log is called from any thread.
     HttpServer(HttpService& service, const std::string& address, uint16_t port,
                const HttpLimits& limits, const HttpThreads& threads, Log log);
     // stop()
