@@ -96,6 +96,37 @@ TEST(SqliteCatalog, TakesALogThatItCannotSyncForNoneThatIsSynced) {
 
 using Durability = ServiceFixture;
 
+// The system tells of it once, and a service that has ended remembers nothing.
+TEST_F(Durability, OfBytesThatTheDiskRefusedIsNotLeftToTheNextService) {
+    start("i1");
+    put("i1", "a", "refused");
+    const auto change = [this](const char* sql) {
+        Database((data / "catalog.db").string()).exec(sql);
+    };
+    change(
+        "CREATE TRIGGER never BEFORE UPDATE OF damaged ON instances BEGIN SELECT"
+        " RAISE(ABORT, 'not now'); END");
+    {
+        const FalseDisk refuses([](int fd) { return FalseDisk::name(fd) == "1.pkg" ? -1 : 0; });
+        EXPECT_EQ(end("i1"), 503);
+    }
+    change("DROP TRIGGER never");
+    restart();
+    EXPECT_EQ(start("i1"), 409);
+}
+
+TEST_F(Durability, OfWhatACrashLeftIsNotWhatTheDiskRefusesThen) {
+    start("i1");
+    put("i1", "a", "bytes");
+    server.reset();
+    Database((data / "catalog.db").string()).exec("UPDATE service SET boot = 'boot 1'");
+    {
+        const FalseDisk refuses([](int fd) { return FalseDisk::name(fd) == "1.pkg" ? -1 : 0; });
+        restart();
+    }
+    EXPECT_EQ(start("i1"), 409);
+}
+
 // Nothing has been served.
 TEST_F(Durability, AStartThatFailsIsNoCrash) {
     offer("i1", {{"a"}});

@@ -113,7 +113,7 @@ class Durability(unittest.TestCase):
         """What the server calls while it serves work(session), see calls()."""
         trace = self.data / "trace"
         server = Server(self.data, ["strace", "-f", "-y", "-qq", "-s", "60", "-o", str(trace), "-e",
-                                    "trace=openat,pwrite64,fallocate,fsync,fdatasync,sync_file_range,syncfs,unlink,"
+                                    "trace=openat,pread64,pwrite64,fadvise64,fallocate,fsync,fdatasync,sync_file_range,syncfs,unlink,"
                                     "sendmsg"])
         try:
             with Session(server.port) as session:
@@ -191,6 +191,17 @@ class Durability(unittest.TestCase):
         for where in (calls[:answers[0]], calls[answers[-1]:]):
             self.assertEqual([call for call in where if call.startswith("syncfs ")], ["syncfs .", "syncfs packages"])
 
+    def test_what_a_crash_leaves_is_read_from_the_disk(self):
+        """Not from what the system remembers, of bytes that the disk may have refused."""
+        server = Server(self.data)
+        with Session(server.port) as session:
+            session.start("i")
+            session.info("i", "a", 3)
+            session.block("i", "a", 1, b"end")
+        server.kill()
+        calls = [call for call in self.traced(lambda session: None) if call.endswith("/1.pkg")]
+        self.assertEqual(calls, ["sync packages/01/1.pkg", "forget packages/01/1.pkg", "read packages/01/1.pkg"])
+
     def calls(self, lines):
         """The trace as "write FILE", "punch FILE", "sync FILE", "remove FILE" and "answer 200"; a call stands where it
         ended, but an answer where it began."""
@@ -200,15 +211,16 @@ class Durability(unittest.TestCase):
             if line.startswith("sendmsg(") and "HTTP/1.1 200" in line:
                 calls.append("answer 200")
                 continue
-            found = (re.match(r"(fsync|fdatasync|syncfs|pwrite64|fallocate)\(\d+<([^>]*)>", line)
+            found = (re.match(r"(fsync|fdatasync|syncfs|pread64|pwrite64|fadvise64|fallocate)\(\d+<([^>]*)>", line)
                      or re.match(r'(unlink)\("([^"]*)"', line))
-            if found and found[2].startswith(str(self.data)):
-                what = {"pwrite64": "write ", "fallocate": "punch ", "syncfs": "syncfs ",
+            if found and found[2].startswith(str(self.data)) and (
+                    found[1] not in ("pread64", "fadvise64") or found[2].endswith(".pkg")):
+                what = {"pread64": "read ", "pwrite64": "write ", "fadvise64": "forget ", "fallocate": "punch ", "syncfs": "syncfs ",
                         "unlink": "remove "}.get(found[1], "sync ")
                 begun[pid] = what + os.path.relpath(found[2], self.data)
             if pid in begun and "<unfinished" not in line:
                 call = begun.pop(pid)
-                self.assertRegex(line, r"= [1-9]\d*$" if call.startswith("write") else r"= 0$")
+                self.assertRegex(line, r"= [1-9]\d*$" if call.startswith(("read", "write")) else r"= 0$")
                 calls.append(call)
         return calls
 

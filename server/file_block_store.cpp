@@ -152,6 +152,26 @@ bool FileBlockStore::sync(int64_t container, int64_t length) {
     return true;
 }
 
+bool FileBlockStore::syncToReadAgain(int64_t container) {
+    if (!sync(container, 0)) {
+        return false;
+    }
+    if (const FileDescriptor fd = open(path(container), O_RDONLY)) {
+        // All of it is on the disk, or counts as such: nothing is lost with what is remembered.
+        ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
+    }
+    return true;
+}
+
+std::vector<int64_t> FileBlockStore::refused() {
+    std::vector<int64_t> all;
+    for (SyncGroup& group : groups_) {
+        const std::lock_guard lock(group.mutex);
+        all.insert(all.end(), group.refused.begin(), group.refused.end());
+    }
+    return all;
+}
+
 void FileBlockStore::remove(int64_t container) {
     requireMarker(folder_);
     const fs::path file = path(container);

@@ -36,7 +36,11 @@ public:
     [[nodiscard]] std::optional<int64_t> length(int64_t container) override;
     void discard(int64_t container, int64_t offset, int64_t length) override;
     bool sync(int64_t container, int64_t length) override;
+    bool syncToReadAgain(int64_t container) override;
     void remove(int64_t container) override;
+
+    // The containers of which the disk has refused bytes.
+    [[nodiscard]] std::vector<int64_t> refused();
 
     struct Found {
         int64_t container = 0;

@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "after_power_cut.h"
+#include "after_crash.h"
 #include "digest.h"
 #include "given_up.h"
 #include "package_marker.h"
@@ -130,7 +130,8 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
         writeMarker(blocks.folder(), *marker);
     }
     const bool older = marker->generation > service.generation;
-    const bool lostPower = catalog.lostPower(boot);
+    using End = SqliteCatalog::LastEnd;
+    const End end = catalog.lastEnd(boot);
     if (older) {
         log("start: catalog.db is older than the packages");
         for (const std::string& name : catalog.abandonOpen()) {
@@ -140,14 +141,15 @@ void reconcile(SqliteCatalog& catalog, FileBlockStore& blocks, std::string_view 
         }
     }
     // No backup that is completed has bytes there unless the catalog is an older one.
-    moveStrangersAside(catalog, blocks, found, lostPower && !older ? Tails::ours : Tails::unknown,
-                       log);
+    moveStrangersAside(catalog, blocks, found,
+                       end == End::lostPower && !older ? Tails::ours : Tails::unknown, log);
     if (marker->identity.empty() && service.identity.empty()) {
         marker->identity = newIdentity();
     }
-    if (lostPower) {
-        const KeptAfterPowerCut kept = keepWhatIsWhole(catalog, blocks);
-        log("start: the machine went down while serving; of " + std::to_string(kept.packages) +
+    if (end != End::inOrder) {
+        const KeptAfterCrash kept = keepWhatIsWhole(catalog, blocks);
+        log(std::string("start: the ") + (end == End::died ? "service died" : "machine went down") +
+            " while serving; of " + std::to_string(kept.packages) +
             " packages of unfinished backups that no sync point covers " +
             std::to_string(kept.shortened) + " have lost bytes");
     }

@@ -106,11 +106,15 @@ void SqliteCatalog::everythingIsSynced() {
     readSynced();
 }
 
-bool SqliteCatalog::lostPower(std::string_view boot) {
+SqliteCatalog::LastEnd SqliteCatalog::lastEnd(std::string_view boot) {
     const std::lock_guard lock(mutex_);
     readSynced();
-    Statement cut(database_, "SELECT 1 FROM service WHERE boot <> '' AND boot <> ?1");
-    return cut.query(boot).next();
+    Statement last(database_, "SELECT boot FROM service WHERE boot <> ''");
+    auto rows = last.query();
+    if (!rows.next()) {
+        return LastEnd::inOrder;
+    }
+    return rows.text(0) == boot ? LastEnd::died : LastEnd::lostPower;
 }
 
 void SqliteCatalog::readSynced() {

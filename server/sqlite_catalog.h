@@ -50,11 +50,13 @@ public:
     Service service();
     // Any file of any backup has bytes in some container.
     bool hasBlocks();
-    // Whether the machine has been started anew without an end of service before.
-    bool lostPower(std::string_view boot);
+    // How service ended the last time: `died` with the process, `lostPower` with the machine, which
+    // has been started anew.
+    enum class LastEnd : uint8_t { inOrder, died, lostPower };
+    LastEnd lastEnd(std::string_view boot);
     // Begins service under this boot of the machine, see above; takes an identity if one is given,
-    // and a generation above the packages'. Durable. The caller has seen to the running backups if
-    // power was lost.
+    // and a generation above the packages'. Durable. The caller has seen to the running backups
+    // unless the last one ended in order.
     void beginService(std::string_view boot, std::string_view identity, int64_t generation);
     // Begins a new generation if anything has changed since the last one. Durable.
     void nextGeneration();

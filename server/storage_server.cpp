@@ -212,6 +212,10 @@ void StorageServer::end() {
 void StorageServer::recordEnd() {
     try {
         room_.givingWay([this] {
+            // With this process ends the memory of what the disk has refused.
+            for (const int64_t container : blocks_.refused()) {
+                catalog_.damageContainer(container);
+            }
             catalog_.endService();
         });
         if (generations_) {

@@ -1,10 +1,12 @@
-#include "after_power_cut.h"
+#include "after_crash.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "digest.h"
+#include "event_log.h"
 #include "item_pieces.h"
 
 namespace dorvo {
@@ -31,8 +33,9 @@ int64_t countWhole(Catalog& catalog, BlockStore& blocks, const StoredFile& file,
 
 }  // namespace
 
-KeptAfterPowerCut keepWhatIsWhole(Catalog& catalog, BlockStore& blocks) {
-    KeptAfterPowerCut kept;
+KeptAfterCrash keepWhatIsWhole(Catalog& catalog, BlockStore& blocks) {
+    KeptAfterCrash kept;
+    std::set<int64_t> refreshed;
     for (const int64_t instance : catalog.listRunning()) {
         const auto keepPiece = [&](const std::vector<CatalogItem>& items) {
             std::vector<KeptBlocks> shortened;
@@ -43,6 +46,12 @@ KeptAfterPowerCut keepWhatIsWhole(Catalog& catalog, BlockStore& blocks) {
                 }
                 if (const auto first = catalog.findUnsynced(file)) {
                     ++kept.packages;
+                    if (refreshed.insert(file.container).second &&
+                        !blocks.syncToReadAgain(file.container)) {
+                        logEvent("damaged: the disk has refused bytes of container " +
+                                 std::to_string(file.container));
+                        catalog.damageContainer(file.container);
+                    }
                     const int64_t whole = countWhole(catalog, blocks, file, *first);
                     if (whole < file.blocks) {
                         shortened.push_back({item.path, whole});
