@@ -2,12 +2,15 @@
 
 #include <cstring>
 
+#include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/rm_rf.h"
 #include "base/singleton.h"
 #include "job/backuprun.h"
 #include "job/jobmanager.h"
+#include "record/jobactsrcreader.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
 #include "source/volumemap.h"
@@ -54,16 +57,12 @@ BackupJob::~BackupJob() {
     shutdown();
     planner_.stop();
     if (removing()) {
-        drops_.handOn(definition());
+        drops_.handOn(definition());  // on failure they stay where they are
     }
 }
 
 bool BackupJob::init() {
-    if (!running() && activity().get() != nullptr && !restartable(state()) &&
-        !instanceText().empty()) {
-        drops_.note(placeOfRun());  // that of an older version, before it may be recorded as ended
-    }
-    if (!TransferJob::init()) {
+    if (!noteLeft() || !TransferJob::init()) {
         return false;
     }
     if (!backup().scheduleIsValid()) {
@@ -73,6 +72,21 @@ bool BackupJob::init() {
     }
     plan(PlanReason::loaded);
     return true;
+}
+
+// A run that an older version has begun is noted before it may be recorded as ended: until its note
+// is on the disk, its record alone says that there is something to drop.
+bool BackupJob::noteLeft() {
+    if (running() || activity().get() == nullptr || restartable(state()) ||
+        instanceText().empty() || drops_.note(placeOfRun())) {
+        return true;
+    }
+    const LastErrorGuard keep;
+    const int32_t pending = activity()->pendingState;
+    const bool ends = state() == static_cast<int32_t>(JobState::canceling) ||
+                      pending == static_cast<int32_t>(JobState::canceling) ||
+                      pending == static_cast<int32_t>(JobState::error);
+    return !ends || drops_.holds(instanceText());
 }
 
 unsigned long BackupJob::run() {
@@ -153,19 +167,46 @@ bool BackupJob::recordError(const wchar_t* path, DWORD code, const std::string& 
 
 // A completed run is never dropped: it is recorded as such when its note is gone.
 bool BackupJob::completeAtStorage() {
-    return storage_->end() && drops_.forget(instanceText());
+    if (completed_ != instanceText()) {
+        if (!storage_->end()) {
+            return false;
+        }
+        completed_ = instanceText();
+    }
+    return drops_.forget(completed_);
 }
 
-bool BackupJob::dropAtStorage(int) {
-    const bool dropped = (storage_ || makeStorage(StorageUse::end)) && storage_->cancel();
-    const LastErrorGuard keep;
-    if (dropped || isRefusal(keep.error())) {
-        drops_.forget(instanceText());
+// What the storage has completed stays, and is what the run has come to, whoever stops it then: the
+// answer to its end may have been lost. A refusal is no answer for good, see PendingDrops::tell.
+bool BackupJob::dropAtStorage(int& endCode) {
+    if (completed_ != instanceText()) {
+        if ((storage_ || makeStorage(StorageUse::end)) && storage_->cancel()) {
+            drops_.forget(instanceText());
+            services_.tellDrops();  // the storage is there: it hears of the others, too
+            return true;
+        }
+        const LastErrorGuard keep;
+        if (!storage_ || !isCompletedAtStorage(keep.error())) {
+            return false;
+        }
     }
-    if (dropped) {
-        services_.tellDrops();  // the storage is there: it hears of the others, too
+    endCode = static_cast<int>(JobState::completed);
+    drops_.forget(instanceText());  // else the teller does, which goes by the record
+    return true;
+}
+
+// A folder says that of completed runs only. A service says a conflict, and is asked for the end
+// once more, which changes nothing about a completed run; a run that does not stand at the end of
+// its list has never been ended.
+bool BackupJob::isCompletedAtStorage(DWORD refusal) {
+    if (refusal != withHttpMark(409)) {
+        return refusal == errorInstanceState;
     }
-    return dropped;
+    std::wstring directory;
+    JobActivitySourceReader list;
+    return jobDirectory(definition().id(), directory) &&
+           list.open(directory + L"\\src", static_cast<int64_t>(activity()->sourcePosition)) &&
+           list.next() == tagSetEnd && list.next() == 0 && storage_->end();
 }
 
 bool BackupJob::noteRun() {

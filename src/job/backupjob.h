@@ -70,7 +70,9 @@ private:
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
-    bool dropAtStorage(int endCode) override;
+    bool dropAtStorage(int& endCode) override;
+    bool isCompletedAtStorage(DWORD refusal);
+    bool noteLeft();
     // Notes where the run is, before its storage hears of it. False with the last error:
     // errorOtherServer when the run has begun at another one than is set now.
     bool noteRun();
@@ -93,6 +95,7 @@ private:
     // The work thread's.
     VolumeMap volumes_;
     std::unique_ptr<BackupStorage> storage_;
+    std::string completed_;  // the run that its storage has completed
 };
 
 }  // namespace dorvo

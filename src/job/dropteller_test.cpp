@@ -78,8 +78,8 @@ TEST_F(DropTellerTest, TellsWhatJobsAndRemovedJobsHaveLeft) {
     EXPECT_TRUE(exists(live + L"\\def")) << "which is the job's";
     EXPECT_FALSE(exists(kept + L"\\" + toWide(first)));
     EXPECT_TRUE(exists(kept + L"\\" + toWide(second)));
-    // The next process, whom the service tells that it has completed the run.
-    EXPECT_EQ(tell({0x20010199}), std::vector<std::string>{"gone, user of gone, 2"});
+    // The next process, whom the folder tells that it has completed the run.
+    EXPECT_EQ(tell({ERROR_INVALID_STATE}), std::vector<std::string>{"gone, user of gone, 2"});
     EXPECT_FALSE(exists(kept));
     EXPECT_TRUE(tell({}).empty());
 }

@@ -69,6 +69,9 @@ void JobManagerImpl::loadJob(const std::wstring& directory, const std::string& n
     }
     const DWORD error = GetLastError();
     if (isNoDefinition(error)) {
+        if (PendingDrops(name).stay()) {
+            return;  // they are told from there; a later start finds the directory empty
+        }
         log(LogLevel::information, "Recycle the job directory \"%s\".\n",
             toUtf8(directory).c_str());
         rm_rf(directory, true);

@@ -277,6 +277,30 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
     EXPECT_FALSE(exists(JobGround::directory("live") + L"\\drops"));
 }
 
+// Those of a job that was removed while its disk was full.
+TEST_F(JobManager, TellsRunsWhereTheyCouldNotBeHandedOnAndMakesNoJobOfThem) {
+    manager_->close();
+    const std::wstring home = JobGround::directory("kept");
+    createDirectories(home);
+    ASSERT_TRUE(backupDefinition("kept")->save(home + L"\\def"));
+    PendingDrops("kept").note({"00000000-0000-0000-0000-000000000001", L""});
+    writeFile(home.substr(0, home.rfind(L"\\job\\")) + L"\\drops", "no room");
+    const LogCapture quiet;
+    EXPECT_FALSE(PendingDrops("kept").handOn(*backupDefinition("kept")));
+    Signal told;
+    JobManagerImpl other([&](const JobDefinition& job, const PendingDrop&, HANDLE) {
+        EXPECT_EQ(job.id(), "kept");
+        told.set();
+        SetLastError(WSAECONNRESET);
+        return false;
+    });
+    EXPECT_TRUE(other.open());
+    EXPECT_TRUE(told.wait());
+    EXPECT_EQ(other.job("kept"), nullptr);
+    other.close();
+    EXPECT_TRUE(exists(home + L"\\drops\\def"));
+}
+
 // A server that is not there holds up no run that is to pause.
 TEST_F(JobManager, PausesItsRunsBeforeItWaitsForThoseWhoTellOfDrops) {
     EXPECT_TRUE(submit("a"));

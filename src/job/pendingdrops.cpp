@@ -2,14 +2,18 @@
 
 #include <windows.h>
 
+#include <charconv>
 #include <memory>
 #include <mutex>
 #include <utility>
 
 #include "base/handle.h"
+#include "base/http_error.h"
 #include "base/last_error.h"
+#include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/rm_rf.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
@@ -24,6 +28,8 @@ namespace {
 
 constexpr wchar_t definitionName[] = L"\\def";
 constexpr std::string_view serverPrefix = "http://";  // begins no absolute path
+constexpr std::string_view refusedLine = "\nrefused ";
+constexpr uint64_t hour = 60 * 60 * ticksPerSecond;
 
 // Keeps one change of the notes, of their folders, and of the definition beside those of removed
 // jobs apart from another.
@@ -64,7 +70,22 @@ std::string textOf(const PendingDrop& run) {
     if (!run.location.empty()) {
         return toUtf8(run.location);
     }
-    return run.server.empty() ? std::string() : std::string(serverPrefix) + run.server;
+    std::string text = run.server.empty() ? std::string() : std::string(serverPrefix) + run.server;
+    if (run.refusals != 0) {
+        text.append(refusedLine).append(std::to_string(run.refusals));
+    }
+    return text;
+}
+
+// What of a note's text says where the run is.
+std::string cutRefusals(std::string text, unsigned& refusals) {
+    refusals = 0;
+    if (const size_t line = text.rfind(refusedLine); line != std::string::npos) {
+        std::from_chars(text.data() + line + refusedLine.size(), text.data() + text.size(),
+                        refusals);
+        text.erase(line);
+    }
+    return text;
 }
 
 bool read(const std::wstring& folder, const std::string& id, PendingDrop& run) {
@@ -80,9 +101,11 @@ bool read(const std::wstring& folder, const std::string& id, PendingDrop& run) {
     if (!whole) {
         return false;
     }
+    unsigned refusals = 0;
+    text = cutRefusals(std::move(text), refusals);
     const bool web = text.starts_with(serverPrefix);
     run = {id, web ? std::wstring() : toWide(text),
-           web ? text.substr(serverPrefix.size()) : std::string()};
+           web ? text.substr(serverPrefix.size()) : std::string(), refusals};
     return true;
 }
 
@@ -113,7 +136,11 @@ PendingDrops::PendingDrops(std::string jobId, std::wstring home, std::wstring fo
 std::vector<PendingDrops> PendingDrops::all() {
     std::vector<PendingDrops> all;
     for (const std::wstring& directory : jobDirectories()) {
-        all.emplace_back(toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
+        PendingDrops drops(toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
+        if (drops.stay()) {
+            drops.home_ = drops.folder_;
+        }
+        all.push_back(std::move(drops));
     }
     const std::wstring root = handedOnRoot();
     for (const std::wstring& name : namesIn(root)) {
@@ -136,6 +163,7 @@ bool PendingDrops::bindTo(const std::string& server, Bind which) {
             } else if (run.location.empty() && run.server != server &&
                        (which == Bind::all || run.server.empty())) {
                 run.server = server;
+                run.refusals = 0;
                 bound = drops.write(run) && bound;
             }
         }
@@ -209,12 +237,34 @@ void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) con
         if (stand == Stand::toDrop && drop(run)) {
             log(LogLevel::information, "The storage of job {%s} has dropped run {%s} now.\n",
                 jobId_.c_str(), id.c_str());
-        } else if (stand == Stand::toDrop && !isRefusal(GetLastError())) {
+        } else if (stand == Stand::toDrop && !believes(run, GetLastError())) {
             continue;
         }
         forget(id);
     }
     tidyUp();
+}
+
+// A folder speaks for itself. For a server anything on the way may have spoken.
+bool PendingDrops::believes(const PendingDrop& told, DWORD error) const {
+    if (!isHttpStatus(error) || !isRefusal(error)) {
+        return isRefusal(error);
+    }
+    const std::lock_guard guard(changing);
+    const std::wstring path = longPath(folder_ + L"\\" + toWide(told.instanceId));
+    PendingDrop run;
+    WIN32_FILE_ATTRIBUTE_DATA note;
+    if (!read(folder_, told.instanceId, run) || run.server != told.server ||
+        GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &note) == 0) {
+        return false;
+    }
+    // When the last one counted, or the run began. A clock that was ahead counts as an hour.
+    const uint64_t written = toTicks(note.ftLastWriteTime);
+    const uint64_t now = utcTimeNow();
+    if (written <= now && now - written < hour) {
+        return false;
+    }
+    return ++run.refusals >= endTries || (write(run), false);
 }
 
 // What a kill has left of a note half written goes, and the folder when it is empty then.
@@ -241,7 +291,8 @@ bool PendingDrops::handOn(const JobDefinition& definition) const {
     const std::wstring to = root + L"\\" + toWide(jobId_);
     // The definition comes first: without it nobody would know whose runs they are.
     if (!createDirectories(to) || !definition.save(to + definitionName)) {
-        return failed("hand on the definition and", ids.front(), jobId_);
+        failed("hand on the definition and", ids.front(), jobId_);
+        return keepHere();
     }
     bool kept = true;
     for (const std::string& id : ids) {
@@ -253,7 +304,17 @@ bool PendingDrops::handOn(const JobDefinition& definition) const {
         } while (!moved && retry.again(ERROR_ACCESS_DENIED));
         kept = (moved || failed("hand on the note of", id, jobId_)) && kept;
     }
-    return kept;
+    return kept || keepHere();
+}
+
+// Puts the definition beside the notes, for which nothing has to be written: the job is no more,
+// and they are told from here. Gives false with the last error of what went wrong before.
+bool PendingDrops::keepHere() const {
+    const LastErrorGuard keep;
+    if (home_ != folder_ && !replaceFile(home_ + definitionName, folder_ + definitionName)) {
+        failed("keep the definition beside", instancesIn(folder_).front(), jobId_);
+    }
+    return false;
 }
 
 bool PendingDrops::handOn() const {
@@ -264,7 +325,19 @@ bool PendingDrops::handOn() const {
     if (!definition) {
         return failed("hand on without a definition", instancesIn(folder_).front(), jobId_);
     }
-    return !equalsIgnoreCase(definition->id(), jobId_) || handOn(*definition);
+    if (equalsIgnoreCase(definition->id(), jobId_)) {
+        return handOn(*definition);
+    }
+    return rm_rf(folder_, true);  // copies of another job's, which has them
+}
+
+bool PendingDrops::holds(const std::string& instanceId) const {
+    return !isMissing(folder_ + L"\\" + toWide(instanceId));
+}
+
+bool PendingDrops::stay() const {
+    const std::wstring directory = folder_.substr(0, folder_.rfind(L'\\'));
+    return any() && fileExists(folder_ + definitionName) && isMissing(directory + definitionName);
 }
 
 bool PendingDrops::any() const {

@@ -1,15 +1,21 @@
 // The runs of a backup job that their storage is to drop unless they are completed.
 //
 // A run is noted before its storage hears of it, and forgotten when it is completed, dropped, or
-// refused: whenever the process dies, what lies at a storage is on record. So each note is told but
-// that of the run which the job's own record has as unfinished.
+// refused for good: whenever the process dies, what lies at a storage is on record. So each note is
+// told but that of the run which the job's own record has as unfinished. A server's refusal counts
+// once an hour, and is believed when it has counted fifteen times: a gate on the way may have said
+// it, and nothing is asked for ever.
 //
 // A note is a file in the job's folder "drops", named as the run's instance. Its text is where the
 // run is stored, since definition and options may change meanwhile: the folder of the backups, or
-// "http://" and the name of the server; empty, of an older version, for whichever is set. When the
+// "http://" and the name of the server; empty, of an older version, for whichever is set. A second
+// line counts how often a server has refused to drop the run. When the
 // job is removed they move to a folder of its id in the data directory's "drops", where its
-// definition says whose they were. Any thread. Failures are logged and leave the last error.
+// definition says whose they were; on a disk without room for that they stay in the job's.
+// Any thread. Failures are logged and leave the last error.
 #pragma once
+
+#include <windows.h>
 
 #include <jobdef/jobdefinition.h>
 
@@ -27,6 +33,7 @@ struct PendingDrop {
     std::string instanceId;
     std::wstring location;    // of local backups; empty: the web service
     std::string server = {};  // of the web service, a serverName(); empty: whichever is set
+    unsigned refusals = 0;    // of the web service, so far
 };
 
 class PendingDrops {
@@ -47,12 +54,17 @@ public:
     // cannot be. One thread at a time.
     void tell(const std::function<bool(const PendingDrop&)>& drop) const;
 
-    // The job goes, with its folder, and its record has forgotten its run.
+    // The job goes, with its folder, and its record has forgotten its run. On failure notes and
+    // definition stay in the folder "drops" of the job's, see stay().
     bool handOn(const JobDefinition& definition) const;
     // The same for a directory of which no job was made, unless its definition is another job's.
     bool handOn() const;
 
     bool any() const;
+    // Whether the run's note is there, readable or not.
+    bool holds(const std::string& instanceId) const;
+    // Whether these are a removed job's that could not be handed on.
+    bool stay() const;
     const std::string& jobId() const { return jobId_; }
     // Where the definition is that says whose runs they are.
     const std::wstring& home() const { return home_; }
@@ -62,7 +74,9 @@ private:
 
     PendingDrops(std::string jobId, std::wstring home, std::wstring folder);
     Stand standOf(const std::string& instanceId) const;
+    bool keepHere() const;
     bool write(const PendingDrop& run) const;
+    bool believes(const PendingDrop& told, DWORD error) const;
     void tidyUp() const;
 
     std::string jobId_;

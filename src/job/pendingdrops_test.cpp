@@ -9,8 +9,10 @@
 #include <utility>
 
 #include "base/handle.h"
+#include "base/local_time.h"
 #include "base/sharing_retry.h"
 #include "job/jobdirectories.h"
+#include "job/transferfailure.h"
 #include "jobdef/backupjobdefinition.h"
 #include "record/jobactivityhandle.h"
 #include "settings/storefile.h"
@@ -78,6 +80,60 @@ TEST_F(PendingDropsTest, AreToldToTheirPlaceUntilItAnswers) {
         EXPECT_EQ(told(ERROR_SUCCESS), "");
         EXPECT_TRUE(isMissing(folder_)) << "with what a kill has left";
     }
+}
+
+// Anything between here and the service may have said it.
+TEST_F(PendingDropsTest, ARefusalOfTheServiceIsBelievedAfterFifteenHours) {
+    struct Row {
+        const char* name;
+        DWORD error;
+        double hours;  // from one to the next
+        bool counts;
+    };
+    const Row rows[] = {
+        {"400", 0x20010190, 1.01, true},
+        {"403", 0x20010193, 1.01, true},
+        {"404", 0x20010194, 1.01, true},
+        {"409", 0x20010199, 100, true},
+        {"a clock that was ahead", 0x20010194, -100, true},
+        {"too soon", 0x20010194, 0.99, false},
+        {"no login", 0x20010191, 2, false},
+        {"away", WSAECONNRESET, 2, false},
+    };
+    const auto age = [&](double hours) {
+        const FileHandle file(CreateFileW(noteOf(first).c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
+        const FILETIME then =
+            toFileTime(utcTimeNow() - static_cast<uint64_t>(static_cast<int64_t>(
+                                          hours * 3600 * static_cast<double>(ticksPerSecond))));
+        EXPECT_TRUE(SetFileTime(file.get(), nullptr, nullptr, &then));
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        rm_rf(folder_, true);
+        drops_.note({first, L"", "server:80"});
+        for (unsigned times = 1; times < endTries + 1; ++times) {
+            age(row.hours);
+            EXPECT_EQ(told(row.error), "1@server:80 ") << times;
+        }
+        EXPECT_EQ(told(WSAESTALE), row.counts ? "" : "1@server:80 ");
+    }
+    // Each server has its own, and none is told twice of what came in between.
+    rm_rf(folder_, true);
+    drops_.note({first, L"", ""});
+    age(2);
+    EXPECT_EQ(told(0x20010194), "1@ ");
+    EXPECT_EQ(drops_.note({first, L""})->refusals, 1u);
+    EXPECT_TRUE(PendingDrops::bindTo("new:80", Bind::unbound));
+    EXPECT_EQ(drops_.note({first, L""})->refusals, 0u);
+    EXPECT_EQ(told(WSAESTALE), "1@new:80 ");
+    age(2);
+    drops_.tell([](const PendingDrop&) {
+        EXPECT_TRUE(PendingDrops::bindTo("newer:80", Bind::all));
+        SetLastError(0x20010194);
+        return false;
+    });
+    EXPECT_EQ(told(WSAESTALE), "1@newer:80 ") << "not overwritten by who was told meanwhile";
 }
 
 // Whose note is there from before its storage hears of it.
@@ -205,6 +261,44 @@ TEST_F(PendingDropsTest, OneThatCannotBeMovedIsKept) {
     EXPECT_TRUE(fileExists(noteOf(first)));
 }
 
+// On a full disk, say: they are the only ones there are.
+TEST_F(PendingDropsTest, ThoseThatCannotBeHandedOnStayWithWhoseTheyAre) {
+    const BackupJobDefinition job("j1", L"name", "alice");
+    const std::wstring home = dataPath(L"\\job\\j1");
+    const Meanwhile nothing([] {});
+    const test::LogCapture quiet;
+    for (const bool held : {false, true}) {
+        SCOPED_TRACE(held);
+        rm_rf(home, true);
+        write(dataPath(L"\\drops"), "no room");
+        createDirectories(home);
+        ASSERT_TRUE(job.save(home + L"\\def"));
+        write(home + L"\\info", "");
+        write(home + L"\\tmp\\package", "bytes");
+        drops_.note({first, L"E:\\b"});
+        drops_.note({second, L""});
+        {
+            const FileHandle definition = held ? hold(home + L"\\def") : FileHandle();
+            EXPECT_FALSE(drops_.handOn(job));
+            EXPECT_TRUE(removeJobDirectory("j1"));
+        }
+        EXPECT_FALSE(fileExists(home + L"\\info"));
+        EXPECT_FALSE(fileExists(home + L"\\tmp"));
+        EXPECT_EQ(fileExists(home + L"\\def"), held) << "the job comes back then";
+        EXPECT_EQ(drops_.stay(), !held);
+        const auto left = PendingDrops::all();
+        ASSERT_EQ(left.size(), 1u);
+        const auto whose = readDefinition(left[0].home());
+        ASSERT_TRUE(whose);
+        EXPECT_EQ(whose->user(), "alice");
+        EXPECT_EQ(told(left[0], ERROR_SUCCESS), "1@E:\\b 2@ ");
+        EXPECT_TRUE(isMissing(folder_));
+        EXPECT_TRUE(removeJobDirectory("j1"));
+        EXPECT_TRUE(isMissing(home));
+        DeleteFileW(dataPath(L"\\drops").c_str());
+    }
+}
+
 TEST_F(PendingDropsTest, OfNoJobAreHandedOnByItsOwnDefinitionOnly) {
     const std::wstring definition = dataPath(L"\\job\\j1\\def");
     const std::wstring to = dataPath(L"\\drops\\j1\\") + toWide(first);
@@ -215,6 +309,8 @@ TEST_F(PendingDropsTest, OfNoJobAreHandedOnByItsOwnDefinitionOnly) {
     ASSERT_TRUE(BackupJobDefinition("copied", L"name", "alice").save(definition));
     EXPECT_TRUE(drops_.handOn());
     EXPECT_FALSE(fileExists(to)) << "it may be the run that goes on of another";
+    EXPECT_FALSE(drops_.any());
+    drops_.note({first, L""});
     ASSERT_TRUE(BackupJobDefinition("J1", L"name", "alice").save(definition));
     EXPECT_TRUE(drops_.handOn());
     EXPECT_TRUE(fileExists(to));

@@ -69,7 +69,7 @@ bool RestoreJob::completeAtStorage() {
     return endAtStorage(static_cast<int>(JobState::completed));
 }
 
-bool RestoreJob::dropAtStorage(int endCode) {
+bool RestoreJob::dropAtStorage(int& endCode) {
     return endAtStorage(endCode);
 }
 

@@ -47,7 +47,7 @@ private:
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
-    bool dropAtStorage(int endCode) override;
+    bool dropAtStorage(int& endCode) override;
     void closeStorage() override { storage_.reset(); }
     // Its items are in their places: that the service has not heard of it makes no failure of it.
     FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {

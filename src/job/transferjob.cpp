@@ -258,7 +258,7 @@ int TransferJob::cleanup(int endCode) {
     if (endCode == number(JobState::completed)) {
         endCode = complete();
     } else if (isFinal(endCode)) {
-        drop(endCode);
+        endCode = drop(endCode);
     }
     writeHistory(endCode);
     tidyUp(endCode);
@@ -292,12 +292,11 @@ int TransferJob::endFailed(unsigned long code) {
         retry_ = true;
         return number(JobState::paused);
     }
-    drop(number(JobState::error));
-    return number(JobState::error);
+    return drop(number(JobState::error));
 }
 
 // Whatever a crash leaves then, the run does not go on: the storage may have dropped it.
-void TransferJob::drop(int endCode) {
+int TransferJob::drop(int endCode) {
     if (atStorage_ && endCode == number(JobState::error)) {
         activity()->endError = static_cast<uint32_t>(runError_);
         std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -308,6 +307,12 @@ void TransferJob::drop(int endCode) {
         logRetry("cancel", GetLastError());
     }
     atStorage_ = false;
+    if (endCode == number(JobState::completed)) {
+        runError_ = ERROR_SUCCESS;
+        log(LogLevel::information, "Job {%s} was to be dropped, but has been completed before.\n",
+            definition().id().c_str());
+    }
+    return endCode;
 }
 
 void TransferJob::logRetry(const char* verb, unsigned long code) const {

@@ -70,7 +70,8 @@ protected:
     virtual bool openStorage() = 0;
     virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
     virtual bool completeAtStorage() = 0;
-    virtual bool dropAtStorage(int endCode) = 0;
+    // A run that turns out to be completed there ends as such, whatever the end code was.
+    virtual bool dropAtStorage(int& endCode) = 0;
     virtual void closeStorage() = 0;
     // What a failure to complete the run means, the last of these.
     virtual FailureAction endAction(const Failure& failure, const EndFailures& failures) const = 0;
@@ -107,7 +108,7 @@ private:
     void finish(int endCode);
     int complete();
     int endFailed(unsigned long code);
-    void drop(int endCode);
+    int drop(int endCode);
     void resumeLater();
     void logRetry(const char* verb, unsigned long code) const;
     bool requestStop();
