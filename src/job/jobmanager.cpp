@@ -194,6 +194,7 @@ Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
         SetLastError(ERROR_INVALID_NAME);
         return nullptr;
     }
+    awaitLeft(id);
     std::wstring directory;
     // A directory that cannot be looked at is there: it is not this submission's to take back.
     const bool known = jobDirectory(id, directory) && !isMissing(directory);
@@ -319,18 +320,45 @@ void JobManagerImpl::removeAllJobs() {
 }
 
 bool JobManagerImpl::deleteJob(const char* id) {
-    std::lock_guard guard(lock_);
+    std::unique_ptr<Job> job = takeRemoved(id);
+    if (!job) {
+        return false;
+    }
+    const std::string own = job->definition().id();
+    job.reset();  // without the lock: whoever looks into the directory is waited for
+    {
+        const std::lock_guard guard(leavingLock_);
+        std::erase(leaving_, own);
+    }
+    left_.notify_all();
+    teller_.wake();
+    return true;
+}
+
+// Its id stays taken until its directory is gone.
+std::unique_ptr<Job> JobManagerImpl::takeRemoved(const char* id) {
+    const std::lock_guard guard(lock_);
     log(LogLevel::information, "Delete job %s.\n", id);
-    Job* job = find(id);
+    Job* const job = find(id);
     // A job that came after the removed one under its id is another.
     if (job == nullptr || !job->removing_) {
         log(LogLevel::error, "Delete job failed, job %s is not found.\n", id);
-        return false;
+        return nullptr;
+    }
+    {
+        const std::lock_guard leaving(leavingLock_);
+        leaving_.push_back(job->definition().id());
     }
     jobs_.erase(std::find(jobs_.begin(), jobs_.end(), job));
-    delete job;
-    teller_.wake();
-    return true;
+    return std::unique_ptr<Job>(job);
+}
+
+void JobManagerImpl::awaitLeft(const std::string& id) {
+    std::unique_lock guard(leavingLock_);
+    left_.wait(guard, [&] {
+        return std::none_of(leaving_.begin(), leaving_.end(),
+                            [&](const std::string& other) { return equalsIgnoreCase(other, id); });
+    });
 }
 
 void JobManagerImpl::adoptRemoveThread(HANDLE thread) {

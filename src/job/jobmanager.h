@@ -3,7 +3,8 @@
 // Every operation takes the manager's re-entrant lock; hold locker() to keep the result of job() or
 // jobs() alive across calls. Jobs are found by id without regard to ASCII case. An operation on an
 // id that no job has gives false. Starting a job waits until its run is under way, the bulk
-// operations with `wait` until the runs have ended, all under the lock.
+// operations with `wait` until the runs have ended, all under the lock. A removed job is taken out
+// under it, and deleted, with its directory, without; submitting its id waits for that.
 //
 // The host opens it once, after the timer dispatcher, and closes it before. Nothing of a job is
 // joined in the destructor: one that is left at the end of the process is left alone.
@@ -13,6 +14,7 @@
 
 #include <jobdef/jobdefinition.h>
 
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -104,6 +106,8 @@ private:
     bool makeLoaded(std::unique_ptr<JobDefinition> definition, const std::wstring& directory,
                     const std::string& name);
     bool removeLeftOut(const char* id);
+    std::unique_ptr<Job> takeRemoved(const char* id);
+    void awaitLeft(const std::string& id);
     bool updateJob(Job& job, std::unique_ptr<JobDefinition>& definition);
     Job* addJob(std::unique_ptr<JobDefinition>& definition);
     std::unique_ptr<Job> makeSaved(std::unique_ptr<JobDefinition>& definition,
@@ -112,12 +116,15 @@ private:
                     LogText<std::string, int> waitFailed,
                     const std::function<bool(Job&)>& operation);
 
-    mutable CriticalSection lock_;  // guards jobs_ and every change of a job
-    std::vector<Job*> jobs_;        // owned
-    std::vector<LeftOut> leftOut_;  // under lock_ too
-    DropTeller teller_;             // locks itself
-    std::mutex removersLock_;       // guards removers_
-    std::vector<HANDLE> removers_;  // remove threads to be joined
+    mutable CriticalSection lock_;      // guards jobs_ and every change of a job
+    std::vector<Job*> jobs_;            // owned
+    std::vector<LeftOut> leftOut_;      // under lock_ too
+    DropTeller teller_;                 // locks itself
+    std::mutex leavingLock_;            // guards leaving_
+    std::vector<std::string> leaving_;  // ids of jobs that are being deleted, once each
+    std::condition_variable left_;      // one of them has gone
+    std::mutex removersLock_;           // guards removers_
+    std::vector<HANDLE> removers_;      // remove threads to be joined
 };
 
 }  // namespace dorvo

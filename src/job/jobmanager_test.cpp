@@ -4,6 +4,7 @@
 
 #include <jobdef/jobdefinitionfactory.h>
 
+#include <future>
 #include <utility>
 
 #include "base/handle.h"
@@ -219,6 +220,37 @@ TEST_F(JobManager, RemovesARunningJobOnAThreadOfItsOwn) {
     EXPECT_TRUE(exists(JobGround::directory("b")));
     EXPECT_EQ(ground_.events().back(), JobGround::event("a", "deleted"));
     EXPECT_FALSE(manager_->removeJob("a"));
+}
+
+TEST_F(JobManager, WaitsWithoutItsLockForWhoLooksIntoARemovedJobsDirectory) {
+    static Signal waits;
+    static Signal leave;
+    static FileHandle held;
+    EXPECT_TRUE(submit("a"));
+    held.reset(CreateFileW((JobGround::directory("a") + L"\\def").c_str(), GENERIC_READ, 0, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    EXPECT_TRUE(held);
+    const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {
+        waits.set();
+        EXPECT_TRUE(leave.wait()) << "others are held up";
+        held.reset();
+    });
+    const LogCapture quiet;
+    EXPECT_TRUE(manager_->removeJob("a"));
+    EXPECT_TRUE(waits.wait());
+    EXPECT_EQ(manager_->job("a"), nullptr);
+    EXPECT_TRUE(submit("b"));
+    Signal begun;
+    auto successor = std::async(std::launch::async, [&] {
+        begun.set();
+        return submit("A");
+    });
+    EXPECT_TRUE(begun.wait());
+    leave.set();
+    EXPECT_TRUE(successor.get());
+    SharingRetry::pause = pause;
+    EXPECT_TRUE(saved("A")) << "nobody deletes what came after";
+    EXPECT_EQ(ids(), (Names{"b", "A"}));
 }
 
 // By whom they are told is the teller's own test: here it is when.
