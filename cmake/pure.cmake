@@ -19,7 +19,7 @@ set(pure_sources
     src/http_util/http_location.cpp
     src/record/jobactivity.cpp
     src/record/sourcerecord.cpp
-    src/job/job_states.cpp
+    src/job/statetable.cpp
     src/job/joberror.cpp
     src/job/restorepath.cpp
     src/scheduler/dailyschedulehelper.cpp
@@ -45,7 +45,7 @@ set(pure_tests
     src/http_util/http_location_test.cpp
     src/record/jobactivity_test.cpp
     src/record/sourcerecord_test.cpp
-    src/job/job_states_test.cpp
+    src/job/statetable_test.cpp
     src/job/restorepath_test.cpp
     src/scheduler/schedulehelper_test.cpp
     src/scheduler/schedulezones_test.cpp

@@ -77,15 +77,12 @@ bool BackupJob::init() {
 // A run that an older version has begun is noted before it may be recorded as ended: until its note
 // is on the disk, its record alone says that there is something to drop.
 bool BackupJob::noteLeft() {
-    if (running() || activity().get() == nullptr || restartable(state()) ||
+    if (running() || activity().get() == nullptr || isRestartable(lifecycle().state()) ||
         instanceText().empty() || drops_.note(placeOfRun())) {
         return true;
     }
     const LastErrorGuard keep;
-    const int32_t pending = activity()->pendingState;
-    const bool ends = state() == static_cast<int32_t>(JobState::canceling) ||
-                      pending == static_cast<int32_t>(JobState::canceling) ||
-                      pending == static_cast<int32_t>(JobState::error);
+    const bool ends = leftAs(lifecycle().state(), lifecycle().pending()) != JobState::paused;
     return !ends || drops_.holds(instanceText());
 }
 
@@ -94,12 +91,12 @@ unsigned long BackupJob::run() {
     return carryOut();
 }
 
-int BackupJob::cleanup(int endCode) {
+JobState BackupJob::cleanup(JobState endCode) {
     FunctionTrace trace("BackupJob::cleanup", "backupjob.cpp");
     return TransferJob::cleanup(endCode);
 }
 
-int BackupJob::transfer() {
+JobState BackupJob::transfer() {
     return BackupRun(*this).carryOut();
 }
 
@@ -129,13 +126,13 @@ void BackupJob::stopAsked() {
     }
 }
 
-void BackupJob::tidyUp(int endCode) {
+void BackupJob::tidyUp(JobState endCode) {
     // A run that ends before it has loaded its volumes leaves those of an earlier start.
-    if (volumes_.empty() && endCode != static_cast<int>(JobState::paused)) {
+    if (volumes_.empty() && endCode != JobState::paused) {
         loadVolumes(definition().id().c_str(), volumes_);
     }
-    clearVolumes(volumes_, definition().id().c_str(), endCode);
-    if (endCode != static_cast<int>(JobState::paused)) {
+    clearVolumes(volumes_, definition().id().c_str(), static_cast<int>(endCode));
+    if (endCode != JobState::paused) {
         // Of an item that was broken off with the process.
         rm_rf(itemTempFolder(definition().id()), false);
     }
@@ -178,7 +175,7 @@ bool BackupJob::completeAtStorage() {
 
 // What the storage has completed stays, and is what the run has come to, whoever stops it then: the
 // answer to its end may have been lost. A refusal is no answer for good, see PendingDrops::tell.
-bool BackupJob::dropAtStorage(int& endCode) {
+bool BackupJob::dropAtStorage(JobState& endCode) {
     if (completed_ != instanceText()) {
         if ((storage_ || makeStorage(StorageUse::end)) && storage_->cancel()) {
             drops_.forget(instanceText());
@@ -190,7 +187,7 @@ bool BackupJob::dropAtStorage(int& endCode) {
             return false;
         }
     }
-    endCode = static_cast<int>(JobState::completed);
+    endCode = JobState::completed;
     drops_.forget(instanceText());  // else the teller does, which goes by the record
     return true;
 }

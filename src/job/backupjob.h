@@ -49,7 +49,7 @@ protected:
     bool commandimpl(const char* text) override;
     void startAsked(bool refused) override;
     void runEnds() override;
-    int cleanup(int endCode) override;
+    JobState cleanup(JobState endCode) override;
 
     // A new back end for the run, null with the last error when there can be none. Work thread.
     virtual std::unique_ptr<BackupStorage> createStorage(StorageUse use);
@@ -63,14 +63,14 @@ private:
     }
     const char* kind() const override { return "backup"; }
     void forgetRun() override { volumes_.clear(); }
-    int transfer() override;
-    void tidyUp(int endCode) override;
+    JobState transfer() override;
+    void tidyUp(JobState endCode) override;
     void stopAsked() override;
     bool plan(PlanReason reason);
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
-    bool dropAtStorage(int& endCode) override;
+    bool dropAtStorage(JobState& endCode) override;
     bool isCompletedAtStorage(DWORD refusal);
     bool noteLeft();
     // Notes where the run is, before its storage hears of it. False with the last error:

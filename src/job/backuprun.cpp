@@ -68,7 +68,7 @@ private:
     BackupJob& job_;
 };
 
-int BackupRun::carryOut() {
+JobState BackupRun::carryOut() {
     if (!begin("Start event released.\n")) {
         return endCode();
     }
@@ -86,7 +86,7 @@ int BackupRun::carryOut() {
     }
     log(LogLevel::debug, "COM object initialized.\n");
     const SnapshotsOf snapshots(job_);
-    const int end = prepare() ? BackupItems(job_, reader_).process() : endCode();
+    const JobState end = prepare() ? BackupItems(job_, reader_).process() : endCode();
     reader_.close();
     return end;
 }

@@ -16,7 +16,7 @@ public:
     explicit BackupRun(BackupJob& job) : TransferRun(job), job_(job) {}
 
     // See TransferJob::transfer().
-    int carryOut();
+    JobState carryOut();
 
 private:
     class SnapshotsOf;

@@ -38,7 +38,8 @@ struct Job::Removal {
 Job::Job(std::unique_ptr<JobDefinition> definition)
     : definition_(std::move(definition)),
       commandEvent_(makeEvent(false)),
-      stopEvent_(makeEvent(true)) {
+      stopEvent_(makeEvent(true)),
+      lifecycle_(activity_, [this](JobState state) { notify_state(state); }) {
     if (!activity_.open(definition_->id().c_str(), true)) {
         activity_.close();
     }
@@ -57,14 +58,13 @@ void Job::shutdown() {
         closing_ = true;
         resumeTimer_.reset();
     }
-    if (running() && carriesOn(state())) {
+    if (running() && carriesOn(lifecycle_.state())) {
         pause(false);
     }
     join();
     if (removing_ && activity_.get() != nullptr) {
         // What of its folder stays must not be taken for a run that goes on.
-        activity_.reset(static_cast<int32_t>(JobState::idle), true);
-        activity_.sync();
+        lifecycle_.forget();
     }
 }
 
@@ -78,18 +78,27 @@ bool Job::start() {
         return false;
     }
     threadless_ = false;
-    const bool started = restartable(state()) ? beginRun() : resume();
+    const bool started = setOff(JobRequest::start);
     const LastErrorGuard keep;
     startAsked(!started || threadless_);
     return started;
 }
 
 bool Job::resume() {
-    switch (resumeAction(state())) {
-        case ResumeAction::refuse: return false;
-        case ResumeAction::nothing: takeBackPause(); return true;
-        case ResumeAction::begin: break;
+    return setOff(JobRequest::resume);
+}
+
+// A start or a resume.
+bool Job::setOff(JobRequest request) {
+    switch (answer(request, lifecycle_.state())) {
+        case Answer::begin: return beginRun();
+        case Answer::goOn: return goOn();
+        case Answer::takeBack: takeBackPause(); return true;
+        default: return false;
     }
+}
+
+bool Job::goOn() {
     if (!activity_->hasInstance()) {
         return startAllowed() && beginRun();  // parked while idle: there is no run to go on with
     }
@@ -98,26 +107,24 @@ bool Job::resume() {
 }
 
 bool Job::resumeAfterError() {
-    if (activity_.get() == nullptr || state() != static_cast<int32_t>(JobState::paused) ||
-        activity_->pausedManually != 0) {
+    if (lifecycle_.state() != JobState::paused || activity_->pausedManually != 0) {
         return false;
     }
     return resume();
 }
 
 // Under one lock with pollEvent(): the run has seen either the pause or nothing of it.
-bool Job::takeBackPause() {
+void Job::takeBackPause() {
     std::lock_guard guard(commandLock_);
-    if (activity_->pendingState != static_cast<int32_t>(JobState::pausing)) {
-        return false;
+    if (lifecycle_.pending() != JobState::pausing) {
+        return;
     }
-    activity_->pendingState = 0;
     activity_->pausedManually = 0;
-    activity_.sync();
+    lifecycle_.pend(JobState::none);
     command_ = JobCommand::resume;
     ++pausesTakenBack_;
     ResetEvent(stopEvent_.get());
-    return SetEvent(commandEvent_.get()) != 0;
+    SetEvent(commandEvent_.get());
 }
 
 bool Job::beginRun() {
@@ -126,7 +133,7 @@ bool Job::beginRun() {
     if (!removing_ && !join()) {
         return false;
     }
-    activity_.reset(state(), false);
+    lifecycle_.reset();
     return createInstance() && startTask();
 }
 
@@ -154,8 +161,7 @@ bool Job::startTask() {
         ResetEvent(commandEvent_.get());
         ResetEvent(stopEvent_.get());
     }
-    activity_->pendingState = 0;
-    activity_.sync();
+    lifecycle_.pend(JobState::none);
 
     startEvent_.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (startEvent_ && startThread(run_wrapper, this, workThread_)) {
@@ -175,11 +181,8 @@ bool Job::startTask() {
 // for want of a thread.
 void Job::endWithoutThread(unsigned long code) {
     threadless_ = true;
-    if (restartable(state())) {
-        activity_->endError = static_cast<uint32_t>(code);
-        activity_->lastRunState = static_cast<int32_t>(JobState::error);
-        activity_->lastRunTime = localTimeNow();
-        setState(static_cast<int32_t>(JobState::error));
+    if (isRestartable(lifecycle_.state())) {
+        lifecycle_.end(JobState::error, static_cast<uint32_t>(code));
     }
     notify_error(code);
     notify_state();
@@ -194,9 +197,8 @@ DWORD WINAPI Job::run_wrapper(void* self) {
     } catch (const std::exception& error) {
         log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id().c_str(),
             error.what());
-        job->activity_->pendingState = 0;
-        job->setState(static_cast<int32_t>(JobState::error));
-        job->notify_state();
+        job->lifecycle_.pend(JobState::none);
+        job->lifecycle_.move(JobState::error);
     }
     job->running_ = false;
     return result;
@@ -226,12 +228,12 @@ bool Job::pollEvent(unsigned long timeoutMs) {
     for (;;) {
         const DWORD waited = WaitForSingleObject(commandEvent_.get(), timeoutMs);
         if (waited == WAIT_TIMEOUT) {
-            return carriesOn(state());
+            return carriesOn(lifecycle_.state());
         }
         if (waited != WAIT_OBJECT_0) {
             log(LogLevel::error, "WaitForSingleObject failed. errorcode = %d, %m.\n",
                 GetLastError());
-            activity_->pendingState = 0;
+            lifecycle_.pend(JobState::none);
             return false;
         }
         std::lock_guard guard(commandLock_);
@@ -240,16 +242,11 @@ bool Job::pollEvent(unsigned long timeoutMs) {
             continue;
         }
         log(LogLevel::debug, "%s", event);
-        activity_->pendingState = 0;
-        const PollOutcome outcome = pollCommand(state(), command_);
-        activity_->state = outcome.next;
-        if (outcome.sync) {
-            activity_.sync();
-        }
-        if (outcome.carryOn) {
+        const bool carryOn = lifecycle_.obey(command_);
+        if (carryOn) {
             ResetEvent(stopEvent_.get());
         }
-        return outcome.carryOn;
+        return carryOn;
     }
 }
 
@@ -258,42 +255,41 @@ bool Job::pause(bool manual) {
     if (record == nullptr) {
         return false;
     }
-    switch (pauseAction(state())) {
-        case PauseAction::park:
+    switch (answer(JobRequest::pause, lifecycle_.state())) {
+        case Answer::park:
             record->instanceId = {};
             record->pausedManually = manual ? 1 : 0;
-            setState(static_cast<int32_t>(JobState::paused));
+            lifecycle_.move(JobState::paused, Lifecycle::Tell::nobody);
             return true;
-        case PauseAction::request: return requestPause(manual);
-        case PauseAction::keep:
+        case Answer::tell: return tellPause(manual);
+        case Answer::keep:
             if (manual) {
                 keepPaused();
             }
             return true;
-        case PauseAction::nothing: break;
+        default: return true;
     }
-    return true;
 }
 
-bool Job::requestPause(bool manual) {
-    constexpr auto pausing = static_cast<int32_t>(JobState::pausing);
-    constexpr auto canceling = static_cast<int32_t>(JobState::canceling);
-    constexpr auto ending = static_cast<int32_t>(JobState::error);
-    const int32_t pending = activity_->pendingState;
-    if (pending == pausing || pending == canceling || pending == ending) {
-        if (manual && pending == pausing) {
+bool Job::tellPause(bool manual) {
+    const JobState pending = lifecycle_.pending();
+    if (pending == JobState::pausing) {
+        if (manual) {
             keepPaused();
         }
-        emit(pending == pausing ? JobCommand::pause : JobCommand::stop);
+        emit(JobCommand::pause);
         return true;
     }
-    activity_->pendingState = pausing;
+    if (pending == JobState::canceling || pending == JobState::error) {
+        emit(JobCommand::stop);
+        return true;
+    }
     activity_->pausedManually = manual ? 1 : 0;
-    activity_.sync();
+    lifecycle_.pend(JobState::pausing);
     if (!emit(JobCommand::pause)) {
         return false;
     }
-    notify_state(pausing);
+    notify_state(JobState::pausing);
     return true;
 }
 
@@ -370,13 +366,8 @@ DWORD WINAPI Job::remove_thread(void* argument) {
 bool Job::remove_impl() {
     activity_.close();
     removeJobDirectory(definition_->id());
-    notify_state(static_cast<int32_t>(JobState::deleted));
+    notify_state(JobState::deleted);
     return true;
-}
-
-bool Job::setState(int32_t state) {
-    activity_->state = state;
-    return activity_.sync();
 }
 
 bool Job::commandimpl(const char*) {

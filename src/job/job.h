@@ -26,7 +26,7 @@
 #include "base/api.h"
 #include "base/handle.h"
 #include "job/errorresumetimer.h"
-#include "job/job_states.h"
+#include "job/lifecycle.h"
 #include "record/jobactivityhandle.h"
 
 namespace dorvo {
@@ -118,7 +118,7 @@ protected:
     void shutdown();
 
     bool notify_state();
-    bool notify_state(int32_t state);
+    bool notify_state(JobState state);
     bool notify_error(unsigned long code);
     // The words for an error code of whatever kind.
     std::string reasonText(unsigned long code) const;
@@ -127,7 +127,7 @@ protected:
     // How often a pause was taken back: what one has broken off meanwhile is to be done again.
     unsigned pausesTakenBack() const { return pausesTakenBack_; }
     // Writes one line about the job, as if its state were the given one.
-    void dumpState(std::ostream& os, int32_t state) const;
+    void dumpState(std::ostream& os, JobState state) const;
     static void toDateTime(const FILETIME& time, int& date, int& timeOfDay);
 
     // Resumes the job after the time, unless the user has paused it. Any thread.
@@ -137,6 +137,8 @@ protected:
     // Signalled (manual reset) while a stop or pause is wanted: for the interrupter of long
     // operations, which asks without taking the command away. Lives as long as the job.
     HANDLE stopEvent() const { return stopEvent_.get(); }
+    // The state on record, and the way to move it.
+    Lifecycle& lifecycle() { return lifecycle_; }
     JobActivityHandle& activity() { return activity_; }
     const JobActivityHandle& activity() const { return activity_; }
 
@@ -150,14 +152,15 @@ private:
     static const char* commandEvent(JobCommand command);
 
     bool startAllowed() const;
+    bool setOff(JobRequest request);
+    bool goOn();
     bool beginRun();
     bool createInstance();
-    bool takeBackPause();
+    void takeBackPause();
     void endWithoutThread(unsigned long code);
-    bool requestPause(bool manual);
+    bool tellPause(bool manual);
     void keepPaused();
     bool remove_impl();
-    bool setState(int32_t state);
 
     std::unique_ptr<JobDefinition> definition_;
     KernelHandle startEvent_;    // manual reset; there only while startTask() waits
@@ -167,6 +170,7 @@ private:
     JobCommand command_ = JobCommand::none;
     HANDLE workThread_ = nullptr;  // joined, and so closed, by join()
     JobActivityHandle activity_;
+    Lifecycle lifecycle_;
     std::mutex
         resumeLock_;  // guards what follows up to the flags; the dispatcher's lock comes after
     std::unique_ptr<ErrorResumeTimer> resumeTimer_;

@@ -38,10 +38,6 @@ const char* fileStateText(uint32_t state) {
     return "none";
 }
 
-bool between(int32_t state, JobState first, JobState last) {
-    return state >= static_cast<int32_t>(first) && state <= static_cast<int32_t>(last);
-}
-
 }  // namespace
 
 int32_t Job::state() const {
@@ -101,15 +97,12 @@ void Job::toDateTime(const FILETIME& time, int& date, int& timeOfDay) {
 }
 
 void Job::toJSON(json_spirit::Object& object) const {
-    int32_t shown = state();
-    if (activity_.get() != nullptr &&
-        (activity_->pendingState == static_cast<int32_t>(JobState::pausing) ||
-         activity_->pendingState == static_cast<int32_t>(JobState::canceling))) {
-        shown = activity_->pendingState;
-    }
+    const JobState pending = lifecycle_.pending();
+    const bool asked = pending == JobState::pausing || pending == JobState::canceling;
+    const JobState shown = asked ? pending : lifecycle_.state();
     object["id"] = definition_->id();
     object["state"] = jobStateToString(shown);
-    if (activity_.get() == nullptr || !between(shown, JobState::starting, JobState::paused)) {
+    if (activity_.get() == nullptr || !isUnfinished(shown)) {
         return;
     }
     object["progress"] = progress();
@@ -118,24 +111,24 @@ void Job::toJSON(json_spirit::Object& object) const {
     object["remainTime"] = remainTime();
     object["speed"] = speed();
     object["currentFileState"] = fileStateText(activity_->currentFileState);
-    if (shown == static_cast<int32_t>(JobState::paused)) {
+    if (shown == JobState::paused) {
         object["paused-manually"] = activity_->pausedManually != 0;
     }
 }
 
-void Job::dumpState(std::ostream& os, int32_t state) const {
+void Job::dumpState(std::ostream& os, JobState state) const {
     const JobActivity* record = activity_.get();
     if (record == nullptr) {
         return;
     }
-    const bool resumed = state == static_cast<int32_t>(JobState::running) && record->resuming != 0;
+    const bool resumed = state == JobState::running && record->resuming != 0;
     os << "Job {" << definition_->id() << ", " << toUtf8(definition_->name()) << "} instance {"
        << uuidText(record->instanceId) << "} is "
        << (resumed ? "resuming" : jobStateToString(state));
-    if (state == static_cast<int32_t>(JobState::completing)) {
+    if (state == JobState::completing) {
         os << "used time: " << record->usedTime / ticksPerSecond;
-    } else if (!between(state, JobState::starting, JobState::running) &&
-               state != static_cast<int32_t>(JobState::paused)) {
+    } else if (state != JobState::starting && state != JobState::running &&
+               state != JobState::paused) {
         os << ".";
     } else if (record->fileOffset < record->fileSize) {
         os << " at file " << record->fileIndex << " \"" << toUtf8(file()) << "\" size "
@@ -170,16 +163,16 @@ bool Job::setStartEvent() {
         return false;
     }
     std::ostringstream text;
-    dumpState(text, static_cast<int32_t>(JobState::running));
+    dumpState(text, JobState::running);
     log(LogLevel::information, "%s.\n", text.str().c_str());
     return true;
 }
 
 bool Job::notify_state() {
-    return notify_state(state());
+    return notify_state(lifecycle_.state());
 }
 
-bool Job::notify_state(int32_t state) {
+bool Job::notify_state(JobState state) {
     return postEvent(
         std::make_unique<Event_State>(definition_->user().c_str(), definition_->id().c_str(),
                                       definition_->name().c_str(), static_cast<unsigned>(state)));

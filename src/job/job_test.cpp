@@ -322,7 +322,7 @@ TEST_F(JobLifecycle, TellsItsStateInALine) {
         job->activity()->usedTime = 129'999'999;
         job->activity()->currentFilePath(L"C:\\\u00e4");
         std::ostringstream text;
-        job->dumpState(text, row.state);
+        job->dumpState(text, static_cast<JobState>(row.state));
         EXPECT_EQ(text.str(), std::string("Job {a, name of a} instance "
                                           "{00000000-0000-0000-0000-000000000000} is ") +
                                   row.text);

@@ -177,7 +177,7 @@ bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definit
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
-    if (restartable(job.state())) {
+    if (isRestartable(job.lifecycle_.state())) {
         // On the disk first: what counts as saved is there after the next start.
         if (!saveDefinition(*definition)) {
             return false;

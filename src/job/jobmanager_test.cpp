@@ -152,7 +152,7 @@ TEST_F(JobManager, UpdatesAJobThatDoesNotRun) {
         changed->setName(L"changed " + std::to_wstring(value(state)));
         const int inits = job->inits;
         EXPECT_TRUE(manager_->submitJob(changed.release()));
-        const bool taken = restartable(value(state));
+        const bool taken = isRestartable(state);
         EXPECT_EQ(job->definition().name(),
                   taken ? L"changed " + std::to_wstring(value(state)) : former);
         EXPECT_EQ(saved("Job")->name(), job->definition().name());

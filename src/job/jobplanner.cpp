@@ -20,7 +20,7 @@ constexpr int64_t day = 86'400;
 // Nobody but the user takes up what the user has paused. A run that ended before it saw the pause
 // leaves the flag alone behind.
 bool pausedByUser(const JobActivity& record) {
-    return record.state == static_cast<int32_t>(JobState::paused) && record.pausedManually != 0;
+    return static_cast<JobState>(record.state) == JobState::paused && record.pausedManually != 0;
 }
 
 }  // namespace

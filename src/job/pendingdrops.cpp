@@ -17,8 +17,8 @@
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"
-#include "job/job_states.h"
 #include "job/jobdirectories.h"
+#include "job/statetable.h"
 #include "job/transferfailure.h"
 #include "record/jobactivityhandle.h"
 #include "settings/storefile.h"
@@ -219,11 +219,11 @@ PendingDrops::Stand PendingDrops::standOf(const std::string& instanceId) const {
     if (!equalsIgnoreCase(uuidText(record.instanceId), instanceId)) {
         return Stand::toDrop;
     }
-    if (!restartable(record.state)) {
+    const auto state = static_cast<JobState>(record.state);
+    if (!isRestartable(state)) {
         return Stand::unfinished;
     }
-    return record.state == static_cast<int32_t>(JobState::completed) ? Stand::completed
-                                                                     : Stand::toDrop;
+    return state == JobState::completed ? Stand::completed : Stand::toDrop;
 }
 
 void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) const {

@@ -9,8 +9,8 @@
 namespace dorvo {
 namespace {
 
-const char* endText(int32_t state) {
-    switch (static_cast<JobState>(state)) {
+const char* endText(JobState state) {
+    switch (state) {
         case JobState::completed: return "Completed";
         case JobState::cancelled: return "Cancelled";
         case JobState::paused: return "Paused";
@@ -39,18 +39,18 @@ unsigned long RestoreJob::run() {
     FunctionTrace trace("RestoreJob::run", "restorejob.cpp");
     const unsigned long error = carryOut();
     log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id().c_str(),
-        toUtf8(definition().name()).c_str(), endText(state()));
+        toUtf8(definition().name()).c_str(), endText(lifecycle().state()));
     return error;
 }
 
-int RestoreJob::transfer() {
+JobState RestoreJob::transfer() {
     atStorage_ = true;  // which hears of every run that ends
     return RestoreRun(*this).carryOut();
 }
 
-void RestoreJob::tidyUp(int endCode) {
+void RestoreJob::tidyUp(JobState endCode) {
     // A paused run goes on with what it has received.
-    if (endCode != static_cast<int>(JobState::paused)) {
+    if (endCode != JobState::paused) {
         rm_rf(itemTempFolder(definition().id()), true);
         placing_.finish();
     }
@@ -66,14 +66,14 @@ bool RestoreJob::recordError(const wchar_t* path, DWORD code, const std::string&
 }
 
 bool RestoreJob::completeAtStorage() {
-    return endAtStorage(static_cast<int>(JobState::completed));
+    return endAtStorage(JobState::completed);
 }
 
-bool RestoreJob::dropAtStorage(int& endCode) {
+bool RestoreJob::dropAtStorage(JobState& endCode) {
     return endAtStorage(endCode);
 }
 
-bool RestoreJob::endAtStorage(int endCode) {
+bool RestoreJob::endAtStorage(JobState endCode) {
     if (!storage_) {
         storage_ = createStorage(StorageUse::end);
     }

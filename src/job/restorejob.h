@@ -42,19 +42,19 @@ private:
         return static_cast<const RestoreJobDefinition&>(definition());
     }
     const char* kind() const override { return "restore"; }
-    int transfer() override;
-    void tidyUp(int endCode) override;
+    JobState transfer() override;
+    void tidyUp(JobState endCode) override;
     bool openStorage() override;
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
-    bool dropAtStorage(int& endCode) override;
+    bool dropAtStorage(JobState& endCode) override;
     void closeStorage() override { storage_.reset(); }
     // Its items are in their places: that the service has not heard of it makes no failure of it.
     FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {
         return restoreEndFailure(failure, failures);
     }
     bool opensToEnd() const override { return false; }
-    bool endAtStorage(int endCode);
+    bool endAtStorage(JobState endCode);
 
     // The work thread's, and init()'s while there is none.
     PlacingRecord placing_;

@@ -20,7 +20,7 @@ constexpr const char* lostItemsText = "the storage has lost items of the backup'
 
 }  // namespace
 
-int RestoreRun::carryOut() {
+JobState RestoreRun::carryOut() {
     if (!begin("Start event set.\n")) {
         return endCode();
     }
@@ -33,7 +33,7 @@ int RestoreRun::carryOut() {
     job_.placing_.removeSibling();
     PlacingRecord::sweep();
     log(LogLevel::debug, "Job history information loaded.\n");
-    const int end = prepare() ? RestoreItems(job_, reader_, list_).process() : endCode();
+    const JobState end = prepare() ? RestoreItems(job_, reader_, list_).process() : endCode();
     reader_.close();
     return end;
 }

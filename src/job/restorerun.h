@@ -12,7 +12,7 @@ public:
     explicit RestoreRun(RestoreJob& job) : TransferRun(job), job_(job) {}
 
     // See TransferJob::transfer().
-    int carryOut();
+    JobState carryOut();
 
 private:
     bool prepare();

@@ -86,9 +86,9 @@ protected:
         }
         return Job::run();
     }
-    int cleanup(int endCode) override {
+    JobState cleanup(JobState endCode) override {
         if (script_.onCleanup) {
-            script_.onCleanup(endCode);
+            script_.onCleanup(static_cast<int>(endCode));
         }
         return Job::cleanup(endCode);
     }

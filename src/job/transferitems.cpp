@@ -16,7 +16,7 @@ TransferItems::TransferItems(TransferJob& job, JobActivitySourceReader& reader, 
       reader_(reader),
       lines_(lines) {}
 
-int TransferItems::process() {
+JobState TransferItems::process() {
     Step last = Step::next;
     for (;;) {
         const bool carryOn = job_.pollEvent(0);
@@ -33,10 +33,8 @@ int TransferItems::process() {
             return job_.brokenOffCode();
         }
         if (last == Step::finished) {
-            record_.state = static_cast<int>(JobState::completing);
-            job_.activity().sync();
-            job_.notify_state();
-            return static_cast<int>(JobState::completed);
+            job_.lifecycle().move(JobState::completing);
+            return JobState::completed;
         }
     }
 }

@@ -24,7 +24,7 @@ public:
     TransferItems& operator=(const TransferItems&) = delete;
 
     // Gives the end code, like TransferJob::transfer().
-    int process();
+    JobState process();
 
 protected:
     // What is logged of the list's own records.

@@ -1,11 +1,9 @@
 #include "job/transferjob.h"
 
-#include <atomic>
 #include <exception>
 
 #include "base/disk_room.h"
 #include "base/last_error.h"
-#include "base/local_time.h"
 #include "base/log.h"
 #include "base/singleton.h"
 #include "base/text.h"
@@ -15,15 +13,6 @@
 
 namespace dorvo {
 namespace {
-
-constexpr int number(JobState state) {
-    return static_cast<int>(state);
-}
-
-constexpr bool isFinal(int state) {
-    return state == number(JobState::completed) || state == number(JobState::cancelled) ||
-           state == number(JobState::error);
-}
 
 bool optionToWait() {
     return ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance()
@@ -44,103 +33,90 @@ bool TransferJob::init() {
     if (running()) {
         return true;
     }
-    int state = record->state;
-    if (state < number(JobState::idle) || state > number(JobState::error)) {
-        // Nothing else of the record is to be trusted either: the next run is a new one.
-        log(LogLevel::error, "The record of job {%s} has no state of a job, but %d.\n",
-            definition().id().c_str(), state);
-        state = number(JobState::error);
-        record->endError = ERROR_FILE_CORRUPT;
-        record->state = state;
-        activity().sync();
+    switch (answer(JobRequest::init, lifecycle().state())) {
+        case Answer::takeUp: takeUpLeft(); break;
+        case Answer::distrust:
+            // Nothing else of the record is to be trusted either: the next run is a new one.
+            log(LogLevel::error, "The record of job {%s} has no state of a job, but %d.\n",
+                definition().id().c_str(), record->state);
+            record->endError = ERROR_FILE_CORRUPT;
+            lifecycle().move(JobState::error, Lifecycle::Tell::nobody);
+            break;
+        default: break;
     }
-    const bool underWay = state >= number(JobState::starting) && state <= number(JobState::pausing);
-    if (state == number(JobState::canceling) ||
-        (underWay && record->pendingState == number(JobState::canceling))) {
-        endLeft(JobState::cancelled);
-    } else if (underWay && record->pendingState == number(JobState::error)) {
-        endLeft(JobState::error);
-    } else if (underWay) {
-        // A pause that its user has seen begin stays the user's.
-        const bool pausing =
-            state == number(JobState::pausing) || record->pendingState == number(JobState::pausing);
-        if (!pausing) {
-            record->pausedManually = 0;
-        }
-        record->state = number(JobState::paused);
-        activity().sync();
+    if (lifecycle().pending() != JobState::none) {
+        lifecycle().pend(JobState::none);
     }
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    record->pendingState = 0;
-    if (record->state == number(JobState::paused) && record->hasInstance()) {
+    if (lifecycle().state() == JobState::paused && record->hasInstance()) {
         armResume();
     }
     return true;
 }
 
+void TransferJob::takeUpLeft() {
+    const JobState state = lifecycle().state();
+    const JobState pending = lifecycle().pending();
+    const JobState left = leftAs(state, pending);
+    if (left != JobState::paused) {
+        endLeft(left);
+        return;
+    }
+    // A pause that its user has seen begin stays the user's.
+    if (state != JobState::pausing && pending != JobState::pausing) {
+        activity()->pausedManually = 0;
+    }
+    lifecycle().move(JobState::paused, Lifecycle::Tell::nobody);
+}
+
 // The storage may have dropped the run that a crash has left: here it ends now.
 void TransferJob::endLeft(JobState end) {
-    JobActivity& record = *activity().get();
-    if (end == JobState::cancelled) {
-        record.endError = ERROR_CANCELLED;
-    }
-    runError_ = record.endError;
+    runError_ = end == JobState::cancelled ? DWORD{ERROR_CANCELLED} : activity()->endError;
     openHistory();
-    writeHistory(number(end));
+    writeHistory(end);
     closeHistory();
-    tidyUp(number(end));
-    record.lastRunState = number(end);
-    record.lastRunTime = localTimeNow();
-    record.state = number(end);
-    activity().sync();
+    tidyUp(end);
+    lifecycle().end(end, static_cast<uint32_t>(runError_));
 }
 
 bool TransferJob::stop() {
-    const JobActivity* const record = activity().get();
-    if (record == nullptr) {
+    if (activity().get() == nullptr) {
         return false;
     }
     std::unique_lock guard(stateLock_);
-    switch (static_cast<JobState>(record->state)) {
-        case JobState::starting:
-        case JobState::running:
-        case JobState::completing:
-        case JobState::pausing: return requestStop();
-        case JobState::paused: guard.unlock(); return cancelPausedRun();
+    switch (answer(JobRequest::stop, lifecycle().state())) {
+        case Answer::tell: return tellStop();
+        case Answer::drop: guard.unlock(); return dropPausedRun();
         default: return true;
     }
 }
 
-bool TransferJob::requestStop() {
-    const bool again = activity()->pendingState == number(JobState::canceling);
+bool TransferJob::tellStop() {
+    const bool again = lifecycle().pending() == JobState::canceling;
     if (!emit(JobCommand::stop)) {
         return false;
     }
     // After the command: a thread that was busy pausing clears what it finds, and must find this
     // at its end.
-    activity()->pendingState = number(JobState::canceling);
-    activity().sync();
+    lifecycle().pend(JobState::canceling);
     stopAsked();
     if (!again) {
-        notify_state(number(JobState::canceling));
+        notify_state(JobState::canceling);
     }
     return true;
 }
 
-bool TransferJob::cancelPausedRun() {
+bool TransferJob::dropPausedRun() {
     if (!activity()->hasInstance()) {
         // Parked before its first run: there is nothing to cancel.
         disarmResume();
         activity()->pausedManually = 0;
-        activity()->state = number(JobState::cancelled);
-        activity().sync();
-        notify_state();
+        lifecycle().move(JobState::cancelled);
         return true;
     }
     cancelOnly_ = true;
     // A run that has begun has left the state `paused`, and disarmed the resume; starting counts as
     // done without a thread too.
-    if (!startTask() || activity()->state == number(JobState::paused)) {
+    if (!startTask() || lifecycle().state() == JobState::paused) {
         cancelOnly_ = false;
         return false;
     }
@@ -172,12 +148,13 @@ unsigned long TransferJob::carryOut() {
         endFailures_ = {};
     }
     const bool cancelOnly = cancelOnly_.exchange(false);
-    activity()->state = number(cancelOnly ? JobState::canceling : JobState::starting);
     activity()->pausedManually = 0;
     activity()->endError = ERROR_SUCCESS;
-    activity().sync();
+    // Observers hear of it once the starter is released.
+    lifecycle().move(cancelOnly ? JobState::canceling : JobState::starting,
+                     Lifecycle::Tell::nobody);
     openHistory();
-    int endCode = number(JobState::cancelled);
+    JobState endCode = JobState::cancelled;
     if (cancelOnly) {
         emit(JobCommand::stop);  // a server that stalls has as much time as with a running job
         setStartEvent();
@@ -190,48 +167,37 @@ unsigned long TransferJob::carryOut() {
             log(LogLevel::error, "Run of job {%s} failed, %s.\n", definition().id().c_str(),
                 error.what());
             runError_ = ERROR_INTERNAL_ERROR;
-            endCode = number(JobState::error);
+            endCode = JobState::error;
         }
     }
     finish(endCode);
     return runError_;
 }
 
-void TransferJob::finish(int endCode) {
+void TransferJob::finish(JobState endCode) {
     for (;;) {
         endCode = cleanup(endCode);
         std::lock_guard guard(stateLock_);
-        JobActivity& record = *activity().get();
-        if (endCode == number(JobState::paused) &&
-            record.pendingState == number(JobState::canceling)) {
-            endCode = number(JobState::cancelled);  // the stop came while the run wound down
+        if (endCode == JobState::paused && lifecycle().pending() == JobState::canceling) {
+            endCode = JobState::cancelled;  // the stop came while the run wound down
             continue;
         }
-        if (endCode == number(JobState::cancelled)) {
+        if (endCode == JobState::cancelled) {
             runError_ = ERROR_CANCELLED;
         }
-        record.endError = static_cast<uint32_t>(runError_);
-        record.currentFileState = static_cast<uint32_t>(CurrentFileState::none);
         if (isFinal(endCode)) {
-            record.resuming = 0;
-            record.lastRunState = endCode;
-            record.lastRunTime = localTimeNow();
             runEnds();
         }
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        record.state = endCode;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        record.pendingState = 0;
-        activity().sync();
+        lifecycle().end(endCode, static_cast<uint32_t>(runError_));
         break;
     }
     closeStorage();
     closeHistory();
-    if (endCode == number(JobState::error) && !errorNotified_) {
+    if (endCode == JobState::error && !errorNotified_) {
         notify_error(runError_);
     }
     notify_state(endCode);
-    if (endCode == number(JobState::paused) && retry_) {
+    if (endCode == JobState::paused && retry_) {
         resumeLater();
     }
 }
@@ -254,8 +220,8 @@ bool TransferJob::fits(const DiskNeed& one, const DiskNeed& other) const {
     return fitsOnDisk(one, other);
 }
 
-int TransferJob::cleanup(int endCode) {
-    if (endCode == number(JobState::completed)) {
+JobState TransferJob::cleanup(JobState endCode) {
+    if (endCode == JobState::completed) {
         endCode = complete();
     } else if (isFinal(endCode)) {
         endCode = drop(endCode);
@@ -265,11 +231,11 @@ int TransferJob::cleanup(int endCode) {
     return endCode;
 }
 
-int TransferJob::complete() {
-    return completeAtStorage() ? number(JobState::completed) : endFailed(GetLastError());
+JobState TransferJob::complete() {
+    return completeAtStorage() ? JobState::completed : endFailed(GetLastError());
 }
 
-int TransferJob::endFailed(unsigned long code) {
+JobState TransferJob::endFailed(unsigned long code) {
     Failure failure = failureOf(code);
     failure.stopping = false;  // a pending stop is seen to afterwards
     endFailures_ = withOneMore(endFailures_, failure);
@@ -281,7 +247,7 @@ int TransferJob::endFailed(unsigned long code) {
             definition().id().c_str(), toUtf8(definition().name()).c_str(),
             static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code))),
             reasonText(code).c_str());
-        return number(JobState::completed);
+        return JobState::completed;
     }
     logRetry("end", code);
     runError_ = code;
@@ -290,24 +256,22 @@ int TransferJob::endFailed(unsigned long code) {
     // What was broken off or went wrong has not been refused: the resumed run ends again.
     if (action != FailureAction::fail) {
         retry_ = true;
-        return number(JobState::paused);
+        return JobState::paused;
     }
-    return drop(number(JobState::error));
+    return drop(JobState::error);
 }
 
 // Whatever a crash leaves then, the run does not go on: the storage may have dropped it.
-int TransferJob::drop(int endCode) {
-    if (atStorage_ && endCode == number(JobState::error)) {
+JobState TransferJob::drop(JobState endCode) {
+    if (atStorage_ && endCode == JobState::error) {
         activity()->endError = static_cast<uint32_t>(runError_);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        activity()->pendingState = endCode;
-        activity().sync();
+        lifecycle().pend(endCode);
     }
     if (atStorage_ && !dropAtStorage(endCode)) {
         logRetry("cancel", GetLastError());
     }
     atStorage_ = false;
-    if (endCode == number(JobState::completed)) {
+    if (endCode == JobState::completed) {
         runError_ = ERROR_SUCCESS;
         log(LogLevel::information, "Job {%s} was to be dropped, but has been completed before.\n",
             definition().id().c_str());
@@ -343,10 +307,10 @@ void TransferJob::pauseForRetry(unsigned long code) {
 // Whoever takes the pause back wants the run to go on: that is what it is going to do.
 void TransferJob::park() {
     retry_ = true;
-    if (activity()->state != number(JobState::pausing)) {
+    if (lifecycle().state() != JobState::pausing) {
         pause(false);
         if (pollEvent(0)) {
-            activity()->state = number(JobState::pausing);
+            lifecycle().move(JobState::pausing, Lifecycle::Tell::nobody);
         }
     }
 }
@@ -355,11 +319,11 @@ StorageRun TransferJob::storageRun(StorageUse use) {
     return {use, *activity().get(), failedItems(), stopEvent(), [this] { activity().publish(); }};
 }
 
-int TransferJob::brokenOffCode() const {
-    switch (static_cast<JobState>(state())) {
-        case JobState::pausing: return number(JobState::paused);
-        case JobState::canceling: return number(JobState::cancelled);
-        default: return number(JobState::error);
+JobState TransferJob::brokenOffCode() {
+    switch (lifecycle().state()) {
+        case JobState::pausing: return JobState::paused;
+        case JobState::canceling: return JobState::cancelled;
+        default: return JobState::error;
     }
 }
 

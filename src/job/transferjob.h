@@ -39,10 +39,10 @@ protected:
 
     // The body of run(): one run from its first step to its end. Gives its error code.
     unsigned long carryOut();
-    // Finishes a run at the storage and on disk: 7 completes it there, 9 and 10 drop it, 6 leaves
-    // it as it is. Gives the state in which the run really ends: one that could not be completed
-    // is paused, or has failed.
-    virtual int cleanup(int endCode);
+    // Finishes a run at the storage and on disk: completes it there, drops one that was cancelled
+    // or has failed, leaves a paused one as it is. Gives the state in which the run really ends:
+    // one that could not be completed is paused, or has failed.
+    virtual JobState cleanup(JobState endCode);
 
     // The run ends for good; its final state is about to be recorded. Work thread.
     virtual void runEnds() {}
@@ -51,11 +51,11 @@ protected:
     virtual const char* kind() const = 0;
     // Lets go of what a former run has left in memory.
     virtual void forgetRun() {}
-    // The run up to the end of its list. Gives the end code: 7 the list is through, 6 paused,
-    // 9 cancelled, 10 failed, with the reason in runError_. May throw std::exception.
-    virtual int transfer() = 0;
+    // The run up to the end of its list. Gives the end code: completed when the list is through,
+    // else paused, cancelled or error, with the reason in runError_. May throw std::exception.
+    virtual JobState transfer() = 0;
     // Takes away what the run keeps on disk for its next start, where the end code is final.
-    virtual void tidyUp(int endCode) = 0;
+    virtual void tidyUp(JobState endCode) = 0;
     // A stop or a pause was asked for; for what neither looks at the stop event nor polls. Any
     // thread, under the lock that orders commands.
     virtual void stopAsked() {}
@@ -71,7 +71,7 @@ protected:
     virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
     virtual bool completeAtStorage() = 0;
     // A run that turns out to be completed there ends as such, whatever the end code was.
-    virtual bool dropAtStorage(int& endCode) = 0;
+    virtual bool dropAtStorage(JobState& endCode) = 0;
     virtual void closeStorage() = 0;
     // What a failure to complete the run means, the last of these.
     virtual FailureAction endAction(const Failure& failure, const EndFailures& failures) const = 0;
@@ -82,10 +82,10 @@ protected:
     FailedItems& failedItems() { return *failed_; }
     StorageRun storageRun(StorageUse use);
     // The run's history document as it would be if the run ended now.
-    const json_spirit::Object& historyAt(int endCode);
+    const json_spirit::Object& historyAt(JobState endCode);
     std::string instanceText() const;
     // The end code of a run that leaves before its end: what the state says was asked, else 10.
-    int brokenOffCode() const;
+    JobState brokenOffCode();
 
     // What follows belongs to the work thread.
     SourceTotals totals_;         // of the source list
@@ -104,15 +104,16 @@ private:
     void park();
     void openHistory();
     void closeHistory();
-    void writeHistory(int endCode);
-    void finish(int endCode);
-    int complete();
-    int endFailed(unsigned long code);
-    int drop(int endCode);
+    void writeHistory(JobState endCode);
+    void finish(JobState endCode);
+    JobState complete();
+    JobState endFailed(unsigned long code);
+    JobState drop(JobState endCode);
     void resumeLater();
     void logRetry(const char* verb, unsigned long code) const;
-    bool requestStop();
-    bool cancelPausedRun();
+    bool tellStop();
+    bool dropPausedRun();
+    void takeUpLeft();
     void endLeft(JobState end);
 
     WaitForServer waitForServer_;

@@ -26,7 +26,7 @@ void TransferJob::closeHistory() {
     failed_.reset();
 }
 
-const json_spirit::Object& TransferJob::historyAt(int endCode) {
+const json_spirit::Object& TransferJob::historyAt(JobState endCode) {
     const JobActivity& record = *activity().get();
     JobHistoryInfo& info = *history_;
     info.instanceId(instanceText().c_str());
@@ -34,7 +34,7 @@ const json_spirit::Object& TransferJob::historyAt(int endCode) {
     info.starttime(toFileTime(localToUtc(record.startTime)));
     info.endtime(toFileTime(utcTimeNow()));
     // A run that did not come to its end tells what it has done, not what it had ahead of it.
-    const bool whole = endCode == static_cast<int>(JobState::completed);
+    const bool whole = endCode == JobState::completed;
     info.totalsize(static_cast<int64_t>(whole ? record.totalSize
                                               : std::min(record.doneSize, record.totalSize)));
     info.filescount(whole ? record.fileCount : std::min(record.fileIndex, record.fileCount));
@@ -44,7 +44,7 @@ const json_spirit::Object& TransferJob::historyAt(int endCode) {
     return info.values();
 }
 
-void TransferJob::writeHistory(int endCode) {
+void TransferJob::writeHistory(JobState endCode) {
     std::wstring directory;
     if (instanceText().empty() || !jobDirectory(definition().id(), directory)) {
         return;

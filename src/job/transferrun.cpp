@@ -144,9 +144,7 @@ bool TransferRun::startStorage(LogText<> begun) {
     if (!carryOn()) {
         return false;
     }
-    record_.state = static_cast<int>(JobState::running);
-    transferJob_.activity().sync();
-    transferJob_.notify_state();
+    transferJob_.lifecycle().move(JobState::running);
     log(LogLevel::information, begun);
     return true;
 }
@@ -211,7 +209,7 @@ bool TransferRun::carryOn() {
     return transferJob_.pollEvent(0);
 }
 
-int TransferRun::endCode() const {
+JobState TransferRun::endCode() const {
     return transferJob_.brokenOffCode();
 }
 

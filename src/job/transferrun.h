@@ -54,7 +54,7 @@ protected:
     // Parks the run, whatever the error is.
     bool pause(unsigned long code);
     bool carryOn();
-    int endCode() const;
+    JobState endCode() const;
 
     TransferJob& transferJob_;
     JobActivity& record_;
