@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "control/controlguard.h"
 #include "data/jobstore.h"
+#include "job/statetable.h"
 #include "jobdef/jobdefinitionfactory.h"
 #include "record/jobactivityhandle.h"
 #include "text/agenterror.h"
@@ -117,12 +118,6 @@ Object bodyOf(const WebRequest& request) {
     return value.get_obj();
 }
 
-bool underWay(JobState state) {
-    return state == JobState::starting || state == JobState::running ||
-           state == JobState::completing || state == JobState::pausing ||
-           state == JobState::canceling;
-}
-
 Object submit(Engine& engine, const Object& body, const GiveUp&) {
     const Object members =
         member(body, "definition", [](const Value& value) { return value.get_obj(); });
@@ -176,7 +171,7 @@ Object status(const std::string& proof) {
     for (const auto& job : jobs) {
         JobActivity record{};
         if (JobActivityHandle::read(job->id().c_str(), record) &&
-            underWay(static_cast<JobState>(record.state))) {
+            isUnderWay(static_cast<JobState>(record.state))) {
             ++running;
         }
     }

@@ -7,6 +7,7 @@
 #include "data/restorejobs.h"
 #include "data/runoutcome.h"
 #include "data/scheduletext.h"
+#include "job/statetable.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "record/jobactivityhandle.h"
@@ -175,9 +176,7 @@ std::string stateText(const JobView& view) {
         return jobStateToString(JobState::none);
     }
     const auto state = static_cast<JobState>(view.record.state);
-    const bool underWay =
-        state == JobState::canceling || (unfinished(view.record) && state != JobState::paused);
-    return underWay && !view.live ? "interrupted" : jobStateToString(view.record.state);
+    return isUnderWay(state) && !view.live ? "interrupted" : jobStateToString(view.record.state);
 }
 
 Ordered_object summaryJson(const JobView& view) {

@@ -1,5 +1,7 @@
 #include "data/runoutcome.h"
 
+#include "job/statetable.h"
+
 namespace dorvo::agent {
 
 std::optional<ExitCode> outcomeOf(const JobActivity& record) {
@@ -28,14 +30,7 @@ bool runsOrWaits(const JobActivity& record) {
 }
 
 bool unfinished(const JobActivity& record) {
-    switch (static_cast<JobState>(record.state)) {
-        case JobState::starting:
-        case JobState::running:
-        case JobState::completing:
-        case JobState::pausing:
-        case JobState::paused: return true;
-        default: return false;
-    }
+    return isUnfinished(static_cast<JobState>(record.state));
 }
 
 }  // namespace dorvo::agent

@@ -2,24 +2,13 @@
 
 #include <mutex>
 
-#include "base/job_state.h"
 #include "base/paths.h"
+#include "job/statetable.h"
 #include "text/agenterror.h"
 #include "text/agentlog.h"
 
 namespace dorvo::agent {
 namespace {
-
-bool underWay(int32_t state) {
-    switch (static_cast<JobState>(state)) {
-        case JobState::starting:
-        case JobState::running:
-        case JobState::completing:
-        case JobState::pausing:
-        case JobState::canceling: return true;
-        default: return false;
-    }
-}
 
 // The end of what was asked for: the run has ended, or the job is gone, which is when the manager
 // has deleted its directory.
@@ -27,7 +16,8 @@ bool seenThrough(JobVerb verb, const std::string& id) {
     JobManagerImpl& manager = ModuleHost::manager();
     std::lock_guard guard(manager.locker());
     const Job* const job = manager.job(id.c_str());
-    return job == nullptr || (verb == JobVerb::stop && !underWay(job->state()));
+    return job == nullptr ||
+           (verb == JobVerb::stop && !isUnderWay(static_cast<JobState>(job->state())));
 }
 
 bool isThere(const std::string& id) {

@@ -3,20 +3,12 @@
 #include "base/text.h"
 #include "data/jobstore.h"
 #include "data/runoutcome.h"
+#include "job/statetable.h"
 
 namespace dorvo::agent {
 namespace {
 
 constexpr DWORD redrawMs = 500;
-
-bool isOver(int32_t state) {
-    switch (static_cast<JobState>(state)) {
-        case JobState::completed:
-        case JobState::cancelled:
-        case JobState::error: return true;
-        default: return false;
-    }
-}
 
 }  // namespace
 
@@ -60,7 +52,7 @@ RecordLook RunFollower::readRecord() {
         record.state = jobStateFromString(past.state.c_str());
         record.failedItems = static_cast<uint32_t>(past.failed.size());
         record.lastRunTime = now.lastRunTime;
-        if (isOver(record.state)) {
+        if (isFinal(static_cast<JobState>(record.state))) {
             return seen;
         }
     }

@@ -6,18 +6,13 @@
 #include <utility>
 
 #include "base/last_error.h"
-#include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/thread.h"
 #include "job/jobdirectories.h"
-#include "job/jobmanager.h"
-#include "record/jobwait.h"
 
 namespace dorvo {
 namespace {
-
-using Manager = ATL::CComSingleton<JobManagerImpl, ATL::CComAutoCriticalSection>;
 
 KernelHandle makeEvent(bool manualReset) {
     KernelHandle event(CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr));
@@ -28,12 +23,6 @@ KernelHandle makeEvent(bool manualReset) {
 }
 
 }  // namespace
-
-// What a remove thread works with: by the time it ends, the job is gone.
-struct Job::Removal {
-    std::string id;
-    KernelHandle workThread;
-};
 
 Job::Job(std::unique_ptr<JobDefinition> definition)
     : definition_(std::move(definition)),
@@ -71,60 +60,6 @@ void Job::shutdown() {
 void Job::definition(std::unique_ptr<JobDefinition> definition) {
     join();
     definition_ = std::move(definition);
-}
-
-bool Job::start() {
-    if (activity_.get() == nullptr) {
-        return false;
-    }
-    threadless_ = false;
-    const bool started = setOff(JobRequest::start);
-    const LastErrorGuard keep;
-    startAsked(!started || threadless_);
-    return started;
-}
-
-bool Job::resume() {
-    return setOff(JobRequest::resume);
-}
-
-// A start or a resume.
-bool Job::setOff(JobRequest request) {
-    switch (answer(request, lifecycle_.state())) {
-        case Answer::begin: return beginRun();
-        case Answer::goOn: return goOn();
-        case Answer::takeBack: takeBackPause(); return true;
-        default: return false;
-    }
-}
-
-bool Job::goOn() {
-    if (!activity_->hasInstance()) {
-        return startAllowed() && beginRun();  // parked while idle: there is no run to go on with
-    }
-    activity_->resuming = 1;
-    return startTask();
-}
-
-bool Job::resumeAfterError() {
-    if (lifecycle_.state() != JobState::paused || activity_->pausedManually != 0) {
-        return false;
-    }
-    return resume();
-}
-
-// Under one lock with pollEvent(): the run has seen either the pause or nothing of it.
-void Job::takeBackPause() {
-    std::lock_guard guard(commandLock_);
-    if (lifecycle_.pending() != JobState::pausing) {
-        return;
-    }
-    activity_->pausedManually = 0;
-    lifecycle_.pend(JobState::none);
-    command_ = JobCommand::resume;
-    ++pausesTakenBack_;
-    ResetEvent(stopEvent_.get());
-    SetEvent(commandEvent_.get());
 }
 
 bool Job::beginRun() {
@@ -250,119 +185,6 @@ bool Job::pollEvent(unsigned long timeoutMs) {
     }
 }
 
-bool Job::pause(bool manual) {
-    JobActivity* record = activity_.get();
-    if (record == nullptr) {
-        return false;
-    }
-    switch (answer(JobRequest::pause, lifecycle_.state())) {
-        case Answer::park:
-            record->instanceId = {};
-            record->pausedManually = manual ? 1 : 0;
-            lifecycle_.move(JobState::paused, Lifecycle::Tell::nobody);
-            return true;
-        case Answer::tell: return tellPause(manual);
-        case Answer::keep:
-            if (manual) {
-                keepPaused();
-            }
-            return true;
-        default: return true;
-    }
-}
-
-bool Job::tellPause(bool manual) {
-    const JobState pending = lifecycle_.pending();
-    if (pending == JobState::pausing) {
-        if (manual) {
-            keepPaused();
-        }
-        emit(JobCommand::pause);
-        return true;
-    }
-    if (pending == JobState::canceling || pending == JobState::error) {
-        emit(JobCommand::stop);
-        return true;
-    }
-    activity_->pausedManually = manual ? 1 : 0;
-    lifecycle_.pend(JobState::pausing);
-    if (!emit(JobCommand::pause)) {
-        return false;
-    }
-    notify_state(JobState::pausing);
-    return true;
-}
-
-void Job::keepPaused() {
-    std::lock_guard guard(resumeLock_);
-    activity_->pausedManually = 1;
-    activity_.sync();
-    resumeTimer_.reset();
-}
-
-bool Job::armResume(uint64_t delayMs) {
-    std::lock_guard guard(resumeLock_);
-    if (closing_ || activity_.get() == nullptr || activity_->pausedManually != 0) {
-        return false;
-    }
-    if (!resumeTimer_) {
-        resumeTimer_ = std::make_unique<ErrorResumeTimer>(definition_->id());
-    }
-    resumeTimer_->delay(delayMs);
-    if (!resumeTimer_->arm()) {
-        return false;
-    }
-    // For those who show the job; the resume comes without it too.
-    saveWait(definition_->id(), utcTimeNow() + delayMs * ticksPerMillisecond);
-    return true;
-}
-
-void Job::disarmResume() {
-    std::lock_guard guard(resumeLock_);
-    resumeTimer_.reset();
-}
-
-bool Job::remove() {
-    const std::string& id = definition_->id();
-    if (removing_) {
-        log(LogLevel::information, "Job %s is removing.\n", id.c_str());
-    }
-    if (running() && !stop()) {
-        log(LogLevel::error, "Failed to stop job %s.\n", id.c_str());
-        return false;
-    }
-    removing_ = true;
-    auto removal = std::make_unique<Removal>(Removal{id, {}});
-    HANDLE copy = nullptr;
-    if (workThread_ != nullptr &&
-        DuplicateHandle(GetCurrentProcess(), workThread_, GetCurrentProcess(), &copy, SYNCHRONIZE,
-                        FALSE, 0) != 0) {
-        removal->workThread.reset(copy);
-    }
-    HANDLE thread = nullptr;
-    if ((workThread_ != nullptr && copy == nullptr) ||
-        !startThread(remove_thread, removal.get(), thread)) {
-        log(LogLevel::error, "Failed to start the remove thread of job %s, error-code = %d, %m.\n",
-            id.c_str(), GetLastError());
-        return false;
-    }
-    static_cast<void>(removal.release());  // the thread's now
-    Manager::instance()->adoptRemoveThread(thread);
-    return true;
-}
-
-DWORD WINAPI Job::remove_thread(void* argument) {
-    constexpr auto failed = static_cast<DWORD>(-1);
-    const std::unique_ptr<Removal> removal(static_cast<Removal*>(argument));
-    if (removal->workThread &&
-        WaitForSingleObject(removal->workThread.get(), INFINITE) != WAIT_OBJECT_0) {
-        log(LogLevel::error, "Failed to wait the work thread to exit, error-code = %d, %m.\n",
-            GetLastError());
-        return failed;
-    }
-    return Manager::instance()->deleteJob(removal->id.c_str()) ? 0 : failed;
-}
-
 bool Job::remove_impl() {
     activity_.close();
     removeJobDirectory(definition_->id());
@@ -373,8 +195,6 @@ bool Job::remove_impl() {
 bool Job::commandimpl(const char*) {
     return false;
 }
-
-void Job::startAsked(bool) {}
 
 const char* Job::commandEvent(JobCommand command) {
     switch (command) {

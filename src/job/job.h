@@ -1,8 +1,9 @@
-// A job: its definition, its activity record, and the one thread on which it runs.
+// A job: its definition, its activity record, the commands, and the one thread on which it runs.
 //
 // A job belongs to the job manager, whose lock covers every operation of the public part that
-// changes something; reading the status needs no lock. What runs is the subclass's run(), on the
-// job's work thread. Commands reach it as a code and an event, which it looks at in pollEvent().
+// changes something; reading the status needs no lock. What a command does in each state is the
+// table of statetable.cpp. What runs is the subclass's run(), on the job's work thread: a Transfer.
+// Commands reach it as a code and an event, which it looks at in pollEvent().
 //
 // A run: startTask() starts the thread and blocks until run() has called setStartEvent() or has
 // ended, while the manager's lock is held. So run() sets the state `starting`, calls
@@ -26,6 +27,7 @@
 #include "base/api.h"
 #include "base/handle.h"
 #include "job/errorresumetimer.h"
+#include "job/jobhost.h"
 #include "job/lifecycle.h"
 #include "record/jobactivityhandle.h"
 
@@ -39,10 +41,11 @@ public:
     explicit Job(std::unique_ptr<JobDefinition> definition);
     // Ends the run, joins its thread and, for a removed job, deletes the job's directory.
     virtual ~Job();
-    // Takes up what the record says and plans the schedule; changes nothing of a run under way.
-    // False when the job can't be loaded.
+    // Takes up what the record says, a run that its process has left above all; subclasses plan the
+    // schedule. Changes nothing of a run under way. False when the job can't be loaded.
     virtual bool init() = 0;
-    // Asks a running job to stop; does not wait for the end of the run.
+    // Asks a running job to stop, and has a paused run dropped at its storage, on a thread of the
+    // job; does not wait for the end of the run.
     virtual bool stop() = 0;
     // Asks a running job to pause, or parks an idle one; `manual` when the user asks. A pause that
     // the job made itself becomes the user's, and is then not resumed after an error. False when
@@ -70,6 +73,10 @@ public:
     // Refuses starts while true. Returns the flag.
     bool lock(bool locked) { return locked_ = locked; }
 
+    // Who keeps the job from now on; borrowed. Without a host a job cannot be taken out by its
+    // remove thread: who owns it destroys it.
+    void host(JobHost& host) { host_ = &host; }
+
     const JobDefinition& definition() const { return *definition_; }
     // Takes the definition, once what is left of a run has ended. Only in a state from which a run
     // begins. Not null.
@@ -88,6 +95,8 @@ public:
     std::wstring file() const;
     // True while run() executes.
     bool running() const { return running_; }
+    // Whether the job goes for good, with its directory.
+    bool removing() const { return removing_; }
     // What the schedule of a backup says; anything but a backup runs once, and by hand.
     bool isManual() const;
     bool isRunOnce() const;
@@ -101,7 +110,13 @@ protected:
     // Whether an error is one of the network, after which another try may succeed.
     virtual bool is_network_error(unsigned long code);
     // A start was asked for, by a schedule or otherwise; `refused` when nothing came of it.
-    virtual void startAsked(bool refused);
+    virtual void startAsked(bool) {}
+    // A stop or a pause was asked for; for what neither looks at the stop event nor polls. Any
+    // thread, under the lock that orders commands.
+    virtual void stopAsked() {}
+    // A run that its process has left ends now, cancelled or failed: the storage may have dropped
+    // it. Ends it on record, too.
+    virtual void endLeft(JobState end);
 
     // Starts the work thread, after the former one has ended. See above for what it waits for.
     bool startTask();
@@ -122,10 +137,9 @@ protected:
     bool notify_error(unsigned long code);
     // The words for an error code of whatever kind.
     std::string reasonText(unsigned long code) const;
-    // Whether the job goes for good, with its directory.
-    bool removing() const { return removing_; }
-    // How often a pause was taken back: what one has broken off meanwhile is to be done again.
-    unsigned pausesTakenBack() const { return pausesTakenBack_; }
+    JobHost* host() const { return host_; }
+    // Of the run on record, empty when there is none.
+    std::string instanceText() const;
     // Writes one line about the job, as if its state were the given one.
     void dumpState(std::ostream& os, JobState state) const;
     static void toDateTime(const FILETIME& time, int& date, int& timeOfDay);
@@ -143,7 +157,7 @@ protected:
     const JobActivityHandle& activity() const { return activity_; }
 
 private:
-    friend class JobManagerImpl;
+    friend class Transfer;  // the work thread's half of a job
     struct Removal;
 
     static DWORD WINAPI run_wrapper(void* job);
@@ -158,11 +172,18 @@ private:
     bool createInstance();
     void takeBackPause();
     void endWithoutThread(unsigned long code);
+    void takeUpLeft();
+    bool tellStop();
+    bool dropPausedRun();
     bool tellPause(bool manual);
     void keepPaused();
     bool remove_impl();
 
+    JobHost* host_ = nullptr;
     std::unique_ptr<JobDefinition> definition_;
+    // Keeps commands of other threads apart from the end of a run: guards the change from a state
+    // in which a run takes commands to its final one. Taken before the locks below.
+    std::mutex stateLock_;
     KernelHandle startEvent_;    // manual reset; there only while startTask() waits
     KernelHandle commandEvent_;  // auto reset
     KernelHandle stopEvent_;
@@ -175,7 +196,9 @@ private:
         resumeLock_;  // guards what follows up to the flags; the dispatcher's lock comes after
     std::unique_ptr<ErrorResumeTimer> resumeTimer_;
     bool closing_ = false;
+    // How often a pause was taken back: what one has broken off meanwhile is to be done again.
     std::atomic<unsigned> pausesTakenBack_{0};
+    std::atomic<bool> dropOnly_{false};  // the next run only drops itself at the storage
     std::atomic<bool> running_{false};
     bool removing_ = false;
     bool locked_ = false;

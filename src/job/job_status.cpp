@@ -138,6 +138,12 @@ void Job::dumpState(std::ostream& os, JobState state) const {
     }
 }
 
+std::string Job::instanceText() const {
+    const JobActivity* const record = activity_.get();
+    return record != nullptr && record->hasInstance() ? uuidText(record->instanceId)
+                                                      : std::string();
+}
+
 bool Job::createInstance() {
     const char* id = definition_->id().c_str();
     GUID instance{};

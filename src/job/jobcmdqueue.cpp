@@ -1,17 +1,17 @@
 #include "job/jobcmdqueue.h"
 
+#include <atomic>
 #include <mutex>
 #include <system_error>
 #include <utility>
 
 #include "base/log.h"
 #include "base/thread.h"
-#include "job/jobmanager.h"
 
 namespace dorvo {
 namespace {
 
-using Manager = ATL::CComSingleton<JobManagerImpl, ATL::CComAutoCriticalSection>;
+std::atomic<JobCommands*> carrier{nullptr};
 
 constexpr LONG longestCount = 100'000;
 
@@ -22,6 +22,10 @@ JobCmdQueue* JobCmdQueue::instance() {
     static JobCmdQueue* queue = nullptr;
     std::call_once(once, [] { queue = new JobCmdQueue; });
     return queue;
+}
+
+void JobCmdQueue::carriedOutBy(JobCommands* jobs) {
+    carrier = jobs;
 }
 
 JobCmdQueue::JobCmdQueue()
@@ -105,19 +109,22 @@ void JobCmdQueue::execute(const std::string& id, const Command& command) {
     const std::string& text = command.text;
     log(LogLevel::debug, "JobCmdQueue: execute command \"%s\" for job %s.\n", text.c_str(),
         id.c_str());
-    JobManagerImpl* manager = Manager::instance();
+    JobCommands* const jobs = carrier;
+    if (jobs == nullptr) {
+        return;
+    }
     if (text == "start") {
-        manager->startJob(id.c_str());
+        jobs->startJob(id.c_str());
     } else if (text == "stop") {
-        manager->stopJob(id.c_str());
+        jobs->stopJob(id.c_str());
     } else if (text == "pause") {
-        manager->pauseJob(id.c_str());
+        jobs->pauseJob(id.c_str());
     } else if (text == "resume" && command.afterError) {
-        manager->resumeJobAfterError(id.c_str());
+        jobs->resumeJobAfterError(id.c_str());
     } else if (text == "resume") {
-        manager->resumeJob(id.c_str());
+        jobs->resumeJob(id.c_str());
     } else if (text == "do_schedule") {
-        manager->command("do_schedule", id.c_str());
+        jobs->command("do_schedule", id.c_str());
     }
 }
 

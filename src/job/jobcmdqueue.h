@@ -16,11 +16,29 @@
 
 namespace dorvo {
 
+// Who carries the commands out: the job manager. Any thread; each may take its time.
+class JobCommands {
+public:
+    virtual bool startJob(const char* id) = 0;
+    virtual bool stopJob(const char* id) = 0;
+    virtual bool pauseJob(const char* id) = 0;
+    virtual bool resumeJob(const char* id) = 0;
+    virtual bool resumeJobAfterError(const char* id) = 0;
+    virtual bool command(const char* text, const char* id) = 0;
+
+protected:
+    ~JobCommands() = default;
+};
+
 class DORVO_JOB_API JobCmdQueue {
 public:
     // The queue of the process, made with its thread on first use. The host stops it before it
     // closes the job manager; it is never destroyed, for at the process's end its thread is gone.
     static JobCmdQueue* instance();
+
+    // Who carries out the commands of all queues from now on, borrowed until another one does.
+    // Null: they are dropped.
+    static void carriedOutBy(JobCommands* jobs);
 
     // Without a thread (which is logged) or events (which throws std::system_error) nothing runs.
     JobCmdQueue();

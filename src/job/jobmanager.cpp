@@ -25,15 +25,6 @@ template class ATL::CComSingleton<dorvo::JobManagerImpl, ATL::CComAutoCriticalSe
 namespace dorvo {
 namespace {
 
-std::unique_ptr<Job> makeJob(std::unique_ptr<JobDefinition>& definition, const std::string& id) {
-    try {
-        return createJob(definition);
-    } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to make job {%s}, %s.\n", id.c_str(), error.what());
-        return nullptr;
-    }
-}
-
 void notifyState(const JobDefinition& definition, JobState state) {
     postEvent(std::make_unique<Event_State>(definition.user().c_str(), definition.id().c_str(),
                                             definition.name().c_str(),
@@ -41,6 +32,20 @@ void notifyState(const JobDefinition& definition, JobState state) {
 }
 
 }  // namespace
+
+std::unique_ptr<Job> JobManagerImpl::makeJob(std::unique_ptr<JobDefinition>& definition,
+                                             const std::string& id) {
+    try {
+        std::unique_ptr<Job> job = createJob(definition);
+        if (job) {
+            job->host(*this);
+        }
+        return job;
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to make job {%s}, %s.\n", id.c_str(), error.what());
+        return nullptr;
+    }
+}
 
 bool JobManagerImpl::open() {
     const FunctionTrace trace("JobManagerImpl::init", "jobmanager.cpp");
@@ -54,6 +59,7 @@ bool JobManagerImpl::open() {
     for (const std::wstring& directory : jobDirectories()) {
         loadJob(directory, toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
     }
+    JobCmdQueue::carriedOutBy(this);
     teller_.wake();
     return true;
 }
@@ -107,6 +113,7 @@ bool JobManagerImpl::makeLoaded(std::unique_ptr<JobDefinition> definition,
 }
 
 void JobManagerImpl::close() {
+    JobCmdQueue::carriedOutBy(nullptr);
     joinRemoveThreads();
     {
         std::lock_guard guard(lock_);
@@ -177,7 +184,7 @@ bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definit
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
-    if (isRestartable(job.lifecycle_.state())) {
+    if (isRestartable(static_cast<JobState>(job.state()))) {
         // On the disk first: what counts as saved is there after the next start.
         if (!saveDefinition(*definition)) {
             return false;
@@ -341,7 +348,7 @@ std::unique_ptr<Job> JobManagerImpl::takeRemoved(const char* id) {
     log(LogLevel::information, "Delete job %s.\n", id);
     Job* const job = find(id);
     // A job that came after the removed one under its id is another.
-    if (job == nullptr || !job->removing_) {
+    if (job == nullptr || !job->removing()) {
         log(LogLevel::error, "Delete job failed, job %s is not found.\n", id);
         return nullptr;
     }

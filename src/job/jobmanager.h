@@ -6,8 +6,9 @@
 // operations with `wait` until the runs have ended, all under the lock. A removed job is taken out
 // under it, and deleted, with its directory, without; submitting its id waits for that.
 //
-// The host opens it once, after the timer dispatcher, and closes it before. Nothing of a job is
-// joined in the destructor: one that is left at the end of the process is left alone.
+// From open() on it carries out what is in the command queue. The host opens it once, after the
+// timer dispatcher, and closes it before. Nothing of a job is joined in the destructor: one that is
+// left at the end of the process is left alone.
 #pragma once
 
 #include <windows.h>
@@ -28,14 +29,15 @@
 #include "base/singleton.h"
 #include "job/dropteller.h"
 #include "job/job.h"
+#include "job/jobcmdqueue.h"
+#include "job/jobhost.h"
 
 namespace dorvo {
 
-class DORVO_JOB_API JobManagerImpl {
+class DORVO_JOB_API JobManagerImpl : public JobCommands, private JobHost {
 public:
-    JobManagerImpl() = default;
-    // With another way to have runs dropped.
-    explicit JobManagerImpl(DropTeller::Drop drop) : teller_(std::move(drop)) {}
+    // With another way to have runs dropped than by their storages.
+    explicit JobManagerImpl(DropTeller::Drop drop = {}) : teller_(std::move(drop)) {}
     JobManagerImpl(const JobManagerImpl&) = delete;
     JobManagerImpl& operator=(const JobManagerImpl&) = delete;
 
@@ -57,17 +59,17 @@ public:
     const std::vector<Job*>& jobs() const { return jobs_; }
     CriticalSection& locker() { return lock_; }
 
-    bool startJob(const char* id);
-    bool stopJob(const char* id);
+    bool startJob(const char* id) override;
+    bool stopJob(const char* id) override;
     // A pause made by the user.
-    bool pauseJob(const char* id);
-    bool resumeJob(const char* id);
+    bool pauseJob(const char* id) override;
+    bool resumeJob(const char* id) override;
     // See Job::resumeAfterError.
-    bool resumeJobAfterError(const char* id);
+    bool resumeJobAfterError(const char* id) override;
     // Refuses starts until lockAllJobs(false).
     bool lockJob(const char* id);
     void lockAllJobs(bool locked);
-    bool command(const char* text, const char* id);
+    bool command(const char* text, const char* id) override;
 
     // Stops the job and deletes it with its directory when its run has ended; does not wait. Of
     // what was left out at open() the directory is deleted at once.
@@ -81,17 +83,13 @@ public:
     void resumeAllJobs(bool wait);
 
     // Has the runs told that storages are to drop; waits for nothing, not even for the lock.
-    void tellDrops() { teller_.wake(); }
+    void tellDrops() override { teller_.wake(); }
 
 protected:
-    // Takes the job out and destroys it; called by the job's remove thread.
-    bool deleteJob(const char* id);
+    bool deleteJob(const char* id) override;
 
 private:
-    friend class Job;
-
-    // Takes a remove thread's handle, to join it in close().
-    void adoptRemoveThread(HANDLE thread);
+    void adoptRemoveThread(HANDLE thread) override;
     void joinRemoveThreads();
 
     // A job directory of which no job was made.
@@ -102,6 +100,7 @@ private:
     };
 
     Job* find(const char* id) const;
+    std::unique_ptr<Job> makeJob(std::unique_ptr<JobDefinition>& definition, const std::string& id);
     void loadJob(const std::wstring& directory, const std::string& name);
     bool makeLoaded(std::unique_ptr<JobDefinition> definition, const std::wstring& directory,
                     const std::string& name);

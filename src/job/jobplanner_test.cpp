@@ -258,6 +258,7 @@ protected:
         setJobMaker([](std::unique_ptr<JobDefinition>& definition) {
             return current_->make(std::move(definition));
         });
+        JobCmdQueue::carriedOutBy(&manager());
         dispatcher_.run();
         zone_.time = zone_.at("2026-01-05 08:00:00");
     }

@@ -1,10 +1,7 @@
 #include "job/restorejob.h"
 
 #include "base/log.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
-#include "job/restorerun.h"
-#include "storage/itemtemppath.h"
 
 namespace dorvo {
 namespace {
@@ -20,9 +17,8 @@ const char* endText(JobState state) {
 
 }  // namespace
 
-RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, WaitForServer waitForServer)
-    : TransferJob(std::move(definition), std::move(waitForServer)),
-      placing_(this->definition().id()) {}
+RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, TransferServices services)
+    : Job(std::move(definition)), services_(services.whole()), placing_(this->definition().id()) {}
 
 RestoreJob::~RestoreJob() {
     shutdown();
@@ -32,57 +28,45 @@ bool RestoreJob::init() {
     if (!running()) {
         placing_.removeSibling();
     }
-    return TransferJob::init();
+    return Job::init();
+}
+
+bool RestoreJob::stop() {
+    return Job::stop();
+}
+
+std::unique_ptr<RestoreTransfer> RestoreJob::makeTransfer() {
+    return std::make_unique<RestoreTransfer>(
+        Transfer::Context{.job = *this,
+                          .services = services_,
+                          .memory = memory_,
+                          .cleanup = [this](JobState end) { return cleanup(end); }},
+        RestoreTransfer::Parts{
+            .definition = restore(),
+            .placing = placing_,
+            .createStorage = [this](const StorageRun& run) { return createStorage(run); },
+            .createCatalog = [this] { return createCatalog(); }});
 }
 
 unsigned long RestoreJob::run() {
     FunctionTrace trace("RestoreJob::run", "restorejob.cpp");
-    const unsigned long error = carryOut();
+    const std::unique_ptr<RestoreTransfer> transfer = makeTransfer();
+    run_ = transfer.get();
+    const unsigned long error = transfer->carryOut();
     log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id().c_str(),
         toUtf8(definition().name()).c_str(), endText(lifecycle().state()));
     return error;
 }
 
-JobState RestoreJob::transfer() {
-    atStorage_ = true;  // which hears of every run that ends
-    return RestoreRun(*this).carryOut();
+JobState RestoreJob::cleanup(JobState endCode) {
+    return run_->cleanup(endCode);
 }
 
-void RestoreJob::tidyUp(JobState endCode) {
-    // A paused run goes on with what it has received.
-    if (endCode != JobState::paused) {
-        rm_rf(itemTempFolder(definition().id()), true);
-        placing_.finish();
-    }
+void RestoreJob::endLeft(JobState end) {
+    makeTransfer()->endLeft(end);
 }
 
-bool RestoreJob::openStorage() {
-    storage_ = createStorage(StorageUse::items);
-    return storage_ && storage_->start();
-}
-
-bool RestoreJob::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return storage_->recordError(path, code, reason);
-}
-
-bool RestoreJob::completeAtStorage() {
-    return endAtStorage(JobState::completed);
-}
-
-bool RestoreJob::dropAtStorage(JobState& endCode) {
-    return endAtStorage(endCode);
-}
-
-bool RestoreJob::endAtStorage(JobState endCode) {
-    if (!storage_) {
-        storage_ = createStorage(StorageUse::end);
-    }
-    return storage_ && storage_->end(historyAt(endCode));
-}
-
-std::unique_ptr<RestoreStorage> RestoreJob::createStorage(StorageUse use) {
-    StorageRun run = storageRun(use);
-    run.placing = &placing_;
+std::unique_ptr<RestoreStorage> RestoreJob::createStorage(const StorageRun& run) {
     return makeRestoreStorage(restore(), run);
 }
 

@@ -1,64 +1,49 @@
-// The job that restores: a run lists what the definition names of a backup, and brings it back to
-// its place or to another folder, item by item.
-//
-// No item ever leaves the folder that was chosen; one that would is a failed item.
+// The job that restores, by hand. What its runs do, see RestoreTransfer; the job has what outlives
+// them: the record of the file that one is bringing to its place.
 #pragma once
 
 #include <memory>
 #include <string>
 
-#include "job/transferjob.h"
+#include "job/job.h"
+#include "job/restoretransfer.h"
 #include "jobdef/restorejobdefinition.h"
 #include "storage/placingrecord.h"
-#include "storage/restorecatalog.h"
-#include "storage/restorestorage.h"
 
 namespace dorvo {
 
-class DORVO_JOB_API RestoreJob : public TransferJob {
+class DORVO_JOB_API RestoreJob : public Job {
 public:
     // The definition is that of a restore.
-    explicit RestoreJob(std::unique_ptr<JobDefinition> definition,
-                        WaitForServer waitForServer = {});
+    explicit RestoreJob(std::unique_ptr<JobDefinition> definition, TransferServices services = {});
     ~RestoreJob() override;
 
     // Besides, what a run that was killed has left beside its target goes.
     bool init() override;
+    bool stop() override;
 
 protected:
     unsigned long run() override;
+    void endLeft(JobState end) override;
 
+    // Finishes the run under way, see Transfer::cleanup.
+    virtual JobState cleanup(JobState endCode);
     // A new back end for the run, null with the last error when there can be none. Work thread.
-    virtual std::unique_ptr<RestoreStorage> createStorage(StorageUse use);
-    PlacingRecord& placing() { return placing_; }
+    virtual std::unique_ptr<RestoreStorage> createStorage(const StorageRun& run);
     // What the run lists its items from; null as above.
     virtual std::unique_ptr<RestoreCatalog> createCatalog();
 
 private:
-    friend class RestoreRun;
-    friend class RestoreItems;
-
     const RestoreJobDefinition& restore() const {
         return static_cast<const RestoreJobDefinition&>(definition());
     }
-    const char* kind() const override { return "restore"; }
-    JobState transfer() override;
-    void tidyUp(JobState endCode) override;
-    bool openStorage() override;
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
-    bool completeAtStorage() override;
-    bool dropAtStorage(JobState& endCode) override;
-    void closeStorage() override { storage_.reset(); }
-    // Its items are in their places: that the service has not heard of it makes no failure of it.
-    FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {
-        return restoreEndFailure(failure, failures);
-    }
-    bool opensToEnd() const override { return false; }
-    bool endAtStorage(JobState endCode);
+    std::unique_ptr<RestoreTransfer> makeTransfer();
 
+    const TransferServices services_;  // whole
     // The work thread's, and init()'s while there is none.
     PlacingRecord placing_;
-    std::unique_ptr<RestoreStorage> storage_;
+    TransferMemory memory_;
+    RestoreTransfer* run_ = nullptr;  // while there is one
 };
 
 }  // namespace dorvo

@@ -92,14 +92,8 @@ protected:
         }
         return Job::cleanup(endCode);
     }
-    std::optional<uint64_t> roomAt(const std::wstring&) const override { return script_.room; }
-    bool fits(const DiskNeed& one, const DiskNeed& other) const override {
-        script_.needs = {one, other};
-        return one.bytes + other.bytes <= script_.room;
-    }
-
     template <class Storage, class Interface>
-    std::unique_ptr<Interface> make() {
+    std::unique_ptr<Interface> make(const StorageRun& run) {
         if (script_.onStorage) {
             script_.onStorage();
         }
@@ -107,7 +101,7 @@ protected:
             SetLastError(ERROR_NOT_SUPPORTED);
             return nullptr;
         }
-        return std::make_unique<Storage>(script_, this->failedItems());
+        return std::make_unique<Storage>(script_, run.failed);
     }
 
     Script& script_;
@@ -131,8 +125,9 @@ protected:
         }
         BackupJob::runEnds();
     }
-    std::unique_ptr<BackupStorage> createStorage(StorageUse) override {
-        return make<FakeBackupStorage, BackupStorage>();
+    std::unique_ptr<BackupStorage> createStorage(const StorageRun& run,
+                                                 const SourceTotals&) override {
+        return make<FakeBackupStorage, BackupStorage>(run);
     }
 };
 
@@ -141,15 +136,16 @@ public:
     using Scripted::Scripted;
 
 protected:
-    std::unique_ptr<RestoreStorage> createStorage(StorageUse) override {
-        script_.onPlaced = [this](uint32_t number, const std::wstring& target) {
+    std::unique_ptr<RestoreStorage> createStorage(const StorageRun& storage) override {
+        script_.onPlaced = [this, placing = storage.placing](uint32_t number,
+                                                             const std::wstring& target) {
             const auto& run = record().instanceId;
             const FileHandle file(CreateFileW(target.c_str(), GENERIC_READ, FILE_SHARE_READ,
                                               nullptr, OPEN_EXISTING, 0, nullptr));
-            EXPECT_TRUE(placing().announce(run, number, siblingPath(target, run, number)));
-            EXPECT_TRUE(placing().choose(target, file.get()));
+            EXPECT_TRUE(placing->announce(run, number, siblingPath(target, run, number)));
+            EXPECT_TRUE(placing->choose(target, file.get()));
         };
-        return make<FakeRestoreStorage, RestoreStorage>();
+        return make<FakeRestoreStorage, RestoreStorage>(storage);
     }
     std::unique_ptr<RestoreCatalog> createCatalog() override {
         return std::make_unique<FakeCatalog>(script_);
@@ -193,7 +189,7 @@ protected:
         definition->setSource(std::move(paths));
         BackupJob::Services services;
         services.snapshotsEnabled = [this] { return snapshots_; };
-        services.waitForServer = [this] { return waitForServer_; };
+        static_cast<TransferServices&>(services) = transferServices();
         services.snapshots = [this] {
             auto provider = std::make_unique<FakeSnapshots>(script_);
             provider->unsupported = unsupported_;
@@ -227,9 +223,18 @@ protected:
         definition->setSource(std::move(paths));
         definition->setConflict(conflict);
         return std::make_unique<ScriptedRestore>(script_, std::move(definition),
-                                                 [this] { return waitForServer_; });
+                                                 transferServices());
     }
 
+    TransferServices transferServices() {
+        return {.waitForServer = [this] { return waitForServer_; },
+                .roomAt = [this](const std::wstring&) { return std::optional(script_.room); },
+                .fits =
+                    [this](const DiskNeed& one, const DiskNeed& other) {
+                        script_.needs = {one, other};
+                        return one.bytes + other.bytes <= script_.room;
+                    }};
+    }
     static void run(Job& job) {
         ASSERT_TRUE(job.start());
         ASSERT_TRUE(job.wait(60'000));

@@ -51,8 +51,8 @@ protected:
         definition->setOrigin(machine, "b", instance);
         definition->setTarget(target(), sources());
         definition->useLocalStorage(location());
-        return std::make_unique<Scripted<RestoreJob>>(script, std::move(definition),
-                                                      [] { return false; });
+        return std::make_unique<Scripted<RestoreJob>>(
+            script, std::move(definition), TransferServices{[] { return false; }, {}, {}});
     }
 };
 

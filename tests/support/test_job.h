@@ -15,6 +15,7 @@
 #include "base/rm_rf.h"
 #include "base/thread.h"
 #include "job/job.h"
+#include "job/jobcmdqueue.h"
 #include "job/jobfactory.h"
 #include "job/jobmanager.h"
 #include "notify/jobnotifymanager.h"
@@ -178,6 +179,7 @@ public:
         createDirectories(root);
         TestJob::plans.clear();
         setJobMaker(makeTestJob);
+        JobCmdQueue::carriedOutBy(manager());
         IocpDispatherWrapper::open();
         IocpDispatherWrapper::activate();
     }

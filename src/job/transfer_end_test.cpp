@@ -1,5 +1,5 @@
 // How backup and restore jobs start, stop, wait and go on, and what a crash leaves of them.
-#include "job/transferjob.h"
+#include "job/transfer.h"
 
 #include <stdexcept>
 
@@ -12,10 +12,10 @@ namespace {
 using namespace test;
 
 template <class Kind>
-class TransferJobTest : public EachJob<Kind> {};
-TYPED_TEST_SUITE(TransferJobTest, JobKinds, JobKindNames);
+class TransferEnd : public EachJob<Kind> {};
+TYPED_TEST_SUITE(TransferEnd, JobKinds, JobKindNames);
 
-TYPED_TEST(TransferJobTest, StartFailures) {
+TYPED_TEST(TransferEnd, StartFailures) {
     struct Row {
         const char* name;
         DWORD error;
@@ -49,7 +49,7 @@ TYPED_TEST(TransferJobTest, StartFailures) {
     }
 }
 
-TYPED_TEST(TransferJobTest, ARunThatThrowsEndsLikeAnyOtherFailure) {
+TYPED_TEST(TransferEnd, ARunThatThrowsEndsLikeAnyOtherFailure) {
     this->script_.onItem = [](const std::string&) { throw std::runtime_error("broken"); };
     const auto job = this->makeJob();
     this->run(*job);
@@ -59,7 +59,7 @@ TYPED_TEST(TransferJobTest, ARunThatThrowsEndsLikeAnyOtherFailure) {
     EXPECT_EQ(job->history().at("state").get_str(), "error");
 }
 
-TYPED_TEST(TransferJobTest, AStopOutweighsTheErrorItCauses) {
+TYPED_TEST(TransferEnd, AStopOutweighsTheErrorItCauses) {
     Script& script = this->script_;
     const auto job = this->makeJob();
     script.items["b"] = {WSAECONNRESET};
@@ -76,7 +76,7 @@ TYPED_TEST(TransferJobTest, AStopOutweighsTheErrorItCauses) {
     EXPECT_EQ(job->record().pendingState, 0);
 }
 
-TYPED_TEST(TransferJobTest, StoppingAPausedRunOnlyDropsIt) {
+TYPED_TEST(TransferEnd, StoppingAPausedRunOnlyDropsIt) {
     Script& script = this->script_;
     script.items["b"] = {WSAECONNRESET};
     const auto job = this->makeJob();
@@ -91,7 +91,7 @@ TYPED_TEST(TransferJobTest, StoppingAPausedRunOnlyDropsIt) {
     EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
-TYPED_TEST(TransferJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
+TYPED_TEST(TransferEnd, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
     const auto job = this->makeJob();
     EXPECT_TRUE(job->pause(true));
     EXPECT_TRUE(job->stop());
@@ -101,7 +101,7 @@ TYPED_TEST(TransferJobTest, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
     EXPECT_EQ(job->state(), completed);
 }
 
-TYPED_TEST(TransferJobTest, WaitsLongerWhileItComesNoFurther) {
+TYPED_TEST(TransferEnd, WaitsLongerWhileItComesNoFurther) {
     Script& script = this->script_;
     script.start = {0, WSAECONNRESET, WSAECONNRESET, 0, 0, 0};
     script.items["b"] = {WSAECONNRESET, WSAECONNRESET, 0};
@@ -118,7 +118,7 @@ TYPED_TEST(TransferJobTest, WaitsLongerWhileItComesNoFurther) {
     EXPECT_EQ(job->state(), completed);
 }
 
-TYPED_TEST(TransferJobTest, AnyProgressShortensTheWait) {
+TYPED_TEST(TransferEnd, AnyProgressShortensTheWait) {
     struct Row {
         const char* name;
         void (*comesFurther)(JobActivity& record);
@@ -148,7 +148,7 @@ TYPED_TEST(TransferJobTest, AnyProgressShortensTheWait) {
     }
 }
 
-TYPED_TEST(TransferJobTest, AStopThatComesWhileAPausedRunWindsDownEndsIt) {
+TYPED_TEST(TransferEnd, AStopThatComesWhileAPausedRunWindsDownEndsIt) {
     Script& script = this->script_;
     script.items["b"] = {WSAECONNRESET};
     const auto job = this->makeJob();
@@ -162,7 +162,7 @@ TYPED_TEST(TransferJobTest, AStopThatComesWhileAPausedRunWindsDownEndsIt) {
     EXPECT_EQ(script.calls.back(), "cancel");
 }
 
-TYPED_TEST(TransferJobTest, TakesUpWhatACrashLeft) {
+TYPED_TEST(TransferEnd, TakesUpWhatACrashLeft) {
     struct Row {
         JobState left;
         int32_t pending;

@@ -1,5 +1,5 @@
 // How backup and restore jobs go through their items, and what they do about those that fail.
-#include "job/transferitems.h"
+#include "job/transfer.h"
 
 #include <filesystem>
 #include <utility>
@@ -12,10 +12,10 @@ namespace {
 using namespace test;
 
 template <class Kind>
-class TransferItemsTest : public EachJob<Kind> {};
-TYPED_TEST_SUITE(TransferItemsTest, JobKinds, JobKindNames);
+class TransferItems : public EachJob<Kind> {};
+TYPED_TEST_SUITE(TransferItems, JobKinds, JobKindNames);
 
-TYPED_TEST(TransferItemsTest, RecordsItemsThatFailAndGoesOn) {
+TYPED_TEST(TransferItems, RecordsItemsThatFailAndGoesOn) {
     Script& script = this->script_;
     script.items["a"] = {0x20010193};
     script.items["b"] = {0x2001019A};
@@ -36,7 +36,7 @@ TYPED_TEST(TransferItemsTest, RecordsItemsThatFailAndGoesOn) {
     EXPECT_EQ(job->record().failedItems, 3u);
 }
 
-TYPED_TEST(TransferItemsTest, AFailedItemThatCannotBeRecordedEndsTheRun) {
+TYPED_TEST(TransferItems, AFailedItemThatCannotBeRecordedEndsTheRun) {
     this->script_.items["b"] = {ERROR_SHARING_VIOLATION};
     this->script_.record = {ERROR_WRITE_FAULT};
     const auto job = this->makeJob();
@@ -49,7 +49,7 @@ TYPED_TEST(TransferItemsTest, AFailedItemThatCannotBeRecordedEndsTheRun) {
 }
 
 // The process dies before a failed item is recorded, before its position moves, or after.
-TYPED_TEST(TransferItemsTest, ADeathLosesNoFailedItem) {
+TYPED_TEST(TransferItems, ADeathLosesNoFailedItem) {
     Script& script = this->script_;
     const std::wstring folder = this->dataPath(L"\\job\\j1");
     const std::wstring left = this->dataPath(L"\\left");
@@ -94,7 +94,7 @@ TYPED_TEST(TransferItemsTest, ADeathLosesNoFailedItem) {
     }
 }
 
-TYPED_TEST(TransferItemsTest, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
+TYPED_TEST(TransferItems, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
     Script& script = this->script_;
     std::unique_ptr<TypeParam> job;
     // A folder stands where the failed items go.
@@ -117,7 +117,7 @@ TYPED_TEST(TransferItemsTest, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
     EXPECT_EQ(script.count("start"), 0u);
 }
 
-TYPED_TEST(TransferItemsTest, FailedItemsThatCannotBeReadFailTheRun) {
+TYPED_TEST(TransferItems, FailedItemsThatCannotBeReadFailTheRun) {
     Script& script = this->script_;
     script.items["b"] = {ERROR_SHARING_VIOLATION};
     script.items["c"] = {WSAECONNRESET};
@@ -143,7 +143,7 @@ TYPED_TEST(TransferItemsTest, FailedItemsThatCannotBeReadFailTheRun) {
     EXPECT_EQ(this->contentOf(document), "[");
 }
 
-TYPED_TEST(TransferItemsTest, APauseInAnItemRepeatsItUnlessItGotThrough) {
+TYPED_TEST(TransferItems, APauseInAnItemRepeatsItUnlessItGotThrough) {
     Script& script = this->script_;
     for (const DWORD answer : {ERROR_CANCELLED, ERROR_SUCCESS}) {
         SCOPED_TRACE(answer);
@@ -170,7 +170,7 @@ TYPED_TEST(TransferItemsTest, APauseInAnItemRepeatsItUnlessItGotThrough) {
     }
 }
 
-TYPED_TEST(TransferItemsTest, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
+TYPED_TEST(TransferItems, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
     Script& script = this->script_;
     for (const bool list : {false, true}) {
         SCOPED_TRACE(list);
@@ -209,7 +209,7 @@ TYPED_TEST(TransferItemsTest, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
     }
 }
 
-TYPED_TEST(TransferItemsTest, WhatPassesParksTheRunUntilItHasPassed) {
+TYPED_TEST(TransferItems, WhatPassesParksTheRunUntilItHasPassed) {
     struct Row {
         const char* name;
         DWORD item;
@@ -249,7 +249,7 @@ TYPED_TEST(TransferItemsTest, WhatPassesParksTheRunUntilItHasPassed) {
     }
 }
 
-TYPED_TEST(TransferItemsTest, AListWithoutItsEndNeverCompletes) {
+TYPED_TEST(TransferItems, AListWithoutItsEndNeverCompletes) {
     this->script_.items["b"] = {WSAECONNRESET};
     const auto job = this->makeJob();
     this->run(*job);
@@ -261,7 +261,7 @@ TYPED_TEST(TransferItemsTest, AListWithoutItsEndNeverCompletes) {
     EXPECT_EQ(this->script_.count("end"), 0u);
 }
 
-TYPED_TEST(TransferItemsTest, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
+TYPED_TEST(TransferItems, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
     const std::wstring totals = this->dataPath(L"\\job\\j1\\act\\totals");
     struct Row {
         const char* name;

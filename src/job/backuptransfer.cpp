@@ -1,17 +1,16 @@
-#include "job/backuprun.h"
+#include "job/backuptransfer.h"
 
 #include <objbase.h>
 
 #include <algorithm>
 #include <regex>
-#include <vector>
+#include <utility>
 
 #include "base/error_text.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/rm_rf.h"
 #include "base/text.h"
-#include "job/backupitems.h"
 #include "record/jobhistory.h"
 #include "settings/serverbinding.h"
 #include "source/exclusionlist.h"
@@ -20,7 +19,6 @@
 #include "source/snapshotroot.h"
 #include "source/sourceclassifier.h"
 #include "source/speedcalc.h"
-#include "source/volumemap.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {
@@ -49,66 +47,91 @@ private:
     HRESULT result_;
 };
 
-}  // namespace
-
 // Lets go of the run's snapshots, before COM goes.
-class BackupRun::SnapshotsOf {
+class SnapshotsOf {
 public:
-    explicit SnapshotsOf(BackupJob& job) : job_(job) {}
-    ~SnapshotsOf() {
-        // Ending a snapshot takes its time, and whoever stops the job wants the lock.
-        std::shared_ptr<VSSRequester> ended;
-        std::lock_guard guard(job_.snapshotLock_);
-        ended.swap(job_.snapshots_);
-    }
+    explicit SnapshotsOf(RunSnapshots& snapshots) : snapshots_(snapshots) {}
+    ~SnapshotsOf() { snapshots_.release(); }
     SnapshotsOf(const SnapshotsOf&) = delete;
     SnapshotsOf& operator=(const SnapshotsOf&) = delete;
 
 private:
-    BackupJob& job_;
+    RunSnapshots& snapshots_;
 };
 
-JobState BackupRun::carryOut() {
-    if (!begin("Start event released.\n")) {
-        return endCode();
+}  // namespace
+
+void RunSnapshots::make(const std::function<std::unique_ptr<VSSRequester>()>& factory) {
+    std::lock_guard guard(lock_);
+    requester_ = factory();
+}
+
+void RunSnapshots::release() {
+    // Ending a snapshot takes its time, and whoever stops the job wants the lock.
+    std::shared_ptr<VSSRequester> ended;
+    std::lock_guard guard(lock_);
+    ended.swap(requester_);
+}
+
+void RunSnapshots::tellEnd() {
+    std::lock_guard guard(lock_);
+    if (requester_) {
+        requester_->setEndEvent();
     }
-    const SpeedCalc speed(record_, [this] { job_.activity().publish(); });
+}
+
+BackupTransfer::BackupTransfer(Context context, Parts parts)
+    : Transfer(std::move(context),
+               {"backup", "Start source files/directories set.\n",
+                "End source files/directories set.\n", "Skip backup volumn item.\n"}),
+      definition_(parts.definition),
+      services_(parts.services),
+      drops_(parts.drops),
+      snapshots_(parts.snapshots),
+      createStorage_(std::move(parts.createStorage)),
+      temporary_(itemTempFolder(jobId())) {}
+
+JobState BackupTransfer::run() {
+    if (!begin("Start event released.\n")) {
+        return brokenOffCode();
+    }
+    const SpeedCalc speed(record_, [this] { publish(); });
     log(LogLevel::debug, "Speed calculater registerred.\n");
-    if (!loadVolumes() || !carryOn()) {
-        return endCode();
+    if (!takeUpVolumes() || !carryOn()) {
+        return brokenOffCode();
     }
     const ComApartment com;
     if (FAILED(com.result())) {
         log(LogLevel::error, "Failed to initial COM context, %s.\n",
             errorText(static_cast<unsigned long>(com.result())).c_str());
         fail(static_cast<unsigned long>(com.result()));
-        return endCode();
+        return brokenOffCode();
     }
     log(LogLevel::debug, "COM object initialized.\n");
-    const SnapshotsOf snapshots(job_);
-    const JobState end = prepare() ? BackupItems(job_, reader_).process() : endCode();
+    const SnapshotsOf letGo(snapshots_);
+    const JobState end = prepare() ? processItems() : brokenOffCode();
     reader_.close();
     return end;
 }
 
-bool BackupRun::loadVolumes() {
+bool BackupTransfer::takeUpVolumes() {
     const bool takenUp = takeUp();
-    job_.atStorage_ = resumed_;
+    atStorage_ = resumed_;
     if (!takenUp) {
         return false;
     }
-    notes_ = std::make_unique<BackupNotes>(jobHistoryNotesPath(directory_, job_.instanceText()),
-                                           listed_);
+    notes_ =
+        std::make_unique<BackupNotes>(jobHistoryNotesPath(directory_, instanceText()), listed_);
     if (resumed_) {
-        dorvo::loadVolumes(job_.definition().id().c_str(), job_.volumes_);
+        dorvo::loadVolumes(jobId().c_str(), volumes_);
     }
     if (!listed_) {
-        SourceClassifier()(job_.backup().source(), job_.volumes_);
+        SourceClassifier()(definition_.source(), volumes_);
     } else {
         findLostVolumes();
     }
     // Snapshots of an earlier run are gone with it.
-    for (auto& [path, volume] : job_.volumes_) {
+    for (auto& [path, volume] : volumes_) {
         volume->snapshotSetId = {};
         volume->snapshotId = {};
         volume->shadowPath.clear();
@@ -120,9 +143,9 @@ bool BackupRun::loadVolumes() {
 
 // A volume whose record is lost would be read without its snapshot. Those that are on record keep
 // their indexes: one of them is the run's current volume.
-void BackupRun::findLostVolumes() {
-    const std::vector<std::wstring>& sources = job_.backup().source();
-    VolumeMap& known = job_.volumes_;
+void BackupTransfer::findLostVolumes() {
+    const std::vector<std::wstring>& sources = definition_.source();
+    VolumeMap& known = volumes_;
     if (std::all_of(sources.begin(), sources.end(),
                     [&](const std::wstring& source) { return hasVolume(source); })) {
         return;
@@ -146,7 +169,7 @@ void BackupRun::findLostVolumes() {
     }
 }
 
-bool BackupRun::prepare() {
+bool BackupTransfer::prepare() {
     if ((resumed_ && !(noteRun() && speakFirst())) || !makeSnapshots() || !makeList()) {
         return false;
     }
@@ -157,18 +180,19 @@ bool BackupRun::prepare() {
         return failUnlessHeld(keep.error());
     }
     // Packages are encoded anew.
-    rm_rf(itemTempFolder(job_.definition().id()), false);
-    if (!noteRun() || !startStorage("Start to backing up files.\n")) {
+    rm_rf(itemTempFolder(jobId()), false);
+    findVolume();
+    if (!noteRun() || !startItems("Start to backing up files.\n")) {
         return false;
     }
-    job_.services_.tellDrops();  // the storage is there
+    services_.tellDrops();  // the storage is there
     return true;
 }
 
 // Before the storage hears of the run, and once more when another server may have been set while
 // the list was made: what this one has would be missing there.
-bool BackupRun::noteRun() {
-    if (job_.noteRun()) {
+bool BackupTransfer::noteRun() {
+    if (note()) {
         return true;
     }
     const LastErrorGuard keep;
@@ -178,33 +202,30 @@ bool BackupRun::noteRun() {
 // A run that goes on makes sure of its storage before it takes snapshots: it may have failed for
 // the storage's sake, and would take new ones of every volume at each try of a night without
 // network.
-bool BackupRun::speakFirst() {
-    return listed_ ? openStorage() : makeCheck();
+bool BackupTransfer::speakFirst() {
+    return listed_ ? startStorage() : makeCheck();
 }
 
-bool BackupRun::makeSnapshots() {
-    if (job_.services_.snapshotsEnabled() && !isAtEndOfList() && !takeSnapshots()) {
+bool BackupTransfer::makeSnapshots() {
+    if (services_.snapshotsEnabled() && !isAtEndOfList() && !takeSnapshots()) {
         return false;
     }
     log(LogLevel::debug, "Volume snapshot created.\n");
     copySnapshots();
-    if (job_.snapshots_) {
-        notes_->readLive(job_.volumes_, *job_.snapshots_);
+    if (snapshots_.get() != nullptr) {
+        notes_->readLive(volumes_, *snapshots_.get());
     }
-    job_.activity().sync();
-    for (const auto& [path, volume] : job_.volumes_) {
-        volume->save(job_.definition().id().c_str());
+    flush();
+    for (const auto& [path, volume] : volumes_) {
+        volume->save(jobId().c_str());
     }
     return carryOn();
 }
 
-bool BackupRun::takeSnapshots() {
-    {
-        std::lock_guard guard(job_.snapshotLock_);
-        job_.snapshots_ = job_.services_.snapshots();
-    }
+bool BackupTransfer::takeSnapshots() {
+    snapshots_.make(services_.snapshots);
     std::vector<std::wstring> paths;
-    for (const auto& [path, volume] : job_.volumes_) {
+    for (const auto& [path, volume] : volumes_) {
         paths.push_back(path);
     }
     // A stop that came before the requester was there has told nobody.
@@ -214,9 +235,9 @@ bool BackupRun::takeSnapshots() {
     if (!startSnapshots(paths)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to start snapshot, %d, %m.\n", static_cast<int>(keep.error()));
-        if (const std::wstring& volume = job_.snapshots_->failedVolume(); !volume.empty()) {
+        if (const std::wstring& volume = snapshots_.get()->failedVolume(); !volume.empty()) {
             log(LogLevel::error, "The snapshot service fails at volume {%s} in %s.\n",
-                toUtf8(volume).c_str(), job_.snapshots_->step());
+                toUtf8(volume).c_str(), snapshots_.get()->step());
         }
         // What a pause has told the requester stays told, even when the pause is taken back.
         return carryOn() && !parkIfPauseIsTakenBack() && fail(keep.error());
@@ -224,10 +245,10 @@ bool BackupRun::takeSnapshots() {
     return true;
 }
 
-bool BackupRun::startSnapshots(const std::vector<std::wstring>& volumes) {
+bool BackupTransfer::startSnapshots(const std::vector<std::wstring>& volumes) {
     for (int tries = 1;; ++tries) {
-        if (job_.snapshots_->startBackup(volumes.empty() ? nullptr : &volumes, VSSRequester::copy,
-                                         true)) {
+        if (snapshots_.get()->startBackup(volumes.empty() ? nullptr : &volumes, VSSRequester::copy,
+                                          true)) {
             return true;
         }
         const LastErrorGuard keep;
@@ -236,19 +257,18 @@ bool BackupRun::startSnapshots(const std::vector<std::wstring>& volumes) {
         }
         log(LogLevel::information, "The snapshot service is busy, error-code = %d.\n",
             static_cast<int>(keep.error()));
-        if (WaitForSingleObject(job_.stopEvent(), job_.services_.snapshotRetryMs) ==
-            WAIT_OBJECT_0) {
+        if (WaitForSingleObject(stopEvent(), services_.snapshotRetryMs) == WAIT_OBJECT_0) {
             return false;
         }
     }
 }
 
-void BackupRun::copySnapshots() {
-    const int count = job_.snapshots_ ? job_.snapshots_->volumeCount() : 0;
+void BackupTransfer::copySnapshots() {
+    const int count = snapshots_.get() != nullptr ? snapshots_.get()->volumeCount() : 0;
     for (int i = 0; i < count; ++i) {
-        const SnapshotVolume& snapshot = job_.snapshots_->volume(i);
-        const auto found = job_.volumes_.find(snapshot.volumePath);
-        if (found == job_.volumes_.end()) {
+        const SnapshotVolume& snapshot = snapshots_.get()->volume(i);
+        const auto found = volumes_.find(snapshot.volumePath);
+        if (found == volumes_.end()) {
             continue;
         }
         found->second->snapshotSetId = snapshot.snapshotSetId;
@@ -258,14 +278,14 @@ void BackupRun::copySnapshots() {
     }
 }
 
-bool BackupRun::makeList() {
+bool BackupTransfer::makeList() {
     if (listed_) {
         return true;
     }
     if (!beginList() || !noteRun()) {
         return false;
     }
-    job_.atStorage_ = true;
+    atStorage_ = true;
     log(LogLevel::debug, "Generating source list.\n");
     if (!check_ && !makeCheck()) {
         return false;
@@ -283,12 +303,12 @@ bool BackupRun::makeList() {
     return true;
 }
 
-bool BackupRun::makeCheck() {
-    check_ = job_.services_.incrementCheck();
+bool BackupTransfer::makeCheck() {
+    check_ = services_.incrementCheck();
     return check_ || listFailed();
 }
 
-bool BackupRun::listFailed() {
+bool BackupTransfer::listFailed() {
     LastErrorGuard keep;
     log(LogLevel::error, "Failed to generator the job activity source, %d, %m.\n",
         static_cast<int>(keep.error()));
@@ -296,23 +316,23 @@ bool BackupRun::listFailed() {
     return failOrPause(keep.error());
 }
 
-bool BackupRun::areSnapshotsThere() const {
-    return std::all_of(job_.volumes_.begin(), job_.volumes_.end(),
+bool BackupTransfer::areSnapshotsThere() const {
+    return std::all_of(volumes_.begin(), volumes_.end(),
                        [](const auto& entry) { return isSnapshotThere(*entry.second); });
 }
 
-bool BackupRun::generateList() {
+bool BackupTransfer::generateList() {
     std::unique_ptr<FilterPolicy> filter;
     try {
-        filter = FilterPolicyFactory::create(job_.backup());
+        filter = FilterPolicyFactory::create(definition_);
     } catch (const std::regex_error&) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
-    const interrupter stop(job_.stopEvent());
+    const interrupter stop(stopEvent());
     JobActivitySourceGenerator::Options options;
     options.filter = filter.get();
-    options.excluded = ExcludedPaths(ExclusionList(), job_.definition().id());
+    options.excluded = ExcludedPaths(ExclusionList(), jobId());
     options.check = check_.get();
     options.stop = &stop;
     options.failedItem = [&](const std::wstring& path, DWORD error) {
@@ -322,13 +342,13 @@ bool BackupRun::generateList() {
     options.leavesOut = [&](const ComparablePath& path) { return notes_->leavesOut(path); };
     options.found = [&](const std::wstring& path) { notes_->found(path); };
     options.leftOut = [&](const std::wstring& path, DWORD tag) { notes_->notEntered(path, tag); };
-    for (const std::wstring& source : job_.backup().source()) {
+    for (const std::wstring& source : definition_.source()) {
         if (!source.empty() && !hasVolume(source)) {
             options.failedItem(source, ERROR_PATH_NOT_FOUND);
         }
     }
     JobActivitySourceGenerator generator(std::move(options));
-    if (!generator.generate(list_, job_.volumes_)) {
+    if (!generator.generate(list_, volumes_)) {
         return false;
     }
     if (!allRecorded()) {
@@ -342,7 +362,7 @@ bool BackupRun::generateList() {
     }
     const SourceCalculator& walked = generator.walked();
     if (generator.filteredOut() && walked.fileCount() == 0) {
-        notes_->nothingPassed(job_.definition().id());
+        notes_->nothingPassed(jobId());
     }
     notes_->save();
     record_.unchangedSize = generator.unchangedSize();
@@ -350,8 +370,8 @@ bool BackupRun::generateList() {
                    {walked.directoryCount(), walked.fileCount(), walked.fileSize()});
 }
 
-bool BackupRun::hasVolume(const std::wstring& source) const {
-    return std::any_of(job_.volumes_.begin(), job_.volumes_.end(), [&](const auto& entry) {
+bool BackupTransfer::hasVolume(const std::wstring& source) const {
+    return std::any_of(volumes_.begin(), volumes_.end(), [&](const auto& entry) {
         const auto& sources = entry.second->sources;
         return std::find(sources.begin(), sources.end(), source) != sources.end();
     });

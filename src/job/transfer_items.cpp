@@ -1,36 +1,30 @@
-#include "job/transferitems.h"
+// What becomes of the items of a run, one after the other.
 
 #include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "httpmsg/http_names.h"
+#include "job/transfer.h"
 #include "record/sourcerecord.h"
 
 namespace dorvo {
 
-TransferItems::TransferItems(TransferJob& job, JobActivitySourceReader& reader, const Lines& lines)
-    : record_(*job.activity().get()),
-      progress_(&record_),
-      job_(job),
-      reader_(reader),
-      lines_(lines) {}
-
-JobState TransferItems::process() {
+JobState Transfer::processItems() {
     Step last = Step::next;
     for (;;) {
-        const bool carryOn = job_.pollEvent(0);
-        if (!advance(last, carryOn)) {
+        const bool goesOn = carryOn();
+        if (!advance(last, goesOn)) {
             fail(GetLastError());
-            return job_.brokenOffCode();
+            return brokenOffCode();
         }
-        if (!carryOn) {
-            return job_.brokenOffCode();
+        if (!goesOn) {
+            return brokenOffCode();
         }
-        pausesTakenBack_ = job_.pausesTakenBack();
+        itemPausesTakenBack_ = job_.pausesTakenBack_;
         last = step(reader_.next());
         if (last == Step::ended || (last == Step::finished && !allThrough())) {
-            return job_.brokenOffCode();
+            return brokenOffCode();
         }
         if (last == Step::finished) {
             job_.lifecycle().move(JobState::completing);
@@ -41,14 +35,14 @@ JobState TransferItems::process() {
 
 // An item that a stop has broken off is the next run's first, and this one's next where the pause
 // was taken back meanwhile: nothing says that it is stored.
-bool TransferItems::advance(Step last, bool carryOn) {
+bool Transfer::advance(Step last, bool goesOn) {
     if (last != Step::brokenOff) {
         return takePosition();
     }
-    return !carryOn || reader_.seek(static_cast<int64_t>(record_.sourcePosition));
+    return !goesOn || reader_.seek(static_cast<int64_t>(record_.sourcePosition));
 }
 
-bool TransferItems::takePosition() {
+bool Transfer::takePosition() {
     // The end of a set stays the position, so that a run which only has to end finds it again.
     if (setEnded_) {
         return true;
@@ -66,17 +60,17 @@ bool TransferItems::takePosition() {
     return true;
 }
 
-TransferItems::Step TransferItems::step(uint32_t tag) {
+Transfer::Step Transfer::step(uint32_t tag) {
     switch (tag) {
         case tagSetStart:
             setEnded_ = false;
-            log(LogLevel::information, lines_.setStart);
+            log(LogLevel::information, words_.setStart);
             return Step::next;
         case tagSetEnd:
             setEnded_ = true;
-            log(LogLevel::information, lines_.setEnd);
+            log(LogLevel::information, words_.setEnd);
             return Step::next;
-        case tagVolume: log(LogLevel::information, lines_.volume); return volume();
+        case tagVolume: log(LogLevel::information, words_.volume); return volume();
         case tagFile: return item(false);
         case tagDirectory: return item(true);
         case 0: return setEnded_ ? Step::finished : damaged();
@@ -84,7 +78,7 @@ TransferItems::Step TransferItems::step(uint32_t tag) {
     }
 }
 
-TransferItems::Step TransferItems::volume() {
+Transfer::Step Transfer::volume() {
     std::wstring path;
     if (!reader_.volume(path)) {
         return damaged();
@@ -93,7 +87,7 @@ TransferItems::Step TransferItems::volume() {
     return Step::next;
 }
 
-TransferItems::Step TransferItems::item(bool directory) {
+Transfer::Step Transfer::item(bool directory) {
     Item item;
     uint64_t value = 0;
     if (!reader_.entry(item.path, item.data, value)) {
@@ -102,7 +96,7 @@ TransferItems::Step TransferItems::item(bool directory) {
     item.number = static_cast<uint32_t>(value);
     item.directory = directory;
     progress_.show(item.path);
-    job_.activity().publish();
+    publish();
     reason_.clear();
     keptFile_ = false;
     const bool transferred = transfer(item);
@@ -114,21 +108,21 @@ TransferItems::Step TransferItems::item(bool directory) {
     return transferred ? Step::next : itemFailed(item, code);
 }
 
-TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long code) {
-    const Failure failure = job_.failureOf(code);
+Transfer::Step Transfer::itemFailed(const Item& item, unsigned long code) {
+    const Failure failure = failureOf(code);
     if (code == ERROR_CANCELLED && !failure.stopping &&
-        job_.pausesTakenBack() == pausesTakenBack_) {
+        job_.pausesTakenBack_ == itemPausesTakenBack_) {
         return itemFailed(item, ERROR_OPERATION_ABORTED);  // by nobody here: no stop will repeat it
     }
     switch (itemFailure(failure)) {
         case FailureAction::leave: return Step::brokenOff;
-        case FailureAction::pause: return pause(code);
+        case FailureAction::pause: return ended(pause(code));
         case FailureAction::record:
         case FailureAction::fail:
         case FailureAction::settle: break;
     }
     if (passes(item, code)) {
-        return pause(code);
+        return ended(pause(code));
     }
     const auto marked = static_cast<uint32_t>(code);
     if (reason_.empty() && marked == errorLostBytes) {
@@ -136,29 +130,19 @@ TransferItems::Step TransferItems::itemFailed(const Item& item, unsigned long co
     } else if (reason_.empty() && isHttpStatus(marked)) {
         reason_ = http_status_string(static_cast<int>(withoutHttpMark(marked)));
     }
-    if (!job_.recordError(item.path.c_str(), code, reason_)) {
+    if (!recordError(item.path.c_str(), code, reason_)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to record the failed item {%s}, error-code = %d, %m.\n",
             toUtf8(item.path).c_str(), static_cast<int>(keep.error()));
-        return isPassing(keep.error()) ? pause(keep.error()) : fail(keep.error());
+        return ended(isPassing(keep.error()) ? pause(keep.error()) : fail(keep.error()));
     }
     return Step::next;
 }
 
-TransferItems::Step TransferItems::pause(unsigned long code) {
-    job_.pauseForRetry(code);
-    return Step::ended;
-}
-
-TransferItems::Step TransferItems::damaged() {
-    log(LogLevel::error, "The source list of job {%s} is damaged at {%Q}.\n",
-        job_.definition().id().c_str(), record_.sourcePosition);
-    return fail(ERROR_FILE_CORRUPT);
-}
-
-TransferItems::Step TransferItems::fail(unsigned long code) {
-    job_.runError_ = code;
-    return Step::ended;
+Transfer::Step Transfer::damaged() {
+    log(LogLevel::error, "The source list of job {%s} is damaged at {%Q}.\n", id_.c_str(),
+        record_.sourcePosition);
+    return ended(fail(ERROR_FILE_CORRUPT));
 }
 
 }  // namespace dorvo

@@ -1,5 +1,5 @@
 // The steps of a backup run: sources, snapshots, storage, items.
-#include "job/backuprun.h"
+#include "job/backuptransfer.h"
 
 #include <deque>
 #include <map>
