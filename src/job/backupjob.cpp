@@ -64,7 +64,7 @@ bool BackupJob::init() {
     if (!backup().scheduleIsValid()) {
         log(LogLevel::error,
             "The schedule of job {%s} is not valid: the job starts by hand only.\n",
-            definition().id().c_str());
+            definition().id());
     }
     plan(PlanReason::loaded);
     return true;

@@ -60,7 +60,7 @@ void BackupNotes::notEntered(const std::wstring& path, DWORD reparseTag) {
 
 void BackupNotes::nothingPassed(const std::string& jobId) {
     notes_.addOnce(Kind::warning, {}, nothingPassedText);
-    log(LogLevel::warning, "The filter of job {%s} lets no file through.\n", jobId.c_str());
+    log(LogLevel::warning, "The filter of job {%s} lets no file through.\n", jobId);
 }
 
 void BackupNotes::readLive(const VolumeMap& volumes, const VSSRequester& snapshots) {
@@ -69,8 +69,7 @@ void BackupNotes::readLive(const VolumeMap& volumes, const VSSRequester& snapsho
             const char* const reason = snapshots.wasAway(path) ? awayText : noSnapshotText;
             if (notes_.addOnce(Kind::warning, path, reason)) {
                 log(LogLevel::warning,
-                    "No snapshot of volume {%s}, its files are read as they are.\n",
-                    toUtf8(path).c_str());
+                    "No snapshot of volume {%s}, its files are read as they are.\n", toUtf8(path));
             }
             continue;
         }

@@ -103,7 +103,7 @@ JobState BackupTransfer::run() {
     const ComApartment com;
     if (FAILED(com.result())) {
         log(LogLevel::error, "Failed to initial COM context, %s.\n",
-            errorText(static_cast<unsigned long>(com.result())).c_str());
+            errorText(static_cast<unsigned long>(com.result())));
         fail(static_cast<unsigned long>(com.result()));
         return brokenOffCode();
     }
@@ -175,8 +175,7 @@ bool BackupTransfer::prepare() {
     }
     if (!reader_.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
         LastErrorGuard keep;
-        log(LogLevel::error, "Failed to open job activity source file, %d, %m.\n",
-            static_cast<int>(keep.error()));
+        log(LogLevel::error, "Failed to open job activity source file, %d, %m.\n", keep.error());
         return failUnlessHeld(keep.error());
     }
     // Packages are encoded anew.
@@ -234,10 +233,10 @@ bool BackupTransfer::takeSnapshots() {
     }
     if (!startSnapshots(paths)) {
         LastErrorGuard keep;
-        log(LogLevel::error, "Failed to start snapshot, %d, %m.\n", static_cast<int>(keep.error()));
+        log(LogLevel::error, "Failed to start snapshot, %d, %m.\n", keep.error());
         if (const std::wstring& volume = snapshots_.get()->failedVolume(); !volume.empty()) {
             log(LogLevel::error, "The snapshot service fails at volume {%s} in %s.\n",
-                toUtf8(volume).c_str(), snapshots_.get()->step());
+                toUtf8(volume), snapshots_.get()->step());
         }
         // What a pause has told the requester stays told, even when the pause is taken back.
         return carryOn() && !parkIfPauseIsTakenBack() && fail(keep.error());
@@ -256,7 +255,7 @@ bool BackupTransfer::startSnapshots(const std::vector<std::wstring>& volumes) {
             return false;
         }
         log(LogLevel::information, "The snapshot service is busy, error-code = %d.\n",
-            static_cast<int>(keep.error()));
+            keep.error());
         if (WaitForSingleObject(stopEvent(), services_.snapshotRetryMs) == WAIT_OBJECT_0) {
             return false;
         }
@@ -310,8 +309,7 @@ bool BackupTransfer::makeCheck() {
 
 bool BackupTransfer::listFailed() {
     LastErrorGuard keep;
-    log(LogLevel::error, "Failed to generator the job activity source, %d, %m.\n",
-        static_cast<int>(keep.error()));
+    log(LogLevel::error, "Failed to generator the job activity source, %d, %m.\n", keep.error());
     log(LogLevel::error, "Start job failed.\n");
     return failOrPause(keep.error());
 }

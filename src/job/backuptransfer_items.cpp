@@ -62,8 +62,8 @@ bool BackupTransfer::isDiskOfPackagesFull() {
         reason_ = "its package does not fit on the disk";
         return false;
     }
-    log(LogLevel::error, "The disk of {%s} is full, job {%s} waits for room.\n",
-        toUtf8(temporary_).c_str(), jobId().c_str());
+    log(LogLevel::error, "The disk of {%s} is full, job {%s} waits for room.\n", toUtf8(temporary_),
+        jobId());
     return true;
 }
 
@@ -162,7 +162,7 @@ bool BackupTransfer::note() {
     log(LogLevel::error,
         "Run {%s} of job {%s} has begun at the server {%s}, and {%s} is set: the next run begins "
         "there.\n",
-        noted->instanceId.c_str(), jobId().c_str(), noted->server.c_str(), place.server.c_str());
+        noted->instanceId, jobId(), noted->server, place.server);
     SetLastError(errorOtherServer);
     return false;
 }

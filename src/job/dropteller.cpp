@@ -25,7 +25,7 @@ void DropTeller::wake() {
     if (!startThread(body, this, thread_)) {
         log(LogLevel::error,
             "Failed to start the thread that has runs dropped, error-code = %d, %m.\n",
-            static_cast<int>(GetLastError()));
+            GetLastError());
     }
 }
 
@@ -91,7 +91,7 @@ std::unique_ptr<JobDefinition> DropTeller::definitionOf(const PendingDrops& drop
         const DWORD error = GetLastError();
         log(LogLevel::error,
             "Failed to read whose runs are to be dropped {%s}, error-code = %d, %s.\n",
-            toUtf8(drops.home()).c_str(), static_cast<int>(error), errorText(error).c_str());
+            toUtf8(drops.home()), error, errorText(error));
         if (isNoDefinition(error)) {
             damaged_.insert(drops.home());
         }

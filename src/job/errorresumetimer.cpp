@@ -17,7 +17,7 @@ bool ErrorResumeTimer::arm() {
     const uint64_t due = localTimeNow() + delayMs_ * ticksPerMillisecond;
     if (dispatcher->schedule_timer(this, due) == -1) {
         log(LogLevel::error, "Failed to schedule the resume of job {%s}, error-code = %d, %m.\n",
-            jobId_.c_str(), GetLastError());
+            jobId_, GetLastError());
         return false;
     }
     return true;

@@ -74,13 +74,12 @@ bool Job::beginRun() {
 
 bool Job::startAllowed() const {
     if (removing_) {
-        log(LogLevel::warning, "Job %s is removing, do not allow to start.\n",
-            definition_->id().c_str());
+        log(LogLevel::warning, "Job %s is removing, do not allow to start.\n", definition_->id());
         return false;
     }
     if (locked_) {
         log(LogLevel::warning, "Job %s is locked temporarily, do not allow to start.\n",
-            definition_->id().c_str());
+            definition_->id());
         return false;
     }
     return true;
@@ -105,7 +104,7 @@ bool Job::startTask() {
     } else {
         const LastErrorGuard keep;
         log(LogLevel::error, "Failed to start the work thread of job {%s}, error-code = %d, %m.\n",
-            definition_->id().c_str(), keep.error());
+            definition_->id(), keep.error());
         endWithoutThread(keep.error());
     }
     startEvent_.reset();
@@ -130,8 +129,7 @@ DWORD WINAPI Job::run_wrapper(void* self) {
     try {
         result = job->run();
     } catch (const std::exception& error) {
-        log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id().c_str(),
-            error.what());
+        log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id(), error.what());
         job->lifecycle_.pend(JobState::none);
         job->lifecycle_.move(JobState::error);
     }

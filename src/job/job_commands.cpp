@@ -22,7 +22,7 @@ bool Job::init() {
         case Answer::distrust:
             // Nothing else of the record is to be trusted either: the next run is a new one.
             log(LogLevel::error, "The record of job {%s} has no state of a job, but %d.\n",
-                definition_->id().c_str(), record->state);
+                definition_->id(), record->state);
             record->endError = ERROR_FILE_CORRUPT;
             lifecycle_.move(JobState::error, Lifecycle::Tell::nobody);
             break;
@@ -241,10 +241,10 @@ struct Job::Removal {
 bool Job::remove() {
     const std::string& id = definition_->id();
     if (removing_) {
-        log(LogLevel::information, "Job %s is removing.\n", id.c_str());
+        log(LogLevel::information, "Job %s is removing.\n", id);
     }
     if (running() && !stop()) {
-        log(LogLevel::error, "Failed to stop job %s.\n", id.c_str());
+        log(LogLevel::error, "Failed to stop job %s.\n", id);
         return false;
     }
     removing_ = true;
@@ -262,7 +262,7 @@ bool Job::remove() {
     if ((workThread_ != nullptr && copy == nullptr) ||
         !startThread(remove_thread, removal.get(), thread)) {
         log(LogLevel::error, "Failed to start the remove thread of job %s, error-code = %d, %m.\n",
-            id.c_str(), GetLastError());
+            id, GetLastError());
         return false;
     }
     static_cast<void>(removal.release());  // the thread's now

@@ -151,13 +151,13 @@ bool Job::createInstance() {
     const std::string message = errorText(static_cast<unsigned long>(status));
     if (status != 0) {
         log(LogLevel::error, "Failed to create uuid for job {%s} instance, error = %d, %s.\n", id,
-            status, message.c_str());
+            status, message);
         return false;
     }
     std::memcpy(activity_->instanceId.data(), &instance, sizeof(instance));
     log(LogLevel::information,
         "Create uuid for job {%s} instance, the uuid created is %s, error = %d, %s.\n", id,
-        uuidText(instance).c_str(), status, message.c_str());
+        uuidText(instance), status, message);
     return true;
 }
 
@@ -165,12 +165,12 @@ bool Job::setStartEvent() {
     if (SetEvent(startEvent_.get()) == 0) {
         const LastErrorGuard keep;
         log(LogLevel::error, "Failed to signal backup job {%s} start event, %s.\n",
-            definition_->id().c_str(), errorText(keep.error()).c_str());
+            definition_->id(), errorText(keep.error()));
         return false;
     }
     std::ostringstream text;
     dumpState(text, JobState::running);
-    log(LogLevel::information, "%s.\n", text.str().c_str());
+    log(LogLevel::information, "%s.\n", text.str());
     return true;
 }
 

@@ -51,8 +51,7 @@ void JobCmdQueue::addResumeAfterError(std::string id) {
 
 void JobCmdQueue::put(std::string id, Command command) {
     std::lock_guard guard(lock_);
-    log(LogLevel::debug, "Add command %s of job %s to JobCmdQueue.\n", id.c_str(),
-        command.text.c_str());
+    log(LogLevel::debug, "Add command %s of job %s to JobCmdQueue.\n", id, command.text);
     pending_[std::move(id)] = std::move(command);
     ReleaseSemaphore(semaphore_.get(), 1, nullptr);
 }
@@ -107,8 +106,7 @@ void JobCmdQueue::executeFirst() {
 
 void JobCmdQueue::execute(const std::string& id, const Command& command) {
     const std::string& text = command.text;
-    log(LogLevel::debug, "JobCmdQueue: execute command \"%s\" for job %s.\n", text.c_str(),
-        id.c_str());
+    log(LogLevel::debug, "JobCmdQueue: execute command \"%s\" for job %s.\n", text, id);
     JobCommands* const jobs = carrier;
     if (jobs == nullptr) {
         return;

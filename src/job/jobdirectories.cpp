@@ -56,7 +56,7 @@ bool saveDefinition(const JobDefinition& definition) {
     }
     const LastErrorGuard keep;
     log(LogLevel::error, "Failed to save the definition of job {%s}, error-code = %d, %m.\n",
-        definition.id().c_str(), GetLastError());
+        definition.id(), GetLastError());
     return false;
 }
 
@@ -87,8 +87,8 @@ bool removeJobDirectory(const std::string& id) {
             return true;
         }
     } while (retry.again(GetLastError()));
-    log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n",
-        id.c_str(), GetLastError());
+    log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n", id,
+        GetLastError());
     return false;
 }
 

@@ -42,7 +42,7 @@ std::unique_ptr<Job> JobManagerImpl::makeJob(std::unique_ptr<JobDefinition>& def
         }
         return job;
     } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to make job {%s}, %s.\n", id.c_str(), error.what());
+        log(LogLevel::error, "Failed to make job {%s}, %s.\n", id, error.what());
         return nullptr;
     }
 }
@@ -78,15 +78,14 @@ void JobManagerImpl::loadJob(const std::wstring& directory, const std::string& n
         if (PendingDrops(name).stay()) {
             return;  // they are told from there; a later start finds the directory empty
         }
-        log(LogLevel::information, "Recycle the job directory \"%s\".\n",
-            toUtf8(directory).c_str());
+        log(LogLevel::information, "Recycle the job directory \"%s\".\n", toUtf8(directory));
         rm_rf(directory, true);
         return;
     }
     log(LogLevel::error,
         "Leave out the job directory \"%s\", whose definition cannot be read, error-code = %d, "
         "%s.\n",
-        toUtf8(directory).c_str(), static_cast<int>(error), errorText(error).c_str());
+        toUtf8(directory), error, errorText(error));
     leftOut_.push_back({name, {}, {}});
 }
 
@@ -96,8 +95,8 @@ bool JobManagerImpl::makeLoaded(std::unique_ptr<JobDefinition> definition,
     const int type = definition->type();
     // Everything of a job is found by its id: a copied or renamed directory is none of ours.
     if (!equalsIgnoreCase(id, name) || find(id.c_str()) != nullptr) {
-        log(LogLevel::warning, "Ignore the job directory \"%s\" of job id:%s.\n",
-            toUtf8(directory).c_str(), id.c_str());
+        log(LogLevel::warning, "Ignore the job directory \"%s\" of job id:%s.\n", toUtf8(directory),
+            id);
         return false;
     }
     std::unique_ptr<Job> job = makeJob(definition, id);
@@ -105,7 +104,7 @@ bool JobManagerImpl::makeLoaded(std::unique_ptr<JobDefinition> definition,
         return false;
     }
     if (!job->init()) {
-        log(LogLevel::error, "Init job failed. job type:%d job id:%s.\n", type, id.c_str());
+        log(LogLevel::error, "Init job failed. job type:%d job id:%s.\n", type, id);
         return false;
     }
     jobs_.push_back(job.release());
@@ -179,8 +178,7 @@ bool JobManagerImpl::submitJob(JobDefinition* submitted) {
 
 bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definition) {
     if (definition->type() != job.definition().type()) {
-        log(LogLevel::error, "Submit job failed, job {%s} is of another type.\n",
-            definition->id().c_str());
+        log(LogLevel::error, "Submit job failed, job {%s} is of another type.\n", definition->id());
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
@@ -197,7 +195,7 @@ bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definit
 Job* JobManagerImpl::addJob(std::unique_ptr<JobDefinition>& definition) {
     const std::string id = definition->id();
     if (!isJobId(id)) {
-        log(LogLevel::error, "Submit job failed, {%s} is no job id.\n", id.c_str());
+        log(LogLevel::error, "Submit job failed, {%s} is no job id.\n", id);
         SetLastError(ERROR_INVALID_NAME);
         return nullptr;
     }
@@ -227,7 +225,7 @@ std::unique_ptr<Job> JobManagerImpl::makeSaved(std::unique_ptr<JobDefinition>& d
     createDirectories(directory);  // for the job's record; without it saving fails, too
     std::unique_ptr<Job> job = makeJob(definition, id);
     if (!job) {
-        log(LogLevel::error, "Submit job failed, no job is made of job {%s}.\n", id.c_str());
+        log(LogLevel::error, "Submit job failed, no job is made of job {%s}.\n", id);
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
@@ -395,7 +393,7 @@ void JobManagerImpl::forAllJobs(bool wait, LogText<std::string, int> failed,
     std::lock_guard guard(lock_);
     for (Job* job : jobs_) {
         if (!operation(*job)) {
-            log(LogLevel::error, failed, job->definition().id().c_str(), GetLastError());
+            log(LogLevel::error, failed, job->definition().id(), GetLastError());
         }
     }
     if (!wait) {
@@ -403,7 +401,7 @@ void JobManagerImpl::forAllJobs(bool wait, LogText<std::string, int> failed,
     }
     for (Job* job : jobs_) {
         if (!job->wait(INFINITE)) {
-            log(LogLevel::error, waitFailed, job->definition().id().c_str(), GetLastError());
+            log(LogLevel::error, waitFailed, job->definition().id(), GetLastError());
         }
     }
 }

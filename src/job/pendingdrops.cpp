@@ -118,7 +118,7 @@ bool failed(const char* action, const std::string& instanceId, const std::string
     const LastErrorGuard keep;
     log(LogLevel::error,
         "Failed to %s run {%s} of job {%s} for its storage, error-code = %d, %m.\n", action,
-        instanceId.c_str(), jobId.c_str(), static_cast<int>(keep.error()));
+        instanceId, jobId, keep.error());
     return false;
 }
 
@@ -236,7 +236,7 @@ void PendingDrops::tell(const std::function<bool(const PendingDrop&)>& drop) con
         }
         if (stand == Stand::toDrop && drop(run)) {
             log(LogLevel::information, "The storage of job {%s} has dropped run {%s} now.\n",
-                jobId_.c_str(), id.c_str());
+                jobId_, id);
         } else if (stand == Stand::toDrop && !believes(run, GetLastError())) {
             continue;
         }

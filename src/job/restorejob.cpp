@@ -53,8 +53,8 @@ unsigned long RestoreJob::run() {
     const std::unique_ptr<RestoreTransfer> transfer = makeTransfer();
     run_ = transfer.get();
     const unsigned long error = transfer->carryOut();
-    log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id().c_str(),
-        toUtf8(definition().name()).c_str(), endText(lifecycle().state()));
+    log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id(),
+        toUtf8(definition().name()), endText(lifecycle().state()));
     return error;
 }
 

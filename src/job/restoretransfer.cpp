@@ -74,7 +74,7 @@ bool RestoreTransfer::prepare() {
     if (!reader_.open(list_, static_cast<int64_t>(record_.sourcePosition))) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to open job activity source file to read, error = %d, %s.\n",
-            static_cast<int>(keep.error()), reasonText(keep.error()).c_str());
+            keep.error(), reasonText(keep.error()));
         return failUnlessHeld(keep.error());
     }
     log(LogLevel::debug, "Job source reader ready.\n");
@@ -94,7 +94,7 @@ bool RestoreTransfer::findRoot() {
         keep.error() == ERROR_FILE_NOT_FOUND || keep.error() == ERROR_PATH_NOT_FOUND;
     keep.set(missing ? DWORD{ERROR_INVALID_DRIVE} : keep.error());
     log(LogLevel::error, "The place to restore to {%s} is not there, error-code = %d, %s.\n",
-        toUtf8(root).c_str(), static_cast<int>(keep.error()), reasonText(keep.error()).c_str());
+        toUtf8(root), keep.error(), reasonText(keep.error()));
     // What has brought items there waits for it, as for its server.
     return resumed_ ? pause(keep.error()) : refuse(keep.error());
 }
@@ -112,7 +112,7 @@ bool RestoreTransfer::makeList() {
     if (!generateList()) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to generate activity source file, error = %d, %s.\n",
-            static_cast<int>(withoutHttpMark(keep.error())), reasonText(keep.error()).c_str());
+            static_cast<int>(withoutHttpMark(keep.error())), reasonText(keep.error()));
         return failOrWait(keep.error());
     }
     log(LogLevel::debug,
@@ -172,8 +172,7 @@ bool RestoreTransfer::transfer(const Item& item) {
     std::wstring target;
     if (!findPlace(item.path, item.directory, target)) {
         log(LogLevel::error, "Failed to restore {%s} to {%s}, error-code = %d, %s.\n",
-            toUtf8(item.path).c_str(), toUtf8(target).c_str(), static_cast<int>(GetLastError()),
-            reason_.c_str());
+            toUtf8(item.path), toUtf8(target), GetLastError(), reason_);
         return false;
     }
     return item.directory ? restoreDirectory(item, target) : restoreFile(item);
@@ -223,8 +222,8 @@ bool RestoreTransfer::restoreDirectory(const Item& item, const std::wstring& tar
         return true;
     }
     LastErrorGuard keep;
-    log(LogLevel::error, "Failed to create directory {%s}, error-code = %d, %m.\n",
-        toUtf8(target).c_str(), static_cast<int>(keep.error()));
+    log(LogLevel::error, "Failed to create directory {%s}, error-code = %d, %m.\n", toUtf8(target),
+        keep.error());
     return false;
 }
 
@@ -272,7 +271,7 @@ bool RestoreTransfer::passes(const Item& item, DWORD code) {
         return false;
     }
     log(LogLevel::error, "The disk of {%s} or of {%s} is full, job {%s} waits for room.\n",
-        toUtf8(target).c_str(), toUtf8(temporary_).c_str(), jobId().c_str());
+        toUtf8(target), toUtf8(temporary_), jobId());
     return true;
 }
 
@@ -302,7 +301,7 @@ bool RestoreTransfer::allThrough() {
             continue;
         }
         log(LogLevel::error, "Failed to set the times of directory {%s}, error-code = %d, %m.\n",
-            toUtf8(target).c_str(), static_cast<int>(GetLastError()));
+            toUtf8(target), GetLastError());
     }
     return true;
 }

@@ -70,7 +70,7 @@ unsigned long Transfer::carryOut() {
         try {
             endCode = run();
         } catch (const std::exception& error) {
-            log(LogLevel::error, "Run of job {%s} failed, %s.\n", id_.c_str(), error.what());
+            log(LogLevel::error, "Run of job {%s} failed, %s.\n", id_, error.what());
             runError_ = ERROR_INTERNAL_ERROR;
             endCode = JobState::error;
         }
@@ -82,8 +82,7 @@ unsigned long Transfer::carryOut() {
 bool Transfer::begin(LogText<> released) {
     if (!job_.setStartEvent()) {
         LastErrorGuard keep;
-        log(LogLevel::error, "Failed to set start event, %d, %m.\n",
-            static_cast<int>(keep.error()));
+        log(LogLevel::error, "Failed to set start event, %d, %m.\n", keep.error());
         return fail(keep.error());
     }
     log(LogLevel::debug, released);
@@ -117,8 +116,8 @@ bool Transfer::findList() {
         keep.error() == ERROR_INVALID_DATA) {
         return true;
     }
-    log(LogLevel::error, "Failed to read the source list of job {%s}, error-code = %d, %m.\n",
-        id_.c_str(), static_cast<int>(keep.error()));
+    log(LogLevel::error, "Failed to read the source list of job {%s}, error-code = %d, %m.\n", id_,
+        keep.error());
     return pause(keep.error());
 }
 
@@ -137,7 +136,7 @@ bool Transfer::beginList() {
     if (!failed_->clear()) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to clear the failed items of job {%s}, error-code = %d, %m.\n",
-            id_.c_str(), static_cast<int>(keep.error()));
+            id_, keep.error());
         return failUnlessHeld(keep.error());
     }
     return true;
@@ -177,7 +176,7 @@ bool Transfer::startStorage() {
     }
     if (const DWORD unread = failed_->readError(); unread != ERROR_SUCCESS) {
         log(LogLevel::error, "Failed to read the failed items of job {%s}, error-code = %d, %s.\n",
-            id_.c_str(), static_cast<int>(unread), reasonText(unread).c_str());
+            id_, unread, reasonText(unread));
         return failUnlessHeld(unread);
     }
     if (!opensToEnd() && isAtEndOfList()) {
@@ -187,7 +186,7 @@ bool Transfer::startStorage() {
     if (!createDirectories(temporary)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to create folder {%s} for packages, error-code = %d, %m.\n",
-            toUtf8(temporary).c_str(), static_cast<int>(keep.error()));
+            toUtf8(temporary), keep.error());
         return failOrPause(keep.error());
     }
     if (!openStorage()) {

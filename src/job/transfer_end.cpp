@@ -47,8 +47,7 @@ void Transfer::resumeLater() {
     const uint64_t waitMs = memory_.backoff.afterFailureAt(
         {record_.totalSize, record_.sourcePosition, record_.acceptedBlocks, record_.fileOffset});
     if (job_.armResume(waitMs)) {
-        log(LogLevel::information, "Job {%s} tries again in %Q seconds.\n", id_.c_str(),
-            waitMs / 1000);
+        log(LogLevel::information, "Job {%s} tries again in %Q seconds.\n", id_, waitMs / 1000);
     }
 }
 
@@ -76,9 +75,8 @@ JobState Transfer::endFailed(unsigned long code) {
         log(LogLevel::warning,
             "Job {%s, %s} is completed, but its storage does not take the history of the run, "
             "error-code = %d, %s.\n",
-            id_.c_str(), toUtf8(job_.definition().name()).c_str(),
-            static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code))),
-            reasonText(code).c_str());
+            id_, toUtf8(job_.definition().name()),
+            static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code))), reasonText(code));
         return JobState::completed;
     }
     logRetry("end", code);
@@ -116,12 +114,12 @@ void Transfer::logRetry(const char* verb, unsigned long code) const {
     if (isHttpStatus(static_cast<uint32_t>(code))) {
         const int status = static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code)));
         log(LogLevel::error, "Failed to %s job {%s, %s}, error-code = %d, %s, retrying latter.\n",
-            verb, id_.c_str(), name.c_str(), status, http_status_string(status));
+            verb, id_, name, status, http_status_string(status));
         return;
     }
     SetLastError(code);
     log(LogLevel::error, "Failed to %s job {%s, %s}, error-code = %d, %m, retrying latter.\n", verb,
-        id_.c_str(), name.c_str(), static_cast<int>(code));
+        id_, name, code);
 }
 
 // On the thread that takes the job up, while it has no other.
@@ -172,7 +170,7 @@ void Transfer::writeHistory(JobState endCode) {
     }
     historyAt(endCode);
     if (!history_->save() || !failed_->save()) {
-        log(LogLevel::error, "Failed to write the history of job {%s}.\n", id_.c_str());
+        log(LogLevel::error, "Failed to write the history of job {%s}.\n", id_);
     }
     countFailedTotals(directory, directory + L"\\src", failed_->list());
     trimJobHistory(directory, instanceText());

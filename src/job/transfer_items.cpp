@@ -133,14 +133,14 @@ Transfer::Step Transfer::itemFailed(const Item& item, unsigned long code) {
     if (!recordError(item.path.c_str(), code, reason_)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to record the failed item {%s}, error-code = %d, %m.\n",
-            toUtf8(item.path).c_str(), static_cast<int>(keep.error()));
+            toUtf8(item.path), keep.error());
         return ended(isPassing(keep.error()) ? pause(keep.error()) : fail(keep.error()));
     }
     return Step::next;
 }
 
 Transfer::Step Transfer::damaged() {
-    log(LogLevel::error, "The source list of job {%s} is damaged at {%Q}.\n", id_.c_str(),
+    log(LogLevel::error, "The source list of job {%s} is damaged at {%Q}.\n", id_,
         record_.sourcePosition);
     return ended(fail(ERROR_FILE_CORRUPT));
 }

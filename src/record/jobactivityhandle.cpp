@@ -126,7 +126,7 @@ bool JobActivityHandle::openWritable(const char* id) {
     if (!record.recognised()) {
         log(LogLevel::error,
             "Unrecognize job {%s} activity info file version %d.%d, base size %d.\n", id,
-            record.majorVersion, record.minorVersion, static_cast<int>(record.baseSize));
+            record.majorVersion, record.minorVersion, record.baseSize);
         SetLastError(ERROR_INVALID_DATA);
         return false;
     }
@@ -162,7 +162,7 @@ void JobActivityHandle::share(const char* id) {
         const LastErrorGuard keep;
         shared_.reset();
         log(LogLevel::information, "The record of job {%s} is not shared as \"%s\", %s.\n", id,
-            toUtf8(name).c_str(), errorText(keep.error()).c_str());
+            toUtf8(name), errorText(keep.error()));
     }
     sharedMapping_.reset();
 }

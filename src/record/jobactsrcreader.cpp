@@ -17,7 +17,7 @@ void logReadFailure(DWORD error) {
     LastErrorGuard keep;
     keep.set(error);
     log(LogLevel::error, "Failed to read job activity source offset, hr=%d, %s.\n",
-        HRESULT_FROM_WIN32(error), errorText(error).c_str());
+        HRESULT_FROM_WIN32(error), errorText(error));
 }
 
 // Reads up to `size` bytes; fewer at the end of the file. The bytes read, or nothing with the last
@@ -47,18 +47,16 @@ bool JobActivitySourceReader::open(const std::wstring& path, int64_t offset) {
                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file_) {
         LastErrorGuard keep;
-        log(LogLevel::error, "Failed to open job activity source '%s', hr=%d, %s.\n",
-            toUtf8(path).c_str(), HRESULT_FROM_WIN32(keep.error()),
-            errorText(keep.error()).c_str());
+        log(LogLevel::error, "Failed to open job activity source '%s', hr=%d, %s.\n", toUtf8(path),
+            HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()));
         return false;
     }
     LARGE_INTEGER distance;
     distance.QuadPart = offset;
     if (offset > 0 && SetFilePointerEx(file_.get(), distance, nullptr, FILE_BEGIN) == 0) {
         LastErrorGuard keep;
-        log(LogLevel::error, "Failed to seek job activity source '%s', hr=%d, %s.\n",
-            toUtf8(path).c_str(), HRESULT_FROM_WIN32(keep.error()),
-            errorText(keep.error()).c_str());
+        log(LogLevel::error, "Failed to seek job activity source '%s', hr=%d, %s.\n", toUtf8(path),
+            HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()));
         file_.reset();
         return false;
     }
@@ -72,7 +70,7 @@ bool JobActivitySourceReader::seek(int64_t offset) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to seek job activity source to %Q, hr=%d, %s.\n",
             static_cast<uint64_t>(offset), HRESULT_FROM_WIN32(keep.error()),
-            errorText(keep.error()).c_str());
+            errorText(keep.error()));
         return false;
     }
     return true;
@@ -118,7 +116,7 @@ int64_t JobActivitySourceReader::offset() const {
     if (SetFilePointerEx(file_.get(), {}, &position, FILE_CURRENT) == 0) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to get job activity source offset, hr=%d, %s.\n",
-            HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()).c_str());
+            HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()));
         return -1;
     }
     return position.QuadPart;

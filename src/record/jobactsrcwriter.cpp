@@ -26,7 +26,7 @@ bool JobHistorySourceWriter::open(const std::wstring& path, bool append) {
     if (!file) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to open job activity source '%s', errorcode=%d, %s.\n",
-            toUtf8(path).c_str(), keep.error(), errorText(keep.error()).c_str());
+            toUtf8(path), keep.error(), errorText(keep.error()));
         return false;
     }
     if (append) {
@@ -36,8 +36,7 @@ bool JobHistorySourceWriter::open(const std::wstring& path, bool append) {
         if (SetFilePointerEx(file.get(), {}, &end, FILE_END) == 0 || end.QuadPart == 0) {
             LastErrorGuard keep;
             log(LogLevel::error, "Failed to seek job activity source '%s' to the end, hr=%d, %s.\n",
-                toUtf8(path).c_str(), HRESULT_FROM_WIN32(keep.error()),
-                errorText(keep.error()).c_str());
+                toUtf8(path), HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()));
             return false;
         }
     }

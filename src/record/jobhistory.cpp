@@ -58,7 +58,7 @@ bool remove(const std::wstring& path) {
     if (DeleteFileW(longPath(path).c_str()) != 0 || GetLastError() == ERROR_FILE_NOT_FOUND) {
         return true;
     }
-    log(LogLevel::error, "Failed to remove the job history {%W}, %m.\n", path.c_str());
+    log(LogLevel::error, "Failed to remove the job history {%W}, %m.\n", path);
     return false;
 }
 

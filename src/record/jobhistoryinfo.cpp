@@ -19,7 +19,7 @@ JobHistoryInfo::~JobHistoryInfo() {
 
 bool JobHistoryInfo::save() {
     if (!JSONObjectStorage::save()) {
-        log(LogLevel::error, "Failed to save the job history {%s}, %m.\n", path_.c_str());
+        log(LogLevel::error, "Failed to save the job history {%s}, %m.\n", path_);
         return false;
     }
     changed_ = false;

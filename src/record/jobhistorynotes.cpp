@@ -76,7 +76,7 @@ bool JobHistoryNotes::save() {
         return true;
     }
     if (!JSONArrayStorage::save()) {
-        log(LogLevel::error, "Failed to save the notes of a run {%s}, %m.\n", path_.c_str());
+        log(LogLevel::error, "Failed to save the notes of a run {%s}, %m.\n", path_);
         return false;
     }
     changed_ = false;

@@ -14,7 +14,7 @@ using Fill = std::function<bool(JobHistorySourceWriter& writer)>;
 
 void logWriteFailure(const std::wstring& path, DWORD error) {
     log(LogLevel::error, "Failed to write job activity source '%s', errorcode=%d, %s.\n",
-        toUtf8(path).c_str(), error, errorText(error).c_str());
+        toUtf8(path), error, errorText(error));
 }
 
 DWORD lastError() {
@@ -30,8 +30,8 @@ DWORD writeAll(JobHistorySourceWriter& writer, const std::wstring& path, const F
     } catch (const std::bad_alloc&) {
         return ERROR_NOT_ENOUGH_MEMORY;
     } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to generate job activity source '%s', %s.\n",
-            toUtf8(path).c_str(), error.what());
+        log(LogLevel::error, "Failed to generate job activity source '%s', %s.\n", toUtf8(path),
+            error.what());
         return ERROR_INVALID_DATA;
     }
 }
