@@ -20,7 +20,6 @@ set(pure_sources
     src/record/jobactivity.cpp
     src/record/sourcerecord.cpp
     src/job/statetable.cpp
-    src/job/joberror.cpp
     src/job/restorepath.cpp
     src/scheduler/dailyschedulehelper.cpp
     src/scheduler/monthlyschedulehelper.cpp

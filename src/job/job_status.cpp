@@ -14,7 +14,7 @@
 #include "base/text.h"
 #include "base/uuid.h"
 #include "job/job.h"
-#include "job/joberror.h"
+#include "job/transferfailure.h"
 #include "notify/event_job_error.h"
 #include "notify/event_state.h"
 #include "notify/jobnotifymanager.h"

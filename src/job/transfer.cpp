@@ -244,7 +244,7 @@ bool Transfer::parkIfPauseIsTakenBack() {
 
 bool Transfer::failOrPause(unsigned long code) {
     const Failure failure = failureOf(code);
-    FailureAction action = runFailure(failure);
+    FailureAction action = stepFailure(failure);
     if (isAtEndOfList()) {
         EndFailures& failures = memory_.endFailures;
         if (isRefusal(failure.code)) {  // a service that is away has refused nothing

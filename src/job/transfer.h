@@ -25,7 +25,6 @@
 #include "base/disk_room.h"
 #include "base/log.h"
 #include "job/job.h"
-#include "job/resumebackoff.h"
 #include "job/storagefactory.h"
 #include "job/transferfailure.h"
 #include "record/itemprogress.h"

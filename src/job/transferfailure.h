@@ -1,10 +1,16 @@
-// What a failure does to a run: decisions as values, without side effects.
+// What a failure does to a run, and how long one that waits does so: decisions as values, without
+// side effects.
 //
 // Codes are the platform's, or HTTP statuses with their mark. A run that waits for its network
-// pauses itself and tries again; everything else about an item is written down and left behind.
+// pauses itself and tries again; everything else about an item is written down and left behind. A
+// conflict (409) fails the item, and the run where it is asked to start; at the end it is believed
+// after a while, as any other refusal is.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
+#include <optional>
 
 #include "base/disk_room.h"
 #include "base/http_error.h"
@@ -19,6 +25,32 @@ constexpr uint32_t errorHostNotFound = 11001;  // also a machine without a netwo
 constexpr uint32_t errorNameTryAgain = 11002;
 constexpr uint32_t errorUnauthorized = withHttpMark(401);
 constexpr uint32_t errorNotAcceptable = withHttpMark(406);
+
+// Codes of a network at fault, after which another try may succeed. A refused connection is none of
+// these.
+constexpr uint32_t networkErrors[] = {
+    10024,              // too many sockets
+    10049,              // address not available
+    10050,              // network down
+    10051,              // network unreachable
+    10053,              // connection aborted
+    10054,              // connection reset
+    10057,              // not connected
+    10058,              // shut down
+    10060,              // timed out
+    10064,              // host down
+    10065,              // host unreachable
+    10067,              // too many processes
+    10070,              // stale handle
+    10101,              // graceful disconnect
+    withHttpMark(503),  // service unavailable
+    withHttpMark(504),  // gateway timeout
+};
+
+constexpr bool isNetworkError(uint32_t code) {
+    return std::find(std::begin(networkErrors), std::end(networkErrors), code) !=
+           std::end(networkErrors);
+}
 
 struct Failure {
     uint32_t code = 0;
@@ -73,7 +105,7 @@ constexpr bool isPassing(uint32_t code) {
 
 // The run's list could not be made, the storage could not be started, or a file of the run's own
 // could not be used.
-constexpr FailureAction runFailure(const Failure& failure) {
+constexpr FailureAction stepFailure(const Failure& failure) {
     if (isCancelled(failure)) {
         return FailureAction::leave;
     }
@@ -129,5 +161,37 @@ constexpr FailureAction restoreEndFailure(const Failure& failure, const EndFailu
     return isRefusal(failure.code) || failures.all >= endTries ? FailureAction::settle
                                                                : FailureAction::pause;
 }
+
+// How far a run has come. Any difference counts as progress.
+struct RunProgress {
+    uint64_t listed = 0;    // bytes of its list's items
+    uint64_t position = 0;  // in the list
+    uint32_t blocks = 0;    // of the current item, accepted
+    uint64_t offset = 0;    // in the current item
+
+    bool operator==(const RunProgress&) const = default;
+};
+
+// How long a run that has parked itself waits before it goes on: 30 seconds, and longer from one
+// time to the next while it fails without having come any further. What a process forgets when it
+// ends begins again with 30 seconds.
+class ResumeBackoff {
+public:
+    static constexpr uint64_t firstMs = 30'000;
+    // Whoever gets his network back should not have to wait for long.
+    static constexpr uint64_t longestMs = 300'000;
+
+    uint64_t afterFailureAt(const RunProgress& progress) {
+        waitMs_ = last_ == progress ? std::min(2 * waitMs_, longestMs) : firstMs;
+        last_ = progress;
+        return waitMs_;
+    }
+    // Another run begins.
+    void reset() { last_.reset(); }
+
+private:
+    std::optional<RunProgress> last_;  // at the last failure
+    uint64_t waitMs_ = firstMs;
+};
 
 }  // namespace dorvo

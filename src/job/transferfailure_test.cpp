@@ -60,7 +60,7 @@ TEST(TransferFailure, DecidesByCodeOptionAndPendingStop) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(itemFailure(row.failure), row.item);
-        EXPECT_EQ(runFailure(row.failure), row.run);
+        EXPECT_EQ(stepFailure(row.failure), row.run);
         EXPECT_EQ(endFailure(row.failure, {row.failure.code, endTries, endTries}), row.end);
     }
 }
@@ -98,6 +98,24 @@ TEST(TransferFailure, AnEndIsTriedUntilItsFailureIsBelieved) {
             EXPECT_EQ(restoreEndFailure(row.failure, failures), is(row.restore, settle));
         }
     }
+}
+
+TEST(ResumeBackoff, GrowsUntilTheRunComesFurther) {
+    ResumeBackoff backoff;
+    RunProgress at;
+    for (const uint64_t seconds : {30, 60, 120, 240, 300, 300}) {
+        EXPECT_EQ(backoff.afterFailureAt(at), seconds * 1000);
+    }
+    for (uint64_t RunProgress::*const field :
+         {&RunProgress::listed, &RunProgress::position, &RunProgress::offset}) {
+        at.*field += 1;
+        EXPECT_EQ(backoff.afterFailureAt(at), 30'000u);
+        EXPECT_EQ(backoff.afterFailureAt(at), 60'000u);
+    }
+    at.blocks = 1;
+    EXPECT_EQ(backoff.afterFailureAt(at), 30'000u);
+    backoff.reset();
+    EXPECT_EQ(backoff.afterFailureAt(at), 30'000u);
 }
 
 }  // namespace
