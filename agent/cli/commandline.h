@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/command.h"
+#include "cli/commands.h"
 
 namespace dorvo::agent {
 

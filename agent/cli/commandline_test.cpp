@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "cli/commands.h"
-#include "text/exitcode.h"
+#include "text/agenterror.h"
 #include "text/faketerminal.h"
 
 namespace dorvo::agent {
@@ -50,6 +50,8 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\win.ini"}, "is no folder"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\system32"}, "exclude add"},
              Row{{"backup", "C:\\windows", "--local", "C:\\", "--name", " "}, "cannot be blank"},
+             Row{{"backup", "C:\\windows", "--local", "C:\\", "--skip-ext", "."}, "no file name"},
+             Row{{"backup", "C:\\windows", "--local", "C:\\", "--only-ext", "txt,a(b"}, "'a(b'"},
              Row{{"restore", "latest", "--to", "C:\\a:b"}, "no path of a folder"},
              Row{{"restore", "latest", "--to", "C:\\windows\\win.ini"}, "is a file"},
              Row{{"restore", "latest", "--to", "C:\\windows\\win.ini\\a\\b"}, "win.ini' is a file"},

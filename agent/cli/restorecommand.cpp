@@ -1,18 +1,27 @@
-#include "cli/restorecommand.h"
+// The command that brings files and folders back from a backup.
+#include "cli/commands.h"
 
 #include <windows.h>
+
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/volume_root.h"
+#include "cli/instancequery.h"
 #include "control/openengine.h"
-#include "data/backuppath.h"
-#include "data/restorejobs.h"
-#include "data/sourcepath.h"
+#include "data/backupplace.h"
+#include "data/givenpaths.h"
+#include "data/jobchoice.h"
+#include "data/jobstore.h"
+#include "data/runrecord.h"
 #include "data/users.h"
+#include "jobdef/restorejobdefinition.h"
 #include "run/jobrun.h"
 #include "text/agenterror.h"
-#include "text/printable.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {
@@ -40,7 +49,60 @@ std::wstring existingPart(std::wstring path) {
     return path;
 }
 
-}  // namespace
+// The folder of --to for a definition: absolute, with a backslash at its end, since a job puts
+// nothing between it and what follows. It need not exist, its drive or share must. Throws
+// AgentError (wrong usage).
+std::wstring targetFolder(const std::string& to) {
+    std::wstring folder = absolutePath(toWide(to));
+    if (folder.empty()) {
+        throw AgentError("'" + to + "' is no path of a folder", exitUsage);
+    }
+    const std::wstring there = existingPart(folder);
+    if (there.empty()) {
+        throw AgentError("The drive or share of '" + to +
+                             "' is not there: --to takes a folder on "
+                             "one that is",
+                         exitUsage);
+    }
+    if ((GetFileAttributesW(longPath(there).c_str()) & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        throw AgentError("'" + toUtf8(there) + "' is a file: --to takes a folder", exitUsage);
+    }
+    if (folder.back() != L'\\') {
+        folder += L'\\';
+    }
+    return folder;
+}
+
+// agent restore INSTANCE [PATH...]: defines the restore job of these arguments, or finds the one
+// there is, and runs it.
+//
+// A job restores what it did from the same backup job to the same place: another run or another
+// conflict rule makes no new job, unless it has a run to go on with.
+class RestoreCommand : public Command {
+public:
+    CLI::App* describe(CLI::App& parent) override;
+    int run(Terminal& terminal) override;
+
+private:
+    // What is to be brought back, as the backup spells it.
+    struct Selection {
+        std::vector<std::wstring> paths;  // empty: everything
+        std::wstring prefix;
+    };
+
+    Selection select(const BackupPlace& place, const StoredInstance& run) const;
+    std::unique_ptr<RestoreJobDefinition> define(const BackupPlace& place,
+                                                 const StoredInstance& run,
+                                                 const Selection& selection,
+                                                 const std::wstring& target) const;
+
+    InstanceQuery query_;
+    std::vector<std::string> paths_;
+    std::string to_;
+    std::string prefix_;
+    std::string conflict_;
+    RunFlags flags_;
+};
 
 CLI::App* RestoreCommand::describe(CLI::App& parent) {
     CLI::App* const restore =
@@ -145,25 +207,10 @@ std::unique_ptr<RestoreJobDefinition> RestoreCommand::define(const BackupPlace& 
     return job;
 }
 
-std::wstring targetFolder(const std::string& to) {
-    std::wstring folder = absolutePath(toWide(to));
-    if (folder.empty()) {
-        throw AgentError("'" + to + "' is no path of a folder", exitUsage);
-    }
-    const std::wstring there = existingPart(folder);
-    if (there.empty()) {
-        throw AgentError("The drive or share of '" + to +
-                             "' is not there: --to takes a folder on "
-                             "one that is",
-                         exitUsage);
-    }
-    if ((GetFileAttributesW(longPath(there).c_str()) & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-        throw AgentError("'" + toUtf8(there) + "' is a file: --to takes a folder", exitUsage);
-    }
-    if (folder.back() != L'\\') {
-        folder += L'\\';
-    }
-    return folder;
+}  // namespace
+
+std::unique_ptr<Command> restoreCommand() {
+    return std::make_unique<RestoreCommand>();
 }
 
 }  // namespace dorvo::agent

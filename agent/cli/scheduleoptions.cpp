@@ -4,7 +4,7 @@
 #include <array>
 
 #include "base/text.h"
-#include "data/scheduletext.h"
+#include "data/schedules.h"
 #include "text/agenterror.h"
 
 namespace dorvo::agent {

@@ -2,11 +2,12 @@
 // HH:MM, --monthly D HH:MM, or --no-schedule.
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "cli/command.h"
 #include "jobdef/jobschedule.h"
 
 namespace dorvo::agent {

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "data/scheduletext.h"
+#include "data/schedules.h"
 #include "text/agenterror.h"
 
 namespace dorvo::agent {

@@ -7,7 +7,7 @@
 #include <atomic>
 
 #include "base/job_state.h"
-#include "control/notingengine.h"
+#include "engine/fakeengine.h"
 #include "httpd/testing/client.h"
 #include "notify/jobnotifyclient.h"
 #include "support/signal.h"
@@ -35,7 +35,7 @@ protected:
         return ask("POST /control/" + name, host + token, body);
     }
 
-    NotingEngine engine;
+    FakeEngine engine;
     EventLog events;
     ControlServer server{engine, events};
     const std::string host = "Host: localhost\r\n";

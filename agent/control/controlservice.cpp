@@ -7,7 +7,6 @@
 #include <iterator>
 
 #include "base/text.h"
-#include "control/controlguard.h"
 #include "data/jobstore.h"
 #include "job/statetable.h"
 #include "jobdef/jobdefinitionfactory.h"
@@ -30,6 +29,40 @@ constexpr int slowCalls = 4;
 constexpr std::string_view statePath = "/jobnotify/";
 constexpr std::string_view eventsPath = "/control/events";
 constexpr std::string_view statusPath = "/control/status";
+
+// Whether a Host header names this machine itself: localhost, 127.0.0.1 or [::1], with or without a
+// port. A page of the web that was made to resolve to 127.0.0.1 brings its own name.
+bool isLoopbackHost(std::string_view host) {
+    constexpr std::string_view names[] = {"localhost", "127.0.0.1", "[::1]"};
+    const size_t colon = host.find(':', host.starts_with('[') ? host.find(']') : 0);
+    if (colon != std::string_view::npos) {
+        const std::string_view port = host.substr(colon + 1);
+        if (port.empty() || port.find_first_not_of("0123456789") != std::string_view::npos) {
+            return false;
+        }
+        host = host.substr(0, colon);
+    }
+    return std::any_of(std::begin(names), std::end(names),
+                       [host](std::string_view name) { return equalsIgnoreCase(host, name); });
+}
+
+// Whether an Authorization header is "Bearer " and the token. Takes the same time wherever they
+// differ.
+bool bearsToken(std::string_view authorization, std::string_view token) {
+    constexpr std::string_view scheme = "Bearer ";
+    if (!authorization.starts_with(scheme)) {
+        return false;
+    }
+    authorization.remove_prefix(scheme.size());
+    if (authorization.size() != token.size() || token.empty()) {
+        return false;
+    }
+    unsigned difference = 0;
+    for (size_t i = 0; i < token.size(); ++i) {
+        difference |= static_cast<unsigned char>(token[i] ^ authorization[i]);
+    }
+    return difference == 0;
+}
 
 // Counts what is under way while it lives.
 class Counted {

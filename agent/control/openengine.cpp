@@ -3,7 +3,7 @@
 #include <windows.h>
 
 #include "control/remoteengine.h"
-#include "engine/directorywatch.h"
+#include "engine/dataowner.h"
 #include "engine/inprocessengine.h"
 
 namespace dorvo::agent {

@@ -8,7 +8,7 @@
 #include "base/paths.h"
 #include "control/controlclient.h"
 #include "control/controlserver.h"
-#include "control/notingengine.h"
+#include "engine/fakeengine.h"
 #include "support/file_access.h"
 #include "support/signal.h"
 
@@ -26,7 +26,7 @@ protected:
     }
     ~Remote() override { DeleteFileW(ControlFile::path().c_str()); }
 
-    NotingEngine engine;
+    FakeEngine engine;
     EventLog events;
     ControlServer server{engine, events};
     RemoteEngine remote{server.address()};

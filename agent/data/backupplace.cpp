@@ -5,12 +5,12 @@
 #include "base/http_error.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "data/sourcepath.h"
+#include "data/givenpaths.h"
 #include "data/users.h"
 #include "job/storagefactory.h"
 #include "text/agenterror.h"
 #include "text/failuretext.h"
-#include "text/units.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {

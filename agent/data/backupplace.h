@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "data/backuppath.h"
+#include "data/givenpaths.h"
 #include "jobdef/jobdefinition.h"
 #include "storage/backend.h"
 

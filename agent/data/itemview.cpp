@@ -7,8 +7,7 @@
 #include "base/local_time.h"
 #include "base/text.h"
 #include "storage/wire_time.h"
-#include "text/printable.h"
-#include "text/units.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {

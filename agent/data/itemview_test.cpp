@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "data/progress.h"
-#include "text/table.h"
+#include "data/runrecord.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {

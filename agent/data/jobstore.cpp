@@ -7,31 +7,14 @@
 #include "base/handle.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "base/uuid.h"
-#include "data/dataaccess.h"
-#include "data/runoutcome.h"
-#include "data/sourcepath.h"
+#include "data/givenpaths.h"
+#include "data/users.h"
 #include "job/jobdirectories.h"
-#include "record/jobactivityhandle.h"
 #include "text/agenterror.h"
 #include "text/failuretext.h"
 
 namespace dorvo::agent {
 namespace {
-
-const BackupJobDefinition* asBackup(const std::unique_ptr<JobDefinition>& job,
-                                    const std::string& user) {
-    const auto* const backup = dynamic_cast<const BackupJobDefinition*>(job.get());
-    return backup != nullptr && backup->user() == user ? backup : nullptr;
-}
-
-std::vector<std::wstring> comparable(std::vector<std::wstring> paths) {
-    for (std::wstring& path : paths) {
-        path = upperCase(path);
-    }
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
 
 // Why no definition was loaded, by the last error; nothing where there is none to load, as in a
 // directory that is just being made or removed.
@@ -50,10 +33,6 @@ std::optional<std::string> whyUnread(DWORD error) {
 }
 
 }  // namespace
-
-bool samePaths(const std::vector<std::wstring>& a, const std::vector<std::wstring>& b) {
-    return comparable(a) == comparable(b);
-}
 
 std::vector<std::string> jobIds() {
     requireDataAccess();
@@ -160,52 +139,6 @@ const JobDefinition& findBackupJob(const JobList& jobs, const std::string& idOrN
                          "' restores: name a backup job, which 'agent jobs' shows");
     }
     return job;
-}
-
-const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
-                                      const std::wstring& name) {
-    for (const auto& job : jobs) {
-        const auto* const backup = asBackup(job, user);
-        if (backup != nullptr && samePath(backup->name(), name)) {
-            return backup;
-        }
-    }
-    return nullptr;
-}
-
-const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
-                                      const std::vector<std::wstring>& sources,
-                                      const std::wstring& location) {
-    for (const auto& job : jobs) {
-        const auto* const backup = asBackup(job, user);
-        if (backup != nullptr && samePaths(backup->source(), sources) &&
-            samePath(backup->location(), location)) {
-            return backup;
-        }
-    }
-    return nullptr;
-}
-
-std::wstring freeName(const JobList& jobs, const std::wstring& wanted) {
-    std::wstring name = wanted;
-    const auto taken = [&](const auto& job) { return samePath(job->name(), name); };
-    for (int number = 2; std::any_of(jobs.begin(), jobs.end(), taken); ++number) {
-        name = wanted + L" (" + std::to_wstring(number) + L")";
-    }
-    return name;
-}
-
-std::string newJobId() {
-    GUID id;
-    if (createUuid(id) != 0) {
-        throw AgentError("No id for the job could be made");
-    }
-    return uuidText(id);
-}
-
-bool hasUnfinishedRun(const std::string& id) {
-    JobActivity record{};
-    return JobActivityHandle::read(id.c_str(), record) && unfinished(record);
 }
 
 }  // namespace dorvo::agent

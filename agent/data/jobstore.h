@@ -39,26 +39,4 @@ const JobDefinition& findJob(const JobList& jobs, const std::string& idOrName);
 // The same of backup jobs: throws for a restore job too, which has no backups of its own.
 const JobDefinition& findBackupJob(const JobList& jobs, const std::string& idOrName);
 
-// The same paths in whatever order and case.
-bool samePaths(const std::vector<std::wstring>& a, const std::vector<std::wstring>& b);
-
-// The backup job of the user with that name; null when there is none.
-const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
-                                      const std::wstring& name);
-
-// The backup job of the user with exactly those sources, in whatever order and case, that keeps its
-// backups in that folder (empty: at the server); null when there is none.
-const BackupJobDefinition* findBackup(const JobList& jobs, const std::string& user,
-                                      const std::vector<std::wstring>& sources,
-                                      const std::wstring& location);
-
-// `wanted`, or the first of "wanted (2)", "wanted (3)"... that no job has.
-std::wstring freeName(const JobList& jobs, const std::wstring& wanted);
-
-// Throws AgentError when the system gives none.
-std::string newJobId();
-
-// Whether the job has a run to go on with.
-bool hasUnfinishedRun(const std::string& id);
-
 }  // namespace dorvo::agent

@@ -2,11 +2,9 @@
 
 #include "base/local_time.h"
 #include "base/text.h"
-#include "data/overdue.h"
-#include "data/progress.h"
-#include "data/restorejobs.h"
-#include "data/runoutcome.h"
-#include "data/scheduletext.h"
+#include "data/jobchoice.h"
+#include "data/runrecord.h"
+#include "data/schedules.h"
 #include "job/statetable.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
@@ -14,9 +12,7 @@
 #include "scheduler/systemscheduleclock.h"
 #include "storage/wire_time.h"
 #include "text/failuretext.h"
-#include "text/printable.h"
-#include "text/timetext.h"
-#include "text/units.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {
@@ -83,7 +79,7 @@ std::string runText(const PastRun& run) {
                        bytesText(run.totalSize) + "  " + bytesText(run.bytesPerSecond) + "/s  " +
                        run.instanceId + "\n";
     for (const FailedItem& item : run.failed) {
-        text += "    failed: " + item.text() + "\n";
+        text += "    failed: " + failedText(item) + "\n";
     }
     for (const std::string& line : noteLines(run.notes.leftOut, "left out", mostNotes)) {
         text += "    " + line + "\n";

@@ -6,7 +6,7 @@
 
 #include "data/jobstore.h"
 #include "data/runhistory.h"
-#include "data/runwait.h"
+#include "data/runrecord.h"
 #include "jobdef/jobdefinition.h"
 #include "json_spirit/json_spirit.h"
 #include "record/jobactivity.h"

@@ -4,8 +4,7 @@
 
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
-#include "text/table.h"
-#include "text/timetext.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {
@@ -98,11 +97,6 @@ TEST(JobView, OfARestoreSaysWhatComesBackAndWhereTo) {
         "Paths    C:\\a\n         C:\\b\nFrom     run i\n         of job j on machine PC\n"
         "To       D:\\x\\ in place of C:\nConflict overwrite\nState    none, has never completed\n"
         "No finished runs\n");
-}
-
-TEST(Table, AlignsByCharactersAndNeverAfterTheLastColumn) {
-    EXPECT_EQ(tableText({"A", "B"}, {{"\xC3\xA4\xC3\xB6\xC3\xBC", "1"}, {"x", "22"}}),
-              "A    B\n\xC3\xA4\xC3\xB6\xC3\xBC  1\nx    22\n");
 }
 
 }  // namespace

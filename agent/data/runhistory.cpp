@@ -10,36 +10,28 @@
 #include "base/local_time.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "json_spirit/member.h"
 #include "record/jobhistory.h"
 #include "record/jobhistoryerror.h"
+#include "record/jobhistorynotes.h"
 #include "settings/jsonstorage.h"
-#include "storage/items.h"
 #include "text/failuretext.h"
-#include "text/printable.h"
-#include "text/timetext.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
+
+using json_spirit::numberMember;
+using json_spirit::textMember;
+
 namespace {
 
-template <class Members>
-const json_spirit::Value& member(const Members& members, const char* name) {
-    const auto found = members.find(name);
-    return found == members.end() ? json_spirit::Value::null : found->second;
-}
-
-template <class Members>
-std::string textOf(const Members& members, const char* name) {
-    const json_spirit::Value& value = member(members, name);
-    return value.type() == json_spirit::str_type ? value.get_str() : std::string();
-}
-
-template <class Members>
-uint64_t numberOf(const Members& members, const char* name) {
-    const json_spirit::Value& value = member(members, name);
-    if (value.type() != json_spirit::int_type || (!value.is_uint64() && value.get_int64() < 0)) {
-        return 0;
+json_spirit::Ordered_array toJson(const std::vector<RunNote>& notes) {
+    json_spirit::Ordered_array array;
+    for (const RunNote& note : notes) {
+        array.emplace_back(
+            json_spirit::Ordered_object{{"path", note.path}, {"reason", note.reason}});
     }
-    return value.get_uint64();
+    return array;
 }
 
 struct Document {
@@ -90,19 +82,61 @@ std::vector<FailedItem> readFailedItems(const std::wstring& directory,
 
 }  // namespace
 
-std::string FailedItem::text() const {
-    return printable(path + ": " + why());
+RunNotes loadNotes(const std::string& jobId, const std::string& instanceId) {
+    RunNotes notes;
+    std::wstring directory;
+    JSONArrayStorage document;
+    if (!jobDirectory(jobId, directory) ||
+        !document.load(toUtf8(jobHistoryNotesPath(directory, instanceId)).c_str())) {
+        return notes;
+    }
+    for (const json_spirit::Value& entry : document.values()) {
+        if (entry.type() != json_spirit::obj_type) {
+            continue;
+        }
+        const json_spirit::Object& object = entry.get_obj();
+        const bool leftOut =
+            textMember(object, "kind") == JobHistoryNotes::textOf(JobHistoryNotes::Kind::leftOut);
+        (leftOut ? notes.leftOut : notes.warnings)
+            .push_back({textMember(object, "path"), textMember(object, "reason")});
+    }
+    return notes;
 }
 
-std::string FailedItem::why() const {
-    return reason.empty() || isHttpStatus(code) ? failureText(code) : reason;
+void appendNotes(json_spirit::Ordered_object& json, const RunNotes& notes) {
+    json.push_back({"leftOut", toJson(notes.leftOut)});
+    json.push_back({"warnings", toJson(notes.warnings)});
+}
+
+std::vector<std::string> noteLines(const std::vector<RunNote>& notes, const std::string& kind,
+                                   size_t most) {
+    std::vector<std::string> lines;
+    for (const RunNote& note : notes) {
+        if (lines.size() == most) {
+            lines.push_back(kind + ": " + std::to_string(notes.size() - most) +
+                            " more, which --json lists");
+            break;
+        }
+        lines.push_back(
+            kind + ": " +
+            printable(note.path.empty() ? note.reason : note.path + ": " + note.reason));
+    }
+    return lines;
+}
+
+std::string whyFailed(const FailedItem& item) {
+    return item.reason.empty() || isHttpStatus(item.code) ? failureText(item.code) : item.reason;
+}
+
+std::string failedText(const FailedItem& item) {
+    return printable(item.path + ": " + whyFailed(item));
 }
 
 json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items) {
     json_spirit::Ordered_array array;
     for (const FailedItem& item : items) {
         array.emplace_back(json_spirit::Ordered_object{
-            {"path", item.path}, {"code", item.code}, {"reason", item.why()}});
+            {"path", item.path}, {"code", item.code}, {"reason", whyFailed(item)}});
     }
     return array;
 }
@@ -116,13 +150,13 @@ PastRun loadRun(const std::string& jobId, const std::string& instanceId) {
     }
     JSONObjectStorage summary;
     summary.load(toUtf8(jobHistoryInfoPath(directory, instanceId)).c_str());
-    run.startTime = textOf(summary.values(), "starttime");
-    run.endTime = textOf(summary.values(), "endtime");
+    run.startTime = textMember(summary.values(), "starttime");
+    run.endTime = textMember(summary.values(), "endtime");
     run.seconds = secondsBetween(run.startTime, run.endTime);
-    run.state = textOf(summary.values(), "state");
-    run.files = numberOf(summary.values(), "filescount");
-    run.totalSize = numberOf(summary.values(), "totalsize");
-    run.bytesPerSecond = numberOf(summary.values(), "speed");
+    run.state = textMember(summary.values(), "state");
+    run.files = numberMember(summary.values(), "filescount");
+    run.totalSize = numberMember(summary.values(), "totalsize");
+    run.bytesPerSecond = numberMember(summary.values(), "speed");
     run.failed = readFailedItems(directory, instanceId);
     run.notes = loadNotes(jobId, instanceId);
     return run;
@@ -150,8 +184,8 @@ uint64_t lastCompletion(const std::string& jobId) {
     for (const Document& document : documents(directory + L"\\hist")) {
         JSONObjectStorage summary;
         summary.load(toUtf8(jobHistoryInfoPath(directory, document.instanceId)).c_str());
-        if (textOf(summary.values(), "state") == jobStateToString(JobState::completed)) {
-            return ticksOfText(textOf(summary.values(), "endtime"));
+        if (textMember(summary.values(), "state") == jobStateToString(JobState::completed)) {
+            return ticksOfText(textMember(summary.values(), "endtime"));
         }
     }
     return 0;

@@ -1,25 +1,40 @@
-// The runs of a job as its history folder keeps them. Changes nothing.
+// The runs of a job as its history folder keeps them: what was done, what failed, and what is no
+// failure but noted: what a backup left out, and what it warns of.
+//
+// Changes nothing. What is damaged or missing in a document counts as empty. Times are texts of UTC
+// as the documents have them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "data/runnotes.h"
 #include "json_spirit/json_spirit.h"
+#include "storage/items.h"
 
 namespace dorvo::agent {
 
-struct FailedItem {
-    std::string path;  // with backslashes
-    uint32_t code = 0;
+struct RunNote {
+    std::string path;  // empty where the note is about no path
     std::string reason;
-
-    // "C:\data\a.txt: Access denied (error 5)"
-    std::string text() const;
-    // "Access denied (error 5)"
-    std::string why() const;
 };
+
+struct RunNotes {
+    std::vector<RunNote> leftOut;
+    std::vector<RunNote> warnings;
+};
+
+// Those of one run; none where it has no document, or a damaged one.
+RunNotes loadNotes(const std::string& jobId, const std::string& instanceId);
+
+// "leftOut" and "warnings", each an array of {"path", "reason"}.
+void appendNotes(json_spirit::Ordered_object& json, const RunNotes& notes);
+
+// "left out: C:\data\link: a link to another place", "warning: ..."; at most `most` of each kind,
+// then how many more there are.
+std::vector<std::string> noteLines(const std::vector<RunNote>& notes, const std::string& kind,
+                                   size_t most);
 
 struct PastRun {
     std::string instanceId;
@@ -30,9 +45,13 @@ struct PastRun {
     uint64_t files = 0;
     uint64_t totalSize = 0;
     uint64_t bytesPerSecond = 0;
-    std::vector<FailedItem> failed;
+    std::vector<FailedItem> failed;  // their paths with backslashes
     RunNotes notes;
 };
+
+// "Access denied (error 5)", and "C:\data\a.txt: Access denied (error 5)".
+std::string whyFailed(const FailedItem& item);
+std::string failedText(const FailedItem& item);
 
 // [{"path", "code", "reason"}]
 json_spirit::Ordered_array failedJson(const std::vector<FailedItem>& items);

@@ -1,9 +1,13 @@
-// For whom a command works.
+// For whom a command works, and whether they may.
 #pragma once
 
 #include <string>
 
 namespace dorvo::agent {
+
+// Throws AgentError when the data directory is there and closed to this user: its files would look
+// as if there were none.
+void requireDataAccess();
 
 // The user that a command works for: `asked` when it is not empty, else the one who has logged in.
 // Throws AgentError when nobody has logged in, the asked one has not, or the choice is open.

@@ -1,15 +1,14 @@
 #include "engine/dataowner.h"
 
 #include <algorithm>
+#include <array>
 
 #include "base/paths.h"
 #include "base/text.h"
-#include "engine/directorywatch.h"
 #include "json_spirit/json_spirit.h"
+#include "text/agenterror.h"
 #include "text/failuretext.h"
-#include "text/printable.h"
-#include "text/residenthint.h"
-#include "text/units.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {
@@ -96,6 +95,43 @@ std::string sentence(const std::optional<Holder>& holder) {
 }
 
 }  // namespace
+
+DirectoryWatch::DirectoryWatch() {
+    std::wstring directory;
+    if (!dataDirectory(directory) || !createDirectories(directory)) {
+        throw AgentError("The data directory cannot be made: " + failureText(GetLastError()));
+    }
+    changes_.reset(
+        FindFirstChangeNotificationW(directory.c_str(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME));
+}
+
+DirectoryWatch::Woken DirectoryWatch::wait(HANDLE other, DWORD ms) {
+    std::array<HANDLE, 2> handles{};
+    DWORD count = 0;
+    if (other != nullptr) {
+        handles[count++] = other;
+    }
+    if (changes_) {
+        handles[count++] = changes_.get();
+    }
+    if (count == 0) {
+        Sleep(ms);
+        return Woken::time;
+    }
+    const DWORD got = WaitForMultipleObjects(count, handles.data(), FALSE, ms);
+    if (got >= WAIT_OBJECT_0 + count) {
+        return Woken::time;
+    }
+    if (handles[got - WAIT_OBJECT_0] == other) {
+        return Woken::other;
+    }
+    taken();
+    return Woken::change;
+}
+
+void DirectoryWatch::taken() {
+    FindNextChangeNotification(changes_.get());
+}
 
 std::string holderText(const Holder& holder) {
     return "process " + std::to_string(holder.process) + " (" + printable(holder.command) + ")";

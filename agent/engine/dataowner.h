@@ -1,11 +1,13 @@
-// The right to run jobs on this machine: one process at a time owns the data directory.
+// The data directory between processes: who may run its jobs, and what comes and goes in it.
 //
-// What is held is the file "owner" of the directory, open without sharing it for writing, so that
-// only who may write there can hold it; a name that any program can make would let any program keep
-// the agent out. The file says who holds it and goes with its handle: the system closes that of a
-// process that dies, and one that a power cut has left is opened anew. Held while the object lives.
-// Any thread.
+// One process at a time owns it. What is held is the file "owner" of the directory, open without
+// sharing it for writing, so that only who may write there can hold it; a name that any program can
+// make would let any program keep the agent out. The file says who holds it and goes with its
+// handle: the system closes that of a process that dies, and one that a power cut has left is
+// opened anew. Failures are AgentErrors.
 #pragma once
+
+#include <windows.h>
 
 #include <cstdint>
 #include <functional>
@@ -16,6 +18,34 @@
 #include "text/agenterror.h"
 
 namespace dorvo::agent {
+
+// Notices files that come to the data directory or go from it. One thread. Where the system gives
+// no such notice, only the time and the other handle end a wait.
+class DirectoryWatch {
+public:
+    enum class Woken { change, other, time };
+
+    // From now on. Makes the directory where it isn't there; throws AgentError.
+    DirectoryWatch();
+
+    // Until a file has come or gone since the construction or the last Woken::change, or `other`
+    // (borrowed, may be null) is signalled, or the time is over.
+    Woken wait(HANDLE other, DWORD ms);
+
+    // For a wait beside something else; null where there is no notice. After its signal taken()
+    // makes it ready for the next.
+    HANDLE handle() const { return changes_ ? changes_.get() : nullptr; }
+    void taken();
+
+private:
+    struct Policy {
+        using value_type = HANDLE;
+        static value_type invalid() { return INVALID_HANDLE_VALUE; }
+        static void close(value_type value) { FindCloseChangeNotification(value); }
+    };
+
+    UniqueHandle<Policy> changes_;
+};
 
 // What the file says of the process that has it open.
 struct Holder {
@@ -41,6 +71,7 @@ private:
     std::optional<Holder> holder_;
 };
 
+// The right to run jobs on this machine, held while the object lives. Any thread.
 class DataOwner {
 public:
     enum class Role { command, resident };

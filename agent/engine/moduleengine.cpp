@@ -11,7 +11,7 @@
 #include "notify/jobnotifymanager.h"
 #include "text/agenterror.h"
 #include "text/agentlog.h"
-#include "text/keyfailure.h"
+#include "text/failuretext.h"
 #include "text/singletons.h"
 
 namespace dorvo::agent {

@@ -1,11 +1,12 @@
 #include "run/jobrun.h"
 
 #include "base/text.h"
-#include "data/liverecord.h"
+#include "data/runrecord.h"
 #include "jobdef/backupjobdefinition.h"
 #include "run/runfollow.h"
 #include "text/agenterror.h"
 #include "text/agentlog.h"
+#include "text/failuretext.h"
 #include "text/interrupt.h"
 
 namespace dorvo::agent {
@@ -38,6 +39,19 @@ bool runsWhenSubmitted(const JobDefinition& job) {
 }
 
 }  // namespace
+
+void RunFlags::describe(CLI::App& command) {
+    command.add_flag("--no-wait", noWait, "Leave the run to the resident agent");
+    command.add_flag("--json", json, "One JSON object a line");
+}
+
+void RunFlags::check(const Engine& engine) const {
+    if (noWait && !engine.resident()) {
+        throw AgentError(
+            std::string("--no-wait leaves the run to the resident agent, and none runs: ") +
+            residentHint);
+    }
+}
 
 void startRun(Engine& engine, const JobDefinition& job, bool changed) {
     if (changed) {

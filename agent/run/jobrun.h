@@ -3,13 +3,24 @@
 // A run that pauses itself for the network is waited for. Ctrl+C pauses the run for the user.
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include <functional>
 
 #include "engine/engine.h"
-#include "run/runflags.h"
 #include "text/terminal.h"
 
 namespace dorvo::agent {
+
+// The options of the commands that run a job: --no-wait and --json.
+struct RunFlags {
+    bool noWait = false;
+    bool json = false;
+
+    void describe(CLI::App& command);
+    // Throws AgentError when --no-wait was given and this process would have to run the job.
+    void check(const Engine& engine) const;
+};
 
 // `begin` has the engine run the job; whatever happens from then on is heard. Shows the run on the
 // terminal and each failed item on its error stream. Returns the exit code; throws AgentError when

@@ -1,6 +1,7 @@
 #include "run/runfollow.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <fstream>
 
@@ -13,16 +14,47 @@
 #include "record/jobactivityhandle.h"
 #include "record/jobhistory.h"
 #include "run/jobrun.h"
-#include "run/watchedjob.h"
 #include "text/agenterror.h"
 #include "text/faketerminal.h"
 
 namespace dorvo::agent {
 namespace {
 
-using testing::ElementsAre;
+TEST(RunEvents, TellWhyAJobWaitsAndWhatToDo) {
+    FakeEngine engine;
+    RunEvents events(&engine);
+    const BackupJobDefinition job("job", L"n", "alice");
+    const auto reason = [&](const std::string& text) {
+        engine.say(text);
+        return events.takeReason(job);
+    };
+    const auto error = [](const char* code, const char* reason) {
+        return std::string(R"({"error-code":)") + code + R"(,"id":"job","name":"n","reason":")" +
+               reason + R"(","state":"running"})";
+    };
+    // An HTTP status comes without its mark; its name tells it from a system's error.
+    EXPECT_NE(reason(error("401", "Unauthorized")).find("agent login alice"), std::string::npos);
+    EXPECT_NE(reason(error("503", "Service Unavailable")).find("HTTP status 503"),
+              std::string::npos);
+    EXPECT_EQ(reason(error("503", "The directory")).find("HTTP"), std::string::npos);
+    EXPECT_NE(reason(error("10061", "Refused. ")).find("agent server set"), std::string::npos);
+    EXPECT_NE(reason(error("10054", "")).find("error 10054"), std::string::npos);
+    EXPECT_NE(reason(error("67108866", "x")).find("agent key import"), std::string::npos);
+    for (const char* text : {R"({"error-code":5,"id":"other","reason":"x","state":"running"})",
+                             R"({"id":"job","name":"n","state":"paused"})", "[]",
+                             R"({"error-code":"5","id":"job","reason":"x","state":"running"})",
+                             R"({"error-code":5})", "{"}) {
+        EXPECT_EQ(reason(text), "") << text;
+    }
+    EXPECT_FALSE(events.removed("job"));
+    engine.say(R"({"id":"job","name":"n","state":"deleted"})");
+    EXPECT_TRUE(events.removed("job"));
+    EXPECT_FALSE(events.ended());
+    engine.say("");
+    EXPECT_TRUE(events.ended());
+}
+
 using testing::HasSubstr;
-using testing::Pair;
 
 // A job whose record the test writes, as the process that runs it would.
 class RunFollow : public testing::Test {
@@ -53,12 +85,11 @@ TEST(StartRun, RunsWhatIsNewOnce) {
     const RestoreJobDefinition restore("r", L"docs", "alice");
     FakeEngine engine;
     startRun(engine, manual, true);
+    EXPECT_EQ(engine.takeNote(), "submit " + manual.text() + "tell 0 b");
     startRun(engine, restore, true);
-    EXPECT_THAT(engine.submitted, ElementsAre("b", "r"));
-    EXPECT_THAT(engine.told, ElementsAre(Pair(JobVerb::start, "b")));
+    EXPECT_EQ(engine.takeNote(), "submit " + restore.text());
     startRun(engine, restore, false);
-    EXPECT_THAT(engine.submitted, ElementsAre("b", "r"));
-    EXPECT_THAT(engine.told.back(), Pair(JobVerb::start, "r"));
+    EXPECT_EQ(engine.takeNote(), "tell 0 r");
 }
 
 TEST_F(RunFollow, EndsWithARunThatWasOverBeforeTheResidentAgent) {
@@ -108,7 +139,8 @@ TEST_F(RunFollow, ARunThatBeginsRightAfterItIsAnother) {
     set(JobState::running);
     EXPECT_FALSE(follower.look(0));
     EXPECT_TRUE(createDirectories(directory_ + L"\\hist"));
-    const std::string summary = toUtf8(jobHistoryInfoPath(directory_, instanceOf(*record_.get())));
+    const std::string summary =
+        toUtf8(jobHistoryInfoPath(directory_, instanceIdOf(*record_.get())));
     std::ofstream(summary) << R"({"state":"completed"})";
     std::ofstream(summary + ".errors") << R"([{"path":"C:/a","code":5,"reason":""}])";
     record_->instanceId[0] = 2;

@@ -1,14 +1,24 @@
-// Tells of a run while it goes on, and how it ended. One thread; times are milliseconds of any
-// steady clock.
+// Tells of a run while it goes on, and how it ended.
+//
+// For people: a line that is redrawn on a terminal, plain lines otherwise. Plain lines are changes
+// of state, the beginning of each wait for the storage, and the progress every ten seconds. Each
+// item that failed goes to the error stream.
+//
+// For scripts: one JSON object a line. While it runs, {"id", "name", "state", "percent", "bytes",
+// "totalBytes", "files", "fileCount", "speed", "remainTime", "file"} at each change of state and at
+// most twice a second, with "reason", "since" and "until" where it waits, empty where they are not
+// known, and again when they become known; at the end {"id", "name", "summary": {...}}.
+//
+// One thread; times are milliseconds of any steady clock.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
 
-#include "data/runresult.h"
 #include "jobdef/jobdefinition.h"
 #include "record/jobactivity.h"
+#include "run/runresult.h"
 #include "text/terminal.h"
 
 namespace dorvo::agent {

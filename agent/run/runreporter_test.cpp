@@ -10,7 +10,7 @@
 #include "record/jobwait.h"
 #include "storage/wire_time.h"
 #include "text/faketerminal.h"
-#include "text/units.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {

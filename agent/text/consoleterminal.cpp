@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "base/text.h"
-#include "text/units.h"
+#include "text/format.h"
 
 namespace dorvo::agent {
 namespace {

@@ -5,13 +5,16 @@
 #include "base/error_text.h"
 #include "base/http_error.h"
 #include "base/key_error.h"
+#include "base/text.h"
 #include "httpmsg/http_names.h"
 #include "job/transferfailure.h"
+#include "settings/keymanager.h"
 #include "settings/serverbinding.h"
 #include "storage/local/localerror.h"
 #include "text/singletons.h"
 
 namespace dorvo::agent {
+
 std::string serverText() {
     std::string host;
     unsigned short port = 0;
@@ -89,6 +92,28 @@ std::string requestFailure(uint32_t code, const std::string& user) {
     }
     return "The server " + serverText() + " cannot be reached: " + failureText(code) +
            "; see that it runs, or run 'agent server set HOST:PORT'";
+}
+
+std::string keyFailure(const std::wstring& file, const std::string& user, uint32_t code) {
+    const std::string name = "'" + toUtf8(file) + "'";
+    switch (code) {
+        case ERROR_NOT_FOUND:
+            return "'" + user +
+                   "' has no key on this machine: the first backup makes one, 'agent key import "
+                   "FILE' brings one";
+        case ERROR_DECRYPTION_FAILED:
+            return "The keys of this machine cannot be read: the file 'keys' of the data directory "
+                   "is damaged, or the machine key in the registry is not the one that it was "
+                   "written with; bring back the one or the other, or move the file away and "
+                   "import a recovery file";
+        case ERROR_FILE_EXISTS:
+            return name + " is there already and was left as it is: name another file";
+        case ERROR_TOO_MANY_SECRETS:
+            return name + ": '" + user + "' would have more keys on this machine than " +
+                   std::to_string(userKeyLimit) + "; none was taken";
+        default: break;
+    }
+    return name + ": " + (isKeyError(code) ? keyErrorText(code, user) : failureText(code));
 }
 
 }  // namespace dorvo::agent

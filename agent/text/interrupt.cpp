@@ -1,6 +1,6 @@
 #include "text/interrupt.h"
 
-#include "text/exitcode.h"
+#include "text/agenterror.h"
 
 namespace dorvo::agent {
 

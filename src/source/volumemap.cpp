@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "base/uuid.h"
 #include "json_spirit/json_spirit.h"
+#include "json_spirit/member.h"
 #include "source/volumefile.h"
 
 namespace dorvo {
@@ -29,11 +30,6 @@ GUID uuid(const std::string& text) {
         throw std::runtime_error("not a UUID: " + text);
     }
     return id;
-}
-
-const json_spirit::Value& member(const json_spirit::Object& object, const char* name) {
-    const auto found = object.find(name);
-    return found == object.end() ? json_spirit::Value::null : found->second;
 }
 
 JobVolume fromJson(const json_spirit::Value& value) {
