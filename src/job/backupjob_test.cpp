@@ -438,17 +438,16 @@ TEST_F(BackupJobTest, ARunWaitsForItsNote) {
 
 // A run of a version that noted none, and a disk that has no room for one now.
 TEST_F(BackupJobTest, ARunIsNotRecordedAsEndedBeforeItIsNoted) {
-    using enum JobState;
     struct Row {
         JobState state;
         JobState pending;
         bool kept;  // as it is
         int32_t ends;
     };
-    const Row rows[] = {{canceling, idle, true, cancelled},
-                        {running, canceling, true, cancelled},
-                        {completing, JobState::error, true, failed},
-                        {running, idle, false, paused}};
+    const Row rows[] = {{JobState::canceling, JobState::idle, true, cancelled},
+                        {JobState::running, JobState::canceling, true, cancelled},
+                        {JobState::completing, JobState::error, true, failed},
+                        {JobState::running, JobState::idle, false, paused}};
     for (const Row& row : rows) {
         SCOPED_TRACE(static_cast<int>(row.state));
         rm_rf(dataPath(L"\\job"), true);

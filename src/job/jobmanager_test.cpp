@@ -9,6 +9,7 @@
 
 #include "base/handle.h"
 #include "base/machine_name.h"
+#include "base/rm_rf.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "storage/local/localplace.h"
@@ -316,7 +317,9 @@ TEST_F(JobManager, TellsRunsWhereTheyCouldNotBeHandedOnAndMakesNoJobOfThem) {
     createDirectories(home);
     ASSERT_TRUE(backupDefinition("kept")->save(home + L"\\def"));
     PendingDrops("kept").note({"00000000-0000-0000-0000-000000000001", L""});
-    writeFile(home.substr(0, home.rfind(L"\\job\\")) + L"\\drops", "no room");
+    const std::wstring drops = home.substr(0, home.rfind(L"\\job\\")) + L"\\drops";
+    EXPECT_TRUE(rm_rf(drops, true));
+    storeFile(drops, "no room");
     const LogCapture quiet;
     EXPECT_FALSE(PendingDrops("kept").handOn(*backupDefinition("kept")));
     Signal told;
@@ -331,6 +334,7 @@ TEST_F(JobManager, TellsRunsWhereTheyCouldNotBeHandedOnAndMakesNoJobOfThem) {
     EXPECT_EQ(other.job("kept"), nullptr);
     other.close();
     EXPECT_TRUE(exists(home + L"\\drops\\def"));
+    DeleteFileW(drops.c_str());
 }
 
 // A server that is not there holds up no run that is to pause.

@@ -254,11 +254,12 @@ bool PendingDrops::believes(const PendingDrop& told, DWORD error) const {
     const std::wstring path = longPath(folder_ + L"\\" + toWide(told.instanceId));
     PendingDrop run;
     WIN32_FILE_ATTRIBUTE_DATA note;
-    if (!read(folder_, told.instanceId, run) || run.server != told.server ||
+    if (!read(folder_, told.instanceId, run) ||
         GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &note) == 0) {
         return false;
     }
-    // When the last one counted, or the run began. A clock that was ahead counts as an hour.
+    // When the last one counted, the server was set, or the run began. A clock that was ahead
+    // counts as an hour.
     const uint64_t written = toTicks(note.ftLastWriteTime);
     const uint64_t now = utcTimeNow();
     if (written <= now && now - written < hour) {

@@ -244,9 +244,9 @@ TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
     }
 }
 
-TEST_F(PendingDropsTest, WhoReadsThemKeepsNoRemovedJobsDirectory) {
-    drops_.note({first, L""});
-    FileHandle held = hold(noteOf(first));
+TEST_F(PendingDropsTest, WhoLooksForThemKeepsNoRemovedJobsDirectory) {
+    write(folder_ + L"\\no note", "");
+    FileHandle held = hold(folder_ + L"\\no note");
     const Meanwhile read([&] { held.reset(); });
     EXPECT_TRUE(removeJobDirectory("j1"));
     EXPECT_EQ(GetFileAttributesW(dataPath(L"\\job\\j1").c_str()), INVALID_FILE_ATTRIBUTES);
@@ -286,6 +286,11 @@ TEST_F(PendingDropsTest, ThoseThatCannotBeHandedOnStayWithWhoseTheyAre) {
         EXPECT_FALSE(fileExists(home + L"\\tmp"));
         EXPECT_EQ(fileExists(home + L"\\def"), held) << "the job comes back then";
         EXPECT_EQ(drops_.stay(), !held);
+        if (!held) {
+            ASSERT_TRUE(job.save(home + L"\\def"));
+            EXPECT_FALSE(drops_.stay()) << "they are a job's again";
+            DeleteFileW((home + L"\\def").c_str());
+        }
         const auto left = PendingDrops::all();
         ASSERT_EQ(left.size(), 1u);
         const auto whose = readDefinition(left[0].home());

@@ -16,6 +16,7 @@
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "settings/passwordmanager.h"
+#include "settings/serverbinding.h"
 #include "storage/web/web_exchange.h"
 #include "support/log_capture.h"
 #include "support/signal.h"
@@ -185,6 +186,7 @@ TEST_F(WebSessionTest, ACookieOfAnotherUserIsNotLoggedIn) {
 }
 
 TEST_F(WebSessionTest, WhatAnotherServerHasGivenStaysThere) {
+    const std::string here = serverOfOptions();
     singleton<CookieManagerImpl>().saveCookie("alice", "A1", "another.example:80");
     singleton<PasswordManagerImpl>().savePassword("alice", "secret", "another.example:80");
     Web_Session session("alice");
@@ -197,7 +199,6 @@ TEST_F(WebSessionTest, WhatAnotherServerHasGivenStaysThere) {
     EXPECT_EQ(run(early), 401);
     EXPECT_EQ(run("C1"), 401);
     // Nor the password where this server's own cookie is refused.
-    const std::string here = "127.0.0.1:" + std::to_string(service_.port());
     singleton<CookieManagerImpl>().saveCookie("alice", "C2", here);
     EXPECT_EQ(run("C2"), 401);
     EXPECT_EQ(seen_, " body; C1 body;  body; C1 body; C2 body; ");
