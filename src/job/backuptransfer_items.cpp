@@ -159,12 +159,11 @@ bool BackupTransfer::note() {
     if (!noted || noted->server.empty() || noted->server == place.server) {
         return noted.has_value();
     }
-    log(LogLevel::error,
+    return logFailed(
+        errorOtherServer,
         "Run {%s} of job {%s} has begun at the server {%s}, and {%s} is set: the next run begins "
         "there.\n",
         noted->instanceId, jobId(), noted->server, place.server);
-    SetLastError(errorOtherServer);
-    return false;
 }
 
 PendingDrop placeOfRun(const BackupJobDefinition& definition, const std::string& instanceId) {

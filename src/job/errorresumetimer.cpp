@@ -16,9 +16,8 @@ bool ErrorResumeTimer::arm() {
     dispatcher->cancel_timer(this);
     const uint64_t due = localTimeNow() + delayMs_ * ticksPerMillisecond;
     if (dispatcher->schedule_timer(this, due) == -1) {
-        log(LogLevel::error, "Failed to schedule the resume of job {%s}, error-code = %d, %m.\n",
-            jobId_, GetLastError());
-        return false;
+        return logFailed("Failed to schedule the resume of job {%s}, error-code = %d, %m.\n",
+                         jobId_, GetLastError());
     }
     return true;
 }

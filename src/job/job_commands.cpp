@@ -244,8 +244,7 @@ bool Job::remove() {
         log(LogLevel::information, "Job %s is removing.\n", id);
     }
     if (running() && !stop()) {
-        log(LogLevel::error, "Failed to stop job %s.\n", id);
-        return false;
+        return logFailed("Failed to stop job %s.\n", id);
     }
     removing_ = true;
     if (host_ == nullptr) {
@@ -261,9 +260,8 @@ bool Job::remove() {
     HANDLE thread = nullptr;
     if ((workThread_ != nullptr && copy == nullptr) ||
         !startThread(remove_thread, removal.get(), thread)) {
-        log(LogLevel::error, "Failed to start the remove thread of job %s, error-code = %d, %m.\n",
-            id, GetLastError());
-        return false;
+        return logFailed("Failed to start the remove thread of job %s, error-code = %d, %m.\n", id,
+                         GetLastError());
     }
     static_cast<void>(removal.release());  // the thread's now
     host_->adoptRemoveThread(thread);

@@ -150,9 +150,8 @@ bool Job::createInstance() {
     const long status = createUuid(instance);
     const std::string message = errorText(static_cast<unsigned long>(status));
     if (status != 0) {
-        log(LogLevel::error, "Failed to create uuid for job {%s} instance, error = %d, %s.\n", id,
-            status, message);
-        return false;
+        return logFailed("Failed to create uuid for job {%s} instance, error = %d, %s.\n", id,
+                         status, message);
     }
     std::memcpy(activity_->instanceId.data(), &instance, sizeof(instance));
     log(LogLevel::information,

@@ -3,7 +3,6 @@
 #include <jobdef/jobdefinitionfactory.h>
 
 #include "base/handle.h"
-#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/rm_rf.h"
@@ -54,10 +53,8 @@ bool saveDefinition(const JobDefinition& definition) {
     if (definition.save(path)) {
         return true;
     }
-    const LastErrorGuard keep;
-    log(LogLevel::error, "Failed to save the definition of job {%s}, error-code = %d, %m.\n",
-        definition.id(), GetLastError());
-    return false;
+    return logFailed("Failed to save the definition of job {%s}, error-code = %d, %m.\n",
+                     definition.id(), GetLastError());
 }
 
 namespace {
@@ -87,9 +84,8 @@ bool removeJobDirectory(const std::string& id) {
             return true;
         }
     } while (retry.again(GetLastError()));
-    log(LogLevel::error, "Failed to delete the directory of job {%s}, error-code = %d, %m.\n", id,
-        GetLastError());
-    return false;
+    return logFailed("Failed to delete the directory of job {%s}, error-code = %d, %m.\n", id,
+                     GetLastError());
 }
 
 }  // namespace dorvo

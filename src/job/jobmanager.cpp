@@ -104,8 +104,7 @@ bool JobManagerImpl::makeLoaded(std::unique_ptr<JobDefinition> definition,
         return false;
     }
     if (!job->init()) {
-        log(LogLevel::error, "Init job failed. job type:%d job id:%s.\n", type, id);
-        return false;
+        return logFailed("Init job failed. job type:%d job id:%s.\n", type, id);
     }
     jobs_.push_back(job.release());
     return true;
@@ -178,9 +177,8 @@ bool JobManagerImpl::submitJob(JobDefinition* submitted) {
 
 bool JobManagerImpl::updateJob(Job& job, std::unique_ptr<JobDefinition>& definition) {
     if (definition->type() != job.definition().type()) {
-        log(LogLevel::error, "Submit job failed, job {%s} is of another type.\n", definition->id());
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
+        return logFailed(ERROR_INVALID_PARAMETER,
+                         "Submit job failed, job {%s} is of another type.\n", definition->id());
     }
     if (isRestartable(static_cast<JobState>(job.state()))) {
         // On the disk first: what counts as saved is there after the next start.
@@ -293,8 +291,7 @@ bool JobManagerImpl::removeJob(const char* id) {
         return true;
     }
     if (job == nullptr) {
-        log(LogLevel::error, "Remove job failed, job %s is not found.\n", id == nullptr ? "" : id);
-        return false;
+        return logFailed("Remove job failed, job %s is not found.\n", id == nullptr ? "" : id);
     }
     return job->remove();
 }

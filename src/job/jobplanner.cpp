@@ -102,8 +102,7 @@ bool JobPlanner::plan(PlanReason reason, const BackupJobDefinition& definition,
     }
     const int64_t next = helper->TimeOfNextScheduleImpl(started_ - now < day ? started_ : 0);
     if (localNow == 0 || next == -1) {
-        log(LogLevel::error, "Failed to find the next run of job {%s}.\n", jobId_);
-        return false;
+        return logFailed("Failed to find the next run of job {%s}.\n", jobId_);
     }
     planned_ = next;
     const bool due = activity->nextRunTime != 0 && activity->nextRunTime <= localNow;

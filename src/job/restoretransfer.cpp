@@ -171,9 +171,8 @@ void RestoreTransfer::choosePlaces() {
 bool RestoreTransfer::transfer(const Item& item) {
     std::wstring target;
     if (!findPlace(item.path, item.directory, target)) {
-        log(LogLevel::error, "Failed to restore {%s} to {%s}, error-code = %d, %s.\n",
-            toUtf8(item.path), toUtf8(target), GetLastError(), reason_);
-        return false;
+        return logFailed("Failed to restore {%s} to {%s}, error-code = %d, %s.\n",
+                         toUtf8(item.path), toUtf8(target), GetLastError(), reason_);
     }
     return item.directory ? restoreDirectory(item, target) : restoreFile(item);
 }

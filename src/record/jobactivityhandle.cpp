@@ -124,11 +124,9 @@ bool JobActivityHandle::openWritable(const char* id) {
         return true;
     }
     if (!record.recognised()) {
-        log(LogLevel::error,
-            "Unrecognize job {%s} activity info file version %d.%d, base size %d.\n", id,
-            record.majorVersion, record.minorVersion, record.baseSize);
-        SetLastError(ERROR_INVALID_DATA);
-        return false;
+        return logFailed(ERROR_INVALID_DATA,
+                         "Unrecognize job {%s} activity info file version %d.%d, base size %d.\n",
+                         id, record.majorVersion, record.minorVersion, record.baseSize);
     }
     share(id);
     publish();

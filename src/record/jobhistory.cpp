@@ -58,8 +58,7 @@ bool remove(const std::wstring& path) {
     if (DeleteFileW(longPath(path).c_str()) != 0 || GetLastError() == ERROR_FILE_NOT_FOUND) {
         return true;
     }
-    log(LogLevel::error, "Failed to remove the job history {%W}, %m.\n", path);
-    return false;
+    return logFailed("Failed to remove the job history {%W}, %m.\n", path);
 }
 
 }  // namespace

@@ -19,8 +19,7 @@ JobHistoryInfo::~JobHistoryInfo() {
 
 bool JobHistoryInfo::save() {
     if (!JSONObjectStorage::save()) {
-        log(LogLevel::error, "Failed to save the job history {%s}, %m.\n", path_);
-        return false;
+        return logFailed("Failed to save the job history {%s}, %m.\n", path_);
     }
     changed_ = false;
     return true;

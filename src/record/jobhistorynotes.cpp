@@ -76,8 +76,7 @@ bool JobHistoryNotes::save() {
         return true;
     }
     if (!JSONArrayStorage::save()) {
-        log(LogLevel::error, "Failed to save the notes of a run {%s}, %m.\n", path_);
-        return false;
+        return logFailed("Failed to save the notes of a run {%s}, %m.\n", path_);
     }
     changed_ = false;
     return true;
