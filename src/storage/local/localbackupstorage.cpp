@@ -37,12 +37,9 @@ LocalBackupStorage::LocalBackupStorage(LocalPlace place, std::string user, Backu
       instanceId_(task_.instanceId()),
       temporary_(itemTempFolder(task_.jobId)),
       list_(sourceListPath(task_.jobId)),
-      transformation_(task_.compress),
       block_(uploadBlockSize),
-      stored_(uploadBlockSize) {
-    transformation_.key = task_.key.key;
-    transformation_.iv = task_.key.iv;
-}
+      stored_(uploadBlockSize),
+      sender_(task_, *this, *this) {}
 
 LocalBackupStorage::~LocalBackupStorage() = default;
 

@@ -1,6 +1,5 @@
 #include "storage/web/webbackupstorage.h"
 
-#include <algorithm>
 #include <set>
 
 #include "base/http_error.h"
@@ -42,10 +41,8 @@ WebBackupStorage::WebBackupStorage(WebPlace place, BackupTask task)
       temporary_(itemTempFolder(task_.jobId)),
       acceptedFile_(directoryOf(task_.jobId)),
       session_(place_.user, place_.cookie),
-      transformation_(task_.compress),
-      block_(uploadBlockSize) {
-    transformation_.key = task_.key.key;
-    transformation_.iv = task_.key.iv;
+      block_(uploadBlockSize),
+      sender_(task_, *this, *this) {
     session_.set_interrupter(this);
 }
 
@@ -53,10 +50,9 @@ bool WebBackupStorage::aimAtServer() {
     return aimAt(session_.invoker(), place_.host, place_.port);
 }
 
-bool WebBackupStorage::exchange(HTTP_Command& command, const char* action,
-                                const std::string& subject) {
+bool WebBackupStorage::exchange(HTTP_Command& command, const char* action) {
     const AnswerWait waits(command, task_.activity, task_.changed);
-    return dorvo::exchange(session_, command, action, subject, progress_.wire());
+    return dorvo::exchange(session_, command, action, job(), progress_.wire());
 }
 
 bool WebBackupStorage::start() {
@@ -72,7 +68,7 @@ bool WebBackupStorage::start() {
     Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command(
         "name less command",
         {task_.jobId, instanceId_, task_.totals, wire_time(localToUtc(activity_->startTime))});
-    return aimAtServer() && exchange(command, "start job", job());
+    return aimAtServer() && exchange(command, "start job");
 }
 
 bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
@@ -83,7 +79,7 @@ bool WebBackupStorage::submit_errors() {
     return task_.failed == nullptr || task_.failed->eachBatch([this](auto batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
             "Submit Error", {instanceId_, batch});
-        return exchange(command, "submit history errors of job", job());
+        return exchange(command, "submit history errors of job");
     });
 }
 
@@ -96,7 +92,7 @@ bool WebBackupStorage::end() {
         }
         Command_To_Server<End_Job_Request, Response_T<std::string>> command(
             "End Job", {instanceId_, wire_time(utcTimeNow())});
-        if (exchange(command, "end job", job())) {
+        if (exchange(command, "end job")) {
             return true;
         }
         if (GetLastError() != conflict || round == maxEndRounds ||
@@ -144,7 +140,7 @@ bool WebBackupStorage::cancel() {
     }
     Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
         "Stop Job", Stop_Job_Request(instanceId_));
-    return aimAtServer() && exchange(command, "cancel job", job());
+    return aimAtServer() && exchange(command, "cancel job");
 }
 
 }  // namespace dorvo

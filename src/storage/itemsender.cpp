@@ -1,0 +1,145 @@
+#include "storage/itemsender.h"
+
+#include <algorithm>
+
+#include "base/last_error.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "storage/item_attributes.h"
+#include "storage/items.h"
+#include "storage/itemtemppath.h"
+
+namespace dorvo {
+
+SentItem::SentItem(const wchar_t* listed, const WIN32_FILE_ATTRIBUTE_DATA& listedData,
+                   uint32_t listNumber, const wchar_t* readFrom, const std::wstring& folder)
+    : path(listed),
+      name(withoutTrailingBackslash(toUtf8(path))),
+      data(listedData),
+      number(listNumber),
+      source(readFrom == nullptr ? path : readFrom),
+      package(directory() ? std::wstring() : itemTempPath(folder, number)) {}
+
+FileHandle SentItem::openPackage() const {
+    return FileHandle(CreateFileW(longPath(package).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+}
+
+ItemSender::ItemSender(const BackupTask& task, interrupter& stop, BlockSink& sink)
+    : record_(*task.activity),
+      progress_(task.activity),
+      stop_(stop),
+      sink_(sink),
+      transformation_(task.compress),
+      block_(uploadBlockSize) {
+    transformation_.key = task.key.key;
+    transformation_.iv = task.key.iv;
+}
+
+bool ItemSender::done(bool success, SendStep step, const SentItem& item) const {
+    if (!success) {
+        sink_.failed(step, item);
+    }
+    return success;
+}
+
+bool ItemSender::send(SentItem item) {
+    progress_.claim(item.number);
+    sink_.begins(SendStep::encode, item);
+    const bool sent = (item.directory() || (encode(item) && claimPackage(item))) &&
+                      announce(item) && (item.directory() || sendBlocks(item)) &&
+                      done(sink_.finish(item), SendStep::finish, item);
+    if (item.directory()) {
+        return sent;
+    }
+    const LastErrorGuard keep;
+    if (DeleteFileW(longPath(item.package).c_str()) == 0 && sent) {
+        log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
+            toUtf8(item.package), GetLastError());
+    }
+    if (sent) {
+        sink_.isThrough();
+    }
+    return sent;
+}
+
+bool ItemSender::encode(SentItem& item) {
+    progress_.encoding(sizeOf(item.data));
+    if (!done(transformation_.transform(item.source.c_str(), item.package.c_str(), &item.data,
+                                        &stop_),
+              SendStep::encode, item)) {
+        return false;
+    }
+    WIN32_FILE_ATTRIBUTE_DATA package{};
+    const bool measured = readAttributes(item.package, package);
+    item.size = sizeOf(package);
+    return done(measured, SendStep::measure, item);
+}
+
+// What is on record of blocks is of the package that an earlier run made.
+bool ItemSender::claimPackage(const SentItem& item) {
+    sink_.begin(item);
+    const uint32_t onRecord = record_.acceptedBlocks;
+    uint32_t blocks = onRecord;
+    if (onRecord != 0) {
+        if (record_.packageSize != item.size || !isAsListed(item.source, item.data)) {
+            blocks = 0;
+        } else if (!done(sink_.compare(item, blocks), SendStep::compare, item)) {
+            return false;  // and what is on record stays
+        }
+    }
+    if (blocks < onRecord) {
+        sink_.giveUp(item);
+        progress_.backTo(blocks, 0);
+    }
+    progress_.transferring(item.size, std::min(uint64_t{blocks} * uploadBlockSize, item.size));
+    return true;
+}
+
+bool ItemSender::announce(const SentItem& item) {
+    sink_.begins(SendStep::announce, item);
+    const uint32_t blocks = item.directory() ? 0 : record_.acceptedBlocks;
+    uint32_t held = blocks;
+    if (!done(sink_.announce(item, held), SendStep::announce, item)) {
+        return false;
+    }
+    if (item.directory()) {
+        return true;
+    }
+    sink_.begins(SendStep::goBack, item);
+    return held >= blocks || done(sink_.goBack(item, held), SendStep::goBack, item);
+}
+
+bool ItemSender::sendBlocks(const SentItem& item) {
+    const FileHandle package = item.openPackage();
+    LARGE_INTEGER offset;
+    offset.QuadPart = static_cast<LONGLONG>(record_.fileOffset);
+    return done(static_cast<bool>(package), SendStep::open, item) &&
+           done(offset.QuadPart == 0 ||
+                    SetFilePointerEx(package.get(), offset, nullptr, FILE_BEGIN) != 0,
+                SendStep::seek, item) &&
+           sendBlocks(item, package.get());
+}
+
+bool ItemSender::sendBlocks(const SentItem& item, HANDLE package) {
+    for (;;) {
+        DWORD length = 0;
+        if (!done(ReadFile(package, block_.data(), uploadBlockSize, &length, nullptr) != 0,
+                  SendStep::read, item)) {
+            return false;
+        }
+        if (length == 0) {
+            return true;
+        }
+        uint32_t accepted = 0;
+        if (!done(sink_.put(item, static_cast<uint32_t>(record_.fileOffset / uploadBlockSize) + 1,
+                            std::span(block_).first(length), accepted),
+                  SendStep::put, item)) {
+            return false;
+        }
+        progress_.accepted(accepted, length);
+    }
+}
+
+}  // namespace dorvo
