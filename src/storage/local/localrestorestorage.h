@@ -1,10 +1,8 @@
 // Brings a backup back from a folder. docs/formats/local-storage.md says how it lies there.
 //
-// Each file's package is copied into the job's temporary folder, checked against its MD5, and then
-// decoded into its place, so that a damaged package (13) touches nothing. The activity record says
-// how many of its blocks are there, so that the next run goes on behind them; recordError() deletes
-// what came of the current item. The record is written on the job's worker thread only; the stop
-// signal comes from others.
+// An ItemFetcher brings each file's package into the job's temporary folder and decodes it; it is
+// checked against its MD5 before, so that a damaged package (13) touches nothing. The activity
+// record is written on the job's worker thread only; the stop signal comes from others.
 //
 // Besides the errors of RestoreStorage: 10070 for any failure while the folder is gone;
 // errorKeyForeign from start() when the backup was made with another key; 1168 when there is no
@@ -14,15 +12,16 @@
 
 #include <windows.h>
 
-#include <array>
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "base/interrupter.h"
+#include "base/md5.h"
 #include "record/itemprogress.h"
-#include "source/restoretransformation.h"
+#include "storage/itemfetcher.h"
 #include "storage/local/localplace.h"
-#include "storage/placingrecord.h"
 #include "storage/restorestorage.h"
 #include "storage/storagetask.h"
 
@@ -30,9 +29,8 @@ namespace dorvo {
 
 class LocalIndexCursor;
 class LocalPackages;
-class RestoreTarget;
 
-class LocalRestoreStorage : public RestoreStorage, public interrupter {
+class LocalRestoreStorage : public RestoreStorage, public interrupter, private BlockSource {
 public:
     // The location is the folder of all local backups.
     LocalRestoreStorage(const std::wstring& location, RestoreTask task);
@@ -51,24 +49,26 @@ public:
 private:
     bool open();
     bool valid(const wchar_t* original, const wchar_t* target) const;
-    bool find(const std::wstring& original, LocalRecord::Kind kind, LocalRecord& record);
-    bool failed(const char* action, const std::string& name) const;
-    bool hasRoom(const LocalRecord& record, const RestoreTarget& file) const;
-    void claimPackage(uint64_t size, const std::wstring& package);
-    bool fetch(const LocalRecord& record, const std::wstring& package);
-    bool copy(const LocalRecord& record, HANDLE from, HANDLE to, uint64_t kept, bool& whole);
-    bool put(const LocalRecord& record, const std::wstring& package, RestoreTarget& file,
-             bool replace);
+    bool findRecord(const std::wstring& original, LocalRecord::Kind kind, LocalRecord& record);
+    bool itemFailed(const char* action, const std::string& name) const;
+
+    bool find(FetchedItem& item) override;
+    bool begin(const FetchedItem& item, HANDLE package, uint64_t& kept) override;
+    bool get(const FetchedItem& item, uint64_t offset, std::span<const std::byte>& block) override;
+    bool check(const FetchedItem& item) override;
+    void failed(FetchStep step, const FetchedItem& item) const override;
 
     const RestoreTask task_;
-    const JobActivity* activity_;  // borrowed
-    ItemProgress progress_;        // the way to write there
+    ItemProgress progress_;  // the way to write to the record
     const LocalPlace place_;
-    std::wstring temporary_;  // the folder of the packages on their way
-    RestoreTransformation plain_;
-    RestoreTransformation compressed_;
+    std::wstring temporary_;                   // the folder of the packages on their way
     std::unique_ptr<LocalIndexCursor> index_;  // from start() on
     std::unique_ptr<LocalPackages> packages_;  // the same
+    LocalRecord record_;                       // of the file that is restored,
+    HANDLE from_ = INVALID_HANDLE_VALUE;       // its packages' file, borrowed from packages_,
+    Md5 digest_;                               // and of its package, as far as it is here
+    std::vector<std::byte> block_;
+    ItemFetcher fetcher_;
 };
 
 }  // namespace dorvo

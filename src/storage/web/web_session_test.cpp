@@ -107,6 +107,7 @@ private:
         return {.fields = "Set-Cookie: " + cookie + "\r\n"};
     }
 
+protected:
     test::ScriptedService service_;
 };
 

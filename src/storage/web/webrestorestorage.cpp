@@ -11,7 +11,6 @@
 #include "storage/itemtemppath.h"
 #include "storage/restoretarget.h"
 #include "storage/web/answer_wait.h"
-#include "storage/web/downloadedblock.h"
 
 namespace dorvo {
 namespace {
@@ -33,12 +32,7 @@ WebRestoreStorage::WebRestoreStorage(WebPlace place, RestoreTask task)
       backupId_(instanceText(task_.from.jobInstanceId)),
       temporary_(itemTempFolder(task_.jobId)),
       session_(place_.user, place_.cookie),
-      plain_(false),
-      compressed_(true) {
-    for (RestoreTransformation* transformation : {&plain_, &compressed_}) {
-        transformation->key = task_.key.key;
-        transformation->iv = task_.key.iv;
-    }
+      fetcher_(task_, temporary_, *this, *this) {
     download_.body_limit(md5TextSize + uploadBlockSize);
     session_.set_interrupter(this);
 }
@@ -159,20 +153,16 @@ bool WebRestoreStorage::end(const json_spirit::Object& history) {
                   "Submit history failed, job {%s, %s}, error-code = %d, %s.\n");
 }
 
-bool WebRestoreStorage::stopped(StoppedLine words, const std::string& name) const {
+bool WebRestoreStorage::stopped(LogText<std::string> words, const std::string& name) const {
     if (!interrupted()) {
         return false;
     }
-    if (const auto* at = std::get_if<StoppedAt>(&words)) {
-        log(LogLevel::information, *at, name, activity_->fileOffset);
-    } else {
-        log(LogLevel::information, std::get<StoppedItem>(words), name);
-    }
+    log(LogLevel::information, words, name);
     SetLastError(ERROR_CANCELLED);
     return true;
 }
 
-bool WebRestoreStorage::stepFailed(StoppedLine cancelled, const std::string& name,
+bool WebRestoreStorage::stepFailed(LogText<std::string> cancelled, const std::string& name,
                                    const std::function<void(int)>& logFailure) const {
     LastErrorGuard keep;
     if (stopped(cancelled, name)) {
@@ -206,7 +196,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     if (!valid(name, place)) {
         return false;
     }
-    constexpr StoppedItem cancelledBefore = "Restoring directory {%s} is cancelled.\n";
+    constexpr LogText<std::string> cancelledBefore = "Restoring directory {%s} is cancelled.\n";
     if (stopped(cancelledBefore, name)) {
         return false;
     }
@@ -219,7 +209,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     if (existed) {
         log(LogLevel::debug, "Directory {%s} exists.\n", place.c_str());
     }
-    constexpr StoppedItem cancelledAfter = "Restoring directory {%s} is cancelled,.\n";
+    constexpr LogText<std::string> cancelledAfter = "Restoring directory {%s} is cancelled,.\n";
     if (stopped(cancelledAfter, name)) {
         return false;
     }
@@ -234,14 +224,15 @@ bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstri
                                        const std::string& place) {
     StoredItem item;
     if (!get_file_info(storedPath(task_.from.machine, backupId_, name), true, item)) {
-        return stepFailed(StoppedItem("Restoring directory {%s} is cancelled when download file "
-                                      "information.\n"),
-                          name, [&](int) {
-                              log(LogLevel::error, "Download file information failed, file {%s}.\n",
-                                  name.c_str());
-                          });
+        return stepFailed(
+            LogText<std::string>("Restoring directory {%s} is cancelled when download file "
+                                 "information.\n"),
+            name, [&](int) {
+                log(LogLevel::error, "Download file information failed, file {%s}.\n",
+                    name.c_str());
+            });
     }
-    constexpr StoppedItem cancelled = "Restoring directory {%s} is cancelled,.\n";
+    constexpr LogText<std::string> cancelled = "Restoring directory {%s} is cancelled,.\n";
     if (stopped(cancelled, name)) {
         return false;
     }

@@ -1,30 +1,21 @@
 // Brings a backup back from the web storage service, over HTTP with the user's session.
 //
-// Each file is asked for, its package is received in blocks of 128 KiB into the job's temporary
-// folder, and then decoded into its place. The activity record says at any time how far the current
-// item's package has come, so that the next run goes on there: what is on record of an offset
-// belongs to the item whose number is on record, and to a package of the size on record. The
-// record is written on the job's worker thread only; the stop signal comes from others.
-//
-// A package stays in the temporary folder while its item may be tried again: the job empties that
-// folder only before a new run. recordError() deletes what came of the current item.
+// An ItemFetcher receives and decodes the files and counts; this is where their packages come from.
+// The activity record is written on the job's worker thread only; the stop signal comes from
+// others.
 #pragma once
 
 #include <windows.h>
 
-#include <array>
 #include <functional>
+#include <span>
 #include <string>
-#include <variant>
 
-#include "base/handle.h"
 #include "base/log.h"
-#include "record/itemprogress.h"
-#include "source/restoretransformation.h"
-#include "storage/placingrecord.h"
+#include "storage/itemfetcher.h"
 #include "storage/restorestorage.h"
-#include "storage/storagetask.h"
 #include "storage/web/patient_interrupter.h"
+#include "storage/web/web_bodies.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
@@ -32,7 +23,10 @@
 
 namespace dorvo {
 
-class WebRestoreStorage : public RestoreStorage, public patient_interrupter {
+// A block travels behind its MD5, as text.
+constexpr uint32_t md5TextSize = 32;
+
+class WebRestoreStorage : public RestoreStorage, public patient_interrupter, private BlockSource {
 public:
     WebRestoreStorage(WebPlace place, RestoreTask task);
 
@@ -43,17 +37,14 @@ public:
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool end(const json_spirit::Object& history) override;
 
+    void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
+
 private:
-    struct File;
     using Download = Command_To_Server<Download_Data_Request, Response_T<Download_Data_Type>>;
 
     // Of the job: its id and name and the code, or the status and its text.
     using BrokenLine = LogText<std::string, std::string, int>;
     using RefusedLine = LogText<std::string, std::string, int, std::string>;
-    // Of a stopped item: its name, and the offset where the text tells it.
-    using StoppedItem = LogText<std::string>;
-    using StoppedAt = LogText<std::string, uint64_t>;
-    using StoppedLine = std::variant<StoppedItem, StoppedAt>;
 
     bool aimAtServer();
     Exchanged exchange(HTTP_Command& command);
@@ -65,26 +56,18 @@ private:
     bool dressDirectory(const std::string& name, const std::wstring& target,
                         const std::string& place);
 
-    bool restore(File& file, bool replace);
-    bool makeParents(File& file) const;
-    bool askForFile(File& file);
-    bool hasRoom(const File& file) const;
-    bool fetch(File& file);
-    bool receive(const File& file, uint64_t& kept);
-    FileHandle openPackage(const File& file) const;
-    void seekToOffset(HANDLE package);
-    bool downloadBlocks(const File& file, HANDLE package);
-    bool download_block(const File& file, HANDLE package, uint64_t offset);
-    bool decode(File& file);
-    void dress(File& file) const;
-    bool place(File& file, bool replace) const;
-    void claimPackage(uint64_t size);
+    bool find(FetchedItem& item) override;
+    bool begin(const FetchedItem& item, HANDLE package, uint64_t& kept) override;
+    bool get(const FetchedItem& item, uint64_t offset, std::span<const std::byte>& block) override;
+    // The service's own digests are compared there, the package's padding when it is decoded.
+    bool check(const FetchedItem&) override { return true; }
+    void failed(FetchStep step, const FetchedItem& item) const override;
 
-    // True when the job must stop: the last error is then 1223.
-    bool stopped(StoppedLine words, const std::string& name) const;
-    // What a failed step leaves behind. While the job must stop it counts as cancelled, whatever
-    // its error is; otherwise `logFailure` gets the error's code. Always false.
-    bool stepFailed(StoppedLine cancelled, const std::string& name,
+    // Of a directory: true when the job must stop; the last error is then 1223.
+    bool stopped(LogText<std::string> words, const std::string& name) const;
+    // What a failed step of a directory leaves behind. While the job must stop it counts as
+    // cancelled, whatever its error is; otherwise `logFailure` gets the error's code. Always false.
+    bool stepFailed(LogText<std::string> cancelled, const std::string& name,
                     const std::function<void(int)>& logFailure) const;
 
     const WebPlace place_;
@@ -95,10 +78,9 @@ private:
     std::string restoreId_;        // the service's name for this restore; empty before start()
     std::wstring temporary_;       // the folder of the packages
     Web_Session session_;
-    // Keeps its memory from block to block.
-    Download download_{"Download Data", {StoredPath(), 0}};
-    RestoreTransformation plain_;
-    RestoreTransformation compressed_;
+    Download download_{"Download Data", {StoredPath(), 0}};  // keeps its memory from block to block
+    StoredPath stored_;                                      // of the file that is restored
+    ItemFetcher fetcher_;
 };
 
 }  // namespace dorvo

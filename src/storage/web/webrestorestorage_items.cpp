@@ -1,17 +1,15 @@
-// What the storage does with one file: ask for it, receive its package, decode it into its place.
-#include <algorithm>
+// Where the packages of a restore's files come from: the source's side, and the words for what
+// fails.
+#include <optional>
+#include <variant>
 
-#include "base/disk_room.h"
-#include "base/handle.h"
+#include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "httpmsg/http_names.h"
 #include "storage/item_attributes.h"
-#include "storage/itemtemppath.h"
-#include "storage/restoretarget.h"
-#include "storage/web/downloadedblock.h"
+#include "storage/web/web_exchange.h"
 #include "storage/web/webrestorestorage.h"
 
 namespace dorvo {
@@ -25,302 +23,202 @@ bool isWrittenSinceBoot(HANDLE file) {
            toTicks(written) + GetTickCount64() * ticksPerMillisecond >= utcTimeNow();
 }
 
-}  // namespace
+// The bytes of the block that a download's body holds behind the text of their MD5, which is not
+// compared. `announced` is the length that the answer promised. False with `malformedBlock` when
+// the body is not as long as promised or holds no MD5.
+bool blockOf(std::span<const std::byte> body, uint64_t announced, const std::string& name,
+             uint64_t offset, std::span<const std::byte>& block) {
+    const uint64_t size = body.size();
+    if (size != announced) {
+        SetLastError(malformedBlock);
+        log(LogLevel::error,
+            "Failed to download file data, file {%s}, offset {%Q}, the size of data {size: %Q} "
+            "readed is not as large as \"Content-Length\" {Content-Length: %Q}.\n",
+            name, offset, size, announced);
+        return false;
+    }
+    if (size < md5TextSize) {
+        SetLastError(malformedBlock);
+        log(LogLevel::error,
+            "Failed to download file data, file {%s}, offset {%Q}, the size of data {size: %Q} "
+            "is small than the MD5 size {32 bytes}.\n",
+            name, offset, size);
+        return false;
+    }
+    block = body.subspan(md5TextSize);
+    return true;
+}
 
-struct WebRestoreStorage::File {
-    std::string name;   // as the service knows it
-    std::string place;  // where it goes, for the log
-    StoredPath stored;
-    std::wstring package;
-    RestoreTarget target;
-    StoredItem info;
-};
+// The words for a stop: they take the file's name, and most the offset. Nothing: the step heeds
+// none.
+std::optional<std::variant<LogText<std::string, uint64_t>, LogText<std::string>>> cancelledWords(
+    FetchStep step) {
+    using At = LogText<std::string, uint64_t>;
+    using Plain = LogText<std::string>;
+    switch (step) {
+        case FetchStep::next:
+        case FetchStep::room:
+        case FetchStep::place: return At("Restoring file {%s} is cancelled, at offset {%Q}.\n");
+        case FetchStep::parents:
+            return At(
+                "Restoring file {%s} is cancelled when create parents directories, offset "
+                "{%Q}}.\n");
+        case FetchStep::find:
+            return At(
+                "Restoring file {%s} is cancelled when download file information, offset "
+                "{%Q}.\n");
+        case FetchStep::open:
+            return At(
+                "Restoring file {%s} is cancelled when create file to write, offset "
+                "{%Q}.\n");
+        case FetchStep::block:
+            return At("Restoring file {%s} is cancelled when download file data, offset {%Q}.\n");
+        case FetchStep::toDecode:
+            return Plain("Restoring is cancelled when going to decrypt/decompress file {%s}.\n");
+        case FetchStep::decode:
+            return Plain("Restoring is cancelled when decrypt/decompress file {%s}.\n");
+        case FetchStep::attributes:
+        case FetchStep::openToSetTimes:
+        case FetchStep::times: break;
+    }
+    return std::nullopt;
+}
+
+void logAsItself(FetchStep step, const FetchedItem& item, uint64_t offset, DWORD error) {
+    const std::string package = toUtf8(item.package);
+    SetLastError(error);
+    switch (step) {
+        case FetchStep::parents:
+            logFailed("Create parent directories of file {%s, target {%s}} failed, %d, %m.\n",
+                      item.name, item.place, error);
+            break;
+        case FetchStep::find:
+            logFailed(
+                "Download file information failed, file {%s}, at offset {%Q}, "
+                "error-code = %d, %m.\n",
+                item.name, offset, error);
+            break;
+        case FetchStep::room:
+            logFailed(
+                "There is no room for file {%s}, whose package has %Q bytes and whose "
+                "content %Q, error-code = %d, %m.\n",
+                item.place, item.size - offset, sizeOf(item.data), error);
+            break;
+        case FetchStep::open:
+            logFailed(
+                "Failed to create file {%s, target {%s}} to write, offset {%Q}, "
+                "error-code = %d, %m.\n",
+                item.name, package, offset, error);
+            break;
+        case FetchStep::block:
+            logFailed("Failed to download file {%s}, offset {%Q}, error-code = %d, %m.\n",
+                      item.name, offset, error);
+            break;
+        case FetchStep::decode:
+            logFailed(
+                "Decrypt/Decompress file {original {%s}, target {%s}, new {%s}} failed, "
+                "error-code = %d, %m.\n",
+                item.name, package, item.place, error);
+            break;
+        case FetchStep::attributes:
+            logFailed("Set file {%s} attributes failed, error-code = %d, %m.\n", item.place, error);
+            break;
+        case FetchStep::openToSetTimes:
+            logFailed("Failed to open file {%s} to set time, error-code = %d, %m.\n", item.place,
+                      error);
+            break;
+        case FetchStep::times:
+            logFailed("Set file {%s} time failed, error-code = %d, %m.\n", item.place, error);
+            break;
+        case FetchStep::place:
+            logFailed("Failed to put file {%s} in its place {%s}, error-code = %d, %m.\n",
+                      item.name, item.place, error);
+            break;
+        case FetchStep::next:
+        case FetchStep::toDecode: break;
+    }
+}
+
+}  // namespace
 
 bool WebRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
                                     bool replace) {
     FunctionTrace trace("WebRestoreStorage::restoreFile", "webrestorestorage.cpp");
-    const std::string name =
-        original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
-    const std::string place = target == nullptr ? std::string() : toUtf8(target);
-    if (!valid(name, place) || target == nullptr) {
+    const std::wstring from = original == nullptr ? std::wstring() : original;
+    const std::wstring to = target == nullptr ? std::wstring() : target;
+    if (!valid(toUtf8(from), toUtf8(to))) {
         return false;
     }
-    File file{name,
-              place,
-              storedPath(task_.from.machine, backupId_, name),
-              itemTempPath(temporary_, number),
-              RestoreTarget(target, activity_->instanceId, number, task_.placing),
-              {}};
-    log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", name.c_str(), task_.jobId.c_str(),
-        task_.jobName.c_str());
+    FetchedItem item(task_, from, to, number, temporary_);
+    stored_ = storedPath(task_.from.machine, backupId_, item.name);
+    log(LogLevel::debug, "Restoring file {%s}, job {%s, %s}.\n", item.name, task_.jobId,
+        task_.jobName);
+    log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", item.name, item.place);
     beginWork();
-    progress_.claim(number);
-    return restore(file, replace);
+    return fetcher_.fetch(item, replace);
 }
 
-bool WebRestoreStorage::restore(File& file, bool replace) {
-    log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", file.name.c_str(), file.place.c_str());
-    const auto mustStop = [&] {
-        return stopped(StoppedAt("Restoring file {%s} is cancelled, at offset {%Q}.\n"), file.name);
-    };
-    if (mustStop() || !makeParents(file) || mustStop() || !askForFile(file) || mustStop() ||
-        !hasRoom(file) || !fetch(file) || mustStop()) {
+// While the job must stop every failure counts as cancelled, whatever the error is.
+void WebRestoreStorage::failed(FetchStep step, const FetchedItem& item) const {
+    LastErrorGuard keep;
+    const uint64_t offset = activity_->fileOffset;
+    const auto words = cancelledWords(step);
+    if (!words || !interrupted()) {
+        logAsItself(step, item, offset, keep.error());
+        keep.set(errorOf(keep.error()));
+        return;
+    }
+    if (words->index() == 0) {
+        log(LogLevel::information, std::get<0>(*words), item.name, offset);
+    } else {
+        log(LogLevel::information, std::get<1>(*words), item.name);
+    }
+    keep.set(ERROR_CANCELLED);
+}
+
+bool WebRestoreStorage::find(FetchedItem& item) {
+    StoredItem stored;
+    if (!get_file_info(stored_, false, stored)) {
         return false;
     }
-    dress(file);
-    if (!place(file, replace)) {
-        return false;
-    }
-    if (DeleteFileW(longPath(file.package).c_str()) == 0) {
-        log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
-            toUtf8(file.package).c_str(), static_cast<int>(GetLastError()));
-    }
+    item.data = fileAttributes(stored.attributes);
+    item.size = stored.packageSize;
+    item.compressed = stored.compressed;
     return true;
 }
 
-// What is on record of an offset belongs to a package of the size on record. Blocks come whole:
-// what a run that was killed has received of one is received again.
-void WebRestoreStorage::claimPackage(uint64_t size) {
-    uint64_t offset = activity_->fileOffset;
-    if (activity_->packageSize != size || offset > size) {
-        offset = 0;
-    } else if (offset != size) {
-        offset -= offset % uploadBlockSize;
-    }
-    progress_.transferring(size, offset);
-}
-
-bool WebRestoreStorage::makeParents(File& file) const {
-    if (!file.target.makeParents()) {
-        return stepFailed(
-            StoppedAt("Restoring file {%s} is cancelled when create parents directories, offset "
-                      "{%Q}}.\n"),
-            file.name, [&](int code) {
-                log(LogLevel::error,
-                    "Create parent directories of file {%s, target {%s}} failed, %d, %m.\n",
-                    file.name.c_str(), file.place.c_str(), code);
-            });
-    }
-    log(LogLevel::debug, "Parent directories restored.\n");
-    return true;
-}
-
-bool WebRestoreStorage::askForFile(File& file) {
-    if (!get_file_info(file.stored, false, file.info)) {
-        return stepFailed(
-            StoppedAt(
-                "Restoring file {%s} is cancelled when download file information, offset {%Q}.\n"),
-            file.name, [&](int code) {
-                log(LogLevel::error,
-                    "Download file information failed, file {%s}, at offset {%Q}, "
-                    "error-code = %d, %m.\n",
-                    file.name.c_str(), activity_->fileOffset, code);
-            });
-    }
-    log(LogLevel::debug, "File information restored.\n");
-    claimPackage(file.info.packageSize);
-    return true;
-}
-
-// Asked before anything is received: it would all be fetched for nothing.
-bool WebRestoreStorage::hasRoom(const File& file) const {
-    const uint64_t package = activity_->packageSize - activity_->fileOffset;
-    const uint64_t content = sizeOf(fileAttributes(file.info.attributes));
-    if (fitsOnDisk({temporary_, package}, file.target.need(content))) {
-        return true;
-    }
-    SetLastError(ERROR_DISK_FULL);
-    return stepFailed(StoppedAt("Restoring file {%s} is cancelled, at offset {%Q}.\n"), file.name,
-                      [&](int code) {
-                          log(LogLevel::error,
-                              "There is no room for file {%s}, whose package has %Q bytes and "
-                              "whose content %Q, error-code = %d, %m.\n",
-                              file.place.c_str(), package, content, code);
-                      });
-}
-
-// Receives the package and decodes it. What an earlier run has received of it lay on a disk while
-// nobody looked after it: if the package is damaged, all of it is received again, once.
-bool WebRestoreStorage::fetch(File& file) {
-    uint64_t kept = 0;
-    if (!receive(file, kept)) {
-        return false;
-    }
-    if (decode(file)) {
-        return true;
-    }
-    if (kept == 0 || GetLastError() != ERROR_INVALID_DATA) {
-        return false;
-    }
-    log(LogLevel::warning,
-        "What was received of file {%s} before is damaged, it is fetched again.\n",
-        file.name.c_str());
-    progress_.transferring(activity_->packageSize, 0);
-    return receive(file, kept) && decode(file);
-}
-
-// `kept`: the bytes that an earlier run has received.
-bool WebRestoreStorage::receive(const File& file, uint64_t& kept) {
-    const FileHandle package = openPackage(file);
-    if (!package) {
-        return false;
-    }
-    seekToOffset(package.get());
-    kept = activity_->fileOffset;
-    log(LogLevel::debug, "Start to download file data.\n");
-    if (!downloadBlocks(file, package.get())) {
-        return false;
-    }
-    log(LogLevel::debug, "File {%s} downloaded.\n", file.name.c_str());
-    return true;
-}
-
-FileHandle WebRestoreStorage::openPackage(const File& file) const {
-    FileHandle package(CreateFileW(longPath(file.package).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    const std::string name = toUtf8(file.package);
-    if (!package) {
-        stepFailed(
-            StoppedAt("Restoring file {%s} is cancelled when create file to write, offset {%Q}.\n"),
-            file.name, [&](int code) {
-                log(LogLevel::error,
-                    "Failed to create file {%s, target {%s}} to write, offset {%Q}, "
-                    "error-code = %d, %m.\n",
-                    file.name.c_str(), name.c_str(), activity_->fileOffset, code);
-            });
-        return package;
-    }
-    log(LogLevel::debug, "Target file {%s} created.\n", name.c_str());
-    return package;
-}
-
-void WebRestoreStorage::seekToOffset(HANDLE package) {
-    if (activity_->fileOffset != 0 && !isWrittenSinceBoot(package)) {
+bool WebRestoreStorage::begin(const FetchedItem&, HANDLE package, uint64_t& kept) {
+    if (kept != 0 && !isWrittenSinceBoot(package)) {
         log(LogLevel::information, "Temporary file is of another start of the machine.\n");
-        progress_.backTo(0, 0);
+        kept = 0;
     }
-    LARGE_INTEGER size{};
-    if (GetFileSizeEx(package, &size) == 0 ||
-        static_cast<uint64_t>(size.QuadPart) < activity_->fileOffset) {
-        log(LogLevel::warning, "File size is smaller than file offset recorded by job activity.\n");
-        progress_.backTo(0, 0);
-    }
-    LARGE_INTEGER offset{};
-    offset.QuadPart = static_cast<LONGLONG>(activity_->fileOffset);
-    if (SetFilePointerEx(package, offset, nullptr, FILE_BEGIN) == 0) {
-        log(LogLevel::error, "Failed to seek file to {%Q}.\n", activity_->fileOffset);
-        progress_.backTo(0, 0);
-        SetFilePointerEx(package, LARGE_INTEGER{}, nullptr, FILE_BEGIN);
-    }
+    return true;
 }
 
-// Counts by itself what has come: neither the number of blocks that the service names nor the
-// answer to one block is believed.
-bool WebRestoreStorage::downloadBlocks(const File& file, HANDLE package) {
-    constexpr StoppedAt cancelled =
-        "Restoring file {%s} is cancelled when download file data, offset {%Q}.\n";
-    const auto failed = [&] {
-        return stepFailed(cancelled, file.name, [&](int code) {
-            log(LogLevel::error,
-                "Failed to download file {%s}, offset {%Q}, error-code = %d, %m.\n",
-                file.name.c_str(), activity_->fileOffset, code);
-        });
-    };
-    const uint64_t size = file.info.packageSize;
-    while (activity_->fileOffset < size) {
-        if (stopped(cancelled, file.name)) {
-            return false;
-        }
-        const uint64_t begin = activity_->fileOffset;
-        const uint64_t end = begin + std::min<uint64_t>(uploadBlockSize, size - begin);
-        if (!download_block(file, package, begin)) {
-            return failed();
-        }
-        const DWORD left = GetLastError();
-        if (left != ERROR_SUCCESS || activity_->fileOffset != end) {
-            progress_.backTo(0, begin);
-            SetLastError(left != ERROR_SUCCESS ? left : DWORD{malformedBlock});
-            return failed();
-        }
-        log(LogLevel::debug, "File data {%Q} to {%Q} downloaded.\n", begin, end);
-    }
-    // What an earlier run or a block that was too long has left behind the package's end.
-    return SetEndOfFile(package) != 0 || failed();
-}
-
-bool WebRestoreStorage::download_block(const File& file, HANDLE package, uint64_t offset) {
+bool WebRestoreStorage::get(const FetchedItem& item, uint64_t offset,
+                            std::span<const std::byte>& block) {
     FunctionTrace trace("WebRestoreStorage::download_block", "webrestorestorage.cpp");
-    download_.request() = {file.stored, offset / uploadBlockSize + 1};
+    download_.request() = {stored_, offset / uploadBlockSize + 1};
     download_.state(HTTP_Command::READY);
-    switch (exchange(download_)) {
+    switch (runExchange(session_, download_, progress_.wire())) {
         case Exchanged::done: break;
         case Exchanged::broken:
             log(LogLevel::error,
                 "Download file data failed, file {%s}, offset {%Q},, error-code = %d, %m.\n",
-                file.name.c_str(), offset, static_cast<int>(GetLastError()));
+                item.name, offset, GetLastError());
             return false;
         case Exchanged::refused: {
             const int status = download_.response().status();
             log(LogLevel::error,
                 "Download file data failed, file {%s}, offset {%Q}, error-code = %d, %s.\n",
-                file.name.c_str(), offset, status, http_status_string(status));
+                item.name, offset, status, http_status_string(status));
             return false;
         }
     }
     const Download_Data_Type& body = download_.response().body();
     *progress_.wire() += body.size();
-    return storeDownloadedBlock(package, {body.data(), body.size()},
-                                download_.response().content_length(), file.name, offset,
-                                progress_);
-}
-
-bool WebRestoreStorage::decode(File& file) {
-    if (stopped(StoppedItem("Restoring is cancelled when going to decrypt/decompress file {%s}.\n"),
-                file.name)) {
-        return false;
-    }
-    log(LogLevel::debug, "Start to decrypt/decompress file {%s}.\n", file.name.c_str());
-    progress_.state(CurrentFileState::encoding);
-    if (!file.target.decode(file.package, file.info.compressed ? compressed_ : plain_, this)) {
-        return stepFailed(
-            StoppedItem("Restoring is cancelled when decrypt/decompress file {%s}.\n"), file.name,
-            [&](int code) {
-                log(LogLevel::error,
-                    "Decrypt/Decompress file {original {%s}, target {%s}, new {%s}} failed, "
-                    "error-code = %d, %m.\n",
-                    file.name.c_str(), toUtf8(file.package).c_str(), file.place.c_str(), code);
-            });
-    }
-    log(LogLevel::debug, "File {%s} decrypted/decompressed.\n", file.name.c_str());
-    return true;
-}
-
-// The content is worth more than what it is dressed with.
-void WebRestoreStorage::dress(File& file) const {
-    const WIN32_FILE_ATTRIBUTE_DATA data = fileAttributes(file.info.attributes);
-    const auto failed = [&](LogText<std::string, int> words) {
-        log(LogLevel::error, words, file.place.c_str(), static_cast<int>(GetLastError()));
-    };
-    if (!file.target.setAttributes(data.dwFileAttributes)) {
-        failed("Set file {%s} attributes failed, error-code = %d, %m.\n");
-    }
-    if (!file.target.openToSetTimes()) {
-        failed("Failed to open file {%s} to set time, error-code = %d, %m.\n");
-    } else if (!file.target.setTimes(data)) {
-        failed("Set file {%s} time failed, error-code = %d, %m.\n");
-    }
-}
-
-bool WebRestoreStorage::place(File& file, bool replace) const {
-    if (file.target.place(replace)) {
-        return true;
-    }
-    return stepFailed(StoppedAt("Restoring file {%s} is cancelled, at offset {%Q}.\n"), file.name,
-                      [&](int code) {
-                          log(LogLevel::error,
-                              "Failed to put file {%s} in its place {%s}, error-code = %d, %m.\n",
-                              file.name.c_str(), file.place.c_str(), code);
-                      });
+    return blockOf(std::as_bytes(std::span(body.data(), body.size())),
+                   download_.response().content_length(), item.name, offset, block);
 }
 
 }  // namespace dorvo

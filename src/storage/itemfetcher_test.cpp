@@ -1,4 +1,4 @@
-#include "storage/web/downloadedblock.h"
+#include "storage/itemfetcher.h"
 
 #include <gtest/gtest.h>
 
@@ -11,13 +11,13 @@
 namespace dorvo {
 namespace {
 
-TEST(DownloadedBlock, CountsAsDoneWhateverTheDiskTakes) {
-    const test::TemporaryFolder folder(L"dorvo-downloaded-block");
+TEST(StoredBlock, CountsAsDoneWhateverTheDiskTakes) {
+    const test::TemporaryFolder folder(L"dorvo-stored-block");
     const std::wstring package = folder.path() + L"\\package";
     std::ofstream(package.c_str()) << "before";
     JobActivity record{};
     ItemProgress progress(&record);
-    const std::string body = std::string(32, 'f') + "bytes";
+    const std::string bytes = "bytes";
     struct Row {
         DWORD access;
         size_t size;
@@ -25,9 +25,9 @@ TEST(DownloadedBlock, CountsAsDoneWhateverTheDiskTakes) {
         DWORD left;
     };
     const Row rows[] = {
-        {GENERIC_WRITE, body.size(), 5, 0},
-        {GENERIC_WRITE, 32, 0, 0},
-        {GENERIC_READ, body.size(), 0, ERROR_ACCESS_DENIED},
+        {GENERIC_WRITE, bytes.size(), 5, 0},
+        {GENERIC_WRITE, 0, 0, 0},
+        {GENERIC_READ, bytes.size(), 0, ERROR_ACCESS_DENIED},
     };
     for (const Row& row : rows) {
         record.fileOffset = 131072;
@@ -36,8 +36,8 @@ TEST(DownloadedBlock, CountsAsDoneWhateverTheDiskTakes) {
                                           FILE_ATTRIBUTE_NORMAL, nullptr));
         test::LogCapture capture;
         SetLastError(1);
-        EXPECT_TRUE(storeDownloadedBlock(file.get(), {body.data(), row.size}, row.size, "C:\\x",
-                                         131072, progress));
+        storeBlock(file.get(), std::as_bytes(std::span(bytes)).first(row.size), "C:\\x", 131072,
+                   progress);
         EXPECT_EQ(GetLastError(), row.left);
         EXPECT_EQ(record.fileOffset, 131072 + row.written);
         EXPECT_EQ(record.transferred, 10 + row.written);
