@@ -1,4 +1,4 @@
-// Reads the records of an index file, one after the other or from a place.
+// Reads the records of an index file, one after the other, from a place, or by their paths.
 //
 // False leaves the last error: 13 for damage. Nothing is logged. One thread.
 #pragma once
@@ -8,9 +8,11 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/handle.h"
+#include "base/interrupter.h"
 #include "storage/local/localrecord.h"
 
 namespace dorvo {
@@ -43,6 +45,27 @@ private:
     uint64_t offset_ = 0;
     std::vector<std::byte> buffer_;
     uint64_t bufferAt_ = 0;  // of the file
+};
+
+// Finds records in an index whose order is, mostly, that in which they are asked for: looks on from
+// the last one that was found, and only then from the beginning. Holds one record at a time. One
+// thread.
+class LocalIndexCursor {
+public:
+    // `stop` is borrowed and may be null; it is asked now and then.
+    explicit LocalIndexCursor(const interrupter* stop = nullptr) : stop_(stop) {}
+
+    // The index must not change while the object lives.
+    LocalIndexReader& reader() { return reader_; }
+
+    // The record of this kind and path. 2 when there is none, 13 for damage, 1223 for a stop.
+    bool find(std::u16string_view path, LocalRecord::Kind kind, LocalRecord& record);
+
+private:
+    bool scan(uint64_t end, std::u16string_view path, LocalRecord::Kind kind, LocalRecord& record);
+
+    LocalIndexReader reader_;
+    const interrupter* stop_;  // borrowed
 };
 
 }  // namespace dorvo

@@ -10,7 +10,7 @@
 #include "base/text.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localindexreader.h"
-#include "storage/local/localpath.h"
+#include "storage/local/localrecord.h"
 
 namespace dorvo {
 namespace {

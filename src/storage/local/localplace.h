@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "storage/local/localinstancedocument.h"
@@ -107,5 +108,18 @@ bool eachFolder(const std::wstring& folder, const std::function<void(const std::
 // The MD5 by which an instance's document knows the key it was made with, as the key manager gives
 // it.
 std::string keyMd5(const UserKey& key);
+
+// A path as an index has it: UTF-16 without a trailing backslash, any units that the platform
+// takes.
+inline std::u16string localPath(std::wstring_view path) {
+    if (path.size() > 1 && path.back() == L'\\') {
+        path.remove_suffix(1);
+    }
+    return {path.begin(), path.end()};
+}
+
+inline std::wstring widePath(std::u16string_view path) {
+    return {path.begin(), path.end()};
+}
 
 }  // namespace dorvo

@@ -7,7 +7,7 @@
 #include "storage/item_attributes.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localindexreader.h"
-#include "storage/local/localpath.h"
+#include "storage/local/localrecord.h"
 
 namespace dorvo {
 namespace {

@@ -10,9 +10,9 @@
 #include "storage/item_attributes.h"
 #include "storage/itemtemppath.h"
 #include "storage/local/localerror.h"
-#include "storage/local/localindexcursor.h"
+#include "storage/local/localindexreader.h"
 #include "storage/local/localpackages.h"
-#include "storage/local/localpath.h"
+#include "storage/local/localrecord.h"
 #include "storage/restoretarget.h"
 
 namespace dorvo {
