@@ -1,20 +1,29 @@
-// One exchange with a server, as the command runner sees it: a request to prepare and send, a
-// response to receive and handle, and a state.
+// One exchange with a server: a request to prepare and send, a response to receive and handle, and
+// a state. HTTP_Command is what the command runner sees of it, Command has its messages, and
+// Command_To_Server is one to the storage service. What is special about a request is told by its
+// class:
 //
-// Derive from Command or Command_To_Server, not from this.
+//     class Greet_Request : public Request_T<json_spirit::Value> {
+//     public:
+//         Greet_Request() : Request_T("/greet") {}
+//         bool prepare();                                    // optional, see prepare_request
+//         void handle(Response_T<json_spirit::Value>&);      // optional, see handle_response
+//         static constexpr uint64_t answer_timeout = 5'000;  // optional, see HTTP_Command
+//     };
+//     Command_To_Server<Greet_Request, Response_T<json_spirit::Value>> greet("Greet");
+//     greet.request().cookie(cookie);
+//     greet.request().body(value);
+//     if (invoker.run(greet) == 0 && greet.response().status() == 200) ...
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "http_util/fbuffer.h"
-#include "httpmsg/http_request.h"
-#include "httpmsg/http_response.h"
+#include "http_util/message_t.h"
 
 namespace dorvo {
 
-class HTTP_Input_Stream;
-
+// Derive from Command or Command_To_Server, not from this.
 class HTTP_Command {
 public:
     // Bit values; the passing states are never seen between two steps.
@@ -78,6 +87,63 @@ private:
     std::string name_;
     int state_ = READY;
     uint64_t body_limit_ = DEFAULT_BODY_LIMIT;
+};
+
+// Request is a Request_T<Body> or derived from one, Response a Response_T<Body>.
+template <class Request, class Response>
+class Command : public HTTP_Command {
+public:
+    using Request_Type = Request;
+    using Response_Type = Response;
+
+    explicit Command(const char* name = "name less command", Request request = Request())
+        : HTTP_Command(name), request_(std::move(request)) {}
+
+    Request& request() { return request_; }
+    const Request& request() const { return request_; }
+    Response& response() { return response_; }
+    const Response& response() const { return response_; }
+
+    HTTP_Request& http_request() override { return request_; }
+    HTTP_Response& http_response() override { return response_; }
+    Memory_Pieces request_body(std::string& text) override {
+        return Body_Codec<typename Request::Body_Type>::pieces(request_.body(), text);
+    }
+    bool read_body(HTTP_Input_Stream& stream) override {
+        return Body_Codec<typename Response::Body_Type>::read(stream, body_limit(),
+                                                              response_.body());
+    }
+    std::string& error_text() override { return response_.error_text(); }
+
+private:
+    Request request_;
+    Response response_;
+};
+
+template <class Request, class Response>
+class Command_To_Server : public Command<Request, Response> {
+public:
+    using Command<Request, Response>::Command;
+
+    void handle_response() override {
+        if constexpr (requires(Request & request, Response & response) {
+                          request.handle(response);
+                      }) {
+            this->request().handle(this->response());
+        }
+    }
+    bool prepare_request() override {
+        if constexpr (requires(Request & request) { request.prepare(); }) {
+            return this->request().prepare();
+        }
+        return true;
+    }
+    uint64_t answer_timeout() const override {
+        if constexpr (requires { Request::answer_timeout; }) {
+            return Request::answer_timeout;
+        }
+        return HTTP_Command::DEFAULT_ANSWER_TIMEOUT;
+    }
 };
 
 }  // namespace dorvo

@@ -8,7 +8,6 @@
 
 #include "support/scripted_server.h"
 // The sockets' header comes before the others.
-#include "http_util/http_connector.h"
 #include "http_util/http_invoker_t.h"
 #include "httpmsg/http_request.h"
 #include "httpmsg/http_response.h"

@@ -1,4 +1,4 @@
-// The receiving half of HTTP_Invoker_T: heads and bodies of responses.
+// The receiving half of HTTP_Invoker_T, heads and bodies of responses, and its input stream.
 #include <ace/Message_Block.h>
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 #include "base/log.h"
 #include "http_util/http_chunked_decoder.h"
 #include "http_util/http_invoker_t.h"
-#include "http_util/http_socket.h"
+#include "http_util/http_svc_handler.h"
 #include "httpmsg/http_response_parser.h"
 
 namespace dorvo {
@@ -100,7 +100,7 @@ int64_t HTTP_Invoker_T::wait_and_recv(void* buffer, size_t size) {
     if (handler_ == nullptr) {
         return fail(WSAENOTCONN);
     }
-    const int64_t got = socket_->wait_and_recv(buffer, size);
+    const int64_t got = handler_->wait_and_recv(buffer, size);
     if (got < 0) {
         const uint32_t error = GetLastError();
         return fail(error, error == ERROR_CANCELLED
@@ -133,14 +133,15 @@ int64_t HTTP_Invoker_T::recv_n(void* buffer, size_t size) {
     return static_cast<int64_t>(received);
 }
 
-int64_t HTTP_Invoker_T::recv_body(void* buffer, size_t size) {
-    if (state_ == RESPONSE_DONE) {
+int64_t HTTP_Input_Stream::read(void* buffer, size_t size) {
+    if (invoker_.state_ == HTTP_Invoker_T::RESPONSE_DONE) {
         return 0;
     }
-    if (state_ != RECEIVING_BODY) {
+    if (invoker_.state_ != HTTP_Invoker_T::RECEIVING_BODY) {
         return -1;
     }
-    return chunked_ ? recv_chunked(buffer, size) : recv_plain(buffer, size);
+    return invoker_.chunked_ ? invoker_.recv_chunked(buffer, size)
+                             : invoker_.recv_plain(buffer, size);
 }
 
 int64_t HTTP_Invoker_T::recv_plain(void* buffer, size_t size) {

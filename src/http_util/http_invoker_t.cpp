@@ -15,8 +15,7 @@
 #include "base/last_error.h"
 #include "base/log.h"
 #include "http_util/http_chunked_decoder.h"
-#include "http_util/http_connector.h"
-#include "http_util/http_socket.h"
+#include "http_util/http_connections.h"
 #include "httpmsg/http_request.h"
 
 namespace dorvo {
@@ -57,6 +56,7 @@ HTTP_Invoker_T::~HTTP_Invoker_T() {
     const bool reusable = (state_ == CONNECTED || state_ == RESPONSE_DONE) && keep_alive_;
     if (handler_ != nullptr && reusable) {
         const LastErrorGuard keep;
+        handler_->set_interrupter(nullptr);
         handler_->idle();
         return;
     }
@@ -74,51 +74,48 @@ int HTTP_Invoker_T::connect(HTTP_Connector& connector) {
     HTTP_Svc_Handler* handler = nullptr;
     errno = 0;
     if (address.set(port_, host_.c_str()) == -1) {
-        last_error_ = errno != 0 ? HTTP_Socket::error_of_ace() : WSAHOST_NOT_FOUND;
+        last_error_ = errno != 0 ? HTTP_Svc_Handler::error_of_ace() : WSAHOST_NOT_FOUND;
     } else if (connector.connect(handler, address) == -1) {
-        last_error_ = HTTP_Socket::error_of_ace();
+        last_error_ = HTTP_Svc_Handler::error_of_ace();
         handler = nullptr;
     }
     if (handler == nullptr) {
         SetLastError(last_error_);
-        log(LogLevel::error, "Failed to connect HTTP %s:%u, %d: %m\n", host_.c_str(),
-            unsigned{port_}, static_cast<int>(last_error_));
+        log(LogLevel::error, "Failed to connect HTTP %s:%u, %d: %m\n", host_, port_, last_error_);
         return -1;
     }
     handler_ = handler;
     int on = 1;
     if (handler_->peer().set_option(IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == -1) {
-        const uint32_t error = HTTP_Socket::error_of_ace();
+        const uint32_t error = HTTP_Svc_Handler::error_of_ace();
         const LastErrorGuard keep;
         SetLastError(error);
-        log(LogLevel::error, "Failed to disable nagle algorithm: %s:%u, %d: %m\n", host_.c_str(),
-            unsigned{port_}, static_cast<int>(error));
+        log(LogLevel::error, "Failed to disable nagle algorithm: %s:%u, %d: %m\n", host_, port_,
+            error);
     }
-    socket_ = std::make_unique<HTTP_Socket>(handler_->peer());
-    socket_->set_interrupter(interrupter_);
-    socket_->set_patience(answer_timeout_ms_);
+    handler_->set_interrupter(interrupter_);
+    handler_->set_patience(answer_timeout_ms_);
     state_ = CONNECTED;
     return 0;
 }
 
 void HTTP_Invoker_T::set_interrupter(const interrupter* interrupter) {
     interrupter_ = interrupter;
-    if (socket_ != nullptr) {
-        socket_->set_interrupter(interrupter);
+    if (handler_ != nullptr) {
+        handler_->set_interrupter(interrupter);
     }
 }
 
 void HTTP_Invoker_T::set_answer_timeout(uint64_t ms) {
     answer_timeout_ms_ = ms;
-    if (socket_ != nullptr) {
-        socket_->set_patience(ms);
+    if (handler_ != nullptr) {
+        handler_->set_patience(ms);
     }
 }
 
 void HTTP_Invoker_T::close() {
     if (handler_ != nullptr) {
         const LastErrorGuard keep;
-        socket_.reset();
         handler_->close();
         handler_ = nullptr;
     }
@@ -151,14 +148,6 @@ int HTTP_Invoker_T::fail(uint32_t error, std::optional<LogText<std::string, unsi
         log(LogLevel::error, *message, host_, port_);
     }
     return -1;
-}
-
-int HTTP_Invoker_T::send_pieces(iovec* pieces, size_t count,
-                                LogText<std::string, unsigned> message) {
-    if (!socket_->send_all(pieces, count, SEND_TIMEOUT_MS)) {
-        return fail(GetLastError(), message);
-    }
-    return 0;
 }
 
 int HTTP_Invoker_T::send_request(HTTP_Request& request) {
@@ -199,8 +188,8 @@ int HTTP_Invoker_T::send_request(HTTP_Request& request) {
         }
     }
     pieces[count++] = piece("\r\n", 2);
-    if (send_pieces(pieces.data(), count, cannotSendRequest) != 0) {
-        return -1;
+    if (!handler_->send_all(pieces.data(), count, SEND_TIMEOUT_MS)) {
+        return fail(GetLastError(), cannotSendRequest);
     }
 
     const bool may_have_body = method == HTTP_METHOD_POST || method == HTTP_METHOD_PUT;
@@ -218,8 +207,8 @@ int64_t HTTP_Invoker_T::send_content(const void* data, uint32_t length) {
     state_ = SENDING_BODY;
     const uint64_t allowed = std::min<uint64_t>(length, declared_ - transferred_);
     iovec one = piece(data, static_cast<size_t>(allowed));
-    if (send_pieces(&one, 1, cannotSendRequest) != 0) {
-        return -1;
+    if (!handler_->send_all(&one, 1, SEND_TIMEOUT_MS)) {
+        return fail(GetLastError(), cannotSendRequest);
     }
     transferred_ += allowed;
     if (transferred_ == declared_ && !chunked_) {
@@ -235,8 +224,8 @@ int64_t HTTP_Invoker_T::send_content(const iovec buffers[], int count) {
     state_ = SENDING_BODY;
     const uint64_t total = total_of(buffers, count);
     std::vector<iovec> pieces(buffers, buffers + count);
-    if (send_pieces(pieces.data(), pieces.size(), cannotSendChunk) != 0) {
-        return -1;
+    if (!handler_->send_all(pieces.data(), pieces.size(), SEND_TIMEOUT_MS)) {
+        return fail(GetLastError(), cannotSendChunk);
     }
     transferred_ += total;
     if (transferred_ > declared_) {
@@ -267,8 +256,8 @@ int64_t HTTP_Invoker_T::send_chunk(const iovec buffers[], int count) {
     pieces.push_back(piece(header, static_cast<size_t>(end - header)));
     pieces.insert(pieces.end(), buffers, buffers + count);
     pieces.push_back(piece("\r\n", 2));
-    if (send_pieces(pieces.data(), pieces.size(), cannotSendChunk) != 0) {
-        return -1;
+    if (!handler_->send_all(pieces.data(), pieces.size(), SEND_TIMEOUT_MS)) {
+        return fail(GetLastError(), cannotSendChunk);
     }
     transferred_ += total;
     if (total == 0) {

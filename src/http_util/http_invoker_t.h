@@ -32,7 +32,6 @@ class HTTP_Chunked_Decoder;
 class HTTP_Connector;
 class HTTP_Request;
 class HTTP_Response;
-class HTTP_Socket;
 class HTTP_Svc_Handler;
 class interrupter;
 
@@ -112,7 +111,6 @@ private:
     friend class HTTP_Input_Stream;
 
     int fail(uint32_t error, std::optional<LogText<std::string, unsigned>> message = {});
-    int64_t recv_body(void* buffer, size_t size);
     int64_t recv_plain(void* buffer, size_t size);
     int64_t recv_chunked(void* buffer, size_t size);
     int64_t recv_or_fail(void* buffer, size_t size);
@@ -120,7 +118,6 @@ private:
     int read_head(HTTP_Response& response, bool& body);
     void finish_response();
     void begin_exchange();
-    int send_pieces(iovec* pieces, size_t count, LogText<std::string, unsigned> message);
 
     const std::string host_;
     const uint16_t port_;
@@ -132,11 +129,30 @@ private:
     uint64_t declared_ = 0;
     uint64_t transferred_ = 0;
     HTTP_Svc_Handler* handler_ = nullptr;  // held while connected, then the connector's or deleted
-    std::unique_ptr<HTTP_Socket> socket_;
     std::unique_ptr<ACE_Message_Block> buffer_;  // received, not yet used
     std::unique_ptr<HTTP_Chunked_Decoder> decoder_;
     const interrupter* interrupter_ = nullptr;  // borrowed
     uint64_t answer_timeout_ms_ = 0;
+};
+
+// Reads the body of the response that an invoker is receiving, plain or in chunks.
+//
+// Bound to the invoker, which it borrows; use it in state RECEIVING_BODY. Reading to the end leaves
+// the invoker in state RESPONSE_DONE.
+class DORVO_JOB_API HTTP_Input_Stream {
+public:
+    explicit HTTP_Input_Stream(HTTP_Invoker_T& invoker) : invoker_(invoker) {}
+
+    // Up to `size` bytes, at least one; 0 at the end of the body; -1 with the thread's last error
+    // when the connection fails or ends in the middle, the framing is wrong, or the job must stop.
+    // Blocks.
+    int64_t read(void* buffer, size_t size);
+
+    // Bytes of the whole body as announced, 0 when it comes in chunks.
+    uint64_t announced() const { return invoker_.chunked() ? 0 : invoker_.declared_length(); }
+
+private:
+    HTTP_Invoker_T& invoker_;  // borrowed
 };
 
 }  // namespace dorvo

@@ -4,8 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/interrupter.h"
-#include "http_util/http_connector.h"
-#include "http_util/http_input_stream.h"
+#include "http_util/http_connections.h"
 #include "http_util/http_invoker_t.h"
 #include "httpmsg/http_request.h"
 #include "httpmsg/http_response.h"

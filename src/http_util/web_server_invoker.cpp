@@ -12,7 +12,6 @@
 #include "base/log.h"
 #include "http_util/http_command.h"
 #include "http_util/http_connections.h"
-#include "http_util/http_input_stream.h"
 #include "http_util/http_location.h"
 
 namespace dorvo {
@@ -54,24 +53,6 @@ bool read_error_text(HTTP_Invoker_T& invoker, std::string& text) {
     }
 }
 
-int send_body(HTTP_Invoker_T& invoker, const Memory_Pieces& body) {
-    std::array<iovec, std::tuple_size_v<Memory_Pieces>> pieces{};
-    uint64_t length = 0;
-    for (size_t i = 0; i < pieces.size(); ++i) {
-        pieces[i].iov_base = const_cast<char*>(static_cast<const char*>(body[i].data));
-        pieces[i].iov_len = static_cast<u_long>(body[i].length);
-        length += body[i].length;
-    }
-    const int count = static_cast<int>(pieces.size());
-    if (!invoker.chunked()) {
-        return length == 0 || invoker.send_content(pieces.data(), count) >= 0 ? 0 : -1;
-    }
-    if (length != 0 && invoker.send_chunk(pieces.data(), count) < 0) {
-        return -1;
-    }
-    return invoker.send_chunk(nullptr, 0) >= 0 ? 0 : -1;
-}
-
 }  // namespace
 
 bool Web_Server_Invoker::set_server(const char* host, uint16_t port, int32_t send_buffer) {
@@ -103,7 +84,7 @@ int Web_Server_Invoker::run(HTTP_Command& command) {
     }
     const bool failed = (command.state() & HTTP_Command::FAILED) != 0;
     if (failed && !refused_ && GetLastError() != ERROR_CANCELLED) {
-        log(LogLevel::information, "%s: Failed, retrying...\n", command.name().c_str());
+        log(LogLevel::information, "%s: Failed, retrying...\n", command.name());
         command.state(HTTP_Command::READY);
         while (step(command) >= 0) {
         }
@@ -114,42 +95,32 @@ int Web_Server_Invoker::run(HTTP_Command& command) {
 int Web_Server_Invoker::step(HTTP_Command& command) {
     LastErrorGuard last;
     error_ = 0;
-    const int result = transition(command);
+    const int state = command.state();
+    int result = -1;
+    if ((state & HTTP_Command::PASSING) != 0) {
+        result = 0;
+    } else if ((state & HTTP_Command::FAILED) != 0) {
+        if (invoker_ != nullptr) {
+            invoker_->close();
+        }
+    } else if (state == HTTP_Command::READY && interrupter_ != nullptr &&
+               interrupter_->interrupted()) {
+        send_failed(command, ERROR_CANCELLED);
+    } else if (state != HTTP_Command::DONE && connect(command)) {
+        switch (state) {
+            case HTTP_Command::READY: result = send(command); break;
+            case HTTP_Command::SENT: result = receive(command); break;
+            case HTTP_Command::RECEIVED: result = done(command); break;
+            default:
+                error_ = ERROR_INVALID_PARAMETER;
+                log(LogLevel::error, "%s: Unknown command state(%d).\n", command.name(), state);
+                break;
+        }
+    }
     if (error_ != 0) {
         last.set(error_);
     }
     return result;
-}
-
-int Web_Server_Invoker::transition(HTTP_Command& command) {
-    const int state = command.state();
-    if ((state & HTTP_Command::PASSING) != 0) {
-        return 0;
-    }
-    if (state == HTTP_Command::DONE) {
-        return -1;
-    }
-    if ((state & HTTP_Command::FAILED) != 0) {
-        if (invoker_ != nullptr) {
-            invoker_->close();
-        }
-        return -1;
-    }
-    if (state == HTTP_Command::READY && interrupter_ != nullptr && interrupter_->interrupted()) {
-        return send_failed(command, ERROR_CANCELLED);
-    }
-    if (!connect(command)) {
-        return -1;
-    }
-    switch (state) {
-        case HTTP_Command::READY: return send(command);
-        case HTTP_Command::SENT: return receive(command);
-        case HTTP_Command::RECEIVED: return done(command);
-        default: break;
-    }
-    error_ = ERROR_INVALID_PARAMETER;
-    log(LogLevel::error, "%s: Unknown command state(%d).\n", command.name().c_str(), state);
-    return -1;
 }
 
 bool Web_Server_Invoker::connect(HTTP_Command& command) {
@@ -158,7 +129,7 @@ bool Web_Server_Invoker::connect(HTTP_Command& command) {
         error_ = ERROR_INVALID_PARAMETER;
         log(LogLevel::error,
             "%s: The connection can't established, the connection is not initialized.\n",
-            command.name().c_str());
+            command.name());
         return false;
     }
     if (command.state() == HTTP_Command::READY) {
@@ -171,8 +142,7 @@ bool Web_Server_Invoker::connect(HTTP_Command& command) {
     if (invoker_->connect(connections.connector()) != 0) {
         error_ = invoker_->last_error();
         invoker_->close();
-        log(LogLevel::error, "%s: Connect to server failed. error = %d.\n", command.name().c_str(),
-            static_cast<int>(error_));
+        log(LogLevel::error, "%s: Connect to server failed. error = %d.\n", command.name(), error_);
         command.state(HTTP_Command::CONNECT_FAILED);
         return false;
     }
@@ -189,7 +159,7 @@ void Web_Server_Invoker::drop_stale() {
     const bool held = state == HTTP_Invoker_T::CONNECTED || state == HTTP_Invoker_T::RESPONSE_DONE;
     if (held && !invoker_->quiet()) {
         log(LogLevel::debug, "The connection to %s:%u was closed or spoke unasked meanwhile.\n",
-            invoker_->host().c_str(), unsigned{invoker_->port()});
+            invoker_->host(), invoker_->port());
         invoker_->close();
     }
 }
@@ -200,8 +170,7 @@ int Web_Server_Invoker::send_failed(HTTP_Command& command, uint32_t error) {
     }
     // An invoker that was called out of order has no error of its own.
     error_ = error != 0 ? error : ERROR_GEN_FAILURE;
-    log(LogLevel::error, "%s: Send request failed. error = %d.\n", command.name().c_str(),
-        static_cast<int>(error_));
+    log(LogLevel::error, "%s: Send request failed. error = %d.\n", command.name(), error_);
     command.state(HTTP_Command::SEND_FAILED);
     return -1;
 }
@@ -214,19 +183,25 @@ int Web_Server_Invoker::send(HTTP_Command& command) {
         return -1;
     }
     command.state(HTTP_Command::SENDING);
-    HTTP_Request& request = command.http_request();
     std::string text;
     const Memory_Pieces body = command.request_body(text);
+    std::array<iovec, std::tuple_size_v<Memory_Pieces>> pieces{};
+    constexpr int count = static_cast<int>(pieces.size());
     uint64_t length = 0;
-    for (const Memory_Piece& piece : body) {
-        length += piece.length;
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        pieces[i].iov_base = const_cast<char*>(static_cast<const char*>(body[i].data));
+        pieces[i].iov_len = static_cast<u_long>(body[i].length);
+        length += body[i].length;
     }
-    request.content_length(length);
-    if (invoker_->send_request(request) != 0) {
-        return send_failed(command, invoker_->last_error());
+    command.http_request().content_length(length);
+    bool sent = invoker_->send_request(command.http_request()) == 0;
+    if (sent && invoker_->state() == HTTP_Invoker_T::BODY_EXPECTED) {
+        const bool empty = length == 0;
+        sent = invoker_->chunked() ? (empty || invoker_->send_chunk(pieces.data(), count) >= 0) &&
+                                         invoker_->send_chunk(nullptr, 0) >= 0
+                                   : empty || invoker_->send_content(pieces.data(), count) >= 0;
     }
-    const bool expected = invoker_->state() == HTTP_Invoker_T::BODY_EXPECTED;
-    if (expected && send_body(*invoker_, body) != 0) {
+    if (!sent) {
         return send_failed(command, invoker_->last_error());
     }
     command.state(HTTP_Command::SENT);
@@ -240,14 +215,14 @@ int Web_Server_Invoker::receive(HTTP_Command& command) {
     if (invoker_->recv_response(command.http_response()) != 0) {
         error_ = invoker_->last_error();
         invoker_->close();
-        log(LogLevel::error, "%s: Receive response header failed. error = %d.\n",
-            command.name().c_str(), static_cast<int>(error_));
+        log(LogLevel::error, "%s: Receive response header failed. error = %d.\n", command.name(),
+            error_);
         command.state(HTTP_Command::RECEIVE_FAILED);
         return 0;
     }
     if (invoker_->state() == HTTP_Invoker_T::RECEIVING_BODY && !receive_body(command)) {
-        log(LogLevel::error, "%s: Receive response data failed. error = %d.\n",
-            command.name().c_str(), static_cast<int>(error_));
+        log(LogLevel::error, "%s: Receive response data failed. error = %d.\n", command.name(),
+            error_);
         command.state(HTTP_Command::RECEIVE_FAILED);
         return 0;
     }
@@ -279,7 +254,7 @@ bool Web_Server_Invoker::receive_body(HTTP_Command& command) {
 
 int Web_Server_Invoker::finish(HTTP_Command& command) {
     if (!invoker_->keep_alive() && invoker_->state() != HTTP_Invoker_T::NOT_CONNECTED) {
-        log(LogLevel::information, "%s: connection closed.\n", command.name().c_str());
+        log(LogLevel::information, "%s: connection closed.\n", command.name());
         invoker_->close();
     }
     const int status = command.http_response().status();
@@ -303,7 +278,7 @@ int Web_Server_Invoker::done(HTTP_Command& command) {
 // of 0 is never accepted as another.
 bool Web_Server_Invoker::redirect(HTTP_Command& command) {
     const char* const location = command.http_response().location();
-    log(LogLevel::debug, "%s: redirect to %s.\n", command.name().c_str(),
+    log(LogLevel::debug, "%s: redirect to %s.\n", command.name(),
         location != nullptr ? location : "unkown");
     std::string host;
     std::string path;

@@ -40,7 +40,6 @@ public:
     HTTP_Invoker_T* invoker() const { return invoker_.get(); }
 
 private:
-    int transition(HTTP_Command& command);
     bool connect(HTTP_Command& command);
     void drop_stale();
     int send(HTTP_Command& command);

@@ -5,7 +5,7 @@
 #include "support/scripted_server.h"
 // The sockets' header comes before the others.
 #include "base/interrupter.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "http_util/http_connections.h"
 #include "support/log_capture.h"
 #include "support/signal.h"

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "base/log.h"
-#include "http_util/fbuffer.h"
 #include "http_util/http_invoker_t.h"
+#include "http_util/message_t.h"
 #include "storage/package/package_reader.h"
 
 namespace dorvo {

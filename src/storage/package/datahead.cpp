@@ -8,8 +8,8 @@
 
 #include "base/last_error.h"
 #include "base/log.h"
-#include "http_util/fbuffer.h"
 #include "http_util/http_invoker_t.h"
+#include "http_util/message_t.h"
 #include "storage/package/package_cipher.h"
 #include "storage/package/package_reader.h"
 #include "storage/package/received_file.h"

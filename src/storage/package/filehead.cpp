@@ -11,8 +11,8 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/uuid.h"
-#include "http_util/fbuffer.h"
 #include "http_util/http_invoker_t.h"
+#include "http_util/message_t.h"
 #include "storage/package/package_reader.h"
 #include "storage/package/received_file.h"
 

@@ -14,7 +14,6 @@
 
 #include "http_util/http_chunked_decoder.h"
 #include "http_util/http_connections.h"
-#include "http_util/http_connector.h"
 #include "http_util/http_invoker_t.h"
 #include "httpmsg/http_request.h"
 #include "httpmsg/http_response.h"

@@ -3,7 +3,7 @@
 #include "base/http_error.h"
 #include "base/log.h"
 #include "base/text.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "storage/web/answer_wait.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"

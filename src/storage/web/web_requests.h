@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "base/log.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "json_spirit/json_spirit.h"
 #include "storage/web/web_bodies.h"
 

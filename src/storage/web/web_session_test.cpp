@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "base/http_error.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "settings/passwordmanager.h"

@@ -8,7 +8,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "storage/itemtemppath.h"
 #include "storage/web/answer_wait.h"
 #include "storage/web/web_exchange.h"

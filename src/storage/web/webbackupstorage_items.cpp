@@ -6,7 +6,7 @@
 #include "base/log.h"
 #include "base/md5.h"
 #include "base/text.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "storage/item_attributes.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"

@@ -2,7 +2,7 @@
 
 #include "base/http_error.h"
 #include "base/text.h"
-#include "http_util/command_to_server.h"
+#include "http_util/http_command.h"
 #include "storage/item_attributes.h"
 #include "storage/web/answer_wait.h"
 #include "storage/web/request_refusal.h"
