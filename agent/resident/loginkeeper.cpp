@@ -8,6 +8,7 @@
 #include "base/thread.h"
 #include "engine/modulehost.h"
 #include "job/transferfailure.h"
+#include "storage/web/web_login.h"
 #include "text/agenterror.h"
 #include "text/failuretext.h"
 #include "text/singletons.h"
@@ -66,7 +67,7 @@ void LoginKeeper::keep() {
     const HANDLE wakers[] = {stop_.get(), look_.get()};
     for (;;) {
         std::set<std::string> users = usersOfWebJobs();
-        std::erase_if(users, [](const std::string& user) { return !Accounts::needsSession(user); });
+        std::erase_if(users, [](const std::string& user) { return !Web_Login::needed(user); });
         plan_.need(users, GetTickCount64());
         for (const std::string& user : plan_.due(GetTickCount64())) {
             tryLogin(user);
@@ -86,12 +87,10 @@ void LoginKeeper::keep() {
 void LoginKeeper::tryLogin(const std::string& user) {
     const uint32_t error = engine_.accounts().renew(user);
     const bool last = plan_.tried(user, outcomeOf(error), rulesOfOptions(), GetTickCount64());
-    if (error == 0) {
-        logLine(LogLevel::information, "'" + user + "' is logged in again.");
-    } else if (error == errorUnauthorized) {
+    if (error == errorUnauthorized) {
         logLine(LogLevel::error, "The server refused the password of '" + user +
                                      "': run 'agent login " + user + "'.");
-    } else if (error != ERROR_CANCELLED) {
+    } else if (error != 0 && error != ERROR_CANCELLED) {
         logLine(LogLevel::warning,
                 "'" + user + "' could not be logged in: " + requestFailure(error, user) +
                     (last ? "; run 'agent login " + user + "'." : "; the next try follows."));

@@ -1,9 +1,9 @@
 // Sees to it that the users of web jobs have a session with the server.
 //
-// A user with a password on this machine and no session is logged in, and when that fails again as
-// the options say ("loginRetrytimes" tries, "loginAgainAfter" seconds apart). A password that the
-// server refuses is not tried again: the log says what to do. A thread of its own; looks at start
-// and when something happens to a job.
+// It says when a login is tried, Web_Login tries it: for a user with a password on this machine and
+// no session at once, and when that fails again as the options say ("loginRetrytimes" tries,
+// "loginAgainAfter" seconds apart). A password that the server has refused is not tried again: the
+// log says what to do. A thread of its own; looks at start and when something happens to a job.
 #pragma once
 
 #include <memory>

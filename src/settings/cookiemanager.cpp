@@ -53,8 +53,29 @@ bool CookieManagerImpl::saveCookie(const char* user, const char* cookie,
         belongsTo(cookies_, cookie, server)) {
         return true;
     }
-    cookies_[cookie] = user;
-    bindToServer(cookies_, cookie, server);
+    put(user, cookie, server);
+    return save();
+}
+
+bool CookieManagerImpl::replaceCookie(const char* user, const char* cookie, const char* old,
+                                      const std::string& server) {
+    const std::lock_guard guard(lock_);
+    const bool erased = !isEmpty(old) && erase(old);
+    const bool given = !isEmpty(user) && !isEmpty(cookie);
+    if (given) {
+        put(user, cookie, server);
+    }
+    return (erased || given) && save();
+}
+
+bool CookieManagerImpl::replaceCookies(const char* user, const char* cookie,
+                                       const std::string& server) {
+    if (isEmpty(user) || isEmpty(cookie)) {
+        return false;
+    }
+    const std::lock_guard guard(lock_);
+    eraseUser(user);
+    put(user, cookie, server);
     return save();
 }
 
@@ -63,8 +84,7 @@ bool CookieManagerImpl::removeCookie(const char* cookie) {
         return false;
     }
     const std::lock_guard guard(lock_);
-    bindToServer(cookies_, cookie, {});
-    return cookies_.erase(cookie) != 0 && save();
+    return erase(cookie) && save();
 }
 
 bool CookieManagerImpl::removeAllCookie() {
@@ -78,6 +98,24 @@ bool CookieManagerImpl::removeUser(const char* user) {
         return false;
     }
     const std::lock_guard guard(lock_);
+    const size_t before = cookies_.size();
+    eraseUser(user);
+    return cookies_.size() == before || save();
+}
+
+// The three with the lock held; they save nothing.
+
+void CookieManagerImpl::put(const char* user, const char* cookie, const std::string& server) {
+    cookies_[cookie] = user;
+    bindToServer(cookies_, cookie, server);
+}
+
+bool CookieManagerImpl::erase(const std::string& cookie) {
+    bindToServer(cookies_, cookie, {});
+    return cookies_.erase(cookie) != 0;
+}
+
+void CookieManagerImpl::eraseUser(const char* user) {
     std::vector<std::string> own;
     for (const auto& [cookie, owner] : cookies_) {
         if (owner == json_spirit::Value(user)) {
@@ -85,10 +123,8 @@ bool CookieManagerImpl::removeUser(const char* user) {
         }
     }
     for (const std::string& cookie : own) {
-        bindToServer(cookies_, cookie, {});
-        cookies_.erase(cookie);
+        erase(cookie);
     }
-    return own.empty() || save();
 }
 
 bool CookieManagerImpl::bindTo(const std::string& server, Bind which) {

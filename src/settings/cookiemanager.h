@@ -29,6 +29,12 @@ public:
     // Gives the cookie to the user, whoever had it. Writes nothing when it is the user's already.
     bool saveCookie(const char* user, const char* cookie);
     bool saveCookie(const char* user, const char* cookie, const std::string& server);
+    // Forgets `old`, whoever has it, and saves the cookie, in one change: nobody sees the user
+    // between the two. One of them may be null or empty.
+    bool replaceCookie(const char* user, const char* cookie, const char* old,
+                       const std::string& server);
+    // The same with all cookies that the user has, whatever their server.
+    bool replaceCookies(const char* user, const char* cookie, const std::string& server);
     // False when the cookie is not there.
     bool removeCookie(const char* cookie);
     bool removeAllCookie();
@@ -49,6 +55,9 @@ public:
 private:
     bool init();
     bool save() const;
+    bool erase(const std::string& cookie);
+    void eraseUser(const char* user);
+    void put(const char* user, const char* cookie, const std::string& server);
 
     mutable CriticalSection lock_;  // guards cookies_ and the file
     StoreEntries cookies_;          // cookie -> user

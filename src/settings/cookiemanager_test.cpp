@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <thread>
+
 #include "settings/keymanager.h"
 #include "settings/options.h"
 #include "settings/passwordmanager.h"
@@ -103,6 +106,52 @@ TEST_F(Cookies, OfAnOlderVersionGoOnWithTheServerThatIsSet) {
     DeleteFileW(besideProgram(L"options").c_str());
     DeleteFileW(dataPath(L"\\options").c_str());
     test::singleton<OptionsImpl>() = OptionsImpl();
+}
+
+TEST_F(Cookies, AreReplacedAtOnce) {
+    CookieManagerImpl cookies;
+    EXPECT_FALSE(cookies.replaceCookie("alice", "", "S1", "a:1")) << "there was nothing";
+    EXPECT_FALSE(cookies.replaceCookies("alice", nullptr, "a:1"));
+    EXPECT_EQ(contentOf(path_), "");
+    cookies.saveCookie("alice", "A1", "a:1");
+    cookies.saveCookie("alice", "B1", "b:2");
+    EXPECT_TRUE(cookies.replaceCookie("alice", "A2", "A1", "a:1"));
+    EXPECT_FALSE(CookieManagerImpl().isCookieValid("A1"));
+    EXPECT_TRUE(CookieManagerImpl().findCookie("alice", found_, "a:1"));
+    EXPECT_EQ(found_, "A2");
+    EXPECT_TRUE(cookies.replaceCookie("alice", "A2", "A2", "a:1")) << "the same stays";
+    EXPECT_TRUE(CookieManagerImpl().isCookieValid("A2"));
+    EXPECT_TRUE(CookieManagerImpl().isCookieValid("B1"));
+    cookies.saveCookie("bob", "B2", "a:1");
+    EXPECT_TRUE(cookies.replaceCookies("alice", "A3", "a:1"));
+    for (const char* gone : {"A2", "B1"}) {
+        EXPECT_FALSE(CookieManagerImpl().isCookieValid(gone)) << gone;
+    }
+    EXPECT_EQ(CookieManagerImpl().users("a:1"), (std::vector<std::string>{"alice", "bob"}));
+    EXPECT_FALSE(CookieManagerImpl().findCookie("alice", found_, "b:2"));
+}
+
+TEST_F(Cookies, LeaveNobodyBetweenTwoSessions) {
+    CookieManagerImpl cookies;
+    ASSERT_TRUE(cookies.saveCookie("alice", "S0", {}));
+    std::atomic<bool> done = false;
+    int without = 0;
+    std::jthread looker([&] {
+        std::string found;
+        while (!done) {
+            without += cookies.findCookie("alice", found, {}) ? 0 : 1;
+        }
+    });
+    std::string old = "S0";
+    for (int i = 1; i < 100; ++i) {
+        const std::string fresh = "S" + std::to_string(i);
+        EXPECT_TRUE(i % 2 == 0 ? cookies.replaceCookies("alice", fresh.c_str(), {})
+                               : cookies.replaceCookie("alice", fresh.c_str(), old.c_str(), {}));
+        old = fresh;
+    }
+    done = true;
+    looker.join();
+    EXPECT_EQ(without, 0);
 }
 
 TEST_F(Cookies, OutliveAFileThatIsNoUse) {

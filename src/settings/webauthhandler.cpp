@@ -31,9 +31,10 @@ void WebAuthHandler::onSetCookie(const char* user, const char* newCookie, const 
     const FunctionTrace trace("WebAuthHandler::onSetCookie", "webauthhandler.cpp");
     auto& cookies = store<CookieManagerImpl>();
     if (oldCookie != nullptr) {
-        cookies.removeCookie(oldCookie);
+        cookies.replaceCookie(user, newCookie, oldCookie, serverNow());
+    } else {
+        cookies.saveCookie(user, newCookie, serverNow());
     }
-    cookies.saveCookie(user, newCookie, serverNow());
     if (!isEmpty(newCookie)) {
         newCookie_ = newCookie;
     }

@@ -4,8 +4,7 @@
 // Who sets a handler owns it. Calls come on the thread that runs the command; one handler serves
 // one session at a time. The order of the operations is part of the interface.
 //
-// Not locked: one handler serves one request at a time. The stores lock themselves, each for one
-// operation; between the two of onSetCookie another thread may see the user without a cookie.
+// A WebAuthHandler is not locked. The stores lock themselves, each for one operation.
 #pragma once
 
 #include <cstdint>
@@ -54,7 +53,8 @@ public:
     // filled as soon as the owner is known.
     bool onAuthRequired(std::string& user, std::string& password,
                         const std::string& cookie) override;
-    // Forgets the old cookie, then stores the new one. An empty new one is not stored.
+    // Stores the new cookie in the place of the old one, in one change of the store. An empty new
+    // one is not stored, the old one forgotten all the same.
     void onSetCookie(const char* user, const char* newCookie, const char* oldCookie) override;
     void onError(unsigned long error) override;
 

@@ -4,13 +4,14 @@
 #include <sstream>
 
 #include "base/http_error.h"
+#include "base/machine_name.h"
 #include "base/text.h"
 #include "contract/contractplace.h"
 #include "contract/packagefiles.h"
 #include "http_util/http_connections.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
-#include "storage/web/webaccount.h"
+#include "storage/web/web_login.h"
 #include "storage/web/webbackend.h"
 #include "support/store_test.h"
 
@@ -31,15 +32,15 @@ public:
         singleton<OptionsImpl>().setServerInfo("server", server_.host.c_str(), server_.port);
         std::string cookie;
         if (!singleton<CookieManagerImpl>().findCookie(server_.user.c_str(), cookie)) {
-            EXPECT_TRUE(WebAccount::login(serverOfOptions(), server_.user, server_.password,
-                                          machine(), cookie));
-            singleton<CookieManagerImpl>().saveCookie(server_.user.c_str(), cookie.c_str());
+            EXPECT_EQ(Web_Login::login(server_.user, server_.password, nullptr),
+                      Web_Login::End::done);
         }
+        EXPECT_TRUE(machineName(machine_));
     }
     ~WebContractPlace() override { ATL::CComSingleton<HTTP_Connections>::instance()->stop(); }
 
     const Backend& backend() const override { return backend_; }
-    const char* machine() const override { return "contract-machine"; }
+    const char* machine() const override { return machine_.c_str(); }
     // The service numbers the instances, and names their files so.
     void damage(const StoredRun&) override {
         const auto files = packages();
@@ -58,6 +59,7 @@ private:
     }
 
     Server server_;
+    std::string machine_;
     const WebBackend backend_;
 };
 

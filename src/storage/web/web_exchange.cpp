@@ -6,41 +6,12 @@
 #include "base/log.h"
 #include "httpmsg/http_names.h"
 #include "settings/options.h"
-#include "storage/web/web_session.h"
+#include "settings/serverbinding.h"
 
 namespace dorvo {
 namespace {
 
 constexpr int statusOk = 200;
-
-// `result` is what running the command has given.
-Exchanged judge(int result, HTTP_Command& command) {
-    if (result != 0) {
-        return Exchanged::broken;
-    }
-    const int status = command.http_response().status();
-    if (status == statusOk) {
-        return Exchanged::done;
-    }
-    SetLastError(withHttpMark(static_cast<uint32_t>(status)));
-    return Exchanged::refused;
-}
-
-bool logged(Exchanged exchanged, HTTP_Command& command, const char* action,
-            const std::string& subject) {
-    switch (exchanged) {
-        case Exchanged::done: return true;
-        case Exchanged::broken:
-            log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action,
-                subject.c_str(), static_cast<int>(GetLastError()));
-            return false;
-        case Exchanged::refused: break;
-    }
-    const int status = command.http_response().status();
-    log(LogLevel::error, "Failed to %s {%s}, status-code = %d, %s.\n", action, subject.c_str(),
-        status, http_status_string(status));
-    return false;
-}
 
 }  // namespace
 
@@ -64,26 +35,39 @@ bool aimAtServerOfOptions(Web_Server_Invoker& invoker) {
     return aimAt(invoker, host, port);
 }
 
-Exchanged runExchange(Web_Server_Invoker& invoker, HTTP_Command& command, uint64_t* sent) {
-    const int result = invoker.run(command);
-    if (result == 0 && sent != nullptr) {
-        *sent += command.http_request().content_length();
-    }
-    return judge(result, command);
+std::string serverOf(const Web_Server_Invoker& invoker) {
+    const HTTP_Invoker_T* const target = invoker.invoker();
+    return target == nullptr ? serverOfOptions() : serverName(target->host(), target->port());
 }
 
-Exchanged runExchange(Web_Session& session, HTTP_Command& command, uint64_t* sent) {
-    return judge(session.run(command, sent), command);
+Exchanged judge(int result, HTTP_Command& command) {
+    if (result != 0) {
+        return Exchanged::broken;
+    }
+    const int status = command.http_response().status();
+    if (status == statusOk) {
+        return Exchanged::done;
+    }
+    SetLastError(withHttpMark(static_cast<uint32_t>(status)));
+    return Exchanged::refused;
+}
+
+bool judge(int result, HTTP_Command& command, const char* action, const std::string& subject) {
+    switch (judge(result, command)) {
+        case Exchanged::done: return true;
+        case Exchanged::broken:
+            return logFailed("Failed to %s {%s}, error-code = %d, %m.\n", action, subject,
+                             GetLastError());
+        case Exchanged::refused: break;
+    }
+    const int status = command.http_response().status();
+    return logFailed("Failed to %s {%s}, status-code = %d, %s.\n", action, subject, status,
+                     http_status_string(status));
 }
 
 bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
-              const std::string& subject, uint64_t* sent) {
-    return logged(runExchange(invoker, command, sent), command, action, subject);
-}
-
-bool exchange(Web_Session& session, HTTP_Command& command, const char* action,
-              const std::string& subject, uint64_t* sent) {
-    return logged(runExchange(session, command, sent), command, action, subject);
+              const std::string& subject) {
+    return judge(invoker.run(command), command, action, subject);
 }
 
 }  // namespace dorvo

@@ -1,7 +1,9 @@
 #include "storage/web/web_requests.h"
 
+#include <windows.h>
+
+#include "base/http_error.h"
 #include "base/uuid.h"
-#include "storage/web/request_refusal.h"
 
 namespace dorvo {
 namespace {
@@ -17,14 +19,14 @@ std::string newBoundary() {
 bool mayBeSent(const HTTP_Request& request, NoCookie without, const std::vector<Needed>& needed) {
     const bool cookie = request.cookie() != nullptr && *request.cookie() != '\0';
     if (!cookie && without == is_like_a_401) {
-        return refuse("The cookie is empty.\n", withHttpMark(401));
+        return logFailed(withHttpMark(401), "The cookie is empty.\n");
     }
     if (!cookie && without == is_not_a_request) {
-        return refuse("The Cookie is empty.\n");
+        return logFailed(ERROR_INVALID_PARAMETER, "The Cookie is empty.\n");
     }
     for (const Needed& one : needed) {
         if (!one.there) {
-            return refuse(one.words);
+            return logFailed(ERROR_INVALID_PARAMETER, one.words);
         }
     }
     return true;

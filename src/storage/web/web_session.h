@@ -2,13 +2,11 @@
 // the server refuses that, sees to a new one.
 //
 // A command that ends with status 401 or 406 is run again with the cookie that the user has in the
-// store, when that is another one (another job has logged in), and else with that of a new login:
-// the handler is asked for user and password, and handed the new cookie. Cookies and passwords of
-// other servers than the one that the invoker is aimed at are none. Commands that follow use
-// the new cookie. Logins of one process happen one after the other, so that of several sessions
-// that are refused at once only one logs in. A password that was refused with a session is not
-// tried with it again: the server counts failed logins. A session without a cookie tries no login:
-// its user has logged out.
+// store, when that is another one, and else with that of a new login (web_login.h): the handler is
+// asked for user and password, and handed the new cookie. Cookies and passwords of other servers
+// than the one that the invoker is aimed at are none. Commands that follow use the new cookie. A
+// session without a cookie tries no login: its user has logged out. What cannot be renewed stays a
+// refusal.
 //
 // One thread a session. Neither passwords nor cookies are logged.
 #pragma once
@@ -20,6 +18,8 @@
 #include "http_util/http_command.h"
 #include "http_util/web_server_invoker.h"
 #include "settings/webauthhandler.h"
+#include "storage/web/web_exchange.h"
+#include "storage/web/web_login.h"
 
 namespace dorvo {
 
@@ -50,15 +50,8 @@ public:
     int run(HTTP_Command& command, uint64_t* sent = nullptr);
 
 private:
-    std::string server() const;
-    bool find_stored(std::string& cookie);
-
-    enum class Renewal { none, stored, login, stopped };
-
-    int run_once(HTTP_Command& command, uint64_t* sent);
-    Renewal renew();
-    Renewal log_in();
-    bool wait_for_logins() const;
+    bool find_stored();
+    Web_Login::Renewal renew();
 
     std::string user_;
     std::string cookie_;
@@ -68,5 +61,10 @@ private:
     WebAuthHandler stores_;
     WebClientEventHandler* handler_ = &stores_;  // borrowed
 };
+
+// Run a command and judge its answer (web_exchange.h).
+Exchanged runExchange(Web_Session& session, HTTP_Command& command, uint64_t* sent = nullptr);
+bool exchange(Web_Session& session, HTTP_Command& command, const char* action,
+              const std::string& subject, uint64_t* sent = nullptr);
 
 }  // namespace dorvo

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "base/http_error.h"
 #include "http_util/http_command.h"
@@ -206,15 +207,95 @@ TEST_F(WebSessionTest, WhatAnotherServerHasGivenStaysThere) {
     EXPECT_TRUE(singleton<CookieManagerImpl>().isCookieValid("A1"));
 }
 
-// The server counts failed logins: a job that retries must not lock its user out.
-TEST_F(WebSessionTest, ARefusedPasswordIsTriedOnceASession) {
+// A run goes on at its server when another one has been set meanwhile.
+TEST_F(WebSessionTest, ALoginIsOneAtTheServerOfTheSession) {
+    keep("C1");
+    keepPassword("secret");
+    const std::string server = serverOfOptions();
+    singleton<OptionsImpl>().setServerInfo("s", "another.example", 80);
+    EXPECT_EQ(run("C1"), 200);
+    EXPECT_EQ(seen_, "C1 body; Login; N1 body; ");
+    EXPECT_EQ(kept(), "") << "the new session is none of the other's";
+    std::string cookie;
+    EXPECT_TRUE(singleton<CookieManagerImpl>().findCookie("alice", cookie, server));
+    EXPECT_EQ(cookie, "N1");
+}
+
+// The server counts failed logins: neither a job that retries nor the resident may lock a user out.
+TEST_F(WebSessionTest, ARefusedPasswordIsTriedOnce) {
     keep("C1");
     keepPassword("old");
     EXPECT_EQ(run("C1"), 401);
     EXPECT_EQ(run("C1"), 401);
-    EXPECT_EQ(seen_, "C1 body; Login; C1 body; ");
+    singleton<CookieManagerImpl>().removeAllCookie();
+    EXPECT_EQ(Web_Login::renew("alice", nullptr), withHttpMark(401));
+    keep("C2");
+    EXPECT_EQ(run("C2"), 401);
+    EXPECT_EQ(seen_, "C1 body; Login; C1 body; C2 body; ");
     keepPassword("secret");
-    EXPECT_EQ(run("C1"), 200);
+    EXPECT_EQ(run("C2"), 200);
+    // The user's own login is asked of the server whatever was refused before, and counts.
+    keepPassword("old");
+    valid_.clear();
+    EXPECT_EQ(run("N1"), 401);
+    seen_.clear();
+    EXPECT_EQ(Web_Login::login("alice", "old", nullptr), Web_Login::End::failed);
+    EXPECT_EQ(GetLastError(), withHttpMark(401));
+    EXPECT_EQ(Web_Login::login("alice", "secret", nullptr), Web_Login::End::done);
+    EXPECT_EQ(seen_, "Login; Login; ");
+    EXPECT_EQ(run("N1"), 200);
+}
+
+TEST_F(WebSessionTest, WhoHasAPasswordAndNoSessionIsLoggedIn) {
+    EXPECT_EQ(Web_Login::renew("alice", nullptr), 0U) << "no password";
+    keepPassword("secret");
+    loginStatus_ = "503 Service Unavailable";
+    EXPECT_EQ(Web_Login::renew("alice", nullptr), withHttpMark(503));
+    EXPECT_TRUE(Web_Login::needed("alice"));
+    loginStatus_ = "200 OK";
+    EXPECT_EQ(Web_Login::renew("alice", nullptr), 0U);
+    EXPECT_EQ(kept(), "N1");
+    EXPECT_EQ(Web_Login::renew("alice", nullptr), 0U) << "there is a session";
+    EXPECT_EQ(seen_, "Login; Login; ");
+}
+
+// A login and a logout of the user's own wait for no renewal, and what it brings is dropped.
+TEST_F(WebSessionTest, WhatTheUserDoesMeanwhileCounts) {
+    for (const bool in : {true, false}) {
+        SCOPED_TRACE(in);
+        logOut();
+        keep("C1");
+        keepPassword("secret");
+        seen_.clear();
+        valid_.clear();
+        logins_ = 0;
+        bool first = true;
+        before_ = [&](bool login) {
+            if (!login || !std::exchange(first, false)) {
+                return;
+            }
+            EXPECT_EQ(in ? Web_Login::login("alice", "secret", nullptr)
+                         : Web_Login::logout("alice", nullptr),
+                      Web_Login::End::done);
+        };
+        EXPECT_EQ(run("C1"), in ? 200 : 401);
+        EXPECT_EQ(kept(), in ? "N1" : "");
+        EXPECT_EQ(seen_, in ? "C1 body; Login; Login; N1 body; " : "C1 body; C1 {}; Login; ");
+        EXPECT_EQ(singleton<PasswordManagerImpl>().hasPassword("alice"), in);
+    }
+}
+
+TEST_F(WebSessionTest, ALogoutForgetsWhatItCannotTellTheServer) {
+    EXPECT_EQ(Web_Login::logout("alice", nullptr), Web_Login::End::nobody);
+    keepPassword("secret");
+    keep("C1");
+    singleton<CookieManagerImpl>().saveCookie("alice", "A1", "another.example:80");
+    refusal_ = "503 Service Unavailable";
+    EXPECT_EQ(Web_Login::logout("alice", nullptr), Web_Login::End::failed);
+    EXPECT_EQ(GetLastError(), withHttpMark(503));
+    EXPECT_EQ(seen_, "C1 {}; ") << "another's session is no business of this one";
+    EXPECT_FALSE(singleton<CookieManagerImpl>().isCookieValid("A1"));
+    EXPECT_EQ(Web_Login::logout("alice", nullptr), Web_Login::End::nobody);
 }
 
 TEST_F(WebSessionTest, TellsItsHandler) {

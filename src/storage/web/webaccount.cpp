@@ -4,13 +4,10 @@
 
 #include <iterator>
 
-#include "base/interrupter.h"
 #include "base/log.h"
 #include "settings/cookiemanager.h"
 #include "storage/web/token_loop.h"
 #include "storage/web/web_bodies.h"
-#include "storage/web/web_exchange.h"
-#include "storage/web/web_login.h"
 #include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
 
@@ -28,37 +25,7 @@ std::string ownerOf(const std::string& cookie) {
     return user;
 }
 
-// At the server of the options, unless that is not the one that the secrets belong to.
-bool aimAtOwner(Web_Server_Invoker& invoker, const std::string& server) {
-    if (!aimAtServerOfOptions(invoker)) {
-        return false;
-    }
-    const HTTP_Invoker_T& target = *invoker.invoker();
-    if (serverName(target.host(), target.port()) == server) {
-        return true;
-    }
-    SetLastError(ERROR_OPERATION_ABORTED);
-    return false;
-}
-
 }  // namespace
-
-bool WebAccount::login(const std::string& server, const std::string& user,
-                       const std::string& password, const std::string& machine, std::string& cookie,
-                       const interrupter* stop) {
-    Web_Server_Invoker invoker;
-    invoker.set_interrupter(stop);
-    return aimAtOwner(invoker, server) && logIn(invoker, user, password, machine, cookie);
-}
-
-bool WebAccount::logout(const std::string& server, const std::string& user,
-                        const std::string& cookie, const interrupter* stop) {
-    Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout");
-    command.request().cookie(cookie.c_str());
-    Web_Server_Invoker invoker;
-    invoker.set_interrupter(stop);
-    return aimAtOwner(invoker, server) && exchange(invoker, command, "log out user", user);
-}
 
 bool WebAccount::listInstances(const std::string& cookie, const std::string& machine,
                                const std::string& jobDefinitionId,

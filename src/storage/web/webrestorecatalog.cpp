@@ -1,11 +1,11 @@
 #include "storage/web/webrestorecatalog.h"
 
 #include "base/http_error.h"
+#include "base/log.h"
 #include "base/text.h"
 #include "http_util/http_command.h"
 #include "storage/item_attributes.h"
 #include "storage/web/answer_wait.h"
-#include "storage/web/request_refusal.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"
 #include "storage/web/web_session.h"
@@ -21,10 +21,11 @@ WebRestoreCatalog::WebRestoreCatalog(const std::string& user, StoredRun run, Job
 bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
     FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
     if (session_.cookie().empty()) {
-        return refuse("Failed to find cookie while listing a backup.\n", withHttpMark(401));
+        return logFailed(withHttpMark(401), "Failed to find cookie while listing a backup.\n");
     }
     if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
-        return refuse("Failed to get the server information while listing a backup.\n");
+        return logFailed(ERROR_INVALID_PARAMETER,
+                         "Failed to get the server information while listing a backup.\n");
     }
     Command_To_Server<List_Files_Request, Response_T<json_spirit::Value>> command(
         "List Files", {run_.machine, run_.jobInstanceId, withoutTrailingBackslash(toUtf8(path)),
@@ -35,7 +36,7 @@ bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after,
     }
     StoredPage stored;
     if (!readStoredPage(command.response().body(), after, pageLimit, stored)) {
-        return refuse("List Files: the answer is not of its shape.\n", ERROR_INVALID_DATA);
+        return logFailed(ERROR_INVALID_DATA, "List Files: the answer is not of its shape.\n");
     }
     Page found;  // `after` may be the former page's own
     found.next = std::move(stored.next);
