@@ -32,7 +32,7 @@ Moved run(Database& database, const char* pragma) {
 
 }  // namespace
 
-Checkpointer::Checkpointer(std::string path, std::mutex& writers)
+Checkpointer::Checkpointer(std::string path, TurnMutex& writers)
     : path_(std::move(path)),
       writers_(writers),
       thread_([this](const std::stop_token& stop) { work(stop); }) {}
@@ -78,7 +78,7 @@ bool Checkpointer::checkpoint() {
     }
 }
 
-bool Checkpointer::moveLog(const std::string& path, std::mutex& writers, int64_t kept) {
+bool Checkpointer::moveLog(const std::string& path, TurnMutex& writers, int64_t kept) {
     Database database(path, noPatience);
     database.exec("PRAGMA synchronous=NORMAL");
     const Moved bulk = run(database, "PRAGMA wal_checkpoint(PASSIVE)");

@@ -15,6 +15,8 @@
 #include <string>
 #include <thread>
 
+#include "turn_mutex.h"
+
 namespace dorvo {
 
 class Checkpointer {
@@ -23,7 +25,7 @@ public:
     static constexpr int64_t keptPages = 16384;
 
     // Borrows the mutex that serialises the writers; it must outlive this object.
-    Checkpointer(std::string path, std::mutex& writers);
+    Checkpointer(std::string path, TurnMutex& writers);
     // Stops and joins; a checkpoint in progress is finished.
     ~Checkpointer() = default;
     Checkpointer(const Checkpointer&) = delete;
@@ -34,14 +36,14 @@ public:
 
     // One try. Whether all of the log has been moved; false when a reader, or a writer of another
     // process, is in the way. Waits for the disk only.
-    static bool moveLog(const std::string& path, std::mutex& writers, int64_t kept);
+    static bool moveLog(const std::string& path, TurnMutex& writers, int64_t kept);
 
 private:
     void work(const std::stop_token& stop);
     bool checkpoint();
 
     std::string path_;
-    std::mutex& writers_;
+    TurnMutex& writers_;
     std::mutex mutex_;  // guards due_
     std::condition_variable_any changed_;
     bool due_ = false;

@@ -5,7 +5,6 @@
 #include <sqlite3.h>
 
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -56,7 +55,7 @@ protected:
     WithoutSleep shim_;
     const TempFolder folder_;
     const fs::path path_ = folder_.path() / "db";
-    std::mutex writers_;
+    TurnMutex writers_;
     std::optional<Database> writer_{path_.string()};
 };
 

@@ -1,6 +1,7 @@
 // Which changes wait for the disk, so that a power cut does not take them.
 #include <filesystem>
 #include <functional>
+#include <future>
 
 #include "sqlite_catalog.h"
 #include "testing/false_disk.h"
@@ -92,6 +93,28 @@ TEST(SqliteCatalog, TakesALogThatItCannotSyncForNoneThatIsSynced) {
     fs::rename(away, log);
     const FalseDisk refuses([](int) { return -1; });
     EXPECT_THROW(catalog.syncChanges(), std::exception);
+}
+
+TEST(SqliteCatalog, ServesReadersWhileAnotherProgramWrites) {
+    const TempFolder folder;
+    const std::string path = (folder.path() / "catalog.db").string();
+    SqliteCatalog catalog(path);
+    SqliteCatalog impatient(path, {}, std::chrono::milliseconds(1));
+    catalog.addUser("u", "-");
+    Database other(path);
+    other.exec("BEGIN IMMEDIATE");
+    EXPECT_THROW(impatient.addUser("v", "-"), DatabaseBusy);
+    std::promise<void> begun;
+    auto added = std::async(std::launch::async, [&] {
+        begun.set_value();
+        return catalog.addUser("v", "-");
+    });
+    begun.get_future().wait();
+    for (int i = 0; i < 20000; ++i) {
+        ASSERT_TRUE(catalog.findPassword("u"));
+    }
+    other.exec("COMMIT");
+    EXPECT_TRUE(added.get());
 }
 
 using Durability = ServiceFixture;

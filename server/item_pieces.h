@@ -1,10 +1,7 @@
-// Goes through all items of a backup in pieces, so that others get their turn at the catalog
-// between them.
+// Goes through all items of a backup in pieces: others get their turn at the catalog after each.
 #pragma once
 
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "catalog.h"
@@ -19,9 +16,7 @@ bool forEachPiece(Catalog& catalog, int64_t instance, const Look& look) {
     constexpr size_t piece = 1000;
     std::string after;
     while (true) {
-        const auto begin = std::chrono::steady_clock::now();
         std::vector<CatalogItem> items = catalog.listItems(instance, after, piece);
-        const auto took = std::chrono::steady_clock::now() - begin;
         bool last = items.size() < piece;
         bool sound = true;
         for (size_t i = 0; i < items.size(); ++i) {
@@ -37,8 +32,6 @@ bool forEachPiece(Catalog& catalog, int64_t instance, const Look& look) {
         if (last) {
             return sound;
         }
-        // Who lets the catalog go and comes again at once has it before those who wait for it.
-        std::this_thread::sleep_for(took);
     }
 }
 

@@ -17,6 +17,9 @@ namespace {
         sqlite3_extended_errcode(db) == SQLITE_IOERR_SHMSIZE) {
         throw DiskFull(why);
     }
+    if (sqlite3_errcode(db) == SQLITE_BUSY) {
+        throw DatabaseBusy(why);
+    }
     throw std::runtime_error(why);
 }
 
@@ -42,6 +45,10 @@ void Database::exec(const char* sql) {
     if (sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail(db_);
     }
+}
+
+void Database::waitForNobody() {
+    sqlite3_busy_timeout(db_, 0);
 }
 
 void Database::leaveLog() {

@@ -1,11 +1,13 @@
 // A thin owner of an SQLite connection, its prepared statements and its transactions.
 //
-// Every failure throws std::runtime_error with SQLite's own text, DiskFull for want of room. A
-// connection and its statements belong to one thread at a time; the caller serialises.
+// Every failure throws std::runtime_error with SQLite's own text, DiskFull for want of room,
+// DatabaseBusy where another program is writing. A connection and its statements belong to one
+// thread at a time; the caller serialises.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -19,6 +21,12 @@ struct Blob {
     std::string_view bytes;
 };
 
+// What was tried has changed nothing.
+class DatabaseBusy : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 class Database {
 public:
     // Opens or creates the file. What another process holds is waited for that long.
@@ -29,6 +37,8 @@ public:
     Database& operator=(const Database&) = delete;
 
     void exec(const char* sql);
+    // From now on what another process holds is not waited for.
+    void waitForNobody();
     // The log stays as it is when this is closed, though nobody else has the database open.
     void leaveLog();
     [[nodiscard]] int64_t lastRowId() const;
@@ -89,7 +99,7 @@ private:
     sqlite3_stmt* statement_ = nullptr;
 };
 
-// A write transaction: begun at once, rolled back unless committed.
+// A write transaction: begun at once, before anything is changed, rolled back unless committed.
 class Transaction {
 public:
     explicit Transaction(Database& database);

@@ -4,11 +4,11 @@
 #include <sqlite3.h>
 
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "checkpointer.h"
 #include "disk_full.h"
-#include "sqlite_durably.h"
 #include "sqlite_statements.h"
 #include "sqlite_versions.h"
 
@@ -50,8 +50,9 @@ void bringUpToDate(Database& database) {
 
 }  // namespace
 
-SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed)
-    : path_(path), database_(path), completed_(std::move(completed)) {
+SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed,
+                             std::chrono::milliseconds patience)
+    : path_(path), database_(path), completed_(std::move(completed)), patience_(patience) {
     database_.exec(
         "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; PRAGMA synchronous=NORMAL;"
         "PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;");
@@ -59,6 +60,57 @@ SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed)
     statements_ = std::make_unique<Statements>(database_);
     checkpointer_ = std::make_unique<Checkpointer>(path, mutex_);
     sqlite3_wal_hook(database_.handle(), &onCommit, checkpointer_.get());
+    database_.waitForNobody();
+}
+
+void SqliteCatalog::locked(const std::function<void()>& step) {
+    const auto until = TurnMutex::Clock::now() + patience_;
+    while (true) {
+        try {
+            const std::lock_guard lock(mutex_);
+            step();
+            return;
+        } catch (const DatabaseBusy&) {
+            if (TurnMutex::Clock::now() >= until) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+void SqliteCatalog::write(const std::function<void()>& change) {
+    locked([&] {
+        Transaction transaction(database_);
+        change();
+        transaction.commit();
+    });
+}
+
+void SqliteCatalog::durably(const std::function<void()>& change) {
+    // FULL makes this commit sync the log, which holds all earlier commits too. One that leaves
+    // every row as it was commits nothing, and syncs nothing.
+    struct FullSync {
+        explicit FullSync(Database& opened) : database(opened) {
+            database.exec("PRAGMA synchronous=FULL");
+        }
+        ~FullSync() {
+            try {
+                database.exec("PRAGMA synchronous=NORMAL");
+            } catch (const std::exception&) {
+                // It stays FULL then: slower, and just as right.
+            }
+        }
+        FullSync(const FullSync&) = delete;
+        FullSync& operator=(const FullSync&) = delete;
+        Database& database;
+    };
+    locked([&] {
+        const FullSync full(database_);
+        Transaction transaction(database_);
+        change();
+        transaction.commit();
+    });
 }
 
 bool SqliteCatalog::isUpToDate(const std::string& path) {
@@ -72,7 +124,6 @@ SqliteCatalog::~SqliteCatalog() {
 
 void SqliteCatalog::beginService(std::string_view boot, std::string_view identity,
                                  int64_t generation) {
-    const std::lock_guard lock(mutex_);
     durably([&] {
         // Versions without sync points left it to the disk when it kept what was offered and
         // announced, also of a run that was going on.
@@ -87,22 +138,30 @@ void SqliteCatalog::beginService(std::string_view boot, std::string_view identit
                   " identity = CASE ?2 WHEN '' THEN identity ELSE ?2 END")
             .run(boot, identity, generation);
     });
+    const std::lock_guard lock(mutex_);
     readSynced();
 }
 
 void SqliteCatalog::nextGeneration() {
-    const std::lock_guard lock(mutex_);
-    if (database_.allChanges() == changesBefore_) {
-        return;
+    {
+        const std::lock_guard lock(mutex_);
+        if (database_.allChanges() == changesBefore_) {
+            return;
+        }
     }
-    durably([&] { statements_->nextGeneration.run(); });
-    changesBefore_ = database_.allChanges();
+    int64_t changes = 0;
+    durably([&] {
+        statements_->nextGeneration.run();
+        changes = database_.allChanges();
+    });
+    const std::lock_guard lock(mutex_);
+    changesBefore_ = changes;
 }
 
 void SqliteCatalog::everythingIsSynced() {
-    const std::lock_guard lock(mutex_);
     // Stamps are two ahead at most.
-    database_.exec("UPDATE service SET synced = synced + 2");
+    write([&] { database_.exec("UPDATE service SET synced = synced + 2"); });
+    const std::lock_guard lock(mutex_);
     readSynced();
 }
 
@@ -125,12 +184,10 @@ void SqliteCatalog::readSynced() {
 }
 
 void SqliteCatalog::endService() {
-    const std::lock_guard lock(mutex_);
     durably([&] { database_.exec("UPDATE service SET boot = '', generation = generation + 1"); });
 }
 
 bool SqliteCatalog::addUser(std::string_view name, std::string_view passwordHash) {
-    const std::lock_guard lock(mutex_);
     bool added = false;
     durably([&] {
         statements_->addUser.run(name, passwordHash);
@@ -152,7 +209,6 @@ std::string SqliteCatalog::findKeys(int64_t user) {
 }
 
 bool SqliteCatalog::putKeys(int64_t user, std::string_view md5) {
-    const std::lock_guard lock(mutex_);
     bool kept = false;
     durably([&] {
         statements_->putKeys.run(user, md5);
@@ -163,20 +219,19 @@ bool SqliteCatalog::putKeys(int64_t user, std::string_view md5) {
 
 void SqliteCatalog::addSession(std::string_view tokenHash, std::string_view user,
                                std::string_view machine, int64_t now, int64_t lifetime) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    statements_->expireSessions.run(now, lifetime);
-    statements_->addMachine.run(user, machine);
-    statements_->addSession.run(Blob{tokenHash}, user, machine, now);
-    transaction.commit();
+    write([&] {
+        statements_->expireSessions.run(now, lifetime);
+        statements_->addMachine.run(user, machine);
+        statements_->addSession.run(Blob{tokenHash}, user, machine, now);
+    });
 }
 
 std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, int64_t now,
                                                   int64_t lifetime) {
-    const std::lock_guard lock(mutex_);
     Session session;
     int64_t used = 0;
     {
+        const std::lock_guard lock(mutex_);
         auto rows = statements_->findSession.query(Blob{tokenHash});
         if (!rows.next()) {
             return std::nullopt;
@@ -191,7 +246,7 @@ std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, in
     // Not at every request: a write costs more than all the rest of the look-up.
     if (now - used > lifetime / 64) {
         try {
-            statements_->useSession.run(Blob{tokenHash}, now);
+            write([&] { statements_->useSession.run(Blob{tokenHash}, now); });
         } catch (const DiskFull&) {
             // It ends earlier then; what the session is for may be what makes room.
         }
@@ -206,7 +261,6 @@ int64_t SqliteCatalog::lastUse() {
 }
 
 void SqliteCatalog::removeSession(std::string_view tokenHash) {
-    const std::lock_guard lock(mutex_);
     durably([&] { statements_->removeSession.run(Blob{tokenHash}); });
 }
 

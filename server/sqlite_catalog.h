@@ -13,9 +13,12 @@
 // started is marked damaged, for what was offered may be lost.
 //
 // There is one connection and one lock. What concerns all files of a backup is done in pieces, each
-// a transaction of its own, and other calls get the lock between them.
+// a transaction of its own, and other calls get the lock between them. Another program that writes
+// to the database, such as the one that adds accounts, is waited for without the lock: who reads
+// goes on meanwhile.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -23,6 +26,7 @@
 
 #include "catalog.h"
 #include "sqlite.h"
+#include "turn_mutex.h"
 
 namespace dorvo {
 
@@ -34,9 +38,13 @@ public:
     // Throws nothing.
     using Completed = std::function<void()>;
 
+    // How long another program that writes to the database is waited for.
+    static constexpr std::chrono::seconds usualPatience{10};
+
     // Opens or creates the database, and brings one of an earlier version up to date. Throws when
     // it is of a later one.
-    explicit SqliteCatalog(const std::string& path, Completed completed = {});
+    explicit SqliteCatalog(const std::string& path, Completed completed = {},
+                           std::chrono::milliseconds patience = usualPatience);
     ~SqliteCatalog() override;
     // Whether opening the database would leave its tables as they are.
     static bool isUpToDate(const std::string& path);
@@ -65,7 +73,7 @@ public:
     // Ends service in order. Durable. The caller has made the package bytes durable before.
     void endService();
     // Goes on with cancelling where the last process died at it, and forgets what is kept of
-    // containers that nobody has any more. Before others use the catalog.
+    // containers that nobody has any more.
     void finishCancelling();
 
     // Which containers are some instance's, and how much of each has been given away.
@@ -161,8 +169,16 @@ private:
         std::string last;
     };
 
-    // Takes the lock for each step, and leaves it to others for as long between two steps, once
-    // there are others. A step says whether another one follows.
+    // Runs the step under the lock. One that throws DatabaseBusy is run again, without the lock in
+    // between: it must have changed nothing.
+    void locked(const std::function<void()>& step);
+    // Runs the change under the lock, in one transaction.
+    void write(const std::function<void()>& change);
+    // The same, and a power cut cannot take it.
+    void durably(const std::function<void()>& change);
+    // Takes the lock for each step, and leaves it between two steps to those who wait for it, for
+    // as long as it was held. A step says whether another one follows; it changes something in one
+    // transaction, if at all.
     void inPieces(const std::function<bool()>& step);
     // Calls the step, which says whether to go on, for one stretch after the other. Nobody else
     // changes which files there are meanwhile.
@@ -177,9 +193,6 @@ private:
                    const std::function<void(const FailedFile&)>& add);
     bool offerFile(int64_t instance, int64_t base, const OfferedFile& file, bool compress);
 
-    // Runs the change in one transaction that a power cut cannot take. The caller holds mutex_.
-    template <class Change>
-    void durably(const Change& change);
     // What the database says of sync points. The caller holds mutex_.
     void readSynced();
     // These belong into a transaction of the caller's, who holds mutex_.
@@ -187,17 +200,17 @@ private:
     void giveUpContainers(int64_t instance);
 
     const std::string path_;
-    std::mutex mutex_;  // guards the connection and its statements, and the stamps
+    TurnMutex mutex_;  // guards the connection and its statements, and the stamps
     Database database_;
     std::unique_ptr<Statements> statements_;
     std::unique_ptr<Checkpointer> checkpointer_;
     // Of sync points: blocks are stamped with this number, and those up to the other are synced.
     int64_t stamp_ = 1;
     int64_t synced_ = 0;
-    bool shared_ = true;  // others want their turn; not changed while there are any
     // Rows that this connection had changed when the generation began; guarded by mutex_ as well.
     int64_t changesBefore_ = 0;
     const Completed completed_;
+    const std::chrono::milliseconds patience_;
 };
 
 }  // namespace dorvo

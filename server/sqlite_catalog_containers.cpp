@@ -1,6 +1,5 @@
 // What the start of the service asks of the catalog about containers.
 #include "sqlite_catalog.h"
-#include "sqlite_durably.h"
 #include "sqlite_statements.h"
 
 namespace dorvo {
@@ -35,7 +34,6 @@ std::vector<SqliteCatalog::Container> SqliteCatalog::listContainers() {
 }
 
 void SqliteCatalog::takeInTail(int64_t container, int64_t length, bool keep) {
-    const std::lock_guard lock(mutex_);
     durably([&] {
         Statement(database_, "UPDATE containers SET given = ?2, keep = keep OR ?3 WHERE id = ?1")
             .run(container, length, int64_t{keep});
@@ -43,7 +41,6 @@ void SqliteCatalog::takeInTail(int64_t container, int64_t length, bool keep) {
 }
 
 void SqliteCatalog::skipNumbers(int64_t container) {
-    const std::lock_guard lock(mutex_);
     durably([&] {
         // The only way to have the sequence's row when there has been no container yet.
         Statement(database_,
@@ -54,7 +51,6 @@ void SqliteCatalog::skipNumbers(int64_t container) {
 }
 
 std::vector<std::string> SqliteCatalog::abandonOpen() {
-    const std::lock_guard lock(mutex_);
     std::vector<std::string> names;
     durably([&] {
         std::vector<int64_t> open;

@@ -3,7 +3,6 @@
 #include <stdexcept>
 
 #include "sqlite_catalog.h"
-#include "sqlite_durably.h"
 #include "sqlite_file.h"
 #include "sqlite_statements.h"
 
@@ -43,28 +42,27 @@ std::optional<Instance> SqliteCatalog::findInstance(int64_t id) {
 }
 
 std::vector<int64_t> SqliteCatalog::listIdle(int64_t passed, int64_t limit) {
-    const std::lock_guard lock(mutex_);
-    statements_->passTime.run(passed);
     std::vector<int64_t> list;
-    for (auto rows = statements_->listIdle.query(limit); rows.next();) {
-        list.push_back(rows.integer(0));
-    }
+    write([&] {
+        statements_->passTime.run(passed);
+        for (auto rows = statements_->listIdle.query(limit); rows.next();) {
+            list.push_back(rows.integer(0));
+        }
+    });
     return list;
 }
 
 void SqliteCatalog::useInstance(int64_t instance) {
-    const std::lock_guard lock(mutex_);
-    statements_->useInstance.run(instance);
+    write([&] { statements_->useInstance.run(instance); });
 }
 
 Instance SqliteCatalog::openInstance(const Session& session, std::string_view name,
                                      std::string_view definition, bool compress) {
-    const std::lock_guard lock(mutex_);
     durably([&] {
         statements_->openInstance.run(name, session.machineId, definition, int64_t{compress},
                                       session.userId);
     });
-    const auto instance = readInstance(statements_->findInstanceByName.query(session.userId, name));
+    const auto instance = findInstance(session.userId, name);
     if (!instance) {
         throw std::runtime_error("database: a new backup is not there");
     }
@@ -73,7 +71,6 @@ Instance SqliteCatalog::openInstance(const Session& session, std::string_view na
 
 void SqliteCatalog::startInstance(int64_t instance, std::string_view startTime,
                                   const InstanceTotals& totals) {
-    const std::lock_guard lock(mutex_);
     durably([&] {
         statements_->startInstance.run(instance, startTime, totals.files, totals.directories,
                                        totals.size);
@@ -98,41 +95,37 @@ void SqliteCatalog::storeFile(int64_t instance, std::string_view path, const Sto
 }
 
 void SqliteCatalog::putFile(int64_t instance, std::string_view path, const StoredFile& file) {
-    const std::lock_guard lock(mutex_);
-    storeFile(instance, path, file);
+    write([&] { storeFile(instance, path, file); });
 }
 
 void SqliteCatalog::placeFile(int64_t instance, std::string_view path, StoredFile file,
                               int64_t limit) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    file.container = 0;
-    file.offset = 0;
-    {
-        auto rows = statements_->newestContainer.query(instance);
-        if (rows.next() && file.size <= limit - rows.integer(1)) {
-            file.container = rows.integer(0);
-            file.offset = rows.integer(1);
+    write([&] {
+        file.container = 0;
+        file.offset = 0;
+        {
+            auto rows = statements_->newestContainer.query(instance);
+            if (rows.next() && file.size <= limit - rows.integer(1)) {
+                file.container = rows.integer(0);
+                file.offset = rows.integer(1);
+            }
         }
-    }
-    if (file.container != 0) {
-        statements_->setGiven.run(file.container, file.offset + file.size);
-    } else {
-        statements_->addContainer.run(instance, file.size);
-        file.container = database_.lastRowId();
-    }
-    storeFile(instance, path, file);
-    transaction.commit();
+        if (file.container != 0) {
+            statements_->setGiven.run(file.container, file.offset + file.size);
+        } else {
+            statements_->addContainer.run(instance, file.size);
+            file.container = database_.lastRowId();
+        }
+        storeFile(instance, path, file);
+    });
 }
 
 void SqliteCatalog::damageInstance(int64_t instance) {
-    const std::lock_guard lock(mutex_);
-    statements_->damageInstance.run(instance);
+    write([&] { statements_->damageInstance.run(instance); });
 }
 
 void SqliteCatalog::damageContainer(int64_t container) {
-    const std::lock_guard lock(mutex_);
-    statements_->damageContainer.run(container);
+    write([&] { statements_->damageContainer.run(container); });
 }
 
 void SqliteCatalog::giveUpContainers(int64_t instance) {

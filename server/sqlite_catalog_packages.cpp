@@ -9,7 +9,6 @@
 
 #include "file_descriptor.h"
 #include "sqlite_catalog.h"
-#include "sqlite_durably.h"
 #include "sqlite_file.h"
 #include "sqlite_statements.h"
 
@@ -37,15 +36,13 @@ struct DigestPlace {
 void SqliteCatalog::putBlock(int64_t instance, std::string_view path, const StoredFile& file,
                              int64_t k, std::string_view md5) {
     const DigestPlace place(file, k);
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    statements_->putDigest.run(file.container, place.position, stamp_, Blob{md5}, place.begin);
-    statements_->setBlocks.run(instance, Blob{path}, k);
-    transaction.commit();
+    write([&] {
+        statements_->putDigest.run(file.container, place.position, stamp_, Blob{md5}, place.begin);
+        statements_->setBlocks.run(instance, Blob{path}, k);
+    });
 }
 
 void SqliteCatalog::dropBlocks(int64_t instance, const std::vector<KeptBlocks>& files) {
-    const std::lock_guard lock(mutex_);
     durably([&] {
         for (const KeptBlocks& file : files) {
             statements_->setBlocks.run(instance, Blob{file.path}, file.blocks);
@@ -61,9 +58,9 @@ int64_t SqliteCatalog::beginSyncPoint() {
 }
 
 void SqliteCatalog::endSyncPoint(int64_t stamp) {
+    write([&] { statements_->setSynced.run(stamp); });
     {
         const std::lock_guard lock(mutex_);
-        statements_->setSynced.run(stamp);
         synced_ = stamp;
     }
     // That the log keeps its order is all that this mark depends on.
@@ -111,49 +108,53 @@ std::optional<std::string> SqliteCatalog::findDigest(const StoredFile& file, int
 }
 
 bool SqliteCatalog::damagePackage(const StoredFile& file) {
-    const std::lock_guard lock(mutex_);
-    statements_->damagePackage.run(file.container, file.offset);
-    return database_.changes() == 1;
+    bool news = false;
+    write([&] {
+        statements_->damagePackage.run(file.container, file.offset);
+        news = database_.changes() == 1;
+    });
+    return news;
 }
 
 std::vector<CatalogItem> SqliteCatalog::listItems(int64_t instance, std::string_view after,
                                                   size_t limit) {
-    const std::lock_guard lock(mutex_);
     std::vector<CatalogItem> items;
-    auto rows = statements_->listItems.query(instance, Blob{after}, static_cast<int64_t>(limit));
-    while (rows.next()) {
-        items.push_back({std::string(rows.text(0)), sqliteFile(rows), rows.integer(11) != 0});
+    TurnMutex::Clock::time_point begin;
+    {
+        const std::lock_guard lock(mutex_);
+        begin = TurnMutex::Clock::now();
+        auto rows =
+            statements_->listItems.query(instance, Blob{after}, static_cast<int64_t>(limit));
+        while (rows.next()) {
+            items.push_back({std::string(rows.text(0)), sqliteFile(rows), rows.integer(11) != 0});
+        }
     }
+    mutex_.giveWay(begin);
     return items;
 }
 
 void SqliteCatalog::awaitAgain(int64_t instance, const std::vector<CatalogItem>& items) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    for (const CatalogItem& item : items) {
-        if (item.file.sound && item.file.size > 0) {
-            statements_->damagePackage.run(item.file.container, item.file.offset);
+    write([&] {
+        for (const CatalogItem& item : items) {
+            if (item.file.sound && item.file.size > 0) {
+                statements_->damagePackage.run(item.file.container, item.file.offset);
+            }
+            statements_->awaitAgain.run(instance, Blob{item.path});
         }
-        statements_->awaitAgain.run(instance, Blob{item.path});
-    }
-    transaction.commit();
+    });
 }
 
 void SqliteCatalog::forgetPackages(int64_t container) {
-    int64_t deleted = deletedAtOnce;
-    while (deleted == deletedAtOnce) {
-        const std::lock_guard lock(mutex_);
+    inPieces([&] {
         statements_->dropDigests.run(container, deletedAtOnce);
-        deleted = database_.changes();
-    }
-    const std::lock_guard lock(mutex_);
-    statements_->forgetDamage.run(container);
+        return database_.changes() == deletedAtOnce;
+    });
+    write([&] { statements_->forgetDamage.run(container); });
 }
 
 void SqliteCatalog::forgetGivenUp(int64_t container) {
     forgetPackages(container);
-    const std::lock_guard lock(mutex_);
-    statements_->forgetGivenUp.run(container);
+    write([&] { statements_->forgetGivenUp.run(container); });
 }
 
 void SqliteCatalog::forgetStrangers() {

@@ -1,18 +1,13 @@
 // What concerns all files of a backup, in pieces: nobody waits for a million of them.
 #include <algorithm>
-#include <chrono>
 #include <map>
-#include <thread>
 
 #include "sqlite_catalog.h"
-#include "sqlite_durably.h"
 #include "sqlite_statements.h"
 
 namespace dorvo {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // A few milliseconds of work.
 constexpr size_t pieceFiles = 1000;
@@ -20,18 +15,15 @@ constexpr size_t pieceFiles = 1000;
 }  // namespace
 
 void SqliteCatalog::inPieces(const std::function<bool()>& step) {
-    while (true) {
-        Clock::time_point begin;
-        {
-            const std::lock_guard lock(mutex_);
-            begin = Clock::now();
-            if (!step()) {
-                return;
-            }
-        }
-        // Who lets a mutex go and takes it again at once has it before those who wait for it.
-        if (shared_) {
-            std::this_thread::sleep_for(Clock::now() - begin);
+    bool more = true;
+    while (more) {
+        TurnMutex::Clock::time_point begin;
+        locked([&] {
+            begin = TurnMutex::Clock::now();
+            more = step();
+        });
+        if (more) {
+            mutex_.giveWay(begin);
         }
     }
 }
@@ -188,14 +180,11 @@ bool SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime,
         return true;
     });
     bool completed = false;
-    {
-        const std::lock_guard lock(mutex_);
-        durably([&] {
-            statements_->completeInstance.run(instance, endTime, items);
-            completed = database_.changes() == 1;
-            statements_->nextGeneration.run();
-        });
-    }
+    durably([&] {
+        statements_->completeInstance.run(instance, endTime, items);
+        completed = database_.changes() == 1;
+        statements_->nextGeneration.run();
+    });
     if (completed && completed_) {
         completed_();
     }
@@ -204,13 +193,10 @@ bool SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime,
 
 void SqliteCatalog::cancelInstance(int64_t instance) {
     // The state first: nothing of a cancelled backup is ever read again.
-    {
-        const std::lock_guard lock(mutex_);
-        durably([&] {
-            giveUpContainers(instance);
-            statements_->cancelInstance.run(instance);
-        });
-    }
+    durably([&] {
+        giveUpContainers(instance);
+        statements_->cancelInstance.run(instance);
+    });
     dropFiles(instance);
 }
 
@@ -223,15 +209,6 @@ void SqliteCatalog::finishCancelling() {
             instances.push_back(rows.integer(0));
         }
     }
-    // Also when it throws: the service goes on without.
-    struct Alone {
-        explicit Alone(bool& shared) : shared_(shared) { shared_ = false; }
-        ~Alone() { shared_ = true; }
-        Alone(const Alone&) = delete;
-        Alone& operator=(const Alone&) = delete;
-        bool& shared_;
-    };
-    const Alone alone(shared_);
     for (const int64_t instance : instances) {
         dropFiles(instance);
     }

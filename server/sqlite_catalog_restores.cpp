@@ -31,14 +31,13 @@ FilePage SqliteCatalog::listFiles(int64_t instance, std::string_view from, std::
 void SqliteCatalog::openRestore(const Session& session, std::string_view name,
                                 std::string_view definition, int64_t instance, size_t kept) {
     std::vector<int64_t> old;
-    {
-        const std::lock_guard lock(mutex_);
+    write([&] {
         statements_->openRestore.run(name, session.machineId, definition, instance);
         auto rows = statements_->listOldRestores.query(session.userId, static_cast<int64_t>(kept));
         while (rows.next()) {
             old.push_back(rows.integer(0));
         }
-    }
+    });
     for (const int64_t restore : old) {
         dropRestore(restore);
     }
@@ -63,8 +62,7 @@ std::optional<Restore> SqliteCatalog::findRestore(std::string_view name) {
 }
 
 void SqliteCatalog::putHistory(int64_t restore, std::string_view history) {
-    const std::lock_guard lock(mutex_);
-    statements_->putHistory.run(restore, history);
+    write([&] { statements_->putHistory.run(restore, history); });
 }
 
 }  // namespace dorvo

@@ -93,6 +93,9 @@ void whileThereIsRoom(const Call& call) {
     }
 }
 
+// For another program that writes to the catalog. It is less than what makes a client try again.
+constexpr std::chrono::seconds catalogPatience(2);
+
 // Calls of endpoints wait for locks and, at the end of a backup, for the disk.
 HttpThreads threadCounts() {
     const size_t cores = std::max(1U, std::thread::hardware_concurrency());
@@ -123,7 +126,8 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
       blocks_(data_ / "packages", options.containerBytes,
               [this](int64_t container, size_t bytes) { syncPoints_->wrote(container, bytes); }),
       room_(data_, options.reserve, options.space),
-      catalog_(soundCatalog(data_, blocks_, room_), [this] { generations_->follow(); }),
+      catalog_(
+          soundCatalog(data_, blocks_, room_), [this] { generations_->follow(); }, catalogPatience),
       dispatcher_(catalog_, blocks_, room_, options.sessionLifetime) {
     const std::string boot = options.boot.empty() ? bootIdentity() : options.boot;
     room_.givingWay([&] { reconcile(catalog_, blocks_, boot, logEvent); });

@@ -144,6 +144,29 @@ TEST_F(HttpCrowd, BodiesTogetherHaveABudget) {
     }
 }
 
+TEST_F(HttpCrowd, TheMemoryForABodyGoesOneMebibyteAheadOfWhatHasCome) {
+    constexpr size_t mebibyte = size_t{1} << 20U;
+    limits.memoryBytes = 5 * mebibyte / 2;
+    restart();
+    const auto large = [](size_t size) {
+        return head("/large", "Cookie: good\r\nContent-Length: " + std::to_string(size) + "\r\n");
+    };
+    const auto slow = introduced(server->port(), known);
+    slow->send(large(2 * mebibyte) + bodyOf(20'000));
+    EXPECT_EQ(ask("").status, 200);  // what came before has been seen to
+    struct Row {
+        size_t size;
+        int status;
+    };
+    for (const Row& row : {Row{5 * mebibyte / 4, 200}, Row{2 * mebibyte, 503}}) {
+        Client other(server->port());
+        other.send(large(row.size) + bodyOf(row.size));
+        EXPECT_EQ(other.receive().status, row.status) << row.size;
+    }
+    slow->send(bodyOf(2 * mebibyte - 20'000));
+    EXPECT_EQ(slow->receive().status, 200);
+}
+
 TEST_F(HttpCrowd, AClientHasItsShareOfTheMemoryUnlessManyAreBehindIt) {
     limits.memoryOfClientBytes = 50'000;
     for (const bool many : {false, true}) {
