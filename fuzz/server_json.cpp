@@ -1,10 +1,10 @@
 // A request's JSON body: every reader gives a value or refuses.
 #include <boost/json.hpp>
 
-#include "file_attributes.h"
+#include "endpoints/file_attributes.h"
+#include "endpoints/json_body.h"
 #include "input.h"
-#include "json_body.h"
-#include "service_error.h"
+#include "support/service_error.h"
 
 using namespace dorvo;
 

@@ -10,14 +10,14 @@
 #include <ctime>
 #include <thread>
 
-#include "digest.h"
+#include "catalog/sqlite_catalog.h"
 #include "dispatcher.h"
-#include "file_block_store.h"
-#include "file_descriptor.h"
 #include "httpd/http_connection.h"
 #include "input.h"
-#include "package_marker.h"
-#include "sqlite_catalog.h"
+#include "packages/file_block_store.h"
+#include "packages/package_marker.h"
+#include "support/digest.h"
+#include "support/file_descriptor.h"
 
 using namespace dorvo;
 namespace asio = boost::asio;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <exception>
 
-#include "event_log.h"
-#include "stop_wait.h"
+#include "support/event_log.h"
+#include "support/stop_wait.h"
 
 namespace dorvo {
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <thread>
 
-#include "catalog.h"
-#include "disk_room.h"
+#include "catalog/catalog.h"
+#include "packages/disk_room.h"
 
 namespace dorvo {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-#include "digest.h"
+#include "support/digest.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

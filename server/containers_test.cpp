@@ -1,8 +1,8 @@
 // Which files a backup's packages lie in, and when one of them may go.
 #include <fstream>
 
-#include "sqlite.h"
-#include "sqlite_versions.h"
+#include "catalog/sqlite.h"
+#include "catalog/sqlite_versions.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

@@ -2,10 +2,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "after_crash.h"
-#include "backup_endpoints.h"
-#include "service_error.h"
-#include "sqlite.h"
+#include "catalog/sqlite.h"
+#include "endpoints/backup_endpoints.h"
+#include "packages/after_crash.h"
+#include "support/service_error.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

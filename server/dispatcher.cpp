@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <boost/json.hpp>
 
-#include "disk_full.h"
-#include "event_log.h"
-#include "given_up.h"
+#include "endpoints/json_body.h"
 #include "httpd/client_network.h"
-#include "json_body.h"
-#include "service_error.h"
+#include "packages/given_up.h"
+#include "support/disk_full.h"
+#include "support/event_log.h"
+#include "support/service_error.h"
 
 namespace dorvo {
 

@@ -3,12 +3,12 @@
 
 #include <string_view>
 
-#include "account_endpoints.h"
-#include "backup_endpoints.h"
+#include "endpoints/account_endpoints.h"
+#include "endpoints/backup_endpoints.h"
+#include "endpoints/key_endpoints.h"
+#include "endpoints/restore_endpoints.h"
 #include "httpd/http_service.h"
-#include "key_endpoints.h"
 #include "late_work.h"
-#include "restore_endpoints.h"
 
 namespace dorvo {
 

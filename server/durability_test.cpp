@@ -3,7 +3,7 @@
 #include <functional>
 #include <future>
 
-#include "sqlite_catalog.h"
+#include "catalog/sqlite_catalog.h"
 #include "testing/false_disk.h"
 #include "testing/service_fixture.h"
 

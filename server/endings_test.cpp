@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "instance_locks.h"
-#include "service_error.h"
-#include "sqlite.h"
+#include "catalog/sqlite.h"
+#include "endpoints/instance_locks.h"
+#include "support/service_error.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

@@ -4,9 +4,9 @@
 #include <future>
 
 #include "abandoned_runs.h"
-#include "disk_full.h"
-#include "instance_access.h"
-#include "service_error.h"
+#include "endpoints/instance_access.h"
+#include "support/disk_full.h"
+#include "support/service_error.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

@@ -17,8 +17,8 @@
 #include <stop_token>
 #include <thread>
 
-#include "file_block_store.h"
-#include "sqlite_catalog.h"
+#include "catalog/sqlite_catalog.h"
+#include "packages/file_block_store.h"
 
 namespace dorvo {
 

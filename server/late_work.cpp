@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "event_log.h"
+#include "support/event_log.h"
 
 namespace dorvo {
 

@@ -5,10 +5,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "after_crash.h"
-#include "digest.h"
-#include "given_up.h"
-#include "package_marker.h"
+#include "packages/after_crash.h"
+#include "packages/given_up.h"
+#include "packages/package_marker.h"
+#include "support/digest.h"
 
 namespace dorvo {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "file_block_store.h"
-#include "sqlite_catalog.h"
+#include "catalog/sqlite_catalog.h"
+#include "packages/file_block_store.h"
 
 namespace dorvo {
 

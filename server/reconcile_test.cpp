@@ -7,8 +7,8 @@
 #include <regex>
 #include <thread>
 
-#include "package_marker.h"
-#include "sqlite.h"
+#include "catalog/sqlite.h"
+#include "packages/package_marker.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

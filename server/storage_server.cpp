@@ -13,10 +13,10 @@
 #include <thread>
 
 #include "descriptor_limit.h"
-#include "disk_full.h"
+#include "endpoints/password_hash.h"
 #include "listen_address.h"
-#include "password_hash.h"
 #include "reconcile.h"
+#include "support/disk_full.h"
 #include "version.h"
 
 namespace dorvo {

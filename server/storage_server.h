@@ -12,15 +12,15 @@
 #include <string>
 
 #include "abandoned_runs.h"
-#include "disk_room.h"
+#include "catalog/sqlite_catalog.h"
 #include "dispatcher.h"
-#include "event_log.h"
-#include "file_block_store.h"
-#include "file_descriptor.h"
 #include "generations.h"
 #include "httpd/http_server.h"
-#include "sqlite_catalog.h"
-#include "sync_points.h"
+#include "packages/disk_room.h"
+#include "packages/file_block_store.h"
+#include "packages/sync_points.h"
+#include "support/event_log.h"
+#include "support/file_descriptor.h"
 
 namespace dorvo {
 

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "digest.h"
-#include "sqlite.h"
+#include "catalog/sqlite.h"
+#include "support/digest.h"
 
 namespace dorvo {
 

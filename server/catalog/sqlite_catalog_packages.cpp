@@ -1,0 +1,173 @@
+// What the catalog knows of packages beside their places: the digests of their blocks, and damage.
+//
+// The digests of up to 64 blocks stand in one row, under the place where the first of these blocks
+// begins: a small package has one row, a large one is extended cheaply.
+#include <fcntl.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "catalog/sqlite_catalog.h"
+#include "catalog/sqlite_file.h"
+#include "catalog/sqlite_statements.h"
+#include "support/file_descriptor.h"
+
+namespace dorvo {
+
+namespace {
+
+constexpr int64_t md5Bytes = 16;
+constexpr int64_t groupBlocks = 64;
+// How many rows are deleted before others have their turn.
+constexpr int64_t deletedAtOnce = 4096;
+
+// Where the digest of a package's block k is.
+struct DigestPlace {
+    int64_t position;
+    int64_t begin;  // in the row's digests
+
+    DigestPlace(const StoredFile& file, int64_t k)
+        : position(file.offset + (k - 1) / groupBlocks * groupBlocks * blockBytes),
+          begin((k - 1) % groupBlocks * md5Bytes) {}
+};
+
+}  // namespace
+
+void SqliteCatalog::putBlock(int64_t instance, std::string_view path, const StoredFile& file,
+                             int64_t k, std::string_view md5) {
+    const DigestPlace place(file, k);
+    write([&] {
+        statements_->putDigest.run(file.container, place.position, stamp_, Blob{md5}, place.begin);
+        statements_->setBlocks.run(instance, Blob{path}, k);
+    });
+}
+
+void SqliteCatalog::dropBlocks(int64_t instance, const std::vector<KeptBlocks>& files) {
+    durably([&] {
+        for (const KeptBlocks& file : files) {
+            statements_->setBlocks.run(instance, Blob{file.path}, file.blocks);
+        }
+    });
+}
+
+int64_t SqliteCatalog::beginSyncPoint() {
+    const std::lock_guard lock(mutex_);
+    // One that failed is begun again: no more than two stamps are ever ahead of what is synced.
+    stamp_ = synced_ + 2;
+    return synced_ + 1;
+}
+
+void SqliteCatalog::endSyncPoint(int64_t stamp) {
+    write([&] { statements_->setSynced.run(stamp); });
+    {
+        const std::lock_guard lock(mutex_);
+        synced_ = stamp;
+    }
+    // That the log keeps its order is all that this mark depends on.
+    syncChanges();
+}
+
+void SqliteCatalog::syncChanges() {
+    // Not under the lock, and not as a durable commit would: others go on meanwhile. What is not in
+    // the log any more was synced when it was moved.
+    const std::string path = path_ + "-wal";
+    const FileDescriptor log(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!log && errno == ENOENT) {
+        return;
+    }
+    if (!log || ::fdatasync(log.get()) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot sync " + path);
+    }
+}
+
+std::optional<int64_t> SqliteCatalog::findUnsynced(const StoredFile& file) {
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->findUnsynced.query(file.container, file.offset,
+                                                file.offset + file.size, synced_);
+    rows.next();
+    return rows.isNull(0) ? std::nullopt
+                          : std::optional((rows.integer(0) - file.offset) / blockBytes + 1);
+}
+
+std::vector<int64_t> SqliteCatalog::listRunning() {
+    const std::lock_guard lock(mutex_);
+    std::vector<int64_t> list;
+    for (auto rows = statements_->listRunning.query(); rows.next();) {
+        list.push_back(rows.integer(0));
+    }
+    return list;
+}
+
+std::optional<std::string> SqliteCatalog::findDigest(const StoredFile& file, int64_t k) {
+    const DigestPlace place(file, k);
+    const std::lock_guard lock(mutex_);
+    auto rows = statements_->findDigest.query(file.container, place.position, place.begin + 1);
+    rows.next();
+    const bool kept = !rows.isNull(0) || rows.integer(1) != 0;
+    return kept ? std::optional(std::string(rows.text(0))) : std::nullopt;
+}
+
+bool SqliteCatalog::damagePackage(const StoredFile& file) {
+    bool news = false;
+    write([&] {
+        statements_->damagePackage.run(file.container, file.offset);
+        news = database_.changes() == 1;
+    });
+    return news;
+}
+
+std::vector<CatalogItem> SqliteCatalog::listItems(int64_t instance, std::string_view after,
+                                                  size_t limit) {
+    std::vector<CatalogItem> items;
+    TurnMutex::Clock::time_point begin;
+    {
+        const std::lock_guard lock(mutex_);
+        begin = TurnMutex::Clock::now();
+        auto rows =
+            statements_->listItems.query(instance, Blob{after}, static_cast<int64_t>(limit));
+        while (rows.next()) {
+            items.push_back({std::string(rows.text(0)), sqliteFile(rows), rows.integer(11) != 0});
+        }
+    }
+    mutex_.giveWay(begin);
+    return items;
+}
+
+void SqliteCatalog::awaitAgain(int64_t instance, const std::vector<CatalogItem>& items) {
+    write([&] {
+        for (const CatalogItem& item : items) {
+            if (item.file.sound && item.file.size > 0) {
+                statements_->damagePackage.run(item.file.container, item.file.offset);
+            }
+            statements_->awaitAgain.run(instance, Blob{item.path});
+        }
+    });
+}
+
+void SqliteCatalog::forgetPackages(int64_t container) {
+    inPieces([&] {
+        statements_->dropDigests.run(container, deletedAtOnce);
+        return database_.changes() == deletedAtOnce;
+    });
+    write([&] { statements_->forgetDamage.run(container); });
+}
+
+void SqliteCatalog::forgetGivenUp(int64_t container) {
+    forgetPackages(container);
+    write([&] { statements_->forgetGivenUp.run(container); });
+}
+
+void SqliteCatalog::forgetStrangers() {
+    std::vector<int64_t> strangers;
+    {
+        const std::lock_guard lock(mutex_);
+        for (auto rows = statements_->listStrangers.query(); rows.next();) {
+            strangers.push_back(rows.integer(0));
+        }
+    }
+    for (const int64_t container : strangers) {
+        forgetPackages(container);
+    }
+}
+
+}  // namespace dorvo

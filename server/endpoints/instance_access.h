@@ -1,0 +1,37 @@
+// What all requests about backups share: ids, and whose backup it is.
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "catalog/catalog.h"
+
+namespace dorvo {
+
+inline constexpr size_t maxIdBytes = 255;
+
+// The id under that key: not empty, short and printable. It lives as long as the body.
+std::string_view idMember(const boost::json::object& body, std::string_view key);
+
+// The instance of the session's user, which is in use with that. ServiceError 404 where there is
+// none, whether nobody has one of that name or another user has.
+Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name);
+
+// The same, for a request that would make it else.
+std::optional<Instance> findOwnInstance(Catalog& catalog, const Session& session,
+                                        std::string_view name);
+
+// Both throw ServiceError 409 otherwise; the first wants the second too.
+void requireRunning(const Instance& instance);
+void requireUndamaged(const Instance& instance);
+
+// Throws the 409 that says which state the backup is in.
+[[noreturn]] void refuseState(const Instance& instance);
+
+// The "errors" of a request that reports failed files. A path that no file can have here is made
+// into one: the report is about it, and the others' must not be lost for it.
+std::vector<FailedFile> errorsMember(const boost::json::object& body);
+
+}  // namespace dorvo
