@@ -1,10 +1,10 @@
 // A request's JSON body: every reader gives a value or refuses.
 #include <boost/json.hpp>
 
-#include "endpoints/file_attributes.h"
+#include "common/service_error.h"
+#include "endpoints/instance_access.h"
 #include "endpoints/json_body.h"
 #include "input.h"
-#include "support/service_error.h"
 
 using namespace dorvo;
 

@@ -1,7 +1,7 @@
 // A multipart body behind the line of its content type: parts lie within it.
+#include "common/service_error.h"
 #include "endpoints/multipart.h"
 #include "input.h"
-#include "support/service_error.h"
 
 using namespace dorvo;
 

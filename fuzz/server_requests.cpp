@@ -11,13 +11,13 @@
 #include <thread>
 
 #include "catalog/sqlite_catalog.h"
+#include "common/digest.h"
+#include "common/files.h"
 #include "dispatcher.h"
 #include "httpd/http_connection.h"
 #include "input.h"
 #include "packages/file_block_store.h"
 #include "packages/package_marker.h"
-#include "support/digest.h"
-#include "support/file_descriptor.h"
 
 using namespace dorvo;
 namespace asio = boost::asio;

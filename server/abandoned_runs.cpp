@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <exception>
 
-#include "support/event_log.h"
-#include "support/stop_wait.h"
+#include "common/service_log.h"
+#include "common/stop_wait.h"
 
 namespace dorvo {
 
@@ -24,8 +24,8 @@ void attempt(const Call& call) {
 
 }  // namespace
 
-AbandonedRuns::AbandonedRuns(Catalog& catalog, DiskRoom& room, seconds lifetime, GiveUp giveUp)
-    : catalog_(catalog),
+AbandonedRuns::AbandonedRuns(Instances& instances, DiskRoom& room, seconds lifetime, GiveUp giveUp)
+    : instances_(instances),
       room_(room),
       lifetime_(lifetime),
       giveUp_(std::move(giveUp)),
@@ -44,7 +44,7 @@ void AbandonedRuns::look(seconds passed) {
     std::vector<int64_t> list;
     attempt([&] {
         list =
-            room_.givingWay([&] { return catalog_.listIdle(passed.count(), lifetime_.count()); });
+            room_.givingWay([&] { return instances_.listIdle(passed.count(), lifetime_.count()); });
     });
     for (const int64_t instance : list) {
         attempt([&] { giveUp_(instance, lifetime_); });

@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "catalog/catalog.h"
+#include "catalog/instances.h"
 #include "packages/disk_room.h"
 
 namespace dorvo {
@@ -24,7 +24,8 @@ public:
     using GiveUp = std::function<void(int64_t instance, std::chrono::seconds lifetime)>;
 
     // Borrows the catalog and the room.
-    AbandonedRuns(Catalog& catalog, DiskRoom& room, std::chrono::seconds lifetime, GiveUp giveUp);
+    AbandonedRuns(Instances& instances, DiskRoom& room, std::chrono::seconds lifetime,
+                  GiveUp giveUp);
     // Stops and joins; a backup that is being ended is ended.
     ~AbandonedRuns() = default;
     AbandonedRuns(const AbandonedRuns&) = delete;
@@ -34,7 +35,7 @@ private:
     void work(const std::stop_token& stop);
     void look(std::chrono::seconds passed);
 
-    Catalog& catalog_;
+    Instances& instances_;
     DiskRoom& room_;
     const std::chrono::seconds lifetime_;
     const GiveUp giveUp_;

@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-#include "support/digest.h"
+#include "common/digest.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "httpd/forwarded_client.h"
-#include "version.h"
+#include "storage_server.h"
 
 namespace dorvo {
 

@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include "catalog/sqlite.h"
+#include "common/service_error.h"
 #include "endpoints/backup_endpoints.h"
-#include "packages/after_crash.h"
-#include "support/service_error.h"
+#include "packages/backup_packages.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {
@@ -334,7 +334,7 @@ TEST_F(Damage, OfTheOrderOfRowsIsNoWholeBackup) {
     FileBlockStore blocks(data / "packages");
     DiskRoom room(data, 0, {});
     Disordered catalog((data / "catalog.db").string());
-    BackupEndpoints endpoints(catalog, blocks, room, [] {});
+    BackupEndpoints endpoints(catalog, catalog, blocks, room, [] {});
     const Session session{1, 1, "alice", "pc"};
     for (const char* state : {"at its end", "after a power cut"}) {
         SCOPED_TRACE(state);

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <boost/json.hpp>
 
+#include "common/files.h"
+#include "common/service_error.h"
+#include "common/service_log.h"
 #include "endpoints/json_body.h"
 #include "httpd/client_network.h"
-#include "packages/given_up.h"
-#include "support/disk_full.h"
-#include "support/event_log.h"
-#include "support/service_error.h"
+#include "packages/backup_packages.h"
 
 namespace dorvo {
 
@@ -206,13 +206,13 @@ struct Dispatcher::Endpoint {
     template <auto method>
     static constexpr auto restore = &call<&Dispatcher::restores_, method>;
     template <auto method>
-    static constexpr auto key = &call<&Dispatcher::keys_, method>;
+    static constexpr auto account = &call<&Dispatcher::accounts_, method>;
 };
 
 const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
     using B = BackupEndpoints;
     using R = RestoreEndpoints;
-    using K = KeyEndpoints;
+    using A = AccountEndpoints;
     static constexpr Endpoint table[] = {
         {"/dorvo/WebServer/user/Login.php", loginBody, nullptr, &Endpoint::login},
         {"/dorvo/WebServer/user/Logout.php", smallBody, &Endpoint::logout},
@@ -239,9 +239,9 @@ const Dispatcher::Endpoint* Dispatcher::find(std::string_view path) {
         {"/dorvo/WebServer/jobs/RestoreJobHistory.php", smallBody,
          Endpoint::restore<&R::restoreJobHistory>},
         {"/dorvo/WebServer/catalog/ListFiles.php", smallBody, Endpoint::restore<&R::listFiles>},
-        {"/dorvo/WebServer/keys/GetMD5ofKeys.php", smallBody, Endpoint::key<&K::getMd5OfKeys>},
+        {"/dorvo/WebServer/keys/GetMD5ofKeys.php", smallBody, Endpoint::account<&A::getMd5OfKeys>},
         {"/dorvo/WebServer/keys/ExportMD5ofKeys.php", smallBody,
-         Endpoint::key<&K::exportMd5OfKeys>},
+         Endpoint::account<&A::exportMd5OfKeys>},
     };
     const auto* const found = std::find_if(std::begin(table), std::end(table),
                                            [path](const Endpoint& e) { return e.path == path; });
@@ -252,7 +252,7 @@ Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, DiskRoom& room,
                        int64_t sessionLifetime)
     : room_(room),
       accounts_(catalog, sessionLifetime),
-      backups_(catalog, blocks, room,
+      backups_(catalog, catalog, blocks, room,
                [this, &catalog, &blocks] {
                    const auto work = [&catalog, &blocks] {
                        freeGivenUp(catalog, blocks);
@@ -260,8 +260,7 @@ Dispatcher::Dispatcher(Catalog& catalog, BlockStore& blocks, DiskRoom& room,
                    };
                    endings_.run({}, {}, work, {});
                }),
-      restores_(catalog, blocks, room),
-      keys_(catalog),
+      restores_(catalog, catalog, blocks, room),
       logins_(loginOptions()),
       // Of these no more wait than there are connections.
       endings_({.threads = endingThreads}) {}

@@ -3,9 +3,9 @@
 
 #include <string_view>
 
+#include "catalog/catalog.h"
 #include "endpoints/account_endpoints.h"
 #include "endpoints/backup_endpoints.h"
-#include "endpoints/key_endpoints.h"
 #include "endpoints/restore_endpoints.h"
 #include "httpd/http_service.h"
 #include "late_work.h"
@@ -41,7 +41,6 @@ private:
     AccountEndpoints accounts_;
     BackupEndpoints backups_;
     RestoreEndpoints restores_;
-    KeyEndpoints keys_;
     // Their threads call the endpoints.
     LateWork logins_;
     LateWork endings_;

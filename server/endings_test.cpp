@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "catalog/sqlite.h"
+#include "common/service_error.h"
 #include "endpoints/instance_locks.h"
-#include "support/service_error.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

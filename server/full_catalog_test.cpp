@@ -4,9 +4,9 @@
 #include <future>
 
 #include "abandoned_runs.h"
+#include "common/files.h"
+#include "common/service_error.h"
 #include "endpoints/instance_access.h"
-#include "support/disk_full.h"
-#include "support/service_error.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {
@@ -104,7 +104,7 @@ protected:
 };
 
 TEST_F(FullDisk, AbandonedRunsAreGivenUpForAllThat) {
-    BackupEndpoints backups(*catalog, *blocks, *room, [] {});
+    BackupEndpoints backups(*catalog, *catalog, *blocks, *room, [] {});
     column(
         "INSERT INTO instances(id, user, name, machine, definition, base, state, compress, idle)"
         " VALUES(7, 1, 'first', 1, 'job', 0, 1, 0, 1000), (8, 1, 'last', 1, 'job', 0, 1, 0, 1000)");
@@ -135,7 +135,7 @@ TEST_F(FullDisk, ReadersNeedNoRoom) {
 }
 
 TEST_F(FullDisk, DamageIsSaidAndRememberedIfThatCanBe) {
-    RestoreEndpoints restores(*catalog, *blocks, *room);
+    RestoreEndpoints restores(*catalog, *catalog, *blocks, *room);
     fs::resize_file(data / "packages" / "01" / "1.pkg", 0);
     const json::object body{{"machine", "pc"},
                             {"jobinstanceid", "done"},

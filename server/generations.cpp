@@ -4,9 +4,9 @@
 #include <functional>
 #include <string>
 
+#include "common/service_log.h"
+#include "common/stop_wait.h"
 #include "packages/package_marker.h"
-#include "support/event_log.h"
-#include "support/stop_wait.h"
 
 namespace dorvo {
 

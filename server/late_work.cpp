@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "support/event_log.h"
+#include "common/service_log.h"
 
 namespace dorvo {
 

@@ -8,8 +8,8 @@
 #include <system_error>
 
 #include "command_line.h"
+#include "common/service_log.h"
 #include "storage_server.h"
-#include "support/request_log.h"
 
 namespace {
 

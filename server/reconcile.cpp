@@ -5,10 +5,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "packages/after_crash.h"
-#include "packages/given_up.h"
+#include "common/digest.h"
+#include "packages/backup_packages.h"
 #include "packages/package_marker.h"
-#include "support/digest.h"
 
 namespace dorvo {
 

@@ -1,23 +1,24 @@
 #include "storage_server.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
 
+#include "common/files.h"
 #include "descriptor_limit.h"
 #include "endpoints/password_hash.h"
-#include "listen_address.h"
 #include "reconcile.h"
-#include "support/disk_full.h"
-#include "version.h"
 
 namespace dorvo {
 
@@ -96,6 +97,32 @@ void whileThereIsRoom(const Call& call) {
 // For another program that writes to the catalog. It is less than what makes a client try again.
 constexpr std::chrono::seconds catalogPatience(2);
 
+// The address of a name such as "localhost", an IPv4 one where it has one; an address stays what it
+// is.
+std::string listenAddress(const std::string& host) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* first = nullptr;
+    const int result = ::getaddrinfo(host.c_str(), nullptr, &hints, &first);
+    if (result != 0) {
+        throw std::runtime_error("cannot serve at '" + host + "': " + ::gai_strerror(result));
+    }
+    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> all(first, &::freeaddrinfo);
+    const addrinfo* chosen = first;
+    while (chosen != nullptr && chosen->ai_family != AF_INET) {
+        chosen = chosen->ai_next;
+    }
+    if (chosen == nullptr) {
+        chosen = first;
+    }
+    std::array<char, NI_MAXHOST> text{};
+    if (::getnameinfo(chosen->ai_addr, chosen->ai_addrlen, text.data(), text.size(), nullptr, 0,
+                      NI_NUMERICHOST) != 0) {
+        throw std::runtime_error("cannot serve at '" + host + "'");
+    }
+    return text.data();
+}
+
 // Calls of endpoints wait for locks and, at the end of a backup, for the disk.
 HttpThreads threadCounts() {
     const size_t cores = std::max(1U, std::thread::hardware_concurrency());
@@ -103,6 +130,8 @@ HttpThreads threadCounts() {
 }
 
 }  // namespace
+
+const char* const serverVersion = DORVO_VERSION;
 
 HttpLimits serviceLimits() {
     HttpLimits limits;

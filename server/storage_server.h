@@ -13,16 +13,19 @@
 
 #include "abandoned_runs.h"
 #include "catalog/sqlite_catalog.h"
+#include "common/files.h"
+#include "common/service_log.h"
 #include "dispatcher.h"
 #include "generations.h"
 #include "httpd/http_server.h"
 #include "packages/disk_room.h"
 #include "packages/file_block_store.h"
 #include "packages/sync_points.h"
-#include "support/event_log.h"
-#include "support/file_descriptor.h"
 
 namespace dorvo {
+
+// "1.2.3", as the build was told it.
+extern const char* const serverVersion;
 
 // Strangers get little time, and those of one address not every place. The machine itself is
 // exempt: whatever makes a tunnel to the server is on it.

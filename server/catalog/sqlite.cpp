@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "support/disk_full.h"
+#include "common/files.h"
 
 namespace dorvo {
 

@@ -10,7 +10,7 @@
 #include "catalog/checkpointer.h"
 #include "catalog/sqlite_statements.h"
 #include "catalog/sqlite_versions.h"
-#include "support/disk_full.h"
+#include "common/files.h"
 
 namespace dorvo {
 

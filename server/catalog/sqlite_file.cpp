@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "support/digest.h"
+#include "common/digest.h"
 
 namespace dorvo {
 

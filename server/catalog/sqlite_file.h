@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "catalog/catalog.h"
+#include "catalog/instances.h"
 #include "catalog/sqlite.h"
 
 namespace dorvo {

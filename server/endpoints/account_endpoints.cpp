@@ -4,14 +4,16 @@
 #include <boost/json.hpp>
 #include <chrono>
 
+#include "common/digest.h"
+#include "common/service_error.h"
+#include "common/service_log.h"
 #include "endpoints/json_body.h"
 #include "endpoints/password_hash.h"
 #include "httpd/client_network.h"
-#include "support/digest.h"
-#include "support/event_log.h"
-#include "support/service_error.h"
 
 namespace dorvo {
+
+namespace json = boost::json;
 
 namespace {
 
@@ -19,6 +21,7 @@ constexpr std::string_view cookieName = "DORVOSESSION=";
 constexpr size_t tokenDigits = 64;
 constexpr size_t maxName = 255;
 constexpr size_t maxPassword = 1024;
+constexpr size_t md5Digits = 32;
 
 int64_t uptime() {
     return std::chrono::duration_cast<std::chrono::seconds>(
@@ -47,10 +50,10 @@ std::string_view tokenOf(std::string_view cookie) {
 
 }  // namespace
 
-AccountEndpoints::AccountEndpoints(Catalog& catalog, int64_t sessionLifetime)
-    : catalog_(catalog),
+AccountEndpoints::AccountEndpoints(Accounts& accounts, int64_t sessionLifetime)
+    : accounts_(accounts),
       sessionLifetime_(sessionLifetime),
-      clock_(catalog.lastUse(), sessionLifetime) {}
+      clock_(accounts.lastUse(), sessionLifetime) {}
 
 std::string_view checkName(std::string_view name, std::string_view what) {
     checkId(name, what);
@@ -65,7 +68,7 @@ std::optional<Session> AccountEndpoints::session(std::string_view cookie) {
     if (token.empty()) {
         return std::nullopt;
     }
-    return catalog_.findSession(sha256(token), clock_.now(), sessionLifetime_);
+    return accounts_.findSession(sha256(token), clock_.now(), sessionLifetime_);
 }
 
 AccountEndpoints::Login AccountEndpoints::login(const WebRequest& request) {
@@ -90,13 +93,13 @@ WebReply AccountEndpoints::finish(const Login& login, const std::string& peer,
     if (!limiter_.begin(login.user, login.network, uptime())) {
         refuseLogin(peer, login.user);
     }
-    if (!passwordMatches(password, catalog_.findPassword(login.user).value_or(""))) {
+    if (!passwordMatches(password, accounts_.findPassword(login.user).value_or(""))) {
         logEvent("failed login from " + peer + " as " + login.user);
         throw ServiceError(401, "wrong user or password");
     }
     limiter_.succeeded(login.user, login.network);
     const std::string token = hexText(randomBytes(tokenDigits / 2));
-    catalog_.addSession(sha256(token), login.user, machine, clock_.now(), sessionLifetime_);
+    accounts_.addSession(sha256(token), login.user, machine, clock_.now(), sessionLifetime_);
     WebReply reply;
     reply.setCookie = std::string(cookieName) + token;
     reply.user = login.user;
@@ -106,7 +109,23 @@ WebReply AccountEndpoints::finish(const Login& login, const std::string& peer,
 
 WebReply AccountEndpoints::logout(const WebRequest& request) {
     parseBody(request.body);
-    catalog_.removeSession(sha256(tokenOf(request.cookie)));
+    accounts_.removeSession(sha256(tokenOf(request.cookie)));
+    return {};
+}
+
+json::object AccountEndpoints::getMd5OfKeys(const Session& session, const json::object&) {
+    return {{"md5", accounts_.findKeys(session.userId)}};
+}
+
+json::object AccountEndpoints::exportMd5OfKeys(const Session& session, const json::object& body) {
+    const std::string_view md5 = textMember(body, "md5", md5Digits);
+    if (md5.size() != md5Digits ||
+        md5.find_first_not_of("0123456789abcdef") != std::string_view::npos) {
+        throw ServiceError(400, "\"md5\" must be 32 lower-case hexadecimal digits");
+    }
+    if (!accounts_.putKeys(session.userId, md5)) {
+        throw ServiceError(409, "the user has other keys");
+    }
     return {};
 }
 

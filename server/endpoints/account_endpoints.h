@@ -1,15 +1,20 @@
-// Login and logout, and the session that a request's cookie stands for.
+// Login and logout, the session that a request's cookie stands for, and the checksum of the user's
+// keys.
 //
 // A session is 256 random bits, sent as 64 hexadecimal digits; the catalog keeps their hash. It
 // ends after being idle for its lifetime. Any thread; a login costs a password hash on purpose,
 // which is the caller's to put where it holds up nobody.
+//
+// By the checksum a machine learns that it holds the wrong keys before it encrypts anything with
+// them. The keys themselves never come here.
 #pragma once
 
+#include <boost/json/fwd.hpp>
 #include <functional>
 #include <string>
 #include <string_view>
 
-#include "catalog/catalog.h"
+#include "catalog/accounts.h"
 #include "endpoints/login_limiter.h"
 #include "endpoints/session_clock.h"
 #include "httpd/web_request.h"
@@ -25,8 +30,8 @@ public:
         std::function<WebReply()> check;
     };
 
-    // Borrows the catalog. The lifetime is in seconds.
-    AccountEndpoints(Catalog& catalog, int64_t sessionLifetime);
+    // Borrows the accounts. The lifetime is in seconds.
+    AccountEndpoints(Accounts& accounts, int64_t sessionLifetime);
 
     // The session of the cookie, if it is a valid one.
     std::optional<Session> session(std::string_view cookie);
@@ -34,11 +39,15 @@ public:
     Login login(const WebRequest& request);
     WebReply logout(const WebRequest& request);
 
+    // Both throw ServiceError to refuse, and have then changed nothing.
+    boost::json::object getMd5OfKeys(const Session& session, const boost::json::object& body);
+    boost::json::object exportMd5OfKeys(const Session& session, const boost::json::object& body);
+
 private:
     WebReply finish(const Login& login, const std::string& peer, const std::string& password,
                     const std::string& machine);
 
-    Catalog& catalog_;
+    Accounts& accounts_;
     int64_t sessionLifetime_;
     SessionClock clock_;
     LoginLimiter limiter_;

@@ -5,12 +5,11 @@
 #include <memory>
 #include <utility>
 
+#include "common/service_error.h"
+#include "common/service_log.h"
 #include "endpoints/instance_access.h"
 #include "endpoints/json_body.h"
-#include "packages/given_up.h"
-#include "packages/package_check.h"
-#include "support/event_log.h"
-#include "support/service_error.h"
+#include "packages/backup_packages.h"
 
 namespace dorvo {
 
@@ -69,12 +68,12 @@ void requireNotCancelled(const Instance& instance) {
 
 Instance BackupEndpoints::openOrFind(const Session& session, std::string_view name,
                                      std::string_view definition, bool compress, bool stores) {
-    const auto instance = findOwnInstance(catalog_, session, name);
+    const auto instance = findOwnInstance(instances_, session, name);
     if (!instance || stores) {
         room_.requireForUpload();
     }
     if (!instance) {
-        return catalog_.openInstance(session, name, definition, compress);
+        return instances_.openInstance(session, name, definition, compress);
     }
     if (instance->definition != definition) {
         throw ServiceError(409, "the backup belongs to another job");
@@ -107,7 +106,7 @@ json::object BackupEndpoints::filesToBackup(const Session& session, const json::
     const InstanceLocks::Guard guard(locks_, session.userId, name);
     const Instance instance = openOrFind(session, name, definition, compress, true);
     requireOpen(instance);
-    const std::vector<bool> send = catalog_.offerFiles(instance.id, files, compress, first);
+    const std::vector<bool> send = instances_.offerFiles(instance.id, files, compress, first);
     if (first) {
         freeSoon_();
     }
@@ -136,7 +135,7 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
     requireNotCancelled(instance);
     requireUndamaged(instance);
     if (instance.state == InstanceState::pending) {
-        catalog_.startInstance(instance.id, startTime, totals);
+        instances_.startInstance(instance.id, startTime, totals);
     }
     return {{"jobinstanceid", name}};
 }
@@ -144,30 +143,30 @@ json::object BackupEndpoints::startJob(const Session& session, const json::objec
 json::object BackupEndpoints::addErrorFiles(const Session& session, const json::object& body) {
     const std::string name(idMember(body, "jobinstanceid"));
     const std::vector<FailedFile> errors = errorsMember(body);
-    if (const auto restore = catalog_.findRestore(name);
+    if (const auto restore = restores_.findRestore(name);
         restore && restore->userId == session.userId) {
-        catalog_.addRestoreErrors(restore->id, errors, maxRestoreErrors);
+        restores_.addRestoreErrors(restore->id, errors, maxRestoreErrors);
         return {};
     }
     const InstanceLocks::Guard guard(locks_, session.userId, name);
-    const Instance instance = ownInstance(catalog_, session, name);
+    const Instance instance = ownInstance(instances_, session, name);
     requireNotCancelled(instance);
     if (instance.state == InstanceState::completed) {
         // A client whose answer got lost ends its run once more; nothing else may change the list.
         const bool known = std::all_of(errors.begin(), errors.end(), [&](const FailedFile& error) {
-            return catalog_.hasError(instance.id, error.path);
+            return instances_.hasError(instance.id, error.path);
         });
         if (!known) {
             refuseState(instance);
         }
         return {};
     }
-    if (catalog_.countErrors(instance.id) + static_cast<int64_t>(errors.size()) > maxErrors) {
+    if (instances_.countErrors(instance.id) + static_cast<int64_t>(errors.size()) > maxErrors) {
         throw ServiceError(409, "too many files of the backup have failed");
     }
-    catalog_.addErrors(instance.id, errors);
+    instances_.addErrors(instance.id, errors);
     // Of what is complete nobody would miss the error, and the next backup would carry it over.
-    catalog_.syncChanges();
+    instances_.syncChanges();
     return {};
 }
 
@@ -176,7 +175,7 @@ BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json
     const std::string endTime(textMember(body, "endtime", maxTime));
     const auto guard = std::make_shared<InstanceLocks::Guard>(locks_, session.userId, name,
                                                               InstanceLocks::Hold::ending);
-    const Instance instance = ownInstance(catalog_, session, name);
+    const Instance instance = ownInstance(instances_, session, name);
     if (instance.state == InstanceState::completed) {
         return {};
     }
@@ -189,25 +188,25 @@ BackupEndpoints::Rest BackupEndpoints::endJob(const Session& session, const json
 
 void BackupEndpoints::complete(const Instance& instance, std::string_view endTime) {
     // Carried-over packages lie where earlier backups have left them.
-    const std::optional<int64_t> items = checkPackages(catalog_, blocks_, instance.id);
+    const std::optional<int64_t> items = checkPackages(instances_, blocks_, instance.id);
     if (!items) {
         logEvent("damaged: the list of backup " + instance.name);
-        catalog_.damageInstance(instance.id);
+        instances_.damageInstance(instance.id);
         refuseLost();
     }
-    if (auto paths = catalog_.listIncomplete(instance.id, maxNamed, maxNamedBytes);
+    if (auto paths = instances_.listIncomplete(instance.id, maxNamed, maxNamedBytes);
         !paths.empty()) {
         throw IncompleteBackup(std::move(paths));
     }
     // The order makes "completed" a promise: bytes and their names first, then the state.
-    for (const PackedContainer& container : catalog_.listPacked(instance.id)) {
+    for (const PackedContainer& container : instances_.listPacked(instance.id)) {
         if (!blocks_.sync(container.id, container.length)) {
-            catalog_.damageInstance(instance.id);
+            instances_.damageInstance(instance.id);
             refuseLost();
         }
     }
     // A sync point may have learnt meanwhile what no later sync is told.
-    if (!catalog_.completeInstance(instance.id, endTime, *items)) {
+    if (!instances_.completeInstance(instance.id, endTime, *items)) {
         refuseLost();
     }
 }
@@ -216,7 +215,7 @@ BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const j
     const std::string name(idMember(body, "id"));
     const auto guard = std::make_shared<InstanceLocks::Guard>(locks_, session.userId, name,
                                                               InstanceLocks::Hold::ending);
-    const Instance instance = ownInstance(catalog_, session, name);
+    const Instance instance = ownInstance(instances_, session, name);
     if (instance.state == InstanceState::completed) {
         refuseState(instance);
     }
@@ -228,18 +227,18 @@ BackupEndpoints::Rest BackupEndpoints::cancelJob(const Session& session, const j
 
 void BackupEndpoints::cancel(int64_t instance) {
     // Should the process die in between, the next start of the service goes on with it.
-    room_.givingWay([&] { catalog_.cancelInstance(instance); });
-    freeGivenUp(catalog_, blocks_);
+    room_.givingWay([&] { instances_.cancelInstance(instance); });
+    freeGivenUp(instances_, blocks_);
 }
 
 void BackupEndpoints::giveUp(int64_t id, int64_t idle) {
-    const auto found = catalog_.findInstance(id);
+    const auto found = instances_.findInstance(id);
     if (!found) {
         return;
     }
     const InstanceLocks::Guard guard(locks_, found->userId, found->name,
                                      InstanceLocks::Hold::ending);
-    const auto instance = catalog_.findInstance(id);  // as it is now that nobody else is at it
+    const auto instance = instances_.findInstance(id);  // as it is now that nobody else is at it
     if (!instance || instance->idle < idle ||
         (instance->state != InstanceState::pending && instance->state != InstanceState::running)) {
         return;
@@ -263,7 +262,7 @@ json::object BackupEndpoints::listInstances(const Session& session, const json::
             throw ServiceError(400, "\"limit\" must not be 0");
         }
         if (const auto name = textMember(body, "after", maxIdBytes); !name.empty()) {
-            after = ownInstance(catalog_, session, name).id;
+            after = ownInstance(instances_, session, name).id;
         }
     }
     json::array list;
@@ -271,7 +270,7 @@ json::object BackupEndpoints::listInstances(const Session& session, const json::
     bool more = true;
     while (more) {
         const auto page =
-            catalog_.listInstances(session.userId, machine, definition, after, limit + 1);
+            instances_.listInstances(session.userId, machine, definition, after, limit + 1);
         more = page.size() > limit;
         for (size_t i = 0; i < std::min(page.size(), limit); ++i) {
             list.push_back(listed(page[i]));

@@ -11,7 +11,8 @@
 #include <string_view>
 #include <utility>
 
-#include "catalog/catalog.h"
+#include "catalog/instances.h"
+#include "catalog/restores.h"
 #include "endpoints/instance_locks.h"
 #include "packages/block_store.h"
 #include "packages/disk_room.h"
@@ -28,8 +29,13 @@ public:
     using FreeSoon = std::function<void()>;
 
     // Borrows all.
-    BackupEndpoints(Catalog& catalog, BlockStore& blocks, DiskRoom& room, FreeSoon freeSoon)
-        : catalog_(catalog), blocks_(blocks), room_(room), freeSoon_(std::move(freeSoon)) {}
+    BackupEndpoints(Instances& instances, Restores& restores, BlockStore& blocks, DiskRoom& room,
+                    FreeSoon freeSoon)
+        : instances_(instances),
+          restores_(restores),
+          blocks_(blocks),
+          room_(room),
+          freeSoon_(std::move(freeSoon)) {}
 
     boost::json::object filesToBackup(const Session& session, const boost::json::object& body);
     boost::json::object startJob(const Session& session, const boost::json::object& body);
@@ -57,7 +63,8 @@ private:
     // Completes a backup that may be completed.
     void complete(const Instance& instance, std::string_view endTime);
 
-    Catalog& catalog_;
+    Instances& instances_;
+    Restores& restores_;
     BlockStore& blocks_;
     DiskRoom& room_;
     const FreeSoon freeSoon_;

@@ -2,13 +2,12 @@
 #include <boost/json.hpp>
 #include <charconv>
 
+#include "common/digest.h"
+#include "common/service_error.h"
 #include "endpoints/backup_endpoints.h"
-#include "endpoints/file_attributes.h"
 #include "endpoints/instance_access.h"
 #include "endpoints/json_body.h"
 #include "endpoints/multipart.h"
-#include "support/digest.h"
-#include "support/service_error.h"
 
 namespace dorvo {
 
@@ -82,10 +81,10 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     const std::string_view path = checkPath(textMember(body, "sourcename", maxPathBytes));
     StoredFile file = readFile(body);
     const InstanceLocks::Guard guard(locks_, session.userId, name);
-    const Instance instance = ownInstance(catalog_, session, name);
+    const Instance instance = ownInstance(instances_, session, name);
     requireRunning(instance);
     room_.requireForUpload();
-    const auto known = catalog_.findFile(instance.id, path);
+    const auto known = instances_.findFile(instance.id, path);
     const bool hasPlace = known && known->sound && known->owner == instance.id;
     file.compress = known ? known->compress : instance.compress;
     const bool keepsPlace = hasPlace && known->size == file.size;
@@ -97,13 +96,13 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
         file.blocks = keepsBlocks ? known->blocks : 0;
     }
     if (hasPlace && !keepsBlocks && known->blocks > 0) {
-        catalog_.dropBlocks(instance.id, {{std::string(path), 0}});
+        instances_.dropBlocks(instance.id, {{std::string(path), 0}});
     }
     const bool missed = known && known->kind == FileKind::awaited;
     if (keepsPlace || file.size == 0) {
-        catalog_.putFile(instance.id, path, file);
+        instances_.putFile(instance.id, path, file);
     } else {
-        catalog_.placeFile(instance.id, path, file, blocks_.limit());
+        instances_.placeFile(instance.id, path, file, blocks_.limit());
     }
     if (hasPlace && !keepsPlace) {
         blocks_.discard(known->container, known->offset, known->size);
@@ -111,7 +110,7 @@ json::object BackupEndpoints::uploadFile(const Session& session, const json::obj
     if (!missed) {
         // After a power cut endjob asks for what is awaited again, and for nothing else: a folder
         // would be missing from a completed backup.
-        catalog_.syncChanges();
+        instances_.syncChanges();
     }
     // A client that has stored more of it goes back to this.
     return {{"blocks", file.blocks}};
@@ -139,9 +138,9 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
         throw ServiceError(400, "the block's MD5 is wrong");
     }
     const InstanceLocks::Guard guard(locks_, session.userId, name);
-    const Instance instance = ownInstance(catalog_, session, name);
+    const Instance instance = ownInstance(instances_, session, name);
     requireRunning(instance);
-    const auto file = catalog_.findFile(instance.id, path);
+    const auto file = instances_.findFile(instance.id, path);
     if (!file) {
         throw ServiceError(404, "the backup has no such file");
     }
@@ -152,10 +151,10 @@ json::object BackupEndpoints::uploadBlock(const Session& session, std::string_vi
     room_.requireForUpload();
     if (k <= file->blocks) {
         // Its old bytes are no longer to be counted on once new ones are being written over them.
-        catalog_.dropBlocks(instance.id, {{std::string(path), k - 1}});
+        instances_.dropBlocks(instance.id, {{std::string(path), k - 1}});
     }
     blocks_.write(file->container, file->offset + (k - 1) * blockBytes, block.content);
-    catalog_.putBlock(instance.id, path, *file, k, digest);
+    instances_.putBlock(instance.id, path, *file, k, digest);
     return {};
 }
 

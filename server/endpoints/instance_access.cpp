@@ -1,11 +1,12 @@
 #include "endpoints/instance_access.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/json.hpp>
 
+#include "common/files.h"
+#include "common/service_error.h"
 #include "endpoints/json_body.h"
-#include "support/disk_full.h"
-#include "support/service_error.h"
 
 namespace dorvo {
 
@@ -30,20 +31,33 @@ std::string reportedPath(std::string_view path) {
     return usable.empty() ? "?" : usable;
 }
 
+constexpr uint32_t directoryAttribute = 16;
+constexpr std::array<std::string_view, 9> names = {"dwFileAttributes",
+                                                   "nFileSizeHigh",
+                                                   "nFileSizeLow",
+                                                   "ftCreationTimedwHighDateTime",
+                                                   "ftCreationTimedwLowDateTime",
+                                                   "ftLastAccessTimedwHighDateTime",
+                                                   "ftLastAccessTimedwLowDateTime",
+                                                   "ftLastWriteTimedwHighDateTime",
+                                                   "ftLastWriteTimedwLowDateTime"};
+constexpr size_t lastWriteHigh = 7;
+constexpr size_t lastWriteLow = 8;
+
 }  // namespace
 
 std::string_view idMember(const json::object& body, std::string_view key) {
     return checkId(textMember(body, key, maxIdBytes), key);
 }
 
-std::optional<Instance> findOwnInstance(Catalog& catalog, const Session& session,
+std::optional<Instance> findOwnInstance(Instances& instances, const Session& session,
                                         std::string_view name) {
-    auto instance = catalog.findInstance(session.userId, name);
+    auto instance = instances.findInstance(session.userId, name);
     const bool underWay = instance && (instance->state == InstanceState::pending ||
                                        instance->state == InstanceState::running);
     if (underWay && instance->idle > 0) {
         try {
-            catalog.useInstance(instance->id);
+            instances.useInstance(instance->id);
         } catch (const DiskFull&) {
             // What frees the disk must go on; the next request says so again.
         }
@@ -51,8 +65,8 @@ std::optional<Instance> findOwnInstance(Catalog& catalog, const Session& session
     return instance;
 }
 
-Instance ownInstance(Catalog& catalog, const Session& session, std::string_view name) {
-    auto instance = findOwnInstance(catalog, session, name);
+Instance ownInstance(Instances& instances, const Session& session, std::string_view name) {
+    auto instance = findOwnInstance(instances, session, name);
     if (!instance) {
         throw ServiceError(404, "no such backup");
     }
@@ -90,6 +104,35 @@ std::vector<FailedFile> errorsMember(const json::object& body) {
                           std::string(textMember(error, "reason", maxReason))});
     }
     return errors;
+}
+
+FileAttributes readAttributes(const json::object& attri) {
+    FileAttributes attributes{};
+    for (size_t i = 0; i < names.size(); ++i) {
+        attributes[i] = u32Member(attri, names[i]);
+    }
+    return attributes;
+}
+
+json::object writeAttributes(const FileAttributes& attributes) {
+    json::object attri;
+    attri.reserve(names.size());
+    for (size_t i = 0; i < names.size(); ++i) {
+        attri.emplace(names[i], attributes[i]);
+    }
+    return attri;
+}
+
+bool isFolder(const FileAttributes& attributes) {
+    return (attributes[0] & directoryAttribute) != 0;
+}
+
+int64_t lastWriteTime(const FileAttributes& attributes) {
+    return static_cast<int64_t>(joinHalves(attributes[lastWriteHigh], attributes[lastWriteLow]));
+}
+
+std::string_view typeText(FileKind kind) {
+    return kind == FileKind::folder ? "folder" : "file";
 }
 
 }  // namespace dorvo

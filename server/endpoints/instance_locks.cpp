@@ -1,6 +1,6 @@
 #include "endpoints/instance_locks.h"
 
-#include "support/service_error.h"
+#include "common/service_error.h"
 
 namespace dorvo {
 

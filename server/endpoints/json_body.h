@@ -1,4 +1,7 @@
 // A request's JSON body, read strictly: what is missing or of another type is a 400 that names it.
+//
+// It comes from strangers: as it is read it is refused where it is deeper, or holds more values,
+// than any request has use for, so that a small text cannot become a large tree.
 #pragma once
 
 #include <boost/json/fwd.hpp>
@@ -14,7 +17,8 @@ inline constexpr size_t maxPathBytes = size_t{128} * 1024;
 // More than any request but those with lists has use for.
 inline constexpr size_t fewValues = 20000;
 
-// The body must be one JSON object in UTF-8, with at most that many values in all.
+// The body must be one JSON object in UTF-8, with at most that many values in all. Throws
+// ServiceError: 413 for too many of whatever it is, 400 for what is none or too deep.
 boost::json::object parseBody(std::string_view body, size_t values = fewValues);
 
 const boost::json::array& arrayMember(const boost::json::object& object, std::string_view key);

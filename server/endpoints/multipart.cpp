@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "support/service_error.h"
+#include "common/service_error.h"
 
 namespace dorvo {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "support/service_error.h"
+#include "common/service_error.h"
 
 namespace dorvo {
 

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "support/digest.h"
+#include "common/digest.h"
 
 namespace dorvo {
 

@@ -4,13 +4,12 @@
 #include <boost/json.hpp>
 #include <charconv>
 
-#include "endpoints/file_attributes.h"
+#include "common/digest.h"
+#include "common/service_error.h"
+#include "common/service_log.h"
 #include "endpoints/instance_access.h"
 #include "endpoints/json_body.h"
-#include "packages/package_check.h"
-#include "support/digest.h"
-#include "support/event_log.h"
-#include "support/service_error.h"
+#include "packages/backup_packages.h"
 
 namespace dorvo {
 
@@ -39,8 +38,8 @@ std::string newRestoreId() {
     return id;
 }
 
-Instance completedBackup(Catalog& catalog, const Session& session, const json::object& body) {
-    Instance instance = ownInstance(catalog, session, idMember(body, "jobinstanceid"));
+Instance completedBackup(Instances& instances, const Session& session, const json::object& body) {
+    Instance instance = ownInstance(instances, session, idMember(body, "jobinstanceid"));
     if (instance.state != InstanceState::completed) {
         refuseState(instance);
     }
@@ -70,9 +69,9 @@ std::string endOfFolder(std::string_view path) {
 
 json::object RestoreEndpoints::startRestoreJob(const Session& session, const json::object& body) {
     const std::string_view definition = idMember(body, "jobdefinitionid");
-    const Instance backup = completedBackup(catalog_, session, body);
+    const Instance backup = completedBackup(instances_, session, body);
     const std::string name = newRestoreId();
-    catalog_.openRestore(session, name, definition, backup.id, maxRestores);
+    restores_.openRestore(session, name, definition, backup.id, maxRestores);
     return {{"jobinstanceid", name},
             {"totalfiles", backup.totals.files},
             {"totaldirectories", backup.totals.directories},
@@ -81,7 +80,7 @@ json::object RestoreEndpoints::startRestoreJob(const Session& session, const jso
 
 Instance RestoreEndpoints::machinesBackup(const Session& session, const json::object& body) {
     const std::string_view machine = idMember(body, "machine");
-    Instance backup = completedBackup(catalog_, session, body);
+    Instance backup = completedBackup(instances_, session, body);
     if (backup.machine != machine) {
         throw ServiceError(404, "the machine has no such backup");
     }
@@ -92,7 +91,7 @@ Instance RestoreEndpoints::machinesBackup(const Session& session, const json::ob
 void RestoreEndpoints::refuseDamaged(const StoredFile& file, uint64_t block) {
     bool isNews = true;
     try {
-        isNews = room_.givingWay([&] { return catalog_.damagePackage(file); });
+        isNews = room_.givingWay([&] { return instances_.damagePackage(file); });
     } catch (const DiskFull&) {
         // The next restore of it, or the check when a backup ends, finds it again.
     }
@@ -112,7 +111,7 @@ std::string RestoreEndpoints::readBlock(const StoredFile& file, uint64_t number,
         refuseDamaged(file, number);
     }
     std::string digest = md5({bytes.data(), bytes.size()});
-    if (catalog_.findDigest(file, k).value_or(digest) != digest) {
+    if (instances_.findDigest(file, k).value_or(digest) != digest) {
         refuseDamaged(file, number);
     }
     return digest;
@@ -126,7 +125,7 @@ StoredFile RestoreEndpoints::storedFile(const Session& session, const json::obje
     }
     path += checkPath(textMember(body, "filename", maxPathBytes));
     const Instance backup = machinesBackup(session, body);
-    const auto file = catalog_.findFile(backup.id, path);
+    const auto file = instances_.findFile(backup.id, path);
     if (!file) {
         throw ServiceError(404, "the backup has no such file");
     }
@@ -177,19 +176,19 @@ json::object RestoreEndpoints::listFiles(const Session& session, const json::obj
     std::string from = after.empty() ? std::string() : std::string(after) + '\0';
     FilePage page;
     if (path.empty()) {
-        page = catalog_.listFiles(backup.id, from, afterAllPaths, limit, pageBytes);
+        page = instances_.listFiles(backup.id, from, afterAllPaths, limit, pageBytes);
     } else {
         // The item itself; what lies below it does not follow at once: "a b" is between "a" and
         // "a\c".
         std::vector<ListedFile> first;
         if (after < path) {
-            if (const auto item = catalog_.findFile(backup.id, path); item && item->sound) {
+            if (const auto item = instances_.findFile(backup.id, path); item && item->sound) {
                 first.push_back({std::string(path), item->kind, item->attributes});
             }
         }
         from = std::max(from, std::string(path) + '\\');
-        page =
-            catalog_.listFiles(backup.id, from, endOfFolder(path), limit - first.size(), pageBytes);
+        page = instances_.listFiles(backup.id, from, endOfFolder(path), limit - first.size(),
+                                    pageBytes);
         page.files.insert(page.files.begin(), first.begin(), first.end());
         page.last = std::max(page.last, std::string(path));
     }
@@ -217,14 +216,14 @@ int64_t RestoreEndpoints::lostOf(const Instance& backup) {
             return known->second.items;
         }
     }
-    const int64_t items = countLost(catalog_, backup);
+    const int64_t items = countLost(instances_, backup);
     const std::lock_guard lock(mutex_);
     lost_[backup.id] = {items, now};
     return items;
 }
 
 json::object RestoreEndpoints::restoreJobHistory(const Session& session, const json::object& body) {
-    const auto restore = catalog_.findRestore(idMember(body, "instanceId"));
+    const auto restore = restores_.findRestore(idMember(body, "instanceId"));
     if (!restore || restore->userId != session.userId) {
         throw ServiceError(404, "no such restore");
     }
@@ -232,7 +231,7 @@ json::object RestoreEndpoints::restoreJobHistory(const Session& session, const j
     if (history.size() > maxHistory) {
         throw ServiceError(413, "the history is too large");
     }
-    catalog_.putHistory(restore->id, history);
+    restores_.putHistory(restore->id, history);
     return {};
 }
 

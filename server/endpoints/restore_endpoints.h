@@ -12,7 +12,8 @@
 #include <span>
 #include <string>
 
-#include "catalog/catalog.h"
+#include "catalog/instances.h"
+#include "catalog/restores.h"
 #include "packages/block_store.h"
 #include "packages/disk_room.h"
 
@@ -21,8 +22,8 @@ namespace dorvo {
 class RestoreEndpoints {
 public:
     // Borrows all.
-    RestoreEndpoints(Catalog& catalog, BlockStore& blocks, DiskRoom& room)
-        : catalog_(catalog), blocks_(blocks), room_(room) {}
+    RestoreEndpoints(Instances& instances, Restores& restores, BlockStore& blocks, DiskRoom& room)
+        : instances_(instances), restores_(restores), blocks_(blocks), room_(room) {}
 
     boost::json::object startRestoreJob(const Session& session, const boost::json::object& body);
     boost::json::object getFileInfo(const Session& session, const boost::json::object& body);
@@ -45,7 +46,8 @@ private:
     // of its lists, of which a restore can have thousands.
     int64_t lostOf(const Instance& backup);
 
-    Catalog& catalog_;
+    Instances& instances_;
+    Restores& restores_;
     BlockStore& blocks_;
     DiskRoom& room_;
     struct Lost {

@@ -4,7 +4,7 @@
 
 #include "catalog/sqlite.h"
 #include "catalog/sqlite_versions.h"
-#include "support/digest.h"
+#include "common/digest.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {
@@ -278,7 +278,7 @@ TEST_F(Restores, OfManySourcesCountWhatIsLostOnce) {
     CountingCatalog catalog((data / "catalog.db").string());
     FileBlockStore blocks(data / "packages");
     DiskRoom room(data, 0, {});
-    RestoreEndpoints restores(catalog, blocks, room);
+    RestoreEndpoints restores(catalog, catalog, blocks, room);
     const Session session{1, 1, "alice", "pc"};
     for (const char* path : {"", "a", "b", "c"}) {
         EXPECT_EQ(restores.listFiles(session, page(path, "", 10)).at("missing").as_int64(), 1);

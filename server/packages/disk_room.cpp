@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <string>
 
-#include "support/event_log.h"
-#include "support/file_descriptor.h"
-#include "support/service_error.h"
+#include "common/files.h"
+#include "common/service_error.h"
+#include "common/service_log.h"
 
 namespace dorvo {
 

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <optional>
 
-#include "support/disk_full.h"
+#include "common/files.h"
 
 namespace dorvo {
 

@@ -9,9 +9,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "common/files.h"
 #include "packages/file_block_store.h"
-#include "support/disk_full.h"
-#include "support/file_descriptor.h"
 
 namespace dorvo {
 

@@ -3,12 +3,12 @@
 #include <exception>
 #include <string>
 
-#include "support/event_log.h"
+#include "common/service_log.h"
 
 namespace dorvo {
 
-SyncPoints::SyncPoints(Catalog& catalog, BlockStore& blocks, Pace pace)
-    : catalog_(catalog),
+SyncPoints::SyncPoints(Instances& instances, BlockStore& blocks, Pace pace)
+    : instances_(instances),
       blocks_(blocks),
       pace_(pace),
       thread_([this](const std::stop_token& stop) { work(stop); }) {}
@@ -56,7 +56,7 @@ bool SyncPoints::sync() {
             before = writes_;
         }
         // Everything that the catalog counts up to here was written before, and is in the set.
-        const int64_t stamp = catalog_.beginSyncPoint();
+        const int64_t stamp = instances_.beginSyncPoint();
         {
             const std::lock_guard lock(mutex_);
             containers.swap(written_);
@@ -72,11 +72,11 @@ bool SyncPoints::sync() {
             if (!blocks_.sync(container, 0)) {
                 logEvent("damaged: the disk has refused bytes of container " +
                          std::to_string(container));
-                catalog_.damageContainer(container);
+                instances_.damageContainer(container);
             }
             containers.erase(container);
         }
-        catalog_.endSyncPoint(stamp);
+        instances_.endSyncPoint(stamp);
         const std::lock_guard lock(mutex_);
         behind_ = false;
         written_.merge(again);

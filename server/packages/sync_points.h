@@ -15,7 +15,7 @@
 #include <stop_token>
 #include <thread>
 
-#include "catalog/catalog.h"
+#include "catalog/instances.h"
 #include "packages/block_store.h"
 
 namespace dorvo {
@@ -28,7 +28,7 @@ public:
     };
 
     // Borrows both.
-    SyncPoints(Catalog& catalog, BlockStore& blocks, Pace pace);
+    SyncPoints(Instances& instances, BlockStore& blocks, Pace pace);
     // Stops and joins; a sync in progress is finished.
     ~SyncPoints() = default;
     SyncPoints(const SyncPoints&) = delete;
@@ -43,7 +43,7 @@ private:
     // Whether all of it has been done; what has not is to be synced the next time.
     bool sync();
 
-    Catalog& catalog_;
+    Instances& instances_;
     BlockStore& blocks_;
     const Pace pace_;
     std::mutex mutex_;  // guards what follows up to the thread

@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "catalog/sqlite.h"
-#include "support/digest.h"
+#include "common/digest.h"
 
 namespace dorvo {
 

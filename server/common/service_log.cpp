@@ -1,4 +1,4 @@
-#include "support/request_log.h"
+#include "common/service_log.h"
 
 #include <fcntl.h>
 
@@ -7,7 +7,10 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <iostream>
+#include <mutex>
 #include <system_error>
+#include <utility>
 
 namespace dorvo {
 
@@ -59,6 +62,9 @@ void appendEscaped(std::string& text, const std::string& line) {
     }
 }
 
+std::mutex mutex;  // guards current
+EventLog::Write current;
+
 }  // namespace
 
 RequestLog::RequestLog(const std::string& file)
@@ -85,6 +91,29 @@ void RequestLog::reopen() const {
     if (!fresh || ::dup3(fresh.get(), fd_.get(), O_CLOEXEC) < 0) {
         write("service: cannot open " + file_ +
               " again: " + std::generic_category().message(errno));
+    }
+}
+
+EventLog::EventLog(Write write) {
+    const std::lock_guard lock(mutex);
+    current = std::move(write);
+}
+
+EventLog::~EventLog() {
+    const std::lock_guard lock(mutex);
+    current = nullptr;
+}
+
+void logEvent(const std::string& line) noexcept {
+    try {
+        const std::lock_guard lock(mutex);
+        if (current) {
+            current("service: " + line);
+        } else {
+            std::cerr << "storage-server: " + line + "\n";
+        }
+    } catch (const std::exception&) {
+        // Memory is short, most likely: nothing goes wrong for want of a line.
     }
 }
 

@@ -1,4 +1,4 @@
-#include "support/request_log.h"
+#include "common/service_log.h"
 
 #include <gtest/gtest.h>
 

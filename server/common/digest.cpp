@@ -1,4 +1,4 @@
-#include "support/digest.h"
+#include "common/digest.h"
 
 #include <openssl/evp.h>
 #include <openssl/rand.h>
