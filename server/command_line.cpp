@@ -4,7 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "httpd/forwarded_client.h"
+#include "httpd/client_address.h"
 #include "storage_server.h"
 
 namespace dorvo {

@@ -7,7 +7,7 @@
 #include "common/service_error.h"
 #include "common/service_log.h"
 #include "endpoints/json_body.h"
-#include "httpd/client_network.h"
+#include "httpd/client_address.h"
 #include "packages/backup_packages.h"
 
 namespace dorvo {

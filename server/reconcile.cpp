@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "common/digest.h"
+#include "common/files.h"
 #include "packages/backup_packages.h"
 #include "packages/package_marker.h"
 

@@ -73,7 +73,7 @@ std::string soundCatalog(const fs::path& data, const FileBlockStore& blocks, Dis
 }
 
 // Connections give way to files: who is in must be able to store.
-HttpLimits fitted(HttpLimits limits, const HttpServer::Log& log) {
+HttpLimits fitted(HttpLimits limits, const HttpLog& log) {
     const size_t descriptors = raiseDescriptorLimit();
     const size_t connections = fittingConnections(limits.connections, descriptors);
     if (connections < limits.connections) {
@@ -148,7 +148,7 @@ std::string prepareDataFolder(const fs::path& data) {
     return (data / "catalog.db").string();
 }
 
-StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
+StorageServer::StorageServer(const ServerOptions& options, HttpLog log)
     : data_(options.data),
       lock_(lockData(data_)),
       events_(log),
@@ -180,7 +180,7 @@ StorageServer::StorageServer(const ServerOptions& options, HttpServer::Log log)
              data_.string());
 }
 
-void StorageServer::beginToServe(const ServerOptions& options, HttpServer::Log log) {
+void StorageServer::beginToServe(const ServerOptions& options, HttpLog log) {
     generations_ = std::make_unique<Generations>(catalog_, blocks_, options.generationPace);
     syncPoints_ = std::make_unique<SyncPoints>(catalog_, blocks_, options.syncPace);
     const std::string address = listenAddress(options.address);

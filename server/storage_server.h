@@ -49,7 +49,7 @@ struct ServerOptions {
 class StorageServer {
 public:
     // Serves when it returns. Throws std::exception when it cannot, saying why.
-    StorageServer(const ServerOptions& options, HttpServer::Log log);
+    StorageServer(const ServerOptions& options, HttpLog log);
     // stop()
     ~StorageServer();
     StorageServer(const StorageServer&) = delete;
@@ -63,7 +63,7 @@ public:
 
 private:
     void syncFileSystems() const;
-    void beginToServe(const ServerOptions& options, HttpServer::Log log);
+    void beginToServe(const ServerOptions& options, HttpLog log);
     // Of all that is there.
     void end();
     void recordEnd();

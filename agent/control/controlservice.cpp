@@ -248,11 +248,13 @@ const ControlService::Endpoint* ControlService::find(std::string_view path) {
 
 Admission ControlService::admit(const WebRequest& head) {
     Admission admission;
-    const bool ownHost = isLoopbackHost(head.host) && !head.fromPage;
+    // Pages in a browser send one of these, whatever host they name.
+    const bool fromPage = head.find("Origin") != nullptr || head.find("Sec-Fetch-Site") != nullptr;
+    const bool ownHost = isLoopbackHost(head.field("Host")) && !fromPage;
     if (ownHost && head.path == statePath && head.method == "GET") {
         return admission;
     }
-    if (!ownHost || !bearsToken(head.authorization, token_)) {
+    if (!ownHost || !bearsToken(head.field("Authorization"), token_)) {
         admission.refusal = refuse(403, "This needs the token of the agent's control file");
         return admission;
     }

@@ -5,9 +5,8 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 
-#include "httpd/client_network.h"
-#include "httpd/forwarded_client.h"
-#include "httpd/http_reply.h"
+#include "httpd/client_address.h"
+#include "httpd/http_head.h"
 #include "httpd/http_text.h"
 
 namespace dorvo {
@@ -173,11 +172,11 @@ void HttpConnection::onHead(const HttpHead& head) {
     body_ = head.chunked ? HttpBody::chunked() : HttpBody(head.length);
     request_.method = method_;
     request_.path = head.path;
-    request_.host = head.host;
-    request_.authorization = head.field("Authorization");
     request_.cookie = head.field("Cookie");
     request_.contentType = head.field("Content-Type");
-    request_.fromPage = head.find("Origin") != nullptr || head.find("Sec-Fetch-Site") != nullptr;
+    for (const HttpField& field : head.fields) {
+        request_.fields.emplace_back(field.name, field.value);
+    }
     findClient(head);
     request_.peer = client_;
     request_.mark = mark_;

@@ -19,27 +19,28 @@
 
 #include "httpd/http_body.h"
 #include "httpd/http_head.h"
-#include "httpd/http_server.h"
+#include "httpd/http_limits.h"
 #include "httpd/http_service.h"
 #include "httpd/memory_budget.h"
 #include "httpd/open_connections.h"
 
 namespace dorvo {
 
-class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
+class HttpConnection : public OpenConnections::Connection,
+                       public std::enable_shared_from_this<HttpConnection> {
 public:
     // What the connections of a server share; outlives them.
     struct Shared {
         HttpService& service;
         HttpLimits limits;
-        HttpServer::Log log;
+        HttpLog log;
         boost::asio::io_context& workers;
         OpenConnections& open;
         MemoryBudget& memory;
     };
 
     HttpConnection(boost::asio::ip::tcp::socket socket, const Shared& shared, uint64_t number);
-    ~HttpConnection() = default;
+    ~HttpConnection() override = default;
     HttpConnection(const HttpConnection&) = delete;
     HttpConnection& operator=(const HttpConnection&) = delete;
 
@@ -50,9 +51,9 @@ public:
     // Instead of start(): says that there are too many, and ends.
     void turnAway();
     // Ends the connection after the request in progress, at once when there is none. Any thread.
-    void finish();
+    void finish() override;
     // Ends it at once. Any thread.
-    void abort();
+    void abort() override;
 
 private:
     // An operation's handler: keeps the connection, and ends it when something is thrown.

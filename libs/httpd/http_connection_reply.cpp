@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "httpd/http_connection.h"
-#include "httpd/http_reply.h"
+#include "httpd/http_head.h"
 
 namespace dorvo {
 

@@ -1,9 +1,10 @@
 #include "httpd/http_head.h"
 
 #include <algorithm>
+#include <boost/beast/http/status.hpp>
+#include <charconv>
 #include <limits>
 
-#include "httpd/http_target.h"
 #include "httpd/http_text.h"
 
 namespace dorvo {
@@ -212,6 +213,65 @@ const char* parseHead(std::string_view text, HttpHead& head) {
                      (head.minor != 0 || hasWord(head, "Connection", "keep-alive"));
     head.expectsContinue = head.minor != 0 && equalNoCase(head.field("Expect"), "100-continue");
     return readTarget(head);
+}
+
+std::optional<std::string> decodedPath(std::string_view target) {
+    target = target.substr(0, target.find('?'));
+    std::string path;
+    path.reserve(target.size());
+    for (size_t i = 0; i < target.size(); ++i) {
+        if (target[i] != '%') {
+            path += target[i];
+            continue;
+        }
+        const std::string_view digits = target.substr(i + 1, 2);
+        unsigned value = 0;
+        const auto [end, error] =
+            std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+        if (digits.size() != 2 || error != std::errc() || end != digits.data() + 2) {
+            return std::nullopt;
+        }
+        if (value < 0x20 || value == 0x7F || value == '/' || value == '\\') {
+            return std::nullopt;
+        }
+        path += static_cast<char>(value);
+        i += 2;
+    }
+    return path;
+}
+
+std::string replyHead(const WebReply& reply, unsigned minor, bool keepAlive) {
+    const auto reason = boost::beast::http::obsolete_reason(
+        boost::beast::http::int_to_status(static_cast<unsigned>(reply.status)));
+    std::string head = minor == 0 ? "HTTP/1.0 " : "HTTP/1.1 ";
+    head += std::to_string(reply.status) + " ";
+    head.append(reason.data(), reason.size());
+    const auto field = [&head](std::string_view name, const std::string& value) {
+        head.append("\r\n").append(name).append(": ").append(value);
+    };
+    field("Content-Type", reply.contentType);
+    if (!reply.setCookie.empty()) {
+        field("Set-Cookie", reply.setCookie);
+    }
+    if (!reply.allow.empty()) {
+        field("Allow", reply.allow);
+    }
+    if (reply.retryAfter != 0) {
+        field("Retry-After", std::to_string(reply.retryAfter));
+    }
+    if (!keepAlive) {
+        field("Connection", "close");
+    } else if (minor == 0) {
+        field("Connection", "keep-alive");
+    }
+    field("Content-Length", std::to_string(reply.body.size()));
+    return head += "\r\n\r\n";
+}
+
+const std::string* WebRequest::find(std::string_view name) const {
+    const auto found = std::find_if(fields.begin(), fields.end(),
+                                    [name](const auto& f) { return equalNoCase(f.first, name); });
+    return found == fields.end() ? nullptr : &found->second;
 }
 
 }  // namespace dorvo

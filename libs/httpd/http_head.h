@@ -1,12 +1,15 @@
-// A request's head, read strictly: what two readers could take for two different requests is
-// refused. As RFC 9112 has it, and tighter where it leaves a choice: no folded lines, no CR or LF
-// by itself, one Host, and one length or `chunked`, never both.
+// The heads of requests and answers. A request's is read strictly: what two readers could take for
+// two different requests is refused. As RFC 9112 has it, and tighter where it leaves a choice: no
+// folded lines, no CR or LF by itself, one Host, and one length or `chunked`, never both.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "httpd/http_service.h"
 
 namespace dorvo {
 
@@ -40,5 +43,13 @@ size_t headLength(std::string_view bytes);
 
 // Parses a whole head. Gives why it is refused, in plain ASCII, or null when it is taken.
 const char* parseHead(std::string_view text, HttpHead& head);
+
+// A request's target as the path that endpoints are known by: percent-decoded and without its
+// query; nothing when an escape is malformed, or stands for a slash or a control character: who
+// stands before the server may have taken the path for another.
+std::optional<std::string> decodedPath(std::string_view target);
+
+// The head of an answer. With its empty line; for a client that speaks HTTP/1.`minor`.
+std::string replyHead(const WebReply& reply, unsigned minor, bool keepAlive);
 
 }  // namespace dorvo

@@ -1,13 +1,17 @@
-// What a server grants its clients.
+// What a server grants its clients, and where it writes of them.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace dorvo {
+
+// Takes one line for each request, without its end.
+using HttpLog = std::function<void(const std::string&)>;
 
 struct HttpLimits {
     // At that number the oldest connection whose last request was not from somebody known ends for

@@ -36,7 +36,7 @@ void claimAddress(tcp::acceptor& acceptor) {
 // A queue of handlers and the threads that run them, once there is one.
 class Crew {
 public:
-    explicit Crew(HttpServer::Log log) : log_(std::move(log)) {}
+    explicit Crew(HttpLog log) : log_(std::move(log)) {}
     ~Crew() {
         // Not finished: more of the threads were refused.
         io_.stop();
@@ -87,7 +87,7 @@ private:
         }
     }
 
-    const HttpServer::Log log_;
+    const HttpLog log_;
     asio::io_context io_;
     asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
     std::vector<std::thread> threads_;
@@ -97,7 +97,7 @@ private:
 
 struct HttpServer::Impl {
     Impl(HttpService& service, const std::string& address, uint16_t port, const HttpLimits& limits,
-         const HttpThreads& counts, Log log)
+         const HttpThreads& counts, HttpLog log)
         : connections(limits),
           memory(limits.memoryBytes, limits.memoryOfClientBytes),
           serving(log),
@@ -207,7 +207,7 @@ struct HttpServer::Impl {
 };
 
 HttpServer::HttpServer(HttpService& service, const std::string& address, uint16_t port,
-                       const HttpLimits& limits, const HttpThreads& threads, Log log)
+                       const HttpLimits& limits, const HttpThreads& threads, HttpLog log)
     : impl_(std::make_unique<Impl>(service, address, port, limits, threads, std::move(log))) {}
 
 HttpServer::~HttpServer() {

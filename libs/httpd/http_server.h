@@ -7,7 +7,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,13 +23,10 @@ struct HttpThreads {
 
 class HttpServer {
 public:
-    // What is written for each request: one line without its end.
-    using Log = std::function<void(const std::string&)>;
-
     // Begins to serve; throws std::exception when it cannot listen there, or the system refuses it
     // a thread. Port 0: any free one. Borrows the service. The log is called from any thread.
     HttpServer(HttpService& service, const std::string& address, uint16_t port,
-               const HttpLimits& limits, const HttpThreads& threads, Log log);
+               const HttpLimits& limits, const HttpThreads& threads, HttpLog log);
     // stop()
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;

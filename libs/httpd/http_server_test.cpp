@@ -5,7 +5,7 @@
 
 #include <future>
 
-#include "httpd/http_target.h"
+#include "httpd/http_head.h"
 #include "httpd/testing/echo_service.h"
 
 namespace dorvo {

@@ -1,14 +1,56 @@
 // What an HTTP server serves: judges each request by its head, then answers it when it is whole.
+// Requests and answers are free of HTTP's machinery.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
-
-#include "httpd/web_request.h"
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace dorvo {
+
+struct WebRequest {
+    std::string method;  // "POST"
+    std::string path;    // percent-decoded, without the query
+    std::string cookie;  // this and the next: header fields, empty when not there
+    std::string contentType;
+    std::vector<std::pair<std::string, std::string>> fields;  // all of them, as they came
+    std::string peer;   // the client's address, without its port
+    int64_t mark = -1;  // of the last answer on this connection; -1 before the first
+    // This cookie has come on this connection before, and WebReply::known was true then.
+    bool known = false;
+    std::string body;
+    // True as soon as the client has gone, for an Admission::watched request; else null.
+    std::shared_ptr<const std::atomic<bool>> gone;
+
+    // The first field of that name, in whatever case; null when there is none.
+    [[nodiscard]] const std::string* find(std::string_view name) const;
+    // Its value, empty when there is none.
+    [[nodiscard]] std::string_view field(std::string_view name) const {
+        const std::string* const found = find(name);
+        return found == nullptr ? std::string_view() : *found;
+    }
+};
+
+struct WebReply {
+    int status = 200;
+    std::string body = "{}";
+    std::string contentType = "application/json";
+    std::string setCookie;  // empty: none
+    std::string allow;      // the methods that a 405 names
+    int retryAfter = 0;     // seconds; 0: not said
+    std::string user;       // for the log, empty when nobody is logged in
+    // Whether the request was from somebody known; none: as its Admission said.
+    std::optional<bool> known;
+    int64_t mark = -1;  // what the connection's next request brings back
+};
 
 // What a request's head leads to.
 struct Admission {

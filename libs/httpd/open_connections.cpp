@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "httpd/client_network.h"
-#include "httpd/http_connection.h"
+#include "httpd/client_address.h"
 
 namespace dorvo {
 
@@ -13,9 +12,9 @@ OpenConnections::OpenConnections(const HttpLimits& limits)
       manyBehind_(limits.manyBehind) {}
 
 bool OpenConnections::enter(uint64_t number, const std::string& address,
-                            const std::shared_ptr<HttpConnection>& connection) {
+                            const std::shared_ptr<Connection>& connection) {
     const std::string network = clientNetwork(address);
-    std::shared_ptr<HttpConnection> ended;
+    std::shared_ptr<Connection> ended;
     const std::lock_guard lock(mutex_);
     if (shut_) {
         return false;
@@ -36,7 +35,7 @@ bool OpenConnections::enter(uint64_t number, const std::string& address,
     return true;
 }
 
-bool OpenConnections::endOne(const std::string* network, std::shared_ptr<HttpConnection>& ended) {
+bool OpenConnections::endOne(const std::string* network, std::shared_ptr<Connection>& ended) {
     for (const Standing standing : {Standing::stranger, Standing::served}) {
         const auto oldest = std::find_if(entries_.begin(), entries_.end(), [&](const auto& item) {
             const Entry& entry = item.second;
@@ -57,7 +56,7 @@ bool OpenConnections::endOne(const std::string* network, std::shared_ptr<HttpCon
 }
 
 void OpenConnections::giveWay() {
-    std::shared_ptr<HttpConnection> ended;
+    std::shared_ptr<Connection> ended;
     const std::lock_guard lock(mutex_);
     endOne(nullptr, ended);
 }
@@ -96,8 +95,8 @@ void OpenConnections::shut() {
     shut_ = true;
 }
 
-std::vector<std::shared_ptr<HttpConnection>> OpenConnections::all() const {
-    std::vector<std::shared_ptr<HttpConnection>> list;
+std::vector<std::shared_ptr<OpenConnections::Connection>> OpenConnections::all() const {
+    std::vector<std::shared_ptr<Connection>> list;
     const std::lock_guard lock(mutex_);
     list.reserve(entries_.size());
     for (const auto& [number, entry] : entries_) {

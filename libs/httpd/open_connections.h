@@ -18,10 +18,22 @@
 
 namespace dorvo {
 
-class HttpConnection;
-
 class OpenConnections {
 public:
+    // What one of them can be told. Any thread.
+    class Connection {
+    public:
+        Connection() = default;
+        virtual ~Connection() = default;
+        Connection(const Connection&) = delete;
+        Connection& operator=(const Connection&) = delete;
+
+        // Ends after the request in progress.
+        virtual void finish() = 0;
+        // Ends at once.
+        virtual void abort() = 0;
+    };
+
     enum class Standing : uint8_t {
         stranger,
         served,  // a stranger whose request the service has: gives way after all others
@@ -35,7 +47,7 @@ public:
     // False when there is no room for it: all there are known. May end another one for its sake,
     // one of the same network where there are too many of that.
     bool enter(uint64_t number, const std::string& address,
-               const std::shared_ptr<HttpConnection>& connection);
+               const std::shared_ptr<Connection>& connection);
     void setStanding(uint64_t number, Standing standing);
     void leave(uint64_t number);
     // Ends one that gives way, if there is any.
@@ -43,14 +55,14 @@ public:
 
     // No connection enters any more.
     void shut();
-    [[nodiscard]] std::vector<std::shared_ptr<HttpConnection>> all() const;
+    [[nodiscard]] std::vector<std::shared_ptr<Connection>> all() const;
     // Whether all have left within that time.
     bool waitUntilEmpty(std::chrono::milliseconds patience);
     void waitUntilEmpty();
 
 private:
     struct Entry {
-        std::weak_ptr<HttpConnection> connection;
+        std::weak_ptr<Connection> connection;
         std::string network;
         Standing standing = Standing::stranger;
         bool ending = false;  // told to end, for another one's sake
@@ -58,7 +70,7 @@ private:
 
     // Under the lock. Null: of any network. Gives the connection that it has told to end, for its
     // caller to let go of after the lock, as it may be the last owner.
-    bool endOne(const std::string* network, std::shared_ptr<HttpConnection>& ended);
+    bool endOne(const std::string* network, std::shared_ptr<Connection>& ended);
     void forget(const Entry& entry);
 
     const size_t most_;

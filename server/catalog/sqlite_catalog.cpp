@@ -57,7 +57,7 @@ SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed,
         "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; PRAGMA synchronous=NORMAL;"
         "PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;");
     durably([this] { bringUpToDate(database_); });
-    statements_ = std::make_unique<Statements>(database_);
+    statements_ = std::make_unique<SqliteStatements>(database_);
     checkpointer_ = std::make_unique<Checkpointer>(path, mutex_);
     sqlite3_wal_hook(database_.handle(), &onCommit, checkpointer_.get());
     database_.waitForNobody();

@@ -31,6 +31,7 @@
 namespace dorvo {
 
 class Checkpointer;
+struct SqliteStatements;
 
 class SqliteCatalog : public Catalog {
 public:
@@ -161,8 +162,6 @@ public:
     void putHistory(int64_t restore, std::string_view history) override;
 
 private:
-    struct Statements;
-
     // A stretch of a backup's files: those with after < path <= last.
     struct Stretch {
         std::string after;
@@ -202,7 +201,7 @@ private:
     const std::string path_;
     TurnMutex mutex_;  // guards the connection and its statements, and the stamps
     Database database_;
-    std::unique_ptr<Statements> statements_;
+    std::unique_ptr<SqliteStatements> statements_;
     std::unique_ptr<Checkpointer> checkpointer_;
     // Of sync points: blocks are stamped with this number, and those up to the other are synced.
     int64_t stamp_ = 1;

@@ -15,7 +15,7 @@ namespace dorvo {
 
 int64_t sqliteSeal(std::string_view path, const StoredFile& file);
 
-// Out of a row whose columns are those of Statements::selectFile.
+// Out of a row whose columns are those of SqliteStatements::selectFile.
 StoredFile sqliteFile(const Rows& rows);
 
 }  // namespace dorvo

@@ -1,13 +1,15 @@
 // The catalog's prepared statements, one place for all SQL that requests run.
 #pragma once
 
+#include <string>
+
+#include "catalog/instances.h"
 #include "catalog/sqlite.h"
-#include "catalog/sqlite_catalog.h"
 
 namespace dorvo {
 
-struct SqliteCatalog::Statements {
-    explicit Statements(const Database& database) : db(database) {}
+struct SqliteStatements {
+    explicit SqliteStatements(const Database& database) : db(database) {}
 
     const Database& db;
 

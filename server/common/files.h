@@ -1,4 +1,4 @@
-// What all share who touch files: the owner of a descriptor, and what a failed call throws.
+// What all share who touch files: the owner of a descriptor, what a failed call throws, folders.
 #pragma once
 
 #include <unistd.h>
@@ -50,5 +50,11 @@ public:
 private:
     int fd_;
 };
+
+// Whether the folder was not there before. Its parent must be there.
+bool makeFolder(const std::filesystem::path& folder);
+
+// Makes names that were made or removed in the folder survive a power cut.
+void syncFolder(const std::filesystem::path& folder);
 
 }  // namespace dorvo

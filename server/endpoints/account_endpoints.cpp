@@ -9,7 +9,7 @@
 #include "common/service_log.h"
 #include "endpoints/json_body.h"
 #include "endpoints/password_hash.h"
-#include "httpd/client_network.h"
+#include "httpd/client_address.h"
 
 namespace dorvo {
 

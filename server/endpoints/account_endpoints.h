@@ -17,7 +17,7 @@
 #include "catalog/accounts.h"
 #include "endpoints/login_limiter.h"
 #include "endpoints/session_clock.h"
-#include "httpd/web_request.h"
+#include "httpd/http_service.h"
 
 namespace dorvo {
 

@@ -9,7 +9,7 @@
 #include "catalog/sqlite.h"
 #include "common/digest.h"
 #include "endpoints/password_hash.h"
-#include "httpd/client_network.h"
+#include "httpd/client_address.h"
 #include "testing/service_fixture.h"
 
 namespace dorvo {

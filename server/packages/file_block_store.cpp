@@ -231,21 +231,4 @@ fs::path FileBlockStore::setAside(int64_t container) {
     failAt("cannot move aside", from);
 }
 
-bool makeFolder(const fs::path& folder) {
-    if (::mkdir(folder.c_str(), 0777) == 0) {
-        return true;
-    }
-    if (errno != EEXIST) {
-        failAt("cannot make", folder);
-    }
-    return false;
-}
-
-void syncFolder(const fs::path& folder) {
-    const FileDescriptor fd = open(folder, O_RDONLY | O_DIRECTORY);
-    if (!fd || ::fsync(fd.get()) != 0) {
-        failAt("cannot sync", folder);
-    }
-}
-
 }  // namespace dorvo

@@ -71,10 +71,4 @@ private:
     std::array<SyncGroup, 64> groups_;
 };
 
-// Whether the folder was not there before. Its parent must be there.
-bool makeFolder(const std::filesystem::path& folder);
-
-// Makes names that were made or removed in the folder survive a power cut.
-void syncFolder(const std::filesystem::path& folder);
-
 }  // namespace dorvo

@@ -10,7 +10,6 @@
 #include <system_error>
 
 #include "common/files.h"
-#include "packages/file_block_store.h"
 
 namespace dorvo {
 

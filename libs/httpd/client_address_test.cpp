@@ -1,4 +1,4 @@
-#include "httpd/forwarded_client.h"
+#include "httpd/client_address.h"
 
 #include <gtest/gtest.h>
 

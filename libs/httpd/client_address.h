@@ -1,4 +1,5 @@
-// Who asks, when somebody else's hand passes the request on.
+// Who asks: by his address, or by what a proxy says when it passes the request on, and whose
+// address it is as far as limits care.
 //
 // A proxy says in "Forwarded" or "X-Forwarded-For" whom it has the request from. Anybody can write
 // these fields; only what trusted proxies have added counts, and that is what stands last.
@@ -24,5 +25,8 @@ std::string plainAddress(const boost::asio::ip::address& address);
 // `forwarded` are not right.
 std::string forwardedClient(const std::string& peer, const std::vector<std::string>& trusted,
                             std::string_view forwarded, std::string_view forwardedFor);
+
+// The address itself; of an IPv6 one the first half, since whoever has one has all of that half.
+std::string clientNetwork(const std::string& address);
 
 }  // namespace dorvo
