@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """No include runs back up the ladder of folders: a module of src/ uses those that src/CMakeLists.txt
-adds before it, a folder of agent/ those that agent/CMakeLists.txt names before it, and libs/ use
-nothing of src/."""
+adds before it, a folder of agent/ or server/ those that its CMakeLists.txt names before it, and libs/
+use nothing of src/."""
 
 import pathlib
 import re
@@ -16,8 +16,8 @@ def modules(root):
     return re.findall(r"^add_subdirectory\(([\w/]+)\)", (root / "src/CMakeLists.txt").read_text(), re.M)
 
 
-def agent_folders(root):
-    found = re.search(r"^set\(folders ([\w ]+)\)", (root / "agent/CMakeLists.txt").read_text(), re.M)
+def folders_of(root, top):
+    found = re.search(r"^set\(folders ([\w ]+)\)", (root / top / "CMakeLists.txt").read_text(), re.M)
     return found[1].split()
 
 
@@ -38,7 +38,7 @@ def climbing_between(root, top, names):
         own = module_of(str(file.relative_to(root / top)), names)
         for include in INCLUDE.findall(file.read_text()):
             # A name without a folder is a neighbour; what is of another tree is below all.
-            if not (root / top / include).is_file():
+            if not (root / top / include).is_file() or include.startswith("testing/"):
                 continue
             other = module_of(include, names)
             if own and (other is None or names.index(other) > names.index(own)):
@@ -48,7 +48,9 @@ def climbing_between(root, top, names):
 
 def climbing_includes(root):
     """(file, include) of every include that runs back up."""
-    found = climbing_between(root, "src", modules(root)) + climbing_between(root, "agent", agent_folders(root))
+    found = climbing_between(root, "src", modules(root))
+    for top in ("agent", "server"):
+        found += climbing_between(root, top, folders_of(root, top))
     # The libraries are of the agent, not of the module: nothing of src/ is theirs.
     for file in sources(root / "libs"):
         for include in INCLUDE.findall(file.read_text()):
@@ -63,7 +65,7 @@ class LadderTest(unittest.TestCase):
         self.assertEqual(climbing_includes(ROOT), [])
 
     def test_every_source_stands_in_a_module(self):
-        strays = [str(f.relative_to(ROOT)) for top, names in (("src", modules(ROOT)), ("agent", agent_folders(ROOT)))
+        strays = [str(f.relative_to(ROOT)) for top, names in (("src", modules(ROOT)), ("agent", folders_of(ROOT, "agent")))
                   for f in sources(ROOT / top)
                   if f.parent != ROOT / top and not module_of(str(f.relative_to(ROOT / top)), names)]
         self.assertEqual(strays, [])
@@ -75,6 +77,9 @@ class LadderTest(unittest.TestCase):
                      "src/base/log.h": '#include "job/job.h"\n', "src/job/job.h": '#include "source/walk.h"\n',
                      "src/source/walk.h": '#include "base/log.h"\n#  include "job/job.h"\n',
                      "agent/CMakeLists.txt": "set(folders data cli)\n", "agent/cli/show.h": '#include "data/store.h"\n',
+                     "server/CMakeLists.txt": "set(folders catalog)\n",
+                     "server/catalog/rows.h": '#include "testing/disk.h"\n#include "server.h"\n',
+                     "server/server.h": '#include "catalog/rows.h"\n', "server/testing/disk.h": "",
                      "agent/data/store.h": '#include "job/job.h"\n#include "cli/show.h"\n',
                      "libs/def/def.h": '#include "job/job.h"\n#include "def/other.h"\n', "libs/def/other.h": ""}
             for name, text in files.items():
@@ -83,6 +88,7 @@ class LadderTest(unittest.TestCase):
             self.assertEqual(climbing_includes(root), [("src/base/log.h", "job/job.h"),
                                                        ("src/source/walk.h", "job/job.h"),
                                                        ("agent/data/store.h", "cli/show.h"),
+                                                       ("server/catalog/rows.h", "server.h"),
                                                        ("libs/def/def.h", "job/job.h")])
 
 
