@@ -1,5 +1,6 @@
 #include "storage/web/web_bodies.h"
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
@@ -265,6 +266,19 @@ std::optional<uint64_t> readHeldBlocks(const std::string& body) {
         blocks = number(answer.get_obj(), "blocks");
     });
     return blocks;
+}
+
+std::string readRefusal(const std::string& body) {
+    constexpr size_t longest = 500;
+    std::string why;
+    hasShape([&] {
+        Value refusal;
+        json_spirit::read_or_throw(body, refusal);
+        why = text(refusal.get_obj(), "error").substr(0, longest);
+    });
+    std::replace_if(
+        why.begin(), why.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+    return why;
 }
 
 std::vector<std::string> readIncomplete(const std::string& body) {

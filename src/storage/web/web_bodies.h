@@ -74,6 +74,8 @@ std::string blockFormContentType(const BlockForm& form);
 bool readIncrementAnswer(const json_spirit::Value& answer, std::vector<std::string>& paths);
 // How many blocks of an announced file the service holds; none when it does not say.
 std::optional<uint64_t> readHeldBlocks(const std::string& body);
+// Why the service refuses, in its own words and in one line; empty when it does not say.
+std::string readRefusal(const std::string& body);
 // The paths that keep the service from ending a run, as far as its refusal names any.
 std::vector<std::string> readIncomplete(const std::string& body);
 

@@ -3,10 +3,12 @@
 #include <windows.h>
 
 #include "base/http_error.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "httpmsg/http_names.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
+#include "storage/web/web_bodies.h"
 
 namespace dorvo {
 namespace {
@@ -61,8 +63,13 @@ bool judge(int result, HTTP_Command& command, const char* action, const std::str
         case Exchanged::refused: break;
     }
     const int status = command.http_response().status();
-    return logFailed("Failed to %s {%s}, status-code = %d, %s.\n", action, subject, status,
-                     http_status_string(status));
+    logFailed("Failed to %s {%s}, status-code = %d, %s.\n", action, subject, status,
+              http_status_string(status));
+    LastErrorGuard keep;
+    if (const std::string why = readRefusal(command.error_text()); !why.empty()) {
+        log(LogLevel::error, "The service says {%s}.\n", why);
+    }
+    return false;
 }
 
 bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,

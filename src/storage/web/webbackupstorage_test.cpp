@@ -113,6 +113,18 @@ TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
     EXPECT_EQ(service_.last().body, std::string(R"({"id":")") + instance + "\"}");
 }
 
+TEST_F(WebBackupStorageTest, WritesDownWhyTheServiceRefuses) {
+    const std::wstring path = makeSource(16);
+    const auto storage = makeStorage();
+    reply_ = [](const Seen&) {
+        return Answer{"503 Service Unavailable",
+                      R"({"error":"the server's disk is full:\n7 MiB are left"})"};
+    };
+    LogCapture log;
+    EXPECT_FAILS(0x200101F7, backup(*storage, path));
+    EXPECT_TRUE(log.begins("The service says {the server's disk is full: 7 MiB are left}."));
+}
+
 TEST_F(WebBackupStorageTest, RefusesToStart) {
     const std::pair<void (*)(WebPlace&, BackupTask&), DWORD> rows[] = {
         {[](WebPlace& place, BackupTask&) { place.cookie.clear(); }, 0x20010191},
