@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,11 @@
 #include "json_spirit/value.h"
 
 namespace dorvo::jobdef {
+
+// What a definition says is none of this version's: a later one may know it.
+struct UnknownKind : std::runtime_error {
+    using runtime_error::runtime_error;
+};
 
 // A path in a file has forward slashes, except a device path (\\?\, \\.\), which stays as it is.
 std::string pathToJson(const std::wstring& path);

@@ -2,17 +2,12 @@
 #pragma once
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 
+#include "jobdef/definitionfields.h"
 #include "jobdef/jobdefinition.h"
 
 namespace dorvo::jobdef {
-
-// What a definition says is none of this version's: a later one may know it.
-struct UnknownKind : std::runtime_error {
-    using runtime_error::runtime_error;
-};
 
 // Null when the text is no definition; throws UnknownKind.
 std::unique_ptr<JobDefinition> definitionFromText(const std::string& text);

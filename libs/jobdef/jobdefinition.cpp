@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "jobdef/definitionfields.h"
-#include "jobdef/definitiontext.h"
 #include "json_spirit/writer.h"
 
 namespace dorvo {

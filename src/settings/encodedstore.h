@@ -1,6 +1,8 @@
-// Loads and saves a store that is kept encoded, with the store's own messages.
+// Files that are kept encoded with the machine's key (settings/globalkey.h), and the stores in
+// them.
 //
-// The store holds its lock while it calls.
+// No state; a store holds its lock while it calls. Failures are logged, a store's in its own words,
+// and leave the last error set.
 #pragma once
 
 #include <map>
@@ -10,6 +12,12 @@
 #include "json_spirit/value.h"
 
 namespace dorvo {
+
+// Writes the text encrypted, as one line of Base64. True also when the bytes could not be written
+// (that is logged).
+bool writeEncodedFile(const std::wstring& path, const std::string& text);
+// ERROR_DECRYPTION_FAILED for what was not written so, or with another machine's key.
+bool readEncodedFile(const std::wstring& path, std::string& text);
 
 struct EncodedStoreTexts {
     LogLevel codecLevel;  // of the decode and encode messages; the others are errors

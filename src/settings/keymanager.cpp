@@ -4,13 +4,17 @@
 #include <exception>
 #include <mutex>
 
+#include "base/error_text.h"
+#include "base/key_error.h"
 #include "base/log.h"
 #include "base/md5.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/uuid.h"
 #include "settings/encodedstore.h"
 #include "settings/encodedtext.h"
 #include "settings/globalkey.h"
+#include "settings/recoveryfile.h"
 #include "settings/storefile.h"
 #include "settings/wipe.h"
 
@@ -28,22 +32,11 @@ constexpr EncodedStoreTexts texts = {
 
 constexpr size_t userKeySize = aesKeySize + aesIvSize;
 
-struct GlobalKey {
-    unsigned char key[aesKeySize];
-    unsigned char iv[aesIvSize];
-};
-
-bool getGlobalKey(GlobalKey& global) {
-    return KeyManagerImpl::globalKey(global.key, sizeof global.key, global.iv, sizeof global.iv);
-}
-
 bool sizesAreRight(size_t keyLen, size_t ivLen) {
     if (keyLen == aesKeySize && ivLen == aesIvSize) {
         return true;
     }
-    log(LogLevel::error, "Incorrect key or iv size.\n");
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
+    return logFailed(ERROR_INVALID_PARAMETER, "Incorrect key or iv size.\n");
 }
 
 bool argumentsAreRight(const char* user, size_t keyLen, size_t ivLen) {
@@ -68,6 +61,63 @@ void split(const std::string& bytes, unsigned char* key, unsigned char* iv) {
     std::copy_n(bytes.begin() + aesKeySize, aesIvSize, iv);
 }
 
+static_assert(recoveryKeySize == aesKeySize + aesIvSize);
+static_assert(recoveryKeyLimit == userKeyLimit);
+
+bool fail(const char* action, const wchar_t* file, DWORD error) {
+    return logFailed(error, "Failed to %s the recovery file \"%s\", error-code = %d, %s.\n", action,
+                     toUtf8(file == nullptr ? L"" : file), error, errorText(error));
+}
+
+// A name of its own in the folder of `file`; empty when there is none to be had.
+std::wstring siblingOf(const std::wstring& file) {
+    GUID id{};
+    if (createUuid(id) != 0) {
+        return {};
+    }
+    return file.substr(0, file.find_last_of(L"\\/:") + 1) + toWide(uuidText(id)) + L".new";
+}
+
+// The text is read back before the file gets its name: it may be all that is left one day.
+bool isWritten(const std::wstring& path, const std::string& text) {
+    std::string readBack;
+    FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
+    if (!file || !readStore(std::move(file), readBack)) {
+        return false;
+    }
+    SetLastError(ERROR_WRITE_FAULT);
+    return readBack == text;
+}
+
+bool writeWhole(const std::wstring& file, const std::string& text) {
+    const std::wstring fresh = siblingOf(file);
+    FileHandle handle = createPrivateFile(fresh);
+    if (!handle) {
+        return false;
+    }
+    if (writeStore(std::move(handle), text) && flushFile(fresh) && isWritten(fresh, text) &&
+        placeFile(fresh, file)) {
+        return true;
+    }
+    const LastErrorGuard keep;
+    DeleteFileW(longPath(fresh).c_str());
+    return false;
+}
+
+// Not more than a recovery file can hold.
+bool readWhole(const std::wstring& path, std::string& text) {
+    FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
+    LARGE_INTEGER size{};
+    if (!file || GetFileSizeEx(file.get(), &size) == 0) {
+        return false;
+    }
+    if (size.QuadPart > static_cast<LONGLONG>(recoveryFileLimit)) {
+        SetLastError(errorRecoveryFileDamaged);
+        return false;
+    }
+    return readStore(std::move(file), text);
+}
+
 }  // namespace
 
 bool KeyManagerImpl::globalKey(unsigned char* key, size_t keyLen, unsigned char* iv, size_t ivLen) {
@@ -82,54 +132,11 @@ bool KeyManagerImpl::globalKey(unsigned char* key, size_t keyLen, unsigned char*
 }
 
 bool KeyManagerImpl::encryptStringToTextFile(const wchar_t* path, const std::string& text) {
-    const FunctionTrace trace("KeyManagerImpl::encryptStringToTextFile", "keymanager.cpp");
-    GlobalKey global;
-    if (!getGlobalKey(global)) {
-        return false;
-    }
-    const std::string name = toUtf8(path);
-    try {
-        const std::string encoded = encodeText(text, global.key, global.iv);
-        const FileHandle file = openStoreForWriting(path, FILE_SHARE_READ);
-        if (!file) {
-            log(LogLevel::error, "Failed to open file \"%s\" for writing.\n", name.c_str());
-            return false;
-        }
-        DWORD written = 0;
-        if (WriteFile(file.get(), encoded.data(), static_cast<DWORD>(encoded.size()), &written,
-                      nullptr) == 0) {
-            log(LogLevel::error, "Failed to write the password content to \"%s\".\n", name.c_str());
-        }
-        return true;
-    } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to encrypt the content to \"%s\": %s.\n", name.c_str(),
-            error.what());
-        return false;
-    }
+    return writeEncodedFile(path, text);
 }
 
 bool KeyManagerImpl::decryptStringFromTextFile(const wchar_t* path, std::string& text) {
-    const FunctionTrace trace("KeyManagerImpl::encryptStringFromTextFile", "keymanager.cpp");
-    GlobalKey global;
-    if (!getGlobalKey(global)) {
-        return false;
-    }
-    const std::string name = toUtf8(path);
-    FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
-    std::string encoded;
-    if (!file || !readStore(std::move(file), encoded)) {
-        log(LogLevel::error, "Failed to open file \"%s\" for reading.\n", name.c_str());
-        return false;
-    }
-    try {
-        text = decodeText(encoded, global.key, global.iv);
-        return true;
-    } catch (const std::exception& error) {
-        log(LogLevel::error, "Failed to decrypt the content from \"%s\": %s.\n", name.c_str(),
-            error.what());
-        SetLastError(ERROR_DECRYPTION_FAILED);
-        return false;
-    }
+    return readEncodedFile(path, text);
 }
 
 KeyManagerImpl::KeyManagerImpl() {
@@ -184,10 +191,8 @@ bool KeyManagerImpl::storedKey(const std::string& entry, std::string& bytes) con
     } catch (const std::runtime_error&) {
         bytes.clear();
     }
-    log(LogLevel::error, "The stored key of user {%s} is damaged.\n",
-        entry.substr(0, entry.find('\n')).c_str());
-    SetLastError(ERROR_DECRYPTION_FAILED);
-    return false;
+    return logFailed(ERROR_DECRYPTION_FAILED, "The stored key of user {%s} is damaged.\n",
+                     entry.substr(0, entry.find('\n')));
 }
 
 // Another program may have put a key there since the file was read.
@@ -266,9 +271,8 @@ bool KeyManagerImpl::makeKey(const char* user, std::string& bytes) {
         bytes = randomBytes(userKeySize);
         return addKeys({{user, encodeBase64(bytes)}});
     } catch (const std::runtime_error& error) {
-        log(LogLevel::error, "Failed to make a key for user {%s}: %s.\n", user, error.what());
-        SetLastError(ERROR_GEN_FAILURE);
-        return false;
+        return logFailed(ERROR_GEN_FAILURE, "Failed to make a key for user {%s}: %s.\n", user,
+                         error.what());
     }
 }
 
@@ -353,6 +357,65 @@ bool KeyManagerImpl::takeKeys(const std::string& user, const std::string& bytes)
         return false;
     }
     return fresh.empty() || addKeys(fresh);
+}
+
+bool KeyManagerImpl::exportKey(const char* user, const char* passphrase, const wchar_t* file) {
+    const FunctionTrace trace("KeyManagerImpl::exportKey", "keymanager.cpp");
+    const auto failed = [&](DWORD error) { return fail("write", file, error); };
+    if (isEmpty(user) || isEmpty(passphrase) || file == nullptr || *file == L'\0') {
+        return failed(ERROR_INVALID_PARAMETER);
+    }
+    if (fileExists(file)) {
+        return failed(ERROR_FILE_EXISTS);
+    }
+    std::string bytes;
+    const WipeAtEnd wiped(bytes);
+    {
+        const std::lock_guard guard(lock_);
+        if (!allKeys(user, bytes)) {
+            return failed(GetLastError());
+        }
+    }
+    try {
+        const std::string text = sealRecoveryFile(
+            user, bytes, passphrase, randomBytes(recoverySaltSize), randomBytes(recoveryNonceSize));
+        return writeWhole(file, text) || failed(GetLastError());
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to seal the keys of user {%s}: %s.\n", user, error.what());
+        return failed(ERROR_GEN_FAILURE);
+    }
+}
+
+bool KeyManagerImpl::importKey(const char* user, const char* passphrase, const wchar_t* file,
+                               std::string& owner) {
+    const FunctionTrace trace("KeyManagerImpl::importKey", "keymanager.cpp");
+    const auto failed = [&](DWORD error) { return fail("read", file, error); };
+    owner.clear();
+    if (isEmpty(passphrase) || file == nullptr || *file == L'\0') {
+        return failed(ERROR_INVALID_PARAMETER);
+    }
+    std::string text;
+    if (!readWhole(file, text)) {
+        return failed(GetLastError());
+    }
+    std::string bytes;
+    const WipeAtEnd wiped(bytes);
+    try {
+        switch (openRecoveryFile(text, passphrase, owner, bytes)) {
+            case RecoveryFile::opened: break;
+            case RecoveryFile::wrongPassphrase: return failed(errorWrongPassphrase);
+            case RecoveryFile::damaged: return failed(errorRecoveryFileDamaged);
+        }
+        if (!isEmpty(user) && owner != user) {
+            return failed(errorRecoveryFileOfOther);
+        }
+        const std::lock_guard guard(lock_);
+        return takeKeys(owner, bytes) || failed(GetLastError());
+    } catch (const std::exception& error) {
+        log(LogLevel::error, "Failed to take the keys from \"%s\": %s.\n", toUtf8(file),
+            error.what());
+        return failed(ERROR_GEN_FAILURE);
+    }
 }
 
 }  // namespace dorvo
