@@ -41,10 +41,9 @@ constexpr LogKind logKind() {
     } else if constexpr (std::is_convertible_v<const T&, std::wstring> &&
                          !std::is_null_pointer_v<T>) {
         return LogKind::wideText;
-    } else if constexpr (std::same_as<T, bool> || std::same_as<T, char> ||
-                         std::same_as<T, wchar_t>) {
-        return LogKind::none;
-    } else if constexpr (std::integral<T> || std::is_enum_v<T>) {
+    } else if constexpr (std::is_enum_v<T> ||
+                         (std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
+                          !std::same_as<T, wchar_t>)) {
         return sizeof(T) <= sizeof(int) ? LogKind::number : LogKind::longNumber;
     } else {
         return LogKind::none;

@@ -140,7 +140,7 @@ void logProgress(bool on) {
 }
 
 void logLine(LogLevel level, const std::string& text) {
-    log(level, "%s\n", text.c_str());
+    log(level, "%s\n", text);
 }
 
 void closeLogFile() {

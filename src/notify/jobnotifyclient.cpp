@@ -46,8 +46,7 @@ HRESULT JobNotifyClient::openConnection(const wchar_t* host, uint16_t port) {
     }
     const DWORD error = GetLastError();
     log(LogLevel::error, "Failed to connect to notify endpoint {%s:%u}, errorcode=%d, %s.\n",
-        toUtf8(host == nullptr ? L"" : host).c_str(), unsigned{port}, error,
-        errorText(error).c_str());
+        toUtf8(host == nullptr ? L"" : host).c_str(), port, error, errorText(error));
     return HRESULT_FROM_WIN32(error);
 }
 

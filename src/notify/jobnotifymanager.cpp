@@ -39,7 +39,7 @@ void JobNotifyManagerImpl::completion(DWORD, ULONG_PTR, OVERLAPPED* event) {
             observer->post_evenet(owned.get());
         } catch (const std::exception& error) {
             log(LogLevel::error, "Failed to deliver event to observer of user {%s}, %s.\n",
-                observer->user().c_str(), error.what());
+                observer->user(), error.what());
         }
     }
 }

@@ -21,7 +21,7 @@ constexpr int sendTimeoutMs = 30'000;
 
 HRESULT failure(const char* what, DWORD error) {
     log(LogLevel::error, "Failed to %s notify request, errorcode=%d, %s.\n", what, error,
-        errorText(error).c_str());
+        errorText(error));
     return HRESULT_FROM_WIN32(error);
 }
 
@@ -158,7 +158,7 @@ void CALLBACK WinHttpRequest::onStatus(HINTERNET handle, DWORD_PTR context, DWOR
         state->object->advance(handle, status, info, size);
     } catch (const json_spirit::Error_position& error) {
         log(LogLevel::error, "Failed to read notify response {line %u, column %u}, %s.\n",
-            error.line_, error.column_, error.reason_.c_str());
+            error.line_, error.column_, error.reason_);
     } catch (const std::exception& error) {
         log(LogLevel::error, "Failed to handle notify response, %s.\n", error.what());
     } catch (...) {

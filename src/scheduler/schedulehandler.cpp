@@ -10,7 +10,7 @@ void ScheduleHandler::handle_timeout(uint64_t arg) {
     const FunctionTrace trace("ScheduleHandler::handle_timeout",
                               "..\\scheduler\\ScheduleHandler.cpp");
     log(LogLevel::information, "ScheduleHandler::handle_timeout: information - job id %s.\n",
-        jobId_.c_str());
+        jobId_);
     if (jobId_.empty() || commands_ == nullptr) {
         return;
     }

@@ -84,10 +84,8 @@ void ScheduleManagerImpl::stop() {
 bool ScheduleManagerImpl::deadlineOf(int64_t time, uint64_t& deadline) const {
     deadline = localCount(clock_, time);
     if (deadline == 0) {
-        log(LogLevel::error, "ScheduleManager::Schedule: failure - %Q is no time.\n",
-            static_cast<uint64_t>(time));
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
+        return logFailed(ERROR_INVALID_PARAMETER,
+                         "ScheduleManager::Schedule: failure - %Q is no time.\n", time);
     }
     return true;
 }
@@ -96,10 +94,9 @@ bool ScheduleManagerImpl::ScheduleImpl(uint64_t deadline, const std::string& job
     const FunctionTrace trace("ScheduleManager::ScheduleImpl", traceFile);
     Io_Completion_Port_Ex* const dispatcher = dispatcher_();
     if (dispatcher == nullptr) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::ScheduleImpl: failure - can't get the instance of "
             "Iocp_Dispatcher.\n");
-        return false;
     }
     if (schedules_.contains(jobId)) {
         log(LogLevel::information,
@@ -122,21 +119,18 @@ bool ScheduleManagerImpl::RescheduleImpl(uint64_t deadline, const std::string& j
     const FunctionTrace trace("ScheduleManager::RescheduleImpl", traceFile);
     const auto found = schedules_.find(jobId);
     if (found == schedules_.end()) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleImpl: failure - can't find the timer_handler from the "
             "list of scheduled timer_handler list.\n");
-        return false;
     }
     if (!found->second) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleImpl: failure - the timer_handler will be re-scheduled is "
             "null.\n");
-        return false;
     }
     if (!RescheduleHandlerImpl(deadline, found->second.get())) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleImpl: failure - re-schedule the timer failed.\n");
-        return false;
     }
     log(LogLevel::information,
         "ScheduleManager::ScheduleImpl: information - re-schedule the timer successfully.\n");
@@ -146,28 +140,24 @@ bool ScheduleManagerImpl::RescheduleImpl(uint64_t deadline, const std::string& j
 bool ScheduleManagerImpl::RescheduleHandlerImpl(uint64_t deadline, ScheduleHandler* pHandler) {
     const FunctionTrace trace("ScheduleManager::RescheduleHandlerImpl", traceFile);
     if (pHandler == nullptr || FindSchedule(pHandler->timer_id()) == schedules_.end()) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleHandlerImpl: failure - invalid parameter \"pHandler\".\n");
-        return false;
     }
     Io_Completion_Port_Ex* const dispatcher = dispatcher_();
     if (dispatcher == nullptr) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleHandlerImpl: failure - can't get the instance of "
             "Iocp_Dispatcher.\n");
-        return false;
     }
     if (!cancel(*dispatcher, *pHandler)) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleHandlerImpl: failure - call Iocp_Dispatcher::cancel_timer "
             "failed.\n");
-        return false;
     }
     if (dispatcher->schedule_timer(pHandler, deadline) == -1) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::RescheduleHandlerImpl: failure - call "
             "Iocp_Dispatcher::schedule_timer failed.\n");
-        return false;
     }
     log(LogLevel::information,
         "ScheduleManager::RescheduleHandlerImpl: information - re-schedule the handler "
@@ -179,10 +169,9 @@ bool ScheduleManagerImpl::UnscheduleImpl(const std::string& jobId) {
     const FunctionTrace trace("ScheduleManager::UnscheduleImpl", traceFile);
     Io_Completion_Port_Ex* const dispatcher = dispatcher_();
     if (dispatcher == nullptr) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::UnscheduleImpl: failure - can't get the instance of "
             "Iocp_Dispatcher.\n");
-        return false;
     }
     const auto found = schedules_.find(jobId);
     if (found == schedules_.end()) {
@@ -192,16 +181,14 @@ bool ScheduleManagerImpl::UnscheduleImpl(const std::string& jobId) {
         return false;
     }
     if (!found->second) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::UnscheduleImpl: failure - the timer_handler will be un-scheduled is "
             "null.\n");
-        return false;
     }
     if (!cancel(*dispatcher, *found->second)) {
-        log(LogLevel::error,
+        return logFailed(
             "ScheduleManager::UnscheduleImpl: failure - call Iocp_Dispatcher::cancel_timer "
             "failed.\n");
-        return false;
     }
     schedules_.erase(found);
     log(LogLevel::information,

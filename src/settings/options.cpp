@@ -79,8 +79,7 @@ bool OptionsImpl::init() {
     } else if (hasData) {
         return read(data);
     } else {
-        log(LogLevel::error, "Neither \"%W\" nor \"%W\" exists.\n", beside.c_str(), data.c_str());
-        return false;
+        return logFailed("Neither \"%W\" nor \"%W\" exists.\n", beside, data);
     }
     if (!hasData) {
         save();
@@ -92,22 +91,19 @@ bool OptionsImpl::read(const std::wstring& path) {
     FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
     std::string text;
     if (!file || !readStore(std::move(file), text)) {
-        log(LogLevel::error, "Failed to open options storage for reading.\n");
-        return false;
+        return logFailed("Failed to open options storage for reading.\n");
     }
     try {
         json_spirit::Value document;
         json_spirit::read_or_throw(text, document);
         if (document.type() != json_spirit::obj_type) {
-            log(LogLevel::error, "Options storage is not JSON object.\n");
-            return false;
+            return logFailed("Options storage is not JSON object.\n");
         }
         options_ = document.get_obj();
         return true;
     } catch (const json_spirit::Error_position& error) {
-        log(LogLevel::error, "Failed to parse options storage, Line %d, column %d, %s.\n",
-            error.line_, error.column_, error.reason_.c_str());
-        return false;
+        return logFailed("Failed to parse options storage, Line %d, column %d, %s.\n", error.line_,
+                         error.column_, error.reason_);
     }
 }
 
@@ -116,8 +112,7 @@ bool OptionsImpl::save() const {
     const std::string text = json_spirit::write_formatted(json_spirit::Value(options_));
     FileHandle data = openStoreForWriting(dataPath(), FILE_SHARE_READ);
     if (!data) {
-        log(LogLevel::error, "Failed to open options storage for writing.\n");
-        return false;
+        return logFailed("Failed to open options storage for writing.\n");
     }
     const bool written = writeStore(std::move(data), text);
     if (!written) {

@@ -38,7 +38,7 @@ ExclusionList::ExclusionList() {
     damaged_ = !load(toUtf8(path).c_str()) && fileExists(path);
     if (damaged_) {
         log(LogLevel::error, "Failed to load the exclusion list {%s}; nothing is excluded.\n",
-            path_.c_str());
+            path_);
     }
 }
 
@@ -138,8 +138,7 @@ bool ExclusionList::save() {
 
 bool ExclusionList::saveLocked() {
     if (!JSONObjectStorage::save()) {
-        log(LogLevel::error, "Failed to save the exclusion list {%s}, %m.\n", path_.c_str());
-        return false;
+        return logFailed("Failed to save the exclusion list {%s}, %m.\n", path_);
     }
     changed_ = false;
     return true;

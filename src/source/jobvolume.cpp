@@ -47,17 +47,14 @@ bool JobVolume::save(const char* jobId) const {
     createDirectories(directory);
     write_handle_streambuf file(directory + L"\\" + std::to_wstring(index));
     if (!file.is_open()) {
-        SetLastError(file.error());
-        log(LogLevel::error, "Failed to open job {%s} volume file %d for writing.\n", jobId, index);
-        return false;
+        return logFailed(file.error(), "Failed to open job {%s} volume file %d for writing.\n",
+                         jobId, index);
     }
     std::ostream stream(&file);
     json_spirit::write_formatted(toJson(*this), stream);
     if (!file.close()) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to write job {%s} volume file %d, err=%d, %s.\n", jobId, index,
-            keep.error(), errorText(keep.error()).c_str());
-        return false;
+        return logFailed("Failed to write job {%s} volume file %d, err=%d, %s.\n", jobId, index,
+                         GetLastError(), errorText(GetLastError()));
     }
     return true;
 }

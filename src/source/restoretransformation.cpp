@@ -51,8 +51,8 @@ void pump(const Transformation& with, std::istream& in, std::ostream& out) {
 
 void logAttributeFailure(const wchar_t* target) {
     const DWORD error = GetLastError();
-    log(LogLevel::warning, "Failed to set attributes of '%s', err=%d, %s.\n",
-        toUtf8(target).c_str(), error, errorText(error).c_str());
+    log(LogLevel::warning, "Failed to set attributes of '%s', err=%d, %s.\n", toUtf8(target), error,
+        errorText(error));
 }
 
 // Times come first, while nothing forbids writing them.

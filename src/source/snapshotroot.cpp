@@ -14,9 +14,8 @@ bool isSnapshotThere(const JobVolume& volume) {
         GetLastError() == ERROR_ACCESS_DENIED) {
         return true;
     }
-    log(LogLevel::error, "The snapshot of volume {%s} is gone, error-code = %d, %m.\n",
-        toUtf8(volume.path).c_str(), static_cast<int>(GetLastError()));
-    return false;
+    return logFailed("The snapshot of volume {%s} is gone, error-code = %d, %m.\n",
+                     toUtf8(volume.path), GetLastError());
 }
 
 }  // namespace dorvo

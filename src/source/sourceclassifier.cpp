@@ -68,7 +68,7 @@ void SourceClassifier::operator()(const std::vector<std::wstring>& sources,
         if (!mountPoint(source, mount)) {
             LastErrorGuard keep;
             log(LogLevel::error, "Failed to get volume path name from '%s', err=%d, %s\n",
-                toUtf8(source).c_str(), keep.error(), errorText(keep.error()).c_str());
+                toUtf8(source), keep.error(), errorText(keep.error()));
             continue;
         }
         std::shared_ptr<JobVolume>& volume = volumes[mount];

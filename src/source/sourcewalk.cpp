@@ -169,8 +169,8 @@ std::wstring SourceWalk::pattern() const {
 
 void SourceWalk::listFailed(DWORD error) const {
     if (error != ERROR_NO_MORE_FILES && error != ERROR_SUCCESS) {
-        log(LogLevel::error, "Failed to iterate '%s', err=%d, %s.\n", toUtf8(pattern()).c_str(),
-            error, errorText(error).c_str());
+        log(LogLevel::error, "Failed to iterate '%s', err=%d, %s.\n", toUtf8(pattern()), error,
+            errorText(error));
         // Nothing is there: the root of a drive has no entries of its own, as folders have.
         if (error != ERROR_FILE_NOT_FOUND) {
             tellFailure(error);

@@ -10,9 +10,7 @@ namespace dorvo {
 namespace {
 
 bool notOpened(TransformWords::Line words, const wchar_t* path, DWORD error) {
-    log(LogLevel::error, words, toUtf8(path).c_str(), errorText(error).c_str());
-    SetLastError(error);
-    return false;
+    return logFailed(error, words, toUtf8(path), errorText(error));
 }
 
 }  // namespace
@@ -37,9 +35,9 @@ bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* st
         if (error == ERROR_CANCELLED) {
             // The words are those of a restore for both; readers of the log look for them.
             log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
-                toUtf8(source).c_str());
+                toUtf8(source));
         } else {
-            log(LogLevel::error, words.failed, toUtf8(source).c_str(), failure.what());
+            log(LogLevel::error, words.failed, toUtf8(source), failure.what());
         }
         SetLastError(error);
         return false;

@@ -59,8 +59,7 @@ std::optional<int32_t> indexOf(const std::wstring& name) {
 }
 
 void logMalformed(const char* jobId, int32_t index, const std::string& reason) {
-    log(LogLevel::error, "Failed to load job {%s} volume file %d, %s.\n", jobId, index,
-        reason.c_str());
+    log(LogLevel::error, "Failed to load job {%s} volume file %d, %s.\n", jobId, index, reason);
 }
 
 void loadVolume(const char* jobId, const std::wstring& path, int32_t index, VolumeMap& volumes) {
