@@ -22,7 +22,7 @@
 #include "json_spirit/json_spirit.h"
 #include "run/jobrun.h"
 #include "source/exclusionlist.h"
-#include "source/sourcelinks.h"
+#include "source/sourcewalk.h"
 #include "storage/wire_time.h"
 #include "text/agenterror.h"
 #include "text/failuretext.h"

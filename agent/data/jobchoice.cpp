@@ -76,8 +76,9 @@ std::string filterText(const BackupJobDefinition& job) {
         list += (list.empty() ? "" : ", ") + shown(extension);
     }
     switch (job.filterType()) {
-        case 1: return "only files with the extensions " + list;
-        case 2: return "all files but those with the extensions " + list;
+        case BackupJobDefinition::extensionsOnly: return "only files with the extensions " + list;
+        case BackupJobDefinition::extensionsLeftOut:
+            return "all files but those with the extensions " + list;
         default: return "all files";
     }
 }

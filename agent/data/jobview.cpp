@@ -36,8 +36,8 @@ std::string storageText(const JobDefinition& job) {
 
 std::string filterText(int32_t type) {
     switch (type) {
-        case 1: return "only";
-        case 2: return "skip";
+        case BackupJobDefinition::extensionsOnly: return "only";
+        case BackupJobDefinition::extensionsLeftOut: return "skip";
         default: return "none";
     }
 }

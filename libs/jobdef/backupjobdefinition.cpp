@@ -13,7 +13,7 @@ BackupJobDefinition::BackupJobDefinition(std::string id, std::wstring name, std:
 BackupJobDefinition::BackupJobDefinition(const json_spirit::Object& members)
     : JobDefinition(members),
       source_(jobdef::pathsFromJson(jobdef::requiredStrings(members, "source"))),
-      filterType_(jobdef::optionalInt(members, "filterType", 0)),
+      filterType_(jobdef::optionalInt(members, "filterType", allFiles)),
       compress_(jobdef::optionalBool(members, "compress", true)),
       schedule_(jobdef::scheduleFromJson(members, "schedule", scheduleIsValid_)),
       runMissed_(jobdef::optionalBool(members, "runMissed", true)) {

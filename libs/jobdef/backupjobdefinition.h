@@ -11,6 +11,10 @@ namespace dorvo {
 
 class DORVO_JOBDEF_API BackupJobDefinition : public JobDefinition {
 public:
+    // What the list of extensions is for. A file of a later version may say another number: such a
+    // job takes all files.
+    enum FilterType : int32_t { allFiles = 0, extensionsOnly = 1, extensionsLeftOut = 2 };
+
     BackupJobDefinition(std::string id, std::wstring name, std::string user);
     // Throws std::runtime_error for a missing or wrongly typed required member.
     explicit BackupJobDefinition(const json_spirit::Object& members);
@@ -21,7 +25,7 @@ public:
 
     // Absolute paths of files, folders and volume roots.
     const std::vector<std::wstring>& source() const { return source_; }
-    // 1 stores only files with one of the extensions, 2 leaves them out, others store everything.
+    // A FilterType, or another number.
     int32_t filterType() const { return filterType_; }
     const std::vector<std::wstring>& extensions() const { return extensions_; }
     bool compress() const { return compress_; }
@@ -44,7 +48,7 @@ protected:
 
 private:
     std::vector<std::wstring> source_;
-    int32_t filterType_ = 0;
+    int32_t filterType_ = allFiles;
     std::vector<std::wstring> extensions_;
     bool compress_ = true;
     bool scheduleIsValid_ = true;

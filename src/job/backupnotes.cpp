@@ -3,7 +3,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "job/restorepath.h"
-#include "source/sourcelinks.h"
+#include "source/sourcewalk.h"
 
 namespace dorvo {
 namespace {

@@ -14,10 +14,9 @@
 #include "record/jobhistory.h"
 #include "settings/serverbinding.h"
 #include "source/exclusionlist.h"
-#include "source/filterpolicyfactory.h"
+#include "source/filterpolicy.h"
 #include "source/jobactsrcgenerator.h"
-#include "source/snapshotroot.h"
-#include "source/sourceclassifier.h"
+#include "source/jobvolume.h"
 #include "source/speedcalc.h"
 #include "storage/itemtemppath.h"
 

@@ -16,7 +16,6 @@
 #include "jobdef/backupjobdefinition.h"
 #include "source/incrementcheck.h"
 #include "source/jobvolume.h"
-#include "source/volumemap.h"
 #include "storage/backupstorage.h"
 #include "vssreq/vssrequester.h"
 

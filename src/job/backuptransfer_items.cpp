@@ -9,8 +9,7 @@
 #include "base/text.h"
 #include "job/backuptransfer.h"
 #include "settings/serverbinding.h"
-#include "source/snapshotroot.h"
-#include "source/sourceclassifier.h"
+#include "source/jobvolume.h"
 #include "storage/itemtemppath.h"
 
 namespace dorvo {

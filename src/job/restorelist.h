@@ -19,7 +19,7 @@
 
 #include "base/interrupter.h"
 #include "record/jobactsrcwriter.h"
-#include "source/sourcecalculator.h"
+#include "source/sourcewalk.h"
 #include "storage/restorecatalog.h"
 
 namespace dorvo {

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include "json_spirit/json_spirit.h"
-#include "source/excludedpaths.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
 

@@ -3,7 +3,7 @@
 #include "base/local_time.h"
 #include "base/text.h"
 #include "record/sourcelistfile.h"
-#include "source/volumemap.h"
+#include "source/jobvolume.h"
 
 namespace dorvo {
 namespace {

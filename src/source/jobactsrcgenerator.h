@@ -23,10 +23,9 @@
 
 #include "base/interrupter.h"
 #include "record/jobactsrcwriter.h"
-#include "source/excludedpaths.h"
+#include "source/exclusionlist.h"
 #include "source/incrementcheck.h"
 #include "source/jobvolume.h"
-#include "source/sourcecalculator.h"
 #include "source/sourcewalk.h"
 
 namespace dorvo {

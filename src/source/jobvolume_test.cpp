@@ -7,9 +7,6 @@
 #include "base/paths.h"
 #include "base/rm_rf.h"
 #include "base/uuid.h"
-#include "source/sourceclassifier.h"
-#include "source/volumefile.h"
-#include "source/volumemap.h"
 #include "support/files.h"
 #include "support/log_capture.h"
 

@@ -1,9 +1,13 @@
 #include "source/sourcewalk.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "base/error_text.h"
+#include "base/handle.h"
 #include "base/log.h"
+#include "base/paths.h"
+#include "base/reparse_point.h"
 #include "base/text.h"
 #include "source/filterpolicy.h"
 
@@ -31,6 +35,49 @@ void appendSeparator(std::wstring& path) {
 }
 
 }  // namespace
+
+void SourceCalculator::processFile(const wchar_t*, const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        ++directories_;
+        return;
+    }
+    ++files_;
+    size_ += uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
+bool SourceFileSystem::attributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+    return GetFileAttributesExW(longPath(path).c_str(), GetFileExInfoStandard, &data) != 0;
+}
+
+bool SourceFileSystem::targetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+    constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const FileHandle target(CreateFileW(longPath(path).c_str(), FILE_READ_ATTRIBUTES, shareAll,
+                                        nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                                        nullptr));
+    BY_HANDLE_FILE_INFORMATION found;
+    if (!target || GetFileInformationByHandle(target.get(), &found) == 0) {
+        return false;
+    }
+    data = {found.dwFileAttributes & ~DWORD{FILE_ATTRIBUTE_REPARSE_POINT},
+            found.ftCreationTime,
+            found.ftLastAccessTime,
+            found.ftLastWriteTime,
+            found.nFileSizeHigh,
+            found.nFileSizeLow};
+    return true;
+}
+
+HANDLE SourceFileSystem::findFirst(const std::wstring& pattern, WIN32_FIND_DATAW& entry) {
+    return FindFirstFileW(longPath(pattern).c_str(), &entry);
+}
+
+bool SourceFileSystem::findNext(HANDLE search, WIN32_FIND_DATAW& entry) {
+    return FindNextFileW(search, &entry) != 0;
+}
+
+void SourceFileSystem::findClose(HANDLE search) {
+    FindClose(search);
+}
 
 SourceWalk::SourceWalk(SourceWalker& walker, Rules rules)
     : walker_(walker),
@@ -189,6 +236,39 @@ void SourceWalk::tellNotEntered() const {
     if (rules_.notEntered && !excluded()) {
         rules_.notEntered(path_, entry_.dwReserved0);
     }
+}
+
+void walkSource(const std::vector<std::wstring>& sources, FilterPolicy* filter,
+                SourceWalker* walker) {
+    if (walker == nullptr) {
+        return;
+    }
+    SourceWalk::Rules rules;
+    rules.filter = filter;
+    SourceWalk(*walker, rules).walk(sources);
+}
+
+std::string notEnteredText(const std::wstring& path, DWORD tag) {
+    if (!leadsElsewhere(tag)) {
+        return "what it holds is kept by another program and is not read";
+    }
+    return isVolumeMountedAt(path)
+               ? "another volume is mounted here: name this folder to back it up as well"
+               : "a link to another place: name it to back up what is there as well";
+}
+
+std::wstring firstLinkIn(const std::wstring& path, const std::wstring& mountPoint) {
+    size_t begin = mountPoint.size();
+    while (begin < path.size()) {
+        const size_t end = std::min(path.find(L'\\', begin), path.size());
+        std::wstring folder = path.substr(0, end);
+        const std::optional<DWORD> tag = reparseTag(folder);
+        if (tag && leadsElsewhere(*tag)) {
+            return folder;
+        }
+        begin = end + 1;
+    }
+    return {};
 }
 
 }  // namespace dorvo

@@ -1,23 +1,75 @@
-// The walk behind walkSource, with what its other users need: leaving whole subtrees out, stopping
-// early, and a file system that tests can replace.
+// Walking sources depth first, each directory before its content: what a walk asks, follows and
+// leaves out, who hears of it, and the folders on its way that stand for another place.
+//
+// The filter is asked with the full path of a source and the bare name of everything below. It
+// never keeps an ordinary directory from being reported and entered; links below a source are never
+// entered. Order is the file system's. A directory that cannot be listed is logged.
 //
 // Levels are kept on the heap, one search handle and one number each, so that depth costs no stack;
-// nothing else is kept. One thread; reusable after each walk.
+// nothing else is kept. One thread; a SourceWalk is reusable after each walk.
 #pragma once
 
 #include <windows.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "source/sourcefilesystem.h"
-#include "source/sourcewalker.h"
+#include "base/api.h"
 
 namespace dorvo {
 
 class FilterPolicy;
 
+// What a walk reports to: one call for every file and directory found.
+class DORVO_JOB_API SourceWalker {
+public:
+    SourceWalker() = default;
+    SourceWalker(const SourceWalker&) = default;
+    SourceWalker& operator=(const SourceWalker&) = default;
+    virtual ~SourceWalker() = default;
+
+protected:
+    friend class SourceWalk;
+    // `path` is the entry's full path and lives as long as the call.
+    virtual void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) = 0;
+};
+
+// Counts what a walk reports. A walker of one's own derives from it and calls its processFile.
+class DORVO_JOB_API SourceCalculator : public SourceWalker {
+public:
+    uint32_t directoryCount() const { return directories_; }
+    uint32_t fileCount() const { return files_; }
+    uint64_t fileSize() const { return size_; }  // bytes of the files
+
+protected:
+    void processFile(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data) override;
+
+private:
+    uint32_t directories_ = 0;
+    uint32_t files_ = 0;
+    uint64_t size_ = 0;
+};
+
+// The calls that a walk makes, replaceable for tests.
+//
+// Answers and last errors are those of the Win32 functions. Paths come as the walk shows them; the
+// real calls take their long form.
+class SourceFileSystem {
+public:
+    virtual ~SourceFileSystem() = default;
+
+    virtual bool attributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data);
+    // The same of what a link at the path leads to; never with the mark of a link.
+    virtual bool targetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data);
+    // INVALID_HANDLE_VALUE on failure; else findClose comes once.
+    virtual HANDLE findFirst(const std::wstring& pattern, WIN32_FIND_DATAW& entry);
+    virtual bool findNext(HANDLE search, WIN32_FIND_DATAW& entry);
+    virtual void findClose(HANDLE search);
+};
+
+// A walk, with what it asks and whom it tells.
 class SourceWalk {
 public:
     struct Rules {
@@ -81,5 +133,17 @@ private:
     std::vector<Level> levels_;
     bool filteredOut_ = false;
 };
+
+// A walk with a filter alone. A source that cannot be found is skipped in silence. The filter may
+// be null: everything passes. The walker may be null: nothing is done.
+extern "C" DORVO_JOB_API void walkSource(const std::vector<std::wstring>& sources,
+                                         FilterPolicy* filter, SourceWalker* walker);
+
+// What a user is told of a folder with that reparse tag, which a walk has listed and not entered.
+std::string notEnteredText(const std::wstring& path, DWORD tag);
+
+// The first folder of the path that is a link, the path itself included, from behind the mount
+// point on, which the path begins with. Empty when there is none.
+DORVO_JOB_API std::wstring firstLinkIn(const std::wstring& path, const std::wstring& mountPoint);
 
 }  // namespace dorvo

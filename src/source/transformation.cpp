@@ -1,6 +1,139 @@
 #include "source/transformation.h"
 
+#include <cryptopp/aes.h>
+#include <cryptopp/files.h>
+#include <cryptopp/filters.h>
+#include <cryptopp/modes.h>
+#include <cryptopp/zlib.h>
+
+#include <exception>
+#include <functional>
+#include <string>
+
+#include "base/error_text.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "source/handlestreams.h"
+
 namespace dorvo {
+namespace {
+
+// Each of a path and a reason.
+struct TransformWords {
+    using Line = LogText<std::string, std::string>;
+    Line sourceNotOpened;
+    Line targetNotOpened;
+    Line failed;
+};
+
+bool notOpened(TransformWords::Line words, const wchar_t* path, DWORD error) {
+    return logFailed(error, words, toUtf8(path), errorText(error));
+}
+
+// Opens both files and has `pump` carry one into the other; `finish`, where there is one, gets the
+// target when all of it is written. What `pump` throws, or a source that is not read to its end, is
+// a failure. False is logged and leaves the thread's last error, true leaves 0.
+bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* stop,
+                   const TransformWords& words,
+                   const std::function<void(std::istream& in, std::ostream& out)>& pump,
+                   const std::function<void(HANDLE target)>& finish = nullptr) {
+    ReadHandleStream in(source, stop);
+    if (!in) {
+        return notOpened(words.sourceNotOpened, source, in.buffer().error());
+    }
+    WriteHandleStream out(target);
+    if (!out) {
+        return notOpened(words.targetNotOpened, target, out.buffer().error());
+    }
+    try {
+        pump(in, out);
+        throwIfCutOff(in);
+    } catch (const std::exception& failure) {
+        const DWORD error = chainError(in, out);
+        if (error == ERROR_CANCELLED) {
+            // The words are those of a restore for both; readers of the log look for them.
+            log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
+                toUtf8(source));
+        } else {
+            log(LogLevel::error, words.failed, toUtf8(source), failure.what());
+        }
+        SetLastError(error);
+        return false;
+    }
+    if (finish) {
+        finish(out.buffer().handle());
+    }
+    SetLastError(ERROR_SUCCESS);
+    return true;
+}
+
+constexpr unsigned deflateLevel = 6;
+constexpr unsigned windowBits = 15;
+constexpr bool detectUncompressible = true;
+constexpr bool pumpAll = true;
+
+// Each link of the chain owns the next.
+void pack(const Transformation& with, std::istream& in, std::ostream& out) {
+    CryptoPP::CBC_Mode<CryptoPP::AES>::Encryption cipher(with.key.data(), with.key.size(),
+                                                         with.iv.data());
+    CryptoPP::BufferedTransformation* chain =
+        new CryptoPP::StreamTransformationFilter(cipher, new CryptoPP::FileSink(out));
+    if (with.compress != 0) {
+        chain = new CryptoPP::ZlibCompressor(chain, deflateLevel, windowBits, detectUncompressible);
+    }
+    const CryptoPP::FileSource pumped(in, pumpAll, chain);
+}
+
+// The target of a package. The decompressor hands on as they are the bytes that stand behind the
+// compressed ones: they are damage, not content.
+class WholeSink : public CryptoPP::FileSink {
+public:
+    using FileSink::FileSink;
+
+    size_t Put2(const CryptoPP::byte* bytes, size_t length, int messageEnd,
+                bool blocking) override {
+        if (ended_ && length != 0) {
+            throw CryptoPP::Exception(CryptoPP::Exception::INVALID_DATA_FORMAT,
+                                      "There are bytes behind the end of the content");
+        }
+        ended_ = ended_ || messageEnd != 0;
+        return FileSink::Put2(bytes, length, messageEnd, blocking);
+    }
+
+private:
+    bool ended_ = false;
+};
+
+void unpack(const Transformation& with, std::istream& in, std::ostream& out) {
+    CryptoPP::CBC_Mode<CryptoPP::AES>::Decryption cipher(with.key.data(), with.key.size(),
+                                                         with.iv.data());
+    CryptoPP::BufferedTransformation* chain = new WholeSink(out);
+    if (with.compress != 0) {
+        chain = new CryptoPP::ZlibDecompressor(chain);
+    }
+    const CryptoPP::FileSource pumped(in, pumpAll,
+                                      new CryptoPP::StreamTransformationFilter(cipher, chain));
+}
+
+void logAttributeFailure(const wchar_t* target) {
+    const DWORD error = GetLastError();
+    log(LogLevel::warning, "Failed to set attributes of '%s', err=%d, %s.\n", toUtf8(target), error,
+        errorText(error));
+}
+
+// Times come first, while nothing forbids writing them.
+void applyAttributes(const wchar_t* target, HANDLE file, const WIN32_FILE_ATTRIBUTE_DATA& data) {
+    if (SetFileTime(file, &data.ftCreationTime, &data.ftLastAccessTime, &data.ftLastWriteTime) ==
+        0) {
+        logAttributeFailure(target);
+    }
+    if (SetFileAttributesW(longPath(target).c_str(), data.dwFileAttributes) == 0) {
+        logAttributeFailure(target);
+    }
+}
+
+}  // namespace
 
 Transformation::Transformation(bool compressed, uint8_t fill) : compress(compressed ? 1 : 0) {
     key.fill(fill);
@@ -10,6 +143,31 @@ Transformation::Transformation(bool compressed, uint8_t fill) : compress(compres
 Transformation::~Transformation() {
     SecureZeroMemory(key.data(), key.size());
     SecureZeroMemory(iv.data(), iv.size());
+}
+
+bool BackupTransformation::transform(const wchar_t* source, const wchar_t* target,
+                                     const WIN32_FILE_ATTRIBUTE_DATA*, interrupter* stop) {
+    return transformFile(source, target, stop,
+                         {.sourceNotOpened = "Failed to open source %s, %s\n",
+                          .targetNotOpened = "Failed to open target %s, %s\n",
+                          .failed = "Failed to compress and encrypt %s, %s.\n"},
+                         [this](std::istream& in, std::ostream& out) { pack(*this, in, out); });
+}
+
+bool RestoreTransformation::transform(const wchar_t* source, const wchar_t* target,
+                                      const WIN32_FILE_ATTRIBUTE_DATA* attributes,
+                                      interrupter* stop) {
+    return transformFile(
+        source, target, stop,
+        {.sourceNotOpened = "Failed to target file %s, %s.\n",
+         .targetNotOpened = "Failed to open target %s, %s.\n",
+         .failed = "Failed to decrypt and decompress %s, %s.\n"},
+        [this](std::istream& in, std::ostream& out) { unpack(*this, in, out); },
+        [&](HANDLE written) {
+            if (attributes != nullptr) {
+                applyAttributes(target, written, *attributes);
+            }
+        });
 }
 
 }  // namespace dorvo

@@ -34,4 +34,27 @@ public:
     std::array<uint8_t, 16> iv;
 };
 
+// File to package: compressed when the flag is set, then encrypted.
+class BackupTransformation : public Transformation {
+public:
+    explicit BackupTransformation(bool compressed = false) : Transformation(compressed) {}
+
+    // Attributes are ignored. A source that cannot be read to its end is a failure, never a short
+    // package.
+    bool transform(const wchar_t* source, const wchar_t* target,
+                   const WIN32_FILE_ATTRIBUTE_DATA* attributes, interrupter* stop) override;
+};
+
+// Package to file: decrypted, then decompressed when the flag is set.
+class RestoreTransformation : public Transformation {
+public:
+    // Key and IV are a fixed byte until the owner sets the real ones.
+    explicit RestoreTransformation(bool compressed) : Transformation(compressed, 0xA5) {}
+
+    // Gives the target the attributes and times when there are any; that these could not be set is
+    // logged and no failure.
+    bool transform(const wchar_t* source, const wchar_t* target,
+                   const WIN32_FILE_ATTRIBUTE_DATA* attributes, interrupter* stop) override;
+};
+
 }  // namespace dorvo

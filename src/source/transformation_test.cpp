@@ -10,9 +10,7 @@
 
 #include "base/error_text.h"
 #include "base/text.h"
-#include "source/backuptransformation.h"
 #include "source/handlestreams.h"
-#include "source/restoretransformation.h"
 #include "support/fails_with.h"
 #include "support/files.h"
 #include "support/log_capture.h"

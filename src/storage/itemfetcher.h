@@ -23,7 +23,7 @@
 #include "base/http_error.h"
 #include "base/interrupter.h"
 #include "record/itemprogress.h"
-#include "source/restoretransformation.h"
+#include "source/transformation.h"
 #include "storage/restoretarget.h"
 #include "storage/storagetask.h"
 

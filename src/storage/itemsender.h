@@ -21,7 +21,7 @@
 #include "base/handle.h"
 #include "base/interrupter.h"
 #include "record/itemprogress.h"
-#include "source/backuptransformation.h"
+#include "source/transformation.h"
 #include "storage/storagetask.h"
 
 namespace dorvo {

@@ -23,7 +23,7 @@
 #include "base/disk_room.h"
 #include "base/handle.h"
 #include "base/interrupter.h"
-#include "source/restoretransformation.h"
+#include "source/transformation.h"
 #include "storage/placingrecord.h"
 #include "storage/replacedfile.h"
 

@@ -12,7 +12,7 @@
 
 #include "base/local_time.h"
 #include "base/private_access.h"
-#include "source/backuptransformation.h"
+#include "source/transformation.h"
 #include "support/fails_with.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"

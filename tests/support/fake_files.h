@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "source/filterpolicy.h"
-#include "source/sourcecalculator.h"
-#include "source/sourcefilesystem.h"
+#include "source/sourcewalk.h"
 
 namespace dorvo::test {
 

@@ -10,7 +10,7 @@
 
 #include "base/paths.h"
 #include "base/text.h"
-#include "source/backuptransformation.h"
+#include "source/transformation.h"
 #include "storage/itemtemppath.h"
 #include "storage/web/webrestorestorage.h"
 #include "support/files.h"

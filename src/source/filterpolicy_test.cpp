@@ -1,10 +1,9 @@
-#include "source/extensitonsfilterpolicy.h"
+#include "source/filterpolicy.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include "base/handle.h"
-#include "source/filterpolicyfactory.h"
 
 namespace dorvo {
 namespace {
