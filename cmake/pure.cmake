@@ -21,12 +21,9 @@ set(pure_sources
     src/record/sourcerecord.cpp
     src/job/statetable.cpp
     src/job/restorepath.cpp
-    src/scheduler/dailyschedulehelper.cpp
-    src/scheduler/monthlyschedulehelper.cpp
     src/scheduler/schedulecalendar.cpp
     src/scheduler/schedulehelper.cpp
     src/scheduler/timer_heap.cpp
-    src/scheduler/weeklyschedulehelper.cpp
     src/settings/encodedtext.cpp
     src/settings/recoveryfile.cpp
     src/storage/local/localinstancedocument.cpp

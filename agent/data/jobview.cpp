@@ -9,7 +9,7 @@
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "record/jobactivityhandle.h"
-#include "scheduler/systemscheduleclock.h"
+#include "scheduler/scheduleclock.h"
 #include "storage/wire_time.h"
 #include "text/failuretext.h"
 #include "text/format.h"

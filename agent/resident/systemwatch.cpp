@@ -5,7 +5,7 @@
 #include "base/log.h"
 #include "base/logfile.h"
 #include "base/thread.h"
-#include "scheduler/iocpdispatherwrapper.h"
+#include "scheduler/iocp_dispatcher.h"
 #include "text/agenterror.h"
 #include "text/failuretext.h"
 

@@ -8,7 +8,7 @@
 #include "job/jobcmdqueue.h"
 #include "job/jobmanager.h"
 #include "job/jobplanner.h"
-#include "scheduler/iocpdispatherwrapper.h"
+#include "scheduler/iocp_dispatcher.h"
 
 namespace dorvo {
 namespace {

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string>
 
-#include "scheduler/timeout_handler.h"
+#include "scheduler/timer_heap.h"
 
 namespace dorvo {
 

@@ -5,11 +5,9 @@
 #include "base/job_state.h"
 #include "base/log.h"
 #include "job/jobcmdqueue.h"
-#include "scheduler/dailyschedulehelper.h"
-#include "scheduler/monthlyschedulehelper.h"
 #include "scheduler/schedulecalendar.h"
-#include "scheduler/systemscheduleclock.h"
-#include "scheduler/weeklyschedulehelper.h"
+#include "scheduler/scheduleclock.h"
+#include "scheduler/schedulehelper.h"
 
 namespace dorvo {
 namespace {

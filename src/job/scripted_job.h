@@ -21,7 +21,7 @@
 #include "record/jobhistoryerror.h"
 #include "record/jobhistoryinfo.h"
 #include "record/jobhistorynotes.h"
-#include "scheduler/iocpdispatherwrapper.h"
+#include "scheduler/iocp_dispatcher.h"
 #include "storage/itemtemppath.h"
 #include "storage/restoresibling.h"
 #include "support/log_capture.h"

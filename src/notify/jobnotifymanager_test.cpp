@@ -10,7 +10,7 @@
 #include "notify/event_end.h"
 #include "notify/event_job_error.h"
 #include "notify/event_state.h"
-#include "scheduler/iocpdispatherwrapper.h"
+#include "scheduler/iocp_dispatcher.h"
 #include "support/log_capture.h"
 #include "support/signal.h"
 

@@ -18,7 +18,6 @@
 #include "base/critical_section.h"
 #include "base/local_time.h"
 #include "scheduler/io_completion_port.h"
-#include "scheduler/timeout_handler.h"
 #include "scheduler/timer_heap.h"
 
 namespace dorvo {

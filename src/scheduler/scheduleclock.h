@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "base/api.h"
+
 namespace dorvo {
 
 class ScheduleClock {
@@ -25,5 +27,10 @@ public:
     // Hears of each due time that a helper has chosen, for the log.
     virtual void chosen(const std::tm&) const {}
 };
+
+// The computer's clock and time zone, by way of the C runtime: the one clock of the process. Making
+// it takes the variable TZ out of the process's environment: the C runtime would believe it, while
+// timers are compared with GetLocalTime, which does not.
+DORVO_JOB_API const ScheduleClock& systemScheduleClock();
 
 }  // namespace dorvo

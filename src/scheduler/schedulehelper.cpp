@@ -7,9 +7,12 @@
 namespace dorvo {
 namespace {
 
-// More than a change of the clocks moves a midnight by, less than a day.
-constexpr int64_t halfDay = 43'200;
-constexpr int64_t dayLength = 86'400;
+constexpr int64_t minuteLength = 60;
+constexpr int64_t hourLength = 60 * minuteLength;
+constexpr int64_t dayLength = 24 * hourLength;
+constexpr int64_t weekLength = 7 * dayLength;
+constexpr int64_t halfDay = dayLength / 2;  // more than a change of the clocks moves a midnight by
+constexpr int firstYear = 1900;             // of std::tm
 
 // The due time `sum` seconds after the midnight with which a period begins, by the clock on the
 // wall: what the zone's offset changes by on the way is taken off. The period's start need not
@@ -68,6 +71,126 @@ int64_t ScheduleHelper::secondsUntilNext() const {
 int64_t ScheduleHelper::dueInNextPeriod(int64_t at) const {
     const int64_t due = dueInPeriod(at);
     return due == -1 ? -1 : due + period(at);
+}
+
+DailyScheduleHelper::DailyScheduleHelper(const ScheduleClock& clock, uint64_t start, int hour,
+                                         int minute, int second)
+    : ScheduleHelper(clock),
+      hour_(hour),
+      minute_(minute),
+      second_(second),
+      startTime_(standardInstant(clock, start)) {}
+
+std::unique_ptr<ScheduleHelper> DailyScheduleHelper::clone() const {
+    return std::make_unique<DailyScheduleHelper>(*this);
+}
+
+int64_t DailyScheduleHelper::period(int64_t) const {
+    return dayLength;
+}
+
+int64_t DailyScheduleHelper::periodStart(int64_t at) const {
+    std::tm parts{};
+    return clock().local(at, parts) ? midnight(clock(), parts) : -1;
+}
+
+int64_t DailyScheduleHelper::dueInPeriod(int64_t at) const {
+    const int64_t start = periodStart(at);
+    return start == -1 ? -1 : start + hour_ * hourLength + minute_ * minuteLength + second_;
+}
+
+WeeklyScheduleHelper::WeeklyScheduleHelper(const ScheduleClock& clock, uint64_t start,
+                                           int dayOfWeek, int hour, int minute, int second)
+    : ScheduleHelper(clock),
+      dayOfWeek_(dayOfWeek),
+      hour_(hour),
+      minute_(minute),
+      second_(second),
+      startTime_(standardInstant(clock, start)) {}
+
+std::unique_ptr<ScheduleHelper> WeeklyScheduleHelper::clone() const {
+    return std::make_unique<WeeklyScheduleHelper>(*this);
+}
+
+int64_t WeeklyScheduleHelper::period(int64_t) const {
+    return weekLength;
+}
+
+int64_t WeeklyScheduleHelper::periodStart(int64_t at) const {
+    std::tm parts{};
+    if (!clock().local(at, parts)) {
+        return -1;
+    }
+    // Days of the calendar: days of 86400 seconds miss Sunday in the first hour of a day when
+    // daylight-saving time has begun in between.
+    parts.tm_mday -= parts.tm_wday;
+    return midnight(clock(), parts);
+}
+
+int64_t WeeklyScheduleHelper::dueInPeriod(int64_t at) const {
+    const int64_t start = periodStart(at);
+    return start == -1 ? -1
+                       : start + dayOfWeek_ * dayLength + hour_ * hourLength +
+                             minute_ * minuteLength + second_;
+}
+
+MonthlyScheduleHelper::MonthlyScheduleHelper(const ScheduleClock& clock, uint64_t start,
+                                             int dayOfMonth, int hour, int minute, int second)
+    : ScheduleHelper(clock),
+      dayOfMonth_(dayOfMonth),
+      hour_(hour),
+      minute_(minute),
+      second_(second),
+      startTime_(standardInstant(clock, start)) {}
+
+std::unique_ptr<ScheduleHelper> MonthlyScheduleHelper::clone() const {
+    return std::make_unique<MonthlyScheduleHelper>(*this);
+}
+
+int64_t MonthlyScheduleHelper::period(int64_t at) const {
+    std::tm parts{};
+    const int days = clock().local(at, parts)
+                         ? daysOfMonth(clock(), parts.tm_year + firstYear, parts.tm_mon)
+                         : -1;
+    return days * dayLength;
+}
+
+int64_t MonthlyScheduleHelper::periodStart(int64_t at) const {
+    std::tm parts{};
+    if (!clock().local(at, parts)) {
+        return -1;
+    }
+    parts.tm_mday = 1;
+    return midnight(clock(), parts);
+}
+
+int64_t MonthlyScheduleHelper::dueInPeriod(int64_t at) const {
+    std::tm parts{};
+    return clock().local(at, parts)
+               ? dueIn(periodStart(at),
+                       daysOfMonth(clock(), parts.tm_year + firstYear, parts.tm_mon))
+               : -1;
+}
+
+int64_t MonthlyScheduleHelper::dueInNextPeriod(int64_t at) const {
+    std::tm parts{};
+    const int64_t start = periodStart(at);
+    const int64_t length = period(at);
+    if (start == -1 || length < 0 || !clock().local(at, parts)) {
+        return -1;
+    }
+    const bool december = parts.tm_mon == 11;
+    return dueIn(start + length,
+                 daysOfMonth(clock(), parts.tm_year + firstYear + (december ? 1 : 0),
+                             december ? 0 : parts.tm_mon + 1));
+}
+
+int64_t MonthlyScheduleHelper::dueIn(int64_t monthStart, int days) const {
+    if (monthStart == -1 || days == -1) {
+        return -1;
+    }
+    const int64_t dayIndex = std::min(dayOfMonth_, days) - 1;
+    return monthStart + ((dayIndex * 24 + hour_) * 60 + minute_) * 60 + second_;
 }
 
 }  // namespace dorvo

@@ -47,4 +47,74 @@ private:
     const ScheduleClock* clock_;
 };
 
+// A schedule that is due every day.
+class DailyScheduleHelper : public ScheduleHelper {
+public:
+    // `start` is a local FILETIME, 0 for none; it is taken for standard time in summer too.
+    DailyScheduleHelper(const ScheduleClock& clock, uint64_t start, int hour, int minute,
+                        int second);
+
+    std::unique_ptr<ScheduleHelper> clone() const override;
+    int kind() const override { return 2; }
+    int64_t period(int64_t at) const override;
+    int64_t periodStart(int64_t at) const override;
+    int64_t dueInPeriod(int64_t at) const override;
+    int64_t startTime() const override { return startTime_; }
+
+private:
+    int32_t hour_;
+    int32_t minute_;
+    int32_t second_;
+    int64_t startTime_;
+};
+
+// A schedule that is due on one day of every week.
+class WeeklyScheduleHelper : public ScheduleHelper {
+public:
+    // `start` is a local FILETIME, 0 for none; it is taken for standard time in summer too.
+    // `dayOfWeek`: 0 Sunday to 6 Saturday.
+    WeeklyScheduleHelper(const ScheduleClock& clock, uint64_t start, int dayOfWeek, int hour,
+                         int minute, int second);
+
+    std::unique_ptr<ScheduleHelper> clone() const override;
+    int kind() const override { return 3; }
+    int64_t period(int64_t at) const override;
+    int64_t periodStart(int64_t at) const override;
+    int64_t dueInPeriod(int64_t at) const override;
+    int64_t startTime() const override { return startTime_; }
+
+private:
+    int32_t dayOfWeek_;
+    int32_t hour_;
+    int32_t minute_;
+    int32_t second_;
+    int64_t startTime_;
+};
+
+// A schedule that is due on one day of every month.
+class MonthlyScheduleHelper : public ScheduleHelper {
+public:
+    // `start` is a local FILETIME, 0 for none; it is taken for standard time in summer too.
+    // `dayOfMonth`: 1 to 31, the last day in months that are shorter.
+    MonthlyScheduleHelper(const ScheduleClock& clock, uint64_t start, int dayOfMonth, int hour,
+                          int minute, int second);
+
+    std::unique_ptr<ScheduleHelper> clone() const override;
+    int kind() const override { return 4; }
+    int64_t period(int64_t at) const override;
+    int64_t periodStart(int64_t at) const override;
+    int64_t dueInPeriod(int64_t at) const override;
+    int64_t dueInNextPeriod(int64_t at) const override;
+    int64_t startTime() const override { return startTime_; }
+
+private:
+    int64_t dueIn(int64_t monthStart, int days) const;
+
+    int32_t dayOfMonth_;
+    int32_t hour_;
+    int32_t minute_;
+    int32_t second_;
+    int64_t startTime_;
+};
+
 }  // namespace dorvo

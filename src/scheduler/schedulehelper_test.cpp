@@ -4,10 +4,7 @@
 
 #include <vector>
 
-#include "scheduler/dailyschedulehelper.h"
-#include "scheduler/monthlyschedulehelper.h"
 #include "scheduler/schedulecalendar.h"
-#include "scheduler/weeklyschedulehelper.h"
 #include "support/test_zone.h"
 
 namespace dorvo {

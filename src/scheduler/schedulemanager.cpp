@@ -1,5 +1,7 @@
 #include "scheduler/schedulemanager.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <mutex>
 #include <utility>
@@ -7,7 +9,7 @@
 #include "base/log.h"
 #include "scheduler/iocp_dispatcher.h"
 #include "scheduler/schedulecalendar.h"
-#include "scheduler/systemscheduleclock.h"
+#include "scheduler/scheduleclock.h"
 
 template class ATL::CComSingleton<dorvo::ScheduleManagerImpl, ATL::CComAutoCriticalSection>;
 
@@ -27,6 +29,24 @@ bool cancel(Io_Completion_Port_Ex& dispatcher, ScheduleHandler& handler) {
 }
 
 }  // namespace
+
+void ScheduleHandler::handle_timeout(uint64_t arg) {
+    const FunctionTrace trace("ScheduleHandler::handle_timeout", traceFile);
+    log(LogLevel::information, "ScheduleHandler::handle_timeout: information - job id %s.\n",
+        jobId_);
+    if (jobId_.empty() || commands_ == nullptr) {
+        return;
+    }
+    if (arg == clockChanged) {
+        commands_(jobId_, "do_schedule");
+        return;
+    }
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    log(LogLevel::trace, "Start job at: month = %d day = %d weekday = %d hour = %d minute = %d\n",
+        now.wMonth, now.wDay, now.wDayOfWeek, now.wHour, now.wMinute);
+    commands_(jobId_, "start");
+}
 
 ScheduleManagerImpl::ScheduleManagerImpl()
     : ScheduleManagerImpl(processDispatcher, systemScheduleClock()) {}

@@ -9,14 +9,36 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "base/critical_section.h"
 #include "base/singleton.h"
 #include "scheduler/io_completion_port_ex.h"
 #include "scheduler/scheduleclock.h"
-#include "scheduler/schedulehandler.h"
+#include "scheduler/timer_heap.h"
 
 namespace dorvo {
+
+// Takes a command for a job. Called under the timer dispatcher's lock: it neither blocks nor takes
+// a lock under which timers are scheduled.
+using ScheduleCommands = void (*)(const std::string& jobId, const char* command);
+
+// The timer of one scheduled job.
+//
+// When it fires, "start" for the job goes to where commands go; after a change of the clock it is
+// "do_schedule", so that the job plans its next run anew. It never arms itself.
+class ScheduleHandler : public Timeout_Handler {
+public:
+    // Without `commands` nothing is started. A handler with an empty id does nothing.
+    ScheduleHandler(std::string jobId, ScheduleCommands commands)
+        : jobId_(std::move(jobId)), commands_(commands) {}
+
+    void handle_timeout(uint64_t arg) override;
+
+private:
+    std::string jobId_;
+    ScheduleCommands commands_;
+};
 
 class ScheduleManagerImpl {
 public:

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "scheduler/systemscheduleclock.h"
+#include "scheduler/scheduleclock.h"
 #include "support/log_capture.h"
 #include "support/test_dispatcher.h"
 

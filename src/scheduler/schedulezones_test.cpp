@@ -6,10 +6,8 @@
 #include <chrono>
 #include <vector>
 
-#include "scheduler/dailyschedulehelper.h"
-#include "scheduler/monthlyschedulehelper.h"
 #include "scheduler/schedulecalendar.h"
-#include "scheduler/weeklyschedulehelper.h"
+#include "scheduler/schedulehelper.h"
 #include "support/test_zone.h"
 
 namespace dorvo {

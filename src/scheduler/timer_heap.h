@@ -1,6 +1,6 @@
-// Pending timers ordered by deadline: a binary heap with the earliest at the front.
+// Timers: what one calls when it is due, and the pending ones, ordered by deadline.
 //
-// Deadlines are local time in 100-nanosecond units, compared as unsigned numbers. No locking.
+// Deadlines are local time in 100-nanosecond units, compared as unsigned numbers.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,33 @@
 
 namespace dorvo {
 
-class Timeout_Handler;
+// What a timed object implements to be called by the timer dispatcher.
+//
+// The dispatcher borrows the handler while one of its timers is pending: cancel_timer before the
+// object dies. Calls come on the dispatcher's worker thread, one at a time, under the dispatcher's
+// re-entrant lock; a handler may schedule and cancel timers, its own included, and must take no
+// lock under which another thread uses the dispatcher.
+class Timeout_Handler {
+public:
+    // The argument of a call that is no expiry: the clock was changed, and the handler's pending
+    // timer has been dropped so that it can schedule a new one.
+    static constexpr uint64_t clockChanged = UINT64_MAX;
+
+    Timeout_Handler() = default;
+
+    // `arg` is the deadline that has come, or clockChanged.
+    virtual void handle_timeout(uint64_t arg) = 0;
+    virtual ~Timeout_Handler() = default;
+    Timeout_Handler(const Timeout_Handler&) = delete;
+    Timeout_Handler& operator=(const Timeout_Handler&) = delete;
+
+    // The id of the timer scheduled last, -1 before the first. Stays after the timer has fired.
+    int32_t timer_id() const { return timer_id_; }
+
+private:
+    friend class Io_Completion_Port_Ex;
+    int32_t timer_id_ = -1;  // written and read under the dispatcher's lock
+};
 
 struct Timer_Entry {
     int32_t id;
@@ -17,6 +43,7 @@ struct Timer_Entry {
     Timeout_Handler* handler;  // borrowed
 };
 
+// A binary heap with the earliest at the front. No locking.
 class Timer_Heap {
 public:
     enum class Removed { none, inner, front };

@@ -19,7 +19,7 @@
 #include "job/jobfactory.h"
 #include "job/jobmanager.h"
 #include "notify/jobnotifymanager.h"
-#include "scheduler/iocpdispatherwrapper.h"
+#include "scheduler/iocp_dispatcher.h"
 #include "support/signal.h"
 
 namespace dorvo::test {

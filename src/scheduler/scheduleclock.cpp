@@ -1,4 +1,4 @@
-#include "scheduler/systemscheduleclock.h"
+#include "scheduler/scheduleclock.h"
 
 #include <cstdlib>
 #include <ctime>
