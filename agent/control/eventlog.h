@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "notify/jobnotifyobserver.h"
+#include "notify/jobnotifymanager.h"
 
 namespace dorvo::agent {
 

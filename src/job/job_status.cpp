@@ -15,9 +15,8 @@
 #include "base/uuid.h"
 #include "job/job.h"
 #include "job/transferfailure.h"
-#include "notify/event_job_error.h"
-#include "notify/event_state.h"
 #include "notify/jobnotifymanager.h"
+#include "notify/notify_event.h"
 
 namespace dorvo {
 namespace {

@@ -10,6 +10,14 @@ template class ATL::CComSingleton<dorvo::JobNotifyManagerImpl, ATL::CComAutoCrit
 
 namespace dorvo {
 
+bool JobNotifyObserver::post_event(const json_spirit::Value& value) {
+    return deliver(json_spirit::write(value));
+}
+
+bool JobNotifyObserver::post_evenet(const Notify_Event* event) {
+    return event != nullptr && deliver(event->event());
+}
+
 bool JobNotifyManagerImpl::post(Notify_Event* event) {
     return Iocp_Dispatcher::instance()->post(0, this, reinterpret_cast<OVERLAPPED*>(event));
 }

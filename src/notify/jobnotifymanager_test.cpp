@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "notify/event_end.h"
-#include "notify/event_job_error.h"
-#include "notify/event_state.h"
+#include "notify/notify_event.h"
 #include "scheduler/iocp_dispatcher.h"
 #include "support/log_capture.h"
 #include "support/signal.h"

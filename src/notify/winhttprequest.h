@@ -6,12 +6,24 @@
 // destructor: from then on none comes any more.
 #pragma once
 
+#include <windows.h>
+#include <winhttp.h>
+
 #include <memory>
 
 #include "base/api.h"
-#include "notify/winhttphandle.h"
+#include "base/handle.h"
 
 namespace dorvo {
+
+// Owns one handle of the platform's HTTP service: a session, a connection or a request.
+struct WinHttpHandlePolicy {
+    using value_type = HINTERNET;
+    static value_type invalid() { return nullptr; }
+    static void close(value_type value) { WinHttpCloseHandle(value); }
+};
+
+using WinHttpHandle = UniqueHandle<WinHttpHandlePolicy>;
 
 class DORVO_JOB_API WinHttpRequest : protected WinHttpHandle {
 public:
