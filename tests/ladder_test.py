@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """No include runs back up the ladder of folders: a module of src/ uses those that src/CMakeLists.txt
 adds before it, a folder of agent/ or server/ those that its CMakeLists.txt names before it, and libs/
-use nothing of src/."""
+use nothing of src/. And no include leads back to where it came from, inside a folder neither: a header
+and its source are one unit."""
 
 import pathlib
 import re
@@ -9,6 +10,7 @@ import tempfile
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
+TREES = ("libs", "src", "agent", "server")
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.M)
 
 
@@ -60,9 +62,70 @@ def climbing_includes(root):
     return found
 
 
+def included(root, file, include):
+    """The project's file that an include names, None for a system's."""
+    for folder in (file.parent, *(root / tree for tree in TREES), root):
+        if (folder / include).is_file():
+            return (folder / include).resolve()
+    return None
+
+
+def units(root):
+    """What each unit, a path without its ending, includes of others."""
+    graph = {}
+    for tree in TREES:
+        for file in sources(root / tree):
+            own = file.resolve().with_suffix("")
+            others = (included(root, file, include) for include in INCLUDE.findall(file.read_text()))
+            graph.setdefault(own, set()).update(o.with_suffix("") for o in others if o and o.with_suffix("") != own)
+    return graph
+
+
+def reached(graph, start):
+    found, ahead = set(), list(graph[start])
+    while ahead:
+        unit = ahead.pop()
+        if unit not in found:
+            found.add(unit)
+            ahead.extend(graph.get(unit, ()))
+    return found
+
+
+def circles(root):
+    """Each largest set of units that reach one another, by name."""
+    graph = units(root)
+    reach = {unit: reached(graph, unit) for unit in graph}
+    found = {frozenset(o for o in reach[unit] if unit in reach.get(o, ())) for unit in graph if unit in reach[unit]}
+    return sorted(sorted(str(unit.relative_to(root.resolve())) for unit in circle) for circle in found)
+
+
+# Circles that are still to be broken; none may be added.
+LEFT = [{"agent/run/jsonrunreporter", "agent/run/runreporter", "agent/run/textrunreporter"},
+        {"libs/httpd/http_connection", "libs/httpd/http_server", "libs/httpd/open_connections"},
+        {"server/file_block_store", "server/package_marker"},
+        {"server/sqlite_catalog", "server/sqlite_durably", "server/sqlite_statements"},
+        {"src/job/jobdirectories", "src/job/pendingdrops"},
+        {"src/storage/web/web_exchange", "src/storage/web/web_login", "src/storage/web/web_session"}]
+
+
 class LadderTest(unittest.TestCase):
     def test_no_include_runs_back_up(self):
         self.assertEqual(climbing_includes(ROOT), [])
+
+    def test_no_include_leads_back(self):
+        self.assertEqual([c for c in circles(ROOT) if not any(set(c) <= left for left in LEFT)], [])
+
+    def test_finds_circles(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            files = {"src/job/job.h": "", "src/job/job.cpp": '#include "job/job.h"\n#include "job/run.h"\n',
+                     "src/job/run.h": '#include "list.h"\n', "src/job/list.cpp": '#include "job/job.h"\n',
+                     "src/job/list.h": "", "src/job/item.h": '#include "job/job.h"\n',
+                     "server/a.h": '#include "b.h"\n', "server/b.h": "", "server/b.cpp": '#include "a.h"\n'}
+            for name, text in files.items():
+                (root / name).parent.mkdir(parents=True, exist_ok=True)
+                (root / name).write_text(text)
+            self.assertEqual(circles(root), [["server/a", "server/b"], ["src/job/job", "src/job/list", "src/job/run"]])
 
     def test_every_source_stands_in_a_module(self):
         strays = [str(f.relative_to(ROOT)) for top, names in (("src", modules(ROOT)), ("agent", folders_of(ROOT, "agent")))
