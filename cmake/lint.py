@@ -6,7 +6,8 @@ lint.py [--all] [NAME...]    all sources, or those whose paths hold a NAME
 clang-format sees every source. clang-tidy sees each file with the flags of its real build, the first
 that has it: Windows, native, sanitizers (for fuzz/). A file without findings is kept by content, its
 flags and all it includes among it, below ~/.cache/dorvo/lint, and is not looked at again before one of
-them changes; --all looks at everything. cppcheck keeps its own results in build/cppcheck.
+them changes; --all looks at everything. The paths through a test are not analysed: the sanitizers see
+tests run, and one of them costs as much as ten sources. cppcheck keeps its own results in build/cppcheck.
 """
 
 import concurrent.futures
@@ -25,6 +26,7 @@ CROSS = "x86_64-w64-mingw32-g++-posix"
 CPPCHECK = """--quiet --std=c++20 --language=c++ --enable=warning,performance,portability --inline-suppr
   --suppress=missingIncludeSystem --suppress=syntaxError:src/job/transfer*_test.cpp
   --library=googletest,windows --error-exitcode=1 --cppcheck-build-dir=build/cppcheck -I src -I libs""".split()
+PLUGIN = ROOT / "cmake/lint_own_code.cpp"
 CHECKED = ["src", "libs", "agent", "server", "bench", "tests", "fuzz"]
 
 
@@ -93,14 +95,17 @@ class Build:
         if not dependencies:
             return None
         key = hashlib.sha256(tools)
-        key.update(" ".join(words + self.extra).replace(str(ROOT), ".").encode())
+        key.update(" ".join(words + self.arguments(path)).replace(str(ROOT), ".").encode())
         for name in sorted(set(dependencies)):
             if digest := contents.digest(self.folder, name):
                 key.update(name.encode() + digest)
         return key.hexdigest()
 
-    def check(self, path):
-        return run("clang-tidy", "-quiet", "-p", str(self.commands), *self.extra, path)
+    def arguments(self, path):
+        return self.extra + (["--checks=-clang-analyzer-*"] if path.endswith("_test.cpp") else [])
+
+    def check(self, path, plugin):
+        return run("clang-tidy", "-quiet", f"--load={plugin}", "-p", str(self.commands), *self.arguments(path), path)
 
 
 def cross_arguments():
@@ -115,7 +120,19 @@ def cross_arguments():
 def toolchain():
     """What all results depend on: the tools and the rules."""
     versions = [output(tool, "--version") for tool in ("clang-tidy", "g++", CROSS)]
-    return hashlib.sha256("".join(versions).encode() + (ROOT / ".clang-tidy").read_bytes()).digest()
+    rules = (ROOT / ".clang-tidy").read_bytes() + PLUGIN.read_bytes()
+    return hashlib.sha256("".join(versions).encode() + rules).digest()
+
+
+def own_code_plugin(tools):
+    """Built once for each of its texts and each clang-tidy."""
+    built = CACHE / f"own-code-{tools.hex()[:16]}.so"
+    if not built.exists():
+        fresh = CACHE / f"{built.name}.{os.getpid()}"
+        flags = output("llvm-config", "--cxxflags").split()
+        subprocess.run(["clang++", "-shared", "-fPIC", *flags, "-O1", "-std=c++17", "-o", str(fresh), str(PLUGIN)], check=True)
+        fresh.rename(built)
+    return built
 
 
 def chosen_files(builds, names):
@@ -139,10 +156,12 @@ def tidy(names, everything):
         key = build.key(path, tools, contents)
         if everything or key is None or not (CACHE / key).exists():
             todo.append((build, path, key))
+    todo.sort(key=lambda one: (ROOT / one[1]).stat().st_size, reverse=True)  # no long one last
+    plugin = own_code_plugin(tools) if todo else None
     print(f"lint: clang-tidy: {len(todo)} of {len(files)} files changed", flush=True)
     clean = True
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        results = [(path, key, pool.submit(build.check, path)) for build, path, key in todo]
+        results = [(path, key, pool.submit(build.check, path, plugin)) for build, path, key in todo]
         for count, (path, key, result) in enumerate(results, 1):
             result = result.result()
             if sys.stderr.isatty():

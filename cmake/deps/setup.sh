@@ -4,9 +4,10 @@ set -euo pipefail
 # shellcheck source=lib.sh
 source "$(dirname "$0")/lib.sh"
 
+# install_packages LIST...
 install_packages() {
   local missing
-  missing=$(grep -hoE '^[a-z0-9][a-z0-9+.-]*' "$deps_dir"/packages.txt | while read -r package; do
+  missing=$(grep -hoE '^[a-z0-9][a-z0-9+.-]*' "${@/#/$deps_dir/}" | while read -r package; do
     dpkg-query -W -f '${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' || echo "$package"
   done)
   [ -n "$missing" ] || return 0
@@ -39,7 +40,8 @@ build_recipe() (
   mv "$prefix.new" "$prefix"
 )
 
-install_packages
+# setup.sh [FOLDER [LIST]]: LIST.txt names packages of which only one verb has need.
+install_packages packages.txt ${2:+"$2.txt"}
 mkdir -p "$deps_cache"
 exec 9>"$deps_cache/lock"
 flock 9
