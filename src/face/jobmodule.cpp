@@ -24,9 +24,8 @@ std::atomic<bool> closed = false;
 
 bool openJobModule(DueTimes dueTimes) {
     if (closed) {
-        SetLastError(ERROR_INVALID_STATE);
-        log(LogLevel::error, "Failed to open the job module, this process has closed it.\n");
-        return false;
+        return logFailed(ERROR_INVALID_STATE,
+                         "Failed to open the job module, this process has closed it.\n");
     }
     if (!IocpDispatherWrapper::open()) {
         return false;

@@ -46,10 +46,8 @@ bool JobActivitySourceReader::open(const std::wstring& path, int64_t offset) {
     file_.reset(CreateFileW(longPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file_) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to open job activity source '%s', hr=%d, %s.\n", toUtf8(path),
-            HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()));
-        return false;
+        return logFailed("Failed to open job activity source '%s', hr=%d, %s.\n", toUtf8(path),
+                         HRESULT_FROM_WIN32(GetLastError()), errorText(GetLastError()));
     }
     LARGE_INTEGER distance;
     distance.QuadPart = offset;
@@ -67,11 +65,8 @@ bool JobActivitySourceReader::seek(int64_t offset) {
     LARGE_INTEGER distance;
     distance.QuadPart = offset;
     if (SetFilePointerEx(file_.get(), distance, nullptr, FILE_BEGIN) == 0) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to seek job activity source to %Q, hr=%d, %s.\n",
-            static_cast<uint64_t>(offset), HRESULT_FROM_WIN32(keep.error()),
-            errorText(keep.error()));
-        return false;
+        return logFailed("Failed to seek job activity source to %Q, hr=%d, %s.\n", offset,
+                         HRESULT_FROM_WIN32(GetLastError()), errorText(GetLastError()));
     }
     return true;
 }

@@ -24,20 +24,17 @@ bool JobHistorySourceWriter::open(const std::wstring& path, bool append) {
                                 append ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                                 nullptr));
     if (!file) {
-        LastErrorGuard keep;
-        log(LogLevel::error, "Failed to open job activity source '%s', errorcode=%d, %s.\n",
-            toUtf8(path), keep.error(), errorText(keep.error()));
-        return false;
+        return logFailed("Failed to open job activity source '%s', errorcode=%d, %s.\n",
+                         toUtf8(path), GetLastError(), errorText(GetLastError()));
     }
     if (append) {
         // A list that could be opened this way exists already; an empty one is none to go on with.
         SetLastError(ERROR_ALREADY_EXISTS);
         LARGE_INTEGER end{};
         if (SetFilePointerEx(file.get(), {}, &end, FILE_END) == 0 || end.QuadPart == 0) {
-            LastErrorGuard keep;
-            log(LogLevel::error, "Failed to seek job activity source '%s' to the end, hr=%d, %s.\n",
-                toUtf8(path), HRESULT_FROM_WIN32(keep.error()), errorText(keep.error()));
-            return false;
+            return logFailed("Failed to seek job activity source '%s' to the end, hr=%d, %s.\n",
+                             toUtf8(path), HRESULT_FROM_WIN32(GetLastError()),
+                             errorText(GetLastError()));
         }
     }
     attach(std::move(file));

@@ -193,7 +193,7 @@ bool PlacingRecord::removeSibling() {
     if (!removeSiblings(content_.sibling)) {
         LastErrorGuard keep;
         log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
-            toUtf8(content_.sibling).c_str(), static_cast<int>(keep.error()));
+            toUtf8(content_.sibling), keep.error());
         return false;
     }
     unsettled_ = false;

@@ -189,7 +189,7 @@ void ReplacedFile::giveOwner(const std::wstring& successor) {
     }
     LastErrorGuard keep;
     log(LogLevel::warning, "The owner of file {%s} is not kept, error-code = %d, %m.\n",
-        toUtf8(path_).c_str(), static_cast<int>(keep.error()));
+        toUtf8(path_), keep.error());
 }
 
 // As it stands, inherited entries too: to inherit them anew could let others in.

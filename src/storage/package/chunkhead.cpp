@@ -29,9 +29,8 @@ bool chunkhead::handle_head(std::span<uint8_t> received) {
 }
 
 bool chunkhead::refuse(const char* fault) {
-    log(LogLevel::error, "Refused a package {%s}, error-code = %d.\n", fault, ERROR_INVALID_DATA);
-    SetLastError(ERROR_INVALID_DATA);
-    return false;
+    return logFailed(ERROR_INVALID_DATA, "Refused a package {%s}, error-code = %d.\n", fault,
+                     ERROR_INVALID_DATA);
 }
 
 void chunkhead::send_gathered(HTTP_Invoker_T& invoker, std::initializer_list<Memory_Piece> pieces) {

@@ -254,10 +254,9 @@ bool datahead::decode_data(const data_package& package) {
             decrypt_content(module_key.span(), iv, package.content, {work_.get(), limit});
     }
     if (processed_length_ <= 0) {
-        log(LogLevel::error, "Failed to decode a data package {%u bytes}, error-code = %d.\n",
-            static_cast<unsigned>(package.content.size()), ERROR_INVALID_DATA);
-        SetLastError(ERROR_INVALID_DATA);
-        return false;
+        return logFailed(ERROR_INVALID_DATA,
+                         "Failed to decode a data package {%u bytes}, error-code = %d.\n",
+                         static_cast<unsigned>(package.content.size()), ERROR_INVALID_DATA);
     }
     return true;
 }
@@ -283,10 +282,8 @@ bool datahead::handle_head(uint8_t* package) {
     }
     if (SetFileTime(current.file.get(), &current.creation, &current.last_access,
                     &current.last_write) == 0) {
-        const LastErrorGuard keep;
-        log(LogLevel::error, "Failed to set the times of a received file, error-code = %d, %m.\n",
-            static_cast<int>(keep.error()));
-        return false;
+        return logFailed("Failed to set the times of a received file, error-code = %d, %m.\n",
+                         GetLastError());
     }
     current.file.reset();
     return true;

@@ -139,7 +139,7 @@ bool filehead::handle_head(uint8_t* package) {
     if (!file) {
         const LastErrorGuard keep;
         log(LogLevel::error, "Failed to open received file {%s}, error-code = %d, %m.\n",
-            std::string(read->name).c_str(), static_cast<int>(keep.error()));
+            std::string(read->name), keep.error());
     }
     return true;
 }
