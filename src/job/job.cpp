@@ -10,6 +10,7 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "job/jobdirectories.h"
+#include "job/pendingdrops.h"
 
 namespace dorvo {
 namespace {

@@ -14,6 +14,7 @@
 #include "base/thread.h"
 #include "job/jobdirectories.h"
 #include "job/jobfactory.h"
+#include "job/pendingdrops.h"
 #include "notify/jobnotifymanager.h"
 #include "notify/notify_event.h"
 #include "scheduler/iocp_dispatcher.h"

@@ -345,4 +345,35 @@ bool PendingDrops::any() const {
     return !instancesIn(folder_).empty();
 }
 
+namespace {
+
+// Notes that could not be handed on stay, with whose they are: they are the only ones there are.
+bool removeAllButNotes(const std::wstring& directory) {
+    WIN32_FIND_DATAW entry;
+    const FindHandle find(FindFirstFileW(longPath(directory + L"\\*").c_str(), &entry));
+    bool removed = true;
+    for (bool more = static_cast<bool>(find); more; more = FindNextFileW(find.get(), &entry) != 0) {
+        const std::wstring name = entry.cFileName;
+        if (name != L"." && name != L".." && name != L"drops" && name != L"def") {
+            removed = rm_rf(directory + L"\\" + name, true) && removed;
+        }
+    }
+    return removed;
+}
+
+}  // namespace
+
+bool removeJobDirectory(const std::string& id) {
+    std::wstring directory;
+    SharingRetry retry;
+    do {
+        if (!jobDirectory(id, directory) ||
+            (PendingDrops(id).any() ? removeAllButNotes(directory) : rm_rf(directory, true))) {
+            return true;
+        }
+    } while (retry.again(GetLastError()));
+    return logFailed("Failed to delete the directory of job {%s}, error-code = %d, %m.\n", id,
+                     GetLastError());
+}
+
 }  // namespace dorvo

@@ -84,4 +84,9 @@ private:
     std::wstring folder_;  // empty when there is none
 };
 
+// Deletes the directory of a removed job, which would come back with what is left of it. What
+// somebody looks at in passing, as who tells of its runs does, is waited for. Notes of runs to be
+// dropped stay, with the definition. False, logged.
+bool removeJobDirectory(const std::string& id);
+
 }  // namespace dorvo
