@@ -57,11 +57,12 @@ FetchedItem::FetchedItem(const RestoreTask& task, const std::wstring& original,
       package(itemTempPath(folder, listNumber)),
       target(targetPath, task.activity->instanceId, listNumber, task.placing) {}
 
-ItemFetcher::ItemFetcher(const RestoreTask& task, std::wstring folder, interrupter& stop,
-                         BlockSource& source)
+ItemFetcher::ItemFetcher(const RestoreTask& task, std::wstring folder, ResumeBy resume,
+                         interrupter& stop, BlockSource& source)
     : record_(*task.activity),
       progress_(task.activity),
       folder_(std::move(folder)),
+      resume_(resume),
       stop_(stop),
       source_(source),
       plain_(false),
@@ -110,8 +111,7 @@ bool ItemFetcher::fetch(FetchedItem& item, bool replace) {
     return true;
 }
 
-// What is on record of blocks and of an offset belongs to a package of the size on record. Either
-// may be behind: the one where a file is decoded, the other of a run by an older version. Blocks
+// What is on record of blocks and of an offset belongs to a package of the size on record. Blocks
 // come whole: what a run that was killed has received of one is received again.
 bool ItemFetcher::find(FetchedItem& item) {
     if (!done(source_.find(item), FetchStep::find, item)) {
@@ -119,14 +119,13 @@ bool ItemFetcher::find(FetchedItem& item) {
     }
     log(LogLevel::debug, "File information restored.\n");
     const uint64_t size = item.size;
-    uint64_t offset = record_.fileOffset;
+    uint64_t offset = resume_ == ResumeBy::offset
+                          ? record_.fileOffset
+                          : std::min(uint64_t{record_.acceptedBlocks} * uploadBlockSize, size);
     if (record_.packageSize != size || offset > size) {
         offset = 0;
-        progress_.backTo(0, 0);
-    } else {
-        offset =
-            std::max(offset, std::min(uint64_t{record_.acceptedBlocks} * uploadBlockSize, size));
-        offset -= offset == size ? 0 : offset % uploadBlockSize;
+    } else if (offset != size) {
+        offset -= offset % uploadBlockSize;
     }
     progress_.transferring(size, offset);
     return true;
@@ -230,10 +229,13 @@ bool ItemFetcher::decode(FetchedItem& item) {
         return false;
     }
     log(LogLevel::debug, "Start to decrypt/decompress file {%s}.\n", item.name);
-    progress_.encoding(item.size);
+    if (resume_ == ResumeBy::blocks) {
+        progress_.encoding(item.size);
+    } else {
+        progress_.state(CurrentFileState::encoding);
+    }
     if (!done(item.target.decode(item.package, item.compressed ? compressed_ : plain_, &stop_),
               FetchStep::decode, item)) {
-        progress_.transferring(item.size, item.size);  // its package is here
         return false;
     }
     progress_.encoded(item.size);

@@ -86,8 +86,12 @@ public:
 
 class ItemFetcher {
 public:
+    // What on record says how far a package has come: the offset; or the number of its blocks,
+    // where the offset then counts what is decoded. Either is behind the bytes on the disk.
+    enum class ResumeBy { offset, blocks };
+
     // The task gives record and key.
-    ItemFetcher(const RestoreTask& task, std::wstring folder, interrupter& stop,
+    ItemFetcher(const RestoreTask& task, std::wstring folder, ResumeBy resume, interrupter& stop,
                 BlockSource& source);
 
     // See RestoreStorage::restoreFile().
@@ -108,8 +112,9 @@ private:
     const JobActivity& record_;  // borrowed
     ItemProgress progress_;      // the way to write there
     const std::wstring folder_;  // of the packages
-    interrupter& stop_;          // borrowed
-    BlockSource& source_;        // borrowed
+    const ResumeBy resume_;
+    interrupter& stop_;    // borrowed
+    BlockSource& source_;  // borrowed
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
 };

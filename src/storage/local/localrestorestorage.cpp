@@ -23,7 +23,7 @@ LocalRestoreStorage::LocalRestoreStorage(const std::wstring& location, RestoreTa
       progress_(task_.activity),
       place_(location, task_.from.machine, task_.from.jobDefinitionId),
       temporary_(itemTempFolder(task_.jobId)),
-      fetcher_(task_, temporary_, *this, *this) {}
+      fetcher_(task_, temporary_, ItemFetcher::ResumeBy::blocks, *this, *this) {}
 
 LocalRestoreStorage::~LocalRestoreStorage() = default;
 
@@ -152,15 +152,12 @@ bool LocalRestoreStorage::find(FetchedItem& item) {
     item.data = fileAttributes(record_.attributes);
     item.size = record_.size;
     item.compressed = record_.compress;
-    return true;
+    from_ = packages_->open(record_);
+    return from_ != INVALID_HANDLE_VALUE || failedIn(place_.location());
 }
 
 // The check sum is of all bytes: those that are here already are read.
 bool LocalRestoreStorage::begin(const FetchedItem&, HANDLE package, uint64_t& kept) {
-    from_ = packages_->open(record_);
-    if (from_ == INVALID_HANDLE_VALUE) {
-        return failedIn(place_.location());
-    }
     digest_ = Md5();
     for (uint64_t done = 0; done < kept; done += block_.size()) {
         if (interrupter::interrupted()) {

@@ -32,7 +32,7 @@ WebRestoreStorage::WebRestoreStorage(WebPlace place, RestoreTask task)
       backupId_(instanceText(task_.from.jobInstanceId)),
       temporary_(itemTempFolder(task_.jobId)),
       session_(place_.user, place_.cookie),
-      fetcher_(task_, temporary_, *this, *this) {
+      fetcher_(task_, temporary_, ItemFetcher::ResumeBy::offset, *this, *this) {
     download_.body_limit(md5TextSize + uploadBlockSize);
     session_.set_interrupter(this);
 }

@@ -37,8 +37,6 @@ public:
     bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool end(const json_spirit::Object& history) override;
 
-    void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
-
 private:
     using Download = Command_To_Server<Download_Data_Request, Response_T<Download_Data_Type>>;
 
