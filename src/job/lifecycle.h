@@ -1,9 +1,9 @@
-// The one way from one state of a job to the next: moves the state on the job's record, which it
-// borrows. What comes next is the table's and the callers' business, see statetable.h.
+// The one way from one state of a job to the next: stores the state on the job's record, flushes it
+// and has observers told. What comes next is decided by the table (statetable.h) and its callers.
 //
-// Callers keep moves of several threads apart
-// (docs/locks.md). The order of the stores is what a process finds that comes after one which was
-// killed: whenever that is, leftAs() makes of it what it would have become.
+// Callers keep moves of several threads apart: docs/locks.md. The order of the stores is for the
+// process that comes after one which was killed between two of them: leftAs() makes of what it
+// finds what the run would have become. The record is borrowed.
 #pragma once
 
 #include <cstdint>
