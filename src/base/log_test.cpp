@@ -55,8 +55,13 @@ TEST(Log, WritesTheTextOfTheLastErrorForM) {
     log(LogLevel::error, "%m|\n");
     SetLastError(ERROR_ACCESS_DENIED);
     log(LogLevel::error, "{%s} 100%% %m, %d.\n", "%m", 7);
+    // A text that has a directive's look, and none behind a percent sign.
+    SetLastError(ERROR_BAD_EXE_FORMAT);
+    log(LogLevel::error, "%m, 50%%more: %d.\n", 7);
     const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 3U);
+    ASSERT_EQ(lines.size(), 4U);
+    ASSERT_NE(errorText(ERROR_BAD_EXE_FORMAT).find("%1"), std::string::npos);
+    EXPECT_EQ(lines[3].text, errorText(ERROR_BAD_EXE_FORMAT) + ", 50%more: 7.\n");
     // Windows' own, for codes that the C library has too.
     EXPECT_EQ(lines[0].text, errorText(ERROR_FILE_NOT_FOUND) + "|\n");
     EXPECT_EQ(lines[1].text, errorText(ERROR_ACCESS_DENIED) + "|\n");

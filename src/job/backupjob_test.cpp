@@ -319,6 +319,7 @@ TEST_F(BackupJobTest, AStopThatComesWhileACompletedRunsNoteIsHeldCancelsNothing)
         EXPECT_EQ(job->state(), completed);
         EXPECT_EQ(script_.count("end"), 1u);
         EXPECT_EQ(script_.count("cancel"), 0u);
+        EXPECT_EQ(job->record().endError, 0u);
         held.reset();
         EXPECT_EQ(toldOf(), Names{}) << "nor does anybody else";
     }
@@ -469,6 +470,16 @@ TEST_F(BackupJobTest, ARunIsNotRecordedAsEndedBeforeItIsNoted) {
         }
         EXPECT_EQ(job->state(), row.ends);
     }
+    // One that is there is enough, whoever has it open.
+    rm_rf(dataPath(L"\\job"), true);
+    const auto job = makeBackup();
+    job->record().instanceId.fill(0x22);
+    job->record().state = static_cast<int32_t>(JobState::canceling);
+    EXPECT_TRUE(PendingDrops("j1").note({job->instanceText(), L""}));
+    const LogCapture quiet;
+    const Held held(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
+    EXPECT_TRUE(job->init());
+    EXPECT_EQ(job->state(), cancelled);
 }
 
 // Whose directory goes with all that is noted there.

@@ -122,8 +122,9 @@ TEST_F(JobHistory, ErrorsSurviveADeathAtAnyByte) {
     for (size_t cut = 0; cut <= lines.size(); ++cut) {
         const size_t whole = static_cast<size_t>(
             std::count(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(cut), '\n'));
-        for (const std::string& torn : {std::string(), std::string(9, '\0')}) {
-            SCOPED_TRACE(testing::Message() << cut << " bytes and zeroes: " << torn.size());
+        for (const std::string& torn :
+             {std::string(), std::string(9, '\0'), std::string("\0]\n", 3)}) {
+            SCOPED_TRACE(testing::Message() << cut << " bytes and others: " << torn.size());
             write(document, before);
             write(journal, lines.substr(0, cut) + torn);
             Names expected = {"a \"b\"\n", "b", "c"};

@@ -36,6 +36,7 @@ TEST(ExtensionFilter, TellsWhatBelongsToTheBackup) {
         {{L"\u0442\u0445?\u0442"}, L"\u043e\u0442\u0447.\u0422\u0425\u0422", include, true},
         {{L"[\u0430-\u0444]x"}, L"a.\u0422X", include, true},
         {{L"[\u0430-\u0444]x"}, L"a.\u0425X", include, false},
+        {{L"[\u0410-\u0424]x"}, L"a.\u0442X", include, true},
         {{L"\u00e9"}, L"caf.\u00c9", exclude, false},
         // Every character is one, also what ends a line elsewhere.
         {{L"txt"}, L"a\u2028b.txt", include, true},
@@ -46,12 +47,15 @@ TEST(ExtensionFilter, TellsWhatBelongsToTheBackup) {
         {{L"a[[:d:].]c"}, L"xa.c", include, true},
         {{L"a[[:d:].]c"}, L"xabc", include, false},
         {{L"a\\.c"}, L"xabc", include, false},
+        {{L"tar\\.gz"}, L"a.TAR.GZ", include, true},
+        {{L"[\\].]z"}, L"a.z", include, true},
         {{L"tar.gz"}, L"a.TAR-GZ", include, true},
         // Both kinds in one list.
         {{L"doc", L"jpe?g"}, L"a.jpeg", include, true},
         {{L"doc", L"jpe?g"}, L"a.Doc", include, true},
         {{L"doc", L"jpe?g"}, L"a.doc.txt", exclude, true},
         {{L"longer-than-the-name"}, L"name", include, false},
+        {{L"longest", L"c"}, L"a.longest", include, true},
     };
     for (const Row& row : rows) {
         const auto filter = FilterPolicyFactory::create(row.type, row.extensions);

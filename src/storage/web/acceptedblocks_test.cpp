@@ -28,6 +28,16 @@ TEST(AcceptedBlocks, AreKeptAsTheExampleSays) {
     const std::string bytes = fileContent(job.path() + L"\\act\\accepted");
     EXPECT_EQ(bytes, std::string("\1\0\0\0\2\0\0\0", 8) + "d4a31da4652e7e1913f51a4a89393dd4");
     EXPECT_EQ(AcceptedBlocksFile(job.path()).load(), example());
+    // Over and over in one place.
+    AcceptedBlocksFile file(job.path());
+    AcceptedBlocks more = example();
+    more.add("of another block");
+    EXPECT_TRUE(file.save(more));
+    EXPECT_TRUE(file.save(example()));
+    EXPECT_EQ(file.load(), example());
+    EXPECT_EQ(file.load(), example());
+    EXPECT_TRUE(file.forget());
+    EXPECT_EQ(file.load().count(), 0u);
 }
 
 TEST(AcceptedBlocks, OfADamagedFileAreOthers) {
