@@ -45,7 +45,7 @@ TEST_F(CommandLine, WrongUsageIsOneSentenceAndCode2) {
              Row{{"backup", "C:\\windows", "--local", "no such folder"},
                  "does not exist; looked for '"},
              Row{{"backup", "C:\\", "--local", "C:\\windows", "--daily", "24:00"}, "HH:MM"},
-             Row{{"backup", "C:\\", "--daily", "10:00", "--no-schedule"}, "--daily"},
+             Row{{"backup", "C:\\", "--daily", "10:00", "--no-schedule"}, "do not go together"},
              Row{{"backup", "C:\\windows", "--local", "Q:\\nowhere"}, "does not exist"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\win.ini"}, "is no folder"},
              Row{{"backup", "C:\\windows", "--local", "C:\\windows\\system32"}, "exclude add"},

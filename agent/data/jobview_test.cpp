@@ -2,8 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include "base/local_time.h"
+#include "base/paths.h"
+#include "base/rm_rf.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
+#include "record/jobwait.h"
 #include "text/format.h"
 
 namespace dorvo::agent {
@@ -57,6 +61,37 @@ TEST_F(JobViewTest, ARunThatWaitsForAnAnswerSaysSo) {
     EXPECT_EQ(waitText(view_), "") << "a warning for what is in order";
     view_.record.currentFileState = static_cast<uint32_t>(CurrentFileState::transfer);
     EXPECT_EQ(waitOf(job_, view_.record, true).reason, "");
+}
+
+TEST_F(JobViewTest, APausedRunSaysWhyItWaitsAndUntilWhen) {
+    struct Row {
+        bool byUser;
+        uint32_t error;
+        bool live;
+        const char* reason;
+        bool until;
+    };
+    const Row rows[] = {{false, 0, true, "interrupted when its agent ended", true},
+                        {false, 10061, true, "nobody answers at ", true},
+                        {false, 10061, false, "nobody answers at ", false},
+                        {true, 10061, true, "paused by the user", false}};
+    set(JobState::paused);
+    ASSERT_TRUE(saveWait(job_.id(), utcTimeNow() + 3600 * ticksPerSecond));
+    for (const Row& row : rows) {
+        view_.record.pausedManually = row.byUser ? 1 : 0;
+        view_.record.endError = row.error;
+        const RunWait wait = waitOf(job_, view_.record, row.live);
+        EXPECT_THAT(wait.reason, HasSubstr(row.reason));
+        EXPECT_EQ(wait.until != 0, row.until) << row.reason << row.live;
+    }
+    ASSERT_TRUE(saveWait(job_.id(), utcTimeNow() - ticksPerSecond));
+    view_.record.pausedManually = 0;
+    EXPECT_EQ(waitOf(job_, view_.record, true).until, 0u) << "it may be late";
+    set(JobState::completed);
+    EXPECT_EQ(waitOf(job_, view_.record, false).reason, "");
+    std::wstring folder;
+    ASSERT_TRUE(jobDirectory(job_.id(), folder));
+    EXPECT_TRUE(rm_rf(folder, true));
 }
 
 TEST_F(JobViewTest, DetailsHaveDefinitionAndRuns) {
