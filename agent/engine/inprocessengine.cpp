@@ -10,8 +10,7 @@
 namespace dorvo::agent {
 namespace {
 
-// The end of what was asked for: the run has ended, or the job is gone, which is when the manager
-// has deleted its directory.
+// The end of what was asked for: the run has ended, or the manager has let go of the job.
 bool seenThrough(JobVerb verb, const std::string& id) {
     JobManagerImpl& manager = ModuleHost::manager();
     std::lock_guard guard(manager.locker());
@@ -45,7 +44,11 @@ void InProcessEngine::tell(JobVerb verb, const std::string& id) {
     while (!seenThrough(verb, id)) {
         WaitForSingleObject(changed.get(), INFINITE);
     }
-    if (verb == JobVerb::remove && isThere(id)) {
+    if (verb == JobVerb::stop) {
+        return;
+    }
+    ModuleHost::manager().awaitLeft(id);
+    if (isThere(id)) {
         throw AgentError("The job's folder could not be deleted whole: " + logSaysWhy());
     }
 }
