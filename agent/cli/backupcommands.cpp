@@ -79,9 +79,6 @@ std::vector<std::wstring> readExtensions(const std::vector<std::string>& texts) 
     return extensions;
 }
 
-constexpr int32_t onlyListed = 1;
-constexpr int32_t allButListed = 2;
-
 std::unique_ptr<BackupJobDefinition> copyOf(const BackupJobDefinition& job) {
     return std::make_unique<BackupJobDefinition>(job);
 }
@@ -293,9 +290,9 @@ std::unique_ptr<BackupJobDefinition> BackupCommand::define(const JobList& jobs,
 
 void BackupCommand::setRules(BackupJobDefinition& job) const {
     if (!onlyExtensions_.empty()) {
-        job.setFilter(onlyListed, readExtensions(onlyExtensions_));
+        job.setFilter(BackupJobDefinition::extensionsOnly, readExtensions(onlyExtensions_));
     } else if (!skippedExtensions_.empty()) {
-        job.setFilter(allButListed, readExtensions(skippedExtensions_));
+        job.setFilter(BackupJobDefinition::extensionsLeftOut, readExtensions(skippedExtensions_));
     } else {
         job.setFilter(0, {});
     }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "base/paths.h"
+#include "jobdef/restorejobdefinition.h"
 
 namespace dorvo {
 namespace {
@@ -25,10 +26,10 @@ bool RestoreLocationPolicy::resolveConflict(bool noCheck, std::wstring& target) 
     if (noCheck) {
         return true;
     }
-    if (conflict_ == keepExisting) {
+    if (conflict_ == RestoreJobDefinition::conflictKeep) {
         return !exists(target);
     }
-    if (conflict_ == renameNew) {
+    if (conflict_ == RestoreJobDefinition::conflictRename) {
         for (uint32_t counter = 0; exists(target); ++counter) {
             target += L"." + std::to_wstring(counter);
         }

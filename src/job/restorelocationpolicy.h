@@ -12,12 +12,9 @@ namespace dorvo {
 
 class RestoreLocationPolicy {
 public:
-    enum Conflict : int32_t {
-        keepExisting = 1,  // an item whose target exists is left out
-        renameNew = 3,     // ".0", then ".1", ".2" ... are appended until the name is free
-        // Any other value: the target is used as it is.
-    };
-
+    // `conflict` as RestoreJobDefinition has it: an item whose target exists is left out, or ".0",
+    // then
+    // ".1", ".2" ... are appended until the name is free, or the target is used as it is.
     explicit RestoreLocationPolicy(int32_t conflict) : conflict_(conflict) {}
     virtual ~RestoreLocationPolicy() = default;
 

@@ -152,7 +152,7 @@ bool RestoreTransfer::generateList() {
 void RestoreTransfer::choosePlaces() {
     ownData_.emplace();
     roots_.emplace(definition_.source(), list_);
-    if (definition_.conflict() == RestoreLocationPolicy::keepExisting) {
+    if (definition_.conflict() == RestoreJobDefinition::conflictKeep) {
         made_ = std::make_unique<MadeFolders>(madeFoldersPath(list_));
     }
     if (definition_.target().empty()) {
@@ -233,8 +233,8 @@ bool RestoreTransfer::restoreFile(const Item& item) {
         return true;
     }
     const int32_t conflict = definition_.conflict();
-    const bool keep = conflict == RestoreLocationPolicy::keepExisting;
-    const bool rename = conflict == RestoreLocationPolicy::renameNew;
+    const bool keep = conflict == RestoreJobDefinition::conflictKeep;
+    const bool rename = conflict == RestoreJobDefinition::conflictRename;
     for (int tries = 1;; ++tries) {
         std::wstring target;
         if (!policy_->targetPath(item.path.c_str(), false, target)) {
