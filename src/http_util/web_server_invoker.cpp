@@ -57,12 +57,10 @@ bool read_error_text(HTTP_Invoker_T& invoker, std::string& text) {
 
 bool Web_Server_Invoker::set_server(const char* host, uint16_t port, int32_t send_buffer) {
     if (host == nullptr || *host == '\0') {
-        log(LogLevel::error, "Invalid host name(=null).\n");
-        return false;
+        return logFailed("Invalid host name(=null).\n");
     }
     if (port == 0) {
-        log(LogLevel::error, "Invalid server port(=0).\n");
-        return false;
+        return logFailed("Invalid server port(=0).\n");
     }
     invoker_ = std::make_unique<HTTP_Invoker_T>(host, port);
     invoker_->set_interrupter(interrupter_);
@@ -127,10 +125,9 @@ bool Web_Server_Invoker::connect(HTTP_Command& command) {
     if (invoker_ == nullptr) {
         command.state(HTTP_Command::CONNECT_FAILED);
         error_ = ERROR_INVALID_PARAMETER;
-        log(LogLevel::error,
+        return logFailed(
             "%s: The connection can't established, the connection is not initialized.\n",
             command.name());
-        return false;
     }
     if (command.state() == HTTP_Command::READY) {
         drop_stale();

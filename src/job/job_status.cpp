@@ -161,10 +161,8 @@ bool Job::createInstance() {
 
 bool Job::setStartEvent() {
     if (SetEvent(startEvent_.get()) == 0) {
-        const LastErrorGuard keep;
-        log(LogLevel::error, "Failed to signal backup job {%s} start event, %s.\n",
-            definition_->id(), errorText(keep.error()));
-        return false;
+        return logFailed("Failed to signal backup job {%s} start event, %s.\n", definition_->id(),
+                         errorText(GetLastError()));
     }
     std::ostringstream text;
     dumpState(text, JobState::running);

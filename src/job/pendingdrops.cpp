@@ -115,11 +115,8 @@ bool isNotThere(DWORD error) {
 
 // Logs what could not be done with a note for the sake of the last error, and keeps that.
 bool failed(const char* action, const std::string& instanceId, const std::string& jobId) {
-    const LastErrorGuard keep;
-    log(LogLevel::error,
-        "Failed to %s run {%s} of job {%s} for its storage, error-code = %d, %m.\n", action,
-        instanceId, jobId, keep.error());
-    return false;
+    return logFailed("Failed to %s run {%s} of job {%s} for its storage, error-code = %d, %m.\n",
+                     action, instanceId, jobId, GetLastError());
 }
 
 }  // namespace

@@ -112,7 +112,7 @@ bool RestoreTransfer::makeList() {
     if (!generateList()) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to generate activity source file, error = %d, %s.\n",
-            static_cast<int>(withoutHttpMark(keep.error())), reasonText(keep.error()));
+            withoutHttpMark(keep.error()), reasonText(keep.error()));
         return failOrWait(keep.error());
     }
     log(LogLevel::debug,
@@ -220,10 +220,8 @@ bool RestoreTransfer::restoreDirectory(const Item& item, const std::wstring& tar
     if (makeRestoredDirectory(target, existed)) {
         return true;
     }
-    LastErrorGuard keep;
-    log(LogLevel::error, "Failed to create directory {%s}, error-code = %d, %m.\n", toUtf8(target),
-        keep.error());
-    return false;
+    return logFailed("Failed to create directory {%s}, error-code = %d, %m.\n", toUtf8(target),
+                     GetLastError());
 }
 
 bool RestoreTransfer::restoreFile(const Item& item) {

@@ -75,8 +75,8 @@ JobState Transfer::endFailed(unsigned long code) {
         log(LogLevel::warning,
             "Job {%s, %s} is completed, but its storage does not take the history of the run, "
             "error-code = %d, %s.\n",
-            id_, toUtf8(job_.definition().name()),
-            static_cast<int>(withoutHttpMark(static_cast<uint32_t>(code))), reasonText(code));
+            id_, toUtf8(job_.definition().name()), withoutHttpMark(static_cast<uint32_t>(code)),
+            reasonText(code));
         return JobState::completed;
     }
     logRetry("end", code);

@@ -142,9 +142,7 @@ bool LocalBackend::ownMachine(std::string& machine) const {
     if (!machine.empty() || machineName(machine)) {
         return true;
     }
-    log(LogLevel::error, "Failed to find the machine's name, error-code = %d, %m.\n",
-        static_cast<int>(GetLastError()));
-    return false;
+    return logFailed("Failed to find the machine's name, error-code = %d, %m.\n", GetLastError());
 }
 
 bool LocalBackend::keyForBackup(const BackupTask& task, UserKey& key) const {

@@ -35,7 +35,7 @@ void sweepPlace(const LocalPlace& place, const LocalPlace::Newest& newest) {
     for (const std::string& id : newest.running) {
         if (dropInstance(place, id)) {
             log(LogLevel::information, "Deleted what a run had left in {%s}.\n",
-                toUtf8(place.instance(id)).c_str());
+                toUtf8(place.instance(id)));
         } else {
             logFailure("delete what a run has left in", toUtf8(place.instance(id)));
         }

@@ -48,8 +48,8 @@ bool isGone(const std::wstring& location) {
 }
 
 void becomeGone(const std::wstring& location, const char* why, DWORD error) {
-    log(LogLevel::error, "The folder of backups {%s} %s, error-code = %d.\n",
-        toUtf8(location).c_str(), why, static_cast<int>(error));
+    log(LogLevel::error, "The folder of backups {%s} %s, error-code = %d.\n", toUtf8(location), why,
+        error);
     SetLastError(errorLocationGone);
 }
 
@@ -96,11 +96,10 @@ bool failedUnfinished() {
 bool failedAway(const std::wstring& location, const std::string& mark) {
     const std::string advice =
         mark.empty() ? mark : " To begin anew in it, create an empty file \"" + mark + "\" there.";
-    log(LogLevel::error,
+    return logFailed(
+        errorLocationGone,
         "The folder of backups {%s} holds none any more, as if its disk were not mounted.%s\n",
-        toUtf8(location).c_str(), advice.c_str());
-    SetLastError(errorLocationGone);
-    return false;
+        toUtf8(location), advice);
 }
 
 bool isDamage(DWORD error) {
@@ -111,11 +110,10 @@ bool logFailure(const char* action, const std::string& subject) {
     const LastErrorGuard keep;
     const DWORD error = keep.error();
     if (isKeyError(error)) {
-        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %s.\n", action, subject.c_str(),
-            static_cast<int>(error), keyErrorText(error).c_str());
+        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %s.\n", action, subject, error,
+            keyErrorText(error));
     } else {
-        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action, subject.c_str(),
-            static_cast<int>(error));
+        log(LogLevel::error, "Failed to %s {%s}, error-code = %d, %m.\n", action, subject, error);
     }
     return false;
 }

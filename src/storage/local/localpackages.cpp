@@ -63,7 +63,7 @@ void LocalPackages::noteDamage(const LocalRecord& record) {
     }
     containers_[record.container].damaged.insert(record.offset);
     log(LogLevel::warning,
-        "The package of {%s} is damaged: the next backup stores the file again.\n", path.c_str());
+        "The package of {%s} is damaged: the next backup stores the file again.\n", path);
 }
 
 bool LocalPackages::append(const LocalRecord& record) {

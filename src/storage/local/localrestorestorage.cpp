@@ -96,8 +96,7 @@ bool LocalRestoreStorage::itemFailed(const char* action, const std::string& name
     }
     // Whatever fails while the job must stop has failed because of that.
     SetLastError(ERROR_CANCELLED);
-    log(LogLevel::information, "Restoring {%s} is cancelled, error-code = %d.\n", name.c_str(),
-        static_cast<int>(error));
+    log(LogLevel::information, "Restoring {%s} is cancelled, error-code = %d.\n", name, error);
     return false;
 }
 
@@ -106,8 +105,7 @@ bool LocalRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_
     if (!valid(original, target)) {
         return false;
     }
-    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", toUtf8(original).c_str(),
-        toUtf8(target).c_str());
+    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", toUtf8(original), toUtf8(target));
     beginWork();
     LocalRecord record;
     bool existed = false;

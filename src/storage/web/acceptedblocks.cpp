@@ -82,7 +82,7 @@ bool AcceptedBlocksFile::save(const AcceptedBlocks& blocks) {
         complained_ = true;
         log(LogLevel::warning,
             "Failed to record what is accepted of a package, folder {%s}, error-code = %d, %m.\n",
-            toUtf8(folder_).c_str(), static_cast<int>(keep.error()));
+            toUtf8(folder_), keep.error());
     }
     return false;
 }

@@ -20,12 +20,12 @@ KeyManagerImpl& keys() {
 bool fail(const std::string& user, uint32_t error) {
     if (isKeyError(error)) {
         log(LogLevel::error, "Failed to agree on the key of user {%s}, error-code = %d, %s.\n",
-            user.c_str(), static_cast<int>(error), keyErrorText(error, user).c_str());
+            user, error, keyErrorText(error, user));
         SetLastError(error);
     } else {
         SetLastError(error);
         log(LogLevel::error, "Failed to agree on the key of user {%s}, error-code = %d, %m.\n",
-            user.c_str(), static_cast<int>(error));
+            user, error);
     }
     return false;
 }

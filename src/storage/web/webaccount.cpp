@@ -47,9 +47,8 @@ bool WebAccount::listInstances(const std::string& cookie, const std::string& mac
         // Pages that go round, or hold nothing, would never end.
         if (!readInstances(command.response().body(), page, next) ||
             (!next.empty() && (page.empty() || loop.closedBy(next)))) {
-            log(LogLevel::error, "List Instances: the answer is not of its shape.\n");
-            SetLastError(ERROR_INVALID_DATA);
-            return false;
+            return logFailed(ERROR_INVALID_DATA,
+                             "List Instances: the answer is not of its shape.\n");
         }
         all.insert(all.end(), std::make_move_iterator(page.begin()),
                    std::make_move_iterator(page.end()));

@@ -52,7 +52,7 @@ std::unique_ptr<BackupStorage> WebBackend::backup(BackupTask task) const {
     if (!task.server.empty() && task.server != serverName(at.host, at.port)) {
         log(LogLevel::information,
             "Run {%s} of job {%s} is dropped when its server {%s} is set again.\n",
-            task.instanceId().c_str(), task.jobId.c_str(), task.server.c_str());
+            task.instanceId(), task.jobId, task.server);
         SetLastError(errorOtherServer);
         return nullptr;
     }

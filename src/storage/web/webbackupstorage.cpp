@@ -58,12 +58,10 @@ bool WebBackupStorage::exchange(HTTP_Command& command, const char* action) {
 bool WebBackupStorage::start() {
     FunctionTrace trace("WebBackupStorage::start", "webbackupstorage.cpp");
     if (instanceId_.empty()) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        log(LogLevel::error,
-            "Failed to start job {%s, %s}, can't convert the instance id to string, "
-            "error-code = %d, %m.\n",
-            task_.jobId.c_str(), task_.jobName.c_str(), ERROR_INVALID_PARAMETER);
-        return false;
+        return logFailed(ERROR_INVALID_PARAMETER,
+                         "Failed to start job {%s, %s}, can't convert the instance id to string, "
+                         "error-code = %d, %m.\n",
+                         task_.jobId, task_.jobName, ERROR_INVALID_PARAMETER);
     }
     Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command(
         "name less command",
@@ -121,7 +119,7 @@ bool WebBackupStorage::recordIncomplete(const std::string& answer) {
         if (!known.insert(path).second) {
             continue;
         }
-        log(LogLevel::error, "The service does not hold all of file {%s}.\n", path.c_str());
+        log(LogLevel::error, "The service does not hold all of file {%s}.\n", path);
         if (!recordError(wide.c_str(), conflict, "the service does not hold all of it")) {
             keep.set(GetLastError());
             return false;

@@ -52,15 +52,11 @@ bool WebRestoreStorage::submit(HTTP_Command& command, BrokenLine broken, Refused
     switch (exchange(command)) {
         case Exchanged::done: return true;
         case Exchanged::broken:
-            log(LogLevel::error, broken, task_.jobId.c_str(), task_.jobName.c_str(),
-                static_cast<int>(GetLastError()));
-            return false;
+            return logFailed(broken, task_.jobId, task_.jobName, GetLastError());
         case Exchanged::refused: break;
     }
     const int status = command.http_response().status();
-    log(LogLevel::error, refused, task_.jobId.c_str(), task_.jobName.c_str(), status,
-        http_status_string(status));
-    return false;
+    return logFailed(refused, task_.jobId, task_.jobName, status, http_status_string(status));
 }
 
 bool WebRestoreStorage::start() {
@@ -91,10 +87,8 @@ bool WebRestoreStorage::start() {
     }
     RestoreTicket ticket;
     if (!readRestoreTicket(command.response().body(), ticket)) {
-        SetLastError(ERROR_INVALID_DATA);
-        log(LogLevel::error, broken, task_.jobId.c_str(), task_.jobName.c_str(),
-            ERROR_INVALID_DATA);
-        return false;
+        return logFailed(ERROR_INVALID_DATA, broken, task_.jobId, task_.jobName,
+                         ERROR_INVALID_DATA);
     }
     restoreId_ = std::move(ticket.jobInstanceId);
     return true;
@@ -125,10 +119,9 @@ bool WebRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::
 bool WebRestoreStorage::end(const json_spirit::Object& history) {
     FunctionTrace trace("WebRestoreStorage::end", "webrestorestorage.cpp");
     beginFinish();
-    log(LogLevel::debug, "End job {%s, %s}.\n", task_.jobId.c_str(), task_.jobName.c_str());
+    log(LogLevel::debug, "End job {%s, %s}.\n", task_.jobId, task_.jobName);
     if (!aimAtServer()) {
-        log(LogLevel::error, "Failed to submit job historyinvalid host name or port.\n");
-        return false;
+        return logFailed("Failed to submit job historyinvalid host name or port.\n");
     }
     // The service takes errors and history of a restore that it knows.
     if (restoreId_.empty() && !start()) {
@@ -179,10 +172,8 @@ bool WebRestoreStorage::valid(const std::string& original, const std::string& ta
     if (!original.empty() && !target.empty()) {
         return true;
     }
-    SetLastError(ERROR_INVALID_PARAMETER);
-    log(LogLevel::error, "Invalid path, orignal {%s}, new {%s}.\n", original.c_str(),
-        target.c_str());
-    return false;
+    return logFailed(ERROR_INVALID_PARAMETER, "Invalid path, orignal {%s}, new {%s}.\n", original,
+                     target);
 }
 
 bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t* target) {
@@ -191,7 +182,7 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
         original == nullptr ? std::string() : withoutTrailingBackslash(toUtf8(original));
     const std::wstring folder = target == nullptr ? std::wstring() : target;
     const std::string place = toUtf8(folder);
-    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name.c_str(), place.c_str());
+    log(LogLevel::debug, "Restoring directory {%s} to {%s}.\n", name, place);
     beginWork();
     if (!valid(name, place)) {
         return false;
@@ -203,18 +194,18 @@ bool WebRestoreStorage::restoreDirectory(const wchar_t* original, const wchar_t*
     bool existed = false;
     if (!makeRestoredDirectory(folder, existed)) {
         return stepFailed(cancelledBefore, name, [&](int code) {
-            log(LogLevel::error, "Create directory {%s} failed, %d, %m.\n", place.c_str(), code);
+            log(LogLevel::error, "Create directory {%s} failed, %d, %m.\n", place, code);
         });
     }
     if (existed) {
-        log(LogLevel::debug, "Directory {%s} exists.\n", place.c_str());
+        log(LogLevel::debug, "Directory {%s} exists.\n", place);
     }
     constexpr LogText<std::string> cancelledAfter = "Restoring directory {%s} is cancelled,.\n";
     if (stopped(cancelledAfter, name)) {
         return false;
     }
-    log(LogLevel::debug, "Directory {%s} restored to {%s}, start to get the attributes.\n",
-        name.c_str(), place.c_str());
+    log(LogLevel::debug, "Directory {%s} restored to {%s}, start to get the attributes.\n", name,
+        place);
     // A drive lies in no folder by which it could be asked for, and has no attributes to give back.
     return storedPath(task_.from.machine, backupId_, name).folder.empty() ||
            dressDirectory(name, folder, place);
@@ -228,8 +219,7 @@ bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstri
             LogText<std::string>("Restoring directory {%s} is cancelled when download file "
                                  "information.\n"),
             name, [&](int) {
-                log(LogLevel::error, "Download file information failed, file {%s}.\n",
-                    name.c_str());
+                log(LogLevel::error, "Download file information failed, file {%s}.\n", name);
             });
     }
     constexpr LogText<std::string> cancelled = "Restoring directory {%s} is cancelled,.\n";
@@ -238,8 +228,8 @@ bool WebRestoreStorage::dressDirectory(const std::string& name, const std::wstri
     }
     return dressRestoredDirectory(target, fileAttributes(item.attributes)) ||
            stepFailed(cancelled, name, [&](int code) {
-               log(LogLevel::error, "Restoring directory {%s} to {%s} failed, %d, %m.\n",
-                   name.c_str(), place.c_str(), code);
+               log(LogLevel::error, "Restoring directory {%s} to {%s} failed, %d, %m.\n", name,
+                   place, code);
            });
 }
 

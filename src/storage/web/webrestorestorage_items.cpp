@@ -30,20 +30,18 @@ bool blockOf(std::span<const std::byte> body, uint64_t announced, const std::str
              uint64_t offset, std::span<const std::byte>& block) {
     const uint64_t size = body.size();
     if (size != announced) {
-        SetLastError(malformedBlock);
-        log(LogLevel::error,
+        return logFailed(
+            malformedBlock,
             "Failed to download file data, file {%s}, offset {%Q}, the size of data {size: %Q} "
             "readed is not as large as \"Content-Length\" {Content-Length: %Q}.\n",
             name, offset, size, announced);
-        return false;
     }
     if (size < md5TextSize) {
-        SetLastError(malformedBlock);
-        log(LogLevel::error,
+        return logFailed(
+            malformedBlock,
             "Failed to download file data, file {%s}, offset {%Q}, the size of data {size: %Q} "
             "is small than the MD5 size {32 bytes}.\n",
             name, offset, size);
-        return false;
     }
     block = body.subspan(md5TextSize);
     return true;
@@ -203,16 +201,14 @@ bool WebRestoreStorage::get(const FetchedItem& item, uint64_t offset,
     switch (runExchange(session_, download_, progress_.wire())) {
         case Exchanged::done: break;
         case Exchanged::broken:
-            log(LogLevel::error,
+            return logFailed(
                 "Download file data failed, file {%s}, offset {%Q},, error-code = %d, %m.\n",
                 item.name, offset, GetLastError());
-            return false;
         case Exchanged::refused: {
             const int status = download_.response().status();
-            log(LogLevel::error,
+            return logFailed(
                 "Download file data failed, file {%s}, offset {%Q}, error-code = %d, %s.\n",
                 item.name, offset, status, http_status_string(status));
-            return false;
         }
     }
     const Download_Data_Type& body = download_.response().body();
