@@ -29,7 +29,7 @@ namespace {
 constexpr wchar_t definitionName[] = L"\\def";
 constexpr std::string_view serverPrefix = "http://";  // begins no absolute path
 constexpr std::string_view refusedLine = "\nrefused ";
-constexpr uint64_t hour = 60 * 60 * ticksPerSecond;
+constexpr uint64_t hour = uint64_t{60} * 60 * ticksPerSecond;
 
 // Keeps one change of the notes, of their folders, and of the definition beside those of removed
 // jobs apart from another.
@@ -140,9 +140,10 @@ std::vector<PendingDrops> PendingDrops::all() {
         all.push_back(std::move(drops));
     }
     const std::wstring root = handedOnRoot();
+    const std::wstring beginning = root + L"\\";
     for (const std::wstring& name : namesIn(root)) {
         if (isJobId(toUtf8(name))) {
-            const std::wstring folder = root + L"\\" + name;
+            const std::wstring folder = beginning + name;
             all.push_back(PendingDrops(toUtf8(name), folder, folder));
         }
     }
@@ -348,11 +349,12 @@ namespace {
 bool removeAllButNotes(const std::wstring& directory) {
     WIN32_FIND_DATAW entry;
     const FindHandle find(FindFirstFileW(longPath(directory + L"\\*").c_str(), &entry));
+    const std::wstring beginning = directory + L"\\";
     bool removed = true;
     for (bool more = static_cast<bool>(find); more; more = FindNextFileW(find.get(), &entry) != 0) {
         const std::wstring name = entry.cFileName;
         if (name != L"." && name != L".." && name != L"drops" && name != L"def") {
-            removed = rm_rf(directory + L"\\" + name, true) && removed;
+            removed = rm_rf(beginning + name, true) && removed;
         }
     }
     return removed;
