@@ -263,6 +263,12 @@ Web_Login::Renewal Web_Login::renew(const Refused& asked, std::string& cookie, u
     UnderWay underWay(guard, user);
     error = askForSession(asked.invoker, user, password, fresh) ? 0 : GetLastError();
     if (underWay.overtaken()) {
+        if (error == 0) {
+            // Nobody keeps it: it would stay open at the server of a user who has logged out.
+            guard.unlock();
+            endSession(asked.invoker, user, fresh);
+            guard.lock();
+        }
         error = 0;
         return newInStore();
     }

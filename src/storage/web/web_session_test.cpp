@@ -259,7 +259,8 @@ TEST_F(WebSessionTest, WhoHasAPasswordAndNoSessionIsLoggedIn) {
     EXPECT_EQ(seen_, "Login; Login; ");
 }
 
-// A login and a logout of the user's own wait for no renewal, and what it brings is dropped.
+// A login and a logout of the user's own wait for no renewal, and the session it brings is
+// ended.
 TEST_F(WebSessionTest, WhatTheUserDoesMeanwhileCounts) {
     for (const bool in : {true, false}) {
         SCOPED_TRACE(in);
@@ -280,7 +281,8 @@ TEST_F(WebSessionTest, WhatTheUserDoesMeanwhileCounts) {
         };
         EXPECT_EQ(run("C1"), in ? 200 : 401);
         EXPECT_EQ(kept(), in ? "N1" : "");
-        EXPECT_EQ(seen_, in ? "C1 body; Login; Login; N1 body; " : "C1 body; C1 {}; Login; ");
+        EXPECT_EQ(seen_, in ? "C1 body; Login; Login; N2 {}; N1 body; "
+                            : "C1 body; C1 {}; Login; N1 {}; ");
         EXPECT_EQ(singleton<PasswordManagerImpl>().hasPassword("alice"), in);
     }
 }
