@@ -143,8 +143,15 @@ bool ItemFetcher::hasRoom(const FetchedItem& item) const {
 
 bool ItemFetcher::bring(FetchedItem& item) {
     uint64_t kept = 0;
-    if (receive(item, kept) && decode(item)) {
+    if (!receive(item, kept)) {
+        return false;  // what has come stays, whatever an answer was
+    }
+    const bool whole = source_.check(item);
+    if (whole && decode(item)) {
         return true;
+    }
+    if (!whole && kept == 0) {
+        return done(false, FetchStep::block, item);
     }
     if (kept == 0 || GetLastError() != ERROR_INVALID_DATA) {
         return false;
@@ -153,7 +160,7 @@ bool ItemFetcher::bring(FetchedItem& item) {
         "What was received of file {%s} before is damaged, it is fetched again.\n", item.name);
     progress_.backTo(0, 0);
     progress_.transferring(item.size, 0);
-    return receive(item, kept) && decode(item);
+    return receive(item, kept) && done(source_.check(item), FetchStep::block, item) && decode(item);
 }
 
 // `kept`: the bytes that an earlier run has received.
@@ -169,7 +176,7 @@ bool ItemFetcher::receive(const FetchedItem& item, uint64_t& kept) {
         return false;
     }
     log(LogLevel::debug, "Start to download file data.\n");
-    if (!receiveBlocks(item, package.get()) || !done(source_.check(item), FetchStep::block, item)) {
+    if (!receiveBlocks(item, package.get())) {
         return false;
     }
     log(LogLevel::debug, "File {%s} downloaded.\n", item.name);

@@ -130,7 +130,9 @@ bool ItemSender::sendBlocks(const SentItem& item, HANDLE package) {
             return false;
         }
         if (length == 0) {
-            return true;
+            // A package that was cut or grew since it was measured is not the one announced.
+            SetLastError(ERROR_HANDLE_EOF);
+            return done(record_.fileOffset == item.size, SendStep::read, item);
         }
         uint32_t accepted = 0;
         if (!done(sink_.put(item, static_cast<uint32_t>(record_.fileOffset / uploadBlockSize) + 1,

@@ -124,6 +124,7 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     FetchedItem item(task_, original, target, number, temporary_);
     log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", item.name, item.place);
     beginWork();
+    from_ = INVALID_HANDLE_VALUE;  // what fails before this item is found is no damage of the last
     if (fetcher_.fetch(item, replace)) {
         return true;
     }
@@ -143,7 +144,6 @@ void LocalRestoreStorage::failed(FetchStep step, const FetchedItem& item) const 
 }
 
 bool LocalRestoreStorage::find(FetchedItem& item) {
-    from_ = INVALID_HANDLE_VALUE;
     if (!findRecord(item.path, LocalRecord::Kind::file, record_)) {
         return false;
     }

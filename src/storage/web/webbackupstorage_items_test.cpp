@@ -18,6 +18,22 @@ json_spirit::Object bodyOf(const Seen& seen) {
     return body.get_obj();
 }
 
+// A scanner, or a disk that lies.
+TEST_F(SentFile, APackageThatHasLostItsEndIsNotSent) {
+    const auto storage = makeStorage();
+    const std::wstring path = makeSource(2 * uploadBlockSize);
+    reply_ = [](const Seen& seen) {
+        if (seen.endpoint == "uploadfile") {
+            const std::wstring package = itemTempPath(itemTempFolder(job), 1);
+            write(package, contentOf(package).substr(0, uploadBlockSize));
+        }
+        return Answer{};
+    };
+    const LogCapture quiet;
+    EXPECT_FAILS(ERROR_HANDLE_EOF, backup(*storage, path));
+    EXPECT_EQ(blocks(), Names{"1"});
+}
+
 TEST_F(SentFile, AFileIsAnnouncedAndSentInBlocks) {
     const auto storage = makeStorage();
     const std::wstring path = makeSource(uploadBlockSize);

@@ -143,6 +143,24 @@ TEST_F(RestoredFile, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
     }
 }
 
+TEST_F(RestoredFile, AGarbledAnswerTakesNothingAway) {
+    hold(2 * uploadBlockSize + 16);
+    const auto storage = makeStorage();
+    resume(uploadBlockSize, stored_.substr(0, uploadBlockSize));
+    record_.packageSize = stored_.size();
+    reply_ = [&](const Seen& seen) {
+        const bool second =
+            seen.endpoint == "DownloadFileBlock" && member(seen, "blockindex") == "2";
+        return second ? std::optional(Answer{.status = "garbled\r\n:"}) : reply(seen);
+    };
+    const LogCapture quiet;
+    EXPECT_FAILS(ERROR_INVALID_DATA, restore(*storage));
+    EXPECT_EQ(record_.fileOffset, uploadBlockSize);
+    for (const std::string& block : blocks()) {
+        EXPECT_EQ(block, "2");
+    }
+}
+
 TEST_F(RestoredFile, IsNotFetchedWithoutRoomForIt) {
     hold(uploadBlockSize);
     const std::pair<const char*, const char*> huge[] = {
