@@ -3,8 +3,8 @@
 //
 // Codes are the platform's, or HTTP statuses with their mark. A run that waits for its network
 // pauses itself and tries again; everything else about an item is written down and left behind. A
-// conflict (409) fails the item, and the run where it is asked to start; at the end it is believed
-// after a while, as any other refusal is.
+// conflict (409) fails the item, and the run where it is asked to start; at a backup's end it is
+// believed after a while, as any other refusal is, at a restore's at once.
 #pragma once
 
 #include <algorithm>
