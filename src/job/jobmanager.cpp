@@ -51,6 +51,7 @@ std::unique_ptr<Job> JobManagerImpl::makeJob(std::unique_ptr<JobDefinition>& def
 bool JobManagerImpl::open() {
     const FunctionTrace trace("JobManagerImpl::init", "jobmanager.cpp");
     std::lock_guard guard(lock_);
+    JobCmdQueue::carriedOutBy(this);  // what is due at once waits for the lock, and is not dropped
     if (std::shared_ptr<Io_Completion_Port> port = Io_Completion_Port::create()) {
         Iocp_Dispatcher::instance()->install(std::move(port));
     } else {
@@ -60,7 +61,6 @@ bool JobManagerImpl::open() {
     for (const std::wstring& directory : jobDirectories()) {
         loadJob(directory, toUtf8(directory.substr(directory.rfind(L'\\') + 1)));
     }
-    JobCmdQueue::carriedOutBy(this);
     teller_.wake();
     return true;
 }

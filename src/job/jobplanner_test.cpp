@@ -1,5 +1,6 @@
 #include "job/jobplanner.h"
 
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "job/jobmanager.h"
 #include "job/scripted_job.h"
 #include "notify/jobnotifymanager.h"
+#include "support/log_capture.h"
 #include "support/test_dispatcher.h"
 
 namespace dorvo {
@@ -292,9 +294,14 @@ protected:
     TestZone zone_;
     TestDispatcher dispatcher_;
     ScheduleManagerImpl schedules_;
+    JobCmdQueue queue_;
+    std::function<void()> meanwhile_;  // while the next job is made
 
 private:
     std::unique_ptr<Job> make(std::unique_ptr<JobDefinition> definition) {
+        if (meanwhile_) {
+            std::exchange(meanwhile_, nullptr)();
+        }
         BackupJob::Services services;
         services.snapshotsEnabled = [] { return false; };
         services.incrementCheck = [this] { return std::make_unique<ScriptedCheck>(script_); };
@@ -312,7 +319,6 @@ private:
 
     static inline ScheduledJob* current_ = nullptr;
     Signal ended_{true};
-    JobCmdQueue queue_;
 };
 
 TEST_F(ScheduledJob, RunsFromItsDefinitionAlone) {
@@ -334,6 +340,20 @@ TEST_F(ScheduledJob, RunsFromItsDefinitionAlone) {
     EXPECT_TRUE(manager().open());
     awaitRun();
     EXPECT_EQ(nextRun(), 110'0900);
+}
+
+// As one comes that is due at once, while other jobs are still being loaded.
+TEST_F(ScheduledJob, RunsByACommandThatCameBeforeTheManagerHadOpened) {
+    submit(dailyAt(9, 0));
+    manager().close();
+    JobCmdQueue::carriedOutBy(nullptr);
+    const LogCapture log;
+    meanwhile_ = [&] {
+        queue_.add("j1", "start");
+        log.await("JobCmdQueue: execute command \"start\" for job j1.");
+    };
+    EXPECT_TRUE(manager().open());
+    awaitRun();
 }
 
 TEST_F(ScheduledJob, ForgetsItsScheduleWithItsDefinitionAndItself) {

@@ -53,11 +53,12 @@ unsigned long Transfer::carryOut() {
         memory_.endFailures = {};
     }
     const bool dropOnly = job_.dropOnly_.exchange(false);
-    record_.pausedManually = 0;
-    record_.endError = ERROR_SUCCESS;
-    // Observers hear of it once the starter is released.
+    // Observers hear of it once the starter is released. First of all: a paused run that is not
+    // the user's would go on in the next process.
     job_.lifecycle().move(dropOnly ? JobState::canceling : JobState::starting,
                           Lifecycle::Tell::nobody);
+    record_.pausedManually = 0;
+    record_.endError = ERROR_SUCCESS;
     openHistory();
     JobState endCode = JobState::cancelled;
     if (dropOnly) {

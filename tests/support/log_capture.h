@@ -8,6 +8,7 @@
 #include <ace/Log_Record.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -42,6 +43,14 @@ public:
     bool has(const std::string& text) const {
         return any([&](const LogLine& line) { return line.text == text; });
     }
+    // Waits for a line that begins so.
+    void await(const std::string& text) const {
+        std::unique_lock guard(lock_);
+        more_.wait(guard, [&] {
+            return std::any_of(lines_.begin(), lines_.end(),
+                               [&](const LogLine& line) { return line.text.starts_with(text); });
+        });
+    }
     bool begins(const std::string& text) const {
         return any([&](const LogLine& line) { return line.text.starts_with(text); });
     }
@@ -62,11 +71,13 @@ private:
         }
         std::lock_guard guard(lock_);
         lines_.push_back({static_cast<LogLevel>(record.type()), text});
+        more_.notify_all();
         return static_cast<ssize_t>(text.size());
     }
 
     mutable std::mutex lock_;  // guards lines_
     std::vector<LogLine> lines_;
+    mutable std::condition_variable more_;  // a line has come
     ACE_Log_Msg_Backend* previous_ = nullptr;
 };
 
