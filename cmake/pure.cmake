@@ -13,7 +13,7 @@ set(pure_sources
     libs/json_spirit/value.cpp
     libs/json_spirit/writer.cpp
     src/base/job_state.cpp
-    src/base/key_error.cpp
+    src/base/error_codes.cpp
     src/base/md5.cpp
     src/http_util/http_chunked_decoder.cpp
     src/http_util/http_location.cpp

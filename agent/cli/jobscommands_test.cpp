@@ -2,8 +2,8 @@
 
 #include <fstream>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "cli/commands.h"
 #include "data/jobstore.h"

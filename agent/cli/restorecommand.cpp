@@ -9,7 +9,6 @@
 
 #include "base/paths.h"
 #include "base/text.h"
-#include "base/volume_root.h"
 #include "cli/instancequery.h"
 #include "control/openengine.h"
 #include "data/backupplace.h"

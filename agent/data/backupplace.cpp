@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "data/givenpaths.h"

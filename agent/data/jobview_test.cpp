@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include "base/files.h"
 #include "base/local_time.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 #include "record/jobwait.h"

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
+#include "base/error_codes.h"
 #include "base/handle.h"
-#include "base/http_error.h"
 #include "base/job_state.h"
 #include "base/local_time.h"
 #include "base/paths.h"

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/job_state.h"
 #include "base/text.h"
 #include "data/jobstore.h"

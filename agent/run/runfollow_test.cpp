@@ -5,8 +5,8 @@
 
 #include <fstream>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "engine/fakeengine.h"
 #include "jobdef/backupjobdefinition.h"

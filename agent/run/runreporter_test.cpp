@@ -3,9 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include "base/files.h"
 #include "base/local_time.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "jobdef/backupjobdefinition.h"
 #include "record/jobwait.h"
 #include "storage/wire_time.h"

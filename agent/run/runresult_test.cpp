@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "base/key_error.h"
+#include "base/error_codes.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
 

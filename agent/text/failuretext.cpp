@@ -2,9 +2,8 @@
 
 #include <windows.h>
 
-#include "base/error_text.h"
-#include "base/http_error.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
+#include "base/last_error.h"
 #include "base/text.h"
 #include "httpmsg/http_names.h"
 #include "job/transferfailure.h"

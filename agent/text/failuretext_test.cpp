@@ -3,8 +3,7 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include "base/http_error.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
 
 namespace dorvo::agent {
 namespace {

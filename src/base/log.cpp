@@ -9,7 +9,6 @@
 #include <mutex>
 #include <string>
 
-#include "base/error_text.h"
 #include "base/last_error.h"
 
 namespace dorvo {

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "base/error_text.h"
+#include "base/last_error.h"
 #include "support/log_capture.h"
 
 namespace dorvo {

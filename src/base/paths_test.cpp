@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "base/files.h"
 #include "base/handle.h"
-#include "base/rm_rf.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"
 

@@ -6,10 +6,9 @@
 #include <regex>
 #include <utility>
 
-#include "base/error_text.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "record/jobhistory.h"
 #include "settings/serverbinding.h"

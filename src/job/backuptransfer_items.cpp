@@ -1,11 +1,11 @@
 // What a backup's run does with its items and its storage.
 #include <algorithm>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "job/backuptransfer.h"
 #include "settings/serverbinding.h"

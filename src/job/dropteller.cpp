@@ -1,6 +1,6 @@
 #include "job/dropteller.h"
 
-#include "base/error_text.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "base/thread.h"

@@ -6,9 +6,8 @@
 #include <httpmsg/http_names.h>
 #include <jobdef/backupjobdefinition.h>
 
-#include "base/error_text.h"
-#include "base/http_error.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
+#include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/text.h"

@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "base/error_text.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
+#include "base/last_error.h"
 #include "base/local_time.h"
 #include "job/jobcmdqueue.h"
 #include "record/jobwait.h"

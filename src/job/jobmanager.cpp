@@ -4,12 +4,11 @@
 #include <exception>
 #include <utility>
 
-#include "base/error_text.h"
+#include "base/files.h"
 #include "base/handle.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "base/thread.h"
 #include "job/jobdirectories.h"

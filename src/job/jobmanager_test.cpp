@@ -7,9 +7,9 @@
 #include <future>
 #include <utility>
 
+#include "base/files.h"
 #include "base/handle.h"
 #include "base/machine_name.h"
-#include "base/rm_rf.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "storage/local/localplace.h"

@@ -5,7 +5,7 @@
 #include <array>
 #include <span>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/paths.h"
 
 namespace dorvo {

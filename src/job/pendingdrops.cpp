@@ -7,13 +7,13 @@
 #include <mutex>
 #include <utility>
 
+#include "base/error_codes.h"
+#include "base/files.h"
 #include "base/handle.h"
-#include "base/http_error.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/sharing_retry.h"
 #include "base/text.h"
 #include "base/uuid.h"

@@ -5,7 +5,7 @@
 #include <set>
 #include <string_view>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "record/sourcelistfile.h"

@@ -5,7 +5,7 @@
 
 #include <map>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "record/sourcerecord.h"
 #include "support/fails_with.h"
 #include "support/list_records.h"

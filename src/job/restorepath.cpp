@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "base/volume_root.h"
+#include "base/paths.h"
 
 namespace dorvo {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/reparse_point.h"
 
 namespace dorvo {
 namespace {

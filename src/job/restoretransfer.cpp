@@ -2,13 +2,12 @@
 
 #include <algorithm>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
-#include "base/volume_root.h"
 #include "job/restorelist.h"
 #include "job/restorepathlinks.h"
 #include "record/sourcerecord.h"

@@ -1,7 +1,7 @@
 // Jobs of both kinds on what the factory makes of a folder.
 #include "job/storagefactory.h"
 
-#include "base/key_error.h"
+#include "base/error_codes.h"
 #include "base/machine_name.h"
 #include "job/scripted_job.h"
 #include "settings/keymanager.h"

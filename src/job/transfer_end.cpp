@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"

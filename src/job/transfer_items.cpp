@@ -1,6 +1,6 @@
 // What becomes of the items of a run, one after the other.
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"

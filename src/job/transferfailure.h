@@ -13,7 +13,7 @@
 #include <optional>
 
 #include "base/disk_room.h"
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/sharing_retry.h"
 #include "storage/local/localerror.h"
 

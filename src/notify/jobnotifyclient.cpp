@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "base/error_text.h"
 #include "base/job_state.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"
 

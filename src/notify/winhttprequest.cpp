@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/error_text.h"
+#include "base/last_error.h"
 #include "base/log.h"
 
 namespace dorvo {

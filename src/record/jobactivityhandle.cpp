@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "base/error_text.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <string>
 
+#include "base/files.h"
 #include "base/handle.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "support/fails_with.h"
 #include "support/files.h"

@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "base/error_text.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"

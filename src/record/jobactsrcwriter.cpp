@@ -1,6 +1,5 @@
 #include "record/jobactsrcwriter.h"
 
-#include "base/error_text.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"

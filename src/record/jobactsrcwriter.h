@@ -10,7 +10,7 @@
 #include <span>
 #include <string>
 
-#include "base/write_handle_streambuf.h"
+#include "base/handle_streambuf.h"
 
 namespace dorvo {
 

@@ -5,7 +5,7 @@
 #include <span>
 #include <utility>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/paths.h"
 #include "base/sharing_retry.h"
 #include "json_spirit/json_spirit.h"

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "base/error_text.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"

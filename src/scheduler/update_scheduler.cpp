@@ -8,7 +8,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/error_text.h"
 #include "base/handle.h"
 #include "base/last_error.h"
 #include "base/log.h"

@@ -4,8 +4,8 @@
 #include <exception>
 #include <mutex>
 
-#include "base/error_text.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/md5.h"
 #include "base/paths.h"

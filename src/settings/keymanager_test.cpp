@@ -4,8 +4,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/error_codes.h"
 #include "base/handle.h"
-#include "base/key_error.h"
 #include "base/md5.h"
 #include "json_spirit/json_spirit.h"
 #include "settings/encodedtext.h"

@@ -2,12 +2,11 @@
 
 #include <iterator>
 
+#include "base/handle_streambuf.h"
 #include "base/last_error.h"
 #include "base/paths.h"
 #include "base/private_access.h"
-#include "base/read_handle_streambuf.h"
 #include "base/sharing_retry.h"
-#include "base/write_handle_streambuf.h"
 
 namespace dorvo {
 namespace {

@@ -8,15 +8,13 @@
 #include <optional>
 #include <ostream>
 
-#include "base/error_text.h"
 #include "base/handle.h"
+#include "base/handle_streambuf.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
 #include "base/text.h"
 #include "base/uuid.h"
-#include "base/write_handle_streambuf.h"
 #include "json_spirit/json_spirit.h"
 #include "json_spirit/member.h"
 

@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/uuid.h"
 #include "support/files.h"
 #include "support/log_capture.h"

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/error_text.h"
+#include "base/files.h"
 #include "base/handle.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/reparse_point.h"
 #include "base/text.h"
 #include "source/filterpolicy.h"
 

@@ -8,16 +8,63 @@
 
 #include <exception>
 #include <functional>
+#include <istream>
+#include <ostream>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 
-#include "base/error_text.h"
+#include "base/handle_streambuf.h"
+#include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "source/handlestreams.h"
 
 namespace dorvo {
 namespace {
+
+// What the buffer throws passes through the stream to the reader.
+class ReadHandleStream : public std::istream {
+public:
+    ReadHandleStream(std::wstring_view path, interrupter* stop)
+        : std::istream(nullptr), buffer_(path, stop) {
+        rdbuf(&buffer_);
+        exceptions(std::ios::badbit);
+        if (!buffer_.is_open()) {
+            setstate(std::ios::failbit);
+        }
+    }
+    const read_handle_streambuf& buffer() const { return buffer_; }
+
+private:
+    read_handle_streambuf buffer_;
+};
+
+class WriteHandleStream : public std::ostream {
+public:
+    explicit WriteHandleStream(std::wstring_view path) : std::ostream(nullptr), buffer_(path) {
+        rdbuf(&buffer_);
+        if (!buffer_.is_open()) {
+            setstate(std::ios::failbit);
+        }
+    }
+    const write_handle_streambuf& buffer() const { return buffer_; }
+
+private:
+    write_handle_streambuf buffer_;
+};
+
+// The code of a chain that broke between the two: 1223 after an interruption, that of a failed read
+// or write, else 13, because the data itself was at fault.
+DWORD chainError(const ReadHandleStream& in, const WriteHandleStream& out) {
+    if (in.buffer().interrupted()) {
+        return ERROR_CANCELLED;
+    }
+    if (in.buffer().error() != ERROR_SUCCESS) {
+        return in.buffer().error();
+    }
+    return out.buffer().error() != ERROR_SUCCESS ? out.buffer().error() : DWORD{ERROR_INVALID_DATA};
+}
 
 // Each of a path and a reason.
 struct TransformWords {
@@ -48,7 +95,10 @@ bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* st
     }
     try {
         pump(in, out);
-        throwIfCutOff(in);
+        // The chain takes a read that fails for the end of the file.
+        if (const DWORD error = in.buffer().error(); error != ERROR_SUCCESS) {
+            throw std::runtime_error(errorText(error));
+        }
     } catch (const std::exception& failure) {
         const DWORD error = chainError(in, out);
         if (error == ERROR_CANCELLED) {

@@ -8,9 +8,9 @@
 #include <random>
 #include <thread>
 
-#include "base/error_text.h"
+#include "base/handle.h"
+#include "base/last_error.h"
 #include "base/text.h"
-#include "source/handlestreams.h"
 #include "support/fails_with.h"
 #include "support/files.h"
 #include "support/log_capture.h"

@@ -7,7 +7,7 @@
 //
 // Every operation answers true when the back end holds what it was given, so that it survives the
 // end of this process and of the service's. False leaves the reason in the thread's last error: a
-// Win32 or socket code, a marked HTTP status (base/http_error.h), 1223 when the job
+// Win32 or socket code, a marked HTTP status (base/error_codes.h), 1223 when the job
 // was asked to stop. Failures are logged here, with the operation's subject; the caller decides
 // what becomes of the run. Operations block until they are done, fail, or the job's stop signal is
 // set; end(), cancel() and start() of a run that is being ended do not heed the signal.

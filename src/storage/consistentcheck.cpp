@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "base/files.h"
 #include "base/handle.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 
 namespace dorvo {
 

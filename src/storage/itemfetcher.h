@@ -19,8 +19,8 @@
 #include <span>
 #include <string>
 
+#include "base/error_codes.h"
 #include "base/handle.h"
-#include "base/http_error.h"
 #include "base/interrupter.h"
 #include "record/itemprogress.h"
 #include "source/transformation.h"

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <span>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"

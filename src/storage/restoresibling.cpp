@@ -7,7 +7,6 @@
 
 #include "base/handle.h"
 #include "base/paths.h"
-#include "base/volume_root.h"
 
 namespace dorvo {
 namespace {

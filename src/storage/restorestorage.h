@@ -6,7 +6,7 @@
 // resumed run makes a new storage and calls start() again; end() may come without start().
 //
 // False leaves the reason in the thread's last error: a Win32 or socket code, a marked HTTP status
-// (base/http_error.h), 1223 when the job was asked to stop. Failures are logged here, with the
+// (base/error_codes.h), 1223 when the job was asked to stop. Failures are logged here, with the
 // operation's subject; the caller decides what becomes of the run. Operations block until they are
 // done, fail, or the job's stop signal is set; end() does not heed the signal.
 #pragma once

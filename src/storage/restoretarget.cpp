@@ -2,7 +2,6 @@
 
 #include "base/last_error.h"
 #include "base/paths.h"
-#include "base/volume_root.h"
 #include "storage/restoresibling.h"
 
 namespace dorvo {

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "base/key_error.h"
+#include "base/error_codes.h"
 #include "settings/keymanager.h"
 
 namespace dorvo {

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <set>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 
 namespace dorvo::test {
 namespace {

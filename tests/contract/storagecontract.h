@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "base/handle.h"
+#include "base/handle_streambuf.h"
 #include "base/local_time.h"
 #include "base/uuid.h"
-#include "base/write_handle_streambuf.h"
 #include "contract/contractplace.h"
 #include "record/jobactsrcreader.h"
 #include "record/jobactsrcwriter.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/machine_name.h"
 #include "base/text.h"
 #include "contract/contractplace.h"

@@ -7,9 +7,8 @@
 #include <iterator>
 #include <string>
 
+#include "base/handle_streambuf.h"
 #include "base/paths.h"
-#include "base/read_handle_streambuf.h"
-#include "base/write_handle_streambuf.h"
 
 namespace dorvo::test {
 

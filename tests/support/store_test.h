@@ -7,8 +7,8 @@
 #include <iterator>
 #include <string>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/singleton.h"
 #include "base/text.h"
 

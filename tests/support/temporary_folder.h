@@ -6,8 +6,8 @@
 
 #include <string>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 
 namespace dorvo::test {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "base/files.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/thread.h"
 #include "job/job.h"
 #include "job/jobcmdqueue.h"

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/file_bytes.h"
+#include "base/error_codes.h"
+#include "base/files.h"
 #include "base/handle.h"
-#include "base/key_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
 #include "base/paths.h"

@@ -1,8 +1,8 @@
 #include "storage/local/localdrop.h"
 
+#include "base/files.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/rm_rf.h"
 #include "base/text.h"
 #include "settings/storefile.h"
 #include "storage/local/localerror.h"

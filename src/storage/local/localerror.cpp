@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "base/disk_room.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/error_codes.h"
 #include "base/interrupter.h"
-#include "base/key_error.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "storage/local/localdrop.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/paths.h"
 
 namespace dorvo {

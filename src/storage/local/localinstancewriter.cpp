@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/md5.h"
 #include "base/paths.h"
 #include "base/text.h"

@@ -3,7 +3,7 @@
 #include <span>
 #include <vector>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"

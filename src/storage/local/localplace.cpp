@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/handle.h"
 #include "base/last_error.h"
 #include "base/log.h"

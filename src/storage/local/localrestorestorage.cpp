@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "base/file_bytes.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
+#include "base/files.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/key_error.h"
+#include "base/error_codes.h"
 #include "base/sharing_retry.h"
 #include "settings/storefile.h"
 #include "storage/local/localerror.h"

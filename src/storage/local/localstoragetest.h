@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/file_bytes.h"
+#include "base/files.h"
 #include "base/handle.h"
 #include "base/local_time.h"
 #include "record/jobactsrcreader.h"

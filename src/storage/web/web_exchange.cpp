@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "httpmsg/http_names.h"

@@ -1,6 +1,6 @@
 #include "storage/web/web_increment_check.h"
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "http_util/http_command.h"

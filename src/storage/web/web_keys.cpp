@@ -1,8 +1,7 @@
 #include "storage/web/web_keys.h"
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/interrupter.h"
-#include "base/key_error.h"
 #include "base/log.h"
 #include "settings/keymanager.h"
 #include "storage/web/web_bodies.h"

@@ -6,8 +6,7 @@
 
 #include <optional>
 
-#include "base/http_error.h"
-#include "base/key_error.h"
+#include "base/error_codes.h"
 #include "base/md5.h"
 #include "settings/cookiemanager.h"
 #include "settings/keymanager.h"

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/log.h"
 #include "base/machine_name.h"
 #include "base/md5.h"

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/uuid.h"
 
 namespace dorvo {

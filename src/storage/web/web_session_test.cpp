@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "http_util/http_command.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"

@@ -1,6 +1,6 @@
 #include "storage/web/webrestorecatalog.h"
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "http_util/http_command.h"

@@ -1,6 +1,6 @@
 #include "storage/web/webrestorestorage.h"
 
-#include "base/http_error.h"
+#include "base/error_codes.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"

@@ -1,9 +1,6 @@
-#include "base/error_text.h"
-
-#include <windows.h>
-
-#include "base/key_error.h"
 #include "base/last_error.h"
+
+#include "base/error_codes.h"
 #include "base/text.h"
 
 namespace dorvo {

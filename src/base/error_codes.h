@@ -1,7 +1,5 @@
-// The error codes about a user's encryption key, and their words.
-//
-// They stand beside the platform's codes as a thread's last error. The mark is a bit that neither
-// Win32 and socket codes nor marked HTTP statuses have.
+// The error codes that are ours. They stand beside the platform's as a thread's last error, each
+// kind with a mark of its own that Win32 and socket codes do not have.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +7,28 @@
 
 namespace dorvo {
 
+// HTTP answers: the status with a mark.
+constexpr uint32_t httpMark = 0x20010000;
+
+constexpr uint32_t withHttpMark(uint32_t status) {
+    return status | httpMark;
+}
+constexpr uint32_t withoutHttpMark(uint32_t code) {
+    return code & ~httpMark;
+}
+// Any bit of the mark counts.
+constexpr bool hasHttpMark(uint32_t code) {
+    return (code & httpMark) != 0;
+}
+// The whole mark is needed.
+constexpr bool isHttpStatus(uint32_t code) {
+    return (code & httpMark) == httpMark;
+}
+
+// The storage had the bytes and has lost them: waiting brings nothing back.
+constexpr uint32_t errorLostBytes = withHttpMark(410);
+
+// A user's encryption key: a bit that marked HTTP statuses do not have either.
 constexpr uint32_t keyErrorMark = 0x04000000;
 
 // The storage server knows a key of the user, and this machine has none.

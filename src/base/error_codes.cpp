@@ -1,4 +1,4 @@
-#include "base/key_error.h"
+#include "base/error_codes.h"
 
 namespace dorvo {
 
