@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "base/files.h"
 #include "base/local_time.h"
 #include "base/text.h"
 #include "storage/wire_time.h"
@@ -12,8 +13,8 @@
 namespace dorvo::agent {
 namespace {
 
-uint64_t sizeOf(const RestoreCatalog::Item& item) {
-    return item.directory() ? 0 : uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+uint64_t bytesOf(const RestoreCatalog::Item& item) {
+    return item.directory() ? 0 : sizeOf(item.data);
 }
 
 std::string timeText(const FILETIME& time) {
@@ -37,7 +38,7 @@ std::string itemHeadings() {
 
 std::string itemText(const RestoreCatalog::Item& item) {
     return line(timeText(item.data.ftLastWriteTime),
-                item.directory() ? std::string() : bytesText(sizeOf(item)),
+                item.directory() ? std::string() : bytesText(bytesOf(item)),
                 attributesText(item.data.dwFileAttributes), printable(toUtf8(item.path)));
 }
 
@@ -56,7 +57,7 @@ std::string attributesText(uint32_t attributes) {
 json_spirit::Ordered_object itemJson(const RestoreCatalog::Item& item) {
     return {{"path", toUtf8(item.path)},
             {"type", item.directory() ? "directory" : "file"},
-            {"size", sizeOf(item)},
+            {"size", bytesOf(item)},
             {"attributes", uint64_t{item.data.dwFileAttributes}},
             {"created", timeText(item.data.ftCreationTime)},
             {"accessed", timeText(item.data.ftLastAccessTime)},

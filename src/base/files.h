@@ -21,6 +21,11 @@ namespace dorvo {
 FileHandle openToChange(const std::wstring& path);
 
 bool fileSize(HANDLE file, uint64_t& size);
+// Of what the system tells of a file, in two halves.
+template <class Data>
+constexpr uint64_t sizeOf(const Data& data) {
+    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
 // 38 when the file ends before.
 bool readFileAt(HANDLE file, uint64_t offset, std::span<std::byte> bytes);
 // 112 when the system takes only a part.

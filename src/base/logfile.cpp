@@ -1,4 +1,5 @@
 #include "base/logfile.h"
+#include "base/files.h"
 
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
@@ -44,11 +45,6 @@ std::string lineOf(LogLevel level, std::string_view text) {
         line += '\n';
     }
     return line;
-}
-
-uint64_t sizeOf(HANDLE file) {
-    LARGE_INTEGER size{};
-    return GetFileSizeEx(file, &size) != 0 ? static_cast<uint64_t>(size.QuadPart) : 0;
 }
 
 // Hands what ACE logs to the process's log file.
@@ -116,7 +112,8 @@ bool LogFile::reopen() {
     file_.reset(CreateFileW(longPath(path_).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    size_ = file_ ? sizeOf(file_.get()) : 0;
+    size_ = 0;
+    fileSize(file_.get(), size_);
     return static_cast<bool>(file_);
 }
 

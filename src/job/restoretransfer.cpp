@@ -260,7 +260,7 @@ bool RestoreTransfer::passes(const Item& item, DWORD code) {
     if (!isDiskFull(code) || !policy_->targetPath(item.path.c_str(), true, target)) {
         return false;
     }
-    const uint64_t size = uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+    const uint64_t size = sizeOf(item.data);
     const uint64_t package =
         record_.packageSize - std::min(record_.packageSize, record_.fileOffset);
     if (services().fits({temporary_, package + spareRoom}, {target, size + spareRoom})) {

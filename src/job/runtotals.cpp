@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/files.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "record/jobactsrcreader.h"
@@ -91,7 +92,7 @@ void countItem(const JobActivitySourceReader& reader, uint32_t tag,
         return;
     }
     found.files += 1;
-    found.size += uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    found.size += sizeOf(data);
 }
 
 }  // namespace

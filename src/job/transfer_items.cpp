@@ -1,6 +1,7 @@
 // What becomes of the items of a run, one after the other.
 
 #include "base/error_codes.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -103,7 +104,7 @@ Transfer::Step Transfer::item(bool directory) {
     const DWORD code = GetLastError();
     if (!directory) {
         fileDone_ = true;
-        doneBytes_ = uint64_t{item.data.nFileSizeHigh} << 32 | item.data.nFileSizeLow;
+        doneBytes_ = sizeOf(item.data);
     }
     return transferred ? Step::next : itemFailed(item, code);
 }

@@ -1,5 +1,6 @@
 #include "record/jobactsrcwriter.h"
 
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/local_time.h"
 #include "base/log.h"
@@ -64,7 +65,7 @@ bool JobHistorySourceWriter::addEntry(const std::wstring& name,
     entry.creationTime = toTicks(data.ftCreationTime);
     entry.lastAccessTime = toTicks(data.ftLastAccessTime);
     entry.lastWriteTime = toTicks(data.ftLastWriteTime);
-    entry.size = uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    entry.size = sizeOf(data);
     entry.value = value;
     entry.name = toUnits(name);
     const auto record = encodeEntry(entry);

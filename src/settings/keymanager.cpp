@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "base/error_codes.h"
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/md5.h"
@@ -107,11 +108,11 @@ bool writeWhole(const std::wstring& file, const std::string& text) {
 // Not more than a recovery file can hold.
 bool readWhole(const std::wstring& path, std::string& text) {
     FileHandle file = openStoreForReading(path, FILE_SHARE_READ);
-    LARGE_INTEGER size{};
-    if (!file || GetFileSizeEx(file.get(), &size) == 0) {
+    uint64_t size = 0;
+    if (!file || !fileSize(file.get(), size)) {
         return false;
     }
-    if (size.QuadPart > static_cast<LONGLONG>(recoveryFileLimit)) {
+    if (size > recoveryFileLimit) {
         SetLastError(errorRecoveryFileDamaged);
         return false;
     }

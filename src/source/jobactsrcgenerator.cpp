@@ -1,5 +1,6 @@
 #include "source/jobactsrcgenerator.h"
 
+#include "base/files.h"
 #include "base/local_time.h"
 #include "base/text.h"
 #include "record/sourcelistfile.h"
@@ -14,10 +15,6 @@ constexpr uint32_t pollEntries = 1000;  // entries of the walk from one question
 
 bool isDirectory(const WIN32_FILE_ATTRIBUTE_DATA& data) {
     return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
-uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
 // Records name a folder without a trailing backslash, however the source was written; only a mount

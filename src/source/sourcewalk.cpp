@@ -42,7 +42,7 @@ void SourceCalculator::processFile(const wchar_t*, const WIN32_FILE_ATTRIBUTE_DA
         return;
     }
     ++files_;
-    size_ += uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    size_ += sizeOf(data);
 }
 
 bool SourceFileSystem::attributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "base/files.h"
 #include "base/paths.h"
 #include "storage/items.h"
 
@@ -31,10 +32,6 @@ constexpr WIN32_FILE_ATTRIBUTE_DATA fileAttributes(const ItemAttributes& item) {
     data.nFileSizeHigh = item.sizeHigh;
     data.nFileSizeLow = item.sizeLow;
     return data;
-}
-
-constexpr uint64_t sizeOf(const WIN32_FILE_ATTRIBUTE_DATA& data) {
-    return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
 inline bool readAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data) {

@@ -167,9 +167,9 @@ bool PlacingRecord::identify(HANDLE file, Identity& identity) const {
     if (look_(file, &found) == 0) {
         return false;
     }
-    identity = {
-        found.dwVolumeSerialNumber, uint64_t{found.nFileIndexHigh} << 32 | found.nFileIndexLow,
-        uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow, toTicks(found.ftLastWriteTime)};
+    identity = {found.dwVolumeSerialNumber,
+                uint64_t{found.nFileIndexHigh} << 32 | found.nFileIndexLow, sizeOf(found),
+                toTicks(found.ftLastWriteTime)};
     return std::find(std::begin(noIndexes), std::end(noIndexes), identity.index) ==
            std::end(noIndexes);
 }

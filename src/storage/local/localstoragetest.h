@@ -137,7 +137,7 @@ protected:
     }
     static uint64_t sizeOfFile(const std::wstring& path) {
         const auto data = attributes(path);
-        return uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+        return sizeOf(data);
     }
     bool list(RestoreCatalog::Page& page, const std::string& after = {}) {
         return backend().catalog(restoreTask().from, nullptr, nullptr)->list({}, after, page);
