@@ -1,16 +1,16 @@
 // Definitions' conversions for the targets, where wide characters are whole code points.
-#include "jobdef/widetext.h"
+#include "widetext/widetext.h"
 
 #include <boost/locale/encoding_utf.hpp>
 
-namespace dorvo::jobdef {
+namespace dorvo {
 
-std::wstring toWide(const std::string& utf8) {
-    return boost::locale::conv::utf_to_utf<wchar_t>(utf8);
+std::wstring toWide(std::string_view utf8) {
+    return boost::locale::conv::utf_to_utf<wchar_t>(utf8.data(), utf8.data() + utf8.size());
 }
 
-std::string toUtf8(const std::wstring& wide) {
-    return boost::locale::conv::utf_to_utf<char>(wide);
+std::string toUtf8(std::wstring_view wide) {
+    return boost::locale::conv::utf_to_utf<char>(wide.data(), wide.data() + wide.size());
 }
 
-}  // namespace dorvo::jobdef
+}  // namespace dorvo

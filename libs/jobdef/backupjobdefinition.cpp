@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "jobdef/definitionfields.h"
+#include "widetext/widetext.h"
 
 namespace dorvo {
 
@@ -19,7 +20,7 @@ BackupJobDefinition::BackupJobDefinition(const json_spirit::Object& members)
       runMissed_(jobdef::optionalBool(members, "runMissed", true)) {
     const std::vector<std::string> extensions = jobdef::optionalStrings(members, "extensions");
     extensions_.resize(extensions.size());
-    std::transform(extensions.begin(), extensions.end(), extensions_.begin(), jobdef::toWide);
+    std::transform(extensions.begin(), extensions.end(), extensions_.begin(), toWide);
 }
 
 BackupJobDefinition::BackupJobDefinition(const BackupJobDefinition&) = default;
@@ -46,7 +47,7 @@ bool BackupJobDefinition::setSchedule(const JobSchedule& schedule) {
 void BackupJobDefinition::describe(json_spirit::Object& members) const {
     JobDefinition::describe(members);
     json_spirit::Array extensions(extensions_.size());
-    std::transform(extensions_.begin(), extensions_.end(), extensions.begin(), jobdef::toUtf8);
+    std::transform(extensions_.begin(), extensions_.end(), extensions.begin(), toUtf8);
     members["source"] = jobdef::pathsToJson(source_);
     members["filterType"] = filterType_;
     members["extensions"] = std::move(extensions);

@@ -6,6 +6,9 @@
 #include <string_view>
 #include <utility>
 
+#include "json_spirit/member.h"
+#include "widetext/widetext.h"
+
 namespace dorvo::jobdef {
 namespace {
 
@@ -15,6 +18,12 @@ using json_spirit::Value_type;
 
 bool isDevicePath(std::wstring_view path) {
     return path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\");
+}
+
+// Null when there is none of that type.
+const Value* member(const Object& object, const std::string& key, Value_type type) {
+    const Value& found = json_spirit::member(object, key.c_str());
+    return found.type() == type ? &found : nullptr;
 }
 
 const Value& required(const Object& object, const std::string& key, Value_type type) {
@@ -58,11 +67,6 @@ std::wstring pathFromJson(const std::string& text) {
         std::replace(path.begin(), path.end(), L'/', L'\\');
     }
     return path;
-}
-
-const Value* member(const Object& object, const std::string& key, Value_type type) {
-    const auto found = object.find(key);
-    return found != object.end() && found->second.type() == type ? &found->second : nullptr;
 }
 
 std::string requiredString(const Object& object, const std::string& key) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "jobdef/jobschedule.h"
-#include "jobdef/widetext.h"
 #include "json_spirit/value.h"
 
 namespace dorvo::jobdef {
@@ -20,10 +19,6 @@ struct UnknownKind : std::runtime_error {
 // A path in a file has forward slashes, except a device path (\\?\, \\.\), which stays as it is.
 std::string pathToJson(const std::wstring& path);
 std::wstring pathFromJson(const std::string& text);
-
-// The member, or null when there is none of that type.
-const json_spirit::Value* member(const json_spirit::Object& object, const std::string& key,
-                                 json_spirit::Value_type type);
 
 // Throw std::runtime_error when the member is missing or of another type.
 std::string requiredString(const json_spirit::Object& object, const std::string& key);

@@ -5,6 +5,7 @@
 
 #include "jobdef/definitionfields.h"
 #include "json_spirit/writer.h"
+#include "widetext/widetext.h"
 
 namespace dorvo {
 namespace {
@@ -20,7 +21,7 @@ JobDefinition::JobDefinition(int32_t type, std::string id, std::wstring name, st
 JobDefinition::JobDefinition(const json_spirit::Object& members)
     : type_(jobdef::requiredInt(members, "type")),
       id_(jobdef::requiredString(members, "id")),
-      name_(jobdef::toWide(jobdef::requiredString(members, "name"))),
+      name_(toWide(jobdef::requiredString(members, "name"))),
       user_(jobdef::requiredString(members, "user")),
       read_(members) {
     const std::string storage = jobdef::requiredString(members, "storage");
@@ -52,7 +53,7 @@ void JobDefinition::describe(json_spirit::Object& members) const {
     members = read_;
     members["type"] = type_;
     members["id"] = id_;
-    members["name"] = jobdef::toUtf8(name_);
+    members["name"] = toUtf8(name_);
     members["user"] = user_;
     members["storage"] = storage_ == StorageKind::local ? localStorage : webStorage;
     members["location"] = jobdef::pathToJson(location_);

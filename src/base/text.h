@@ -1,13 +1,13 @@
-// UTF-8 to UTF-16 and back. What is no valid text becomes U+FFFD; nothing fails.
+// What is asked of texts and done with them, UTF-8 and UTF-16; nothing fails.
 #pragma once
 
 #include <string>
 #include <string_view>
 
+#include "widetext/widetext.h"
+
 namespace dorvo {
 
-std::wstring toWide(std::string_view utf8);
-std::string toUtf8(std::wstring_view wide);
 bool isUtf8(std::string_view text);
 
 // False for a text that does not survive UTF-8, in which half of a surrogate pair stands alone: two

@@ -1,10 +1,10 @@
-#include "jobdef/widetext.h"
+#include "widetext/widetext.h"
 
 #include <windows.h>
 
-namespace dorvo::jobdef {
+namespace dorvo {
 
-std::wstring toWide(const std::string& utf8) {
+std::wstring toWide(std::string_view utf8) {
     const int length = static_cast<int>(utf8.size());
     const int needed = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0);
     std::wstring wide(static_cast<size_t>(needed), L'\0');
@@ -12,7 +12,7 @@ std::wstring toWide(const std::string& utf8) {
     return wide;
 }
 
-std::string toUtf8(const std::wstring& wide) {
+std::string toUtf8(std::wstring_view wide) {
     const int length = static_cast<int>(wide.size());
     const int needed =
         WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
@@ -21,4 +21,4 @@ std::string toUtf8(const std::wstring& wide) {
     return utf8;
 }
 
-}  // namespace dorvo::jobdef
+}  // namespace dorvo
