@@ -14,6 +14,13 @@ constexpr int64_t weekLength = 7 * dayLength;
 constexpr int64_t halfDay = dayLength / 2;  // more than a change of the clocks moves a midnight by
 constexpr int firstYear = 1900;             // of std::tm
 
+// So many days and so long after the midnight with which a period begins; -1 for none.
+int64_t dueAfter(int64_t start, int64_t days, int hour, int minute, int second) {
+    return start == -1
+               ? -1
+               : start + days * dayLength + hour * hourLength + minute * minuteLength + second;
+}
+
 // The due time `sum` seconds after the midnight with which a period begins, by the clock on the
 // wall: what the zone's offset changes by on the way is taken off. The period's start need not
 // show midnight: where the clocks are set on at midnight there is none that day.
@@ -95,8 +102,7 @@ int64_t DailyScheduleHelper::periodStart(int64_t at) const {
 }
 
 int64_t DailyScheduleHelper::dueInPeriod(int64_t at) const {
-    const int64_t start = periodStart(at);
-    return start == -1 ? -1 : start + hour_ * hourLength + minute_ * minuteLength + second_;
+    return dueAfter(periodStart(at), 0, hour_, minute_, second_);
 }
 
 WeeklyScheduleHelper::WeeklyScheduleHelper(const ScheduleClock& clock, uint64_t start,
@@ -128,10 +134,7 @@ int64_t WeeklyScheduleHelper::periodStart(int64_t at) const {
 }
 
 int64_t WeeklyScheduleHelper::dueInPeriod(int64_t at) const {
-    const int64_t start = periodStart(at);
-    return start == -1 ? -1
-                       : start + dayOfWeek_ * dayLength + hour_ * hourLength +
-                             minute_ * minuteLength + second_;
+    return dueAfter(periodStart(at), dayOfWeek_, hour_, minute_, second_);
 }
 
 MonthlyScheduleHelper::MonthlyScheduleHelper(const ScheduleClock& clock, uint64_t start,
@@ -186,11 +189,9 @@ int64_t MonthlyScheduleHelper::dueInNextPeriod(int64_t at) const {
 }
 
 int64_t MonthlyScheduleHelper::dueIn(int64_t monthStart, int days) const {
-    if (monthStart == -1 || days == -1) {
-        return -1;
-    }
-    const int64_t dayIndex = std::min(dayOfMonth_, days) - 1;
-    return monthStart + ((dayIndex * 24 + hour_) * 60 + minute_) * 60 + second_;
+    return days == -1
+               ? -1
+               : dueAfter(monthStart, std::min(dayOfMonth_, days) - 1, hour_, minute_, second_);
 }
 
 }  // namespace dorvo
