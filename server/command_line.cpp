@@ -46,46 +46,69 @@ void readProxies(const std::vector<std::string>& proxies, HttpLimits& limits) {
     }
 }
 
-}  // namespace
-
-CommandLine parseCommandLine(int argc, const char* const* argv) {
-    CommandLine result;
+// What the command line says in other words than the options.
+struct Texts {
     std::string listen = "127.0.0.1:8080";
-    std::string data = result.options.data.string();
-    CLI::App app("The storage service that backups go to.", "storage-server");
-    app.fallthrough();
-    app.set_version_flag("--version", std::string("storage-server ") + serverVersion + "\n",
-                         "print the version");
-    app.add_option("--listen", listen, "address and port to serve at; port 0 takes a free one")
+    std::string data = ServerOptions().data.string();
+    std::vector<std::string> proxies;
+    int64_t runLifetime = ServerOptions().runLifetime.count();
+    std::optional<int64_t> reserve;  // MiB
+};
+
+void addOptions(CLI::App& app, Texts& texts, CommandLine& result) {
+    const CLI::Range upToTenYears(int64_t{1}, int64_t{10} * 365 * 24 * 3600);
+    HttpLimits& limits = result.options.limits;
+    app.add_option("--listen", texts.listen,
+                   "address and port to serve at; port 0 takes a free one")
         ->capture_default_str();
-    app.add_option("--data", data, "folder of the service's data")->capture_default_str();
+    app.add_option("--data", texts.data, "folder of the service's data")->capture_default_str();
     app.add_option("--log", result.logFile,
                    "file for the log, not standard error; SIGHUP opens it again");
     app.add_option("--session-lifetime", result.options.sessionLifetime,
                    "seconds of idleness after which a session ends")
-        ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
-    app.add_option("--connections", result.options.limits.connections,
+        ->check(upToTenYears);
+    app.add_option("--connections", limits.connections,
                    "connections at a time, as far as the limit of open files allows")
         ->check(CLI::Range(16, 100000))
         ->capture_default_str();
-    app.add_option("--connections-per-address", result.options.limits.connectionsOfAddress,
+    app.add_option("--connections-per-address", limits.connectionsOfAddress,
                    "of them, from one address other than this machine's")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
-    std::vector<std::string> proxies;
-    app.add_option("--trusted-proxy", proxies,
+    app.add_option("--trusted-proxy", texts.proxies,
                    "address of a proxy that says in Forwarded or X-Forwarded-For whom it has a"
                    " request from; may be given several times")
         ->allow_extra_args(false);
-    int64_t runLifetime = result.options.runLifetime.count();
-    app.add_option("--run-lifetime", runLifetime,
+    app.add_option("--run-lifetime", texts.runLifetime,
                    "seconds of service without a request after which an unfinished backup is "
                    "cancelled")
         ->capture_default_str()
-        ->check(CLI::Range(int64_t{1}, int64_t{10} * 365 * 24 * 3600));
-    app.add_option("--reserve", result.options.reserve,
+        ->check(upToTenYears);
+    app.add_option("--reserve", texts.reserve,
                    "MiB of the disk that uploads leave free; 1 % when left out, at most 1024")
         ->check(CLI::Range(int64_t{0}, int64_t{1} << 30U));
+}
+
+void readTexts(const Texts& texts, ServerOptions& options) {
+    readListen(texts.listen, options);
+    readProxies(texts.proxies, options.limits);
+    options.data = texts.data;
+    options.runLifetime = std::chrono::seconds(texts.runLifetime);
+    if (texts.reserve) {
+        options.reserve = *texts.reserve << 20U;
+    }
+}
+
+}  // namespace
+
+CommandLine parseCommandLine(int argc, const char* const* argv) {
+    CommandLine result;
+    CLI::App app("The storage service that backups go to.", "storage-server");
+    app.fallthrough();
+    app.set_version_flag("--version", std::string("storage-server ") + serverVersion + "\n",
+                         "print the version");
+    Texts texts;
+    addOptions(app, texts, result);
     CLI::App* user = app.add_subcommand("user", "accounts");
     user->require_subcommand(1);
     CLI::App* add =
@@ -104,13 +127,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         throw std::runtime_error(error.what());
     }
-    readListen(listen, result.options);
-    readProxies(proxies, result.options.limits);
-    if (result.options.reserve) {
-        *result.options.reserve <<= 20U;
-    }
-    result.options.data = data;
-    result.options.runLifetime = std::chrono::seconds(runLifetime);
+    readTexts(texts, result.options);
     if (add->parsed()) {
         result.verb = CommandLine::Verb::addUser;
     }
