@@ -160,12 +160,13 @@ StorageServer::StorageServer(const ServerOptions& options, HttpLog log)
       dispatcher_(catalog_, blocks_, room_, options.sessionLifetime) {
     const std::string boot = options.boot.empty() ? bootIdentity() : options.boot;
     room_.givingWay([&] { reconcile(catalog_, blocks_, boot, logEvent); });
-    whileThereIsRoom([this] { catalog_.finishCancelling(); });
-    room_.hold();
-    // A copy that was put back may not be on the disk yet, and all promises stand on it.
+    // A copy that was put back may not be on the disk yet, and all promises stand on it. Where this
+    // fails it stays a crash: what the disk has refused now no later sync would tell.
     syncFileSystems();
-    whileThereIsRoom([this] { catalog_.everythingIsSynced(); });
     try {
+        whileThereIsRoom([this] { catalog_.finishCancelling(); });
+        room_.hold();
+        whileThereIsRoom([this] { catalog_.everythingIsSynced(); });
         beginToServe(options, std::move(log));
     } catch (const std::exception&) {
         // The next start is not to take this one for a crash.

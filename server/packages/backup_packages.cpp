@@ -137,7 +137,7 @@ KeptAfterCrash keepWhatIsWhole(Instances& instances, BlockStore& blocks) {
                     if (refreshed.insert(file.container).second &&
                         !blocks.syncToReadAgain(file.container)) {
                         logEvent("damaged: the disk has refused bytes of container " +
-                                 std::to_string(file.container));
+                                 std::to_string(file.container) + ", or cannot prove them");
                         instances.damageContainer(file.container);
                     }
                     const int64_t whole = countWhole(instances, blocks, file, *first);

@@ -41,7 +41,8 @@ public:
     // tell: the store remembers it.
     [[nodiscard]] virtual bool sync(int64_t container, int64_t length) = 0;
     // The same for whatever it holds; and what is read of it from now on comes from the disk, not
-    // from what the system remembers of a write that the disk has refused.
+    // from what the system remembers of a write that the disk has refused. False also when that
+    // cannot be had.
     [[nodiscard]] virtual bool syncToReadAgain(int64_t container) { return sync(container, 0); }
     // Frees the container, and a power cut does not bring it back. One that is not there is no
     // error.

@@ -155,11 +155,14 @@ bool FileBlockStore::syncToReadAgain(int64_t container) {
     if (!sync(container, 0)) {
         return false;
     }
-    if (const FileDescriptor fd = open(path(container), O_RDONLY)) {
-        // All of it is on the disk, or counts as such: nothing is lost with what is remembered.
-        ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
+    const fs::path file = path(container);
+    const FileDescriptor fd = open(file, O_RDONLY);
+    if (!fd && errno != ENOENT) {
+        failAt("cannot open", file);
     }
-    return true;
+    // All of it is on the disk, or counts as such: nothing is lost with what is remembered. Nothing
+    // is proven where that stays.
+    return !fd || ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED) == 0;
 }
 
 std::vector<int64_t> FileBlockStore::refused() {

@@ -3,11 +3,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 
 namespace {
 
 std::atomic<const dorvo::FalseDisk::Sync*> current = nullptr;
+std::atomic<bool> systemRemembers = false;
 
 int sync(long call, int fd) {
     const auto* const disk = current.load();
@@ -24,14 +26,21 @@ extern "C" int fdatasync(int fd) {
     return sync(SYS_fdatasync, fd);
 }
 
+extern "C" int posix_fadvise(int fd, off_t offset, off_t length, int advice) {
+    return systemRemembers || ::syscall(SYS_fadvise64, fd, offset, length, advice) != 0 ? EINVAL
+                                                                                        : 0;
+}
+
 namespace dorvo {
 
-FalseDisk::FalseDisk(Sync sync) : sync_(std::move(sync)) {
+FalseDisk::FalseDisk(Sync sync, bool remembers) : sync_(std::move(sync)) {
     current = &sync_;
+    systemRemembers = remembers;
 }
 
 FalseDisk::~FalseDisk() {
     current = nullptr;
+    systemRemembers = false;
 }
 
 std::string FalseDisk::name(int fd) {

@@ -1,4 +1,5 @@
-// Stands between the program and the system's fsync() and fdatasync(), those of the database too.
+// Stands between the program and the system's fsync(), fdatasync() and posix_fadvise(), those of
+// the database too.
 #pragma once
 
 #include <atomic>
@@ -12,8 +13,9 @@ public:
     // What a sync of that descriptor comes to: 0, or -1 with errno. On the thread that syncs.
     using Sync = std::function<int(int fd)>;
 
-    // From now on until the end of this object, of which there is one at a time.
-    explicit FalseDisk(Sync sync);
+    // From now on until the end of this object, of which there is one at a time. `remembers`: the
+    // system refuses to forget what it has of files.
+    explicit FalseDisk(Sync sync, bool remembers = false);
     ~FalseDisk();
     FalseDisk(const FalseDisk&) = delete;
     FalseDisk& operator=(const FalseDisk&) = delete;
