@@ -1,4 +1,7 @@
 // Which changes wait for the disk, so that a power cut does not take them.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -95,37 +98,66 @@ TEST(SqliteCatalog, TakesALogThatItCannotSyncForNoneThatIsSynced) {
     EXPECT_THROW(catalog.syncChanges(), std::exception);
 }
 
-TEST(SqliteCatalog, ServesReadersWhileAnotherProgramWrites) {
+class AnotherProgram : public testing::Test {
+protected:
+    AnotherProgram() {
+        catalog.addUser("u", "-");
+        catalog.addSession("token", "u", "pc", 0, 1000);
+    }
+
+    // It waits as long as the other program has what it needs.
+    template <class Call>
+    static auto waits(const Call& call) {
+        auto result = std::async(std::launch::async, call);
+        EXPECT_EQ(result.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        return result;
+    }
+
     const TempFolder folder;
     const std::string path = (folder.path() / "catalog.db").string();
-    SqliteCatalog catalog(path);
-    SqliteCatalog impatient(path, {}, std::chrono::milliseconds(1));
-    catalog.addUser("u", "-");
+    SqliteCatalog catalog{path};
+    SqliteCatalog impatient{path, {}, std::chrono::milliseconds(1)};
+};
+
+TEST_F(AnotherProgram, ThatWritesHoldsUpWritersAlone) {
     Database other(path);
     other.exec("BEGIN IMMEDIATE");
     EXPECT_THROW(impatient.addUser("v", "-"), DatabaseBusy);
-    std::promise<void> begun;
-    auto added = std::async(std::launch::async, [&] {
-        begun.set_value();
-        return catalog.addUser("v", "-");
-    });
-    begun.get_future().wait();
+    auto added = waits([&] { return catalog.addUser("v", "-"); });
     for (int i = 0; i < 20000; ++i) {
         ASSERT_TRUE(catalog.findPassword("u"));
     }
+    EXPECT_TRUE(catalog.findSession("token", 500, 1000));  // nor does it wait to be used
     other.exec("COMMIT");
     EXPECT_TRUE(added.get());
+    EXPECT_TRUE(catalog.findSession("token", 500, 1000));
+    EXPECT_TRUE(catalog.findSession("token", 1400, 1000));
 }
 
-using Durability = ServiceFixture;
+TEST_F(AnotherProgram, ThatRepairsTheLogHoldsUpReaders) {
+    struct flock locks {};  // of the log: to write, to move, to repair
+    locks.l_type = F_WRLCK;
+    locks.l_start = 120;
+    locks.l_len = 3;
+    const FileDescriptor index(::open((path + "-shm").c_str(), O_RDWR));
+    ASSERT_EQ(::fcntl(index.get(), F_OFD_SETLK, &locks), 0);
+    ASSERT_EQ(::pwrite(index.get(), "broken", 6, 0), 6);
+    EXPECT_THROW(impatient.findPassword("u"), DatabaseBusy);
+    auto found = waits([&] { return catalog.findPassword("u"); });
+    locks.l_type = F_UNLCK;
+    ASSERT_EQ(::fcntl(index.get(), F_OFD_SETLK, &locks), 0);
+    EXPECT_TRUE(found.get());
+}
+
+class Durability : public ServiceFixture {
+protected:
+    void change(const char* sql) { Database((data / "catalog.db").string()).exec(sql); }
+};
 
 // The system tells of it once, and a service that has ended remembers nothing.
 TEST_F(Durability, OfBytesThatTheDiskRefusedIsNotLeftToTheNextService) {
     start("i1");
     put("i1", "a", "refused");
-    const auto change = [this](const char* sql) {
-        Database((data / "catalog.db").string()).exec(sql);
-    };
     change(
         "CREATE TRIGGER never BEFORE UPDATE OF damaged ON instances BEGIN SELECT"
         " RAISE(ABORT, 'not now'); END");
@@ -142,9 +174,21 @@ TEST_F(Durability, OfWhatACrashLeftIsNotWhatTheDiskRefusesThen) {
     start("i1");
     put("i1", "a", "bytes");
     server.reset();
-    Database((data / "catalog.db").string()).exec("UPDATE service SET boot = 'boot 1'");
+    change("UPDATE service SET boot = 'boot 1'");
     {
         const FalseDisk refuses([](int fd) { return FalseDisk::name(fd) == "1.pkg" ? -1 : 0; });
+        restart();
+    }
+    EXPECT_EQ(start("i1"), 409);
+}
+
+TEST_F(Durability, OfWhatACrashLeftIsNotWhatTheSystemRemembers) {
+    start("i1");
+    put("i1", "a", "bytes");
+    server.reset();
+    change("UPDATE service SET boot = 'boot 1'");
+    {
+        const FalseDisk remembers([](int) { return 0; }, true);
         restart();
     }
     EXPECT_EQ(start("i1"), 409);
@@ -157,6 +201,11 @@ TEST_F(Durability, AStartThatFailsIsNoCrash) {
     options.address = "192.0.2.1";
     EXPECT_THROW(restart(), std::runtime_error);
     options.address = "127.0.0.1";
+    change(
+        "CREATE TRIGGER never BEFORE UPDATE OF synced ON service BEGIN SELECT"
+        " RAISE(ABORT, 'not now'); END");
+    EXPECT_THROW(restart(), std::runtime_error);
+    change("DROP TRIGGER never");
     restart("boot 2");
     EXPECT_EQ(start("i1"), 200);
 }

@@ -175,7 +175,7 @@ public:
     // news.
     virtual bool damagePackage(const StoredFile& file) = 0;
     // The instance's items behind `after`, in the order of their paths' bytes, at most `limit`.
-    // Others who wait for the catalog have had their turn when it returns.
+    // Others who wait for the catalog have had their turn when it returns that many.
     virtual std::vector<CatalogItem> listItems(int64_t instance, std::string_view after,
                                                size_t limit) = 0;
     // The instance has these items no more and awaits them; their packages are damaged.

@@ -127,14 +127,29 @@ void Statement::check(int result) const {
     }
 }
 
-Transaction::Transaction(Database& database) : database_(database) {
-    database_.exec("BEGIN IMMEDIATE");
+Transaction::Transaction(Database& database, Kind kind) : database_(database) {
+    if (kind == Kind::write) {
+        database_.exec("BEGIN IMMEDIATE");
+        return;
+    }
+    database_.exec("BEGIN");
+    try {
+        // Only what reads has the database.
+        database_.exec("SELECT 1 FROM sqlite_schema LIMIT 1");
+    } catch (const std::exception&) {
+        rollBack();
+        throw;
+    }
 }
 
 Transaction::~Transaction() {
     if (open_) {
-        sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+        rollBack();
     }
+}
+
+void Transaction::rollBack() {
+    sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 void Transaction::commit() {

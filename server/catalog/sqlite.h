@@ -21,7 +21,7 @@ struct Blob {
     std::string_view bytes;
 };
 
-// What was tried has changed nothing.
+// A transaction could not begin: another program has the database.
 class DatabaseBusy : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -99,10 +99,12 @@ private:
     sqlite3_stmt* statement_ = nullptr;
 };
 
-// A write transaction: begun at once, before anything is changed, rolled back unless committed.
+// Has what it needs of the database from its beginning on, so that only that can throw
+// DatabaseBusy. Rolled back unless committed.
 class Transaction {
 public:
-    explicit Transaction(Database& database);
+    enum class Kind : uint8_t { read, write };
+    Transaction(Database& database, Kind kind);
     ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
@@ -110,6 +112,8 @@ public:
     void commit();
 
 private:
+    void rollBack();
+
     Database& database_;
     bool open_ = true;
 };

@@ -4,7 +4,6 @@
 #include <sqlite3.h>
 
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "catalog/checkpointer.h"
@@ -63,54 +62,16 @@ SqliteCatalog::SqliteCatalog(const std::string& path, Completed completed,
     database_.waitForNobody();
 }
 
-void SqliteCatalog::locked(const std::function<void()>& step) {
-    const auto until = TurnMutex::Clock::now() + patience_;
-    while (true) {
-        try {
-            const std::lock_guard lock(mutex_);
-            step();
-            return;
-        } catch (const DatabaseBusy&) {
-            if (TurnMutex::Clock::now() >= until) {
-                throw;
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-}
-
 void SqliteCatalog::write(const std::function<void()>& change) {
-    locked([&] {
-        Transaction transaction(database_);
-        change();
-        transaction.commit();
-    });
+    DatabaseTurn mine = turn(Access::write);
+    change();
+    mine.commit();
 }
 
 void SqliteCatalog::durably(const std::function<void()>& change) {
-    // FULL makes this commit sync the log, which holds all earlier commits too. One that leaves
-    // every row as it was commits nothing, and syncs nothing.
-    struct FullSync {
-        explicit FullSync(Database& opened) : database(opened) {
-            database.exec("PRAGMA synchronous=FULL");
-        }
-        ~FullSync() {
-            try {
-                database.exec("PRAGMA synchronous=NORMAL");
-            } catch (const std::exception&) {
-                // It stays FULL then: slower, and just as right.
-            }
-        }
-        FullSync(const FullSync&) = delete;
-        FullSync& operator=(const FullSync&) = delete;
-        Database& database;
-    };
-    locked([&] {
-        const FullSync full(database_);
-        Transaction transaction(database_);
-        change();
-        transaction.commit();
-    });
+    DatabaseTurn mine = turn(Access::durable);
+    change();
+    mine.commit();
 }
 
 bool SqliteCatalog::isUpToDate(const std::string& path) {
@@ -138,7 +99,7 @@ void SqliteCatalog::beginService(std::string_view boot, std::string_view identit
                   " identity = CASE ?2 WHEN '' THEN identity ELSE ?2 END")
             .run(boot, identity, generation);
     });
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     readSynced();
 }
 
@@ -161,12 +122,12 @@ void SqliteCatalog::nextGeneration() {
 void SqliteCatalog::everythingIsSynced() {
     // Stamps are two ahead at most.
     write([&] { database_.exec("UPDATE service SET synced = synced + 2"); });
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     readSynced();
 }
 
 SqliteCatalog::LastEnd SqliteCatalog::lastEnd(std::string_view boot) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     readSynced();
     Statement last(database_, "SELECT boot FROM service WHERE boot <> ''");
     auto rows = last.query();
@@ -197,13 +158,13 @@ bool SqliteCatalog::addUser(std::string_view name, std::string_view passwordHash
 }
 
 std::optional<std::string> SqliteCatalog::findPassword(std::string_view user) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->findPassword.query(user);
     return rows.next() ? std::optional<std::string>(rows.text(0)) : std::nullopt;
 }
 
 std::string SqliteCatalog::findKeys(int64_t user) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->findKeys.query(user);
     return rows.next() ? std::string(rows.text(0)) : std::string();
 }
@@ -231,7 +192,7 @@ std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, in
     Session session;
     int64_t used = 0;
     {
-        const std::lock_guard lock(mutex_);
+        const DatabaseTurn mine = turn();
         auto rows = statements_->findSession.query(Blob{tokenHash});
         if (!rows.next()) {
             return std::nullopt;
@@ -246,16 +207,20 @@ std::optional<Session> SqliteCatalog::findSession(std::string_view tokenHash, in
     // Not at every request: a write costs more than all the rest of the look-up.
     if (now - used > lifetime / 64) {
         try {
-            write([&] { statements_->useSession.run(Blob{tokenHash}, now); });
+            DatabaseTurn once(mutex_, database_, Access::write, {});
+            statements_->useSession.run(Blob{tokenHash}, now);
+            once.commit();
         } catch (const DiskFull&) {
             // It ends earlier then; what the session is for may be what makes room.
+        } catch (const DatabaseBusy&) {
+            // The next request says so: to read, nobody need wait.
         }
     }
     return session;
 }
 
 int64_t SqliteCatalog::lastUse() {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->lastUse.query();
     return rows.next() ? rows.integer(0) : 0;
 }

@@ -13,18 +13,18 @@
 // started is marked damaged, for what was offered may be lost.
 //
 // There is one connection and one lock. What concerns all files of a backup is done in pieces, each
-// a transaction of its own, and other calls get the lock between them. Another program that writes
-// to the database, such as the one that adds accounts, is waited for without the lock: who reads
-// goes on meanwhile.
+// a transaction of its own, and other calls get the lock between them. Another program that has the
+// database, such as the one that adds accounts, is waited for without the lock: whom it leaves
+// something goes on meanwhile.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "catalog/catalog.h"
+#include "catalog/database_turn.h"
 #include "catalog/sqlite.h"
 #include "catalog/turn_mutex.h"
 
@@ -168,20 +168,21 @@ private:
         std::string last;
     };
 
-    // Runs the step under the lock. One that throws DatabaseBusy is run again, without the lock in
-    // between: it must have changed nothing.
-    void locked(const std::function<void()>& step);
-    // Runs the change under the lock, in one transaction.
+    using Access = DatabaseTurn::Access;
+    DatabaseTurn turn(Access access = Access::read) {
+        return {mutex_, database_, access, patience_};
+    }
+    // Makes the change in one turn.
     void write(const std::function<void()>& change);
     // The same, and a power cut cannot take it.
     void durably(const std::function<void()>& change);
-    // Takes the lock for each step, and leaves it between two steps to those who wait for it, for
-    // as long as it was held. A step says whether another one follows; it changes something in one
-    // transaction, if at all.
-    void inPieces(const std::function<bool()>& step);
+    // A turn for each step, between two of which those who wait for the lock have it, as long as
+    // the step had. A step says whether another one follows.
+    void inPieces(Access access, const std::function<bool()>& step);
     // Calls the step, which says whether to go on, for one stretch after the other. Nobody else
     // changes which files there are meanwhile.
-    void eachStretch(int64_t instance, const std::function<bool(const Stretch&)>& step);
+    void eachStretch(int64_t instance, Access access,
+                     const std::function<bool(const Stretch&)>& step);
     void dropFiles(int64_t instance);
     void dropRestore(int64_t restore);
     // Digests and damage of containers that are on no record: forgotten ones.
@@ -192,9 +193,9 @@ private:
                    const std::function<void(const FailedFile&)>& add);
     bool offerFile(int64_t instance, int64_t base, const OfferedFile& file, bool compress);
 
-    // What the database says of sync points. The caller holds mutex_.
+    // What the database says of sync points. In a turn.
     void readSynced();
-    // These belong into a transaction of the caller's, who holds mutex_.
+    // These belong into a turn of the caller's.
     void storeFile(int64_t instance, std::string_view path, const StoredFile& file);
     void giveUpContainers(int64_t instance);
 

@@ -32,12 +32,12 @@ std::optional<Instance> readInstance(Rows rows) {
 }  // namespace
 
 std::optional<Instance> SqliteCatalog::findInstance(int64_t user, std::string_view name) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     return readInstance(statements_->findInstanceByName.query(user, name));
 }
 
 std::optional<Instance> SqliteCatalog::findInstance(int64_t id) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     return readInstance(statements_->findInstanceById.query(id));
 }
 
@@ -78,7 +78,7 @@ void SqliteCatalog::startInstance(int64_t instance, std::string_view startTime,
 }
 
 std::optional<StoredFile> SqliteCatalog::findFile(int64_t instance, std::string_view path) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->findFile.query(instance, Blob{path});
     if (!rows.next()) {
         return std::nullopt;
@@ -134,7 +134,7 @@ void SqliteCatalog::giveUpContainers(int64_t instance) {
 }
 
 std::vector<int64_t> SqliteCatalog::listGivenUp() {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     std::vector<int64_t> list;
     for (auto rows = statements_->listGivenUp.query(); rows.next();) {
         list.push_back(rows.integer(0));
@@ -143,14 +143,14 @@ std::vector<int64_t> SqliteCatalog::listGivenUp() {
 }
 
 bool SqliteCatalog::hasError(int64_t instance, std::string_view path) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     return statements_->hasError.query(instance, Blob{path}).next();
 }
 
 std::vector<InstanceSummary> SqliteCatalog::listInstances(int64_t user, std::string_view machine,
                                                           std::string_view definition,
                                                           int64_t after, size_t limit) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     std::vector<InstanceSummary> list;
     auto rows = statements_->listInstances.query(user, machine, definition, after,
                                                  static_cast<int64_t>(limit));
@@ -169,7 +169,7 @@ std::vector<InstanceSummary> SqliteCatalog::listInstances(int64_t user, std::str
 }
 
 int64_t SqliteCatalog::countErrors(int64_t instance) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->countErrors.query(instance);
     return rows.next() ? rows.integer(0) : 0;
 }

@@ -82,7 +82,7 @@ void SqliteCatalog::syncChanges() {
 }
 
 std::optional<int64_t> SqliteCatalog::findUnsynced(const StoredFile& file) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->findUnsynced.query(file.container, file.offset,
                                                 file.offset + file.size, synced_);
     rows.next();
@@ -91,7 +91,7 @@ std::optional<int64_t> SqliteCatalog::findUnsynced(const StoredFile& file) {
 }
 
 std::vector<int64_t> SqliteCatalog::listRunning() {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     std::vector<int64_t> list;
     for (auto rows = statements_->listRunning.query(); rows.next();) {
         list.push_back(rows.integer(0));
@@ -101,7 +101,7 @@ std::vector<int64_t> SqliteCatalog::listRunning() {
 
 std::optional<std::string> SqliteCatalog::findDigest(const StoredFile& file, int64_t k) {
     const DigestPlace place(file, k);
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->findDigest.query(file.container, place.position, place.begin + 1);
     rows.next();
     const bool kept = !rows.isNull(0) || rows.integer(1) != 0;
@@ -120,17 +120,20 @@ bool SqliteCatalog::damagePackage(const StoredFile& file) {
 std::vector<CatalogItem> SqliteCatalog::listItems(int64_t instance, std::string_view after,
                                                   size_t limit) {
     std::vector<CatalogItem> items;
-    TurnMutex::Clock::time_point begin;
+    TurnMutex::Debt debt;
     {
-        const std::lock_guard lock(mutex_);
-        begin = TurnMutex::Clock::now();
+        const DatabaseTurn mine = turn();
+        const auto begin = TurnMutex::Clock::now();
         auto rows =
             statements_->listItems.query(instance, Blob{after}, static_cast<int64_t>(limit));
         while (rows.next()) {
             items.push_back({std::string(rows.text(0)), sqliteFile(rows), rows.integer(11) != 0});
         }
+        debt = mutex_.debt(begin);
     }
-    mutex_.giveWay(begin);
+    if (items.size() == limit) {
+        mutex_.giveWay(debt);
+    }
     return items;
 }
 
@@ -146,7 +149,7 @@ void SqliteCatalog::awaitAgain(int64_t instance, const std::vector<CatalogItem>&
 }
 
 void SqliteCatalog::forgetPackages(int64_t container) {
-    inPieces([&] {
+    inPieces(Access::write, [&] {
         statements_->dropDigests.run(container, deletedAtOnce);
         return database_.changes() == deletedAtOnce;
     });
@@ -161,7 +164,7 @@ void SqliteCatalog::forgetGivenUp(int64_t container) {
 void SqliteCatalog::forgetStrangers() {
     std::vector<int64_t> strangers;
     {
-        const std::lock_guard lock(mutex_);
+        const DatabaseTurn mine = turn();
         for (auto rows = statements_->listStrangers.query(); rows.next();) {
             strangers.push_back(rows.integer(0));
         }
@@ -172,7 +175,7 @@ void SqliteCatalog::forgetStrangers() {
 }
 
 SqliteCatalog::Service SqliteCatalog::service() {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     Service service;
     Statement row(database_, "SELECT identity, generation FROM service");
     if (auto rows = row.query(); rows.next()) {
@@ -185,13 +188,13 @@ SqliteCatalog::Service SqliteCatalog::service() {
 }
 
 bool SqliteCatalog::hasBlocks() {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     Statement first(database_, "SELECT 1 FROM files WHERE blocks > 0 LIMIT 1");
     return first.query().next();
 }
 
 std::vector<SqliteCatalog::Container> SqliteCatalog::listContainers() {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     std::vector<Container> list;
     Statement select(database_, "SELECT id, given FROM containers ORDER BY id");
     for (auto rows = select.query(); rows.next();) {

@@ -14,23 +14,27 @@ constexpr size_t pieceFiles = 1000;
 
 }  // namespace
 
-void SqliteCatalog::inPieces(const std::function<bool()>& step) {
+void SqliteCatalog::inPieces(Access access, const std::function<bool()>& step) {
     bool more = true;
     while (more) {
-        TurnMutex::Clock::time_point begin;
-        locked([&] {
-            begin = TurnMutex::Clock::now();
+        TurnMutex::Debt debt;
+        {
+            DatabaseTurn mine = turn(access);
+            const auto begin = TurnMutex::Clock::now();
             more = step();
-        });
+            mine.commit();
+            debt = mutex_.debt(begin);
+        }
         if (more) {
-            mutex_.giveWay(begin);
+            mutex_.giveWay(debt);
         }
     }
 }
 
-void SqliteCatalog::eachStretch(int64_t instance, const std::function<bool(const Stretch&)>& step) {
+void SqliteCatalog::eachStretch(int64_t instance, Access access,
+                                const std::function<bool(const Stretch&)>& step) {
     Stretch stretch;
-    inPieces([&] {
+    inPieces(access, [&] {
         bool more = false;
         {
             auto rows = statements_->skipFiles.query(instance, Blob{stretch.after},
@@ -45,7 +49,7 @@ void SqliteCatalog::eachStretch(int64_t instance, const std::function<bool(const
 }
 
 void SqliteCatalog::dropFiles(int64_t instance) {
-    eachStretch(instance, [&](const Stretch& stretch) {
+    eachStretch(instance, Access::write, [&](const Stretch& stretch) {
         statements_->dropFiles.run(instance, Blob{stretch.after}, Blob{stretch.last});
         return true;
     });
@@ -59,9 +63,8 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
     std::vector<bool> send;
     send.reserve(files.size());
     bool running = false;
-    inPieces([&] {
+    inPieces(Access::write, [&] {
         const auto end = std::min(files.size(), send.size() + pieceFiles);
-        Transaction transaction(database_);
         if (first && send.empty()) {
             // No file is in them any more.
             giveUpContainers(instance);
@@ -78,7 +81,6 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
         while (send.size() < end) {
             send.push_back(!offerFile(instance, base, files[send.size()], compress));
         }
-        transaction.commit();
         return end < files.size();
     });
     if (running) {
@@ -87,7 +89,7 @@ std::vector<bool> SqliteCatalog::offerFiles(int64_t instance, const std::vector<
     return send;
 }
 
-// Whether the file is carried over. The caller holds mutex_.
+// Whether the file is carried over. In a turn.
 bool SqliteCatalog::offerFile(int64_t instance, int64_t base, const OfferedFile& file,
                               bool compress) {
     if (base != 0) {
@@ -104,7 +106,7 @@ std::vector<std::string> SqliteCatalog::listIncomplete(int64_t instance, size_t 
                                                        size_t bytes) {
     std::vector<std::string> paths;
     size_t listed = 0;
-    eachStretch(instance, [&](const Stretch& stretch) {
+    eachStretch(instance, Access::read, [&](const Stretch& stretch) {
         auto rows =
             statements_->listIncomplete.query(instance, Blob{stretch.after}, Blob{stretch.last},
                                               static_cast<int64_t>(limit - paths.size()));
@@ -118,7 +120,7 @@ std::vector<std::string> SqliteCatalog::listIncomplete(int64_t instance, size_t 
 
 std::vector<PackedContainer> SqliteCatalog::listPacked(int64_t instance) {
     std::map<int64_t, int64_t> lengths;
-    eachStretch(instance, [&](const Stretch& stretch) {
+    eachStretch(instance, Access::read, [&](const Stretch& stretch) {
         auto rows =
             statements_->listPacked.query(instance, Blob{stretch.after}, Blob{stretch.last});
         while (rows.next()) {
@@ -144,7 +146,7 @@ void SqliteCatalog::addRestoreErrors(int64_t restore, const std::vector<FailedFi
                                      size_t kept) {
     int64_t count = 0;
     {
-        const std::lock_guard lock(mutex_);
+        const DatabaseTurn mine = turn();
         auto rows = statements_->countRestoreErrors.query(restore);
         count = rows.next() ? rows.integer(0) : 0;
     }
@@ -161,13 +163,11 @@ void SqliteCatalog::addRestoreErrors(int64_t restore, const std::vector<FailedFi
 void SqliteCatalog::eachPiece(const std::vector<FailedFile>& errors,
                               const std::function<void(const FailedFile&)>& add) {
     size_t added = 0;
-    inPieces([&] {
+    inPieces(Access::write, [&] {
         const auto end = std::min(errors.size(), added + pieceFiles);
-        Transaction transaction(database_);
         for (; added < end; ++added) {
             add(errors[added]);
         }
-        transaction.commit();
         return added < errors.size();
     });
 }
@@ -175,7 +175,7 @@ void SqliteCatalog::eachPiece(const std::vector<FailedFile>& errors,
 bool SqliteCatalog::completeInstance(int64_t instance, std::string_view endTime, int64_t items) {
     // What a death in between leaves is a running backup without some of the files that its error
     // list has: it ends as it would have.
-    eachStretch(instance, [&](const Stretch& stretch) {
+    eachStretch(instance, Access::write, [&](const Stretch& stretch) {
         statements_->dropIncomplete.run(instance, Blob{stretch.after}, Blob{stretch.last});
         return true;
     });
@@ -203,7 +203,7 @@ void SqliteCatalog::cancelInstance(int64_t instance) {
 void SqliteCatalog::finishCancelling() {
     std::vector<int64_t> instances;
     {
-        const std::lock_guard lock(mutex_);
+        const DatabaseTurn mine = turn();
         auto rows = statements_->listHalfCancelled.query();
         while (rows.next()) {
             instances.push_back(rows.integer(0));

@@ -7,7 +7,7 @@ namespace dorvo {
 
 FilePage SqliteCatalog::listFiles(int64_t instance, std::string_view from, std::string_view until,
                                   size_t limit, size_t bytes) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     FilePage page;
     size_t taken = 0;
     // One row more than wanted tells whether there is more.
@@ -45,7 +45,7 @@ void SqliteCatalog::openRestore(const Session& session, std::string_view name,
 
 // The restore itself last: what a death in between leaves is dropped by the next.
 void SqliteCatalog::dropRestore(int64_t restore) {
-    inPieces([&] {
+    inPieces(Access::write, [&] {
         statements_->dropRestoreErrors.run(restore);
         if (database_.changes() != 0) {
             return true;
@@ -56,7 +56,7 @@ void SqliteCatalog::dropRestore(int64_t restore) {
 }
 
 std::optional<Restore> SqliteCatalog::findRestore(std::string_view name) {
-    const std::lock_guard lock(mutex_);
+    const DatabaseTurn mine = turn();
     auto rows = statements_->findRestore.query(name);
     return rows.next() ? std::optional(Restore{rows.integer(0), rows.integer(1)}) : std::nullopt;
 }

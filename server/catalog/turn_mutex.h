@@ -3,6 +3,7 @@
 // Who lets a mutex go and takes it again at once has it before them, as a rule. Any thread.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -23,17 +24,25 @@ public:
     }
     void unlock() { mutex_.unlock(); }
 
-    // By who has had it since then, and will want it again: returns when as many others have had it
-    // as are waiting for it, and were there any, not before they have had as much time.
-    void giveWay(Clock::time_point since) {
-        const auto took = Clock::now() - since;
-        const uint64_t asked = asked_;
-        uint64_t served = served_;
-        if (served >= asked) {
+    // What a holder owes those who wait for it.
+    struct Debt {
+        uint64_t asked = 0;  // until then; 0 where nobody waits
+        Clock::duration time{};
+    };
+    // Of its holder, who has it since then. What stood still for the disk does not count for more.
+    [[nodiscard]] Debt debt(Clock::time_point since) const {
+        constexpr Clock::duration most = std::chrono::milliseconds(50);
+        return {waiting() != 0 ? asked_.load() : 0, std::min(Clock::now() - since, most)};
+    }
+
+    // By who has just let it go, and will want it again: returns when those who waited have had it,
+    // and were there any, not before they have had as much time.
+    void giveWay(const Debt& debt) {
+        if (debt.asked == 0) {
             return;
         }
-        const auto until = Clock::now() + took;
-        for (; served < asked; served = served_) {
+        const auto until = Clock::now() + debt.time;
+        for (uint64_t served = served_; served < debt.asked; served = served_) {
             served_.wait(served);
         }
         std::this_thread::sleep_until(until);
