@@ -93,7 +93,15 @@ WebReply AccountEndpoints::finish(const Login& login, const std::string& peer,
     if (!limiter_.begin(login.user, login.network, uptime())) {
         refuseLogin(peer, login.user);
     }
-    if (!passwordMatches(password, accounts_.findPassword(login.user).value_or(""))) {
+    bool matches = false;
+    try {
+        matches = passwordMatches(password, accounts_.findPassword(login.user).value_or(""));
+    } catch (const std::exception&) {
+        // That the storage is down says nothing of who asks.
+        limiter_.takeBack(login.user, login.network);
+        throw;
+    }
+    if (!matches) {
         logEvent("failed login from " + peer + " as " + login.user);
         throw ServiceError(401, "wrong user or password");
     }

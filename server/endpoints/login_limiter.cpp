@@ -28,6 +28,14 @@ bool LoginLimiter::begin(const std::string& user, const std::string& address, in
     return true;
 }
 
+void LoginLimiter::takeBack(const std::string& user, const std::string& address) {
+    const std::lock_guard lock(mutex_);
+    const auto found = tries_.find({user, address});
+    if (found != tries_.end() && --found->second.count == 0) {
+        tries_.erase(found);
+    }
+}
+
 void LoginLimiter::succeeded(const std::string& user, const std::string& address) {
     const std::lock_guard lock(mutex_);
     tries_.erase({user, address});

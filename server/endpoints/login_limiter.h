@@ -24,6 +24,8 @@ public:
     bool closed(const std::string& user, const std::string& address, int64_t now);
     // Counts a try. False: it is refused.
     bool begin(const std::string& user, const std::string& address, int64_t now);
+    // A try that has begun did not come so far that the password was compared.
+    void takeBack(const std::string& user, const std::string& address);
     void succeeded(const std::string& user, const std::string& address);
 
 private:
