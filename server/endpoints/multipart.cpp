@@ -4,6 +4,7 @@
 #include <string>
 
 #include "common/service_error.h"
+#include "httpd/http_text.h"
 
 namespace dorvo {
 
@@ -15,12 +16,6 @@ constexpr size_t maxParts = 16;
 
 [[noreturn]] void refuse(const std::string& why) {
     throw ServiceError(400, "multipart: " + why);
-}
-
-bool equalNoCase(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [&](char x, char y) { return lower(x) == lower(y); });
 }
 
 // Takes the prefix off the front of the text if it stands there.
@@ -43,32 +38,22 @@ std::string_view takeUntil(std::string_view& text, std::string_view mark, const 
     return taken;
 }
 
-std::string_view trim(std::string_view text) {
-    while (text.starts_with(' ') || text.starts_with('\t')) {
-        text.remove_prefix(1);
-    }
-    while (text.ends_with(' ') || text.ends_with('\t')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // The parameter's value in "type; key=value; key=\"value\"", empty when it isn't there.
 std::string_view parameter(std::string_view header, std::string_view key) {
     size_t semicolon = header.find(';');
     while (semicolon != std::string_view::npos) {
-        header = trim(header.substr(semicolon + 1));
+        header = trimmed(header.substr(semicolon + 1));
         const size_t equals = header.find('=');
         if (equals == std::string_view::npos) {
             return {};
         }
-        const std::string_view name = trim(header.substr(0, equals));
+        const std::string_view name = trimmed(header.substr(0, equals));
         std::string_view value = header.substr(equals + 1);
         if (take(value, "\"")) {
             header = value;
             value = takeUntil(header, "\"", "a quoted parameter");
         } else {
-            value = trim(value.substr(0, value.find(';')));
+            value = trimmed(value.substr(0, value.find(';')));
         }
         if (equalNoCase(name, key)) {
             return value;
@@ -79,7 +64,8 @@ std::string_view parameter(std::string_view header, std::string_view key) {
 }
 
 std::string_view boundaryOf(std::string_view contentType) {
-    if (!equalNoCase(trim(contentType.substr(0, contentType.find(';'))), "multipart/form-data")) {
+    if (!equalNoCase(trimmed(contentType.substr(0, contentType.find(';'))),
+                     "multipart/form-data")) {
         refuse("the content type must be multipart/form-data");
     }
     const std::string_view boundary = parameter(contentType, "boundary");
@@ -102,7 +88,7 @@ FormPart readHead(std::string_view& text) {
         if (colon == std::string_view::npos) {
             refuse("a part's head is malformed");
         }
-        if (equalNoCase(trim(line.substr(0, colon)), "content-disposition")) {
+        if (equalNoCase(trimmed(line.substr(0, colon)), "content-disposition")) {
             part.name = parameter(line, "name");
             part.fileName = parameter(line, "filename");
             named = !part.name.empty();
