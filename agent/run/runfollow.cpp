@@ -2,27 +2,33 @@
 
 #include <array>
 
-#include "base/error_codes.h"
 #include "base/job_state.h"
 #include "base/text.h"
 #include "data/jobstore.h"
 #include "data/runrecord.h"
-#include "httpmsg/http_names.h"
 #include "job/statetable.h"
 #include "json_spirit/json_spirit.h"
-#include "text/failuretext.h"
 
 namespace dorvo::agent {
 namespace {
 
-// Of an HTTP status an event says the bare number; its reason tells it from a system's error.
-uint32_t errorCode(uint32_t code, const std::string& reason) {
-    constexpr uint32_t lastStatus = 599;
-    const bool status = code <= lastStatus && reason == http_status_string(static_cast<int>(code));
-    return status ? withHttpMark(code) : code;
-}
-
 constexpr DWORD redrawMs = 500;
+
+// The id of the job that an event says is deleted; empty for any other text.
+std::string deletedJob(const std::string& text) {
+    try {
+        json_spirit::Value value;
+        json_spirit::read_or_throw(text, value);
+        const json_spirit::Object& event = value.get_obj();
+        const bool deleted = json_spirit::object_get_str_or_throw(event, "state") ==
+                             jobStateToString(JobState::deleted);
+        return deleted ? json_spirit::object_get_str_or_throw(event, "id") : std::string();
+    } catch (const json_spirit::Error_position&) {
+        return {};
+    } catch (const std::runtime_error&) {
+        return {};
+    }
+}
 
 }  // namespace
 
@@ -37,13 +43,8 @@ void RunEvents::hear(const std::string& text) {
         const std::lock_guard guard(lock_);
         if (text.empty()) {
             ended_ = true;
-        } else if (const auto event = read(text)) {
-            if (event->error != 0) {
-                errors_[event->id] = event->error;
-            }
-            if (event->state == jobStateToString(JobState::deleted)) {
-                removed_.insert(event->id);
-            }
+        } else if (std::string id = deletedJob(text); !id.empty()) {
+            removed_.insert(std::move(id));
         }
     }
     SetEvent(event_.get());
@@ -65,38 +66,10 @@ bool RunEvents::removed(const std::string& jobId) {
     return removed_.contains(jobId);
 }
 
-std::string RunEvents::takeReason(const JobDefinition& job) {
-    const std::lock_guard guard(lock_);
-    const auto error = errors_.extract(job.id());
-    return error.empty() ? std::string() : runFailure(error.mapped(), job.user());
-}
-
-std::optional<JobEvent> RunEvents::read(const std::string& text) {
-    try {
-        json_spirit::Value value;
-        json_spirit::read_or_throw(text, value);
-        const json_spirit::Object& event = value.get_obj();
-        JobEvent read{.id = json_spirit::object_get_str_or_throw(event, "id"),
-                      .state = json_spirit::object_get_str_or_throw(event, "state")};
-        if (const auto code = event.find("error-code"); code != event.end()) {
-            read.error = errorCode(static_cast<uint32_t>(code->second.get_int()),
-                                   json_spirit::object_get_str_or_throw(event, "reason"));
-        }
-        return read;
-    } catch (const json_spirit::Error_position&) {
-        return std::nullopt;
-    } catch (const std::runtime_error&) {
-        return std::nullopt;
-    }
-}
-
 bool RunFollower::look(uint64_t nowMs) {
     // Asked before the record is read, which then shows what has become of the run.
     const bool ended = events_.ended();
     const bool removed = events_.removed(job_.id());
-    if (std::string reason = events_.takeReason(job_); !reason.empty()) {
-        reporter_.reason(std::move(reason));
-    }
     const RecordLook seen = readRecord();
     if (seen != RecordLook::none && !removed) {
         if (const auto outcome = outcomeOf(end_.record)) {

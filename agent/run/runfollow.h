@@ -1,12 +1,11 @@
 // Follows the run of a job, whoever runs it: what is announced of it (RunEvents), the run until it
 // is over (RunFollower), and a job whose runs come and go (WatchedJob).
 //
-// The records are read as they stand; announcements tell when to look, and why a run waits. One
-// thread looks; RunEvents hears on the engine's.
+// The records are read as they stand; announcements tell when to look. One thread looks; RunEvents
+// hears on the engine's.
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,13 +19,6 @@
 #include "run/runreporter.h"
 
 namespace dorvo::agent {
-
-// What one event says.
-struct JobEvent {
-    std::string id;
-    std::string state;
-    uint32_t error = 0;  // an HTTP status with its mark; 0 for an event that is no error
-};
 
 // What is announced of jobs, put aside for the thread that waits for their runs.
 class RunEvents {
@@ -42,18 +34,12 @@ public:
     bool ended();
     // The job was removed since this was made.
     bool removed(const std::string& jobId);
-    // Why the job met its latest error since the last call, and what to do; empty without one.
-    std::string takeReason(const JobDefinition& job);
-
-    // Nothing for a text that is no event of a job. Pure.
-    static std::optional<JobEvent> read(const std::string& text);
 
 private:
     void hear(const std::string& text);
 
-    KernelHandle event_;                      // auto-reset: something was announced
-    std::mutex lock_;                         // guards what follows
-    std::map<std::string, uint32_t> errors_;  // by the job's id
+    KernelHandle event_;  // auto-reset: something was announced
+    std::mutex lock_;     // guards what follows
     std::set<std::string> removed_;
     bool ended_ = false;
     std::unique_ptr<Engine::Subscription> subscription_;  // the last: it ends before the rest

@@ -1,5 +1,8 @@
 #include "run/runreporter.h"
 
+#include <algorithm>
+#include <string_view>
+
 #include "base/local_time.h"
 #include "base/text.h"
 #include "data/runrecord.h"
@@ -15,6 +18,11 @@ constexpr uint64_t firstDelayMs = 30'000;  // where nothing tells how long a run
 constexpr uint64_t second = 1000;
 constexpr size_t mostNotes = 20;  // of a kind
 
+// Why a run waits that has paused itself: on record before its state is.
+std::string reasonOf(const JobDefinition& job, const JobActivity& record) {
+    return record.endError == 0 ? std::string() : runFailure(record.endError, job.user());
+}
+
 // For people.
 class TextRunReporter : public RunReporter {
 public:
@@ -22,23 +30,19 @@ public:
     TextRunReporter(Terminal& terminal, const JobDefinition& job);
 
     void show(const JobActivity& record, uint64_t nowMs) override;
-    void reason(std::string text) override { reason_ = std::move(text); }
     void finish(const RunResult& result) override;
 
 private:
     void showState(const JobActivity& record, uint64_t nowMs);
-    void showPause(const JobActivity& record, uint64_t nowMs);
     void showLive(const JobActivity& record, uint64_t nowMs);
     std::string beginning(const JobActivity& record) const;
-    std::string waiting(uint64_t nowMs) const;
+    std::string waiting(const JobActivity& record, uint64_t nowMs, size_t width) const;
     uint64_t leftOfWait(uint64_t nowMs) const;  // milliseconds
 
     Terminal& terminal_;
     const JobDefinition& job_;
     const RunWords words_;
-    std::string reason_;
     JobState shown_ = JobState::none;  // the state of the last show()
-    bool pauseUnsaid_ = false;         // the wait has begun, its reason may still be on its way
     uint64_t pausedAt_ = 0;
     uint64_t nextProgress_ = 0;
 };
@@ -51,8 +55,6 @@ void TextRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     if (state != shown_) {
         shown_ = state;
         showState(record, nowMs);
-    } else if (pauseUnsaid_) {
-        showPause(record, nowMs);
     }
     if (terminal_.live()) {
         showLive(record, nowMs);
@@ -96,20 +98,12 @@ void TextRunReporter::showState(const JobActivity& record, uint64_t nowMs) {
         case JobState::pausing: terminal_.out(words_.verb + " is pausing."); break;
         case JobState::canceling: terminal_.out(words_.verb + " is being cancelled."); break;
         case JobState::paused:
-            pauseUnsaid_ = waitsForServer(record);
-            if (!reason_.empty()) {
-                showPause(record, nowMs);
+            if (waitsForServer(record)) {
+                terminal_.out(waiting(record, nowMs, std::string::npos) + ".");
             }
             break;
         default: break;
     }
-}
-
-void TextRunReporter::showPause(const JobActivity& record, uint64_t nowMs) {
-    if (pauseUnsaid_ && waitsForServer(record)) {
-        terminal_.out(waiting(nowMs) + ".");
-    }
-    pauseUnsaid_ = false;
 }
 
 void TextRunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
@@ -122,7 +116,9 @@ void TextRunReporter::showLive(const JobActivity& record, uint64_t nowMs) {
             break;
         case JobState::pausing: line = words_.verb + " is pausing"; break;
         case JobState::canceling: line = words_.verb + " is being cancelled"; break;
-        case JobState::paused: line = waitsForServer(record) ? waiting(nowMs) : ""; break;
+        case JobState::paused:
+            line = waitsForServer(record) ? waiting(record, nowMs, terminal_.width() - 1) : "";
+            break;
         default: break;
     }
     terminal_.status(shortened(line, terminal_.width() - 1));
@@ -141,11 +137,15 @@ uint64_t TextRunReporter::leftOfWait(uint64_t nowMs) const {
     return passed < firstDelayMs ? firstDelayMs - passed : 0;
 }
 
-std::string TextRunReporter::waiting(uint64_t nowMs) const {
+// The reason has what room the rest leaves, which counts down.
+std::string TextRunReporter::waiting(const JobActivity& record, uint64_t nowMs,
+                                     size_t width) const {
     const uint64_t left = leftOfWait(nowMs);
     std::string text = words_.verb + " is paused, waiting for " + words_.place + ", next try in " +
                        std::to_string((left + second - 1) / second) + " s";
-    return reason_.empty() ? text : text + " (" + reason_ + ")";
+    const std::string reason = reasonOf(job_, record);
+    const size_t room = width - std::min(width, text.size() + std::string_view(" ()").size());
+    return reason.empty() || room == 0 ? text : text + " (" + shortened(reason, room) + ")";
 }
 
 constexpr uint64_t periodMs = 500;
@@ -166,14 +166,11 @@ public:
         : terminal_(terminal), job_(job) {}
 
     void show(const JobActivity& record, uint64_t nowMs) override;
-    void reason(std::string text) override;
     void finish(const RunResult& result) override;
 
 private:
     Terminal& terminal_;
     const JobDefinition& job_;
-    std::string reason_;
-    bool reasonUnsaid_ = false;
     JobState shown_ = JobState::none;  // the state of the last show()
     uint64_t nextProgress_ = 0;
     uint64_t until_ = 0;  // as it was said last
@@ -184,7 +181,7 @@ void JsonRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     const bool waits = waitsForServer(record);
     const bool due = state != JobState::paused && nowMs >= nextProgress_;
     const uint64_t until = waits ? waitsUntil(job_.id()) : 0;
-    if (state == shown_ && !due && !(waits && (reasonUnsaid_ || until > until_))) {
+    if (state == shown_ && !due && !(waits && until > until_)) {
         return;
     }
     shown_ = state;
@@ -203,17 +200,10 @@ void JsonRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     json.push_back({"file", progress.file});
     if (waits) {
         RunWait wait = waitOf(job_, record, true);
-        // What was announced is newer than the record; of neither, it is not known.
-        wait.reason = reason_.empty() && record.endError != 0 ? wait.reason : reason_;
+        wait.reason = reasonOf(job_, record);
         appendWait(json, wait);
-        reasonUnsaid_ = false;
     }
     terminal_.out(line(json));
-}
-
-void JsonRunReporter::reason(std::string text) {
-    reason_ = std::move(text);
-    reasonUnsaid_ = true;
 }
 
 void JsonRunReporter::finish(const RunResult& result) {

@@ -7,7 +7,7 @@
 // For scripts: one JSON object a line. While it runs, {"id", "name", "state", "percent", "bytes",
 // "totalBytes", "files", "fileCount", "speed", "remainTime", "file"} at each change of state and at
 // most twice a second, with "reason", "since" and "until" where it waits, empty where they are not
-// known, and again when they become known; at the end {"id", "name", "summary": {...}}.
+// known, and again when "until" becomes known; at the end {"id", "name", "summary": {...}}.
 //
 // One thread; times are milliseconds of any steady clock.
 #pragma once
@@ -32,8 +32,6 @@ public:
 
     // Shows the record as it is now.
     virtual void show(const JobActivity& record, uint64_t nowMs) = 0;
-    // The run has met an error: why it waits, if it waits next.
-    virtual void reason(std::string text) = 0;
     // The run is over.
     virtual void finish(const RunResult& result) = 0;
 };

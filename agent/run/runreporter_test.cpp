@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "base/error_codes.h"
 #include "base/files.h"
 #include "base/local_time.h"
 #include "base/paths.h"
@@ -30,11 +31,6 @@ protected:
         record_.state = static_cast<int32_t>(state);
         for (const auto& reporter : all_) {
             reporter->show(record_, nowMs);
-        }
-    }
-    void reason(const char* text) {
-        for (const auto& reporter : all_) {
-            reporter->reason(text);
         }
     }
     void finish(JobState state, ExitCode code, std::vector<FailedItem> failed) {
@@ -84,30 +80,26 @@ TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     const std::string waiting = "Backup is paused, waiting for the server, next try in ";
     show(JobState::running, 0);
     show(JobState::pausing, 100);
-    show(JobState::paused, 1000);
-    // The reason comes by another way than the state, and may come later.
-    reason("connection refused");
+    record_.endError = withHttpMark(503);
     show(JobState::paused, 1000);
     show(JobState::paused, 11'000);
     show(JobState::paused, 99'000);
     record_.resuming = 1;
-    // It may also be there before the beginning of the run is seen.
-    reason("timed out");
+    record_.endError = withHttpMark(401);
     show(JobState::starting, 99'100);
     show(JobState::paused, 99'200);
     EXPECT_THAT(plain_.lines,
                 ElementsAre(StartsWith("Backup is running"), "Backup is pausing.",
-                            waiting + "30 s (connection refused).",
-                            "Backup goes on where it stopped.", waiting + "30 s (timed out)."));
-    ASSERT_THAT(live_.statuses, SizeIs(8));
-    EXPECT_EQ(live_.statuses[2], waiting + "30 s");
-    EXPECT_EQ(live_.statuses[4], shortened(waiting + "20 s (connection refused)", 79));
-    EXPECT_EQ(live_.statuses[5], shortened(waiting + "0 s (connection refused)", 79));
+                            AllOf(StartsWith(waiting + "30 s ("), HasSubstr("503")),
+                            "Backup goes on where it stopped.",
+                            AllOf(StartsWith(waiting + "30 s ("), HasSubstr("agent login alice"))));
+    ASSERT_THAT(live_.statuses, SizeIs(7));
+    EXPECT_THAT(live_.statuses[3], StartsWith(waiting + "20 s ("));
+    EXPECT_THAT(live_.statuses[4], StartsWith(waiting + "0 s ("));
     EXPECT_THAT(live_.lines, IsEmpty());
-    // A line for the wait, and one more for its reason.
-    ASSERT_THAT(json_.lines, SizeIs(6));
-    EXPECT_THAT(json_.lines[2], EndsWith(R"("reason":"","since":"","until":""})"));
-    EXPECT_THAT(json_.lines[3], HasSubstr(R"("reason":"connection refused")"));
+    ASSERT_THAT(json_.lines, SizeIs(5));
+    EXPECT_THAT(json_.lines[2], HasSubstr("503"));
+    EXPECT_THAT(json_.lines[4], HasSubstr("agent login alice"));
 }
 
 TEST_F(RunReporters, TellUntilWhenARunWaits) {
