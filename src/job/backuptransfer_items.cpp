@@ -39,8 +39,9 @@ bool BackupTransfer::transfer(const Item& item) {
     const std::wstring source = item.directory ? std::wstring() : readFrom(item.path);
     const bool stored = storage_->backup(item.path.c_str(), item.data, item.number,
                                          source.empty() ? nullptr : source.c_str());
-    LastErrorGuard keep;
-    if (!item.directory) {
+    // What is stored has taken its package away.
+    if (!stored && !item.directory) {
+        const LastErrorGuard keep;
         if (const std::wstring package = itemTempPath(temporary_, item.number); !package.empty()) {
             rm_rf(package, true);
         }

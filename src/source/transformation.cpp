@@ -54,16 +54,16 @@ private:
     write_handle_streambuf buffer_;
 };
 
-// The code of a chain that broke between the two: 1223 after an interruption, that of a failed read
-// or write, else 13, because the data itself was at fault.
-DWORD chainError(const ReadHandleStream& in, const WriteHandleStream& out) {
+// The code of a chain that broke: 1223 after an interruption, that of a failed read or of the
+// target, else 13, because the data itself was at fault.
+DWORD chainError(const ReadHandleStream& in, DWORD targetError) {
     if (in.buffer().interrupted()) {
         return ERROR_CANCELLED;
     }
     if (in.buffer().error() != ERROR_SUCCESS) {
         return in.buffer().error();
     }
-    return out.buffer().error() != ERROR_SUCCESS ? out.buffer().error() : DWORD{ERROR_INVALID_DATA};
+    return targetError != ERROR_SUCCESS ? targetError : DWORD{ERROR_INVALID_DATA};
 }
 
 // Each of a path and a reason.
@@ -78,9 +78,41 @@ bool notOpened(TransformWords::Line words, const wchar_t* path, DWORD error) {
     return logFailed(error, words, toUtf8(path), errorText(error));
 }
 
-// Opens both files and has `pump` carry one into the other; `finish`, where there is one, gets the
-// target when all of it is written. What `pump` throws, or a source that is not read to its end, is
-// a failure. False is logged and leaves the thread's last error, true leaves 0.
+// Has `pump` carry the source into a target whose error is that which `targetError` gives. What it
+// throws, or a source that is not read to its end, is a failure. False is logged and leaves the
+// thread's last error, true leaves 0.
+bool carry(const wchar_t* source, ReadHandleStream& in, TransformWords::Line failed,
+           const std::function<void()>& pump, const std::function<DWORD()>& targetError) {
+    try {
+        pump();
+        // The chain takes a read that fails for the end of the file.
+        if (const DWORD error = in.buffer().error(); error != ERROR_SUCCESS) {
+            throw std::runtime_error(errorText(error));
+        }
+    } catch (const std::exception& failure) {
+        const DWORD error = chainError(in, targetError());
+        if (error == ERROR_CANCELLED) {
+            // The words are those of a restore for both; readers of the log look for them.
+            log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
+                toUtf8(source));
+        } else {
+            log(LogLevel::error, failed, toUtf8(source), failure.what());
+        }
+        SetLastError(error);
+        return false;
+    }
+    SetLastError(ERROR_SUCCESS);
+    return true;
+}
+
+TransformWords backupWords() {
+    return {.sourceNotOpened = "Failed to open source %s, %s\n",
+            .targetNotOpened = "Failed to open target %s, %s\n",
+            .failed = "Failed to compress and encrypt %s, %s.\n"};
+}
+
+// Opens both files and carries one into the other. `finish`, where there is one, gets the target
+// when all of it is written.
 bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* stop,
                    const TransformWords& words,
                    const std::function<void(std::istream& in, std::ostream& out)>& pump,
@@ -93,29 +125,13 @@ bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* st
     if (!out) {
         return notOpened(words.targetNotOpened, target, out.buffer().error());
     }
-    try {
-        pump(in, out);
-        // The chain takes a read that fails for the end of the file.
-        if (const DWORD error = in.buffer().error(); error != ERROR_SUCCESS) {
-            throw std::runtime_error(errorText(error));
-        }
-    } catch (const std::exception& failure) {
-        const DWORD error = chainError(in, out);
-        if (error == ERROR_CANCELLED) {
-            // The words are those of a restore for both; readers of the log look for them.
-            log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
-                toUtf8(source));
-        } else {
-            log(LogLevel::error, words.failed, toUtf8(source), failure.what());
-        }
-        SetLastError(error);
-        return false;
-    }
-    if (finish) {
+    const bool carried = carry(
+        source, in, words.failed, [&] { pump(in, out); }, [&] { return out.buffer().error(); });
+    if (carried && finish) {
         finish(out.buffer().handle());
+        SetLastError(ERROR_SUCCESS);
     }
-    SetLastError(ERROR_SUCCESS);
-    return true;
+    return carried;
 }
 
 constexpr unsigned deflateLevel = 6;
@@ -197,11 +213,24 @@ Transformation::~Transformation() {
 
 bool BackupTransformation::transform(const wchar_t* source, const wchar_t* target,
                                      const WIN32_FILE_ATTRIBUTE_DATA*, interrupter* stop) {
-    return transformFile(source, target, stop,
-                         {.sourceNotOpened = "Failed to open source %s, %s\n",
-                          .targetNotOpened = "Failed to open target %s, %s\n",
-                          .failed = "Failed to compress and encrypt %s, %s.\n"},
+    return transformFile(source, target, stop, backupWords(),
                          [this](std::istream& in, std::ostream& out) { pack(*this, in, out); });
+}
+
+bool BackupTransformation::transform(const wchar_t* source, ItemPackage& target,
+                                     interrupter* stop) {
+    ReadHandleStream in(source, stop);
+    if (!in) {
+        return notOpened(backupWords().sourceNotOpened, source, in.buffer().error());
+    }
+    const auto pump = [&] {
+        std::ostream out(&target.buffer());
+        pack(*this, in, out);
+        if (!target.end()) {
+            throw std::runtime_error(errorText(target.error()));
+        }
+    };
+    return carry(source, in, backupWords().failed, pump, [&] { return target.error(); });
 }
 
 bool RestoreTransformation::transform(const wchar_t* source, const wchar_t* target,

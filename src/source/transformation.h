@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "base/interrupter.h"
+#include "source/itempackage.h"
 
 namespace dorvo {
 
@@ -43,6 +44,8 @@ public:
     // package.
     bool transform(const wchar_t* source, const wchar_t* target,
                    const WIN32_FILE_ATTRIBUTE_DATA* attributes, interrupter* stop) override;
+    // The same into a package, which has begun and is whole when true comes back.
+    bool transform(const wchar_t* source, ItemPackage& target, interrupter* stop);
 };
 
 // Package to file: decrypted, then decompressed when the flag is set.

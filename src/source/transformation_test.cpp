@@ -240,5 +240,60 @@ TEST_F(Transform, AFullDiskIsAFailure) {
         transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
 }
 
+// The same bytes as in a file of the caller's, read from anywhere, and of the next item when it is
+// used again.
+TEST_F(Transform, APackageIsInMemoryOrInItsFile) {
+    BackupTransformation transformation(false);
+    setKey(transformation);
+    ItemPackage package;
+    constexpr size_t most = ItemPackage::mostInMemory;
+    for (const size_t size : {size_t{0}, most - 16, most - 1, most, 3 * most + 5, size_t{7}}) {
+        SCOPED_TRACE(size);
+        storeFile(source_, randomBytes(size));
+        ASSERT_TRUE(backup(false));
+        const std::string whole = fileContent(package_);
+        const std::wstring file = folder_ + L"\\" + std::to_wstring(size);
+        if (whole.size() > most) {
+            storeFile(file, std::string(whole.size() + 1, 'x'));  // of a process that was killed
+        }
+        package.begin(file);
+        ASSERT_TRUE(transformation.transform(source_.c_str(), package, nullptr));
+        EXPECT_EQ(GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES, whole.size() > most);
+        uint64_t measured = 0;
+        ASSERT_TRUE(package.measure(measured));
+        ASSERT_EQ(measured, whole.size());
+        for (const size_t from : {size_t{0}, whole.size() / 2, whole.size()}) {
+            ItemPackage::Reader reader = package.open();
+            ASSERT_TRUE(reader && reader.seek(from));
+            std::string read(whole.size() + 1, '\0');
+            DWORD got = 0;
+            ASSERT_TRUE(reader.read(std::as_writable_bytes(std::span(read)), got));
+            EXPECT_TRUE(read.substr(0, got) == whole.substr(from));
+            EXPECT_TRUE(reader.read(std::as_writable_bytes(std::span(read)), got) && got == 0);
+        }
+        if (size == 3 * most + 5) {
+            ASSERT_TRUE(DeleteFileW(file.c_str()));
+            EXPECT_FAILS(ERROR_FILE_NOT_FOUND, package.measure(measured));
+            EXPECT_FALSE(package.open());
+            EXPECT_FAILS(ERROR_FILE_NOT_FOUND, package.remove());
+            EXPECT_TRUE(package.remove());
+        } else {
+            EXPECT_TRUE(package.remove());
+        }
+    }
+    storeFile(source_, randomBytes(2 * most));
+    const std::pair<const wchar_t*, DWORD> rows[] = {
+        {L"\\\\?\\unix\\dev\\full", ERROR_DISK_FULL},
+        {L"C:\\no such folder\\1", ERROR_PATH_NOT_FOUND},
+    };
+    const test::LogCapture quiet;
+    for (const auto& [path, error] : rows) {
+        package.begin(path);
+        EXPECT_FAILS(error, transformation.transform(source_.c_str(), package, nullptr));
+    }
+    package.begin(folder_ + L"\\again");
+    EXPECT_TRUE(transformation.transform(source_.c_str(), package, nullptr));
+}
+
 }  // namespace
 }  // namespace dorvo

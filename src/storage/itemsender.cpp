@@ -4,7 +4,6 @@
 
 #include "base/last_error.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "storage/item_attributes.h"
 #include "storage/items.h"
@@ -13,24 +12,20 @@
 namespace dorvo {
 
 SentItem::SentItem(const wchar_t* listed, const WIN32_FILE_ATTRIBUTE_DATA& listedData,
-                   uint32_t listNumber, const wchar_t* readFrom, const std::wstring& folder)
+                   uint32_t listNumber, const wchar_t* readFrom)
     : path(listed),
       name(withoutTrailingBackslash(toUtf8(path))),
       data(listedData),
       number(listNumber),
-      source(readFrom == nullptr ? path : readFrom),
-      package(directory() ? std::wstring() : itemTempPath(folder, number)) {}
+      source(readFrom == nullptr ? path : readFrom) {}
 
-FileHandle SentItem::openPackage() const {
-    return FileHandle(CreateFileW(longPath(package).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-}
-
-ItemSender::ItemSender(const BackupTask& task, interrupter& stop, BlockSink& sink)
+ItemSender::ItemSender(const BackupTask& task, std::wstring folder, interrupter& stop,
+                       BlockSink& sink)
     : record_(*task.activity),
       progress_(task.activity),
       stop_(stop),
       sink_(sink),
+      folder_(std::move(folder)),
       transformation_(task.compress),
       block_(uploadBlockSize) {
     transformation_.key = task.key.key;
@@ -54,9 +49,9 @@ bool ItemSender::send(SentItem item) {
         return sent;
     }
     const LastErrorGuard keep;
-    if (DeleteFileW(longPath(item.package).c_str()) == 0 && sent) {
+    if (!package_.remove() && sent) {
         log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
-            toUtf8(item.package), GetLastError());
+            toUtf8(package_.path()), GetLastError());
     }
     if (sent) {
         sink_.isThrough();
@@ -66,15 +61,11 @@ bool ItemSender::send(SentItem item) {
 
 bool ItemSender::encode(SentItem& item) {
     progress_.encoding(sizeOf(item.data));
-    if (!done(transformation_.transform(item.source.c_str(), item.package.c_str(), &item.data,
-                                        &stop_),
-              SendStep::encode, item)) {
-        return false;
-    }
-    WIN32_FILE_ATTRIBUTE_DATA package{};
-    const bool measured = readAttributes(item.package, package);
-    item.size = sizeOf(package);
-    return done(measured, SendStep::measure, item);
+    package_.begin(itemTempPath(folder_, item.number));
+    item.package = &package_;
+    return done(transformation_.transform(item.source.c_str(), package_, &stop_), SendStep::encode,
+                item) &&
+           done(package_.measure(item.size), SendStep::measure, item);
 }
 
 // What is on record of blocks is of the package that an earlier run made.
@@ -112,21 +103,17 @@ bool ItemSender::announce(const SentItem& item) {
 }
 
 bool ItemSender::sendBlocks(const SentItem& item) {
-    const FileHandle package = item.openPackage();
-    LARGE_INTEGER offset;
-    offset.QuadPart = static_cast<LONGLONG>(record_.fileOffset);
+    ItemPackage::Reader package = package_.open();
+    const uint64_t offset = record_.fileOffset;
     return done(static_cast<bool>(package), SendStep::open, item) &&
-           done(offset.QuadPart == 0 ||
-                    SetFilePointerEx(package.get(), offset, nullptr, FILE_BEGIN) != 0,
-                SendStep::seek, item) &&
-           sendBlocks(item, package.get());
+           done(offset == 0 || package.seek(offset), SendStep::seek, item) &&
+           sendBlocks(item, std::move(package));
 }
 
-bool ItemSender::sendBlocks(const SentItem& item, HANDLE package) {
+bool ItemSender::sendBlocks(const SentItem& item, ItemPackage::Reader package) {
     for (;;) {
         DWORD length = 0;
-        if (!done(ReadFile(package, block_.data(), uploadBlockSize, &length, nullptr) != 0,
-                  SendStep::read, item)) {
+        if (!done(package.read(block_, length), SendStep::read, item)) {
             return false;
         }
         if (length == 0) {

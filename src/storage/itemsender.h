@@ -1,6 +1,6 @@
 // Sends the items of a backup's run, one after the other, to whoever keeps them: claims an item on
-// record, encodes its file into a temporary package, announces it, sends the package's blocks of
-// 128 KiB, and takes the package away.
+// record, encodes its file into a package, announces it, sends the package's blocks of
+// 128 KiB. A package that is too large for memory lies in a temporary file meanwhile.
 //
 // What an earlier run got across of an item is not sent again, as far as the item makes the same
 // package: its source has the size and last write of the list, the package has the size on record,
@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "base/handle.h"
 #include "base/interrupter.h"
 #include "record/itemprogress.h"
+#include "source/itempackage.h"
 #include "source/transformation.h"
 #include "storage/storagetask.h"
 
@@ -28,21 +28,19 @@ namespace dorvo {
 
 // An item on its way.
 struct SentItem {
-    // `readFrom` null: where it is listed. `folder` is that of temporary packages.
+    // `readFrom` null: where it is listed.
     SentItem(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
-             const wchar_t* readFrom, const std::wstring& folder);
+             const wchar_t* readFrom);
 
     bool directory() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
-    // For reading from its first byte.
-    FileHandle openPackage() const;
 
     std::wstring path;  // as it is listed
     std::string name;   // the same, UTF-8 without a trailing backslash
     const WIN32_FILE_ATTRIBUTE_DATA& data;
-    uint32_t number;       // in the source list
-    std::wstring source;   // where it is read from
-    std::wstring package;  // on its way; empty for a directory
-    uint64_t size = 0;     // of the package, when it is encoded
+    uint32_t number;                       // in the source list
+    std::wstring source;                   // where it is read from
+    const ItemPackage* package = nullptr;  // on its way; the sender's, null for a directory
+    uint64_t size = 0;                     // of the package, when it is encoded
 };
 
 // What can fail of an item, in the order in which it is done; for a sink's log.
@@ -80,8 +78,8 @@ public:
 
 class ItemSender {
 public:
-    // The task gives record, key and compression.
-    ItemSender(const BackupTask& task, interrupter& stop, BlockSink& sink);
+    // The task gives record, key and compression. `folder` is that of temporary packages.
+    ItemSender(const BackupTask& task, std::wstring folder, interrupter& stop, BlockSink& sink);
 
     bool send(SentItem item);
 
@@ -90,14 +88,16 @@ private:
     bool claimPackage(const SentItem& item);
     bool announce(const SentItem& item);
     bool sendBlocks(const SentItem& item);
-    bool sendBlocks(const SentItem& item, HANDLE package);
+    bool sendBlocks(const SentItem& item, ItemPackage::Reader package);
     bool done(bool success, SendStep step, const SentItem& item) const;
 
     const JobActivity& record_;  // borrowed
     ItemProgress progress_;      // the way to write there
     interrupter& stop_;          // borrowed
     BlockSink& sink_;            // borrowed
+    const std::wstring folder_;
     BackupTransformation transformation_;
+    ItemPackage package_;  // of the item on its way
     std::vector<std::byte> block_;
 };
 

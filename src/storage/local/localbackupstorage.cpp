@@ -37,11 +37,10 @@ LocalBackupStorage::LocalBackupStorage(LocalPlace place, std::string user, Backu
       activity_(task_.activity),
       progress_(task_.activity),
       instanceId_(task_.instanceId()),
-      temporary_(itemTempFolder(task_.jobId)),
       list_(sourceListPath(task_.jobId)),
       block_(uploadBlockSize),
       stored_(uploadBlockSize),
-      sender_(task_, *this, *this) {}
+      sender_(task_, itemTempFolder(task_.jobId), *this, *this) {}
 
 LocalBackupStorage::~LocalBackupStorage() = default;
 
@@ -256,7 +255,7 @@ bool LocalBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_
     if (!ready("back up an item of job")) {
         return false;
     }
-    SentItem item(path, data, number, readFrom, temporary_);
+    SentItem item(path, data, number, readFrom);
     log(LogLevel::debug, "Backing up {%s}.\n", item.name);
     beginWork();
     return sender_.send(std::move(item));
@@ -282,7 +281,7 @@ void LocalBackupStorage::begin(const SentItem&) {
 
 // Byte for byte, up to the first block that is another one.
 bool LocalBackupStorage::compare(const SentItem& item, uint32_t& blocks) {
-    const FileHandle package = item.openPackage();
+    ItemPackage::Reader package = item.package->open();
     if (!package) {
         return false;
     }
@@ -296,7 +295,12 @@ bool LocalBackupStorage::compare(const SentItem& item, uint32_t& blocks) {
             static_cast<size_t>(std::min<uint64_t>(uploadBlockSize, item.size - offset));
         const auto block = std::span(block_).first(length);
         const auto stored = std::span(stored_).first(length);
-        if (!readFileAt(package.get(), offset, block)) {
+        DWORD got = 0;
+        if (!package.read(block, got)) {
+            return false;
+        }
+        if (got != length) {
+            SetLastError(ERROR_HANDLE_EOF);
             return false;
         }
         if (!writer_->readPackage(offset, stored) ||

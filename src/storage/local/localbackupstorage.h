@@ -80,7 +80,6 @@ private:
     const JobActivity* activity_;                  // borrowed
     ItemProgress progress_;                        // the way to write there
     std::string instanceId_;                       // empty when the record has none
-    std::wstring temporary_;                       // the folder of the packages on their way
     std::wstring list_;                            // the path of the run's source list
     std::unique_ptr<LocalInstanceWriter> writer_;  // from start() to end() or cancel()
     LocalInstanceDocument document_;               // of the instance, with the writer

@@ -38,11 +38,10 @@ WebBackupStorage::WebBackupStorage(WebPlace place, BackupTask task)
       activity_(task_.activity),
       progress_(task_.activity),
       instanceId_(task_.instanceId()),
-      temporary_(itemTempFolder(task_.jobId)),
       acceptedFile_(directoryOf(task_.jobId)),
       session_(place_.user, place_.cookie),
       block_(uploadBlockSize),
-      sender_(task_, *this, *this) {
+      sender_(task_, itemTempFolder(task_.jobId), *this, *this) {
     session_.set_interrupter(this);
 }
 

@@ -62,7 +62,6 @@ private:
     const JobActivity* activity_;  // borrowed
     ItemProgress progress_;        // the way to write there
     std::string instanceId_;       // empty when the record has none
-    std::wstring temporary_;       // the folder of the packages
     AcceptedBlocksFile acceptedFile_;
     AcceptedBlocks accepted_;  // of the current item's package
     Web_Session session_;

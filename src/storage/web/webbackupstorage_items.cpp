@@ -62,9 +62,13 @@ cancelledWords(SendStep step) {
     return std::nullopt;
 }
 
+std::string packagePath(const SentItem& item) {
+    return item.package == nullptr ? std::string() : toUtf8(item.package->path());
+}
+
 // A failed exchange has been logged already.
 void logAsItself(SendStep step, const SentItem& item, uint64_t offset, DWORD error) {
-    const std::string package = toUtf8(item.package);
+    const std::string package = packagePath(item);
     SetLastError(error);
     switch (step) {
         case SendStep::encode:
@@ -102,7 +106,7 @@ void logAsItself(SendStep step, const SentItem& item, uint64_t offset, DWORD err
 bool WebBackupStorage::backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data,
                               uint32_t number, const wchar_t* readFrom) {
     FunctionTrace trace("WebBackupStorage::backup", "webbackupstorage.cpp");
-    SentItem item(path, data, number, readFrom, temporary_);
+    SentItem item(path, data, number, readFrom);
     log(LogLevel::debug, "Backing up file {%s}.\n", item.name);
     beginWork();
     return sender_.send(std::move(item));
@@ -149,7 +153,7 @@ void WebBackupStorage::failed(SendStep step, const SentItem& item) const {
     if (words->index() == 0) {
         log(LogLevel::information, std::get<0>(*words), item.name, offset, keep.error());
     } else {
-        log(LogLevel::information, std::get<1>(*words), item.name, toUtf8(item.package), offset,
+        log(LogLevel::information, std::get<1>(*words), item.name, packagePath(item), offset,
             keep.error());
     }
     keep.set(ERROR_CANCELLED);
@@ -167,7 +171,7 @@ void WebBackupStorage::begin(const SentItem& item) {
 // before their number was, so they may be more than are on record.
 bool WebBackupStorage::compare(const SentItem& item, uint32_t& blocks) {
     const AcceptedBlocks known = acceptedFile_.load();
-    const FileHandle package = item.openPackage();
+    ItemPackage::Reader package = item.package->open();
     bool same = package && known.count() >= blocks;
     AcceptedBlocks begins = accepted_;
     AcceptedBlocks accepted;
@@ -177,8 +181,7 @@ bool WebBackupStorage::compare(const SentItem& item, uint32_t& blocks) {
             return false;
         }
         DWORD length = 0;
-        same = ReadFile(package.get(), block_.data(), uploadBlockSize, &length, nullptr) != 0 &&
-               length != 0;
+        same = package.read(block_, length) && length != 0;
         begins.add(Md5::of(std::span(block_).first(length)));
         if (begins.count() == blocks) {
             accepted = begins;
@@ -219,7 +222,7 @@ bool WebBackupStorage::goBack(const SentItem& item, uint32_t held) {
     log(LogLevel::warning,
         "The service has lost a part of file {%s}, it is sent again from {%Q}.\n", item.name,
         uint64_t{held} * uploadBlockSize);
-    const FileHandle package = item.openPackage();
+    ItemPackage::Reader package = item.package->open();
     const AcceptedBlocks none = noneAccepted(item);
     accepted_ = none;
     DWORD length = 0;
@@ -228,9 +231,7 @@ bool WebBackupStorage::goBack(const SentItem& item, uint32_t held) {
             SetLastError(ERROR_CANCELLED);
             return false;
         }
-        if (!package ||
-            ReadFile(package.get(), block_.data(), uploadBlockSize, &length, nullptr) == 0 ||
-            length != uploadBlockSize) {
+        if (!package || !package.read(block_, length) || length != uploadBlockSize) {
             accepted_ = none;
             break;
         }

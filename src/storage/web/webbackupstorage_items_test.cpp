@@ -21,7 +21,7 @@ json_spirit::Object bodyOf(const Seen& seen) {
 // A scanner, or a disk that lies.
 TEST_F(SentFile, APackageThatHasLostItsEndIsNotSent) {
     const auto storage = makeStorage();
-    const std::wstring path = makeSource(2 * uploadBlockSize);
+    const std::wstring path = makeSource(ItemPackage::mostInMemory + 1);
     reply_ = [](const Seen& seen) {
         if (seen.endpoint == "uploadfile") {
             const std::wstring package = itemTempPath(itemTempFolder(job), 1);
