@@ -17,11 +17,6 @@ namespace json = boost::json;
 
 class Damage : public ServiceFixture {
 protected:
-    fs::path package(int number) const {
-        return data / "packages" / ("0" + std::to_string(number)) /
-               (std::to_string(number) + ".pkg");
-    }
-
     // Changes one bit of the file.
     static void flip(const fs::path& file, off_t offset) {
         const FileDescriptor fd(::open(file.c_str(), O_RDWR));
@@ -31,22 +26,6 @@ protected:
         ASSERT_EQ(::pwrite(fd.get(), &byte, 1, offset), 1);
     }
 
-    void change(const std::string& sql) {
-        Database((data / "catalog.db").string()).exec(sql.c_str());
-    }
-
-    static json::object file(const std::string& instance, const std::string& name, int64_t block) {
-        return {{"machine", "pc"},
-                {"jobinstanceid", instance},
-                {"path", ""},
-                {"filename", name},
-                {"blockindex", std::to_string(block)}};
-    }
-
-    int read(const std::string& instance, const std::string& name, int64_t block = 1) {
-        return post(downloadPath, json::serialize(file(instance, name, block))).status;
-    }
-
     // The paths of a whole list, and what the list says it lacks.
     std::string list(const std::string& instance, const std::string& below = "",
                      size_t limit = 1000) {
@@ -54,11 +33,11 @@ protected:
         std::string next;
         json::object answer;
         do {
-            answer = post(listFilesPath, json::serialize(json::object{{"machine", "pc"},
-                                                                      {"jobinstanceid", instance},
-                                                                      {"path", below},
-                                                                      {"after", next},
-                                                                      {"limit", limit}}))
+            answer = ask(listFilesPath, {{"machine", "pc"},
+                                         {"jobinstanceid", instance},
+                                         {"path", below},
+                                         {"after", next},
+                                         {"limit", limit}})
                          .json();
             for (const json::value& item : answer.at("source").as_array()) {
                 result += json::value_to<std::string>(item.at("path")) + " ";
@@ -70,9 +49,7 @@ protected:
 
     // The paths that the end of the backup names, joined with commas.
     std::string namedAtEnd(const std::string& instance) {
-        const Answer answer =
-            post(endJobPath, json::serialize(json::object{{"jobinstanceid", instance},
-                                                          {"endtime", "2011-3-4 06:06:07"}}));
+        const Answer answer = endJob(instance);
         std::string names;
         if (answer.status == 409 && answer.json().contains("incomplete")) {
             const json::object body = answer.json();
@@ -113,11 +90,9 @@ TEST_F(Damage, IsToldApartFromAStorageThatIsDownAndHealsWithTheNextBackup) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        TearDown();
-        SetUp();
+        again();
         offer("i1", {{"large"}, {"small"}});
-        start("i1");
-        put("i1", "small", "small");
+        run("i1", "small", "small");
         put("i1", "large", large);
         ASSERT_EQ(end("i1"), 200);
         ASSERT_EQ(offer("i2", {{"large"}, {"small"}}), "");
@@ -135,8 +110,7 @@ TEST_F(Damage, IsToldApartFromAStorageThatIsDownAndHealsWithTheNextBackup) {
         EXPECT_EQ(addError("i2", "large"), 200);
         EXPECT_EQ(end("i2"), 200);
         EXPECT_EQ(offer("i4", {{"large"}, {"small"}}), "large");
-        start("i4");
-        put("i4", "large", large);
+        run("i4", "large", large);
         EXPECT_EQ(end("i4"), 200);
         EXPECT_EQ(read("i4", "large", row.lost.front()), 200);
         EXPECT_EQ(offer("i5", {{"large"}, {"small"}}), "");
@@ -147,8 +121,7 @@ TEST_F(Damage, IsToldApartFromAStorageThatIsDownAndHealsWithTheNextBackup) {
 TEST_F(Damage, OfAWholeContainerIsSeenWhenABackupEnds) {
     backup("i1", {{"a"}, {"b"}});
     ASSERT_EQ(offer("i2", {{"a"}, {"b"}, {"c"}}), "c");
-    start("i2");
-    put("i2", "c", "c");
+    run("i2", "c", "c");
     fs::remove(package(1));
     const std::string refused = namedAtEnd("i2");
     EXPECT_EQ(refused, "a,b<409>");
@@ -196,18 +169,16 @@ TEST_F(Damage, OfRowsIsNoShortList) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        TearDown();
-        SetUp();
+        again();
         backup("i1", six);
         change(row.sql);
         for (const size_t limit : {1U, 2U, 1000U}) {
             EXPECT_EQ(list("i1", "", limit), row.all);
             EXPECT_EQ(list("i1", "d", limit), row.below);
         }
-        json::object request = file("i1", "b", 1);
-        request["path"] = "d";
-        EXPECT_EQ(post(downloadPath, json::serialize(request)).status, row.status);
-        EXPECT_EQ(post(fileInfoPath, json::serialize(request)).status, row.status);
+        for (const auto path : {downloadPath, fileInfoPath}) {
+            EXPECT_EQ(ask(path, place("i1", "b", "d")).status, row.status);
+        }
         // What is not sound is not carried on into the next one.
         const std::string wanted = offer("i2", six);
         start("i2");
@@ -222,8 +193,7 @@ TEST_F(Damage, LeavesNoRunForEver) {
     offer("young", {{"a"}});
     start("young");
     offer("pending", {{"a"}});
-    start("old");
-    put("old", "a", "a");
+    run("old", "a", "a");
     backup("done", {{"b"}});
     change("UPDATE instances SET idle = 1000, damaged = (name = 'old') WHERE name <> 'young'");
     change("UPDATE instances SET idle = 999 WHERE name = 'young'");
@@ -280,11 +250,9 @@ TEST_F(Damage, OfACrashIsWhatIsNotOnTheDisk) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        TearDown();
-        SetUp();
+        again();
         offer("i1", {{"a"}, {"never sent"}});
-        start("i1");
-        put("i1", "first", "x");
+        run("i1", "first", "x");
         put("i1", "a", bytes);
         offer("i2", {{"a"}});
         server.reset();

@@ -149,15 +149,11 @@ TEST_F(AnotherProgram, ThatRepairsTheLogHoldsUpReaders) {
     EXPECT_TRUE(found.get());
 }
 
-class Durability : public ServiceFixture {
-protected:
-    void change(const char* sql) { Database((data / "catalog.db").string()).exec(sql); }
-};
+using Durability = ServiceFixture;
 
 // The system tells of it once, and a service that has ended remembers nothing.
 TEST_F(Durability, OfBytesThatTheDiskRefusedIsNotLeftToTheNextService) {
-    start("i1");
-    put("i1", "a", "refused");
+    run("i1", "a", "refused");
     change(
         "CREATE TRIGGER never BEFORE UPDATE OF damaged ON instances BEGIN SELECT"
         " RAISE(ABORT, 'not now'); END");
@@ -170,28 +166,19 @@ TEST_F(Durability, OfBytesThatTheDiskRefusedIsNotLeftToTheNextService) {
     EXPECT_EQ(start("i1"), 409);
 }
 
-TEST_F(Durability, OfWhatACrashLeftIsNotWhatTheDiskRefusesThen) {
-    start("i1");
-    put("i1", "a", "bytes");
-    server.reset();
-    change("UPDATE service SET boot = 'boot 1'");
-    {
-        const FalseDisk refuses([](int fd) { return FalseDisk::name(fd) == "1.pkg" ? -1 : 0; });
-        restart();
+TEST_F(Durability, OfWhatACrashLeftIsNotWhatTheDiskRefusesThenOrTheSystemRemembers) {
+    for (const std::string refused : {"1.pkg", "none"}) {
+        again();
+        run("i1", "a", "bytes");
+        server.reset();
+        change("UPDATE service SET boot = 'boot 1'");
+        {
+            const FalseDisk disk([&](int fd) { return FalseDisk::name(fd) == refused ? -1 : 0; },
+                                 refused == "none");
+            restart();
+        }
+        EXPECT_EQ(start("i1"), 409) << refused;
     }
-    EXPECT_EQ(start("i1"), 409);
-}
-
-TEST_F(Durability, OfWhatACrashLeftIsNotWhatTheSystemRemembers) {
-    start("i1");
-    put("i1", "a", "bytes");
-    server.reset();
-    change("UPDATE service SET boot = 'boot 1'");
-    {
-        const FalseDisk remembers([](int) { return 0; }, true);
-        restart();
-    }
-    EXPECT_EQ(start("i1"), 409);
 }
 
 // Nothing has been served.
@@ -212,8 +199,7 @@ TEST_F(Durability, AStartThatFailsIsNoCrash) {
 
 // Of a complete file nobody would ask for the error.
 TEST_F(Durability, OfErrorsIsThatOfTheFilesTheyAreOf) {
-    start("i1");
-    put("i1", "a", "complete");
+    run("i1", "a", "complete");
     const SyncCount log("catalog.db-wal");
     EXPECT_EQ(addError("i1", "a"), 200);
     EXPECT_GT(log.count(), 0);

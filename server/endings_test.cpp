@@ -119,8 +119,7 @@ TEST_F(SlowEnds, HoldUpNobodyAndSendTheirRepeatsAway) {
         EXPECT_EQ(putInfo(name, "other", 1), 503);
     }
     offer("other", {{"a"}});
-    start("other");
-    put("other", "a", "a");
+    run("other", "a", "a");
     blocks_->open();
     for (Client& client : clients) {
         EXPECT_EQ(client.receive().status, 200);
@@ -201,8 +200,7 @@ protected:
 
 TEST_F(Pieces, OfACancelThatDiedAreGoneAfterTheNextStart) {
     offer("i1", files());
-    start("i1");
-    put("i1", "3400", "bytes");
+    run("i1", "3400", "bytes");
     {
         const Fault fault(data);
         EXPECT_EQ(cancel("i1"), 503);
@@ -218,8 +216,7 @@ TEST_F(Pieces, OfACancelThatDiedAreGoneAfterTheNextStart) {
 
 TEST_F(Pieces, OfAnEndThatDiedLetItEndAsItWouldHave) {
     offer("i1", files());
-    start("i1");
-    put("i1", "whole", "bytes");
+    run("i1", "whole", "bytes");
     EXPECT_EQ(post(addErrorsPath, errors("i1", 0, 2500)).status, 200);
     {
         const Fault fault(data);
@@ -249,13 +246,12 @@ TEST_F(Pieces, AreAllLookedAtByTheEnd) {
     start("i1");
     offer("i1", files());
     post(addErrorsPath, errors("i1", 1, 2499));
-    EXPECT_EQ(post(endJobPath, R"({"jobinstanceid":"i1","endtime":""})").json().at("incomplete"),
-              json::array({"1000", "3499"}));
+    EXPECT_EQ(endJob("i1").json().at("incomplete"), json::array({"1000", "3499"}));
     post(addErrorsPath, errors("i1", 0, 1));
     post(addErrorsPath, errors("i1", 2499, 2500));
     // A package behind those of all other pieces has lost a byte.
     put("i1", "4000", "bytes");
-    std::filesystem::resize_file(data / "packages" / "01" / "1.pkg", 4);
+    std::filesystem::resize_file(package(1), 4);
     EXPECT_EQ(end("i1"), 409);
 }
 

@@ -78,8 +78,7 @@ protected:
     void SetUp() override {
         ServiceFixture::SetUp();
         backup("done", {{"a"}});
-        start("run");
-        put("run", "b", "b");
+        run("run", "b", "b");
         server.reset();
         column("UPDATE instances SET idle = 1000");
         catalog.emplace(data);
@@ -123,7 +122,7 @@ TEST_F(FullDisk, AbandonedRunsAreGivenUpForAllThat) {
     ASSERT_EQ(done.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
     EXPECT_EQ(column("SELECT group_concat(name || state, ' ') FROM instances"),
               "done2 run3 first1 last3");
-    EXPECT_FALSE(fs::exists(data / "packages" / "02" / "2.pkg"));
+    EXPECT_FALSE(fs::exists(package(2)));
 }
 
 TEST_F(FullDisk, ReadersNeedNoRoom) {
@@ -136,16 +135,11 @@ TEST_F(FullDisk, ReadersNeedNoRoom) {
 
 TEST_F(FullDisk, DamageIsSaidAndRememberedIfThatCanBe) {
     RestoreEndpoints restores(*catalog, *catalog, *blocks, *room);
-    fs::resize_file(data / "packages" / "01" / "1.pkg", 0);
-    const json::object body{{"machine", "pc"},
-                            {"jobinstanceid", "done"},
-                            {"path", ""},
-                            {"filename", "a"},
-                            {"blockindex", "1"}};
+    fs::resize_file(package(1), 0);
     for (const bool forEver : {true, false}) {
         catalog->forEver = forEver;
         try {
-            restores.downloadFileBlock(session, body);
+            restores.downloadFileBlock(session, place("done", "a"));
             ADD_FAILURE() << "it was read";
         } catch (const ServiceError& error) {
             EXPECT_EQ(error.status(), 410);

@@ -17,7 +17,7 @@ import tempfile
 import unittest
 
 import durability_test
-from durability_test import BLOCK, UPLOAD, WEB, Server, Session
+from durability_test import BLOCK, Server, Session
 
 
 class FullDisk(unittest.TestCase):
@@ -56,9 +56,8 @@ class FullDisk(unittest.TestCase):
             catalog.close()
 
     def upload(self, session, instance):
-        session.offer(instance, [instance])
-        session.start(instance)
-        session.info(instance, instance, 100 * BLOCK)
+        session.open(instance, [instance])
+        session.file(instance, instance, 100 * BLOCK)
 
     def refusal(self, call, *arguments):
         with self.assertRaises(AssertionError) as caught:
@@ -66,14 +65,12 @@ class FullDisk(unittest.TestCase):
         return str(caught.exception)
 
     def read(self, session):
-        info = session.post(UPLOAD.replace("backupServer", "RestoreServer") + "GetFileInfo.php",
-                            {"machine": "m", "jobinstanceid": "done", "path": "", "filename": "done"})
-        self.assertEqual(info["totalblock"], 100)
+        self.assertEqual(session.file_info("done", "m", "done").json["totalblock"], 100)
 
     def recover(self, session):
         """What must be possible on a full disk."""
         self.read(session)
-        session.post(WEB + "jobs/StartRestoreJob.php", {"jobdefinitionid": "r", "jobinstanceid": "done"})
+        session.start_restore("done", "r")
 
     def test_can_be_left(self):
         server = self.serve()
@@ -81,9 +78,9 @@ class FullDisk(unittest.TestCase):
             self.upload(session, "done")
             for number in range(1, 101):
                 session.block("done", "done", number, bytes(BLOCK))
-            session.end("done")
-            session.start("run")
-            session.info("run", "run", 1000 * BLOCK)
+            session.end("done", "now")
+            session.open("run", ["run"])
+            session.file("run", "run", 1000 * BLOCK)
             blocks = 0
             while blocks < 1000:
                 try:
@@ -112,13 +109,12 @@ class FullDisk(unittest.TestCase):
                     self.fill()
                 server = self.serve()
                 for client in (session, old):
-                    client.connection.close()
-                    client.connection.port = server.port
-            session.post(WEB + "jobs/CancelJob.php", {"id": "run"})
+                    client.connect(server.port)
+            session.cancel("run")
             self.upload(session, "more")
             for number in range(1, 101):
                 session.block("more", "more", number, bytes(BLOCK))
-            session.end("more")
+            session.end("more", "now")
 
             # When the room that was held is gone too.
             self.fill()
@@ -129,14 +125,13 @@ class FullDisk(unittest.TestCase):
             self.assertEqual(server.process.returncode, 0)
             (self.data / "somebody's").unlink()
             server = self.serve()
-            old.connection.close()
-            old.connection.port = server.port
+            old.connect(server.port)
             self.read(old)
 
     def test_can_be_left_where_no_file_can_be_made(self):
         server = self.serve()
         with Session(server.port) as session:
-            session.start("done")
+            session.start("done", "job", (1, 0, 1), "now")
         server.kill()
         stranger = self.data / "packages" / "77" / "119.pkg"
         stranger.parent.mkdir()

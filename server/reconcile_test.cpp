@@ -18,18 +18,10 @@ namespace {
 namespace fs = std::filesystem;
 namespace json = boost::json;
 
-std::string contentOf(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 class Reconcile : public ServiceFixture {
 protected:
-    fs::path package(const std::string& number) const {
-        return data / "packages" / ("0" + number) / (number + ".pkg");
-    }
-    fs::path orphan(const std::string& number) const {
-        return data / "orphans" / (number + ".pkg");
+    fs::path orphan(int number) const {
+        return data / "orphans" / (std::to_string(number) + ".pkg");
     }
 
     // The catalog's files, to be put back later; another process' copy would be no other.
@@ -79,25 +71,25 @@ protected:
 TEST_F(Reconcile, MovesAsideWhatTheCatalogDoesNotKnow) {
     backup("i1", {{"a"}});
     server.reset();
-    for (const char* number : {"2", "7"}) {
+    for (const int number : {2, 7}) {
         fs::create_directories(package(number).parent_path());
         std::ofstream(package(number)) << "stranger " << number;
     }
     fs::create_directory(data / "orphans");
-    std::ofstream(orphan("7")) << "older";
+    std::ofstream(orphan(7)) << "older";
     const fs::path endless = data / "packages" / "ff" / "9223372036854775807.pkg";
     fs::create_directory(endless.parent_path());
     std::ofstream(endless) << "nobody's";
     ASSERT_EQ(refusal(), "");
-    EXPECT_EQ(contentOf(orphan("2")), "stranger 2");
-    EXPECT_EQ(contentOf(orphan("7")), "older");
+    EXPECT_EQ(contentOf(orphan(2)), "stranger 2");
+    EXPECT_EQ(contentOf(orphan(7)), "older");
     EXPECT_EQ(contentOf(data / "orphans" / "7-2.pkg"), "stranger 7");
-    EXPECT_NE(lines.find(orphan("2").string()), std::string::npos) << lines;
-    EXPECT_FALSE(fs::exists(package("2")));
+    EXPECT_NE(lines.find(orphan(2).string()), std::string::npos) << lines;
+    EXPECT_FALSE(fs::exists(package(2)));
     EXPECT_TRUE(fs::exists(endless));
     EXPECT_EQ(stored("i1", "a"), "a");
     backup("i2", {{"b"}});
-    EXPECT_EQ(contentOf(package("8")), "b");  // and not behind the last number that there is
+    EXPECT_EQ(contentOf(package(8)), "b");  // and not behind the last number that there is
     lines.clear();
     EXPECT_EQ(refusal(), "");
     EXPECT_EQ(lines, "");
@@ -105,8 +97,7 @@ TEST_F(Reconcile, MovesAsideWhatTheCatalogDoesNotKnow) {
 
 TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     backup("i1", {{"a"}});
-    start("i2");
-    put("i2", "b", "known to both");
+    run("i2", "b", "known to both");
     offer("offered", {{"a"}});  // which is carried over
     offer("started", {{"a"}});
     start("started");
@@ -114,8 +105,7 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     put("i2", "c", "known to the later one");
     ASSERT_EQ(end("i2"), 200);
     backup("i3", {{"d"}});
-    start("open");
-    put("open", "o", "under way");
+    run("open", "o", "under way");
     restart();
     server.reset();
     keepCatalog(data / "later");
@@ -126,8 +116,8 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     EXPECT_EQ(stored("i1", "a"), "a");
     EXPECT_EQ(state("i2"), "cancelled");
     EXPECT_EQ(state("offered") + state("started"), "cancelledcancelled");
-    EXPECT_EQ(contentOf(orphan("2")), before.at(package("2")));
-    EXPECT_EQ(contentOf(orphan("3")), before.at(package("3")));
+    EXPECT_EQ(contentOf(orphan(2)), before.at(package(2)));
+    EXPECT_EQ(contentOf(orphan(3)), before.at(package(3)));
     EXPECT_NE(lines.find("i2"), std::string::npos) << lines;
     backup("i4", {{"e"}});
     cancel("i2");
@@ -135,7 +125,7 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     // And the later one again, as the operator's page has it.
     server.reset();
     putCatalogBack(data / "later");
-    for (const char* number : {"2", "3"}) {
+    for (const int number : {2, 3}) {
         fs::rename(orphan(number), package(number));
     }
     ASSERT_EQ(refusal(), "");
@@ -144,7 +134,7 @@ TEST_F(Reconcile, LosesNothingToAnOlderCatalogThatIsPutBack) {
     EXPECT_EQ(contentOf(data / "orphans" / "5.pkg"), "e");
     // The packages have been in service without it.
     EXPECT_EQ(state("open"), "cancelled");
-    EXPECT_EQ(contentOf(orphan("4")), "under way");
+    EXPECT_EQ(contentOf(orphan(4)), "under way");
 }
 
 // Without an end of service in between.
@@ -165,11 +155,9 @@ TEST_F(Reconcile, KnowsACopyOfACatalogThatIsBeingServed) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        TearDown();
-        SetUp();
+        again();
         backup("base", {{"a"}});
-        start("run");
-        put("run", "c", "known ");
+        run("run", "c", "known ");
         options.generationPace = std::chrono::milliseconds(row.paced ? 1 : 3'600'000);
         restart();
         keepCatalog(data / "copy");
@@ -183,33 +171,31 @@ TEST_F(Reconcile, KnowsACopyOfACatalogThatIsBeingServed) {
         }
         const auto killed = readMarker(data / "packages");
         server.reset();
-        const auto whole = packages().at(package("2"));
+        const auto whole = packages().at(package(2));
         putCatalogBack(data / "copy");
         writeMarker(data / "packages", *killed);
         ASSERT_EQ(refusal(), "");
         EXPECT_EQ(state("run"), "cancelled");
-        EXPECT_EQ(contentOf(orphan("2")), whole);
+        EXPECT_EQ(contentOf(orphan(2)), whole);
     }
 }
 
 TEST_F(Reconcile, TakesTheTailThatAPowerCutLeavesForItsOwn) {
-    start("i1");
-    put("i1", "a", "known");
+    run("i1", "a", "known");
     server.reset();
     column("UPDATE service SET boot = 'boot 1'");
-    std::ofstream(package("1"), std::ios::app) << " and lost";
+    std::ofstream(package(1), std::ios::app) << " and lost";
     restart("boot 2");
     put("i1", "b", " new");
-    EXPECT_EQ(contentOf(package("1")), "known and lost new");
+    EXPECT_EQ(contentOf(package(1)), "known and lost new");
     EXPECT_EQ(cancel("i1"), 200);
     restart();
-    EXPECT_FALSE(fs::exists(package("1")));
+    EXPECT_FALSE(fs::exists(package(1)));
     EXPECT_FALSE(fs::exists(data / "orphans"));
 }
 
 TEST_F(Reconcile, KeepsTheTailThatACopyWithoutItsLogDoesNotKnow) {
-    start("i1");
-    put("i1", "a", "known");
+    run("i1", "a", "known");
     server.reset();
     keepCatalog(data / "copy");
     const auto marker = readMarker(data / "packages");
@@ -221,13 +207,13 @@ TEST_F(Reconcile, KeepsTheTailThatACopyWithoutItsLogDoesNotKnow) {
     writeMarker(data / "packages", *marker);  // as if the copy were of the last service
     ASSERT_EQ(refusal(), "");
     put("i1", "c", " new");
-    EXPECT_EQ(contentOf(package("1")), "known and acknowledged new");
+    EXPECT_EQ(contentOf(package(1)), "known and acknowledged new");
     EXPECT_EQ(stored("i1", "c"), " new");
     backup("i2", {{"other"}});
     EXPECT_EQ(cancel("i1"), 200);
     column("INSERT INTO damaged VALUES(1, 0), (2, 9)");
     restart();
-    EXPECT_EQ(contentOf(orphan("1")), "known and acknowledged new");
+    EXPECT_EQ(contentOf(orphan(1)), "known and acknowledged new");
     // And nothing else is kept of it.
     EXPECT_EQ(column("SELECT group_concat(container) FROM digests"), "2");
     EXPECT_EQ(column("SELECT group_concat(container) FROM damaged"), "2");
@@ -238,8 +224,8 @@ TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
     keepCatalog(data / "served");
     server.reset();
     column("VACUUM");  // so that its pages are others than those of the log that was just kept
-    fs::create_directories(package("9").parent_path());
-    std::ofstream(package("9")) << "stranger";
+    fs::create_directories(package(9).parent_path());
+    std::ofstream(package(9)) << "stranger";
     keepCatalog(data / "whole");
     const auto whole = packages();
     const fs::path catalog = data / "catalog.db";
@@ -306,16 +292,9 @@ TEST_F(Reconcile, RefusesWhatMustBeAMistakeAndChangesNothing) {
 
 TEST_F(Reconcile, PackagesThatGoAwayMeanwhileAreWaitedFor) {
     backup("i1", {{"a"}});
-    start("i2");
-    put("i2", "b", "b");
-    start("i3");
-    put("i3", "c", "c");
-    const auto read = [&] {
-        return post(downloadPath, R"({"machine":"pc","jobinstanceid":"i1","path":"",)"
-                                  R"("filename":"a","blockindex":"1"})")
-            .status;
-    };
-    EXPECT_EQ(read(), 200);
+    run("i2", "b", "b");
+    run("i3", "c", "c");
+    EXPECT_EQ(read("i1", "a"), 200);
     for (const bool emptyFolder : {false, true}) {
         fs::rename(data / "packages", data / "away");
         if (emptyFolder) {
@@ -324,7 +303,7 @@ TEST_F(Reconcile, PackagesThatGoAwayMeanwhileAreWaitedFor) {
         EXPECT_EQ(putInfo("i2", "d", 1), 200);
         EXPECT_EQ(putBlock("i2", "d", 1, "d"), 503);
         EXPECT_EQ(putBlock("i2", "b", 1, "b"), 503);  // a repeat: what is there is not forgotten
-        EXPECT_EQ(read(), 503);
+        EXPECT_EQ(read("i1", "a"), 503);
         EXPECT_EQ(addError("i2", "d"), 200);
         EXPECT_EQ(end("i2"), 503);
         EXPECT_EQ(cancel("i3"), 200);
@@ -333,11 +312,11 @@ TEST_F(Reconcile, PackagesThatGoAwayMeanwhileAreWaitedFor) {
         fs::remove(data / "packages");
         fs::rename(data / "away", data / "packages");
     }
-    EXPECT_EQ(read(), 200);
-    EXPECT_TRUE(fs::exists(package("3")));
+    EXPECT_EQ(read("i1", "a"), 200);
+    EXPECT_TRUE(fs::exists(package(3)));
     EXPECT_EQ(end("i2"), 200);
     EXPECT_EQ(cancel("i3"), 200);  // frees what could not be freed then
-    EXPECT_FALSE(fs::exists(package("3")));
+    EXPECT_FALSE(fs::exists(package(3)));
 }
 
 }  // namespace

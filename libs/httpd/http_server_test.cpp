@@ -5,7 +5,6 @@
 
 #include <future>
 
-#include "httpd/http_head.h"
 #include "httpd/testing/echo_service.h"
 
 namespace dorvo {
@@ -172,15 +171,6 @@ TEST_F(Http, ARequestThatIsWholeOnlyAfterThePatienceGoesWithItsConnection) {
     EXPECT_EQ(service.handled, 1);
     server.reset();
     EXPECT_EQ(late.receive().status, 0);
-}
-
-TEST(HttpTarget, IsDecodedAndLosesItsQuery) {
-    EXPECT_EQ(decodedPath("/dorvo/Storage%20Server/x"), "/dorvo/Storage Server/x");
-    EXPECT_EQ(decodedPath("/a%2Eb%c3%A4?q=%zz"), "/a.b\u00e4");
-    for (const char* wrong :
-         {"/%", "/%2", "/%zz", "/%+1", "/%-1", "/a%00", "/a%0a", "/a%2Fb", "/a%5cb"}) {
-        EXPECT_EQ(decodedPath(wrong), std::nullopt) << wrong;
-    }
 }
 
 }  // namespace

@@ -83,11 +83,9 @@ protected:
 TEST_F(LowDisk, RefusesWhatStoresMoreAndNothingElse) {
     backup("done", {{"a"}});
     offer("run", {{"a", 2}, {"b", 2}});
-    start("run");
-    put("run", "a", "a", 2);
+    run("run", "a", "a", 2);
     putInfo("run", "b", 1);
-    start("other");
-    put("other", "c", "c");
+    run("other", "c", "c");
     for (const std::string& low : {std::string("packages"), data.filename().string()}) {
         SCOPED_TRACE(low);
         disk = low;
@@ -105,10 +103,7 @@ TEST_F(LowDisk, RefusesWhatStoresMoreAndNothingElse) {
         EXPECT_EQ(putBlock("run", "a", 1, "a"), 200);  // is there
         EXPECT_EQ(everything(), before);
     }
-    EXPECT_EQ(post(downloadPath, R"({"machine":"pc","jobinstanceid":"done","path":"",)"
-                                 R"("filename":"a","blockindex":"1"})")
-                  .status,
-              200);
+    EXPECT_EQ(read("done", "a"), 200);
     EXPECT_EQ(post(startRestorePath, R"({"jobdefinitionid":"r","jobinstanceid":"done"})").status,
               200);
     EXPECT_EQ(addError("run", "b"), 200);

@@ -76,6 +76,19 @@ TEST_F(FileBlockStoreTest, KeepsInMindWhatTheDiskHasRefused) {
     EXPECT_TRUE(blocks.sync(65, 5));
 }
 
+TEST_F(FileBlockStoreTest, ReadsAgainFromTheDiskOrSaysThatItCannot) {
+    blocks.write(1, 0, "bytes");
+    EXPECT_TRUE(blocks.syncToReadAgain(1));
+    EXPECT_TRUE(blocks.syncToReadAgain(2));  // of which nothing is remembered
+    const fs::path file = packages / "01" / "1.pkg";
+    const FalseDisk vanishing([&](int) {
+        fs::remove(file);
+        fs::create_symlink(file, file);
+        return 0;
+    });
+    EXPECT_THROW(static_cast<void>(blocks.syncToReadAgain(1)), std::exception);
+}
+
 TEST_F(FileBlockStoreTest, SyncsTheFoldersOfWhatItMovesAndRemoves) {
     blocks.write(1, 0, "bytes");
     blocks.write(2, 0, "bytes");

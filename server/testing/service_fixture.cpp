@@ -14,14 +14,10 @@ namespace dorvo {
 namespace fs = std::filesystem;
 namespace json = boost::json;
 
-namespace {
-
 std::string contentOf(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
 }
-
-}  // namespace
 
 std::string md5Text(std::string_view bytes) {
     return hexText(md5(bytes));
@@ -105,6 +101,24 @@ Answer ServiceFixture::postAs(const std::string& cookie, std::string_view path,
     return Client(port()).post(path, body, cookie, contentType);
 }
 
+Answer ServiceFixture::ask(std::string_view path, const json::object& body,
+                           const std::string& cookie) {
+    return postAs(cookie.empty() ? alice : cookie, path, json::serialize(body));
+}
+
+json::object ServiceFixture::place(const std::string& instance, const std::string& name,
+                                   const std::string& folder, const std::string& block) {
+    return {{"machine", "pc"},
+            {"jobinstanceid", instance},
+            {"path", folder},
+            {"filename", name},
+            {"blockindex", block}};
+}
+
+int ServiceFixture::read(const std::string& instance, const std::string& name, int64_t block) {
+    return ask(downloadPath, place(instance, name, "", std::to_string(block))).status;
+}
+
 std::string ServiceFixture::offer(const std::string& instance, const std::vector<Offer>& files,
                                   const std::string& definition, const std::string& cookie,
                                   bool first) {
@@ -113,13 +127,13 @@ std::string ServiceFixture::offer(const std::string& instance, const std::vector
         source.push_back(
             json::object{{"path", file.path}, {"mtimeHigh", 0}, {"mtimeLow", file.mtime}});
     }
-    const json::object request{{"id", definition},
+    const Answer answer = ask(filesToBackupPath,
+                              {{"id", definition},
                                {"jobinstanceid", instance},
                                {"compress", true},
                                {"first", first},
-                               {"source", source}};
-    const Answer answer =
-        postAs(cookie.empty() ? alice : cookie, filesToBackupPath, json::serialize(request));
+                               {"source", source}},
+                              cookie);
     if (answer.status != 200) {
         return "<" + std::to_string(answer.status) + ">";
     }
@@ -132,12 +146,12 @@ std::string ServiceFixture::offer(const std::string& instance, const std::vector
 }
 
 int ServiceFixture::start(const std::string& instance, const std::string& definition) {
-    return post(startJobPath, json::serialize(json::object{{"jobdefinitionid", definition},
-                                                           {"jobinstanceid", instance},
-                                                           {"totalfiles", 1},
-                                                           {"totaldirectories", 2},
-                                                           {"totalsize", 3},
-                                                           {"starttime", "2011-3-4 05:06:07"}}))
+    return ask(startJobPath, {{"jobdefinitionid", definition},
+                              {"jobinstanceid", instance},
+                              {"totalfiles", 1},
+                              {"totaldirectories", 2},
+                              {"totalsize", 3},
+                              {"starttime", "2011-3-4 05:06:07"}})
         .status;
 }
 
@@ -164,21 +178,23 @@ void ServiceFixture::put(const std::string& instance, const std::string& path,
     }
 }
 
-int ServiceFixture::addError(const std::string& instance, const std::string& path) {
-    const json::array errors{json::object{{"path", path}, {"code", 5}, {"reason", "denied"}}};
-    return post(addErrorsPath,
-                json::serialize(json::object{{"jobinstanceid", instance}, {"errors", errors}}))
-        .status;
+void ServiceFixture::run(const std::string& instance, const std::string& path,
+                         std::string_view bytes, uint32_t mtime) {
+    ASSERT_EQ(start(instance), 200);
+    put(instance, path, bytes, mtime);
 }
 
-int ServiceFixture::end(const std::string& instance) {
-    return post(endJobPath, json::serialize(json::object{{"jobinstanceid", instance},
-                                                         {"endtime", "2011-3-4 06:06:07"}}))
-        .status;
+int ServiceFixture::addError(const std::string& instance, const std::string& path) {
+    const json::array errors{json::object{{"path", path}, {"code", 5}, {"reason", "denied"}}};
+    return ask(addErrorsPath, {{"jobinstanceid", instance}, {"errors", errors}}).status;
+}
+
+Answer ServiceFixture::endJob(const std::string& instance) {
+    return ask(endJobPath, {{"jobinstanceid", instance}, {"endtime", "2011-3-4 06:06:07"}});
 }
 
 int ServiceFixture::cancel(const std::string& instance) {
-    return post(cancelJobPath, json::serialize(json::object{{"id", instance}})).status;
+    return ask(cancelJobPath, {{"id", instance}}).status;
 }
 
 void ServiceFixture::backup(const std::string& instance, const std::vector<Offer>& files) {
@@ -197,6 +213,14 @@ std::string ServiceFixture::column(const std::string& sql) {
     Statement statement(database, sql);
     auto rows = statement.query();
     return rows.next() ? std::string(rows.text(0)) : std::string();
+}
+
+void ServiceFixture::change(const std::string& sql) const {
+    Database((data / "catalog.db").string()).exec(sql.c_str());
+}
+
+fs::path ServiceFixture::package(int number) const {
+    return data / "packages" / ("0" + std::to_string(number)) / (std::to_string(number) + ".pkg");
 }
 
 std::string ServiceFixture::stored(const std::string& instance, const std::string& path) {

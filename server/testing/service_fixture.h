@@ -50,6 +50,10 @@ class ServiceFixture : public testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
+    void again() {
+        TearDown();
+        SetUp();
+    }
 
     // Stops the server and starts one on the same data; an empty boot means the same boot.
     void restart(const std::string& boot = {});
@@ -60,6 +64,14 @@ protected:
     Answer post(std::string_view path, std::string_view body) { return postAs(alice, path, body); }
     Answer postAs(const std::string& cookie, std::string_view path, std::string_view body,
                   std::string_view contentType = "application/json") const;
+
+    Answer ask(std::string_view path, const boost::json::object& body,
+               const std::string& cookie = {});
+    // What both reads of a restore ask for.
+    static boost::json::object place(const std::string& instance, const std::string& name,
+                                     const std::string& folder = "",
+                                     const std::string& block = "1");
+    int read(const std::string& instance, const std::string& name, int64_t block = 1);
 
     // The paths that are to be sent, joined with commas; "<status>" when it is refused.
     std::string offer(const std::string& instance, const std::vector<Offer>& files,
@@ -73,14 +85,22 @@ protected:
     // Information and all blocks; each must be answered 200.
     void put(const std::string& instance, const std::string& path, std::string_view data,
              uint32_t mtime = 1);
+    // Starts it and puts that file, or the first of its files.
+    void run(const std::string& instance, const std::string& path, std::string_view data,
+             uint32_t mtime = 1);
     int addError(const std::string& instance, const std::string& path);
-    int end(const std::string& instance);
+    int end(const std::string& instance) { return endJob(instance).status; }
+    Answer endJob(const std::string& instance);
     int cancel(const std::string& instance);
     // A whole backup of these files, each with its path as content.
     void backup(const std::string& instance, const std::vector<Offer>& files);
 
     // The first column of the query's first row, straight from the database.
     std::string column(const std::string& sql);
+    // Changes the database behind the server's back.
+    void change(const std::string& sql) const;
+    // Of one of the first containers.
+    [[nodiscard]] std::filesystem::path package(int number) const;
     // The package's stored blocks; "none" when the instance has no such file.
     std::string stored(const std::string& instance, const std::string& path);
     // The instance's state in the list, "" when it isn't listed.
@@ -103,6 +123,8 @@ std::string fileInfo(const std::string& instance, const std::string& path, uint6
 std::string folderInfo(const std::string& instance, const std::string& path);
 std::string blockForm(const std::string& instance, const std::string& path,
                       const std::string& fileName, std::string_view data, const std::string& md5);
+
+std::string contentOf(const std::filesystem::path& file);
 
 // The MD5 of the bytes as 32 lower-case hexadecimal digits.
 std::string md5Text(std::string_view bytes);
