@@ -263,10 +263,7 @@ void StorageServer::recordEnd() {
 }
 
 void addUser(const fs::path& data, const std::string& name, const std::string& password) {
-    checkName(name, "user");
-    if (password.empty()) {
-        throw std::runtime_error("the password is empty");
-    }
+    checkAccount(name, password);
     const auto lock = tryLock(data);
     const std::string path = prepareDataFolder(data);
     if (lock) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <chrono>
+#include <stdexcept>
 
 #include "common/digest.h"
 #include "common/service_error.h"
@@ -61,6 +62,19 @@ std::string_view checkName(std::string_view name, std::string_view what) {
         throw ServiceError(400, "\"" + std::string(what) + "\" is too long");
     }
     return name;
+}
+
+void checkAccount(std::string_view user, std::string_view password) {
+    json::object login;
+    try {
+        login = parseBody(json::serialize(json::object{{"user", user}, {"password", password}}));
+    } catch (const ServiceError&) {
+        throw std::runtime_error("the name or the password is no text in UTF-8, or has no end");
+    }
+    checkName(textMember(login, "user", maxName), "user");
+    if (textMember(login, "password", maxPassword).empty()) {
+        throw std::runtime_error("the password is empty");
+    }
 }
 
 std::optional<Session> AccountEndpoints::session(std::string_view cookie) {

@@ -57,4 +57,7 @@ private:
 // no control characters. Throws ServiceError 400.
 std::string_view checkName(std::string_view name, std::string_view what);
 
+// What no login can bring is no account's. Throws std::runtime_error.
+void checkAccount(std::string_view user, std::string_view password);
+
 }  // namespace dorvo
