@@ -16,19 +16,17 @@ namespace {
 
 constexpr size_t maxReason = 4096;
 
-std::string reportedPath(std::string_view path) {
-    if (isPath(path)) {
-        return std::string(path);
-    }
+// As much of a text as can be kept.
+std::string kept(std::string_view text, size_t limit) {
     // Cut before a character, not within one.
-    size_t length = std::min(path.size(), maxPathBytes);
-    while (length < path.size() && length > 0 &&
-           (static_cast<unsigned char>(path[length]) & 0xC0U) == 0x80U) {
+    size_t length = std::min(text.size(), limit);
+    while (length < text.size() && length > 0 &&
+           (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80U) {
         --length;
     }
-    std::string usable(path.substr(0, length));
-    std::replace(usable.begin(), usable.end(), '\0', '?');
-    return usable.empty() ? "?" : usable;
+    std::string result(text.substr(0, length));
+    std::replace(result.begin(), result.end(), '\0', '?');
+    return result;
 }
 
 constexpr uint32_t directoryAttribute = 16;
@@ -100,8 +98,9 @@ std::vector<FailedFile> errorsMember(const json::object& body) {
     std::vector<FailedFile> errors;
     for (const json::value& element : arrayMember(body, "errors")) {
         const json::object& error = objectElement(element, "errors");
-        errors.push_back({reportedPath(anyTextMember(error, "path")), u32Member(error, "code"),
-                          std::string(textMember(error, "reason", maxReason))});
+        const std::string path = kept(anyTextMember(error, "path"), maxPathBytes);
+        errors.push_back({path.empty() ? "?" : path, u32Member(error, "code"),
+                          kept(anyTextMember(error, "reason"), maxReason)});
     }
     return errors;
 }

@@ -31,7 +31,8 @@ void requireUndamaged(const Instance& instance);
 [[noreturn]] void refuseState(const Instance& instance);
 
 // The "errors" of a request that reports failed files. A path that no file can have here is made
-// into one: the report is about it, and the others' must not be lost for it.
+// into one, and an endless reason cut: the report is about it, and the others' must not be lost for
+// it.
 std::vector<FailedFile> errorsMember(const boost::json::object& body);
 
 // A file's attribute data. Throws ServiceError 400 unless all nine numbers are there.
