@@ -76,6 +76,7 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
     limits.idle = std::chrono::milliseconds(50);
     limits.head = std::chrono::milliseconds(50);
     limits.stall = std::chrono::milliseconds(50);
+    limits.connections = 1;
     restart();
     const std::string half = head("/echo", "Content-Length: 4\r\n");
     for (const std::string& begun : {std::string(), std::string("POST /"), half, half + "ab"}) {
@@ -83,6 +84,13 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
         client.send(begun);
         client.waitForClose();
     }
+    Client unread(server->port());
+    unread.send(head("/poll", "Cookie: good\r\nContent-Length: 0\r\n"));
+    service.awaitPolls(1);
+    service.answerPolls(std::string(size_t{32} << 20U, 'x'));  // more than goes unread
+    while (Client(server->port()).receive().status == 503) {
+    }
+    EXPECT_EQ(unread.receive().status, 0);
     EXPECT_EQ(ask("on").status, 200);
 }
 
@@ -127,15 +135,15 @@ TEST_F(Http, ALongPollEndsWithItsClientOrItsPatience) {
 }
 
 TEST_F(Http, StoppingFinishesRequestsAndEndsPollsAtOnce) {
+    Client busy(server->port());  // the oldest is told first
+    busy.send(head("/echo", "Content-Length: 4\r\nExpect: 100-continue\r\n"));
+    EXPECT_EQ(busy.receive().status, 100);  // so the server has read the head
     Client idle(server->port());
     idle.send(sized("/echo", ""));
     EXPECT_EQ(idle.receive().status, 200);
     Client poll(server->port());
     poll.send(sized("/poll", ""));
     service.awaitPolls(1);
-    Client busy(server->port());
-    busy.send(head("/echo", "Content-Length: 4\r\nExpect: 100-continue\r\n"));
-    EXPECT_EQ(busy.receive().status, 100);  // so the server has read the head
     auto stopped = std::async(std::launch::async, [this] { server->stop(); });
     idle.waitForClose();
     poll.waitForClose();
