@@ -69,15 +69,12 @@ TEST_F(Damage, IsToldApartFromAStorageThatIsDownAndHealsWithTheNextBackup) {
         std::vector<int64_t> lost;  // blocks of "large"
     };
     const int64_t begin = 5;  // behind "small"
+    const auto flips = [&](int64_t at) { return [=, this] { flip(package(1), begin + at); }; };
     const Row rows[] = {
-        {"a bit of the first block", [&] { flip(package(1), begin); }, {1}},
-        {"a bit of a block in the first row",
-         [&] { flip(package(1), begin + 63 * blockBytes); },
-         {64}},
-        {"a bit of a block in the second row",
-         [&] { flip(package(1), begin + 64 * blockBytes); },
-         {65}},
-        {"a bit of the last byte", [&] { flip(package(1), begin + 70 * blockBytes + 9); }, {71}},
+        {"a bit of the first block", flips(0), {1}},
+        {"a bit of a block in the first row", flips(63 * blockBytes), {64}},
+        {"a bit of a block in the second row", flips(64 * blockBytes), {65}},
+        {"a bit of the last byte", flips(70 * blockBytes + 9), {71}},
         {"the end is cut off",
          [&] { fs::resize_file(package(1), begin + 70 * blockBytes + 9); },
          {71}},

@@ -29,6 +29,10 @@ TEST(SqliteCatalog, SyncsItsLogForWhatIsDurable) {
     const auto open = [&](const char* name) {
         return catalog.openInstance(session, name, "job", false).id;
     };
+    const std::vector<OfferedFile> a = {{"a", 1}};
+    const std::vector<OfferedFile> b = {{"b", 1}};
+    const std::vector<FailedFile> failed = {{"b", 5, ""}};
+    const std::vector<KeptBlocks> dropped = {{"a", 0}};
     const int64_t run = open("run");
     const int64_t other = open("other");
     struct Row {
@@ -37,29 +41,15 @@ TEST(SqliteCatalog, SyncsItsLogForWhatIsDurable) {
         bool durable = true;
     };
     const Row rows[] = {
-        {"offered to a pending one",
-         [&] {
-             catalog.offerFiles(run, {{"a", 1}}, false, false);
-         },
-         false},
+        {"offered to a pending one", [&] { catalog.offerFiles(run, a, false, false); }, false},
         {"started", [&] { catalog.startInstance(run, "", {}); }},
-        {"offered to a running one",
-         [&] {
-             catalog.offerFiles(run, {{"b", 1}}, false, false);
-         }},
+        {"offered to a running one", [&] { catalog.offerFiles(run, b, false, false); }},
         {"placed", [&] { catalog.placeFile(run, "a", file, 9); }, false},
         {"stored", [&] { catalog.putBlock(run, "a", file, 1, std::string(16, 'x')); }, false},
-        {"failed",
-         [&] {
-             catalog.addErrors(run, {{"b", 5, ""}});
-         },
-         false},
+        {"failed", [&] { catalog.addErrors(run, failed); }, false},
         {"all that was changed", [&] { catalog.syncChanges(); }},
         {"a sync point", [&] { catalog.endSyncPoint(catalog.beginSyncPoint()); }},
-        {"dropped",
-         [&] {
-             catalog.dropBlocks(run, {{"a", 0}});
-         }},
+        {"dropped", [&] { catalog.dropBlocks(run, dropped); }},
         {"used", [&] { catalog.useInstance(run); }, false},
         {"a generation", [&] { catalog.nextGeneration(); }},
         {"the same generation", [&] { catalog.nextGeneration(); }, false},

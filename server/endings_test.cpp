@@ -88,10 +88,8 @@ protected:
     [[nodiscard]] uint16_t port() const override { return http_ ? http_->port() : server->port(); }
 
     [[nodiscard]] std::string endRequest(const std::string& instance) const {
-        const std::string body =
-            json::serialize(json::object{{"jobinstanceid", instance}, {"endtime", "now"}});
-        return "POST " + std::string(endJobPath) + " HTTP/1.1\r\nHost: x\r\nCookie: " + alice +
-               "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+        const json::object body{{"jobinstanceid", instance}, {"endtime", "now"}};
+        return Client::request(endJobPath, json::serialize(body), alice);
     }
 
     std::optional<SqliteCatalog> catalog_;
@@ -109,9 +107,7 @@ TEST_F(SlowEnds, HoldUpNobodyAndSendTheirRepeatsAway) {
     for (const int64_t number : blocks_->waitFor(endingThreads)) {
         const std::string name = "i" + std::to_string(number);
         for (int repeat = 0; repeat < 3; ++repeat) {
-            Client client(port());
-            client.send(endRequest(name));
-            const Answer answer = client.receive();
+            const Answer answer = endJob(name);
             EXPECT_EQ(answer.status, 503);
             EXPECT_EQ(answer.header("Retry-After"), "5");
         }

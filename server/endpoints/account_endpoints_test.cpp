@@ -110,9 +110,9 @@ TEST_F(Accounts, KeepAConnectionFromGivingWayForTheirSession) {
     EXPECT_EQ(ask(alice), 200);
     EXPECT_EQ(Client(port()).receive().status, 503);
     // Also while the next request is on its way.
-    first.send(
-        "POST " + std::string(listInstancesPath) + " HTTP/1.1\r\nHost: x\r\nCookie: " + alice +
-        "\r\nExpect: 100-continue\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n");
+    const std::string next =
+        Client::request(listInstancesPath, body, alice, "Expect: 100-continue\r\n");
+    first.send(next.substr(0, next.size() - body.size()));
     EXPECT_EQ(first.receive().status, 100);
     EXPECT_EQ(Client(port()).receive().status, 503);
     first.send(body);
@@ -128,9 +128,8 @@ TEST_F(Accounts, AreLockedForTheClientBehindATrustedProxyAlone) {
         const std::string body =
             R"({"user":"carol","machine":"pc","password":")" + password + "\"}";
         Client proxy(server->port());
-        proxy.send("POST " + std::string(loginPath) +
-                   " HTTP/1.1\r\nHost: x\r\nX-Forwarded-For: " + client +
-                   "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        proxy.send(Client::request(loginPath, body, {},
+                                   "X-Forwarded-For: " + std::string(client) + "\r\n"));
         return proxy.receive().status;
     };
     options.limits.trustedProxies = {"127.0.0.1"};

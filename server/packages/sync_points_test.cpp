@@ -11,6 +11,7 @@
 
 #include "catalog/sqlite.h"
 #include "catalog/sqlite_catalog.h"
+#include "packages/file_block_store.h"
 #include "testing/temp_folder.h"
 
 namespace dorvo {
@@ -20,8 +21,10 @@ namespace {
 namespace fs = std::filesystem;
 
 // Syncs as its test says, one answer after the other; then it has nothing to say against it.
-class ScriptedStore : public BlockStore {
+class ScriptedStore : public FileBlockStore {
 public:
+    using FileBlockStore::FileBlockStore;
+
     std::deque<std::function<bool(int64_t)>> answers;
 
     bool sync(int64_t container, int64_t) override {
@@ -32,12 +35,6 @@ public:
         answers.pop_front();
         return answer(container);
     }
-    [[nodiscard]] int64_t limit() const override { return 0; }
-    void write(int64_t, int64_t, std::string_view) override {}
-    void read(int64_t, int64_t, std::span<char>) override {}
-    std::optional<int64_t> length(int64_t) override { return {}; }
-    void discard(int64_t, int64_t, int64_t) override {}
-    void remove(int64_t) override {}
 };
 
 class SyncPointsTest : public testing::Test {
@@ -69,7 +66,7 @@ protected:
     const TempFolder folder;
     const fs::path data = folder.path();
     std::unique_ptr<SqliteCatalog> catalog;
-    ScriptedStore blocks;
+    ScriptedStore blocks{data};
 };
 
 TEST_F(SyncPointsTest, CoverWhatWasCountedBeforeTheyBegan) {

@@ -272,7 +272,7 @@ std::string ServiceFixture::everything() {
     }
     std::vector<fs::path> files;
     for (const auto& entry : fs::recursive_directory_iterator(data / "packages")) {
-        if (entry.is_regular_file()) {
+        if (entry.path().extension() == ".pkg") {
             files.push_back(entry.path());
         }
     }

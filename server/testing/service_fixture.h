@@ -105,7 +105,8 @@ protected:
     std::string stored(const std::string& instance, const std::string& path);
     // The instance's state in the list, "" when it isn't listed.
     std::string state(const std::string& instance);
-    // Everything that the server keeps: all rows of all tables, all bytes of all packages.
+    // Everything that the server keeps of backups: all rows of all tables, all bytes of all
+    // packages.
     std::string everything();
 
     const std::string alice = "DORVOSESSION=" + std::string(64, 'a');

@@ -24,15 +24,20 @@ Client::Client(uint16_t port, const char* from) {
     socket_.connect({asio::ip::address_v4::loopback(), port});
 }
 
+std::string Client::request(std::string_view path, std::string_view body, std::string_view cookie,
+                            std::string_view fields) {
+    std::string text = "POST " + std::string(path) + " HTTP/1.1\r\nHost: test\r\n";
+    text.append(fields);
+    if (!cookie.empty()) {
+        text += "Cookie: " + std::string(cookie) + "\r\n";
+    }
+    text += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    return text.append(body);
+}
+
 Answer Client::post(std::string_view path, std::string_view body, std::string_view cookie,
                     std::string_view contentType) {
-    std::string request = "POST " + std::string(path) + " HTTP/1.1\r\nHost: test\r\n";
-    request += "Content-Type: " + std::string(contentType) + "\r\n";
-    if (!cookie.empty()) {
-        request += "Cookie: " + std::string(cookie) + "\r\n";
-    }
-    request += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
-    send(request + std::string(body));
+    send(request(path, body, cookie, "Content-Type: " + std::string(contentType) + "\r\n"));
     return receive();
 }
 

@@ -25,6 +25,9 @@ public:
     // From that address, where one is given.
     explicit Client(uint16_t port, const char* from = nullptr);
 
+    // The text of a request; `fields` are more of its head, each with its line end.
+    static std::string request(std::string_view path, std::string_view body,
+                               std::string_view cookie = {}, std::string_view fields = {});
     Answer post(std::string_view path, std::string_view body, std::string_view cookie = {},
                 std::string_view contentType = "application/json");
 
