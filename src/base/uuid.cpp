@@ -28,6 +28,10 @@ std::string uuidText(const std::array<uint8_t, 16>& bytes) {
     return uuidText(id);
 }
 
+std::string instanceText(const std::array<uint8_t, 16>& id) {
+    return id == std::array<uint8_t, 16>{} ? std::string() : uuidText(id);
+}
+
 bool uuidFromText(const std::string& text, GUID& id) {
     std::string copy = text;
     GUID parsed;

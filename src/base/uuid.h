@@ -16,6 +16,8 @@ long createUuid(GUID& id);
 std::string uuidText(const GUID& id);
 // Of the 16 bytes that a record keeps.
 std::string uuidText(const std::array<uint8_t, 16>& bytes);
+// Of a run's id, of which zeros are none and have an empty text.
+std::string instanceText(const std::array<uint8_t, 16>& id);
 
 // False when the text is no UUID; `id` is then unchanged.
 bool uuidFromText(const std::string& text, GUID& id);

@@ -138,8 +138,7 @@ void Job::dumpState(std::ostream& os, JobState state) const {
 
 std::string Job::instanceText() const {
     const JobActivity* const record = activity_.get();
-    return record != nullptr && record->hasInstance() ? uuidText(record->instanceId)
-                                                      : std::string();
+    return record == nullptr ? std::string() : dorvo::instanceText(record->instanceId);
 }
 
 bool Job::createInstance() {

@@ -34,8 +34,7 @@ struct StorageTask {
 
     // Empty when the record has no instance.
     std::string instanceId() const {
-        return activity != nullptr && activity->hasInstance() ? uuidText(activity->instanceId)
-                                                              : std::string();
+        return activity == nullptr ? std::string() : instanceText(activity->instanceId);
     }
 };
 

@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/uuid.h"
 #include "storage/local/localerror.h"
 #include "storage/local/localindexreader.h"
 #include "storage/local/localrecord.h"
@@ -16,9 +17,9 @@ namespace dorvo {
 namespace {
 
 FileHandle openPackages(const LocalPlace& place, const LocalInstanceId& id) {
-    return FileHandle(CreateFileW(longPath(place.packages(localInstanceText(id))).c_str(),
-                                  GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+    return FileHandle(CreateFileW(longPath(place.packages(instanceText(id))).c_str(), GENERIC_READ,
+                                  FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
+                                  nullptr));
 }
 
 bool liesIn(const LocalRecord& record, uint64_t size) {
@@ -42,7 +43,7 @@ const LocalPackages::Container& LocalPackages::container(const LocalInstanceId& 
         // As far as the notes are whole.
         LocalIndexReader notes;
         LocalRecord record;
-        if (notes.open(place_.damaged(localInstanceText(id)))) {
+        if (notes.open(place_.damaged(instanceText(id)))) {
             while (notes.next(record)) {
                 found->second.damaged.insert(record.offset);
             }
@@ -67,7 +68,7 @@ void LocalPackages::noteDamage(const LocalRecord& record) {
 }
 
 bool LocalPackages::append(const LocalRecord& record) {
-    const std::wstring path = place_.damaged(localInstanceText(record.container));
+    const std::wstring path = place_.damaged(instanceText(record.container));
     const FileHandle file(CreateFileW(longPath(path).c_str(), GENERIC_READ | GENERIC_WRITE,
                                       FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                                       nullptr));

@@ -174,15 +174,6 @@ LocalInstanceId localInstanceId(const std::string& text) {
     return id;
 }
 
-std::string localInstanceText(const LocalInstanceId& id) {
-    if (id == LocalInstanceId{}) {
-        return {};
-    }
-    GUID guid{};
-    std::memcpy(&guid, id.data(), sizeof(guid));
-    return uuidText(guid);
-}
-
 bool isNotFound(DWORD error) {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }

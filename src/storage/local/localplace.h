@@ -95,9 +95,8 @@ private:
     std::wstring folder_;  // of the job's instances; empty when the names are none
 };
 
-// Both forms of an instance's id. Zeros and an empty text stand for what is none.
+// What instanceText() makes a text of; zeros for a text that is none.
 LocalInstanceId localInstanceId(const std::string& text);
-std::string localInstanceText(const LocalInstanceId& id);
 
 // Of a file or a folder above it.
 bool isNotFound(DWORD error);

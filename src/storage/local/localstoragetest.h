@@ -13,6 +13,7 @@
 #include "base/files.h"
 #include "base/handle.h"
 #include "base/local_time.h"
+#include "base/uuid.h"
 #include "record/jobactsrcreader.h"
 #include "record/jobactsrcwriter.h"
 #include "storage/local/localbackend.h"
@@ -68,7 +69,7 @@ protected:
         jobDirectory(job, directory);
         return directory + L"\\src";
     }
-    std::string instance() const { return localInstanceText(record_.instanceId); }
+    std::string instance() const { return instanceText(record_.instanceId); }
     LocalPlace place() const { return {location_, machine_, job}; }
 
     LocalBackend backend(const std::string& user = "alice") const {
