@@ -50,67 +50,31 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
     EXPECT_EQ(page_.items.size(), 2u);
 }
 
+// All of a package is checked before it is decoded, what an earlier run has received as well.
 TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
     constexpr uint32_t blocks = 4;
     const std::wstring path = complete(blocks * uploadBlockSize);
     const std::wstring target = folder_.path() + L"\\target";
-    std::wstring package;
-    jobDirectory("r", package);
-    package += L"\\tmp";
-    createDirectories(package);
-    package += L"\\1";
-    struct Row {
-        const char* name;
-        uint32_t item;
-        uint32_t recorded;
-        std::function<void()> spoil;
-        uint32_t copied;
-    };
-    const Row rows[] = {
-        {"in the middle", 1, 2, [] {}, 2},
-        {"all there", 1, blocks, [] {}, 0},
-        {"another item's", 9, 2, [] {}, blocks},
-        {"more there than the package", 1, 2, [&] { cut(package, blocks * uploadBlockSize + 1); },
-         2},
-        {"less there than on record", 1, 2, [&] { cut(package, size_t{2} * uploadBlockSize - 1); },
-         blocks},
-        {"bytes lost in a power cut", 1, 2, [&] { flip(package, 5000); }, 2 + blocks},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    createDirectories(itemTempFolder("r"));
+    const std::wstring package = itemTempPath(itemTempFolder("r"), 1);
+    const std::tuple<uint32_t, bool, uint32_t> rows[] = {
+        {2, false, 2}, {blocks, false, 0}, {2, true, 2 + blocks}};
+    for (const auto& [recorded, lost, copied] : rows) {
+        SCOPED_TRACE(copied);
         const auto reading = restore();
         ASSERT_TRUE(reading->start());
         write(target, "old");
         EXPECT_FAILS(ERROR_FILE_EXISTS,
                      reading->restoreFile(path.c_str(), target.c_str(), 1, false));
-        ASSERT_EQ(sizeOfFile(package), blocks * uploadBlockSize);
-        restored_.itemNumber = row.item;
-        restored_.acceptedBlocks = row.recorded;
+        restored_.acceptedBlocks = recorded;
         restored_.transferred = 0;
-        row.spoil();
+        if (lost) {
+            flip(package, 5000);
+        }
         EXPECT_TRUE(reading->restoreFile(path.c_str(), target.c_str(), 1, true)) << GetLastError();
-        EXPECT_EQ(restored_.transferred, uint64_t{row.copied} * uploadBlockSize);
+        EXPECT_EQ(restored_.transferred, uint64_t{copied} * uploadBlockSize);
         EXPECT_EQ(contentOf(target), contentOf(path));
-        EXPECT_EQ(GetFileAttributesW(package.c_str()), INVALID_FILE_ATTRIBUTES);
     }
-}
-
-TEST_F(LocalStorageTest, AFileIsNotFetchedWithoutRoomForIt) {
-    const std::wstring path = makeFile(L"file", uploadBlockSize);
-    WIN32_FILE_ATTRIBUTE_DATA data = attributes(path);
-    data.nFileSizeHigh = 1'000'000'000;
-    {
-        const auto made = started();
-        ASSERT_TRUE(made->backup(path.c_str(), data, 1, nullptr) && made->end());
-    }
-    createDirectories(itemTempFolder("r"));
-    const std::wstring target = folder_.path() + L"\\target";
-    const auto reading = restore();
-    ASSERT_TRUE(reading->start());
-    EXPECT_FAILS(ERROR_DISK_FULL, reading->restoreFile(path.c_str(), target.c_str(), 1, true));
-    EXPECT_EQ(restored_.transferred, 0u);
-    EXPECT_EQ(restored_.packageSize, uploadBlockSize);
-    EXPECT_FALSE(fileExists(target) || fileExists(itemTempPath(itemTempFolder("r"), 1)));
 }
 
 // A power cut may take bytes that were not on the disk yet.
@@ -334,6 +298,38 @@ TEST_F(LocalStorageTest, APackageThatIsNotThereIsNeitherReadNorCarriedOver) {
     const auto reading = restore();
     ASSERT_TRUE(reading->start());
     EXPECT_FAILS(ERROR_INVALID_DATA, reading->restoreFile(path.c_str(), path.c_str(), 1, true));
+}
+
+// Nor is a folder made for a file that is not there.
+TEST_F(LocalStorageTest, ADamagedIndexIsNoDamageOfThePackageBefore) {
+    const std::wstring good = makeFile(L"good", 64, 'y');
+    const std::wstring between = makeFile(L"between", 48);
+    const std::wstring bad = makeFile(L"bad", 48);
+    WIN32_FILE_ATTRIBUTE_DATA folder{};
+    folder.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    {
+        const auto made = started();
+        ASSERT_TRUE(backup(*made, good, 1));
+        // More than is read at once lies between.
+        for (uint32_t number = 2; number < 250; ++number) {
+            const std::wstring path = L"C:\\" + std::wstring(200, L'x') + std::to_wstring(number);
+            ASSERT_TRUE(made->backup(path.c_str(), folder, number, nullptr));
+        }
+        ASSERT_TRUE(backup(*made, between, 250) && backup(*made, bad, 251) && made->end());
+    }
+    createDirectories(itemTempFolder("r"));
+    const std::wstring target = folder_.path() + L"\\made\\target";
+    auto reading = restore();
+    ASSERT_TRUE(reading->start());
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, reading->restoreFile(L"C:\\never", target.c_str(), 1, true));
+    EXPECT_FALSE(fileExists(folder_.path() + L"\\made"));
+    reading.reset();
+    flip(place().index(instance()), sizeOfFile(place().index(instance())) - 1);
+    reading = restore();
+    ASSERT_TRUE(reading->start());
+    ASSERT_TRUE(reading->restoreFile(good.c_str(), target.c_str(), 1, true)) << GetLastError();
+    EXPECT_FAILS(ERROR_INVALID_DATA, reading->restoreFile(bad.c_str(), target.c_str(), 251, true));
+    EXPECT_FALSE(fileExists(place().damaged(instance())));
 }
 
 // Otherwise it would be carried over from backup to backup.

@@ -124,14 +124,28 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     FetchedItem item(task_, original, target, number, temporary_);
     log(LogLevel::debug, "Restoring file {%s} to {%s}.\n", item.name, item.place);
     beginWork();
-    from_ = INVALID_HANDLE_VALUE;  // what fails before this item is found is no damage of the last
+    // Nothing is made for a file that is not here.
+    if (!lookUp(item)) {
+        return itemFailed("restore file", item.name);
+    }
     if (fetcher_.fetch(item, replace)) {
         return true;
     }
-    if (isDamage(GetLastError()) && from_ != INVALID_HANDLE_VALUE) {
+    if (isDamage(GetLastError())) {
         packages_->noteDamage(record_);
     }
     return false;
+}
+
+bool LocalRestoreStorage::lookUp(FetchedItem& item) {
+    if (!findRecord(item.path, LocalRecord::Kind::file, record_)) {
+        return false;
+    }
+    item.data = fileAttributes(record_.attributes);
+    item.size = record_.size;
+    item.compressed = record_.compress;
+    from_ = packages_->open(record_);
+    return from_ != INVALID_HANDLE_VALUE || failedIn(place_.location());
 }
 
 void LocalRestoreStorage::failed(FetchStep step, const FetchedItem& item) const {
@@ -141,17 +155,6 @@ void LocalRestoreStorage::failed(FetchStep step, const FetchedItem& item) const 
         case FetchStep::times: logFailure("set the times of file", item.place); break;
         default: itemFailed("restore file", item.name); break;
     }
-}
-
-bool LocalRestoreStorage::find(FetchedItem& item) {
-    if (!findRecord(item.path, LocalRecord::Kind::file, record_)) {
-        return false;
-    }
-    item.data = fileAttributes(record_.attributes);
-    item.size = record_.size;
-    item.compressed = record_.compress;
-    from_ = packages_->open(record_);
-    return from_ != INVALID_HANDLE_VALUE || failedIn(place_.location());
 }
 
 // The check sum is of all bytes: those that are here already are read.
