@@ -59,7 +59,7 @@ FetchedItem::FetchedItem(const RestoreTask& task, const std::wstring& original,
 
 ItemFetcher::ItemFetcher(const RestoreTask& task, std::wstring folder, ResumeBy resume,
                          interrupter& stop, BlockSource& source)
-    : record_(*task.activity),
+    : record_(task.activity),
       progress_(task.activity),
       folder_(std::move(folder)),
       resume_(resume),
@@ -120,9 +120,9 @@ bool ItemFetcher::find(FetchedItem& item) {
     log(LogLevel::debug, "File information restored.\n");
     const uint64_t size = item.size;
     uint64_t offset = resume_ == ResumeBy::offset
-                          ? record_.fileOffset
-                          : std::min(uint64_t{record_.acceptedBlocks} * uploadBlockSize, size);
-    if (record_.packageSize != size || offset > size) {
+                          ? record_->fileOffset
+                          : std::min(uint64_t{record_->acceptedBlocks} * uploadBlockSize, size);
+    if (record_->packageSize != size || offset > size) {
         offset = 0;
     } else if (offset != size) {
         offset -= offset % uploadBlockSize;
@@ -133,7 +133,7 @@ bool ItemFetcher::find(FetchedItem& item) {
 
 // Asked before anything is received: it would all be fetched for nothing.
 bool ItemFetcher::hasRoom(const FetchedItem& item) const {
-    if (fitsOnDisk({folder_, item.size - record_.fileOffset},
+    if (fitsOnDisk({folder_, item.size - record_->fileOffset},
                    item.target.need(sizeOf(item.data)))) {
         return true;
     }
@@ -184,7 +184,7 @@ bool ItemFetcher::receive(const FetchedItem& item, uint64_t& kept) {
 }
 
 bool ItemFetcher::takeUp(const FetchedItem& item, HANDLE package, uint64_t& kept) {
-    kept = record_.fileOffset;
+    kept = record_->fileOffset;
     LARGE_INTEGER size{};
     if (GetFileSizeEx(package, &size) == 0 || static_cast<uint64_t>(size.QuadPart) < kept) {
         log(LogLevel::warning, "File size is smaller than file offset recorded by job activity.\n");
@@ -208,11 +208,11 @@ bool ItemFetcher::takeUp(const FetchedItem& item, HANDLE package, uint64_t& kept
 // Counts by itself what has come: neither the number of blocks that the source names nor the length
 // of one is believed.
 bool ItemFetcher::receiveBlocks(const FetchedItem& item, HANDLE package) {
-    while (record_.fileOffset < item.size) {
+    while (record_->fileOffset < item.size) {
         if (stopped(FetchStep::block, item)) {
             return false;
         }
-        const uint64_t begin = record_.fileOffset;
+        const uint64_t begin = record_->fileOffset;
         const uint64_t end = begin + std::min<uint64_t>(uploadBlockSize, item.size - begin);
         std::span<const std::byte> block;
         if (!done(source_.get(item, begin, block), FetchStep::block, item)) {
@@ -220,7 +220,7 @@ bool ItemFetcher::receiveBlocks(const FetchedItem& item, HANDLE package) {
         }
         storeBlock(package, block, item.name, begin, progress_);
         const DWORD left = GetLastError();
-        if (left != ERROR_SUCCESS || record_.fileOffset != end) {
+        if (left != ERROR_SUCCESS || record_->fileOffset != end) {
             progress_.backTo(blocksOf(begin), begin);
             SetLastError(left != ERROR_SUCCESS ? left : DWORD{malformedBlock});
             return done(false, FetchStep::block, item);

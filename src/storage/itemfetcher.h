@@ -109,7 +109,7 @@ private:
     bool stopped(FetchStep step, const FetchedItem& item) const;
     bool done(bool success, FetchStep step, const FetchedItem& item) const;
 
-    const JobActivity& record_;  // borrowed
+    const JobActivity* record_;  // borrowed
     ItemProgress progress_;      // the way to write there
     const std::wstring folder_;  // of the packages
     const ResumeBy resume_;

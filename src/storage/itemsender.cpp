@@ -21,7 +21,7 @@ SentItem::SentItem(const wchar_t* listed, const WIN32_FILE_ATTRIBUTE_DATA& liste
 
 ItemSender::ItemSender(const BackupTask& task, std::wstring folder, interrupter& stop,
                        BlockSink& sink)
-    : record_(*task.activity),
+    : record_(task.activity),
       progress_(task.activity),
       stop_(stop),
       sink_(sink),
@@ -71,10 +71,10 @@ bool ItemSender::encode(SentItem& item) {
 // What is on record of blocks is of the package that an earlier run made.
 bool ItemSender::claimPackage(const SentItem& item) {
     sink_.begin(item);
-    const uint32_t onRecord = record_.acceptedBlocks;
+    const uint32_t onRecord = record_->acceptedBlocks;
     uint32_t blocks = onRecord;
     if (onRecord != 0) {
-        if (record_.packageSize != item.size || !isAsListed(item.source, item.data)) {
+        if (record_->packageSize != item.size || !isAsListed(item.source, item.data)) {
             blocks = 0;
         } else if (!done(sink_.compare(item, blocks), SendStep::compare, item)) {
             return false;  // and what is on record stays
@@ -90,7 +90,7 @@ bool ItemSender::claimPackage(const SentItem& item) {
 
 bool ItemSender::announce(const SentItem& item) {
     sink_.begins(SendStep::announce, item);
-    const uint32_t blocks = item.directory() ? 0 : record_.acceptedBlocks;
+    const uint32_t blocks = item.directory() ? 0 : record_->acceptedBlocks;
     uint32_t held = blocks;
     if (!done(sink_.announce(item, held), SendStep::announce, item)) {
         return false;
@@ -104,7 +104,7 @@ bool ItemSender::announce(const SentItem& item) {
 
 bool ItemSender::sendBlocks(const SentItem& item) {
     ItemPackage::Reader package = package_.open();
-    const uint64_t offset = record_.fileOffset;
+    const uint64_t offset = record_->fileOffset;
     return done(static_cast<bool>(package), SendStep::open, item) &&
            done(offset == 0 || package.seek(offset), SendStep::seek, item) &&
            sendBlocks(item, std::move(package));
@@ -119,10 +119,10 @@ bool ItemSender::sendBlocks(const SentItem& item, ItemPackage::Reader package) {
         if (length == 0) {
             // A package that was cut or grew since it was measured is not the one announced.
             SetLastError(ERROR_HANDLE_EOF);
-            return done(record_.fileOffset == item.size, SendStep::read, item);
+            return done(record_->fileOffset == item.size, SendStep::read, item);
         }
         uint32_t accepted = 0;
-        if (!done(sink_.put(item, static_cast<uint32_t>(record_.fileOffset / uploadBlockSize) + 1,
+        if (!done(sink_.put(item, static_cast<uint32_t>(record_->fileOffset / uploadBlockSize) + 1,
                             std::span(block_).first(length), accepted),
                   SendStep::put, item)) {
             return false;

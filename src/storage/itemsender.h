@@ -91,7 +91,7 @@ private:
     bool sendBlocks(const SentItem& item, ItemPackage::Reader package);
     bool done(bool success, SendStep step, const SentItem& item) const;
 
-    const JobActivity& record_;  // borrowed
+    const JobActivity* record_;  // borrowed
     ItemProgress progress_;      // the way to write there
     interrupter& stop_;          // borrowed
     BlockSink& sink_;            // borrowed
