@@ -30,13 +30,17 @@ bool WebAuthHandler::onAuthRequired(std::string& user, std::string& password,
 void WebAuthHandler::onSetCookie(const char* user, const char* newCookie, const char* oldCookie) {
     const FunctionTrace trace("WebAuthHandler::onSetCookie", "webauthhandler.cpp");
     auto& cookies = store<CookieManagerImpl>();
-    if (oldCookie != nullptr) {
-        cookies.replaceCookie(user, newCookie, oldCookie, serverNow());
-    } else {
-        cookies.saveCookie(user, newCookie, serverNow());
+    const bool kept = oldCookie != nullptr
+                          ? cookies.replaceCookie(user, newCookie, oldCookie, serverNow())
+                          : cookies.saveCookie(user, newCookie, serverNow());
+    if (isEmpty(newCookie)) {
+        return;
     }
-    if (!isEmpty(newCookie)) {
-        newCookie_ = newCookie;
+    newCookie_ = newCookie;
+    if (!kept) {
+        log(LogLevel::warning,
+            "The new session of user {%s} could not be written down: it ends with this process.\n",
+            isEmpty(user) ? "" : user);
     }
 }
 
