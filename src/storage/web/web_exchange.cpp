@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include "base/error_codes.h"
-#include "base/last_error.h"
 #include "base/log.h"
 #include "httpmsg/http_names.h"
 #include "settings/options.h"
@@ -50,6 +49,9 @@ Exchanged judge(int result, HTTP_Command& command) {
     if (status == statusOk) {
         return Exchanged::done;
     }
+    if (const std::string why = readRefusal(command.error_text()); !why.empty()) {
+        log(LogLevel::error, "The service says {%s}.\n", why);
+    }
     SetLastError(withHttpMark(static_cast<uint32_t>(status)));
     return Exchanged::refused;
 }
@@ -63,18 +65,8 @@ bool judge(int result, HTTP_Command& command, const char* action, const std::str
         case Exchanged::refused: break;
     }
     const int status = command.http_response().status();
-    logFailed("Failed to %s {%s}, status-code = %d, %s.\n", action, subject, status,
-              http_status_string(status));
-    LastErrorGuard keep;
-    if (const std::string why = readRefusal(command.error_text()); !why.empty()) {
-        log(LogLevel::error, "The service says {%s}.\n", why);
-    }
-    return false;
-}
-
-bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
-              const std::string& subject) {
-    return judge(invoker.run(command), command, action, subject);
+    return logFailed("Failed to %s {%s}, status-code = %d, %s.\n", action, subject, status,
+                     http_status_string(status));
 }
 
 }  // namespace dorvo

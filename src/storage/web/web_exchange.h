@@ -1,7 +1,7 @@
-// One exchange with the web server: aiming at it, sending a command, judging the answer.
+// What comes before and after each exchange with the web server: aiming at it, and judging what has
+// become of a command that an invoker or a session has run.
 //
-// Without a session, whose exchanges are in web_session.h and are judged here as well. False leaves
-// the thread's last error. One thread an invoker.
+// False leaves the thread's last error. One thread an invoker.
 #pragma once
 
 #include <cstdint>
@@ -25,14 +25,11 @@ enum class Exchanged {
     refused,  // answered with another status, which is left as a marked error
 };
 
-// Of a command that was run: what the runner has given, and the answer.
+// Of a command that was run: what the runner has given, and the answer. Why the service refuses is
+// logged where it says so.
 Exchanged judge(int result, HTTP_Command& command);
 // The same with the words that most have for it. True for a 200; anything else is logged: "Failed
 // to <action> {<subject>}, ...".
 bool judge(int result, HTTP_Command& command, const char* action, const std::string& subject);
-
-// Runs a command.
-bool exchange(Web_Server_Invoker& invoker, HTTP_Command& command, const char* action,
-              const std::string& subject);
 
 }  // namespace dorvo

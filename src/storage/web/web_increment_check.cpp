@@ -33,7 +33,7 @@ bool Web_Increment_Check::check(const std::vector<File>& files, std::vector<bool
     Command_To_Server<Increament_Check_Request, Response_T<json_spirit::Value>> command(
         "Increment Check", {task_.jobId, task_.instanceId(), task_.compress, first_, items});
     const AnswerWait waits(command, task_.activity);
-    if (!exchange(session_, command, "do increment check of job", task_.jobId)) {
+    if (!judge(session_.run(command), command, "do increment check of job", task_.jobId)) {
         return false;
     }
     first_ = false;

@@ -4,6 +4,7 @@
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "storage/web/web_increment_check.h"
+#include "support/fails_with.h"
 
 namespace dorvo::test {
 namespace {
@@ -13,6 +14,13 @@ class WebIncrementCheck : public ScriptedBackupService {};
 TEST_F(WebIncrementCheck, OneCheckIsOneListToTheService) {
     singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
     singleton<CookieManagerImpl>().saveCookie("alice", "c");
+    {
+        std::vector<bool> send;
+        const LogCapture log;
+        EXPECT_FAILS(0x20010191u, Web_Increment_Check("nobody", makeTask()).check({}, send));
+        EXPECT_TRUE(log.begins("Failed to find cookie while doing increment check."));
+        EXPECT_TRUE(service_.seen().empty());
+    }
     Web_Increment_Check check("alice", makeTask());
     const std::vector<IncrementCheck::File> files = {{L"C:\\x", 1}};
     std::vector<bool> send;

@@ -39,7 +39,7 @@ bool ownChecksum(const std::string& user, std::string& md5) {
 bool askService(Web_Session& session, std::string& md5) {
     Command_To_Server<Get_MD5_of_Keys_Reqeust, Response_T<json_spirit::Value>> command(
         "Get MD5 of Keys");
-    if (!exchange(session, command, "ask for the key of user", session.user())) {
+    if (!judge(session.run(command), command, "ask for the key of user", session.user())) {
         return false;
     }
     return readKeyMd5(command.response().body(), md5) || fail(session.user(), ERROR_INVALID_DATA);
@@ -48,7 +48,7 @@ bool askService(Web_Session& session, std::string& md5) {
 bool tellService(Web_Session& session, const std::string& md5) {
     Command_To_Server<Export_MD5_of_Keys_Reqeust, Response_T<std::string>> command(
         "Export MD5 of Keys", Export_MD5_of_Keys_Reqeust(md5));
-    return exchange(session, command, "export the key of user", session.user()) ||
+    return judge(session.run(command), command, "export the key of user", session.user()) ||
            (GetLastError() == withHttpMark(409) && fail(session.user(), errorKeyForeign));
 }
 

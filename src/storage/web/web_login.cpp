@@ -71,7 +71,7 @@ bool askForSession(Web_Server_Invoker& invoker, const std::string& user,
     }
     Command_To_Server<Login_Request, Response_T<std::string>> command("Login",
                                                                       {user, password, machine});
-    if (!exchange(invoker, command, "log in user", user)) {
+    if (!judge(invoker.run(command), command, "log in user", user)) {
         return false;
     }
     const char* const sent = command.response().set_cookie();
@@ -86,7 +86,7 @@ bool askForSession(Web_Server_Invoker& invoker, const std::string& user,
 DWORD endSession(Web_Server_Invoker& invoker, const std::string& user, const std::string& cookie) {
     Command_To_Server<Logout_Request, Response_T<json_spirit::Value>> command("Logout", {});
     command.request().cookie(cookie.c_str());
-    if (exchange(invoker, command, "log out user", user)) {
+    if (judge(invoker.run(command), command, "log out user", user)) {
         return 0;
     }
     const DWORD error = GetLastError();

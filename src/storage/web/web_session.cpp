@@ -88,13 +88,4 @@ Renewal Web_Session::renew() {
                             error);
 }
 
-Exchanged runExchange(Web_Session& session, HTTP_Command& command, uint64_t* sent) {
-    return judge(session.run(command, sent), command);
-}
-
-bool exchange(Web_Session& session, HTTP_Command& command, const char* action,
-              const std::string& subject, uint64_t* sent) {
-    return judge(session.run(command, sent), command, action, subject);
-}
-
 }  // namespace dorvo

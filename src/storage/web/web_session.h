@@ -62,9 +62,4 @@ private:
     WebClientEventHandler* handler_ = &stores_;  // borrowed
 };
 
-// Run a command and judge its answer (web_exchange.h).
-Exchanged runExchange(Web_Session& session, HTTP_Command& command, uint64_t* sent = nullptr);
-bool exchange(Web_Session& session, HTTP_Command& command, const char* action,
-              const std::string& subject, uint64_t* sent = nullptr);
-
 }  // namespace dorvo

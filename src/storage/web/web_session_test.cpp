@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <mutex>
 #include <set>
@@ -244,6 +243,26 @@ TEST_F(WebSessionTest, ARefusedPasswordIsTriedOnce) {
     EXPECT_EQ(Web_Login::login("alice", "secret", nullptr), Web_Login::End::done);
     EXPECT_EQ(seen_, "Login; Login; ");
     EXPECT_EQ(run("N1"), 200);
+    // What was refused once counts no more when the user has logged in with it.
+    loginStatus_ = "401 Unauthorized";
+    valid_.clear();
+    EXPECT_EQ(run("N2"), 401);
+    loginStatus_ = "200 OK";
+    EXPECT_EQ(run("N2"), 401);
+    EXPECT_EQ(Web_Login::login("alice", "secret", nullptr), Web_Login::End::done);
+    valid_.clear();
+    EXPECT_EQ(run("N3"), 200);
+}
+
+TEST_F(WebSessionTest, ACookieThatCannotBeWrittenDownIsTold) {
+    keep("C1");
+    keepPassword("secret");
+    ASSERT_TRUE(rm_rf(dataPath(L"\\cookies"), true));
+    createDirectories(dataPath(L"\\cookies"));
+    const test::LogCapture log;
+    EXPECT_EQ(run("C1"), 200);
+    EXPECT_EQ(kept(), "N1");
+    EXPECT_TRUE(log.begins("The new session of user {alice} could not be written down"));
 }
 
 TEST_F(WebSessionTest, WhoHasAPasswordAndNoSessionIsLoggedIn) {
@@ -323,69 +342,70 @@ TEST_F(WebSessionTest, TellsItsHandler) {
     EXPECT_EQ(handler.errors, (std::vector<unsigned long>{withHttpMark(503), withHttpMark(401)}));
 }
 
-// Several jobs of one user, refused at the same moment: one of them logs in for all.
-TEST_F(WebSessionTest, OfSeveralRefusedAtOnceOneLogsIn) {
-    constexpr int jobs = 3;
-    keep("C1");
-    keepPassword("secret");
-    std::atomic<int> arrived = 0;
-    test::Signal all;
-    before_ = [&](bool login) {
-        if (!login && arrived.fetch_add(1) + 1 == jobs) {
-            all.set();
-        }
-        EXPECT_TRUE(all.wait());
-    };
-    std::vector<int> status(jobs);
-    {
-        std::vector<std::jthread> threads;
-        threads.reserve(jobs);
-        for (int& one : status) {
-            threads.emplace_back([&] { one = run("C1"); });
-        }
-    }
-    EXPECT_EQ(status, std::vector<int>(jobs, 200));
-    EXPECT_EQ(logins_, 1);
-    EXPECT_EQ(std::count(seen_.begin(), seen_.end(), ';'), 2 * jobs + 1);
-    EXPECT_EQ(kept(), "N1");
-}
-
-// A login at a server that stalls: the session that logs in stops, and so does the one that waits.
-TEST_F(WebSessionTest, AStopBreaksOffALoginAndWaitingForOne) {
-    keep("C1");
-    keepPassword("secret");
+// Of several refused at the same moment one logs in, and the others wait for it, as long as they
+// need not stop: here at a server that stalls.
+TEST_F(WebSessionTest, ARenewalWaitsForAnotherOfItsUser) {
+    // Only who waits asks it.
+    struct Waiting : interrupter {
+        bool interrupted() const override { return asked.set(), stops; }
+        mutable test::Signal asked;
+        bool stops = false;
+    } other;
+    const std::string server = serverOfOptions();
     test::Signal stop;
-    test::Signal done;
-    const interrupter asked(stop.handle());
-    std::atomic<int> commands = 0;
-    test::Signal loggingIn;
-    test::Signal otherRefused;
-    before_ = [&](bool login) {
-        if (login) {
-            loggingIn.set();
-            done.wait();
-        } else if (++commands == 2) {
-            otherRefused.set();
+    const interrupter first(stop.handle());
+    std::string cookie;
+    const auto renew = [&] {
+        Web_Server_Invoker invoker;
+        WebAuthHandler handler;
+        EXPECT_TRUE(aimAtServerOfOptions(invoker));
+        uint32_t error = 0;
+        return Web_Login::renew({"alice", server, "C1", handler, invoker, &other}, cookie, error);
+    };
+    keep("C1");
+    keepPassword("secret");
+    for (const bool stops : {true, false}) {
+        SCOPED_TRACE(stops);
+        test::Signal loggingIn;
+        test::Signal go;
+        before_ = [&](bool login) {
+            if (login) {
+                loggingIn.set();
+                go.wait();
+            }
+        };
+        logins_ = 0;
+        int status = -1;
+        DWORD error = 0;
+        {
+            const std::jthread one([&] {
+                Web_Session session("alice", "C1");
+                session.set_interrupter(&first);
+                status = run(session);
+                error = GetLastError();
+            });
+            EXPECT_TRUE(loggingIn.wait());
+            other.stops = stops;
+            other.asked.reset();
+            std::jthread waits([&] {
+                EXPECT_EQ(renew(),
+                          stops ? Web_Login::Renewal::stopped : Web_Login::Renewal::stored);
+            });
+            EXPECT_TRUE(other.asked.wait());
+            if (stops) {
+                waits.join();  // while the login is still under way
+                stop.set();
+            } else {
+                go.set();
+            }
         }
-    };
-    const auto stopped = [&] {
-        Web_Session session("alice", "C1");
-        session.set_interrupter(&asked);
-        return run(session) == 0 && GetLastError() == ERROR_CANCELLED;
-    };
-    bool first = false;
-    bool second = false;
-    {
-        const std::jthread one([&] { first = stopped(); });
-        EXPECT_TRUE(loggingIn.wait());
-        const std::jthread other([&] { second = stopped(); });
-        EXPECT_TRUE(otherRefused.wait());
-        stop.set();
+        go.set();
+        EXPECT_EQ(status, stops ? 0 : 200);
+        EXPECT_EQ(!stops || error == ERROR_CANCELLED, true);
+        EXPECT_EQ(kept(), stops ? "C1" : cookie);
+        stop.reset();
     }
-    done.set();
-    EXPECT_TRUE(first);
-    EXPECT_TRUE(second);
-    EXPECT_EQ(kept(), "C1");
+    EXPECT_EQ(std::count(seen_.begin(), seen_.end(), 'L'), 2) << seen_;
 }
 
 }  // namespace

@@ -1,19 +1,28 @@
 #include "storage/web/webbackend.h"
 
+#include <iterator>
+
 #include "base/log.h"
 #include "base/singleton.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
+#include "storage/web/token_loop.h"
+#include "storage/web/web_bodies.h"
+#include "storage/web/web_exchange.h"
 #include "storage/web/web_increment_check.h"
 #include "storage/web/web_keys.h"
-#include "storage/web/webaccount.h"
+#include "storage/web/web_requests.h"
+#include "storage/web/web_session.h"
 #include "storage/web/webbackupstorage.h"
 #include "storage/web/webrestorecatalog.h"
 #include "storage/web/webrestorestorage.h"
 
 namespace dorvo {
 namespace {
+
+// As many as the service gives at once.
+constexpr int instancesPerPage = 1000;
 
 template <class T>
 T& singleton() {
@@ -77,9 +86,31 @@ std::unique_ptr<RestoreCatalog> WebBackend::catalog(const StoredRun& run, JobAct
 
 bool WebBackend::runs(const std::string& machine, const std::string& jobId,
                       std::vector<StoredInstance>& found) const {
-    std::string cookie;
-    singleton<CookieManagerImpl>().findCookie(user_.c_str(), cookie);
-    return WebAccount::listInstances(cookie, machine, jobId, found);
+    Web_Session session(user_);
+    if (!aimAtServerOfOptions(session.invoker())) {
+        return false;
+    }
+    std::vector<StoredInstance> all;
+    std::string next;
+    TokenLoop loop;
+    do {
+        Command_To_Server<List_Instances_Request, Response_T<json_spirit::Value>> command(
+            "List Instances", {machine, jobId, next, instancesPerPage});
+        if (!judge(session.run(command), command, "list the runs of machine", machine)) {
+            return false;
+        }
+        std::vector<StoredInstance> page;
+        // Pages that go round, or hold nothing, would never end.
+        if (!readInstances(command.response().body(), page, next) ||
+            (!next.empty() && (page.empty() || loop.closedBy(next)))) {
+            return logFailed(ERROR_INVALID_DATA,
+                             "List Instances: the answer is not of its shape.\n");
+        }
+        all.insert(all.end(), std::make_move_iterator(page.begin()),
+                   std::make_move_iterator(page.end()));
+    } while (!next.empty());
+    found = std::move(all);
+    return true;
 }
 
 }  // namespace dorvo

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "storage/backend.h"
-#include "storage/web/webplace.h"
+#include "storage/web/webrun.h"
 
 namespace dorvo {
 
@@ -20,6 +20,8 @@ public:
     std::unique_ptr<IncrementCheck> incrementCheck(const BackupTask& task) const override;
     std::unique_ptr<RestoreCatalog> catalog(const StoredRun& run, JobActivity* activity,
                                             HANDLE stop) const override;
+    // As the service orders them, asked for page by page. Besides marked statuses and socket
+    // errors: 87 when no server is set, 13 for an answer that is none.
     bool runs(const std::string& machine, const std::string& jobId,
               std::vector<StoredInstance>& found) const override;
 

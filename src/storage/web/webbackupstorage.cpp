@@ -10,7 +10,6 @@
 #include "base/text.h"
 #include "http_util/http_command.h"
 #include "storage/itemtemppath.h"
-#include "storage/web/answer_wait.h"
 #include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"
 #include "storage/wire_time.h"
@@ -32,27 +31,12 @@ std::wstring directoryOf(const std::string& jobId) {
 }  // namespace
 
 WebBackupStorage::WebBackupStorage(WebPlace place, BackupTask task)
-    : patient_interrupter(task.stop, task.finishPatienceMs),
-      place_(std::move(place)),
+    : WebRun(std::move(place), task),
       task_(std::move(task)),
-      activity_(task_.activity),
-      progress_(task_.activity),
       instanceId_(task_.instanceId()),
       acceptedFile_(directoryOf(task_.jobId)),
-      session_(place_.user, place_.cookie),
       block_(uploadBlockSize),
-      sender_(task_, itemTempFolder(task_.jobId), *this, *this) {
-    session_.set_interrupter(this);
-}
-
-bool WebBackupStorage::aimAtServer() {
-    return aimAt(session_.invoker(), place_.host, place_.port);
-}
-
-bool WebBackupStorage::exchange(HTTP_Command& command, const char* action) {
-    const AnswerWait waits(command, task_.activity, task_.changed);
-    return dorvo::exchange(session_, command, action, job(), progress_.wire());
-}
+      sender_(task_, itemTempFolder(task_.jobId), *this, *this) {}
 
 bool WebBackupStorage::start() {
     FunctionTrace trace("WebBackupStorage::start", "webbackupstorage.cpp");
@@ -65,7 +49,7 @@ bool WebBackupStorage::start() {
     Command_To_Server<Start_Job_Request, Response_T<json_spirit::Value>> command(
         "name less command",
         {task_.jobId, instanceId_, task_.totals, wire_time(localToUtc(activity_->startTime))});
-    return aimAtServer() && exchange(command, "start job");
+    return aimAtServer() && judge(run(command), command, "start job", job());
 }
 
 bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
@@ -76,7 +60,7 @@ bool WebBackupStorage::submit_errors() {
     return task_.failed == nullptr || task_.failed->eachBatch([this](auto batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
             "Submit Error", {instanceId_, batch});
-        return exchange(command, "submit history errors of job");
+        return judge(run(command), command, "submit history errors of job", job());
     });
 }
 
@@ -89,7 +73,7 @@ bool WebBackupStorage::end() {
         }
         Command_To_Server<End_Job_Request, Response_T<std::string>> command(
             "End Job", {instanceId_, wire_time(utcTimeNow())});
-        if (exchange(command, "end job")) {
+        if (judge(run(command), command, "end job", job())) {
             return true;
         }
         if (GetLastError() != conflict || round == maxEndRounds ||
@@ -137,7 +121,7 @@ bool WebBackupStorage::cancel() {
     }
     Command_To_Server<Stop_Job_Request, Response_T<std::string>> command(
         "Stop Job", Stop_Job_Request(instanceId_));
-    return aimAtServer() && exchange(command, "cancel job");
+    return aimAtServer() && judge(run(command), command, "cancel job", job());
 }
 
 }  // namespace dorvo

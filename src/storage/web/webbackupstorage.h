@@ -14,13 +14,11 @@
 #include "storage/backupstorage.h"
 #include "storage/itemsender.h"
 #include "storage/web/acceptedblocks.h"
-#include "storage/web/patient_interrupter.h"
-#include "storage/web/web_session.h"
-#include "storage/web/webplace.h"
+#include "storage/web/webrun.h"
 
 namespace dorvo {
 
-class WebBackupStorage : public BackupStorage, public patient_interrupter, private BlockSink {
+class WebBackupStorage : public BackupStorage, public WebRun, private BlockSink {
 public:
     // Without any cookie of the user's start() fails like a refused session.
     WebBackupStorage(WebPlace place, BackupTask task);
@@ -35,9 +33,6 @@ public:
     void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
 
 private:
-    bool aimAtServer();
-    // About the run: shows that an answer is awaited.
-    bool exchange(HTTP_Command& command, const char* action);
     bool submit_errors();
     bool recordIncomplete(const std::string& answer);
     std::string job() const { return task_.jobId + ", " + task_.jobName; }
@@ -57,14 +52,10 @@ private:
     // What is accepted of a package of which nothing is.
     AcceptedBlocks noneAccepted(const SentItem& item) const;
 
-    const WebPlace place_;
     const BackupTask task_;
-    const JobActivity* activity_;  // borrowed
-    ItemProgress progress_;        // the way to write there
-    std::string instanceId_;       // empty when the record has none
+    std::string instanceId_;  // empty when the record has none
     AcceptedBlocksFile acceptedFile_;
-    AcceptedBlocks accepted_;  // of the current item's package
-    Web_Session session_;
+    AcceptedBlocks accepted_;       // of the current item's package
     std::vector<std::byte> block_;  // of a package that is compared
     ItemSender sender_;
 };

@@ -206,8 +206,7 @@ bool WebBackupStorage::announce(const SentItem& item, uint32_t& held) {
     FunctionTrace trace("WebBackupStorage::upload_file_info", "webbackupstorage.cpp");
     Command_To_Server<Upload_File_Request, Response_T<std::string>> command(
         "Upload File", {instanceId_, item.name, itemAttributes(item.data), item.size});
-    if (!dorvo::exchange(session_, command, "upload file information", item.name,
-                         progress_.wire())) {
+    if (!judge(run(command), command, "upload file information", item.name)) {
         return false;
     }
     if (const auto blocks = readHeldBlocks(command.response().body()); blocks && *blocks < held) {
@@ -251,7 +250,7 @@ bool WebBackupStorage::put(const SentItem& item, uint32_t number, std::span<cons
     const std::string md5 = Md5::of(block);
     Command_To_Server<Upload_Data_Request, Response_T<std::string>> command(
         "Upload Data", {instanceId_, item.name, md5, number, block});
-    if (!dorvo::exchange(session_, command, "upload file data", item.name, progress_.wire())) {
+    if (!judge(run(command), command, "upload file data", item.name)) {
         return false;
     }
     accepted_.add(md5);

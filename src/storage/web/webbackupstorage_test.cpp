@@ -113,16 +113,27 @@ TEST_F(WebBackupStorageTest, AStopMakesEveryFailureACancellation) {
     EXPECT_EQ(service_.last().body, std::string(R"({"id":")") + instance + "\"}");
 }
 
+// Where it says so, in one line and not at length.
 TEST_F(WebBackupStorageTest, WritesDownWhyTheServiceRefuses) {
+    const std::string full = "the server's disk is full:";
+    const std::pair<std::string, std::string> rows[] = {
+        {R"({"error":")" + full + R"(\n7 MiB are left"})", full + " 7 MiB are left"},
+        {R"({"error":")" + std::string(501, 'x') + "\"}", std::string(500, 'x')},
+        {R"({"error":""})", ""},
+        {R"({"error":7})", ""},
+        {"<html>", ""},
+    };
     const std::wstring path = makeSource(16);
     const auto storage = makeStorage();
-    reply_ = [](const Seen&) {
-        return Answer{"503 Service Unavailable",
-                      R"({"error":"the server's disk is full:\n7 MiB are left"})"};
-    };
-    LogCapture log;
-    EXPECT_FAILS(0x200101F7, backup(*storage, path));
-    EXPECT_TRUE(log.begins("The service says {the server's disk is full: 7 MiB are left}."));
+    for (const auto& [body, said] : rows) {
+        SCOPED_TRACE(body);
+        reply_ = [&, &body = body](const Seen&) { return Answer{"503 Service Unavailable", body}; };
+        const LogCapture log;
+        EXPECT_FAILS(0x200101F7, backup(*storage, path));
+        EXPECT_EQ(log.begins("The service says {"), !said.empty());
+        EXPECT_EQ(log.begins("The service says {" + said + "}."), !said.empty());
+        EXPECT_TRUE(log.begins("Failed to upload file information {"));
+    }
 }
 
 TEST_F(WebBackupStorageTest, RefusesToStart) {

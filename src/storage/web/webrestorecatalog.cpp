@@ -1,6 +1,5 @@
 #include "storage/web/webrestorecatalog.h"
 
-#include "base/error_codes.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "http_util/http_command.h"
@@ -20,9 +19,6 @@ WebRestoreCatalog::WebRestoreCatalog(const std::string& user, StoredRun run, Job
 
 bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after, Page& page) {
     FunctionTrace trace("WebRestoreCatalog::list", "webrestorecatalog.cpp");
-    if (session_.cookie().empty()) {
-        return logFailed(withHttpMark(401), "Failed to find cookie while listing a backup.\n");
-    }
     if (session_.invoker().invoker() == nullptr && !aimAtServerOfOptions(session_.invoker())) {
         return logFailed(ERROR_INVALID_PARAMETER,
                          "Failed to get the server information while listing a backup.\n");
@@ -31,7 +27,7 @@ bool WebRestoreCatalog::list(const std::wstring& path, const std::string& after,
         "List Files", {run_.machine, run_.jobInstanceId, withoutTrailingBackslash(toUtf8(path)),
                        after, pageLimit});
     const AnswerWait waits(command, activity_);
-    if (!exchange(session_, command, "list the files of backup", run_.jobInstanceId)) {
+    if (!judge(session_.run(command), command, "list the files of backup", run_.jobInstanceId)) {
         return false;
     }
     StoredPage stored;

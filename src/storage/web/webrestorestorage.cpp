@@ -10,7 +10,7 @@
 #include "storage/item_attributes.h"
 #include "storage/itemtemppath.h"
 #include "storage/restoretarget.h"
-#include "storage/web/answer_wait.h"
+#include "storage/web/web_exchange.h"
 
 namespace dorvo {
 namespace {
@@ -24,32 +24,16 @@ std::string instanceText(const std::string& text) {
 }  // namespace
 
 WebRestoreStorage::WebRestoreStorage(WebPlace place, RestoreTask task)
-    : patient_interrupter(task.stop, task.finishPatienceMs),
-      place_(std::move(place)),
+    : WebRun(std::move(place), task),
       task_(std::move(task)),
-      activity_(task_.activity),
-      progress_(task_.activity),
       backupId_(instanceText(task_.from.jobInstanceId)),
       temporary_(itemTempFolder(task_.jobId)),
-      session_(place_.user, place_.cookie),
       fetcher_(task_, temporary_, ItemFetcher::ResumeBy::offset, *this, *this) {
     download_.body_limit(md5TextSize + uploadBlockSize);
-    session_.set_interrupter(this);
 }
 
-bool WebRestoreStorage::aimAtServer() {
-    return session_.invoker().invoker() != nullptr ||
-           aimAt(session_.invoker(), place_.host, place_.port);
-}
-
-Exchanged WebRestoreStorage::exchange(HTTP_Command& command) {
-    const AnswerWait waits(command, task_.activity, task_.changed);
-    return runExchange(session_, command, progress_.wire());
-}
-
-// An exchange about the job.
 bool WebRestoreStorage::submit(HTTP_Command& command, BrokenLine broken, RefusedLine refused) {
-    switch (exchange(command)) {
+    switch (judge(run(command), command)) {
         case Exchanged::done: return true;
         case Exchanged::broken:
             return logFailed(broken, task_.jobId, task_.jobName, GetLastError());
@@ -97,7 +81,7 @@ bool WebRestoreStorage::start() {
 bool WebRestoreStorage::get_file_info(const StoredPath& path, bool directory, StoredItem& item) {
     Command_To_Server<Get_File_Info_Request, Response_T<json_spirit::Value>> command(
         "name less command", Get_File_Info_Request(path));
-    if (exchange(command) != Exchanged::done) {
+    if (judge(run(command), command) != Exchanged::done) {
         return false;
     }
     if (readStoredItem(command.response().body(), item) &&

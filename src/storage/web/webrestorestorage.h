@@ -14,19 +14,16 @@
 #include "base/log.h"
 #include "storage/itemfetcher.h"
 #include "storage/restorestorage.h"
-#include "storage/web/patient_interrupter.h"
 #include "storage/web/web_bodies.h"
-#include "storage/web/web_exchange.h"
 #include "storage/web/web_requests.h"
-#include "storage/web/web_session.h"
-#include "storage/web/webplace.h"
+#include "storage/web/webrun.h"
 
 namespace dorvo {
 
 // A block travels behind its MD5, as text.
 constexpr uint32_t md5TextSize = 32;
 
-class WebRestoreStorage : public RestoreStorage, public patient_interrupter, private BlockSource {
+class WebRestoreStorage : public RestoreStorage, public WebRun, private BlockSource {
 public:
     WebRestoreStorage(WebPlace place, RestoreTask task);
 
@@ -44,8 +41,7 @@ private:
     using BrokenLine = LogText<std::string, std::string, int>;
     using RefusedLine = LogText<std::string, std::string, int, std::string>;
 
-    bool aimAtServer();
-    Exchanged exchange(HTTP_Command& command);
+    // An exchange about the job.
     bool submit(HTTP_Command& command, BrokenLine broken, RefusedLine refused);
     // False without a word in the log.
     bool get_file_info(const StoredPath& path, bool directory, StoredItem& item);
@@ -68,14 +64,10 @@ private:
     bool stepFailed(LogText<std::string> cancelled, const std::string& name,
                     const std::function<void(int)>& logFailure) const;
 
-    const WebPlace place_;
     const RestoreTask task_;
-    const JobActivity* activity_;  // borrowed
-    ItemProgress progress_;        // the way to write there
-    std::string backupId_;         // the run that is restored; empty when its id is none
-    std::string restoreId_;        // the service's name for this restore; empty before start()
-    std::wstring temporary_;       // the folder of the packages
-    Web_Session session_;
+    std::string backupId_;    // the run that is restored; empty when its id is none
+    std::string restoreId_;   // the service's name for this restore; empty before start()
+    std::wstring temporary_;  // the folder of the packages
     Download download_{"Download Data", {StoredPath(), 0}};  // keeps its memory from block to block
     StoredPath stored_;                                      // of the file that is restored
     ItemFetcher fetcher_;

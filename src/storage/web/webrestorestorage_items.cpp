@@ -198,7 +198,7 @@ bool WebRestoreStorage::get(const FetchedItem& item, uint64_t offset,
     FunctionTrace trace("WebRestoreStorage::download_block", "webrestorestorage.cpp");
     download_.request() = {stored_, offset / uploadBlockSize + 1};
     download_.state(HTTP_Command::READY);
-    switch (runExchange(session_, download_, progress_.wire())) {
+    switch (judge(run(download_), download_)) {
         case Exchanged::done: break;
         case Exchanged::broken:
             return logFailed(

@@ -55,20 +55,21 @@ TEST_F(WebRestoreStorageTest, RefusesToStart) {
         {[](WebPlace& place, StoredRun&) { place.cookie.clear(); }, {}, 0x20010191},
         {[](WebPlace&, StoredRun& from) { from.jobInstanceId = "x"; }, {}, 87},
         {[](WebPlace&, StoredRun& from) { from.jobDefinitionId.clear(); }, {}, 87},
-        {asIs, {"409 Conflict"}, 0x20010199},
+        {asIs, {"409 Conflict", R"({"error":"not now"})"}, 0x20010199},
         {asIs, {}, ERROR_INVALID_DATA},
     };
+    const LogCapture log;
     for (const Row& row : rows) {
         reply_ = [&](const Seen&) { return row.answer; };
         WebPlace at = place();
         RestoreTask task = makeTask();
         row.spoil(at, task.from);
         WebRestoreStorage storage(std::move(at), std::move(task));
-        LogCapture quiet;
         EXPECT_FAILS(row.error, storage.start());
     }
     EXPECT_EQ(service_.endpoints(), (Names{"StartRestoreJob", "StartRestoreJob"}));
-    const LogCapture log;
+    EXPECT_TRUE(log.begins("Failed to start restore job {j1, name}, can't find the cookie for"));
+    EXPECT_TRUE(log.begins("The service says {not now}."));
     EXPECT_FAILS(87, WebBackend("alice").restore({}) != nullptr);
     EXPECT_TRUE(log.begins("Failed to start restore job {, }, invalid job activity."));
 }

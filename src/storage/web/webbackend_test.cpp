@@ -1,6 +1,6 @@
 #include "support/scripted_service.h"
 // The sockets' header comes before the others.
-#include "storage/web/webaccount.h"
+#include "storage/web/webbackend.h"
 
 #include <gtest/gtest.h>
 
@@ -46,7 +46,7 @@ protected:
         });
         test::singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service.port());
         test::singleton<CookieManagerImpl>().saveCookie("carol", "c");
-        const bool listed = WebAccount::listInstances("c", "PC", "", instances);
+        const bool listed = WebBackend("carol").runs("PC", "", instances);
         const DWORD error = listed ? ERROR_SUCCESS : GetLastError();
         asked_.clear();
         for (const test::Seen& seen : service.seen()) {
