@@ -10,9 +10,9 @@
 #include "base/log.h"
 #include "http_util/http_invoker_t.h"
 #include "http_util/message_t.h"
+#include "storage/package/filehead.h"
 #include "storage/package/package_cipher.h"
 #include "storage/package/package_reader.h"
-#include "storage/package/received_file.h"
 
 namespace dorvo {
 namespace {

@@ -14,7 +14,6 @@
 #include <memory>
 #include <span>
 
-#include "storage/package/addresshead.h"
 #include "storage/package/chunkhead.h"
 
 namespace dorvo {

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "storage/package/datahead.h"
-#include "storage/package/received_file.h"
+#include "storage/package/filehead.h"
 #include "support/fails_with.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"

@@ -14,7 +14,6 @@
 #include "http_util/http_invoker_t.h"
 #include "http_util/message_t.h"
 #include "storage/package/package_reader.h"
-#include "storage/package/received_file.h"
 
 namespace dorvo {
 namespace {
@@ -26,6 +25,16 @@ FILETIME file_time(uint64_t ticks) {
 }
 
 }  // namespace
+
+void received_file::forget() {
+    static_cast<void>(file.release());
+    *this = received_file{};
+}
+
+received_file& current_received_file() {
+    static received_file current;
+    return current;
+}
 
 filehead::filehead(uint8_t* package) {
     attach(package);

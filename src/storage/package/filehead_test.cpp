@@ -2,7 +2,6 @@
 // The sockets' header comes before the others.
 #include "base/text.h"
 #include "storage/package/filehead.h"
-#include "storage/package/received_file.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"
 
