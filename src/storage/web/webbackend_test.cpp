@@ -4,83 +4,103 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "json_spirit/json_spirit.h"
 #include "settings/cookiemanager.h"
 #include "settings/options.h"
+#include "support/fails_with.h"
+#include "support/log_capture.h"
+#include "support/signal.h"
 #include "support/store_test.h"
 
-namespace dorvo {
+namespace dorvo::test {
 namespace {
 
-constexpr const char* oneInstance =
-    R"({"instances": [{"machine": "PC", "jobdefinitionid": "d", "jobinstanceid": "i",)"
-    R"( "starttime": "2026-01-02 03:04:05", "endtime": "", "state": "running", "totalfiles": 3,)"
-    R"( "totaldirectories": 2, "totalsize": 5000000000, "errors": 1}]})";
-
-json_spirit::Value parsed(const std::string& text) {
-    json_spirit::Value value;
-    json_spirit::read_or_throw(text, value);
-    return value;
-}
-
-// The page with a run of that id.
+// A page with a run of that id.
 std::string pageOf(const std::string& id, const std::string& next) {
-    json_spirit::Object page = parsed(oneInstance).get_obj();
-    json_spirit::Object run = page.at("instances").get_array().front().get_obj();
-    run["jobinstanceid"] = id;
-    return json_spirit::write(json_spirit::Value(
-        json_spirit::Object{{"instances", json_spirit::Array{run}}, {"next", next}}));
+    return R"({"instances": [{"machine": "PC", "jobdefinitionid": "d", "jobinstanceid": ")" + id +
+           R"(", "starttime": "2026-01-02 03:04:05", "endtime": "", "state": "running",)" +
+           R"( "totalfiles": 3, "totaldirectories": 2, "totalsize": 5, "errors": 1}])" +
+           (next.empty() ? "" : R"(, "next": ")" + next + "\"") + "}";
 }
 
-class WebAccountPages : public test::StoreTest {
+class WebBackendTest : public StoreTest {
 protected:
-    // The service answers with these, over and over for a while. The error, 0 for none.
-    DWORD list(std::vector<std::string> answers, std::vector<StoredInstance>& instances) {
-        size_t asked = 0;
-        test::ScriptedService service([&](const test::Seen&) {
-            constexpr size_t patience = 30;
-            return asked < patience ? test::Answer{.body = answers[asked++ % answers.size()]}
-                                    : test::Answer{.status = "403 Forbidden"};
-        });
-        test::singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service.port());
-        test::singleton<CookieManagerImpl>().saveCookie("carol", "c");
-        const bool listed = WebBackend("carol").runs("PC", "", instances);
+    WebBackendTest() {
+        singleton<OptionsImpl>().setServerInfo("s", "127.0.0.1", service_.port());
+        singleton<CookieManagerImpl>().saveCookie("carol", "c");
+    }
+    ~WebBackendTest() override { singleton<CookieManagerImpl>().removeAllCookie(); }
+
+    // The error of listing the runs, 0 for none.
+    DWORD list() {
+        service_.forget();
+        const bool listed = WebBackend("carol").runs("PC", "", found_);
         const DWORD error = listed ? ERROR_SUCCESS : GetLastError();
         asked_.clear();
-        for (const test::Seen& seen : service.seen()) {
-            asked_ +=
-                json_spirit::object_get_str_or_throw(parsed(seen.body).get_obj(), "after") + ",";
+        for (const Seen& seen : service_.seen()) {
+            json_spirit::Value body;
+            json_spirit::read_or_throw(seen.body, body);
+            asked_ += body.get_obj().at("after").get_str() + ",";
         }
         return error;
     }
 
+    std::vector<Answer> answers_;  // over and over, for a while
+    ScriptedService service_{[this](const Seen&) {
+        constexpr size_t patience = 30;
+        const size_t asked = service_.seen().size() - 1;
+        return asked < patience ? answers_[asked % answers_.size()] : Answer{"403 Forbidden"};
+    }};
+    std::vector<StoredInstance> found_;
     std::string asked_;
 };
 
-TEST_F(WebAccountPages, AreReadToTheirEnd) {
-    std::vector<StoredInstance> instances;
-    ASSERT_EQ(list({pageOf("1", "a"), pageOf("2", "b"), pageOf("3", "")}, instances), 0U);
-    ASSERT_EQ(instances.size(), 3U);
-    EXPECT_EQ(instances[0].jobInstanceId + instances[2].jobInstanceId, "13");
+TEST_F(WebBackendTest, ReadsPagesOfRunsToTheirEnd) {
+    answers_ = {{.body = pageOf("1", "a")}, {.body = pageOf("2", "b")}, {.body = pageOf("3", "")}};
+    ASSERT_EQ(list(), 0U);
+    ASSERT_EQ(found_.size(), 3U);
+    EXPECT_EQ(found_[0].jobInstanceId + found_[2].jobInstanceId, "13");
     EXPECT_EQ(asked_, ",a,b,");
-    ASSERT_EQ(list({oneInstance}, instances), 0U);  // a service without pages
-    EXPECT_EQ(instances.size(), 1U);
-    EXPECT_EQ(asked_, ",");
 }
 
-TEST_F(WebAccountPages, ThatLeadNowhereEndTheListing) {
-    for (const std::vector<std::string>& answers :
-         {std::vector<std::string>{pageOf("1", "a"), pageOf("2", "a")},
-          {pageOf("1", "a"), pageOf("2", "b"), pageOf("3", "c")},
-          {pageOf("1", "a"), R"({"instances":[],"next":"b"})"},
-          {pageOf("1", "a"), R"({"instances":[],"next":1})"}}) {
-        std::vector<StoredInstance> instances(7);
-        EXPECT_EQ(list(answers, instances), DWORD{ERROR_INVALID_DATA});
-        EXPECT_EQ(instances.size(), 7U);
+TEST_F(WebBackendTest, PagesThatLeadNowhereEndTheListing) {
+    const Answer first{.body = pageOf("1", "a")};
+    found_.resize(7);
+    for (const std::vector<Answer>& answers : std::vector<std::vector<Answer>>{
+             {first, {.body = pageOf("2", "a")}},
+             {first, {.body = pageOf("2", "b")}, {.body = pageOf("3", "c")}},
+             {first, {.body = R"({"instances":[],"next":"b"})"}},
+             {first, {.body = R"({"instances":[],"next":1})"}}}) {
+        answers_ = answers;
+        EXPECT_EQ(list(), DWORD{ERROR_INVALID_DATA});
+        EXPECT_EQ(found_.size(), 7U);
     }
 }
 
+TEST_F(WebBackendTest, ACatalogFailsWithTheReasonAndKeepsThePage) {
+    const std::pair<Answer, DWORD> rows[] = {
+        {{"404 Not Found"}, 0x20010194},
+        {{}, ERROR_INVALID_DATA},
+        {{.body = "no JSON"}, ERROR_INVALID_DATA},
+        {{.body = R"({"source":[],"next":"C:\\a"})"}, ERROR_INVALID_DATA},  // leads nowhere
+    };
+    const Signal stop;
+    const auto catalog = WebBackend("carol").catalog({"PC", "", "inst"}, nullptr, stop.handle());
+    RestoreCatalog::Page page;
+    page.next = "old";
+    const auto lists = [&](RestoreCatalog& from) { return from.list(L"", "C:\\a", page); };
+    for (const auto& [answer, error] : rows) {
+        SCOPED_TRACE(answer.body);
+        answers_ = {answer};
+        EXPECT_FAILS(error, lists(*catalog));
+        EXPECT_EQ(page.next, "old");
+    }
+    service_.forget();
+    SetEvent(stop.handle());
+    EXPECT_FAILS(ERROR_CANCELLED, lists(*catalog));
+    const WebBackend nobodys("nobody");
+    EXPECT_FAILS(0x20010191u, lists(*nobodys.catalog({"PC", "", "inst"}, nullptr, nullptr)));
+    EXPECT_TRUE(service_.seen().empty());
+}
+
 }  // namespace
-}  // namespace dorvo
+}  // namespace dorvo::test
