@@ -110,9 +110,13 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
         std::vector<const wchar_t*> failed;
         uint32_t next;  // where the run stands; 5: at the end of its list, 6: nowhere in it
         bool goesOn;
+        const wchar_t* third = L"C:\\c";  // of the list that is there now, and what all of it are
+        DWORD kind = FILE_ATTRIBUTE_DIRECTORY;
     };
     const Row rows[] = {
         {"all there", 3, {}, 4, true},
+        {"of another item", 3, {}, 4, false, L"C:\\x"},
+        {"of files", 3, {}, 4, false, L"C:\\c", FILE_ATTRIBUTE_NORMAL},
         {"the item in progress", 3, {}, 3, true},
         {"older than the index", 3, {}, 2, true},
         {"lost", 2, {}, 4, false},
@@ -141,6 +145,7 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
         for (const wchar_t* path : row.failed) {
             ASSERT_TRUE(failed_->add(path, ERROR_ACCESS_DENIED, ""));
         }
+        writeList({paths[0], paths[1], row.third, paths[3]}, row.kind);
         standAt(std::min(row.next, 5u));
         record_.sourcePosition += row.next == 6 ? 3 : 0;
         const auto made = storage();
@@ -155,27 +160,6 @@ TEST_F(LocalStorageTest, ARunThatLostAnItemDoesNotGoOn) {
         ASSERT_TRUE(made->end()) << GetLastError();
         ASSERT_TRUE(list(page_));
         EXPECT_EQ(page_.items.size(), row.next == 5 || row.kept < 3 ? 3u : 4u);
-    }
-}
-
-TEST_F(LocalStorageTest, ARunWhoseIndexIsOfOtherItemsDoesNotGoOn) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    data.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
-    const std::vector<std::wstring> paths = {L"C:\\a", L"C:\\b"};
-    for (const bool renamed : {true, false}) {
-        SCOPED_TRACE(renamed);
-        begin(renamed ? 7 : 8);
-        writeList(paths, FILE_ATTRIBUTE_DIRECTORY);
-        {
-            const auto made = started();
-            for (uint32_t i = 0; i < 2; ++i) {
-                ASSERT_TRUE(made->backup(paths[i].c_str(), data, i + 1, nullptr));
-            }
-        }
-        writeList(renamed ? std::vector<std::wstring>{L"C:\\a", L"C:\\x"} : paths,
-                  renamed ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL);
-        standAt(3);
-        EXPECT_FAILS(ERROR_INVALID_STATE, storage()->start());
     }
 }
 

@@ -24,34 +24,6 @@ bool reads_data(std::span<const uint8_t> bytes) {
     return read;
 }
 
-TEST(PackageReader, ReadsTheExamples) {
-    package_fault fault = nullptr;
-    const Bytes file_bytes = from_hex(test::golden_file);
-    const auto file = read_file_package(file_bytes, fault);
-    ASSERT_TRUE(file.has_value()) << fault;
-    EXPECT_EQ(file->name, test::golden_name);
-    EXPECT_EQ(+file->head.attributes, 0x20u);
-    EXPECT_EQ(+file->head.size, 28u);
-    EXPECT_EQ(+file->head.last_write, test::golden_time + 10'000'000);
-    EXPECT_EQ(+file->head.last_access, test::golden_time + 20'000'000);
-    EXPECT_EQ(+file->head.creation, test::golden_time);
-
-    const Bytes data_bytes = from_hex(test::golden_compressed_data);
-    const auto data = read_data_package(data_bytes, fault);
-    ASSERT_TRUE(data.has_value()) << fault;
-    EXPECT_EQ(+data->head.flags, 3u);
-    EXPECT_EQ(+data->head.content_length, 28u);
-    EXPECT_EQ(+data->head.check, 0x11223344u);
-    EXPECT_EQ(+data->head.processed_check, 0x55667788u);
-    EXPECT_EQ(+data->head.compression, 2u);
-    EXPECT_EQ(+data->head.compression_level, 6u);
-    EXPECT_EQ(+data->head.encryption, 1u);
-    EXPECT_EQ(data->extra.data(), data_bytes.data() + 36);
-    EXPECT_EQ(data->extra.size(), 16u);
-    EXPECT_EQ(data->content.data(), data_bytes.data() + 52);
-    EXPECT_EQ(data->content.size(), 32u);
-}
-
 TEST(PackageReader, RefusesEveryTruncationAndLeavesWhatFollows) {
     for (const bool file : {true, false}) {
         const Bytes whole = from_hex(file ? test::golden_file : test::golden_data);
