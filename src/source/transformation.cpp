@@ -54,16 +54,9 @@ private:
     write_handle_streambuf buffer_;
 };
 
-// The code of a chain that broke: 1223 after an interruption, that of a failed read or of the
-// target, else 13, because the data itself was at fault.
-DWORD chainError(const ReadHandleStream& in, DWORD targetError) {
-    if (in.buffer().interrupted()) {
-        return ERROR_CANCELLED;
-    }
-    if (in.buffer().error() != ERROR_SUCCESS) {
-        return in.buffer().error();
-    }
-    return targetError != ERROR_SUCCESS ? targetError : DWORD{ERROR_INVALID_DATA};
+// The code of a read that failed, 1223 after an interruption.
+DWORD readError(const ReadHandleStream& in) {
+    return in.buffer().interrupted() ? DWORD{ERROR_CANCELLED} : in.buffer().error();
 }
 
 // Each of a path and a reason.
@@ -78,19 +71,22 @@ bool notOpened(TransformWords::Line words, const wchar_t* path, DWORD error) {
     return logFailed(error, words, toUtf8(path), errorText(error));
 }
 
-// Has `pump` carry the source into a target whose error is that which `targetError` gives. What it
-// throws, or a source that is not read to its end, is a failure. False is logged and leaves the
-// thread's last error, true leaves 0.
-bool carry(const wchar_t* source, ReadHandleStream& in, TransformWords::Line failed,
-           const std::function<void()>& pump, const std::function<DWORD()>& targetError) {
+// Has `pump` carry a source into a target; `readFailed` and `writeFailed` give the codes of what
+// has failed there. What it throws, or a source that is not read to its end, is a failure, with 13
+// where the data itself was at fault. False is logged and leaves the thread's last error, true
+// leaves 0.
+bool carry(const wchar_t* source, TransformWords::Line failed, const std::function<void()>& pump,
+           const std::function<DWORD()>& readFailed, const std::function<DWORD()>& writeFailed) {
     try {
         pump();
         // The chain takes a read that fails for the end of the file.
-        if (const DWORD error = in.buffer().error(); error != ERROR_SUCCESS) {
+        if (const DWORD error = readFailed(); error != ERROR_SUCCESS) {
             throw std::runtime_error(errorText(error));
         }
     } catch (const std::exception& failure) {
-        const DWORD error = chainError(in, targetError());
+        DWORD error = readFailed();
+        error = error != ERROR_SUCCESS ? error : writeFailed();
+        error = error != ERROR_SUCCESS ? error : DWORD{ERROR_INVALID_DATA};
         if (error == ERROR_CANCELLED) {
             // The words are those of a restore for both; readers of the log look for them.
             log(LogLevel::error, "Failed to decrypt and decompress %s, user cancelled.\n",
@@ -111,6 +107,12 @@ TransformWords backupWords() {
             .failed = "Failed to compress and encrypt %s, %s.\n"};
 }
 
+TransformWords restoreWords() {
+    return {.sourceNotOpened = "Failed to target file %s, %s.\n",
+            .targetNotOpened = "Failed to open target %s, %s.\n",
+            .failed = "Failed to decrypt and decompress %s, %s.\n"};
+}
+
 // Opens both files and carries one into the other. `finish`, where there is one, gets the target
 // when all of it is written.
 bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* stop,
@@ -126,7 +128,8 @@ bool transformFile(const wchar_t* source, const wchar_t* target, interrupter* st
         return notOpened(words.targetNotOpened, target, out.buffer().error());
     }
     const bool carried = carry(
-        source, in, words.failed, [&] { pump(in, out); }, [&] { return out.buffer().error(); });
+        source, words.failed, [&] { pump(in, out); }, [&] { return readError(in); },
+        [&] { return out.buffer().error(); });
     if (carried && finish) {
         finish(out.buffer().handle());
         SetLastError(ERROR_SUCCESS);
@@ -171,15 +174,17 @@ private:
     bool ended_ = false;
 };
 
-void unpack(const Transformation& with, std::istream& in, std::ostream& out) {
+// `from`: what a source of the kind is made of.
+template <class Source, class... From>
+void unpack(const Transformation& with, std::ostream& out, From&&... from) {
     CryptoPP::CBC_Mode<CryptoPP::AES>::Decryption cipher(with.key.data(), with.key.size(),
                                                          with.iv.data());
     CryptoPP::BufferedTransformation* chain = new WholeSink(out);
     if (with.compress != 0) {
         chain = new CryptoPP::ZlibDecompressor(chain);
     }
-    const CryptoPP::FileSource pumped(in, pumpAll,
-                                      new CryptoPP::StreamTransformationFilter(cipher, chain));
+    const Source pumped(std::forward<From>(from)..., pumpAll,
+                        new CryptoPP::StreamTransformationFilter(cipher, chain));
 }
 
 void logAttributeFailure(const wchar_t* target) {
@@ -230,23 +235,39 @@ bool BackupTransformation::transform(const wchar_t* source, ItemPackage& target,
             throw std::runtime_error(errorText(target.error()));
         }
     };
-    return carry(source, in, backupWords().failed, pump, [&] { return target.error(); });
+    return carry(
+        source, backupWords().failed, pump, [&] { return readError(in); },
+        [&] { return target.error(); });
 }
 
 bool RestoreTransformation::transform(const wchar_t* source, const wchar_t* target,
                                       const WIN32_FILE_ATTRIBUTE_DATA* attributes,
                                       interrupter* stop) {
     return transformFile(
-        source, target, stop,
-        {.sourceNotOpened = "Failed to target file %s, %s.\n",
-         .targetNotOpened = "Failed to open target %s, %s.\n",
-         .failed = "Failed to decrypt and decompress %s, %s.\n"},
-        [this](std::istream& in, std::ostream& out) { unpack(*this, in, out); },
+        source, target, stop, restoreWords(),
+        [this](std::istream& in, std::ostream& out) {
+            unpack<CryptoPP::FileSource>(*this, out, in);
+        },
         [&](HANDLE written) {
             if (attributes != nullptr) {
                 applyAttributes(target, written, *attributes);
             }
         });
+}
+
+bool RestoreTransformation::transform(std::span<const std::byte> package, const wchar_t* name,
+                                      const wchar_t* target) {
+    WriteHandleStream out(target);
+    if (!out) {
+        return notOpened(restoreWords().targetNotOpened, target, out.buffer().error());
+    }
+    const auto pump = [&] {
+        unpack<CryptoPP::ArraySource>(
+            *this, out, reinterpret_cast<const CryptoPP::byte*>(package.data()), package.size());
+    };
+    return carry(
+        name, restoreWords().failed, pump, [] { return DWORD{ERROR_SUCCESS}; },
+        [&] { return out.buffer().error(); });
 }
 
 }  // namespace dorvo

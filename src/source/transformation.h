@@ -8,7 +8,9 @@
 #include <windows.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "base/interrupter.h"
 #include "source/itempackage.h"
@@ -58,6 +60,8 @@ public:
     // logged and no failure.
     bool transform(const wchar_t* source, const wchar_t* target,
                    const WIN32_FILE_ATTRIBUTE_DATA* attributes, interrupter* stop) override;
+    // The same from a package that is here; `name` is what the log calls it.
+    bool transform(std::span<const std::byte> package, const wchar_t* name, const wchar_t* target);
 };
 
 }  // namespace dorvo

@@ -104,7 +104,7 @@ bool ItemFetcher::fetch(FetchedItem& item, bool replace) {
     if (!done(item.target.place(replace), FetchStep::place, item)) {
         return false;
     }
-    if (DeleteFileW(longPath(item.package).c_str()) == 0) {
+    if (!item.inMemory() && DeleteFileW(longPath(item.package).c_str()) == 0) {
         log(LogLevel::warning, "Failed to delete temporary file {%s}, error-code = %d, %m.\n",
             toUtf8(item.package), GetLastError());
     }
@@ -133,7 +133,7 @@ bool ItemFetcher::find(FetchedItem& item) {
 
 // Asked before anything is received: it would all be fetched for nothing.
 bool ItemFetcher::hasRoom(const FetchedItem& item) const {
-    if (fitsOnDisk({folder_, item.size - record_->fileOffset},
+    if (fitsOnDisk({folder_, item.inMemory() ? 0 : item.size - record_->fileOffset},
                    item.target.need(sizeOf(item.data)))) {
         return true;
     }
@@ -165,6 +165,9 @@ bool ItemFetcher::bring(FetchedItem& item) {
 
 // `kept`: the bytes that an earlier run has received.
 bool ItemFetcher::receive(const FetchedItem& item, uint64_t& kept) {
+    if (item.inMemory()) {
+        return receiveInMemory(item);
+    }
     const FileHandle package(CreateFileW(longPath(item.package).c_str(),
                                          GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                          OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -179,6 +182,24 @@ bool ItemFetcher::receive(const FetchedItem& item, uint64_t& kept) {
     if (!receiveBlocks(item, package.get())) {
         return false;
     }
+    log(LogLevel::debug, "File {%s} downloaded.\n", item.name);
+    return true;
+}
+
+bool ItemFetcher::receiveInMemory(const FetchedItem& item) {
+    uint64_t none = 0;
+    std::span<const std::byte> block;
+    progress_.backTo(0, 0);
+    if (!done(source_.begin(item, nullptr, none) && (item.size == 0 || source_.get(item, 0, block)),
+              FetchStep::block, item)) {
+        return false;
+    }
+    if (block.size() != item.size) {
+        SetLastError(malformedBlock);
+        return done(false, FetchStep::block, item);
+    }
+    block_.assign(block.begin(), block.end());
+    progress_.accepted(1, item.size);
     log(LogLevel::debug, "File {%s} downloaded.\n", item.name);
     return true;
 }
@@ -241,7 +262,9 @@ bool ItemFetcher::decode(FetchedItem& item) {
     } else {
         progress_.state(CurrentFileState::encoding);
     }
-    if (!done(item.target.decode(item.package, item.compressed ? compressed_ : plain_, &stop_),
+    RestoreTransformation& with = item.compressed ? compressed_ : plain_;
+    if (!done(item.inMemory() ? item.target.decode(block_, item.package, with)
+                              : item.target.decode(item.package, with, &stop_),
               FetchStep::decode, item)) {
         return false;
     }

@@ -1,6 +1,8 @@
 // Brings back the files of a restore's run, one after the other, from whoever keeps them: claims an
 // item on record, finds what is kept of it, receives its package in blocks of 128 KiB into the
-// job's temporary folder, and decodes it into its place.
+// job's temporary folder, and decodes it into its place. A package of one block stays in memory: a
+// file made, read and deleted costs more than all else that is done with most of them, and a run
+// that goes on asks for it once more.
 //
 // The record says at any time how far the package has come, so that the next run goes on there:
 // that belongs to the item whose number is on record, and to a package of the size on record. What
@@ -18,6 +20,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "base/error_codes.h"
 #include "base/handle.h"
@@ -45,6 +48,9 @@ struct FetchedItem {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     uint64_t size = 0;  // of its package
     bool compressed = false;
+
+    // Of one block: its package has no file.
+    bool inMemory() const { return size <= uploadBlockSize; }
 };
 
 // What can fail of a file, in the order in which it is done; for a source's log. `next` is what
@@ -104,6 +110,7 @@ private:
     bool receive(const FetchedItem& item, uint64_t& kept);
     bool takeUp(const FetchedItem& item, HANDLE package, uint64_t& kept);
     bool receiveBlocks(const FetchedItem& item, HANDLE package);
+    bool receiveInMemory(const FetchedItem& item);
     bool decode(FetchedItem& item);
     void dress(FetchedItem& item) const;
     bool stopped(FetchStep step, const FetchedItem& item) const;
@@ -117,6 +124,7 @@ private:
     BlockSource& source_;  // borrowed
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
+    std::vector<std::byte> block_;  // all of a package that is in memory
 };
 
 // The error of what came as a block and is none.

@@ -186,6 +186,43 @@ TEST_F(Fetched, APackageThatWasDamagedMeanwhileIsReceivedAgainOnce) {
     }
 }
 
+// It has no file, so that what a record says of it counts for nothing.
+TEST_F(Fetched, APackageOfOneBlockIsReceivedInMemory) {
+    struct Row {
+        const char* name;
+        std::function<DWORD(std::string&)> answer;
+        DWORD error;
+    };
+    const Row rows[] = {
+        {"whole", [](std::string&) { return 0; }, 0},
+        {"none", [](std::string&) { return WSAECONNRESET; }, WSAECONNRESET},
+        {"too short", [](std::string& a) { return a.pop_back(), 0; }, malformedBlock},
+        {"too long", [](std::string& a) { return a.push_back('x'), 0; }, malformedBlock},
+        {"damaged", [](std::string& a) { return a.back() ^= 1, 0; }, ERROR_INVALID_DATA},
+    };
+    for (const uint64_t size : {uint64_t{16}, block}) {
+        hold(size);
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.name);
+            storeFile(target_, "old");
+            resume(size, std::string(size, '#'));
+            get_ = [&](uint64_t) { return row.answer(answer_); };
+            EXPECT_EQ(fetch() ? 0 : GetLastError(), row.error);
+            EXPECT_EQ(asked_, Blocks{1});
+            EXPECT_EQ(failed_.empty(), row.error == 0) << "it is said";
+            EXPECT_TRUE(fileContent(target_) == (row.error == 0 ? content_ : "old"));
+            const bool received = failed_ != Steps{FetchStep::block};
+            EXPECT_EQ(record_.acceptedBlocks, received ? 1u : 0u);
+            EXPECT_EQ(record_.transferred, received ? size : 0);
+            DeleteFileW(package_.c_str());
+        }
+        stop_ = [](const JobActivity& record) { return record.currentFileState == 2; };
+        EXPECT_FAILS(ERROR_CANCELLED, fetch());
+        stop_ = [](const JobActivity&) { return false; };
+    }
+    EXPECT_FALSE(exists(package_)) << "no file is made for it";
+}
+
 TEST_F(Fetched, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {
     struct Row {
         const char* name;
@@ -270,7 +307,7 @@ TEST_F(Fetched, AStopAtAnyStepIsOneFromWhichTheNextRunGoesOn) {
         {"received", 2 * block, [](Record r) { return r.fileOffset == 2 * block; },
          FetchStep::toDecode, 0},
         {"decoding", large, isDecoding, FetchStep::decode, 0},
-        {"decoded", block, isDecoding, FetchStep::next, 0},
+        {"decoded", 2 * block, isDecoding, FetchStep::next, 0},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

@@ -90,14 +90,24 @@ bool RestoreTarget::makeParents() {
 
 bool RestoreTarget::decode(const std::wstring& package, RestoreTransformation& with,
                            interrupter* stop) {
-    if ((placing_ != nullptr && !placing_->announce(run_, number_, sibling_)) || !makeSibling()) {
-        return false;
+    return beginSibling() &&
+           keepSibling(with.transform(package.c_str(), sibling_.c_str(), nullptr, stop));
+}
+
+bool RestoreTarget::decode(std::span<const std::byte> package, const std::wstring& name,
+                           RestoreTransformation& with) {
+    return beginSibling() && keepSibling(with.transform(package, name.c_str(), sibling_.c_str()));
+}
+
+bool RestoreTarget::beginSibling() {
+    return (placing_ == nullptr || placing_->announce(run_, number_, sibling_)) && makeSibling();
+}
+
+bool RestoreTarget::keepSibling(bool decoded) {
+    if (!decoded) {
+        removeSibling();
     }
-    if (with.transform(package.c_str(), sibling_.c_str(), nullptr, stop)) {
-        return true;
-    }
-    removeSibling();
-    return false;
+    return decoded;
 }
 
 // What replaces a file is nobody else's to read before it has that one's access list.

@@ -17,7 +17,9 @@
 #include <windows.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "base/disk_room.h"
@@ -51,6 +53,9 @@ public:
 
     // Decodes the package into the sibling. Errors are the transformation's.
     bool decode(const std::wstring& package, RestoreTransformation& with, interrupter* stop);
+    // The same of a package that is in memory; `name` is what the log calls it.
+    bool decode(std::span<const std::byte> package, const std::wstring& name,
+                RestoreTransformation& with);
 
     // Gives the sibling those of the attributes that can be set. READONLY is kept for place().
     bool setAttributes(DWORD attributes);
@@ -71,6 +76,8 @@ protected:
     virtual bool moveFile(const std::wstring& from, const std::wstring& to, DWORD flags);
 
 private:
+    bool beginSibling();
+    bool keepSibling(bool decoded);
     bool makeSibling();
     bool finishSibling();
     bool moveTo();
