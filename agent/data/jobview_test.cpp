@@ -71,11 +71,15 @@ TEST_F(JobViewTest, APausedRunSaysWhyItWaitsAndUntilWhen) {
         const char* reason;
         bool until;
     };
-    const Row rows[] = {{false, 0, true, "interrupted when its agent ended", true},
-                        {false, 10061, true, "nobody answers at ", true},
-                        {false, 10061, false, "nobody answers at ", false},
-                        {true, 10061, true, "paused by the user", false}};
+    const Row rows[] = {
+        {false, 0, true, "interrupted when its agent ended", true},
+        {false, 10061, true, "nobody answers at ", true},
+        {false, 10061, false, "nobody answers at ", false},
+        {false, 0x200101F7, true, "the server says: no room (HTTP status 503", true},
+        {false, 0x200101F8, true, "HTTP status 504", true},
+        {true, 10061, true, "paused by the user", false}};
     set(JobState::paused);
+    ASSERT_TRUE(saveWaitWords(job_.id(), 0x200101F7, "no room"));
     ASSERT_TRUE(saveWait(job_.id(), utcTimeNow() + 3600 * ticksPerSecond));
     for (const Row& row : rows) {
         view_.record.pausedManually = row.byUser ? 1 : 0;

@@ -98,6 +98,10 @@ std::string progressLine(const Progress& progress, size_t width) {
     return columnsOf(line) <= width ? line : shortened(line, width);
 }
 
+std::string whyOf(const JobDefinition& job, uint32_t code) {
+    return runFailure(code, job.user(), loadWaitWords(job.id(), code));
+}
+
 RunWait waitOf(const JobDefinition& job, const JobActivity& record, bool live) {
     RunWait wait;
     if (!unfinished(record)) {
@@ -117,8 +121,8 @@ RunWait waitOf(const JobDefinition& job, const JobActivity& record, bool live) {
         wait.reason = "paused by the user: go on with it with 'agent resume'";
         return wait;
     }
-    wait.reason = record.endError == 0 ? "interrupted when its agent ended"
-                                       : runFailure(record.endError, job.user());
+    wait.reason =
+        record.endError == 0 ? "interrupted when its agent ended" : whyOf(job, record.endError);
     wait.until = live ? waitsUntil(job.id()) : 0;  // nobody resumes it where no process has it
     return wait;
 }

@@ -65,6 +65,9 @@ json_spirit::Ordered_value secondsLeftJson(const Progress& progress);
 // `width` columns, of which the current file gets what is left over.
 std::string progressLine(const Progress& progress, size_t width);
 
+// What the job's run has met, and what to do: in the service's words where it has said anything.
+std::string whyOf(const JobDefinition& job, uint32_t code);
+
 // Why a run does not go on, since when and until when.
 struct RunWait {
     std::string reason;  // empty: it goes on

@@ -7,7 +7,6 @@
 #include "base/text.h"
 #include "data/runrecord.h"
 #include "run/runresult.h"
-#include "text/failuretext.h"
 #include "text/format.h"
 
 namespace dorvo::agent {
@@ -20,7 +19,7 @@ constexpr size_t mostNotes = 20;  // of a kind
 
 // Why a run waits that has paused itself: on record before its state is.
 std::string reasonOf(const JobDefinition& job, const JobActivity& record) {
-    return record.endError == 0 ? std::string() : runFailure(record.endError, job.user());
+    return record.endError == 0 ? std::string() : whyOf(job, record.endError);
 }
 
 // For people.
@@ -211,10 +210,9 @@ void JsonRunReporter::finish(const RunResult& result) {
     json.push_back({"summary", resultJson(result, job_)});
     terminal_.out(line(json));
     if (result.outcome == exitFailed) {
-        terminal_.error(
-            "agent: The run of job '" + toUtf8(job_.name()) + "' failed" +
-            (result.error == 0 ? std::string() : ": " + runFailure(result.error, job_.user())) +
-            ".");
+        const std::string why = whyFailed(result, job_);
+        terminal_.error("agent: The run of job '" + toUtf8(job_.name()) + "' failed" +
+                        (why.empty() ? why : ": " + why) + ".");
     }
 }
 

@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "data/runrecord.h"
 #include "job/runtotals.h"
+#include "record/jobwait.h"
 #include "text/failuretext.h"
 #include "text/format.h"
 
@@ -38,9 +39,8 @@ Number without(Number sum, Number part) {
 std::string unfinishedText(const JobDefinition& job, const RunResult& result,
                            const std::string& verb) {
     if (result.outcome == exitFailed) {
-        const std::string text = verb + " failed";
-        return (result.error == 0 ? text : text + ": " + runFailure(result.error, job.user())) +
-               ".";
+        const std::string why = whyFailed(result, job);
+        return verb + " failed" + (why.empty() ? why : ": " + why) + ".";
     }
     return result.state == jobStateToString(JobState::cancelled)
                ? verb + " is cancelled."
@@ -106,7 +106,8 @@ RunResult resultOf(const JobActivity& record, ExitCode outcome, const RunCounts&
             .failedItems = record.failedItems,
             .failed = std::move(failed),
             .notes = {},
-            .error = outcome == exitFailed ? record.endError : 0};
+            .error = outcome == exitFailed ? record.endError : 0,
+            .said = {}};
 }
 
 RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome) {
@@ -114,7 +115,12 @@ RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCo
     RunResult result =
         resultOf(record, outcome, countsOf(job), loadFailedItems(job.id(), instance));
     result.notes = loadNotes(job.id(), instance);
+    result.said = loadWaitWords(job.id(), result.error);
     return result;
+}
+
+std::string whyFailed(const RunResult& result, const JobDefinition& job) {
+    return result.error == 0 ? std::string() : runFailure(result.error, job.user(), result.said);
 }
 
 json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinition& job) {
@@ -135,7 +141,7 @@ json_spirit::Ordered_object resultJson(const RunResult& result, const JobDefinit
     }
     appendNotes(json, result.notes);
     if (result.error != 0) {
-        json.push_back({"error", runFailure(result.error, job.user())});
+        json.push_back({"error", whyFailed(result, job)});
     }
     return json;
 }

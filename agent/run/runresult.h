@@ -49,6 +49,7 @@ struct RunResult {
     std::vector<FailedItem> failed;
     RunNotes notes;
     uint32_t error = 0;  // that the run ended with, 0 for none
+    std::string said;    // by the service of that
 };
 
 // What the record does not tell of a run.
@@ -64,6 +65,9 @@ RunResult resultOf(const JobActivity& record, ExitCode outcome, const RunCounts&
 
 // The same with what the job's folder tells of its last run.
 RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCode outcome);
+
+// Why the run failed; empty where that is not known.
+std::string whyFailed(const RunResult& result, const JobDefinition& job);
 
 // {"state", "exitCode", "instanceId", "files", "bytes", "unchangedFiles", "unchangedBytes",
 // "wireBytes", "speed", "duration", "failed", "leftOut", "warnings"}, of a restore "keptFiles" and

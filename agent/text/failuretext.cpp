@@ -10,6 +10,7 @@
 #include "settings/keymanager.h"
 #include "settings/serverbinding.h"
 #include "storage/local/localerror.h"
+#include "text/format.h"
 #include "text/singletons.h"
 
 namespace dorvo::agent {
@@ -44,7 +45,7 @@ std::string failureText(uint32_t code) {
     return text + " (error " + std::to_string(code) + ")";
 }
 
-std::string runFailure(uint32_t code, const std::string& user) {
+std::string runFailure(uint32_t code, const std::string& user, const std::string& said) {
     constexpr uint32_t unavailable = withHttpMark(503);
     const std::string text = failureText(code);
     if (isDiskFull(code)) {
@@ -57,7 +58,11 @@ std::string runFailure(uint32_t code, const std::string& user) {
             return "the server refused the session of '" + user + "' (" + text +
                    "): run 'agent login " + user + "'";
         case unavailable:
-            return "the server is busy, its disk is full, or its storage is down (" + text + ")";
+            if (said.empty()) {
+                return "the server is busy, its disk is full, or its storage is down (" + text +
+                       ")";
+            }
+            break;
         case errorRefused:
             return "nobody answers at " + serverText() + " (error " + std::to_string(code) +
                    "): see that the server runs, or run 'agent server set HOST:PORT'";
@@ -71,7 +76,9 @@ std::string runFailure(uint32_t code, const std::string& user) {
                    ", which has nothing of it: the next run begins there";
         default: break;
     }
-    return isKeyError(code) ? keyErrorText(code, user) : text;
+    return isKeyError(code) ? keyErrorText(code, user)
+           : said.empty()   ? text
+                            : "the server says: " + printable(said) + " (" + text + ")";
 }
 
 std::string requestFailure(uint32_t code, const std::string& user) {

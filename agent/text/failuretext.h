@@ -18,8 +18,8 @@ std::string serverText();
 std::string failureText(uint32_t code);
 
 // Why a run failed or waits, and what to do about it where the user can do something; without a
-// full stop. `user` is whose job it is.
-std::string runFailure(uint32_t code, const std::string& user);
+// full stop. `user` is whose job it is, `said` what the service has said of it.
+std::string runFailure(uint32_t code, const std::string& user, const std::string& said = {});
 
 // A sentence for a request that the server did not answer with 200: what happened and what to do.
 // `user` is whose session it was.

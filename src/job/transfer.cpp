@@ -10,8 +10,10 @@
 #include "base/singleton.h"
 #include "base/text.h"
 #include "job/runtotals.h"
+#include "record/jobwait.h"
 #include "settings/options.h"
 #include "storage/itemtemppath.h"
+#include "storage/refusalwords.h"
 
 namespace dorvo {
 
@@ -230,9 +232,8 @@ bool Transfer::refuse(unsigned long code) {
             return false;
         }
     }
-    job_.notify_error(code);
-    errorNotified_ = true;
-    return fail(code);
+    tellFailure(code);
+    return false;
 }
 
 bool Transfer::parkIfPauseIsTakenBack() {
@@ -260,11 +261,19 @@ bool Transfer::failOrPause(unsigned long code) {
 }
 
 bool Transfer::pause(unsigned long code) {
-    runError_ = code;
-    errorNotified_ = true;
-    job_.notify_error(code);
+    tellFailure(code);
     park();
     return false;
+}
+
+// What the service has said stands first: who is told looks for it.
+void Transfer::tellFailure(unsigned long code) {
+    runError_ = code;
+    if (const auto marked = static_cast<uint32_t>(code); isHttpStatus(marked)) {
+        saveWaitWords(id_, marked, refusalWords(marked));
+    }
+    job_.notify_error(code);
+    errorNotified_ = true;
 }
 
 bool Transfer::failOrWait(unsigned long code) {

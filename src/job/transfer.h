@@ -165,6 +165,8 @@ protected:
     bool failOrWait(unsigned long code);
     // Parks the run, whatever the error is.
     bool pause(unsigned long code);
+    // Announces what the run has met, with what the service has said of it on record.
+    void tellFailure(unsigned long code);
     // Parks the run, true, if a pause has broken its step off and was taken back since.
     bool parkIfPauseIsTakenBack();
 

@@ -80,9 +80,7 @@ JobState Transfer::endFailed(unsigned long code) {
         return JobState::completed;
     }
     logRetry("end", code);
-    runError_ = code;
-    job_.notify_error(code);
-    errorNotified_ = true;
+    tellFailure(code);
     // What was broken off or went wrong has not been refused: the resumed run ends again.
     if (action != FailureAction::fail) {
         retry_ = true;

@@ -5,6 +5,7 @@
 
 #include "job/each_job.h"
 #include "record/jobwait.h"
+#include "storage/refusalwords.h"
 
 namespace dorvo {
 namespace {
@@ -116,6 +117,17 @@ TYPED_TEST(TransferEnd, WaitsLongerWhileItComesNoFurther) {
     }
     this->run(*job);
     EXPECT_EQ(job->state(), completed);
+}
+
+TYPED_TEST(TransferEnd, WhatTheServiceSaysIsOnRecordWhileTheRunWaits) {
+    Script& script = this->script_;
+    script.items["b"] = {0x200101F7};
+    script.onItem = [](const std::string&) { keepRefusalWords(0x200101F7, "no room"); };
+    const auto job = this->makeJob();
+    this->run(*job);
+    ASSERT_EQ(job->state(), paused);
+    EXPECT_EQ(loadWaitWords("j1", 0x200101F7), "no room");
+    EXPECT_NE(loadWait("j1"), 0u);
 }
 
 TYPED_TEST(TransferEnd, AnyProgressShortensTheWait) {

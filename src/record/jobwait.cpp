@@ -2,54 +2,65 @@
 
 #include "base/paths.h"
 #include "base/text.h"
+#include "json_spirit/member.h"
 #include "settings/jsonstorage.h"
 
 namespace dorvo {
 namespace {
 
 constexpr char untilKey[] = "until";
+constexpr char codeKey[] = "code";
+constexpr char saysKey[] = "says";
 
+using json_spirit::numberMember;
+using json_spirit::textMember;
+
+// With what it held; without anything where there is no folder for it.
 class WaitFile : public JSONObjectStorage {
 public:
-    explicit WaitFile(const std::wstring& folder) { path_ = toUtf8(folder + L"\\waits"); }
-
-    void set(uint64_t until) { values_[untilKey] = until; }
-    uint64_t get() const {
-        const auto found = values_.find(untilKey);
-        const bool number = found != values_.end() &&
-                            found->second.type() == json_spirit::int_type &&
-                            (found->second.is_uint64() || found->second.get_int64() >= 0);
-        return number ? found->second.get_uint64() : 0;
+    explicit WaitFile(const std::string& jobId) {
+        if (jobDirectory(jobId, folder_)) {
+            folder_ += L"\\act";
+            load(toUtf8(folder_ + L"\\waits").c_str());
+        }
     }
+
+    template <class T>
+    void set(const char* key, const T& value) {
+        values_[key] = value;
+    }
+    bool keep() { return !folder_.empty() && createDirectories(folder_) && save(); }
+
+private:
+    std::wstring folder_;
 };
-
-bool folderOf(const std::string& jobId, std::wstring& folder) {
-    if (!jobDirectory(jobId, folder)) {
-        return false;
-    }
-    folder += L"\\act";
-    return true;
-}
 
 }  // namespace
 
 bool saveWait(const std::string& jobId, uint64_t until) {
-    std::wstring folder;
-    if (!folderOf(jobId, folder) || !createDirectories(folder)) {
-        return false;
-    }
-    WaitFile file(folder);
-    file.set(until);
-    return file.save();
+    WaitFile file(jobId);
+    file.set(untilKey, until);
+    return file.keep();
 }
 
 uint64_t loadWait(const std::string& jobId) {
-    std::wstring folder;
-    if (!folderOf(jobId, folder)) {
-        return 0;
+    return numberMember(WaitFile(jobId).values(), untilKey);
+}
+
+bool saveWaitWords(const std::string& jobId, uint32_t code, const std::string& words) {
+    if (loadWaitWords(jobId, code) == words) {
+        return true;
     }
-    WaitFile file(folder);
-    return file.load() ? file.get() : 0;
+    WaitFile file(jobId);
+    file.set(codeKey, code);
+    file.set(saysKey, words);
+    return file.keep();
+}
+
+std::string loadWaitWords(const std::string& jobId, uint32_t code) {
+    const WaitFile file(jobId);
+    return numberMember(file.values(), codeKey) == code ? textMember(file.values(), saysKey)
+                                                        : std::string();
 }
 
 }  // namespace dorvo

@@ -130,7 +130,7 @@ class RunsTest(SystemTest):
         until(lambda: shown().get("until"), resident.process)
         job = shown()
         self.assertEqual((job["state"], job["location"]), ("paused", "127.0.0.1:%d" % system.proxy.address[1]))
-        self.assertIn("503", job["reason"])
+        self.assertIn("a fault of the test (HTTP status 503", job["reason"])
         self.assertLess(job["since"], job["until"])
         self.assertIn(job["reason"], machine.agent("jobs").out)
         self.assertIn(job["reason"], machine.agent("show", "docs").out)

@@ -274,8 +274,14 @@ std::string readRefusal(const std::string& body) {
     hasShape([&] {
         Value refusal;
         json_spirit::read_or_throw(body, refusal);
-        why = text(refusal.get_obj(), "error").substr(0, longest);
+        why = text(refusal.get_obj(), "error");
     });
+    if (size_t end = longest; why.size() > end) {
+        while ((static_cast<unsigned char>(why[end]) & 0xC0U) == 0x80U) {
+            --end;  // not within a character
+        }
+        why.resize(end);
+    }
     std::replace_if(
         why.begin(), why.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
     return why;

@@ -107,6 +107,13 @@ TEST(WebBodies, SmallOnes) {
               R"("source":[{"mtimeHigh":30408704,"mtimeLow":4294967295,"path":"C:\\x"}]})");
 }
 
+TEST(WebBodies, OfALongRefusalTheBeginningCounts) {
+    const std::string most(499, 'x');
+    EXPECT_EQ(readRefusal(R"({"error":")" + most + "\n\"}"), "");
+    EXPECT_EQ(readRefusal(R"({"error":")" + most + "yz\"}"), most + "y");
+    EXPECT_EQ(readRefusal(R"({"error":")" + most + "\xC3\xA4\"}"), most) << "within a character";
+}
+
 TEST(WebBodies, IncrementAnswers) {
     const auto paths = [](const std::string& text) {
         std::vector<std::string> named;

@@ -7,6 +7,7 @@
 #include "httpmsg/http_names.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
+#include "storage/refusalwords.h"
 #include "storage/web/web_bodies.h"
 
 namespace dorvo {
@@ -49,10 +50,13 @@ Exchanged judge(int result, HTTP_Command& command) {
     if (status == statusOk) {
         return Exchanged::done;
     }
-    if (const std::string why = readRefusal(command.error_text()); !why.empty()) {
+    const DWORD error = withHttpMark(static_cast<uint32_t>(status));
+    const std::string why = readRefusal(command.error_text());
+    keepRefusalWords(error, why);
+    if (!why.empty()) {
         log(LogLevel::error, "The service says {%s}.\n", why);
     }
-    SetLastError(withHttpMark(static_cast<uint32_t>(status)));
+    SetLastError(error);
     return Exchanged::refused;
 }
 

@@ -1,6 +1,7 @@
 #include "storage/web/scripted_backup.h"
 // The sockets' header comes before the others.
 
+#include "storage/refusalwords.h"
 #include "storage/web/webbackend.h"
 #include "support/fails_with.h"
 
@@ -130,6 +131,8 @@ TEST_F(WebBackupStorageTest, WritesDownWhyTheServiceRefuses) {
         reply_ = [&, &body = body](const Seen&) { return Answer{"503 Service Unavailable", body}; };
         const LogCapture log;
         EXPECT_FAILS(0x200101F7, backup(*storage, path));
+        EXPECT_EQ(refusalWords(0x200101F7), said);
+        EXPECT_EQ(refusalWords(0x200101F4), "") << "of another status";
         EXPECT_EQ(log.begins("The service says {"), !said.empty());
         EXPECT_EQ(log.begins("The service says {" + said + "}."), !said.empty());
         EXPECT_TRUE(log.begins("Failed to upload file information {"));
