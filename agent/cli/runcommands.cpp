@@ -18,33 +18,50 @@
 namespace dorvo::agent {
 namespace {
 
+// How the help shows a verb.
+struct Help {
+    const char* name;
+    const char* what;
+    const char* more;
+};
+
+// agent VERB JOB.
+class VerbCommand : public Command {
+public:
+    explicit VerbCommand(const Help& help) : help_(help) {}
+
+    CLI::App* describe(CLI::App& parent) override {
+        CLI::App* const command = parent.add_subcommand(help_.name, help_.what);
+        command->add_option("JOB", job_, "The job's name or id")->required();
+        command->footer(help_.more);
+        return command;
+    }
+
+protected:
+    std::string job_;
+
+private:
+    const Help help_;
+};
+
 // agent start JOB: runs a job that there is; goes on with its run when it is paused.
 // agent resume JOB: goes on with a run that was paused or interrupted, and starts none.
-class RunCommand : public Command {
+class RunCommand : public VerbCommand {
 public:
     // `start` or `resume`.
-    explicit RunCommand(JobVerb verb) : verb_(verb) {}
+    RunCommand(JobVerb verb, const Help& help) : VerbCommand(help), verb_(verb) {}
 
-    CLI::App* describe(CLI::App& parent) override;
+    CLI::App* describe(CLI::App& parent) override {
+        CLI::App* const command = VerbCommand::describe(parent);
+        flags_.describe(*command);
+        return command;
+    }
     int run(Terminal& terminal) override;
 
 private:
     JobVerb verb_;
-    std::string job_;
     RunFlags flags_;
 };
-
-CLI::App* RunCommand::describe(CLI::App& parent) {
-    const bool fresh = verb_ == JobVerb::start;
-    CLI::App* const command =
-        fresh ? parent.add_subcommand("start", "Run a job and wait for its end")
-              : parent.add_subcommand("resume", "Go on with a paused or interrupted run");
-    command->add_option("JOB", job_, "The job's name or id")->required();
-    flags_.describe(*command);
-    command->footer(fresh ? "A paused run is gone on with.\nExample:\n  agent start docs"
-                          : "Example:\n  agent resume docs");
-    return command;
-}
 
 int RunCommand::run(Terminal& terminal) {
     const auto engine = openEngine();
@@ -86,30 +103,16 @@ std::string lostText(const std::string& name) {
 
 // agent stop JOB: cancels a run. agent pause JOB: pauses it until 'agent resume'. Both wait until
 // that is done.
-class TellCommand : public Command {
+class TellCommand : public VerbCommand {
 public:
     // `stop` or `pause`.
-    explicit TellCommand(JobVerb verb) : verb_(verb) {}
+    TellCommand(JobVerb verb, const Help& help) : VerbCommand(help), verb_(verb) {}
 
-    CLI::App* describe(CLI::App& parent) override;
     int run(Terminal& terminal) override;
 
 private:
     JobVerb verb_;
-    std::string job_;
 };
-
-CLI::App* TellCommand::describe(CLI::App& parent) {
-    const bool stops = verb_ == JobVerb::stop;
-    CLI::App* const command =
-        stops ? parent.add_subcommand("stop", "Cancel the run of a job")
-              : parent.add_subcommand("pause", "Pause the run of a job until 'agent resume'");
-    command->add_option("JOB", job_, "The job's name or id")->required();
-    command->footer(stops ? "What a cancelled backup has sent is dropped; earlier ones stay.\n"
-                            "Example:\n  agent stop docs"
-                          : "Example:\n  agent pause docs");
-    return command;
-}
 
 int TellCommand::run(Terminal& terminal) {
     const auto engine = openEngine();
@@ -171,24 +174,12 @@ Target targetOf(const std::string& idOrName) {
 }
 
 // agent remove JOB: stops the job and deletes it with its history. Its backups stay.
-class RemoveCommand : public Command {
+class RemoveCommand : public VerbCommand {
 public:
-    CLI::App* describe(CLI::App& parent) override;
+    using VerbCommand::VerbCommand;
+
     int run(Terminal& terminal) override;
-
-private:
-    std::string job_;
 };
-
-CLI::App* RemoveCommand::describe(CLI::App& parent) {
-    CLI::App* const remove =
-        parent.add_subcommand("remove", "Delete a job with its history; its backups stay");
-    remove->add_option("JOB", job_, "The job's name or id")->required();
-    remove->footer(
-        "A run of the job is cancelled first. What its backups hold can still be restored.\n"
-        "Example:\n  agent remove docs");
-    return remove;
-}
 
 int RemoveCommand::run(Terminal& terminal) {
     const auto engine = openEngine();
@@ -196,11 +187,9 @@ int RemoveCommand::run(Terminal& terminal) {
     RunEvents events(engine.get());
     engine->tell(JobVerb::remove, job.id);
     const Interrupt interrupt;
-    while (!events.removed(job.id) && !events.ended()) {
-        if (!events.wait(interrupt.event())) {
-            throw AgentError("The job '" + job.name + "' was told to go, but not waited for",
-                             exitStopped);
-        }
+    if (!events.awaitRemoved(job.id, interrupt.event())) {
+        throw AgentError("The job '" + job.name + "' was told to go, but not waited for",
+                         exitStopped);
     }
     if (hasJob(job.id)) {
         throw AgentError(events.removed(job.id)
@@ -216,23 +205,35 @@ int RemoveCommand::run(Terminal& terminal) {
 }  // namespace
 
 CommandPtr startCommand() {
-    return std::make_unique<RunCommand>(JobVerb::start);
+    return std::make_unique<RunCommand>(
+        JobVerb::start, Help{"start", "Run a job and wait for its end",
+                             "A paused run is gone on with.\nExample:\n  agent start docs"});
 }
 
 CommandPtr resumeCommand() {
-    return std::make_unique<RunCommand>(JobVerb::resume);
+    return std::make_unique<RunCommand>(
+        JobVerb::resume,
+        Help{"resume", "Go on with a paused or interrupted run", "Example:\n  agent resume docs"});
 }
 
 CommandPtr pauseCommand() {
-    return std::make_unique<TellCommand>(JobVerb::pause);
+    return std::make_unique<TellCommand>(
+        JobVerb::pause, Help{"pause", "Pause the run of a job until 'agent resume'",
+                             "Example:\n  agent pause docs"});
 }
 
 CommandPtr stopCommand() {
-    return std::make_unique<TellCommand>(JobVerb::stop);
+    return std::make_unique<TellCommand>(
+        JobVerb::stop, Help{"stop", "Cancel the run of a job",
+                            "What a cancelled backup has sent is dropped; earlier ones stay.\n"
+                            "Example:\n  agent stop docs"});
 }
 
 CommandPtr removeCommand() {
-    return std::make_unique<RemoveCommand>();
+    return std::make_unique<RemoveCommand>(
+        Help{"remove", "Delete a job with its history; its backups stay",
+             "A run of the job is cancelled first. What its backups hold can still be restored.\n"
+             "Example:\n  agent remove docs"});
 }
 
 }  // namespace dorvo::agent

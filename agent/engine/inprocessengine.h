@@ -17,7 +17,6 @@ public:
         : host_(DataOwner::Role::command, patience) {}
 
     void submit(const JobDefinition& job) override;
-    // Nobody else would see them through: a stop and a removal are waited for.
     void tell(JobVerb verb, const std::string& id) override;
 
 private:

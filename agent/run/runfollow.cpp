@@ -66,6 +66,15 @@ bool RunEvents::removed(const std::string& jobId) {
     return removed_.contains(jobId);
 }
 
+bool RunEvents::awaitRemoved(const std::string& jobId, HANDLE interrupt) {
+    while (!removed(jobId) && !ended()) {
+        if (!wait(interrupt)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool RunFollower::look(uint64_t nowMs) {
     // Asked before the record is read, which then shows what has become of the run.
     const bool ended = events_.ended();

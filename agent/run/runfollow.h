@@ -34,6 +34,8 @@ public:
     bool ended();
     // The job was removed since this was made.
     bool removed(const std::string& jobId);
+    // Until it is, or nobody is left who could announce it. False as wait() is.
+    bool awaitRemoved(const std::string& jobId, HANDLE interrupt);
 
 private:
     void hear(const std::string& text);

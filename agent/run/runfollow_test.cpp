@@ -5,6 +5,7 @@
 
 #include <fstream>
 
+#include "base/error_codes.h"
 #include "base/files.h"
 #include "base/paths.h"
 #include "base/text.h"
@@ -13,6 +14,7 @@
 #include "jobdef/restorejobdefinition.h"
 #include "record/jobactivityhandle.h"
 #include "record/jobhistory.h"
+#include "record/jobwait.h"
 #include "run/jobrun.h"
 #include "text/agenterror.h"
 #include "text/faketerminal.h"
@@ -29,11 +31,13 @@ TEST(RunEvents, TellOfRemovedJobsAndOfTheEnd) {
         engine.say(text);
         EXPECT_FALSE(events.removed("job")) << text;
     }
+    const KernelHandle interrupt(CreateEventW(nullptr, TRUE, TRUE, nullptr));
+    EXPECT_FALSE(events.awaitRemoved("job", interrupt.get()));
     engine.say(R"({"id":"job","name":"n","state":"deleted"})");
-    EXPECT_TRUE(events.removed("job"));
+    EXPECT_TRUE(events.awaitRemoved("job", interrupt.get()));
     EXPECT_FALSE(events.ended());
     engine.say("");
-    EXPECT_TRUE(events.ended());
+    EXPECT_TRUE(events.awaitRemoved("a third", interrupt.get()));
 }
 
 using testing::HasSubstr;
@@ -75,24 +79,21 @@ TEST(StartRun, RunsWhatIsNewOnce) {
 }
 
 TEST_F(RunFollow, EndsWithARunThatWasOverBeforeTheResidentAgent) {
-    const int code = runJob(engine_, terminal_, job_,
-                            [&] {
-                                set(JobState::completed);
-                                record_.close();
-                                engine_.say("");
-                            },
-                            {});
-    EXPECT_EQ(code, exitDone);
-}
-
-TEST_F(RunFollow, ARunThatNeverBeganIsNoSuccess) {
+    const auto run = [&](JobState state, uint64_t startTime) {
+        const auto begin = [&] {
+            set(state);
+            record_->startTime = startTime;
+            engine_.say("");
+        };
+        return runJob(engine_, terminal_, job_, begin, {});
+    };
+    EXPECT_EQ(run(JobState::completed, 1), exitDone);
+    record_->endError = withHttpMark(409);
+    ASSERT_TRUE(saveWaitWords(job_.id(), record_->endError, "another run"));
+    EXPECT_EQ(run(JobState::error, 1), exitFailed);
+    EXPECT_THAT(terminal_.errors.back(), HasSubstr("failed: the server says: another run (HTTP"));
     try {
-        runJob(engine_, terminal_, job_,
-               [&] {
-                   set(JobState::completed);  // as the run before ended
-                   record_->startTime = 0;
-               },
-               {});
+        run(JobState::completed, 0);  // the record still says how the run before ended
         ADD_FAILURE();
     } catch (const AgentError& error) {
         EXPECT_THAT(error.what(), HasSubstr("did not run"));
@@ -147,12 +148,10 @@ TEST_F(RunFollow, AWatcherSeesEachRunOnce) {
     EXPECT_TRUE(watched.look(events, 0));
     EXPECT_EQ(watched.end().code, exitDone);
     EXPECT_FALSE(watched.look(events, 0));
-    // One that began and ended between two looks.
-    record_->lastRunTime = 2;
+    record_->lastRunTime = 2;  // one that began and ended between two looks
     set(JobState::cancelled);
     EXPECT_TRUE(watched.look(events, 0));
     EXPECT_EQ(watched.end().code, exitStopped);
-    EXPECT_FALSE(watched.look(events, 0));
 }
 
 }  // namespace

@@ -75,9 +75,6 @@ public:
     // what was left out at open() the directory is deleted at once.
     bool removeJob(const char* id);
     void removeAllJobs();
-    // Until the directory of a job of that id that was removed, and is found no more, is deleted or
-    // has been given up.
-    void awaitLeft(const std::string& id);
 
     // A failure is logged and costs the other jobs nothing.
     void startAllJobs(bool wait);
@@ -109,6 +106,8 @@ private:
                     const std::string& name);
     bool removeLeftOut(const char* id);
     std::unique_ptr<Job> takeRemoved(const char* id);
+    // Until the directory of a removed job of that id is deleted or has been given up.
+    void awaitLeft(const std::string& id);
     bool updateJob(Job& job, std::unique_ptr<JobDefinition>& definition);
     Job* addJob(std::unique_ptr<JobDefinition>& definition);
     std::unique_ptr<Job> makeSaved(std::unique_ptr<JobDefinition>& definition,
