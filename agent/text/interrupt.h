@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "base/handle.h"
 
@@ -30,7 +31,8 @@ public:
 private:
     static BOOL WINAPI handle(DWORD signal);
 
-    static std::atomic<Interrupt*> current_;
+    static std::mutex lock_;  // guards current_, which lives as long as it is held
+    static Interrupt* current_;
     KernelHandle event_;
     std::atomic<int> asked_{0};
 };
