@@ -69,9 +69,7 @@ TEST_F(ControlPort, AnswersOnlyWhoMayAsk) {
         {"an image of a page", "GET /jobnotify/", host + "Sec-Fetch-Site: cross-site\r\n", 403},
         {"no host", pause, token, 400},
         {"a foreign host", pause, token + "Host: localhost.evil.example\r\n", 403},
-        {"a foreign port", pause, token + "Host: 127.0.0.1:x\r\n", 400},
         {"a user in the host", pause, token + "Host: localhost:80@evil.example\r\n", 400},
-        {"open brackets", pause, token + "Host: [::1\r\n", 400},
         {"an unknown path with the token", "POST /control/nothing", host + token, 404},
         {"another method", "GET /control/pause", host + token, 405},
         {"an address with a port", pause, token + "Host: 127.0.0.1:1\r\n", 200},
@@ -169,9 +167,7 @@ public:
         return Open(L"127.0.0.1", port);
     }
 
-    Signal first;
-    Signal last;  // news does not change any more
-    Signal failed;
+    Signal first, last, failed;  // from the last on news does not change any more
     std::vector<std::pair<std::string, int>> news;
 
 private:
@@ -196,16 +192,14 @@ TEST_F(ControlPort, TellsAJobNotifyClientEveryStateInOrder) {
     const auto tell = [&](const std::string& id) {
         const JobState state = told.size() % 2 == 0 ? JobState::running : JobState::paused;
         told.emplace_back(id, static_cast<int>(state));
-        events.deliver(R"({"id":")" + id + R"(","name":"n","state":")" + jobStateToString(state) +
-                       "\"}");
-        events.deliver(R"({"id":")" + id + R"(","percent":1})");
+        events.deliver(R"({"id":")" + id + R"(","state":")" + jobStateToString(state) + "\"}");
     };
     // Its first poll waits for what comes from then on: it is there when it hears something.
     while (WaitForSingleObject(watcher.first.handle(), 10) != WAIT_OBJECT_0) {
         tell("J" + std::to_string(told.size()));
     }
     for (int i = 0; i < 200; ++i) {
-        tell("J" + std::to_string(told.size()));
+        tell("K" + std::to_string(i));
     }
     tell("last");
     ASSERT_TRUE(watcher.last.wait());

@@ -31,17 +31,11 @@ constexpr std::string_view eventsPath = "/control/events";
 constexpr std::string_view statusPath = "/control/status";
 
 // Whether a Host header names this machine itself: localhost, 127.0.0.1 or [::1], with or without a
-// port. A page of the web that was made to resolve to 127.0.0.1 brings its own name.
+// port. A page of the web that was made to resolve to 127.0.0.1 brings its own name. What comes
+// here is well-formed: the server has refused any other.
 bool isLoopbackHost(std::string_view host) {
     constexpr std::string_view names[] = {"localhost", "127.0.0.1", "[::1]"};
-    const size_t colon = host.find(':', host.starts_with('[') ? host.find(']') : 0);
-    if (colon != std::string_view::npos) {
-        const std::string_view port = host.substr(colon + 1);
-        if (port.empty() || port.find_first_not_of("0123456789") != std::string_view::npos) {
-            return false;
-        }
-        host = host.substr(0, colon);
-    }
+    host = host.substr(0, host.find(':', host.starts_with('[') ? host.find(']') : 0));
     return std::any_of(std::begin(names), std::end(names),
                        [host](std::string_view name) { return equalsIgnoreCase(host, name); });
 }
