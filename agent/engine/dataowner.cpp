@@ -15,8 +15,6 @@ namespace {
 
 // What the holder writes after it has opened the file wakes nobody.
 constexpr DWORD sliceMs = 1'000;
-// A file that is just being deleted is denied: so long at most.
-constexpr ULONGLONG deletionMs = 2'000;
 constexpr DWORD longestFile = 64 * 1024;
 constexpr size_t longestCommand = 1024;
 
@@ -166,7 +164,7 @@ DataOwner::DataOwner(Role role, const Patience& patience) {
                 told = by;
                 patience.waits(by);
             }
-        } else if (error != ERROR_ACCESS_DENIED || now - lastHeld >= deletionMs) {
+        } else if (error != ERROR_ACCESS_DENIED || now - lastHeld >= patience.deletionMs) {
             throw AgentError("The data directory cannot be locked: " + failureText(error));
         }
         if (left == 0 ||

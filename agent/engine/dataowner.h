@@ -78,9 +78,11 @@ public:
 
     // How long, and for whom, another process is waited for.
     struct Patience {
-        HANDLE giveUp =
-            nullptr;   // borrowed; its signal, which an event of auto reset loses, ends it
+        // Borrowed; its signal, which an event of auto reset loses, ends it.
+        HANDLE giveUp = nullptr;
         DWORD ms = 0;  // INFINITE for as long as it takes
+        // A file that is just being deleted is denied: so long at most.
+        ULONGLONG deletionMs = 2'000;
         // Called at the beginning and whenever another process has it; what it throws ends the
         // wait.
         std::function<void(const std::optional<Holder>& holder)> waits;

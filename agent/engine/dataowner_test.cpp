@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <vector>
 
 #include "base/paths.h"
 #include "support/signal.h"
@@ -73,6 +74,42 @@ TEST(DataOwner, IsWaitedForUntilItGoesOrIsGivenUp) {
     ASSERT_TRUE(waits.wait());
     first.reset();
     EXPECT_NO_THROW(gone.get());
+}
+
+TEST(DataOwner, IsToldOfEachThatHoldsTheDirectoryMeanwhile) {
+    const FileHandle file(CreateFileW(ownerFile().c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                      CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    Signal giveUp;
+    std::vector<uint32_t> told;
+    const auto waits = [&](const std::optional<Holder>& holder) {
+        if (told.push_back(holder ? holder->process : 0); told.size() == 2) {
+            giveUp.set();
+        }
+        const std::string another = R"({"process":2,"resident":true,"command":"b"})";
+        DWORD written = 0;
+        WriteFile(file.get(), another.data(), static_cast<DWORD>(another.size()), &written,
+                  nullptr);
+    };
+    EXPECT_THROW(
+        DataOwner(Role::command, {.giveUp = giveUp.handle(), .ms = INFINITE, .waits = waits}),
+        DataOwned);
+    EXPECT_EQ(told, (std::vector<uint32_t>{0, 2}));
+}
+
+// A folder in the file's place is denied, as a file is that is just being deleted.
+TEST(DataOwner, BearsBeingDeniedForAWhile) {
+    ASSERT_TRUE(createDirectories(ownerFile()));
+    Signal giveUp;
+    giveUp.set();
+    EXPECT_THROW(DataOwner(Role::command, {.giveUp = giveUp.handle(), .waits = {}}), DataOwned);
+    try {
+        const DataOwner none(Role::command, {.deletionMs = 0, .waits = {}});
+        ADD_FAILURE();
+    } catch (const DataOwned& error) {
+        ADD_FAILURE() << error.what();
+    } catch (const AgentError&) {
+    }
+    RemoveDirectoryW(ownerFile().c_str());
 }
 
 }  // namespace
