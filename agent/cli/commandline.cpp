@@ -69,7 +69,7 @@ std::string choices(const std::string& list) {
 std::string inWords(const std::string& what, const std::vector<std::string>& arguments) {
     const std::regex member(R"((\S+): (.*) not in \{(.*)\})");
     const std::regex range(R"((\S+): Value (.*) not in range (\S+) to (\S+))");
-    const std::regex number(R"(Could not convert: (\S+) = (.*))");
+    const std::regex flag(R"(Could not convert: (\S+) = (.*))");
     const std::regex missing(R"((\S+): \d+ required (.*) missing)");
     const std::regex excludes(R"((\S+) excludes (\S+))");
     std::smatch part;
@@ -82,8 +82,8 @@ std::string inWords(const std::string& what, const std::vector<std::string>& arg
     if (std::regex_match(what, part, range)) {
         return refusal() + "a whole number from " + part.str(3) + " to " + part.str(4);
     }
-    if (std::regex_match(what, part, number)) {
-        return refusal() + "a number";
+    if (std::regex_match(what, part, flag)) {
+        return part.str(1) + " takes no value: leave '=" + part.str(2) + "' out";
     }
     if (std::regex_match(what, part, missing)) {
         const std::string typed = typedFor(part.str(1), arguments);
