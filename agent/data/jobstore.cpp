@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "base/handle.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "data/givenpaths.h"
@@ -37,21 +36,12 @@ std::optional<std::string> whyUnread(DWORD error) {
 std::vector<std::string> jobIds() {
     requireDataAccess();
     std::vector<std::string> ids;
-    std::wstring root;
-    if (!jobRoot(root)) {
-        return ids;
-    }
-    WIN32_FIND_DATAW entry;
-    const FindHandle search(FindFirstFileW(longPath(root + L"\\*").c_str(), &entry));
-    if (!search) {
-        return ids;
-    }
-    do {
-        const std::string name = toUtf8(entry.cFileName);
-        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && isJobId(name)) {
-            ids.push_back(name);
+    for (const std::wstring& directory : jobDirectories()) {
+        std::string name = toUtf8(directory.substr(directory.rfind(L'\\') + 1));
+        if (isJobId(name)) {
+            ids.push_back(std::move(name));
         }
-    } while (FindNextFileW(search.get(), &entry) != 0);
+    }
     return ids;
 }
 

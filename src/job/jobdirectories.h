@@ -14,7 +14,7 @@
 namespace dorvo {
 
 // The paths of all folders below the job root.
-std::vector<std::wstring> jobDirectories();
+DORVO_JOB_API std::vector<std::wstring> jobDirectories();
 
 // The directory's definition, waited for as long as another program holds it for a moment. Null
 // with the last error.
