@@ -5,37 +5,31 @@
 namespace dorvo::agent {
 namespace {
 
-// What came, as "after>text,text".
-struct Taken {
-    EventLog::Take take() {
-        return [this](const EventLog::Page& page) {
-            text += std::to_string(page.next) + ">";
-            for (const std::string& event : page.texts) {
-                text += event + ",";
-            }
-        };
-    }
-    std::string text;
-};
+// Puts what came aside, as "after>text,text,".
+EventLog::Take into(std::string& taken) {
+    return [&taken](const EventLog::Page& page) {
+        taken += std::to_string(page.next) + ">";
+        for (const std::string& event : page.texts) {
+            taken += event + ",";
+        }
+    };
+}
 
 TEST(EventLog, KeepsTheLastAndWakesThoseWhoWait) {
     EventLog log(3);
-    Taken now;
-    Taken ahead;
-    Taken cancelled;
-    EXPECT_NE(log.waitForEvents(0, now.take()), 0U);
-    log.waitForEvents(99, ahead.take());  // a number of a log before this one
-    log.cancel(log.waitForEvents(0, cancelled.take()));
+    std::string now, ahead, cancelled, behind;
+    EXPECT_NE(log.waitForEvents(0, into(now)), 0U);
+    log.waitForEvents(99, into(ahead));  // a number of a log before this one
+    log.cancel(log.waitForEvents(0, into(cancelled)));
     for (const char* text : {"a", "b", "c", "d"}) {
         log.deliver(text);
     }
-    EXPECT_EQ(now.text, "1>a,");
-    EXPECT_EQ(ahead.text, "1>a,");
-    EXPECT_EQ(cancelled.text, "");
-    Taken behind;
-    EXPECT_EQ(log.waitForEvents(0, behind.take()), 0U);
-    log.waitForEvents(3, behind.take());
-    EXPECT_EQ(behind.text, "4>b,c,d,4>d,");
+    EXPECT_EQ(now, "1>a,");
+    EXPECT_EQ(ahead, "1>a,");
+    EXPECT_EQ(cancelled, "");
+    EXPECT_EQ(log.waitForEvents(0, into(behind)), 0U);
+    log.waitForEvents(3, into(behind));
+    EXPECT_EQ(behind, "4>b,c,d,4>d,");
 }
 
 TEST(EventLog, GivesStatesOneByOne) {
@@ -47,11 +41,11 @@ TEST(EventLog, GivesStatesOneByOne) {
           std::string(R"({"error-code":5,"id":"J","state":"error"})")}) {
         log.deliver(text);
     }
-    Taken states;
-    log.waitForState(0, states.take());
-    log.waitForState(5, states.take());
-    EXPECT_EQ(states.text, "5>" + running + R"(,6>{"id":"J","state":"error"},)");
-    EXPECT_NE(log.waitForState(6, states.take()), 0U);
+    std::string states;
+    log.waitForState(0, into(states));
+    log.waitForState(5, into(states));
+    EXPECT_EQ(states, "5>" + running + R"(,6>{"id":"J","state":"error"},)");
+    EXPECT_NE(log.waitForState(6, into(states)), 0U);
 }
 
 }  // namespace

@@ -79,17 +79,10 @@ TEST_F(Remote, IsFoundByTheControlFile) {
         return RemoteEngine::connect() != nullptr;
     };
     EXPECT_TRUE(found(port + token + proof));
-    const std::string refused[] = {"",
-                                   "{",
-                                   "[]",
-                                   std::string(10'000, 'x'),
-                                   port + proof,
-                                   port + token + "}",
-                                   "{\"port\":0" + token + proof,
-                                   "{\"port\":65536" + token + proof,
-                                   port + ",\"token\":\"x\"" + proof,
-                                   port + token + ",\"proof\":\"x\"}"};
-    for (const std::string& text : refused) {
+    for (const std::string& text :
+         {std::string(), std::string("["), std::string(10'000, 'x'), port + proof,
+          port + token + "}", "{\"port\":0" + token + proof, "{\"port\":65536" + token + proof,
+          port + ",\"token\":\"x\"" + proof, port + token + ",\"proof\":\"x\"}"}) {
         EXPECT_FALSE(found(text)) << text;
     }
     // What a resident that died has left.

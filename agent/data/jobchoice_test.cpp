@@ -33,9 +33,11 @@ protected:
 TEST_F(Jobs, AreFoundByIdBeforeNameWithoutRegardToCase) {
     EXPECT_EQ(findJob(jobs_, "1").id(), "1");
     EXPECT_EQ(findJob(jobs_, "Docs (2)").id(), "2");
-    EXPECT_THROW(findJob(jobs_, "docs"), AgentError);  // alice's or bob's?
-    EXPECT_THROW(findJob(jobs_, "doc"), AgentError);
-    EXPECT_THROW(findJob(jobs_, ""), AgentError);
+    for (const char* name : {"docs", "doc", ""}) {  // docs: alice's or bob's?
+        EXPECT_THROW(findJob(jobs_, name), AgentError) << name;
+    }
+    EXPECT_EQ(freeName(jobs_, L"Docs"), L"Docs (3)");
+    EXPECT_EQ(freeName(jobs_, L"doc"), L"doc");
 }
 
 TEST_F(Jobs, TheSamePathsOfAUserInOnePlaceAreTheSameJobInWhateverOrder) {
@@ -57,11 +59,6 @@ TEST_F(Jobs, TheSamePathsOfAUserInOnePlaceAreTheSameJobInWhateverOrder) {
     EXPECT_EQ(findBackup(jobs_, "bob", std::wstring(L"docs")), jobs_[2].get());
 }
 
-TEST_F(Jobs, ANameThatIsTakenGetsANumber) {
-    EXPECT_EQ(freeName(jobs_, L"Docs"), L"Docs (3)");
-    EXPECT_EQ(freeName(jobs_, L"doc"), L"doc");
-}
-
 using Change = std::function<void(RestoreJobDefinition&)>;
 
 std::unique_ptr<RestoreJobDefinition> restoreJob(const char* id, const Change& change) {
@@ -73,6 +70,8 @@ std::unique_ptr<RestoreJobDefinition> restoreJob(const char* id, const Change& c
     return job;
 }
 
+const std::vector<std::wstring> others = {L"c:\\B", L"C:\\a"};
+
 TEST(RestoreJobs, OnlyRunAndRuleMayDifferForOneJobToServeTwoRestores) {
     struct Row {
         const char* name;
@@ -82,11 +81,7 @@ TEST(RestoreJobs, OnlyRunAndRuleMayDifferForOneJobToServeTwoRestores) {
     };
     const Row rows[] = {
         {"same", [](auto&) {}, true, true},
-        {"order and case",
-         [](auto& job) {
-             job.setSource({L"c:\\B", L"C:\\a"});
-         },
-         true, true},
+        {"order and case", [](auto& job) { job.setSource(others); }, true, true},
         {"run", [](auto& job) { job.setOrigin("PC", "backup", "run2"); }, true, false},
         {"rule", [](auto& job) { job.setConflict(2); }, true, false},
         {"backup job", [](auto& job) { job.setOrigin("PC", "other", "run1"); }, false, false},

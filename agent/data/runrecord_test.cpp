@@ -71,8 +71,12 @@ TEST(Progress, ComesFromTheRecordAndSurvivesADamagedOne) {
     EXPECT_EQ(progressOf(record).secondsLeft, std::nullopt);  // nothing says how fast it is
     record.usedTime = 40'000'000;
     EXPECT_EQ(progressOf(record).secondsLeft, 5U);
+    record.usedTime = 1000 * record.usedTime;
+    EXPECT_EQ(progressOf(record).secondsLeft, std::nullopt) << "less than a byte a second";
     record.doneSize = 5000;
     record.fileIndex = 9;
+    record.usedTime = 0;
+    EXPECT_EQ(progressOf(record).secondsLeft, 0U) << "nothing is left";
     EXPECT_EQ(progressOf(record).percent, 100);
     EXPECT_EQ(progressOf(record).bytes, 1000U);
     EXPECT_EQ(progressOf(record).files, 3U);

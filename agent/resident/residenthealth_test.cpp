@@ -15,17 +15,13 @@ TEST(ResidentHealth, SaysWhatKeepsTheServiceFromRunningJobs) {
         const char* trouble;  // part of it; "" for none
     };
     const Row rows[] = {
-        {"it answers", {.answers = 7, .holder = own, .announced = true}, ""},
-        {"and its file cannot be read", {.answers = 7, .holder = {}, .announced = true}, ""},
-        {"it has only just begun", {.answers = {}, .holder = own, .announced = false}, "not ready"},
-        {"it hangs", {.answers = {}, .holder = own, .announced = true}, "does not answer"},
-        {"behind a command",
-         {.answers = {}, .holder = command, .announced = false},
-         "process 9 (agent start docs)"},
-        {"behind a resident in a console",
-         {.answers = 8, .holder = console, .announced = true},
-         "Ctrl+C"},
-        {"behind what cannot be told", {.answers = {}, .holder = {}, .announced = false}, "log"},
+        {"it answers", {7, own, true}, ""},
+        {"and its file cannot be read", {7, {}, true}, ""},
+        {"it has only just begun", {{}, own, false}, "not ready"},
+        {"it hangs", {{}, own, true}, "does not answer"},
+        {"behind a command", {{}, command, false}, "process 9 (agent start docs)"},
+        {"behind a resident in a console", {8, console, true}, "Ctrl+C"},
+        {"behind what cannot be told", {{}, {}, false}, "log"},
     };
     for (const Row& row : rows) {
         const std::string trouble = residentTrouble(7, row.signs);

@@ -52,14 +52,12 @@ TEST_F(RunReporters, SayEachChangeOnceAndTheProgressNowAndThen) {
     record_.fileCount = 2;
     record_.totalSize = 2048;
     record_.doneSize = 1024;
-    show(JobState::starting, 0);
-    show(JobState::starting, 100);
-    show(JobState::running, 200);
-    show(JobState::running, 699);
-    show(JobState::running, 700);
-    show(JobState::running, 10'199);
-    show(JobState::running, 10'200);
-    show(JobState::running, 10'300);
+    for (const uint64_t ms : {0, 100}) {
+        show(JobState::starting, ms);
+    }
+    for (const uint64_t ms : {200, 699, 700, 10'199, 10'200, 10'300}) {
+        show(JobState::running, ms);
+    }
     show(JobState::completing, 10'400);
     EXPECT_THAT(plain_.lines, ElementsAre("Backup is looking for what has changed.",
                                           "Backup is running: 2 files, 2.0 KiB to send.",
@@ -81,9 +79,9 @@ TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     show(JobState::running, 0);
     show(JobState::pausing, 100);
     record_.endError = withHttpMark(503);
-    show(JobState::paused, 1000);
-    show(JobState::paused, 11'000);
-    show(JobState::paused, 99'000);
+    for (const uint64_t ms : {1000, 11'000, 99'000}) {
+        show(JobState::paused, ms);
+    }
     record_.resuming = 1;
     record_.endError = withHttpMark(401);
     show(JobState::starting, 99'100);
@@ -119,13 +117,10 @@ TEST_F(RunReporters, TellUntilWhenARunWaits) {
     ASSERT_THAT(json_.lines, SizeIs(2));
     EXPECT_THAT(json_.lines[0], AllOf(HasSubstr("make room"), EndsWith(R"("until":""})")));
     EXPECT_THAT(json_.lines[1], EndsWith(R"("until":")" + wire_time(until) + "\"}"));
-}
-
-TEST_F(RunReporters, APauseOfTheUserIsNoWait) {
-    record_.pausedManually = 1;
-    show(JobState::paused, 0);
-    EXPECT_THAT(plain_.lines, IsEmpty());
-    EXPECT_THAT(live_.statuses, ElementsAre(""));
+    record_.pausedManually = 1;  // no wait
+    show(JobState::paused, 3);
+    EXPECT_THAT(plain_.lines, SizeIs(1));
+    EXPECT_EQ(live_.statuses.back(), "");
 }
 
 TEST_F(RunReporters, TheJsonSummaryHasWhatWasDoneAndWhatFailed) {

@@ -26,7 +26,6 @@ TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
     localBackup.useLocalStorage(L"E:\\x");
     RestoreJobDefinition restore("", L"", "");
     RestoreJobDefinition localRestore("", L"", "");
-    localRestore.setConflict(RestoreJobDefinition::conflictRename);
     localRestore.useLocalStorage(L"E:\\x");
     struct Row {
         const JobDefinition& job;
@@ -36,44 +35,26 @@ TEST(RunSummary, SaysWhatWasDoneAndWhatFailed) {
         SourceTotals failedOfList;
         std::string text;
     };
-    for (const Row& row : {
-             Row{backup,
-                 4096,
-                 0,
-                 0,
-                 {},
-                 "3 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (4.0 KiB)."},
-             Row{localBackup,
-                 4096,
-                 0,
-                 2,
-                 {0, 2, 1024},
-                 "1 file stored (1.0 KiB), 7 files unchanged (4.0 KiB), 2 failed."},
-             // Folders that could not be read count too.
-             Row{backup,
-                 0,
-                 0,
-                 9,
-                 {6, 3, 2048},
-                 "0 files sent (0 B, 700 B over the network), 7 files unchanged (0 B), 9 "
-                 "failed."},
-             Row{restore,
-                 1024,
-                 1,
-                 1,
-                 {0, 1, 512},
-                 "1 file restored (512 B, 700 B over the network), 1 failed, 1 file (1.0 KiB) kept "
-                 "as it was: --conflict overwrite replaces it."},
-             Row{localRestore,
-                 2048,
-                 3,
-                 0,
-                 {},
-                 "0 files restored (0 B), 3 files (2.0 KiB) kept as they were: --conflict "
-                 "overwrite "
-                 "replaces them."},
-             Row{localRestore, 0, 0, 0, {}, "3 files restored (2.0 KiB)."},
-         }) {
+    const SourceTotals none{};
+    const SourceTotals two{0, 2, 1024};
+    const SourceTotals withFolders{6, 3, 2048};
+    const SourceTotals one{0, 1, 512};
+    const Row rows[] = {
+        {backup, 4096, 0, 0, none,
+         "3 files sent (2.0 KiB, 700 B over the network), 7 files unchanged (4.0 KiB)."},
+        {localBackup, 4096, 0, 2, two,
+         "1 file stored (1.0 KiB), 7 files unchanged (4.0 KiB), 2 failed."},
+        {backup, 0, 0, 9, withFolders,
+         "0 files sent (0 B, 700 B over the network), 7 files unchanged (0 B), 9 failed."},
+        {restore, 1024, 1, 1, one,
+         "1 file restored (512 B, 700 B over the network), 1 failed, 1 file (1.0 KiB) kept as it "
+         "was: --conflict overwrite replaces it."},
+        {localRestore, 2048, 3, 0, none,
+         "0 files restored (0 B), 3 files (2.0 KiB) kept as they were: --conflict overwrite "
+         "replaces them."},
+        {localRestore, 0, 0, 0, none, "3 files restored (2.0 KiB)."},
+    };
+    for (const Row& row : rows) {
         JobActivity record = finished(JobState::completed);
         record.failedItems = row.failed;
         record.unchangedSize = row.unchanged;
