@@ -59,16 +59,13 @@ void ScheduleOptions::describe(CLI::App& command) {
         command.add_option("--daily", daily_, "Run it every day at that time")->type_name("HH:MM");
     auto* const weekly =
         command.add_option("--weekly", weekly_, "Every week on that day (mon, tue, ...)")
-            ->type_name("DAY HH:MM")
-            ->type_size(2)
-            ->expected(1)
-            ->allow_extra_args(false);  // what follows are paths
+            ->type_name("DAY HH:MM");
     auto* const monthly =
         command.add_option("--monthly", monthly_, "Every month on that day, or its last")
-            ->type_name("D HH:MM")
-            ->type_size(2)
-            ->expected(1)
-            ->allow_extra_args(false);  // what follows are paths
+            ->type_name("D HH:MM");
+    for (CLI::Option* const two : {weekly, monthly}) {
+        two->type_size(2)->expected(1)->allow_extra_args(false);  // what follows are paths
+    }
     auto* const none = command.add_flag("--no-schedule", none_, "Run it by hand only, from now on");
     const std::array<CLI::Option*, 4> all = {daily, weekly, monthly, none};
     for (CLI::Option* const option : all) {
