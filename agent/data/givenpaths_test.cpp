@@ -11,29 +11,15 @@
 namespace dorvo::agent {
 namespace {
 
-TEST(AbsolutePath, RelativePathsStartAtTheCurrentFolder) {
-    wchar_t before[MAX_PATH];
-    GetCurrentDirectoryW(MAX_PATH, before);
-    SetCurrentDirectoryW(L"C:\\windows");
-    EXPECT_EQ(absolutePath(L"system32"), absolutePath(L"C:\\windows\\system32"));
-    EXPECT_EQ(absolutePath(L"."), absolutePath(L"C:\\windows"));
-    SetCurrentDirectoryW(before);
-}
-
-class OnDiskPath : public testing::Test {
-protected:
-    OnDiskPath() { createDirectories(root_ + L"\\Mixed Case\\\u00C4rger"); }
-
-    test::TemporaryFolder ground_{L"OnDiskPath"};
-    const std::wstring root_ = onDiskPath(ground_.path(), true);
-};
-
-TEST_F(OnDiskPath, SpellsEachComponentAsTheDiskDoes) {
-    const std::wstring whole = root_ + L"\\Mixed Case\\\u00C4rger";
+TEST(OnDiskPath, SpellsEachComponentAsTheDiskDoes) {
+    const test::TemporaryFolder ground(L"OnDiskPath");
+    const std::wstring root = onDiskPath(ground.path(), true);
+    const std::wstring whole = root + L"\\Mixed Case\\\u00C4rger";
+    ASSERT_TRUE(createDirectories(whole));
     EXPECT_EQ(onDiskPath(upperCase(whole), true), whole);
-    EXPECT_EQ(onDiskPath(root_ + L"/mixed case/\u00E4RGER/", true), whole);
+    EXPECT_EQ(onDiskPath(root + L"/mixed case/\u00E4RGER/", true), whole);
     EXPECT_EQ(onDiskPath(L"c:\\", true), L"C:\\");
-    EXPECT_EQ(onDiskPath(root_ + L"\\mixed case\\None", false), root_ + L"\\Mixed Case\\None");
+    EXPECT_EQ(onDiskPath(root + L"\\mixed case\\None", false), root + L"\\Mixed Case\\None");
 }
 
 TEST(WithoutNested, DropsRepetitionsAndWhatLiesBelowAnother) {
@@ -85,6 +71,9 @@ TEST(Paths, TakeEveryWayToWriteThem) {
     EXPECT_EQ(absolutePath(L"\\\\?\\Volume{1}\\x"), L"");
     EXPECT_EQ(backupPath("C:"), L"C:");
     EXPECT_EQ(backupPath("a\\b"), absolutePath(L"a\\b"));
+    wchar_t here[MAX_PATH];
+    GetCurrentDirectoryW(MAX_PATH, here);
+    EXPECT_EQ(absolutePath(L".\\a\\.."), here);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@ namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class JobViewTest : public testing::Test {
 protected:
@@ -85,7 +86,7 @@ TEST_F(JobViewTest, APausedRunSaysWhyItWaitsAndUntilWhen) {
         view_.record.pausedManually = row.byUser ? 1 : 0;
         view_.record.endError = row.error;
         const RunWait wait = waitOf(job_, view_.record, row.live);
-        EXPECT_THAT(wait.reason, HasSubstr(row.reason));
+        EXPECT_THAT(wait.reason, StartsWith(row.reason));
         EXPECT_EQ(wait.until != 0, row.until) << row.reason << row.live;
     }
     ASSERT_TRUE(saveWait(job_.id(), utcTimeNow() - ticksPerSecond));

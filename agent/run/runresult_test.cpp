@@ -76,12 +76,6 @@ TEST(RunSummary, SaysHowToGoOnOrWhyNot) {
     EXPECT_EQ(summary(exitStopped, JobState::paused, 0),
               "Restore is paused at 50%: go on with 'agent resume \"docs\"'.");
     EXPECT_EQ(summary(exitFailed, JobState::error, 0), "Restore failed.");
-    EXPECT_EQ(summary(exitFailed, JobState::error, 0x20010000 | 403),
-              "Restore failed: HTTP status 403, Forbidden.");
-    EXPECT_EQ(summary(exitFailed, JobState::error, 0x20010000 | 503),
-              "Restore failed: the server is busy, its disk is full, or its storage is down "
-              "(HTTP status 503, Service Unavailable).");
-    // A key's error has words of its own.
     EXPECT_EQ(summary(exitFailed, JobState::error, errorKeyForeign),
               "Restore failed: " + keyErrorText(errorKeyForeign, "alice") + ".");
 }
