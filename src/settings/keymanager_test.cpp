@@ -1,16 +1,17 @@
 #include "settings/keymanager.h"
 
 #include <array>
+#include <numeric>
 #include <thread>
 #include <vector>
 
 #include "base/error_codes.h"
 #include "base/handle.h"
 #include "base/md5.h"
-#include "json_spirit/json_spirit.h"
 #include "settings/encodedtext.h"
 #include "settings/globalkey.h"
 #include "settings/recoveryfile.h"
+#include "support/failing_open.h"
 #include "support/fails_with.h"
 #include "support/file_access.h"
 #include "support/store_test.h"
@@ -41,6 +42,12 @@ bool findHeld(KeyManagerImpl& keys, const char* user, const std::string& md5, Re
                             record.data() + aesKeySize, aesIvSize);
 }
 
+Record counting(unsigned char first) {
+    Record record{};
+    std::iota(record.begin(), record.end(), first);
+    return record;
+}
+
 class Keys : public test::StoreTest {
 protected:
     Keys() { setMachineKey(countingKey); }
@@ -59,6 +66,29 @@ protected:
         return KeyManagerImpl::globalKey(record.data(), aesKeySize, record.data() + aesKeySize,
                                          aesIvSize);
     }
+    bool encrypt(const std::string& text) const {
+        return KeyManagerImpl::encryptStringToTextFile(path_.c_str(), text);
+    }
+    bool decrypt(std::string& text) const {
+        return KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text);
+    }
+    bool isThere() const { return GetFileAttributesW(path_.c_str()) != INVALID_FILE_ATTRIBUTES; }
+    // While a folder stands in the way of the new file.
+    void cannotSave(bool cannot) const {
+        const std::wstring fresh = path_ + L".new";
+        EXPECT_TRUE(cannot ? createDirectories(fresh) : RemoveDirectoryW(fresh.c_str()) != 0);
+    }
+
+    // Recovery files, all with one passphrase.
+    std::wstring file(const wchar_t* name) const { return dataPath(L"\\") + name; }
+    bool exportTo(KeyManagerImpl& keys, const wchar_t* name, const char* user = "alice") const {
+        return keys.exportKey(user, phrase, file(name).c_str());
+    }
+    bool importFrom(KeyManagerImpl& keys, const wchar_t* name, const char* user = "alice") {
+        return keys.importKey(user, phrase, file(name).c_str(), owner_);
+    }
+    static constexpr const char* phrase = "open sesame";
+    std::string owner_;
 
     // The bytes 0 to 31.
     static constexpr const wchar_t* countingKey = L"AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=";
@@ -68,9 +98,7 @@ protected:
 TEST_F(Keys, GlobalKeyIsTheRegistrysValue) {
     Record record{};
     ASSERT_TRUE(globalKey(record));
-    for (unsigned i = 0; i < record.size(); ++i) {
-        EXPECT_EQ(record[i], i);
-    }
+    EXPECT_EQ(record, counting(0));
     EXPECT_FALSE(KeyManagerImpl::globalKey(record.data(), 32, record.data(), 16));
     EXPECT_FALSE(KeyManagerImpl::globalKey(record.data(), 16, record.data(), 8));
 }
@@ -109,10 +137,8 @@ TEST_F(Keys, DamagedGlobalKeyIsNeverReplaced) {
           L"a text that is far longer than the one that belongs here"}) {
         setMachineKey(damaged);
         Record record{};
-        EXPECT_FALSE(globalKey(record));
-        EXPECT_FALSE(globalKey(record));
-        EXPECT_FALSE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
-        EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
+        EXPECT_FALSE(globalKey(record) || globalKey(record) || encrypt("{}"));
+        EXPECT_FALSE(isThere());
     }
 }
 
@@ -123,43 +149,39 @@ TEST_F(Keys, EncodedFileIsOneLineOfBase64) {
         {std::string(32, '0'), "W+h+LltEfJRLIcmvd1bA2GJbO9LQPIAXfLAB16q/25I+lOWi8F+8sj6FONDyMxTt"},
         {"", ""},
         {std::string(15, 'x'), ""},
-        {std::string(16, 'x'), ""},
         {std::string(100'000, 'x'), ""},
     };
     for (const auto& [plain, file] : rows) {
-        ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), plain));
-        EXPECT_TRUE(file.empty() || contentOf(path_) == file);
         std::string text = "x";
-        EXPECT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+        ASSERT_TRUE(encrypt(plain) && decrypt(text));
+        EXPECT_TRUE(file.empty() || contentOf(path_) == file);
         EXPECT_EQ(text, plain);
     }
 }
 
 TEST_F(Keys, DamagedEncodedFileFails) {
-    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), std::string(40, 'x')));
+    ASSERT_TRUE(encrypt(std::string(40, 'x')));
     const std::string whole = contentOf(path_);
-    std::string text = "kept";
+    std::vector<std::string> damaged = {"{\"S1\":\"alice\"}", "AAAA\nAAAA", "====", "A=AA", "é"};
     for (size_t length = 0; length < whole.size(); ++length) {
-        write(path_, whole.substr(0, length));
-        EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text)) << length;
+        damaged.push_back(whole.substr(0, length));
     }
-    for (const char* other : {"{\"S1\":\"alice\"}", "AAAA\nAAAA", "====", "A=AA", "é"}) {
-        write(path_, other);
-        EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text)) << other;
+    std::string text = "kept";
+    for (const std::string& content : damaged) {
+        write(path_, content);
+        EXPECT_FALSE(decrypt(text)) << content;
     }
     write(path_, whole);
     setMachineKey(nullptr);  // as on another machine
-    EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    EXPECT_FALSE(decrypt(text));
     DeleteFileW(path_.c_str());
     createDirectories(path_);
-    EXPECT_FALSE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "{}"));
-    EXPECT_FALSE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
+    EXPECT_FALSE(encrypt("{}") || decrypt(text));
     EXPECT_EQ(text, "kept");
 }
 
 TEST_F(Keys, UsersKeyIsMadeOnceAndKept) {
     Record alice{};
-    Record bob{};
     std::string md5;
     {
         KeyManagerImpl keys;
@@ -167,48 +189,48 @@ TEST_F(Keys, UsersKeyIsMadeOnceAndKept) {
         EXPECT_FALSE(find(keys, nullptr, alice) || find(keys, "", alice));
         EXPECT_FAILS(ERROR_INVALID_PARAMETER,
                      keys.findKey("alice", alice.data(), 32, alice.data(), 16));
-        EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
+        EXPECT_FALSE(isThere());
         alice = keyOf(keys, "alice");
-        bob = keyOf(keys, "bob");
+        EXPECT_NE(keyOf(keys, "bob"), alice);
     }
-    EXPECT_NE(alice, bob);
     KeyManagerImpl keys;
     EXPECT_EQ(keyOf(keys, "alice"), alice);
     ASSERT_TRUE(keys.keyChecksum("alice", md5));
     EXPECT_EQ(md5, checksum(alice));
+}
 
-    std::string text;
-    ASSERT_TRUE(KeyManagerImpl::decryptStringFromTextFile(path_.c_str(), text));
-    json_spirit::Value stored;
-    json_spirit::read_or_throw(text, stored);
-    EXPECT_EQ(decodeBase64(stored.get_obj().at("bob").get_str()),
-              std::string(bob.begin(), bob.end()));
+// Of her own key and one that was imported beside it.
+TEST_F(Keys, FileOfAnOlderVersionIsRead) {
+    const std::string imported = "bf61e899560fabde2f6d76f405a6eb70";
+    encrypt(R"({"alice":"AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=",
+                "alice\n)" +
+            imported + R"(":"ICEiIyQlJicoKSorLC0uLzAxMjM0NTY3ODk6Ozw9Pj8="})");
+    KeyManagerImpl keys;
+    Record held{};
+    EXPECT_EQ(keyOf(keys, "alice"), counting(0));
+    EXPECT_EQ(keys.importedKeys("alice"), 1u);
+    EXPECT_TRUE(findHeld(keys, "alice", imported, held));
+    EXPECT_EQ(held, counting(32));
 }
 
 // A key that is made over an unreadable one would lose every backup of its user.
-TEST_F(Keys, NothingIsMadeOverAFileThatCannotBeRead) {
-    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(path_.c_str(), "[]"));
+TEST_F(Keys, NothingIsMadeOverWhatCannotBeRead) {
+    ASSERT_TRUE(encrypt("[]"));
     const std::string array = contentOf(path_);
+    Record record{};
     for (const std::string& damaged : {std::string(), std::string("{}"), array}) {
         write(path_, damaged);
         KeyManagerImpl keys;
-        Record record{};
         EXPECT_FAILS(ERROR_DECRYPTION_FAILED, find(keys, "alice", record));
         EXPECT_EQ(contentOf(path_), damaged);
     }
-}
-
-TEST_F(Keys, DamagedEntryIsNotReplacedAndOthersWork) {
-    ASSERT_TRUE(KeyManagerImpl::encryptStringToTextFile(
-        path_.c_str(), R"({"alice":"AAEC","bob":7,"carol":"not Base64"})"));
+    ASSERT_TRUE(encrypt(R"({"alice":"AAEC","bob":7,"carol":"not Base64"})"));
     KeyManagerImpl keys;
-    Record record{};
     std::string md5;
     for (const char* user : {"alice", "bob", "carol"}) {
-        EXPECT_FALSE(find(keys, user, record)) << user;
-        EXPECT_FALSE(keys.keyChecksum(user, md5)) << user;
+        EXPECT_FALSE(find(keys, user, record) || keys.keyChecksum(user, md5)) << user;
     }
-    EXPECT_TRUE(find(keys, "dave", record));
+    EXPECT_TRUE(find(keys, "dave", record)) << "others work";
 }
 
 TEST_F(Keys, FileThatWasHeldByAnotherIsReadLater) {
@@ -227,11 +249,15 @@ TEST_F(Keys, KeyThatCannotBeSavedIsNotHandedOut) {
     KeyManagerImpl keys;
     keyOf(keys, "alice");
     const std::string before = contentOf(path_);
-    createDirectories(path_ + L".new");
+    cannotSave(true);
     Record bob{};
     EXPECT_FALSE(find(keys, "bob", bob) || find(keys, "bob", bob));
+    cannotSave(false);
+    {
+        const test::HalfWrites full;
+        EXPECT_FALSE(find(keys, "bob", bob));
+    }
     EXPECT_EQ(contentOf(path_), before);
-    RemoveDirectoryW((path_ + L".new").c_str());
     keyOf(keys, "bob");
 }
 
@@ -247,142 +273,142 @@ TEST_F(Keys, WhatAnotherProgramHasSavedIsFoundBeforeAKeyIsMade) {
     EXPECT_EQ(contentOf(path_), "damaged");
 }
 
-TEST_F(Keys, GoToAnotherMachineInARecoveryFile) {
-    const std::wstring folder = dataPath(L"\\taken");
-    const std::wstring file = folder + L"\\key";
-    createDirectories(folder);
+TEST_F(Keys, AreExportedForTheirOwnerAloneAndOverNothing) {
+    KeyManagerImpl keys;
+    EXPECT_FAILS(ERROR_NOT_FOUND, exportTo(keys, L"key"));
+    keyOf(keys, "alice");
+    for (const char* nothing : {static_cast<const char*>(nullptr), ""}) {
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, exportTo(keys, L"key", nothing));
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER,
+                     keys.exportKey("alice", nothing, file(L"key").c_str()));
+    }
+    EXPECT_FAILS(ERROR_PATH_NOT_FOUND, exportTo(keys, L"no\\key"));
+    {
+        const test::HalfWrites full;
+        EXPECT_FAILS(ERROR_DISK_FULL, exportTo(keys, L"key"));
+    }
+    ASSERT_TRUE(exportTo(keys, L"key"));
+    for (const std::wstring& hidden : {file(L"key"), dataPath(L"")}) {
+        const std::wstring access = accessTo(hidden);
+        EXPECT_TRUE(access.starts_with(L"D:"));
+        for (const wchar_t* everybody : {L";;;WD)", L";;;BU)", L";;;AU)"}) {
+            EXPECT_EQ(access.find(everybody), std::wstring::npos) << toUtf8(access);
+        }
+    }
+    const std::string written = contentOf(file(L"key"));
+    EXPECT_FAILS(ERROR_FILE_EXISTS, exportTo(keys, L"key"));
+    EXPECT_EQ(contentOf(file(L"key")), written);
+    WIN32_FIND_DATAW found{};
+    EXPECT_FALSE(FindHandle(FindFirstFileW(file(L"*.new").c_str(), &found)));
+}
+
+TEST_F(Keys, AreImportedWholeOrNotAtAll) {
     Record alice{};
     {
         KeyManagerImpl keys;
-        EXPECT_FAILS(ERROR_NOT_FOUND, keys.exportKey("alice", "open sesame", file.c_str()));
         alice = keyOf(keys, "alice");
-        for (const char* nothing : {static_cast<const char*>(nullptr), ""}) {
-            EXPECT_FALSE(keys.exportKey(nothing, "open sesame", file.c_str()));
-            EXPECT_FAILS(ERROR_INVALID_PARAMETER, keys.exportKey("alice", nothing, file.c_str()));
-        }
-        EXPECT_FAILS(ERROR_PATH_NOT_FOUND,
-                     keys.exportKey("alice", "open sesame", (folder + L"\\no\\key").c_str()));
-        ASSERT_TRUE(keys.exportKey("alice", "open sesame", file.c_str()));
-        std::wstring directory;
-        ASSERT_TRUE(dataDirectory(directory));
-        for (const std::wstring& hidden : {file, directory}) {
-            const std::wstring access = accessTo(hidden);
-            EXPECT_TRUE(access.starts_with(L"D:"));
-            for (const wchar_t* everybody : {L";;;WD)", L";;;BU)", L";;;AU)"}) {
-                EXPECT_EQ(access.find(everybody), std::wstring::npos) << toUtf8(access);
-            }
-        }
-        const std::string written = contentOf(file);
-        EXPECT_FAILS(ERROR_FILE_EXISTS, keys.exportKey("alice", "another", file.c_str()));
-        EXPECT_EQ(contentOf(file), written);
+        ASSERT_TRUE(exportTo(keys, L"key"));
     }
     DeleteFileW(path_.c_str());
     setMachineKey(nullptr);
-    const std::wstring damaged = folder + L"\\damaged";
-    write(damaged, contentOf(file).substr(1));
-    const std::wstring large = folder + L"\\large";
-    write(large, std::string(20000, ' '));
-    struct Row {
+    write(file(L"damaged"), contentOf(file(L"key")).substr(1));
+    write(file(L"large"), std::string(20000, ' '));
+    const struct {
         const char* user;
         const char* passphrase;
-        std::wstring file;
+        const wchar_t* file;
         uint32_t error;
         const char* owner;
-    };
-    const Row rows[] = {
-        {"alice", "open sesam", file, errorWrongPassphrase, ""},
-        {"alice", "", file, ERROR_INVALID_PARAMETER, ""},
-        {"bob", "open sesame", file, errorRecoveryFileOfOther, "alice"},
-        {"alice", "open sesame", damaged, errorRecoveryFileDamaged, ""},
-        {"alice", "open sesame", large, errorRecoveryFileDamaged, ""},
-        {"alice", "open sesame", folder + L"\\none", ERROR_FILE_NOT_FOUND, ""},
+    } rows[] = {
+        {"alice", "open sesam", L"key", errorWrongPassphrase, ""},
+        {"alice", "", L"key", ERROR_INVALID_PARAMETER, ""},
+        {"bob", phrase, L"key", errorRecoveryFileOfOther, "alice"},
+        {"alice", phrase, L"damaged", errorRecoveryFileDamaged, ""},
+        {"alice", phrase, L"large", errorRecoveryFileDamaged, ""},
+        {"alice", phrase, L"none", ERROR_FILE_NOT_FOUND, ""},
     };
     KeyManagerImpl keys;
-    std::string owner;
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(toUtf8(row.file) + row.passphrase);
-        owner = "before";
-        EXPECT_FAILS(row.error, keys.importKey(row.user, row.passphrase, row.file.c_str(), owner));
-        EXPECT_EQ(owner, row.owner);
-        EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
+        owner_ = "before";
+        EXPECT_FAILS(row.error,
+                     keys.importKey(row.user, row.passphrase, file(row.file).c_str(), owner_));
+        EXPECT_EQ(owner_, row.owner);
+        EXPECT_FALSE(isThere());
     }
     for (const char* user : {static_cast<const char*>(nullptr), "alice"}) {  // the same again
-        ASSERT_TRUE(keys.importKey(user, "open sesame", file.c_str(), owner));
-        EXPECT_EQ(owner, "alice");
+        ASSERT_TRUE(importFrom(keys, L"key", user));
+        EXPECT_EQ(owner_, "alice");
     }
     EXPECT_EQ(keyOf(KeyManagerImpl(), "alice"), alice);
+}
 
-    // Where the user has a key already it stays, and the imported one is found by its checksum.
+TEST_F(Keys, ThatAreImportedStandBesideTheOwnOneAndGoOnTogether) {
+    std::string taken;
+    {
+        KeyManagerImpl keys;
+        taken = checksum(keyOf(keys, "alice"));
+        ASSERT_TRUE(exportTo(keys, L"key"));
+    }
     DeleteFileW(path_.c_str());
-    Record imported{};
+    Record held{};
     std::string own;
-    const std::string taken = checksum(alice);
+    KeyManagerImpl resident;
     {
         KeyManagerImpl other;
         own = checksum(keyOf(other, "alice"));
-        EXPECT_FAILS(ERROR_NOT_FOUND, findHeld(other, "alice", taken, imported));
+        EXPECT_EQ(checksum(keyOf(resident, "alice")), own);
+        EXPECT_FAILS(ERROR_NOT_FOUND, findHeld(other, "alice", taken, held));
         for (int again = 0; again < 2; ++again) {
-            ASSERT_TRUE(other.importKey("alice", "open sesame", file.c_str(), owner));
+            ASSERT_TRUE(importFrom(other, L"key"));
             EXPECT_EQ(other.importedKeys("alice"), 1u);
         }
     }
-    KeyManagerImpl both;
-    std::string md5;
-    ASSERT_TRUE(both.keyChecksum("alice", md5));
-    EXPECT_EQ(md5, own);
-    EXPECT_TRUE(findHeld(both, "alice", own, imported));
-    EXPECT_NE(imported, alice);
-    EXPECT_TRUE(findHeld(both, "alice", taken, imported));
-    EXPECT_EQ(imported, alice);
-    EXPECT_FALSE(findHeld(both, "ali", taken, imported));
-    EXPECT_EQ(both.importedKeys("ali"), 0u);
-
     // All of them go to a machine that has none, or one of its own, and come all at once.
-    const std::wstring all = folder + L"\\all";
-    ASSERT_TRUE(both.exportKey("alice", "open sesame", all.c_str()));
+    // Whoever has read the file before the other one imported it takes both.
+    ASSERT_TRUE(exportTo(resident, L"all"));
+    EXPECT_FALSE(findHeld(resident, "ali", taken, held));
+    EXPECT_EQ(resident.importedKeys("ali"), 0u);
     for (const size_t before : {size_t{0}, size_t{1}}) {
         DeleteFileW(path_.c_str());
         KeyManagerImpl third;
         const std::string first = before == 0 ? own : checksum(keyOf(third, "alice"));
-        CreateDirectoryW((path_ + L".new").c_str(), nullptr);  // nothing can be saved
-        EXPECT_FALSE(third.importKey("alice", "open sesame", all.c_str(), owner));
-        EXPECT_FALSE(findHeld(third, "alice", own, imported) ||
-                     findHeld(third, "alice", taken, imported));
-        RemoveDirectoryW((path_ + L".new").c_str());
+        cannotSave(true);
+        EXPECT_FALSE(importFrom(third, L"all"));
+        EXPECT_FALSE(findHeld(third, "alice", own, held) || findHeld(third, "alice", taken, held));
+        cannotSave(false);
         for (int again = 0; again < 2; ++again) {
-            ASSERT_TRUE(third.importKey("alice", "open sesame", all.c_str(), owner));
+            ASSERT_TRUE(importFrom(third, L"all"));
             EXPECT_EQ(third.importedKeys("alice"), 1u + before);
         }
         KeyManagerImpl later;
-        EXPECT_TRUE(findHeld(later, "alice", own, imported));
-        EXPECT_TRUE(findHeld(later, "alice", taken, imported));
-        EXPECT_EQ(imported, alice);
-        ASSERT_TRUE(later.keyChecksum("alice", md5));
-        EXPECT_EQ(md5, first);
+        for (const std::string& md5 : {own, taken}) {
+            EXPECT_TRUE(findHeld(later, "alice", md5, held));
+            EXPECT_EQ(checksum(held), md5);
+        }
+        EXPECT_EQ(checksum(keyOf(later, "alice")), first);
     }
+}
 
-    // More than a file holds are refused as they come, so that an export never leaves one out.
+// More than a file holds are refused as they come, so that an export never leaves one out.
+TEST_F(Keys, AreNoMoreThanAFileHolds) {
     KeyManagerImpl many;
     const auto sealed = [&](char first, size_t count) {
         std::string keys;
         for (size_t i = 0; i < count; ++i) {
             keys += std::string(31, first) + static_cast<char>(i);
         }
-        write(folder + L"\\many",
-              sealRecoveryFile("carol", keys, "open sesame", std::string(recoverySaltSize, 's'),
+        write(file(L"many"),
+              sealRecoveryFile("alice", keys, phrase, std::string(recoverySaltSize, 's'),
                                std::string(recoveryNonceSize, 'n'), {2, 2, 1}));
-        return many.importKey("carol", "open sesame", (folder + L"\\many").c_str(), owner);
+        return importFrom(many, L"many");
     };
     EXPECT_TRUE(sealed('a', userKeyLimit - 1));
     EXPECT_FAILS(ERROR_TOO_MANY_SECRETS, sealed('b', 2));
-    EXPECT_EQ(many.importedKeys("carol"), userKeyLimit - 2);
+    EXPECT_EQ(many.importedKeys("alice"), userKeyLimit - 2);
     EXPECT_TRUE(sealed('b', 1));
     EXPECT_FALSE(sealed('c', 1));
-    EXPECT_TRUE(many.exportKey("carol", "open sesame", (folder + L"\\64").c_str()));
-
-    WIN32_FIND_DATAW found{};
-    const FindHandle leftover(FindFirstFileW((folder + L"\\*.new").c_str(), &found));
-    EXPECT_FALSE(leftover);
+    EXPECT_TRUE(exportTo(many, L"64"));
 }
 
 }  // namespace
