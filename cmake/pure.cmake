@@ -35,7 +35,6 @@ set(pure_tests
     libs/httpmsg/http_headers_test.cpp
     libs/httpmsg/http_response_parser_test.cpp
     libs/json_spirit/json_spirit_test.cpp
-    src/base/job_state_test.cpp
     src/base/md5_test.cpp
     src/http_util/http_chunked_decoder_test.cpp
     src/http_util/http_location_test.cpp

@@ -10,6 +10,7 @@
 #include "jobdef/jobdefinitionfactory.h"
 #include "jobdef/restorejobdefinition.h"
 #include "json_spirit/json_spirit.h"
+#include "support/fails_with.h"
 
 namespace dorvo {
 namespace {
@@ -72,15 +73,6 @@ std::unique_ptr<JobDefinition> made(const json_spirit::Object& members) {
     return JobDefinitionFactory::createFromText(json_spirit::write(json_spirit::Value(members)));
 }
 
-class DefinitionFile : public testing::Test {
-protected:
-    DefinitionFile() { fs::remove_all(folder_); }
-    ~DefinitionFile() override { fs::remove_all(folder_); }
-
-    const fs::path folder_ = fs::temp_directory_path() / "jobdef_test";
-    const std::wstring path_ = (folder_ / "job" / "3c9a" / "def").wstring();
-};
-
 TEST(Definition, OfTheDocumentIsReadAndWritten) {
     const auto backup = JobDefinitionFactory::createFromText(backupText);
     const auto* saved = dynamic_cast<const BackupJobDefinition*>(backup.get());
@@ -100,34 +92,35 @@ TEST(Definition, OfTheDocumentIsReadAndWritten) {
     EXPECT_EQ(restore->text(), restoreText);
 }
 
-TEST(Definition, NeedsItsRequiredMembers) {
-    const auto check = [](const std::string& text, std::initializer_list<const char*> keys) {
+TEST(Definition, RefusesWhatMakesNoSense) {
+    const auto expectNone = [](const json_spirit::Object& members, DWORD error, const char* why) {
+        EXPECT_FAILS(error, made(members) != nullptr) << why;
+    };
+    const std::pair<std::string, std::vector<const char*>> required[] = {
+        {backupText, {"id", "name", "user", "type", "storage", "source"}},
+        {restoreText,
+         {"id", "name", "user", "type", "storage", "location", "source", "target", "machine",
+          "jobdefinitionid", "jobinstanceid"}}};
+    for (const auto& [text, keys] : required) {
         for (const char* key : keys) {
-            SCOPED_TRACE(key);
             json_spirit::Object members = parsed(text);
             members.erase(key);
-            EXPECT_EQ(made(members), nullptr);
+            expectNone(members, ERROR_INVALID_DATA, key);
             members[key] = true;
-            EXPECT_EQ(made(members), nullptr);
-            EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+            expectNone(members, ERROR_INVALID_DATA, key);
         }
+    }
+    const std::tuple<const char*, json_spirit::Value, DWORD> others[] = {
+        {"id", "", ERROR_INVALID_DATA},
+        {"storage", "tape", ERROR_NOT_SUPPORTED},  // a later version may know it
+        {"type", int64_t{1} << 32 | 1, ERROR_INVALID_DATA},
+        {"source", json_spirit::Array{"C:/a", 1}, ERROR_INVALID_DATA},
     };
-    check(backupText, {"id", "name", "user", "type", "storage", "source"});
-    check(restoreText, {"id", "name", "user", "type", "storage", "location", "source", "target",
-                        "machine", "jobdefinitionid", "jobinstanceid"});
-}
-
-TEST(Definition, RefusesOtherNonsense) {
-    const auto with = [](const char* key, json_spirit::Value value) {
+    for (const auto& [key, value, error] : others) {
         json_spirit::Object members = parsed(backupText);
-        members[key] = std::move(value);
-        return made(members);
-    };
-    EXPECT_EQ(with("id", ""), nullptr);
-    EXPECT_EQ(with("storage", "tape"), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_SUPPORTED}) << "a later version may know it";
-    EXPECT_EQ(with("type", int64_t{1} << 32 | 1), nullptr);
-    EXPECT_EQ(with("source", json_spirit::Array{"C:/a", 1}), nullptr);
+        members[key] = value;
+        expectNone(members, error, key);
+    }
     for (const char* text : {"", "[]", "null", "{\"id\":"}) {
         EXPECT_EQ(JobDefinitionFactory::createFromText(text), nullptr) << text;
     }
@@ -185,19 +178,18 @@ TEST(JobSchedule, BoundsItsFieldsByItsKind) {
         EXPECT_TRUE(backup.setSchedule(JobSchedule()) && backup.scheduleIsValid());
         EXPECT_EQ(parsed(backup.text()).at("schedule").get_obj().at("kind").get_int(), 5);
     };
-    const JobSchedule good[] = {{manual, 0, 0, 0, 0, 0},   {daily, 0, 99, 23, 59, 59},
-                                {weekly, 0, 0, 0, 0, 0},   {weekly, 0, 6, 0, 0, 0},
-                                {monthly, 0, 31, 0, 0, 0}, {once, 1, 0, 0, 0, 0}};
-    for (const JobSchedule& schedule : good) {
-        expect(schedule, true, std::to_string(schedule.start));
-    }
-    const JobSchedule bad[] = {{daily, 0, 0, 24, 0, 0},          {daily, 0, 0, 0, 60, 0},
-                               {daily, 0, 0, 0, 0, 60},          {daily, 0, 0, -1, 0, 0},
-                               {weekly, 0, 7, 0, 0, 0},          {monthly, 0, 0, 0, 0, 0},
-                               {monthly, 0, 32, 0, 0, 0},        {once, 0, 0, 0, 0, 0},
-                               {ScheduleKind{0}, 0, 0, 0, 0, 0}, {ScheduleKind{6}, 0, 0, 0, 0, 0}};
-    for (const JobSchedule& schedule : bad) {
-        expect(schedule, false, "0");
+    const std::pair<JobSchedule, bool> rows[] = {
+        {{manual, 0, 0, 0, 0, 0}, true},           {{daily, 0, 99, 23, 59, 59}, true},
+        {{weekly, 0, 0, 0, 0, 0}, true},           {{weekly, 0, 6, 0, 0, 0}, true},
+        {{monthly, 0, 31, 0, 0, 0}, true},         {{once, 1, 0, 0, 0, 0}, true},
+        {{daily, 0, 0, 24, 0, 0}, false},          {{daily, 0, 0, 0, 60, 0}, false},
+        {{daily, 0, 0, 0, 0, 60}, false},          {{daily, 0, 0, -1, 0, 0}, false},
+        {{weekly, 0, 7, 0, 0, 0}, false},          {{monthly, 0, 0, 0, 0, 0}, false},
+        {{monthly, 0, 32, 0, 0, 0}, false},        {{once, 0, 0, 0, 0, 0}, false},
+        {{ScheduleKind{0}, 0, 0, 0, 0, 0}, false}, {{ScheduleKind{6}, 0, 0, 0, 0, 0}, false},
+    };
+    for (const auto& [schedule, valid] : rows) {
+        expect(schedule, valid, std::to_string(schedule.start));
     }
     for (const char* start : {"12x", "-1", " 1", "18446744073709551616"}) {
         expect({daily, 0, 0, 0, 0, 0}, false, start);
@@ -216,26 +208,24 @@ TEST(DefinitionPath, DevicePathsKeepTheirBackslashes) {
     EXPECT_EQ(dynamic_cast<const BackupJobDefinition&>(*read).source(), paths);
 }
 
-TEST_F(DefinitionFile, SaysWhyItCannotBeRead) {
-    EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
-    fs::create_directories(fs::path(path_).parent_path());
-    std::ofstream(fs::path(path_)) << backupText.substr(0, backupText.size() - 1);
-    EXPECT_EQ(JobDefinitionFactory::create(path_), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
-}
-
-TEST_F(DefinitionFile, OldOneOutlivesAFailedSave) {
+TEST(DefinitionFile, OldOneOutlivesAFailedSave) {
+    const fs::path folder = fs::temp_directory_path() / "jobdef_test";
+    fs::remove_all(folder);
+    const std::wstring path = (folder / "job" / "3c9a" / "def").wstring();
+    EXPECT_FAILS(ERROR_PATH_NOT_FOUND, JobDefinitionFactory::create(path) != nullptr);
     BackupJobDefinition backup("3c9a", L"first", "alice");
-    ASSERT_TRUE(backup.save(path_));
+    ASSERT_TRUE(backup.save(path));
     const std::string before = backup.text();
-    fs::create_directory(path_ + L".new");
+    fs::create_directory(path + L".new");
     backup.setName(L"second");
-    EXPECT_FALSE(backup.save(path_));
+    EXPECT_FALSE(backup.save(path));
     EXPECT_NE(GetLastError(), 0U);
-    const auto read = JobDefinitionFactory::create(path_);
+    const auto read = JobDefinitionFactory::create(path);
     ASSERT_NE(read, nullptr);
     EXPECT_EQ(read->text(), before);
+    std::ofstream(fs::path(path)) << before.substr(0, before.size() - 1);
+    EXPECT_FAILS(ERROR_INVALID_DATA, JobDefinitionFactory::create(path) != nullptr);
+    fs::remove_all(folder);
 }
 
 }  // namespace

@@ -16,39 +16,27 @@ Value parse(const std::string& text) {
     return value;
 }
 
-TEST(JsonValue, GettersTakeTheirOwnTypeOnly) {
-    EXPECT_EQ(Value("8080").get_str(), "8080");
-    EXPECT_THROW(Value("8080").get_int(), std::runtime_error);
-    EXPECT_THROW(Value(1).get_bool(), std::runtime_error);
-    EXPECT_THROW(Value(true).get_int(), std::runtime_error);
-    EXPECT_THROW(Value(1.0).get_int(), std::runtime_error);
-    EXPECT_THROW(Value().get_array(), std::runtime_error);
-    EXPECT_EQ(Value(7).get_real(), 7.0);
-}
-
-TEST(JsonValue, IntegersKeepTheirRange) {
+TEST(JsonValue, GettersTakeTheirOwnTypeAndRangeOnly) {
     constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
     constexpr uint64_t highest = std::numeric_limits<uint64_t>::max();
+    for (const Value& value : {Value("8080"), Value(true), Value(1.0), parse("2147483648")}) {
+        EXPECT_THROW(value.get_int(), std::runtime_error) << write(value);
+    }
+    EXPECT_THROW(Value(1).get_bool(), std::runtime_error);
+    EXPECT_THROW(Value().get_array(), std::runtime_error);
+    EXPECT_THROW(parse("9223372036854775808").get_int64(), std::runtime_error);
+    EXPECT_THROW(Value(-1).get_uint64(), std::runtime_error);
+    EXPECT_EQ(Value(7).get_real(), 7.0);
     EXPECT_EQ(parse("-9223372036854775808").get_int64(), lowest);
     EXPECT_EQ(parse("18446744073709551615").get_uint64(), highest);
     EXPECT_TRUE(parse("9223372036854775808").is_uint64());
     EXPECT_EQ(parse("18446744073709551616").type(), real_type);
-    EXPECT_EQ(parse("4294967296").type(), int_type);
-    EXPECT_THROW(parse("2147483648").get_int(), std::runtime_error);
-    EXPECT_THROW(parse("9223372036854775808").get_int64(), std::runtime_error);
-    EXPECT_THROW(Value(-1).get_uint64(), std::runtime_error);
     // One number is one value, whatever type it came from.
-    EXPECT_EQ(Value(5U), Value(5));
-    EXPECT_EQ(Value(uint64_t{5}), parse("5"));
+    EXPECT_TRUE(Value(5U) == Value(5) && Value(uint64_t{5}) == parse("5"));
 }
 
 TEST(JsonReader, SaysWhereAndWhy) {
-    struct Row {
-        const char* name;
-        std::string text;
-        unsigned line, column;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, std::string, unsigned, unsigned> rows[] = {
         {"cut off", "{\"a\":", 1, 6},
         {"on the second line", "{\n  \"a\" : x\n}", 2, 9},
         {"a second value", "{} {}", 1, 4},
@@ -63,25 +51,23 @@ TEST(JsonReader, SaysWhereAndWhy) {
         {"one of very many digits", std::string(400, '9'), 1, 401},
         {"a line end in a string", "\"a\nb\"", 1, 3},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, text, line, column] : rows) {
+        SCOPED_TRACE(name);
         Value value("kept");
         try {
-            read_or_throw(row.text, value);
+            read_or_throw(text, value);
             ADD_FAILURE() << "taken: " << write(value);
         } catch (const Error_position& error) {
-            EXPECT_EQ(error.line_, row.line);
-            EXPECT_EQ(error.column_, row.column);
+            EXPECT_EQ(std::pair(error.line_, error.column_), std::pair(line, column));
             EXPECT_FALSE(error.reason_.empty());
         }
         EXPECT_EQ(value, Value("kept"));
     }
 }
 
-TEST(JsonReader, TakesWholeObjectsOnlyAndTheLaterOfTwoMembers) {
+TEST(JsonReader, TakesWholeObjectsOnly) {
     const std::string whole = R"({"a" : [1, -2.5e3, "\u00e9"], "b" : {"c" : null}})";
     parse(whole);
-    EXPECT_EQ(write(parse(R"({"a":1,"b":2,"a":3})")), R"({"a":3,"b":2})");
     for (size_t length = 0; length < whole.size(); ++length) {
         EXPECT_THROW(parse(whole.substr(0, length)), Error_position) << length;
     }
@@ -96,7 +82,7 @@ TEST(JsonReader, BoundsTheDepth) {
     EXPECT_THROW(parse(nested(1'000'000)), Error_position);
 }
 
-TEST(JsonWriter, FormatsOneMemberALine) {
+TEST(JsonWriter, FormatsOneMemberALineInTheOrderOfNames) {
     const Value value(Object{{"b", Array{1, "x", Object{}}},
                              {"a", Object{{"on", true}, {"none", Value()}}},
                              {"c", Array{}}});
@@ -115,6 +101,7 @@ TEST(JsonWriter, FormatsOneMemberALine) {
     ]
 })");
     EXPECT_EQ(write(value), R"({"a":{"none":null,"on":true},"b":[1,"x",{}],"c":[]})");
+    EXPECT_EQ(write(parse(R"({"a":1,"b":2,"a":3})")), R"({"a":3,"b":2})") << "the later of two";
 }
 
 TEST(JsonWriter, EscapesControlCharactersOnly) {
@@ -127,10 +114,8 @@ TEST(JsonWriter, EscapesControlCharactersOnly) {
 
 // A store that holds such bytes must stay readable.
 TEST(JsonWriter, ReplacesBytesThatAreNoUtf8) {
-    const char* const broken[] = {"\x80",         "\xC0\x80",         "\xC3",
-                                  "\xE0\x80\x80", "\xED\xA0\x80",     "\xF0\x80\x80\x80",
-                                  "\xE2\x82",     "\xF4\x90\x80\x80", "\xFF"};
-    for (const char* bytes : broken) {
+    for (const char* bytes : {"\x80", "\xC0\x80", "\xC3", "\xE0\x80\x80", "\xED\xA0\x80",
+                              "\xF0\x80\x80\x80", "\xE2\x82", "\xF4\x90\x80\x80", "\xFF"}) {
         const std::string text = std::string("a") + bytes + "b";
         const std::string read = parse(write(Value(text))).get_str();
         EXPECT_EQ(read.substr(0, 4), "a\xEF\xBF\xBD") << testing::PrintToString(text);

@@ -5,6 +5,8 @@
 
 #include <future>
 
+#include "support/fails_with.h"
+
 namespace dorvo {
 namespace {
 
@@ -77,34 +79,41 @@ protected:
     Script script_;
     // The second stands for a volume that is mounted there.
     const std::vector<std::wstring> volumes_ = {L"C:\\", L"C:\\windows\\"};
-    VSSRequester requester_{std::make_unique<ScriptedProvider>(script_)};
+    std::unique_ptr<VSSRequester> requester_ =
+        std::make_unique<VSSRequester>(std::make_unique<ScriptedProvider>(script_));
+
+    bool start(const std::vector<std::wstring>& volumes, int kind = VSSRequester::full,
+               bool now = true) {
+        return requester_->startBackup(&volumes, kind, now);
+    }
 };
 
 TEST_F(Requester, SnapshotsLastFromStartToEnd) {
     for (const bool atOnce : {true, false}) {
         script_.calls.clear();
-        ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::copy, atOnce));
-        EXPECT_EQ(requester_.volumeCount(), atOnce ? 2 : 0);
-        ASSERT_TRUE(atOnce || requester_.makeSnapshot());
-        ASSERT_EQ(requester_.volumeCount(), 2);
-        EXPECT_EQ(requester_.volume(1).volumePath, volumes_[1]);
-        EXPECT_EQ(requester_.volume(1).shadowPath, L"\\\\?\\GLOBALROOT\\Device\\Copy1");
-        EXPECT_TRUE(requester_.endBackup());
-        EXPECT_EQ(requester_.volumeCount(), 0);
-        EXPECT_TRUE(requester_.endBackup());
+        ASSERT_TRUE(start(volumes_, VSSRequester::copy, atOnce));
+        EXPECT_EQ(requester_->volumeCount(), atOnce ? 2 : 0);
+        ASSERT_TRUE(atOnce || requester_->makeSnapshot());
+        ASSERT_EQ(requester_->volumeCount(), 2);
+        EXPECT_EQ(requester_->volume(1).volumePath, volumes_[1]);
+        EXPECT_EQ(requester_->volume(1).shadowPath, L"\\\\?\\GLOBALROOT\\Device\\Copy1");
+        EXPECT_TRUE(requester_->endBackup() && requester_->endBackup());
+        EXPECT_EQ(requester_->volumeCount(), 0);
         EXPECT_THAT(script_.calls, ElementsAre("begin 5", "prepare", "snapshot", "complete"));
     }
+    // An older backup ends before a new one, and the last with the object.
+    script_.calls.clear();
+    EXPECT_TRUE(start(volumes_) && start(volumes_));
+    requester_.reset();
+    EXPECT_THAT(script_.calls, ElementsAre("begin 1", "prepare", "snapshot", "complete", "begin 1",
+                                           "prepare", "snapshot", "complete"));
 }
 
 TEST_F(Requester, AsksNobodyForNothingOrForAnUnknownKind) {
-    const std::vector<std::wstring> none;
-    EXPECT_TRUE(requester_.startBackup(nullptr, VSSRequester::full, true));
-    EXPECT_TRUE(requester_.startBackup(&none, VSSRequester::full, true));
-    EXPECT_TRUE(requester_.makeSnapshot());
-    EXPECT_TRUE(requester_.endBackup());
+    EXPECT_TRUE(requester_->startBackup(nullptr, VSSRequester::full, true));
+    EXPECT_TRUE(start({}) && requester_->makeSnapshot() && requester_->endBackup());
     for (const int unknown : {-1, 7}) {
-        EXPECT_FALSE(requester_.startBackup(&volumes_, unknown, true));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        EXPECT_FAILS(ERROR_INVALID_PARAMETER, start(volumes_, unknown));
     }
     EXPECT_TRUE(script_.calls.empty());
 }
@@ -127,24 +136,22 @@ TEST_F(Requester, AFailureEndsTheBackupAndIsTheLastError) {
         script_.supports = static_cast<HRESULT>(row.supports);
         script_.prepare = static_cast<HRESULT>(row.prepare);
         script_.snapshot = static_cast<HRESULT>(row.snapshot);
-        EXPECT_FALSE(requester_.startBackup(&volumes_, VSSRequester::full, true));
-        EXPECT_EQ(GetLastError(), row.error);
-        EXPECT_EQ(requester_.volumeCount(), 0);
+        EXPECT_FAILS(row.error, start(volumes_));
+        EXPECT_EQ(requester_->volumeCount(), 0);
         EXPECT_EQ(script_.calls, row.calls);
-        EXPECT_EQ(requester_.failedVolume(), row.supports != 0 ? L"C:\\" : L"");
+        EXPECT_EQ(requester_->failedVolume(), row.supports != 0 ? L"C:\\" : L"");
     }
 }
 
 TEST_F(Requester, VolumesThatCanHaveNoneAreLeftOut) {
     script_.unsupported = L"C:\\";
-    ASSERT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
-    ASSERT_EQ(requester_.volumeCount(), 1);
-    EXPECT_EQ(requester_.volume(0).volumePath, volumes_[1]);
+    ASSERT_TRUE(start(volumes_));
+    ASSERT_EQ(requester_->volumeCount(), 1);
+    EXPECT_EQ(requester_->volume(0).volumePath, volumes_[1]);
     script_.calls.clear();
-    const std::vector<std::wstring> one = {L"C:\\"};
-    ASSERT_TRUE(requester_.startBackup(&one, VSSRequester::full, true));
-    EXPECT_EQ(requester_.volumeCount(), 0);
-    EXPECT_TRUE(requester_.endBackup());
+    ASSERT_TRUE(start({L"C:\\"}));
+    EXPECT_EQ(requester_->volumeCount(), 0);
+    EXPECT_TRUE(requester_->endBackup());
     EXPECT_THAT(script_.calls, ElementsAre("complete", "begin 1", "complete"));
 }
 
@@ -152,55 +159,41 @@ TEST_F(Requester, VolumesThatCanHaveNoneAreLeftOut) {
 TEST_F(Requester, VolumesThatAreAwayCostTheOthersNothing) {
     const std::wstring away = L"C:\\no such volume\\";
     script_.unknown = away;
-    const std::vector<std::wstring> two = {away, L"C:\\"};
-    ASSERT_TRUE(requester_.startBackup(&two, VSSRequester::full, true));
-    ASSERT_EQ(requester_.volumeCount(), 1);
-    EXPECT_EQ(requester_.volume(0).volumePath, L"C:\\");
-    EXPECT_TRUE(requester_.wasAway(away));
-    EXPECT_FALSE(requester_.wasAway(L"C:\\"));
-    const std::vector<std::wstring> one = {away};
-    EXPECT_TRUE(requester_.startBackup(&one, VSSRequester::full, true));
-    EXPECT_EQ(requester_.volumeCount(), 0);
+    ASSERT_TRUE(start({away, L"C:\\"}));
+    ASSERT_EQ(requester_->volumeCount(), 1);
+    EXPECT_EQ(requester_->volume(0).volumePath, L"C:\\");
+    EXPECT_TRUE(requester_->wasAway(away));
+    EXPECT_FALSE(requester_->wasAway(L"C:\\"));
+    EXPECT_TRUE(start({away}));
+    EXPECT_EQ(requester_->volumeCount(), 0);
     script_.begin = E_FAIL;
-    EXPECT_FALSE(requester_.startBackup(&one, VSSRequester::full, true));
-}
-
-TEST_F(Requester, EndsTheOlderBackupBeforeANewOneAndTheLastWithItself) {
-    {
-        VSSRequester requester(std::make_unique<ScriptedProvider>(script_));
-        ASSERT_TRUE(requester.startBackup(&volumes_, VSSRequester::full, true));
-        ASSERT_TRUE(requester.startBackup(&volumes_, VSSRequester::full, true));
-        EXPECT_EQ(requester.volumeCount(), 2);
-    }
-    EXPECT_THAT(script_.calls, ElementsAre("begin 1", "prepare", "snapshot", "complete", "begin 1",
-                                           "prepare", "snapshot", "complete"));
+    EXPECT_FALSE(start({away}));
 }
 
 TEST_F(Requester, TheEndEventBreaksOffAStartAndNotTheNextOne) {
     std::promise<void> waiting;
     script_.waiting = &waiting;
     auto started = std::async(std::launch::async, [&] {
-        const bool worked = requester_.startBackup(&volumes_, VSSRequester::full, true);
+        const bool worked = start(volumes_);
         return std::pair(worked, GetLastError());
     });
     waiting.get_future().wait();
-    requester_.setEndEvent();
+    requester_->setEndEvent();
     EXPECT_EQ(started.get(), std::pair(false, DWORD{ERROR_CANCELLED}));
 
     script_.waiting = nullptr;
-    EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+    EXPECT_TRUE(start(volumes_));
 }
 
 TEST_F(Requester, AnEndThatComesJustBeforeAStartIsNotLost) {
-    requester_.setEndEvent();
-    EXPECT_FALSE(requester_.startBackup(&volumes_, VSSRequester::full, true));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+    requester_->setEndEvent();
+    EXPECT_FAILS(ERROR_CANCELLED, start(volumes_));
     EXPECT_THAT(script_.calls, testing::IsEmpty());
-    EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+    EXPECT_TRUE(start(volumes_));
 
-    requester_.setEndEvent();  // during the backup: nothing is under way
-    EXPECT_TRUE(requester_.endBackup());
-    EXPECT_TRUE(requester_.startBackup(&volumes_, VSSRequester::full, true));
+    requester_->setEndEvent();  // during the backup: nothing is under way
+    EXPECT_TRUE(requester_->endBackup());
+    EXPECT_TRUE(start(volumes_));
 }
 
 // Wine has the service's library but not the service; only Windows shows more than this.

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "base/last_error.h"
+#include "support/fails_with.h"
 #include "support/log_capture.h"
 
 namespace dorvo {
@@ -47,40 +48,30 @@ TEST(Log, FormatsNumbersAndStringsAndKeepsTheLastError) {
     EXPECT_EQ(capture.lines()[0].text.substr(0, 24), "Job {j1} at {5000000000}");
 }
 
+// Windows' own, for codes that the C library has too, whatever the text looks like.
 TEST(Log, WritesTheTextOfTheLastErrorForM) {
-    test::LogCapture capture;
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    log(LogLevel::error, "%m|\n");
-    SetLastError(ERROR_ACCESS_DENIED);
-    log(LogLevel::error, "%m|\n");
-    SetLastError(ERROR_ACCESS_DENIED);
-    log(LogLevel::error, "{%s} 100%% %m, %d.\n", "%m", 7);
-    // A text that has a directive's look, and none behind a percent sign.
-    SetLastError(ERROR_BAD_EXE_FORMAT);
-    log(LogLevel::error, "%m, 50%%more: %d.\n", 7);
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 4U);
     ASSERT_NE(errorText(ERROR_BAD_EXE_FORMAT).find("%1"), std::string::npos);
-    EXPECT_EQ(lines[3].text, errorText(ERROR_BAD_EXE_FORMAT) + ", 50%more: 7.\n");
-    // Windows' own, for codes that the C library has too.
-    EXPECT_EQ(lines[0].text, errorText(ERROR_FILE_NOT_FOUND) + "|\n");
-    EXPECT_EQ(lines[1].text, errorText(ERROR_ACCESS_DENIED) + "|\n");
-    EXPECT_EQ(lines[2].text, "{%m} 100% " + errorText(ERROR_ACCESS_DENIED) + ", 7.\n");
+    for (const DWORD error : {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_BAD_EXE_FORMAT}) {
+        test::LogCapture capture;
+        SetLastError(error);
+        log(LogLevel::error, "{%s} 100%% %m, 50%%more: %d.\n", "%m", 7);
+        EXPECT_EQ(capture.lines().at(0).text, "{%m} 100% " + errorText(error) + ", 50%more: 7.\n");
+    }
 }
 
 TEST(Log, AFailureIsLoggedAndLeavesItsCode) {
     test::LogCapture capture;
     SetLastError(ERROR_FILE_NOT_FOUND);
-    EXPECT_FALSE(logFailed("Failed to open {%s}, %d, %m.\n", std::string("a"), GetLastError()));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_FALSE(logFailed(ERROR_INVALID_DATA, "{%s} is damaged, %m.\n", "b"));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, logFailed("Failed to open {%s}, %d.\n", "a", 2));
+    EXPECT_FAILS(ERROR_INVALID_DATA, logFailed(ERROR_INVALID_DATA, "It is damaged, %m.\n"));
+    const std::string texts[] = {"Failed to open {a}, 2.\n",
+                                 "It is damaged, " + errorText(ERROR_INVALID_DATA) + ".\n"};
     const auto lines = capture.lines();
     ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].level, LogLevel::error);
-    EXPECT_EQ(lines[0].text, "Failed to open {a}, 2, " + errorText(ERROR_FILE_NOT_FOUND) + ".\n");
-    EXPECT_EQ(lines[1].level, LogLevel::error);
-    EXPECT_EQ(lines[1].text, "{b} is damaged, " + errorText(ERROR_INVALID_DATA) + ".\n");
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(lines[i].level, LogLevel::error);
+        EXPECT_EQ(lines[i].text, texts[i]);
+    }
 }
 
 }  // namespace

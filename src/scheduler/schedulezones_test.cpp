@@ -40,15 +40,15 @@ struct Plan {
                (monthday == -1 || day == std::min(monthday, last));
     }
     std::unique_ptr<ScheduleHelper> helper(const ScheduleClock& clock) const {
+        const int hour = minute / 60;
+        const int rest = minute % 60;
         if (weekday != -1) {
-            return std::make_unique<WeeklyScheduleHelper>(clock, 0, weekday, minute / 60,
-                                                          minute % 60, 0);
+            return std::make_unique<WeeklyScheduleHelper>(clock, 0, weekday, hour, rest, 0);
         }
         if (monthday != -1) {
-            return std::make_unique<MonthlyScheduleHelper>(clock, 0, monthday, minute / 60,
-                                                           minute % 60, 0);
+            return std::make_unique<MonthlyScheduleHelper>(clock, 0, monthday, hour, rest, 0);
         }
-        return std::make_unique<DailyScheduleHelper>(clock, 0, minute / 60, minute % 60, 0);
+        return std::make_unique<DailyScheduleHelper>(clock, 0, hour, rest, 0);
     }
 };
 

@@ -15,15 +15,13 @@ constexpr const char* semaphoreName = "Local\\dorvo_test_updater";
 // A program beside this one that has the updater's name.
 class UpdateScheduler : public StoreTest {
 protected:
-    UpdateScheduler()
-        : started_(CreateSemaphoreA(nullptr, 0, 1000, semaphoreName)), dispatcher_(zone_) {
+    UpdateScheduler() {
         SetEnvironmentVariableA("DORVO_TEST_UPDATER", semaphoreName);
         useOptions("{}");
         zone_.time = zone_.at("2026-01-05 09:00:00");
         dispatcher_.run();
     }
     ~UpdateScheduler() override {
-        SetEnvironmentVariableA("DORVO_TEST_UPDATER", nullptr);
         // One that still runs can be moved, not deleted.
         static int used = 0;
         const std::wstring old = L"used updater " + std::to_wstring(++used);
@@ -31,12 +29,9 @@ protected:
         useOptions("{}");
     }
 
-    static OptionsImpl& options() {
-        return *ATL::CComSingleton<OptionsImpl, ATL::CComAutoCriticalSection>::instance();
-    }
     static void useOptions(const char* text) {
         write(dataPath(L"\\options"), text);
-        options() = OptionsImpl();
+        singleton<OptionsImpl>() = OptionsImpl();
     }
     static void install() {
         ASSERT_NE(CopyFileW(besideProgram(L"test_updater.exe").c_str(),
@@ -48,13 +43,20 @@ protected:
         dispatcher_.advance(zone_.time + late_ / 1000);
         late_ %= 1000;
     }
-    bool updaterStarted() const {
-        return WaitForSingleObject(started_.get(), 60'000) == WAIT_OBJECT_0;
+    bool updaterStarted(DWORD within = 60'000) const {
+        return WaitForSingleObject(started_.get(), within) == WAIT_OBJECT_0;
+    }
+    // Not a second before.
+    void expectStartIn(int64_t milliseconds) {
+        pass(milliseconds - 1000);
+        EXPECT_FALSE(updaterStarted(0));
+        pass(1000);
+        EXPECT_TRUE(updaterStarted());
     }
 
-    KernelHandle started_;
+    KernelHandle started_{CreateSemaphoreA(nullptr, 0, 1000, semaphoreName)};
     TestZone zone_;
-    TestDispatcher dispatcher_;
+    TestDispatcher dispatcher_{zone_};
     int64_t late_ = 0;
     LogCapture log_;
 };
@@ -73,62 +75,41 @@ TEST_F(UpdateScheduler, StartsTheUpdaterAtItsTimes) {
         Update_Scheduler updates(*TestDispatcher::port());
         EXPECT_TRUE(updates.schedule());
         if (first > 0) {
-            pass(first - 1000);
-            EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
-            pass(1000);
+            expectStartIn(first);
+        } else {
+            EXPECT_TRUE(updaterStarted());
         }
-        EXPECT_TRUE(updaterStarted());
         useOptions(R"({"update_again_at":7000})");
-        for (int i = 0; i < 2; ++i) {
-            pass(again - 1000);
-            EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
-            pass(1000);
-            EXPECT_TRUE(updaterStarted()) << "the interval is that of the object's beginning";
-        }
+        expectStartIn(again);  // that of the object's beginning
+        expectStartIn(again);
         EXPECT_TRUE(updates.unschedule());
     }
 }
 
-TEST_F(UpdateScheduler, AChangeOfTheClockStartsOnlyTheInterval) {
-    install();
-    Update_Scheduler updates(*TestDispatcher::port());
-    EXPECT_TRUE(updates.schedule());
-    dispatcher_.setClock(zone_.time + 86'400);
-    EXPECT_TRUE(log_.begins("Update Scheduler: Reschedule.\n"));
-    pass(14'399'000);
-    EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
-    pass(1000);
-    EXPECT_TRUE(updaterStarted());
-}
-
-TEST_F(UpdateScheduler, AWakeStartsWhatHasComeDueAndLeavesTheRest) {
+TEST_F(UpdateScheduler, AChangeOfTheClockOnlyStartsTheIntervalAndAWakeWhatIsDue) {
     install();
     Update_Scheduler updates(*TestDispatcher::port());
     EXPECT_TRUE(updates.schedule());
     dispatcher_.wake(zone_.time + 599);
-    EXPECT_EQ(WaitForSingleObject(started_.get(), 0), DWORD{WAIT_TIMEOUT});
+    EXPECT_FALSE(updaterStarted(0));
     dispatcher_.wake(zone_.time + 1);
     EXPECT_TRUE(updaterStarted());
     EXPECT_FALSE(log_.begins("Update Scheduler: Reschedule.\n"));
+    dispatcher_.setClock(zone_.time + 86'400);
+    EXPECT_TRUE(log_.begins("Update Scheduler: Reschedule.\n"));
+    expectStartIn(14'400'000);
 }
 
-TEST_F(UpdateScheduler, AMissingUpdaterDoesNotEndTheSchedule) {
-    Update_Scheduler updates(*TestDispatcher::port());
-    EXPECT_TRUE(updates.schedule());
-    pass(600'000);
-    EXPECT_TRUE(log_.begins("Failed to execute the updater, error-code = 2, "));
-    install();
-    pass(14'400'000);
-    EXPECT_TRUE(updaterStarted());
-}
-
-TEST_F(UpdateScheduler, AFailureToArmItLeavesNothingPending) {
+TEST_F(UpdateScheduler, AFailureIsLoggedAndEndsTheScheduleOnlyWhereNothingCanBeArmed) {
     Update_Scheduler updates(*TestDispatcher::port());
     EXPECT_FALSE(updates.unschedule()) << "it never was";
     EXPECT_TRUE(log_.begins("Failed to unschedule the Update_Scheduler.1168, "));
     EXPECT_TRUE(updates.schedule());
+    pass(600'000);
+    EXPECT_TRUE(log_.begins("Failed to execute the updater, error-code = 2, "));
+    install();
+    expectStartIn(14'400'000);
     EXPECT_TRUE(updates.unschedule());
-    EXPECT_FALSE(updates.unschedule()) << "it is no more";
     EXPECT_TRUE(TestDispatcher::port()->close());
     EXPECT_FALSE(updates.schedule());
     EXPECT_TRUE(log_.begins("Failed to schedule the Update_Scheduler."));

@@ -79,31 +79,19 @@ protected:
     std::wstring list_;
 };
 
-TEST_F(Generator, WalksTheSnapshotAndNamesLivePaths) {
-    files_.addFolder(L"S:\\", L"a");
-    files_.addFile(L"S:\\a", L"x");
-    files_.addFolder(L"S:\\a", L"private");
-    files_.addFile(L"S:\\a\\private", L"secret");
-    volume(L"C:\\", {L"C:\\"}).shadowPath = L"S:\\";
-    options_.excluded.add(L"c:\\A\\PRIVATE");
-
-    JobActivitySourceGenerator generator(options_);
-    ASSERT_TRUE(generator.generate(list_, volumes_));
-    EXPECT_THAT(records(), ElementsAre(L"SS", L"VO C:\\", L"DI 1 C:\\", L"DI 2 C:\\a",
-                                       L"FI 3 C:\\a\\x", L"ES"));
-    EXPECT_EQ(generator.walked().fileCount(), 1u);
-}
-
-TEST_F(Generator, LinksBelowASourceAreListedAndLeftOutAndSourcesAreWalkedOnce) {
+TEST_F(Generator, WalksTheSnapshotOnceAndNamesLivePathsAndWhatItLeavesOut) {
     const DWORD folderLink = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
     files_.addFolder(L"S:\\", L"a");
+    files_.addFolder(L"S:\\a", L"private");
+    files_.addFile(L"S:\\a\\private", L"secret");
     files_.add(L"S:\\a", {L"link", folderLink, 0, IO_REPARSE_TAG_SYMLINK});
-    files_.add(L"S:\\a", {L"named", folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
     files_.addFile(L"S:\\a\\link", L"y");
-    files_.addFile(L"S:\\a\\named", L"x");
+    for (const auto& [folder, name] : {std::pair(L"S:\\a", L"named"), {L"S:\\A", L"Named"}}) {
+        files_.add(folder, {name, folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
+        files_.addFile(std::wstring(folder) + L"\\" + name, L"x");
+    }
     volume(L"C:\\", {L"C:\\a", L"c:\\A\\Named"}).shadowPath = L"S:\\";
-    files_.add(L"S:\\A", {L"Named", folderLink, 0, IO_REPARSE_TAG_MOUNT_POINT});
-    files_.addFile(L"S:\\A\\Named", L"x");
+    options_.excluded.add(L"c:\\A\\PRIVATE");
     std::vector<std::pair<std::wstring, DWORD>> leftOut;
     options_.leftOut = [&](const std::wstring& path, DWORD tag) {
         leftOut.emplace_back(path, tag);

@@ -31,58 +31,42 @@ const char* const exampleFile = R"({
     ]
 })";
 
-JobVolume exampleVolume() {
-    JobVolume volume;
-    volume.index = 1;
-    volume.path = L"C:\\";
-    uuidFromText("00112233-4455-6677-8899-aabbccddeeff", volume.snapshotSetId);
-    uuidFromText("ffeeddcc-bbaa-9988-7766-554433221100", volume.snapshotId);
-    volume.shadowPath = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy7\\";
-    volume.creationTimestamp = 134215200000000000;
-    volume.sources = {L"C:\\Users\\Zo\u00eb", L"C:\\data\\a.txt"};
-    return volume;
-}
-
 class VolumeFiles : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(volumeDirectory(jobId, directory_));
-        std::wstring job;
-        ASSERT_TRUE(jobDirectory(jobId, job));
-        rm_rf(job, true);
-    }
-    std::string content(const std::wstring& name) const {
-        return test::fileContent(directory_ + L"\\" + name);
-    }
-    void store(const std::wstring& name, const std::string& text) const {
+        rm_rf(directory_, true);
         ASSERT_TRUE(createDirectories(directory_));
-        test::storeFile(directory_ + L"\\" + name, text);
     }
 
     std::wstring directory_;
 };
 
-TEST_F(VolumeFiles, AreWrittenAsDocumentedAndReadBack) {
-    ASSERT_TRUE(exampleVolume().save(jobId));
-    EXPECT_EQ(content(L"1"), exampleFile);
-
+TEST_F(VolumeFiles, AreReadAndWrittenAsDocumented) {
+    test::storeFile(directory_ + L"\\1", exampleFile);
     VolumeMap volumes;
     volumes[L"Z:\\"] = std::make_shared<JobVolume>();
     loadVolumes(jobId, volumes);
     ASSERT_EQ(volumes.size(), 1u);
-    EXPECT_TRUE(removeVolumeFile(exampleVolume(), jobId));
-    ASSERT_TRUE(volumes.at(L"C:\\")->save(jobId));
-    EXPECT_EQ(content(L"1"), exampleFile);
-
-    EXPECT_FALSE(exampleVolume().save("..\\x"));
+    const JobVolume& volume = *volumes.at(L"C:\\");
+    EXPECT_EQ(volume.index, 1);
+    EXPECT_EQ(uuidText(volume.snapshotSetId), "00112233-4455-6677-8899-aabbccddeeff");
+    EXPECT_EQ(volume.shadowPath, L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy7\\");
+    EXPECT_EQ(volume.creationTimestamp, 134215200000000000);
+    EXPECT_THAT(volume.sources, ElementsAre(L"C:\\Users\\Zo\u00eb", L"C:\\data\\a.txt"));
+    EXPECT_TRUE(removeVolumeFile(volume, jobId) && volume.save(jobId));
+    EXPECT_EQ(test::fileContent(directory_ + L"\\1"), exampleFile);
+    EXPECT_FALSE(volume.save("..\\x"));
 }
 
 TEST_F(VolumeFiles, DamagedOnesAreLeftOut) {
     const std::string good = exampleFile;
+    for (const wchar_t* name : {L"\\1", L"\\01", L"\\notes.txt"}) {
+        test::storeFile(directory_ + name, good);
+    }
     const auto with = [&](const std::string& from, const std::string& to) {
         std::string text = good;
-        text.replace(text.find(from), from.size(), to);
-        return text;
+        return text.replace(text.find(from), from.size(), to);
     };
     const std::pair<const char*, std::string> rows[] = {
         {"empty", ""},
@@ -97,10 +81,7 @@ TEST_F(VolumeFiles, DamagedOnesAreLeftOut) {
     for (const auto& [what, text] : rows) {
         SCOPED_TRACE(what);
         test::LogCapture log;
-        store(L"2", text);
-        store(L"1", good);
-        store(L"01", good);
-        store(L"notes.txt", good);
+        test::storeFile(directory_ + L"\\2", text);
         VolumeMap volumes;
         loadVolumes(jobId, volumes);
         EXPECT_EQ(volumes.size(), 1u);
@@ -113,12 +94,13 @@ TEST_F(VolumeFiles, GoOnlyWhenTheRunIsOver) {
     for (const int code : {0, 1, 6, 7, 8, 9, 10}) {
         SCOPED_TRACE(code);
         VolumeMap volumes;
-        volumes[L"C:\\"] = std::make_shared<JobVolume>(exampleVolume());
-        ASSERT_TRUE(volumes[L"C:\\"]->save(jobId));
+        JobVolume volume;
+        volume.index = 1;
+        volumes[L"C:\\"] = std::make_shared<JobVolume>(volume);
+        ASSERT_TRUE(volume.save(jobId));
         clearVolumes(volumes, jobId, code);
         EXPECT_TRUE(volumes.empty());
-        const bool stays = code == 0 || code == 6 || code == 8;
-        EXPECT_EQ(removeVolumeFile(exampleVolume(), jobId), stays);
+        EXPECT_EQ(removeVolumeFile(volume, jobId), code == 0 || code == 6 || code == 8);
     }
 }
 

@@ -51,90 +51,63 @@ private:
 
 class Transform : public testing::Test {
 protected:
-    void SetUp() override {
-        source_ = folder_ + L"\\source";
-        package_ = folder_ + L"\\package";
-        target_ = folder_ + L"\\target";
-    }
-
     bool backup(bool compress, interrupter* stop = nullptr) {
-        BackupTransformation transformation(compress);
-        setKey(transformation);
-        return transformation.transform(source_.c_str(), package_.c_str(), nullptr, stop);
+        return transform(BackupTransformation(compress), source_, package_, stop);
     }
     bool restore(bool compress, interrupter* stop = nullptr) {
-        RestoreTransformation transformation(compress);
-        setKey(transformation);
-        return transformation.transform(package_.c_str(), target_.c_str(), nullptr, stop);
+        return transform(RestoreTransformation(compress), package_, target_, stop);
+    }
+    static bool transform(Transformation&& by, const std::wstring& from, const std::wstring& to,
+                          interrupter* stop, const WIN32_FILE_ATTRIBUTE_DATA* data = nullptr) {
+        setKey(by);
+        return by.transform(from.c_str(), to.c_str(), data, stop);
     }
 
     test::TemporaryFolder ground_{L"dorvo_transform"};
     const std::wstring& folder_ = ground_.path();
-    std::wstring source_;
-    std::wstring package_;
-    std::wstring target_;
+    std::wstring source_ = folder_ + L"\\source";
+    std::wstring package_ = folder_ + L"\\package";
+    std::wstring target_ = folder_ + L"\\target";
 };
-
-std::string hex(const std::string& bytes) {
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const char c : bytes) {
-        text += digits[static_cast<unsigned char>(c) >> 4];
-        text += digits[static_cast<unsigned char>(c) & 15];
-    }
-    return text;
-}
 
 // The worked examples of docs/formats/package.md.
 TEST_F(Transform, PackagesAreAsDocumented) {
-    const std::pair<bool, const char*> rows[] = {
-        {false, "c18bebea28cafa45cd02494d485ddacedc2b91dd6fdd555d548de18bfecbe45f"},
-        {true, "5d332b8653a8ca123fcfe382e52987af821d49bd784f3a0e19df3319519fb70c"},
+    const std::pair<bool, std::string> rows[] = {
+        {false,
+         "\xc1\x8b\xeb\xea\x28\xca\xfa\x45\xcd\x02\x49\x4d\x48\x5d\xda\xce"
+         "\xdc\x2b\x91\xdd\x6f\xdd\x55\x5d\x54\x8d\xe1\x8b\xfe\xcb\xe4\x5f"},
+        {true,
+         "\x5d\x33\x2b\x86\x53\xa8\xca\x12\x3f\xcf\xe3\x82\xe5\x29\x87\xaf"
+         "\x82\x1d\x49\xbd\x78\x4f\x3a\x0e\x19\xdf\x33\x19\x51\x9f\xb7\x0c"},
     };
     storeFile(source_, "Hello, hello, hello, hello!\n");
     for (const auto& [compress, package] : rows) {
         ASSERT_TRUE(backup(compress));
-        EXPECT_EQ(hex(fileContent(package_)), package);
+        EXPECT_EQ(fileContent(package_), package);
     }
 }
 
 TEST_F(Transform, BytesBehindTheContentAreDamage) {
-    storeFile(source_, randomBytes(20'000));
+    const std::string content = randomBytes(20'000);
     for (const char* behind :
          {"", "x", "sixteen bytes ..", "78 9c and many more bytes than a block"}) {
+        storeFile(source_, content);
         ASSERT_TRUE(backup(true));
         // The compressed content with more behind it, packed again as it is.
         ASSERT_TRUE(restore(false));
-        const std::string content = fileContent(source_);
         storeFile(source_, fileContent(target_) + behind);
         ASSERT_TRUE(backup(false));
-        storeFile(source_, content);
-        EXPECT_EQ(restore(true), *behind == '\0') << behind;
         if (*behind == '\0') {
+            ASSERT_TRUE(restore(true));
             EXPECT_EQ(fileContent(target_), content);
         } else {
-            EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+            EXPECT_FAILS(ERROR_INVALID_DATA, restore(true)) << behind;
         }
     }
 }
 
-TEST_F(Transform, EachSideHasItsWordsForATargetThatCannotBe) {
-    storeFile(source_, "content");
-    ASSERT_TRUE(backup(true));
-    const test::LogCapture log;
-    package_ = folder_ + L"\\no\\package";
-    EXPECT_FALSE(backup(true));
-    const std::string reason = errorText(ERROR_PATH_NOT_FOUND);
-    EXPECT_TRUE(log.has("Failed to open target " + toUtf8(package_) + ", " + reason + "\n"));
-    package_ = folder_ + L"\\package";
-    target_ = folder_ + L"\\no\\target";
-    EXPECT_FALSE(restore(true));
-    EXPECT_TRUE(log.has("Failed to open target " + toUtf8(target_) + ", " + reason + ".\n"));
-}
-
 TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
-    const std::string bytes = randomBytes(20'000);
-    storeFile(source_, bytes);
+    storeFile(source_, randomBytes(20'000));
     for (const bool compress : {false, true}) {
         ASSERT_TRUE(backup(compress));
         const std::string whole = fileContent(package_);
@@ -165,6 +138,18 @@ TEST_F(Transform, ADamagedPackageOrAWrongKeyFails) {
     }
 }
 
+TEST_F(Transform, ARestoredFileGetsTheAttributesAndTimesThatAreGiven) {
+    storeFile(source_, "x");
+    ASSERT_TRUE(backup(false));
+    const WIN32_FILE_ATTRIBUTE_DATA given = {
+        FILE_ATTRIBUTE_READONLY, {0, 1u << 24}, {0, 2u << 24}, {0, 3u << 24}, 0, 0};
+    EXPECT_TRUE(transform(RestoreTransformation(false), package_, target_, nullptr, &given));
+    const WIN32_FILE_ATTRIBUTE_DATA got = test::dataOf(target_);
+    EXPECT_EQ(got.dwFileAttributes & FILE_ATTRIBUTE_READONLY, given.dwFileAttributes);
+    EXPECT_EQ(CompareFileTime(&got.ftLastWriteTime, &given.ftLastWriteTime), 0);
+    EXPECT_EQ(CompareFileTime(&got.ftLastAccessTime, &given.ftLastAccessTime), 0);
+}
+
 TEST_F(Transform, AStopIsHonouredEveryTwoMebibytes) {
     const struct {
         size_t size;
@@ -190,17 +175,32 @@ TEST_F(Transform, AStopIsHonouredEveryTwoMebibytes) {
     EXPECT_FAILS(ERROR_CANCELLED, restore(false, &stop));
 }
 
-TEST_F(Transform, WhatCannotBeOpenedFails) {
-    test::LogCapture log;
-    SetLastError(0);
-    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, backup(true));
-    EXPECT_FAILS(ERROR_FILE_NOT_FOUND, restore(true));
+TEST_F(Transform, EachSideHasItsWordsForWhatCannotBeOpened) {
+    const std::wstring none = folder_ + L"\\none\\file";
     storeFile(source_, "x");
-    target_ = package_ = folder_ + L"\\none\\file";
-    EXPECT_FAILS(ERROR_PATH_NOT_FOUND, backup(true));
-    package_ = source_;
-    EXPECT_FAILS(ERROR_PATH_NOT_FOUND, restore(true));
-    EXPECT_EQ(log.lines().size(), 4u);
+    BackupTransformation pack;
+    RestoreTransformation unpack(true);
+    const struct {
+        Transformation& by;
+        const std::wstring& source;
+        const std::wstring& target;
+        DWORD error;
+        const char* words;
+        const char* end;
+    } rows[] = {
+        {pack, package_, target_, ERROR_FILE_NOT_FOUND, "Failed to open source ", "\n"},
+        {unpack, package_, target_, ERROR_FILE_NOT_FOUND, "Failed to target file ", ".\n"},
+        {pack, source_, none, ERROR_PATH_NOT_FOUND, "Failed to open target ", "\n"},
+        {unpack, source_, none, ERROR_PATH_NOT_FOUND, "Failed to open target ", ".\n"},
+    };
+    for (const auto& row : rows) {
+        const test::LogCapture log;
+        EXPECT_FAILS(row.error,
+                     row.by.transform(row.source.c_str(), row.target.c_str(), nullptr, nullptr));
+        const bool target = row.error == ERROR_PATH_NOT_FOUND;
+        EXPECT_EQ(log.lines().at(0).text, row.words + toUtf8(target ? row.target : row.source) +
+                                              ", " + errorText(row.error) + row.end);
+    }
 }
 
 // A pipe whose other end goes away while it is read stands for a disk that fails.
@@ -218,8 +218,8 @@ TEST_F(Transform, ASourceThatFailsMidwayIsNoShortPackage) {
         DisconnectNamedPipe(pipe.get());
     });
     const test::LogCapture quiet;
-    BackupTransformation transformation(true);
-    EXPECT_FALSE(transformation.transform(name, package_.c_str(), nullptr, nullptr));
+    source_ = name;
+    EXPECT_FALSE(backup(true));
     const DWORD error = GetLastError();
     writer.join();
     EXPECT_TRUE(error == ERROR_PIPE_NOT_CONNECTED || error == ERROR_BROKEN_PIPE) << error;
@@ -227,17 +227,12 @@ TEST_F(Transform, ASourceThatFailsMidwayIsNoShortPackage) {
 
 // Wine lends a device that is always full; Windows has no such path and fails at the opening.
 TEST_F(Transform, AFullDiskIsAFailure) {
-    test::LogCapture log;
-    storeFile(source_, randomBytes(100'000));
-    BackupTransformation transformation(false);
-    EXPECT_FAILS(
-        ERROR_DISK_FULL,
-        transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
-    // What fits into the buffers fails no less.
-    storeFile(source_, "x");
-    EXPECT_FAILS(
-        ERROR_DISK_FULL,
-        transformation.transform(source_.c_str(), L"\\\\?\\unix\\dev\\full", nullptr, nullptr));
+    const test::LogCapture quiet;
+    package_ = L"\\\\?\\unix\\dev\\full";
+    for (const size_t size : {size_t{1}, size_t{100'000}}) {  // the first fits into the buffers
+        storeFile(source_, randomBytes(size));
+        EXPECT_FAILS(ERROR_DISK_FULL, backup(false));
+    }
 }
 
 // The same bytes as in a file of the caller's, read from anywhere, and of the next item when it is
