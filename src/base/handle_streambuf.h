@@ -91,7 +91,7 @@ using read_handle_streambuf = basic_read_handle_streambuf<char>;
 
 // Writes. A write that fails, or that the system cuts short for good, makes this and every later
 // operation fail; error() keeps its code. What stands in the buffer when the object goes is
-// written, but nobody learns whether that worked: flush first.
+// written, but nobody learns whether that worked, and the last error stays: flush first.
 template <class Char, class Traits = std::char_traits<Char>>
 class basic_write_handle_streambuf : public std::basic_streambuf<Char, Traits> {
     static_assert(sizeof(Char) == 1);
@@ -108,7 +108,10 @@ public:
         attach(std::move(made));
         error_ = error;
     }
-    ~basic_write_handle_streambuf() override { close(); }
+    ~basic_write_handle_streambuf() override {
+        const LastErrorGuard keep;
+        close();
+    }
 
     // Takes over an open handle at its current position; what it held before is closed.
     void attach(FileHandle handle) {

@@ -233,6 +233,10 @@ TEST_F(Transform, AFullDiskIsAFailure) {
         storeFile(source_, randomBytes(size));
         EXPECT_FAILS(ERROR_DISK_FULL, backup(false));
     }
+    // What was not written by then does not hide the stop.
+    storeFile(source_, std::string(3 * mebibyte, 'x'));
+    StopAt stop(1);
+    EXPECT_FAILS(ERROR_CANCELLED, backup(true, &stop));
 }
 
 // The same bytes as in a file of the caller's, read from anywhere, and of the next item when it is
