@@ -14,7 +14,7 @@ SUITE = WINDOWS_BIN / "storage_contract.exe"
 
 class ContractTest(unittest.TestCase):
     def test_the_web_back_end_keeps_the_contract(self):
-        folder = work_folder(self, "contract")
+        folder = work_folder(self.addCleanup, "contract")
         server = Server(folder / "server")
         server.add_user(USER, PASSWORD)
         with server:

@@ -12,6 +12,10 @@ from system import BLOCK, System, SystemTest, noise, write
 LOST = 0x2001019A
 
 
+def contents(folder):
+    return {p.name: p.read_bytes() for p in folder.iterdir()}
+
+
 class DamageTest(SystemTest):
     def flip(self, system, name, block):
         """Changes a bit in that block of the file's package."""
@@ -38,22 +42,25 @@ class DamageTest(SystemTest):
             write(system.tree / name, noise(2 * BLOCK + 9, seed))
         system.backup()
         self.flip(system, "second.bin", 2)
-        target = system.folder / "damaged"
-        system.restore(*system.to(target), code=3)
-        self.assertEqual(self.failed(system, "restore"), [
-            ("second.bin", LOST, "the storage has lost bytes of it, or they are damaged there")])
-        self.assertEqual(sorted(p.name for p in target.iterdir()), ["first.bin", "third.bin"])
-        for name in ("first.bin", "third.bin"):
-            self.assertEqual((target / name).read_bytes(), (system.tree / name).read_bytes())
+        self.flip(system, "third.bin", 1)
+        target, lost = system.folder / "damaged", "the storage has lost bytes of it, or they are damaged there"
+        write(target / "second.bin", b"an older state")
+        run = system.restore(*system.to(target, "--conflict", "overwrite", "--json"), code=3)
+        self.assertEqual(self.failed(system, "restore"), [(name, LOST, lost) for name in ("second.bin", "third.bin")])
+        self.assertEqual(contents(target), {"first.bin": contents(system.tree)["first.bin"],
+                                            "second.bin": b"an older state"})
+        # Sums are of what was done, and the completed backup has not been touched by the restore's errors.
+        summary = json.loads(run.out.splitlines()[-1])["summary"]
+        self.assertEqual((summary["files"], summary["bytes"]), (1, 2 * BLOCK + 9))
+        self.assertEqual(system.machine.listing("instances")[0]["errors"], 0)
 
         since = len(system.proxy.requests("uploadfile"))
         system.machine.agent("start", system.job())
         sent = [r.source.rsplit("\\", 1)[1] for r in system.proxy.requests("uploadfile")[since:]]
-        self.assertEqual([name for name in sent if name.endswith(".bin")], ["second.bin"])
+        self.assertEqual([name for name in sent if name.endswith(".bin")], ["second.bin", "third.bin"])
         self.assertBackedUp(system)
         target = system.folder / "healed"
         system.restore(*system.to(target))
-        contents = lambda folder: {p.name: p.read_bytes() for p in folder.iterdir()}
         self.assertEqual(contents(target), contents(system.tree))
 
     def test_a_list_that_has_lost_items_does_not_pass_for_whole(self):

@@ -11,14 +11,12 @@ import contextlib
 import pathlib
 import shutil
 import sys
-import tempfile
-import time
 
 import trees
 import verify
-from layout import BUILD
-from machine import Machine, windows_path
+from machine import windows_path
 from server import Server
+from system import World
 
 USER, PASSWORD = "demo", "a password for demonstrations"
 PASSPHRASE = "a passphrase for demonstrations"
@@ -37,7 +35,7 @@ def say(text):
 def copy(sources, target):
     for source in sources:
         # Only what a Windows machine would have: files and folders, no links to follow.
-        shutil.copytree(source, target / pathlib.Path(source).name if len(sources) > 1 else target,
+        shutil.copytree(source, target / pathlib.Path(source).name if len(sources) > 1 else target, dirs_exist_ok=True,
                         ignore=lambda folder, names: [n for n in names if pathlib.Path(folder, n).is_symlink()
                                                       or not (pathlib.Path(folder, n).is_dir()
                                                               or pathlib.Path(folder, n).is_file())])
@@ -47,16 +45,21 @@ def echo(text):
     print("".join(f"  {line}\n" for line in text.splitlines()), end="", flush=True)
 
 
-class Demo:
-    def __init__(self, folder, sources, ending):
-        """What is started is stopped by the exit stack `ending`."""
-        self.folder, self.tree, self.ending = folder, folder / "source", ending
+class Ending(contextlib.ExitStack):
+    """Ends what was started, as a test does."""
+
+    addCleanup = contextlib.ExitStack.callback
+
+
+class Demo(World):
+    def __init__(self, ending, sources):
+        super().__init__(ending, "demo")
         copy(sources, self.tree)
         trees.make_odd_files(self.tree)
         self.files = [p for p in self.tree.rglob("*") if p.is_file()]
         size = sum(p.stat().st_size for p in self.files)
         print(f"  {len(self.files)} files, {size / 1e6:.1f} MB, copied from {', '.join(map(str, sources))}")
-        self.server = Server(folder / "server")
+        self.server = Server(self.folder / "server")
         self.server.add_user(USER, PASSWORD)
         self.server.start()
         ending.callback(self.server.stop)
@@ -64,8 +67,7 @@ class Demo:
         self.machine = self.add_machine("first")
 
     def add_machine(self, name):
-        machine = Machine(self.folder / name, name)
-        self.ending.callback(machine.close)
+        machine = super().add_machine(name)
         machine.connect(self.server.address, USER, PASSWORD)
         print(f"  agent.exe is logged in as {USER} on the machine '{name}'")
         return machine
@@ -73,14 +75,13 @@ class Demo:
     def transfer(self, machine, endpoint, *arguments):
         """Runs a job and counts the blocks that it sent or fetched by the server's own log."""
         before = self.server.log()
-        started = time.monotonic()
         # On a terminal the agent draws its own live line.
         run = machine.start(*arguments, echo=echo, terminal=sys.stdout.isatty())
         if (code := run.wait(4 * 3600)) != 0:
             raise Failed(f"the agent ended with {code}")
         lines = self.server.log()[len(before):].splitlines()
         blocks = sum(endpoint in line for line in lines)
-        print(f"  took {time.monotonic() - started:.1f} s, peak memory {run.peak_kib / 1024:.0f} MiB, {blocks} blocks")
+        print(f"  took {run.seconds:.1f} s, peak memory {run.peak_kib / 1024:.0f} MiB, {blocks} blocks")
         return blocks
 
     def back_up(self):
@@ -94,7 +95,7 @@ class Demo:
         print(f"  {len(expected)} files and folders compared: names, bytes, read-only marks and times are as they were")
 
     def instance(self):
-        return max(self.machine.listing("instances"), key=lambda i: i["starttime"])["jobinstanceid"]
+        return self.machine.listing("instances")[-1]["jobinstanceid"]
 
     def prove(self):
         found = verify.differences(self.server.data, self.instance(), self.tree, *self.machine.user_key(USER))
@@ -132,8 +133,7 @@ class Demo:
         self.machine.agent(*options, stdin=PASSPHRASE + "\n")
         second = self.add_machine("second")
         second.agent("key", "import", windows_path(recovery), "--passphrase-stdin", stdin=PASSPHRASE + "\n")
-        self.restore(second, copied, expected, "--machine", "first", "--to", windows_path(copied),
-                     "--prefix", windows_path(self.tree))
+        self.restore(second, copied, expected, "--machine", "first", *self.to(copied))
 
 
 def main():
@@ -142,11 +142,10 @@ def main():
     options = parser.parse_args()
     if options.dir and not options.dir.is_dir():
         parser.error(f"{options.dir} is not a folder")
-    (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
     say("The ground")
     try:
-        with tempfile.TemporaryDirectory(prefix="demo-", dir=BUILD / "e2e") as folder, contextlib.ExitStack() as ending:
-            Demo(pathlib.Path(folder), [options.dir.resolve()] if options.dir else DEFAULT, ending).run()
+        with Ending() as ending:
+            Demo(ending, [options.dir.resolve()] if options.dir else DEFAULT).run()
     except (Failed, AssertionError) as error:
         print(f"\nDEMO FAILED: {error}", file=sys.stderr)
         return 1

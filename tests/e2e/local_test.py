@@ -221,17 +221,5 @@ class LocalTest(SystemTest):
 
         self.broken_off("vanished", vanish)
 
-    def test_a_missing_folder_is_no_place(self):
-        system = LocalSystem(self, "missing")
-        write(system.tree / "a.txt", b"a")
-        shutil.rmtree(system.location)
-        for arguments in (("backup", windows_path(system.tree)), ("restore", "latest"), ("instances",)):
-            with self.subTest(arguments[0]):
-                run = system.machine.agent(*arguments, *system.local, code=None)
-                self.assertNotEqual(run.wait(0), 0)
-                self.assertIn("backups", run.err)
-        self.assertFalse(system.location.exists())
-
-
 if __name__ == "__main__":
     unittest.main()

@@ -1,5 +1,5 @@
 """What users get: the package is whole, and on a machine that has nothing else the service that it
-installs backs up and restores."""
+installs backs up and restores. Under Wine everybody is an administrator."""
 
 import re
 import shlex
@@ -9,9 +9,8 @@ import unittest.mock
 import zipfile
 
 import trees
-from machine import Machine, windows_path
-from server import Server
-from system import PASSWORD, USER, make_tree, work_folder
+from machine import windows_path
+from system import System, SystemTest, make_tree, until, work_folder
 
 import package
 from programs import PROGRAMS, version
@@ -23,20 +22,16 @@ SYSTEM_LIBRARIES = {"advapi32", "bcrypt", "crypt32", "gdi32", "iphlpapi", "kerne
 LICENCES = {"ACE": "Douglas C. Schmidt", "Boost": "Boost Software License", "CLI11": "University of Cincinnati",
             "Crypto++": "Wei Dai", "GCC": "GCC RUNTIME LIBRARY EXCEPTION", "OpenSSL": "Apache License",
             "mingw-w64": "winpthreads", "zlib": "Jean-loup Gailly"}
-PASSPHRASE = "where the keys are"
+FAILED, PAUSED = 1, 4
 
 
-class PackageTest(unittest.TestCase):
+class PackageTest(SystemTest):
     @classmethod
     def setUpClass(cls):
-        cls.folder = work_folder(cls, "package")
+        cls.folder = work_folder(cls.addClassCleanup, "package")
         cls.package = package.make_package(cls.folder)
         with zipfile.ZipFile(cls.package) as archive:
             cls.files = {name: archive.read(name) for name in archive.namelist()}
-
-    @classmethod
-    def addCleanup(cls, *arguments, **options):
-        cls.addClassCleanup(*arguments, **options)
 
     def test_it_is_whole(self):
         self.assertEqual(self.package.name, f"dorvo-agent-{version()}-win64.zip")
@@ -70,34 +65,54 @@ class PackageTest(unittest.TestCase):
             self.assertRaisesRegex(package.Missing, "zlib", package.make_package, self.folder)
 
     def test_it_installs_backs_up_and_restores(self):
-        server = Server(self.folder / "server")
-        server.add_user(USER, PASSWORD)
-        server.start()
-        self.addCleanup(server.stop)
-        tree, target = self.folder / "tree", self.folder / "restored"
+        system = System(self, "service", package=self.package)
+        machine, tree, target = system.machine, system.tree, system.folder / "restored"
         make_tree(tree)
-        expected = trees.snapshot(tree)
-        with Machine(self.folder / "machine", package=self.package) as machine:
-            self.assertEqual(machine.agent("--version").out.split(), ["agent", version()])
-            self.follow_the_readme(machine)
+        self.assertEqual(machine.agent("--version").out.split(), ["agent", version()])
+        self.follow_the_readme(machine)
+        service = lambda verb, code=0: machine.agent("service", verb, code=code)
+        status = lambda: service("status", None).out
 
-            machine.agent("service", "install")
-            machine.agent("service", "start")
-            self.assertIn("running", machine.agent("service", "status").out)
-            machine.connect(server.address, USER, PASSWORD)
-            machine.agent("backup", windows_path(tree))
-            self.assertTrue((machine.data / "control").exists())
-            machine.agent("key", "export", windows_path(self.folder / "keys"), "--passphrase-stdin", stdin=PASSPHRASE + "\n")
-            machine.agent("restore", "latest", "--to", windows_path(target), "--prefix", windows_path(tree))
-            self.assertEqual(trees.differences(expected, trees.snapshot(target)), [])
-            machine.agent("service", "stop")
-            self.assertFalse((machine.data / "control").exists())
-            self.assertIn("stopped", machine.agent("service", "status", code=1).out)
-            machine.agent("service", "uninstall")
-            self.assertIn("not installed", machine.agent("service", "status", code=1).out)
-            # Without the service a command is enough by itself, with what the service has kept.
-            machine.agent("backup", windows_path(tree))
-            self.assertEqual(len(machine.listing("jobs")), 2)
+        self.assertIn("not installed", status())
+        self.assertIn("agent service install", service("start", FAILED).err)
+        # In the middle of a run that holds the data directory.
+        fault, run = system.held_backup()
+        service("install")
+        self.assertIn("installed already", service("install", FAILED).err)
+        self.assertIn("service manager", service("run", FAILED).err)
+        self.assertIn("stopped", status())
+        for verb in ("start", "status"):
+            self.assertRegex(service(verb, FAILED).out, "runs no jobs: it waits until process .* backup ")
+        self.assertIn("waits and runs nothing", (machine.data / "log").read_text(errors="replace"))
+        fault.release()
+        self.assertEqual(run.wait(60), 0, run.out + run.err)
+        watch = machine.start("watch")
+        until(lambda: service("status", None).wait(0) == 0, watch)
+        self.assertIn("running", status())
+        self.assertIn("already", machine.agent("run", code=FAILED).err)
+        self.assertBackedUp(system)
+
+        expected = trees.snapshot(tree)
+        fault, run = system.held_backup("--name", "again")
+        service("stop")
+        self.assertEqual(run.wait(60), PAUSED, run.out + run.err)
+        self.assertIn("stopped", status())
+        fault.abandon()
+        ended = len(system.proxy.requests("endjob"))
+        service("start")
+        watch = machine.start("watch")
+        until(lambda: [r for r in system.proxy.requests("endjob")[ended:] if r.status == 200], watch)
+        self.assertBackedUp(system)
+
+        machine.agent("key", "export", windows_path(system.folder / "keys"), "--passphrase-stdin", stdin="a passphrase\n")
+        system.restore(*system.to(target))
+        self.assertRestored(system, expected, target)
+        service("uninstall")
+        self.assertIn("not installed", status())
+        self.assertFalse((machine.data / "control").exists())
+        # Without the service a command is enough by itself, with what the service has kept.
+        system.backup()
+        self.assertEqual(len([j for j in machine.listing("jobs") if j["type"] == "backup"]), 2)
 
     def follow_the_readme(self, machine):
         """Each command of it is one, with the options that it names."""

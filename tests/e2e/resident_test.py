@@ -15,13 +15,6 @@ ZONE_KEY = r"HKLM\System\CurrentControlSet\Control\TimeZoneInformation"
 
 
 class ResidentTest(SystemTest):
-    def held_backup(self, system, endpoint="uploadblock", nth=9):
-        """A backup that stands at that request, and what holds it."""
-        fault = system.proxy.add(endpoint, proxy.HOLD_REQUEST, nth=nth)
-        run = system.start_backup()
-        system.await_fault(fault, run)
-        return fault, run
-
     def log_says(self, machine, text, process):
         log = machine.data / "log"
         until(lambda: log.exists() and text in log.read_text(errors="replace"), process)
@@ -31,7 +24,7 @@ class ResidentTest(SystemTest):
             system = System(self, "resident")
             make_tree(system.tree)
             resident = Resident(system.machine)
-            fault, run = self.held_backup(system)
+            fault, run = system.held_backup()
             # The server says nothing all the while.
             getattr(resident, ending)()
             self.assertEqual(run.wait(60), PAUSED, run.out + run.err)
@@ -89,7 +82,7 @@ class ResidentTest(SystemTest):
     def test_one_owner_at_a_time(self):
         system = System(self, "owner")
         make_tree(system.tree)
-        fault, run = self.held_backup(system)
+        fault, run = system.held_backup()
         waiting = [Resident(system.machine, wait=False) for _ in range(4)]
         for resident in waiting:
             resident.process.until_said("waiting")

@@ -8,7 +8,6 @@ import unittest
 import trees
 from machine import windows_path
 from system import System, SystemTest, make_tree, noise, write
-from verify import Instance
 
 SOME_FAILED = 3
 
@@ -135,34 +134,6 @@ class RestoreTest(SystemTest):
         self.assertIn("in it.txt", run.err)
         found = {str(p.relative_to(target)): p.read_bytes() for p in target.rglob("*") if p.is_file()}
         self.assertEqual(found, {"file.txt/kept": b"kept", "folder": b"a file", "other.txt": b"other.txt"})
-
-    def test_a_damaged_package_fails_its_item_only(self):
-        system, expected = self.backed_up("damage")
-        names = ("sizes/8192.bin", "text.txt")
-        damaged = {windows_path(system.tree / n) for n in names}
-        for entry in Instance(system.server.data, system.instance()).entries:
-            if entry.path in damaged:
-                with open(entry.package, "r+b") as file:
-                    file.seek(entry.offset + entry.package_size // 2)
-                    byte = file.read(1)[0]
-                    file.seek(-1, os.SEEK_CUR)
-                    file.write(bytes([byte ^ 1]))
-        target, whole = system.folder / "target", dict(expected)
-        write(target / names[0], b"an older state", mtime=1_400_000_000_000_000_000)
-        expected[names[0]] = trees.snapshot(target)[names[0]]
-        del expected[names[1]]
-        run = system.restore(*system.to(target, "--conflict", "overwrite", "--json"), code=SOME_FAILED)
-        summary = json.loads(run.out.splitlines()[-1])["summary"]
-        self.assertEqual({f["path"] for f in summary["failed"]}, damaged)
-        # Sums are of what was done.
-        sizes = [e.size for p, e in whole.items() if e.kind == "file" and p not in names]
-        self.assertEqual((summary["files"], summary["bytes"]), (len(sizes), sum(sizes)))
-        failed = system.machine.listing("show", system.job("restore"))["runs"][0]["failed"]
-        self.assertEqual({f["path"] for f in failed}, damaged)
-        self.assertNotIn(0, [f["code"] for f in failed])
-        self.assertRestored(system, expected, target)
-        # The completed backup has not been touched by the restore's errors.
-        self.assertEqual(system.machine.listing("instances")[0]["errors"], 0)
 
     def test_no_path_leaves_the_target(self):
         system = System(self, "escape")

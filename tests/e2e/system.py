@@ -9,11 +9,11 @@ import tempfile
 import time
 import unittest
 
+import proxy
 import trees
 import verify
 from layout import BUILD
 from machine import Machine, windows_path
-from proxy import Proxy
 from server import Server
 
 USER, PASSWORD = "maria", "correct horse battery staple"
@@ -43,12 +43,12 @@ def make_tree(root):
     (root / "empty folder" / "in it").mkdir(parents=True)
 
 
-def work_folder(test, name="x"):
+def work_folder(cleanup, name="x"):
     """Below the build folder, because prefixes are linked from its template; removed at the end."""
     (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
     folder = tempfile.mkdtemp(prefix=f"{name}-", dir=BUILD / "e2e")
     if not os.environ.get("DORVO_KEEP"):
-        test.addCleanup(shutil.rmtree, folder, ignore_errors=True)
+        cleanup(shutil.rmtree, folder, ignore_errors=True)
     return pathlib.Path(folder)
 
 
@@ -65,12 +65,12 @@ class World:
     """A folder with a tree to back up, and machines."""
 
     def __init__(self, test, name):
-        self.test, self.folder = test, work_folder(test, name)
+        self.test, self.folder = test, work_folder(test.addCleanup, name)
         self.tree = self.folder / "source"
         self.tree.mkdir()
 
-    def add_machine(self, name):
-        machine = Machine(self.folder / name, name)
+    def add_machine(self, name, **options):
+        machine = Machine(self.folder / name, name, **options)
         self.test.addCleanup(machine.close)
         return machine
 
@@ -93,24 +93,31 @@ class World:
 class System(World):
     """The agent is logged in and talks to the server through the proxy."""
 
-    def __init__(self, test, name="x"):
+    def __init__(self, test, name="x", **options):
         super().__init__(test, name)
         self.server = Server(self.folder / "server")
         self.server.add_user(USER, PASSWORD)
         self.server.start()
         test.addCleanup(self.server.stop)
-        self.proxy = Proxy(self.server.address)
+        self.proxy = proxy.Proxy(self.server.address)
         test.addCleanup(self.proxy.close)
-        self.machine = self.add_machine("machine")
+        self.machine = self.add_machine("machine", **options)
 
-    def add_machine(self, name):
+    def add_machine(self, name, **options):
         """One more machine of the same user."""
-        machine = super().add_machine(name)
+        machine = super().add_machine(name, **options)
         machine.connect(self.proxy.address, USER, PASSWORD)
         return machine
 
     def start_backup(self, *options, source=None):
         return self.machine.start("backup", windows_path(source or self.tree), *options)
+
+    def held_backup(self, *options, endpoint="uploadblock", nth=9):
+        """What holds a backup at that request, and the backup."""
+        fault = self.proxy.add(endpoint, proxy.HOLD_REQUEST, nth=nth)
+        run = self.start_backup(*options)
+        self.await_fault(fault, run)
+        return fault, run
 
     def backup(self, *options, source=None, code=0):
         return self.machine.agent("backup", windows_path(source or self.tree), *options, code=code)
@@ -137,17 +144,6 @@ class System(World):
         if not fault.reached.wait(120):
             raise AssertionError(f"{fault.endpoint} {fault.nth} never came\n{run.out}{run.err}")
 
-    def outlive_server(self, start, endpoint, action, nth):
-        """The server dies at that request of the command and comes back; the run goes on by itself."""
-        fault = self.proxy.add(endpoint, action, nth=nth)
-        run = start()
-        self.await_fault(fault, run)
-        self.server.kill()
-        fault.release()
-        run.until_said("paused")
-        self.server.start()
-        self.test.assertEqual(run.wait(300), 0, run.out + run.err)
-
     def instance(self):
         """The id of the backup that was started last."""
         return self.proxy.requests("StartJob")[-1].instance
@@ -169,8 +165,8 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(system.packages(), [])
 
     def side_by_side(self, scenario, rows):
-        """scenario(*row) for every row at once: they mostly wait. Each failure is a sub-test's."""
-        with concurrent.futures.ThreadPoolExecutor(len(rows)) as pool:
+        """scenario(*row) for many rows at once: they mostly wait. Each failure is a sub-test's."""
+        with concurrent.futures.ThreadPoolExecutor(min(len(rows), 8)) as pool:
             runs = [(row, pool.submit(scenario, *row)) for row in rows]
             for row, run in runs:
                 with self.subTest(row=str(row)):
