@@ -58,7 +58,7 @@ class Client:
         self.rng = random.Random(f"{self.seed}/{self.runs}")
         self.steps = self.rng.randrange(40) if self.rng.random() < 0.15 else -1
         self.era = self.gate.era
-        doing = self.rng.choices((self.backup, self.resume, self.restore, self.trespass), (6, 3, 2, 1))[0]
+        doing = self.rng.choices((self.backup, self.resume, self.restore), (6, 3, 2))[0]
         try:
             doing()
         except Rewound:
@@ -365,13 +365,3 @@ class Client:
             reader.package(instance, path)
         require(self.ask("errors", restore, {"C:\\lost": (5, "access denied")}), "errors of a restore")
         require(self.ask("history", restore, "done"), "history of a restore")
-
-    def trespass(self):
-        """Another user's backups are not to be had."""
-        others = sorted(i.name for i in self.model.all() if i.user != self.user)
-        if not others:
-            return
-        instance = self.model.instances[self.rng.choice(others)]
-        for verb, arguments in (("files", (instance.machine, "", "", 10)), ("cancel", ()), ("end", ("now",)),
-                                ("download", (instance.machine, "C:\\docs", 1))):
-            require(self.ask(verb, instance.name, *arguments), f"another user's {verb}", 403, 404)

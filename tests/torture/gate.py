@@ -21,40 +21,18 @@ class Gate:
     was answered is in the model by then."""
 
     def __init__(self, clients):
-        self._changed = threading.Condition()  # guards all below
+        self._changed = threading.Condition()  # guards all below; the public ones are read without it
         self._clients, self._waiting, self._refused, self._passed = clients, 0, 0, 0
-        self._open = self._over = self._scarce = False
-        self._failure = None
-        self._life = self._era = 0
-
-    @property
-    def shut(self):
-        with self._changed:
-            return not self._open
-
-    @property
-    def scarce(self):
-        """Whether requests may be refused for want of room."""
-        with self._changed:
-            return self._scarce
-
-    @property
-    def life(self):
-        """Of the service: counts how often the gate was opened."""
-        with self._changed:
-            return self._life
-
-    @property
-    def era(self):
-        """Counts the strikes that took the ground under what clients were about."""
-        with self._changed:
-            return self._era
+        self._over, self._failure = False, None
+        self.shut, self.scarce = True, False  # scarce: requests may be refused for want of room
+        self.life = 0  # of the service: counts how often the gate was opened
+        self.era = 0  # counts the strikes that took the ground under what clients were about
 
     def enter(self, era):
         """Waits until the gate is open. Raises Over, and Rewound when `era` is past."""
         with self._changed:
-            self._wait(lambda: self._open)
-            if era != self._era:
+            self._wait(lambda: not self.shut)
+            if era != self.era:
                 raise Rewound
             self._passed += 1
             self._changed.notify_all()
@@ -62,10 +40,10 @@ class Gate:
     def await_next_life(self):
         """For a client that was refused: it tries again after the strike."""
         with self._changed:
-            life = self._life
+            life = self.life
             self._refused += 1
             try:
-                self._wait(lambda: self._life != life)
+                self._wait(lambda: self.life != life)
             finally:
                 self._refused -= 1
 
@@ -88,8 +66,8 @@ class Gate:
 
     def open(self):
         with self._changed:
-            self._open, self._scarce, self._passed = True, False, 0
-            self._life += 1
+            self.shut, self.scarce, self._passed = False, False, 0
+            self.life += 1
             self._changed.notify_all()
 
     def await_requests(self, count):
@@ -100,12 +78,12 @@ class Gate:
 
     def become_scarce(self):
         with self._changed:
-            self._scarce = True
+            self.scarce = True
 
     def close(self):
         """Nobody enters any more; what is under way is left under way."""
         with self._changed:
-            self._open = False
+            self.shut = True
 
     def rest(self):
         self._await(lambda: self._waiting == self._clients, "the requests under way")
@@ -113,7 +91,7 @@ class Gate:
     def rewind(self):
         """What clients are about is void. Everybody must be at rest."""
         with self._changed:
-            self._era += 1
+            self.era += 1
 
     def dismiss(self):
         with self._changed:

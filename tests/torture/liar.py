@@ -6,104 +6,71 @@ import json
 from reader import DAMAGED
 from session import Broken, Connection
 
-OK = (200, None, b"{}")
-
 
 class Liar(Connection):
-    """Tells `lie`, one of the functions below, to everybody at every request that it is about."""
+    """Tells the lie of that name to everybody at every request that it is about."""
 
     def __init__(self, address, lie):
         super().__init__(address)
-        self.lie = lie
+        self.endpoint, self.lie, _ = LIES[lie]
 
     def exchange(self, path, body, headers):
-        endpoint = path.rsplit("/", 1)[1].removesuffix(".php")
-        return self.lie(endpoint, body, lambda: super(Liar, self).exchange(path, body, headers))
+        forward = lambda: super(Liar, self).exchange(path, body, headers)
+        return self.lie(body, forward) if f"/{self.endpoint}.php" in path else forward()
 
 
-def flip_a_bit(endpoint, body, forward):
-    """With the digest of what it gives, as from a disk that lies."""
-    status, cookie, answer = forward()
-    if endpoint == "DownloadFileBlock" and status == 200 and len(answer) > 32:
-        data = bytes([answer[32] ^ 1]) + answer[33:]
-        answer = hashlib.md5(data).hexdigest().encode() + data
-    return status, cookie, answer
-
-
-def hide_a_file(endpoint, body, forward):
-    status, cookie, answer = forward()
-    if endpoint == "ListFiles" and status == 200:
-        page = json.loads(answer)
-        answer = json.dumps(page | {"source": page["source"][:-1]}).encode()
-    return status, cookie, answer
-
-
-def forget_a_block(endpoint, body, forward):
-    """Of those that nothing is wrong about."""
-    return OK if endpoint == "uploadblock" and b'"1.jpg"' in body and b"0" * 32 not in body else forward()
-
-
-def change_instances(change):
-    """A lie about what ListInstances answers."""
-    def lie(endpoint, body, forward):
+def changed(change):
+    """Another body in the place of a 200's."""
+    def lie(_, forward):
         status, cookie, answer = forward()
-        if endpoint == "ListInstances" and status == 200:
-            answer = json.dumps({"instances": change(json.loads(answer)["instances"])}).encode()
-        return status, cookie, answer
-    lie.__name__ = change.__name__
+        return status, cookie, change(answer) if status == 200 else answer
     return lie
 
 
-@change_instances
-def forget_an_end(instances):
-    return [item | {"state": item["state"].replace("completed", "running")} for item in instances]
+def changed_list(name, change):
+    return changed(lambda answer: json.dumps(json.loads(answer) | {name: change(json.loads(answer)[name])}).encode())
 
 
-@change_instances
-def forget_a_cancellation(instances):
-    return [item | {"state": item["state"].replace("cancelled", "running")} for item in instances]
+def instead(status, of=lambda body: True):
+    """It does nothing, or so it says."""
+    return lambda body, forward: (status, None, b"{}") if of(body) else forward()
 
 
-@change_instances
-def lose_a_backup(instances):
-    return [item for item in instances if item["state"] != "completed"]
+def forget(state):
+    return changed_list("instances", lambda instances: [
+        item | {"state": item["state"].replace(state, "running")} for item in instances])
 
 
-def carry_over_what_is_not_there(endpoint, body, forward):
+def flip_a_bit(answer):
+    """With the digest of what it gives, as from a disk that lies."""
+    data = bytes([answer[32] ^ 1]) + answer[33:] if len(answer) > 32 else b""
+    return hashlib.md5(data).hexdigest().encode() + data if data else answer
+
+
+def find_damage(_, forward):
     status, cookie, answer = forward()
-    if endpoint == "FilesToBackup" and status == 200:
-        answer = json.dumps({"source": json.loads(answer)["source"][1:]}).encode()
-    return status, cookie, answer
+    return (DAMAGED, cookie, b"{}") if status == 200 else (status, cookie, answer)
 
 
-def be_down(endpoint, body, forward):
-    return (503, None, b"{}") if endpoint == "uploadfile" else forward()
+def hang_up(_, forward):
+    forward()
+    raise Broken("the answer is lost")
 
 
-def find_damage(endpoint, body, forward):
-    status, cookie, answer = forward()
-    if endpoint == "DownloadFileBlock" and status == 200:
-        status, answer = DAMAGED, b"{}"
-    return status, cookie, answer
-
-
-def hang_up(endpoint, body, forward):
-    answer = forward()
-    if endpoint == "StartJob":
-        raise Broken("the answer is lost")
-    return answer
-
-
-# What a torture must find wrong about each.
+# The request that it is about, what is done to it, and what a torture must find wrong.
 LIES = {
-    flip_a_bit: "is not what was stored",
-    hide_a_file: "the list of .* differs",
-    forget_a_block: "block before has not been uploaded|cannot be ended|said to be incomplete",
-    forget_an_end: "it must be completed",
-    forget_a_cancellation: "it must be cancelled",
-    lose_a_backup: "is absent",
-    carry_over_what_is_not_there: "no earlier backup has it",
-    be_down: "503",
-    find_damage: "nothing was done to it",
-    hang_up: "the answer is lost",
+    "flips a bit": ("DownloadFileBlock", changed(flip_a_bit), "is not what was stored"),
+    "hides a file": ("ListFiles", changed_list("source", lambda items: items[:-1]), "the list of .* differs"),
+    # Of those that nothing is wrong about.
+    "forgets a block": ("uploadblock", instead(200, lambda body: b'"1.jpg"' in body and b"0" * 32 not in body),
+                        "block before has not been uploaded|cannot be ended|said to be incomplete"),
+    "forgets an end": ("ListInstances", forget("completed"), "it must be completed"),
+    "forgets a cancellation": ("ListInstances", forget("cancelled"), "it must be cancelled"),
+    "loses a backup": ("ListInstances", changed_list("instances", lambda instances: [
+        item for item in instances if item["state"] != "completed"]), "is absent"),
+    "carries over what is not there": ("FilesToBackup", changed_list("source", lambda items: items[1:]),
+                                       "no earlier backup has it"),
+    "is down": ("uploadfile", instead(503), "503"),
+    "finds damage": ("DownloadFileBlock", find_damage, "nothing was done to it"),
+    "hangs up": ("StartJob", hang_up, "the answer is lost"),
 }
