@@ -82,38 +82,31 @@ class Job:
 
     def tell(self, verb, refused=False):
         """`refused`: whether it has to be; None for either."""
-        self._give([verb], lambda: self.day.agent.call(verb, id=self.id), refused)
+        self._give(verb, refused, id=self.id)
 
     def submit(self, refused=False):
-        self._give(["submit"], lambda: self.day.agent.call("submit", definition=self.definition), refused)
+        self._give("submit", refused, definition=self.definition)
 
-    def by_agent(self, verbs, *arguments, refused=False, adopt=False):
-        """The same by agent.exe, whose command does what `verbs` say. With `adopt` it makes the job."""
-        def run():
-            before = self.day.job_ids()
-            child = self.day.machine.agent(*arguments, code={True: 1, False: 0, None: None}[refused])
-            if (code := child.wait(0)) != 0:
-                raise Refused({"error": child.err, "code": code})
-            if adopt:
-                self.definition["id"], = self.day.job_ids() - before
-        self._give(verbs, run, refused)
+    def run(self):
+        self.submit()
+        self.tell("start")
 
-    def _give(self, verbs, act, refused):
+    def _give(self, verb, refused, **arguments):
         self.day.mark()
         low = len(self.heard())
         try:
-            act()
+            self.day.agent.call(verb, **arguments)
             accepted = True
         except Refused as refusal:
             if refused is False:
-                raise AssertionError(f"{self.name}: {verbs} was refused: {refusal}") from None
+                raise AssertionError(f"{self.name}: {verb} was refused: {refusal}") from None
             accepted = False
         if refused and accepted:
-            raise AssertionError(f"{self.name}: {verbs} was not refused")
+            raise AssertionError(f"{self.name}: {verb} was not refused")
         if accepted:
             self.since = low
         self.day.mark()
-        self.inputs += [Command(verb, accepted, low, len(self.heard()), time.time()) for verb in verbs]
+        self.inputs.append(Command(verb, accepted, low, len(self.heard()), time.time()))
 
     def schedule(self, kind, seconds, submit=None):
         """Submits it to be due soon; again, and later, when the agent took longer than that."""
@@ -315,9 +308,6 @@ class Day(System):
         job.definition["target"] = json_path(job.target)
         self.jobs.append(job)
         return job
-
-    def job_ids(self):
-        return {folder.name for folder in (self.machine.data / "job").iterdir()}
 
     def _plant(self, root, larger, files):
         """Every filter takes two blocks or more of it."""

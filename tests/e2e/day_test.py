@@ -15,7 +15,6 @@ import unittest
 
 import proxy
 from day import Day
-from machine import windows_path
 from system import SystemTest
 
 # Handles of a kind that differ from day to day: a lock on which two threads have met has an event
@@ -70,13 +69,11 @@ class DayTest(SystemTest):
         day.random.shuffle(stalled)
         # Their own timers may be faster.
         stalled[0].tell("resume", refused=None)
-        stalled[1].by_agent(["resume"], "resume", stalled[1].name, "--no-wait", refused=None)
-        stalled[2].tell("start")
+        stalled[1].tell("start")
         # The others go on by themselves; and the server dies where chance will have it.
         running = [day.backup("cut off 1", larger=True), day.backup("cut off 2"), day.backup("cut off 3", files=200)]
         for job in day.random.sample(running, 3):
-            job.submit()
-            job.tell("start")
+            job.run()
         running[0].until("running")
         with day.outage():
             pass
@@ -86,27 +83,17 @@ class DayTest(SystemTest):
         for n in range(3):
             day.backup(f"folder {n}", once=True, local=True, files=100 * n).submit()
         interrupted = day.backup("folder interrupted", local=True, larger=True, files=200)
-        interrupted.submit()
-        interrupted.tell("start")
+        interrupted.run()
         interrupted.tell("pause", refused=None)
         if interrupted.until_at_rest() == "paused":
-            interrupted.by_agent(["resume"], "resume", interrupted.name)
-        self.by_command_line(day, "folder by agent", local=True)
-        self.by_command_line(day, "by agent")
-
-    def by_command_line(self, day, name, **kind):
-        """The command makes the job, which then has an id of the command's choice, and waits for its end."""
-        job = day.backup(name, **kind)
-        told = ["backup", windows_path(job.tree), "--name", name]
-        told += [[], ["--only-ext", "txt"], ["--skip-ext", "tmp"]][job.definition["filterType"]]
-        told += ["--local", windows_path(day.vault)] if kind else []
-        job.by_agent(["submit", "start"], *told, adopt=True)
+            interrupted.tell("resume")
+        day.backup("first").run()
 
     # -- the agent is killed ----------------------------------------------------------------------
 
     def crash(self, day):
         cut = [day.backup("killed"), day.backup("killed, then stopped"), day.backup("killed while paused")]
-        restored = day.restore("killed restore", self.completed(day, "by agent"))
+        restored = day.restore("killed restore", self.completed(day, "first"))
         missed = [day.backup("missed", due=True), day.backup("left out", due=True, run_missed=False)]
         faults = self.held(day, cut) + self.held(day, [restored], endpoint="DownloadFileBlock")
         for job in [*cut, restored]:
@@ -143,69 +130,51 @@ class DayTest(SystemTest):
     # -- commands to runs that wait in the proxy ----------------------------------------------------
 
     def under_way(self, day):
-        names = ("paused", "paused by agent", "paused twice", "stopped", "stopped while paused", "removed",
-                 "removed by agent", "submitted again", "submitted by agent")
+        names = ("paused", "paused twice", "stopped while paused", "removed while paused", "stopped", "removed",
+                 "submitted again")
         jobs = {name: day.backup(name) for name in names}
-        # What it is submitted as again is another definition, whatever chance says: the same is not submitted.
-        jobs["submitted by agent"].definition |= {"filterType": 1, "extensions": ["txt"]}
         faults = {name: job.hold() for name, job in jobs.items()}
         for name in day.random.sample(names, len(names)):
-            jobs[name].submit()
-            jobs[name].tell("start")
+            jobs[name].run()
         for name in names:
             day.reach(faults[name])
             jobs[name].until("running")
-        for name in names[:3] + ("stopped while paused", "removed by agent"):
-            if name == "paused by agent":
-                jobs[name].by_agent(["pause"], "pause", name)
-            else:
-                jobs[name].tell("pause")
+        for name in names[:4]:
+            jobs[name].tell("pause")
             if name == "paused twice":
                 jobs[name].tell("pause")
             jobs[name].until("paused")
         jobs["paused"].tell("resume")
-        jobs["paused by agent"].by_agent(["resume"], "resume", "paused by agent")
         jobs["paused twice"].tell("start")
 
-        jobs["stopped"].tell("stop")
-        jobs["stopped while paused"].by_agent(["stop"], "stop", "stopped while paused")
         for name in ("stopped", "stopped while paused"):
+            jobs[name].tell("stop")
             jobs[name].until("cancelled")
             jobs[name].tell("resume", refused=True)
             jobs[name].tell("pause", refused=True)
             jobs[name].tell("start")
-
-        jobs["removed"].tell("remove")
-        jobs["removed by agent"].by_agent(["remove"], "remove", "removed by agent")
-        for name in ("removed", "removed by agent"):
+        for name in ("removed", "removed while paused"):
+            jobs[name].tell("remove")
             jobs[name].until("deleted")
             jobs[name].tell("start", refused=True)
             self.assertFalse(day.machine.job_folder(jobs[name].id).exists())
 
-        again, agents = jobs["submitted again"], jobs["submitted by agent"]
+        again = jobs["submitted again"]
         again.submit(refused=True)
         again.tell("start")  # it runs already
-        agents.by_agent(["submit"], "backup", windows_path(agents.tree), "--name", agents.name, "--skip-ext", "dat",
-                        refused=True)
         for fault in faults.values():
             fault.release()
-        for job in (again, agents):
-            self.assertEqual(job.until_the_end(), "completed")
-            self.assertEqual(job.differences(), [])
+        self.assertEqual(again.until_the_end(), "completed")
+        self.assertEqual(again.differences(), [])
         again.definition |= {"filterType": 1, "extensions": ["txt"]}
-        again.submit()
-        again.tell("start")
-        agents.definition |= {"filterType": 2, "extensions": ["tmp"]}
-        agents.by_agent(["submit", "start"], "backup", windows_path(agents.tree), "--name", agents.name, "--skip-ext",
-                        "tmp")
+        again.run()
 
     def at_the_end(self, day):
         """Pauses and stops that come when only the end is missing."""
         for name, verb in (("paused at the end", "pause"), ("stopped at the end", "stop")):
             job = day.backup(name)
             fault = job.hold("endjob", proxy.HOLD_REQUEST, nth=1)
-            job.submit()
-            job.tell("start")
+            job.run()
             day.reach(fault)
             job.until("completing")
             job.tell(verb)
@@ -233,8 +202,7 @@ class DayTest(SystemTest):
         """A job that has paused itself."""
         job = day.backup(name)
         day.proxy.add("uploadfile", proxy.ANSWER, status=503, nth=2, job=job.id)
-        job.submit()
-        job.tell("start")
+        job.run()
         job.until("paused")
         job.meets([503])
         return job
@@ -245,9 +213,7 @@ class DayTest(SystemTest):
         """Starts them, and waits until each is held there."""
         faults = [job.hold(**where) for job in jobs]
         for job in jobs:
-            job.submit()
-            if job.restores is None:
-                job.tell("start")
+            job.submit() if job.restores else job.run()
         for job, fault in zip(jobs, faults):
             day.reach(fault)
         return faults
@@ -262,7 +228,7 @@ class DayTest(SystemTest):
                     fault.release()
                 for job in jobs:
                     job.until("paused")
-        jobs[0].by_agent(["resume"], "resume", jobs[0].name, refused=None)
+        jobs[0].tell("resume", refused=None)
 
     # -- restores -------------------------------------------------------------------------------------
 
@@ -284,17 +250,13 @@ class DayTest(SystemTest):
             for fault in faults:
                 fault.release()
             lost[0].until("paused")
-        lost[1].by_agent(["resume"], "resume", lost[1].name)
-        job = day.restore("restored by agent", self.completed(day, "by agent"))
-        job.by_agent(["submit"], "restore", job.definition["jobinstanceid"], "--to", windows_path(job.target),
-                     "--prefix", windows_path(job.restores.tree), "--conflict", "overwrite", adopt=True)
+        lost[1].tell("resume")
 
     def in_passing(self, day):
         """Whatever they are about to do when it comes."""
         jobs = [day.backup(f"removed in passing {n}", files=50) for n in range(8)]
         for job in jobs:
-            job.submit()
-            job.tell("start")
+            job.run()
             if day.random.random() < 0.3:
                 job.tell("pause", refused=None)
             job.tell("remove")

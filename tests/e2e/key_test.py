@@ -44,12 +44,10 @@ class KeyTest(SystemTest):
 
         second = system.add_machine("second")
         self.assertRefused(system, second, "key", "agent key import")
-        damaged, cut, other = (system.folder / name for name in ("damaged", "cut", "other"))
-        damaged.write_bytes(whole[: len(whole) // 2] + bytes([whole[len(whole) // 2] ^ 1]) + whole[len(whole) // 2 + 1 :])
+        cut = system.folder / "cut"
         cut.write_bytes(whole[:-9])
-        other.write_bytes(b"no recovery file at all")
-        for name, passphrase, word in ((file, "wrong", "passphrase"), (damaged, PASSPHRASE, ""), (cut, PASSPHRASE, ""),
-                                       (other, PASSPHRASE, ""), (system.folder / "missing", PASSPHRASE, "missing")):
+        for name, passphrase, word in ((file, "wrong", "passphrase"), (cut, PASSPHRASE, "cut"),
+                                       (system.folder / "missing", PASSPHRASE, "missing")):
             with self.subTest(name.name):
                 run = self.transfer(second, "import", name, passphrase, code=FAILED)
                 self.assertIn(word, run.err)

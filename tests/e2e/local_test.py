@@ -94,10 +94,6 @@ class LocalTest(SystemTest):
         self.assertEqual((target / "link" / "sub" / "behind.txt").read_bytes(), b"behind the link")
         self.assertFalse((target / "link").is_symlink())
 
-        run = machine.agent("backup", windows_path(system.tree), "--name", job, "--no-compress", *system.local)
-        self.assertIn(f"The job 'both' no longer backs up {windows_path(link)}.", run.out)
-        self.assertIn("The job 'both' no longer compresses files.", run.out)
-
     def test_no_link_in_a_jobs_folder_costs_what_it_leads_to(self):
         """Only Windows takes the link itself away."""
         system = LocalSystem(self, "own link")

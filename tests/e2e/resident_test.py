@@ -156,18 +156,6 @@ class ResidentTest(SystemTest):
         self.assertBackedUp(system)
         resident.stop()
 
-        (machine.data / "cookies").unlink()
-        system.server.add_user("other", "another password")
-        system.server.change_catalog(
-            "UPDATE users SET password = (SELECT password FROM users WHERE name = 'other') WHERE name = ?", USER)
-        before = len(logins())
-        resident = Resident(machine)
-        self.log_says(machine, f"agent login {USER}", resident.process)
-        machine.agent("login", USER, "--password-stdin", stdin="another password\n")
-        machine.agent("start", job)
-        self.assertEqual(logins()[before:], [401, 200], "a refused password was tried again")
-        resident.stop()
-
     def test_a_login_without_an_answer_holds_nobody_up(self):
         system = System(self, "silent")
         system.server.add_user("other", "another password")

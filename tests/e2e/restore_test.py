@@ -95,8 +95,7 @@ class RestoreTest(SystemTest):
         self.assertIn(": 0 files restored (0 B,", run.out)
         self.assertIn("1 file (9 B) kept as it was: --conflict overwrite replaces it.", run.out)
         self.assertEqual(spoiled.read_bytes(), b"spoiled")
-        run = system.restore("--conflict", "overwrite")
-        self.assertNotIn("kept", run.out)
+        system.restore("--conflict", "overwrite")
         self.assertEqual(spoiled.read_bytes(), b"backed up")
 
     def test_links_above_a_source_are_the_users_own_way(self):

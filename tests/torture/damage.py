@@ -5,7 +5,7 @@ Each strike gives true when everything is to be read after it.
 
 import os
 
-from doubter import Doubter
+from audit import Audit
 from journal import Wrong
 from strikes import halt
 
@@ -79,7 +79,7 @@ def spoil_catalog(world, spoil, must_refuse=False):
     if refusal is None:
         if must_refuse and owned:
             raise Wrong("packages are served without the catalog that they belong to")
-        Doubter(world).run()
+        Audit(world, world.rng.random()).doubt()
         world.service.kill()
     world.folder.require(owned)
     world.folder.put_back("good")
