@@ -64,7 +64,7 @@ class CommandLineTest(SystemTest):
         # It may be the one that is meant.
         run = system.backup("--name", "docs", "--json")
         self.assertIn("later version", run.err)
-        self.assertTrue(all(json.loads(line) for line in run.out.splitlines()))
+        self.assertTrue([json.loads(line) for line in run.out.splitlines()])
         system.machine.agent("remove", job)
         self.assertNotIn(job, [j["id"] for j in system.machine.listing("jobs")])
         self.assertFalse(system.machine.job_folder(job).exists())
