@@ -1,234 +1,222 @@
 #!/usr/bin/env python3
-"""./dev bench [CASE...]: a backup, an unchanged second run and a restore, with a server on loopback.
+"""./dev bench [CASE...]: backups, unchanged second runs and restores, beside their references.
 
-Each case is run by three subjects, one after the other, in the same session on the same files:
+Each case is run by up to four subjects, one after the other, in the same session on the same files:
   agent   agent.exe with job.dll under Wine, with storage-server
   floor   bench/floor.cpp and floor_restore.cpp under the same Wine, with the same server: the same
-          work, nothing around it
-  restic  native, with `rclone serve restic`
+          work, nothing around it, one request at a time (on loopback only: elsewhere it is round trips)
+  ahead   the same with the next request written before the last is answered
+  restic  with `rclone serve restic`
+A network lies between client and server where the case names a round trip: CASE is SET or SET@MS.
 Runs are repeated, medians are shown. Every first run is a new job (a new repository for restic).
 The files are in the page cache for all of them. A restore makes its folder anew; removing the
 former one is not timed.
+
+Results are added to build/bench/results.json, case by case. `--keep` copies them to docs/benchmarks.json
+and draws docs/benchmarks.md and its picture from them; `--draw` only draws.
 """
 
 import argparse
+import datetime
+import json
 import os
 import pathlib
-import random
 import shutil
-import socket
-import statistics
 import subprocess
 import sys
 import tempfile
-import uuid
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "e2e"))
-from layout import BUILD, WINDOWS_BIN  # noqa: E402
-from machine import Machine, windows_path  # noqa: E402
-from process import Process  # noqa: E402
-from server import Server  # noqa: E402
+import network
+import report
+from sets import CASES, LARGE, SETS, Case
+from subjects import BUILD, ROOT, SUBJECTS, Restic
+from usage import Usage
 
-USER, PASSWORD = "bench", "correct horse"
-LIMIT = 4 * 3600  # seconds that any one run may take
-
-
-def write(path, data):
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_bytes(data)
+RESULTS = BUILD / "bench" / "results.json"
+RUNS = ("backup", "unchanged", "restore")
+WIRE = ("up", "down", "connections", "requests")
 
 
-def large_files(folder, scale):
-    source = random.Random(1)
-    for i in range(5):
-        write(folder / f"{i}.bin", source.randbytes(int(100 * 2**20 * scale)))
+def carried_out(action, subject, relay):
+    """One run's figures."""
+    before = relay.passed() if relay else None
+    server, helpers = Usage(subject.server), [Usage(pid) for pid in subject.helpers]
+    process = action()
+    server_cpu, server_peak = server.end()
+    figures = {"seconds": process.seconds, "client_cpu": process.cpu_seconds + sum(h.end()[0] for h in helpers),
+               "server_cpu": server_cpu, "client_mib": process.peak_kib / 1024, "server_mib": server_peak}
+    if relay:
+        after = relay.passed()
+        figures.update({name: after[name] - before[name] for name in after})
+    return figures
 
 
-def source_tree(folder, scale):
-    names = ["asio", "beast", "spirit", "fusion", "json", "mpl", "hana", "phoenix", "geometry", "math"]
-    for name in names[: max(1, round(len(names) * scale))]:
-        shutil.copytree(f"/usr/include/boost/{name}", folder / name)
+class Measurement:
+    """One case with one subject: its figures by run."""
 
+    def __init__(self, case, subject, folder, files):
+        self.case, self.subject, self.folder, self.files = case, subject, folder, files
+        self.unchanged_only = SETS[case.set].unchanged_only
+        self.figures = {run: [] for run in RUNS if run == "unchanged" or not self.unchanged_only}
 
-def small_files(count, size):
-    def make(folder, scale):
-        # Half of each file is text that deflates well, half is noise.
-        source, text = random.Random(2), (b"all work and no play makes a dull file\n" * (size // 40 + 1))[: size // 2]
-        for i in range(int(count * scale)):
-            write(folder / f"{i // 500}" / f"file{i}.dat", text + source.randbytes(size - len(text)))
-    return make
+    def repeat(self, times):
+        if self.case.relayed:
+            with network.Relay(self.subject.port, self.case.rtt, self.case.mbit) as relay:
+                self.subject.go_to(relay.address)
+                for number in range(times):
+                    self._keep(self._round(number, relay))
+            return
+        for number in range(times):
+            self._keep(self._round(number, None))
+        # What goes over the wire is counted in one more round, whose time does not count.
+        with network.Relay(self.subject.port) as relay:
+            self.subject.go_to(relay.address)
+            for run, counted in self._round(times, relay).items():
+                for figures in self.figures[run]:
+                    figures.update({name: counted[name] for name in WIRE})
 
+    def _round(self, number, relay):
+        done = {}
+        if not self.unchanged_only or number == 0:
+            self.subject.begin()
+            done["backup"] = carried_out(self.subject.backup, self.subject, relay)
+        done["unchanged"] = carried_out(self.subject.again, self.subject, relay)
+        if not self.unchanged_only:
+            target = self.folder / "restored"
+            shutil.rmtree(target, ignore_errors=True)
+            done["restore"] = carried_out(lambda: self.subject.restore(target), self.subject, relay)
+            restored = sum(len(names) for _, _, names in os.walk(target))
+            if restored != self.files:
+                sys.exit(f"bench: {self.subject.name} restored {restored} of {self.files} files")
+        said = ", ".join(f"{run} {figures['seconds']:.2f} s" for run, figures in done.items())
+        print(f"bench: {self.case.name} {self.subject.name} {number + 1}: {said}", file=sys.stderr)
+        return {run: figures for run, figures in done.items() if run in self.figures}
 
-# name: what it is, the tree's maker, whether the first run and a restore are of interest too
-CASES = {
-    "a": ("500 MiB of noise in 100 MiB files", large_files, True),
-    "b": ("a source tree (Boost headers)", source_tree, True),
-    "c": ("20000 files of 4 KiB", small_files(20000, 4096), True),
-    "d": ("200000 files of 64 bytes, unchanged", small_files(200000, 64), False),
-}
-
-
-class Agent:
-    """agent.exe; each first run is a new job, the second run starts that job again."""
-
-    name = "agent"
-
-    def __init__(self, folder, tree):
-        self.tree, self.runs = tree, 0
-        self.server = Server(folder / "server")
-        self.server.add_user(USER, PASSWORD)
-        self.server.start()
-        self.machine = Machine(folder / "machine")
-        self.machine.connect(self.server.address, USER, PASSWORD)
-
-    def first(self):
-        self.runs += 1
-        return self.machine.agent("backup", windows_path(self.tree), "--name", f"bench{self.runs}", seconds=LIMIT)
-
-    def second(self):
-        job = next(j["id"] for j in self.machine.listing("jobs") if j["name"] == f"bench{self.runs}")
-        return self.machine.agent("start", job, seconds=LIMIT)
-
-    def restore(self, target):
-        return self.machine.agent("restore", "latest", "--job", f"bench{self.runs}", "--to", windows_path(target),
-                                  "--prefix", windows_path(self.tree), seconds=LIMIT)
-
-    def close(self):
-        self.machine.close()
-        self.server.stop()
-
-
-class Floor:
-    """The floor programs; the job's id decides whether the server knows the files."""
-
-    name = "floor"
-
-    def __init__(self, folder, tree):
-        self.tree = tree
-        self.server = Server(folder / "server")
-        self.server.add_user(USER, PASSWORD)
-        self.server.start()
-        self.machine = Machine(folder / "machine")
-
-    def first(self):
-        self.job = str(uuid.uuid4())
-        return self.second()
-
-    def second(self):
-        return self._run("floor.exe", self.tree)
-
-    def restore(self, target):
-        return self._run("floor_restore.exe", self.tree, target)
-
-    def _run(self, program, *paths):
-        host, port = self.server.address
-        run = Process(["wine", str(WINDOWS_BIN / program), host, str(port), USER, PASSWORD, self.job,
-                       *map(windows_path, paths)], env=self.machine.environment, stdin="")
-        if run.wait(LIMIT) != 0:
-            sys.exit(f"{program} failed: {run.err}")
-        return run
-
-    close = Agent.close
-
-
-class Restic:
-    name = "restic"
-
-    def __init__(self, folder, tree):
-        self.tree, self.runs = tree, 0
-        with socket.create_server(("127.0.0.1", 0)) as free:
-            self.port = free.getsockname()[1]
-        self.environment = dict(os.environ, RESTIC_PASSWORD=PASSWORD, RESTIC_CACHE_DIR=str(folder / "cache"),
-                                RCLONE_CONFIG=str(folder / "rclone.conf"))
-        self.service = Process(["rclone", "serve", "restic", "--addr", f"127.0.0.1:{self.port}", str(folder / "repo")],
-                               env=self.environment, stdin="")
-        self.service.until_said("Serving restic REST API")
-
-    def first(self):
-        self.runs += 1
-        self._restic("init")
-        return self.second()
-
-    def second(self):
-        return self._restic("backup", "--quiet", str(self.tree))
-
-    def restore(self, target):
-        return self._restic("restore", "latest", "--quiet", "--target", str(target))
-
-    def _restic(self, *arguments):
-        run = Process(["restic", "-r", f"rest:http://127.0.0.1:{self.port}/{self.runs}", *arguments],
-                      env=self.environment, stdin="")
-        if run.wait(LIMIT) != 0:
-            sys.exit(f"restic failed: {run.err}")
-        return run
-
-    def close(self):
-        self.service.signal(15)
-        self.service.wait(60)
+    def _keep(self, done):
+        for run, figures in done.items():
+            self.figures[run].append(figures)
 
 
 def measure(case, options, folder):
-    """Rows (run, subject, [seconds], [peak KiB]) of one case, and the tree's files and bytes."""
-    _, make, with_first = CASES[case]
+    """The case's record for the results."""
     tree = folder / "tree"
-    make(tree, options.scale)
-    sizes = [p.stat().st_size for p in tree.rglob("*") if p.is_file()]
-    rows = []
-    for kind in (Agent, Floor, Restic):
-        own = folder / kind.name
+    SETS[case.set].make(tree, options.scale)
+    sizes = [os.path.getsize(os.path.join(top, name)) for top, _, names in os.walk(tree) for name in names]
+    record = {"text": SETS[case.set].text, "rtt": case.rtt, "mbit": case.mbit, "files": len(sizes), "bytes": sum(sizes),
+              "scale": options.scale, "when": datetime.date.today().isoformat(), "commit": commit(),
+              "load": os.getloadavg()[0], "runs": {}}
+    for name in options.subjects or SUBJECTS:
+        if name == "floor" and case.relayed and not options.subjects:
+            continue
+        own = folder / name
         own.mkdir()
-        subject = kind(own, tree)
-        runs = {"backup": [], "unchanged": [], "restore": []}
+        subject = SUBJECTS[name](own, tree)
         try:
-            for run in range(options.runs):
-                if with_first or run == 0:
-                    runs["backup"].append(subject.first())
-                runs["unchanged"].append(subject.second())
-                if with_first:
-                    shutil.rmtree(own / "restored", ignore_errors=True)
-                    runs["restore"].append(subject.restore(own / "restored"))
-                said = ", ".join(f"{name} {done[-1].seconds:.1f} s" for name, done in runs.items() if done)
-                print(f"bench: {case} {kind.name} run {run + 1}: {said}", file=sys.stderr)
-            restored = sum(len(names) for _, _, names in os.walk(own / "restored"))
-            if with_first and restored != len(sizes):
-                sys.exit(f"{kind.name} restored {restored} of {len(sizes)} files")
+            measurement = Measurement(case, subject, own, len(sizes))
+            measurement.repeat(options.runs)
         finally:
             subject.close()
-        rows += [(name, kind.name, done) for name, done in runs.items() if with_first or name == "unchanged"]
+        for run, figures in measurement.figures.items():
+            record["runs"].setdefault(run, {})[name] = figures
         shutil.rmtree(own)
-    order = ("backup", "unchanged", "restore")
-    return sorted(rows, key=lambda r: order.index(r[0])), len(sizes), sum(sizes)
+    return record
 
 
-def table(case, rows, files, size):
-    lines = [f"### {case}: {CASES[case][0]} ({files} files, {size / 1e6:.1f} MB)", "",
-             "| run | subject | seconds | spread | MB/s | files/s | peak MiB | time ÷ floor | time ÷ restic |",
-             "|---|---|---:|---:|---:|---:|---:|---:|---:|"]
-    median = {(run, name): statistics.median(r.seconds for r in runs) for run, name, runs in rows}
-    for run, name, runs in rows:
-        time = median[run, name]
-        peak = statistics.median(r.peak_kib for r in runs) / 1024
-        lines.append(f"| {run} | {name} | {time:.2f} | {min(r.seconds for r in runs):.2f}–{max(r.seconds for r in runs):.2f} "
-                     f"| {size / 1e6 / time:.1f} | {files / time:.0f} | {peak:.0f} "
-                     f"| {time / median[run, 'floor']:.2f} | {time / median[run, 'restic']:.2f} |")
-    return "\n".join(lines) + "\n"
+def said_by(*command):
+    return subprocess.check_output(command, text=True, env=dict(os.environ, WINEDEBUG="-all")).splitlines()[0]
+
+
+def commit():
+    return said_by("git", "-C", str(ROOT), "describe", "--always", "--dirty")
+
+
+def machine():
+    """What the figures were measured on and with."""
+    with open("/proc/cpuinfo") as info:
+        model = next((line.split(":")[1].strip() for line in info if line.startswith("model name")), "unknown")
+    return {"processor": model, "cores": os.cpu_count(), "wine": said_by("wine", "--version"),
+            "restic": said_by("restic", "version"), "rclone": said_by("rclone", "version"),
+            "restic_in_wine": bool(Restic.program)}
+
+
+def chosen(options, parser):
+    """The cases that are to be measured."""
+    network_given = options.rtt is not None or options.mbit is not None
+    rtt, mbit = options.rtt or 0, options.mbit if options.mbit is not None else 400 if options.rtt else 0
+    known = {case.name: case for case in CASES + LARGE}
+    cases = []
+    for name in options.cases:
+        if network_given and name in SETS:
+            cases.append(Case(name, rtt, mbit))
+        elif not network_given and name in known:
+            cases.append(known[name])
+        else:
+            parser.error(f"unknown {'set' if network_given else 'case'} {name}")
+    if options.cases:
+        return cases
+    if network_given:
+        parser.error("a network of your own wants sets to be named")
+    return CASES + LARGE * options.large
+
+
+def check_networks(cases):
+    for rtt, mbit in sorted({(case.rtt, case.mbit) for case in cases if case.relayed}):
+        if faults := network.faults(rtt, mbit):
+            sys.exit(f"bench: this machine cannot play the network now: {'; '.join(faults)}")
+        print(f"bench: the relay keeps {rtt:g} ms and {mbit:g} Mbit/s", file=sys.stderr)
+
+
+def save(results):
+    RESULTS.parent.mkdir(parents=True, exist_ok=True)
+    new = RESULTS.with_suffix(".new")
+    new.write_text(json.dumps(results, indent=1) + "\n")
+    new.replace(RESULTS)
+
+
+def measure_all(cases, options):
+    check_networks(cases)
+    results = json.loads(RESULTS.read_text()) if RESULTS.exists() else {"cases": {}}
+    results["machine"] = machine()
+    (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
+    for case in cases:
+        with tempfile.TemporaryDirectory(dir=BUILD / "e2e", prefix="bench-") as folder:
+            results["cases"][case.name] = measure(case, options, pathlib.Path(folder))
+        save(results)
+        print(report.details({case.name: results["cases"][case.name]}), flush=True)
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog="dev bench", description="Measures backups and restores beside references.",
+                                     epilog="cases: " + " ".join(c.name for c in CASES) + "; large: "
+                                            + " ".join(c.name for c in LARGE) + "; sets: " + " ".join(SETS))
+    parser.add_argument("cases", nargs="*", metavar="CASE", help="a case, or a set for a network of your own")
+    parser.add_argument("--rtt", type=float, metavar="MS", help="a network with this round trip")
+    parser.add_argument("--mbit", type=float, metavar="N", help="and this rate (400; without --rtt: none)")
+    parser.add_argument("--large", action="store_true", help="the cases that take hours, too")
+    parser.add_argument("--runs", type=int, default=3, help="runs of each, medians are shown (3)")
+    parser.add_argument("--scale", type=float, default=1.0, help="shrinks the sets, for a quick look (1.0)")
+    parser.add_argument("--subjects", type=lambda names: names.split(","), help="some of " + ",".join(SUBJECTS))
+    parser.add_argument("--restic", metavar="EXE", help="a restic.exe, to run under Wine instead of the native one")
+    parser.add_argument("--keep", action="store_true", help="then make docs/benchmarks.json and its page from the results")
+    parser.add_argument("--draw", action="store_true", help="measure nothing, draw the page from docs/benchmarks.json")
+    options = parser.parse_args()
+    if options.runs < 1 or not 0 < options.scale <= 1 or min(options.rtt or 0, options.mbit or 0) < 0:
+        parser.error("runs, scale, round trip or rate out of range")
+    if set(options.subjects or ()) - set(SUBJECTS):
+        parser.error("unknown subject")
+    Restic.program = options.restic
+    return options, chosen(options, parser)
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="dev bench", description="Measures backups and restores beside two references.")
-    parser.add_argument("cases", nargs="*", metavar="CASE", help="; ".join(f"{k}: {v[0]}" for k, v in CASES.items()))
-    parser.add_argument("--runs", type=int, default=5, help="runs of each, medians are shown (5)")
-    parser.add_argument("--scale", type=float, default=1.0, help="shrinks the trees, for a quick look (1.0)")
-    options = parser.parse_args()
-    unknown = set(options.cases) - set(CASES)
-    if unknown or options.runs < 1 or not 0 < options.scale <= 1:
-        parser.error(f"unknown case {', '.join(sorted(unknown))}" if unknown else "runs and scale are out of range")
-    (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
-    print(f"Medians of {options.runs} runs, sizes × {options.scale:g}, {os.cpu_count()} cores, "
-          f"{subprocess.check_output(['wine', '--version'], text=True, env=dict(os.environ, WINEDEBUG='-all')).strip()}.\n")
-    for case in options.cases or CASES:
-        with tempfile.TemporaryDirectory(dir=BUILD / "e2e", prefix="bench-") as folder:
-            print(table(case, *measure(case, options, pathlib.Path(folder))), flush=True)
+    options, cases = arguments()
+    if options.draw:
+        report.draw()
+        return
+    measure_all(cases, options)
+    if options.keep:
+        shutil.copyfile(RESULTS, report.KEPT)
+        report.draw()
 
 
 if __name__ == "__main__":

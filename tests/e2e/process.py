@@ -20,7 +20,7 @@ class Process:
         # and what of it was no file's (programs and libraries are), as seen at moments.
         self.peak_kib = self.peak_own_kib = 0
         self._code = None
-        self.seconds = None
+        self.seconds = self.cpu_seconds = None  # of an ended child, the processor's with its own children's
         self._started = time.monotonic()
         streams = None if terminal else subprocess.PIPE
         self._child = subprocess.Popen(command, env=env, cwd=cwd, stdin=streams, stdout=streams, stderr=streams)
@@ -112,12 +112,13 @@ class Process:
             resident, own = self._memory()
             self.peak_kib, self.peak_own_kib = max(self.peak_kib, resident), max(self.peak_own_kib, own)
         os.close(end)
-        _, status = os.waitpid(self.pid, 0)
+        _, status, usage = os.wait4(self.pid, 0)
         if self._child.stdin:
             self.end_input()
         with self._changed:
             self._code = self._child.returncode = os.waitstatus_to_exitcode(status)
             self.seconds = time.monotonic() - self._started
+            self.cpu_seconds = usage.ru_utime + usage.ru_stime
             self._changed.notify_all()
 
     def _memory(self):
