@@ -1,19 +1,27 @@
-// floor HOST PORT USER PASSWORD JOB DIR: the least that a backup of DIR can be on this platform.
-// One thread walks, asks which files changed, and for each of those reads, deflates (level 6, what
-// does not shrink is stored, as the agent's compressor does), encrypts (AES-128-CBC), writes a
-// temporary file, reads it back in blocks, takes their MD5 and sends the same requests as the agent
-// over one socket. Nothing is recorded, resumed or reported. Prints files, bytes and seconds. JOB
-// is the job's id on the server: a second run under the same id is a run over an unchanged tree.
+// floor [--ahead] HOST PORT USER PASSWORD JOB DIR: the least that a backup of DIR can be on this
+// platform. It walks, asks which files changed, and for each of those reads, deflates (level 6,
+// what does not shrink is stored, as the agent's compressor does), encrypts (AES-128-CBC), takes
+// the MD5 of the blocks and sends the same requests as the agent over one socket. Nothing is
+// recorded, resumed or reported. Prints files, bytes and seconds. JOB is the job's id on the
+// server: a second run under the same id is a run over an unchanged tree.
+//
+// One thread does it all, one request at a time, each package through a temporary file. With
+// --ahead packages stay in memory, two threads encode, and the next request is written before the
+// last is answered, up to Pipe::depth of them.
 #include "floor_client.h"
 // The header brings winsock2.h, which stands before all others of Windows.
 #include <openssl/evp.h>
 #include <rpc.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <boost/json/src.hpp>
+#include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
+
+#include "floor_codec.h"
+#include "floor_pipe.h"
 
 namespace dorvo::bench {
 namespace {
@@ -26,39 +34,88 @@ struct Entry {
     bool folder() const { return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
 };
 
-// Which level the next block of a file deserves: after one that did not shrink, ever more blocks
-// (up to 128) are stored before the next try.
-class NoiseDetector {
+// The packages of files, made by threads of its own before they are asked for, in their order.
+class Encoders {
 public:
-    int level() const { return stored_ < skip_ ? 0 : 6; }
+    explicit Encoders(std::vector<std::wstring> paths) : paths_(std::move(paths)) {
+        packages_.resize(paths_.size());
+        for (std::thread& thread : threads_)
+            thread = std::thread([this] { work(); });
+    }
+    Encoders(const Encoders&) = delete;
+    Encoders& operator=(const Encoders&) = delete;
+    // What was not asked for is not made any more.
+    ~Encoders() {
+        monitor_.locked([this] { begun_ = paths_.size(); });
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
 
-    void saw(std::uint64_t in, std::uint64_t out) {
-        if (level() == 0) {
-            ++stored_;
-        } else if (out >= in) {
-            skip_ = skip_ == 0 ? 1 : std::min(2 * skip_, 128);
-            stored_ = 0;
-        } else {
-            skip_ = stored_ = 0;
-        }
+    bool ready() {
+        return monitor_.locked([this] { return packages_.at(taken_).has_value(); });
+    }
+
+    std::string next() {
+        return monitor_.when(
+            [this] {
+                if (failure_)
+                    std::rethrow_exception(failure_);
+                return packages_.at(taken_).has_value();
+            },
+            [this] {
+                std::string package = std::move(*packages_.at(taken_));
+                packages_.at(taken_++).reset();
+                held_ -= package.size();
+                return package;
+            });
     }
 
 private:
-    int skip_ = 0, stored_ = 0;
+    static constexpr std::size_t most = std::size_t{64} << 20U;  // bytes that wait to be asked for
+
+    void work() {
+        try {
+            Encoder encoder;
+            while (const std::optional<std::size_t> file = begin()) {
+                std::string package;
+                encoder.encode(paths_.at(*file), [&](const unsigned char* data, std::size_t size) {
+                    package.append(reinterpret_cast<const char*>(data), size);
+                });
+                monitor_.locked([&] {
+                    held_ += package.size();
+                    packages_.at(*file) = std::move(package);
+                });
+            }
+        } catch (...) {
+            monitor_.locked([this] { failure_ = std::current_exception(); });
+        }
+    }
+
+    // The next file, when there is room for it or it is waited for.
+    std::optional<std::size_t> begin() {
+        return monitor_.when(
+            [this] { return begun_ >= paths_.size() || begun_ == taken_ || held_ < most; },
+            [this] {
+                return begun_ < paths_.size() ? std::optional(begun_++)
+                                              : std::optional<std::size_t>();
+            });
+    }
+
+    std::vector<std::wstring> paths_;
+    Monitor monitor_;  // guards all below but the threads
+    std::vector<std::optional<std::string>> packages_;
+    std::size_t begun_ = 0, taken_ = 0, held_ = 0;
+    std::exception_ptr failure_;
+    std::array<std::thread, 2> threads_;
 };
 
 class Backup {
 public:
-    Backup(Client& client, std::string job) : client_(client), job_(std::move(job)) {
-        EVP_CIPHER_CTX_set_padding(cipher_, 1);
-        instance_ = uuid();
-    }
+    Backup(Client& client, std::string job, bool ahead)
+        : client_(client), job_(std::move(job)), instance_(uuid()), ahead_(ahead) {}
     Backup(const Backup&) = delete;
     Backup& operator=(const Backup&) = delete;
-    ~Backup() {
-        EVP_CIPHER_CTX_free(cipher_);
-        EVP_MD_CTX_free(digest_);
-    }
+    ~Backup() { EVP_MD_CTX_free(digest_); }
 
     void run(const std::wstring& root) {
         walk(root);
@@ -69,8 +126,11 @@ public:
                                                      {"totalfiles", files},
                                                      {"totalsize", bytes},
                                                      {"starttime", "2020-01-01 00:00:00"}});
-        for (const Entry& entry : toSend_)
-            send(entry);
+        if (ahead_)
+            sendAhead();
+        else
+            for (const Entry& entry : toSend_)
+                send(entry);
         client_.post("Storage%20Server/backupServer/endjob.php",
                      {{"jobinstanceid", instance_}, {"endtime", "2020-01-01 00:00:00"}});
     }
@@ -78,6 +138,8 @@ public:
     std::uint64_t folders = 0, files = 0, bytes = 0, sentFiles = 0;
 
 private:
+    static constexpr const char* informing = "Storage%20Server/backupServer/uploadfile.php";
+
     static std::string uuid() {
         UUID id;
         if (UuidCreate(&id) != RPC_S_OK)
@@ -151,100 +213,81 @@ private:
 
     void send(const Entry& entry) {
         const std::uint64_t packed = entry.folder() ? 0 : encode(entry.path);
-        const WIN32_FIND_DATAW& d = entry.data;
-        const std::string path = utf8(entry.path);
-        client_.post("Storage%20Server/backupServer/uploadfile.php",
-                     {{"attri",
-                       {{"dwFileAttributes", d.dwFileAttributes},
-                        {"nFileSizeHigh", d.nFileSizeHigh},
-                        {"nFileSizeLow", d.nFileSizeLow},
-                        {"ftCreationTimedwHighDateTime", d.ftCreationTime.dwHighDateTime},
-                        {"ftCreationTimedwLowDateTime", d.ftCreationTime.dwLowDateTime},
-                        {"ftLastAccessTimedwHighDateTime", d.ftLastAccessTime.dwHighDateTime},
-                        {"ftLastAccessTimedwLowDateTime", d.ftLastAccessTime.dwLowDateTime},
-                        {"ftLastWriteTimedwHighDateTime", d.ftLastWriteTime.dwHighDateTime},
-                        {"ftLastWriteTimedwLowDateTime", d.ftLastWriteTime.dwLowDateTime}}},
-                      {"type", entry.folder() ? "folder" : "file"},
-                      {"jobinstanceid", instance_},
-                      {"sourcename", path},
-                      {"totalsizeHigh", packed >> 32},
-                      {"totalsizeLow", packed & 0xffffffff},
-                      {"totalblock", packed / blockSize + (entry.folder() ? 0 : 1)}});
+        client_.post(informing, information(entry, packed));
         if (entry.folder())
             return;
         ++sentFiles;
-        sendBlocks(path);
+        sendBlocks(utf8(entry.path));
     }
 
     // Source to temporary file; gives the package's size.
     std::uint64_t encode(const std::wstring& path) {
-        HANDLE in = openFile(path, GENERIC_READ, OPEN_EXISTING);
         HANDLE out = openFile(temporary_.path(), GENERIC_WRITE, CREATE_ALWAYS);
-        EVP_EncryptInit_ex(cipher_, EVP_aes_128_cbc(), nullptr, key.data(), iv.data());
-        z_stream deflater{};
-        deflateInit(&deflater, 6);
-        NoiseDetector noise;
         std::uint64_t written = 0;
-        int flush = Z_BLOCK;
-        while (flush != Z_FINISH) {
-            DWORD got = 0;
-            if (!ReadFile(in, plain_.data(), static_cast<DWORD>(plain_.size()), &got, nullptr))
-                fail("cannot read " + utf8(path));
-            if (got == 0)
-                flush = Z_FINISH;
-            const uLong before = deflater.total_out;
-            deflater.next_out = deflated_.data();
-            deflater.avail_out = static_cast<uInt>(deflated_.size());
-            deflateParams(&deflater, noise.level(), Z_DEFAULT_STRATEGY);
-            deflater.next_in = plain_.data();
-            deflater.avail_in = got;
-            deflate(&deflater, flush);
-            written += seal(out, deflater);
-            while (deflater.avail_out == 0) {
-                deflater.next_out = deflated_.data();
-                deflater.avail_out = static_cast<uInt>(deflated_.size());
-                deflate(&deflater, flush);
-                written += seal(out, deflater);
-            }
-            noise.saw(got, deflater.total_out - before);
-        }
-        deflateEnd(&deflater);
-        int size = 0;
-        EVP_EncryptFinal_ex(cipher_, sealed_.data(), &size);
-        written += write(out, size);
-        CloseHandle(in);
+        encoder_.encode(path, [&](const unsigned char* data, std::size_t size) {
+            written += write(out, data, size);
+        });
         CloseHandle(out);
         return written;
-    }
-
-    // Encrypts and writes what the deflater has put out.
-    std::uint64_t seal(HANDLE out, const z_stream& deflater) {
-        int size = 0;
-        EVP_EncryptUpdate(cipher_, sealed_.data(), &size, deflated_.data(),
-                          static_cast<int>(deflated_.size() - deflater.avail_out));
-        return write(out, size);
-    }
-
-    std::uint64_t write(HANDLE out, int size) {
-        DWORD done = 0;
-        if (size > 0 && !WriteFile(out, sealed_.data(), static_cast<DWORD>(size), &done, nullptr))
-            fail("cannot write");
-        return done;
     }
 
     void sendBlocks(const std::string& path) {
         HANDLE package = openFile(temporary_.path(), GENERIC_READ, OPEN_EXISTING);
         DWORD got = 0;
-        for (int number = 1;
+        for (std::size_t number = 1;
              ReadFile(package, block_.data(), static_cast<DWORD>(block_.size()), &got, nullptr) &&
              got != 0;
              ++number) {
-            sendBlock(path, number, got);
+            sendBlock(client_, path, number, {block_.data(), got});
         }
         CloseHandle(package);
     }
 
-    void sendBlock(const std::string& path, int number, std::size_t size) {
+    void sendAhead() {
+        std::vector<std::wstring> paths;
+        for (const Entry& entry : toSend_)
+            if (!entry.folder())
+                paths.push_back(entry.path);
+        Encoders encoders(std::move(paths));
+        Pipe pipe(client_);
+        for (const Entry& entry : toSend_) {
+            std::string package;
+            if (!entry.folder()) {
+                if (!encoders.ready())
+                    pipe.flush();
+                package = encoders.next();
+                ++sentFiles;
+            }
+            pipe.post(informing, information(entry, package.size()));
+            for (std::size_t at = 0; at < package.size(); at += blockSize)
+                sendBlock(pipe, utf8(entry.path), at / blockSize + 1,
+                          std::string_view(package).substr(at, blockSize));
+        }
+        pipe.drain();
+    }
+
+    json::object information(const Entry& entry, std::uint64_t packed) const {
+        const WIN32_FIND_DATAW& d = entry.data;
+        return {{"attri",
+                 {{"dwFileAttributes", d.dwFileAttributes},
+                  {"nFileSizeHigh", d.nFileSizeHigh},
+                  {"nFileSizeLow", d.nFileSizeLow},
+                  {"ftCreationTimedwHighDateTime", d.ftCreationTime.dwHighDateTime},
+                  {"ftCreationTimedwLowDateTime", d.ftCreationTime.dwLowDateTime},
+                  {"ftLastAccessTimedwHighDateTime", d.ftLastAccessTime.dwHighDateTime},
+                  {"ftLastAccessTimedwLowDateTime", d.ftLastAccessTime.dwLowDateTime},
+                  {"ftLastWriteTimedwHighDateTime", d.ftLastWriteTime.dwHighDateTime},
+                  {"ftLastWriteTimedwLowDateTime", d.ftLastWriteTime.dwLowDateTime}}},
+                {"type", entry.folder() ? "folder" : "file"},
+                {"jobinstanceid", instance_},
+                {"sourcename", utf8(entry.path)},
+                {"totalsizeHigh", packed >> 32},
+                {"totalsizeLow", packed & 0xffffffff},
+                {"totalblock", packed / blockSize + (entry.folder() ? 0 : 1)}};
+    }
+
+    template <class To>
+    void sendBlock(To& to, const std::string& path, std::size_t number, std::string_view block) {
         const std::string boundary = uuid();
         std::string prefix;
         const auto field = [&](const char* name, const std::string& value) {
@@ -252,7 +295,7 @@ private:
             prefix.append("Content-Disposition: form-data; name=\"").append(name);
             prefix.append("\"\r\n\r\n").append(value).append("\r\n");
         };
-        field("md5", md5(size));
+        field("md5", md5(block));
         field("jobinstanceid", instance_);
         field("sourcename", path);
         prefix.append("--").append(boundary).append("\r\n");
@@ -262,16 +305,15 @@ private:
         std::string suffix = "\r\n--";
         suffix.append(boundary).append("\r\nContent-Disposition: form-data; name=\"submit\"");
         suffix.append("\r\n\r\nSubmit\r\n--").append(boundary).append("--\r\n");
-        client_.post("Storage%20Server/backupServer/uploadblock.php",
-                     "multipart/form-data; boundary=" + boundary, prefix, {block_.data(), size},
-                     suffix);
+        to.post("Storage%20Server/backupServer/uploadblock.php",
+                "multipart/form-data; boundary=" + boundary, prefix, block, suffix);
     }
 
-    std::string md5(std::size_t size) {
+    std::string md5(std::string_view block) {
         std::array<unsigned char, EVP_MAX_MD_SIZE> hash;
         unsigned int length = 0;
         EVP_DigestInit_ex(digest_, EVP_md5(), nullptr);
-        EVP_DigestUpdate(digest_, block_.data(), size);
+        EVP_DigestUpdate(digest_, block.data(), block.size());
         EVP_DigestFinal_ex(digest_, hash.data(), &length);
         std::string text;
         for (unsigned int i = 0; i < length; ++i) {
@@ -283,13 +325,11 @@ private:
 
     Client& client_;
     std::string job_, instance_;
+    bool ahead_;
     TemporaryFile temporary_;
+    Encoder encoder_;
     std::vector<Entry> batch_, toSend_;
-    EVP_CIPHER_CTX* cipher_ = EVP_CIPHER_CTX_new();
     EVP_MD_CTX* digest_ = EVP_MD_CTX_new();
-    std::vector<unsigned char> plain_ = std::vector<unsigned char>(65536),
-                               deflated_ = std::vector<unsigned char>(65536),
-                               sealed_ = std::vector<unsigned char>(65536 + 32);
     std::vector<char> block_ = std::vector<char>(blockSize);
 };
 
@@ -298,13 +338,9 @@ private:
 
 int main(int count, char** arguments) {
     using namespace dorvo::bench;
-    if (count != 7) {
-        std::cerr << "usage: floor HOST PORT USER PASSWORD JOB DIR\n";
-        return 2;
-    }
-    return runFloor(arguments, [&](Client& client) {
-        Backup backup(client, arguments[5]);
-        backup.run(wide(arguments[6], CP_ACP));
+    return runFloor(count, arguments, 6, [](Client& client, char** given, bool ahead) {
+        Backup backup(client, given[5], ahead);
+        backup.run(wide(given[6], CP_ACP));
         return std::to_string(backup.files) + " files, " + std::to_string(backup.bytes) +
                " bytes, " + std::to_string(backup.sentFiles) + " sent";
     });

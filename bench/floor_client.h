@@ -12,6 +12,7 @@
 #include <boost/json.hpp>
 #include <chrono>
 #include <cstdlib>
+#include <initializer_list>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -52,6 +53,14 @@ inline HANDLE openFile(const std::wstring& path, DWORD access, DWORD how) {
     return file;
 }
 
+inline std::size_t write(HANDLE file, const void* data, std::size_t size) {
+    DWORD written = 0;
+    if (size != 0 &&
+        (!WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) || written != size))
+        fail("cannot write");
+    return size;
+}
+
 // The package on its way, deleted with this.
 class TemporaryFile {
 public:
@@ -70,7 +79,7 @@ private:
     std::wstring path_;
 };
 
-// One connection, one request at a time.
+// One connection. Whoever writes may be another thread than the one that takes the answers.
 class Client {
 public:
     Client(const char* host, const char* port) : host_(host) {
@@ -95,65 +104,77 @@ public:
 
     std::string post(const std::string& path, const json::object& body) {
         const std::string text = json::serialize(body);
-        return exchange(path, "application/json", text, {}, {});
+        write({head(path, "application/json", text.size()), text});
+        return answer();
     }
 
     void post(const std::string& path, const std::string& type, const std::string& prefix,
               std::string_view data, const std::string& suffix) {
-        exchange(path, type, prefix, data, suffix);
+        write(
+            {head(path, type, prefix.size() + data.size() + suffix.size()), prefix, data, suffix});
+        answer();
     }
 
-private:
-    std::string exchange(const std::string& path, const std::string& type,
-                         const std::string& prefix, std::string_view data,
-                         const std::string& suffix) {
-        const std::size_t length = prefix.size() + data.size() + suffix.size();
-        std::string head = "POST /dorvo/" + path + " HTTP/1.1\r\nHost: " + host_ +
+    // What stands before a body of that length.
+    std::string head(const std::string& path, const std::string& type, std::size_t length) const {
+        std::string text = "POST /dorvo/" + path + " HTTP/1.1\r\nHost: " + host_ +
                            "\r\nContent-Type: " + type +
                            "\r\nContent-Length: " + std::to_string(length) + "\r\n";
         if (!cookie_.empty())
-            head += "Cookie: " + cookie_ + "\r\n";
-        head += "\r\n" + prefix;
-        std::array<WSABUF, 3> parts{buffer(head), buffer(data), buffer(suffix)};
-        DWORD sent = 0;
-        if (WSASend(socket_, parts.data(), 3, &sent, 0, nullptr, nullptr) != 0)
-            fail("send failed");
-        if (sent != head.size() + data.size() + suffix.size())
-            fail("short send");
-        return answer(path);
+            text += "Cookie: " + cookie_ + "\r\n";
+        return text + "\r\n";
     }
 
+    void write(std::initializer_list<std::string_view> texts) {
+        std::array<WSABUF, 4> parts;
+        std::size_t size = 0;
+        DWORD count = 0;
+        for (const std::string_view text : texts) {
+            parts.at(count++) = buffer(text);
+            size += text.size();
+        }
+        DWORD sent = 0;
+        if (WSASend(socket_, parts.data(), count, &sent, 0, nullptr, nullptr) != 0)
+            fail("send failed");
+        if (sent != size)
+            fail("short send");
+    }
+
+    // The body of the next answer.
+    std::string answer() {
+        std::size_t end;
+        while ((end = received_.find("\r\n\r\n")) == std::string::npos)
+            receive();
+        const std::size_t length = std::strtoul(header(end, "content-length").c_str(), nullptr, 10);
+        while (received_.size() < end + 4 + length)
+            receive();
+        if (received_.compare(9, 3, "200") != 0)
+            fail(received_.substr(0, end + 4 + length));
+        if (const std::string set = header(end, "set-cookie"); !set.empty())
+            cookie_ = set;
+        std::string body = received_.substr(end + 4, length);
+        received_.erase(0, end + 4 + length);
+        return body;
+    }
+
+private:
     // Of a text that lives as long as the structure.
     static WSABUF buffer(std::string_view text) {
         // cppcheck-suppress invalidLifetime
         return {static_cast<ULONG>(text.size()), const_cast<char*>(text.data())};
     }
 
-    std::string answer(const std::string& path) {
-        std::string got;
-        std::size_t end;
-        while ((end = got.find("\r\n\r\n")) == std::string::npos)
-            receive(got);
-        const std::size_t length =
-            std::strtoul(header(got, end, "content-length").c_str(), nullptr, 10);
-        while (got.size() < end + 4 + length)
-            receive(got);
-        if (got.compare(9, 3, "200") != 0)
-            fail(path + ": " + got);
-        if (const std::string set = header(got, end, "set-cookie"); !set.empty())
-            cookie_ = set;
-        return got.substr(end + 4);
-    }
-
-    void receive(std::string& got) {
+    void receive() {
         std::array<char, 65536> chunk;
         const int size = recv(socket_, chunk.data(), static_cast<int>(chunk.size()), 0);
         if (size <= 0)
             fail("the server closed");
-        got.append(chunk.data(), static_cast<std::size_t>(size));
+        received_.append(chunk.data(), static_cast<std::size_t>(size));
     }
 
-    static std::string header(const std::string& head, std::size_t end, const std::string& name) {
+    // A field of the head that ends there.
+    std::string header(std::size_t end, const std::string& name) const {
+        const std::string& head = received_;
         for (std::size_t line = head.find("\r\n"); line < end; line = head.find("\r\n", line + 2)) {
             const std::size_t colon = head.find(':', line);
             if (colon < end && colon - line - 2 == name.size() &&
@@ -164,22 +185,29 @@ private:
     }
 
     SOCKET socket_;
-    std::string host_, cookie_;
+    std::string host_, cookie_, received_;
 };
 
-// Logs in with the first arguments, HOST PORT USER PASSWORD, and does the work, which returns what
-// it has to say. Prints that and the seconds. The exit code.
+// Logs in with the first of so many arguments, HOST PORT USER PASSWORD, and does the work, which
+// gets the arguments (from 1 on) and whether --ahead stood before them, and returns what it has to
+// say. Prints that and the seconds. The exit code.
 template <class Work>
-int runFloor(char** arguments, Work work) {
+int runFloor(int count, char** arguments, int wanted, Work work) {
+    const bool ahead = count > 1 && std::string_view(arguments[1]) == "--ahead";
+    char** given = arguments + (ahead ? 1 : 0);
+    if (count - 1 - (ahead ? 1 : 0) != wanted) {
+        std::cerr << arguments[0] << ": wrong number of arguments, see the source's first lines\n";
+        return 2;
+    }
     WSADATA data;
     if (WSAStartup(MAKEWORD(2, 2), &data) != 0)
         return 1;
     try {
         const auto start = std::chrono::steady_clock::now();
-        Client client(arguments[1], arguments[2]);
+        Client client(given[1], given[2]);
         client.post("WebServer/user/Login.php",
-                    {{"user", arguments[3]}, {"password", arguments[4]}, {"machine", "floor"}});
-        const std::string said = work(client);
+                    {{"user", given[3]}, {"password", given[4]}, {"machine", "floor"}});
+        const std::string said = work(client, given, ahead);
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
         std::cout << said << ", " << seconds.count() << " s\n";
     } catch (const std::exception& error) {

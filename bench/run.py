@@ -18,6 +18,7 @@ and draws docs/benchmarks.md and its picture from them; `--draw` only draws.
 
 import argparse
 import datetime
+import hashlib
 import json
 import os
 import pathlib
@@ -51,11 +52,21 @@ def carried_out(action, subject, relay):
     return figures
 
 
+def contents(folder):
+    """Size and digest of every file, in order: each subject restores to a path of its own kind."""
+    found = []
+    for top, _, names in os.walk(folder):
+        for name in names:
+            with open(os.path.join(top, name), "rb") as file:
+                found.append((os.fstat(file.fileno()).st_size, hashlib.file_digest(file, "md5").digest()))
+    return sorted(found)
+
+
 class Measurement:
     """One case with one subject: its figures by run."""
 
-    def __init__(self, case, subject, folder, files):
-        self.case, self.subject, self.folder, self.files = case, subject, folder, files
+    def __init__(self, case, subject, folder, contents):
+        self.case, self.subject, self.folder, self.contents = case, subject, folder, contents
         self.unchanged_only = SETS[case.set].unchanged_only
         self.figures = {run: [] for run in RUNS if run == "unchanged" or not self.unchanged_only}
 
@@ -85,9 +96,8 @@ class Measurement:
             target = self.folder / "restored"
             shutil.rmtree(target, ignore_errors=True)
             done["restore"] = carried_out(lambda: self.subject.restore(target), self.subject, relay)
-            restored = sum(len(names) for _, _, names in os.walk(target))
-            if restored != self.files:
-                sys.exit(f"bench: {self.subject.name} restored {restored} of {self.files} files")
+            if contents(target) != self.contents:
+                sys.exit(f"bench: {self.subject.name} has not restored what it was given")
         said = ", ".join(f"{run} {figures['seconds']:.2f} s" for run, figures in done.items())
         print(f"bench: {self.case.name} {self.subject.name} {number + 1}: {said}", file=sys.stderr)
         return {run: figures for run, figures in done.items() if run in self.figures}
@@ -101,8 +111,9 @@ def measure(case, options, folder):
     """The case's record for the results."""
     tree = folder / "tree"
     SETS[case.set].make(tree, options.scale)
-    sizes = [os.path.getsize(os.path.join(top, name)) for top, _, names in os.walk(tree) for name in names]
-    record = {"text": SETS[case.set].text, "rtt": case.rtt, "mbit": case.mbit, "files": len(sizes), "bytes": sum(sizes),
+    given = contents(tree)
+    record = {"text": SETS[case.set].text, "rtt": case.rtt, "mbit": case.mbit, "files": len(given),
+              "bytes": sum(size for size, _ in given),
               "scale": options.scale, "when": datetime.date.today().isoformat(), "commit": commit(),
               "load": os.getloadavg()[0], "runs": {}}
     for name in options.subjects or SUBJECTS:
@@ -112,7 +123,7 @@ def measure(case, options, folder):
         own.mkdir()
         subject = SUBJECTS[name](own, tree)
         try:
-            measurement = Measurement(case, subject, own, len(sizes))
+            measurement = Measurement(case, subject, own, given)
             measurement.repeat(options.runs)
         finally:
             subject.close()
