@@ -100,6 +100,18 @@ class Machine:
         subprocess.run(["wineserver", "-k"], env=self.environment, check=False)
         subprocess.run(["wineserver", "-w"], env=self.environment, check=False, timeout=60)
 
+    def wine_server(self):
+        """The process id of the prefix's own Wine server, which opens files for its programs."""
+        wanted = f"WINEPREFIX={self.prefix}".encode()
+        for folder in pathlib.Path("/proc").iterdir():
+            try:
+                if (folder / "comm").read_text().startswith("wineserver") \
+                        and wanted in (folder / "environ").read_bytes().split(b"\0"):
+                    return int(folder.name)
+            except OSError:
+                continue
+        raise AssertionError(f"no Wine server of {self.prefix}")
+
     # -- the agent ----------------------------------------------------------------------------
 
     def start(self, *arguments, stdin="", **options):

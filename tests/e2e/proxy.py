@@ -205,6 +205,11 @@ class Proxy:
         with self._lock:
             return [r for r in self._requests if endpoint in (None, r.endpoint)]
 
+    def connections(self):
+        """How many it has taken so far."""
+        with self._lock:
+            return len(self._threads)
+
     def blocks_sent_again(self):
         """Blocks that were sent once more although the client had been given their 200."""
         return self._again("uploadblock", 0)
