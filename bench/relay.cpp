@@ -20,9 +20,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -59,8 +59,7 @@ public:
             fail("cannot listen");
         for (const int socket : {listener_.get(), timer_.get(), STDIN_FILENO})
             watch(socket, input);
-        std::printf("listening on 127.0.0.1:%d\n", ntohs(address.sin_port));
-        std::fflush(stdout);
+        std::cout << "listening on 127.0.0.1:" << ntohs(address.sin_port) << std::endl;
     }
 
     void run() {
@@ -124,13 +123,9 @@ private:
         stopped_ = size <= 0;
         for (ssize_t i = 0; i < size; ++i)
             if (lines.at(static_cast<std::size_t>(i)) == '\n')
-                std::printf(R"({"up": %llu, "down": %llu, "connections": %llu, "requests": %llu})"
-                            "\n",
-                            static_cast<unsigned long long>(up_.total),
-                            static_cast<unsigned long long>(down_.total),
-                            static_cast<unsigned long long>(connections_),
-                            static_cast<unsigned long long>(requests_));
-        std::fflush(stdout);
+                std::cout << R"({"up": )" << up_.total << R"(, "down": )" << down_.total
+                          << R"(, "connections": )" << connections_ << R"(, "requests": )"
+                          << requests_ << "}" << std::endl;
     }
 
     // One piece at a time, so that connections take turns.
@@ -323,21 +318,22 @@ private:
 }  // namespace dorvo::bench
 
 int main(int count, char** arguments) {
-    const std::vector<double> numbers = [&] {
-        std::vector<double> found;
-        for (int i = 1; i < count; ++i)
-            found.push_back(std::atof(arguments[i]));
-        return found;
-    }();
+    std::vector<double> numbers;
+    for (int i = 1; i < count; ++i) {
+        char* end = nullptr;
+        numbers.push_back(std::strtod(arguments[i], &end));
+        if (end == arguments[i] || *end != '\0')
+            numbers.clear();
+    }
     if (numbers.size() != 3 || numbers[0] < 1 || numbers[0] > 65535 || numbers[1] < 0 ||
         numbers[1] > 60000 || numbers[2] < 0) {
-        std::fprintf(stderr, "usage: relay PORT RTT_MS MBIT\n");
+        std::cerr << "usage: relay PORT RTT_MS MBIT\n";
         return 2;
     }
     try {
         dorvo::bench::Relay(static_cast<std::uint16_t>(numbers[0]), numbers[1], numbers[2]).run();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "relay: %s\n", error.what());
+        std::cerr << "relay: " << error.what() << '\n';
         return 1;
     }
 }

@@ -131,7 +131,7 @@ text { font: 13px system-ui, -apple-system, "Segoe UI", sans-serif; fill: #1f232
   .grid { stroke: #3d444d } .one { stroke: #9198a1 }
   .faster { fill: #4493f8 } .slower { fill: #f0883e }
 }"""
-LABELS, PANEL, GAP, ROW, TOP = 210, 190, 72, 24, 78
+LABELS, PANEL, GAP, ROW, TOP = 240, 190, 72, 24, 78
 LEAST, MOST = 0.1, 32.0  # what a panel's width spans; a bar beyond ends there, its figure does not
 
 

@@ -23,6 +23,7 @@ import json
 import os
 import pathlib
 import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -30,7 +31,7 @@ import tempfile
 import network
 import report
 from sets import CASES, LARGE, SETS, Case
-from subjects import BUILD, ROOT, SUBJECTS, Restic
+from subjects import BUILD, NATIVE_BIN, ROOT, SUBJECTS, WINDOWS_BIN, Machine, Process, Restic, windows_path
 from usage import Usage
 
 RESULTS = BUILD / "bench" / "results.json"
@@ -150,6 +151,31 @@ def machine():
             "restic_in_wine": bool(Restic.program)}
 
 
+def wine_factor(folder):
+    """How many times as long Wine takes than this system, at walking, reading and writing 3000 small files."""
+    SETS["small3000"].make(folder / "tree", 1)
+    machine, taken = Machine(folder / "machine"), {}
+    try:
+        for turn in range(6):
+            target, wine = folder / f"target{turn}", turn % 2
+            command = ["wine", str(WINDOWS_BIN / "files_speed.exe"), *map(windows_path, (folder / "tree", target))] \
+                if wine else [str(NATIVE_BIN / "files_speed"), str(folder / "tree"), str(target)]
+            run = Process(command, env=machine.environment, stdin="")
+            if run.wait(600) != 0:
+                sys.exit(f"bench: files_speed failed: {run.err}")
+            for what, seconds in json.loads(run.out).items():
+                taken.setdefault(what, ([], []))[wine].append(seconds)
+    finally:
+        machine.close()
+    return {what: statistics.median(wine) / statistics.median(native) for what, (native, wine) in taken.items()}
+
+
+def in_work_folder(work):
+    (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=BUILD / "e2e", prefix="bench-") as folder:
+        return work(pathlib.Path(folder))
+
+
 def chosen(options, parser):
     """The cases that are to be measured."""
     network_given = options.rtt is not None or options.mbit is not None
@@ -178,6 +204,10 @@ def check_networks(cases):
 
 
 def save(results):
+    order = [case.name for case in CASES + LARGE]
+    cases = results["cases"]
+    results["cases"] = {name: cases[name] for name in sorted(
+        cases, key=lambda name: (order.index(name) if name in order else len(order), name))}
     RESULTS.parent.mkdir(parents=True, exist_ok=True)
     new = RESULTS.with_suffix(".new")
     new.write_text(json.dumps(results, indent=1) + "\n")
@@ -188,10 +218,9 @@ def measure_all(cases, options):
     check_networks(cases)
     results = json.loads(RESULTS.read_text()) if RESULTS.exists() else {"cases": {}}
     results["machine"] = machine()
-    (BUILD / "e2e").mkdir(parents=True, exist_ok=True)
+    results["wine_factor"] = in_work_folder(wine_factor)
     for case in cases:
-        with tempfile.TemporaryDirectory(dir=BUILD / "e2e", prefix="bench-") as folder:
-            results["cases"][case.name] = measure(case, options, pathlib.Path(folder))
+        results["cases"][case.name] = in_work_folder(lambda folder, case=case: measure(case, options, folder))
         save(results)
         print(report.details({case.name: results["cases"][case.name]}), flush=True)
 

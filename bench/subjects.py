@@ -12,11 +12,10 @@ import sys
 import uuid
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "e2e"))
-from layout import BUILD, ROOT, WINDOWS_BIN  # noqa: E402, F401
+from layout import BUILD, NATIVE_BIN, ROOT, WINDOWS_BIN  # noqa: E402, F401
 from machine import Machine, windows_path  # noqa: E402
 from process import Process  # noqa: E402
 from server import Server  # noqa: E402
-from usage import wine_server  # noqa: E402
 
 USER, PASSWORD = "bench", "correct horse"
 LIMIT = 4 * 3600  # seconds that any one run may take
@@ -32,7 +31,7 @@ class _OnStorageServer:
         self._server.start()
         self.machine = Machine(folder / "machine")
         self.port, self.server = self._server.port, self._server.process.pid
-        self.helpers = [wine_server(self.machine.prefix)]
+        self.helpers = [self.machine.wine_server()]
         self.go_to(self._server.address)
 
     def go_to(self, address):
@@ -112,7 +111,7 @@ class Restic:
         self._command, self._path, environment = ["restic"], str, os.environ
         if self.program:
             self._machine = Machine(folder / "machine")
-            self.helpers = [wine_server(self._machine.prefix)]
+            self.helpers = [self._machine.wine_server()]
             self._command, self._path, environment = ["wine", self.program], windows_path, self._machine.environment
         self._environment = dict(environment, RESTIC_PASSWORD=PASSWORD, RESTIC_CACHE_DIR=self._path(folder / "cache"))
         self._service = Process(["rclone", "serve", "restic", "--addr", f"127.0.0.1:{self.port}", str(folder / "repo")],

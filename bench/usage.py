@@ -22,16 +22,3 @@ class Usage:
         """Seconds of processor time and the peak in MiB."""
         status = dict(line.split(":", 1) for line in (self._folder / "status").read_text().splitlines())
         return self._cpu_seconds() - self._cpu, int(status["VmHWM"].split()[0]) / 1024
-
-
-def wine_server(prefix):
-    """The process id of the prefix's own Wine server, which does part of a client's work."""
-    wanted = f"WINEPREFIX={prefix}".encode()
-    for folder in pathlib.Path("/proc").iterdir():
-        try:
-            if (folder / "comm").read_text().strip().startswith("wineserver") \
-                    and wanted in (folder / "environ").read_bytes().split(b"\0"):
-                return int(folder.name)
-        except (FileNotFoundError, NotADirectoryError, ProcessLookupError, PermissionError):
-            continue
-    raise SystemExit(f"bench: no Wine server of {prefix}")
