@@ -109,6 +109,8 @@ void JobCmdQueue::execute(const std::string& id, const Command& command) {
     log(LogLevel::debug, "JobCmdQueue: execute command \"%s\" for job %s.\n", text, id);
     JobCommands* const jobs = carrier;
     if (jobs == nullptr) {
+        log(LogLevel::warning, "JobCmdQueue: nobody carries out command \"%s\" for job %s.\n", text,
+            id);
         return;
     }
     if (text == "start") {

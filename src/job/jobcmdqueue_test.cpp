@@ -112,6 +112,9 @@ TEST_F(CommandQueue, CarriesOutEachCommand) {
 
 TEST_F(CommandQueue, StopsOnce) {
     submit("a");
+    JobCmdQueue::carriedOutBy(nullptr);
+    queue_.add("a", "start");
+    log_.await("JobCmdQueue: nobody carries out command \"start\" for job a.");
     queue_.stop();
     queue_.stop();
     queue_.add("a", "start");
