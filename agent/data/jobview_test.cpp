@@ -5,8 +5,12 @@
 #include "base/files.h"
 #include "base/local_time.h"
 #include "base/paths.h"
+#include "base/text.h"
+#include "data/runrecord.h"
 #include "jobdef/backupjobdefinition.h"
 #include "jobdef/restorejobdefinition.h"
+#include "record/jobhistory.h"
+#include "record/jobhistoryinfo.h"
 #include "record/jobwait.h"
 #include "text/format.h"
 
@@ -81,21 +85,26 @@ TEST_F(JobViewTest, APausedRunSaysWhyItWaitsAndUntilWhen) {
         {true, 10061, true, "paused by the user", false}};
     set(JobState::paused);
     ASSERT_TRUE(saveWaitWords(job_.id(), 0x200101F7, "no room"));
+    std::wstring folder;
+    ASSERT_TRUE(jobDirectory(job_.id(), folder));
+    constexpr uint64_t since = 133'536'640'890'000'000;
+    view_.record.instanceId.fill(7);
     ASSERT_TRUE(saveWait(job_.id(), utcTimeNow() + 3600 * ticksPerSecond));
+    JobHistoryInfo(toUtf8(jobHistoryInfoPath(folder, instanceIdOf(view_.record))))
+        .endtime(toFileTime(since));
     for (const Row& row : rows) {
         view_.record.pausedManually = row.byUser ? 1 : 0;
         view_.record.endError = row.error;
         const RunWait wait = waitOf(job_, view_.record, row.live);
         EXPECT_THAT(wait.reason, StartsWith(row.reason));
         EXPECT_EQ(wait.until != 0, row.until) << row.reason << row.live;
+        EXPECT_EQ(wait.since, since);
     }
     ASSERT_TRUE(saveWait(job_.id(), utcTimeNow() - ticksPerSecond));
     view_.record.pausedManually = 0;
     EXPECT_EQ(waitOf(job_, view_.record, true).until, 0u) << "it may be late";
     set(JobState::completed);
     EXPECT_EQ(waitOf(job_, view_.record, false).reason, "");
-    std::wstring folder;
-    ASSERT_TRUE(jobDirectory(job_.id(), folder));
     EXPECT_TRUE(rm_rf(folder, true));
 }
 
