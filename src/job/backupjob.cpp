@@ -79,7 +79,14 @@ bool BackupJob::noteLeft() {
     }
     const LastErrorGuard keep;
     const bool ends = leftAs(lifecycle().state(), lifecycle().pending()) != JobState::paused;
-    return !ends || drops_.holds(instanceText());
+    if (!ends || drops_.holds(instanceText())) {
+        return true;
+    }
+    log(LogLevel::error,
+        "Job {%s} is left out until it can be noted where its last run lies: make room on the disk "
+        "of the agent's data, and start the agent again.\n",
+        definition().id());
+    return false;
 }
 
 bool BackupJob::stop() {
@@ -92,11 +99,12 @@ bool BackupJob::pause(bool manual) {
 
 std::unique_ptr<BackupTransfer> BackupJob::makeTransfer() {
     return std::make_unique<BackupTransfer>(
-        Transfer::Context{.job = *this,
-                          .services = services_,
-                          .memory = memory_,
-                          .cleanup = [this](JobState end) { return cleanup(end); },
-                          .runEnds = [this] { runEnds(); }},
+        Transfer::Context{
+            .job = *this,
+            .services = services_,
+            .memory = memory_,
+            .cleanup = [this](Transfer& run, JobState end) { return cleanup(run, end); },
+            .runEnds = [this] { runEnds(); }},
         BackupTransfer::Parts{
             .definition = backup(),
             .services = services_,
@@ -109,14 +117,12 @@ std::unique_ptr<BackupTransfer> BackupJob::makeTransfer() {
 
 unsigned long BackupJob::run() {
     FunctionTrace trace("BackupJob::run", "backupjob.cpp");
-    const std::unique_ptr<BackupTransfer> transfer = makeTransfer();
-    run_ = transfer.get();
-    return transfer->carryOut();
+    return makeTransfer()->carryOut();
 }
 
-JobState BackupJob::cleanup(JobState endCode) {
+JobState BackupJob::cleanup(Transfer& run, JobState endCode) {
     FunctionTrace trace("BackupJob::cleanup", "backupjob.cpp");
-    return run_->cleanup(endCode);
+    return run.cleanup(endCode);
 }
 
 void BackupJob::endLeft(JobState end) {

@@ -6,6 +6,7 @@
 #include "job/scripted_job.h"
 #include "settings/options.h"
 #include "settings/serverbinding.h"
+#include "support/store_watch.h"
 
 namespace dorvo {
 namespace {
@@ -167,11 +168,11 @@ TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth
     const auto refused = [](Script& script) { script.cancel = {0x20010199}; };
     const auto unrecorded = [](Script& script) {
         script.items["b"] = {ERROR_ACCESS_DENIED};
-        script.record = {ERROR_WRITE_FAULT};
+        script.record = ERROR_WRITE_FAULT;
     };
     const auto unrecordedLost = [](Script& script) {
         script.items["b"] = {ERROR_ACCESS_DENIED};
-        script.record = {ERROR_WRITE_FAULT};
+        script.record = ERROR_WRITE_FAULT;
         script.cancel = {0x20010191};
     };
     const Row rows[] = {
@@ -243,6 +244,7 @@ TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth
             ASSERT_TRUE(job->wait(60'000));
         }
         EXPECT_EQ(job->state(), row.ends);
+        EXPECT_EQ(job->record().pendingState, 0) << "what came too late is no more";
         EXPECT_GE(cuts, 5u);
         look();
         EXPECT_EQ(toldOf().size(), row.told ? 1u : 0u);
@@ -323,6 +325,51 @@ TEST_F(BackupJobTest, AStopThatComesWhileACompletedRunsNoteIsHeldCancelsNothing)
         held.reset();
         EXPECT_EQ(toldOf(), Names{}) << "nor does anybody else";
     }
+}
+
+// To who comes after a process that dies then, the run must be none that has failed.
+TEST_F(BackupJobTest, ARunThatIsCompletedAfterAllIsOnRecordAsSuchBeforeItsNoteGoes) {
+    script_.end = {ERROR_INVALID_STATE};
+    script_.cancel = {ERROR_INVALID_STATE};
+    const auto job = makeBackup();
+    const LogCapture quiet;
+    FileHandle held;
+    const Meanwhile look([&] {
+        EXPECT_EQ(leftAs(static_cast<JobState>(job->state()),
+                         static_cast<JobState>(job->record().pendingState)),
+                  JobState::paused);
+        EXPECT_EQ(job->record().endError, 0u);
+        held.reset();
+    });
+    script_.onCall = [&] {
+        if (script_.count("cancel") != 0 && !held) {
+            held = holdFile(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
+        }
+    };
+    run(*job);
+    EXPECT_FALSE(held) << "it was waited for";
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(toldOf(), Names{});
+}
+
+// A run that the user has paused and then cancelled does not go on by itself.
+TEST_F(BackupJobTest, NoStoreOfACancelledPauseMakesARunThatGoesOn) {
+    script_.items["b"] = {WSAECONNRESET};
+    const auto job = makeBackup();
+    run(*job);
+    EXPECT_TRUE(job->pause(true));
+    ASSERT_EQ(job->record().pausedManually, 1u);
+    StoreWatch watch(&job->record());
+    size_t stores = 0;
+    watch.onStore = [&] {
+        ++stores;
+        EXPECT_TRUE(job->state() != paused || job->record().pausedManually == 1) << stores;
+    };
+    watch.begin();
+    stop(*job);
+    watch.end();
+    EXPECT_GT(stores, 3u);
+    EXPECT_EQ(job->state(), cancelled);
 }
 
 // What one server has of the run would be missing at another, which would call it completed.
@@ -461,6 +508,7 @@ TEST_F(BackupJobTest, ARunIsNotRecordedAsEndedBeforeItIsNoted) {
         write(folder, "no room");
         const LogCapture quiet;
         EXPECT_EQ(job->init(), !row.kept);
+        EXPECT_EQ(quiet.begins("Job {j1} is left out until "), row.kept);
         if (row.kept) {
             EXPECT_EQ(job->state(), static_cast<int32_t>(row.state));
             EXPECT_EQ(job->record().pendingState, static_cast<int32_t>(row.pending));

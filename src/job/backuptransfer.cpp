@@ -107,9 +107,7 @@ JobState BackupTransfer::run() {
     }
     log(LogLevel::debug, "COM object initialized.\n");
     const SnapshotsOf letGo(snapshots_);
-    const JobState end = prepare() ? processItems() : brokenOffCode();
-    reader_.close();
-    return end;
+    return prepare() ? processItems() : brokenOffCode();
 }
 
 bool BackupTransfer::takeUpVolumes() {

@@ -68,11 +68,12 @@ private:
     bool passes(const Item& item, DWORD code) override;
     void enterVolume(const std::wstring& path) override;
     void tidyUp(JobState endCode) override;
+    void letGo() override { check_.reset(); }
 
     bool openStorage() override;
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override;
     bool dropAtStorage(JobState& endCode) override;
+    void forgetDrop() override { drops_.forget(instanceText()); }
     bool isCompletedAtStorage(DWORD refusal);
     void closeStorage() override { storage_.reset(); }
     FailureAction endAction(const Failure& failure, const EndFailures& failures) const override {

@@ -105,10 +105,6 @@ bool BackupTransfer::makeStorage(StorageUse use) {
     return false;
 }
 
-bool BackupTransfer::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return storage_->recordError(path, code, reason);
-}
-
 // A completed run is never dropped: it is recorded as such when its note is gone.
 bool BackupTransfer::completeAtStorage() {
     if (memory().completed != instanceText()) {
@@ -125,7 +121,6 @@ bool BackupTransfer::completeAtStorage() {
 bool BackupTransfer::dropAtStorage(JobState& endCode) {
     if (memory().completed != instanceText()) {
         if ((storage_ || makeStorage(StorageUse::end)) && storage_->cancel()) {
-            drops_.forget(instanceText());
             services_.tellDrops();  // the storage is there: it hears of the others, too
             return true;
         }
@@ -135,7 +130,6 @@ bool BackupTransfer::dropAtStorage(JobState& endCode) {
         }
     }
     endCode = JobState::completed;
-    drops_.forget(instanceText());  // else the teller does, which goes by the record
     return true;
 }
 

@@ -345,17 +345,18 @@ TEST_F(BackupRunTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
         script_.items["b"] = {row.error};
         fill();
         script_.onItem = [&](const std::string& name) {
-            if (row.lost && name == "b") {
-                rm_rf(shadow, true);
-            }
-        };
-        script_.onList = [&] {
-            if (row.listing) {
+            if (row.lost && !row.listing && name == "b") {
                 rm_rf(shadow, true);
             }
         };
         const auto job = makeBackup({L"C:\\one"});
         const LogCapture quiet;
+        if (row.listing) {
+            // The totals of the run before must not make the list of this one whole.
+            run(*job);
+            ASSERT_EQ(job->state(), completed);
+            script_.onList = [&] { rm_rf(shadow, true); };
+        }
         run(*job);
         EXPECT_EQ(job->state(), row.state);
         EXPECT_EQ(job->errors(), row.errors);

@@ -131,8 +131,9 @@ DWORD WINAPI Job::run_wrapper(void* self) {
         result = job->run();
     } catch (const std::exception& error) {
         log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id(), error.what());
-        job->lifecycle_.pend(JobState::none);
-        job->lifecycle_.move(JobState::error);
+        job->dropOnly_ = false;
+        job->lifecycle_.end(JobState::error, ERROR_INTERNAL_ERROR);
+        job->notify_state();
     }
     job->running_ = false;
     return result;

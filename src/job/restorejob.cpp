@@ -37,10 +37,11 @@ bool RestoreJob::stop() {
 
 std::unique_ptr<RestoreTransfer> RestoreJob::makeTransfer() {
     return std::make_unique<RestoreTransfer>(
-        Transfer::Context{.job = *this,
-                          .services = services_,
-                          .memory = memory_,
-                          .cleanup = [this](JobState end) { return cleanup(end); }},
+        Transfer::Context{
+            .job = *this,
+            .services = services_,
+            .memory = memory_,
+            .cleanup = [this](Transfer& run, JobState end) { return cleanup(run, end); }},
         RestoreTransfer::Parts{
             .definition = restore(),
             .placing = placing_,
@@ -50,16 +51,14 @@ std::unique_ptr<RestoreTransfer> RestoreJob::makeTransfer() {
 
 unsigned long RestoreJob::run() {
     FunctionTrace trace("RestoreJob::run", "restorejob.cpp");
-    const std::unique_ptr<RestoreTransfer> transfer = makeTransfer();
-    run_ = transfer.get();
-    const unsigned long error = transfer->carryOut();
+    const unsigned long error = makeTransfer()->carryOut();
     log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id(),
         toUtf8(definition().name()), endText(lifecycle().state()));
     return error;
 }
 
-JobState RestoreJob::cleanup(JobState endCode) {
-    return run_->cleanup(endCode);
+JobState RestoreJob::cleanup(Transfer& run, JobState endCode) {
+    return run.cleanup(endCode);
 }
 
 void RestoreJob::endLeft(JobState end) {

@@ -366,9 +366,15 @@ TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
 TEST_F(RestoreJobTest, WhatWasReceivedStaysWhileTheRunMayGoOn) {
     const std::wstring package = itemTempPath(itemTempFolder("j1"), 3);
     const auto job = makeRestore();
+    const std::wstring ofFailed = itemTempPath(itemTempFolder("j1"), 2);
     write(package, "a former run's");
+    script_.items["a"] = {ERROR_ACCESS_DENIED};
     script_.items["b"] = {WSAECONNRESET};
     script_.onItem = [&](const std::string& name) {
+        if (name == "a") {
+            write(ofFailed, "a whole one");
+        }
+        EXPECT_TRUE(name != "b" || !exists(ofFailed)) << "nobody comes back to it";
         if (name == "b" && script_.count("C:\\sources\\b") == 0) {
             EXPECT_FALSE(exists(package));
             write(package, "half a package");

@@ -61,9 +61,7 @@ JobState RestoreTransfer::run() {
     placing_.removeSibling();
     PlacingRecord::sweep();
     log(LogLevel::debug, "Job history information loaded.\n");
-    const JobState end = prepare() ? processItems() : brokenOffCode();
-    reader_.close();
-    return end;
+    return prepare() ? processItems() : brokenOffCode();
 }
 
 bool RestoreTransfer::prepare() {
@@ -271,6 +269,10 @@ bool RestoreTransfer::passes(const Item& item, DWORD code) {
     return true;
 }
 
+void RestoreTransfer::givenUp(const Item& item) {
+    DeleteFileW(longPath(itemTempPath(temporary_, item.number)).c_str());
+}
+
 bool RestoreTransfer::allThrough() {
     JobActivitySourceReader reader;
     if (!reader.open(list_, 0)) {
@@ -319,10 +321,6 @@ bool RestoreTransfer::makeStorage(StorageUse use) {
 
 bool RestoreTransfer::openStorage() {
     return makeStorage(StorageUse::items) && storage_->start();
-}
-
-bool RestoreTransfer::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return storage_->recordError(path, code, reason);
 }
 
 bool RestoreTransfer::endAtStorage(JobState endCode) {

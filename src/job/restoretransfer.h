@@ -41,12 +41,13 @@ private:
     JobState run() override;
     bool transfer(const Item& item) override;
     bool passes(const Item& item, DWORD code) override;
+    void givenUp(const Item& item) override;
     bool allThrough() override;
     void tidyUp(JobState endCode) override;
+    void letGo() override { made_.reset(); }
 
     // The storage hears of every run that ends, however it ends, with its history document.
     bool openStorage() override;
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool completeAtStorage() override { return endAtStorage(JobState::completed); }
     bool dropAtStorage(JobState& endCode) override { return endAtStorage(endCode); }
     void closeStorage() override { storage_.reset(); }

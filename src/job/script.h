@@ -8,19 +8,23 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/disk_room.h"
+#include "base/last_error.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "json_spirit/json_spirit.h"
 #include "source/incrementcheck.h"
 #include "storage/backupstorage.h"
-#include "storage/faileditems.h"
 #include "storage/restorecatalog.h"
 #include "storage/restorestorage.h"
+#include "support/failing_open.h"
 #include "support/files.h"
+#include "support/held_file.h"
 #include "vssreq/snapshotprovider.h"
 
 namespace dorvo::test {
@@ -36,17 +40,16 @@ struct Script {
     std::deque<DWORD> start;
     std::map<std::string, std::deque<DWORD>> items;  // by file name
     std::deque<DWORD> end;
-    std::deque<DWORD> record;  // each failed item that is to be recorded
+    DWORD record = 0;          // the next item that fails, which is to be written down
     std::deque<DWORD> cancel;  // of a backup
     std::deque<DWORD> list;    // each page of a catalog, each batch of an increment check
     std::function<void(const std::string& name)> onItem;
-    std::function<void()> onRecord;    // before it is
-    std::function<void()> onRecorded;  // when it was
     std::function<void()> onList;
     std::function<void()> onStorage;  // before one is made
     size_t listed = 0;                // how often a list was asked for
     std::deque<DWORD> check;          // for an increment check
     std::function<void()> onCheck;
+    size_t checks = 0;           // that there are
     std::deque<DWORD> snapshot;  // to a snapshot of all volumes, which is a call, too
     std::function<void()> onSnapshot;
     std::wstring failedVolume;  // that the failure is about
@@ -64,6 +67,14 @@ struct Script {
     std::vector<RestoreCatalog::Item> catalog;
     std::string cutOff;  // the run is cut off when this file of a restore is in its place
     std::function<void(uint32_t number, const std::wstring& target)> onPlaced;
+
+    // No failed item can be written down, while the run has its storage.
+    struct Unwritable {
+        explicit Unwritable(DWORD error) : journal(L".errors.journal", error) {}
+        const FailingOpen journal;
+        const Meanwhile nothing;
+    };
+    std::unique_ptr<Unwritable> unwritable;
 
     static bool answer(std::deque<DWORD>& errors) {
         if (errors.empty()) {
@@ -91,18 +102,14 @@ struct Script {
         if (onItem) {
             onItem(name);
         }
-        return note(utf8, items[name]);
-    }
-    bool recordError(FailedItems& failed, const wchar_t* path, DWORD code,
-                     const std::string& reason) {
-        if (onRecord) {
-            onRecord();
+        if (note(utf8, items[name])) {
+            return true;
         }
-        const bool recorded = answer(record) && failed.add(path, code, reason);
-        if (onRecorded) {
-            onRecorded();
+        if (record != 0) {
+            const LastErrorGuard keep;
+            unwritable = std::make_unique<Unwritable>(std::exchange(record, 0));
         }
-        return recorded;
+        return false;
     }
     bool askList() {
         ++listed;
@@ -128,12 +135,10 @@ struct Script {
 
 class FakeBackupStorage : public BackupStorage {
 public:
-    FakeBackupStorage(Script& script, FailedItems& failed) : script_(script), failed_(failed) {}
+    explicit FakeBackupStorage(Script& script) : script_(script) {}
+    ~FakeBackupStorage() override { script_.unwritable.reset(); }
 
     bool start() override { return script_.note("start", script_.start); }
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
-        return script_.recordError(failed_, path, code, reason);
-    }
     bool end() override { return script_.note("end", script_.end); }
     bool cancel() override { return script_.note("cancel", script_.cancel); }
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA&, uint32_t,
@@ -144,18 +149,15 @@ public:
 
 private:
     Script& script_;
-    FailedItems& failed_;
 };
 
 // Makes what it is asked for, with the item's original path for content.
 class FakeRestoreStorage : public RestoreStorage {
 public:
-    FakeRestoreStorage(Script& script, FailedItems& failed) : script_(script), failed_(failed) {}
+    explicit FakeRestoreStorage(Script& script) : script_(script) {}
+    ~FakeRestoreStorage() override { script_.unwritable.reset(); }
 
     bool start() override { return script_.note("start", script_.start); }
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override {
-        return script_.recordError(failed_, path, code, reason);
-    }
     bool end(const json_spirit::Object& history) override {
         script_.history = history;
         if (history.at("state").get_str() == "completed") {
@@ -190,7 +192,6 @@ public:
 
 private:
     Script& script_;
-    FailedItems& failed_;
 };
 
 // Lists the script's catalog, two items a page.
@@ -223,7 +224,8 @@ private:
 
 class ScriptedCheck : public IncrementCheck {
 public:
-    explicit ScriptedCheck(Script& script) : script_(script) {}
+    explicit ScriptedCheck(Script& script) : script_(script) { ++script_.checks; }
+    ~ScriptedCheck() override { --script_.checks; }
     bool check(const std::vector<File>& files, std::vector<bool>& send) override {
         send.assign(files.size(), true);
         return script_.askList();

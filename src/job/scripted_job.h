@@ -86,14 +86,14 @@ protected:
         }
         return Job::run();
     }
-    JobState cleanup(JobState endCode) override {
+    JobState cleanup(Transfer& run, JobState endCode) override {
         if (script_.onCleanup) {
             script_.onCleanup(static_cast<int>(endCode));
         }
-        return Job::cleanup(endCode);
+        return Job::cleanup(run, endCode);
     }
     template <class Storage, class Interface>
-    std::unique_ptr<Interface> make(const StorageRun& run) {
+    std::unique_ptr<Interface> make() {
         if (script_.onStorage) {
             script_.onStorage();
         }
@@ -101,7 +101,7 @@ protected:
             SetLastError(ERROR_NOT_SUPPORTED);
             return nullptr;
         }
-        return std::make_unique<Storage>(script_, run.failed);
+        return std::make_unique<Storage>(script_);
     }
 
     Script& script_;
@@ -125,9 +125,8 @@ protected:
         }
         BackupJob::runEnds();
     }
-    std::unique_ptr<BackupStorage> createStorage(const StorageRun& run,
-                                                 const SourceTotals&) override {
-        return make<FakeBackupStorage, BackupStorage>(run);
+    std::unique_ptr<BackupStorage> createStorage(const StorageRun&, const SourceTotals&) override {
+        return make<FakeBackupStorage, BackupStorage>();
     }
 };
 
@@ -145,7 +144,7 @@ protected:
             EXPECT_TRUE(placing->announce(run, number, siblingPath(target, run, number)));
             EXPECT_TRUE(placing->choose(target, file.get()));
         };
-        return make<FakeRestoreStorage, RestoreStorage>(storage);
+        return make<FakeRestoreStorage, RestoreStorage>();
     }
     std::unique_ptr<RestoreCatalog> createCatalog() override {
         return std::make_unique<FakeCatalog>(script_);
@@ -245,23 +244,6 @@ protected:
     }
 
     Script script_;
-    // Opened as by a program that shares it with nobody; nobody waits until it is let go of.
-    class Held {
-    public:
-        explicit Held(const std::wstring& path)
-            : file_(
-                  CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
-            EXPECT_TRUE(file_);
-        }
-        ~Held() { SharingRetry::pause = pause_; }
-        Held(const Held&) = delete;
-        Held& operator=(const Held&) = delete;
-
-    private:
-        const FileHandle file_;
-        const SharingRetry::Pause pause_ = std::exchange(SharingRetry::pause, [](DWORD) {});
-    };
-
     std::wstring prefix_ = L"C:\\sources\\";  // of restores
     bool snapshots_ = false;
     std::wstring unsupported_;  // the volume that can have no snapshot

@@ -77,6 +77,8 @@ unsigned long Transfer::carryOut() {
             runError_ = ERROR_INTERNAL_ERROR;
             endCode = JobState::error;
         }
+        reader_.close();
+        letGo();
     }
     finish(endCode);
     return runError_;
@@ -103,7 +105,9 @@ bool Transfer::takeUp() {
     if (resumed_) {
         return findList();
     }
-    forgetList();
+    if (!forgetList()) {
+        return failUnlessHeld(GetLastError());
+    }
     record_.startTime = localTimeNow();
     return true;
 }
@@ -135,7 +139,9 @@ bool Transfer::findPlace() {
 }
 
 bool Transfer::beginList() {
-    forgetList();
+    if (!forgetList()) {
+        return failUnlessHeld(GetLastError());
+    }
     if (!failed_->clear()) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to clear the failed items of job {%s}, error-code = %d, %m.\n",
@@ -164,13 +170,18 @@ bool Transfer::allRecorded() const {
     return unrecorded_ == ERROR_SUCCESS;
 }
 
-// What is on record of a list goes with it.
-void Transfer::forgetList() {
-    removeRunTotals(directory_);
+// What is on record of a list goes with it. The totals say that it is whole: with them, one that is
+// broken off after them would be taken for it.
+bool Transfer::forgetList() {
+    if (!removeRunTotals(directory_)) {
+        return logFailed("Failed to delete the totals of job {%s}, error-code = %d, %m.\n", id_,
+                         GetLastError());
+    }
     DeleteFileW(longPath(list_).c_str());
     progress_.restart();
     listed_ = false;
     atEnd_ = false;
+    return true;
 }
 
 bool Transfer::startStorage() {

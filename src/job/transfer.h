@@ -62,7 +62,7 @@ public:
         const TransferServices& services;  // whole
         TransferMemory& memory;
         // Finishes the run, by cleanup(): what the job adds to it.
-        std::function<JobState(JobState)> cleanup;
+        std::function<JobState(Transfer&, JobState)> cleanup;
         // The run ends for good; its final state is about to be recorded.
         std::function<void()> runEnds = {};
     };
@@ -109,18 +109,24 @@ protected:
     // Whether the item failed for something that is none of its own and passes: the run parks
     // itself then, and comes back to the item. Called where it would be written down as failed.
     virtual bool passes(const Item&, DWORD) { return false; }
+    // The item is written down as failed: there is no other try for which to keep what there is of
+    // it.
+    virtual void givenUp(const Item&) {}
     // All items are through. False when the run has to leave before it can be completed.
     virtual bool allThrough() { return true; }
     // Takes away what the run keeps on disk for its next start, where the end code is final.
     virtual void tidyUp(JobState endCode) = 0;
+    // Lets go of what run() has open, before the run is finished. It may have thrown.
+    virtual void letGo() {}
 
     // The run's storage. Each is false with the last error. Opening makes it; dropping makes it
     // where there is none yet.
     virtual bool openStorage() = 0;
-    virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
     virtual bool completeAtStorage() = 0;
     // A run that turns out to be completed there ends as such, whatever the end code was.
     virtual bool dropAtStorage(JobState& endCode) = 0;
+    // That was answered, and is on record: nobody has to ask again.
+    virtual void forgetDrop() {}
     virtual void closeStorage() = 0;
     // What a failure to complete the run means, the last of these.
     virtual FailureAction endAction(const Failure& failure, const EndFailures& failures) const = 0;
@@ -201,7 +207,7 @@ private:
 
     bool findList();
     bool findPlace();
-    void forgetList();
+    bool forgetList();
 
     bool takePosition();
     bool advance(Step last, bool carryOn);
@@ -229,7 +235,7 @@ private:
     Job& job_;
     const TransferServices& services_;
     TransferMemory& memory_;
-    const std::function<JobState(JobState)> cleanup_;
+    const std::function<JobState(Transfer&, JobState)> cleanup_;
     const std::function<void()> runEnds_;
     const Words words_;
     const std::string id_;

@@ -17,7 +17,7 @@ namespace dorvo {
 
 void Transfer::finish(JobState endCode) {
     for (;;) {
-        endCode = cleanup_(endCode);
+        endCode = cleanup_(*this, endCode);
         std::lock_guard guard(job_.stateLock_);
         if (endCode == JobState::paused && job_.lifecycle().pending() == JobState::canceling) {
             endCode = JobState::cancelled;  // the stop came while the run wound down
@@ -95,14 +95,21 @@ JobState Transfer::drop(JobState endCode) {
         record_.endError = static_cast<uint32_t>(runError_);
         job_.lifecycle().pend(endCode);
     }
-    if (atStorage_ && !dropAtStorage(endCode)) {
+    const bool told = atStorage_ && dropAtStorage(endCode);
+    if (atStorage_ && !told) {
         logRetry("cancel", GetLastError());
     }
     atStorage_ = false;
     if (endCode == JobState::completed) {
+        // And it is no failed one to who comes after a process that dies now.
         runError_ = ERROR_SUCCESS;
+        job_.lifecycle().pend(JobState::none);
+        record_.endError = ERROR_SUCCESS;
         log(LogLevel::information, "Job {%s} was to be dropped, but has been completed before.\n",
             id_);
+    }
+    if (told) {
+        forgetDrop();
     }
     return endCode;
 }

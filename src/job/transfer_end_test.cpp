@@ -53,6 +53,11 @@ TYPED_TEST(TransferEnd, StartFailures) {
 TYPED_TEST(TransferEnd, ARunThatThrowsEndsLikeAnyOtherFailure) {
     this->script_.onItem = [](const std::string&) { throw std::runtime_error("broken"); };
     const auto job = this->makeJob();
+    // Nothing that the run had open is in the way of its end.
+    this->script_.onCleanup = [&](int) {
+        EXPECT_EQ(this->script_.checks, 0u);
+        EXPECT_NE(MoveFileW(this->list().c_str(), (this->list() + L"2").c_str()), 0);
+    };
     this->run(*job);
     EXPECT_EQ(job->state(), failed);
     EXPECT_EQ(job->lastRunState(), failed);
@@ -83,13 +88,29 @@ TYPED_TEST(TransferEnd, StoppingAPausedRunOnlyDropsIt) {
     const auto job = this->makeJob();
     this->run(*job);
     script.calls.clear();
-    EXPECT_TRUE(job->stop());
-    ASSERT_TRUE(job->wait(60'000));
+    this->stop(*job);
     EXPECT_EQ(job->state(), cancelled);
     EXPECT_EQ(script.calls, Names{"cancel"});
     EXPECT_FALSE(exists(this->dataPath(L"\\job\\j1\\act\\vol\\1")));
     // A storage that waits for a stalled server does so for a while only.
     EXPECT_EQ(WaitForSingleObject(job->stopEvent(), 0), static_cast<DWORD>(WAIT_OBJECT_0));
+}
+
+TYPED_TEST(TransferEnd, ADropThatCouldNotBeginIsNotTheNextRuns) {
+    Script& script = this->script_;
+    script.items["b"] = {WSAECONNRESET};
+    const auto job = this->makeJob();
+    this->run(*job);
+    script.calls.clear();
+    script.onRun = [] { throw std::runtime_error("no memory"); };
+    const LogCapture quiet;
+    this->stop(*job);
+    EXPECT_EQ(job->state(), failed);
+    EXPECT_EQ(job->record().endError, DWORD{ERROR_INTERNAL_ERROR});
+    script.onRun = nullptr;
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));
 }
 
 TYPED_TEST(TransferEnd, AParkedJobStopsWithoutAThreadAndStartsANewRun) {

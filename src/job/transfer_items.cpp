@@ -131,12 +131,13 @@ Transfer::Step Transfer::itemFailed(const Item& item, unsigned long code) {
     } else if (reason_.empty() && isHttpStatus(marked)) {
         reason_ = http_status_string(static_cast<int>(withoutHttpMark(marked)));
     }
-    if (!recordError(item.path.c_str(), code, reason_)) {
+    if (!failed_->add(item.path.c_str(), code, reason_)) {
         LastErrorGuard keep;
         log(LogLevel::error, "Failed to record the failed item {%s}, error-code = %d, %m.\n",
             toUtf8(item.path), keep.error());
         return ended(isPassing(keep.error()) ? pause(keep.error()) : fail(keep.error()));
     }
+    givenUp(item);
     return Step::next;
 }
 

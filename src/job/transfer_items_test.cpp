@@ -38,7 +38,7 @@ TYPED_TEST(TransferItems, RecordsItemsThatFailAndGoesOn) {
 
 TYPED_TEST(TransferItems, AFailedItemThatCannotBeRecordedEndsTheRun) {
     this->script_.items["b"] = {ERROR_SHARING_VIOLATION};
-    this->script_.record = {ERROR_WRITE_FAULT};
+    this->script_.record = ERROR_WRITE_FAULT;
     const auto job = this->makeJob();
     const LogCapture quiet;
     this->run(*job);
@@ -53,9 +53,9 @@ TYPED_TEST(TransferItems, ADeathLosesNoFailedItem) {
     Script& script = this->script_;
     const std::wstring folder = this->dataPath(L"\\job\\j1");
     const std::wstring left = this->dataPath(L"\\left");
-    const auto die = [&] {
-        rm_rf(left, true);
-        std::filesystem::copy(folder, left, std::filesystem::copy_options::recursive);
+    const auto leave = [&](const wchar_t* part) {
+        rm_rf(left + part, true);
+        std::filesystem::copy(folder + part, left + part, std::filesystem::copy_options::recursive);
     };
     enum class Dies { before, between, after };
     for (const Dies dies : {Dies::before, Dies::between, Dies::after}) {
@@ -63,17 +63,13 @@ TYPED_TEST(TransferItems, ADeathLosesNoFailedItem) {
         rm_rf(folder, true);
         script = {};
         script.items["b"] = {ERROR_SHARING_VIOLATION};
-        if (dies == Dies::before) {
-            script.onRecord = die;
-        } else if (dies == Dies::between) {
-            script.onRecorded = die;
-        } else {
-            script.onItem = [&](const std::string& name) {
-                if (name == "c") {
-                    die();
-                }
-            };
-        }
+        script.onItem = [&](const std::string& name) {
+            if (name == "b") {
+                leave(L"");
+            } else if (name == "c" && dies != Dies::before) {
+                leave(dies == Dies::between ? L"\\hist" : L"");
+            }
+        };
         auto job = this->makeJob();
         this->run(*job);
         EXPECT_EQ(job->state(), completed);
@@ -127,7 +123,7 @@ TYPED_TEST(TransferItems, FailedItemsThatCannotBeReadFailTheRun) {
     const std::wstring document =
         this->dataPath(L"\\job\\j1\\hist\\") + toWide(job->instanceText()) + L".errors";
     {
-        const ScriptedJobTest::Held held(document);
+        const Held held(document);
         const LogCapture quiet;
         this->run(*job);
         EXPECT_EQ(job->state(), paused) << "until it can be read again";
@@ -234,7 +230,7 @@ TYPED_TEST(TransferItems, WhatPassesParksTheRunUntilItHasPassed) {
         script = {};
         script.room = row.room;
         script.items["b"] = {row.item};
-        script.record = {row.record};
+        script.record = row.record;
         const auto job = this->makeJob();
         const LogCapture quiet;
         this->run(*job);
@@ -259,6 +255,27 @@ TYPED_TEST(TransferItems, AListWithoutItsEndNeverCompletes) {
     EXPECT_EQ(job->state(), failed);
     EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_FILE_CORRUPT));
     EXPECT_EQ(this->script_.count("end"), 0u);
+}
+
+// They would make the new list whole before it is.
+TYPED_TEST(TransferItems, ANewListWaitsForTheTotalsOfTheLastToGo) {
+    const auto job = this->makeJob();
+    this->run(*job);
+    ASSERT_EQ(job->state(), completed);
+    const size_t listed = this->script_.listed;
+    {
+        const Held held(this->dataPath(L"\\job\\j1\\act\\totals"));
+        const LogCapture quiet;
+        this->run(*job);
+        EXPECT_EQ(job->state(), paused);
+        EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
+    }
+    EXPECT_EQ(this->script_.listed, listed);
+    this->write(this->sources() + L"\\d", "content");
+    this->script_.catalog.push_back(this->item(L"C:\\sources\\d"));
+    this->run(*job);
+    EXPECT_EQ(job->state(), completed);
+    EXPECT_EQ(this->script_.stored().back(), "d");
 }
 
 TYPED_TEST(TransferItems, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
@@ -287,7 +304,7 @@ TYPED_TEST(TransferItems, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBegi
         script.calls.clear();
         const LogCapture quiet;
         if (row.how == Row::held) {
-            const ScriptedJobTest::Held held(row.file);
+            const Held held(row.file);
             this->run(*job);
             EXPECT_EQ(job->state(), paused);
             EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});

@@ -33,6 +33,8 @@ public:
     // Puts the items that no file holds yet on the disk; costs the same however many others there
     // are. False with the last error.
     bool saveNew();
+    // Forgets those that no file holds yet.
+    void forgetNew() { values_.resize(saved_); }
     // Makes the document hold all items, also when there are none. False with the last error.
     bool save();
 

@@ -1,9 +1,9 @@
 // Where a backup job puts what it reads: the interface of all storage back ends of backup jobs.
 //
 // A storage serves one run. Calls come in this order, all on the job's worker thread: start() once,
-// then backup() and recordError() for the items of the source list, then end() or cancel() or
-// neither (a paused run, which a later storage continues). A resumed run makes a new storage and
-// calls start() again; cancel() may come without start().
+// then backup() for the items of the source list, then end() or cancel() or neither (a paused run,
+// which a later storage continues). A resumed run makes a new storage and calls start() again;
+// cancel() may come without start().
 //
 // Every operation answers true when the back end holds what it was given, so that it survives the
 // end of this process and of the service's. False leaves the reason in the thread's last error: a
@@ -26,10 +26,6 @@ public:
 
     // Opens the run at the back end. Doing it again for a run under way changes nothing there.
     virtual bool start() = 0;
-
-    // Keeps an item that failed for good, with the error code and, where there is one, its text.
-    // It is on disk when true comes back; the back end learns of it at end() at the latest.
-    virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
 
     // Hands over the failed items and completes the run.
     virtual bool end() = 0;

@@ -28,6 +28,7 @@ bool FailedItems::add(const wchar_t* path, DWORD code, const std::string& reason
                           readFailedItem(document_.values().back()).path == toUtf8(path) &&
                           readFailedItem(document_.values().back()).code == code;
     if ((!repeated && !document_.add(path, code, reason.c_str())) || !document_.saveNew()) {
+        document_.forgetNew();
         return false;
     }
     activity_.failedItems = static_cast<uint32_t>(document_.values().size());

@@ -26,8 +26,8 @@ public:
     // what an earlier part of it has left out: it has to fail.
     DWORD readError() const { return document_.readError(); }
 
-    // False with the last error when it cannot be kept. An item that a resumed run meets again with
-    // the same error stands there once.
+    // False with the last error when it cannot be kept, and then nothing of it is. An item that a
+    // resumed run meets again with the same error stands there once.
     bool add(const wchar_t* path, DWORD code, const std::string& reason);
     // Forgets all of them, on disk too. False with the last error when that failed.
     bool clear();

@@ -1,9 +1,9 @@
 // Where a restore job gets its files from: the interface of all storage back ends of restore jobs.
 //
 // A storage serves one run. Calls come in this order, all on the job's worker thread: start() once,
-// then restoreDirectory() and restoreFile() for the items of the source list, and recordError() for
-// those that failed, then end() or nothing (a paused run, which a later storage continues). A
-// resumed run makes a new storage and calls start() again; end() may come without start().
+// then restoreDirectory() and restoreFile() for the items of the source list, then end() or nothing
+// (a paused run, which a later storage continues). A resumed run makes a new storage and calls
+// start() again; end() may come without start().
 //
 // False leaves the reason in the thread's last error: a Win32 or socket code, a marked HTTP status
 // (base/error_codes.h), 1223 when the job was asked to stop. Failures are logged here, with the
@@ -37,10 +37,6 @@ public:
     // What an earlier run received of the same item is not fetched again.
     virtual bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
                              bool replace) = 0;
-
-    // Keeps an item that failed for good, with the error code and, where there is one, its text.
-    // It is on disk when true comes back; the back end learns of it at end() at the latest.
-    virtual bool recordError(const wchar_t* path, DWORD code, const std::string& reason) = 0;
 
     // Hands over the failed items and the run's history document, however the run has ended.
     virtual bool end(const json_spirit::Object& history) = 0;

@@ -125,7 +125,7 @@ TEST_P(StorageContract, AFailedItemIsRememberedOverAPauseAndSentByTheNextRun) {
         ASSERT_TRUE(backup(*storage, L"a"));
         ASSERT_TRUE(MoveFileW(source(L"b").c_str(), target(L"b").c_str()));
         EXPECT_FAILS(ERROR_FILE_NOT_FOUND, backup(*storage, L"b"));
-        ASSERT_TRUE(storage->recordError(source(L"b").c_str(), ERROR_FILE_NOT_FOUND, "gone"));
+        ASSERT_TRUE(failed_->add(source(L"b").c_str(), ERROR_FILE_NOT_FOUND, "gone"));
     }
     failed_ =
         std::make_unique<FailedItems>(toUtf8(jobFolder(backupJob_)) + "\\" + instance(), record_);
@@ -143,7 +143,7 @@ TEST_P(StorageContract, AnItemThatIsWholeAndThenFailsIsSentByTheNextRun) {
     put(L"a", "1");
     const auto storage = begun();
     ASSERT_TRUE(backup(*storage, L"a"));
-    ASSERT_TRUE(storage->recordError(source(L"a").c_str(), ERROR_SHARING_VIOLATION, ""));
+    ASSERT_TRUE(failed_->add(source(L"a").c_str(), ERROR_SHARING_VIOLATION, ""));
     ASSERT_TRUE(storage->end());
     complete();
     EXPECT_THAT(sent(), ElementsAre(L"a"));
@@ -290,7 +290,7 @@ TEST_P(StorageContract, ARunMayBeStartedAndEndedAgain) {
     {
         const auto storage = started();
         ASSERT_TRUE(backup(*storage, L"b"));
-        ASSERT_TRUE(storage->recordError(source(L"c fails").c_str(), ERROR_SHARING_VIOLATION, ""));
+        ASSERT_TRUE(failed_->add(source(L"c fails").c_str(), ERROR_SHARING_VIOLATION, ""));
         ASSERT_TRUE(storage->end());
         EXPECT_TRUE(storage->end());
     }

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace dorvo::test {
@@ -19,9 +20,12 @@ class StoreWatch {
 public:
     static constexpr size_t pageSize = 4096;
 
-    StoreWatch()
-        : page_(static_cast<std::byte*>(
-              VirtualAlloc(nullptr, pageSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))) {
+    // Of a page of its own, or of another, which is borrowed.
+    explicit StoreWatch(void* page = nullptr)
+        : own_(page != nullptr
+                   ? nullptr
+                   : VirtualAlloc(nullptr, pageSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE)),
+          page_(static_cast<std::byte*>(page != nullptr ? page : own_)) {
         EXPECT_NE(page_, nullptr);
         current_ = this;
         handler_ = AddVectoredExceptionHandler(1, handle);
@@ -29,7 +33,9 @@ public:
     ~StoreWatch() {
         RemoveVectoredExceptionHandler(handler_);
         current_ = nullptr;
-        VirtualFree(page_, 0, MEM_RELEASE);
+        if (own_ != nullptr) {
+            VirtualFree(own_, 0, MEM_RELEASE);
+        }
     }
     StoreWatch(const StoreWatch&) = delete;
     StoreWatch& operator=(const StoreWatch&) = delete;
@@ -45,6 +51,8 @@ public:
         protect(PAGE_READWRITE);
         return offsets_;
     }
+
+    std::function<void()> onStore = [] {};  // before each
 
 private:
     static constexpr DWORD singleStep = 0x100;  // the processor's trap flag
@@ -68,6 +76,7 @@ private:
             record.ExceptionInformation[0] != 1 || offset >= pageSize) {
             return EXCEPTION_CONTINUE_SEARCH;
         }
+        watch.onStore();
         watch.offsets_.push_back(offset);
         watch.stepping_ = true;
         watch.protect(PAGE_READWRITE);
@@ -76,7 +85,8 @@ private:
     }
 
     static inline StoreWatch* current_ = nullptr;
-    std::byte* page_;
+    void* const own_;
+    std::byte* const page_;
     PVOID handler_ = nullptr;
     bool stepping_ = false;
     std::vector<size_t> offsets_;

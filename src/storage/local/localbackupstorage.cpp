@@ -135,10 +135,6 @@ bool LocalBackupStorage::openNew(const LocalPlace::Newest& newest) {
     return writer_->countAwaited(document_.awaited) && place_.save(document_);
 }
 
-bool LocalBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return task_.failed != nullptr && task_.failed->add(path, code, reason);
-}
-
 // Items, end and cancel come after a start.
 bool LocalBackupStorage::ready(const char* action) const {
     if (writer_) {

@@ -46,7 +46,6 @@ public:
     ~LocalBackupStorage() override;
 
     bool start() override;
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool end() override;
     bool cancel() override;
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,

@@ -5,7 +5,6 @@
 #include "base/error_codes.h"
 #include "base/files.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "storage/item_attributes.h"
 #include "storage/itemtemppath.h"
@@ -56,14 +55,6 @@ bool LocalRestoreStorage::open() {
     }
     index_ = std::move(index);
     packages_ = std::make_unique<LocalPackages>(place_);
-    return true;
-}
-
-bool LocalRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    if (task_.failed == nullptr || !task_.failed->add(path, code, reason)) {
-        return false;
-    }
-    DeleteFileW(longPath(itemTempPath(temporary_, task_.activity->itemNumber)).c_str());
     return true;
 }
 

@@ -40,7 +40,6 @@ public:
     bool restoreDirectory(const wchar_t* original, const wchar_t* target) override;
     bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
                      bool replace) override;
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     // Nothing is kept in the folder: the document lies in the job's directory.
     bool end(const json_spirit::Object& history) override;
 

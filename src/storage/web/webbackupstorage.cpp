@@ -52,10 +52,6 @@ bool WebBackupStorage::start() {
     return aimAtServer() && judge(run(command), command, "start job", job());
 }
 
-bool WebBackupStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    return task_.failed != nullptr && task_.failed->add(path, code, reason);
-}
-
 bool WebBackupStorage::submit_errors() {
     return task_.failed == nullptr || task_.failed->eachBatch([this](auto batch) {
         Command_To_Server<Submit_Errors_Request, Response_T<std::string>> command(
@@ -103,7 +99,7 @@ bool WebBackupStorage::recordIncomplete(const std::string& answer) {
             continue;
         }
         log(LogLevel::error, "The service does not hold all of file {%s}.\n", path);
-        if (!recordError(wide.c_str(), conflict, "the service does not hold all of it")) {
+        if (!task_.failed->add(wide.c_str(), conflict, "the service does not hold all of it")) {
             keep.set(GetLastError());
             return false;
         }

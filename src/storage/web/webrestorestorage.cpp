@@ -3,7 +3,6 @@
 #include "base/error_codes.h"
 #include "base/last_error.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "base/uuid.h"
 #include "httpmsg/http_names.h"
@@ -90,14 +89,6 @@ bool WebRestoreStorage::get_file_info(const StoredPath& path, bool directory, St
     }
     SetLastError(ERROR_INVALID_DATA);
     return false;
-}
-
-bool WebRestoreStorage::recordError(const wchar_t* path, DWORD code, const std::string& reason) {
-    if (task_.failed == nullptr || !task_.failed->add(path, code, reason)) {
-        return false;
-    }
-    DeleteFileW(longPath(itemTempPath(temporary_, activity_->itemNumber)).c_str());
-    return true;
 }
 
 bool WebRestoreStorage::end(const json_spirit::Object& history) {

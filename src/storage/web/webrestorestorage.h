@@ -31,7 +31,6 @@ public:
     bool restoreDirectory(const wchar_t* original, const wchar_t* target) override;
     bool restoreFile(const wchar_t* original, const wchar_t* target, uint32_t number,
                      bool replace) override;
-    bool recordError(const wchar_t* path, DWORD code, const std::string& reason) override;
     bool end(const json_spirit::Object& history) override;
 
 private:
