@@ -156,7 +156,7 @@ TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth
     struct Row {
         const char* name;
         void (*script)(Script& script);
-        bool stopped;
+        const char* stopped;  // by a call or an item, or once it is paused
         int32_t ends;
         bool told;  // afterwards, and not by the run itself
     };
@@ -176,28 +176,30 @@ TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth
         script.cancel = {0x20010191};
     };
     const Row rows[] = {
-        {"it completes", [](Script&) {}, false, completed, false},
-        {"its end is refused", [](Script& script) { script.end = {ERROR_INVALID_STATE}; }, false,
+        {"it completes", [](Script&) {}, "", completed, false},
+        {"it is stopped too late", [](Script&) {}, "end", completed, false},
+        {"it is stopped while its end is lost",
+         [](Script& script) { script.end = {WSAECONNRESET}; }, "end", cancelled, false},
+        {"its end is refused", [](Script& script) { script.end = {ERROR_INVALID_STATE}; }, "",
          failed, false},
         {"nobody hears of that",
          [](Script& script) {
              script.end = {ERROR_INVALID_STATE};
              script.cancel = {WSAECONNRESET};
          },
-         false, failed, true},
-        {"it fails", unrecorded, false, failed, false},
-        {"it fails, and has no session any more", unrecordedLost, false, failed, true},
-        {"it is stopped", [](Script&) {}, true, cancelled, false},
-        {"nobody hears of the stop", lostTwice, true, cancelled, true},
-        {"the stop is refused", refused, true, cancelled, true},
-        {"it pauses, and is stopped then", lost, true, cancelled, false},
+         "", failed, true},
+        {"it fails", unrecorded, "", failed, false},
+        {"it fails, and has no session any more", unrecordedLost, "", failed, true},
+        {"it is stopped", [](Script&) {}, "b", cancelled, false},
+        {"nobody hears of the stop", lostTwice, "paused", cancelled, true},
+        {"the stop is refused", refused, "b", cancelled, true},
+        {"it pauses, and is stopped then", lost, "paused", cancelled, false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         rm_rf(dataPath(L"\\job"), true);
         script_ = {};
         row.script(script_);
-        const bool pauses = !script_.items.empty();
         const auto job = makeBackup();
         const LogCapture quiet;
         size_t cuts = 0;
@@ -227,21 +229,21 @@ TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth
         };
         script_.onCheck = script_.onList = script_.onEnds = look;
         script_.onCall = [&] {
-            if (script_.count("cancel") != 0) {
+            const std::string call = script_.calls.empty() ? "" : script_.calls.back();
+            if (call == "cancel") {
                 job->pause(true);  // comes too late
+            } else if (call == row.stopped) {
+                EXPECT_TRUE(job->stop());
             }
             look();
         };
         script_.onCleanup = [&](int) { look(); };
         script_.onItem = [&](const std::string& name) {
-            if (name == "b" && row.stopped && !pauses) {
-                EXPECT_TRUE(job->stop());
-            }
+            EXPECT_TRUE(name != row.stopped || job->stop());
         };
         run(*job);
         if (job->state() == paused) {
-            EXPECT_TRUE(job->stop());
-            ASSERT_TRUE(job->wait(60'000));
+            stop(*job);
         }
         EXPECT_EQ(job->state(), row.ends);
         EXPECT_EQ(job->record().pendingState, 0) << "what came too late is no more";
@@ -555,8 +557,7 @@ TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
         const std::wstring folder = dataPath(L"\\drops\\j1");
         const std::wstring drop = folder + L"\\" + toWide(job->instanceText());
         if (row.stopped) {
-            EXPECT_TRUE(job->stop());
-            ASSERT_TRUE(job->wait(60'000));
+            stop(*job);
         }
         if (row.older) {
             EXPECT_TRUE(PendingDrops("j1").forget(job->instanceText()));
@@ -565,20 +566,18 @@ TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
         EXPECT_TRUE(job->remove());
         {
             // Whatever of the job stays, its run is not taken for one that goes on.
-            static FileHandle held;
-            held.reset(CreateFileW(
-                (dataPath(L"\\job\\j1\\drops\\") + drop.substr(folder.size() + 1)).c_str(),
-                GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-            const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {
+            FileHandle held;
+            if (row.kept) {
+                held = holdFile(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
+            }
+            const Meanwhile look([&] {
                 JobActivity record{};
                 EXPECT_TRUE(JobActivityHandle::read("j1", record));
                 EXPECT_FALSE(record.hasInstance());
                 held.reset();
             });
-            EXPECT_EQ(static_cast<bool>(held), row.kept);
             job.reset();
             EXPECT_FALSE(held) << "it was waited for";
-            SharingRetry::pause = pause;
         }
         EXPECT_FALSE(exists(dataPath(L"\\job\\j1")));
         EXPECT_EQ(exists(drop), row.kept);

@@ -80,7 +80,9 @@ Answer answer(JobRequest request, JobState state) {
 }
 
 JobState leftAs(JobState state, JobState pending) {
-    if (state == JobState::canceling || pending == JobState::canceling) {
+    // Too late for one that completes: its storage may have all of it, and says so at its end.
+    if (state == JobState::canceling ||
+        (pending == JobState::canceling && state != JobState::completing)) {
         return JobState::cancelled;
     }
     return pending == JobState::error ? JobState::error : JobState::paused;

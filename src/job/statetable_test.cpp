@@ -101,6 +101,7 @@ TEST(StateTable, ARunLeftByItsProcessIsWhatItWouldHaveBecome) {
                             {S::running, S::pausing, S::paused},
                             {S::running, S::canceling, S::cancelled},
                             {S::completing, S::error, S::error},
+                            {S::completing, S::canceling, S::paused},
                             {S::pausing, S::none, S::paused},
                             {S::pausing, S::canceling, S::cancelled},
                             {S::canceling, S::none, S::cancelled},

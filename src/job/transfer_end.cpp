@@ -20,7 +20,10 @@ void Transfer::finish(JobState endCode) {
         endCode = cleanup_(*this, endCode);
         std::lock_guard guard(job_.stateLock_);
         if (endCode == JobState::paused && job_.lifecycle().pending() == JobState::canceling) {
-            endCode = JobState::cancelled;  // the stop came while the run wound down
+            // The stop came while the run wound down. On record before the storage hears of it: the
+            // run does not go on then, whoever dies meanwhile.
+            endCode = JobState::cancelled;
+            job_.lifecycle().move(JobState::canceling, Lifecycle::Tell::nobody);
             continue;
         }
         if (endCode == JobState::cancelled) {
