@@ -284,34 +284,45 @@ bool JobManagerImpl::command(const char* text, const char* id) {
 }
 
 bool JobManagerImpl::removeJob(const char* id) {
-    std::lock_guard guard(lock_);
-    log(LogLevel::information, "Remove job %s.\n", id == nullptr ? "" : id);
-    Job* job = find(id);
-    if (job == nullptr && removeLeftOut(id)) {
-        return true;
+    std::optional<LeftOut> leftOut;
+    {
+        const std::lock_guard guard(lock_);
+        log(LogLevel::information, "Remove job %s.\n", id == nullptr ? "" : id);
+        if (Job* job = find(id); job != nullptr) {
+            return job->remove();
+        }
+        leftOut = takeLeftOut(id);
     }
-    if (job == nullptr) {
+    if (!leftOut) {
         return logFailed("Remove job failed, job %s is not found.\n", id == nullptr ? "" : id);
     }
-    return job->remove();
+    removeLeftOut(*leftOut);
+    return true;
 }
 
-bool JobManagerImpl::removeLeftOut(const char* id) {
+// Its id stays taken until its directory is gone.
+std::optional<JobManagerImpl::LeftOut> JobManagerImpl::takeLeftOut(const char* id) {
     const auto found = std::find_if(leftOut_.begin(), leftOut_.end(), [&](const LeftOut& other) {
         return id != nullptr && equalsIgnoreCase(other.id, id);
     });
     std::wstring directory;
     if (found == leftOut_.end() || !jobDirectory(found->id, directory)) {
-        return false;
+        return std::nullopt;
     }
-    const LeftOut gone = *found;
+    LeftOut gone = std::move(*found);
     leftOut_.erase(found);
+    const std::lock_guard leaving(leavingLock_);
+    leaving_.push_back(gone.id);
+    return gone;
+}
+
+// Without the lock: whoever looks into the directory is waited for.
+void JobManagerImpl::removeLeftOut(const LeftOut& gone) {
     PendingDrops(gone.id).handOn();
     removeJobDirectory(gone.id);
     postEvent(std::make_unique<Event_State>(gone.user.c_str(), gone.id.c_str(), gone.name.c_str(),
                                             static_cast<unsigned>(JobState::deleted)));
-    teller_.wake();
-    return true;
+    hasLeft(gone.id);
 }
 
 void JobManagerImpl::removeAllJobs() {
@@ -327,14 +338,18 @@ bool JobManagerImpl::deleteJob(const char* id) {
         return false;
     }
     const std::string own = job->definition().id();
-    job.reset();  // without the lock: whoever looks into the directory is waited for
+    job.reset();  // without the lock, as above
+    hasLeft(own);
+    return true;
+}
+
+void JobManagerImpl::hasLeft(const std::string& id) {
     {
         const std::lock_guard guard(leavingLock_);
-        std::erase(leaving_, own);
+        std::erase(leaving_, id);
     }
     left_.notify_all();
     teller_.wake();
-    return true;
 }
 
 // Its id stays taken until its directory is gone.

@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -104,7 +105,9 @@ private:
     void loadJob(const std::wstring& directory, const std::string& name);
     bool makeLoaded(std::unique_ptr<JobDefinition> definition, const std::wstring& directory,
                     const std::string& name);
-    bool removeLeftOut(const char* id);
+    std::optional<LeftOut> takeLeftOut(const char* id);
+    void removeLeftOut(const LeftOut& gone);
+    void hasLeft(const std::string& id);
     std::unique_ptr<Job> takeRemoved(const char* id);
     // Until the directory of a removed job of that id is deleted or has been given up.
     void awaitLeft(const std::string& id);

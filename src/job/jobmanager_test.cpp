@@ -4,16 +4,16 @@
 
 #include <jobdef/jobdefinitionfactory.h>
 
+#include <functional>
 #include <future>
 #include <utility>
 
 #include "base/files.h"
-#include "base/handle.h"
 #include "base/machine_name.h"
-#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "storage/local/localplace.h"
 #include "support/files.h"
+#include "support/held_file.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include "support/test_job.h"
@@ -73,29 +73,24 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
     writeFile(JobGround::directory("held") + L"\\def", backupDefinition("held")->text());
     writeFile(JobGround::directory("marked") + L"\\def",
               "\xEF\xBB\xBF" + backupDefinition("marked")->text());
-    static FileHandle held;
-    const auto hold = [](const char* id) {
-        held.reset(CreateFileW((JobGround::directory(id) + L"\\def").c_str(), GENERIC_WRITE, 0,
-                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        EXPECT_TRUE(held);
-    };
     ASSERT_TRUE(saved("good")->save(JobGround::directory("copy") + L"\\def"));
     TestJob::plans["stubborn"].initialises = false;
     std::wstring data;
     ASSERT_TRUE(dataDirectory(data));
     writeFile(data + L"\\consistentcheck\\deep\\file", "x");
     const LogCapture quiet;
-    hold("held");
-    const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {});
-    restart();
+    FileHandle held = holdFile(JobGround::directory("held") + L"\\def", GENERIC_WRITE);
+    const auto restartWhile = [](const std::function<void()>& act) {
+        const Meanwhile waiting(act);
+        restart();
+    };
+    restartWhile([] {});
     EXPECT_FALSE(exists(data + L"\\consistentcheck\\deep"));
     EXPECT_EQ(ids(), (Names{"good", "marked"})) << "and not what somebody holds all the time";
     EXPECT_TRUE(quiet.begins("Leave out the job directory \"" +
                              toUtf8(JobGround::directory("held")) + "\""));
-    SharingRetry::pause = [](DWORD) { held.reset(); };
-    restart();
+    restartWhile([&] { held.reset(); });
     EXPECT_EQ(ids(), (Names{"good", "held", "marked"})) << "who held it has let go";
-    SharingRetry::pause = pause;
     for (const auto& [id, kept] : {std::pair{"missing", false},
                                    {"damaged", false},
                                    {"unknown", true},
@@ -224,34 +219,37 @@ TEST_F(JobManager, RemovesARunningJobOnAThreadOfItsOwn) {
 }
 
 TEST_F(JobManager, WaitsWithoutItsLockForWhoLooksIntoARemovedJobsDirectory) {
-    static Signal waits;
-    static Signal leave;
-    static FileHandle held;
-    EXPECT_TRUE(submit("a"));
-    held.reset(CreateFileW((JobGround::directory("a") + L"\\def").c_str(), GENERIC_READ, 0, nullptr,
-                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    EXPECT_TRUE(held);
-    const auto pause = std::exchange(SharingRetry::pause, [](DWORD) {
-        waits.set();
-        EXPECT_TRUE(leave.wait()) << "others are held up";
-        held.reset();
-    });
-    const LogCapture quiet;
-    EXPECT_TRUE(manager_->removeJob("a"));
-    EXPECT_TRUE(waits.wait());
-    EXPECT_EQ(manager_->job("a"), nullptr);
-    EXPECT_TRUE(submit("b"));
-    Signal begun;
-    auto successor = std::async(std::launch::async, [&] {
-        begun.set();
-        return submit("A");
-    });
-    EXPECT_TRUE(begun.wait());
-    leave.set();
-    EXPECT_TRUE(successor.get());
-    SharingRetry::pause = pause;
-    EXPECT_TRUE(saved("A")) << "nobody deletes what came after";
-    EXPECT_EQ(ids(), (Names{"b", "A"}));
+    for (const bool loaded : {true, false}) {
+        SCOPED_TRACE(loaded);
+        EXPECT_TRUE(submit("a"));
+        TestJob::plans["a"].initialises = loaded;
+        const LogCapture quiet;
+        restart();
+        FileHandle held = holdFile(JobGround::directory("a") + L"\\def");
+        Signal waits;
+        Signal leave;
+        const Meanwhile look([&] {
+            waits.set();
+            EXPECT_TRUE(leave.wait()) << "others are held up";
+            held.reset();
+        });
+        auto removal = std::async(std::launch::async, [] { return manager_->removeJob("a"); });
+        EXPECT_TRUE(waits.wait());
+        EXPECT_EQ(manager_->job("a"), nullptr);
+        EXPECT_TRUE(submit("b"));
+        Signal begun;
+        auto successor = std::async(std::launch::async, [&] {
+            begun.set();
+            return submit("A");
+        });
+        EXPECT_TRUE(begun.wait());
+        leave.set();
+        EXPECT_TRUE(successor.get() && removal.get());
+        EXPECT_TRUE(saved("A")) << "nobody deletes what came after";
+        EXPECT_EQ(ids(), (Names{"b", "A"}));
+        EXPECT_TRUE(manager_->removeJob("A") && manager_->removeJob("b"));
+        restart();
+    }
 }
 
 // By whom they are told is the teller's own test: here it is when.

@@ -5,22 +5,23 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <functional>
-#include <utility>
 
-#include "base/handle.h"
 #include "base/local_time.h"
-#include "base/sharing_retry.h"
 #include "job/jobdirectories.h"
 #include "job/transferfailure.h"
 #include "jobdef/backupjobdefinition.h"
 #include "record/jobactivityhandle.h"
 #include "settings/storefile.h"
+#include "support/held_file.h"
 #include "support/log_capture.h"
 #include "support/store_test.h"
 
 namespace dorvo {
 namespace {
+
+using test::Held;
+using test::holdFile;
+using test::Meanwhile;
 
 constexpr char first[] = "11111111-1111-1111-1111-111111111111";
 constexpr char second[] = "22222222-2222-2222-2222-222222222222";
@@ -41,27 +42,6 @@ protected:
         return text;
     }
     std::wstring noteOf(const char* id) const { return folder_ + L"\\" + toWide(id); }
-    static FileHandle hold(const std::wstring& path) {
-        FileHandle held(
-            CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        EXPECT_TRUE(held);
-        return held;
-    }
-    // Whoever waits for a file in use does that meanwhile.
-    class Meanwhile {
-    public:
-        explicit Meanwhile(std::function<void()> act) {
-            act_ = std::move(act);
-            pause_ = std::exchange(SharingRetry::pause, [](DWORD) { act_(); });
-        }
-        ~Meanwhile() { SharingRetry::pause = pause_; }
-        Meanwhile(const Meanwhile&) = delete;
-        Meanwhile& operator=(const Meanwhile&) = delete;
-
-    private:
-        static inline std::function<void()> act_;
-        SharingRetry::Pause pause_;
-    };
 
     const PendingDrops drops_{"j1"};
     const std::wstring folder_ = dataPath(L"\\job\\j1\\drops");
@@ -167,7 +147,7 @@ TEST_F(PendingDropsTest, TheRunThatGoesOnIsNotTold) {
     // Nobody knows then.
     drops_.note({second, L""});
     {
-        const FileHandle held = hold(dataPath(L"\\job\\j1\\info"));
+        const FileHandle held = holdFile(dataPath(L"\\job\\j1\\info"));
         EXPECT_EQ(told(ERROR_SUCCESS), "");
     }
     write(dataPath(L"\\job\\j1\\info"), "damaged");
@@ -180,9 +160,8 @@ TEST_F(PendingDropsTest, TheRunThatGoesOnIsNotTold) {
 TEST_F(PendingDropsTest, OneThatCannotBeReadIsToldLater) {
     drops_.note({first, L"E:\\b"});
     write(folder_ + L"\\no instance", "E:\\b");
-    const Meanwhile nothing([] {});
     {
-        const FileHandle held = hold(noteOf(first));
+        const Held held(noteOf(first));
         EXPECT_EQ(told(ERROR_SUCCESS), "");
         const test::LogCapture quiet;
         EXPECT_FALSE(drops_.note({first, L"F:\\b"}));
@@ -202,8 +181,7 @@ TEST_F(PendingDropsTest, AreBoundToAServerAsLoginsAre) {
     EXPECT_TRUE(PendingDrops::bindTo("set:80", Bind::unbound));
     EXPECT_EQ(told(WSAESTALE), "1@old:80 2@set:80 3@E:\\b ");
     {
-        const Meanwhile nothing([] {});
-        const FileHandle held = hold(noteOf(first));
+        const Held held(noteOf(first));
         const test::LogCapture quiet;
         EXPECT_FALSE(PendingDrops::bindTo("new:80", Bind::all)) << "and the others are";
     }
@@ -224,7 +202,7 @@ TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
         for (const char* id : {first, second, third}) {
             drops_.note({id, L""});
         }
-        FileHandle held = hold(noteOf(first));
+        FileHandle held = holdFile(noteOf(first));
         // The second was told and forgotten when its turn comes.
         const Meanwhile told([&] {
             DeleteFileW(noteOf(second).c_str());
@@ -246,7 +224,7 @@ TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
 
 TEST_F(PendingDropsTest, WhoLooksForThemKeepsNoRemovedJobsDirectory) {
     write(folder_ + L"\\no note", "");
-    FileHandle held = hold(folder_ + L"\\no note");
+    FileHandle held = holdFile(folder_ + L"\\no note");
     const Meanwhile read([&] { held.reset(); });
     EXPECT_TRUE(removeJobDirectory("j1"));
     EXPECT_EQ(GetFileAttributesW(dataPath(L"\\job\\j1").c_str()), INVALID_FILE_ATTRIBUTES);
@@ -255,7 +233,7 @@ TEST_F(PendingDropsTest, WhoLooksForThemKeepsNoRemovedJobsDirectory) {
 TEST_F(PendingDropsTest, OneThatCannotBeMovedIsKept) {
     drops_.note({first, L""});
     ASSERT_TRUE(createDirectories(dataPath(L"\\drops\\j1\\") + toWide(first)));
-    const Meanwhile brief([] {});
+    const Meanwhile nothing;
     const test::LogCapture quiet;
     EXPECT_FALSE(drops_.handOn(BackupJobDefinition("j1", L"name", "alice")));
     EXPECT_TRUE(fileExists(noteOf(first)));
@@ -265,7 +243,7 @@ TEST_F(PendingDropsTest, OneThatCannotBeMovedIsKept) {
 TEST_F(PendingDropsTest, ThoseThatCannotBeHandedOnStayWithWhoseTheyAre) {
     const BackupJobDefinition job("j1", L"name", "alice");
     const std::wstring home = dataPath(L"\\job\\j1");
-    const Meanwhile nothing([] {});
+    const Meanwhile nothing;
     const test::LogCapture quiet;
     for (const bool held : {false, true}) {
         SCOPED_TRACE(held);
@@ -278,7 +256,7 @@ TEST_F(PendingDropsTest, ThoseThatCannotBeHandedOnStayWithWhoseTheyAre) {
         drops_.note({first, L"E:\\b"});
         drops_.note({second, L""});
         {
-            const FileHandle definition = held ? hold(home + L"\\def") : FileHandle();
+            const FileHandle definition = held ? holdFile(home + L"\\def") : FileHandle();
             EXPECT_FALSE(drops_.handOn(job));
             EXPECT_TRUE(removeJobDirectory("j1"));
         }

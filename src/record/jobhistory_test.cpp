@@ -7,13 +7,13 @@
 
 #include "base/handle.h"
 #include "base/local_time.h"
-#include "base/sharing_retry.h"
 #include "json_spirit/json_spirit.h"
 #include "record/jobhistoryerror.h"
 #include "record/jobhistoryinfo.h"
 #include "record/jobhistorynotes.h"
 #include "support/fails_with.h"
 #include "support/files.h"
+#include "support/held_file.h"
 #include "support/store_test.h"
 
 namespace dorvo {
@@ -188,38 +188,28 @@ TEST_F(JobHistory, ErrorsThatCannotBeReadStayAsTheyAre) {
 
 // Another program that looks at the files for a moment costs nothing.
 TEST_F(JobHistory, ErrorsWaitForWhoHoldsTheirFiles) {
-    static FileHandle held;
-    const auto hold = [](const std::wstring& path) {
-        held.reset(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                               FILE_ATTRIBUTE_NORMAL, nullptr));
-        ASSERT_TRUE(held);
-    };
-    const auto pause = std::exchange(SharingRetry::pause, [](DWORD) { held.reset(); });
     const std::wstring document = jobHistoryErrorPath(job_, "e1");
+    const std::wstring journal = document + L".journal";
     JobHistoryError errors(errorPath("e1"));
     ASSERT_TRUE(errors.add(L"a", 1, "") && errors.save());
     ASSERT_TRUE(errors.add(L"b", 1, "") && errors.saveNew());
-    const auto letGo = std::exchange(SharingRetry::pause, [](DWORD) {});
-    hold(document);
-    EXPECT_FALSE(errors.save());
-    held.reset();
+    {
+        const test::Held held(document);
+        EXPECT_FALSE(errors.save());
+        EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SHARING_VIOLATION});
+    }
     EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), (Names{"a", "b"})) << "in the journal";
-    SharingRetry::pause = letGo;
-    hold(document);
+    FileHandle held = test::holdFile(document);
+    const test::Meanwhile letGo([&] { held.reset(); });
     EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SUCCESS});
-    hold(document);
+    held = test::holdFile(document);
     EXPECT_TRUE(errors.save());
-    write(document + L".journal", "[2,{\"path\":\"c\"}]\n");
-    hold(document + L".journal");
-    EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SUCCESS});
+    write(journal, "[2,{\"path\":\"c\"}]\n");
+    held = test::holdFile(journal);
     JobHistoryError goesOn(errorPath("e1"));
-    hold(document + L".journal");
+    EXPECT_EQ(goesOn.readError(), DWORD{ERROR_SUCCESS});
+    held = test::holdFile(journal);
     EXPECT_TRUE(goesOn.add(L"d", 1, "") && goesOn.saveNew());
-    SharingRetry::pause = [](DWORD) {};
-    hold(document);
-    EXPECT_EQ(JobHistoryError(errorPath("e1")).readError(), DWORD{ERROR_SHARING_VIOLATION});
-    held.reset();
-    SharingRetry::pause = pause;
     EXPECT_EQ(pathsOf(JobHistoryError(errorPath("e1"))), (Names{"a", "b", "c", "d"}));
 }
 
