@@ -72,12 +72,10 @@ TEST_F(BackupJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.error);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         const unsigned tries = row.dropped ? endTries : 2;
         script_.end.assign(tries, row.error);
         const auto job = makeBackup();
-        const LogCapture quiet;
         for (unsigned i = 1; i < tries; ++i) {
             run(*job);
             ASSERT_EQ(job->state(), paused) << "a gate on the way may have said it";
@@ -96,8 +94,7 @@ TEST_F(BackupJobTest, OnlyAnEndThatIsRefusedDropsTheRun) {
         script_.start = {WSAECONNREFUSED};
         run(*job);
         EXPECT_EQ(job->state(), paused) << "nor is it dropped before it comes to its end again";
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(script_.calls, (Names{"start", "start", "end"})) << "nothing is sent again";
     }
 }
@@ -128,25 +125,21 @@ TEST_F(BackupJobTest, AnAnswerToTheEndIsBelievedWhenItLastsOrMeetsTheStartToo) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.start = row.start;
         script_.end = row.end;
         const auto job = makeBackup();
-        const LogCapture quiet;
         for (size_t i = 1; i < row.last; ++i) {
             run(*job);
             ASSERT_EQ(job->state(), paused) << i;
         }
         EXPECT_EQ(script_.count("cancel"), 0u);
-        run(*job);
-        EXPECT_EQ(job->state(), failed);
+        run(*job, failed);
         EXPECT_EQ(job->record().endError, row.end.back());
         EXPECT_EQ(script_.calls.back(), "cancel");
         // Another run begins with all its tries.
         script_.end = {row.end.back()};
-        run(*job);
-        EXPECT_EQ(job->state(), paused);
+        run(*job, paused);
     }
 }
 
@@ -197,11 +190,9 @@ TEST_F(BackupJobTest, WhereverARunIsCutOffItGoesOnOrItsStorageIsToldAndNeverBoth
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         row.script(script_);
         const auto job = makeBackup();
-        const LogCapture quiet;
         size_t cuts = 0;
         std::string before;
         const auto look = [&] {
@@ -282,15 +273,12 @@ TEST_F(BackupJobTest, AStopOfARunThatItsStorageHasCompletedCompletesIt) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.items["b"] = row.item;
         script_.end = row.end;
         script_.cancel = row.cancel;
         const auto job = makeBackup();
-        const LogCapture quiet;
-        run(*job);
-        ASSERT_EQ(job->state(), paused);
+        run(*job, paused);
         script_.calls.clear();
         stop(*job);
         EXPECT_EQ(script_.calls, row.calls);
@@ -304,10 +292,8 @@ TEST_F(BackupJobTest, AStopOfARunThatItsStorageHasCompletedCompletesIt) {
 TEST_F(BackupJobTest, AStopThatComesWhileACompletedRunsNoteIsHeldCancelsNothing) {
     for (const bool later : {false, true}) {
         SCOPED_TRACE(later);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         const auto job = makeBackup();
-        const LogCapture quiet;
         std::optional<Held> held;
         script_.onCall = [&] {
             if (!held && !script_.calls.empty() && script_.calls.back() == "end") {
@@ -334,7 +320,6 @@ TEST_F(BackupJobTest, ARunThatIsCompletedAfterAllIsOnRecordAsSuchBeforeItsNoteGo
     script_.end = {ERROR_INVALID_STATE};
     script_.cancel = {ERROR_INVALID_STATE};
     const auto job = makeBackup();
-    const LogCapture quiet;
     FileHandle held;
     const Meanwhile look([&] {
         EXPECT_EQ(leftAs(static_cast<JobState>(job->state()),
@@ -388,22 +373,18 @@ TEST_F(BackupJobTest, ARunGoesOnAndIsDroppedAtTheServerThatHasIt) {
                         {"stopped where it has moved to", true, true, cancelled}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.items["b"] = {WSAECONNRESET};
         setServer(1);
         const auto job = makeBackup();
-        const LogCapture quiet;
-        run(*job);
-        ASSERT_EQ(job->state(), paused);
+        run(*job, paused);
         const std::string instance = job->instanceText();
         setServer(2);
         if (row.sameServer) {
             EXPECT_TRUE(PendingDrops::bindTo("127.0.0.1:2", Bind::all));
         }
         script_.calls.clear();
-        row.stopped ? stop(*job) : run(*job);
-        EXPECT_EQ(job->state(), row.ends);
+        row.stopped ? stop(*job) : run(*job, row.ends);
         EXPECT_EQ(script_.calls.empty(), !row.sameServer);
         EXPECT_EQ(toldOf(), row.sameServer ? Names{} : Names{instance + "@127.0.0.1:1"});
         if (row.ends == failed) {
@@ -430,20 +411,16 @@ TEST_F(BackupJobTest, ARunBeginsAndEndsAtOneServerWhicheverIsSetMeanwhile) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         setServer(1);
         const auto job = makeBackup();
-        const LogCapture quiet;
         if (row.paused) {
             script_.items["b"] = {WSAECONNRESET};
-            run(*job);
-            ASSERT_EQ(job->state(), paused);
+            run(*job, paused);
             script_.calls.clear();
         }
         script_.*row.when = [] { setServer(2); };
-        row.stopped ? stop(*job) : run(*job);
-        EXPECT_EQ(job->state(), row.ends);
+        row.stopped ? stop(*job) : run(*job, row.ends);
         EXPECT_TRUE(script_.calls.empty());
         EXPECT_EQ(toldOf(), Names{job->instanceText() + "@127.0.0.1:1"});
     }
@@ -454,22 +431,18 @@ TEST_F(BackupJobTest, ARunBeginsAndEndsAtOneServerWhicheverIsSetMeanwhile) {
 TEST_F(BackupJobTest, ARunWaitsForItsNote) {
     const std::wstring folder = dataPath(L"\\job\\j1\\drops");
     const auto job = makeBackup();
-    const LogCapture quiet;
     script_.items["b"] = {WSAECONNRESET};
     write(folder, "in the way");
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
+    run(*job, paused);
     EXPECT_TRUE(script_.calls.empty());
     DeleteFileW(folder.c_str());
-    run(*job);
-    ASSERT_EQ(job->state(), paused);
+    run(*job, paused);
     EXPECT_FALSE(script_.calls.empty());
 
     const std::wstring note = folder + L"\\" + toWide(job->instanceText());
     std::optional<Held> held(std::in_place, note);
     script_.calls.clear();
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
+    run(*job, paused);
     EXPECT_TRUE(script_.calls.empty());
     held.reset();
     script_.onCall = [&] {
@@ -481,8 +454,7 @@ TEST_F(BackupJobTest, ARunWaitsForItsNote) {
     EXPECT_EQ(job->state(), paused) << "completed, it could be told to be dropped";
     held.reset();
     script_.onCall = nullptr;
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     EXPECT_FALSE(exists(note));
 }
 
@@ -508,9 +480,8 @@ TEST_F(BackupJobTest, ARunIsNotRecordedAsEndedBeforeItIsNoted) {
         const std::wstring folder = dataPath(L"\\job\\j1\\drops");
         const std::wstring note = folder + L"\\" + toWide(job->instanceText());
         write(folder, "no room");
-        const LogCapture quiet;
         EXPECT_EQ(job->init(), !row.kept);
-        EXPECT_EQ(quiet.begins("Job {j1} is left out until "), row.kept);
+        EXPECT_EQ(log_->begins("Job {j1} is left out until "), row.kept);
         if (row.kept) {
             EXPECT_EQ(job->state(), static_cast<int32_t>(row.state));
             EXPECT_EQ(job->record().pendingState, static_cast<int32_t>(row.pending));
@@ -526,7 +497,6 @@ TEST_F(BackupJobTest, ARunIsNotRecordedAsEndedBeforeItIsNoted) {
     job->record().instanceId.fill(0x22);
     job->record().state = static_cast<int32_t>(JobState::canceling);
     EXPECT_TRUE(PendingDrops("j1").note({job->instanceText(), L""}));
-    const LogCapture quiet;
     const Held held(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
     EXPECT_TRUE(job->init());
     EXPECT_EQ(job->state(), cancelled);
@@ -551,9 +521,7 @@ TEST_F(BackupJobTest, AJobThatIsRemovedHandsOnWhatItsStorageIsToDrop) {
         script_.cancel = {row.cancel};
         script_.items["b"] = {WSAECONNRESET};
         auto job = makeBackup();
-        const LogCapture quiet;
-        run(*job);
-        ASSERT_EQ(job->state(), paused);
+        run(*job, paused);
         const std::wstring folder = dataPath(L"\\drops\\j1");
         const std::wstring drop = folder + L"\\" + toWide(job->instanceText());
         if (row.stopped) {

@@ -20,8 +20,7 @@ TEST_F(BackupRunTest, ReadsFilesFromWhereTheyAre) {
         script_ = {};
         snapshots_ = snapshots;
         const auto job = makeBackup();
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         ASSERT_EQ(script_.readFrom.size(), 4u);
         EXPECT_EQ(script_.readFrom[0], L"") << "a directory has nothing to read";
         EXPECT_EQ(script_.readFrom[1], snapshots ? L"\\\\?\\" + sources() + L"\\a" : L"");
@@ -34,11 +33,9 @@ TEST_F(BackupRunTest, ASourceThatIsNotThereIsAFailedItemOnce) {
     // The first has no volume.
     const auto job =
         makeBackup({L"\\\\?\\none", sources() + L"\\x", sources() + L"\\y", sources()});
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
+    run(*job, paused);
     EXPECT_EQ(job->record().failedItems, 3u);
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     EXPECT_EQ(job->errors(), (Names{"none 3 ", "x 2 ", "y 2 "}));
     EXPECT_EQ(job->record().failedItems, 3u);
 }
@@ -64,16 +61,14 @@ TEST_F(TwoVolumes, EachIsReadFromItsSnapshotAfterAResumeToo) {
         script_ = {};
         script_.items["z"] = {WSAECONNRESET};
         const auto job = makeBackup({sources(), second_});
-        run(*job);
-        ASSERT_EQ(job->state(), paused);
+        run(*job, paused);
         EXPECT_EQ(job->record().volumeIndex, 2);
         for (const wchar_t* record : lost) {
             const std::wstring path = dataPath(L"\\job\\j1\\act\\vol\\") + record;
             EXPECT_NE(DeleteFileW(path.c_str()), 0);
         }
         script_.readFrom.clear();
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         ASSERT_EQ(script_.readFrom.size(), 1u);
         EXPECT_EQ(script_.readFrom[0], L"\\\\?\\" + second_ + L"\\z");
         EXPECT_EQ(job->notes(), Names{});
@@ -84,17 +79,14 @@ TEST_F(TwoVolumes, EachIsReadFromItsSnapshotAfterAResumeToo) {
 TEST_F(TwoVolumes, OneWithoutASnapshotIsSaidOnce) {
     unsupported_ = L"Z:\\";
     const auto job = makeBackup({sources(), second_});
-    const LogCapture log;
-    run(*job);
-    ASSERT_EQ(job->state(), paused);
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, paused);
+    run(*job, completed);
     EXPECT_EQ(script_.readFrom.back(), L"");
     EXPECT_EQ(script_.readFrom[1], L"\\\\?\\" + sources() + L"\\a");
     EXPECT_EQ(job->notes(),
               Names{"warning Z:\\ there can be no snapshot of this volume, so its files were read "
                     "while they could change"});
-    EXPECT_TRUE(log.begins("No snapshot of volume {Z:\\}, "));
+    EXPECT_TRUE(log_->begins("No snapshot of volume {Z:\\}, "));
 }
 
 // A disk that is unplugged before the run goes on: it has no snapshot any more, and its files fail.
@@ -103,12 +95,10 @@ TEST_F(TwoVolumes, OneThatIsGoneAfterAResumeCostsTheOthersNothing) {
     script_.items["b"] = {WSAECONNRESET};
     script_.items["z"] = {ERROR_PATH_NOT_FOUND};
     const auto job = makeBackup({sources(), second_});
-    run(*job);
-    ASSERT_EQ(job->state(), paused);
+    run(*job, paused);
     unsupported_ = L"Z:\\";
     script_.readFrom.clear();
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     const std::wstring shadow = L"\\\\?\\" + sources();
     EXPECT_EQ(script_.readFrom,
               (std::vector<std::wstring>{shadow + L"\\b", shadow + L"\\c", L"", L""}));
@@ -124,8 +114,7 @@ TEST_F(BackupRunTest, SaysWhenItsFilterHasKeptAllFilesOut) {
         filtered->setSource({empty ? ground() + L"\\empty" : sources()});
         filtered->setFilter(1, {L"doc"});
         job->definition(std::move(filtered));
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(job->notes().size(), empty ? 0u : 1u);
     }
 }
@@ -140,27 +129,22 @@ TEST_F(BackupRunTest, APackageGoesWithItsItem) {
             EXPECT_TRUE(job->pause(true));
         }
     };
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
+    run(*job, paused);
     EXPECT_FALSE(exists(package));
     write(package, "of a process that was killed");
     script_.onItem = [&](const std::string&) { EXPECT_FALSE(exists(package)); };
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
 }
 
 TEST_F(BackupRunTest, ARunThatNeverBeganTakesUpNothingOfTheOneBefore) {
     const auto job = makeBackup();
-    run(*job);
-    ASSERT_EQ(job->state(), completed);
+    run(*job, completed);
     write(sources() + L"\\d", "content");
     script_.onRun = [&] { EXPECT_TRUE(job->emit(JobCommand::pause)); };
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
+    run(*job, paused);
     script_.onRun = nullptr;
     script_.calls.clear();
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c", "d"}));
 }
 
@@ -202,11 +186,9 @@ TEST_F(BackupRunTest, ARunThatOnlyHasToEndTakesNoSnapshot) {
     snapshots_ = true;
     script_.end = {0x200101F4};
     const auto job = makeBackup();
-    run(*job);
-    ASSERT_EQ(job->state(), paused);
+    run(*job, paused);
     script_.calls.clear();
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     EXPECT_EQ(script_.calls, (Names{"start", "end"}));
 }
 
@@ -223,21 +205,17 @@ TEST_F(BackupRunTest, AResumedRunSpeaksWithItsStorageBeforeItTakesSnapshots) {
     snapshots_ = true;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.list = row.list;
         script_.items["b"] = row.items;
         const auto job = makeBackup();
-        run(*job);
-        ASSERT_EQ(job->state(), paused);
+        run(*job, paused);
         for (int tries = 0; tries < 2; ++tries) {
             (row.list.empty() ? script_.start : script_.check) = {WSAECONNRESET};
-            run(*job);
-            EXPECT_EQ(job->state(), paused);
+            run(*job, paused);
             EXPECT_EQ(script_.count("snapshot"), 1u);
         }
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(script_.count("snapshot"), 2u);
     }
 }
@@ -259,34 +237,28 @@ TEST_F(BackupRunTest, ABusySnapshotServiceIsAskedAgainForAWhile) {
     snapshots_ = true;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.snapshot = row.answers;
         script_.failedVolume = L"C:\\";
         const auto job = makeBackup();
-        const LogCapture log;
-        run(*job);
-        EXPECT_EQ(job->state(), row.state);
-        EXPECT_EQ(log.has("The snapshot service fails at volume {C:\\} in AddToSnapshotSet.\n"),
+        run(*job, row.state);
+        EXPECT_EQ(log_->has("The snapshot service fails at volume {C:\\} in AddToSnapshotSet.\n"),
                   row.state == failed);
         EXPECT_EQ(script_.count("snapshot"), row.tries);
         EXPECT_EQ(job->record().endError, row.state == completed ? 0 : row.answers.at(1));
     }
     for (const bool stop : {true, false}) {
         SCOPED_TRACE(stop ? "stopped" : "paused");
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.snapshot = {busy};
         snapshotRetryMs_ = INFINITE;
         const auto job = makeBackup();
         script_.onSnapshot = [&] { EXPECT_TRUE(stop ? job->stop() : job->pause(true)); };
-        run(*job);
-        EXPECT_EQ(job->state(), stop ? cancelled : paused);
+        run(*job, stop ? cancelled : paused);
         EXPECT_TRUE(script_.snapshotTold) << "what makes it has to give up, too";
     }
     SCOPED_TRACE("stopped between two tries");
-    rm_rf(dataPath(L"\\job"), true);
-    script_ = {};
+    anew();
     script_.snapshot = std::deque<DWORD>(1000, busy);
     snapshotRetryMs_ = INFINITE;
     const auto job = makeBackup();
@@ -302,17 +274,14 @@ TEST_F(BackupRunTest, APauseThatIsTakenBackWhileSnapshotsAreMadeParksTheRun) {
     snapshots_ = true;
     script_.snapshot = {0x8004230C};
     const auto job = makeBackup();
-    const LogCapture quiet;
     script_.onSnapshot = [&] {
         EXPECT_TRUE(job->pause(true));
         EXPECT_TRUE(job->resume());
     };
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
+    run(*job, paused);
     EXPECT_EQ(script_.count("cancel"), 0u);
     script_.onSnapshot = nullptr;
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
 }
 
 TEST_F(BackupRunTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
@@ -339,8 +308,7 @@ TEST_F(BackupRunTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
     snapshots_ = true;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.shadows = {{L"C:\\", shadow + L"\\"}};
         script_.items["b"] = {row.error};
         fill();
@@ -350,23 +318,19 @@ TEST_F(BackupRunTest, ASnapshotThatIsLostParksTheRunUntilThereIsANewOne) {
             }
         };
         const auto job = makeBackup({L"C:\\one"});
-        const LogCapture quiet;
         if (row.listing) {
             // The totals of the run before must not make the list of this one whole.
-            run(*job);
-            ASSERT_EQ(job->state(), completed);
+            run(*job, completed);
             script_.onList = [&] { rm_rf(shadow, true); };
         }
-        run(*job);
-        EXPECT_EQ(job->state(), row.state);
+        run(*job, row.state);
         EXPECT_EQ(job->errors(), row.errors);
         if (row.state == paused) {
             script_.onItem = nullptr;
             script_.onList = nullptr;
             script_.calls.clear();
             fill();
-            run(*job);
-            EXPECT_EQ(job->state(), completed);
+            run(*job, completed);
             EXPECT_TRUE(job->errors().empty());
             EXPECT_EQ(script_.stored(),
                       row.listing ? (Names{"one", "a", "b", "c"}) : (Names{"b", "c"}));

@@ -347,10 +347,9 @@ TEST_F(ScheduledJob, RunsByACommandThatCameBeforeTheManagerHadOpened) {
     submit(dailyAt(9, 0));
     manager().close();
     JobCmdQueue::carriedOutBy(nullptr);
-    const LogCapture log;
     meanwhile_ = [&] {
         queue_.add("j1", "start");
-        log.await("JobCmdQueue: execute command \"start\" for job j1.");
+        log_->await("JobCmdQueue: execute command \"start\" for job j1.");
     };
     EXPECT_TRUE(manager().open());
     awaitRun();

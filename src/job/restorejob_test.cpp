@@ -30,25 +30,22 @@ TEST_F(RestoreJobTest, AnEndThatCannotBeToldHoldsUpNoRestoreForEver) {
                         {WSAECONNRESET, false}, {WSAECONNREFUSED, false}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.error);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.end.assign(endTries, row.error);
         const auto job = makeRestore();
-        const LogCapture log;
         for (unsigned i = 1; i < (row.refusal ? 1 : endTries); ++i) {
             run(*job);
             ASSERT_EQ(job->state(), paused) << i;
             EXPECT_EQ(job->record().endError, row.error);
             script_.start = {0x20010194};  // the backup is gone: nothing of it is needed any more
         }
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(job->lastRunState(), completed);
         EXPECT_EQ(job->record().endError, 0u);
         EXPECT_EQ(script_.count("start"), 1u);
         EXPECT_EQ(script_.count("cancel"), 0u);
         EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
-        EXPECT_TRUE(log.begins("Job {j1, job} is completed, but its storage does not take"));
+        EXPECT_TRUE(log_->begins("Job {j1, job} is completed, but its storage does not take"));
     }
 }
 
@@ -83,8 +80,7 @@ TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
             appear("a");
         }
         const auto job = makeRestore(row.conflict);
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(script_.stored(), row.stored);
         EXPECT_TRUE(job->errors().empty());
         EXPECT_EQ(job->record().doneSize, 21u) << "what is left out is done";
@@ -102,8 +98,7 @@ TEST_F(RestoreJobTest, NothingLeavesTheChosenFolder) {
                        item(L"C:\\sources\\a:stream"), item(L"C:\\other\\y"),
                        item(L"C:\\sources\\c")};
     const auto job = makeRestore();
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     EXPECT_EQ(script_.stored(), (Names{"sources", "c"}));
     EXPECT_EQ(job->errors(), (Names{"x 161 the path has \".\" or \"..\" in it",
                                     "a:stream 161 a name in the path has a colon in it",
@@ -125,8 +120,7 @@ TEST_F(RestoreJobTest, AFileThatIsInItsPlaceIsNotPlacedAgain) {
         script_.cutOff = "b";
         {
             const auto job = makeRestore(row.conflict);
-            run(*job);
-            EXPECT_EQ(job->state(), paused);
+            run(*job, paused);
         }
         if (row.changed) {
             write(target() + L"\\b", "changed");
@@ -134,8 +128,7 @@ TEST_F(RestoreJobTest, AFileThatIsInItsPlaceIsNotPlacedAgain) {
         const size_t asked = script_.count("C:\\sources\\b");
         const auto job = makeRestore(row.conflict);  // of another process
         ASSERT_TRUE(job->init());
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(script_.count("C:\\sources\\b") - asked, row.changed ? 1u : 0u);
         EXPECT_EQ((Names{contentOf(target() + L"\\b"), contentOf(target() + L"\\b.0")}), row.found);
         EXPECT_EQ(job->record().keptFiles(), 0u);
@@ -148,15 +141,13 @@ TEST_F(RestoreJobTest, AListThatIsMadeAnewForgetsWhatTheLostOneHasPlaced) {
     script_.cutOff = "b";
     {
         const auto job = makeRestore(1);
-        run(*job);
-        EXPECT_EQ(job->state(), paused);
+        run(*job, paused);
     }
     ASSERT_NE(DeleteFileW(list().c_str()), 0);
     std::swap(script_.catalog[2], script_.catalog[3]);
     const auto job = makeRestore(1);
     ASSERT_TRUE(job->init());
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     EXPECT_EQ(contentOf(target() + L"\\c"), "C:\\sources\\c");
 }
 
@@ -172,8 +163,7 @@ TEST_F(RestoreJobTest, WhatAKilledRunLeftBesideItsTargetGoes) {
     leave("j1");
     const auto job = makeRestore();
     script_.onItem = [&](const std::string& name) { EXPECT_TRUE(name != "b" || job->stop()); };
-    run(*job);
-    EXPECT_EQ(job->state(), cancelled);
+    run(*job, cancelled);
     EXPECT_FALSE(exists(left)) << "with the run";
     script_.onItem = nullptr;
     leave("gone");
@@ -188,9 +178,7 @@ TEST_F(RestoreJobTest, NothingIsAskedForWithoutAPlaceToRestoreTo) {
         static_cast<const RestoreJobDefinition&>(job->definition()));
     away->setTarget(L"Q:\\to\\", prefix_);
     job->definition(std::move(away));
-    const LogCapture quiet;
-    run(*job);
-    EXPECT_EQ(job->state(), failed);
+    run(*job, failed);
     EXPECT_EQ(job->record().endError, DWORD{ERROR_INVALID_DRIVE});
     EXPECT_EQ(script_.listed, 0u);
     EXPECT_TRUE(job->errors().empty());
@@ -204,8 +192,7 @@ TEST_F(RestoreJobTest, CountsWhatFailedAndWhatARunHasComePast) {
     script_.items["d"] = {ERROR_ACCESS_DENIED};
     const auto job = makeRestore();
     script_.onItem = [&](const std::string& name) { EXPECT_TRUE(name != "b" || job->stop()); };
-    run(*job);
-    EXPECT_EQ(job->state(), cancelled);
+    run(*job, cancelled);
     EXPECT_EQ(loadFailedTotals(dataPath(L"\\job\\j1")), (SourceTotals{1, 1, 7}));
     EXPECT_EQ(script_.history.at("filescount").get_int64(), 2);
     EXPECT_EQ(script_.history.at("totalsize").get_int64(), 14);
@@ -222,12 +209,9 @@ TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsSe
         script_ = {};
         script_.list = {0, error};
         const auto job = makeRestore();
-        const LogCapture quiet;
-        run(*job);
-        EXPECT_EQ(job->state(), paused);
+        run(*job, paused);
         EXPECT_EQ(script_.calls, Names{});
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
     }
     waitForServer_ = false;
@@ -237,9 +221,7 @@ TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsSe
         script_ = {};
         script_.list = {0, error};
         const auto job = makeRestore();
-        const LogCapture quiet;
-        run(*job);
-        EXPECT_EQ(job->state(), failed);
+        run(*job, failed);
         EXPECT_EQ(job->record().endError, error);
         EXPECT_EQ(script_.calls, Names{"cancel"});
         EXPECT_EQ(script_.history.at("state").get_str(), "error");
@@ -254,12 +236,10 @@ TEST_F(RestoreJobTest, AStopOrPauseWhileListingIsNoFailure) {
         script_.list = {ERROR_CANCELLED};
         const auto job = makeRestore();
         script_.onList = [&] { EXPECT_TRUE(stop ? job->stop() : job->pause(true)); };
-        run(*job);
-        EXPECT_EQ(job->state(), stop ? cancelled : paused);
+        run(*job, stop ? cancelled : paused);
         EXPECT_EQ(script_.calls, stop ? Names{"cancel"} : Names{});
         script_.onList = nullptr;
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(script_.stored(), (Names{"sources", "a", "b", "c"}));
     }
 }
@@ -269,8 +249,7 @@ TEST_F(RestoreJobTest, DirectoriesHaveTheirTimesAfterTheirFiles) {
                        item(L"C:\\sources\\d\\a"), item(L"C:\\sources\\e", true)};
     script_.items["e"] = {ERROR_ACCESS_DENIED};
     const auto job = makeRestore();
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, completed);
     for (const wchar_t* name : {L"", L"\\d"}) {
         WIN32_FILE_ATTRIBUTE_DATA data{};
         ASSERT_TRUE(GetFileAttributesExW((target() + name).c_str(), GetFileExInfoStandard, &data));
@@ -301,12 +280,10 @@ TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
             const auto job = makeRestore(conflict);
             run(*job);
             ASSERT_TRUE(createDirectories(target() + L"\\made"));
-            run(*job);
-            EXPECT_EQ(job->state(), paused);
+            run(*job, paused);
         }
         const auto job = makeRestore(conflict);
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(written(L"\\made"), backedUp);
         EXPECT_EQ(written(L"\\z"), backedUp);
         EXPECT_EQ(written(L"\\there") == backedUp, conflict != 1);
@@ -314,8 +291,7 @@ TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
         EXPECT_EQ(script_.count("C:\\sources\\made"), 2u);
         // To another run, what this one has made was there.
         write(target() + L"\\made\\mine", "");
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_EQ(written(L"\\made") == backedUp, conflict != 1);
     }
 }
@@ -325,8 +301,7 @@ TEST_F(RestoreJobTest, AFullDiskIsOneWithoutRoomForWhatIsLeftOfTheFile) {
     constexpr uint64_t left = 60;                   // to be received
     for (const uint64_t missing : {0u, 1u}) {
         SCOPED_TRACE(missing);
-        rm_rf(dataPath(L"\\job"), true);
-        script_ = {};
+        anew();
         script_.room = 2 * spare + left + 7 - missing;
         script_.items["b"] = {ERROR_DISK_FULL};
         const auto job = makeRestore();
@@ -334,9 +309,7 @@ TEST_F(RestoreJobTest, AFullDiskIsOneWithoutRoomForWhatIsLeftOfTheFile) {
             job->record().packageSize = name == "b" ? 100 : 0;
             job->record().fileOffset = name == "b" ? 100 - left : 0;
         };
-        const LogCapture quiet;
-        run(*job);
-        EXPECT_EQ(job->state(), missing == 0 ? completed : paused);
+        run(*job, missing == 0 ? completed : paused);
         ASSERT_EQ(script_.needs.size(), 2u);
         EXPECT_EQ(script_.needs[0].folder, itemTempFolder("j1"));
         EXPECT_EQ(script_.needs[1].folder, target() + L"\\b");
@@ -352,8 +325,7 @@ TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
         script_.catalog = {item(L"C:", true), item(L"C:\\d", true)};
         script_.catalog[0].data.dwFileAttributes |= FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
         const auto job = makeRestore();
-        run(*job);
-        EXPECT_EQ(job->state(), completed);
+        run(*job, completed);
         EXPECT_TRUE(job->errors().empty());
         EXPECT_EQ(script_.stored(), Names{"d"});
         WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -382,10 +354,8 @@ TEST_F(RestoreJobTest, WhatWasReceivedStaysWhileTheRunMayGoOn) {
             EXPECT_TRUE(exists(package)) << "the resumed run goes on with it";
         }
     };
-    run(*job);
-    EXPECT_EQ(job->state(), paused);
-    run(*job);
-    EXPECT_EQ(job->state(), completed);
+    run(*job, paused);
+    run(*job, completed);
     EXPECT_FALSE(exists(package));
 }
 

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <utility>
 #include <vector>
@@ -161,7 +163,18 @@ protected:
     static void TearDownTestSuite() { IocpDispatherWrapper::close(); }
 
     ScriptedJobTest() { rm_rf(ground(), true); }
-    ~ScriptedJobTest() override { rm_rf(ground(), true); }
+    ~ScriptedJobTest() override {
+        for (const LogLine& line : HasFailure() ? log_->lines() : std::vector<LogLine>()) {
+            std::fputs(line.text.c_str(), stderr);
+        }
+        rm_rf(ground(), true);
+    }
+    // For the next row of a table: no job, no script, nothing logged.
+    void anew() {
+        rm_rf(dataPath(L"\\job"), true);
+        script_ = {};
+        log_.emplace();
+    }
 
     // Beside the data directory: what lies in it is left out.
     static std::wstring ground() { return dataPath(L" ground"); }
@@ -242,8 +255,21 @@ protected:
         ASSERT_TRUE(job.stop());
         ASSERT_TRUE(job.wait(60'000));
     }
+    using Line = std::source_location;
+    // The same, and the state that the job has then.
+    static void run(Job& job, int32_t ends, Line line = Line::current()) {
+        const testing::ScopedTrace trace(line.file_name(), static_cast<int>(line.line()), "run");
+        run(job);
+        EXPECT_EQ(job.state(), ends);
+    }
+    static void stop(Job& job, int32_t ends, Line line = Line::current()) {
+        const testing::ScopedTrace trace(line.file_name(), static_cast<int>(line.line()), "stop");
+        stop(job);
+        EXPECT_EQ(job.state(), ends);
+    }
 
     Script script_;
+    std::optional<LogCapture> log_{std::in_place};
     std::wstring prefix_ = L"C:\\sources\\";  // of restores
     bool snapshots_ = false;
     std::wstring unsupported_;  // the volume that can have no snapshot

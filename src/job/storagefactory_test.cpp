@@ -62,8 +62,7 @@ TEST_F(StorageFactoryTest, EachBackupGetsTheKeyThatItWasMadeWith) {
     write(sources() + L"\\a", "content");
     importKey("there");
     auto backup = makeBackup(script_, "there");
-    run(*backup);
-    ASSERT_EQ(backup->state(), completed);
+    run(*backup, completed);
 
     UserKey own;
     ASSERT_TRUE(ownKey("here", own));
@@ -71,16 +70,14 @@ TEST_F(StorageFactoryTest, EachBackupGetsTheKeyThatItWasMadeWith) {
     run(*restore);
     EXPECT_EQ(restore->record().endError, errorKeyForeign);
     importKey("here");
-    run(*restore);
-    EXPECT_EQ(restore->state(), completed);
+    run(*restore, completed);
     EXPECT_EQ(contentOf(target() + L"\\a"), "content");
 
     backup.reset();
     rm_rf(dataPath(L"\\job\\b"), true);
     backup = makeBackup(script_, "here");
     write(sources() + L"\\b", "more");
-    run(*backup);
-    EXPECT_EQ(backup->state(), completed);
+    run(*backup, completed);
     EXPECT_EQ(backup->record().fileCount, 1u) << "one was carried over, and can be read with it";
 }
 
@@ -92,7 +89,6 @@ TEST_F(StorageFactoryTest, ARunIsDroppedByNoServerButItsOwn) {
     for (const auto& [server, asked] :
          {std::pair{"", true}, {"127.0.0.1:1", true}, {"127.0.0.1:2", false}}) {
         SCOPED_TRACE(server);
-        const LogCapture quiet;
         const PendingDrop drop{"11111111-1111-1111-1111-111111111111", L"", server};
         EXPECT_FALSE(dropBackupRun(job, drop, stop.get()));
         EXPECT_EQ(GetLastError() != errorOtherServer, asked);

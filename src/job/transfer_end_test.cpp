@@ -34,15 +34,12 @@ TYPED_TEST(TransferEnd, StartFailures) {
     Script& script = this->script_;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
+        this->anew();
         script.start = {row.error};
         script.noStorage = row.error == ERROR_NOT_SUPPORTED;
         this->waitForServer_ = row.wait;
         const auto job = this->makeJob();
-        const LogCapture quiet;
-        this->run(*job);
-        EXPECT_EQ(job->state(), row.state);
+        this->run(*job, row.state);
         EXPECT_EQ(job->record().endError, row.error);
         EXPECT_EQ(script.count("cancel"), row.state == failed && !script.noStorage ? 1u : 0u);
         EXPECT_TRUE(script.stored().empty());
@@ -58,8 +55,7 @@ TYPED_TEST(TransferEnd, ARunThatThrowsEndsLikeAnyOtherFailure) {
         EXPECT_EQ(this->script_.checks, 0u);
         EXPECT_NE(MoveFileW(this->list().c_str(), (this->list() + L"2").c_str()), 0);
     };
-    this->run(*job);
-    EXPECT_EQ(job->state(), failed);
+    this->run(*job, failed);
     EXPECT_EQ(job->lastRunState(), failed);
     EXPECT_EQ(this->script_.count("cancel"), 1u);
     EXPECT_EQ(job->history().at("state").get_str(), "error");
@@ -74,8 +70,7 @@ TYPED_TEST(TransferEnd, AStopOutweighsTheErrorItCauses) {
             EXPECT_TRUE(job->stop());
         }
     };
-    this->run(*job);
-    EXPECT_EQ(job->state(), cancelled);
+    this->run(*job, cancelled);
     EXPECT_EQ(script.stored(), (Names{"sources", "a", "b"}));
     EXPECT_EQ(script.calls.back(), "cancel");
     EXPECT_TRUE(job->errors().empty());
@@ -88,8 +83,7 @@ TYPED_TEST(TransferEnd, StoppingAPausedRunOnlyDropsIt) {
     const auto job = this->makeJob();
     this->run(*job);
     script.calls.clear();
-    this->stop(*job);
-    EXPECT_EQ(job->state(), cancelled);
+    this->stop(*job, cancelled);
     EXPECT_EQ(script.calls, Names{"cancel"});
     EXPECT_FALSE(exists(this->dataPath(L"\\job\\j1\\act\\vol\\1")));
     // A storage that waits for a stalled server does so for a while only.
@@ -103,13 +97,10 @@ TYPED_TEST(TransferEnd, ADropThatCouldNotBeginIsNotTheNextRuns) {
     this->run(*job);
     script.calls.clear();
     script.onRun = [] { throw std::runtime_error("no memory"); };
-    const LogCapture quiet;
-    this->stop(*job);
-    EXPECT_EQ(job->state(), failed);
+    this->stop(*job, failed);
     EXPECT_EQ(job->record().endError, DWORD{ERROR_INTERNAL_ERROR});
     script.onRun = nullptr;
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
+    this->run(*job, completed);
     EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));
 }
 
@@ -119,8 +110,7 @@ TYPED_TEST(TransferEnd, AParkedJobStopsWithoutAThreadAndStartsANewRun) {
     EXPECT_TRUE(job->stop());
     EXPECT_EQ(job->state(), cancelled);
     EXPECT_TRUE(this->script_.calls.empty());
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
+    this->run(*job, completed);
 }
 
 TYPED_TEST(TransferEnd, WaitsLongerWhileItComesNoFurther) {
@@ -130,14 +120,13 @@ TYPED_TEST(TransferEnd, WaitsLongerWhileItComesNoFurther) {
     script.items["c"] = {WSAECONNRESET};
     const auto job = this->makeJob();
     for (const char* seconds : {"30", "60", "120", "240", "30"}) {
-        const LogCapture capture;
-        this->run(*job);
-        ASSERT_EQ(job->state(), paused);
-        EXPECT_TRUE(capture.has("Job {j1} tries again in " + std::string(seconds) + " seconds.\n"))
+        this->log_.emplace();
+        this->run(*job, paused);
+        EXPECT_TRUE(
+            this->log_->has("Job {j1} tries again in " + std::string(seconds) + " seconds.\n"))
             << seconds;
     }
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
+    this->run(*job, completed);
 }
 
 TYPED_TEST(TransferEnd, WhatTheServiceSaysIsOnRecordWhileTheRunWaits) {
@@ -166,16 +155,13 @@ TYPED_TEST(TransferEnd, AnyProgressShortensTheWait) {
     Script& script = this->script_;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
+        this->anew();
         script.items["b"] = {WSAECONNRESET, WSAECONNRESET};
         const auto job = this->makeJob();
-        this->run(*job);
-        ASSERT_EQ(job->state(), paused);
+        this->run(*job, paused);
         script.onItem = [&](const std::string&) { row.comesFurther(job->record()); };
         const uint64_t before = utcTimeNow();
-        this->run(*job);
-        ASSERT_EQ(job->state(), paused);
+        this->run(*job, paused);
         EXPECT_GE(loadWait("j1"), before + std::stoull(row.seconds) * ticksPerSecond);
         EXPECT_LE(loadWait("j1"), utcTimeNow() + std::stoull(row.seconds) * ticksPerSecond);
     }
@@ -190,8 +176,7 @@ TYPED_TEST(TransferEnd, AStopThatComesWhileAPausedRunWindsDownEndsIt) {
             EXPECT_TRUE(job->stop());
         }
     };
-    this->run(*job);
-    EXPECT_EQ(job->state(), cancelled);
+    this->run(*job, cancelled);
     EXPECT_EQ(script.calls.back(), "cancel");
 }
 
@@ -225,7 +210,6 @@ TYPED_TEST(TransferEnd, TakesUpWhatACrashLeft) {
         {created, 0, 0, test::failed, 0},
         {JobState{77}, 0, 0, test::failed, 0},
     };
-    const LogCapture quiet;
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << jobStateToString(static_cast<int>(row.left))
                                         << " pending " << row.pending << " manual " << row.manual);

@@ -40,9 +40,7 @@ TYPED_TEST(TransferItems, AFailedItemThatCannotBeRecordedEndsTheRun) {
     this->script_.items["b"] = {ERROR_SHARING_VIOLATION};
     this->script_.record = ERROR_WRITE_FAULT;
     const auto job = this->makeJob();
-    const LogCapture quiet;
-    this->run(*job);
-    EXPECT_EQ(job->state(), failed);
+    this->run(*job, failed);
     EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_WRITE_FAULT));
     EXPECT_EQ(this->script_.calls.back(), "cancel");
     EXPECT_EQ(this->script_.stored(), (Names{"sources", "a", "b"}));
@@ -71,8 +69,7 @@ TYPED_TEST(TransferItems, ADeathLosesNoFailedItem) {
             }
         };
         auto job = this->makeJob();
-        this->run(*job);
-        EXPECT_EQ(job->state(), completed);
+        this->run(*job, completed);
         job.reset();
         ASSERT_TRUE(rm_rf(folder, true));
         std::filesystem::rename(left, folder);
@@ -82,8 +79,7 @@ TYPED_TEST(TransferItems, ADeathLosesNoFailedItem) {
         job = this->makeJob();
         ASSERT_TRUE(job->init());
         ASSERT_EQ(job->state(), paused);
-        this->run(*job);
-        EXPECT_EQ(job->state(), completed);
+        this->run(*job, completed);
         EXPECT_EQ(script.stored(), dies == Dies::after ? Names{"c"} : (Names{"b", "c"}));
         EXPECT_EQ(job->errors(), dies == Dies::before ? Names{} : Names{"b 32 "});
         EXPECT_EQ(job->record().failedItems, dies == Dies::before ? 0u : 1u);
@@ -105,9 +101,7 @@ TYPED_TEST(TransferItems, AFailedItemOfTheListThatCannotBeKeptEndsTheRun) {
         job = this->makeRestore(2, {L"C:\\x"});
         script.onList = block;
     }
-    const LogCapture quiet;
-    this->run(*job);
-    EXPECT_EQ(job->state(), failed);
+    this->run(*job, failed);
     EXPECT_EQ(job->record().endError, DWORD{ERROR_ACCESS_DENIED})
         << "its own error: a full disk parks";
     EXPECT_EQ(script.count("start"), 0u);
@@ -118,22 +112,18 @@ TYPED_TEST(TransferItems, FailedItemsThatCannotBeReadFailTheRun) {
     script.items["b"] = {ERROR_SHARING_VIOLATION};
     script.items["c"] = {WSAECONNRESET};
     const auto job = this->makeJob();
-    this->run(*job);
-    ASSERT_EQ(job->state(), paused);
+    this->run(*job, paused);
     const std::wstring document =
         this->dataPath(L"\\job\\j1\\hist\\") + toWide(job->instanceText()) + L".errors";
     {
         const Held held(document);
-        const LogCapture quiet;
         this->run(*job);
         EXPECT_EQ(job->state(), paused) << "until it can be read again";
         EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
     }
     EXPECT_EQ(job->errors(), Names{"b 32 "});
     this->write(document, "[");
-    const LogCapture quiet;
-    this->run(*job);
-    EXPECT_EQ(job->state(), failed);
+    this->run(*job, failed);
     EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_INVALID_DATA));
     EXPECT_EQ(script.calls.back(), "cancel");
     EXPECT_EQ(this->contentOf(document), "[");
@@ -143,8 +133,7 @@ TYPED_TEST(TransferItems, APauseInAnItemRepeatsItUnlessItGotThrough) {
     Script& script = this->script_;
     for (const DWORD answer : {ERROR_CANCELLED, ERROR_SUCCESS}) {
         SCOPED_TRACE(answer);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
+        this->anew();
         script.items["b"] = {answer};
         const auto job = this->makeJob();
         bool asked = false;
@@ -153,11 +142,9 @@ TYPED_TEST(TransferItems, APauseInAnItemRepeatsItUnlessItGotThrough) {
                 EXPECT_TRUE(job->pause(true));
             }
         };
-        this->run(*job);
-        EXPECT_EQ(job->state(), paused);
+        this->run(*job, paused);
         EXPECT_EQ(job->record().pausedManually, 1u);
-        this->run(*job);
-        EXPECT_EQ(job->state(), completed);
+        this->run(*job, completed);
         EXPECT_EQ(script.stored(), answer == ERROR_SUCCESS
                                        ? (Names{"sources", "a", "b", "c"})
                                        : (Names{"sources", "a", "b", "b", "c"}));
@@ -170,8 +157,7 @@ TYPED_TEST(TransferItems, APauseThatIsTakenBackRepeatsWhatItHasBrokenOff) {
     Script& script = this->script_;
     for (const bool list : {false, true}) {
         SCOPED_TRACE(list);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
+        this->anew();
         const auto job = this->makeJob();
         bool asked = false;
         const auto pauseAndResume = [&] {
@@ -226,19 +212,15 @@ TYPED_TEST(TransferItems, WhatPassesParksTheRunUntilItHasPassed) {
     Script& script = this->script_;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
+        this->anew();
         script.room = row.room;
         script.items["b"] = {row.item};
         script.record = row.record;
         const auto job = this->makeJob();
-        const LogCapture quiet;
-        this->run(*job);
-        EXPECT_EQ(job->state(), row.state);
+        this->run(*job, row.state);
         if (row.state == paused) {
             EXPECT_EQ(job->record().endError, row.record != 0 ? row.record : row.item);
-            this->run(*job);
-            EXPECT_EQ(job->state(), completed);
+            this->run(*job, completed);
             EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "b", "c"}));
         }
         EXPECT_EQ(job->errors().size(), row.state == completed ? 1u : 0u);
@@ -251,8 +233,7 @@ TYPED_TEST(TransferItems, AListWithoutItsEndNeverCompletes) {
     this->run(*job);
     const std::string content = this->contentOf(this->list());
     this->write(this->list(), content.substr(0, content.size() - 6));
-    this->run(*job);
-    EXPECT_EQ(job->state(), failed);
+    this->run(*job, failed);
     EXPECT_EQ(job->record().endError, static_cast<uint32_t>(ERROR_FILE_CORRUPT));
     EXPECT_EQ(this->script_.count("end"), 0u);
 }
@@ -260,21 +241,17 @@ TYPED_TEST(TransferItems, AListWithoutItsEndNeverCompletes) {
 // They would make the new list whole before it is.
 TYPED_TEST(TransferItems, ANewListWaitsForTheTotalsOfTheLastToGo) {
     const auto job = this->makeJob();
-    this->run(*job);
-    ASSERT_EQ(job->state(), completed);
+    this->run(*job, completed);
     const size_t listed = this->script_.listed;
     {
         const Held held(this->dataPath(L"\\job\\j1\\act\\totals"));
-        const LogCapture quiet;
-        this->run(*job);
-        EXPECT_EQ(job->state(), paused);
+        this->run(*job, paused);
         EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
     }
     EXPECT_EQ(this->script_.listed, listed);
     this->write(this->sources() + L"\\d", "content");
     this->script_.catalog.push_back(this->item(L"C:\\sources\\d"));
-    this->run(*job);
-    EXPECT_EQ(job->state(), completed);
+    this->run(*job, completed);
     EXPECT_EQ(this->script_.stored().back(), "d");
 }
 
@@ -295,18 +272,14 @@ TYPED_TEST(TransferItems, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBegi
     Script& script = this->script_;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(this->dataPath(L"\\job"), true);
-        script = {};
+        this->anew();
         script.items["b"] = {WSAECONNRESET};
         const auto job = this->makeJob();
-        this->run(*job);
-        ASSERT_EQ(job->state(), paused);
+        this->run(*job, paused);
         script.calls.clear();
-        const LogCapture quiet;
         if (row.how == Row::held) {
             const Held held(row.file);
-            this->run(*job);
-            EXPECT_EQ(job->state(), paused);
+            this->run(*job, paused);
             EXPECT_EQ(job->record().endError, DWORD{ERROR_SHARING_VIOLATION});
             EXPECT_EQ(script.calls, Names{}) << "nothing can be said of its end either";
         } else if (row.how == Row::damaged) {
@@ -314,8 +287,7 @@ TYPED_TEST(TransferItems, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBegi
         } else {
             ASSERT_NE(DeleteFileW(row.file.c_str()), 0);
         }
-        this->run(*job);
-        EXPECT_EQ(job->state(), completed);
+        this->run(*job, completed);
         EXPECT_EQ(script.stored(),
                   row.how == Row::held ? (Names{"b", "c"}) : (Names{"sources", "a", "b", "c"}));
     }
