@@ -17,7 +17,7 @@ class BackupRunTest : public ScriptedJobTest {};
 TEST_F(BackupRunTest, ReadsFilesFromWhereTheyAre) {
     for (const bool snapshots : {false, true}) {
         SCOPED_TRACE(snapshots);
-        script_ = {};
+        anew();
         snapshots_ = snapshots;
         const auto job = makeBackup();
         run(*job, completed);
@@ -58,7 +58,7 @@ TEST_F(TwoVolumes, EachIsReadFromItsSnapshotAfterAResumeToo) {
     for (const std::vector<const wchar_t*>& lost :
          std::vector<std::vector<const wchar_t*>>{{}, {L"1"}, {L"2"}, {L"1", L"2"}}) {
         SCOPED_TRACE(lost.size());
-        script_ = {};
+        anew();
         script_.items["z"] = {WSAECONNRESET};
         const auto job = makeBackup({sources(), second_});
         run(*job, paused);
@@ -72,7 +72,6 @@ TEST_F(TwoVolumes, EachIsReadFromItsSnapshotAfterAResumeToo) {
         ASSERT_EQ(script_.readFrom.size(), 1u);
         EXPECT_EQ(script_.readFrom[0], L"\\\\?\\" + second_ + L"\\z");
         EXPECT_EQ(job->notes(), Names{});
-        rm_rf(dataPath(L"\\job"), true);
     }
 }
 

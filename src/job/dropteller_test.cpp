@@ -21,6 +21,7 @@ constexpr const char* second = "00000000-0000-0000-0000-000000000002";
 
 class DropTellerTest : public StoreTest {
 protected:
+    const LogCapture log_;
     // A backup job's folder.
     static std::wstring makeJob(const std::string& id) {
         const std::wstring folder = dataPath(L"\\job\\") + toWide(id);
@@ -69,7 +70,6 @@ TEST_F(DropTellerTest, TellsWhatJobsAndRemovedJobsHaveLeft) {
     PendingDrops("gone").handOn(BackupJobDefinition("gone", L"name", "user of gone"));
     ASSERT_TRUE(rm_rf(gone, true));
     const std::wstring kept = dataPath(L"\\drops\\gone");
-    const LogCapture quiet;
 
     EXPECT_EQ(tell({0, 0, WSAECONNRESET}),
               (std::vector<std::string>{"live, user of live, 1E:\\backups", "gone, user of gone, 1",
@@ -92,11 +92,10 @@ TEST_F(DropTellerTest, TellsAgainAfterATimeButWhatIsDamaged) {
     const std::wstring damaged = makeJob("other");
     PendingDrops("other").note({first, L""});
     write(damaged + L"\\def", "{\"id\": ");
-    const LogCapture log;
     EXPECT_EQ(tell({ERROR_INVALID_DATA, WSAECONNRESET, WSAECONNRESET, 0}, 1),
               (std::vector<std::string>{"job, user of job, 1", "job, user of job, 2",
                                         "job, user of job, 2", "job, user of job, 2"}));
-    const auto lines = log.lines();
+    const auto lines = log_.lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const LogLine& line) {
                                 return line.text.starts_with("Failed to read whose runs");

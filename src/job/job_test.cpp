@@ -29,6 +29,7 @@ protected:
     }
 
     JobGround ground_;
+    const LogCapture quiet_;
 };
 
 TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
@@ -41,7 +42,6 @@ TEST_F(JobLifecycle, AStartReturnsWhenTheRunEndsWithoutAWord) {
     EXPECT_TRUE(silent->start());
     EXPECT_TRUE(silent->wait(INFINITE));
     EXPECT_EQ(silent->state(), value(JobState::idle));
-    const LogCapture quiet;
     const auto throwing = make("b");
     EXPECT_TRUE(throwing->start());
     EXPECT_TRUE(throwing->wait(INFINITE));
@@ -94,7 +94,6 @@ TEST_F(JobLifecycle, NobodyElseSaysWhatItsStateIs) {
 // Nobody waits for ever for a run that never was, and a paused run is not lost.
 TEST_F(JobLifecycle, AStartWithoutAThreadIsOver) {
     const auto job = make("a");
-    const LogCapture quiet;
     const auto event = [](const char* state) {
         return Names{R"({"error-code":8,"id":"a","name":"name of a","reason":")" + errorText(8) +
                          R"(","state":")" + state + "\"}",

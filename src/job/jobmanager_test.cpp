@@ -57,6 +57,7 @@ protected:
     }
 
     JobGround ground_;
+    const LogCapture quiet_;
     static inline JobManagerImpl* manager_ = JobGround::manager();
 };
 
@@ -78,7 +79,6 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
     std::wstring data;
     ASSERT_TRUE(dataDirectory(data));
     writeFile(data + L"\\consistentcheck\\deep\\file", "x");
-    const LogCapture quiet;
     FileHandle held = holdFile(JobGround::directory("held") + L"\\def", GENERIC_WRITE);
     const auto restartWhile = [](const std::function<void()>& act) {
         const Meanwhile waiting(act);
@@ -87,8 +87,8 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
     restartWhile([] {});
     EXPECT_FALSE(exists(data + L"\\consistentcheck\\deep"));
     EXPECT_EQ(ids(), (Names{"good", "marked"})) << "and not what somebody holds all the time";
-    EXPECT_TRUE(quiet.begins("Leave out the job directory \"" +
-                             toUtf8(JobGround::directory("held")) + "\""));
+    EXPECT_TRUE(quiet_.begins("Leave out the job directory \"" +
+                              toUtf8(JobGround::directory("held")) + "\""));
     restartWhile([&] { held.reset(); });
     EXPECT_EQ(ids(), (Names{"good", "held", "marked"})) << "who held it has let go";
     for (const auto& [id, kept] : {std::pair{"missing", false},
@@ -112,7 +112,6 @@ TEST_F(JobManager, LoadsWhatItFindsAndRecyclesWhatIsNoJob) {
 
 TEST_F(JobManager, RefusesWhatCannotBeAJob) {
     EXPECT_FALSE(manager_->submitJob(nullptr));
-    const LogCapture quiet;
     for (const char* bad : {"", "..", "a\\b", "a/b", "nul", "c:", "dot.", "star*"}) {
         EXPECT_FALSE(submit(bad)) << bad;
     }
@@ -165,7 +164,6 @@ TEST_F(JobManager, UpdatesAJobThatDoesNotRun) {
 
     // What cannot be saved is not taken: after the next start the old one would be back.
     createDirectories(JobGround::directory("Job") + L"\\def.new");
-    const LogCapture quiet;
     const size_t events = ground_.events().size();
     EXPECT_FALSE(manager_->submitJob(backupDefinition("Job").release()));
     EXPECT_EQ(job->definition().name(), L"changed 10");
@@ -179,7 +177,6 @@ TEST_F(JobManager, DrivesAllJobsPastAFailure) {
         EXPECT_TRUE(submit(id));
     }
     manager_->lockJob("b");
-    const LogCapture quiet;
     manager_->startAllJobs(false);
     EXPECT_TRUE(JobGround::job("a")->ran.wait());
     EXPECT_TRUE(JobGround::job("c")->ran.wait());
@@ -206,7 +203,6 @@ TEST_F(JobManager, RemovesARunningJobOnAThreadOfItsOwn) {
     };
     running("a");
     EXPECT_TRUE(submit("b"));
-    const LogCapture quiet;
     EXPECT_TRUE(manager_->removeJob("A"));
     EXPECT_NE(manager_->job("a"), nullptr) << "until its run has ended";
     EXPECT_TRUE(manager_->removeJob("a")) << "once more";
@@ -223,7 +219,6 @@ TEST_F(JobManager, WaitsWithoutItsLockForWhoLooksIntoARemovedJobsDirectory) {
         SCOPED_TRACE(loaded);
         EXPECT_TRUE(submit("a"));
         TestJob::plans["a"].initialises = loaded;
-        const LogCapture quiet;
         restart();
         FileHandle held = holdFile(JobGround::directory("a") + L"\\def");
         Signal waits;
@@ -299,7 +294,6 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
         record->state = value(JobState::paused);
         record->instanceId = localInstanceId("00000000-0000-0000-0000-000000000001");
     }
-    const LogCapture quiet;
     restart();
     EXPECT_TRUE(exists(ofLeftOut)) << "which goes on when it is loaded again";
     EXPECT_TRUE(manager_->removeJob("stubborn"));
@@ -318,7 +312,6 @@ TEST_F(JobManager, TellsRunsWhereTheyCouldNotBeHandedOnAndMakesNoJobOfThem) {
     const std::wstring drops = home.substr(0, home.rfind(L"\\job\\")) + L"\\drops";
     EXPECT_TRUE(rm_rf(drops, true));
     storeFile(drops, "no room");
-    const LogCapture quiet;
     EXPECT_FALSE(PendingDrops("kept").handOn(*backupDefinition("kept")));
     Signal told;
     JobManagerImpl other([&](const JobDefinition& job, const PendingDrop&, HANDLE) {

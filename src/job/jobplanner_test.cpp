@@ -61,10 +61,20 @@ protected:
                    ? "never"
                    : zone_.text(standardInstant(zone_, activity_->nextRunTime)).substr(5);
     }
+    // Plans, and gives what is on record then.
+    std::string planned(PlanReason reason) {
+        EXPECT_TRUE(plan(reason));
+        return onRecord();
+    }
     // The commands that the timer has given since the last call.
     Names fired() {
         dispatcher_.fire();
         return std::exchange(given_, {});
+    }
+
+    Names firedAt(const std::string& time) {
+        dispatcher_.advance(at(time));
+        return fired();
     }
 
     static inline Names given_;  // added to on the dispatcher's worker, read when it is idle
@@ -82,21 +92,15 @@ TEST_F(Planner, PlansTheNextRunWhenOneStarts) {
     EXPECT_EQ(fired(), Names{});
     EXPECT_TRUE(plan(PlanReason::started)) << "by hand, before it is due";
     EXPECT_EQ(onRecord(), "01-05 09:00:00");
-    dispatcher_.advance(at("01-05 09:00:00"));
-    EXPECT_EQ(fired(), Names{"start"});
-    EXPECT_TRUE(plan(PlanReason::started));
-    EXPECT_EQ(onRecord(), "01-06 09:00:00");
-    EXPECT_TRUE(plan(PlanReason::ended));
-    EXPECT_EQ(onRecord(), "01-06 09:00:00");
-    dispatcher_.advance(at("01-06 09:00:00"));
-    EXPECT_EQ(fired(), Names{"start"});
+    EXPECT_EQ(firedAt("01-05 09:00:00"), Names{"start"});
+    EXPECT_EQ(planned(PlanReason::started), "01-06 09:00:00");
+    EXPECT_EQ(planned(PlanReason::ended), "01-06 09:00:00");
+    EXPECT_EQ(firedAt("01-06 09:00:00"), Names{"start"});
     EXPECT_TRUE(plan(PlanReason::ended)) << "another command took the place of the start";
     EXPECT_EQ(onRecord(), "01-07 09:00:00");
     definition_->setSchedule({});
-    EXPECT_TRUE(plan(PlanReason::loaded));
-    EXPECT_EQ(onRecord(), "never");
-    dispatcher_.advance(at("01-08 09:00:00"));
-    EXPECT_EQ(fired(), Names{});
+    EXPECT_EQ(planned(PlanReason::loaded), "never");
+    EXPECT_EQ(firedAt("01-08 09:00:00"), Names{});
 }
 
 TEST_F(Planner, StartsWhatFellDueWithoutAStart) {
@@ -132,21 +136,17 @@ TEST_F(Planner, StartsWhatFellDueWithoutAStart) {
         EXPECT_EQ(fired(), row.starts ? Names{"start"} : Names{});
         EXPECT_EQ(onRecord(), row.starts ? "01-05 09:00:00" : "01-06 09:00:00")
             << "the record keeps what is still to be started";
-        EXPECT_TRUE(plan(PlanReason::started));
-        EXPECT_EQ(onRecord(), "01-06 09:00:00");
+        EXPECT_EQ(planned(PlanReason::started), "01-06 09:00:00");
         EXPECT_EQ(fired(), Names{}) << "once";
     }
 }
 
 TEST_F(Planner, ARefusedStartIsPlannedPastAndMadeUpForLater) {
-    dispatcher_.advance(at("01-05 09:00:00"));
-    EXPECT_EQ(fired(), Names{"start"});
+    EXPECT_EQ(firedAt("01-05 09:00:00"), Names{"start"});
     EXPECT_TRUE(plan(PlanReason::refused));
     EXPECT_EQ(fired(), Names{});
-    dispatcher_.advance(at("01-06 09:00:00"));
-    EXPECT_EQ(fired(), Names{"start"}) << "the schedule goes on";
-    EXPECT_TRUE(plan(PlanReason::refused));
-    EXPECT_EQ(onRecord(), "01-05 09:00:00");
+    EXPECT_EQ(firedAt("01-06 09:00:00"), Names{"start"}) << "the schedule goes on";
+    EXPECT_EQ(planned(PlanReason::refused), "01-05 09:00:00");
     load("01-06 12:00:00");
     EXPECT_EQ(fired(), Names{"start"});
 }
@@ -156,8 +156,7 @@ TEST_F(Planner, FollowsTheClock) {
         const char* set;
         const char* next;
     };
-    dispatcher_.advance(at("01-05 09:00:00"));
-    EXPECT_EQ(fired(), Names{"start"});
+    EXPECT_EQ(firedAt("01-05 09:00:00"), Names{"start"});
     EXPECT_TRUE(plan(PlanReason::started));
     constexpr Row rows[] = {
         {"01-05 08:50:00", "01-06 09:00:00"},  // a start is not repeated
@@ -169,8 +168,7 @@ TEST_F(Planner, FollowsTheClock) {
         SCOPED_TRACE(row.set);
         dispatcher_.setClock(at(row.set));
         EXPECT_EQ(fired(), Names{"do_schedule"});
-        EXPECT_TRUE(plan(PlanReason::asked));
-        EXPECT_EQ(onRecord(), row.next);
+        EXPECT_EQ(planned(PlanReason::asked), row.next);
     }
     dispatcher_.setClock(at("01-04 15:00:00"));
     EXPECT_EQ(fired(), Names{"do_schedule"});
@@ -213,8 +211,7 @@ TEST_F(Planner, AClockThatFailsCostsNothing) {
     EXPECT_FALSE(plan(PlanReason::asked));
     zone_.broken = false;
     EXPECT_EQ(onRecord(), "01-05 09:00:00");
-    dispatcher_.advance(at("01-05 09:00:00"));
-    EXPECT_EQ(fired(), Names{"start"});
+    EXPECT_EQ(firedAt("01-05 09:00:00"), Names{"start"});
     planner_->stop();
     EXPECT_FALSE(plan(PlanReason::started));
     EXPECT_EQ(schedules_.FindSchedule("j1"), nullptr);

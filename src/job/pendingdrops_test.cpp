@@ -33,7 +33,6 @@ protected:
     std::string told(DWORD error) const { return told(drops_, error); }
     static std::string told(const PendingDrops& drops, DWORD error) {
         std::string text;
-        const test::LogCapture quiet;
         drops.tell([&](const PendingDrop& run) {
             text += run.instanceId.substr(0, 1) + "@" + toUtf8(run.location) + run.server + " ";
             SetLastError(error);
@@ -43,6 +42,7 @@ protected:
     }
     std::wstring noteOf(const char* id) const { return folder_ + L"\\" + toWide(id); }
 
+    const test::LogCapture quiet_;
     const PendingDrops drops_{"j1"};
     const std::wstring folder_ = dataPath(L"\\job\\j1\\drops");
 };
@@ -147,7 +147,7 @@ TEST_F(PendingDropsTest, TheRunThatGoesOnIsNotTold) {
     // Nobody knows then.
     drops_.note({second, L""});
     {
-        const FileHandle held = holdFile(dataPath(L"\\job\\j1\\info"));
+        const Held held(dataPath(L"\\job\\j1\\info"));
         EXPECT_EQ(told(ERROR_SUCCESS), "");
     }
     write(dataPath(L"\\job\\j1\\info"), "damaged");
@@ -163,7 +163,6 @@ TEST_F(PendingDropsTest, OneThatCannotBeReadIsToldLater) {
     {
         const Held held(noteOf(first));
         EXPECT_EQ(told(ERROR_SUCCESS), "");
-        const test::LogCapture quiet;
         EXPECT_FALSE(drops_.note({first, L"F:\\b"}));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
         EXPECT_FALSE(drops_.forget(first));
@@ -182,7 +181,6 @@ TEST_F(PendingDropsTest, AreBoundToAServerAsLoginsAre) {
     EXPECT_EQ(told(WSAESTALE), "1@old:80 2@set:80 3@E:\\b ");
     {
         const Held held(noteOf(first));
-        const test::LogCapture quiet;
         EXPECT_FALSE(PendingDrops::bindTo("new:80", Bind::all)) << "and the others are";
     }
     EXPECT_EQ(told(WSAESTALE), "1@old:80 2@new:80 3@E:\\b ");
@@ -210,7 +208,6 @@ TEST_F(PendingDropsTest, OneThatCannotBeHandedOnCostsNoOther) {
                 held.reset();
             }
         });
-        const test::LogCapture quiet;
         return drops_.handOn(job);
     };
     for (const bool letGo : {true, false}) {
@@ -234,7 +231,6 @@ TEST_F(PendingDropsTest, OneThatCannotBeMovedIsKept) {
     drops_.note({first, L""});
     ASSERT_TRUE(createDirectories(dataPath(L"\\drops\\j1\\") + toWide(first)));
     const Meanwhile nothing;
-    const test::LogCapture quiet;
     EXPECT_FALSE(drops_.handOn(BackupJobDefinition("j1", L"name", "alice")));
     EXPECT_TRUE(fileExists(noteOf(first)));
 }
@@ -244,7 +240,6 @@ TEST_F(PendingDropsTest, ThoseThatCannotBeHandedOnStayWithWhoseTheyAre) {
     const BackupJobDefinition job("j1", L"name", "alice");
     const std::wstring home = dataPath(L"\\job\\j1");
     const Meanwhile nothing;
-    const test::LogCapture quiet;
     for (const bool held : {false, true}) {
         SCOPED_TRACE(held);
         rm_rf(home, true);
@@ -287,7 +282,6 @@ TEST_F(PendingDropsTest, OfNoJobAreHandedOnByItsOwnDefinitionOnly) {
     const std::wstring to = dataPath(L"\\drops\\j1\\") + toWide(first);
     EXPECT_TRUE(drops_.handOn());
     drops_.note({first, L""});
-    const test::LogCapture quiet;
     EXPECT_FALSE(drops_.handOn());
     ASSERT_TRUE(BackupJobDefinition("copied", L"name", "alice").save(definition));
     EXPECT_TRUE(drops_.handOn());

@@ -67,8 +67,7 @@ TEST_F(RestoreJobTest, ConflictsAreNoErrors) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        rm_rf(target(), true);
-        script_ = {};
+        anew();
         const auto appear = [&](const std::string& name) {
             if (name == "a" && !exists(target() + L"\\a")) {
                 write(target() + L"\\a", "mine");
@@ -115,8 +114,7 @@ TEST_F(RestoreJobTest, AFileThatIsInItsPlaceIsNotPlacedAgain) {
     for (const Row& row : {Row{1, false, {mine, ""}}, Row{2, false, {mine, ""}},
                            Row{3, false, {mine, ""}}, Row{3, true, {"changed", mine}}}) {
         SCOPED_TRACE(row.conflict);
-        rm_rf(target(), true);
-        script_ = {};
+        anew();
         script_.cutOff = "b";
         {
             const auto job = makeRestore(row.conflict);
@@ -206,7 +204,7 @@ TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsSe
     waitForServer_ = true;
     for (const DWORD error : {DWORD{WSAECONNREFUSED}, DWORD{WSAECONNRESET}}) {
         SCOPED_TRACE(error);
-        script_ = {};
+        anew();
         script_.list = {0, error};
         const auto job = makeRestore();
         run(*job, paused);
@@ -218,7 +216,7 @@ TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsSe
     // Also what would pass: nothing is known yet that would be worth keeping.
     for (const DWORD error : {DWORD{WSAECONNRESET}, DWORD{0x20010194}}) {
         SCOPED_TRACE(error);
-        script_ = {};
+        anew();
         script_.list = {0, error};
         const auto job = makeRestore();
         run(*job, failed);
@@ -232,7 +230,7 @@ TEST_F(RestoreJobTest, AListThatCannotBeMadeEndsTheRunUnlessTheHostWaitsForItsSe
 TEST_F(RestoreJobTest, AStopOrPauseWhileListingIsNoFailure) {
     for (const bool stop : {true, false}) {
         SCOPED_TRACE(stop);
-        script_ = {};
+        anew();
         script_.list = {ERROR_CANCELLED};
         const auto job = makeRestore();
         script_.onList = [&] { EXPECT_TRUE(stop ? job->stop() : job->pause(true)); };
@@ -267,8 +265,7 @@ TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
     const uint64_t backedUp = toTicks(item(L"").data.ftLastWriteTime);
     for (const int32_t conflict : {1, 2, 3}) {
         SCOPED_TRACE(conflict);
-        rm_rf(target(), true);
-        script_ = {};
+        anew();
         script_.catalog = {item(L"C:\\sources", true), item(L"C:\\sources\\made", true),
                            item(L"C:\\sources\\there", true), item(L"C:\\sources\\z", true),
                            item(L"C:\\sources\\z\\a")};
@@ -319,9 +316,8 @@ TEST_F(RestoreJobTest, AFullDiskIsOneWithoutRoomForWhatIsLeftOfTheFile) {
 TEST_F(RestoreJobTest, ADriveDoesNotHideTheFolderThatTakesItIn) {
     for (const wchar_t* prefix : {L"", L"C:\\"}) {
         SCOPED_TRACE(toUtf8(prefix));
-        rm_rf(target(), true);
+        anew();
         prefix_ = prefix;
-        script_ = {};
         script_.catalog = {item(L"C:", true), item(L"C:\\d", true)};
         script_.catalog[0].data.dwFileAttributes |= FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
         const auto job = makeRestore();

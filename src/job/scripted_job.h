@@ -17,6 +17,7 @@
 #include "base/text.h"
 #include "base/uuid.h"
 #include "job/backupjob.h"
+#include "job/pendingdrops.h"
 #include "job/restorejob.h"
 #include "job/script.h"
 #include "record/jobhistory.h"
@@ -169,9 +170,10 @@ protected:
         }
         rm_rf(ground(), true);
     }
-    // For the next row of a table: no job, no script, nothing logged.
+    // For the next row of a table: no job, nothing restored, no script, nothing logged.
     void anew() {
         rm_rf(dataPath(L"\\job"), true);
+        rm_rf(target(), true);
         script_ = {};
         log_.emplace();
     }
@@ -255,6 +257,17 @@ protected:
         ASSERT_TRUE(job.stop());
         ASSERT_TRUE(job.wait(60'000));
     }
+    // The runs of the job that its storage would be told to drop now.
+    static Names toldOf(const std::string& id = "j1") {
+        Names told;
+        PendingDrops(id).tell([&](const PendingDrop& drop) {
+            told.push_back(drop.instanceId + "@" + drop.server);
+            SetLastError(WSAECONNRESET);
+            return false;
+        });
+        return told;
+    }
+
     using Line = std::source_location;
     // The same, and the state that the job has then.
     static void run(Job& job, int32_t ends, Line line = Line::current()) {

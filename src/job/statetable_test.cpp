@@ -47,20 +47,9 @@ constexpr Row rows[] = {
 // clang-format on
 
 std::string text(Answer answer) {
-    switch (answer) {
-        case Answer::nothing: return "nothing";
-        case Answer::refuse: return "refuse";
-        case Answer::begin: return "begin";
-        case Answer::goOn: return "goOn";
-        case Answer::takeBack: return "takeBack";
-        case Answer::tell: return "tell";
-        case Answer::park: return "park";
-        case Answer::keep: return "keep";
-        case Answer::drop: return "drop";
-        case Answer::takeUp: return "takeUp";
-        case Answer::distrust: return "distrust";
-    }
-    return "?";
+    constexpr const char* texts[] = {"nothing", "refuse", "begin", "goOn",   "takeBack", "tell",
+                                     "park",    "keep",   "drop",  "takeUp", "distrust"};
+    return texts[static_cast<size_t>(answer)];
 }
 
 std::string answers(JobState state) {
