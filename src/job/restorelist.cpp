@@ -8,7 +8,7 @@
 #include "base/error_codes.h"
 #include "base/log.h"
 #include "base/text.h"
-#include "record/sourcelistfile.h"
+#include "record/jobactsrcwriter.h"
 #include "storage/web/token_loop.h"
 
 namespace dorvo {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "record/sourcelistfile.h"
+#include "record/jobactsrcwriter.h"
 #include "support/temporary_folder.h"
 
 namespace dorvo {

@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 
@@ -33,5 +34,13 @@ public:
 private:
     bool put(std::span<const std::byte> record);
 };
+
+// Makes a source list so that what lies under its name is whole at any time: lets `fill` write the
+// records, the brackets around them excepted, into a file of another name, brings it onto the disk
+// and renames it to `path`, whatever was there before. False, with the last error and no trace
+// left, when any of it fails: `fill` answers false with the last error, or throws. A failed write
+// is logged.
+bool writeSourceListFile(const std::wstring& path,
+                         const std::function<bool(JobHistorySourceWriter& writer)>& fill);
 
 }  // namespace dorvo

@@ -3,7 +3,7 @@
 #include "base/files.h"
 #include "base/local_time.h"
 #include "base/text.h"
-#include "record/sourcelistfile.h"
+#include "record/jobactsrcwriter.h"
 #include "source/jobvolume.h"
 
 namespace dorvo {
