@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 #ifdef _WIN32
 #include <windows.h>
+
+#include "support/store_watch.h"
 #endif
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -53,23 +56,24 @@ std::vector<uint8_t> example() {
 }
 
 #ifdef _WIN32
-// A process may die in the middle of a reset: a head that is right is not touched by it, so it is
-// never away. Here a store to it would be an access violation.
-TEST(JobActivity, AResetLeavesItsHeadAlone) {
-    constexpr size_t page = 4096;
-    void* const memory = VirtualAlloc(nullptr, 3 * page, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
-    ASSERT_NE(memory, nullptr);
-    auto* const record = reinterpret_cast<JobActivity*>(static_cast<std::byte*>(memory) + page -
-                                                        offsetof(JobActivity, lastRunState));
-    record->reset(3, true);
-    record->doneSize = 5;
-    DWORD before = 0;
-    ASSERT_NE(VirtualProtect(memory, page, PAGE_READONLY, &before), 0);
+// A process may die in the middle of a reset: a head that is right is never away, and no field of
+// the former run stands beside its state when others are gone.
+TEST(JobActivity, AResetStoresItsStateFirstAndLeavesItsHeadAlone) {
+    test::StoreWatch watch;
+    auto& record = *static_cast<JobActivity*>(watch.page());
     for (const bool full : {false, true}) {
-        record->reset(1, full);
+        record = *makeRecord();
+        record.instanceId.fill(7);
+        watch.begin();
+        record.reset(9, full);
+        const std::vector<size_t> stores = watch.end();
+        ASSERT_FALSE(stores.empty());
+        EXPECT_EQ(stores.front(), offsetof(JobActivity, state));
+        EXPECT_GE(*std::min_element(stores.begin(), stores.end()),
+                  offsetof(JobActivity, lastRunState));
+        EXPECT_EQ(record.state, 9);
+        EXPECT_FALSE(record.hasInstance());
     }
-    EXPECT_EQ(std::memcmp(record, makeRecord().get(), sizeof(*record)), 0);
-    VirtualFree(memory, 0, MEM_RELEASE);
 }
 #endif
 
