@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <map>
+#include <stdexcept>
 
 #include "job/scripted_job.h"
 #include "support/signal.h"
@@ -266,6 +267,20 @@ TEST_F(BackupRunTest, ABusySnapshotServiceIsAskedAgainForAWhile) {
     ASSERT_TRUE(job->start() && asked.wait() && job->stop() && job->wait(60'000));
     EXPECT_EQ(job->state(), cancelled);
     EXPECT_EQ(script_.count("snapshot"), 1u);
+}
+
+// The storage hears of the end after that, and a check of a folder holds it.
+TEST_F(BackupRunTest, ARunThatThrowsLetsItsCheckGoBeforeItEnds) {
+    snapshots_ = true;
+    script_.list = {WSAECONNRESET};
+    const auto job = makeBackup();
+    run(*job, paused);
+    script_.onSnapshot = [&] {
+        EXPECT_EQ(script_.checks, 1u);
+        throw std::runtime_error("no memory");
+    };
+    script_.onCleanup = [&](int) { EXPECT_EQ(script_.checks, 0u); };
+    run(*job, failed);
 }
 
 // The requester was told to give up: the run has lost its snapshot, and nothing that was sent.
