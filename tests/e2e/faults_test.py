@@ -20,9 +20,9 @@ class Backup:
     """A run whose first item the server refuses, so that there is an error to send too."""
 
     # The steps, each with the number of the request that is struck: an item and a block in the middle.
-    STEPS = {"GetMD5ofKeys": 1, "FilesToBackup": 1, "StartJob": 1, "uploadfile": 3, "uploadblock": 9,
+    STEPS = {"GetMD5ofKeys": 1, "FilesToBackup": 1, "StartJob": 1, "uploadfile": 3, "uploadblock": 20,
              "AddErrorFiles": 1, "endjob": 1}
-    kind = "backup"
+    kind, block = "backup", "uploadblock"
 
     def __init__(self, test):
         self.test, self.system = test, System(test, self.kind)
@@ -35,6 +35,11 @@ class Backup:
         return [self.system.proxy.add(step, action, nth=nth, times=times)
                 for step, nth in self.STEPS.items() if step not in but]
 
+    def check_block(self):
+        """Blocks of its file have been through when one is struck, or none could go again."""
+        struck = self.system.proxy.requests(self.block)[self.STEPS[self.block] - 1]
+        self.test.assertGreater(int(struck.block or 2), 1, struck)  # unknown where only the head came
+
     def resume(self):
         return self.system.machine.start("resume", self.system.job(self.kind), "--json")
 
@@ -45,6 +50,7 @@ class Backup:
         failed = json.loads(run.out.splitlines()[-1])["summary"]["failed"]
         test.assertEqual([(f["path"], f["code"]) for f in failed], [(refused, FORBIDDEN)])
         test.assertBackedUp(system, failed=[unix_path(refused)])
+        self.check_block()
         test.assertEqual(system.proxy.blocks_sent_again(), [])
         test.assertEqual(len({r.instance for r in system.proxy.requests("StartJob") if r.status}), 1, "it lost its instance")
         system.machine.agent("start", system.job())
@@ -52,9 +58,9 @@ class Backup:
 
 
 class Restore(Backup):
-    STEPS = {"ListFiles": 1, "GetMD5ofKeys": 1, "StartRestoreJob": 1, "GetFileInfo": 9, "DownloadFileBlock": 9,
+    STEPS = {"ListFiles": 1, "GetMD5ofKeys": 1, "StartRestoreJob": 1, "GetFileInfo": 9, "DownloadFileBlock": 20,
              "RestoreJobHistory": 1}
-    kind = "restore"
+    kind, block = "restore", "DownloadFileBlock"
 
     def __init__(self, test):
         super().__init__(test)
@@ -67,6 +73,7 @@ class Restore(Backup):
     def ends_well(self, run):
         self.test.assertEqual(run.wait(300), 0, run.out + run.err)
         self.test.assertRestored(self.system, self.expected, self.system.tree)
+        self.check_block()
         self.test.assertEqual(self.system.proxy.blocks_fetched_again(), [])
 
 
