@@ -277,8 +277,7 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
     restart();
     EXPECT_TRUE(untilGone(ofLive));
 
-    manager_->close();
-    EXPECT_TRUE(manager_->open());
+    restart();
     const std::wstring ofGone = leave("gone");
     PendingDrops("gone").handOn(*backupDefinition("gone"));
     EXPECT_TRUE(submit("other"));

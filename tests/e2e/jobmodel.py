@@ -125,7 +125,9 @@ class Rules:
     def reloaded(self, s):
         """What the next process finds."""
         s = s._replace(says=None)
-        if s.phase in DROPPING or (s.phase in WORKING and s.pending == STOP):
+        # A stop comes too late for a run that completes: its storage may have all of it.
+        late = s.phase in ("completing", "unended")
+        if s.phase in DROPPING or (s.phase in WORKING and s.pending == STOP and not late):
             return s._replace(phase="cancelled", pending=None)
         if s.phase in WORKING:
             # A pause that its user has seen begin stays the user's.

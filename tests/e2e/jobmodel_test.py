@@ -52,6 +52,10 @@ ROWS = [
     ("forgotten", SCHEDULED, ["created", "idle"], told(("submit", 0, 2)),
      {"dues": [Due(0, True)], "ends": ["idle"]}, False),
     ("killed, unheard", ONCE, ["created", "starting", *RUN], [*told(*SUBMIT), Crash(2, 3, 4)], {}, True),
+    ("killed while it completes, stopped too late", ONCE, ["created", *RUN[:3], "canceling", *RUN],
+     [*told(*SUBMIT, ("stop", 4, 5)), Crash(5, 6, 7)], {}, True),
+    ("killed after a stop in time, yet it goes on", ONCE, ["created", "starting", "canceling", *RUN],
+     [*told(*SUBMIT, ("stop", 2, 3)), Crash(3, 4, 5)], {}, False),
     ("killed in the user's pause, yet it goes on", ONCE, ["created", "starting", "running", "pausing", "paused", *RUN],
      [*told(*SUBMIT, ("pause", 3, 4)), Crash(5, 3, 4)], {}, False),
 ]
