@@ -14,6 +14,7 @@ namespace beast = boost::beast;
 
 namespace {
 
+constexpr size_t writeBytes = size_t{256} << 10U;
 constexpr size_t lingerBytes = size_t{1} << 20U;
 constexpr std::chrono::seconds lingerTime(2);
 
@@ -165,11 +166,13 @@ void HttpConnection::write(WebReply reply) {
     writeSome();
 }
 
-// A large answer may take a slow client any time, as long as it takes something.
+// A large answer may take a slow client any time, as long as it takes something. Windows calls a
+// write done when all of it is, so that each is for a part.
 void HttpConnection::writeSome() {
     const size_t ofHead = std::min(written_, replyHead_.size());
-    const std::array<asio::const_buffer, 2> rest{asio::buffer(replyHead_) + ofHead,
-                                                 asio::buffer(replyBody_) + (written_ - ofHead)};
+    const std::array<asio::const_buffer, 2> rest{
+        asio::buffer(replyHead_) + ofHead,
+        asio::buffer(asio::buffer(replyBody_) + (written_ - ofHead), writeBytes)};
     stream_.expires_after(shared_.limits.stall);
     stream_.async_write_some(rest, guarded([this](beast::error_code error, size_t bytes) {
                                  written_ += bytes;

@@ -84,6 +84,7 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
         client.send(begun);
         client.waitForClose();
     }
+#ifndef _WIN32  // Wine lets no write go that waits for its reader
     Client unread(server->port());
     unread.send(head("/poll", "Cookie: good\r\nContent-Length: 0\r\n"));
     service.awaitPolls(1);
@@ -91,6 +92,7 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
     while (Client(server->port()).receive().status == 503) {
     }
     EXPECT_EQ(unread.receive().status, 0);
+#endif
     EXPECT_EQ(ask("on").status, 200);
 }
 
