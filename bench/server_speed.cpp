@@ -8,9 +8,11 @@
 #include <barrier>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,7 +55,7 @@ public:
 
 void require(const Answer& answer) {
     if (answer.status != 200) {
-        std::fprintf(stderr, "server_speed: %d %s\n", answer.status, answer.body.c_str());
+        std::cerr << "server_speed: " << answer.status << ' ' << answer.body << '\n';
         std::exit(1);
     }
 }
@@ -163,11 +165,11 @@ void measure(uint16_t server, uint16_t floor, Clock::duration time) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int seconds = argc > 1 ? std::atoi(argv[1]) : 3;
+    const int seconds = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 3;
     const fs::path parent = argc > 2 ? fs::path(argv[2]) : fs::temp_directory_path();
     std::string folder = parent / "dorvo-speed-XXXXXX";
     if (seconds <= 0 || ::mkdtemp(folder.data()) == nullptr) {
-        std::fprintf(stderr, "usage: server_speed [SECONDS [FOLDER]]\n");
+        std::cerr << "usage: server_speed [SECONDS [FOLDER]]\n";
         return 2;
     }
     const auto quiet = [](const std::string&) {};
@@ -185,7 +187,7 @@ int main(int argc, char** argv) {
         HttpServer floor(nothing, "127.0.0.1", 0, options.limits, {2, 16}, quiet);
         measure(server.port(), floor.port(), std::chrono::seconds(seconds));
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "server_speed: %s\n", error.what());
+        std::cerr << "server_speed: " << error.what() << '\n';
     }
     fs::remove_all(folder);
 }

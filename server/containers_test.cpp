@@ -46,7 +46,8 @@ protected:
         database.exec(sqliteVersion2);
         database.exec(("ATTACH '" + now.string() + "' AS now").c_str());
         for (const std::string table : {"users", "machines", "sessions"}) {
-            database.exec(("INSERT INTO " + table + " SELECT * FROM now." + table).c_str());
+            const std::string from = " SELECT * FROM now." + table;
+            database.exec(("INSERT INTO " + table).append(from).c_str());
         }
         database.exec(R"(
 INSERT INTO instances(name, machine, definition, base, state, completion, compress, reserved)
@@ -108,7 +109,7 @@ TEST_F(Containers, GoWithAListThatBeginsAnew) {
     EXPECT_EQ(offer("i1", {{"b"}}, "job", alice, true), "b");
     // Freed by somebody whom no request waits for.
     const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (there() != "" && std::chrono::steady_clock::now() < patience) {
+    while (!there().empty() && std::chrono::steady_clock::now() < patience) {
         std::this_thread::yield();
     }
     EXPECT_EQ(there(), "");

@@ -174,7 +174,7 @@ struct Dispatcher::Endpoint {
     // What a backup's end needs is judged at once; what takes long comes when its turn has come.
     template <BackupEndpoints::Rest (BackupEndpoints::*method)(const Session&, const json::object&)>
     static std::optional<LongPoll> ending(Dispatcher& dispatcher, const WebRequest& request,
-                                          Respond respond) {
+                                          Respond respond) {  // NOLINT: as the table has it
         BackupEndpoints::Rest rest;
         WebReply reply = judged(&dispatcher.room_, request.path, [&] {
             return inSession(

@@ -14,7 +14,6 @@ namespace dorvo {
 namespace {
 
 namespace fs = std::filesystem;
-namespace json = boost::json;
 
 // Takes nothing while the file "reserve" is there, or ever.
 class FullCatalog : public SqliteCatalog {

@@ -51,7 +51,7 @@ protected:
     }
 
     // What has happened, once there were so many answers.
-    std::string log(int answers) {
+    std::string said(int answers) {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return answers_ >= answers; });
         return log_;
@@ -71,11 +71,11 @@ TEST_F(Late, IsDoneInTurnAndForThoseWhoStillWait) {
     const auto third = ask("third", "b");
     EXPECT_FALSE(ask("crowd", "b"));
     EXPECT_TRUE(ask("stranger", "c"));
-    EXPECT_EQ(log(2), "crowd 503, third 503, ");
+    EXPECT_EQ(said(2), "crowd 503, third 503, ");
     third->withdraw();
     open();
     EXPECT_EQ(
-        log(5),
+        said(5),
         "crowd 503, third 503, first done, first 200, second done, second 200, stranger done, "
         "stranger 200, ");
 }
@@ -92,10 +92,10 @@ TEST_F(Late, GoesOnAfterOneThatCannotBeAnswered) {
         });
         ask("next", "c");
         open();
-        log(++answers);
+        said(++answers);
         EXPECT_TRUE(there.expired());
     }
-    EXPECT_EQ(log(answers), "first done, first 200, next done, next 200, next done, next 200, ");
+    EXPECT_EQ(said(answers), "first done, first 200, next done, next 200, next done, next 200, ");
 }
 
 TEST_F(Late, AnswersNobodyWhoHasGone) {
@@ -103,7 +103,7 @@ TEST_F(Late, AnswersNobodyWhoHasGone) {
     ask("third", "c");
     second->withdraw();
     open();
-    EXPECT_EQ(log(2), "first done, first 200, second done, third done, third 200, ");
+    EXPECT_EQ(said(2), "first done, first 200, second done, third done, third 200, ");
 }
 
 }  // namespace

@@ -78,11 +78,13 @@ TEST_F(Remote, IsFoundByTheControlFile) {
         std::ofstream(ControlFile::path().c_str(), std::ios::binary) << text;
         return RemoteEngine::connect() != nullptr;
     };
-    EXPECT_TRUE(found(port + token + proof));
-    for (const std::string& text :
-         {std::string(), std::string("["), std::string(10'000, 'x'), port + proof,
-          port + token + "}", "{\"port\":0" + token + proof, "{\"port\":65536" + token + proof,
-          port + ",\"token\":\"x\"" + proof, port + token + ",\"proof\":\"x\"}"}) {
+    const std::string rest = token + proof;
+    const std::string other = R"(,"token":"x")" + proof;
+    const std::string another = token + R"(,"proof":"x"})";
+    EXPECT_TRUE(found(port + rest));
+    for (const std::string& text : {std::string(), std::string("["), std::string(10'000, 'x'),
+                                    port + proof, port + token + "}", R"({"port":0)" + rest,
+                                    R"({"port":65536)" + rest, port + other, port + another}) {
         EXPECT_FALSE(found(text)) << text;
     }
     // What a resident that died has left.

@@ -52,10 +52,10 @@ TEST_F(RunReporters, SayEachChangeOnceAndTheProgressNowAndThen) {
     record_.fileCount = 2;
     record_.totalSize = 2048;
     record_.doneSize = 1024;
-    for (const uint64_t ms : {0, 100}) {
+    for (const uint64_t ms : {0U, 100U}) {
         show(JobState::starting, ms);
     }
-    for (const uint64_t ms : {200, 699, 700, 10'199, 10'200, 10'300}) {
+    for (const uint64_t ms : {200U, 699U, 700U, 10'199U, 10'200U, 10'300U}) {
         show(JobState::running, ms);
     }
     show(JobState::completing, 10'400);
@@ -79,7 +79,7 @@ TEST_F(RunReporters, SayAtEachPauseOfItsOwnThatItWaitsAndWhy) {
     show(JobState::running, 0);
     show(JobState::pausing, 100);
     record_.endError = withHttpMark(503);
-    for (const uint64_t ms : {1000, 11'000, 99'000}) {
+    for (const uint64_t ms : {1000U, 11'000U, 99'000U}) {
         show(JobState::paused, ms);
     }
     record_.resuming = 1;

@@ -69,6 +69,7 @@ std::string_view forOf(std::string_view element) {
 std::string behind(const std::string& peer, const std::vector<std::string>& trusted,
                    const std::vector<std::string_view>& hops) {
     std::string client = peer;
+    // NOLINTNEXTLINE(modernize-loop-convert): clang cannot read the reversed view of this library
     for (auto hop = hops.rbegin(); hop != hops.rend(); ++hop) {
         if (std::find(trusted.begin(), trusted.end(), client) == trusted.end()) {
             break;

@@ -130,6 +130,7 @@ std::vector<PackedContainer> SqliteCatalog::listPacked(int64_t instance) {
         return true;
     });
     std::vector<PackedContainer> list;
+    list.reserve(lengths.size());
     for (const auto& [container, length] : lengths) {
         list.push_back({container, length});
     }

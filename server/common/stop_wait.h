@@ -12,7 +12,7 @@ namespace dorvo {
 inline bool stopsWithin(const std::stop_token& stop, std::chrono::milliseconds time) {
     std::mutex mutex;  // the wait wants one; it guards nothing
     std::condition_variable_any never;
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(mutex);  // cppcheck-suppress localMutex
     never.wait_for(lock, stop, time, [] { return false; });
     return stop.stop_requested();
 }

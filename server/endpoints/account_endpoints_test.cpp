@@ -53,7 +53,7 @@ TEST_F(Accounts, ALoginGivesASessionUntilTheLogout) {
 TEST_F(Accounts, TriesAtOnceAreNoMoreThanOneAfterTheOther) {
     std::atomic<int> tried = 0;
     std::vector<std::thread> clients;
-    clients.reserve(2 * LoginLimiter::maxTries);
+    clients.reserve(size_t{2} * LoginLimiter::maxTries);
     for (int i = 0; i < 2 * LoginLimiter::maxTries; ++i) {
         clients.emplace_back([&] {
             int status = 503;

@@ -12,8 +12,6 @@ namespace dorvo {
 
 namespace {
 
-namespace json = boost::json;
-
 constexpr int64_t mib = int64_t{1} << 20U;
 
 TEST(DiskRoom, KeepsAHundredthFreeWithinBounds) {
@@ -56,7 +54,7 @@ TEST(DiskRoom, KeepsWhatItHoldsWhereThereIsNoMore) {
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
     const rlimit low{3 * mib, before.rlim_max};
-    std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_NE(std::signal(SIGXFSZ, SIG_IGN), SIG_ERR);
     setrlimit(RLIMIT_FSIZE, &low);
     room.hold();
     setrlimit(RLIMIT_FSIZE, &before);

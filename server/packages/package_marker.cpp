@@ -6,7 +6,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 
 #include "common/files.h"
@@ -55,13 +57,13 @@ std::optional<PackageMarker> readMarker(const fs::path& folder) {
     }
     text.resize(static_cast<size_t>(length));
     PackageMarker marker;
-    std::array<char, 33> identity{};
-    long long generation = 0;
     const size_t fields = text.find("identity ");
-    if (fields != std::string::npos &&
-        std::sscanf(text.c_str() + fields, "identity %32s generation %lld", identity.data(),
-                    &generation) == 2) {
-        marker = {identity.data(), generation};
+    std::istringstream in(fields == std::string::npos ? std::string() : text.substr(fields));
+    std::string name;
+    std::string identity;
+    int64_t generation = 0;
+    if (in >> name >> identity >> name >> generation && name == "generation") {
+        marker = {identity, generation};
     }
     return marker;
 }

@@ -147,6 +147,7 @@ TEST_F(SyncPointsTest, AreFollowedByAnotherForWhatCameAsTheyBegan) {
             };
             points.wrote(other.container, 5);
             last.get_future().wait();
+            busy.begun = nullptr;
         }
         EXPECT_FALSE(busy.findUnsynced(other));
         blocks.answers.clear();

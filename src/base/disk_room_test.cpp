@@ -9,7 +9,7 @@ namespace {
 
 TEST(DiskRoom, IsThatOfTheNearestFolderThatIsThere) {
     const test::TemporaryFolder folder(L"dorvo-disk-room");
-    const std::wstring there = folder.path();
+    const std::wstring& there = folder.path();
     EXPECT_GT(diskRoom(there).value_or(0), 0u);
     EXPECT_GT(diskRoom(there + L"\\not\\there").value_or(0), 0u);
     EXPECT_EQ(diskRoom(L""), std::nullopt);
@@ -18,7 +18,7 @@ TEST(DiskRoom, IsThatOfTheNearestFolderThatIsThere) {
 
 TEST(DiskRoom, TwoNeedsOnOneDiskAddUp) {
     const test::TemporaryFolder folder(L"dorvo-disk-room");
-    const std::wstring there = folder.path();
+    const std::wstring& there = folder.path();
     const uint64_t most = diskRoom(there).value_or(0) / 5 * 3;
     EXPECT_TRUE(fitsOnDisk({there, most}, {there + L"\\x", 0}));
     EXPECT_TRUE(fitsOnDisk({there, 0}, {there + L"\\x", most}));

@@ -51,7 +51,8 @@ TEST(Log, FormatsNumbersAndStringsAndKeepsTheLastError) {
 // Windows' own, for codes that the C library has too, whatever the text looks like.
 TEST(Log, WritesTheTextOfTheLastErrorForM) {
     ASSERT_NE(errorText(ERROR_BAD_EXE_FORMAT).find("%1"), std::string::npos);
-    for (const DWORD error : {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_BAD_EXE_FORMAT}) {
+    for (const DWORD error :
+         {DWORD{ERROR_FILE_NOT_FOUND}, DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_BAD_EXE_FORMAT}}) {
         test::LogCapture capture;
         SetLastError(error);
         log(LogLevel::error, "{%s} 100%% %m, 50%%more: %d.\n", "%m", 7);

@@ -38,7 +38,8 @@ std::wstring withHalvesSpelled(std::wstring_view wide) {
     size_t done = 0;
     for (size_t half = findHalf(wide, 0); half < wide.size(); half = findHalf(wide, done)) {
         char code[16];
-        std::snprintf(code, sizeof(code), "<U+%04X>", static_cast<unsigned>(wide[half]));
+        static_cast<void>(
+            std::snprintf(code, sizeof(code), "<U+%04X>", static_cast<unsigned>(wide[half])));
         spelled.append(wide.substr(done, half - done)).append(toWide(code));
         done = half + 1;
     }

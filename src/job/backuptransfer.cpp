@@ -78,6 +78,7 @@ void RunSnapshots::tellEnd() {
     }
 }
 
+// cppcheck-suppress passedByValue; a part of each is moved from
 BackupTransfer::BackupTransfer(Context context, Parts parts)
     : Transfer(std::move(context),
                {"backup", "Start source files/directories set.\n",
@@ -156,9 +157,9 @@ void BackupTransfer::findLostVolumes() {
         if (known.contains(path)) {
             continue;
         }
-        const bool taken = std::any_of(known.begin(), known.end(), [&](const auto& other) {
-            return other.second->index == volume->index;
-        });
+        const bool taken = std::any_of(
+            known.begin(), known.end(),
+            [index = volume->index](const auto& other) { return other.second->index == index; });
         last = std::max(last, volume->index);
         volume->index = taken ? ++last : volume->index;
         known[path] = volume;

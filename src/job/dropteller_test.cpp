@@ -24,7 +24,7 @@ protected:
     const LogCapture log_;
     // A backup job's folder.
     static std::wstring makeJob(const std::string& id) {
-        const std::wstring folder = dataPath(L"\\job\\") + toWide(id);
+        std::wstring folder = dataPath(L"\\job\\") + toWide(id);
         createDirectories(folder);
         EXPECT_TRUE(BackupJobDefinition(id, L"name", "user of " + id).save(folder + L"\\def"));
         return folder;

@@ -380,10 +380,11 @@ TEST_F(JobLifecycle, ReportsErrorsWithTheirReason) {
 
 TEST_F(JobLifecycle, KnowsWhatAnotherTryMayCure) {
     const auto job = make("a");
-    for (const unsigned long code : {10054, 10060, 10070, 10101, 0x200101F7, 0x200101F8}) {
+    for (const unsigned long code :
+         {10054UL, 10060UL, 10070UL, 10101UL, 0x200101F7UL, 0x200101F8UL}) {
         EXPECT_TRUE(job->is_network_error(code)) << code;
     }
-    for (const unsigned long code : {0, 1223, 10061, 503, 0x20010191, 0x200101F4}) {
+    for (const unsigned long code : {0UL, 1223UL, 10061UL, 503UL, 0x20010191UL, 0x200101F4UL}) {
         EXPECT_FALSE(job->is_network_error(code)) << code;
     }
 }

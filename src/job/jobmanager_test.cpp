@@ -255,7 +255,7 @@ TEST_F(JobManager, HasRunsDroppedWhenItOpensAndWhenAJobWasRemoved) {
     // What a run has left in a folder of backups, and the folder of its drop.
     const auto leave = [&](const std::string& job) {
         const char* const id = "00000000-0000-0000-0000-000000000001";
-        const std::wstring instance =
+        std::wstring instance =
             place.path() + L"\\" + toWide(machine) + L"\\" + toWide(job) + L"\\" + toWide(id);
         createDirectories(instance);
         PendingDrops(job).note({id, place.path()});

@@ -17,7 +17,7 @@ const char* endText(JobState state) {
 
 }  // namespace
 
-RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, TransferServices services)
+RestoreJob::RestoreJob(std::unique_ptr<JobDefinition> definition, const TransferServices& services)
     : Job(std::move(definition)), services_(services.whole()), placing_(this->definition().id()) {}
 
 RestoreJob::~RestoreJob() {

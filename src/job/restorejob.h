@@ -15,7 +15,8 @@ namespace dorvo {
 class DORVO_JOB_API RestoreJob : public Job {
 public:
     // The definition is that of a restore.
-    explicit RestoreJob(std::unique_ptr<JobDefinition> definition, TransferServices services = {});
+    explicit RestoreJob(std::unique_ptr<JobDefinition> definition,
+                        const TransferServices& services = {});
     ~RestoreJob() override;
 
     // Besides, what a run that was killed has left beside its target goes.

@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <iostream>
 #include <optional>
-#include <source_location>
 #include <string>
 #include <utility>
 #include <vector>
@@ -166,7 +165,7 @@ protected:
     ScriptedJobTest() { rm_rf(ground(), true); }
     ~ScriptedJobTest() override {
         for (const LogLine& line : HasFailure() ? log_->lines() : std::vector<LogLine>()) {
-            std::fputs(line.text.c_str(), stderr);
+            std::cerr << line.text;
         }
         rm_rf(ground(), true);
     }
@@ -268,15 +267,14 @@ protected:
         return told;
     }
 
-    using Line = std::source_location;
     // The same, and the state that the job has then.
-    static void run(Job& job, int32_t ends, Line line = Line::current()) {
-        const testing::ScopedTrace trace(line.file_name(), static_cast<int>(line.line()), "run");
+    static void run(Job& job, int32_t ends, int line = __builtin_LINE()) {
+        const testing::ScopedTrace trace("the test", line, "run");
         run(job);
         EXPECT_EQ(job.state(), ends);
     }
-    static void stop(Job& job, int32_t ends, Line line = Line::current()) {
-        const testing::ScopedTrace trace(line.file_name(), static_cast<int>(line.line()), "stop");
+    static void stop(Job& job, int32_t ends, int line = __builtin_LINE()) {
+        const testing::ScopedTrace trace("the test", line, "stop");
         stop(job);
         EXPECT_EQ(job.state(), ends);
     }

@@ -36,6 +36,7 @@ TransferServices TransferServices::whole() const {
     return all;
 }
 
+// cppcheck-suppress passedByValue; parts of it are moved from
 Transfer::Transfer(Context context, const Words& words)
     : record_(*context.job.activity().get()),
       progress_(&record_),

@@ -121,7 +121,7 @@ TYPED_TEST(TransferItems, FailedItemsThatCannotBeReadFailTheRun) {
 
 TYPED_TEST(TransferItems, APauseInAnItemRepeatsItUnlessItGotThrough) {
     Script& script = this->script_;
-    for (const DWORD answer : {ERROR_CANCELLED, ERROR_SUCCESS}) {
+    for (const DWORD answer : {DWORD{ERROR_CANCELLED}, DWORD{ERROR_SUCCESS}}) {
         SCOPED_TRACE(answer);
         this->anew();
         script.items["b"] = {answer};

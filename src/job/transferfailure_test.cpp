@@ -103,7 +103,7 @@ TEST(TransferFailure, AnEndIsTriedUntilItsFailureIsBelieved) {
 TEST(ResumeBackoff, GrowsUntilTheRunComesFurther) {
     ResumeBackoff backoff;
     RunProgress at;
-    for (const uint64_t seconds : {30, 60, 120, 240, 300, 300}) {
+    for (const uint64_t seconds : {30U, 60U, 120U, 240U, 300U, 300U}) {
         EXPECT_EQ(backoff.afterFailureAt(at), seconds * 1000);
     }
     for (uint64_t RunProgress::*const field :

@@ -77,7 +77,7 @@ TEST_F(ActivityFile, OfAnUnknownVersionStaysAsItIs) {
 
 // What a power cut right after its creation leaves must not take the job's life.
 TEST_F(ActivityFile, IsMadeAnewWhereItIsBlank) {
-    for (const size_t size : {0, 10, 4096}) {
+    for (const size_t size : {0U, 10U, 4096U}) {
         const LogCapture quiet;
         writeInfo(std::string(size, '\0'));
         EXPECT_TRUE(handle_.open(id_.c_str(), true)) << size;

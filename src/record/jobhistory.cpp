@@ -85,6 +85,7 @@ bool trimJobHistory(const std::wstring& jobDirectory, const std::string& current
     const size_t all = found.size();
     found.erase(stays);
     std::vector<std::pair<uint64_t, std::wstring>> runs;
+    runs.reserve(found.size());
     for (const auto& [name, written] : found) {
         runs.emplace_back(written, name);
     }

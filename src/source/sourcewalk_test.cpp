@@ -141,7 +141,8 @@ TEST_F(Walk, LogsWhatCannotBeListedAndGoesOn) {
     std::vector<DWORD> failed;
     rules_.failed = [&](const std::wstring&, DWORD error) { failed.push_back(error); };
     files_.unlistable = L"C:\\d\\e";
-    for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND, ERROR_NOT_READY}) {
+    for (const DWORD error :
+         {DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_FILE_NOT_FOUND}, DWORD{ERROR_NOT_READY}}) {
         files_.unlistableError = error;
         EXPECT_THAT(walk({L"C:\\d"}),
                     ElementsAre(L"C:\\d", L"C:\\d\\b.txt", L"C:\\d\\e", L"C:\\d\\a.tmp"));

@@ -30,7 +30,7 @@ protected:
         createDirectories(folder_.path() + L"\\out");
         hold(3 * block + 16);
     }
-    bool interrupted() const override { return stop_(record_); }
+    bool interrupted() const override { return stops_(record_); }
 
     bool find(FetchedItem& item) override {
         SetLastError(findError_);
@@ -94,7 +94,7 @@ protected:
     std::wstring target_ = folder_.path() + L"\\out\\a.txt";
     JobActivity record_{};
     RestoreTask task_{{"j", "name", {{}, {}}}};
-    std::function<bool(const JobActivity&)> stop_ = [](const JobActivity&) { return false; };
+    std::function<bool(const JobActivity&)> stops_ = [](const JobActivity&) { return false; };
     std::string content_, good_, held_, answer_;
     DWORD findError_ = 0, contentHigh_ = 0, packageHigh_ = 0;
     bool trusts_ = true;
@@ -216,9 +216,9 @@ TEST_F(Fetched, APackageOfOneBlockIsReceivedInMemory) {
             EXPECT_EQ(record_.transferred, received ? size : 0);
             DeleteFileW(package_.c_str());
         }
-        stop_ = [](const JobActivity& record) { return record.currentFileState == 2; };
+        stops_ = [](const JobActivity& record) { return record.currentFileState == 2; };
         EXPECT_FAILS(ERROR_CANCELLED, fetch());
-        stop_ = [](const JobActivity&) { return false; };
+        stops_ = [](const JobActivity&) { return false; };
     }
     EXPECT_FALSE(exists(package_)) << "no file is made for it";
 }
@@ -314,7 +314,7 @@ TEST_F(Fetched, AStopAtAnyStepIsOneFromWhichTheNextRunGoesOn) {
         hold(row.size);
         record_ = {};
         asked = 0;
-        stop_ = row.stop;
+        stops_ = row.stop;
         EXPECT_FAILS(ERROR_CANCELLED, fetch());
         EXPECT_EQ(failed_, Steps{row.step});
         asked = 0;
@@ -322,7 +322,7 @@ TEST_F(Fetched, AStopAtAnyStepIsOneFromWhichTheNextRunGoesOn) {
         EXPECT_FAILS(ERROR_CANCELLED, fetch());
         EXPECT_TRUE(asked_.empty()) << "nothing again";
         EXPECT_FALSE(exists(target_));
-        stop_ = [](Record) { return false; };
+        stops_ = [](Record) { return false; };
         EXPECT_TRUE(fetch());
         EXPECT_EQ(asked_.empty() ? 0 : asked_.front(), row.left);
         EXPECT_EQ(fileContent(target_), content_);

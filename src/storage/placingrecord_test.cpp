@@ -14,7 +14,6 @@ namespace dorvo {
 namespace {
 
 using test::exists;
-using test::fileContent;
 using test::storeFile;
 
 constexpr PlacingRecord::Run run = {0xAB, 1, 2, 3, 4, 5, 6};

@@ -30,7 +30,7 @@ bool isUnsupported(DWORD error) {
 
 bool readDescriptor(HANDLE file, SECURITY_INFORMATION parts, std::vector<std::byte>& found) {
     found.resize(1024);
-    DWORD size = static_cast<DWORD>(found.size());
+    auto size = static_cast<DWORD>(found.size());
     while (GetKernelObjectSecurity(file, parts, found.data(), size, &size) == 0) {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size <= found.size()) {
             found.clear();

@@ -85,7 +85,7 @@ TEST_F(Target, ReplacesAGuardedFileOnlyWhenToldTo) {
 // "D:(A;;FA;;;SY)...": who may do what with the file.
 std::wstring accessOf(const std::wstring& path) {
     std::vector<std::byte> descriptor(4096);
-    DWORD size = static_cast<DWORD>(descriptor.size());
+    auto size = static_cast<DWORD>(descriptor.size());
     wchar_t* text = nullptr;
     if (GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size) ==
             0 ||
@@ -93,7 +93,7 @@ std::wstring accessOf(const std::wstring& path) {
             descriptor.data(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr) == 0) {
         return L"unknown";
     }
-    const std::wstring access = text;
+    std::wstring access = text;
     LocalFree(text);
     return access;
 }

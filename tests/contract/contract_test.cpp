@@ -20,7 +20,7 @@ TEST_P(StorageContract, SizesAroundEveryBorderComeBack) {
     std::set<size_t> sizes = {0, 1};
     for (const size_t border : {size_t{16}, size_t{uploadBlockSize}, size_t{2} * uploadBlockSize,
                                 size_t{3} * uploadBlockSize}) {
-        for (const size_t distance : {17, 16, 15, 1, 0}) {
+        for (const size_t distance : {17U, 16U, 15U, 1U, 0U}) {
             sizes.insert(border + distance);
             sizes.insert(border - std::min(border, distance));
         }

@@ -21,7 +21,7 @@ LIMITS = {
     ("backup", "folder"): (1, 0, 35),
     ("unchanged", "file"): (0, 0, 2),
     ("unchanged", "folder"): (1, 0, 35),
-    ("restore", "file"): (2, 2, 44),
+    ("restore", "file"): (2, 1, 44),
     ("restore", "folder"): (1, 0, 19),
 }
 CONNECTIONS = 1  # of any run

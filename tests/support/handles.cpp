@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <map>
 #include <vector>
 
@@ -44,7 +45,7 @@ int main(int count, char** arguments) {
         status = query(allHandles, answer.data(), static_cast<ULONG>(answer.size() * 8), nullptr);
     }
     if (status != 0) {
-        std::fprintf(stderr, "the query failed with %lx\n", static_cast<unsigned long>(status));
+        std::cerr << "the query failed with " << std::hex << status << '\n';
         return 1;
     }
     const auto& table = *reinterpret_cast<const Table*>(answer.data());

@@ -53,7 +53,7 @@ TEST_F(LocalStorageTest, ATornEndOfAnIndexIsCutOffAndWrittenAnew) {
 // All of a package is checked before it is decoded, what an earlier run has received as well.
 TEST_F(LocalStorageTest, ARestoreGoesOnBehindTheBlocksThatAreThere) {
     constexpr uint32_t blocks = 4;
-    const std::wstring path = complete(blocks * uploadBlockSize);
+    const std::wstring path = complete(size_t{blocks} * uploadBlockSize);
     const std::wstring target = folder_.path() + L"\\target";
     createDirectories(itemTempFolder("r"));
     const std::wstring package = itemTempPath(itemTempFolder("r"), 1);

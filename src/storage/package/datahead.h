@@ -59,8 +59,11 @@ public:
     // encode_data, then everything into an open request body; the invoker logs and keeps what goes
     // wrong with that.
     // The base's takes a copy, which sends nothing; this one is called instead of it, not through
-    // it. NOLINTNEXTLINE(clang-diagnostic-overloaded-virtual)
+    // it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
     bool send_package(HTTP_Invoker_T& invoker);
+#pragma GCC diagnostic pop
 
     using chunkhead::handle_head;
     // Writes the content to the file being received; after the last piece sets its times and closes

@@ -51,8 +51,11 @@ public:
 
     // Into an open request body. Always true: the invoker logs and keeps what goes wrong.
     // The base's takes a copy, which sends nothing; this one is called instead of it, not through
-    // it. NOLINTNEXTLINE(clang-diagnostic-overloaded-virtual)
+    // it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
     bool send_package(HTTP_Invoker_T& invoker);
+#pragma GCC diagnostic pop
 
     using chunkhead::handle_head;
     // Attributes of exactly 16 make a directory, whatever else is there or goes wrong. All others

@@ -41,8 +41,8 @@ protected:
 
     // 87 where the place has no host or port.
     bool aimAtServer();
-    // As Web_Session::run. What is sent counts on record, which also shows that an answer is awaited
-    // that may take long.
+    // As Web_Session::run. What is sent counts on record, which also shows that an answer is
+    // awaited that may take long.
     int run(HTTP_Command& command);
     // The run is being ended: the patience begins.
     void beginFinish();
