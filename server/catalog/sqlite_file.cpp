@@ -1,5 +1,6 @@
 #include "catalog/sqlite_file.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -22,6 +23,10 @@ enum Column {
     seal,
     owner
 };
+
+int64_t blocksOf(int64_t size) {
+    return size > 0 ? (size - 1) / blockBytes + 1 : 0;
+}
 
 void append(std::string& text, int64_t number) {
     char bytes[sizeof number];
@@ -62,6 +67,11 @@ StoredFile sqliteFile(const Rows& rows) {
     file.owner = rows.integer(Column::owner);
     file.sound = rows.isNull(Column::seal) ||
                  rows.integer(Column::seal) == sqliteSeal(rows.text(Column::path), file);
+    // Blocks are counted as they come, and not sealed: who reads those that no package of this size
+    // has would read beside it.
+    const int64_t counted = file.blocks;
+    file.blocks = std::clamp<int64_t>(counted, 0, blocksOf(file.size));
+    file.sound = file.sound && file.blocks == counted;
     return file;
 }
 
