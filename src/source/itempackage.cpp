@@ -4,7 +4,10 @@
 #include <cstring>
 #include <utility>
 
+#include "base/last_error.h"
+#include "base/log.h"
 #include "base/paths.h"
+#include "base/text.h"
 
 namespace dorvo {
 
@@ -104,7 +107,11 @@ bool ItemPackage::writeOut() {
         inFile_ = true;
         file_ = FileHandle(CreateFileW(longPath(path_).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
                                        nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        error_ = file_ ? DWORD{ERROR_SUCCESS} : GetLastError();
+        if (!file_) {
+            error_ = GetLastError();
+            log(LogLevel::error, "Failed to open target %s, %s\n", toUtf8(path_),
+                errorText(error_));
+        }
     }
     for (size_t at = 0; error_ == ERROR_SUCCESS && at != memory_.size();) {
         DWORD written = 0;

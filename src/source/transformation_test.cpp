@@ -285,10 +285,12 @@ TEST_F(Transform, APackageIsInMemoryOrInItsFile) {
         {L"\\\\?\\unix\\dev\\full", ERROR_DISK_FULL},
         {L"C:\\no such folder\\1", ERROR_PATH_NOT_FOUND},
     };
-    const test::LogCapture quiet;
+    test::LogCapture log;
     for (const auto& [path, error] : rows) {
         package.begin(path);
         EXPECT_FAILS(error, transformation.transform(source_.c_str(), package, nullptr));
+        EXPECT_EQ(log.has("Failed to open target " + toUtf8(path) + ", " + errorText(error) + "\n"),
+                  error == ERROR_PATH_NOT_FOUND);
     }
     package.begin(folder_ + L"\\again");
     EXPECT_TRUE(transformation.transform(source_.c_str(), package, nullptr));

@@ -1,8 +1,7 @@
 // Brings back the files of a restore's run, one after the other, from whoever keeps them: claims an
 // item on record, finds what is kept of it, receives its package in blocks of 128 KiB into the
-// job's temporary folder, and decodes it into its place. A package of one block stays in memory: a
-// file made, read and deleted costs more than all else that is done with most of them, and a run
-// that goes on asks for it once more.
+// job's temporary folder, and decodes it into its place. A package of one block stays in memory:
+// most are no larger, and a run that goes on asks for it once more.
 //
 // The record says at any time how far the package has come, so that the next run goes on there:
 // that belongs to the item whose number is on record, and to a package of the size on record. What
