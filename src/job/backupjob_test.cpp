@@ -301,26 +301,33 @@ TEST_F(BackupJobTest, AStopThatComesWhileACompletedRunsNoteIsHeldCancelsNothing)
 
 // To who comes after a process that dies then, the run must be none that has failed.
 TEST_F(BackupJobTest, ARunThatIsCompletedAfterAllIsOnRecordAsSuchBeforeItsNoteGoes) {
-    script_.end = {ERROR_INVALID_STATE};
-    script_.cancel = {ERROR_INVALID_STATE};
-    const auto job = makeBackup();
-    FileHandle held;
-    const Meanwhile look([&] {
-        EXPECT_EQ(leftAs(static_cast<JobState>(job->state()),
-                         static_cast<JobState>(job->record().pendingState)),
-                  JobState::paused);
-        EXPECT_EQ(job->record().endError, 0u);
-        held.reset();
-    });
-    script_.onCall = [&] {
-        if (script_.count("cancel") != 0 && !held) {
-            held = holdFile(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
+    for (const bool stopped : {false, true}) {
+        SCOPED_TRACE(stopped);
+        anew();
+        script_.end = {stopped ? DWORD{ERROR_DISK_FULL} : DWORD{ERROR_INVALID_STATE}};
+        script_.cancel = {ERROR_INVALID_STATE};
+        const auto job = makeBackup();
+        FileHandle held;
+        const Meanwhile look([&] {
+            EXPECT_EQ(leftAs(static_cast<JobState>(job->state()),
+                             static_cast<JobState>(job->record().pendingState)),
+                      JobState::paused);
+            EXPECT_EQ(job->record().endError, 0u);
+            held.reset();
+        });
+        script_.onCall = [&] {
+            if (script_.count("cancel") != 0 && !held) {
+                held = holdFile(dataPath(L"\\job\\j1\\drops\\") + toWide(job->instanceText()));
+            }
+        };
+        run(*job);
+        if (stopped) {
+            stop(*job);
         }
-    };
-    run(*job);
-    EXPECT_FALSE(held) << "it was waited for";
-    EXPECT_EQ(job->state(), completed);
-    EXPECT_EQ(toldOf(), Names{});
+        EXPECT_FALSE(held) << "it was waited for";
+        EXPECT_EQ(job->state(), completed);
+        EXPECT_EQ(toldOf(), Names{});
+    }
 }
 
 // A run that the user has paused and then cancelled does not go on by itself.

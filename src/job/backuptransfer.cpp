@@ -107,7 +107,7 @@ JobState BackupTransfer::run() {
         return brokenOffCode();
     }
     log(LogLevel::debug, "COM object initialized.\n");
-    const SnapshotsOf letGo(snapshots_);
+    const SnapshotsOf released(snapshots_);
     return prepare() ? processItems() : brokenOffCode();
 }
 

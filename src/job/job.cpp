@@ -132,7 +132,11 @@ DWORD WINAPI Job::run_wrapper(void* self) {
     } catch (const std::exception& error) {
         log(LogLevel::error, "Run of job {%s} failed, %s.\n", job->definition_->id(), error.what());
         job->dropOnly_ = false;
-        job->lifecycle_.end(JobState::error, ERROR_INTERNAL_ERROR);
+        {
+            const std::lock_guard guard(job->stateLock_);
+            job->lifecycle_.end(JobState::error, ERROR_INTERNAL_ERROR);
+        }
+        job->notify_error(ERROR_INTERNAL_ERROR);
         job->notify_state();
     }
     job->running_ = false;

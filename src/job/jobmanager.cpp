@@ -318,11 +318,11 @@ std::optional<JobManagerImpl::LeftOut> JobManagerImpl::takeLeftOut(const char* i
 
 // Without the lock: whoever looks into the directory is waited for.
 void JobManagerImpl::removeLeftOut(const LeftOut& gone) {
+    const Leaving left{*this, gone.id};
     PendingDrops(gone.id).handOn();
     removeJobDirectory(gone.id);
     postEvent(std::make_unique<Event_State>(gone.user.c_str(), gone.id.c_str(), gone.name.c_str(),
                                             static_cast<unsigned>(JobState::deleted)));
-    hasLeft(gone.id);
 }
 
 void JobManagerImpl::removeAllJobs() {
@@ -338,8 +338,8 @@ bool JobManagerImpl::deleteJob(const char* id) {
         return false;
     }
     const std::string own = job->definition().id();
+    const Leaving left{*this, own};
     job.reset();  // without the lock, as above
-    hasLeft(own);
     return true;
 }
 

@@ -108,6 +108,12 @@ private:
     std::optional<LeftOut> takeLeftOut(const char* id);
     void removeLeftOut(const LeftOut& gone);
     void hasLeft(const std::string& id);
+    // Of a job that is being deleted, whatever comes of that: who awaits its end holds the lock.
+    struct Leaving {
+        JobManagerImpl& manager;
+        const std::string& id;
+        ~Leaving() { manager.hasLeft(id); }
+    };
     std::unique_ptr<Job> takeRemoved(const char* id);
     // Until the directory of a removed job of that id is deleted or has been given up.
     void awaitLeft(const std::string& id);

@@ -44,7 +44,6 @@ private:
     void givenUp(const Item& item) override;
     bool allThrough() override;
     void tidyUp(JobState endCode) override;
-    void letGo() override { made_.reset(); }
 
     // The storage hears of every run that ends, however it ends, with its history document.
     bool openStorage() override;

@@ -8,6 +8,7 @@
 
 #include "base/files.h"
 #include "base/paths.h"
+#include "base/sharing_retry.h"
 #include "base/text.h"
 #include "record/jobactsrcreader.h"
 #include "record/sourcerecord.h"
@@ -73,8 +74,13 @@ bool save(const std::wstring& jobDirectory, const wchar_t* name, const SourceTot
 }
 
 bool remove(const std::wstring& jobDirectory, const wchar_t* name) {
-    return DeleteFileW(longPath(pathOf(jobDirectory, name)).c_str()) != 0 ||
-           GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND;
+    const std::wstring path = longPath(pathOf(jobDirectory, name));
+    SharingRetry retry;
+    bool gone = false;
+    do {
+        gone = DeleteFileW(path.c_str()) != 0;
+    } while (!gone && retry.again());
+    return gone || GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND;
 }
 
 // Takes the path off the set, so that an item that stands twice in a list counts once.

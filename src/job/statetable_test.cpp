@@ -49,6 +49,7 @@ constexpr Row rows[] = {
 std::string text(Answer answer) {
     constexpr const char* texts[] = {"nothing", "refuse", "begin", "goOn",   "takeBack", "tell",
                                      "park",    "keep",   "drop",  "takeUp", "distrust"};
+    static_assert(std::size(texts) == static_cast<size_t>(Answer::distrust) + 1);
     return texts[static_cast<size_t>(answer)];
 }
 

@@ -104,10 +104,12 @@ JobState Transfer::drop(JobState endCode) {
     }
     atStorage_ = false;
     if (endCode == JobState::completed) {
-        // And it is no failed one to who comes after a process that dies now.
+        // And to who comes after a process that dies now it is one that has to end: neither failed
+        // nor cancelled.
         runError_ = ERROR_SUCCESS;
-        job_.lifecycle().pend(JobState::none);
         record_.endError = ERROR_SUCCESS;
+        job_.lifecycle().move(JobState::completing, Lifecycle::Tell::nobody);
+        job_.lifecycle().pend(JobState::none);
         log(LogLevel::information, "Job {%s} was to be dropped, but has been completed before.\n",
             id_);
     }
@@ -158,7 +160,9 @@ const json_spirit::Object& Transfer::historyAt(JobState endCode) {
     JobHistoryInfo& info = *history_;
     info.instanceId(instanceText().c_str());
     info.type(words_.kind);
-    info.starttime(toFileTime(localToUtc(record_.startTime)));
+    // None yet of one that could not be taken up.
+    info.starttime(
+        toFileTime(record_.startTime == 0 ? utcTimeNow() : localToUtc(record_.startTime)));
     info.endtime(toFileTime(utcTimeNow()));
     // A run that did not come to its end tells what it has done, not what it had ahead of it.
     const bool whole = endCode == JobState::completed;

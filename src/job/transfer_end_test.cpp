@@ -98,6 +98,7 @@ TYPED_TEST(TransferEnd, ADropThatCouldNotBeginIsNotTheNextRuns) {
     script.onRun = [] { throw std::runtime_error("no memory"); };
     this->stop(*job, failed);
     EXPECT_EQ(job->record().endError, DWORD{ERROR_INTERNAL_ERROR});
+    EXPECT_EQ(job->record().pendingState, 0);
     script.onRun = nullptr;
     this->run(*job, completed);
     EXPECT_EQ(script.stored(), (Names{"sources", "a", "b", "c"}));

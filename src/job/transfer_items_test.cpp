@@ -247,6 +247,9 @@ TYPED_TEST(TransferItems, ANewListWaitsForTheTotalsOfTheLastToGo) {
     this->script_.catalog.push_back(this->item(L"C:\\sources\\d"));
     this->run(*job, completed);
     EXPECT_EQ(this->script_.stored().back(), "d");
+    FileHandle looked = holdFile(this->dataPath(L"\\job\\j1\\act\\totals"));
+    const Meanwhile leaves([&] { looked.reset(); });
+    this->run(*job, completed);
 }
 
 TYPED_TEST(TransferItems, OnlyAListThatIsLostIsMadeAnewAndGoneThroughFromItsBeginning) {
