@@ -191,7 +191,7 @@ int RemoveCommand::run(Terminal& terminal) {
         throw AgentError("The job '" + job.name + "' was told to go, but not waited for",
                          exitStopped);
     }
-    if (hasJob(job.id)) {
+    if (hasJobDirectory(job.id)) {
         throw AgentError(events.removed(job.id)
                              ? "The job '" + job.name +
                                    "' could not be deleted whole: " + logSaysWhy()

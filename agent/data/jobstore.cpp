@@ -77,6 +77,12 @@ bool hasJob(const std::string& id) {
            GetFileAttributesW(longPath(directory + L"\\def").c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+bool hasJobDirectory(const std::string& id) {
+    std::wstring directory;
+    return jobDirectory(id, directory) &&
+           GetFileAttributesW(longPath(directory).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 JobList loadJobs(std::vector<UnreadJob>* unread) {
     JobList jobs;
     for (const std::string& id : jobIds()) {

@@ -31,6 +31,8 @@ std::unique_ptr<JobDefinition> loadJob(const std::string& id);
 std::optional<UnreadJob> findUnread(const std::string& id);
 // Whether there is a definition of the job.
 bool hasJob(const std::string& id);
+// The same, or what is left of one.
+bool hasJobDirectory(const std::string& id);
 
 // The job whose id, or else whose name, is the text, both without regard to case. Throws AgentError
 // when there is none, when its definition cannot be read or when several jobs have the name.

@@ -99,7 +99,7 @@ std::string progressLine(const Progress& progress, size_t width) {
 }
 
 std::string whyOf(const JobDefinition& job, uint32_t code) {
-    return runFailure(code, job.user(), loadWaitWords(job.id(), code));
+    return code == 0 ? std::string() : runFailure(code, job.user(), loadWaitWords(job.id(), code));
 }
 
 RunWait waitOf(const JobDefinition& job, const JobActivity& record, bool live) {

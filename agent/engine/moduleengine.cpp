@@ -114,9 +114,10 @@ void ModuleEngine::submit(const JobDefinition& job) {
 
 void ModuleEngine::tell(JobVerb verb, const std::string& id) {
     JobManagerImpl& manager = ModuleHost::manager();
-    std::lock_guard guard(manager.locker());
+    std::unique_lock guard(manager.locker());
     const Job* const job = manager.job(id.c_str());
     if (job == nullptr) {
+        guard.unlock();
         // The module may have left a folder out that it could not load; that one can go, too.
         if (verb == JobVerb::remove && manager.removeJob(id.c_str())) {
             return;

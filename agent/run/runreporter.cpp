@@ -17,11 +17,6 @@ constexpr uint64_t firstDelayMs = 30'000;  // where nothing tells how long a run
 constexpr uint64_t second = 1000;
 constexpr size_t mostNotes = 20;  // of a kind
 
-// Why a run waits that has paused itself: on record before its state is.
-std::string reasonOf(const JobDefinition& job, const JobActivity& record) {
-    return record.endError == 0 ? std::string() : whyOf(job, record.endError);
-}
-
 // For people.
 class TextRunReporter : public RunReporter {
 public:
@@ -142,7 +137,7 @@ std::string TextRunReporter::waiting(const JobActivity& record, uint64_t nowMs,
     const uint64_t left = leftOfWait(nowMs);
     std::string text = words_.verb + " is paused, waiting for " + words_.place + ", next try in " +
                        std::to_string((left + second - 1) / second) + " s";
-    const std::string reason = reasonOf(job_, record);
+    const std::string reason = whyOf(job_, record.endError);
     const size_t room = width - std::min(width, text.size() + std::string_view(" ()").size());
     return reason.empty() || room == 0 ? text : text + " (" + shortened(reason, room) + ")";
 }
@@ -198,9 +193,7 @@ void JsonRunReporter::show(const JobActivity& record, uint64_t nowMs) {
     json.push_back({"remainTime", secondsLeftJson(progress)});
     json.push_back({"file", progress.file});
     if (waits) {
-        RunWait wait = waitOf(job_, record, true);
-        wait.reason = reasonOf(job_, record);
-        appendWait(json, wait);
+        appendWait(json, waitOf(job_, record, true));
     }
     terminal_.out(line(json));
 }

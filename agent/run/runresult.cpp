@@ -115,7 +115,9 @@ RunResult loadResult(const JobDefinition& job, const JobActivity& record, ExitCo
     RunResult result =
         resultOf(record, outcome, countsOf(job), loadFailedItems(job.id(), instance));
     result.notes = loadNotes(job.id(), instance);
-    result.said = loadWaitWords(job.id(), result.error);
+    if (result.error != 0) {
+        result.said = loadWaitWords(job.id(), result.error);
+    }
     return result;
 }
 

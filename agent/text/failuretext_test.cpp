@@ -20,6 +20,8 @@ TEST(FailureText, SaysWhatHappenedToWhatAndWhatToDo) {
                 AllOf(EndsWith(" (error 2)"), Not(HasSubstr(". ("))));
     EXPECT_EQ(failureText(withHttpMark(403)), "HTTP status 403, Forbidden");
     EXPECT_THAT(runFailure(withHttpMark(401), "alice"), HasSubstr("run 'agent login alice'"));
+    EXPECT_THAT(runFailure(withHttpMark(503), "alice"), HasSubstr("its disk is full"));
+    EXPECT_THAT(runFailure(withHttpMark(503), "alice", "no room"), HasSubstr("no room"));
     EXPECT_THAT(runFailure(WSAECONNREFUSED, "alice"), HasSubstr("agent server set"));
     EXPECT_THAT(runFailure(ERROR_DISK_FULL, "alice"), EndsWith("make room on the disk of the data "
                                                                "directory"));
