@@ -99,6 +99,8 @@ TEST_F(Containers, AreAllLookedAtWhenABackupEnds) {
         }
         fs::resize_file(package(damaged), 9);
         EXPECT_EQ(end(instance), 409) << damaged;
+        fs::resize_file(package(damaged), 10);
+        EXPECT_EQ(end(instance), 409) << damaged << ": its length alone brings no bytes back";
     }
     EXPECT_EQ(there(), "123456789");
 }

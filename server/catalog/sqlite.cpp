@@ -38,11 +38,26 @@ Database::Database(const std::string& path, std::chrono::milliseconds patience) 
 }
 
 Database::~Database() {
+    for (const auto& [sql, statement] : repeated_) {
+        sqlite3_finalize(statement);
+    }
     sqlite3_close(db_);
 }
 
 void Database::exec(const char* sql) {
     if (sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        fail(db_);
+    }
+}
+
+void Database::repeat(const char* sql) {
+    sqlite3_stmt*& statement = repeated_[sql];
+    if (statement == nullptr && sqlite3_prepare_v3(db_, sql, -1, SQLITE_PREPARE_PERSISTENT,
+                                                   &statement, nullptr) != SQLITE_OK) {
+        fail(db_);
+    }
+    sqlite3_step(statement);
+    if (sqlite3_reset(statement) != SQLITE_OK) {
         fail(db_);
     }
 }
@@ -129,13 +144,13 @@ void Statement::check(int result) const {
 
 Transaction::Transaction(Database& database, Kind kind) : database_(database) {
     if (kind == Kind::write) {
-        database_.exec("BEGIN IMMEDIATE");
+        database_.repeat("BEGIN IMMEDIATE");
         return;
     }
-    database_.exec("BEGIN");
+    database_.repeat("BEGIN");
     try {
         // Only what reads has the database.
-        database_.exec("SELECT 1 FROM sqlite_schema LIMIT 1");
+        database_.repeat("SELECT 1 FROM sqlite_schema LIMIT 1");
     } catch (const std::exception&) {
         rollBack();
         throw;
@@ -149,11 +164,15 @@ Transaction::~Transaction() {
 }
 
 void Transaction::rollBack() {
-    sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    try {
+        database_.repeat("ROLLBACK");
+    } catch (const std::exception&) {
+        // Then SQLite has rolled back by itself.
+    }
 }
 
 void Transaction::commit() {
-    database_.exec("COMMIT");
+    database_.repeat("COMMIT");
     open_ = false;
 }
 

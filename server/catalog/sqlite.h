@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -37,6 +38,8 @@ public:
     Database& operator=(const Database&) = delete;
 
     void exec(const char* sql);
+    // A literal that is run again and again: one statement, compiled once; of its rows, the first.
+    void repeat(const char* sql);
     // From now on what another process holds is not waited for.
     void waitForNobody();
     // The log stays as it is when this is closed, though nobody else has the database open.
@@ -49,6 +52,7 @@ public:
 
 private:
     sqlite3* db_ = nullptr;
+    std::map<std::string_view, sqlite3_stmt*> repeated_;
 };
 
 // One run of a statement: walk the rows with next(). Its end makes the statement ready again.
