@@ -99,12 +99,11 @@ bool BackupJob::pause(bool manual) {
 
 std::unique_ptr<BackupTransfer> BackupJob::makeTransfer() {
     return std::make_unique<BackupTransfer>(
-        Transfer::Context{
-            .job = *this,
-            .services = services_,
-            .memory = memory_,
-            .cleanup = [this](Transfer& run, JobState end) { return cleanup(run, end); },
-            .runEnds = [this] { runEnds(); }},
+        Transfer::Context{.job = *this,
+                          .services = services_,
+                          .memory = memory_,
+                          .cleanup = [this](JobState end) { return cleanup(end); },
+                          .runEnds = [this] { runEnds(); }},
         BackupTransfer::Parts{
             .definition = backup(),
             .services = services_,
@@ -117,12 +116,15 @@ std::unique_ptr<BackupTransfer> BackupJob::makeTransfer() {
 
 unsigned long BackupJob::run() {
     FunctionTrace trace("BackupJob::run", "backupjob.cpp");
-    return makeTransfer()->carryOut();
+    run_ = makeTransfer();
+    const unsigned long error = run_->carryOut();
+    run_.reset();
+    return error;
 }
 
-JobState BackupJob::cleanup(Transfer& run, JobState endCode) {
+JobState BackupJob::cleanup(JobState endCode) {
     FunctionTrace trace("BackupJob::cleanup", "backupjob.cpp");
-    return run.cleanup(endCode);
+    return run_->cleanup(endCode);
 }
 
 void BackupJob::endLeft(JobState end) {

@@ -39,8 +39,8 @@ protected:
     void stopAsked() override { snapshots_.tellEnd(); }
     void endLeft(JobState end) override;
 
-    // Finishes the run, see Transfer::cleanup.
-    virtual JobState cleanup(Transfer& run, JobState endCode);
+    // Finishes the run under way, see Transfer::cleanup.
+    virtual JobState cleanup(JobState endCode);
     // A new back end for the run, null with the last error when there can be none. Work thread.
     virtual std::unique_ptr<BackupStorage> createStorage(const StorageRun& run,
                                                          const SourceTotals& totals);
@@ -60,7 +60,9 @@ private:
     JobPlanner planner_;
     const PendingDrops drops_;
     RunSnapshots snapshots_;
-    TransferMemory memory_;  // the work thread's
+    // The work thread's:
+    TransferMemory memory_;
+    std::unique_ptr<BackupTransfer> run_;  // while there is one
 };
 
 }  // namespace dorvo

@@ -37,11 +37,10 @@ bool RestoreJob::stop() {
 
 std::unique_ptr<RestoreTransfer> RestoreJob::makeTransfer() {
     return std::make_unique<RestoreTransfer>(
-        Transfer::Context{
-            .job = *this,
-            .services = services_,
-            .memory = memory_,
-            .cleanup = [this](Transfer& run, JobState end) { return cleanup(run, end); }},
+        Transfer::Context{.job = *this,
+                          .services = services_,
+                          .memory = memory_,
+                          .cleanup = [this](JobState end) { return cleanup(end); }},
         RestoreTransfer::Parts{
             .definition = restore(),
             .placing = placing_,
@@ -51,14 +50,16 @@ std::unique_ptr<RestoreTransfer> RestoreJob::makeTransfer() {
 
 unsigned long RestoreJob::run() {
     FunctionTrace trace("RestoreJob::run", "restorejob.cpp");
-    const unsigned long error = makeTransfer()->carryOut();
+    run_ = makeTransfer();
+    const unsigned long error = run_->carryOut();
+    run_.reset();
     log(LogLevel::information, "Job {%s, %s}: %s.\n", definition().id(),
         toUtf8(definition().name()), endText(lifecycle().state()));
     return error;
 }
 
-JobState RestoreJob::cleanup(Transfer& run, JobState endCode) {
-    return run.cleanup(endCode);
+JobState RestoreJob::cleanup(JobState endCode) {
+    return run_->cleanup(endCode);
 }
 
 void RestoreJob::endLeft(JobState end) {

@@ -27,8 +27,8 @@ protected:
     unsigned long run() override;
     void endLeft(JobState end) override;
 
-    // Finishes the run, see Transfer::cleanup.
-    virtual JobState cleanup(Transfer& run, JobState endCode);
+    // Finishes the run under way, see Transfer::cleanup.
+    virtual JobState cleanup(JobState endCode);
     // A new back end for the run, null with the last error when there can be none. Work thread.
     virtual std::unique_ptr<RestoreStorage> createStorage(const StorageRun& run);
     // What the run lists its items from; null as above.
@@ -44,6 +44,7 @@ private:
     // The work thread's, and init()'s while there is none.
     PlacingRecord placing_;
     TransferMemory memory_;
+    std::unique_ptr<RestoreTransfer> run_;  // while there is one
 };
 
 }  // namespace dorvo

@@ -293,22 +293,24 @@ TEST_F(RestoreJobTest, FoldersThatWereThereStayAsTheyAre) {
 }
 
 TEST_F(RestoreJobTest, AFullDiskIsOneWithoutRoomForWhatIsLeftOfTheFile) {
-    constexpr uint64_t spare = uint64_t{16} << 20;  // of each disk
-    constexpr uint64_t left = 60;                   // to be received
-    for (const uint64_t missing : {0u, 1u}) {
-        SCOPED_TRACE(missing);
-        anew();
-        script_.room = 2 * spare + left + 7 - missing;
-        script_.items["b"] = {ERROR_DISK_FULL};
-        const auto job = makeRestore();
-        script_.onItem = [&](const std::string& name) {
-            job->record().packageSize = name == "b" ? 100 : 0;
-            job->record().fileOffset = name == "b" ? 100 - left : 0;
-        };
-        run(*job, missing == 0 ? completed : paused);
-        ASSERT_EQ(script_.needs.size(), 2u);
-        EXPECT_EQ(script_.needs[0].folder, itemTempFolder("j1"));
-        EXPECT_EQ(script_.needs[1].folder, target() + L"\\b");
+    constexpr uint64_t spare = uint64_t{16} << 20;                             // of each disk
+    const std::pair<uint64_t, uint64_t> rows[] = {{1'000'000, 60}, {100, 0}};  // small: no file
+    for (const auto& [package, left] : rows) {
+        for (const uint64_t missing : {0U, 1U}) {
+            SCOPED_TRACE(std::to_string(package) + ' ' + std::to_string(missing));
+            anew();
+            script_.room = 2 * spare + left + 7 - missing;
+            script_.items["b"] = {ERROR_DISK_FULL};
+            const auto job = makeRestore();
+            script_.onItem = [&, &package = package](const std::string& name) {
+                job->record().packageSize = name == "b" ? package : 0;
+                job->record().fileOffset = name == "b" ? package - 60 : 0;
+            };
+            run(*job, missing == 0 ? completed : paused);
+            ASSERT_EQ(script_.needs.size(), 2u);
+            EXPECT_EQ(script_.needs[0].folder, itemTempFolder("j1"));
+            EXPECT_EQ(script_.needs[1].folder, target() + L"\\b");
+        }
     }
 }
 

@@ -260,7 +260,9 @@ bool RestoreTransfer::passes(const Item& item, DWORD code) {
     }
     const uint64_t size = sizeOf(item.data);
     const uint64_t package =
-        record_.packageSize - std::min(record_.packageSize, record_.fileOffset);
+        fitsInMemory(record_.packageSize)
+            ? 0
+            : record_.packageSize - std::min(record_.packageSize, record_.fileOffset);
     if (services().fits({temporary_, package + spareRoom}, {target, size + spareRoom})) {
         return false;
     }

@@ -88,11 +88,11 @@ protected:
         }
         return Job::run();
     }
-    JobState cleanup(Transfer& run, JobState endCode) override {
+    JobState cleanup(JobState endCode) override {
         if (script_.onCleanup) {
             script_.onCleanup(static_cast<int>(endCode));
         }
-        return Job::cleanup(run, endCode);
+        return Job::cleanup(endCode);
     }
     template <class Storage, class Interface>
     std::unique_ptr<Interface> make() {

@@ -62,7 +62,7 @@ public:
         const TransferServices& services;  // whole
         TransferMemory& memory;
         // Finishes the run, by cleanup(): what the job adds to it.
-        std::function<JobState(Transfer&, JobState)> cleanup;
+        std::function<JobState(JobState)> cleanup;
         // The run ends for good; its final state is about to be recorded.
         std::function<void()> runEnds = {};
     };
@@ -235,7 +235,7 @@ private:
     Job& job_;
     const TransferServices& services_;
     TransferMemory& memory_;
-    const std::function<JobState(Transfer&, JobState)> cleanup_;
+    const std::function<JobState(JobState)> cleanup_;
     const std::function<void()> runEnds_;
     const Words words_;
     const std::string id_;

@@ -17,7 +17,7 @@ namespace dorvo {
 
 void Transfer::finish(JobState endCode) {
     for (;;) {
-        endCode = cleanup_(*this, endCode);
+        endCode = cleanup_(endCode);
         std::lock_guard guard(job_.stateLock_);
         if (endCode == JobState::paused && job_.lifecycle().pending() == JobState::canceling) {
             // The stop came while the run wound down. On record before the storage hears of it: the

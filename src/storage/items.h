@@ -13,6 +13,11 @@ namespace dorvo {
 // The unit in which packages travel.
 constexpr uint32_t uploadBlockSize = 131072;
 
+// A package of so many bytes that comes back has no file of its own: it is asked for whole.
+constexpr bool fitsInMemory(uint64_t package) {
+    return package <= uploadBlockSize;
+}
+
 // The nine numbers that the platform keeps of a file or directory.
 struct ItemAttributes {
     uint32_t attributes = 0;
