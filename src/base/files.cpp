@@ -5,12 +5,6 @@
 namespace dorvo {
 namespace {
 
-bool seek(HANDLE file, uint64_t offset) {
-    LARGE_INTEGER place;
-    place.QuadPart = static_cast<LONGLONG>(offset);
-    return SetFilePointerEx(file, place, nullptr, FILE_BEGIN) != 0;
-}
-
 bool removeEntry(const std::wstring& path, DWORD attributes) {
     const std::wstring target = longPath(path);
     if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
@@ -58,6 +52,12 @@ FileHandle openToChange(const std::wstring& path) {
                                   nullptr));
 }
 
+bool seekFile(HANDLE file, uint64_t offset) {
+    LARGE_INTEGER place;
+    place.QuadPart = static_cast<LONGLONG>(offset);
+    return SetFilePointerEx(file, place, nullptr, FILE_BEGIN) != 0;
+}
+
 bool fileSize(HANDLE file, uint64_t& size) {
     LARGE_INTEGER value;
     if (GetFileSizeEx(file, &value) == 0) {
@@ -68,7 +68,7 @@ bool fileSize(HANDLE file, uint64_t& size) {
 }
 
 bool readFileAt(HANDLE file, uint64_t offset, std::span<std::byte> bytes) {
-    if (!seek(file, offset)) {
+    if (!seekFile(file, offset)) {
         return false;
     }
     while (!bytes.empty()) {
@@ -87,7 +87,7 @@ bool readFileAt(HANDLE file, uint64_t offset, std::span<std::byte> bytes) {
 
 bool writeFileAt(HANDLE file, uint64_t offset, std::span<const std::byte> bytes) {
     DWORD count = 0;
-    if (!seek(file, offset) ||
+    if (!seekFile(file, offset) ||
         WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr) == 0) {
         return false;
     }
@@ -99,7 +99,7 @@ bool writeFileAt(HANDLE file, uint64_t offset, std::span<const std::byte> bytes)
 }
 
 bool resizeFile(HANDLE file, uint64_t size) {
-    return seek(file, size) && SetEndOfFile(file) != 0;
+    return seekFile(file, size) && SetEndOfFile(file) != 0;
 }
 
 std::optional<DWORD> reparseTag(const std::wstring& path) {

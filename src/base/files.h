@@ -21,6 +21,7 @@ namespace dorvo {
 FileHandle openToChange(const std::wstring& path);
 
 bool fileSize(HANDLE file, uint64_t& size);
+bool seekFile(HANDLE file, uint64_t offset);
 // Of what the system tells of a file, in two halves.
 template <class Data>
 constexpr uint64_t sizeOf(const Data& data) {

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
+#include "base/files.h"
 #include "base/last_error.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -26,9 +28,7 @@ bool ItemPackage::Reader::read(std::span<std::byte> into, DWORD& got) {
 
 bool ItemPackage::Reader::seek(uint64_t offset) {
     if (file_) {
-        LARGE_INTEGER to{};
-        to.QuadPart = static_cast<LONGLONG>(offset);
-        return SetFilePointerEx(file_.get(), to, nullptr, FILE_BEGIN) != 0;
+        return seekFile(file_.get(), offset);
     }
     at_ = static_cast<size_t>(std::min<uint64_t>(offset, memory_.size()));
     return true;
@@ -64,7 +64,7 @@ bool ItemPackage::measure(uint64_t& size) const {
     if (GetFileAttributesExW(longPath(path_).c_str(), GetFileExInfoStandard, &file) == 0) {
         return false;
     }
-    size = uint64_t{file.nFileSizeHigh} << 32 | file.nFileSizeLow;
+    size = sizeOf(file);
     return true;
 }
 
@@ -97,7 +97,12 @@ std::streamsize ItemPackage::xsputn(const char* bytes, std::streamsize count) {
     if (error_ != ERROR_SUCCESS || (memory_.size() + size > mostInMemory && !writeOut())) {
         return 0;
     }
-    memory_.insert(memory_.end(), bytes, bytes + size);
+    try {
+        memory_.insert(memory_.end(), bytes, bytes + size);
+    } catch (const std::bad_alloc&) {  // which the stream would take for itself
+        error_ = ERROR_NOT_ENOUGH_MEMORY;
+        return 0;
+    }
     return count;
 }
 

@@ -27,6 +27,9 @@ public:
     // Opens the run at the back end. Doing it again for a run under way changes nothing there.
     virtual bool start() = 0;
 
+    // Hands over the failed items, where they go apart from the run's end. end() sees to it.
+    virtual bool submit_errors() { return true; }
+
     // Hands over the failed items and completes the run.
     virtual bool end() = 0;
 

@@ -17,12 +17,6 @@ uint32_t blocksOf(uint64_t bytes) {
     return static_cast<uint32_t>(bytes / uploadBlockSize + (bytes % uploadBlockSize != 0 ? 1 : 0));
 }
 
-bool seek(HANDLE package, uint64_t offset) {
-    LARGE_INTEGER to{};
-    to.QuadPart = static_cast<LONGLONG>(offset);
-    return SetFilePointerEx(package, to, nullptr, FILE_BEGIN) != 0;
-}
-
 }  // namespace
 
 static_assert(malformedBlock == 0x20010258);
@@ -188,18 +182,20 @@ bool ItemFetcher::receive(const FetchedItem& item, uint64_t& kept) {
 
 bool ItemFetcher::receiveInMemory(const FetchedItem& item) {
     uint64_t none = 0;
-    std::span<const std::byte> block;
+    block_ = {};
     progress_.backTo(0, 0);
-    if (!done(source_.begin(item, nullptr, none) && (item.size == 0 || source_.get(item, 0, block)),
-              FetchStep::block, item)) {
+    log(LogLevel::debug, "Start to download file data.\n");
+    if (!done(
+            source_.begin(item, nullptr, none) && (item.size == 0 || source_.get(item, 0, block_)),
+            FetchStep::block, item)) {
         return false;
     }
-    if (block.size() != item.size) {
+    if (block_.size() != item.size) {
         SetLastError(malformedBlock);
         return done(false, FetchStep::block, item);
     }
-    block_.assign(block.begin(), block.end());
     progress_.accepted(1, item.size);
+    log(LogLevel::debug, "File data {%Q} to {%Q} downloaded.\n", uint64_t{0}, item.size);
     log(LogLevel::debug, "File {%s} downloaded.\n", item.name);
     return true;
 }
@@ -214,13 +210,13 @@ bool ItemFetcher::takeUp(const FetchedItem& item, HANDLE package, uint64_t& kept
     if (!source_.begin(item, package, kept)) {
         return false;
     }
-    if (!seek(package, kept)) {
+    if (!seekFile(package, kept)) {
         log(LogLevel::error, "Failed to seek file to {%Q}.\n", kept);
         kept = 0;
         if (!source_.begin(item, package, kept)) {
             return false;
         }
-        seek(package, 0);
+        seekFile(package, 0);
     }
     progress_.backTo(blocksOf(kept), kept);
     return true;

@@ -48,8 +48,8 @@ struct FetchedItem {
     uint64_t size = 0;  // of its package
     bool compressed = false;
 
-    // Of one block: its package has no file.
-    bool inMemory() const { return size <= uploadBlockSize; }
+    // Its package has no file.
+    bool inMemory() const { return fitsInMemory(size); }
 };
 
 // What can fail of a file, in the order in which it is done; for a source's log. `next` is what
@@ -123,7 +123,7 @@ private:
     BlockSource& source_;  // borrowed
     RestoreTransformation plain_;
     RestoreTransformation compressed_;
-    std::vector<std::byte> block_;  // all of a package that is in memory
+    std::span<const std::byte> block_;  // all of a package that is in memory; the source's
 };
 
 // The error of what came as a block and is none.

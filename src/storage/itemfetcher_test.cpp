@@ -220,7 +220,12 @@ TEST_F(Fetched, APackageOfOneBlockIsReceivedInMemory) {
         EXPECT_FAILS(ERROR_CANCELLED, fetch());
         stops_ = [](const JobActivity&) { return false; };
     }
+    record_ = {};
+    get_ = [](uint64_t) { return ERROR_SUCCESS; };
+    EXPECT_TRUE(fetch());
     EXPECT_FALSE(exists(package_)) << "no file is made for it";
+    EXPECT_TRUE(log_.has("Start to download file data.\n"));
+    EXPECT_TRUE(log_.has("File data {0} to {131072} downloaded.\n"));
 }
 
 TEST_F(Fetched, ABlockThatIsNoneFailsTheFileAndKeepsWhatCameBefore) {

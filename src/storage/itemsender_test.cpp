@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 
 #include "base/last_error.h"
+#include "storage/backupstorage.h"
 #include "storage/items.h"
 #include "storage/itemtemppath.h"
 #include "support/fails_with.h"
@@ -17,6 +19,23 @@ namespace dorvo::test {
 namespace {
 
 constexpr uint64_t block = uploadBlockSize;
+
+// Where a virtual operation stands among those of its class; a destructor takes two places.
+template <class Operation>
+size_t slotOf(Operation operation) {
+    size_t words[2];
+    static_assert(sizeof(operation) == sizeof(words));
+    std::memcpy(words, &operation, sizeof(words));
+    return words[0] / sizeof(void*);
+}
+
+// Calls from other modules go by these.
+TEST(BackupStorageTest, HasItsOperationsInTheirPlaces) {
+    EXPECT_EQ(slotOf(&BackupStorage::start), 2u);
+    EXPECT_EQ(slotOf(&BackupStorage::end), 4u);
+    EXPECT_EQ(slotOf(&BackupStorage::cancel), 5u);
+    EXPECT_EQ(slotOf(&BackupStorage::backup), 6u);
+}
 
 // A keeper that says what it was asked.
 class Sent : public testing::Test, protected BlockSink {
@@ -64,8 +83,8 @@ protected:
         task.compress = false;
         interrupter never;
         said_.clear();
-        const bool done = ItemSender(task, folder_.path(), never, *this)
-                              .send({source_.c_str(), data_, 7, nullptr});
+        ItemSender sender(task, folder_.path(), never, *this);
+        const bool done = sender.send({source_.c_str(), data_, 7, nullptr});
         const LastErrorGuard keep;
         EXPECT_FALSE(exists(itemTempPath(folder_.path(), 7))) << "the package is taken away";
         return done;
@@ -85,6 +104,15 @@ protected:
     DWORD compareError_ = 0;
     std::function<void(const SentItem&)> announced_ = [](const SentItem&) {};
 };
+
+TEST_F(Sent, TakesALargePackageAwayWhateverComesOfIt) {
+    storeFile(source_, std::string(ItemPackage::mostInMemory + 1, 'x'));
+    announced_ = [&](const SentItem&) { EXPECT_TRUE(exists(itemTempPath(folder_.path(), 7))); };
+    for (const uint32_t failing : {0U, 2U}) {
+        failing_ = failing;
+        EXPECT_EQ(send(), failing == 0);
+    }
+}
 
 // Two of four blocks are through; then something happens before the run goes on.
 TEST_F(Sent, GoesOnBehindTheBlocksThatAreThere) {

@@ -122,7 +122,7 @@ bool LocalRestoreStorage::restoreFile(const wchar_t* original, const wchar_t* ta
     if (fetcher_.fetch(item, replace)) {
         return true;
     }
-    if (isDamage(GetLastError())) {
+    if (damaged_) {
         packages_->noteDamage(record_);
     }
     return false;
@@ -135,11 +135,13 @@ bool LocalRestoreStorage::lookUp(FetchedItem& item) {
     item.data = fileAttributes(record_.attributes);
     item.size = record_.size;
     item.compressed = record_.compress;
+    damaged_ = false;
     from_ = packages_->open(record_);
     return from_ != INVALID_HANDLE_VALUE || failedIn(place_.location());
 }
 
 void LocalRestoreStorage::failed(FetchStep step, const FetchedItem& item) const {
+    damaged_ = damaged_ || (step == FetchStep::decode && GetLastError() == ERROR_INVALID_DATA);
     switch (step) {
         case FetchStep::attributes: logFailure("set the attributes of file", item.place); break;
         case FetchStep::openToSetTimes:
@@ -150,6 +152,7 @@ void LocalRestoreStorage::failed(FetchStep step, const FetchedItem& item) const 
 
 // The check sum is of all bytes: those that are here already are read.
 bool LocalRestoreStorage::begin(const FetchedItem&, HANDLE package, uint64_t& kept) {
+    damaged_ = false;
     digest_ = Md5();
     for (uint64_t done = 0; done < kept; done += block_.size()) {
         if (interrupter::interrupted()) {
@@ -169,6 +172,7 @@ bool LocalRestoreStorage::get(const FetchedItem& item, uint64_t offset,
                               std::span<const std::byte>& block) {
     block_.resize(static_cast<size_t>(std::min<uint64_t>(uploadBlockSize, item.size - offset)));
     if (!readFileAt(from_, record_.offset + offset, block_)) {
+        damaged_ = isDamage(GetLastError());
         return failedIn(place_.location());
     }
     digest_.update(block_);
@@ -178,7 +182,8 @@ bool LocalRestoreStorage::get(const FetchedItem& item, uint64_t offset,
 
 bool LocalRestoreStorage::check(const FetchedItem&) {
     SetLastError(ERROR_INVALID_DATA);
-    return digestBytes(digest_.final()) == record_.md5;
+    damaged_ = digestBytes(digest_.final()) != record_.md5;
+    return !damaged_;
 }
 
 }  // namespace dorvo

@@ -66,6 +66,7 @@ private:
     std::unique_ptr<LocalPackages> packages_;  // the same
     LocalRecord record_;                       // of the file that is restored,
     HANDLE from_ = INVALID_HANDLE_VALUE;       // its packages' file, borrowed from packages_,
+    mutable bool damaged_ = false;             // its package is, as far as that is known
     Md5 digest_;                               // and of its package, as far as it is here
     std::vector<std::byte> block_;
     ItemFetcher fetcher_;

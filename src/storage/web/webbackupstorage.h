@@ -24,6 +24,7 @@ public:
     WebBackupStorage(WebPlace place, BackupTask task);
 
     bool start() override;
+    bool submit_errors() override;
     bool end() override;
     bool cancel() override;
     bool backup(const wchar_t* path, const WIN32_FILE_ATTRIBUTE_DATA& data, uint32_t number,
@@ -32,7 +33,6 @@ public:
     void advanced(uint64_t bytes) override { progress_.encoded(bytes); }
 
 private:
-    bool submit_errors();
     bool recordIncomplete(const std::string& answer);
     std::string job() const { return task_.jobId + ", " + task_.jobName; }
 

@@ -15,7 +15,7 @@ namespace dorvo {
 namespace {
 
 // As the service writes it; empty for a text that is no id.
-std::string instanceText(const std::string& text) {
+std::string asWritten(const std::string& text) {
     GUID id{};
     return uuidFromText(text, id) ? uuidText(id) : std::string();
 }
@@ -25,7 +25,7 @@ std::string instanceText(const std::string& text) {
 WebRestoreStorage::WebRestoreStorage(WebPlace place, RestoreTask task)
     : WebRun(std::move(place), task),
       task_(std::move(task)),
-      backupId_(instanceText(task_.from.jobInstanceId)),
+      backupId_(asWritten(task_.from.jobInstanceId)),
       temporary_(itemTempFolder(task_.jobId)),
       fetcher_(task_, temporary_, ItemFetcher::ResumeBy::offset, *this, *this) {
     download_.body_limit(md5TextSize + uploadBlockSize);
