@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <thread>
 #include <vector>
+
+#include "base/singleton.h"
 
 namespace dorvo {
 namespace {
@@ -37,6 +42,25 @@ TEST(UniqueHandle, ClosesEachValueOnceAndKeepsTheLastError) {
     }
     EXPECT_EQ(closed, (std::vector{1, 2, 3}));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+}
+
+std::atomic<int> constructions{0};
+
+struct Slow {
+    Slow() {
+        ++constructions;
+        SwitchToThread();
+    }
+};
+
+TEST(Singleton, IsMadeOnceHoweverManyThreadsAsk) {
+    {
+        std::array<std::jthread, 8> threads;
+        for (std::jthread& thread : threads) {
+            thread = std::jthread([] { EXPECT_NE(ATL::CComSingleton<Slow>::instance(), nullptr); });
+        }
+    }
+    EXPECT_EQ(constructions, 1);
 }
 
 }  // namespace

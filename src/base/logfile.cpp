@@ -1,5 +1,4 @@
 #include "base/logfile.h"
-#include "base/files.h"
 
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
@@ -8,6 +7,7 @@
 #include <array>
 #include <cstdio>
 
+#include "base/files.h"
 #include "base/log.h"
 #include "base/paths.h"
 
@@ -113,7 +113,9 @@ bool LogFile::reopen() {
                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     size_ = 0;
-    fileSize(file_.get(), size_);
+    if (file_) {
+        fileSize(file_.get(), size_);
+    }
     return static_cast<bool>(file_);
 }
 

@@ -7,6 +7,7 @@
 #include <regex>
 
 #include "base/log.h"
+#include "support/fails_with.h"
 #include "support/files.h"
 #include "support/temporary_folder.h"
 
@@ -59,7 +60,7 @@ TEST_F(LogFileTest, KeepsOneOldFileAndStaysBelowItsLimit) {
     EXPECT_TRUE(now.ends_with("line 19\n"));
     EXPECT_NE(old.find("line"), std::string::npos);
     EXPECT_EQ((old + now).find("line 0\n"), std::string::npos);
-    EXPECT_FALSE(file_.open(path_ + L"\\no\\folder"));
+    EXPECT_FAILS(ERROR_PATH_NOT_FOUND, file_.open(path_ + L"\\no\\folder"));
     file_.write(LogLevel::error, "@1@lost\n");
 }
 
