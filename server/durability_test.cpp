@@ -187,6 +187,21 @@ TEST_F(Durability, AStartThatFailsIsNoCrash) {
     EXPECT_EQ(start("i1"), 200);
 }
 
+// What the disk has refused once no later sync tells.
+TEST_F(Durability, AStartWhoseDiskRefusesIsACrash) {
+    offer("i1", {{"a"}});
+    server.reset();
+    {
+        bool told = false;
+        const FalseDisk refuses([&](int fd) {
+            return FalseDisk::name(fd) == "packages" && !std::exchange(told, true) ? -1 : 0;
+        });
+        EXPECT_THROW(restart(), std::runtime_error);
+    }
+    restart("boot 2");
+    EXPECT_EQ(start("i1"), 409);
+}
+
 // Of a complete file nobody would ask for the error.
 TEST_F(Durability, OfErrorsIsThatOfTheFilesTheyAreOf) {
     run("i1", "a", "complete");

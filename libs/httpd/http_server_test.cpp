@@ -76,7 +76,6 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
     limits.idle = std::chrono::milliseconds(50);
     limits.head = std::chrono::milliseconds(50);
     limits.stall = std::chrono::milliseconds(50);
-    limits.connections = 1;
     restart();
     const std::string half = head("/echo", "Content-Length: 4\r\n");
     for (const std::string& begun : {std::string(), std::string("POST /"), half, half + "ab"}) {
@@ -84,7 +83,10 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
         client.send(begun);
         client.waitForClose();
     }
+    EXPECT_EQ(ask("on").status, 200);
 #ifndef _WIN32  // Wine lets no write go that waits for its reader
+    limits.connections = 1;
+    restart();
     Client unread(server->port());
     unread.send(head("/poll", "Cookie: good\r\nContent-Length: 0\r\n"));
     service.awaitPolls(1);
@@ -93,7 +95,6 @@ TEST_F(Http, ClosesWhatIsIdleOrStalled) {
     }
     EXPECT_EQ(unread.receive().status, 0);
 #endif
-    EXPECT_EQ(ask("on").status, 200);
 }
 
 TEST_F(Http, LongPollsHoldNoThread) {

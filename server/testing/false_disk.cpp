@@ -26,6 +26,10 @@ extern "C" int fdatasync(int fd) {
     return sync(SYS_fdatasync, fd);
 }
 
+extern "C" int syncfs(int fd) {
+    return sync(SYS_syncfs, fd);
+}
+
 extern "C" int posix_fadvise(int fd, off_t offset, off_t length, int advice) {
     return systemRemembers || ::syscall(SYS_fadvise64, fd, offset, length, advice) != 0 ? EINVAL
                                                                                         : 0;
