@@ -108,6 +108,8 @@ def page(results):
 
 def draw():
     """Writes the page's measured part and the picture from the kept results."""
+    if not KEPT.exists():
+        raise SystemExit(f"bench: there are no results in {KEPT} yet: --keep makes them")
     results = json.loads(KEPT.read_text())
     before, _, rest = PAGE.read_text().partition(BEGIN)
     _, found, after = rest.partition(END)

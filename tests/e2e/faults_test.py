@@ -36,9 +36,12 @@ class Backup:
                 for step, nth in self.STEPS.items() if step not in but]
 
     def check_block(self):
-        """Blocks of its file have been through when one is struck, or none could go again."""
-        struck = self.system.proxy.requests(self.block)[self.STEPS[self.block] - 1]
-        self.test.assertGreater(int(struck.block or 2), 1, struck)  # unknown where only the head came
+        """A block of its file has been through when one is struck, or none could go again."""
+        before, struck = self.system.proxy.requests(self.block)[self.STEPS[self.block] - 2 :][:2]
+        if struck.block:  # unknown where only the head came
+            self.test.assertEqual((struck.source, int(struck.block)), (before.source, int(before.block) + 1))
+        following = next(r for r in self.system.proxy.requests(self.block)[self.STEPS[self.block] :] if r.block)
+        self.test.assertEqual(following.source, before.source, "the file was struck between two blocks of it")
 
     def resume(self):
         return self.system.machine.start("resume", self.system.job(self.kind), "--json")
